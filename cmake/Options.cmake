@@ -1,0 +1,16 @@
+# Compiler options of everything in this repository.
+set(ENGINEERING_SANITIZERS "" CACHE STRING "What -fsanitize= gets; empty for none")
+
+add_library(project_options INTERFACE)
+target_compile_options(project_options INTERFACE
+  -Werror
+  # Log lines and assertions name a file as the repository does, not as this machine does.
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
+  $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wnon-virtual-dtor
+    -Woverloaded-virtual>)
+
+if(ENGINEERING_SANITIZERS)
+  add_compile_options(-fsanitize=${ENGINEERING_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ENGINEERING_SANITIZERS})
+endif()
+link_libraries(project_options)
