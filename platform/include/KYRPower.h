@@ -1,0 +1,40 @@
+#pragma once
+
+#include "IKYRService.h"
+
+class IKYRPowerListener
+{
+public:
+    virtual ~IKYRPowerListener() = default;
+};
+
+/// The system power proxy. Any thread.
+class KYRPower : public IKYRService<IKYRPowerListener>
+{
+public:
+    enum PowerState : int { PS_SHUT_DOWN = 3 };
+
+    /// The two power statuses between which SwitchPowerMode() changes; there are others.
+    enum PowerStatus : int {
+        POWER_STATUS_ON = 16,
+        POWER_STATUS_OFF = 17,
+    };
+
+    virtual void SetPowerState(PowerState eState) = 0;
+
+    /// @returns a small number of the platform's.
+    virtual int GetPowerState() = 0;
+
+    virtual int GetPowerStatus() = 0;
+
+    /// Switches the unit's power mode on (1) or off (0).
+    virtual void SwitchPowerMode(int nOn) = 0;
+
+    virtual int GetCurScreenLightType() = 0;
+
+    /// Restarts the unit; returns before it does.
+    virtual void RestartSystem() = 0;
+};
+
+/// @returns the proxy, owned by the platform, or null when there is none.
+KYRPower* KYR_GetSystemPowerProxy();

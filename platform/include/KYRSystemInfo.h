@@ -1,0 +1,27 @@
+#pragma once
+
+#include <array>
+#include <string>
+
+namespace SystemInfo {
+
+/// The versions of the unit's parts, by the platform's position.
+struct VersionInfo {
+    std::array<std::string, 11> strField;
+};
+
+}  // namespace SystemInfo
+
+/// The proxy of the system-information service. Any thread.
+class KYRSystemInfo
+{
+public:
+    virtual ~KYRSystemInfo() = default;
+
+    /// Asks anew for all versions; leaves `info` as it is on failure.
+    /// @returns 1, or 0 on failure.
+    virtual int GetVersionInfo(SystemInfo::VersionInfo& info) = 0;
+};
+
+/// @returns the proxy, owned by the platform, or null when there is none.
+KYRSystemInfo* KYR_GetSystemInfoProxy();
