@@ -1,0 +1,66 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace protocol
+{
+
+using Bytes = std::span<const std::uint8_t>;
+
+// The frame, byte by byte (n = number of parameter bytes):
+//
+//     2A A2   header
+//     00      reserved: 0 when sent, ignored when received
+//     L       length: n + 2, counts cmd_one, cmd_two and the parameters
+//     cmd_one command group; in what the head unit sends, the group with bit 7 set
+//     cmd_two command within the group
+//     ...     n parameter bytes
+//     00      padding, only when n is odd
+//     CC CC   checksum, high byte first: the two's complement of the sum of L, cmd_one, cmd_two and the parameters
+inline constexpr std::uint8_t kHeader1 = 0x2A;
+inline constexpr std::uint8_t kHeader2 = 0xA2;
+inline constexpr std::size_t kLengthOffset = 3;
+inline constexpr std::size_t kCmdOneOffset = 4;
+inline constexpr std::size_t kCmdTwoOffset = 5;
+inline constexpr std::size_t kParamsOffset = 6;
+inline constexpr std::size_t kChecksumSize = 2;
+
+/// The longest frame that can be sent: the platform's carrier counts its bytes in 8 bits.
+inline constexpr std::size_t kMaxFrame = 255;
+
+/// The most parameter bytes with which a frame stays within kMaxFrame.
+inline constexpr std::size_t kMaxParams = 246;
+
+/// Marks the command group of a frame that the head unit sends.
+inline constexpr std::uint8_t kReplyBit = 0x80;
+
+/// A frame's content.
+struct Frame {
+    std::uint8_t cmdOne = 0;
+    std::uint8_t cmdTwo = 0;
+    std::vector<std::uint8_t> params;
+
+    bool operator==(const Frame&) const = default;
+};
+
+/// @returns the length in bytes of a frame with `paramCount` parameter bytes, also beyond kMaxFrame.
+constexpr std::size_t frameLength(std::size_t paramCount)
+{
+    return kParamsOffset + paramCount + paramCount % 2 + kChecksumSize;
+}
+
+/// @returns the value that brings the sum of the length byte, both command bytes and `params` to 0 modulo 65536.
+std::uint16_t checksum(std::uint8_t length, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params);
+
+/// A whole frame's bytes; what lies beyond the frame's length is zero.
+using FrameBuffer = std::array<std::uint8_t, 256>;
+
+/// Writes the frame into `out`.
+/// @returns the frame's length, or 0 when it would exceed kMaxFrame: then `out` is all zero.
+std::size_t encode(FrameBuffer& out, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params);
+
+}  // namespace protocol

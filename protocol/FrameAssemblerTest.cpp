@@ -1,0 +1,370 @@
+#include "protocol/FrameAssembler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <random>
+
+#include "tests/support/WireVectors.h"
+
+namespace
+{
+
+using protocol::FrameAssembler;
+using protocol::ReceivedFrame;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using wire::Bytes;
+
+/// What a receiver sees of a frame.
+struct Seen {
+    std::uint8_t cmdOne;
+    std::uint8_t cmdTwo;
+    Bytes params;
+    bool sound;
+
+    bool operator==(const Seen&) const = default;
+};
+
+void PrintTo(const Seen& seen, std::ostream* out)
+{
+    *out << int{seen.cmdOne} << ' ' << int{seen.cmdTwo} << ' ' << testing::PrintToString(seen.params)
+         << (seen.sound ? "" : " bad checksum");
+}
+
+Bytes joined(std::initializer_list<Bytes> pieces)
+{
+    Bytes all;
+    for (const Bytes& piece : pieces)
+        all.insert(all.end(), piece.begin(), piece.end());
+    return all;
+}
+
+/// One chunk as the link takes it: append, then every complete frame.
+std::vector<Seen> feed(FrameAssembler& assembler, const Bytes& chunk)
+{
+    assembler.append(chunk);
+    std::vector<Seen> seen;
+    if (!assembler.worthParsing())
+        return seen;
+    while (auto frame = assembler.next()) {
+        const auto params = frame->params();
+        seen.push_back({frame->cmdOne, frame->cmdTwo, Bytes(params.begin(), params.end()), frame->checksumHolds});
+    }
+    return seen;
+}
+
+const Seen kModeOnSeen{0x0F, 0x00, {0x01}, true};
+const Seen kAskReadySeen{0x0F, 0x01, {}, true};
+
+TEST(FrameAssembler, TwoFramesInOneChunkComeOutInOrder)
+{
+    FrameAssembler assembler;
+
+    EXPECT_THAT(feed(assembler, joined({wire::kModeOn, wire::kAskReady})), ElementsAre(kModeOnSeen, kAskReadySeen));
+    EXPECT_EQ(assembler.size(), 0U);
+}
+
+TEST(FrameAssembler, GarbageBeforeAFrameGoesWithIt)
+{
+    FrameAssembler assembler;
+
+    EXPECT_THAT(feed(assembler, joined({{0x11, 0x2A, 0x33}, wire::kAskReady})), ElementsAre(kAskReadySeen));
+    EXPECT_EQ(assembler.size(), 0U);
+}
+
+TEST(FrameAssembler, AFrameSplitAtAnyPlaceComesOutOnce)
+{
+    for (std::size_t at = 0; at <= wire::kModeOn.size(); ++at) {
+        FrameAssembler assembler;
+        const auto middle = wire::kModeOn.begin() + static_cast<std::ptrdiff_t>(at);
+
+        auto seen = feed(assembler, Bytes(wire::kModeOn.begin(), middle));
+        const auto rest = feed(assembler, Bytes(middle, wire::kModeOn.end()));
+        seen.insert(seen.end(), rest.begin(), rest.end());
+
+        EXPECT_THAT(seen, ElementsAre(kModeOnSeen)) << "split before byte " << at;
+        EXPECT_EQ(assembler.size(), 0U);
+    }
+}
+
+TEST(FrameAssembler, ALoneBeginningStaysUntilItsRestComes)
+{
+    FrameAssembler assembler;
+
+    EXPECT_THAT(feed(assembler, {0x2A, 0xA2, 0x00, 0x04, 0x8F}), IsEmpty());
+    EXPECT_EQ(assembler.size(), 5U);
+
+    const Seen whole{0x8F, 0x01, {0x01, 0x02}, true};
+    EXPECT_THAT(feed(assembler, {0x01, 0x01, 0x02, 0xFF, 0x69}), ElementsAre(whole));
+}
+
+TEST(FrameAssembler, AChecksumOffByOneIsToldAndTheNextFrameStillComes)
+{
+    FrameAssembler assembler;
+    Bytes broken = wire::kModeOn;
+    broken.back() = 0xEC;
+
+    const auto seen = feed(assembler, joined({broken, wire::kAskReady}));
+
+    EXPECT_THAT(seen, ElementsAre(Seen{0x0F, 0x00, {0x01}, false}, kAskReadySeen));
+}
+
+TEST(FrameAssembler, APaddingByteThatIsNotZeroSpoilsTheChecksum)
+{
+    FrameAssembler assembler;
+    Bytes padded = wire::kModeOn;
+    padded[7] = 0x01;
+
+    EXPECT_THAT(feed(assembler, padded), ElementsAre(Seen{0x0F, 0x00, {0x01}, false}));
+}
+
+TEST(FrameAssembler, TheReservedByteIsIgnored)
+{
+    FrameAssembler assembler;
+    Bytes frame = wire::kModeOn;
+    frame[2] = 0x77;
+
+    EXPECT_THAT(feed(assembler, frame), ElementsAre(kModeOnSeen));
+}
+
+TEST(FrameAssembler, SevenBytesAreNeverLookedAt)
+{
+    FrameAssembler assembler;
+    const Bytes wouldPass = {0x2A, 0xA2, 0x00, 0xFF, 0x00, 0x02, 0x00};  // length 255 needs 6 bytes only
+
+    EXPECT_THAT(feed(assembler, wouldPass), IsEmpty());
+    EXPECT_EQ(assembler.size(), 7U);
+}
+
+TEST(FrameAssembler, LengthsZeroAndOneBeginNoFrame)
+{
+    for (const std::uint8_t length : {std::uint8_t{0}, std::uint8_t{1}}) {
+        FrameAssembler assembler;
+
+        EXPECT_THAT(feed(assembler, {0x2A, 0xA2, 0x00, length, 0x0F, 0x01, 0x00, 0x00, 0x00, 0x00}), IsEmpty());
+        EXPECT_EQ(assembler.size(), 10U);
+        EXPECT_THAT(feed(assembler, wire::kAskReady), ElementsAre(kAskReadySeen));
+    }
+}
+
+TEST(FrameAssembler, Length254TakesItsWholeFrame)
+{
+    FrameAssembler assembler;
+    Bytes frame = {0x2A, 0xA2, 0x00, 0xFE, 0x0A, 0x02};
+    frame.insert(frame.end(), 252, 0x01);
+    frame.insert(frame.end(), {0xFD, 0xFA});  // FE + 0A + 02 + 252 * 01 = 0206
+
+    EXPECT_THAT(feed(assembler, frame), ElementsAre(Seen{0x0A, 0x02, Bytes(252, 0x01), true}));
+}
+
+TEST(FrameAssembler, Length253DropsThePaddingFromTheParameters)
+{
+    FrameAssembler assembler;
+    Bytes frame = {0x2A, 0xA2, 0x00, 0xFD, 0x0A, 0x02};
+    frame.insert(frame.end(), 251, 0x01);
+    frame.insert(frame.end(), {0x00, 0xFD, 0xFC});  // FD + 0A + 02 + 251 * 01 = 0204
+
+    EXPECT_THAT(feed(assembler, frame), ElementsAre(Seen{0x0A, 0x02, Bytes(251, 0x01), true}));
+}
+
+TEST(FrameAssembler, Length255IsCompleteWithSixBytesAndTakesWhatIsThere)
+{
+    FrameAssembler assembler;
+    // FF + 0A + 02 + 0 = 010B; the absent checksum counts as 0, so it does not hold.
+    EXPECT_THAT(feed(assembler, {0x2A, 0xA2, 0x00, 0xFF, 0x0A, 0x02, 0x00, 0x00}),
+                ElementsAre(Seen{0x0A, 0x02, Bytes(253, 0x00), false}));
+    EXPECT_EQ(assembler.size(), 0U);
+
+    EXPECT_THAT(feed(assembler, wire::kAskReady), ElementsAre(kAskReadySeen));
+}
+
+TEST(FrameAssembler, Length255WithAllItsBytesHasItsChecksumBehind256)
+{
+    FrameAssembler assembler;
+    Bytes frame = {0x2A, 0xA2, 0x00, 0xFF, 0x0A, 0x02};
+    frame.insert(frame.end(), 256, 0x01);
+    frame.insert(frame.end(), {0xFD, 0xF5});  // FF + 0A + 02 + 256 * 01 = 020B
+
+    EXPECT_THAT(feed(assembler, joined({frame, wire::kAskReady})),
+                ElementsAre(Seen{0x0A, 0x02, Bytes(253, 0x01), true}, kAskReadySeen));
+}
+
+TEST(FrameAssembler, Length255BehindAnotherFrameIsTakenThoughFewerThanEightBytesAreLeft)
+{
+    FrameAssembler assembler;
+
+    const auto seen = feed(assembler, joined({wire::kAskReady, {0x2A, 0xA2, 0x00, 0xFF, 0x0A, 0x02}}));
+
+    EXPECT_THAT(seen, ElementsAre(kAskReadySeen, Seen{0x0A, 0x02, Bytes(253, 0x00), false}));
+    EXPECT_EQ(assembler.size(), 0U);
+}
+
+TEST(FrameAssembler, ACompleteFrameInsideAnIncompleteOneIsFound)
+{
+    FrameAssembler assembler;
+    const Bytes incomplete = {0x2A, 0xA2, 0x00, 0x40, 0x0A, 0x02};
+
+    EXPECT_THAT(feed(assembler, joined({incomplete, wire::kAskReady})), ElementsAre(kAskReadySeen));
+    EXPECT_EQ(assembler.size(), 0U);
+}
+
+TEST(FrameAssembler, GarbageIsKeptAsItIs)
+{
+    FrameAssembler assembler;
+    const Bytes garbage(5000, 0x55);
+
+    EXPECT_THAT(feed(assembler, garbage), IsEmpty());
+    EXPECT_EQ(assembler.size(), 5000U);
+    EXPECT_THAT(feed(assembler, wire::kAskReady), ElementsAre(kAskReadySeen));
+    EXPECT_EQ(assembler.size(), 0U);
+}
+
+TEST(FrameAssembler, AboveItsLimitItDropsWhatCanNoLongerBeginAFrame)
+{
+    FrameAssembler assembler;
+    const Bytes garbage(FrameAssembler::kLimit, 0x55);
+    ASSERT_EQ(assembler.append(garbage), 0U);
+
+    // The last three bytes may still begin a frame: the length byte behind them has not come.
+    EXPECT_EQ(assembler.append(Bytes{0x55, 0x2A, 0xA2, 0x00}), FrameAssembler::kLimit + 1);
+    EXPECT_EQ(assembler.size(), 3U);
+
+    EXPECT_THAT(feed(assembler, {0x02, 0x0F, 0x01, 0xFF, 0xEE}), ElementsAre(kAskReadySeen));
+}
+
+TEST(FrameAssembler, AboveItsLimitItKeepsAFrameThatIsStillComing)
+{
+    FrameAssembler assembler;
+    Bytes stream(FrameAssembler::kLimit, 0x55);
+    stream.insert(stream.end(), wire::kModeOn.begin(), wire::kModeOn.end() - 1);
+
+    EXPECT_EQ(assembler.append(stream), FrameAssembler::kLimit);
+    EXPECT_THAT(feed(assembler, {wire::kModeOn.back()}), ElementsAre(kModeOnSeen));
+}
+
+/// The buffer as the wire's description has it, searched from its beginning for every frame: slow, and plainly right.
+class PlainReceiver
+{
+public:
+    std::vector<Seen> feed(const Bytes& chunk)
+    {
+        buffer_.insert(buffer_.end(), chunk.begin(), chunk.end());
+        std::vector<Seen> seen;
+        if (buffer_.size() <= 7)
+            return seen;
+        for (std::size_t i = 0; i < buffer_.size();) {
+            if (!completeAt(i)) {
+                ++i;
+                continue;
+            }
+            seen.push_back(cutAt(i));
+            i = 0;
+        }
+        return seen;
+    }
+    std::size_t size() const { return buffer_.size(); }
+
+private:
+    std::uint8_t at(std::size_t i) const { return i < buffer_.size() ? buffer_[i] : 0; }
+    static std::uint8_t padded(std::uint8_t length)
+    {
+        return static_cast<std::uint8_t>(length % 2 == 0 ? length : length + 1);
+    }
+
+    bool completeAt(std::size_t i) const
+    {
+        return buffer_[i] == 0x2A && at(i + 1) == 0xA2 && i + 3 < buffer_.size() && buffer_[i + 3] >= 2 &&
+               i + 5 + padded(buffer_[i + 3]) < buffer_.size();
+    }
+
+    Seen cutAt(std::size_t i)
+    {
+        const std::uint8_t length = buffer_[i + 3];
+        const std::size_t count = padded(length) == 0 ? 256 : padded(length) - 2U;
+        Bytes area(256, 0);
+        unsigned sum = length + at(i + 4) + at(i + 5);
+        for (std::size_t k = 0; k < count; ++k) {
+            area[k] = at(i + 6 + k);
+            sum += area[k];
+        }
+        const unsigned check = at(i + 6 + count) * 256U + at(i + 7 + count);
+        Seen seen{at(i + 4), at(i + 5), Bytes(area.begin(), area.begin() + (length - 2)),
+                  check == ((0x10000U - sum) & 0xFFFFU)};
+        const std::size_t end = std::min(i + 8 + count, buffer_.size());
+        buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(end));
+        return seen;
+    }
+
+    Bytes buffer_;
+};
+
+/// Noise that is rich in what a frame is made of, and frames among it.
+Bytes hostileStream(std::mt19937& random, std::size_t size)
+{
+    static constexpr std::uint8_t kLikely[] = {0x2A, 0xA2, 0x00, 0x02, 0x03, 0x04, 0x05, 0xFE, 0xFF, 0x10};
+    Bytes stream;
+    while (stream.size() < size) {
+        switch (random() % 8) {
+            case 0:
+                stream.insert(stream.end(), wire::kModeOn.begin(), wire::kModeOn.end());
+                break;
+            case 1:
+                stream.insert(stream.end(), {0x2A, 0xA2, 0x00});
+                break;
+            case 2:
+                stream.push_back(static_cast<std::uint8_t>(random()));
+                break;
+            default:
+                stream.push_back(kLikely[random() % std::size(kLikely)]);
+        }
+    }
+    return stream;
+}
+
+TEST(FrameAssembler, SeesWhatAPlainSearchSeesWhateverTheStreamAndHoweverItIsCut)
+{
+    for (unsigned seed = 0; seed < 300; ++seed) {
+        std::mt19937 random(seed);
+        const Bytes stream = hostileStream(random, 1500);
+        FrameAssembler assembler;
+        PlainReceiver plain;
+        for (std::size_t at = 0; at < stream.size();) {
+            const std::size_t size =
+                std::min<std::size_t>(1 + random() % (seed % 2 == 0 ? 3 : 400), stream.size() - at);
+            const auto from = stream.begin() + static_cast<std::ptrdiff_t>(at);
+            const Bytes chunk(from, from + static_cast<std::ptrdiff_t>(size));
+            ASSERT_EQ(feed(assembler, chunk), plain.feed(chunk)) << "seed " << seed << " at " << at;
+            ASSERT_EQ(assembler.size(), plain.size()) << "seed " << seed << " at " << at;
+            at += size;
+        }
+    }
+}
+
+/// Seconds that a stream takes, byte by byte.
+double secondsFor(const Bytes& stream)
+{
+    FrameAssembler assembler;
+    const auto start = std::chrono::steady_clock::now();
+    for (const std::uint8_t byte : stream) {
+        assembler.append(protocol::Bytes(&byte, 1));
+        if (!assembler.worthParsing())
+            continue;
+        while (assembler.next()) {
+        }
+    }
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+TEST(FrameAssembler, NoiseByteByByteCostsNoMoreForBeingLong)
+{
+    // Quadratic work would take the long stream 64 times as long per byte; a loaded machine does not.
+    const double brief = secondsFor(Bytes(10'000, 0x55));
+    const double lengthy = secondsFor(Bytes(640'000, 0x55));
+
+    EXPECT_LT(lengthy, 64 * 16 * brief + 0.5);
+}
+
+}  // namespace
