@@ -1,0 +1,41 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+/// Bounds what GDBus keeps in memory. GDBus queues every signal until the bus takes it, without a limit: a station at
+/// full speed before a slow or stopped bus would fill the memory. The backlog counts the signals under way, slows the
+/// sender while the bus is slower than it, and has signals dropped while the bus takes nothing.
+class BusBacklog
+{
+public:
+    /// Signals that may be under way; at some 2 kB each in GDBus.
+    static constexpr int kLimit = 1024;
+
+    /// How long a sender waits for the bus to take a signal before the bus counts as stopped. Short against a
+    /// station's time-out.
+    static constexpr std::chrono::milliseconds kPatience{100};
+
+    /// Begins to count what `pConnection` sends, which outlives this object's use. Called once.
+    void Watch(GDBusConnection* pConnection);
+
+    /// Asks leave to send one signal on the watched connection; any thread but GDBus's own.
+    /// @returns false when it is to be dropped because the bus takes none.
+    bool Admit();
+
+private:
+    static GDBusMessage* OnMessage(GDBusConnection* pConnection, GDBusMessage* pMessage, gboolean bIncoming,
+                                   gpointer pSelf);
+    void OnTaken();
+
+    std::mutex m_mutex;
+    std::condition_variable m_taken;
+    GDBusConnection* m_pConnection = nullptr;  // guarded by m_mutex
+    int m_nQueued = 0;                         // guarded by m_mutex
+    unsigned int m_nTaken = 0;                 // guarded by m_mutex
+    unsigned int m_nDropped = 0;               // guarded by m_mutex
+    bool m_bStopped = false;                   // guarded by m_mutex
+};

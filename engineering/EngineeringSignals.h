@@ -1,0 +1,32 @@
+#pragma once
+
+#include "KYRHmi.h"
+
+// How the service talks to the HMI: each function sends one signal of com.zent.linux.engineering, at once, on the
+// calling thread. Any thread may call them at any time; without a bus nothing is sent. A bus that does not take
+// signals costs the caller a moment once, then signals are dropped until it does.
+
+/// A frame has come from the station. Parameters beyond 256 bytes do not travel, and of their number only the low
+/// 8 bits.
+void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two, const unsigned char* param,
+                                   unsigned int param_size);
+
+void emit_on_auto_test_media_play_action_signal(MEDIA_TYPE media_type, MEDIA_PLAY_ACTION media_play_action);
+void emit_on_auto_test_media_select_track_signal(MEDIA_TYPE media_type, unsigned char track_index);
+
+/// Sends OnAutoTestGetMediaTrackIndexSignal.
+void emit_on_auto_test_get_media_track_signal(MEDIA_TYPE media_type);
+
+void emit_on_auto_test_volume_change_signal(unsigned char volume);
+
+/// Sends OnAutoTestModeChangeSignal; the number travels as the truth value.
+void emit_on_auto_test_mode_changed_signal(int is_auto_test_mode);
+
+void emit_on_auto_test_set_fader_balance_signal(unsigned char fader_value, unsigned char balance_value);
+void emit_on_auto_test_enter_aging_test_signal(int is_aging_test_mode);
+
+/// Sends OnAutoTestRequireAgingTestStateSignal.
+void emit_on_auto_test_require_aging_test_signal();
+
+void emit_on_auto_test_select_page_signal(AUTO_TEST_PAGE_TYPE page);
+void emit_on_auto_test_set_eq_switch_signal(int is_switch_on);

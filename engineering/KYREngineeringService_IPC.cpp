@@ -1,0 +1,297 @@
+#include "engineering/KYREngineeringService_IPC.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <vector>
+
+#include "KYRHmi.h"
+#include "KYRKey.h"
+#include "engineering/BusBacklog.h"
+#include "engineering/EngineeringSignals.h"
+#include "engineering/KYRSingleton.h"
+#include "engineering/Log.h"
+#include "engineering/UARTMgr/KYRUARTManage.h"
+
+std::atomic<ComZentLinuxEngineering*> pSkeleton = nullptr;
+GMainLoop* pLoop = nullptr;
+
+namespace {
+
+constexpr const char* kBusName = "com.zent.linux.engineering";
+constexpr const char* kObjectPath = "/com/zent/linux/engineering";
+constexpr int kThreadStackSize = 51200;
+
+/// What a method call and a signal have room for.
+constexpr std::size_t kMethodParams = 20;
+constexpr std::size_t kSignalParams = 256;
+
+/// ExportDbusEnv()'s command, and then its output: the environment refers to it for as long as the process lives.
+char g_DbusEnv[256] = "dbus-launch --config-file=/etc/dbus-1/session.conf |grep DBUS_SESSION_BUS_ADDRESS";
+
+BusBacklog& Backlog()
+{
+    static BusBacklog* const pBacklog = new BusBacklog;  // GDBus's thread may use it until the process has ended
+    return *pBacklog;
+}
+
+/// Runs a method call's work. What it throws must not pass through the C code that called back.
+template <class Work>
+void RunGuarded(Work work)
+{
+    try {
+        work();
+    } catch (const std::exception& error) {
+        KYR_LOG_ERROR("D-Bus method call ended by an exception: %s", error.what());
+    }
+}
+
+KYRUARTManage* UartManage()
+{
+    return KYRSingleton<KYRUARTManage>::GetInstance();
+}
+
+void SendUartData(unsigned char cmd_one, unsigned char cmd_two, std::span<const unsigned char> bytes, bool bIsByteArray,
+                  std::size_t param_size)
+{
+    if (param_size > bytes.size()) {
+        KYR_LOG_ERROR("uart_send_data, %zu parameter bytes are more than %zu, nothing is sent", param_size,
+                      bytes.size());
+        return;
+    }
+    if (param_size > 0 && !bIsByteArray) {
+        KYR_LOG_ERROR("uart_send_data, param is no array of bytes, nothing is sent");
+        return;
+    }
+    UartManage()->SendData(cmd_one, cmd_two, {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(param_size)});
+}
+
+// In all three: the caller has its answer before the work begins, whatever becomes of it.
+
+gboolean callback_send_uart_data(ComZentLinuxEngineering* skeleton, GDBusMethodInvocation* invocation, guchar cmd_one,
+                                 guchar cmd_two, GVariant* param, guint16 param_size, gpointer)
+{
+    KYR_LOG_DEBUG("[rkb] callback_send_uart_data, arg_cmd_one = %x, arg_cmd_two = %x, arg_param_size = %d", cmd_one,
+                  cmd_two, param_size);
+    unsigned char buffer[kMethodParams] = {};
+    const bool bIsByteArray = gvariant_data_extract(buffer, param);
+    com_zent_linux_engineering_complete_uart_send_data(skeleton, invocation);
+    RunGuarded([&] { SendUartData(cmd_one, cmd_two, buffer, bIsByteArray, param_size); });
+    return TRUE;
+}
+
+gboolean callback_auto_test_set_track_index(ComZentLinuxEngineering* skeleton, GDBusMethodInvocation* invocation,
+                                            guchar media_type, guchar track_index, gpointer)
+{
+    com_zent_linux_engineering_complete_auto_test_set_track_index(skeleton, invocation);
+    RunGuarded([&] { UartManage()->AutoTestSetTrackIndex(static_cast<MEDIA_TYPE>(media_type), track_index); });
+    return TRUE;
+}
+
+gboolean callback_auto_test_feedback_key_event(ComZentLinuxEngineering* skeleton, GDBusMethodInvocation* invocation,
+                                               guchar key_type, guchar key_action, gpointer)
+{
+    com_zent_linux_engineering_complete_auto_test_feedback_key_event(skeleton, invocation);
+    RunGuarded([&] {
+        UartManage()->AutoTestFeedbackKeyEvent(static_cast<E_KeyVKey>(key_type), static_cast<E_KeyStatus>(key_action));
+    });
+    return TRUE;
+}
+
+void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
+{
+    KYR_LOG_INFO("engineering: bus_acquired_cb call.");
+    // GDBus would end the process when the bus goes away; the station link must go on.
+    g_dbus_connection_set_exit_on_close(connection, FALSE);
+
+    ComZentLinuxEngineering* const skeleton = com_zent_linux_engineering_skeleton_new();
+    g_signal_connect(skeleton, "handle-uart-send-data", G_CALLBACK(callback_send_uart_data), nullptr);
+    g_signal_connect(skeleton, "handle-auto-test-set-track-index", G_CALLBACK(callback_auto_test_set_track_index),
+                     nullptr);
+    g_signal_connect(skeleton, "handle-auto-test-feedback-key-event", G_CALLBACK(callback_auto_test_feedback_key_event),
+                     nullptr);
+    pSkeleton = skeleton;
+
+    GError* error = nullptr;
+    if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection, kObjectPath, &error)) {
+        // Not before: a signal that is counted must also leave.
+        Backlog().Watch(connection);
+        return;
+    }
+    KYR_LOG_ERROR("Error: Failed to export object. Reason: %s.", error->message);
+    g_error_free(error);
+    g_main_loop_quit(pLoop);
+}
+
+void nameAcquiredCB(GDBusConnection*, const gchar* name, gpointer)
+{
+    KYR_LOG_INFO("[rkb]engineering: nameAcquiredCB , Acquired bus name: %s.", name);
+}
+
+void nameLostCB(GDBusConnection*, const gchar* name, gpointer)
+{
+    KYR_LOG_INFO("engineering: nameLostCB call, Acquired bus name: %s.", name);
+    g_main_loop_quit(pLoop);
+}
+
+}  // namespace
+
+KYREngineeringService_IPC::KYREngineeringService_IPC()
+{
+    KYR_LOG_INFO("%s()", __func__);
+    m_pThread = std::make_unique<KYRThread>(kThreadStackSize);
+    m_pThread->Detach();
+}
+
+KYREngineeringService_IPC::~KYREngineeringService_IPC() = default;
+
+int KYREngineeringService_IPC::Init()
+{
+    KYR_LOG_INFO("%s()", __func__);
+    InitDbusConnect();
+    return 1;
+}
+
+int KYREngineeringService_IPC::InitDbusConnect()
+{
+    KYR_LOG_INFO("%s()", __func__);
+    pLoop = g_main_loop_new(nullptr, FALSE);
+    m_pThread->Start(DbusThreadCallBack, this);
+    g_bus_own_name(G_BUS_TYPE_SESSION, kBusName, G_BUS_NAME_OWNER_FLAGS_NONE, busAcquiredCB, nameAcquiredCB, nameLostCB,
+                   nullptr, nullptr);
+    return 1;
+}
+
+void KYREngineeringService_IPC::DbusThreadHandle()
+{
+    g_main_loop_run(pLoop);
+}
+
+void KYREngineeringService_IPC::ExportDbusEnv()
+{
+    FILE* const pPipe = popen(g_DbusEnv, "r");
+    if (pPipe == nullptr) {
+        KYR_LOG_ERROR("can not popen,return now");
+        return;
+    }
+    const bool bLineRead = fgets(g_DbusEnv, sizeof g_DbusEnv, pPipe) != nullptr;
+    pclose(pPipe);
+    if (bLineRead)
+        putenv(g_DbusEnv);
+}
+
+void* DbusThreadCallBack(void* pArgument)
+{
+    static_cast<KYREngineeringService_IPC*>(pArgument)->DbusThreadHandle();
+    return nullptr;
+}
+
+GVariant* gvariant_data_build(const unsigned char* bytes, int length)
+{
+    const gsize count = static_cast<gsize>(std::max(length, 0));
+    return g_variant_new_variant(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes, count, sizeof(guchar)));
+}
+
+bool gvariant_data_extract(std::span<unsigned char> buffer, GVariant* variant)
+{
+    GVariant* const inner = g_variant_get_variant(variant);
+    const bool bIsByteArray = g_variant_is_of_type(inner, G_VARIANT_TYPE_BYTESTRING);
+    if (bIsByteArray) {
+        gsize count = 0;
+        const auto* const bytes =
+            static_cast<const unsigned char*>(g_variant_get_fixed_array(inner, &count, sizeof(guchar)));
+        std::copy_n(bytes, std::min(count, buffer.size()), buffer.begin());
+    }
+    g_variant_unref(inner);
+    return bIsByteArray;
+}
+
+// The generated function refuses a skeleton that is null, before the bus has been acquired.
+
+void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two, const unsigned char* param,
+                                   unsigned int param_size)
+{
+    KYR_LOG_DEBUG("[rkb] emit_uart_data_changed_signal, cmd_one = %x, cmd_two = %x, param_size = %d", cmd_one, cmd_two,
+                  param_size);
+    if (!Backlog().Admit())
+        return;
+    const std::size_t count = std::min<std::size_t>(param_size, kSignalParams);
+    GVariant* const data = g_variant_ref_sink(gvariant_data_build(param, static_cast<int>(count)));
+    // WIRE: of the count only the low 8 bits travel.
+    com_zent_linux_engineering_emit_uart_data_changed_signal(pSkeleton, cmd_one, cmd_two, data,
+                                                             static_cast<guchar>(param_size));
+    g_variant_unref(data);
+}
+
+void emit_on_auto_test_media_play_action_signal(MEDIA_TYPE media_type, MEDIA_PLAY_ACTION media_play_action)
+{
+    KYR_LOG_DEBUG("emit_on_auto_test_media_play_action_signal, media_type = %d, media_play_action = %d", media_type,
+                  media_play_action);
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_media_play_action_signal(
+            pSkeleton, static_cast<guchar>(media_type), static_cast<guchar>(media_play_action));
+}
+
+void emit_on_auto_test_media_select_track_signal(MEDIA_TYPE media_type, unsigned char track_index)
+{
+    KYR_LOG_DEBUG("emit_on_auto_test_media_select_track_signal, media_type = %d, track_index = %d", media_type,
+                  track_index);
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_media_select_track_signal(
+            pSkeleton, static_cast<guchar>(media_type), track_index);
+}
+
+void emit_on_auto_test_get_media_track_signal(MEDIA_TYPE media_type)
+{
+    KYR_LOG_DEBUG("emit_on_auto_test_get_media_track_signal, media_type = %d", media_type);
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_get_media_track_index_signal(pSkeleton,
+                                                                                  static_cast<guchar>(media_type));
+}
+
+void emit_on_auto_test_volume_change_signal(unsigned char volume)
+{
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_volume_change_signal(pSkeleton, volume);
+}
+
+void emit_on_auto_test_mode_changed_signal(int is_auto_test_mode)
+{
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_mode_change_signal(pSkeleton, is_auto_test_mode);
+    KYR_LOG_INFO("emit_on_auto_test_mode_changed_signal, is_auto_test_mode = %d", is_auto_test_mode);
+}
+
+void emit_on_auto_test_set_fader_balance_signal(unsigned char fader_value, unsigned char balance_value)
+{
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_set_fader_balance_signal(pSkeleton, fader_value, balance_value);
+    KYR_LOG_INFO("emit_on_auto_test_set_fader_balance_signal, fader_value = %d, balance_value = %d", fader_value,
+                 balance_value);
+}
+
+void emit_on_auto_test_enter_aging_test_signal(int is_aging_test_mode)
+{
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_enter_aging_test_signal(pSkeleton, is_aging_test_mode);
+    KYR_LOG_INFO("emit_on_auto_test_enter_aging_test_signal, is_aging_test_mode = %d", is_aging_test_mode);
+}
+
+void emit_on_auto_test_require_aging_test_signal()
+{
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_require_aging_test_state_signal(pSkeleton);
+}
+
+void emit_on_auto_test_select_page_signal(AUTO_TEST_PAGE_TYPE page)
+{
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_select_page_signal(pSkeleton, page);
+}
+
+void emit_on_auto_test_set_eq_switch_signal(int is_switch_on)
+{
+    if (Backlog().Admit())
+        com_zent_linux_engineering_emit_on_auto_test_set_eq_switch_signal(pSkeleton, is_switch_on);
+}

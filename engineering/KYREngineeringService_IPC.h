@@ -1,0 +1,55 @@
+#pragma once
+
+#include <engineering_dbus.h>
+#include <gio/gio.h>
+
+#include <atomic>
+#include <memory>
+#include <span>
+
+#include "KYRThread.h"
+
+/// Joins the service to the session bus: owns the bus name com.zent.linux.engineering, exports the one skeleton at
+/// /com/zent/linux/engineering, and runs the main loop of the default main context on a thread of its own, on which
+/// all bus callbacks and method calls arrive. The emit functions (EngineeringSignals.h) send through it.
+/// Lives until the process ends. When the name is lost, or there is no bus, the loop ends for good and the service
+/// goes on without.
+class KYREngineeringService_IPC
+{
+public:
+    KYREngineeringService_IPC();
+    virtual ~KYREngineeringService_IPC();
+    KYREngineeringService_IPC(const KYREngineeringService_IPC&) = delete;
+    KYREngineeringService_IPC& operator=(const KYREngineeringService_IPC&) = delete;
+
+    /// Starts the thread and asks for the name; returns at once.
+    /// @returns 1.
+    int Init();
+    int InitDbusConnect();
+
+    /// Runs the main loop until it is quit; the bridge's thread.
+    void DbusThreadHandle();
+
+    /// Puts the address of a session bus that it starts into the environment. For a process that has none; nothing
+    /// calls it.
+    void ExportDbusEnv();
+
+private:
+    std::unique_ptr<KYRThread> m_pThread;
+};
+
+/// The thread's entry; the argument is the bridge.
+void* DbusThreadCallBack(void* pArgument);
+
+/// The exported object; null until the bus has been acquired, then set for the life of the process.
+extern std::atomic<ComZentLinuxEngineering*> pSkeleton;
+
+/// The bridge's main loop; null before InitDbusConnect().
+extern GMainLoop* pLoop;
+
+/// @returns a new floating variant of type "v" that holds `length` bytes as an array "ay"; an empty one for 0 and less.
+GVariant* gvariant_data_build(const unsigned char* bytes, int length);
+
+/// Writes the bytes of a "v" that holds an "ay" to the beginning of `buffer`, as many as it has room for.
+/// @returns false, and leaves `buffer` as it is, when the variant holds anything else.
+bool gvariant_data_extract(std::span<unsigned char> buffer, GVariant* variant);

@@ -1,0 +1,121 @@
+#include "engineering/UARTMgr/KYRUARTManage.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <exception>
+
+#include "engineering/Config.h"
+#include "engineering/KYRSingleton.h"
+#include "engineering/Log.h"
+#include "engineering/autotest/KYRAutoTest.h"
+#include "protocol/CommandGroups.h"
+
+std::atomic<int> m_bIsCPTest = 0;
+std::atomic<unsigned char> m_iACKStatus = 0;
+
+KYRUARTManage::KYRUARTManage()
+{
+    KYR_LOG_INFO("[rkb] UARTManage::UARTManage() created!!!");
+    Init();
+    m_bIsCPTest = ConfigFlag(kEnableCpTestKey) ? 1 : 0;
+    KYR_LOG_INFO("UARTManage() m_bIsCPTest = %d", m_bIsCPTest.load());
+    // The engine is to exist before the first frame needs it.
+    KYRSingleton<KYRAutoTest>::GetInstance();
+}
+
+void KYRUARTManage::RouteAutoTestMsg(unsigned char* pData, int nLength)
+{
+    if (nLength > 0) {
+        const std::size_t nDropped = m_vRecvBuf.append({pData, static_cast<std::size_t>(nLength)});
+        if (nDropped > 0)
+            KYR_LOG_WARN("receive buffer full, %zu bytes that begin no frame dropped", nDropped);
+    }
+    ParseData();
+}
+
+void KYRUARTManage::ParseData()
+{
+    if (ConfigFlag(kOpenDebugKey)) {
+        const auto bytes = m_vRecvBuf.bytes();
+        PrintData("[auto test][engineering]ParseData", bytes.data(), static_cast<int>(bytes.size()));
+    }
+    if (m_vRecvBuf.worthParsing()) {
+        while (auto frame = m_vRecvBuf.next())
+            HandleFrame(*frame);
+    }
+    KYR_LOG_INFO("- End");
+}
+
+void KYRUARTManage::HandleFrame(protocol::ReceivedFrame& frame)
+{
+    KYR_LOG_INFO("[rkb] ParseData, checksum_param = %x", frame.receivedChecksum);
+    if (frame.checksumHolds) {
+        // Whatever goes wrong in a command ends that command, not the delivery thread.
+        try {
+            HandleCommands(frame.cmdOne, frame.cmdTwo, frame.area.data(), frame.length - 2);
+        } catch (const std::exception& error) {
+            KYR_LOG_ERROR("command 0x%x 0x%x ended by an exception: %s", frame.cmdOne, frame.cmdTwo, error.what());
+        } catch (...) {
+            KYR_LOG_ERROR("command 0x%x 0x%x ended by an unknown exception", frame.cmdOne, frame.cmdTwo);
+        }
+    } else {
+        KYR_LOG_INFO("checksum_param != check_sum");
+    }
+    KYR_LOG_INFO("[rkb] ParseData End, m_vRecvBuf.size() = %d", static_cast<int>(m_vRecvBuf.size()));
+}
+
+void KYRUARTManage::HandleCommands(unsigned char cmd_one, unsigned char cmd_two, unsigned char* param, int param_len)
+{
+    KYR_LOG_DEBUG("KYRUARTManage::HandleCommands, cmd_one = 0x%x, cmd_two = 0x%x, param_len = %d", cmd_one, cmd_two,
+                  param_len);
+    KYRSingleton<KYRAutoTest>::GetInstance()->HandleAutoTestCommands(cmd_one, cmd_two, param, param_len);
+}
+
+void KYRUARTManage::SendData(unsigned char cmd_one, unsigned char cmd_two, std::vector<unsigned char> param)
+{
+    protocol::FrameBuffer frame;
+    const std::size_t nLength = protocol::encode(frame, cmd_one, cmd_two, param);
+    if (nLength == 0) {
+        KYR_LOG_ERROR("SendData, 0x%x 0x%x not sent: %zu parameter bytes make a frame of %zu, %zu fit", cmd_one,
+                      cmd_two, param.size(), protocol::frameLength(param.size()), protocol::kMaxFrame);
+        return;
+    }
+    KYRRmtParameter parameter;
+    std::copy_n(frame.begin(), nLength, parameter.m_ucData);
+    parameter.m_ucLength = static_cast<unsigned char>(nLength);
+    if (ConfigFlag(kOpenDebugKey))
+        PrintData("[auto test][engineering]SendData", frame.data(), static_cast<int>(nLength));
+    m_UartAdapter.SendAutoTestCommand(&parameter);
+}
+
+void KYRUARTManage::PrintData(const char* tag, unsigned char* data, int len)
+{
+    std::array<char, 512> text{};
+    if (3 * static_cast<long>(len) >= static_cast<long>(text.size()))
+        return;
+    for (int i = 0; i < len; ++i)
+        std::snprintf(&text[static_cast<std::size_t>(3 * i)], 4, "%02X ", static_cast<unsigned int>(data[i]));
+    std::printf("%s:[len=%d]%s\n", tag, len, text.data());
+}
+
+void KYRUARTManage::AutoTestSetTrackIndex(MEDIA_TYPE type, unsigned char track_index)
+{
+    // WIRE: the codes of the media group's get-track commands, whatever asked for the track.
+    static constexpr struct {
+        MEDIA_TYPE type;
+        unsigned char cmd_two;
+    } kTrackReports[] = {{MEDIA_TYPE_1, 0x05}, {MEDIA_TYPE_2, 0x0D}, {MEDIA_TYPE_3, 0x0B}};
+
+    KYR_LOG_DEBUG("AutoTestSetTrackIndex, track_index = %d", track_index);
+    for (const auto& report : kTrackReports) {
+        if (report.type == type)
+            KYRSingleton<KYRUARTManage>::GetInstance()->SendData(protocol::replyGroup(protocol::kMedia), report.cmd_two,
+                                                                 {track_index});
+    }
+}
+
+void KYRUARTManage::AutoTestFeedbackKeyEvent(E_KeyVKey key, E_KeyStatus status)
+{
+    KYRSingleton<KYRAutoTest>::GetInstance()->FeedBackKeyEvent(key, status);
+}

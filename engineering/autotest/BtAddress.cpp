@@ -1,0 +1,84 @@
+// Provisions the Bluetooth controller's address: its persistent store is a text file, whose line 2 holds the address as
+// key 0001.
+
+#include <fstream>
+#include <string_view>
+
+#include "KYRSystem.h"
+#include "engineering/Log.h"
+#include "engineering/PersistentPath.h"
+#include "engineering/autotest/IdentityRecord.h"
+#include "engineering/autotest/KYRAutoTest.h"
+
+namespace {
+
+constexpr const char* kNameFile = "/perm_data/data/bluetooth/btname";
+constexpr const char* kStoreDirectory = "/perm_data/data/bluetooth/";
+constexpr const char* kStoreFile = "/perm_data/data/bluetooth/PSConfig.psr";
+constexpr const char* kDefaultStoreFile = "/kyr/etc/bluetooth/bin/PSConfig.psr";
+constexpr int kAddressLine = 2;
+constexpr int kAddressLength = 12;
+
+bool IsReadable(const std::string& strPath)
+{
+    return std::ifstream(strPath).good();
+}
+
+/// The name that belonged to the old address.
+void RemoveStaleName()
+{
+    const std::string strPath = PersistentPath(kNameFile);
+    if (!IsReadable(strPath))
+        return;
+    if (KYR_RemoveFile(strPath.c_str(), 1) == 0)
+        KYR_LOG_ERROR("KYR_RemoveFile /perm_data/data/bluetooth/btname)\n");
+    SyncPersistent(kSyncError);
+}
+
+void MakeSureOfStore(const std::string& strStore)
+{
+    if (IsReadable(strStore))
+        return;
+    KYR_LOG_INFO("[SaveBtMacAddress] open %s failed!", strStore.c_str());
+    const std::string strCommand =
+        "cp " + PersistentShellPath(kDefaultStoreFile) + " " + PersistentShellPath(kStoreDirectory);
+    if (KYR_ExecSystemCmd(strCommand.c_str(), 1) == 0)
+        KYR_LOG_ERROR("KYR_ExecSystemCmd(cp /kyr/etc/bluetooth/bin/PSConfig.psr /perm_data/data/bluetooth/) error\n");
+    SyncPersistent(kSyncError);
+}
+
+/// The persistent-store line of an address of 12 characters, NAP (4), UAP (2), LAP (6): four words in the controller's
+/// order.
+std::string StoreLine(std::string_view address)
+{
+    const auto part = [address](std::size_t nFrom, std::size_t nCount) {
+        return std::string(address.substr(nFrom, nCount));
+    };
+    return "&0001 = 00" + part(6, 2) + " " + part(8, 4) + " 00" + part(4, 2) + " " + part(0, 4);
+}
+
+}  // namespace
+
+void KYRAutoTest::SaveBtMacAddress(const unsigned char* param, int param_len)
+{
+    if (param_len < kAddressLength) {
+        KYR_LOG_ERROR("[SaveBtMacAddress] %d characters are no address, %d are needed", param_len, kAddressLength);
+        return;
+    }
+    RemoveStaleName();
+    const std::string strStore = PersistentPath(kStoreFile);
+    MakeSureOfStore(strStore);
+
+    const std::string strAddress(param, param + param_len);
+    KYR_LOG_INFO("[rkb][SaveBtMacAddress], str_MAC = %s ", strAddress.c_str());
+    const std::string strLine = StoreLine(strAddress);
+    KYR_LOG_INFO("[rkb][SaveBtMacAddress] write_contents = %s", strLine.c_str());
+    ResetLineContents(strStore, kAddressLine, strLine);
+
+    const std::string strQueryCopy = IdentityRecordPath(kBtMacAddressForQuery);
+    if (!WriteWholeFile(strQueryCopy, strLine)) {
+        KYR_LOG_ERROR("SaveBtMacAddress, creat or open %s failed!", strQueryCopy.c_str());
+        return;
+    }
+    SyncPersistent(kSyncError);
+}

@@ -1,0 +1,215 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+
+#include "KYRSystem.h"
+#include "engineering/Log.h"
+#include "engineering/PersistentPath.h"
+#include "engineering/autotest/IdentityRecord.h"
+#include "engineering/autotest/KYRAutoTest.h"
+#include "protocol/CommandGroups.h"
+
+namespace {
+
+constexpr unsigned char kReply = protocol::replyGroup(protocol::kHuInfoWrite);
+constexpr char kSeparator = ':';
+
+}  // namespace
+
+// The password's reader logs under the factory serial's tag, as it always has.
+// WIRE: a missing CarPlay record is answered under the password's code 0F.
+const IdentityRecord kFactorySerialNum = {
+    "factory_serial_num", "SaveFactorySerialNum", "FeedBackFactorySerialNum", "str_SN", 0x03, 0x03, false};
+const IdentityRecord kProductionDate = {
+    "production_date", "SaveProductionDate", "FeedBackProductionDate", "str_SN", 0x05, 0x05, false};
+const IdentityRecord kPasswordNum = {
+    "password_num", "SavePasswordNum", "FeedBackFactorySerialNum", "str_PN", 0x0F, 0x0F, false};
+const IdentityRecord kCarPlayMacAddress = {
+    "cp_mac_address", "SaveCarPlayMacAddress", "FeedBackCarPlayMacAddress", "str_PN", 0x12, 0x0F, true};
+const IdentityRecord kHUSerialNum = {
+    "hu_serial_num", "SaveHUSerialNum", "FeedBackHUSerialNum", "str_SN", 0x14, 0x14, false};
+const IdentityRecord kDrawingCode = {"drawing_code", "SaveDrawingCode", "FeedBackDrawingCode", "str_SN", 0x16, 0x16,
+                                     false};
+const IdentityRecord kBtMacAddressForQuery = {
+    "bt_mac_address_for_query", "SaveBtMacAddress", nullptr, nullptr, 0x1A, 0x1A, false};
+
+std::string IdentityRecordPath(const IdentityRecord& record)
+{
+    return PersistentPath(std::string(kIdentityDirectory) + record.file);
+}
+
+bool ReadLastLine(const std::string& strPath, std::string& strLine)
+{
+    strLine.clear();
+    std::ifstream file(strPath);
+    if (!file)
+        return false;
+    while (file.good())
+        std::getline(file, strLine);
+    if (!file.bad())
+        return true;
+    strLine.clear();
+    return false;
+}
+
+bool WriteWholeFile(const std::string& strPath, const std::string& strText)
+{
+    std::ofstream file(strPath, std::ios::out | std::ios::trunc);
+    if (!file)
+        return false;
+    file << strText;
+    file.close();
+    if (!file)
+        KYR_LOG_ERROR("%s not written completely", strPath.c_str());
+    return true;
+}
+
+void SyncPersistent(const char* pFailureText)
+{
+    if (KYR_ExecSystemCmd("sync", 1) == 0)
+        KYR_LOG_ERROR("%s", pFailureText);
+}
+
+void KYRAutoTest::SaveRecord(const IdentityRecord& record, const unsigned char* param, int param_len)
+{
+    std::string strValue;
+    for (int i = 0; i < param_len; ++i) {
+        strValue += static_cast<char>(param[i]);
+        if (record.bIsSeparated && i % 2 == 1 && i != param_len - 1)
+            strValue += kSeparator;
+    }
+    KYR_LOG_DEBUG("[%s] %s = %s", record.saveTag, record.valueWord, strValue.c_str());
+
+    const std::string strPath = IdentityRecordPath(record);
+    if (!WriteWholeFile(strPath, strValue)) {
+        KYR_LOG_INFO("[%s] open %s failed!", record.saveTag, strPath.c_str());
+        return;
+    }
+    SyncPersistent(kSyncError);
+}
+
+void KYRAutoTest::FeedBackRecord(const IdentityRecord& record)
+{
+    const std::string strPath = IdentityRecordPath(record);
+    std::string strValue;
+    if (!ReadLastLine(strPath, strValue)) {
+        KYR_LOG_INFO("[%s] open %s failed!", record.feedBackTag, strPath.c_str());
+        Reply(kReply, record.missingCode, {});
+        return;
+    }
+    KYR_LOG_DEBUG("[%s] %s = %s", record.feedBackTag, record.valueWord, strValue.c_str());
+    if (record.bIsSeparated)
+        std::erase(strValue, kSeparator);
+    ReplyText(kReply, record.feedBackCode, strValue);
+}
+
+void KYRAutoTest::ReplyPresence(unsigned char cmd_two, const IdentityRecord& record)
+{
+    const bool bIsThere = access(IdentityRecordPath(record).c_str(), F_OK) == 0;
+    Reply(kReply, cmd_two, {static_cast<unsigned char>(bIsThere ? 1 : 0)});
+}
+
+std::span<const Command> KYRAutoTest::HUInfoWriteCommands()
+{
+    // A writer sends no reply; the station reads the record back.
+    static constexpr auto kCommands = std::to_array<Command>({
+        // cmd_two, least number of parameters, name, action
+        {0x02, 0, "write factory serial",
+         [](KYRAutoTest& engine, Params params) {
+             engine.SaveFactorySerialNum(params.data(), static_cast<int>(params.size()));
+         }},
+        {0x03, 0, "read factory serial", [](KYRAutoTest& engine, Params) { engine.FeedBackFactorySerialNum(); }},
+        {0x04, 0, "write production date",
+         [](KYRAutoTest& engine, Params params) {
+             engine.SaveProductionDate(params.data(), static_cast<int>(params.size()));
+         }},
+        {0x05, 0, "read production date", [](KYRAutoTest& engine, Params) { engine.FeedBackProductionDate(); }},
+        {0x0E, 0, "write password number",
+         [](KYRAutoTest& engine, Params params) {
+             engine.SavePasswordNum(params.data(), static_cast<int>(params.size()));
+         }},
+        {0x0F, 0, "read password number", [](KYRAutoTest& engine, Params) { engine.FeedBackPasswordNum(); }},
+        {0x10, 0, "write Bluetooth address",
+         [](KYRAutoTest& engine, Params params) {
+             engine.SaveBtMacAddress(params.data(), static_cast<int>(params.size()));
+         }},
+        {0x11, 0, "write CarPlay MAC",
+         [](KYRAutoTest& engine, Params params) {
+             engine.SaveCarPlayMacAddress(params.data(), static_cast<int>(params.size()));
+         }},
+        {0x12, 0, "read CarPlay MAC", [](KYRAutoTest& engine, Params) { engine.FeedBackCarPlayMacAddress(); }},
+        {0x13, 0, "write head-unit serial",
+         [](KYRAutoTest& engine, Params params) {
+             engine.SaveHUSerialNum(params.data(), static_cast<int>(params.size()));
+         }},
+        {0x14, 0, "read head-unit serial", [](KYRAutoTest& engine, Params) { engine.FeedBackHUSerialNum(); }},
+        {0x15, 0, "write drawing code",
+         [](KYRAutoTest& engine, Params params) {
+             engine.SaveDrawingCode(params.data(), static_cast<int>(params.size()));
+         }},
+        {0x16, 0, "read drawing code", [](KYRAutoTest& engine, Params) { engine.FeedBackDrawingCode(); }},
+        {0x1A, 0, "Bluetooth address presence",
+         [](KYRAutoTest& engine, Params) { engine.ReplyPresence(0x1A, kBtMacAddressForQuery); }},
+        {0x1B, 0, "CarPlay MAC presence",
+         [](KYRAutoTest& engine, Params) { engine.ReplyPresence(0x1B, kCarPlayMacAddress); }},
+    });
+    static_assert(CodesAscend(kCommands));
+    return kCommands;
+}
+
+void KYRAutoTest::HandleHUInfoWrite(unsigned char cmd_two, unsigned char* param, int param_len)
+{
+    Run(HUInfoWriteCommands(), cmd_two, param, param_len);
+}
+
+void KYRAutoTest::SaveFactorySerialNum(const unsigned char* param, int len)
+{
+    SaveRecord(kFactorySerialNum, param, len);
+}
+void KYRAutoTest::SavePasswordNum(const unsigned char* param, int len)
+{
+    SaveRecord(kPasswordNum, param, len);
+}
+void KYRAutoTest::SaveCarPlayMacAddress(const unsigned char* param, int len)
+{
+    SaveRecord(kCarPlayMacAddress, param, len);
+}
+void KYRAutoTest::SaveHUSerialNum(const unsigned char* param, int len)
+{
+    SaveRecord(kHUSerialNum, param, len);
+}
+void KYRAutoTest::SaveDrawingCode(const unsigned char* param, int len)
+{
+    SaveRecord(kDrawingCode, param, len);
+}
+void KYRAutoTest::SaveProductionDate(const unsigned char* param, int len)
+{
+    SaveRecord(kProductionDate, param, len);
+}
+
+void KYRAutoTest::FeedBackFactorySerialNum()
+{
+    FeedBackRecord(kFactorySerialNum);
+}
+void KYRAutoTest::FeedBackPasswordNum()
+{
+    FeedBackRecord(kPasswordNum);
+}
+void KYRAutoTest::FeedBackCarPlayMacAddress()
+{
+    FeedBackRecord(kCarPlayMacAddress);
+}
+void KYRAutoTest::FeedBackHUSerialNum()
+{
+    FeedBackRecord(kHUSerialNum);
+}
+void KYRAutoTest::FeedBackDrawingCode()
+{
+    FeedBackRecord(kDrawingCode);
+}
+void KYRAutoTest::FeedBackProductionDate()
+{
+    FeedBackRecord(kProductionDate);
+}

@@ -1,0 +1,263 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "KYRAppMgr.h"
+#include "KYRAudio.h"
+#include "KYRBluetooth.h"
+#include "KYRCarPlay.h"
+#include "KYRDeviceApp.h"
+#include "KYRKey.h"
+#include "KYRLocation.h"
+#include "KYRMediaPlayer.h"
+#include "KYRPower.h"
+#include "KYRQLXTimer.h"
+#include "KYRSource.h"
+#include "KYRSystemMisc.h"
+#include "KYRTuner.h"
+#include "KYRU6Persist.h"
+#include "engineering/autotest/CommandTable.h"
+
+struct IdentityRecord;
+
+/// The auto-test engine: keeps the auto-test mode, dispatches the station's frames to the handlers of their command
+/// groups, and listens to the platform's services for the values that the handlers report. One per process,
+/// KYRSingleton<KYRAutoTest>.
+///
+/// Commands arrive on the UART adapter's delivery thread, one at a time; events on the platform's listener and timer
+/// threads; key reports on the D-Bus thread. What more than one of them touches is atomic or guarded.
+class KYRAutoTest : public IKYRAppListener,
+                    public IKYRU6PersistListener,
+                    public IKYRCarPlayListener,
+                    public IKYRPowerListener,
+                    public IKYRBtComListener,
+                    public IKYRSourceListener,
+                    public IKYRAudioListener,
+                    public IKYRMediaPlayer,
+                    public IKYRSystemMiscListener,
+                    public IKYRLocationListener,
+                    public IKYRRadioListener,
+                    public KYRQLXTimer,
+                    public IKYRDeviceAppListener
+{
+public:
+    /// Registers as listener of every service that is there and makes sure that the directory of the identity
+    /// records exists. Events may arrive before it returns.
+    KYRAutoTest();
+
+    /// Leaves no listener list: the engine outlives every service, and ends with the process.
+    ~KYRAutoTest() override;
+
+    // ---- dispatcher ----
+
+    /// A good frame from the station. Group 15 is always served; every other one, and the re-publication on D-Bus,
+    /// only while auto-test mode is on.
+    void HandleAutoTestCommands(unsigned char cmd_one, unsigned char cmd_two, unsigned char* param, int param_len);
+
+    /// A command group: what the dispatcher looks up.
+    struct Group {
+        unsigned char code;  // cmd_one
+        const char* name;
+        void (KYRAutoTest::*handler)(unsigned char cmd_two, unsigned char* param, int param_len);
+        std::span<const Command> (*commands)();
+    };
+
+    /// Every group, by code.
+    static std::span<const Group> Groups();
+
+    // ---- command groups: one handler and one table each, in a file of their own ----
+
+    void HandleSourceCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleEQCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleTunerCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleMediaCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleBTCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleGPSCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleHardKeyAndDisplay(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleInfoAcquireCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleCarState(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleHUInfoWrite(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleOtherCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleTestMode(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandleWifiConnectCommands(unsigned char cmd_two, unsigned char* param, int param_len);
+    void HandlePhoneConnected(unsigned char cmd_two, unsigned char* param, int param_len);
+
+    static std::span<const Command> SourceCommands();
+    static std::span<const Command> EQCommands();
+    static std::span<const Command> TunerCommands();
+    static std::span<const Command> MediaCommands();
+    static std::span<const Command> BTCommands();
+    static std::span<const Command> GPSCommands();
+    static std::span<const Command> HardKeyAndDisplayCommands();
+    static std::span<const Command> InfoAcquireCommands();
+    static std::span<const Command> CarStateCommands();
+    static std::span<const Command> HUInfoWriteCommands();
+    static std::span<const Command> OtherCommands();
+    static std::span<const Command> TestModeCommands();
+    static std::span<const Command> WifiConnectCommands();
+    static std::span<const Command> PhoneConnectedCommands();
+
+    // ---- key reports ----
+
+    /// Reports a key to the station, while it has switched key reports on. Any thread.
+    void FeedBackKeyEvent(E_KeyVKey key, E_KeyStatus status);
+
+    /// @returns the station's code of a key, 0xFF for one that it does not know.
+    unsigned char ChangeKeyTypeToAutoTestKey(E_KeyVKey key);
+
+    // ---- sources ----
+
+    /// @returns the platform's source for the station's number of it, SOURCE_NONE when there is none.
+    KYRSource::SourceID ChangeSourceID(unsigned char test_id);
+
+    /// @returns the station's number for a source of the platform, 0 when it has none.
+    unsigned char ChangeSourcrMgrSourceID(KYRSource::SourceID source_id);
+
+    // ---- identity records; each change is followed by a sync ----
+
+    void SaveFactorySerialNum(const unsigned char* param, int param_len);
+    void SavePasswordNum(const unsigned char* param, int param_len);
+    void SaveCarPlayMacAddress(const unsigned char* param, int param_len);
+    void SaveHUSerialNum(const unsigned char* param, int param_len);
+    void SaveDrawingCode(const unsigned char* param, int param_len);
+    void SaveProductionDate(const unsigned char* param, int param_len);
+
+    void FeedBackFactorySerialNum();
+    void FeedBackPasswordNum();
+    void FeedBackCarPlayMacAddress();
+    void FeedBackHUSerialNum();
+    void FeedBackDrawingCode();
+    void FeedBackProductionDate();
+
+    /// Writes the Bluetooth address into the controller's persistent store.
+    /// @param param the address as hexadecimal characters, most significant first; the first 12 count, with fewer
+    ///   nothing is done
+    void SaveBtMacAddress(const unsigned char* param, int param_len);
+
+    // ---- line-oriented files; paths as they are, no root is put in front ----
+
+    /// @returns the number of lines, a last one without line end included; 0 when the file cannot be read.
+    int CountLines(std::string path);
+
+    /// Copies a text file. The destination is emptied even when the source cannot be read.
+    /// @returns whether all of it was copied.
+    bool CopyFile(std::string src, std::string dst);
+
+    /// Replaces line `line_no`, counted from 1, by `new_text` and a line end. Refuses a line that is not there, and
+    /// leaves the file alone when no backup of it can be made. The backup "/media/backup.txt" stays.
+    void ResetLineContents(std::string path, int line_no, std::string new_text);
+
+    // ---- connections to the services; 1 when connected, 0 when the platform has none ----
+
+    int InitPowerService();
+    int InitPersistService();
+    int InitAudioService();
+    int InitCarPlayService();
+    int InitMediaService();
+    int InitTunerService();
+
+    // ---- the platform's events ----
+
+    void OnU6PersistDataChange(U6Persist::E_ModuleName eModule, unsigned int nValue) override;
+    void OnU6PersistFactoryResetMode() override;
+    void OnU6PersistAutoFactoryResetMode() override;
+    void OnSourceStatusChanged(KYRSource::SourceID eSource, KYRSource::SourceStatus eStatus) override;
+    void OnCarSpeedChange(unsigned int nSpeed) override;
+    void OnRadioAntStateChange(SystemMisc::AntState eState) override;
+    void OnGpsAntStateChange(SystemMisc::AntState eState) override;
+    void OnLCarInfoChange(_LCarInfo info) override;
+    void OnFactoryResetMode() override;
+    void OnOpenBtStatusChanged(KYRBtType::PowerStatus eStatus) override;
+    void OnDeletePairStatusChanged(int bStatus) override;
+    void OnAnswerPairRequest(const std::string& strAddress, const std::string& strName, int nType,
+                             KYRBtType::PairRequestState eState) override;
+    void OnFrequencyChanged(KYRTuner::BandID eBand, unsigned int nValue, unsigned int nFrequency) override;
+    void OnTAChanged(unsigned int nFrequency, int nActive) override;
+    void OnAudioMuteStateChanged(KYRAudio::MuteState eState, KYRAudio::AudioChannel eChannel) override;
+    void OnModuleStatusChanged(AppBootInfo& info) override;
+    void OnStatusChange(KYRCarPlay::CarPlayConnectStatus eStatus) override;
+    void OnConnectionStatusChanged(const KYRDeviceApp::_ConnectionInfo& info) override;
+    void OnAASatinfoChange(const _GpsSatelliteData& data) override;
+    void OnAALocationChange(const _LocationData& data) override;
+
+    /// Timer 20 restarts the unit, a while after its settings have been put back. Timer thread.
+    void OnTimerHandleFunc(int id) override;
+
+private:
+    /// Looks the command up in its group's table and carries it out.
+    void Run(std::span<const Command> commands, unsigned char cmd_two, unsigned char* param, int param_len);
+
+    /// Sends a frame to the station; any thread.
+    static void Reply(unsigned char cmd_one, unsigned char cmd_two, std::vector<unsigned char> params);
+    static void ReplyText(unsigned char cmd_one, unsigned char cmd_two, const std::string& text);
+
+    /// Tells the station that a factory reset is under way.
+    static void SendFactoryResetNotice();
+
+    std::string BtAttribute(KYRBtType::Attribute attribute);
+    KYRTuner* TunerOrLog();
+    void ReplyAntenna(unsigned char cmd_two, bool bGood);
+    void SwitchPowerModeFrom(int nExpectedStatus, int nMode);
+    void SaveRecord(const IdentityRecord& record, const unsigned char* param, int param_len);
+    void FeedBackRecord(const IdentityRecord& record);
+    void ReplyPresence(unsigned char cmd_two, const IdentityRecord& record);
+
+    /// Fills the hardware address of the first USB network interface that is up; leaves `mac` as it is without one.
+    /// @returns what getifaddrs() returned.
+    static int GetUsbInterfaceMac(std::array<unsigned char, 6>& mac);
+
+    static constexpr std::size_t kMaxSatellites = 20;
+
+    /// The last report of the satellites in view.
+    struct Satellites {
+        int m_iStarNumberInView = 0;
+        std::array<int, kMaxSatellites> number{};
+        std::array<int, kMaxSatellites> signal{};  // strongest first, so not in the order of `number`
+    };
+
+    struct Position {
+        int m_iLongitude = 0;
+        int m_iLatitude = 0;
+    };
+
+    std::atomic<bool> m_bIsAutoTestMode = false;
+
+    // Set by events, for the handlers.
+    std::atomic<bool> m_bMediaModuleReady = false;  // module 9
+    std::atomic<int> m_nWifiModuleReady = 0;        // module 17
+    std::atomic<unsigned int> m_iCarSpeed = 0;
+    std::atomic<int> m_nRadioAntState = 0;
+    std::atomic<int> m_nGpsAntState = 0;
+    std::atomic<int> m_nBtPowerStatus = 0;
+    std::atomic<int> m_nHardwareMuteState = 0;
+    std::atomic<int> m_nTAActive = 0;
+    std::atomic<unsigned int> m_nFmFrequency = 0;
+    std::atomic<bool> m_bCarPlayConnected = false;
+    std::atomic<unsigned char> m_ucCarInfo = 0;
+    std::mutex m_LocationMutex;  // a reply must not mix two reports
+    Satellites m_Satellites;     // guarded by m_LocationMutex
+    Position m_Position;         // guarded by m_LocationMutex
+
+    // Set by commands.
+    std::atomic<unsigned char> m_ucKeyFeedback = 0;  // read on the D-Bus thread
+    unsigned char m_ucLastSource = 0;
+    int m_nEqSwitch = 1;
+    unsigned char m_iFlag = 0;
+    unsigned char m_ucStatusFlag = 0;
+
+    // The platform's, null where it has none; set by the constructor.
+    KYRPower* m_PowerService = nullptr;
+    KYRAudio* m_AudioService = nullptr;
+    KYRMediaPlayer* m_MediaPlayer = nullptr;
+    KYRTuner* m_TuerService = nullptr;
+
+    // Last: their events need all of the above.
+    KYRBtCom m_BtCom{this};
+    KYRBtPhone m_BtPhone;
+    KYRBtMedia m_BtMedia;
+};
