@@ -1,0 +1,117 @@
+#include <atomic>
+#include <exception>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "KYRMutex.h"
+#include "KYRUart.h"
+#include "Report.h"
+#include "Wire.h"
+
+namespace bench {
+namespace {
+
+std::atomic<Wire*> theWire = nullptr;
+
+}  // namespace
+
+void installWire(Wire* wire)
+{
+    theWire = wire;
+}
+
+Wire* installedWire()
+{
+    return theWire;
+}
+
+}  // namespace bench
+
+struct KYRUartAdapter::Impl {
+    void AttachWhenWanted();
+    void Deliver(std::span<std::uint8_t> chunk);
+    std::vector<KYRRmtSkeleton*> Skeletons();
+
+    std::atomic<bench::Wire*> pWire = nullptr;
+    KYRMutex csSkeletons;
+    std::vector<KYRRmtSkeleton*> vSkeletons;  // guarded by csSkeletons
+    bool bAttached = false;                   // guarded by csSkeletons
+};
+
+KYRUartAdapter::KYRUartAdapter() : m_pImpl(std::make_unique<Impl>()) {}
+
+KYRUartAdapter::~KYRUartAdapter()
+{
+    Exit();
+}
+
+int KYRUartAdapter::Init(const KYRRmt::UartClientInfo&)
+{
+    m_pImpl->pWire = bench::installedWire();
+    m_pImpl->AttachWhenWanted();
+    return m_pImpl->pWire != nullptr ? 1 : 0;
+}
+
+int KYRUartAdapter::Exit()
+{
+    bool bDetach = false;
+    {
+        const KYRAutoLock lock(m_pImpl->csSkeletons);
+        bDetach = std::exchange(m_pImpl->bAttached, false);
+    }
+    bench::Wire* const pWire = m_pImpl->pWire.exchange(nullptr);
+    // Without the lock, which a chunk that is being delivered may be waiting for.
+    if (bDetach)
+        pWire->detach();
+    return 1;
+}
+
+void KYRUartAdapter::RegisterSkeleton(KYRRmtSkeleton* pSkeleton)
+{
+    if (pSkeleton == nullptr)
+        return;
+    {
+        const KYRAutoLock lock(m_pImpl->csSkeletons);
+        m_pImpl->vSkeletons.push_back(pSkeleton);
+    }
+    m_pImpl->AttachWhenWanted();
+}
+
+int KYRUartAdapter::SendAutoTestCommand(KYRRmtParameter* pParameter)
+{
+    bench::Wire* const pWire = m_pImpl->pWire;
+    if (pWire == nullptr || pParameter == nullptr)
+        return 0;
+    return pWire->send({pParameter->m_ucData, pParameter->m_ucLength}) ? 1 : 0;
+}
+
+void KYRUartAdapter::Impl::AttachWhenWanted()
+{
+    bench::Wire* const pConnected = pWire;
+    {
+        const KYRAutoLock lock(csSkeletons);
+        if (pConnected == nullptr || vSkeletons.empty() || bAttached)
+            return;
+        bAttached = true;
+    }
+    pConnected->attach([this](std::span<std::uint8_t> chunk) { Deliver(chunk); });
+}
+
+void KYRUartAdapter::Impl::Deliver(std::span<std::uint8_t> chunk)
+{
+    for (KYRRmtSkeleton* const pSkeleton : Skeletons()) {
+        try {
+            pSkeleton->MsgDecode(chunk.data(), static_cast<int>(chunk.size()));
+        } catch (const std::exception& error) {
+            bench::report(std::string("a chunk's delivery has failed: ") + error.what());
+        }
+    }
+}
+
+std::vector<KYRRmtSkeleton*> KYRUartAdapter::Impl::Skeletons()
+{
+    // A copy, so that nobody is called with the lock held; a skeleton outlives its adapter.
+    const KYRAutoLock lock(csSkeletons);
+    return vSkeletons;
+}

@@ -1,0 +1,132 @@
+#include "PseudoTerminal.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+namespace bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void refuse(const fs::path& link, const std::string& reason)
+{
+    throw TerminalError("no pseudo-terminal can be had at " + link.string() + ": " + reason);
+}
+
+[[noreturn]] void refuse(const fs::path& link)
+{
+    refuse(link, std::generic_category().message(errno));
+}
+
+/// Where the mark of a running service is: far from the bytes that station programs may lock.
+flock64 markRange(short type)
+{
+    flock64 range{};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = 0x656E67;
+    range.l_len = 1;
+    return range;
+}
+
+/// Marks the station's end as served. A record lock, since station programs take flock() and TIOCEXCL for themselves.
+void markServed(int stationEnd)
+{
+    flock64 range = markRange(F_WRLCK);
+    fcntl(stationEnd, F_OFD_SETLK, &range);
+}
+
+/// @returns whether `link` leads to the terminal of a service that runs.
+bool isServed(const fs::path& link)
+{
+    std::error_code error;
+    const std::string target = fs::read_symlink(link, error).string();
+    if (!target.starts_with("/dev/pts/"))
+        return false;
+    const Descriptor end(open(target.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!end.valid())
+        return false;
+    flock64 range = markRange(F_WRLCK);
+    return fcntl(end.get(), F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
+}
+
+void makeRaw(int terminal)
+{
+    termios settings{};
+    tcgetattr(terminal, &settings);
+    cfmakeraw(&settings);
+    tcsetattr(terminal, TCSANOW, &settings);
+}
+
+void replaceLink(const std::string& target, const fs::path& link)
+{
+    // Made under another name and moved into place, so that a station never finds nothing there.
+    const fs::path fresh = link.parent_path() / ("." + link.filename().string() + "." + std::to_string(getpid()));
+    unlink(fresh.c_str());
+    if (symlink(target.c_str(), fresh.c_str()) != 0)
+        refuse(link);
+    if (rename(fresh.c_str(), link.c_str()) != 0) {
+        const int error = errno;
+        unlink(fresh.c_str());
+        errno = error;
+        refuse(link);
+    }
+}
+
+void makeLink(const std::string& target, const fs::path& link)
+{
+    if (symlink(target.c_str(), link.c_str()) == 0)
+        return;
+    if (errno != EEXIST)
+        refuse(link);
+    if (!fs::is_symlink(fs::symlink_status(link)))
+        refuse(link, "something is there that is no symbolic link; it is left as it is");
+    if (isServed(link))
+        refuse(link, "another service is running there");
+    replaceLink(target, link);
+}
+
+}  // namespace
+
+PseudoTerminal::PseudoTerminal(const fs::path& link) : link_(fs::absolute(link).lexically_normal())
+{
+    master_ = std::make_shared<const Descriptor>(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    std::array<char, 64> name{};
+    if (!master_->valid() || grantpt(master_->get()) != 0 || unlockpt(master_->get()) != 0 ||
+        ptsname_r(master_->get(), name.data(), name.size()) != 0)
+        refuse(link_);
+    stationEnd_ = name.data();
+
+    station_ = std::make_unique<Descriptor>(::open(stationEnd_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!station_->valid() || fchmod(station_->get(), S_IRUSR | S_IWUSR) != 0)
+        refuse(link_);
+    makeRaw(station_->get());
+    markServed(station_->get());
+    makeLink(stationEnd_, link_);
+    linked_ = true;
+}
+
+PseudoTerminal::~PseudoTerminal()
+{
+    withdraw();
+}
+
+void PseudoTerminal::withdraw()
+{
+    const std::lock_guard lock(mutex_);
+    if (!std::exchange(linked_, false))
+        return;
+    std::error_code error;
+    if (fs::read_symlink(link_, error) == stationEnd_)
+        unlink(link_.c_str());
+}
+
+}  // namespace bench

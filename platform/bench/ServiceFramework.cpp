@@ -1,0 +1,119 @@
+#include "ServiceFramework.h"
+
+#include <signal.h>
+#include <sys/time.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include "BusName.h"
+#include "KYRServiceFw.h"
+#include "Report.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kBusName = "com.zent.linux.engineering";
+constexpr std::chrono::seconds kBusPatience{3};
+
+/// Leaves a tenth of the second in which the process has to be gone.
+constexpr suseconds_t kEndUs = 900'000;
+
+sigset_t endSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    return signals;
+}
+
+void endNow(int)
+{
+    _exit(EXIT_SUCCESS);
+}
+
+/// An alarm rather than a thread: it needs nothing that may hang.
+void armWatchdog()
+{
+    struct sigaction action = {};
+    action.sa_handler = endNow;
+    sigaction(SIGALRM, &action, nullptr);
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
+    const itimerval timer{{0, 0}, {0, kEndUs}};
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+[[noreturn]] void endProcess(TtyWire& wire)
+{
+    armWatchdog();
+    wire.withdraw();
+    KYR_ServiceFw_Deinit();
+    wire.stop();
+    std::fflush(stdout);
+    // No destructors: the service's threads run to the end, and use what these would take away.
+    _exit(EXIT_SUCCESS);
+}
+
+void endOnSignal(TtyWire& wire)
+{
+    const sigset_t signals = endSignals();
+    int signal = 0;
+    while (sigwait(&signals, &signal) != 0) {
+    }
+    endProcess(wire);
+}
+
+}  // namespace
+
+void prepareProcess()
+{
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    signal(SIGPIPE, SIG_IGN);
+    const sigset_t signals = endSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+ServiceFramework::ServiceFramework(TtyWire& wire) : wire_(wire)
+{
+    std::thread(endOnSignal, std::ref(wire)).detach();
+}
+
+void ServiceFramework::initialise(int argc, char** argv)
+{
+    KYRServiceFw_Args args{argc, argv};
+    KYR_ServiceFw_Init(args);
+}
+
+void ServiceFramework::announceReady(const std::string& hint)
+{
+    const std::string name = kBusName;
+    const BusName outcome = awaitBusName(name, kBusPatience);
+    if (outcome.state == BusName::State::NoBus)
+        report("no session bus, so only the station's line is served: " + outcome.reason);
+    else if (!hint.empty())
+        report(hint);
+    if (outcome.state == BusName::State::Taken)
+        report("another process has the bus name " + name + ", so only the station's line is served");
+    if (outcome.state == BusName::State::Late)
+        report("the bus name " + name + " is not there in time, so at first only the station's line is served");
+
+    std::fprintf(stderr, "ready uart=%s\n", wire_.path().c_str());
+    sd_notify(0, "READY=1");
+}
+
+void ServiceFramework::run()
+{
+    KYR_ServiceFw_Exec();
+    // KYR_ServiceFw_Exec does not return; should a service's do, the signals still decide when the process ends.
+    for (;;)
+        pause();
+}
+
+}  // namespace bench

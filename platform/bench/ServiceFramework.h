@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+#include "TtyWire.h"
+
+namespace bench {
+
+/// To be called first of all, before any thread is started: standard output is line-buffered, a reader that has gone
+/// away ends nothing, and SIGTERM and SIGINT wait for the framework.
+void prepareProcess();
+
+/// The framework around a service: calls the three entry points that the service exports (KYRServiceFw.h) and ends
+/// the process. One per process; it knows the service by nothing but the entry points and the bus name.
+class ServiceFramework
+{
+public:
+    /// From now on SIGTERM and SIGINT end the process with status 0 within a second, whatever hangs: without the
+    /// line's link, and with what stands in standard output's buffer written.
+    /// @param wire the station's line; not owned, stays to the end of the process
+    explicit ServiceFramework(TtyWire& wire);
+
+    /// Brings the service up.
+    void initialise(int argc, char** argv);
+
+    /// Waits a few seconds at most until it is clear what became of the service's bus name, then prints the line that
+    /// says that the service is ready, and tells a supervisor.
+    /// @param hint one line on what else is not on the bus; empty for none. Not printed when there is no bus at all.
+    void announceReady(const std::string& hint);
+
+    /// Runs the service until a signal ends the process.
+    [[noreturn]] void run();
+
+private:
+    TtyWire& wire_;
+};
+
+}  // namespace bench
