@@ -1,0 +1,197 @@
+#include "FakeBluetooth.h"
+
+#include <KYRMutex.h>
+
+#include <map>
+#include <vector>
+
+#include "Services.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kService = "bluetooth";
+
+/// The adapter's clients. They are not a head unit's: a KYRBtCom may outlive the one under which it was made.
+struct Clients {
+    KYRMutex mutex;                                            // recursive: a listener may end a client
+    std::map<const KYRBtCom*, IKYRBtComListener*> listenerOf;  // guarded by mutex
+};
+
+Clients& clients()
+{
+    // Never destroyed: clients with static storage take themselves off as late as at the end of the process.
+    static Clients& instance = *new Clients;
+    return instance;
+}
+
+FakeBluetooth* adapter()
+{
+    Services* const services = installedServices();
+    return services == nullptr ? nullptr : &services->bluetooth;
+}
+
+}  // namespace
+
+int FakeBluetooth::getAttribute(int attribute, std::string& value) const
+{
+    const auto text = context_.state.textAt("/bluetooth/attributes", attribute);
+    if (!text)
+        return 0;
+    value = *text;
+    return 1;
+}
+
+int FakeBluetooth::deletePairings()
+{
+    context_.calls.add(kService, "DeletePairDeviceList", {});
+    const int result = context_.state.number("/bluetooth/delete_pairings_result");
+    context_.events.post([result] {
+        tellClients([result](IKYRBtComListener& listener) { listener.OnDeletePairStatusChanged(result); });
+    });
+    return result;
+}
+
+void FakeBluetooth::setCapability(int capability, int value)
+{
+    context_.calls.add(kService, "SetCapability", {capability, value});
+    context_.state.set("/bluetooth/capabilities/" + std::to_string(capability), value);
+}
+
+int FakeBluetooth::capability(int capability) const
+{
+    return context_.state.numberAt("/bluetooth/capabilities", capability).value_or(0);
+}
+
+void FakeBluetooth::answerPair(const std::string& address, const std::string& name, int state)
+{
+    context_.calls.add(kService, "AnswerPair", {address, name, state});
+}
+
+void FakeBluetooth::acceptCall()
+{
+    context_.calls.add(kService, "AcceptCall", {});
+}
+
+void FakeBluetooth::terminateCall()
+{
+    context_.calls.add(kService, "TerminateCall", {});
+}
+
+KYRBtConnectionState FakeBluetooth::phoneConnection() const
+{
+    return {context_.state.number("/bluetooth/phone_connection/state"),
+            context_.state.text("/bluetooth/phone_connection/text")};
+}
+
+KYRBtType::CallState FakeBluetooth::callState() const
+{
+    return static_cast<KYRBtType::CallState>(context_.state.number("/bluetooth/call_state"));
+}
+
+KYRBtConnectionState FakeBluetooth::mediaConnection() const
+{
+    return {context_.state.number("/bluetooth/media_connection/state"),
+            context_.state.text("/bluetooth/media_connection/text")};
+}
+
+KYRBtType::MusicStatus FakeBluetooth::musicStatus() const
+{
+    return static_cast<KYRBtType::MusicStatus>(context_.state.number("/bluetooth/music_status"));
+}
+
+void FakeBluetooth::tellClients(const std::function<void(IKYRBtComListener&)>& tell)
+{
+    Clients& all = clients();
+    const KYRAutoLock lock(all.mutex);
+    for (const auto& [client, listener] : std::vector(all.listenerOf.begin(), all.listenerOf.end()))
+        if (all.listenerOf.contains(client))
+            tell(*listener);
+}
+
+}  // namespace bench
+
+KYRBtCom::KYRBtCom(IKYRBtComListener* pListener) : m_pListener(pListener)
+{
+    if (m_pListener == nullptr)
+        return;
+    bench::Clients& all = bench::clients();
+    const KYRAutoLock lock(all.mutex);
+    all.listenerOf[this] = m_pListener;
+}
+
+KYRBtCom::~KYRBtCom()
+{
+    bench::Clients& all = bench::clients();
+    const KYRAutoLock lock(all.mutex);
+    all.listenerOf.erase(this);
+}
+
+int KYRBtCom::GetAttribute(KYRBtType::Attribute eAttribute, std::string& strValue)
+{
+    const bench::FakeBluetooth* const bluetooth = bench::adapter();
+    return bluetooth == nullptr ? 0 : bluetooth->getAttribute(eAttribute, strValue);
+}
+
+int KYRBtCom::DeletePairDeviceList()
+{
+    bench::FakeBluetooth* const bluetooth = bench::adapter();
+    return bluetooth == nullptr ? 0 : bluetooth->deletePairings();
+}
+
+void KYRBtCom::SetCapability(KYRBtType::Capability eCapability, int nValue)
+{
+    if (bench::FakeBluetooth* const bluetooth = bench::adapter())
+        bluetooth->setCapability(eCapability, nValue);
+}
+
+int KYRBtCom::GetCapability(KYRBtType::Capability eCapability)
+{
+    const bench::FakeBluetooth* const bluetooth = bench::adapter();
+    return bluetooth == nullptr ? 0 : bluetooth->capability(eCapability);
+}
+
+void KYRBtCom::AnswerPair(const std::string& strAddress, const std::string& strName, KYRBtType::PairRequestState eState)
+{
+    if (bench::FakeBluetooth* const bluetooth = bench::adapter())
+        bluetooth->answerPair(strAddress, strName, eState);
+}
+
+void KYRBtPhone::AcceptCall()
+{
+    if (bench::FakeBluetooth* const bluetooth = bench::adapter())
+        bluetooth->acceptCall();
+}
+
+void KYRBtPhone::TerminateCall()
+{
+    if (bench::FakeBluetooth* const bluetooth = bench::adapter())
+        bluetooth->terminateCall();
+}
+
+KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
+{
+    const bench::FakeBluetooth* const bluetooth = bench::adapter();
+    return bluetooth == nullptr ? KYRBtConnectionState{} : bluetooth->phoneConnection();
+}
+
+void KYRBtPhone::GetCurrentCallInfo(KYRTypeCallInfo& info)
+{
+    if (const bench::FakeBluetooth* const bluetooth = bench::adapter())
+        info.eCallState = bluetooth->callState();
+}
+
+KYRBtConnectionState KYRBtMedia::GetMediaConnectionState()
+{
+    const bench::FakeBluetooth* const bluetooth = bench::adapter();
+    return bluetooth == nullptr ? KYRBtConnectionState{} : bluetooth->mediaConnection();
+}
+
+KYRBtType::MusicStatus KYRBtMedia::GetMusicPlayStatus()
+{
+    const bench::FakeBluetooth* const bluetooth = bench::adapter();
+    return bluetooth == nullptr ? KYRBtType::MusicStatus{} : bluetooth->musicStatus();
+}
+
+// The Bluetooth services run in the process of the bench: there is no client to start.
+void KYR_CreateBlueTooth() {}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <vector>
+
+#include "CallRecord.h"
+#include "EventQueue.h"
+#include "State.h"
+
+namespace bench {
+
+/// What every fake works with; not owned, lives longer than the fakes.
+struct FakeContext {
+    State& state;        ///< what queries read and actions change
+    CallRecord& calls;   ///< where actions are recorded
+    EventQueue& events;  ///< the listener thread
+};
+
+/// Calls `tell` with every listener of a service. A listener that is removed meanwhile is not called any more.
+/// The registry stays locked while the listeners run, as IKYRListener promises: whoever removes a listener knows that
+/// it is not running.
+template <class Registry, class Tell>
+void tellListeners(Registry& registry, Tell tell)
+{
+    struct Lock {
+        explicit Lock(Registry& locked) : registry(locked) { registry.LockListener(); }
+        ~Lock() { registry.UnlockListener(); }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+        Registry& registry;
+    } const lock(registry);
+
+    const auto& listeners = *registry.GetListeners();
+    for (auto* const listener : std::vector(listeners.begin(), listeners.end()))
+        if (listeners.contains(listener))
+            tell(*listener);
+}
+
+}  // namespace bench

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <KYRTuner.h>
+
+#include "FakeContext.h"
+
+namespace bench {
+
+/// The tuner service: a frequency per band, and stations to seek.
+class FakeTuner : public KYRTuner
+{
+public:
+    explicit FakeTuner(const FakeContext& context) : context_(context) {}
+
+    int InitInstance() override;
+    BandID GetCurrentBand() override;
+    unsigned int GetFrequency(BandID band) override;
+    void Play(BandID band, unsigned int frequency, unsigned int service, int audible) override;
+    void SwitchBandRequest(BandID band) override;
+    void Seek(BandID band, int direction) override;
+    void AutoStore() override;
+    void Scan(BandID band) override;
+    void SwitchRdsAFSetting(unsigned char on) override;
+    void SwitchRdsTASetting(unsigned char on) override;
+
+private:
+    void tune(BandID band, int frequency);
+
+    const FakeContext context_;
+};
+
+}  // namespace bench

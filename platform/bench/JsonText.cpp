@@ -1,0 +1,41 @@
+#include "JsonText.h"
+
+#include <algorithm>
+
+namespace bench {
+namespace {
+
+// Values are copied by recursion: without a limit a long row of brackets would exhaust the stack.
+constexpr int kDeepestNesting = 32;
+
+/// The library's messages begin with an identifier of its own in brackets.
+std::string withoutIdentifier(const std::string& message)
+{
+    const auto end = message.find("] ");
+    return end == std::string::npos ? message : message.substr(end + 2);
+}
+
+}  // namespace
+
+nlohmann::json parseJson(std::string_view text)
+{
+    const auto limitDepth = [](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
+        if (depth > kDeepestNesting)
+            throw JsonError("nested deeper than " + std::to_string(kDeepestNesting) + " levels");
+        return true;
+    };
+    try {
+        return nlohmann::json::parse(text, limitDepth);
+    } catch (const nlohmann::json::exception& error) {
+        throw JsonError("not JSON: " + oneLine(withoutIdentifier(error.what())));
+    }
+}
+
+std::string oneLine(std::string text)
+{
+    std::ranges::replace_if(
+        text, [](unsigned char character) { return character < 0x20 || character == 0x7F; }, ' ');
+    return text;
+}
+
+}  // namespace bench

@@ -1,0 +1,198 @@
+#pragma once
+
+#include <array>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <shared_mutex>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Announcer.h"
+
+namespace bench {
+
+/// What a value of the state may be. Integers have 32 bits and a sign.
+enum class StateType {
+    Bool,
+    Int,
+    Text,
+    IntArray,
+    TextArray,
+    Versions,     ///< exactly 11 texts
+    IntMap,       ///< integers by decimal number; open: a new number may be set
+    TextMap,      ///< texts by decimal number; open
+    IntArrayMap,  ///< arrays of integers by decimal number; open
+    Config,       ///< true or false, integers and texts by keys that begin with '/'; open; a key keeps its type
+};
+
+struct StateRow {
+    std::string_view path;     ///< JSON Pointer
+    StateType type;            ///< what the value must be
+    std::string_view initial;  ///< JSON of the built-in value
+};
+
+/// The state of the simulated head unit: the one list of what there is. Everything else follows from it.
+inline constexpr auto kStateRows = std::to_array<StateRow>({
+    // The application manager: whether it can be reached; the modules it starts once this service is ready; whether a
+    // request brings Wi-Fi up, and after how many milliseconds.
+    {"/app_manager/available", StateType::Bool, "true"},
+    {"/app_manager/boot_modules", StateType::IntArray, "[1,2,3,5,7,8,9,15,20]"},
+    {"/app_manager/starts_on_request", StateType::Bool, "true"},
+    {"/app_manager/start_delay_ms", StateType::Int, "200"},
+
+    // Beginnings of the commands and of the paths to remove that fail without being carried out.
+    {"/system/failing_commands", StateType::TextArray, "[]"},
+    {"/system/failing_removals", StateType::TextArray, "[]"},
+
+    {"/source/current", StateType::Int, "1"},
+    {"/source/available", StateType::IntArray, "[1,3,6,7,9,10,14,16,25,30,44]"},
+
+    // An `available` that is false takes the service away from whoever asks for it next. Mute is by channel.
+    {"/audio/available", StateType::Bool, "true"},
+    {"/audio/volume_limit", StateType::Int, "40"},
+    {"/audio/volume", StateType::Int, "12"},
+    {"/audio/mute", StateType::IntMap, R"({"6":0})"},
+
+    // Frequencies and stations are by band, in the tuner's unit for the band (FM: 10 kHz).
+    {"/tuner/available", StateType::Bool, "true"},
+    {"/tuner/band", StateType::Int, "1"},
+    {"/tuner/frequency", StateType::IntMap, R"({"0":990,"1":8750,"3":0,"4":0})"},
+    {"/tuner/stations", StateType::IntArrayMap, R"({"0":[639,990],"1":[8750,9470,10110]})"},
+    {"/tuner/rds_af", StateType::Int, "0"},
+    {"/tuner/rds_ta", StateType::Int, "0"},
+
+    // An antenna in state 4 is good.
+    {"/system_misc/available", StateType::Bool, "true"},
+    {"/system_misc/radio_antenna", StateType::Int, "4"},
+    {"/system_misc/dab_antenna", StateType::Int, "4"},
+    {"/system_misc/gps_antenna", StateType::Int, "4"},
+    {"/system_misc/state", StateType::Int, "0"},
+
+    {"/bluetooth/attributes", StateType::TextMap, R"({"2":"5.2","3":"00:1A:7D:DA:71:13","4":"HeadUnit"})"},
+    {"/bluetooth/capabilities", StateType::IntMap, R"({"0":1,"9":0})"},
+    {"/bluetooth/media_connection/state", StateType::Int, "0"},
+    {"/bluetooth/media_connection/text", StateType::Text, R"("")"},
+    {"/bluetooth/phone_connection/state", StateType::Int, "0"},
+    {"/bluetooth/phone_connection/text", StateType::Text, R"("")"},
+    {"/bluetooth/music_status", StateType::Int, "0"},
+    {"/bluetooth/call_state", StateType::Int, "0"},
+    {"/bluetooth/delete_pairings_result", StateType::Int, "1"},
+
+    {"/power/available", StateType::Bool, "true"},
+    {"/power/screen_light_type", StateType::Int, "1"},
+    {"/power/status", StateType::Int, "16"},
+    {"/power/state", StateType::Int, "0"},
+    {"/power/shut_down", StateType::Bool, "false"},
+
+    {"/system_info/versions", StateType::Versions,
+     R"(["field0","field1","field2","field3","field4","field5","field6","field7","field8","field9","field10"])"},
+
+    {"/wifi/available", StateType::Bool, "true"},
+    {"/wifi/text", StateType::Text, R"("HeadUnit-WLAN")"},
+
+    {"/android_auto/state", StateType::Int, "0"},
+
+    {"/config", StateType::Config,
+     R"({"/engineering/open_debug":false,"/system/enable_cp_test":false,"/project/project_name":"bench"})"},
+});
+
+/// One row of the state, named by its path; a path that is not in the table does not compile.
+class StateKey
+{
+public:
+    // Implicit, so that the fakes can say state.number("/audio/volume").
+    consteval StateKey(const char* path) : index_(find(path)) {}
+
+    constexpr std::size_t index() const { return index_; }
+
+private:
+    static consteval std::size_t find(std::string_view path)
+    {
+        for (std::size_t index = 0; index < kStateRows.size(); ++index)
+            if (kStateRows[index].path == path)
+                return index;
+        throw "no such path in kStateRows";
+    }
+
+    std::size_t index_;
+};
+
+/// A reading or a change of the state that was refused; what() says in one line which path, why, and what would be
+/// right.
+class StateError : public std::runtime_error
+{
+public:
+    enum class Kind { UnknownPath, InvalidValue };
+
+    StateError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
+
+    Kind kind() const { return kind_; }
+
+private:
+    Kind kind_;
+};
+
+/// A change of the state that has been made.
+struct StateChange {
+    std::string path;
+    nlohmann::json value;
+};
+
+/// The state of the simulated head unit as one JSON document that fits kStateRows at any time. Any thread.
+class State
+{
+public:
+    State();
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    /// @param path JSON Pointer; empty: the whole state
+    /// @throws StateError (UnknownPath), also for a pointer that is malformed.
+    nlohmann::json get(const std::string& path) const;
+
+    /// Replaces the value at `path`, a single one, an array's element or a whole branch.
+    /// @throws StateError; nothing has changed then.
+    void set(const std::string& path, const nlohmann::json& value);
+
+    /// Merges `patch` over the state (RFC 7396); observers are told the whole state.
+    /// @throws StateError; nothing has changed then.
+    void merge(const nlohmann::json& patch);
+
+    /// Told after each change, in the order of the changes.
+    Announcer<StateChange>& changes() { return changes_; }
+
+    // What the fakes read. Each must be asked only for rows of its type.
+    bool flag(StateKey key) const;
+    int number(StateKey key) const;
+    std::string text(StateKey key) const;
+    std::vector<int> numbers(StateKey key) const;
+    std::vector<std::string> texts(StateKey key) const;
+
+    // What stands under a number in an open object; nothing, or an empty array, when it is not listed.
+    std::optional<int> numberAt(StateKey key, int number) const;
+    std::optional<std::string> textAt(StateKey key, int number) const;
+    std::vector<int> numbersAt(StateKey key, int number) const;
+
+    /// @returns the configuration's truth value under `key`; nothing when there is none or it is no truth value.
+    std::optional<bool> configFlag(const char* key) const;
+
+    /// @returns the configuration's text under `key`; nothing when there is none or it is no text.
+    std::optional<std::string> configText(const char* key) const;
+
+private:
+    const nlohmann::json& rowLocked(StateKey key) const { return *rows_[key.index()]; }
+    template <class Value>
+    Value read(StateKey key) const;
+    template <class Value>
+    std::optional<Value> readAt(StateKey key, int number) const;
+    void replaceLocked(nlohmann::json candidate);
+
+    mutable std::shared_mutex mutex_;
+    nlohmann::json document_;                                      // guarded by mutex_
+    std::array<const nlohmann::json*, kStateRows.size()> rows_{};  // into document_; guarded by mutex_
+    Announcer<StateChange> changes_;
+};
+
+}  // namespace bench
