@@ -1,0 +1,255 @@
+// A stand-in for the HMI: follows every signal of the engineering service and answers as an HMI would.
+
+#include <engineering_dbus.h>
+#include <gio/gio.h>
+#include <glib-unix.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "programs/Cli.h"
+#include "programs/Hmi.h"
+
+namespace {
+
+using programs::complain;
+
+constexpr const char* kProgram = "engineering-hmi";
+constexpr const char* kServiceName = "com.zent.linux.engineering";
+constexpr const char* kServicePath = "/com/zent/linux/engineering";
+constexpr const char* kHeadUnitName = "com.zent.linux.headunit";
+constexpr const char* kHeadUnitPath = "/com/zent/linux/headunit";
+
+struct ObjectDeleter {
+    void operator()(gpointer object) const { g_object_unref(object); }
+};
+template <class T>
+using ObjectPtr = std::unique_ptr<T, ObjectDeleter>;
+
+struct ErrorDeleter {
+    void operator()(GError* error) const { g_error_free(error); }
+};
+using ErrorPtr = std::unique_ptr<GError, ErrorDeleter>;
+
+struct VariantDeleter {
+    void operator()(GVariant* variant) const { g_variant_unref(variant); }
+};
+using VariantPtr = std::unique_ptr<GVariant, VariantDeleter>;
+
+/// What the signal handlers share; lives in main. Everything runs on the main thread, in the main loop.
+struct Follower {
+    bool json = false;
+    bool waiting = false;  // the service has not been seen yet, and that was said
+    int status = programs::kDone;
+    programs::Hmi hmi;
+    GMainLoop* loop = nullptr;
+    ComZentLinuxEngineering* proxy = nullptr;
+};
+
+nlohmann::ordered_json toJson(GVariant* value)
+{
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_VARIANT)) {
+        const VariantPtr inner(g_variant_get_variant(value));
+        return toJson(inner.get());
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN)) {
+        return g_variant_get_boolean(value) != FALSE;
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BYTE)) {
+        return g_variant_get_byte(value);
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_UINT32)) {
+        return g_variant_get_uint32(value);
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING)) {
+        gsize count = 0;
+        const auto* bytes = static_cast<const std::uint8_t*>(g_variant_get_fixed_array(value, &count, 1));
+        return std::vector<std::uint8_t>(bytes, bytes + count);
+    }
+    return nullptr;
+}
+
+/// Reads the arguments' names from the interface description, so that a signal added there is followed too.
+programs::Signal toSignal(const char* name, GVariant* parameters)
+{
+    programs::Signal signal{name};
+    const GDBusSignalInfo* info =
+        g_dbus_interface_info_lookup_signal(com_zent_linux_engineering_interface_info(), name);
+    if (info == nullptr) {
+        return signal;
+    }
+    for (gsize i = 0; i < g_variant_n_children(parameters) && info->args[i] != nullptr; ++i) {
+        const VariantPtr value(g_variant_get_child_value(parameters, i));
+        signal.arguments[info->args[i]->name] = toJson(value.get());
+    }
+    return signal;
+}
+
+void complainAbout(const char* what, GError* error)
+{
+    const ErrorPtr owned(error);
+    g_dbus_error_strip_remote_error(error);
+    complain(kProgram, std::string(what) + ": " + error->message);
+}
+
+void trackReported(GObject* source, GAsyncResult* result, gpointer)
+{
+    GError* error = nullptr;
+    if (!com_zent_linux_engineering_call_auto_test_set_track_index_finish(COM_ZENT_LINUX_ENGINEERING(source), result,
+                                                                          &error)) {
+        complainAbout("the service did not take the track index", error);
+    }
+}
+
+void volumeApplied(GObject* source, GAsyncResult* result, gpointer)
+{
+    GError* error = nullptr;
+    const VariantPtr reply(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
+    if (!reply) {
+        complainAbout("the head unit did not take the volume", error);
+    }
+}
+
+void perform(Follower& follower, const programs::Reaction& reaction)
+{
+    if (const auto* report = std::get_if<programs::ReportTrack>(&reaction)) {
+        com_zent_linux_engineering_call_auto_test_set_track_index(follower.proxy, report->track.mediaType,
+                                                                  report->track.index, nullptr, trackReported, nullptr);
+    } else if (const auto* apply = std::get_if<programs::ApplyVolume>(&reaction)) {
+        const std::string volume = std::to_string(apply->volume);
+        g_dbus_connection_call(g_dbus_proxy_get_connection(G_DBUS_PROXY(follower.proxy)), kHeadUnitName, kHeadUnitPath,
+                               kHeadUnitName, "SetState", g_variant_new("(ss)", "/audio/volume", volume.c_str()),
+                               nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, volumeApplied, nullptr);
+    }
+}
+
+void end(Follower& follower, int status)
+{
+    follower.status = status;
+    g_main_loop_quit(follower.loop);
+}
+
+void signalReceived(GDBusProxy*, gchar*, gchar* name, GVariant* parameters, gpointer data)
+{
+    auto& follower = *static_cast<Follower*>(data);
+    const programs::Signal signal = toSignal(name, parameters);
+    const std::string line = follower.json ? programs::asJson(signal) : programs::asText(signal);
+    if (std::puts(line.c_str()) < 0 || std::fflush(stdout) != 0) {
+        complain(kProgram, "standard output takes no more lines");
+        end(follower, programs::kFailed);
+        return;
+    }
+    perform(follower, follower.hmi.react(signal));
+}
+
+void noteOwner(Follower& follower)
+{
+    gchar* owner = g_dbus_proxy_get_name_owner(G_DBUS_PROXY(follower.proxy));
+    if (owner == nullptr && !follower.waiting) {
+        follower.waiting = true;
+        complain(kProgram, std::string("waiting for ") + kServiceName + " on the session bus");
+    }
+    g_free(owner);
+}
+
+void connectionClosed(GDBusConnection*, gboolean, GError*, gpointer data)
+{
+    complain(kProgram, "the session bus has gone away");
+    end(*static_cast<Follower*>(data), programs::kFailed);
+}
+
+gboolean askedToEnd(gpointer data)
+{
+    end(*static_cast<Follower*>(data), programs::kDone);
+    return G_SOURCE_CONTINUE;
+}
+
+/// @returns a proxy that hears the service's signals, whether the service is there yet or not; null after an error
+/// was said.
+ObjectPtr<ComZentLinuxEngineering> subscribe(Follower& follower)
+{
+    GError* error = nullptr;
+    const ObjectPtr<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error));
+    if (!bus) {
+        complainAbout("no session bus", error);
+        return nullptr;
+    }
+    g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
+    g_signal_connect(bus.get(), "closed", G_CALLBACK(connectionClosed), &follower);
+    constexpr auto kFlags =
+        static_cast<GDBusProxyFlags>(G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES | G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START);
+    ObjectPtr<ComZentLinuxEngineering> proxy(
+        com_zent_linux_engineering_proxy_new_sync(bus.get(), kFlags, kServiceName, kServicePath, nullptr, &error));
+    if (!proxy) {
+        complainAbout("cannot follow the service", error);
+        return nullptr;
+    }
+    g_signal_connect(proxy.get(), "g-signal", G_CALLBACK(signalReceived), &follower);
+    return proxy;
+}
+
+int follow(Follower& follower)
+{
+    const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(g_main_loop_new(nullptr, FALSE),
+                                                                        g_main_loop_unref);
+    follower.loop = loop.get();
+    g_unix_signal_add(SIGINT, askedToEnd, &follower);
+    g_unix_signal_add(SIGTERM, askedToEnd, &follower);
+
+    const auto proxy = subscribe(follower);
+    if (!proxy) {
+        return programs::kFailed;
+    }
+    follower.proxy = proxy.get();
+    noteOwner(follower);
+    std::fputs("ready\n", stderr);
+    g_main_loop_run(loop.get());
+    return follower.status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app(
+        "Stands in for the HMI: follows every signal of the engineering service on the session bus and answers as an\n"
+        "HMI does. It keeps a track index per media type, stores a selected track, answers a request for the track\n"
+        "with auto_test_set_track_index, and applies a volume change to the simulated head unit.\n"
+        "\n"
+        "Each signal is one line on standard output, written at once: the name, then the arguments by name,\n"
+        "  OnAutoTestModeChangeSignal mode=true\n"
+        "  uart_data_changed_signal cmd_one=0F cmd_two=00 param=[01] param_size=1\n"
+        "numbers in decimal, commands and parameter bytes in hexadecimal.\n"
+        "\n"
+        "The line `ready` on standard error says that from here on no signal is missed. The service may start before\n"
+        "or after; it is said once when it is being waited for. Ends with SIGINT or SIGTERM.",
+        kProgram);
+    Follower follower;
+    app.add_flag(
+        "--json", follower.json,
+        "One JSON object per line instead: `signal`, and the arguments by name; `param` is an array of numbers");
+    std::vector<std::string> tracks;
+    app.add_option("--track", tracks, "TYPE=INDEX: the current track of a media type, 0 unless told; repeatable")
+        ->allow_extra_args(false)
+        ->check([](const std::string& text) {
+            return programs::parseTrack(text) ? "" : "'" + text + "' is not TYPE=INDEX, each from 0 to 255";
+        });
+    if (const auto status = programs::parse(app, argc, argv)) {
+        return *status;
+    }
+    for (const std::string& track : tracks) {
+        follower.hmi.select(*programs::parseTrack(track));
+    }
+    // A reader that went away shows as a failed write.
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        return follow(follower);
+    } catch (const std::exception& error) {
+        complain(kProgram, error.what());
+        return programs::kFailed;
+    }
+}

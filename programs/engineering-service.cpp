@@ -1,0 +1,148 @@
+// The service on the bench: the framework that owns main, the station's line, and the simulated head unit.
+
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include "KYRSystem.h"
+#include "platform/bench/HeadUnit.h"
+#include "platform/bench/HeadUnitBus.h"
+#include "platform/bench/JsonText.h"
+#include "platform/bench/LogSystem.h"
+#include "platform/bench/PseudoTerminal.h"
+#include "platform/bench/Root.h"
+#include "platform/bench/RunDirectory.h"
+#include "platform/bench/SerialDevice.h"
+#include "platform/bench/ServiceFramework.h"
+#include "platform/bench/TtyWire.h"
+#include "platform/bench/UartOption.h"
+#include "platform/bench/Wire.h"
+#include "programs/Cli.h"
+
+namespace {
+
+constexpr const char* kProgram = "engineering-service";
+
+struct Options {
+    std::string uart = "pty:";
+    std::string root;
+    std::string headUnit;
+    std::string logConfiguration;
+};
+
+/// A file or value given on the command line that cannot be used.
+class WrongUse : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+void addOptions(CLI::App& app, Options& options)
+{
+    app.add_option("--uart", options.uart,
+                   "the station's line: pty:LINK makes a pseudo-terminal and a link to it, DEVICE[,BAUD] opens a "
+                   "serial device, at 115200 baud if not told otherwise; the default is a pseudo-terminal at 'uart' in "
+                   "the run directory ($XDG_RUNTIME_DIR/engineering or /tmp/engineering-$UID)");
+    app.add_option("--root", options.root,
+                   "the directory that stands for / in the paths on the persistent partition (/perm_data, /media, "
+                   "/kyr); the default is the real root");
+    app.add_option("--headunit", options.headUnit,
+                   "a JSON file that is merged over the simulated head unit's built-in state (RFC 7396)");
+    app.add_option("--log-conf", options.logConfiguration,
+                   "a zlog configuration with rules for the category 'engineering'; the default logs info and above "
+                   "to /perm_data/log/log_engineering.log");
+}
+
+std::string readFile(const std::string& path)
+{
+    errno = 0;
+    std::ifstream stream(path, std::ios::binary);
+    std::string text{std::istreambuf_iterator<char>(stream), {}};
+    if (!stream || errno == EISDIR)
+        throw WrongUse("the head unit's state " + path + " cannot be read: " + std::generic_category().message(errno));
+    return text;
+}
+
+void mergeFile(bench::HeadUnit& unit, const std::string& path)
+{
+    const std::string text = readFile(path);
+    try {
+        unit.mergeState(bench::parseJson(text));
+    } catch (const bench::JsonError& error) {
+        throw WrongUse("the head unit's state in " + path + " is " + error.what());
+    } catch (const bench::StateError& error) {
+        throw WrongUse("the head unit's state in " + path + " is refused: " + error.what());
+    }
+}
+
+void useLogConfiguration(const std::string& path)
+{
+    if (const std::string error = bench::useLogConfiguration(path); !error.empty())
+        throw WrongUse(error);
+}
+
+std::unique_ptr<bench::Terminal> openTerminal(const bench::UartOption& option)
+{
+    if (option.kind == bench::UartOption::Kind::Device)
+        return std::make_unique<bench::SerialDevice>(option.path, option.baud);
+    return std::make_unique<bench::PseudoTerminal>(option.path.empty() ? bench::makeRunDirectory() / "uart"
+                                                                       : option.path);
+}
+
+/// Runs the service; the process ends in here, by a signal.
+[[noreturn]] void run(const CLI::App& given, const Options& options, int argc, char** argv)
+{
+    const bench::UartOption uart = bench::parseUartOption(options.uart);
+    bench::HeadUnit unit;
+    if (given.count("--headunit") > 0)
+        mergeFile(unit, options.headUnit);
+    if (given.count("--log-conf") > 0)
+        useLogConfiguration(options.logConfiguration);
+
+    bench::TtyWire wire(openTerminal(uart));
+    bench::ServiceFramework framework(wire);
+    bench::installWire(&wire);
+    bench::setRoot(options.root);
+    bench::makeHeadUnitDirectories(KYR_GetRootPath());
+    unit.install();
+    bench::HeadUnitBus bus(unit);
+    std::string busError;
+    bus.start(busError);
+
+    framework.initialise(argc, argv);
+    unit.serviceInitialised();
+    framework.announceReady(busError);
+    framework.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("The engineering service on the bench, with a simulated head unit behind it.", kProgram);
+    Options options;
+    addOptions(app, options);
+    if (const auto status = programs::parse(app, argc, argv))
+        return *status;
+
+    bench::prepareProcess();
+    try {
+        run(app, options, argc, argv);
+    } catch (const bench::UartOptionError& error) {
+        bench::report(error.what());
+        return programs::kWrongUse;
+    } catch (const WrongUse& error) {
+        bench::report(error.what());
+        return programs::kWrongUse;
+    } catch (const std::exception& error) {
+        bench::report(error.what());
+        return programs::kFailed;
+    }
+}

@@ -1,0 +1,162 @@
+#include "station/SerialLink.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace station {
+
+namespace {
+
+constexpr auto kSpeeds = std::to_array<std::pair<unsigned, speed_t>>({
+    {1200, B1200},
+    {2400, B2400},
+    {4800, B4800},
+    {9600, B9600},
+    {19200, B19200},
+    {38400, B38400},
+    {57600, B57600},
+    {115200, B115200},
+    {230400, B230400},
+    {460800, B460800},
+    {921600, B921600},
+});
+
+/// @returns milliseconds for poll(), rounded up so that it does not return just before the deadline.
+int pollTimeout(SerialLink::Clock::time_point deadline)
+{
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SerialLink::Clock::now()).count();
+    constexpr decltype(left) kLongest = 3600 * 1000;
+    return static_cast<int>(std::clamp<decltype(left)>(left, 0, kLongest));
+}
+
+}  // namespace
+
+SerialLink::SerialLink(const std::string& path, unsigned baud)
+    : path_(path)
+    // Without O_NONBLOCK the opening of a device would wait for a carrier.
+    , descriptor_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK))
+{
+    if (descriptor_ < 0) {
+        fail(errno, "cannot open");
+    }
+    try {
+        configure(baud);
+    } catch (...) {
+        close(descriptor_);
+        throw;
+    }
+}
+
+SerialLink::~SerialLink()
+{
+    if (descriptor_ >= 0) {
+        close(descriptor_);
+    }
+}
+
+SerialLink::SerialLink(SerialLink&& other) noexcept
+    : path_(std::move(other.path_)), descriptor_(std::exchange(other.descriptor_, -1))
+{
+}
+
+void SerialLink::configure(unsigned baud)
+{
+    const auto speed = std::ranges::find(kSpeeds, baud, &std::pair<unsigned, speed_t>::first);
+    if (speed == kSpeeds.end()) {
+        fail(EINVAL, "no serial device runs at this number of baud");
+    }
+    termios settings{};
+    if (tcgetattr(descriptor_, &settings) != 0) {
+        fail(errno, "not a serial line");
+    }
+    cfmakeraw(&settings);
+    settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | CRTSCTS);
+    settings.c_cflag |= CLOCAL | CREAD;
+    cfsetispeed(&settings, speed->second);
+    cfsetospeed(&settings, speed->second);
+    if (tcsetattr(descriptor_, TCSANOW, &settings) != 0) {
+        fail(errno, "cannot set up");
+    }
+}
+
+void SerialLink::discardInput()
+{
+    tcflush(descriptor_, TCIFLUSH);
+    // What a pseudo-terminal has taken from its other end, but not yet passed on, the flush does not reach.
+    // It holds far less than what is read here at most; a line on which bytes come without end is not waited for.
+    constexpr int kReads = 64;
+    std::array<std::uint8_t, 4096> dropped;
+    for (int i = 0; i < kReads && waitFor(POLLIN, Clock::now()) && readAvailable(dropped) > 0; ++i) {
+    }
+}
+
+void SerialLink::write(protocol::Bytes bytes, Clock::time_point deadline)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+        if (written > 0) {
+            bytes = bytes.subspan(static_cast<std::size_t>(written));
+        } else if (written < 0 && errno != EAGAIN && errno != EINTR) {
+            fail(errno, "cannot write");
+        } else if (!waitFor(POLLOUT, deadline)) {
+            fail(ETIMEDOUT, "the line takes no more bytes");
+        }
+    }
+}
+
+std::size_t SerialLink::read(std::span<std::uint8_t> out, Clock::time_point deadline)
+{
+    while (waitFor(POLLIN, deadline)) {
+        if (const std::size_t count = readAvailable(out); count > 0) {
+            return count;
+        }
+    }
+    return 0;
+}
+
+bool SerialLink::waitFor(short events, Clock::time_point deadline) const
+{
+    pollfd request{descriptor_, events, 0};
+    for (;;) {
+        const int ready = poll(&request, 1, pollTimeout(deadline));
+        if (ready > 0) {
+            return true;
+        }
+        if (ready < 0 && errno != EINTR) {
+            fail(errno, "cannot wait for");
+        }
+        if (Clock::now() >= deadline) {
+            return false;
+        }
+    }
+}
+
+std::size_t SerialLink::readAvailable(std::span<std::uint8_t> out)
+{
+    const ssize_t count = ::read(descriptor_, out.data(), out.size());
+    if (count > 0) {
+        return static_cast<std::size_t>(count);
+    }
+    if (count == 0 || errno == EIO) {
+        fail(EIO, "the other end has closed the line");
+    }
+    if (errno != EAGAIN && errno != EINTR) {
+        fail(errno, "cannot read");
+    }
+    return 0;
+}
+
+void SerialLink::fail(int error, const char* what) const
+{
+    throw std::system_error(error, std::generic_category(), path_ + ": " + what);
+}
+
+}  // namespace station
