@@ -1,0 +1,311 @@
+// The bridge on a real bus of the test's own.
+
+#include "engineering/KYREngineeringService_IPC.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+
+#include "engineering/BusBacklog.h"
+#include "engineering/EngineeringSignals.h"
+#include "engineering/KYRSingleton.h"
+#include "engineering/UARTMgr/KYRUARTManage.h"
+#include "platform/bench/HeadUnit.h"
+#include "platform/bench/Root.h"
+#include "tests/integration/BusClient.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/RecordedWire.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+/// GDBus and the bridge last as long as the process, and so does all that they refer to.
+struct Bridge {
+    Bridge()
+    {
+        setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
+        bench::setRoot(root.path().string());
+        bench::makeHeadUnitDirectories(root.path().string());
+        unit.install();
+        KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init();
+        KYRSingleton<KYRUARTManage>::GetInstance();
+        EXPECT_TRUE(log.waitFor("INFO [rkb]engineering: nameAcquiredCB , Acquired bus name: com.zent.linux.engineering."));
+    }
+
+    LogRecorder log;
+    tests::PrivateBus bus;
+    tests::TempDir root;
+    bench::HeadUnit unit;
+    RecordedWire station;
+};
+
+class BridgeTest : public testing::Test
+{
+public:
+    BridgeTest() : client(bridge().bus.address())
+    {
+        bridge().station.clear();
+        log.clear();
+    }
+
+    static Bridge& bridge()
+    {
+        static Bridge* const instance = new Bridge;
+        return *instance;
+    }
+
+    static std::vector<std::string> replies() { return bridge().station.replies(); }
+
+    LogRecorder log;
+    tests::BusClient client;
+};
+
+TEST_F(BridgeTest, EveryEmitFunctionSendsItsSignal)
+{
+    const unsigned char ucParams[] = {0x01, 0xFF};
+
+    emit_uart_data_changed_signal(0x0F, 0x00, ucParams, 2);
+    emit_on_auto_test_media_play_action_signal(MEDIA_TYPE_1, MEDIA_PLAY_ACTION_2);
+    emit_on_auto_test_media_select_track_signal(MEDIA_TYPE_3, 5);
+    emit_on_auto_test_get_media_track_signal(MEDIA_TYPE_2);
+    emit_on_auto_test_volume_change_signal(12);
+    emit_on_auto_test_mode_changed_signal(1);
+    emit_on_auto_test_set_fader_balance_signal(7, 10);
+    emit_on_auto_test_enter_aging_test_signal(0);
+    emit_on_auto_test_require_aging_test_signal();
+    emit_on_auto_test_select_page_signal(static_cast<AUTO_TEST_PAGE_TYPE>(70000));
+    emit_on_auto_test_set_eq_switch_signal(5);
+
+    EXPECT_THAT(client.waitForSignals(11),
+                ElementsAre("uart_data_changed_signal (byte 0x0f, byte 0x00, <[byte 0x01, 0xff]>, byte 0x02)",
+                            "OnAutoTestMediaPlayActionSignal (byte 0x01, byte 0x02)",
+                            "OnAutoTestMediaSelectTrackSignal (byte 0x03, byte 0x05)",
+                            "OnAutoTestGetMediaTrackIndexSignal (byte 0x02,)",
+                            "OnAutoTestVolumeChangeSignal (byte 0x0c,)", "OnAutoTestModeChangeSignal (true,)",
+                            "OnAutoTestSetFaderBalanceSignal (byte 0x07, byte 0x0a)",
+                            "OnAutoTestEnterAgingTestSignal (false,)", "OnAutoTestRequireAgingTestStateSignal ()",
+                            "OnAutoTestSelectPageSignal (uint32 70000,)", "OnAutoTestSetEqSwitchSignal (true,)"));
+}
+
+TEST_F(BridgeTest, EmittingLeavesTheFunctionsLinesInTheLog)
+{
+    emit_uart_data_changed_signal(0x2A, 0xA2, nullptr, 0);
+    emit_on_auto_test_media_play_action_signal(MEDIA_TYPE_1, MEDIA_PLAY_ACTION_2);
+    emit_on_auto_test_media_select_track_signal(MEDIA_TYPE_3, 5);
+    emit_on_auto_test_get_media_track_signal(MEDIA_TYPE_2);
+    emit_on_auto_test_volume_change_signal(12);
+    emit_on_auto_test_mode_changed_signal(1);
+    emit_on_auto_test_set_fader_balance_signal(7, 10);
+    emit_on_auto_test_enter_aging_test_signal(1);
+    emit_on_auto_test_require_aging_test_signal();
+    emit_on_auto_test_select_page_signal(static_cast<AUTO_TEST_PAGE_TYPE>(2));
+    emit_on_auto_test_set_eq_switch_signal(1);
+
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre("DEBUG [rkb] emit_uart_data_changed_signal, cmd_one = 2a, cmd_two = a2, param_size = 0",
+                    "DEBUG emit_on_auto_test_media_play_action_signal, media_type = 1, media_play_action = 2",
+                    "DEBUG emit_on_auto_test_media_select_track_signal, media_type = 3, track_index = 5",
+                    "DEBUG emit_on_auto_test_get_media_track_signal, media_type = 2",
+                    "INFO emit_on_auto_test_mode_changed_signal, is_auto_test_mode = 1",
+                    "INFO emit_on_auto_test_set_fader_balance_signal, fader_value = 7, balance_value = 10",
+                    "INFO emit_on_auto_test_enter_aging_test_signal, is_aging_test_mode = 1"));
+}
+
+TEST_F(BridgeTest, AFrameWithoutParametersTravelsWithAnEmptyArray)
+{
+    emit_uart_data_changed_signal(0x0F, 0xFF, nullptr, 0);
+
+    EXPECT_THAT(client.waitForSignals(1),
+                ElementsAre("uart_data_changed_signal (byte 0x0f, byte 0xff, <@ay []>, byte 0x00)"));
+}
+
+TEST_F(BridgeTest, MoreThan256ParametersAreCutAndTheCountKeepsItsLow8Bits)
+{
+    const std::vector<unsigned char> params(300, 0x41);
+
+    emit_uart_data_changed_signal(0x0F, 0xFF, params.data(), 300);
+
+    const auto signals = client.waitForSignals(1);
+    ASSERT_THAT(signals, SizeIs(1));
+    EXPECT_THAT(signals[0], testing::EndsWith(", byte 0x2c)"));  // 300 - 256
+    const auto text = signals[0];
+    std::size_t elements = 0;
+    for (std::size_t at = text.find("0x41"); at != std::string::npos; at = text.find("0x41", at + 1))
+        ++elements;
+    EXPECT_EQ(elements, 256U);
+}
+
+struct SendCase {
+    const char* arguments;
+    std::vector<std::string> replies;
+};
+
+TEST_F(BridgeTest, UartSendDataSendsTheFirstBytesAndFillsUpWithZeroes)
+{
+    const SendCase cases[] = {
+        {"(byte 0x8E, byte 0x01, <[byte 1, 2, 3]>, uint16 3)", {"8E 01 [01 02 03]"}},
+        {"(byte 0x8E, byte 0x01, <[byte 1, 2, 3]>, uint16 0)", {"8E 01 []"}},
+        {"(byte 0x8E, byte 0x01, <[byte 1, 2, 3]>, uint16 2)", {"8E 01 [01 02]"}},
+        {"(byte 0x8E, byte 0x01, <[byte 1, 2, 3]>, uint16 5)", {"8E 01 [01 02 03 00 00]"}},
+        {"(byte 0x8E, byte 0x01, <@ay []>, uint16 1)", {"8E 01 [00]"}},
+        {"(byte 0x8E, byte 0x01, <'text'>, uint16 0)", {"8E 01 []"}},
+    };
+    for (const SendCase& row : cases) {
+        bridge().station.clear();
+
+        EXPECT_EQ(client.callEngineering("uart_send_data", row.arguments), "()") << row.arguments;
+
+        EXPECT_TRUE(bridge().station.waitForFrames(row.replies.size()));
+        EXPECT_EQ(replies(), row.replies) << row.arguments;
+    }
+}
+
+TEST_F(BridgeTest, UartSendDataTakes20BytesAndRefusesMoreWithSuccessAndAnErrorLine)
+{
+    const std::string strTwentyOne = "<[byte 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21]>";
+
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, " + strTwentyOne + ", uint16 21)"), "()");
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, " + strTwentyOne + ", uint16 65535)"),
+              "()");
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, " + strTwentyOne + ", uint16 20)"), "()");
+
+    ASSERT_TRUE(bridge().station.waitForFrames(1));
+    EXPECT_THAT(replies(), ElementsAre("8E 01 [01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14]"));
+    EXPECT_THAT(log.errors(),
+                ElementsAre("ERROR uart_send_data, 21 parameter bytes are more than 20, nothing is sent",
+                            "ERROR uart_send_data, 65535 parameter bytes are more than 20, nothing is sent"));
+}
+
+TEST_F(BridgeTest, UartSendDataRefusesAParameterThatIsNoArrayOfBytes)
+{
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, <'text'>, uint16 2)"), "()");
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 2, <[byte 9]>, uint16 1)"), "()");
+
+    ASSERT_TRUE(bridge().station.waitForFrames(1));
+    EXPECT_THAT(replies(), ElementsAre("8E 02 [09]"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR uart_send_data, param is no array of bytes, nothing is sent"));
+}
+
+TEST_F(BridgeTest, UartSendDataTakesAHugeArray)
+{
+    std::string strHuge = "[byte 7";
+    for (int i = 0; i < 100'000; ++i)
+        strHuge += ", 7";
+
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, <" + strHuge + "]>, uint16 2)"), "()");
+
+    ASSERT_TRUE(bridge().station.waitForFrames(1));
+    EXPECT_THAT(replies(), ElementsAre("8E 01 [07 07]"));
+}
+
+TEST_F(BridgeTest, TracksAndKeysReachTheStation)
+{
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 2, byte 7)"), "()");
+    ASSERT_TRUE(bridge().station.waitForFrames(1));
+    EXPECT_THAT(replies(), ElementsAre("83 0D [07]"));
+
+    bridge().station.sendCommand(0x0F, 0x00, {0x01});
+    bridge().station.sendCommand(0x06, 0x0B, {0x01});
+    bridge().station.clear();
+    EXPECT_EQ(client.callEngineering("auto_test_feedback_key_event", "(byte 64, byte 16)"), "()");
+    ASSERT_TRUE(bridge().station.waitForFrames(1));
+    EXPECT_THAT(replies(), ElementsAre("86 11 [25 04]"));
+    bridge().station.sendCommand(0x0F, 0x00, {0x00});
+}
+
+TEST_F(BridgeTest, AMethodThatTheInterfaceLacksAndWrongTypesAreRefusedByTheBusLibrary)
+{
+    EXPECT_EQ(client.callEngineering("no_such_method", "()"), "org.freedesktop.DBus.Error.UnknownMethod");
+    EXPECT_EQ(client.callEngineering("uart_send_data", "('a', 'b')"), "org.freedesktop.DBus.Error.InvalidArgs");
+    EXPECT_THAT(replies(), IsEmpty());
+}
+
+TEST_F(BridgeTest, ABusThatStandsStillCostsAMomentAndThenNothing)
+{
+    const std::vector<unsigned char> params(200, 0x55);
+    bridge().bus.stop();
+
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 20'000; ++i)
+        emit_uart_data_changed_signal(0x0C, 0x01, params.data(), 200);
+    const auto took = std::chrono::steady_clock::now() - start;
+
+    bridge().bus.cont();
+    EXPECT_LT(took, std::chrono::seconds(5));
+    EXPECT_THAT(log.lines(), Contains("WARN D-Bus takes no signals, they are dropped until it does"));
+
+    // It takes signals again by itself.
+    const auto signals = client.waitForSignals(BusBacklog::kLimit);
+    EXPECT_LT(signals.size(), 20'000U);
+    for (std::size_t count = client.waitForSignals(0).size();;) {
+        emit_on_auto_test_volume_change_signal(1);
+        if (client.waitForSignals(count + 1).size() > count)
+            break;
+    }
+    EXPECT_THAT(log.lines(), Contains(StartsWith("WARN D-Bus takes signals again, ")));
+}
+
+TEST(GvariantData, BuildsAndExtractsAnyNumberOfBytes)
+{
+    for (const int length : {0, 1, 20, 256}) {
+        const std::vector<unsigned char> bytes(static_cast<std::size_t>(length), 0xA5);
+        GVariant* const variant = g_variant_ref_sink(gvariant_data_build(bytes.data(), length));
+        std::vector<unsigned char> buffer(300, 0x00);
+
+        EXPECT_STREQ(g_variant_get_type_string(variant), "v");
+        EXPECT_TRUE(gvariant_data_extract(buffer, variant));
+
+        std::vector<unsigned char> expected = bytes;
+        expected.resize(300, 0x00);
+        EXPECT_EQ(buffer, expected) << length;
+        g_variant_unref(variant);
+    }
+}
+
+TEST(GvariantData, ANegativeLengthBuildsAnEmptyArray)
+{
+    GVariant* const variant = g_variant_ref_sink(gvariant_data_build(nullptr, -1));
+    GVariant* const inner = g_variant_get_variant(variant);
+
+    EXPECT_EQ(g_variant_n_children(inner), 0U);
+
+    g_variant_unref(inner);
+    g_variant_unref(variant);
+}
+
+TEST(GvariantData, ExtractingStopsAtTheBuffersEnd)
+{
+    const std::vector<unsigned char> bytes(30, 0xA5);
+    GVariant* const variant = g_variant_ref_sink(gvariant_data_build(bytes.data(), 30));
+    std::array<unsigned char, 24> memory{};
+
+    EXPECT_TRUE(gvariant_data_extract(std::span(memory).first(20), variant));
+
+    EXPECT_EQ(memory[19], 0xA5);
+    EXPECT_EQ(memory[20], 0x00);
+    g_variant_unref(variant);
+}
+
+TEST(GvariantData, AnythingButAnArrayOfBytesLeavesTheBufferAlone)
+{
+    GVariant* const variant = g_variant_ref_sink(g_variant_new_variant(g_variant_new_string("text")));
+    unsigned char buffer[4] = {1, 2, 3, 4};
+
+    EXPECT_FALSE(gvariant_data_extract(buffer, variant));
+
+    EXPECT_THAT(buffer, ElementsAre(1, 2, 3, 4));
+    g_variant_unref(variant);
+}
+
+}  // namespace

@@ -1,0 +1,39 @@
+#include "engineering/PersistentPath.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/bench/Root.h"
+
+namespace {
+
+class PersistentPathTest : public testing::Test
+{
+protected:
+    ~PersistentPathTest() override { bench::setRoot(""); }
+};
+
+TEST_F(PersistentPathTest, OnAHeadUnitItIsThePathItself)
+{
+    bench::setRoot("");
+
+    EXPECT_EQ(PersistentPath("/media/backup.txt"), "/media/backup.txt");
+    EXPECT_EQ(PersistentShellPath("/media/backup.txt"), "/media/backup.txt");
+}
+
+TEST_F(PersistentPathTest, TheRootStandsInFront)
+{
+    bench::setRoot("/tmp/unit-1");
+
+    EXPECT_EQ(PersistentPath("/media/backup.txt"), "/tmp/unit-1/media/backup.txt");
+    EXPECT_EQ(PersistentShellPath("/media/backup.txt"), "/tmp/unit-1/media/backup.txt");
+}
+
+TEST_F(PersistentPathTest, ARootThatTheShellWouldSplitIsQuoted)
+{
+    bench::setRoot("/tmp/my unit's");
+
+    EXPECT_EQ(PersistentPath("/media"), "/tmp/my unit's/media");
+    EXPECT_EQ(PersistentShellPath("/media"), "'/tmp/my unit'\\''s'/media");
+}
+
+}  // namespace

@@ -1,0 +1,124 @@
+#include "tests/integration/BenchTest.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+
+namespace tests {
+
+using testing::IsEmpty;
+
+namespace {
+
+/// @returns the options that a variable holds, ready to be followed by another.
+std::string optionsOf(const char* variable)
+{
+    const char* options = std::getenv(variable);
+    return options == nullptr ? "" : std::string(options) + ":";
+}
+
+}  // namespace
+
+void RawLine::write(const std::vector<std::uint8_t>& bytes)
+{
+    link_.write(bytes, station::SerialLink::Clock::now() + kGenerous);
+}
+
+std::vector<std::uint8_t> RawLine::read(std::size_t count, std::chrono::nanoseconds timeout)
+{
+    const auto deadline = station::SerialLink::Clock::now() + timeout;
+    std::vector<std::uint8_t> bytes(count);
+    std::size_t have = 0;
+    while (have < count) {
+        const std::size_t got = link_.read(std::span(bytes).subspan(have), deadline);
+        if (got == 0) {
+            break;
+        }
+        have += got;
+    }
+    bytes.resize(have);
+    return bytes;
+}
+
+void RawLine::expectExchange(const std::vector<std::uint8_t>& request, const std::vector<std::uint8_t>& reply)
+{
+    write(request);
+    EXPECT_EQ(read(reply.size()), reply);
+}
+
+BenchTest::BenchTest()
+{
+    std::filesystem::create_directory(directory() / "run");
+    std::filesystem::permissions(directory() / "run", std::filesystem::perms::owner_all);
+    environment_ = {
+        {"DBUS_SESSION_BUS_ADDRESS", bus_.address()},
+        {"XDG_RUNTIME_DIR", (directory() / "run").string()},
+        {"DISPLAY", std::nullopt},
+        {"NOTIFY_SOCKET", std::nullopt},
+        // By itself ThreadSanitizer makes a program linger for a second when it ends.
+        {"TSAN_OPTIONS", optionsOf("TSAN_OPTIONS") + "atexit_sleep_ms=0"},
+    };
+}
+
+BenchTest::~BenchTest() = default;
+
+void BenchTest::TearDown()
+{
+    for (const auto& process : processes_) {
+        if (const auto ended = process->wait(std::chrono::nanoseconds(0)); !ended) {
+            process->signal(SIGTERM);
+            EXPECT_EQ(process->wait(), 0) << process->output(ChildProcess::Stream::kErr);
+        }
+        EXPECT_THAT(sanitizerReport(process->output(ChildProcess::Stream::kErr)), IsEmpty())
+            << process->output(ChildProcess::Stream::kErr);
+    }
+}
+
+ChildProcess& BenchTest::start(const std::vector<std::string>& arguments)
+{
+    processes_.push_back(std::make_unique<ChildProcess>(arguments, environment_));
+    return *processes_.back();
+}
+
+Outcome BenchTest::run(const std::vector<std::string>& arguments)
+{
+    const Outcome outcome = tests::run(arguments, environment_);
+    EXPECT_THAT(sanitizerReport(outcome.err), IsEmpty()) << outcome.err;
+    return outcome;
+}
+
+ChildProcess& BenchTest::startService(const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> all{ENGINEERING_SERVICE, "--root", root().string()};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    ChildProcess& service = start(all);
+    if (!service.waitForLine(ChildProcess::Stream::kErr, "ready uart=")) {
+        throw std::runtime_error("the service did not get ready: " + service.output(ChildProcess::Stream::kErr));
+    }
+    return service;
+}
+
+void BenchTest::expectEnd(ChildProcess& process, int status)
+{
+    EXPECT_EQ(process.wait(), status) << process.output(ChildProcess::Stream::kErr);
+}
+
+void BenchTest::hideBus()
+{
+    environment_["DBUS_SESSION_BUS_ADDRESS"] = std::nullopt;
+}
+
+std::vector<std::string> linesOf(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+}  // namespace tests

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "station/SerialLink.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/TempDir.h"
+
+namespace tests {
+
+/// A station's end of the line, in plain bytes: neither the codec nor the station's reply rules stand between.
+class RawLine
+{
+public:
+    explicit RawLine(const std::filesystem::path& path) : link_(path.string()) {}
+
+    void write(const std::vector<std::uint8_t>& bytes);
+
+    /// @returns `count` bytes, fewer when they have not come within `timeout`.
+    std::vector<std::uint8_t> read(std::size_t count, std::chrono::nanoseconds timeout = kGenerous);
+
+    /// Writes `request` and reads as many bytes as `reply` has.
+    void expectExchange(const std::vector<std::uint8_t>& request, const std::vector<std::uint8_t>& reply);
+
+private:
+    station::SerialLink link_;
+};
+
+/// A directory, a bus and programs of the test's own. At the end each program that still runs is asked to end, has to
+/// do so with status 0, and must not have reported a sanitizer's finding.
+class BenchTest : public testing::Test
+{
+protected:
+    BenchTest();
+    ~BenchTest() override;
+
+    void TearDown() override;
+
+    /// Starts a program in the bench's environment.
+    ChildProcess& start(const std::vector<std::string>& arguments);
+
+    /// Runs a program to its end in the bench's environment.
+    Outcome run(const std::vector<std::string>& arguments);
+
+    /// Starts the service with a root of its own and further `arguments`, and waits until it is ready.
+    ChildProcess& startService(const std::vector<std::string>& arguments = {});
+
+    /// Waits for the end of a program that should end on its own or has been told to.
+    void expectEnd(ChildProcess& process, int status);
+
+    /// Lets the programs started from here on have no session bus at all.
+    void hideBus();
+
+    /// Sends `command` until `wanted` says so of its reply.
+    template <class Predicate>
+    bool pollLine(const std::vector<std::uint8_t>& command, std::size_t replyLength, Predicate wanted)
+    {
+        RawLine line(link());
+        const auto deadline = std::chrono::steady_clock::now() + kGenerous;
+        while (std::chrono::steady_clock::now() < deadline) {
+            line.write(command);
+            if (wanted(line.read(replyLength, std::chrono::seconds(1)))) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    const std::filesystem::path& directory() const { return directory_.path(); }
+    std::filesystem::path root() const { return directory() / "root"; }
+    std::filesystem::path link() const { return directory() / "run" / "engineering" / "uart"; }
+    PrivateBus& bus() { return bus_; }
+    ChildProcess::Environment& environment() { return environment_; }
+
+private:
+    TempDir directory_;
+    PrivateBus bus_;
+    ChildProcess::Environment environment_;
+    std::vector<std::unique_ptr<ChildProcess>> processes_;
+};
+
+/// @returns the lines of `text`.
+std::vector<std::string> linesOf(const std::string& text);
+
+}  // namespace tests

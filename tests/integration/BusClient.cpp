@@ -1,0 +1,136 @@
+#include "tests/integration/BusClient.h"
+
+#include <future>
+#include <stdexcept>
+
+namespace tests {
+
+namespace {
+
+constexpr const char* kEngineering = "com.zent.linux.engineering";
+constexpr const char* kEngineeringPath = "/com/zent/linux/engineering";
+constexpr const char* kBus = "org.freedesktop.DBus";
+constexpr const char* kBusPath = "/org/freedesktop/DBus";
+
+std::string print(GVariant* value)
+{
+    gchar* text = g_variant_print(value, TRUE);
+    std::string printed(text);
+    g_free(text);
+    return printed;
+}
+
+GVariant* parse(const std::string& text)
+{
+    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr);
+    if (value == nullptr) {
+        throw std::runtime_error("no arguments: " + text);
+    }
+    return value;
+}
+
+}  // namespace
+
+BusClient::BusClient(const std::string& address)
+    : context_(g_main_context_new())
+    , loop_(g_main_loop_new(context_, FALSE))
+    , connection_(g_dbus_connection_new_for_address_sync(
+          address.c_str(),
+          static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                            G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+          nullptr, nullptr, nullptr))
+{
+    if (connection_ == nullptr) {
+        throw std::runtime_error("no bus at " + address);
+    }
+    std::promise<void> subscribed;
+    thread_ = std::thread([this, &subscribed] {
+        g_main_context_push_thread_default(context_);
+        subscribe();
+        subscribed.set_value();
+        g_main_loop_run(loop_);
+        g_main_context_pop_thread_default(context_);
+    });
+    subscribed.get_future().wait();
+    // The bus serves a client's messages in their order: when it answers this one, the subscription holds.
+    call(kBus, kBusPath, kBus, "GetId", nullptr);
+}
+
+BusClient::~BusClient()
+{
+    // In the loop's own thread, so that it is running when it is told to end.
+    g_main_context_invoke(
+        context_,
+        [](gpointer loop) -> gboolean {
+            g_main_loop_quit(static_cast<GMainLoop*>(loop));
+            return G_SOURCE_REMOVE;
+        },
+        loop_);
+    thread_.join();
+    g_dbus_connection_close_sync(connection_, nullptr, nullptr);
+    g_object_unref(connection_);
+    g_main_loop_unref(loop_);
+    g_main_context_unref(context_);
+}
+
+void BusClient::subscribe()
+{
+    g_dbus_connection_signal_subscribe(
+        connection_, nullptr, kEngineering, nullptr, kEngineeringPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+        [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* name, GVariant* arguments,
+           gpointer self) { static_cast<BusClient*>(self)->record(name, arguments); },
+        this, nullptr);
+}
+
+void BusClient::record(const char* name, GVariant* arguments)
+{
+    const std::lock_guard lock(mutex_);
+    signals_.push_back(std::string(name) + " " + print(arguments));
+    changed_.notify_all();
+}
+
+std::vector<std::string> BusClient::waitForSignals(std::size_t count)
+{
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, kGenerous, [&] { return signals_.size() >= count; });
+    return signals_;
+}
+
+std::string BusClient::callEngineering(const std::string& method, const std::string& arguments)
+{
+    return call(kEngineering, kEngineeringPath, kEngineering, method, parse(arguments));
+}
+
+std::string BusClient::call(const char* name, const char* path, const char* interface, const std::string& method,
+                            GVariant* arguments)
+{
+    constexpr int kTimeoutMs = 20'000;
+    GError* error = nullptr;
+    GVariant* reply =
+        g_dbus_connection_call_sync(connection_, name, path, interface, method.c_str(), arguments, nullptr,
+                                    G_DBUS_CALL_FLAGS_NO_AUTO_START, kTimeoutMs, nullptr, &error);
+    if (reply == nullptr) {
+        gchar* errorName = g_dbus_error_get_remote_error(error);
+        std::string text(errorName != nullptr ? errorName : error->message);
+        g_free(errorName);
+        g_error_free(error);
+        return text;
+    }
+    std::string text = print(reply);
+    g_variant_unref(reply);
+    return text;
+}
+
+bool BusClient::own(const std::string& name)
+{
+    constexpr guint32 kDoNotQueue = 4;
+    return call(kBus, kBusPath, kBus, "RequestName", g_variant_new("(su)", name.c_str(), kDoNotQueue)) == "(uint32 1,)";
+}
+
+void BusClient::emitEngineering(const std::string& signal, const std::string& arguments)
+{
+    g_dbus_connection_emit_signal(connection_, nullptr, kEngineeringPath, kEngineering, signal.c_str(),
+                                  parse(arguments), nullptr);
+}
+
+}  // namespace tests

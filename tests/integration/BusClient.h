@@ -1,0 +1,61 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+
+namespace tests {
+
+/// A program on the bus, played by the test: calls methods and records every signal of the engineering interface as
+/// text, `OnAutoTestModeChangeSignal (true,)`, in the notation of the bus's own tools.
+class BusClient
+{
+public:
+    /// Connects to `address` and returns when no signal can be missed any more.
+    explicit BusClient(const std::string& address);
+    ~BusClient();
+
+    BusClient(const BusClient&) = delete;
+    BusClient& operator=(const BusClient&) = delete;
+
+    /// Calls a method of the engineering service with `arguments` in the same notation.
+    /// @returns the reply as text, or the name of the error.
+    std::string callEngineering(const std::string& method, const std::string& arguments);
+
+    /// Waits until `count` signals have come.
+    /// @returns all that have come, fewer when they do not come.
+    std::vector<std::string> waitForSignals(std::size_t count);
+
+    /// Asks the bus for a name.
+    /// @returns whether this client owns it now.
+    bool own(const std::string& name);
+
+    /// Broadcasts a signal of the engineering interface, as if this were the service.
+    void emitEngineering(const std::string& signal, const std::string& arguments);
+
+    GDBusConnection* connection() const { return connection_; }
+
+private:
+    void record(const char* name, GVariant* arguments);
+    std::string call(const char* name, const char* path, const char* interface, const std::string& method,
+                     GVariant* arguments);
+    void subscribe();
+
+    GMainContext* context_;
+    GMainLoop* loop_;
+    GDBusConnection* connection_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> signals_;  // guarded by mutex_
+    std::thread thread_;
+};
+
+}  // namespace tests

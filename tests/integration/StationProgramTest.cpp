@@ -1,0 +1,122 @@
+#include <gmock/gmock.h>
+
+#include "tests/integration/BenchTest.h"
+#include "tests/support/PtyPeer.h"
+
+namespace tests {
+namespace {
+
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class StationProgramTest : public BenchTest
+{
+protected:
+    Outcome send(const std::vector<std::string>& arguments)
+    {
+        std::vector<std::string> all{ENGINEERING_STATION, "send"};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        return run(all);
+    }
+};
+
+TEST_F(StationProgramTest, SendPrintsTheReplyWithStatusZero)
+{
+    startService();
+
+    const auto outcome = send({"0F", "0x00", "01", "--port", link().string(), "--timeout", "20"});
+
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, "8F 00 [01]\n");
+    EXPECT_THAT(outcome.err, IsEmpty());
+}
+
+TEST_F(StationProgramTest, SendFindsTheServicesDefaultLinkByItself)
+{
+    startService();
+
+    EXPECT_EQ(send({"f", "0", "--timeout", "20"}).out, "8F 00 []\n");
+}
+
+TEST_F(StationProgramTest, SendWithoutReplyHasStatusThree)
+{
+    startService();
+
+    const auto outcome = send({"02", "01", "--timeout", "0.1"});  // auto-test mode is off
+
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.out, IsEmpty());
+    EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
+}
+
+TEST_F(StationProgramTest, SendThatExpectsNoneHasStatusZeroWhenNoneCame)
+{
+    startService();
+
+    const auto outcome = send({"02", "01", "--timeout", "0.1", "--expect-none"});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.out, IsEmpty());
+    EXPECT_THAT(outcome.err, IsEmpty());
+}
+
+TEST_F(StationProgramTest, SendThatExpectsNoneShowsTheReplyWithStatusOneWhenOneCame)
+{
+    startService();
+
+    const auto outcome = send({"0F", "FF", "--timeout", "20", "--expect-none"});
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "8F FF [00]\n");
+    EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
+}
+
+TEST_F(StationProgramTest, SendToAPortThatDoesNotExistFails)
+{
+    const auto outcome = send({"0F", "00", "--port", "/dev/no-such-line"});
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
+}
+
+TEST_F(StationProgramTest, SendIgnoresWhatWasLeftInTheLine)
+{
+    PtyPeer peer;
+    // 03+8F+00+01 = 0093, two's complement FF6D: the reply to an earlier command
+    peer.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0x00, 0x01, 0x00, 0xFF, 0x6D});
+    peer.waitUntilArrived(10);
+
+    EXPECT_EQ(send({"0F", "00", "01", "--port", peer.path(), "--timeout", "0.1"}).status, 3);
+}
+
+struct WrongUse {
+    const char* name;
+    std::vector<std::string> arguments;
+};
+
+class WrongUseTest : public StationProgramTest, public testing::WithParamInterface<WrongUse>
+{
+};
+
+TEST_P(WrongUseTest, OfSendIsOneLineWithStatusTwo)
+{
+    const auto outcome = send(GetParam().arguments);
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
+}
+
+INSTANTIATE_TEST_SUITE_P(StationProgram, WrongUseTest,
+                         testing::Values(WrongUse{"NoCommand", {}}, WrongUse{"HalfACommand", {"0F"}},
+                                         WrongUse{"NoHexDigits", {"0F", "GG"}},
+                                         WrongUse{"GroupBeyondAByte", {"100", "00"}},
+                                         WrongUse{"ParameterBeyondAByte", {"0F", "00", "1FF"}},
+                                         WrongUse{"TimeoutIsNoNumber", {"0F", "00", "--timeout", "soon"}},
+                                         WrongUse{"TimeoutIsNegative", {"0F", "00", "--timeout", "-1"}},
+                                         WrongUse{"TimeoutIsNotANumber", {"0F", "00", "--timeout", "nan"}},
+                                         // group, command and one parameter more than a frame holds
+                                         WrongUse{"TooManyParameters", std::vector<std::string>(249, "00")}),
+                         [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace tests

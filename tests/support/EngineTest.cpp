@@ -1,0 +1,104 @@
+#include "tests/support/EngineTest.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/bench/Root.h"
+#include "tests/support/Text.h"
+
+EngineTest::EngineTest()
+{
+    bench::setRoot(root.path().string());
+    bench::makeHeadUnitDirectories(root.path().string());
+    bench::TimerService::setInstance(&timers);
+    unit.install();
+    hmi.clear();
+}
+
+EngineTest::~EngineTest()
+{
+    // The sources of events first, then what they point to.
+    unit.stop();
+    KYRSingleton<KYRUARTManage>::DestroyInstance();
+    KYRSingleton<KYRAutoTest>::DestroyInstance();
+    bench::TimerService::setInstance(nullptr);
+    bench::setRoot("");
+}
+
+void EngineTest::start()
+{
+    KYRSingleton<KYRUARTManage>::GetInstance();
+}
+
+void EngineTest::startInTestMode()
+{
+    start();
+    station.sendCommand(0x0F, 0x00, {0x01});
+    forget();
+}
+
+std::vector<std::string> EngineTest::calls()
+{
+    std::vector<std::string> texts;
+    for (const bench::Call& call : unit.calls().list())
+        texts.push_back(callText(call));
+    return texts;
+}
+
+void EngineTest::forget()
+{
+    unit.events().drain();
+    unit.calls().clear();
+    station.clear();
+    hmi.clear();
+    log.clear();
+}
+
+std::string EngineTest::path(const std::string& file) const
+{
+    return root.path().string() + file;
+}
+
+std::string EngineTest::content(const std::string& file) const
+{
+    std::ifstream stream(path(file), std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+void EngineTest::writeFile(const std::string& file, const std::string& content) const
+{
+    std::ofstream(path(file), std::ios::binary) << content;
+}
+
+void CommandTest::sendAndCompare()
+{
+    const CommandCase& row = GetParam();
+    unit.mergeState(row.state);
+    startInTestMode();
+
+    station.sendCommand(row.request[0], row.request[1], {row.request.begin() + 2, row.request.end()});
+
+    EXPECT_EQ(station.replies(), row.replies);
+    EXPECT_EQ(hmi.requests(), row.requests);
+    EXPECT_EQ(calls(), row.calls);
+}
+
+void expectSilenceBeyond(EngineTest& test, std::uint8_t group, const std::vector<int>& codes)
+{
+    test.startInTestMode();
+    for (int code = 0; code <= 0xFF; ++code) {
+        if (std::ranges::find(codes, code) != codes.end())
+            continue;
+
+        test.station.sendCommand(group, static_cast<std::uint8_t>(code), {1, 1, 1, 1});
+
+        EXPECT_THAT(test.station.replies(), testing::IsEmpty()) << code;
+        EXPECT_THAT(test.hmi.signals(), testing::SizeIs(1)) << code;
+        EXPECT_THAT(test.calls(), testing::IsEmpty()) << code;
+        test.forget();
+    }
+}

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "engineering/KYRSingleton.h"
+#include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/autotest/KYRAutoTest.h"
+#include "platform/bench/HeadUnit.h"
+#include "platform/bench/TimerService.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/RecordedWire.h"
+#include "tests/support/SignalRecorder.h"
+#include "tests/support/TempDir.h"
+
+/// The link manager and the engine on a simulated head unit of the test's own: `station` is the line, `hmi` the bus,
+/// `log` the log, `root` the file system. The service starts with start() (or startInTestMode()), so that a test can
+/// change `unit` before. Time stands still but for timers.advance().
+class EngineTest : public testing::Test
+{
+public:
+    EngineTest();
+    ~EngineTest() override;
+
+    /// Makes the link manager and the engine, as the service does.
+    void start();
+
+    /// Starts, has the station switch auto-test mode on, and forgets all that this caused.
+    void startInTestMode();
+
+    /// Sets one value of the head unit's state.
+    void set(const std::string& path, const nlohmann::json& value) { unit.state().set(path, value); }
+    nlohmann::json get(const std::string& path) { return unit.state().get(path); }
+
+    /// Has an event delivered, and returns after it has been.
+    void raise(const std::string& name, const nlohmann::json& arguments) { unit.raiseAndWait(name, arguments); }
+
+    /// @returns what the service had the head unit do, "tuner Play [1,8750,0,1]".
+    std::vector<std::string> calls();
+
+    /// Forgets all that was recorded.
+    void forget();
+
+    /// The path of a file of the head unit, below `root`.
+    std::string path(const std::string& file) const;
+
+    /// A file's whole content.
+    std::string content(const std::string& file) const;
+    void writeFile(const std::string& file, const std::string& content) const;
+
+    KYRUARTManage& link() { return *KYRSingleton<KYRUARTManage>::GetInstance(); }
+    KYRAutoTest& engine() { return *KYRSingleton<KYRAutoTest>::GetInstance(); }
+
+    LogRecorder log;
+    tests::TempDir root;
+    bench::TimerService timers{bench::TimerService::Clock::Manual};
+    bench::HeadUnit unit{timers};
+    RecordedWire station;
+    SignalRecorder hmi;
+};
+
+/// One command and all that it is to cause, as a row of a table.
+struct CommandCase {
+    std::string name;
+    std::vector<std::uint8_t> request;                // cmd_one, cmd_two, parameters
+    std::vector<std::string> replies;                 // "82 01 [22 2E]"
+    std::vector<std::string> requests;                // of the HMI, "OnAutoTestSelectPageSignal(2)"
+    std::vector<std::string> calls;                   // "tuner Play [1,8750,0,1]"
+    nlohmann::json state = nlohmann::json::object();  // merged over the head unit's state before the start
+};
+
+/// Sends the command in auto-test mode and compares everything that leaves the service.
+class CommandTest : public EngineTest, public testing::WithParamInterface<CommandCase>
+{
+public:
+    void sendAndCompare();
+};
+
+/// Names a row's test.
+inline std::string caseName(const testing::TestParamInfo<CommandCase>& info)
+{
+    return info.param.name;
+}
+
+/// For every command of a group that its table has not: the unit answers nothing, asks the HMI for nothing and does
+/// nothing.
+/// @param codes the group's commands
+void expectSilenceBeyond(EngineTest& test, std::uint8_t group, const std::vector<int>& codes);

@@ -1,0 +1,78 @@
+#include "tests/support/LogRecorder.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+
+#include "KYRLog.h"
+
+namespace {
+
+std::mutex g_mutex;
+std::condition_variable g_changed;
+std::vector<std::string> g_lines;  // guarded by g_mutex
+
+constexpr const char* kRules =
+    "[formats]\n"
+    "line = \"%V %m\"\n"
+    "[rules]\n"
+    "engineering.DEBUG $record; line\n";
+
+int keep(zlog_msg_t* message)
+{
+    {
+        const std::lock_guard lock(g_mutex);
+        g_lines.emplace_back(message->buf, message->len);
+    }
+    g_changed.notify_all();
+    return 0;
+}
+
+zlog_category_t* makeCategory()
+{
+    if (zlog_init_from_string(kRules) != 0) {
+        std::cerr << "zlog refused the recorder's rules" << std::endl;
+        std::abort();
+    }
+    zlog_set_record("record", keep);
+    return zlog_get_category("engineering");
+}
+
+}  // namespace
+
+LogRecorder::LogRecorder()
+{
+    static zlog_category_t* const category = makeCategory();
+    liblog_category = category;
+    clear();
+}
+
+std::vector<std::string> LogRecorder::lines() const
+{
+    const std::lock_guard lock(g_mutex);
+    return g_lines;
+}
+
+std::vector<std::string> LogRecorder::errors() const
+{
+    std::vector<std::string> errors = lines();
+    std::erase_if(errors, [](const std::string& line) { return !line.starts_with("ERROR "); });
+    return errors;
+}
+
+bool LogRecorder::waitFor(const std::string& beginning) const
+{
+    std::unique_lock lock(g_mutex);
+    return g_changed.wait_for(lock, std::chrono::seconds(20), [&] {
+        return std::ranges::any_of(g_lines, [&](const std::string& line) { return line.starts_with(beginning); });
+    });
+}
+
+void LogRecorder::clear()
+{
+    const std::lock_guard lock(g_mutex);
+    g_lines.clear();
+}
