@@ -62,12 +62,16 @@ void addOptions(CLI::App& app, Options& options)
 
 std::string readFile(const std::string& path)
 {
-    errno = 0;
+    const auto refuse = [&](const std::string& reason) {
+        throw WrongUse("the head unit's state " + path + " cannot be read: " + reason);
+    };
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored))
+        refuse("it is a directory");
     std::ifstream stream(path, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream || errno == EISDIR)
-        throw WrongUse("the head unit's state " + path + " cannot be read: " + std::generic_category().message(errno));
-    return text;
+    if (!stream)
+        refuse(std::generic_category().message(errno));
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 void mergeFile(bench::HeadUnit& unit, const std::string& path)

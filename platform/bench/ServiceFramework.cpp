@@ -5,8 +5,10 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <thread>
 
 #include "BusName.h"
@@ -21,6 +23,14 @@ constexpr std::chrono::seconds kBusPatience{3};
 
 /// Leaves a tenth of the second in which the process has to be gone.
 constexpr suseconds_t kEndUs = 900'000;
+
+/// How far the service's start has come. Static, since the thread that waits for signals outlives everything.
+enum class Phase {
+    Before,
+    Initialising,
+    Running,
+};
+std::atomic<Phase> thePhase = Phase::Before;
 
 sigset_t endSignals()
 {
@@ -50,11 +60,20 @@ void armWatchdog()
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
+void deinitialise()
+{
+    if (thePhase == Phase::Before)
+        return;
+    // What is half there cannot be taken away. Should this take too long, the watchdog ends it.
+    thePhase.wait(Phase::Initialising);
+    KYR_ServiceFw_Deinit();
+}
+
 [[noreturn]] void endProcess(TtyWire& wire)
 {
     armWatchdog();
     wire.withdraw();
-    KYR_ServiceFw_Deinit();
+    deinitialise();
     wire.stop();
     std::fflush(stdout);
     // No destructors: the service's threads run to the end, and use what these would take away.
@@ -88,7 +107,10 @@ ServiceFramework::ServiceFramework(TtyWire& wire) : wire_(wire)
 void ServiceFramework::initialise(int argc, char** argv)
 {
     KYRServiceFw_Args args{argc, argv};
+    thePhase = Phase::Initialising;
     KYR_ServiceFw_Init(args);
+    thePhase = Phase::Running;
+    thePhase.notify_all();
 }
 
 void ServiceFramework::announceReady(const std::string& hint)
