@@ -30,11 +30,8 @@ constexpr std::size_t kSignalParams = 256;
 /// ExportDbusEnv()'s command, and then its output: the environment refers to it for as long as the process lives.
 char g_DbusEnv[256] = "dbus-launch --config-file=/etc/dbus-1/session.conf |grep DBUS_SESSION_BUS_ADDRESS";
 
-BusBacklog& Backlog()
-{
-    static BusBacklog* const pBacklog = new BusBacklog;  // GDBus's thread may use it until the process has ended
-    return *pBacklog;
-}
+/// Made before any thread is, and never destroyed: GDBus's own thread may use it until the process has ended.
+BusBacklog& g_Backlog = *new BusBacklog;
 
 /// Runs a method call's work. What it throws must not pass through the C code that called back.
 template <class Work>
@@ -116,7 +113,7 @@ void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
     GError* error = nullptr;
     if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection, kObjectPath, &error)) {
         // Not before: a signal that is counted must also leave.
-        Backlog().Watch(connection);
+        g_Backlog.Watch(connection);
         return;
     }
     KYR_LOG_ERROR("Error: Failed to export object. Reason: %s.", error->message);
@@ -214,7 +211,7 @@ void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two,
 {
     KYR_LOG_DEBUG("[rkb] emit_uart_data_changed_signal, cmd_one = %x, cmd_two = %x, param_size = %d", cmd_one, cmd_two,
                   param_size);
-    if (!Backlog().Admit())
+    if (!g_Backlog.Admit())
         return;
     const std::size_t count = std::min<std::size_t>(param_size, kSignalParams);
     GVariant* const data = g_variant_ref_sink(gvariant_data_build(param, static_cast<int>(count)));
@@ -228,7 +225,7 @@ void emit_on_auto_test_media_play_action_signal(MEDIA_TYPE media_type, MEDIA_PLA
 {
     KYR_LOG_DEBUG("emit_on_auto_test_media_play_action_signal, media_type = %d, media_play_action = %d", media_type,
                   media_play_action);
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_media_play_action_signal(
             pSkeleton, static_cast<guchar>(media_type), static_cast<guchar>(media_play_action));
 }
@@ -237,7 +234,7 @@ void emit_on_auto_test_media_select_track_signal(MEDIA_TYPE media_type, unsigned
 {
     KYR_LOG_DEBUG("emit_on_auto_test_media_select_track_signal, media_type = %d, track_index = %d", media_type,
                   track_index);
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_media_select_track_signal(
             pSkeleton, static_cast<guchar>(media_type), track_index);
 }
@@ -245,27 +242,27 @@ void emit_on_auto_test_media_select_track_signal(MEDIA_TYPE media_type, unsigned
 void emit_on_auto_test_get_media_track_signal(MEDIA_TYPE media_type)
 {
     KYR_LOG_DEBUG("emit_on_auto_test_get_media_track_signal, media_type = %d", media_type);
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_get_media_track_index_signal(pSkeleton,
                                                                                   static_cast<guchar>(media_type));
 }
 
 void emit_on_auto_test_volume_change_signal(unsigned char volume)
 {
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_volume_change_signal(pSkeleton, volume);
 }
 
 void emit_on_auto_test_mode_changed_signal(int is_auto_test_mode)
 {
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_mode_change_signal(pSkeleton, is_auto_test_mode);
     KYR_LOG_INFO("emit_on_auto_test_mode_changed_signal, is_auto_test_mode = %d", is_auto_test_mode);
 }
 
 void emit_on_auto_test_set_fader_balance_signal(unsigned char fader_value, unsigned char balance_value)
 {
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_set_fader_balance_signal(pSkeleton, fader_value, balance_value);
     KYR_LOG_INFO("emit_on_auto_test_set_fader_balance_signal, fader_value = %d, balance_value = %d", fader_value,
                  balance_value);
@@ -273,25 +270,25 @@ void emit_on_auto_test_set_fader_balance_signal(unsigned char fader_value, unsig
 
 void emit_on_auto_test_enter_aging_test_signal(int is_aging_test_mode)
 {
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_enter_aging_test_signal(pSkeleton, is_aging_test_mode);
     KYR_LOG_INFO("emit_on_auto_test_enter_aging_test_signal, is_aging_test_mode = %d", is_aging_test_mode);
 }
 
 void emit_on_auto_test_require_aging_test_signal()
 {
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_require_aging_test_state_signal(pSkeleton);
 }
 
 void emit_on_auto_test_select_page_signal(AUTO_TEST_PAGE_TYPE page)
 {
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_select_page_signal(pSkeleton, page);
 }
 
 void emit_on_auto_test_set_eq_switch_signal(int is_switch_on)
 {
-    if (Backlog().Admit())
+    if (g_Backlog.Admit())
         com_zent_linux_engineering_emit_on_auto_test_set_eq_switch_signal(pSkeleton, is_switch_on);
 }

@@ -94,8 +94,8 @@ void KYRUARTManage::PrintData(const char* tag, unsigned char* data, int len)
     std::array<char, 512> text{};
     if (3 * static_cast<long>(len) >= static_cast<long>(text.size()))
         return;
-    for (int i = 0; i < len; ++i)
-        std::snprintf(&text[static_cast<std::size_t>(3 * i)], 4, "%02X ", static_cast<unsigned int>(data[i]));
+    for (std::size_t i = 0; static_cast<int>(i) < len; ++i)
+        std::snprintf(&text[3 * i], 4, "%02X ", static_cast<unsigned int>(data[i]));
     std::printf("%s:[len=%d]%s\n", tag, len, text.data());
 }
 
