@@ -117,9 +117,9 @@ int report(const SendOptions& options, const std::optional<Frame>& reply, std::s
 int send(const SendOptions& options)
 {
     const Frame command = commandOf(options);
-    if (command.params.size() > protocol::kMaxParams) {
-        complain(kProgram, "a frame holds at most " + std::to_string(protocol::kMaxParams) + " parameter bytes, not " +
-                               std::to_string(command.params.size()));
+    if (command.params.size() > protocol::kMaxStationParams) {
+        complain(kProgram, "a frame holds at most " + std::to_string(protocol::kMaxStationParams) +
+                               " parameter bytes, not " + std::to_string(command.params.size()));
         return programs::kWrongUse;
     }
     const auto timeout =
@@ -140,7 +140,7 @@ void addSend(CLI::App& app, SendOptions& options)
         "Exit status: 0 a reply came, 1 failure, 2 wrong use, 3 no reply in time.");
     command->add_option("CMD_ONE", options.cmdOne, "Command group, hexadecimal")->required()->check(checkByte);
     command->add_option("CMD_TWO", options.cmdTwo, "Command, hexadecimal")->required()->check(checkByte);
-    command->add_option("BYTE", options.params, "Parameter bytes, hexadecimal, at most 246")->check(checkByte);
+    command->add_option("BYTE", options.params, "Parameter bytes, hexadecimal, at most 252")->check(checkByte);
     command
         ->add_option("--port", options.port,
                      "PATH[,BAUD]: serial device or pseudo-terminal, 115200 baud unless told otherwise")

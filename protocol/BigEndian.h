@@ -4,8 +4,7 @@
 #include <span>
 #include <vector>
 
-namespace protocol
-{
+namespace protocol {
 
 // Numbers of several bytes stand on the wire with the highest byte first. These two functions are the only place that
 // knows it.

@@ -4,8 +4,7 @@
 
 #include "protocol/Frame.h"
 
-namespace protocol
-{
+namespace protocol {
 
 /// Command groups: cmd_one of what the station sends.
 enum Group : std::uint8_t {

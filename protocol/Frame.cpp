@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <numeric>
 
-namespace protocol
-{
+namespace protocol {
 
 std::uint16_t checksum(std::uint8_t length, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params)
 {
@@ -13,11 +12,11 @@ std::uint16_t checksum(std::uint8_t length, std::uint8_t cmdOne, std::uint8_t cm
     return static_cast<std::uint16_t>(0 - sum);
 }
 
-std::size_t encode(FrameBuffer& out, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params)
+std::size_t encode(std::span<std::uint8_t> out, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params)
 {
-    out.fill(0);
+    std::ranges::fill(out, std::uint8_t{0});
     const std::size_t frame = frameLength(params.size());
-    if (frame > kMaxFrame)
+    if (frame > out.size() || params.size() > kMaxStationParams)
         return 0;
 
     const auto length = static_cast<std::uint8_t>(params.size() + 2);

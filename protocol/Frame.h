@@ -6,8 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace protocol
-{
+namespace protocol {
 
 using Bytes = std::span<const std::uint8_t>;
 
@@ -29,11 +28,16 @@ inline constexpr std::size_t kCmdTwoOffset = 5;
 inline constexpr std::size_t kParamsOffset = 6;
 inline constexpr std::size_t kChecksumSize = 2;
 
-/// The longest frame that can be sent: the platform's carrier counts its bytes in 8 bits.
+/// The longest frame that the head unit can send: the platform's carrier counts its bytes in 8 bits.
 inline constexpr std::size_t kMaxFrame = 255;
 
 /// The most parameter bytes with which a frame stays within kMaxFrame.
 inline constexpr std::size_t kMaxParams = 246;
+
+/// The most parameter bytes that a station may send, and the frame that they make: a length byte of 255 would mean
+/// something else to the receiver.
+inline constexpr std::size_t kMaxStationParams = 252;
+inline constexpr std::size_t kMaxStationFrame = 260;
 
 /// Marks the command group of a frame that the head unit sends.
 inline constexpr std::uint8_t kReplyBit = 0x80;
@@ -56,11 +60,13 @@ constexpr std::size_t frameLength(std::size_t paramCount)
 /// @returns the value that brings the sum of the length byte, both command bytes and `params` to 0 modulo 65536.
 std::uint16_t checksum(std::uint8_t length, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params);
 
-/// A whole frame's bytes; what lies beyond the frame's length is zero.
-using FrameBuffer = std::array<std::uint8_t, 256>;
+/// Room for a frame that the head unit sends, and for one that a station sends.
+using FrameBuffer = std::array<std::uint8_t, kMaxFrame>;
+using StationFrameBuffer = std::array<std::uint8_t, kMaxStationFrame>;
 
-/// Writes the frame into `out`.
-/// @returns the frame's length, or 0 when it would exceed kMaxFrame: then `out` is all zero.
-std::size_t encode(FrameBuffer& out, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params);
+/// Writes the frame to the beginning of `out`, and zeroes behind it.
+/// @returns the frame's length, or 0 when `out` is too short for it or its length byte would be 255 or more: then `out`
+/// is all zero.
+std::size_t encode(std::span<std::uint8_t> out, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params);
 
 }  // namespace protocol

@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-namespace protocol
-{
+namespace protocol {
 
-namespace
-{
+namespace {
 
 constexpr std::size_t kHeadSize = kLengthOffset + 1;  // what must be there to know a frame's length
 

@@ -10,8 +10,7 @@
 
 #include "protocol/Frame.h"
 
-namespace protocol
-{
+namespace protocol {
 
 /// A frame that has been cut out of the receive buffer, its checksum good or bad.
 struct ReceivedFrame {

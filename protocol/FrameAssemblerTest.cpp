@@ -8,8 +8,7 @@
 
 #include "tests/support/WireVectors.h"
 
-namespace
-{
+namespace {
 
 using protocol::FrameAssembler;
 using protocol::ReceivedFrame;

@@ -5,8 +5,7 @@
 
 #include "tests/support/WireVectors.h"
 
-namespace
-{
+namespace {
 
 using protocol::encode;
 using protocol::FrameBuffer;
@@ -63,6 +62,27 @@ TEST(Encode, OneParameterMoreIsRefusedAndLeavesNothing)
         EXPECT_EQ(encode(out, 0x8A, 0x03, params), 0U) << count;
         EXPECT_THAT(out, Each(0));
     }
+}
+
+TEST(Encode, AStationMaySend252ParametersIn260Bytes)
+{
+    const std::vector<std::uint8_t> params(252, 0x01);
+    protocol::StationFrameBuffer out;
+
+    ASSERT_EQ(encode(out, 0x0A, 0x02, params), 260U);
+
+    // FE + 0A + 02 + 252 * 01 = 0206, two's complement FDFA
+    EXPECT_EQ(out[3], 0xFE);
+    EXPECT_EQ(out[258], 0xFD);
+    EXPECT_EQ(out[259], 0xFA);
+}
+
+TEST(Encode, WithALengthByteOf255NothingIsEncoded)
+{
+    const std::vector<std::uint8_t> params(253, 0x01);
+    std::array<std::uint8_t, 300> out;
+
+    EXPECT_EQ(encode(out, 0x0A, 0x02, params), 0U);
 }
 
 }  // namespace

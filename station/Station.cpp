@@ -41,10 +41,10 @@ Station::Station(SerialLink link) : link_(std::move(link)) {}
 
 void Station::send(const Frame& frame, Clock::time_point deadline)
 {
-    protocol::FrameBuffer buffer;
+    protocol::StationFrameBuffer buffer;
     const std::size_t length = protocol::encode(buffer, frame.cmdOne, frame.cmdTwo, frame.params);
     if (length == 0) {
-        throw std::length_error("a frame holds at most " + std::to_string(protocol::kMaxParams) +
+        throw std::length_error("a frame holds at most " + std::to_string(protocol::kMaxStationParams) +
                                 " parameter bytes, not " + std::to_string(frame.params.size()));
     }
     link_.write(protocol::Bytes(buffer).first(length), deadline);

@@ -23,7 +23,7 @@ public:
 
     explicit Station(SerialLink link);
 
-    /// Sends one frame. Throws std::length_error when it has more than protocol::kMaxParams parameters.
+    /// Sends one frame. Throws std::length_error when it has more than protocol::kMaxStationParams parameters.
     void send(const protocol::Frame& frame, Clock::time_point deadline);
 
     /// Waits for the next sound frame; noise and frames with a wrong checksum are passed over and counted.

@@ -112,22 +112,22 @@ TEST_F(StationTest, ReplyInPiecesIsPutTogether)
     EXPECT_EQ(station_.request({0x0F, 0x00, {0x01}}, kGenerous), (Frame{0x8F, 0x00, {0x01}}));
 }
 
-TEST_F(StationTest, FrameThatExceedsTheCarrierIsRefused)
+TEST_F(StationTest, FrameThatNoLengthByteCanTellIsRefused)
 {
-    const Frame tooLong{0x0F, 0x00, std::vector<std::uint8_t>(247)};
+    const Frame tooLong{0x0F, 0x00, std::vector<std::uint8_t>(253)};
 
     EXPECT_THROW(station_.send(tooLong, Station::Clock::now() + kGenerous), std::length_error);
 }
 
 TEST_F(StationTest, LongestFrameIsSentWhole)
 {
-    // 246 parameters: length byte F8, sum F8 + 00 + 02 = 00FA, checksum FF06
-    auto expected = std::vector<std::uint8_t>{0x2A, 0xA2, 0x00, 0xF8, 0x00, 0x02} + std::vector<std::uint8_t>(246);
-    expected = expected + std::vector<std::uint8_t>{0xFF, 0x06};
+    // 252 parameters: length byte FE, sum FE + 00 + 02 = 0100, checksum FF00
+    auto expected = std::vector<std::uint8_t>{0x2A, 0xA2, 0x00, 0xFE, 0x00, 0x02} + std::vector<std::uint8_t>(252);
+    expected = expected + std::vector<std::uint8_t>{0xFF, 0x00};
 
-    station_.send({0x00, 0x02, std::vector<std::uint8_t>(246)}, Station::Clock::now() + kGenerous);
+    station_.send({0x00, 0x02, std::vector<std::uint8_t>(252)}, Station::Clock::now() + kGenerous);
 
-    EXPECT_EQ(peer_.read(254), expected);
+    EXPECT_EQ(peer_.read(260), expected);
 }
 
 struct ReplyCase {
