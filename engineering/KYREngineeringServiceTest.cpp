@@ -77,8 +77,8 @@ public:
 
     static std::vector<std::string> registrations()
     {
-        return {"SetStartServiceAction[5]", "SetStartServiceAction[9]",  "SetStartServiceAction[2]",
-                "SetStartServiceAction[8]", "SetStartServiceAction[3]",  "SetStartServiceAction[1]",
+        return {"SetStartServiceAction[5]",  "SetStartServiceAction[9]",  "SetStartServiceAction[2]",
+                "SetStartServiceAction[8]",  "SetStartServiceAction[3]",  "SetStartServiceAction[1]",
                 "SetStartServiceAction[17]", "SetStartServiceAction[15]", "SetStartServiceAction[7]",
                 "SetStartServiceAction[20]"};
     }

@@ -39,7 +39,8 @@ struct Bridge {
         unit.install();
         KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init();
         KYRSingleton<KYRUARTManage>::GetInstance();
-        EXPECT_TRUE(log.waitFor("INFO [rkb]engineering: nameAcquiredCB , Acquired bus name: com.zent.linux.engineering."));
+        EXPECT_TRUE(
+            log.waitFor("INFO [rkb]engineering: nameAcquiredCB , Acquired bus name: com.zent.linux.engineering."));
     }
 
     LogRecorder log;
@@ -86,15 +87,15 @@ TEST_F(BridgeTest, EveryEmitFunctionSendsItsSignal)
     emit_on_auto_test_select_page_signal(static_cast<AUTO_TEST_PAGE_TYPE>(70000));
     emit_on_auto_test_set_eq_switch_signal(5);
 
-    EXPECT_THAT(client.waitForSignals(11),
-                ElementsAre("uart_data_changed_signal (byte 0x0f, byte 0x00, <[byte 0x01, 0xff]>, byte 0x02)",
-                            "OnAutoTestMediaPlayActionSignal (byte 0x01, byte 0x02)",
-                            "OnAutoTestMediaSelectTrackSignal (byte 0x03, byte 0x05)",
-                            "OnAutoTestGetMediaTrackIndexSignal (byte 0x02,)",
-                            "OnAutoTestVolumeChangeSignal (byte 0x0c,)", "OnAutoTestModeChangeSignal (true,)",
-                            "OnAutoTestSetFaderBalanceSignal (byte 0x07, byte 0x0a)",
-                            "OnAutoTestEnterAgingTestSignal (false,)", "OnAutoTestRequireAgingTestStateSignal ()",
-                            "OnAutoTestSelectPageSignal (uint32 70000,)", "OnAutoTestSetEqSwitchSignal (true,)"));
+    EXPECT_THAT(
+        client.waitForSignals(11),
+        ElementsAre("uart_data_changed_signal (byte 0x0f, byte 0x00, <[byte 0x01, 0xff]>, byte 0x02)",
+                    "OnAutoTestMediaPlayActionSignal (byte 0x01, byte 0x02)",
+                    "OnAutoTestMediaSelectTrackSignal (byte 0x03, byte 0x05)",
+                    "OnAutoTestGetMediaTrackIndexSignal (byte 0x02,)", "OnAutoTestVolumeChangeSignal (byte 0x0c,)",
+                    "OnAutoTestModeChangeSignal (true,)", "OnAutoTestSetFaderBalanceSignal (byte 0x07, byte 0x0a)",
+                    "OnAutoTestEnterAgingTestSignal (false,)", "OnAutoTestRequireAgingTestStateSignal ()",
+                    "OnAutoTestSelectPageSignal (uint32 70000,)", "OnAutoTestSetEqSwitchSignal (true,)"));
 }
 
 TEST_F(BridgeTest, EmittingLeavesTheFunctionsLinesInTheLog)
@@ -111,15 +112,14 @@ TEST_F(BridgeTest, EmittingLeavesTheFunctionsLinesInTheLog)
     emit_on_auto_test_select_page_signal(static_cast<AUTO_TEST_PAGE_TYPE>(2));
     emit_on_auto_test_set_eq_switch_signal(1);
 
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre("DEBUG [rkb] emit_uart_data_changed_signal, cmd_one = 2a, cmd_two = a2, param_size = 0",
-                    "DEBUG emit_on_auto_test_media_play_action_signal, media_type = 1, media_play_action = 2",
-                    "DEBUG emit_on_auto_test_media_select_track_signal, media_type = 3, track_index = 5",
-                    "DEBUG emit_on_auto_test_get_media_track_signal, media_type = 2",
-                    "INFO emit_on_auto_test_mode_changed_signal, is_auto_test_mode = 1",
-                    "INFO emit_on_auto_test_set_fader_balance_signal, fader_value = 7, balance_value = 10",
-                    "INFO emit_on_auto_test_enter_aging_test_signal, is_aging_test_mode = 1"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("DEBUG [rkb] emit_uart_data_changed_signal, cmd_one = 2a, cmd_two = a2, param_size = 0",
+                            "DEBUG emit_on_auto_test_media_play_action_signal, media_type = 1, media_play_action = 2",
+                            "DEBUG emit_on_auto_test_media_select_track_signal, media_type = 3, track_index = 5",
+                            "DEBUG emit_on_auto_test_get_media_track_signal, media_type = 2",
+                            "INFO emit_on_auto_test_mode_changed_signal, is_auto_test_mode = 1",
+                            "INFO emit_on_auto_test_set_fader_balance_signal, fader_value = 7, balance_value = 10",
+                            "INFO emit_on_auto_test_enter_aging_test_signal, is_aging_test_mode = 1"));
 }
 
 TEST_F(BridgeTest, AFrameWithoutParametersTravelsWithAnEmptyArray)

@@ -5,8 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace programs
-{
+namespace programs {
 
 /// Exit statuses of every program.
 enum Exit : int {

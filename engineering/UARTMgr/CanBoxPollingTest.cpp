@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/EngineTest.h"
 #include "tests/engine/UartManageProbe.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 

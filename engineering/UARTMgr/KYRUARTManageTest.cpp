@@ -25,9 +25,11 @@ class LinkTest : public EngineTest
 public:
     LinkTest() { start(); }
 
-    void switchOpenDebug(bool on) { set("/config", {{"/engineering/open_debug", on},
-                                                    {"/system/enable_cp_test", false},
-                                                    {"/project/project_name", "bench"}}); }
+    void switchOpenDebug(bool on)
+    {
+        set("/config",
+            {{"/engineering/open_debug", on}, {"/system/enable_cp_test", false}, {"/project/project_name", "bench"}});
+    }
 
     std::string printedBy(const std::function<void()>& work)
     {
@@ -254,9 +256,8 @@ TEST_F(LinkTest, ADumpHasRoomFor170Bytes)
 /// What an enabled CarPlay test looks like when the link manager is made.
 TEST_F(EngineTest, TheCarPlayTestSwitchIsReadOnceAtTheStart)
 {
-    set("/config", {{"/engineering/open_debug", false},
-                    {"/system/enable_cp_test", true},
-                    {"/project/project_name", "bench"}});
+    set("/config",
+        {{"/engineering/open_debug", false}, {"/system/enable_cp_test", true}, {"/project/project_name", "bench"}});
     start();
 
     EXPECT_EQ(m_bIsCPTest, 1);

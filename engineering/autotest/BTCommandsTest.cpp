@@ -54,28 +54,23 @@ json attribute(const char* number, const json& text)
 
 INSTANTIATE_TEST_SUITE_P(
     Address, BTCommandTest,
-    testing::Values(
-        CommandCase{"IsSixBytesInTextOrder", {0x04, 0x07}, {"84 07 [00 1A 7D DA 71 13]"}, {}, {}},
-        CommandCase{"ParametersAreIgnored", {0x04, 0x07, 0x55}, {"84 07 [00 1A 7D DA 71 13]"}, {}, {}},
-        CommandCase{"LowerCaseIsTheSame",
-                    {0x04, 0x07},
-                    {"84 07 [A1 B2]"},
-                    {},
-                    {},
-                    attribute("3", "a1:b2")},
-        CommandCase{"FieldsOfAnotherLengthArePassedOver",
-                    {0x04, 0x07},
-                    {"84 07 [AA BB]"},
-                    {},
-                    {},
-                    attribute("3", "AA:1:234:BB:")},
-        CommandCase{"NoFieldOfTwoIsAnEmptyReply", {0x04, 0x07}, {"84 07 []"}, {}, {}, attribute("3", "1:2")},
-        CommandCase{"EmptyIsAnEmptyReply", {0x04, 0x07}, {"84 07 []"}, {}, {}, attribute("3", "")},
-        CommandCase{"UnknownIsAnEmptyReply", {0x04, 0x07}, {"84 07 []"}, {}, {}, attribute("3", nullptr)},
-        CommandCase{"NotHexadecimalIsSilent", {0x04, 0x07}, {}, {}, {}, attribute("3", "00:GG:11")},
-        CommandCase{"HalfHexadecimalIsSilent", {0x04, 0x07}, {}, {}, {}, attribute("3", "00:1G:11")},
-        CommandCase{"ASignIsSilent", {0x04, 0x07}, {}, {}, {}, attribute("3", "-1:00")},
-        CommandCase{"APrefixIsSilent", {0x04, 0x07}, {}, {}, {}, attribute("3", "0x:00")}),
+    testing::Values(CommandCase{"IsSixBytesInTextOrder", {0x04, 0x07}, {"84 07 [00 1A 7D DA 71 13]"}, {}, {}},
+                    CommandCase{"ParametersAreIgnored", {0x04, 0x07, 0x55}, {"84 07 [00 1A 7D DA 71 13]"}, {}, {}},
+                    CommandCase{"LowerCaseIsTheSame", {0x04, 0x07}, {"84 07 [A1 B2]"}, {}, {}, attribute("3", "a1:b2")},
+                    CommandCase{"FieldsOfAnotherLengthArePassedOver",
+                                {0x04, 0x07},
+                                {"84 07 [AA BB]"},
+                                {},
+                                {},
+                                attribute("3", "AA:1:234:BB:")},
+                    CommandCase{
+                        "NoFieldOfTwoIsAnEmptyReply", {0x04, 0x07}, {"84 07 []"}, {}, {}, attribute("3", "1:2")},
+                    CommandCase{"EmptyIsAnEmptyReply", {0x04, 0x07}, {"84 07 []"}, {}, {}, attribute("3", "")},
+                    CommandCase{"UnknownIsAnEmptyReply", {0x04, 0x07}, {"84 07 []"}, {}, {}, attribute("3", nullptr)},
+                    CommandCase{"NotHexadecimalIsSilent", {0x04, 0x07}, {}, {}, {}, attribute("3", "00:GG:11")},
+                    CommandCase{"HalfHexadecimalIsSilent", {0x04, 0x07}, {}, {}, {}, attribute("3", "00:1G:11")},
+                    CommandCase{"ASignIsSilent", {0x04, 0x07}, {}, {}, {}, attribute("3", "-1:00")},
+                    CommandCase{"APrefixIsSilent", {0x04, 0x07}, {}, {}, {}, attribute("3", "0x:00")}),
     caseName);
 
 INSTANTIATE_TEST_SUITE_P(
@@ -137,21 +132,20 @@ json number(const char* which, int value)
 
 INSTANTIATE_TEST_SUITE_P(
     States, BTCommandTest,
-    testing::Values(
-        CommandCase{"Music0HasNoCode", {0x04, 0x14}, {"84 14 []"}, {}, {}},
-        CommandCase{"Music1Plays", {0x04, 0x14}, {"84 14 [01]"}, {}, {}, number("music_status", 1)},
-        CommandCase{"Music2Pauses", {0x04, 0x14}, {"84 14 [00]"}, {}, {}, number("music_status", 2)},
-        CommandCase{"Music3HasNoCode", {0x04, 0x14}, {"84 14 []"}, {}, {}, number("music_status", 3)},
-        CommandCase{"Music255HasNoCode", {0x04, 0x14}, {"84 14 []"}, {}, {}, number("music_status", 255)},
-        CommandCase{"Music257HasNoCode", {0x04, 0x14}, {"84 14 []"}, {}, {}, number("music_status", 257)},
-        CommandCase{"Call0Is0", {0x04, 0x15}, {"84 15 [00]"}, {}, {}},
-        CommandCase{"Call1Is1", {0x04, 0x15}, {"84 15 [01]"}, {}, {}, number("call_state", 1)},
-        CommandCase{"Call2Is3", {0x04, 0x15}, {"84 15 [03]"}, {}, {}, number("call_state", 2)},
-        CommandCase{"Call3Is2", {0x04, 0x15}, {"84 15 [02]"}, {}, {}, number("call_state", 3)},
-        CommandCase{"Call4HasNoCode", {0x04, 0x15}, {"84 15 []"}, {}, {}, number("call_state", 4)},
-        CommandCase{"CallMinus1HasNoCode", {0x04, 0x15}, {"84 15 []"}, {}, {}, number("call_state", -1)},
-        CommandCase{"Call256HasNoCode", {0x04, 0x15}, {"84 15 []"}, {}, {}, number("call_state", 256)},
-        CommandCase{"PowerIs0AtFirst", {0x04, 0x0C}, {"84 0C [00]"}, {}, {}}),
+    testing::Values(CommandCase{"Music0HasNoCode", {0x04, 0x14}, {"84 14 []"}, {}, {}},
+                    CommandCase{"Music1Plays", {0x04, 0x14}, {"84 14 [01]"}, {}, {}, number("music_status", 1)},
+                    CommandCase{"Music2Pauses", {0x04, 0x14}, {"84 14 [00]"}, {}, {}, number("music_status", 2)},
+                    CommandCase{"Music3HasNoCode", {0x04, 0x14}, {"84 14 []"}, {}, {}, number("music_status", 3)},
+                    CommandCase{"Music255HasNoCode", {0x04, 0x14}, {"84 14 []"}, {}, {}, number("music_status", 255)},
+                    CommandCase{"Music257HasNoCode", {0x04, 0x14}, {"84 14 []"}, {}, {}, number("music_status", 257)},
+                    CommandCase{"Call0Is0", {0x04, 0x15}, {"84 15 [00]"}, {}, {}},
+                    CommandCase{"Call1Is1", {0x04, 0x15}, {"84 15 [01]"}, {}, {}, number("call_state", 1)},
+                    CommandCase{"Call2Is3", {0x04, 0x15}, {"84 15 [03]"}, {}, {}, number("call_state", 2)},
+                    CommandCase{"Call3Is2", {0x04, 0x15}, {"84 15 [02]"}, {}, {}, number("call_state", 3)},
+                    CommandCase{"Call4HasNoCode", {0x04, 0x15}, {"84 15 []"}, {}, {}, number("call_state", 4)},
+                    CommandCase{"CallMinus1HasNoCode", {0x04, 0x15}, {"84 15 []"}, {}, {}, number("call_state", -1)},
+                    CommandCase{"Call256HasNoCode", {0x04, 0x15}, {"84 15 []"}, {}, {}, number("call_state", 256)},
+                    CommandCase{"PowerIs0AtFirst", {0x04, 0x0C}, {"84 0C [00]"}, {}, {}}),
     caseName);
 
 class BluetoothTest : public EngineTest
@@ -160,8 +154,7 @@ class BluetoothTest : public EngineTest
 
 TEST_F(BluetoothTest, HasTheseCommandsAndIsSilentBeyond)
 {
-    const std::vector<int> codes = {0x01, 0x02, 0x03, 0x07, 0x08, 0x0B, 0x0C,
-                                    0x0D, 0x0E, 0x0F, 0x14, 0x15, 0x16, 0x17};
+    const std::vector<int> codes = {0x01, 0x02, 0x03, 0x07, 0x08, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x14, 0x15, 0x16, 0x17};
 
     EXPECT_EQ(codesOf(KYRAutoTest::BTCommands()), codes);
     expectSilenceBeyond(*this, 0x04, codes);

@@ -21,8 +21,7 @@ constexpr const char* kQueryCopy = "/perm_data/data/engineering/bt_mac_address_f
 constexpr const char* kBackup = "/media/backup.txt";
 
 constexpr const char* kSync = R"(system Execute ["sync"])";
-constexpr const char* kCopy =
-    R"(system Execute ["cp /kyr/etc/bluetooth/bin/PSConfig.psr /perm_data/data/bluetooth/"])";
+constexpr const char* kCopy = R"(system Execute ["cp /kyr/etc/bluetooth/bin/PSConfig.psr /perm_data/data/bluetooth/"])";
 constexpr const char* kRemoveName = R"(system RemoveFile ["/perm_data/data/bluetooth/btname"])";
 
 class BtAddressTest : public EngineTest
@@ -37,10 +36,7 @@ public:
         startInTestMode();
     }
 
-    void provision(const std::string& address)
-    {
-        station.sendCommand(0x0A, 0x10, {address.begin(), address.end()});
-    }
+    void provision(const std::string& address) { station.sendCommand(0x0A, 0x10, {address.begin(), address.end()}); }
 
     std::vector<std::string> answerToPresence()
     {
@@ -89,8 +85,7 @@ TEST_F(BtAddressTest, TheLogTellsTheAddressAndTheLine)
     provision("0002F5A1B2C3");
 
     EXPECT_THAT(log.lines(), Contains("INFO [rkb][SaveBtMacAddress], str_MAC = 0002F5A1B2C3 "));
-    EXPECT_THAT(log.lines(),
-                Contains("INFO [rkb][SaveBtMacAddress] write_contents = &0001 = 00A1 B2C3 00F5 0002"));
+    EXPECT_THAT(log.lines(), Contains("INFO [rkb][SaveBtMacAddress] write_contents = &0001 = 00A1 B2C3 00F5 0002"));
 }
 
 TEST_F(BtAddressTest, AMissingStoreIsCopiedFromTheDefaultFirst)
@@ -176,8 +171,7 @@ TEST_F(BtAddressTest, AMissingDefaultIsLoggedTheSameWay)
 
     EXPECT_THAT(log.errors(), ElementsAre("ERROR KYR_ExecSystemCmd(cp /kyr/etc/bluetooth/bin/PSConfig.psr "
                                           "/perm_data/data/bluetooth/) error\n"));
-    EXPECT_THAT(log.lines(),
-                Contains("INFO [rkb] ResetLineContents, Exceeded the range of configuration file lines!"));
+    EXPECT_THAT(log.lines(), Contains("INFO [rkb] ResetLineContents, Exceeded the range of configuration file lines!"));
 }
 
 TEST_F(BtAddressTest, AStoreOfOneLineIsLeftAndTheQueryCopyIsStillWritten)
@@ -187,8 +181,7 @@ TEST_F(BtAddressTest, AStoreOfOneLineIsLeftAndTheQueryCopyIsStillWritten)
     provision("0002F5A1B2C3");
 
     EXPECT_EQ(content(kStore), "// keys\n");
-    EXPECT_THAT(log.lines(),
-                Contains("INFO [rkb] ResetLineContents, Exceeded the range of configuration file lines!"));
+    EXPECT_THAT(log.lines(), Contains("INFO [rkb] ResetLineContents, Exceeded the range of configuration file lines!"));
     EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
 }
 
@@ -258,10 +251,9 @@ TEST_F(BtAddressTest, OfFewerThanTwelveCharactersIsRefusedBeforeAnyFileIsTouched
     provision("0");
     provision("0002F5A1B2C");
 
-    EXPECT_THAT(log.errors(),
-                ElementsAre("ERROR [SaveBtMacAddress] 0 characters are no address, 12 are needed",
-                            "ERROR [SaveBtMacAddress] 1 characters are no address, 12 are needed",
-                            "ERROR [SaveBtMacAddress] 11 characters are no address, 12 are needed"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR [SaveBtMacAddress] 0 characters are no address, 12 are needed",
+                                          "ERROR [SaveBtMacAddress] 1 characters are no address, 12 are needed",
+                                          "ERROR [SaveBtMacAddress] 11 characters are no address, 12 are needed"));
     EXPECT_THAT(calls(), IsEmpty());
     EXPECT_EQ(content(kStore), "// keys\n&0001 = 0000 0000 0000 0000\n&01f6 = 0014\n");
     EXPECT_TRUE(fs::exists(path(kName)));

@@ -154,8 +154,7 @@ TEST_F(DispatcherTest, AFrameIsPublishedBeforeItsGroupAnswers)
 
     station.sendCommand(0x0E, 0x06, {0x02});
 
-    EXPECT_THAT(hmi.signals(),
-                ElementsAre("uart_data_changed_signal(0E 06 [02])", "OnAutoTestSelectPageSignal(2)"));
+    EXPECT_THAT(hmi.signals(), ElementsAre("uart_data_changed_signal(0E 06 [02])", "OnAutoTestSelectPageSignal(2)"));
 }
 
 TEST_F(DispatcherTest, TheLongestFrameIsPublishedWhole)

@@ -29,22 +29,21 @@ json antenna(int state)
 
 INSTANTIATE_TEST_SUITE_P(
     Gps, GPSCommandTest,
-    testing::Values(
-        CommandCase{"NoSatelliteAtFirst", {0x05, 0x00}, {"85 00 [00]"}, {}, {}},
-        CommandCase{"PositionIsZeroAtFirst", {0x05, 0x02}, {"85 02 [00 00 00 00 00 00 00 00]"}, {}, {}},
-        CommandCase{"CarInformationIsZeroAtFirst", {0x05, 0x0D}, {"85 0D [00]"}, {}, {}},
-        CommandCase{"ParametersAreIgnored", {0x05, 0x0D, 0x01, 0x02}, {"85 0D [00]"}, {}, {}},
-        CommandCase{"AntennaIsTheStateAsItIs", {0x05, 0x0B}, {"85 0B [04]"}, {}, {}},
-        CommandCase{"Antenna0", {0x05, 0x0B}, {"85 0B [00]"}, {}, {}, antenna(0)},
-        CommandCase{"Antenna5", {0x05, 0x0B}, {"85 0B [05]"}, {}, {}, antenna(5)},
-        CommandCase{"AntennaIsTheLowByte", {0x05, 0x0B}, {"85 0B [02]"}, {}, {}, antenna(0x0102)},
-        CommandCase{"AntennaMinus1", {0x05, 0x0B}, {"85 0B [FF]"}, {}, {}, antenna(-1)},
-        CommandCase{"AntennaWithoutTheProxyIs0",
-                    {0x05, 0x0B},
-                    {"85 0B [00]"},
-                    {},
-                    {},
-                    {{"system_misc", {{"available", false}}}}}),
+    testing::Values(CommandCase{"NoSatelliteAtFirst", {0x05, 0x00}, {"85 00 [00]"}, {}, {}},
+                    CommandCase{"PositionIsZeroAtFirst", {0x05, 0x02}, {"85 02 [00 00 00 00 00 00 00 00]"}, {}, {}},
+                    CommandCase{"CarInformationIsZeroAtFirst", {0x05, 0x0D}, {"85 0D [00]"}, {}, {}},
+                    CommandCase{"ParametersAreIgnored", {0x05, 0x0D, 0x01, 0x02}, {"85 0D [00]"}, {}, {}},
+                    CommandCase{"AntennaIsTheStateAsItIs", {0x05, 0x0B}, {"85 0B [04]"}, {}, {}},
+                    CommandCase{"Antenna0", {0x05, 0x0B}, {"85 0B [00]"}, {}, {}, antenna(0)},
+                    CommandCase{"Antenna5", {0x05, 0x0B}, {"85 0B [05]"}, {}, {}, antenna(5)},
+                    CommandCase{"AntennaIsTheLowByte", {0x05, 0x0B}, {"85 0B [02]"}, {}, {}, antenna(0x0102)},
+                    CommandCase{"AntennaMinus1", {0x05, 0x0B}, {"85 0B [FF]"}, {}, {}, antenna(-1)},
+                    CommandCase{"AntennaWithoutTheProxyIs0",
+                                {0x05, 0x0B},
+                                {"85 0B [00]"},
+                                {},
+                                {},
+                                {{"system_misc", {{"available", false}}}}}),
     caseName);
 
 class GpsTest : public EngineTest

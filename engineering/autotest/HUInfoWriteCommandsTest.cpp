@@ -73,27 +73,27 @@ public:
 
 INSTANTIATE_TEST_SUITE_P(
     Identity, RecordTest,
-    testing::Values(
-        Record{"FactorySerial", 0x02, 0x03, "factory_serial_num", "DEBUG [SaveFactorySerialNum] str_SN = ",
-               "INFO [SaveFactorySerialNum] open ", "DEBUG [FeedBackFactorySerialNum] str_SN = ",
-               "INFO [FeedBackFactorySerialNum] open ", 0x03},
-        Record{"ProductionDate", 0x04, 0x05, "production_date", "DEBUG [SaveProductionDate] str_SN = ",
-               "INFO [SaveProductionDate] open ", "DEBUG [FeedBackProductionDate] str_SN = ",
-               "INFO [FeedBackProductionDate] open ", 0x05},
-        // Read under the factory serial's tag.
-        Record{"PasswordNumber", 0x0E, 0x0F, "password_num", "DEBUG [SavePasswordNum] str_PN = ",
-               "INFO [SavePasswordNum] open ", "DEBUG [FeedBackFactorySerialNum] str_PN = ",
-               "INFO [FeedBackFactorySerialNum] open ", 0x0F},
-        // Missing under the password's code.
-        Record{"CarPlayMac", 0x11, 0x12, "cp_mac_address", "DEBUG [SaveCarPlayMacAddress] str_PN = ",
-               "INFO [SaveCarPlayMacAddress] open ", "DEBUG [FeedBackCarPlayMacAddress] str_PN = ",
-               "INFO [FeedBackCarPlayMacAddress] open ", 0x0F},
-        Record{"HeadUnitSerial", 0x13, 0x14, "hu_serial_num", "DEBUG [SaveHUSerialNum] str_SN = ",
-               "INFO [SaveHUSerialNum] open ", "DEBUG [FeedBackHUSerialNum] str_SN = ",
-               "INFO [FeedBackHUSerialNum] open ", 0x14},
-        Record{"DrawingCode", 0x15, 0x16, "drawing_code", "DEBUG [SaveDrawingCode] str_SN = ",
-               "INFO [SaveDrawingCode] open ", "DEBUG [FeedBackDrawingCode] str_SN = ",
-               "INFO [FeedBackDrawingCode] open ", 0x16}),
+    testing::Values(Record{"FactorySerial", 0x02, 0x03, "factory_serial_num",
+                           "DEBUG [SaveFactorySerialNum] str_SN = ", "INFO [SaveFactorySerialNum] open ",
+                           "DEBUG [FeedBackFactorySerialNum] str_SN = ", "INFO [FeedBackFactorySerialNum] open ", 0x03},
+                    Record{"ProductionDate", 0x04, 0x05, "production_date",
+                           "DEBUG [SaveProductionDate] str_SN = ", "INFO [SaveProductionDate] open ",
+                           "DEBUG [FeedBackProductionDate] str_SN = ", "INFO [FeedBackProductionDate] open ", 0x05},
+                    // Read under the factory serial's tag.
+                    Record{"PasswordNumber", 0x0E, 0x0F, "password_num",
+                           "DEBUG [SavePasswordNum] str_PN = ", "INFO [SavePasswordNum] open ",
+                           "DEBUG [FeedBackFactorySerialNum] str_PN = ", "INFO [FeedBackFactorySerialNum] open ", 0x0F},
+                    // Missing under the password's code.
+                    Record{"CarPlayMac", 0x11, 0x12, "cp_mac_address",
+                           "DEBUG [SaveCarPlayMacAddress] str_PN = ", "INFO [SaveCarPlayMacAddress] open ",
+                           "DEBUG [FeedBackCarPlayMacAddress] str_PN = ", "INFO [FeedBackCarPlayMacAddress] open ",
+                           0x0F},
+                    Record{"HeadUnitSerial", 0x13, 0x14, "hu_serial_num",
+                           "DEBUG [SaveHUSerialNum] str_SN = ", "INFO [SaveHUSerialNum] open ",
+                           "DEBUG [FeedBackHUSerialNum] str_SN = ", "INFO [FeedBackHUSerialNum] open ", 0x14},
+                    Record{"DrawingCode", 0x15, 0x16, "drawing_code",
+                           "DEBUG [SaveDrawingCode] str_SN = ", "INFO [SaveDrawingCode] open ",
+                           "DEBUG [FeedBackDrawingCode] str_SN = ", "INFO [FeedBackDrawingCode] open ", 0x16}),
     recordName);
 
 TEST_P(RecordTest, IsStoredWithoutLineEndAndNotAnswered)

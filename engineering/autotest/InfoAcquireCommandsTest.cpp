@@ -87,8 +87,8 @@ TEST_F(InfoTest, EachCommandAsksAnew)
     station.sendCommand(0x07, 0x00);
     station.sendCommand(0x07, 0x06);
 
-    EXPECT_THAT(station.replies(), ElementsAre("87 00 [66 69 65 6C 64 39]", "87 06 [62 65 6E 63 68]", "87 00 [C3 A4]",
-                                               "87 06 [4B 37]"));
+    EXPECT_THAT(station.replies(),
+                ElementsAre("87 00 [66 69 65 6C 64 39]", "87 06 [62 65 6E 63 68]", "87 00 [C3 A4]", "87 06 [4B 37]"));
 }
 
 TEST_F(InfoTest, ATextThatFillsAFrameIsSentAndALongerOneIsNot)

@@ -43,8 +43,9 @@ TEST_F(EngineStartTest, TheLogTellsItsSteps)
     for (const std::string& line : log.lines())
         if (line.find("KYRAutoTest()") != std::string::npos || line.find("AddListener") != std::string::npos)
             steps.push_back(line);
-    EXPECT_THAT(steps, ElementsAre("DEBUG KYRAutoTest(), Created!", "INFO InitPowerService m_PowerService->AddListener()",
-                                   "INFO InitAudioService(), AddListener", "INFO InitTunerService(), AddListener"));
+    EXPECT_THAT(steps,
+                ElementsAre("DEBUG KYRAutoTest(), Created!", "INFO InitPowerService m_PowerService->AddListener()",
+                            "INFO InitAudioService(), AddListener", "INFO InitTunerService(), AddListener"));
 }
 
 TEST_F(EngineStartTest, ServicesThatAreMissingArePassedOverAndTheStationIsAnswered)

@@ -74,7 +74,8 @@ TEST_F(KeyFeedbackTest, EveryKeyHasTheCodeThatTheStationKnows)
         codes[static_cast<std::size_t>(key)] = code;
 
     for (int key = 0; key <= 255; ++key)
-        EXPECT_EQ(engine().ChangeKeyTypeToAutoTestKey(static_cast<E_KeyVKey>(key)), codes[static_cast<std::size_t>(key)])
+        EXPECT_EQ(engine().ChangeKeyTypeToAutoTestKey(static_cast<E_KeyVKey>(key)),
+                  codes[static_cast<std::size_t>(key)])
             << key;
     EXPECT_EQ(engine().ChangeKeyTypeToAutoTestKey(static_cast<E_KeyVKey>(-1)), 255);
 }

@@ -15,8 +15,7 @@ using testing::IsEmpty;
 
 constexpr const char* kFile = "/media/edited.txt";
 constexpr const char* kBackup = "/media/backup.txt";
-constexpr const char* kRangeMessage =
-    "INFO [rkb] ResetLineContents, Exceeded the range of configuration file lines!";
+constexpr const char* kRangeMessage = "INFO [rkb] ResetLineContents, Exceeded the range of configuration file lines!";
 
 class LineEditingTest : public EngineTest
 {

@@ -252,7 +252,8 @@ void tellMac(int descriptor)
 {
     if (!enterNetwork() || !makeInterface("wlan0") || !makeInterface("wlan1") || !makeInterface("usb0"))
         _exit(kForbidden);
-    const bool prepared = shell("ip addr add 192.0.2.1/24 dev wlan0") && shell("ip addr add 192.168.5.1/24 dev wlan1") &&
+    const bool prepared = shell("ip addr add 192.0.2.1/24 dev wlan0") &&
+                          shell("ip addr add 192.168.5.1/24 dev wlan1") &&
                           shell("ip link set usb0 address 0a:1b:2c:3d:4e:5f");
     if (!prepared)
         _exit(kForbidden);

@@ -42,11 +42,8 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"AndroidAuto255", {0x11, 0x05}, {"91 05 [FF]"}, {}, {}, androidAuto(255)},
         CommandCase{"AndroidAutoIsTheLowByte", {0x11, 0x05}, {"91 05 [02]"}, {}, {}, androidAuto(0x0102)},
         CommandCase{"AndroidAutoMinus1", {0x11, 0x05}, {"91 05 [FF]"}, {}, {}, androidAuto(-1)},
-        CommandCase{"UsbMacIsZerosWithoutInterface",
-                    {0x11, 0x06},
-                    {"91 06 [30 30 30 30 30 30 30 30 30 30 30 30]"},
-                    {},
-                    {}},
+        CommandCase{
+            "UsbMacIsZerosWithoutInterface", {0x11, 0x06}, {"91 06 [30 30 30 30 30 30 30 30 30 30 30 30]"}, {}, {}},
         CommandCase{"WithoutARecordNothingMatches", {0x11, 0x07}, {"91 07 [00]"}, {}, {}}),
     caseName);
 
@@ -160,8 +157,8 @@ TEST_F(PhoneTest, TheUsbMacMatchesItsRecordInUpperCaseOnly)
 TEST_F(PhoneTest, LengthAndEveryByteOfTheRecordCount)
 {
     startWithUsb();
-    for (const char* other : {"", "0A:1B:2C:3D:4E:5", "0A:1B:2C:3D:4E:5F ", "0A:1B:2C:3D:4E:5E", "0A1B2C3D4E5F",
-                              "0A:1B:2C:3D:4E:5F\n"}) {
+    for (const char* other :
+         {"", "0A:1B:2C:3D:4E:5", "0A:1B:2C:3D:4E:5F ", "0A:1B:2C:3D:4E:5E", "0A1B2C3D4E5F", "0A:1B:2C:3D:4E:5F\n"}) {
         writeFile(kRecord, other);
 
         EXPECT_THAT(answerTo(0x07), ElementsAre("91 07 [00]")) << '"' << other << '"';

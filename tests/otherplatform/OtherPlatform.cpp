@@ -51,59 +51,149 @@ std::vector<std::vector<std::uint8_t>> takeSent()
     return std::exchange(g_sent, {});
 }
 
-void setRoot(const std::string& root) { g_root = root; }
+void setRoot(const std::string& root)
+{
+    g_root = root;
+}
 
 }  // namespace otherplatform
 
 // Every service is missing.
 
-KYRAndroidAuto* KYR_GetAAProxy() { return nullptr; }
-KYRAppMgrService* KYR_GetAppMgrService() { return nullptr; }
-KYRAudio* KYR_GetAudioService() { return nullptr; }
-KYRCarPlay* KYR_GetCarPlayService() { return nullptr; }
-KYRDeviceApp* KYR_GetDeviceAppProxy() { return nullptr; }
-KYRFileMgr* KYR_GetFileMgr() { return nullptr; }
-KYRLibConfigs* GetLibConfigs() { return nullptr; }
-KYRLocation* KYR_GetLocationService() { return nullptr; }
-KYRMediaPlayer* KYR_GetMediaPlayer() { return nullptr; }
-KYRPower* KYR_GetSystemPowerProxy() { return nullptr; }
-KYRSystemInfo* KYR_GetSystemInfoProxy() { return nullptr; }
-KYRSystemMisc* KYR_GetSystemMiscProxy() { return nullptr; }
-KYRSystemUpdate* KYR_GetSystemUpdateProxy() { return nullptr; }
-KYRTuner* KYR_GetTunerService() { return nullptr; }
-KYRU6Persist* KYR_GetU6PersistService() { return nullptr; }
-KYRWifi* KYR_GetWifiService() { return nullptr; }
+KYRAndroidAuto* KYR_GetAAProxy()
+{
+    return nullptr;
+}
+KYRAppMgrService* KYR_GetAppMgrService()
+{
+    return nullptr;
+}
+KYRAudio* KYR_GetAudioService()
+{
+    return nullptr;
+}
+KYRCarPlay* KYR_GetCarPlayService()
+{
+    return nullptr;
+}
+KYRDeviceApp* KYR_GetDeviceAppProxy()
+{
+    return nullptr;
+}
+KYRFileMgr* KYR_GetFileMgr()
+{
+    return nullptr;
+}
+KYRLibConfigs* GetLibConfigs()
+{
+    return nullptr;
+}
+KYRLocation* KYR_GetLocationService()
+{
+    return nullptr;
+}
+KYRMediaPlayer* KYR_GetMediaPlayer()
+{
+    return nullptr;
+}
+KYRPower* KYR_GetSystemPowerProxy()
+{
+    return nullptr;
+}
+KYRSystemInfo* KYR_GetSystemInfoProxy()
+{
+    return nullptr;
+}
+KYRSystemMisc* KYR_GetSystemMiscProxy()
+{
+    return nullptr;
+}
+KYRSystemUpdate* KYR_GetSystemUpdateProxy()
+{
+    return nullptr;
+}
+KYRTuner* KYR_GetTunerService()
+{
+    return nullptr;
+}
+KYRU6Persist* KYR_GetU6PersistService()
+{
+    return nullptr;
+}
+KYRWifi* KYR_GetWifiService()
+{
+    return nullptr;
+}
 
 // What cannot be missing does nothing, and fails where it can.
 
 zlog_category_t* liblog_category = nullptr;
-int log_system_init(const char*) { return 0; }
+int log_system_init(const char*)
+{
+    return 0;
+}
 
-const char* KYR_GetRootPath() { return g_root.c_str(); }
-int KYR_ExecSystemCmd(const char*, int) { return 0; }
-int KYR_RemoveFile(const char*, int) { return 0; }
-int KYR_StartSystemProxy() { return 0; }
+const char* KYR_GetRootPath()
+{
+    return g_root.c_str();
+}
+int KYR_ExecSystemCmd(const char*, int)
+{
+    return 0;
+}
+int KYR_RemoveFile(const char*, int)
+{
+    return 0;
+}
+int KYR_StartSystemProxy()
+{
+    return 0;
+}
 
 void KYRSource::StartService() {}
-int KYRSource::Request(int, AudioGainType) { return 0; }
-KYRSource::SourceID KYRSource::GetCurrentSource(SourceType) { return SOURCE_NONE; }
+int KYRSource::Request(int, AudioGainType)
+{
+    return 0;
+}
+KYRSource::SourceID KYRSource::GetCurrentSource(SourceType)
+{
+    return SOURCE_NONE;
+}
 void KYRSource::AddListener(IKYRSourceListener*) {}
 void KYRSource::RemoveListener(IKYRSourceListener*) {}
 
 void KYR_CreateBlueTooth() {}
 KYRBtCom::KYRBtCom(IKYRBtComListener* pListener) : m_pListener(pListener) {}
 KYRBtCom::~KYRBtCom() = default;
-int KYRBtCom::GetAttribute(KYRBtType::Attribute, std::string&) { return 0; }
-int KYRBtCom::DeletePairDeviceList() { return 0; }
+int KYRBtCom::GetAttribute(KYRBtType::Attribute, std::string&)
+{
+    return 0;
+}
+int KYRBtCom::DeletePairDeviceList()
+{
+    return 0;
+}
 void KYRBtCom::SetCapability(KYRBtType::Capability, int) {}
-int KYRBtCom::GetCapability(KYRBtType::Capability) { return 0; }
+int KYRBtCom::GetCapability(KYRBtType::Capability)
+{
+    return 0;
+}
 void KYRBtCom::AnswerPair(const std::string&, const std::string&, KYRBtType::PairRequestState) {}
 void KYRBtPhone::AcceptCall() {}
 void KYRBtPhone::TerminateCall() {}
-KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState() { return {}; }
+KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
+{
+    return {};
+}
 void KYRBtPhone::GetCurrentCallInfo(KYRTypeCallInfo&) {}
-KYRBtConnectionState KYRBtMedia::GetMediaConnectionState() { return {}; }
-KYRBtType::MusicStatus KYRBtMedia::GetMusicPlayStatus() { return {}; }
+KYRBtConnectionState KYRBtMedia::GetMediaConnectionState()
+{
+    return {};
+}
+KYRBtType::MusicStatus KYRBtMedia::GetMusicPlayStatus()
+{
+    return {};
+}
 
 // Mutex and thread as the C library has them; no timer ever expires.
 
@@ -115,9 +205,18 @@ KYRMutex::KYRMutex()
     pthread_mutex_init(&m_mutex, &attributes);
     pthread_mutexattr_destroy(&attributes);
 }
-KYRMutex::~KYRMutex() { pthread_mutex_destroy(&m_mutex); }
-void KYRMutex::Lock() { pthread_mutex_lock(&m_mutex); }
-void KYRMutex::Unlock() { pthread_mutex_unlock(&m_mutex); }
+KYRMutex::~KYRMutex()
+{
+    pthread_mutex_destroy(&m_mutex);
+}
+void KYRMutex::Lock()
+{
+    pthread_mutex_lock(&m_mutex);
+}
+void KYRMutex::Unlock()
+{
+    pthread_mutex_unlock(&m_mutex);
+}
 
 struct KYRThread::Impl {
 };
@@ -134,9 +233,15 @@ struct KYRQLXTimer::Impl {
 };
 KYRQLXTimer::KYRQLXTimer() : m_pImpl(std::make_unique<Impl>()) {}
 KYRQLXTimer::~KYRQLXTimer() = default;
-int KYRQLXTimer::StartNormalTimer(int, int, TimerType, LoopType) { return 1; }
+int KYRQLXTimer::StartNormalTimer(int, int, TimerType, LoopType)
+{
+    return 1;
+}
 void KYRQLXTimer::KillNormalTimer(int) {}
-int KYRQLXTimer::IsNormalTimerActive(int) { return 0; }
+int KYRQLXTimer::IsNormalTimerActive(int)
+{
+    return 0;
+}
 
 // The line is memory.
 
@@ -144,9 +249,18 @@ struct KYRUartAdapter::Impl {
 };
 KYRUartAdapter::KYRUartAdapter() : m_pImpl(std::make_unique<Impl>()) {}
 KYRUartAdapter::~KYRUartAdapter() = default;
-int KYRUartAdapter::Init(const KYRRmt::UartClientInfo&) { return 1; }
-int KYRUartAdapter::Exit() { return 1; }
-void KYRUartAdapter::RegisterSkeleton(KYRRmtSkeleton* pSkeleton) { g_receiver = pSkeleton; }
+int KYRUartAdapter::Init(const KYRRmt::UartClientInfo&)
+{
+    return 1;
+}
+int KYRUartAdapter::Exit()
+{
+    return 1;
+}
+void KYRUartAdapter::RegisterSkeleton(KYRRmtSkeleton* pSkeleton)
+{
+    g_receiver = pSkeleton;
+}
 int KYRUartAdapter::SendAutoTestCommand(KYRRmtParameter* pParameter)
 {
     const std::lock_guard lock(g_mutex);

@@ -7,8 +7,7 @@
 // Frames as they stand on the wire, each worked out by hand, byte for byte. The codec's, the service's and the
 // station's tests share them, so that both ends agree.
 
-namespace wire
-{
+namespace wire {
 
 using Bytes = std::vector<std::uint8_t>;
 
