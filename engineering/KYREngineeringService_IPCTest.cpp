@@ -14,7 +14,7 @@
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/bench/Root.h"
-#include "tests/integration/BusClient.h"
+#include "tests/support/BusClient.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/RecordedWire.h"

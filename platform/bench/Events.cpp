@@ -273,9 +273,7 @@ void checkArguments(const Event& event, const json& arguments)
     if (!arguments.is_object())
         refuse(event, "the arguments must be an object");
     for (const auto& [name, value] : arguments.items()) {
-        const bool known = std::ranges::any_of(
-            event.arguments, [&name](const EventArgument& argument) { return name == argument.name; });
-        if (!known)
+        if (std::ranges::find(event.arguments, name, &EventArgument::name) == event.arguments.end())
             refuse(event, "there is no argument \"" + name + "\"");
     }
     for (const EventArgument& argument : event.arguments) {

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/integration/BenchTest.h"
-#include "tests/integration/BusClient.h"
+#include "tests/support/BusClient.h"
 #include "tests/support/WireVectors.h"
 
 namespace tests {

@@ -4,7 +4,7 @@
 #include <csignal>
 
 #include "tests/integration/BenchTest.h"
-#include "tests/integration/BusClient.h"
+#include "tests/support/BusClient.h"
 #include "tests/support/WireVectors.h"
 
 namespace tests {

@@ -1,4 +1,4 @@
-#include "tests/integration/BusClient.h"
+#include "tests/support/BusClient.h"
 
 #include <future>
 #include <stdexcept>
