@@ -17,9 +17,13 @@ extern "C" const char* __lsan_default_suppressions()
 
 namespace {
 
-std::mutex g_mutex;
-std::condition_variable g_changed;
-std::vector<std::string> g_lines;  // guarded by g_mutex
+/// Never destroyed: the service's threads log until the process has ended.
+struct Record {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::string> lines;  // guarded by mutex
+};
+Record& g_record = *new Record;
 
 constexpr const char* kRules =
     "[formats]\n"
@@ -30,10 +34,10 @@ constexpr const char* kRules =
 int keep(zlog_msg_t* message)
 {
     {
-        const std::lock_guard lock(g_mutex);
-        g_lines.emplace_back(message->buf, message->len);
+        const std::lock_guard lock(g_record.mutex);
+        g_record.lines.emplace_back(message->buf, message->len);
     }
-    g_changed.notify_all();
+    g_record.changed.notify_all();
     return 0;
 }
 
@@ -58,8 +62,8 @@ LogRecorder::LogRecorder()
 
 std::vector<std::string> LogRecorder::lines() const
 {
-    const std::lock_guard lock(g_mutex);
-    return g_lines;
+    const std::lock_guard lock(g_record.mutex);
+    return g_record.lines;
 }
 
 std::vector<std::string> LogRecorder::errors() const
@@ -71,14 +75,15 @@ std::vector<std::string> LogRecorder::errors() const
 
 bool LogRecorder::waitFor(const std::string& beginning) const
 {
-    std::unique_lock lock(g_mutex);
-    return g_changed.wait_for(lock, std::chrono::seconds(20), [&] {
-        return std::ranges::any_of(g_lines, [&](const std::string& line) { return line.starts_with(beginning); });
+    std::unique_lock lock(g_record.mutex);
+    return g_record.changed.wait_for(lock, std::chrono::seconds(20), [&] {
+        return std::ranges::any_of(g_record.lines,
+                                   [&](const std::string& line) { return line.starts_with(beginning); });
     });
 }
 
 void LogRecorder::clear()
 {
-    const std::lock_guard lock(g_mutex);
-    g_lines.clear();
+    const std::lock_guard lock(g_record.mutex);
+    g_record.lines.clear();
 }
