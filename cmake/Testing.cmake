@@ -15,5 +15,5 @@ function(unit_test name)
     target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT}
-    ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp")
+    ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0")
 endfunction()
