@@ -74,6 +74,14 @@ std::string checkByte(const std::string& text)
     return station::parseByte(text) ? "" : "'" + text + "' is no byte: one or two hexadecimal digits were expected";
 }
 
+std::string checkPort(const std::string& text)
+{
+    const unsigned baud = parsePort(text).baud;
+    return station::SerialLink::isKnownBaud(baud)
+               ? ""
+               : std::to_string(baud) + " is no baud rate: a common one such as 9600, 115200 or 921600 was expected";
+}
+
 std::string checkTimeout(const std::string& text)
 {
     double seconds = 0;
@@ -144,6 +152,7 @@ void addSend(CLI::App& app, SendOptions& options)
     command
         ->add_option("--port", options.port,
                      "PATH[,BAUD]: serial device or pseudo-terminal, 115200 baud unless told otherwise")
+        ->check(checkPort)
         ->default_val(defaultPort());
     command->add_option("--timeout", options.timeoutSeconds, "How long to wait for the reply, in seconds; may be 0.2")
         ->check(checkTimeout)

@@ -244,7 +244,7 @@ TEST(FrameAssembler, AboveItsLimitItKeepsAFrameThatIsStillComing)
     EXPECT_THAT(feed(assembler, {wire::kModeOn.back()}), ElementsAre(kModeOnSeen));
 }
 
-/// The buffer as the wire's description has it, searched from its beginning for every frame: slow, and plainly right.
+/// A buffer searched from its beginning for every frame: slow, and plainly right.
 class PlainReceiver
 {
 public:

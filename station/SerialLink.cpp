@@ -16,17 +16,11 @@ namespace station {
 namespace {
 
 constexpr auto kSpeeds = std::to_array<std::pair<unsigned, speed_t>>({
-    {1200, B1200},
-    {2400, B2400},
-    {4800, B4800},
-    {9600, B9600},
-    {19200, B19200},
-    {38400, B38400},
-    {57600, B57600},
-    {115200, B115200},
-    {230400, B230400},
-    {460800, B460800},
-    {921600, B921600},
+    {1200, B1200},       {2400, B2400},       {4800, B4800},       {9600, B9600},       {19200, B19200},
+    {38400, B38400},     {57600, B57600},     {115200, B115200},   {230400, B230400},   {460800, B460800},
+    {500000, B500000},   {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
+    {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000}, {3500000, B3500000},
+    {4000000, B4000000},
 });
 
 /// @returns milliseconds for poll(), rounded up so that it does not return just before the deadline.
@@ -38,6 +32,11 @@ int pollTimeout(SerialLink::Clock::time_point deadline)
 }
 
 }  // namespace
+
+bool SerialLink::isKnownBaud(unsigned baud)
+{
+    return std::ranges::find(kSpeeds, baud, &std::pair<unsigned, speed_t>::first) != kSpeeds.end();
+}
 
 SerialLink::SerialLink(const std::string& path, unsigned baud)
     : path_(path)

@@ -19,6 +19,9 @@ public:
 
     static constexpr unsigned kDefaultBaud = 115200;
 
+    /// @returns whether a line can be opened at this rate, in bits per second.
+    static bool isKnownBaud(unsigned baud);
+
     /// Opens `path` raw, 8 data bits, no parity, 1 stop bit, no flow control. It never becomes the process's
     /// controlling terminal.
     /// @param baud bits per second; one of those that a serial device knows, else std::errc::invalid_argument.

@@ -1,7 +1,9 @@
 #include "station/Station.h"
 
 #include <gmock/gmock.h>
+
 #include <gtest/gtest.h>
+#include <atomic>
 
 #include <thread>
 
@@ -117,6 +119,23 @@ TEST_F(StationTest, FrameThatNoLengthByteCanTellIsRefused)
     const Frame tooLong{0x0F, 0x00, std::vector<std::uint8_t>(253)};
 
     EXPECT_THROW(station_.send(tooLong, Station::Clock::now() + kGenerous), std::length_error);
+}
+
+TEST_F(StationTest, LineThatNeverFallsSilentIsGivenUpInTime)
+{
+    std::atomic<bool> enough = false;
+    std::atomic<bool> finished = false;
+    std::jthread noise([&] {
+        while (!enough)
+            peer_.write(std::vector<std::uint8_t>(64, 0x55));
+        finished = true;
+    });
+
+    EXPECT_EQ(station_.request({0x0F, 0x00, {0x01}}, 200ms), std::nullopt);
+
+    enough = true;
+    while (!finished)
+        station_.receive(Station::Clock::now() + 10ms);  // so that the noise is not held up
 }
 
 TEST_F(StationTest, LongestFrameIsSentWhole)

@@ -115,6 +115,7 @@ INSTANTIATE_TEST_SUITE_P(StationProgram, WrongUseTest,
                                          WrongUse{"TimeoutIsNegative", {"0F", "00", "--timeout", "-1"}},
                                          WrongUse{"TimeoutIsNotANumber", {"0F", "00", "--timeout", "nan"}},
                                          // group, command and one parameter more than a frame holds
+                                         WrongUse{"BaudThatNoLineHas", {"0F", "00", "--port", "/dev/null,12345"}},
                                          WrongUse{"TooManyParameters", std::vector<std::string>(255, "00")}),
                          [](const auto& row) { return row.param.name; });
 
