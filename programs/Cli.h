@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -16,8 +17,11 @@ enum Exit : int {
 };
 
 /// Prints the program's name and `message` as the one line on standard error that an error gets.
-inline void complain(const char* program, const std::string& message)
+inline void complain(const char* program, std::string message)
 {
+    // One line, whatever it quotes.
+    std::ranges::replace_if(
+        message, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
     std::fprintf(stderr, "%s: %s\n", program, message.c_str());
 }
 

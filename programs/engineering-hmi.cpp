@@ -13,6 +13,7 @@
 
 #include "programs/Cli.h"
 #include "programs/Hmi.h"
+#include "programs/SessionBus.h"
 
 namespace {
 
@@ -173,12 +174,11 @@ gboolean askedToEnd(gpointer data)
 ObjectPtr<ComZentLinuxEngineering> subscribe(Follower& follower)
 {
     GError* error = nullptr;
-    const ObjectPtr<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error));
+    const ObjectPtr<GDBusConnection> bus(programs::connectToSessionBus(&error));
     if (!bus) {
         complainAbout("no session bus", error);
         return nullptr;
     }
-    g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
     g_signal_connect(bus.get(), "closed", G_CALLBACK(connectionClosed), &follower);
     constexpr auto kFlags =
         static_cast<GDBusProxyFlags>(G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES | G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START);
@@ -197,14 +197,14 @@ int follow(Follower& follower)
     const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(g_main_loop_new(nullptr, FALSE),
                                                                         g_main_loop_unref);
     follower.loop = loop.get();
-    g_unix_signal_add(SIGINT, askedToEnd, &follower);
-    g_unix_signal_add(SIGTERM, askedToEnd, &follower);
-
     const auto proxy = subscribe(follower);
     if (!proxy) {
         return programs::kFailed;
     }
     follower.proxy = proxy.get();
+    // Not before: until the loop runs, the signals end the process as they do by default.
+    g_unix_signal_add(SIGINT, askedToEnd, &follower);
+    g_unix_signal_add(SIGTERM, askedToEnd, &follower);
     noteOwner(follower);
     std::fputs("ready\n", stderr);
     g_main_loop_run(loop.get());

@@ -49,15 +49,19 @@ void addOptions(CLI::App& app, Options& options)
     app.add_option("--uart", options.uart,
                    "the station's line: pty:LINK makes a pseudo-terminal and a link to it, DEVICE[,BAUD] opens a "
                    "serial device, at 115200 baud if not told otherwise; the default is a pseudo-terminal at 'uart' in "
-                   "the run directory ($XDG_RUNTIME_DIR/engineering or /tmp/engineering-$UID)");
+                   "the run directory ($XDG_RUNTIME_DIR/engineering or /tmp/engineering-$UID)")
+        ->take_last();
     app.add_option("--root", options.root,
                    "the directory that stands for / in the paths on the persistent partition (/perm_data, /media, "
-                   "/kyr); the default is the real root");
+                   "/kyr); the default is the real root")
+        ->take_last();
     app.add_option("--headunit", options.headUnit,
-                   "a JSON file that is merged over the simulated head unit's built-in state (RFC 7396)");
+                   "a JSON file that is merged over the simulated head unit's built-in state (RFC 7396)")
+        ->take_last();
     app.add_option("--log-conf", options.logConfiguration,
                    "a zlog configuration with rules for the category 'engineering'; the default logs info and above "
-                   "to /perm_data/log/log_engineering.log");
+                   "to /perm_data/log/log_engineering.log")
+        ->take_last();
 }
 
 std::string readFile(const std::string& path)

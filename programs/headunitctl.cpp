@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Cli.h"
+#include "SessionBus.h"
 
 namespace {
 
@@ -76,10 +77,13 @@ Failure failureOf(GError* error)
 Connection connect()
 {
     GError* error = nullptr;
-    GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
+    GDBusConnection* const connection = programs::connectToSessionBus(&error);
+    if (connection == nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
+        g_clear_error(&error);
+        throw Failure{programs::kNoAnswer, "the session bus does not answer"};
+    }
     if (connection == nullptr)
         throw Failure{programs::kFailed, "no session bus, is DBUS_SESSION_BUS_ADDRESS set? " + take(error)};
-    g_dbus_connection_set_exit_on_close(connection, FALSE);
     return Connection(connection);
 }
 

@@ -73,6 +73,8 @@ void deinitialise()
 {
     armWatchdog();
     wire.withdraw();
+    // Now already: what follows may run into the watchdog, which writes nothing.
+    std::fflush(stdout);
     deinitialise();
     wire.stop();
     std::fflush(stdout);
