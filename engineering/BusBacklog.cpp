@@ -1,6 +1,14 @@
 #include "engineering/BusBacklog.h"
 
+#include <algorithm>
+
 #include "engineering/Log.h"
+
+namespace {
+
+constexpr const char* kInterface = "com.zent.linux.engineering";
+
+}  // namespace
 
 void BusBacklog::Watch(GDBusConnection* pConnection)
 {
@@ -38,7 +46,9 @@ bool BusBacklog::Admit()
 // Runs on GDBus's own thread, for every message of the connection, just before an outgoing one is written.
 GDBusMessage* BusBacklog::OnMessage(GDBusConnection*, GDBusMessage* pMessage, gboolean bIncoming, gpointer pSelf)
 {
-    if (!bIncoming && g_dbus_message_get_message_type(pMessage) == G_DBUS_MESSAGE_TYPE_SIGNAL)
+    // The connection is the process's shared one: others may send on it, too.
+    if (!bIncoming && g_dbus_message_get_message_type(pMessage) == G_DBUS_MESSAGE_TYPE_SIGNAL &&
+        g_strcmp0(g_dbus_message_get_interface(pMessage), kInterface) == 0)
         static_cast<BusBacklog*>(pSelf)->OnTaken();
     return pMessage;
 }
@@ -49,7 +59,7 @@ void BusBacklog::OnTaken()
     unsigned int nDropped = 0;
     {
         const std::lock_guard lock(m_mutex);
-        --m_nQueued;
+        m_nQueued = std::max(m_nQueued - 1, 0);  // one may have been sent before the counting began
         ++m_nTaken;
         if (m_bStopped && m_nQueued <= kLimit / 2) {
             m_bStopped = false;

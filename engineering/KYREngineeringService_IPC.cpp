@@ -41,6 +41,8 @@ void RunGuarded(Work work)
         work();
     } catch (const std::exception& error) {
         KYR_LOG_ERROR("D-Bus method call ended by an exception: %s", error.what());
+    } catch (...) {
+        KYR_LOG_ERROR("D-Bus method call ended by an unknown exception");
     }
 }
 
@@ -154,7 +156,8 @@ int KYREngineeringService_IPC::InitDbusConnect()
 {
     KYR_LOG_INFO("%s()", __func__);
     pLoop = g_main_loop_new(nullptr, FALSE);
-    m_pThread->Start(DbusThreadCallBack, this);
+    if (m_pThread->Start(DbusThreadCallBack, this) == 0)
+        KYR_LOG_ERROR("no thread for D-Bus, the service goes on without");
     g_bus_own_name(G_BUS_TYPE_SESSION, kBusName, G_BUS_NAME_OWNER_FLAGS_NONE, busAcquiredCB, nameAcquiredCB, nameLostCB,
                    nullptr, nullptr);
     return 1;

@@ -122,6 +122,52 @@ TEST_F(BridgeTest, EmittingLeavesTheFunctionsLinesInTheLog)
                             "INFO emit_on_auto_test_enter_aging_test_signal, is_aging_test_mode = 1"));
 }
 
+TEST_F(BridgeTest, AnyModeButZeroTravelsAsTrue)
+{
+    for (const int mode : {0, 1, 2, -1})
+        emit_on_auto_test_mode_changed_signal(mode);
+
+    EXPECT_THAT(client.waitForSignals(4),
+                ElementsAre("OnAutoTestModeChangeSignal (false,)", "OnAutoTestModeChangeSignal (true,)",
+                            "OnAutoTestModeChangeSignal (true,)", "OnAutoTestModeChangeSignal (true,)"));
+}
+
+TEST_F(BridgeTest, ACallerHasItsAnswerThoughTheLineIsStuck)
+{
+    bridge().station.hold();
+
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, <[byte 9]>, uint16 1)"), "()");
+    EXPECT_THAT(replies(), IsEmpty());
+
+    bridge().station.release();
+    ASSERT_TRUE(bridge().station.waitForFrames(1));
+    EXPECT_THAT(replies(), ElementsAre("8E 01 [09]"));
+}
+
+TEST_F(BridgeTest, AMethodThatNobodyHandlesIsAnsweredWithItsNameAndTheInterface)
+{
+    ComZentLinuxEngineering* const bare = com_zent_linux_engineering_skeleton_new();
+    GDBusConnection* const connection = client.connection();
+    ASSERT_TRUE(g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(bare), connection, "/bare", nullptr));
+    // Calls to this connection's own object arrive in the context of whoever exported it: the bridge's loop.
+    tests::BusClient caller(bridge().bus.address());
+    GError* error = nullptr;
+
+    GVariant* const reply = g_dbus_connection_call_sync(
+        caller.connection(), g_dbus_connection_get_unique_name(connection), "/bare", "com.zent.linux.engineering",
+        "auto_test_set_track_index", g_variant_new("(yy)", 1, 2), nullptr, G_DBUS_CALL_FLAGS_NONE, 20000, nullptr,
+        &error);
+
+    ASSERT_EQ(reply, nullptr);
+    EXPECT_TRUE(g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_METHOD));
+    EXPECT_THAT(
+        error->message,
+        HasSubstr("Method auto_test_set_track_index is not implemented on interface com.zent.linux.engineering"));
+    g_error_free(error);
+    g_dbus_interface_skeleton_unexport(G_DBUS_INTERFACE_SKELETON(bare));
+    g_object_unref(bare);
+}
+
 TEST_F(BridgeTest, AFrameWithoutParametersTravelsWithAnEmptyArray)
 {
     emit_uart_data_changed_signal(0x0F, 0xFF, nullptr, 0);

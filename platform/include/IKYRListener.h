@@ -23,10 +23,9 @@ public:
     {
         if (pListener == nullptr)
             return;
-        LockListener();
+        const Lock lock(*this);
         m_setListeners.insert(pListener);
         OnListenerAdded(pListener);
-        UnlockListener();
     }
 
     /// Removes a listener; null is ignored. OnListenerRemoved() runs also for one that was not there.
@@ -34,10 +33,9 @@ public:
     {
         if (pListener == nullptr)
             return;
-        LockListener();
+        const Lock lock(*this);
         m_setListeners.erase(pListener);
         OnListenerRemoved(pListener);
-        UnlockListener();
     }
 
     /// The set itself, ordered by address; takes no lock.
@@ -54,6 +52,19 @@ public:
     virtual void OnListenerRemoved(T* pListener) { static_cast<void>(pListener); }
 
 private:
+    /// Holds the lock of the registry, or the one that a service has put in its place.
+    class Lock
+    {
+    public:
+        explicit Lock(IKYRListener& registry) : m_registry(registry) { m_registry.LockListener(); }
+        ~Lock() { m_registry.UnlockListener(); }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+    private:
+        IKYRListener& m_registry;
+    };
+
     std::set<T*> m_setListeners;  // guarded by m_csListeners
     KYRMutex m_csListeners;
 };

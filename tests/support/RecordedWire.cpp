@@ -29,7 +29,8 @@ void RecordedWire::detach()
 bool RecordedWire::send(std::span<const std::uint8_t> frame)
 {
     {
-        const std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !held_; });
         if (throw_)
             throw std::runtime_error(*std::exchange(throw_, std::nullopt));
         sent_.emplace_back(frame.begin(), frame.end());
@@ -55,6 +56,21 @@ void RecordedWire::sendCommand(std::uint8_t cmdOne, std::uint8_t cmdTwo, const B
     frame.push_back(static_cast<std::uint8_t>(check >> 8));
     frame.push_back(static_cast<std::uint8_t>(check & 0xFF));
     deliver(frame);
+}
+
+void RecordedWire::hold()
+{
+    const std::lock_guard lock(mutex_);
+    held_ = true;
+}
+
+void RecordedWire::release()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        held_ = false;
+    }
+    changed_.notify_all();
 }
 
 void RecordedWire::throwOnNextSend(const std::string& what)

@@ -35,6 +35,10 @@ public:
     /// The next frame that the unit sends is not recorded: an exception comes out of sending it.
     void throwOnNextSend(const std::string& what);
 
+    /// Lets whoever sends wait, as a line does whose station does not read, until release().
+    void hold();
+    void release();
+
     /// @returns what the unit has sent since the last clear(), byte for byte, one entry a send.
     std::vector<Bytes> sent();
 
@@ -51,6 +55,7 @@ private:
     Receiver receiver_;
     std::mutex mutex_;
     std::condition_variable changed_;
+    bool held_ = false;                 // guarded by mutex_
     std::vector<Bytes> sent_;           // guarded by mutex_
     std::optional<std::string> throw_;  // guarded by mutex_
 };
