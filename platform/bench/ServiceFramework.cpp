@@ -119,14 +119,18 @@ void ServiceFramework::announceReady(const std::string& hint)
 {
     const std::string name = kBusName;
     const BusName outcome = awaitBusName(name, kBusPatience);
+    // One line in all: what is wrong with the service's name, and what else is not on the bus.
+    std::string trouble;
     if (outcome.state == BusName::State::NoBus)
-        report("no session bus, so only the station's line is served: " + outcome.reason);
-    else if (!hint.empty())
-        report(hint);
+        trouble = "no session bus, so only the station's line is served: " + outcome.reason;
     if (outcome.state == BusName::State::Taken)
-        report("another process has the bus name " + name + ", so only the station's line is served");
+        trouble = "another process has the bus name " + name + ", so only the station's line is served";
     if (outcome.state == BusName::State::Late)
-        report("the bus name " + name + " is not there in time, so at first only the station's line is served");
+        trouble = "the bus name " + name + " is not there in time, so at first only the station's line is served";
+    if (outcome.state != BusName::State::NoBus && !hint.empty())
+        trouble += (trouble.empty() ? "" : "; ") + hint;
+    if (!trouble.empty())
+        report(trouble);
 
     std::fprintf(stderr, "ready uart=%s\n", wire_.path().c_str());
     sd_notify(0, "READY=1");
