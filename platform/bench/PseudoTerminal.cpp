@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <system_error>
 #include <utility>
@@ -26,35 +27,40 @@ namespace fs = std::filesystem;
     refuse(link, std::generic_category().message(errno));
 }
 
-/// Where the mark of a running service is: far from the bytes that station programs may lock.
-flock64 markRange(short type)
+/// Where the mark of a service is that runs at `link`: another place for every link, since the number of a terminal is
+/// soon given to the next, and far from the bytes that station programs may lock.
+flock64 markOf(const fs::path& link)
 {
+    std::error_code error;
+    const fs::path directory = fs::canonical(link.parent_path(), error);
     flock64 range{};
-    range.l_type = type;
+    range.l_type = F_WRLCK;
     range.l_whence = SEEK_SET;
-    range.l_start = 0x656E67;
+    const std::uint64_t hash = fs::hash_value(directory / link.filename());
+    range.l_start = static_cast<off64_t>(hash >> 2 | std::uint64_t{1} << 61);
     range.l_len = 1;
     return range;
 }
 
 /// Marks the station's end as served. A record lock, since station programs take flock() and TIOCEXCL for themselves.
-void markServed(int stationEnd)
+void markServed(int stationEnd, const fs::path& link)
 {
-    flock64 range = markRange(F_WRLCK);
+    flock64 range = markOf(link);
     fcntl(stationEnd, F_OFD_SETLK, &range);
 }
 
-/// @returns whether `link` leads to the terminal of a service that runs.
-bool isServed(const fs::path& link)
+/// @returns whether `link` leads to the terminal of another service that runs there.
+/// @param own this service's terminal, to which the link of one that was killed may lead as well
+bool isServed(const fs::path& link, const std::string& own)
 {
     std::error_code error;
     const std::string target = fs::read_symlink(link, error).string();
-    if (!target.starts_with("/dev/pts/"))
+    if (!target.starts_with("/dev/pts/") || target == own)
         return false;
     const Descriptor end(open(target.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     if (!end.valid())
         return false;
-    flock64 range = markRange(F_WRLCK);
+    flock64 range = markOf(link);
     return fcntl(end.get(), F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
 }
 
@@ -89,7 +95,7 @@ void makeLink(const std::string& target, const fs::path& link)
         refuse(link);
     if (!fs::is_symlink(fs::symlink_status(link)))
         refuse(link, "something is there that is no symbolic link; it is left as it is");
-    if (isServed(link))
+    if (isServed(link, target))
         refuse(link, "another service is running there");
     replaceLink(target, link);
 }
@@ -109,7 +115,7 @@ PseudoTerminal::PseudoTerminal(const fs::path& link) : link_(fs::absolute(link).
     if (!station_->valid() || fchmod(station_->get(), S_IRUSR | S_IWUSR) != 0)
         refuse(link_);
     makeRaw(station_->get());
-    markServed(station_->get());
+    markServed(station_->get(), link_);
     makeLink(stationEnd_, link_);
     linked_ = true;
 }

@@ -313,6 +313,30 @@ TEST_F(PtyWireTest, LinkOfARunningServiceIsRefusedAndLeftAsItIs)
     EXPECT_EQ(fs::read_symlink(link_), target);
 }
 
+TEST_F(PtyWireTest, LinkOfAKilledServiceIsReplacedThoughItLeadsToTheTerminalOfAnother)
+{
+    const auto other = makeWire(directory_.path() / "other");
+    fs::create_symlink(fs::read_symlink(other->path()), link_);
+
+    const auto wire = makeWire();
+
+    EXPECT_NE(fs::read_symlink(link_), fs::read_symlink(other->path()));
+}
+
+TEST_F(PtyWireTest, LinkOfAKilledServiceIsReplacedThoughItLeadsToTheSameTerminal)
+{
+    // The next terminal mostly gets the number of the last.
+    const fs::path last = fs::read_symlink(makeWire()->path());
+    fs::create_symlink(last, link_);
+
+    const auto wire = makeWire();
+
+    wire->attach(chunks_.receiver());
+    const StationEnd station(link_);
+    ASSERT_TRUE(station.write({0x55}));
+    EXPECT_EQ(chunks_.waitForBytes(1), Bytes{0x55});
+}
+
 TEST_F(PtyWireTest, FileInPlaceOfTheLinkIsRefusedAndLeftAsItIs)
 {
     std::ofstream(link_) << "mine";
