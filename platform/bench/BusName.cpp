@@ -130,6 +130,9 @@ private:
             decide(BusName::State::NoBus, Error(error)->message);
             return;
         }
+        closed_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(onClosed), this);
+        if (g_dbus_connection_is_closed(connection_.get()) != FALSE)
+            onClosed(nullptr, FALSE, nullptr, this);
         // First the signal, then the question, so that no change is missed between the two.
         subscription_ = g_dbus_connection_signal_subscribe(
             connection_.get(), kBus, kBus, "NameOwnerChanged", kBusPath, name_.c_str(), G_DBUS_SIGNAL_FLAGS_NONE,
@@ -137,6 +140,11 @@ private:
                gpointer self) { static_cast<Watch*>(self)->onOwnerChanged(arguments); },
             this, nullptr);
         ask("GetConnectionUnixProcessID", name_, &Watch::onProcess);
+    }
+
+    static void onClosed(GDBusConnection*, gboolean, GError*, gpointer self)
+    {
+        static_cast<Watch*>(self)->decide(BusName::State::NoBus, "the session bus has gone");
     }
 
     void onOwnerChanged(GVariant* arguments)
@@ -194,8 +202,10 @@ private:
     {
         g_source_destroy(deadline_);
         g_source_unref(deadline_);
-        if (connection_)
+        if (connection_) {
             g_dbus_connection_signal_unsubscribe(connection_.get(), subscription_);
+            g_signal_handler_disconnect(connection_.get(), closed_);
+        }
         g_cancellable_cancel(cancellable_.get());
         iterateUntil([this] { return pending_ == 0; });
     }
@@ -205,6 +215,7 @@ private:
     const Ref<GCancellable> cancellable_;
     Ref<GDBusConnection> connection_;
     guint subscription_ = 0;
+    gulong closed_ = 0;
     GSource* deadline_ = nullptr;
     int pending_ = 0;
     bool answered_ = false;

@@ -100,6 +100,17 @@ TEST_F(BusNameTest, OnABusThatIsGoneIsNoBusWithAReason)
     EXPECT_FALSE(outcome.reason.empty());
 }
 
+TEST_F(BusNameTest, OnABusThatGoesMeanwhileIsNoBusWithoutWaiting)
+{
+    const auto start = std::chrono::steady_clock::now();
+    auto outcome = std::async(std::launch::async, [] { return awaitBusName(kName, kGenerous); });
+
+    bus_.kill();
+
+    EXPECT_EQ(outcome.get().state, State::NoBus);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kGenerous / 2);
+}
+
 TEST_F(BusNameTest, OnABusThatStandsStillIsNoBusInTime)
 {
     bus_.stop();
