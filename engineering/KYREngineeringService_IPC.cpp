@@ -98,12 +98,20 @@ gboolean callback_auto_test_feedback_key_event(ComZentLinuxEngineering* skeleton
     return TRUE;
 }
 
+/// By itself GDBus ends the process when the bus goes away, and the station link must go on. To be called before the
+/// loop runs: it is the loop that tells that a connection has closed, and one may close as soon as it is there. The
+/// process's shared connection, the one on which the name is asked for, is kept for good. Without a bus the name will
+/// be lost.
+void KeepProcessWithoutBus()
+{
+    GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+    if (connection != nullptr)
+        g_dbus_connection_set_exit_on_close(connection, FALSE);
+}
+
 void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
 {
     KYR_LOG_INFO("engineering: bus_acquired_cb call.");
-    // GDBus would end the process when the bus goes away; the station link must go on.
-    g_dbus_connection_set_exit_on_close(connection, FALSE);
-
     ComZentLinuxEngineering* const skeleton = com_zent_linux_engineering_skeleton_new();
     g_signal_connect(skeleton, "handle-uart-send-data", G_CALLBACK(callback_send_uart_data), nullptr);
     g_signal_connect(skeleton, "handle-auto-test-set-track-index", G_CALLBACK(callback_auto_test_set_track_index),
@@ -165,6 +173,7 @@ int KYREngineeringService_IPC::InitDbusConnect()
 
 void KYREngineeringService_IPC::DbusThreadHandle()
 {
+    KeepProcessWithoutBus();
     g_main_loop_run(pLoop);
 }
 
