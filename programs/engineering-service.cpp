@@ -5,6 +5,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
@@ -121,12 +122,16 @@ std::unique_ptr<bench::Terminal> openTerminal(const bench::UartOption& option)
     bench::makeHeadUnitDirectories(KYR_GetRootPath());
     unit.install();
     bench::HeadUnitBus bus(unit);
-    std::string busError;
-    bus.start(busError);
+    // Beside the service's start, so that a bus that does not answer is waited for once.
+    auto busError = std::async(std::launch::async, [&bus] {
+        std::string error;
+        bus.start(error);
+        return error;
+    });
 
     framework.initialise(argc, argv);
     unit.serviceInitialised();
-    framework.announceReady(busError);
+    framework.announceReady([&busError] { return busError.get(); });
     framework.run();
 }
 

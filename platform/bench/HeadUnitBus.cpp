@@ -20,7 +20,7 @@ namespace {
 constexpr const char* kBusName = "com.zent.linux.headunit";
 constexpr const char* kObjectPath = "/com/zent/linux/headunit";
 constexpr const char* kErrorPrefix = "com.zent.linux.headunit.Error.";
-constexpr std::chrono::seconds kStartTimeout{5};
+constexpr std::chrono::seconds kStartTimeout{3};
 constexpr std::chrono::milliseconds kCloseTimeout{500};
 
 // The bus daemon's numbers for a name that must be ours alone.

@@ -115,10 +115,11 @@ void ServiceFramework::initialise(int argc, char** argv)
     thePhase.notify_all();
 }
 
-void ServiceFramework::announceReady(const std::string& hint)
+void ServiceFramework::announceReady(const std::function<std::string()>& hint)
 {
     const std::string name = kBusName;
     const BusName outcome = awaitBusName(name, kBusPatience);
+    const std::string elseMissing = hint();
     // One line in all: what is wrong with the service's name, and what else is not on the bus.
     std::string trouble;
     if (outcome.state == BusName::State::NoBus)
@@ -127,8 +128,8 @@ void ServiceFramework::announceReady(const std::string& hint)
         trouble = "another process has the bus name " + name + ", so only the station's line is served";
     if (outcome.state == BusName::State::Late)
         trouble = "the bus name " + name + " is not there in time, so at first only the station's line is served";
-    if (outcome.state != BusName::State::NoBus && !hint.empty())
-        trouble += (trouble.empty() ? "" : "; ") + hint;
+    if (outcome.state != BusName::State::NoBus && !elseMissing.empty())
+        trouble += (trouble.empty() ? "" : "; ") + elseMissing;
     if (!trouble.empty())
         report(trouble);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "TtyWire.h"
@@ -25,8 +26,9 @@ public:
 
     /// Waits a few seconds at most until it is clear what became of the service's bus name, then prints the line that
     /// says that the service is ready, and tells a supervisor.
-    /// @param hint one line on what else is not on the bus; empty for none. Not printed when there is no bus at all.
-    void announceReady(const std::string& hint);
+    /// @param hint waits for and gives one line on what else is not on the bus, empty for none. Not printed when there
+    /// is no bus at all.
+    void announceReady(const std::function<std::string()>& hint);
 
     /// Runs the service until a signal ends the process.
     [[noreturn]] void run();
