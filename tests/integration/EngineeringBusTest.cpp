@@ -199,44 +199,5 @@ INSTANTIATE_TEST_SUITE_P(
         TrackReport{"MediumThree", "(byte 3, byte 7)", {0x2A, 0xA2, 0x00, 0x03, 0x83, 0x0B, 0x07, 0x00, 0xFF, 0x68}}),
     [](const auto& row) { return row.param.name; });
 
-TEST_F(EngineeringBusTest, KilledBusLeavesTheStationLinkAndAnEndWithStatusZero)
-{
-    ChildProcess& service = startService();
-    RawLine line(link());
-    line.expectExchange(kModeOn, kModeOnReply);
-
-    bus().kill();
-
-    for (int i = 0; i < 100; ++i) {
-        line.expectExchange(kAskMode, kModeIsOn);
-    }
-    service.signal(SIGTERM);
-    expectEnd(service, 0);
-}
-
-TEST_F(EngineeringBusTest, BusThatStandsStillDoesNotStopTheStation)
-{
-    startService();
-    RawLine line(link());
-    line.expectExchange(kModeOn, kModeOnReply);
-    constexpr int kFramesPerBurst = 100;
-    Bytes questions;
-    Bytes answers;
-    for (int i = 0; i < kFramesPerBurst; ++i) {
-        questions.insert(questions.end(), kAskMode.begin(), kAskMode.end());
-        answers.insert(answers.end(), kModeIsOn.begin(), kModeIsOn.end());
-    }
-
-    bus().stop();
-    for (int frames = 0; frames < 20'000 && !HasFailure(); frames += kFramesPerBurst) {
-        line.expectExchange(questions, answers);
-    }
-    bus().cont();
-
-    BusClient hmi(bus().address());
-    EXPECT_EQ(hmi.callEngineering("auto_test_set_track_index", "(byte 1, byte 7)"), kDone);
-    EXPECT_EQ(line.read(10), (Bytes{0x2A, 0xA2, 0x00, 0x03, 0x83, 0x05, 0x07, 0x00, 0xFF, 0x6E}));
-}
-
 }  // namespace
 }  // namespace tests

@@ -9,6 +9,8 @@ namespace {
 
 constexpr const char* kEngineering = "com.zent.linux.engineering";
 constexpr const char* kEngineeringPath = "/com/zent/linux/engineering";
+constexpr const char* kHeadUnit = "com.zent.linux.headunit";
+constexpr const char* kHeadUnitPath = "/com/zent/linux/headunit";
 constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
 
@@ -99,6 +101,11 @@ std::vector<std::string> BusClient::waitForSignals(std::size_t count)
 std::string BusClient::callEngineering(const std::string& method, const std::string& arguments)
 {
     return call(kEngineering, kEngineeringPath, kEngineering, method, parse(arguments));
+}
+
+std::string BusClient::callHeadUnit(const std::string& method, const std::string& arguments)
+{
+    return call(kHeadUnit, kHeadUnitPath, kHeadUnit, method, parse(arguments));
 }
 
 std::string BusClient::call(const char* name, const char* path, const char* interface, const std::string& method,

@@ -30,6 +30,9 @@ public:
     /// @returns the reply as text, or the name of the error.
     std::string callEngineering(const std::string& method, const std::string& arguments);
 
+    /// The same for the simulated head unit.
+    std::string callHeadUnit(const std::string& method, const std::string& arguments);
+
     /// Waits until `count` signals have come.
     /// @returns all that have come, fewer when they do not come.
     std::vector<std::string> waitForSignals(std::size_t count);

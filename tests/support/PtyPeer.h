@@ -26,6 +26,9 @@ public:
         if (openpty(&master_, &slave_, name.data(), nullptr, nullptr) != 0) {
             throw std::runtime_error("no pseudo-terminal can be had");
         }
+        // A program that the test starts must not keep the line open.
+        fcntl(master_, F_SETFD, FD_CLOEXEC);
+        fcntl(slave_, F_SETFD, FD_CLOEXEC);
         path_ = name.data();
         termios raw{};
         tcgetattr(slave_, &raw);
@@ -74,6 +77,14 @@ public:
         int arrived = 0;
         while (arrived < count && poll(&request, 1, 20'000) > 0) {
             ioctl(slave_, FIONREAD, &arrived);
+        }
+    }
+
+    /// Waits until whoever has the station's end has read all there is.
+    void waitUntilTaken()
+    {
+        for (int left = 1; left > 0;) {
+            ioctl(slave_, FIONREAD, &left);
         }
     }
 

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+
+namespace tests {
+
+/// What a running process takes of the machine.
+struct ProcessFigures {
+    std::size_t residentBytes = 0;
+    std::size_t descriptors = 0;
+    std::size_t threads = 0;
+};
+
+/// @throws std::filesystem::filesystem_error when there is no such process.
+ProcessFigures figuresOf(pid_t process);
+
+/// Resident memory may grow by this much in any number of frames.
+inline constexpr std::size_t kMostGrowth = 4'000'000;
+
+/// Expects as many descriptors as before, no more threads, and no more memory than kMostGrowth above that of before
+/// (without a sanitizer). Shows the growth.
+void expectConstant(const ProcessFigures& before, const ProcessFigures& after);
+
+}  // namespace tests
