@@ -57,6 +57,15 @@ constexpr std::size_t frameLength(std::size_t paramCount)
     return kParamsOffset + paramCount + paramCount % 2 + kChecksumSize;
 }
 
+/// @returns the sum of the bytes. Inline and plain, so that the compiler makes vector code of it.
+inline std::uint32_t sumOf(Bytes bytes)
+{
+    std::uint32_t sum = 0;
+    for (const std::uint8_t byte : bytes)
+        sum += byte;
+    return sum;
+}
+
 /// @returns the value that brings the sum of the length byte, both command bytes and `params` to 0 modulo 65536.
 std::uint16_t checksum(std::uint8_t length, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params);
 

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <random>
 
 #include "tests/support/WireVectors.h"
@@ -342,28 +341,51 @@ TEST(FrameAssembler, SeesWhatAPlainSearchSeesWhateverTheStreamAndHoweverItIsCut)
     }
 }
 
-/// Seconds that a stream takes, byte by byte.
-double secondsFor(const Bytes& stream)
+/// What the assembler does for a stream of `unit` over and over, `count` times, fed in chunks.
+std::size_t workFor(const Bytes& unit, std::size_t count, std::size_t chunk)
 {
+    Bytes stream;
+    while (stream.size() < count * unit.size())
+        stream.insert(stream.end(), unit.begin(), unit.end());
     FrameAssembler assembler;
-    const auto start = std::chrono::steady_clock::now();
-    for (const std::uint8_t byte : stream) {
-        assembler.append(protocol::Bytes(&byte, 1));
+    for (std::size_t at = 0; at < stream.size(); at += chunk) {
+        assembler.append(protocol::Bytes(stream).subspan(at, std::min(chunk, stream.size() - at)));
         if (!assembler.worthParsing())
             continue;
         while (assembler.next()) {
         }
     }
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return assembler.work();
 }
 
-TEST(FrameAssembler, NoiseByteByByteCostsNoMoreForBeingLong)
+struct GrowthCase {
+    const char* name;
+    Bytes unit;
+};
+
+class GrowthTest : public testing::TestWithParam<GrowthCase>
 {
-    // Quadratic work would take the long stream 64 times as long per byte; a loaded machine does not.
-    const double brief = secondsFor(Bytes(10'000, 0x55));
-    const double lengthy = secondsFor(Bytes(640'000, 0x55));
+};
 
-    EXPECT_LT(lengthy, 64 * 16 * brief + 0.5);
+TEST_P(GrowthTest, IsLinearInTheBytesReceivedHoweverTheyAreCut)
+{
+    for (const std::size_t chunk : {std::size_t{1}, std::size_t{64}, std::size_t{4096}, std::size_t{1} << 20}) {
+        const std::size_t count = (std::size_t{1} << 20) / GetParam().unit.size();
+
+        const std::size_t quarter = workFor(GetParam().unit, count / 4, chunk);
+        const std::size_t whole = workFor(GetParam().unit, count, chunk);
+
+        EXPECT_LE(whole, 5 * quarter) << "in chunks of " << chunk;
+        EXPECT_LE(whole, std::size_t{5} << 20) << "in chunks of " << chunk;  // a byte is searched and moved a few times
+    }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Stream, GrowthTest,
+    testing::Values(GrowthCase{"Garbage", {0x55}}, GrowthCase{"FirstHeaderBytes", {0x2A}},
+                    GrowthCase{"BeginningsOnly", {0x2A, 0xA2, 0x00, 0xFE}}, GrowthCase{"Frames", wire::kAskReady},
+                    GrowthCase{"FramesInsideOfOpenOnes",
+                               joined({{0x2A, 0xA2, 0x00, 0xFE}, {0x2A, 0xA2, 0x00, 0x10}, wire::kAskReady})}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace

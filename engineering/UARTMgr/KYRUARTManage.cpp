@@ -53,7 +53,7 @@ void KYRUARTManage::HandleFrame(protocol::ReceivedFrame& frame)
     if (frame.checksumHolds) {
         // Whatever goes wrong in a command ends that command, not the delivery thread.
         try {
-            HandleCommands(frame.cmdOne, frame.cmdTwo, frame.area.data(), frame.length - 2);
+            HandleCommands(frame.cmdOne, frame.cmdTwo, frame.area, frame.length - 2);
         } catch (const std::exception& error) {
             KYR_LOG_ERROR("command 0x%x 0x%x ended by an exception: %s", frame.cmdOne, frame.cmdTwo, error.what());
         } catch (...) {
@@ -74,18 +74,17 @@ void KYRUARTManage::HandleCommands(unsigned char cmd_one, unsigned char cmd_two,
 
 void KYRUARTManage::SendData(unsigned char cmd_one, unsigned char cmd_two, std::vector<unsigned char> param)
 {
-    protocol::FrameBuffer frame;
-    const std::size_t nLength = protocol::encode(frame, cmd_one, cmd_two, param);
+    KYRRmtParameter parameter;
+    const std::size_t nLength =
+        protocol::encode(std::span(parameter.m_ucData).first<protocol::kMaxFrame>(), cmd_one, cmd_two, param);
     if (nLength == 0) {
         KYR_LOG_ERROR("SendData, 0x%x 0x%x not sent: %zu parameter bytes make a frame of %zu, %zu fit", cmd_one,
                       cmd_two, param.size(), protocol::frameLength(param.size()), protocol::kMaxFrame);
         return;
     }
-    KYRRmtParameter parameter;
-    std::copy_n(frame.begin(), nLength, parameter.m_ucData);
     parameter.m_ucLength = static_cast<unsigned char>(nLength);
     if (ConfigFlag(kOpenDebugKey))
-        PrintData("[auto test][engineering]SendData", frame.data(), static_cast<int>(nLength));
+        PrintData("[auto test][engineering]SendData", parameter.m_ucData, static_cast<int>(nLength));
     m_UartAdapter.SendAutoTestCommand(&parameter);
 }
 

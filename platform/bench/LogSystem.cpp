@@ -5,11 +5,13 @@
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "Descriptor.h"
 #include "KYRLog.h"
 #include "KYRSystem.h"
 #include "Report.h"
+#include "RotatingLog.h"
 
 zlog_category_t* liblog_category = nullptr;
 
@@ -19,37 +21,44 @@ namespace {
 /// Whether zlog has read a configuration. Only the thread that starts the service touches it.
 bool g_configured = false;
 
-/// The built-in rules for the log in `directory`: lines that name time, level, process and thread, place and function.
-/// The lock file's name keeps away from "log_engineering*", which a factory reset removes; left to itself, zlog would
-/// make one in the current directory.
-std::string builtInRules(const std::string& directory)
+/// A part of the built-in log, and how many old ones are kept.
+constexpr off_t kLogPartSize = 1 << 20;
+constexpr int kOldLogParts = 3;
+
+/// Lines that name time, level, process and thread, place and function, handed to writeLine(): zlog's own rotating
+/// output opens and closes the file for every line, which is most of what a line costs. No lock file is wanted, either;
+/// left to itself, zlog would make one in the current directory.
+constexpr const char* kBuiltInRules =
+    "[global]\n"
+    "strict init = true\n"
+    "rotate lock file = /dev/null\n"
+    "[formats]\n"
+    "line = \"%d(%F %T).%ms %-5V %p:%k %F:%L %U() %m%n\"\n"
+    "[rules]\n"
+    "engineering.INFO $builtin; line\n";
+
+/// The built-in log's file. Stays: threads that log end with the process.
+RotatingLog* g_log = nullptr;
+
+/// What zlog calls for each line, on the thread that logs it.
+int writeLine(zlog_msg_t* line)
 {
-    return "[global]\n"
-           "strict init = true\n"
-           "rotate lock file = " +
-           directory +
-           "/.engineering.lock\n"
-           "[formats]\n"
-           "line = \"%d(%F %T).%ms %-5V %p:%k %F:%L %U() %m%n\"\n"
-           "[rules]\n"
-           "engineering.INFO \"" +
-           directory + "/log_engineering.log\", 1MB * 3; line\n";
+    return g_log->add({line->buf, line->len}) ? 0 : -1;
 }
 
 /// @returns why there is no built-in log, empty when there is.
 std::string configureBuiltIn()
 {
-    // zlog's rules have no way to quote blanks, quotation marks, commas and the like, and its rotation takes brackets
-    // for patterns. So the directory is named by an open descriptor, which stays open as long as there is a log.
     const std::string path = std::string(KYR_GetRootPath()) + "/perm_data/log";
     static Descriptor* directory = nullptr;
+    delete std::exchange(g_log, nullptr);
     delete directory;
     directory = new Descriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!directory->valid())
         return path + ": " + std::generic_category().message(errno);
 
-    const std::string rules = builtInRules("/proc/self/fd/" + std::to_string(directory->get()));
-    if (zlog_init_from_string(rules.c_str()) != 0)
+    g_log = new RotatingLog(directory->get(), "log_engineering.log", kLogPartSize, kOldLogParts);
+    if (!g_log->open() || zlog_init_from_string(kBuiltInRules) != 0 || zlog_set_record("builtin", writeLine) != 0)
         return path + "/log_engineering.log cannot be written";
     return "";
 }
