@@ -1,0 +1,94 @@
+#include "programs/station/Tool.h"
+
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
+
+#include "station/SerialLink.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+/// Longer than anybody waits, and far below what a clock's time point holds.
+constexpr double kLongestTimeout = 86400;
+
+/// Takes PATH[,BAUD] apart.
+station::PortSpec parsePort(std::string_view text)
+{
+    const auto comma = text.rfind(',');
+    if (comma != std::string_view::npos) {
+        const auto digits = text.substr(comma + 1);
+        unsigned baud = 0;
+        const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), baud);
+        if (result.ec == std::errc() && result.ptr == digits.data() + digits.size()) {
+            return {std::string(text.substr(0, comma)), baud};
+        }
+    }
+    return {std::string(text)};
+}
+
+std::string checkPort(const std::string& text)
+{
+    const unsigned baud = parsePort(text).baud;
+    return station::SerialLink::isKnownBaud(baud)
+               ? ""
+               : std::to_string(baud) + " is no baud rate: a common one such as 9600, 115200 or 921600 was expected";
+}
+
+std::string checkTimeout(const std::string& text)
+{
+    double seconds = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    const bool complete = result.ec == std::errc() && result.ptr == text.data() + text.size();
+    return complete && seconds >= 0 && seconds <= kLongestTimeout
+               ? ""
+               : "'" + text + "' is no number of seconds from 0 to 86400";
+}
+
+}  // namespace
+
+void printJson(nlohmann::ordered_json object)
+{
+    nlohmann::ordered_json line{{"schema", kSchema}};
+    line.update(object);
+    // Bytes that are no UTF-8 come from the line: they are replaced, never a reason to fail.
+    std::puts(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+}
+
+bool colourWanted(int descriptor)
+{
+    const char* refused = std::getenv("NO_COLOR");
+    return (refused == nullptr || *refused == '\0') && isatty(descriptor) == 1;
+}
+
+std::string defaultPort()
+{
+    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0') {
+        return std::string(runtime) + "/engineering/uart";
+    }
+    return "/tmp/engineering-" + std::to_string(getuid()) + "/uart";
+}
+
+void addPort(CLI::App& verb, station::PortSpec& port)
+{
+    port = {defaultPort()};
+    verb.add_option_function<std::string>(
+            "--port", [&port](const std::string& text) { port = parsePort(text); },
+            "PATH[,BAUD]: serial device or pseudo-terminal, 115200 baud unless told otherwise")
+        ->check(checkPort)
+        ->default_str(defaultPort());
+}
+
+void addTimeout(CLI::App& verb, double& seconds)
+{
+    verb.add_option("--timeout", seconds, "How long to wait for the reply, in seconds; may be 0.2")
+        ->check(checkTimeout)
+        ->default_val(seconds);
+}
+
+}  // namespace programs::station_tool

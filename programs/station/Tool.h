@@ -1,0 +1,68 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "station/Connection.h"
+
+/// The verbs of engineering-station, one file each: `addX` puts the noun or verb with its options into the tree.
+namespace programs::station_tool {
+
+/// Exit statuses of engineering-station beside those of every program.
+enum Exit : int {
+    kPassed = 0,
+    kFailed = 1,
+    kWrongUse = 2,
+    kNoAnswer = 3,
+    kInterrupted = 4,
+    kNothingRun = 5,
+    kPortUnavailable = 10,
+    kLinkFailed = 11,
+    kReadBackDiffers = 12,
+};
+
+struct Tool {
+    CLI::App& app;
+    /// --json: data on standard output is JSON with a "schema" number.
+    bool json = false;
+    /// What the chosen verb does; returns the exit status. Set by the verb's callback.
+    std::function<int()> action;
+    /// Set by SIGINT and SIGTERM.
+    station::Interrupt& interrupt;
+};
+
+inline constexpr const char* kProgram = "engineering-station";
+
+/// The number that every JSON object of the tool carries as "schema".
+inline constexpr int kSchema = 1;
+
+/// Prints one object on one line of standard output; "schema" is put in front.
+void printJson(nlohmann::ordered_json object);
+
+/// @returns whether standard output (or the given descriptor) takes colour: a terminal, and NO_COLOR unset.
+bool colourWanted(int descriptor = 1);
+
+/// @returns the link at which the service is found when nothing else was said to either side.
+std::string defaultPort();
+
+/// Adds --port PATH[,BAUD] with its check and default.
+void addPort(CLI::App& verb, station::PortSpec& port);
+
+/// Adds --timeout SECONDS with its check.
+void addTimeout(CLI::App& verb, double& seconds);
+
+void addPorts(Tool& tool);
+void addSend(Tool& tool);
+void addEncode(Tool& tool);
+void addDecode(Tool& tool);
+void addMonitor(Tool& tool);
+void addIdentity(Tool& tool);
+void addPlan(Tool& tool);
+void addReport(Tool& tool);
+void addCatalogue(Tool& tool);
+void addCompletion(Tool& tool);
+void addMan(Tool& tool);
+
+}  // namespace programs::station_tool

@@ -1,0 +1,137 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+/// What the station protocol says, as data: groups, commands, replies and what the head unit sends unasked.
+/// Everything here only points to text and arrays of somebody else: the compiled table, which lives as long as the
+/// program, or a Document that was read from a file.
+namespace protocol::catalogue {
+
+/// How a field stands on the wire. Numbers of several bytes stand high byte first.
+enum class Type : std::uint8_t {
+    kU8,
+    kU16be,
+    kU24be,
+    kU32be,
+    kI32be,
+    kBytes,    ///< bare bytes
+    kAscii,    ///< characters, without length or end mark
+    kHexText,  ///< hexadecimal digits as characters: '0' to '9', 'A' to 'F', 'a' to 'f'
+    kRecords,  ///< records one behind the other, as many as the numeric field before them says
+};
+
+/// @returns how many bytes a number of this type takes; 0 for the types that are no number.
+constexpr std::size_t sizeOf(Type type)
+{
+    switch (type) {
+        case Type::kU8:
+            return 1;
+        case Type::kU16be:
+            return 2;
+        case Type::kU24be:
+            return 3;
+        case Type::kU32be:
+        case Type::kI32be:
+            return 4;
+        default:
+            return 0;
+    }
+}
+
+/// A number that has a name.
+struct Choice {
+    std::int64_t value = 0;
+    std::string_view name;
+};
+
+/// A second way to write a number: `number × factor` of `unit`. `only` says when that holds, empty for always.
+struct Scale {
+    double factor = 1;
+    std::string_view unit;
+    std::string_view only;
+};
+
+struct Field {
+    std::string_view name;
+    Type type = Type::kU8;
+    std::string_view meaning;
+    /// What one step of the number is; empty for a bare number.
+    std::string_view unit;
+    std::optional<Scale> scale;
+    /// Range of a number, both ends included; what the type holds when the catalogue names none. For bytes and texts
+    /// the number of bytes, for records the number of records.
+    std::int64_t minimum = 0;
+    std::int64_t maximum = 0;
+    std::span<const Choice> choices;
+    /// Whether a number without a name in `choices` is legal too.
+    bool open = true;
+    /// Whether the frame may end before this field. A number or a text that is there may still be empty of meaning.
+    bool optional = false;
+    /// One value as a user would write it.
+    std::string_view example;
+    /// What one of the records consists of: numbers only.
+    std::span<const Field> fields;
+};
+
+/// A frame of the head unit.
+struct Reply {
+    /// cmd_one and cmd_two as they stand on the wire, bit 7 of cmd_one included.
+    std::uint8_t cmdOne = 0;
+    std::uint8_t cmdTwo = 0;
+    /// When this one comes; empty for the reply that always comes.
+    std::string_view when;
+    std::span<const Field> fields;
+};
+
+enum class Access : std::uint8_t { kRead, kWrite };
+
+struct Command {
+    std::uint8_t cmdOne = 0;
+    std::uint8_t cmdTwo = 0;
+    std::string_view key;
+    std::string_view title;
+    std::string_view meaning;
+    Access access = Access::kRead;
+    /// Whether it takes something from the unit that the station cannot give back, or ends the unit's work.
+    bool destructive = false;
+    /// Whether sending it twice does what sending it once does: then it may be sent again after a reconnect.
+    bool repeatable = true;
+    /// How many parameter bytes make the head unit act.
+    std::size_t minimumParams = 0;
+    std::span<const Field> params;
+    /// What answers it at once; the first is the usual one. Empty: nothing answers.
+    std::span<const Reply> replies;
+    /// Whether the reply may stay away although the unit works; says when. Empty: it always comes.
+    std::string_view silentWhen;
+    /// What may come later on account of it, sent by the head unit when its HMI or middleware has an answer.
+    std::span<const Reply> later;
+    /// Full key, GROUP.COMMAND, of the command that reads back what this one wrote; empty for none.
+    std::string_view readBack;
+};
+
+/// A frame that the head unit sends on its own.
+struct Notice {
+    std::uint8_t cmdOne = 0;
+    std::uint8_t cmdTwo = 0;
+    std::string_view key;
+    std::string_view title;
+    std::string_view meaning;
+    std::span<const Field> fields;
+};
+
+struct Group {
+    std::uint8_t code = 0;
+    std::string_view key;
+    std::string_view title;
+    std::string_view meaning;
+    std::span<const Command> commands;
+    std::span<const Notice> notices;
+};
+
+using Groups = std::span<const Group>;
+
+}  // namespace protocol::catalogue

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "protocol/Frame.h"
+#include "station/Interrupt.h"
+#include "station/trace/Trace.h"
+
+namespace station {
+
+/// PATH[,BAUD] of the command line. A path may be anything that leads to the device: /dev/ttyUSB0, a by-id name, the
+/// link of a bench.
+struct PortSpec {
+    std::string path;
+    unsigned baud = 115200;
+};
+
+/// The port is not there, or somebody else uses it; the text names the path and the reason.
+class PortError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The line failed while it was used and did not come back in time.
+class LinkError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A test station on a line that is its own: the port is locked against other programs (flock, then TIOCEXCL), traced,
+/// and opened again when the device goes and comes back under the same name: symbolic links are followed anew each
+/// time. For one thread.
+///
+/// Every call that finds the device gone waits for it, up to Options::reconnect counted from the loss, before it does
+/// its work; then it throws LinkError. After that each further call looks once and does not wait.
+class Connection
+{
+public:
+    using Clock = std::chrono::steady_clock;
+    using Duration = std::chrono::nanoseconds;
+
+    struct Options {
+        /// How long a device that has gone is waited for before LinkError.
+        Duration reconnect = std::chrono::seconds(10);
+        /// Is told everything; may be nullptr; outlives the connection.
+        TraceSink* trace = nullptr;
+        /// Ends every wait with Interrupted; may be nullptr; outlives the connection.
+        Interrupt* interrupt = nullptr;
+    };
+
+    /// Throws PortError.
+    Connection(PortSpec port, Options options);
+    ~Connection();
+    Connection(Connection&&) noexcept;
+
+    /// Says what counts as the answer to a command.
+    using Answers = std::function<bool(const protocol::Frame&)>;
+
+    struct Outcome {
+        /// Nothing when no answer came within the time.
+        std::optional<protocol::Frame> reply;
+        /// From the last byte written to the last byte of the reply.
+        Duration roundTrip{0};
+        /// Frames with a wrong checksum meanwhile.
+        std::size_t corrupt = 0;
+    };
+
+    /// Drops what is left from before, sends `command` and waits for the frame that `answers` accepts; others are
+    /// traced and passed over. When the device goes meanwhile and comes back, a repeatable command is sent again (with
+    /// the whole time-out); any other, if a byte of it may have reached the device, ends with LinkError at once.
+    /// The time-out counts from when the command's last byte can have left the device.
+    /// Throws std::length_error for more than protocol::kMaxStationParams parameters.
+    Outcome request(const protocol::Frame& command, const Answers& answers, Duration timeout, bool repeatable);
+
+    /// Sends without waiting for anything. Never sends twice: LinkError when the device goes in the middle.
+    /// Throws std::length_error for more than protocol::kMaxStationParams parameters.
+    void send(const protocol::Frame& command);
+
+    /// @returns the next frame, received before or after this call; nothing when none came by `deadline`.
+    /// A device that has gone is waited for beyond `deadline` too.
+    std::optional<protocol::Frame> receive(Clock::time_point deadline);
+
+    const PortSpec& port() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace station

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "protocol/Frame.h"
+
+namespace station {
+
+/// Something that happened on a line.
+struct TraceEvent {
+    enum class Kind : std::uint8_t {
+        kSent,      ///< `frame`, written whole
+        kReceived,  ///< `frame`, with a good checksum
+        kCorrupt,   ///< a frame whose checksum is wrong
+        kLost,      ///< the device went away; `text` says how
+        kBack,      ///< the device is there again
+    };
+
+    Kind kind = Kind::kSent;
+    /// When it was written or had been received whole.
+    std::chrono::system_clock::time_point at;
+    std::chrono::steady_clock::time_point steady;
+    protocol::Frame frame;
+    std::string text;
+    /// kCorrupt: the frame with its checksum as it stood on the line; otherwise empty.
+    std::vector<std::uint8_t> bytes = {};
+};
+
+/// Is told what happens on a line, on the thread that uses the line, in the order in which it happened.
+/// `on` does not throw: a sink that cannot keep what it is told says so elsewhere, and the line goes on.
+class TraceSink
+{
+public:
+    virtual ~TraceSink() = default;
+    virtual void on(const TraceEvent& event) = 0;
+};
+
+}  // namespace station
