@@ -1,0 +1,61 @@
+#include "station/monitor/EventDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include "protocol/catalogue/Catalogue.h"
+
+namespace station {
+namespace {
+
+using protocol::Frame;
+using Kind = TraceEvent::Kind;
+
+class EventDecoderTest : public testing::Test
+{
+protected:
+    std::string seen(Kind kind, Frame frame, std::string text = {})
+    {
+        const TraceEvent event{kind, {}, {}, std::move(frame), std::move(text)};
+        return describe(decoder.groups(), event, decoder.decode(event));
+    }
+
+    EventDecoder decoder{protocol::catalogue::groups()};
+};
+
+TEST_F(EventDecoderTest, FramesAreDecodedByTheirDirection)
+{
+    EXPECT_EQ(seen(Kind::kSent, {0x0F, 0x00, {0x01}}), "test.set-mode: mode=1 (on)");
+    EXPECT_EQ(seen(Kind::kReceived, {0x8F, 0x00, {0x01}}), "test.set-mode: mode=1 (on)");
+}
+
+// WIRE: a missing CarPlay MAC is answered under the password number's code.
+TEST_F(EventDecoderTest, ReplyWhoseCodeTwoCommandsShareBelongsToTheOneThatWasSent)
+{
+    seen(Kind::kSent, {0x0A, 0x0F, {}});
+    EXPECT_EQ(seen(Kind::kReceived, {0x8A, 0x0F, {}}).substr(0, 24), "identity.password-number");
+    seen(Kind::kSent, {0x0A, 0x12, {}});
+    EXPECT_EQ(seen(Kind::kReceived, {0x8A, 0x0F, {}}).substr(0, 20), "identity.carplay-mac");
+}
+
+TEST_F(EventDecoderTest, CorruptFrameIsShownAsItIs)
+{
+    EXPECT_EQ(seen(Kind::kCorrupt, {0x8F, 0x00, {0x01}}), "8F 00 [01]: wrong checksum");
+}
+
+TEST_F(EventDecoderTest, WhatHappensToTheDeviceIsToldInWords)
+{
+    EXPECT_EQ(seen(Kind::kLost, {}, "/dev/x:\ngone"), "/dev/x: gone");
+    EXPECT_EQ(seen(Kind::kBack, {}), "the device is there again");
+}
+
+TEST(EventName, SaysTheDirection)
+{
+    EXPECT_STREQ(name(Kind::kSent), "sent");
+    EXPECT_STREQ(name(Kind::kReceived), "received");
+    EXPECT_STREQ(name(Kind::kCorrupt), "corrupt");
+    EXPECT_STREQ(name(Kind::kLost), "lost");
+    EXPECT_STREQ(name(Kind::kBack), "back");
+}
+
+}  // namespace
+}  // namespace station
