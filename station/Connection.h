@@ -5,10 +5,11 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
-#include <system_error>
 
 #include "protocol/Frame.h"
+#include "station/Interrupt.h"
 #include "station/trace/Trace.h"
 
 namespace station {
@@ -34,37 +35,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The user wants an end: thrown out of whatever waits.
-class Interrupted : public std::runtime_error
-{
-public:
-    Interrupted() : std::runtime_error("interrupted") {}
-};
-
-/// A flag that ends waiting, settable from a signal handler: `request` is async-signal-safe and wakes whoever waits
-/// in poll on `descriptor`.
-class Interrupt
-{
-public:
-    Interrupt();
-    ~Interrupt();
-    Interrupt(const Interrupt&) = delete;
-    Interrupt& operator=(const Interrupt&) = delete;
-
-    void request() noexcept;
-    /// Takes the wish back, so that a teardown can wait again.
-    void clear() noexcept;
-    bool requested() const noexcept;
-    /// Readable while the end is wished for.
-    int descriptor() const noexcept;
-
-private:
-    struct State;
-    std::unique_ptr<State> state_;
-};
-
 /// A test station on a line that is its own: the port is locked against other programs (flock, then TIOCEXCL), traced,
-/// and opened again when the device goes and comes back under the same name. For one thread.
+/// and opened again when the device goes and comes back under the same name: symbolic links are followed anew each
+/// time. For one thread.
+///
+/// Every call that finds the device gone waits for it, up to Options::reconnect counted from the loss, before it does
+/// its work; then it throws LinkError. After that each further call looks once and does not wait.
 class Connection
 {
 public:
@@ -99,13 +75,17 @@ public:
 
     /// Drops what is left from before, sends `command` and waits for the frame that `answers` accepts; others are
     /// traced and passed over. When the device goes meanwhile and comes back, a repeatable command is sent again (with
-    /// the whole time-out), any other ends with LinkError.
+    /// the whole time-out); any other, if a byte of it may have reached the device, ends with LinkError at once.
+    /// The time-out counts from when the command's last byte can have left the device.
+    /// Throws std::length_error for more than protocol::kMaxStationParams parameters.
     Outcome request(const protocol::Frame& command, const Answers& answers, Duration timeout, bool repeatable);
 
-    /// Sends without waiting for anything.
+    /// Sends without waiting for anything. Never sends twice: LinkError when the device goes in the middle.
+    /// Throws std::length_error for more than protocol::kMaxStationParams parameters.
     void send(const protocol::Frame& command);
 
     /// @returns the next frame, received before or after this call; nothing when none came by `deadline`.
+    /// A device that has gone is waited for beyond `deadline` too.
     std::optional<protocol::Frame> receive(Clock::time_point deadline);
 
     const PortSpec& port() const;

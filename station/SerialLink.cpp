@@ -2,6 +2,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -10,6 +14,8 @@
 #include <cerrno>
 #include <system_error>
 #include <utility>
+
+#include "station/PortUsers.h"
 
 namespace station {
 
@@ -23,12 +29,23 @@ constexpr auto kSpeeds = std::to_array<std::pair<unsigned, speed_t>>({
     {4000000, B4000000},
 });
 
-/// @returns milliseconds for poll(), rounded up so that it does not return just before the deadline.
-int pollTimeout(SerialLink::Clock::time_point deadline)
+timespec timeLeft(SerialLink::Clock::time_point deadline)
 {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SerialLink::Clock::now()).count();
-    constexpr decltype(left) kLongest = 3600 * 1000;
-    return static_cast<int>(std::clamp<decltype(left)>(left, 0, kLongest));
+    const auto left = std::clamp<std::chrono::nanoseconds>(deadline - SerialLink::Clock::now(),
+                                                           std::chrono::nanoseconds(0), std::chrono::hours(1));
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    return {static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
+}
+
+bool isPseudoTerminal(int descriptor)
+{
+    // The major numbers that Linux has given to the Unix98 pseudo-terminals.
+    constexpr unsigned kFirst = 136;
+    constexpr unsigned kLast = 143;
+    struct stat file {
+    };
+    return fstat(descriptor, &file) == 0 && S_ISCHR(file.st_mode) && major(file.st_rdev) >= kFirst &&
+           major(file.st_rdev) <= kLast;
 }
 
 }  // namespace
@@ -38,15 +55,23 @@ bool SerialLink::isKnownBaud(unsigned baud)
     return std::ranges::find(kSpeeds, baud, &std::pair<unsigned, speed_t>::first) != kSpeeds.end();
 }
 
-SerialLink::SerialLink(const std::string& path, unsigned baud)
+SerialLink::SerialLink(const std::string& path, unsigned baud) : SerialLink(path, baud, Options{}) {}
+
+SerialLink::SerialLink(const std::string& path, unsigned baud, Options options)
     : path_(path)
+    , interrupt_(options.interrupt)
     // Without O_NONBLOCK the opening of a device would wait for a carrier.
     , descriptor_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK))
 {
     if (descriptor_ < 0) {
-        fail(errno, "cannot open");
+        const int error = errno;
+        const std::string user = error == EBUSY ? otherUser(path) : "";
+        fail(error, user.empty() ? "cannot open" : "in use by " + user);
     }
     try {
+        if (options.exclusive) {
+            lock();
+        }
         configure(baud);
     } catch (...) {
         close(descriptor_);
@@ -62,8 +87,26 @@ SerialLink::~SerialLink()
 }
 
 SerialLink::SerialLink(SerialLink&& other) noexcept
-    : path_(std::move(other.path_)), descriptor_(std::exchange(other.descriptor_, -1))
+    : path_(std::move(other.path_)), interrupt_(other.interrupt_), descriptor_(std::exchange(other.descriptor_, -1))
 {
+}
+
+void SerialLink::lock()
+{
+    // First of all: a station that lost the race must not have touched the winner's settings.
+    if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno == EWOULDBLOCK ? EBUSY : errno;
+        std::string user = lockHolder(descriptor_);
+        if (user.empty()) {
+            user = otherUser(path_);
+        }
+        fail(error, user.empty() ? "cannot lock" : "in use by " + user);
+    }
+    // A pseudo-terminal keeps the flag until its other end is closed: a station that was killed would lock everybody
+    // out for as long as the service runs.
+    if (!isPseudoTerminal(descriptor_)) {
+        ioctl(descriptor_, TIOCEXCL);
+    }
 }
 
 void SerialLink::configure(unsigned baud)
@@ -100,12 +143,21 @@ void SerialLink::discardInput()
 void SerialLink::write(protocol::Bytes bytes, Clock::time_point deadline)
 {
     while (!bytes.empty()) {
+        bytes = bytes.subspan(writeSome(bytes, deadline));
+    }
+}
+
+std::size_t SerialLink::writeSome(protocol::Bytes bytes, Clock::time_point deadline)
+{
+    for (;;) {
         const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
         if (written > 0) {
-            bytes = bytes.subspan(static_cast<std::size_t>(written));
-        } else if (written < 0 && errno != EAGAIN && errno != EINTR) {
+            return static_cast<std::size_t>(written);
+        }
+        if (written < 0 && errno != EAGAIN && errno != EINTR) {
             fail(errno, "cannot write");
-        } else if (!waitFor(POLLOUT, deadline)) {
+        }
+        if (!waitFor(POLLOUT, deadline)) {
             fail(ETIMEDOUT, "the line takes no more bytes");
         }
     }
@@ -123,14 +175,21 @@ std::size_t SerialLink::read(std::span<std::uint8_t> out, Clock::time_point dead
 
 bool SerialLink::waitFor(short events, Clock::time_point deadline) const
 {
-    pollfd request{descriptor_, events, 0};
+    std::array<pollfd, 2> requests{{
+        {descriptor_, events, 0},
+        {interrupt_ == nullptr ? -1 : interrupt_->descriptor(), POLLIN, 0},
+    }};
     for (;;) {
-        const int ready = poll(&request, 1, pollTimeout(deadline));
-        if (ready > 0) {
-            return true;
-        }
+        const timespec left = timeLeft(deadline);
+        const int ready = ppoll(requests.data(), requests.size(), &left, nullptr);
         if (ready < 0 && errno != EINTR) {
             fail(errno, "cannot wait for");
+        }
+        if (ready > 0 && requests[1].revents != 0) {
+            throw Interrupted();
+        }
+        if (ready > 0) {
+            return true;
         }
         if (Clock::now() >= deadline) {
             return false;
@@ -153,7 +212,7 @@ std::size_t SerialLink::readAvailable(std::span<std::uint8_t> out)
     return 0;
 }
 
-void SerialLink::fail(int error, const char* what) const
+void SerialLink::fail(int error, const std::string& what) const
 {
     throw std::system_error(error, std::generic_category(), path_ + ": " + what);
 }

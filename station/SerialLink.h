@@ -6,6 +6,7 @@
 #include <string>
 
 #include "protocol/Frame.h"
+#include "station/Interrupt.h"
 
 namespace station {
 
@@ -19,6 +20,14 @@ public:
 
     static constexpr unsigned kDefaultBaud = 115200;
 
+    struct Options {
+        /// Locks the device against other stations, and against every program that is not root's where that ends with
+        /// this one's life; std::errc::device_or_resource_busy when somebody else has it.
+        bool exclusive = false;
+        /// Ends every wait with Interrupted; may be nullptr; outlives the link.
+        const Interrupt* interrupt = nullptr;
+    };
+
     /// @returns whether a line can be opened at this rate, in bits per second.
     static bool isKnownBaud(unsigned baud);
 
@@ -26,6 +35,7 @@ public:
     /// controlling terminal.
     /// @param baud bits per second; one of those that a serial device knows, else std::errc::invalid_argument.
     explicit SerialLink(const std::string& path, unsigned baud = kDefaultBaud);
+    SerialLink(const std::string& path, unsigned baud, Options options);
     ~SerialLink();
 
     SerialLink(SerialLink&& other) noexcept;
@@ -39,17 +49,23 @@ public:
     /// Writes all of `bytes`; throws std::errc::timed_out when the line does not take them by `deadline`.
     void write(protocol::Bytes bytes, Clock::time_point deadline);
 
+    /// Writes as many of `bytes` as the line takes, at least one.
+    /// @returns how many; throws as `write` does, and then has written none.
+    std::size_t writeSome(protocol::Bytes bytes, Clock::time_point deadline);
+
     /// Reads what is there, or waits for the first bytes to come.
     /// @returns how many bytes were put into `out`; 0 when none came by `deadline`. Throws when the line is gone.
     std::size_t read(std::span<std::uint8_t> out, Clock::time_point deadline);
 
 private:
+    void lock();
     void configure(unsigned baud);
     bool waitFor(short events, Clock::time_point deadline) const;
     std::size_t readAvailable(std::span<std::uint8_t> out);
-    [[noreturn]] void fail(int error, const char* what) const;
+    [[noreturn]] void fail(int error, const std::string& what) const;
 
     std::string path_;
+    const Interrupt* interrupt_ = nullptr;
     int descriptor_;
 };
 

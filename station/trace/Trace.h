@@ -28,6 +28,7 @@ struct TraceEvent {
 };
 
 /// Is told what happens on a line, on the thread that uses the line, in the order in which it happened.
+/// `on` does not throw: what a sink cannot keep it reports on its own way, the line goes on.
 class TraceSink
 {
 public:

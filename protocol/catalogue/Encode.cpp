@@ -1,0 +1,149 @@
+#include <algorithm>
+#include <string>
+
+#include "protocol/BigEndian.h"
+#include "protocol/catalogue/Codec.h"
+#include "protocol/catalogue/Describe.h"
+#include "protocol/catalogue/HexBytes.h"
+#include "protocol/catalogue/Number.h"
+#include "protocol/catalogue/Suggest.h"
+
+namespace protocol::catalogue {
+
+namespace {
+
+std::string quoted(std::string_view text)
+{
+    return "'" + std::string(text) + "'";
+}
+
+std::vector<std::string_view> namesOf(std::span<const Field> fields)
+{
+    std::vector<std::string_view> names;
+    std::ranges::transform(fields, std::back_inserter(names), &Field::name);
+    return names;
+}
+
+std::string listed(const std::vector<std::string_view>& names)
+{
+    std::string text;
+    for (const std::string_view name : names) {
+        text += (text.empty() ? "" : ", ") + std::string(name);
+    }
+    return text;
+}
+
+std::string expectation(const Field& field)
+{
+    const std::string example = field.example.empty() ? "" : ", for example " + std::string(field.example);
+    return std::string(field.name) + "=… is missing: " + describe(field) + example;
+}
+
+void checkNames(std::span<const Field> params, std::span<const Argument> arguments)
+{
+    const auto names = namesOf(params);
+    for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
+        const std::string& name = argument->first;
+        if (std::ranges::find(names, name) == names.end()) {
+            throw EncodeError("there is no parameter " + quoted(name) +
+                              (names.empty() ? "; the command has none" : "; it has: " + listed(names)) +
+                              didYouMean(name, names));
+        }
+        if (std::any_of(arguments.begin(), argument, [&](const Argument& each) { return each.first == name; })) {
+            throw EncodeError(quoted(name) + " is given twice");
+        }
+    }
+}
+
+void checkSize(const Field& field, std::size_t size)
+{
+    const auto count = static_cast<std::int64_t>(size);
+    if (count < field.minimum || count > field.maximum) {
+        throw EncodeError(std::string(field.name) + ": " + describe(field) + " were expected, not " +
+                          std::to_string(size));
+    }
+}
+
+void appendAscii(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
+{
+    const bool printable = std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; });
+    if (!printable) {
+        throw EncodeError(std::string(field.name) + ": the text has characters that are no printable ASCII");
+    }
+    checkSize(field, text.size());
+    bytes.insert(bytes.end(), text.begin(), text.end());
+}
+
+void appendHexText(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
+{
+    const auto wrong = text.find_first_not_of("0123456789ABCDEFabcdef");
+    if (wrong != std::string_view::npos) {
+        throw EncodeError(std::string(field.name) + ": " + quoted(text) + " is not hexadecimal throughout; " +
+                          describe(field) + " without separators were expected");
+    }
+    checkSize(field, text.size());
+    bytes.insert(bytes.end(), text.begin(), text.end());
+}
+
+void appendBytes(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
+{
+    const auto parsed = parseHexBytes(text);
+    if (!parsed) {
+        throw EncodeError(std::string(field.name) + ": " + quoted(text) + " are no bytes; " + describe(field) +
+                          " were expected, as in '00 1A 7D'");
+    }
+    checkSize(field, parsed->size());
+    bytes.insert(bytes.end(), parsed->begin(), parsed->end());
+}
+
+void appendNumber(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
+{
+    appendBigEndian(bytes, static_cast<std::uint32_t>(parseNumber(field, text)), static_cast<int>(sizeOf(field.type)));
+}
+
+void append(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
+{
+    switch (field.type) {
+        case Type::kAscii:
+            return appendAscii(bytes, field, text);
+        case Type::kHexText:
+            return appendHexText(bytes, field, text);
+        case Type::kBytes:
+            return appendBytes(bytes, field, text);
+        case Type::kRecords:
+            throw EncodeError(std::string(field.name) + " consists of records, which cannot be written by name");
+        default:
+            return appendNumber(bytes, field, text);
+    }
+}
+
+}  // namespace
+
+Frame encode(const Command& command, std::span<const Argument> arguments)
+{
+    checkNames(command.params, arguments);
+
+    Frame frame{command.cmdOne, command.cmdTwo, {}};
+    const Field* leftOut = nullptr;
+    for (const Field& field : command.params) {
+        const auto given = std::ranges::find(arguments, field.name, &Argument::first);
+        if (given == arguments.end()) {
+            if (!field.optional) {
+                throw EncodeError(expectation(field));
+            }
+            leftOut = leftOut == nullptr ? &field : leftOut;
+            continue;
+        }
+        if (leftOut != nullptr) {
+            throw EncodeError(expectation(*leftOut) + "; " + quoted(field.name) + " stands behind it");
+        }
+        append(frame.params, field, given->second);
+    }
+    if (frame.params.size() > kMaxStationParams) {
+        throw EncodeError("a frame holds at most " + std::to_string(kMaxStationParams) + " parameter bytes, not " +
+                          std::to_string(frame.params.size()));
+    }
+    return frame;
+}
+
+}  // namespace protocol::catalogue

@@ -1,0 +1,219 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Codec.h"
+#include "protocol/catalogue/SampleCatalogue.h"
+
+namespace protocol::catalogue {
+namespace {
+
+using testing::HasSubstr;
+using testing::SizeIs;
+
+using Bytes = std::vector<std::uint8_t>;
+
+Frame encodeNamed(const char* key, const std::vector<Argument>& arguments)
+{
+    return encode(*findCommand(sample::kGroups, key), arguments);
+}
+
+/// @returns why the arguments were refused; empty when they were not.
+std::string refusal(const char* key, const std::vector<Argument>& arguments)
+{
+    try {
+        encodeNamed(key, arguments);
+        return {};
+    } catch (const EncodeError& error) {
+        return error.what();
+    }
+}
+
+struct Encoding {
+    const char* name;
+    const char* command;
+    std::vector<Argument> arguments;
+    Bytes params;
+};
+
+class EncodedBytes : public testing::TestWithParam<Encoding>
+{
+};
+
+TEST_P(EncodedBytes, AreThoseOfTheWire)
+{
+    EXPECT_EQ(encodeNamed(GetParam().command, GetParam().arguments).params, GetParam().params);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Encode, EncodedBytes,
+    testing::Values(
+        Encoding{"DecimalNumber", "tuner.play", {{"frequency", "8750"}}, {0x22, 0x2E}},
+        Encoding{"HexadecimalNumber", "tuner.play", {{"frequency", "0x222e"}}, {0x22, 0x2E}},
+        Encoding{"LowestOfTheRange", "tuner.play", {{"frequency", "100"}}, {0x00, 0x64}},
+        Encoding{"HighestOfTheRange", "tuner.play", {{"frequency", "10800"}}, {0x2A, 0x30}},
+        Encoding{"NumberWithUnit", "tuner.play", {{"frequency", "87.5MHz"}}, {0x22, 0x2E}},
+        Encoding{"NumberBlankUnit", "tuner.play", {{"frequency", "87.50 MHz"}}, {0x22, 0x2E}},
+        Encoding{"WholeNumberWithUnit", "tuner.play", {{"frequency", "108MHz"}}, {0x2A, 0x30}},
+        // 94.7 / 0.01 is 9469.999… in binary fractions
+        Encoding{"FractionThatBinaryHasNot", "tuner.play", {{"frequency", "94.7MHz"}}, {0x24, 0xFE}},
+        Encoding{"ChoiceByName", "tuner.tune", {{"action", "up"}}, {0x01}},
+        Encoding{"ChoiceByNumber", "tuner.tune", {{"action", "2"}}, {0x02}},
+        Encoding{"NumberBesideOpenChoices", "tuner.band", {{"band", "9"}}, {0x09}},
+        Encoding{"NumberWithItsOwnUnit", "identity.optional", {{"first", "0"}, {"second", "50km/h"}}, {0x00, 0x32}},
+        Encoding{"BytesWithBlanks",
+                 "bluetooth.set_address",
+                 {{"address", "00 1A 7D DA 71 13"}},
+                 {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}},
+        Encoding{"BytesWithColons",
+                 "bluetooth.set_address",
+                 {{"address", "00:1a:7d:da:71:13"}},
+                 {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}},
+        Encoding{"Text", "identity.write_serial", {{"serial", "SN 1"}}, {0x53, 0x4E, 0x20, 0x31}},
+        Encoding{"ShortestText", "identity.write_serial", {{"serial", "S"}}, {0x53}},
+        Encoding{"EmptyTextWhereItMayBe", "identity.long", {{"text", ""}}, {}},
+        Encoding{"HexText",
+                 "identity.write_mac",
+                 {{"mac", "00112233aAfF"}},
+                 {0x30, 0x30, 0x31, 0x31, 0x32, 0x32, 0x33, 0x33, 0x61, 0x41, 0x66, 0x46}},
+        Encoding{"NegativeAndLargestNumbers",
+                 "gps.set_position",
+                 {{"latitude", "-90000000"}, {"time", "4294967295"}},
+                 {0xFA, 0xA2, 0xB5, 0x80, 0xFF, 0xFF, 0xFF, 0xFF}},
+        Encoding{"NegativeNumberWithUnit",
+                 "gps.set_position",
+                 {{"latitude", "-0.000001deg"}, {"time", "0"}},
+                 {0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00}},
+        Encoding{"ArgumentsInAnyOrder",
+                 "gps.set_position",
+                 {{"time", "1s"}, {"latitude", "2"}},
+                 {0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x01}},
+        Encoding{"NoParameters", "tuner.frequency", {}, {}},
+        Encoding{"OptionalOnesLeftOut", "identity.optional", {}, {}},
+        Encoding{"LastOptionalLeftOut", "identity.optional", {{"first", "7"}}, {0x07}}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(Encode, PutsTheCommandsCodesIntoTheFrame)
+{
+    const Frame frame = encodeNamed("tuner.tune", {{"action", "up"}});
+
+    EXPECT_EQ(frame.cmdOne, 0x02);
+    EXPECT_EQ(frame.cmdTwo, 0x04);
+}
+
+struct Refusal {
+    const char* name;
+    const char* command;
+    std::vector<Argument> arguments;
+    const char* text;
+};
+
+class RefusedValue : public testing::TestWithParam<Refusal>
+{
+};
+
+TEST_P(RefusedValue, IsNamedTogetherWithWhatWouldBeRight)
+{
+    EXPECT_THAT(refusal(GetParam().command, GetParam().arguments), HasSubstr(GetParam().text));
+}
+
+const std::string kManyDigits(1000, '9');
+
+INSTANTIATE_TEST_SUITE_P(
+    Encode, RefusedValue,
+    testing::Values(
+        Refusal{"OneBelowTheRange", "tuner.play", {{"frequency", "99"}}, "frequency: 99 is out of range 100 to 10800"},
+        Refusal{"OneAboveTheRange", "tuner.play", {{"frequency", "10801"}}, "10801 is out of range 100 to 10800"},
+        Refusal{"HexAboveTheRange", "tuner.play", {{"frequency", "0x2A31"}}, "0x2A31 is out of range 100 to 10800"},
+        // 65536 + 8750: what is left of it in two bytes would be right
+        Refusal{"WrapsRoundInTwoBytes", "tuner.play", {{"frequency", "74286"}}, "74286 is out of range"},
+        Refusal{"WrapsRoundInEightBytes", "tuner.play", {{"frequency", "18446744073709560366"}}, "is out of range"},
+        Refusal{"Int64Least", "tuner.play", {{"frequency", "-9223372036854775808"}}, "is out of range"},
+        Refusal{"ManyDigits", "tuner.play", {{"frequency", kManyDigits}}, "9 is out of range 100 to 10800"},
+        Refusal{"ManyDigitsNegative", "tuner.play", {{"frequency", "-" + kManyDigits}}, "9 is out of range"},
+        Refusal{"ManyDigitsWithUnit", "tuner.play", {{"frequency", kManyDigits + "MHz"}}, "out of range 1 to 108 MHz"},
+        Refusal{"Negative", "tuner.play", {{"frequency", "-1"}}, "-1 is out of range 100 to 10800"},
+        Refusal{"ScaledBelow", "tuner.play", {{"frequency", "0.99MHz"}}, "0.99MHz is out of range 1 to 108 MHz"},
+        Refusal{"ScaledAbove", "tuner.play", {{"frequency", "108.01MHz"}}, "108.01MHz is out of range 1 to 108 MHz"},
+        Refusal{"ScaledNegative", "tuner.play", {{"frequency", "-87.5MHz"}}, "out of range 1 to 108 MHz"},
+        // 742.86 MHz would be 74286, and 8750 in two bytes
+        Refusal{"ScaledThatWrapsRound", "tuner.play", {{"frequency", "742.86MHz"}}, "out of range 1 to 108 MHz"},
+        Refusal{"BetweenTwoSteps", "tuner.play", {{"frequency", "87.505MHz"}}, "is no multiple of 0.01 MHz"},
+        Refusal{"FractionWithoutUnit",
+                "tuner.play",
+                {{"frequency", "87.5"}},
+                "'87.5' is no value for frequency: a number from 100 to 10800, or in MHz (on FM) was expected, for "
+                "example 8750"},
+        Refusal{"ForeignUnit", "tuner.play", {{"frequency", "87500kHz"}}, "or in MHz (on FM) was expected"},
+        Refusal{"Exponent", "tuner.play", {{"frequency", "1e3"}}, "'1e3' is no value"},
+        Refusal{"NotANumber", "tuner.play", {{"frequency", "nan"}}, "'nan' is no value"},
+        Refusal{"NotANumberWithUnit", "tuner.play", {{"frequency", "nanMHz"}}, "'nanMHz' is no value"},
+        Refusal{"Infinity", "tuner.play", {{"frequency", "inf"}}, "'inf' is no value"},
+        Refusal{"MinusInfinityWithUnit", "tuner.play", {{"frequency", "-infMHz"}}, "'-infMHz' is no value"},
+        Refusal{"Empty", "tuner.play", {{"frequency", ""}}, "'' is no value"},
+        Refusal{"UnitOnly", "tuner.play", {{"frequency", "MHz"}}, "'MHz' is no value"},
+        Refusal{"MinusOnly", "tuner.play", {{"frequency", "-"}}, "'-' is no value"},
+        Refusal{"PrefixOnly", "tuner.play", {{"frequency", "0x"}}, "'0x' is no value"},
+        Refusal{"PlusSign", "tuner.play", {{"frequency", "+8750"}}, "'+8750' is no value"},
+        Refusal{"DigitsThenText", "tuner.play", {{"frequency", "8750x"}}, "'8750x' is no value"},
+        Refusal{"UnknownChoice",
+                "tuner.tune",
+                {{"action", "uo"}},
+                "one of down (0), up (1), store (2) was expected, for example up; did you mean 'up'?"},
+        Refusal{"NumberWithoutNameWhereNamesAreAll",
+                "tuner.tune",
+                {{"action", "3"}},
+                "action: 3 is none of down (0), up (1), store (2)"},
+        Refusal{"TextTooLong",
+                "identity.write_serial",
+                {{"serial", "1234567890123"}},
+                "serial: 1 to 12 characters were expected, not 13"},
+        Refusal{"TextEmpty", "identity.write_serial", {{"serial", ""}}, "1 to 12 characters were expected, not 0"},
+        Refusal{"TextWithControlCharacter", "identity.write_serial", {{"serial", "SN\n1"}}, "no printable ASCII"},
+        Refusal{"TextBeyondAscii", "identity.write_serial", {{"serial", "SN\xC3\xA9"}}, "no printable ASCII"},
+        Refusal{"HexTextTooShort",
+                "identity.write_mac",
+                {{"mac", "00112233445"}},
+                "mac: 12 hexadecimal digits were expected, not 11"},
+        Refusal{"HexTextTooLong", "identity.write_mac", {{"mac", "0011223344556"}}, "expected, not 13"},
+        Refusal{"HexTextWithSeparators", "identity.write_mac", {{"mac", "00:11:22:33:44:55"}}, "without separators"},
+        Refusal{"BytesTooFew",
+                "bluetooth.set_address",
+                {{"address", "00 1A 7D DA 71"}},
+                "address: 6 bytes in hexadecimal were expected, not 5"},
+        Refusal{"BytesTooMany", "bluetooth.set_address", {{"address", "00 1A 7D DA 71 13 00"}}, "not 7"},
+        Refusal{"BytesThatAreNone", "bluetooth.set_address", {{"address", "00 1A 7D DA 71 XX"}}, "are no bytes"},
+        Refusal{"Records", "gps.set_satellites", {{"count", "1"}, {"satellites", "5"}}, "consists of records"},
+        Refusal{"Missing",
+                "tuner.play",
+                {},
+                "frequency=… is missing: a number from 100 to 10800, or in MHz (on FM), for example 8750"},
+        Refusal{"UnknownName",
+                "tuner.play",
+                {{"freq", "8750"}},
+                "there is no parameter 'freq'; it has: frequency; did you mean 'frequency'?"},
+        Refusal{"NameWhereThereIsNone",
+                "tuner.frequency",
+                {{"frequency", "1"}},
+                "there is no parameter 'frequency'; the command has none"},
+        Refusal{"EmptyName", "tuner.play", {{"", "8750"}}, "there is no parameter ''"},
+        Refusal{"Doubled", "tuner.play", {{"frequency", "8750"}, {"frequency", "8750"}}, "'frequency' is given twice"},
+        Refusal{"OptionalLeftOutInTheMiddle",
+                "identity.optional",
+                {{"second", "1"}},
+                "first=… is missing: a number from 0 to 255; 'second' stands behind it"},
+        Refusal{"MoreThanAFrameHolds",
+                "identity.long",
+                {{"text", std::string(253, 'x')}},
+                "a frame holds at most 252 parameter bytes, not 253"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(Encode, TakesAsMuchAsAFrameHolds)
+{
+    EXPECT_THAT(encodeNamed("identity.long", {{"text", std::string(252, 'x')}}).params, SizeIs(252));
+}
+
+}  // namespace
+}  // namespace protocol::catalogue

@@ -1,0 +1,179 @@
+#include "protocol/catalogue/Fields.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "protocol/BigEndian.h"
+#include "protocol/catalogue/Describe.h"
+#include "protocol/catalogue/Number.h"
+
+namespace protocol::catalogue {
+
+namespace {
+
+bool isHexDigit(std::uint8_t c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+}
+
+std::string counted(std::size_t count, const char* what)
+{
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::int64_t numberOf(Type type, Bytes bytes)
+{
+    const std::uint32_t number = fromBigEndian(bytes);
+    return type == Type::kI32be ? static_cast<std::int64_t>(static_cast<std::int32_t>(number))
+                                : static_cast<std::int64_t>(number);
+}
+
+/// How many bytes the numbers and the shortest texts of `fields` take.
+std::size_t leastSize(std::span<const Field> fields)
+{
+    return std::accumulate(fields.begin(), fields.end(), std::size_t{0}, [](std::size_t sum, const Field& field) {
+        const bool counts = sizeOf(field.type) == 0 && field.type != Type::kRecords;
+        return sum + (counts ? static_cast<std::size_t>(std::max<std::int64_t>(field.minimum, 0)) : sizeOf(field.type));
+    });
+}
+
+/// Takes fields off the front of the parameter bytes.
+class Reader
+{
+public:
+    Reader(std::span<const Field> fields, Bytes params) : fields_(fields), left_(params) {}
+
+    FieldValues read()
+    {
+        for (std::size_t i = 0; i < fields_.size(); ++i) {
+            if (!readField(fields_[i], fields_.subspan(i + 1))) {
+                break;
+            }
+        }
+        values_.rest.assign(left_.begin(), left_.end());
+        return std::move(values_);
+    }
+
+private:
+    Bytes take(std::size_t count)
+    {
+        const Bytes taken = left_.first(count);
+        left_ = left_.subspan(count);
+        return taken;
+    }
+
+    void complain(const Field& field, const std::string& what)
+    {
+        values_.problems.push_back(std::string(field.name) + ": " + what);
+    }
+
+    void add(const Field& field, Value value, std::string problem)
+    {
+        if (!problem.empty()) {
+            complain(field, problem);
+        }
+        values_.fields.push_back({&field, std::move(value), std::move(problem)});
+    }
+
+    /// @returns false when there is nothing behind it to read.
+    bool readField(const Field& field, std::span<const Field> behind)
+    {
+        if (left_.empty() && field.optional) {
+            return false;
+        }
+        if (field.type == Type::kRecords) {
+            return readRecords(field);
+        }
+        if (sizeOf(field.type) == 0) {
+            readText(field, behind);
+            return true;
+        }
+        return readNumber(field);
+    }
+
+    bool readNumber(const Field& field)
+    {
+        const std::size_t size = sizeOf(field.type);
+        if (left_.size() < size) {
+            complain(field, left_.empty()
+                                ? "missing"
+                                : "cut short, " + std::to_string(left_.size()) + " of " + counted(size, "byte"));
+            return false;
+        }
+        const std::int64_t number = numberOf(field.type, take(size));
+        count_ = number;
+        add(field, number, numberProblem(field, number));
+        return true;
+    }
+
+    /// The last field takes all that is there. One before it leaves what those behind it need.
+    void readText(const Field& field, std::span<const Field> behind)
+    {
+        std::size_t size = left_.size();
+        if (!behind.empty()) {
+            size -= std::min(size, leastSize(behind));
+            size = std::min(size, static_cast<std::size_t>(std::max<std::int64_t>(field.maximum, 0)));
+        }
+        const Bytes bytes = take(size);
+        Value value = field.type == Type::kBytes ? Value(std::vector<std::uint8_t>(bytes.begin(), bytes.end()))
+                                                 : Value(std::string(bytes.begin(), bytes.end()));
+        add(field, std::move(value), textProblem(field, bytes));
+    }
+
+    static std::string textProblem(const Field& field, Bytes bytes)
+    {
+        const auto size = static_cast<std::int64_t>(bytes.size());
+        if (size < field.minimum || size > field.maximum) {
+            return counted(bytes.size(), "byte") + " where " + describe(field) + " were expected";
+        }
+        if (field.type == Type::kHexText && !std::ranges::all_of(bytes, isHexDigit)) {
+            return "not all of it are hexadecimal digits";
+        }
+        const auto printable = [](std::uint8_t c) { return c >= 0x20 && c < 0x7F; };
+        if (field.type == Type::kAscii && !std::ranges::all_of(bytes, printable)) {
+            return "not all of it are printable characters";
+        }
+        return {};
+    }
+
+    bool readRecords(const Field& field)
+    {
+        const std::size_t size = leastSize(field.fields);
+        const std::size_t there = size == 0 ? 0 : left_.size() / size;
+        const auto announced = count_ ? static_cast<std::size_t>(std::max<std::int64_t>(*count_, 0)) : there;
+        std::vector<Record> records;
+        std::string problem;
+        while (records.size() < std::min(announced, there)) {
+            FieldValues values = decodeFields(field.fields, take(size));
+            for (const std::string& each : values.problems) {
+                complain(field, "record " + std::to_string(records.size() + 1) + ": " + each);
+            }
+            records.push_back(std::move(values.fields));
+        }
+        const auto read = static_cast<std::int64_t>(records.size());
+        const bool whole = records.size() == announced;
+        if (!whole) {
+            problem = counted(announced, "record") + " announced, " + std::to_string(read) + " there";
+        } else if (read < field.minimum || read > field.maximum) {
+            problem = counted(records.size(), "record") + " where " + describe(field) + " were expected";
+        }
+        add(field, std::move(records), std::move(problem));
+        return whole;
+    }
+
+    std::span<const Field> fields_;
+    Bytes left_;
+    /// The number read last: how many records follow, if any do.
+    std::optional<std::int64_t> count_;
+    FieldValues values_;
+};
+
+}  // namespace
+
+FieldValues decodeFields(std::span<const Field> fields, Bytes params)
+{
+    return Reader(fields, params).read();
+}
+
+}  // namespace protocol::catalogue

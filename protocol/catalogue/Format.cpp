@@ -1,0 +1,113 @@
+#include <string>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Codec.h"
+#include "protocol/catalogue/Describe.h"
+#include "protocol/catalogue/HexBytes.h"
+
+namespace protocol::catalogue {
+
+namespace {
+
+/// Only printable ASCII is left as it is: what a line brings must not steer a terminal.
+std::string quotedText(std::string_view text)
+{
+    std::string out = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<std::uint8_t>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (byte >= 0x20 && byte < 0x7F) {
+            out += c;
+        } else {
+            out += "\\x" + formatHexBytes(Bytes(&byte, 1));
+        }
+    }
+    return out + '"';
+}
+
+std::string formatNumber(const DecodedField& field, std::int64_t number)
+{
+    std::string text = std::to_string(number);
+    if (field.field == nullptr) {
+        return text;
+    }
+    if (const std::string_view choice = field.choice(); !choice.empty()) {
+        return text + " (" + std::string(choice) + ")";
+    }
+    if (const auto& scale = field.field->scale) {
+        text += " (" + scaled(number, scale->factor) + " " + std::string(scale->unit);
+        text += (scale->only.empty() ? "" : " ") + std::string(scale->only) + ")";
+        return text;
+    }
+    return field.field->unit.empty() ? text : text + " " + std::string(field.field->unit);
+}
+
+std::string formatRecords(const std::vector<Record>& records)
+{
+    std::string text = "[";
+    for (const Record& record : records) {
+        text += text.size() > 1 ? ", {" : "{";
+        for (const DecodedField& field : record) {
+            text += (text.back() == '{' ? "" : " ") + std::string(field.field->name) + "=" + format(field);
+        }
+        text += '}';
+    }
+    return text + ']';
+}
+
+struct Formatter {
+    const DecodedField& field;
+
+    std::string operator()(std::int64_t number) const { return formatNumber(field, number); }
+    std::string operator()(const std::string& text) const { return quotedText(text); }
+    std::string operator()(const std::vector<std::uint8_t>& bytes) const
+    {
+        return bytes.empty() ? "-" : formatHexBytes(bytes);
+    }
+    std::string operator()(const std::vector<Record>& records) const { return formatRecords(records); }
+};
+
+std::string subjectOf(Groups groups, const Decoded& decoded, const Frame& frame)
+{
+    if (decoded.command != nullptr) {
+        return fullKey(groups, *decoded.command);
+    }
+    if (decoded.notice != nullptr) {
+        return fullKey(groups, *decoded.notice);
+    }
+    const std::uint8_t codes[] = {frame.cmdOne, frame.cmdTwo};
+    return formatHexBytes(codes);
+}
+
+}  // namespace
+
+std::string format(const DecodedField& field)
+{
+    return std::visit(Formatter{field}, field.value);
+}
+
+std::string format(Groups groups, const Decoded& decoded, const Frame& frame)
+{
+    std::string text = subjectOf(groups, decoded, frame);
+    std::string values;
+    for (const DecodedField& field : decoded.fields) {
+        values += " " + std::string(field.field->name) + "=" + format(field);
+    }
+    if (!decoded.rest.empty()) {
+        values += (decoded.known() ? " + " : " ") + formatHexBytes(decoded.rest);
+    }
+    if (values.empty() && decoded.reply != nullptr && !decoded.reply->when.empty()) {
+        values = " " + std::string(decoded.reply->when);
+    }
+    if (!values.empty()) {
+        text += ":" + values;
+    }
+    for (const std::string& problem : decoded.problems) {
+        text += " (! " + problem + ")";
+    }
+    return text;
+}
+
+}  // namespace protocol::catalogue

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "protocol/Frame.h"
+
+namespace protocol::catalogue {
+
+/// Reads bytes as people write them: "00 1A 7D", "00:1A:7D", "0x00,0x1A", "001A7D". Between separators stands one
+/// digit, or an even number of them, in either case.
+/// @returns nothing when `text` is anything else; no bytes for an empty text.
+std::optional<std::vector<std::uint8_t>> parseHexBytes(std::string_view text);
+
+/// @returns "00 1A 7D".
+std::string formatHexBytes(Bytes bytes);
+
+}  // namespace protocol::catalogue

@@ -1,0 +1,86 @@
+#include <algorithm>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Codec.h"
+
+namespace protocol::catalogue {
+
+namespace {
+
+template <class Range, class Predicate>
+auto find(const Range& range, Predicate predicate) -> decltype(&*range.begin())
+{
+    const auto found = std::ranges::find_if(range, predicate);
+    return found == range.end() ? nullptr : &*found;
+}
+
+/// Takes "tuner.play" apart and looks for "play" in what `members` has of the group "tuner".
+template <class Member>
+const Member* findMember(Groups groups, std::string_view key, std::span<const Member> Group::*members)
+{
+    const auto dot = key.find('.');
+    if (dot == std::string_view::npos) {
+        return nullptr;
+    }
+    const Group* group = findGroup(groups, key.substr(0, dot));
+    return group == nullptr
+               ? nullptr
+               : find(group->*members, [&](const Member& member) { return member.key == key.substr(dot + 1); });
+}
+
+template <class Member>
+std::string memberKey(Groups groups, const Member& member, std::span<const Member> Group::*members)
+{
+    const Group* group = find(groups, [&](const Group& each) {
+        return std::ranges::any_of(each.*members, [&](const Member& other) {
+            return other.cmdOne == member.cmdOne && other.cmdTwo == member.cmdTwo && other.key == member.key;
+        });
+    });
+    return (group == nullptr ? std::string() : std::string(group->key) + ".") + std::string(member.key);
+}
+
+}  // namespace
+
+const Group* findGroup(Groups groups, std::uint8_t code)
+{
+    return find(groups, [&](const Group& group) { return group.code == code; });
+}
+
+const Group* findGroup(Groups groups, std::string_view key)
+{
+    return find(groups, [&](const Group& group) { return group.key == key; });
+}
+
+const Command* findCommand(Groups groups, std::uint8_t cmdOne, std::uint8_t cmdTwo)
+{
+    const Group* group = findGroup(groups, cmdOne);
+    return group == nullptr ? nullptr
+                            : find(group->commands, [&](const Command& command) { return command.cmdTwo == cmdTwo; });
+}
+
+const Command* findCommand(Groups groups, std::string_view key)
+{
+    return findMember(groups, key, &Group::commands);
+}
+
+const Notice* findNotice(Groups groups, std::string_view key)
+{
+    return findMember(groups, key, &Group::notices);
+}
+
+std::string fullKey(Groups groups, const Command& command)
+{
+    return memberKey(groups, command, &Group::commands);
+}
+
+std::string fullKey(Groups groups, const Notice& notice)
+{
+    return memberKey(groups, notice, &Group::notices);
+}
+
+bool answersUnknown(const Frame& command, const Frame& received)
+{
+    return received.cmdOne == (command.cmdOne | kReplyBit) && received.cmdTwo == command.cmdTwo;
+}
+
+}  // namespace protocol::catalogue

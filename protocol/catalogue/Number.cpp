@@ -1,0 +1,168 @@
+#include "protocol/catalogue/Number.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "protocol/catalogue/Codec.h"
+#include "protocol/catalogue/Describe.h"
+#include "protocol/catalogue/Suggest.h"
+
+namespace protocol::catalogue {
+
+namespace {
+
+using Limits = std::numeric_limits<std::int64_t>;
+
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+std::string quoted(std::string_view text)
+{
+    return "'" + std::string(text) + "'";
+}
+
+std::string_view withoutBlanks(std::string_view text)
+{
+    const auto begin = std::min(text.find_first_not_of(' '), text.size());
+    text.remove_prefix(begin);
+    return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+/// A number with something behind it: "87.5" and "MHz".
+struct Measured {
+    double number = 0;
+    std::string_view unit;
+};
+
+/// @returns false when `text` does not begin with a plain decimal number: no exponent, no "inf", no "nan".
+bool parseMeasured(std::string_view text, Measured& measured)
+{
+    const std::size_t sign = text.starts_with('-') ? 1 : 0;
+    if (text.size() == sign || !isDigit(text[sign])) {
+        return false;
+    }
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, measured.number, std::chars_format::fixed);
+    if (result.ec == std::errc::result_out_of_range) {
+        const double huge = std::numeric_limits<double>::infinity();
+        measured.number = sign == 1 ? -huge : huge;
+    }
+    measured.unit = withoutBlanks({result.ptr, end});
+    return true;
+}
+
+[[noreturn]] void refuse(const Field& field, std::string_view text)
+{
+    std::vector<std::string_view> names;
+    std::ranges::transform(field.choices, std::back_inserter(names), &Choice::name);
+    std::string what =
+        quoted(text) + " is no value for " + std::string(field.name) + ": " + describe(field) + " was expected";
+    if (!field.example.empty()) {
+        what += ", for example " + std::string(field.example);
+    }
+    throw EncodeError(what + didYouMean(text, names));
+}
+
+[[noreturn]] void refuseRange(const Field& field, std::string_view text, const std::string& range)
+{
+    throw EncodeError(std::string(field.name) + ": " + std::string(text) + " is out of range " + range);
+}
+
+std::int64_t parseScaled(const Field& field, const Scale& scale, std::string_view text, double number)
+{
+    const double ends[] = {static_cast<double>(field.minimum) * scale.factor,
+                           static_cast<double>(field.maximum) * scale.factor};
+    const auto [lowest, highest] = std::minmax(ends[0], ends[1]);
+    // A written decimal fraction and a product of binary ones differ by less than this.
+    const double slack = std::abs(scale.factor) * 1e-6;
+    if (!(number >= lowest - slack && number <= highest + slack)) {
+        const std::string unit(scale.unit);
+        const bool turned = scale.factor < 0;
+        refuseRange(field, text,
+                    scaled(turned ? field.maximum : field.minimum, scale.factor) + " to " +
+                        scaled(turned ? field.minimum : field.maximum, scale.factor) + " " + unit);
+    }
+    const double steps = number / scale.factor;
+    const double whole = std::round(steps);
+    if (std::abs(steps - whole) > 1e-4) {
+        throw EncodeError(std::string(field.name) + ": " + std::string(text) + " is no multiple of " +
+                          scaled(1, scale.factor) + " " + std::string(scale.unit));
+    }
+    return static_cast<std::int64_t>(whole);
+}
+
+}  // namespace
+
+bool parseInteger(std::string_view text, std::int64_t& number)
+{
+    const bool negative = text.starts_with('-');
+    std::string_view digits = text.substr(negative ? 1 : 0);
+    int base = 10;
+    if (digits.starts_with("0x") || digits.starts_with("0X")) {
+        digits.remove_prefix(2);
+        base = 16;
+    }
+    std::uint64_t magnitude = 0;
+    const char* end = digits.data() + digits.size();
+    const auto result = std::from_chars(digits.data(), end, magnitude, base);
+    if (digits.empty() || result.ptr != end || result.ec == std::errc::invalid_argument) {
+        return false;
+    }
+    constexpr auto kMost = static_cast<std::uint64_t>(Limits::max());
+    if (result.ec == std::errc::result_out_of_range || magnitude > kMost) {
+        number = negative ? Limits::min() : Limits::max();
+    } else {
+        number = negative ? -static_cast<std::int64_t>(magnitude) : static_cast<std::int64_t>(magnitude);
+    }
+    return true;
+}
+
+std::string numberProblem(const Field& field, std::int64_t number)
+{
+    const bool named = std::ranges::any_of(field.choices, [&](const Choice& choice) { return choice.value == number; });
+    if (named) {
+        return {};
+    }
+    if (number < field.minimum || number > field.maximum) {
+        return std::to_string(number) + " is out of range " + describeRange(field);
+    }
+    return field.open || field.choices.empty() ? "" : std::to_string(number) + " is none of " + describeChoices(field);
+}
+
+std::int64_t parseNumber(const Field& field, std::string_view text)
+{
+    text = withoutBlanks(text);
+    const auto choice = std::ranges::find(field.choices, text, &Choice::name);
+    if (choice != field.choices.end()) {
+        return choice->value;
+    }
+
+    std::int64_t number = 0;
+    if (parseInteger(text, number)) {
+        if (const std::string problem = numberProblem(field, number); !problem.empty()) {
+            // As it was written: 0x100 is not shown as 256, nor a huge number as what it was cut to.
+            throw EncodeError(std::string(field.name) + ": " + std::string(text) + problem.substr(problem.find(' ')));
+        }
+        return number;
+    }
+
+    Measured measured;
+    if (!parseMeasured(text, measured) || measured.unit.empty()) {
+        refuse(field, text);
+    }
+    if (field.scale && measured.unit == field.scale->unit) {
+        return parseScaled(field, *field.scale, text, measured.number);
+    }
+    if (measured.unit == field.unit) {
+        return parseScaled(field, {1, field.unit, {}}, text, measured.number);
+    }
+    refuse(field, text);
+}
+
+}  // namespace protocol::catalogue

@@ -1,0 +1,323 @@
+#include "station/Connection.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "protocol/FrameAssembler.h"
+#include "station/SerialLink.h"
+
+namespace station {
+
+namespace {
+
+using protocol::Bytes;
+using protocol::Frame;
+using protocol::ReceivedFrame;
+using Clock = Connection::Clock;
+using Duration = Connection::Duration;
+
+/// How often a device that has gone is looked for. Its directory may go and come with it, and its access rights be set
+/// a moment after it appeared: looking again sees all of that.
+constexpr auto kLookAgain = std::chrono::milliseconds(20);
+
+/// How long a line may refuse to take a byte, beyond the time in which the bytes leave it.
+constexpr auto kStalled = std::chrono::seconds(2);
+
+/// Longer than anybody waits, and far from the end of the clock.
+constexpr Duration kLongest = std::chrono::hours(24 * 365);
+
+/// Start bit, 8 data bits, stop bit.
+constexpr std::size_t kBitsPerByte = 10;
+
+Duration wireTime(std::size_t bytes, unsigned baud)
+{
+    return std::chrono::nanoseconds(std::chrono::seconds(bytes * kBitsPerByte)) / baud;
+}
+
+/// @returns `time` as a user writes it: "10 s", "250 ms".
+std::string format(Duration time)
+{
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+    return ms % 1000 == 0 ? std::to_string(ms / 1000) + " s" : std::to_string(ms) + " ms";
+}
+
+std::vector<std::uint8_t> encode(const Frame& command)
+{
+    protocol::StationFrameBuffer buffer;
+    const std::size_t length = protocol::encode(buffer, command.cmdOne, command.cmdTwo, command.params);
+    if (length == 0) {
+        throw std::length_error("a frame holds at most " + std::to_string(protocol::kMaxStationParams) +
+                                " parameter bytes, not " + std::to_string(command.params.size()));
+    }
+    return {buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(length)};
+}
+
+}  // namespace
+
+struct Connection::State {
+    State(PortSpec portSpec, Options given) : port(std::move(portSpec)), options(given), link(std::in_place, openLink())
+    {
+    }
+
+    PortSpec port;
+    Options options;
+    std::optional<SerialLink> link;  // nothing while the device is away
+    /// Until when a device that went is waited for; nothing once a call has done its work since.
+    std::optional<Clock::time_point> giveUpAt;
+
+    protocol::FrameAssembler assembler;
+    /// How many of the assembler's bytes had come before the last request was sent.
+    std::size_t staleBytes = 0;
+    std::size_t corrupt = 0;
+    // When the assembler's latest bytes were read.
+    std::chrono::system_clock::time_point arrivedAt;
+    Clock::time_point arrived;
+
+    struct Arrival {
+        Frame frame;
+        bool stale = false;  // it began before the last request was sent
+    };
+
+    SerialLink openLink() const
+    {
+        return SerialLink(port.path, port.baud, {.exclusive = true, .interrupt = options.interrupt});
+    }
+
+    void tell(TraceEvent event) const
+    {
+        if (options.trace != nullptr) {
+            options.trace->on(event);
+        }
+    }
+
+    void tellNow(TraceEvent::Kind kind, Frame frame, std::string text = {}) const
+    {
+        tell({kind, std::chrono::system_clock::now(), Clock::now(), std::move(frame), std::move(text)});
+    }
+
+    void throwIfInterrupted() const
+    {
+        if (options.interrupt != nullptr && options.interrupt->requested()) {
+            throw Interrupted();
+        }
+    }
+
+    /// Throws Interrupted, otherwise returns after `time`.
+    void pause(Duration time) const
+    {
+        pollfd request{options.interrupt == nullptr ? -1 : options.interrupt->descriptor(), POLLIN, 0};
+        const auto ns = std::max<Duration>(time, Duration(0)).count();
+        const timespec left{static_cast<time_t>(ns / 1'000'000'000), static_cast<long>(ns % 1'000'000'000)};
+        ppoll(&request, 1, &left, nullptr);
+        throwIfInterrupted();
+    }
+
+    /// Lets the device go. Throws LinkError when it has been going and coming for too long.
+    void lose(const std::system_error& error)
+    {
+        link.reset();
+        assembler = {};
+        staleBytes = 0;
+        tellNow(TraceEvent::Kind::kLost, {}, error.what());
+        if (!giveUpAt) {
+            giveUpAt = Clock::now() + std::clamp<Duration>(options.reconnect, Duration(0), kLongest);
+        } else if (Clock::now() >= *giveUpAt) {
+            throw LinkError(error.what());
+        }
+    }
+
+    /// @returns the line, as soon as it is there.
+    SerialLink& live()
+    {
+        throwIfInterrupted();
+        while (!link) {
+            pause(std::min<Duration>(kLookAgain, *giveUpAt - Clock::now()));
+            try {
+                link.emplace(openLink());
+                tellNow(TraceEvent::Kind::kBack, {});
+            } catch (const std::system_error& error) {
+                if (Clock::now() >= *giveUpAt) {
+                    throw LinkError("the device went away and was not back after " + format(options.reconnect) + ": " +
+                                    error.what());
+                }
+            }
+        }
+        return *link;
+    }
+
+    std::size_t read(SerialLink& from, Clock::time_point deadline)
+    {
+        std::array<std::uint8_t, 4096> chunk;
+        const std::size_t count = from.read(chunk, deadline);
+        if (count > 0) {
+            arrivedAt = std::chrono::system_clock::now();
+            arrived = Clock::now();
+            assembler.append(Bytes(chunk).first(count));
+        }
+        return count;
+    }
+
+    /// @returns the next sound frame of the assembler. Traces it, and those with a wrong checksum before it.
+    std::optional<Arrival> cut()
+    {
+        if (!assembler.worthParsing()) {
+            return std::nullopt;
+        }
+        std::size_t before = assembler.size();
+        while (auto received = assembler.next()) {
+            const std::size_t consumed = before - assembler.size();
+            before = assembler.size();
+            const std::size_t length = protocol::frameLength(received->length - 2u);
+            const bool stale = consumed - std::min(consumed, length) < staleBytes;
+            staleBytes -= std::min(staleBytes, consumed);
+
+            const auto params = received->params();
+            Frame frame{received->cmdOne, received->cmdTwo, {params.begin(), params.end()}};
+            if (received->checksumHolds) {
+                tell({TraceEvent::Kind::kReceived, arrivedAt, arrived, frame, {}});
+                return Arrival{std::move(frame), stale};
+            }
+            ++corrupt;
+            tell({TraceEvent::Kind::kCorrupt, arrivedAt, arrived, std::move(frame), "wrong checksum"});
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Arrival> next(SerialLink& from, Clock::time_point deadline)
+    {
+        for (bool last = false;;) {
+            if (auto arrival = cut()) {
+                return arrival;
+            }
+            // What is there is read also when the time is over, but a line that never falls silent has always something
+            // to read: then the time decides.
+            if (std::exchange(last, Clock::now() >= deadline) || read(from, deadline) == 0) {
+                return std::nullopt;
+            }
+        }
+    }
+
+    /// Takes in, traces and forgets what has come so far.
+    void drain(SerialLink& from)
+    {
+        // Far more than a device holds back; a line on which bytes come without end is not waited for.
+        constexpr int kReads = 64;
+        int reads = 0;
+        do {
+            while (cut()) {
+            }
+        } while (++reads <= kReads && read(from, Clock::now()) > 0);
+        while (cut()) {
+        }
+        staleBytes = assembler.size();
+    }
+
+    /// @param begun becomes true when a byte may have reached the device.
+    void write(SerialLink& to, Bytes bytes, bool& begun) const
+    {
+        const auto deadline = Clock::now() + wireTime(bytes.size(), port.baud) + kStalled;
+        while (!bytes.empty()) {
+            bytes = bytes.subspan(to.writeSome(bytes, deadline));
+            begun = true;
+        }
+    }
+
+    /// Runs `work(line, begun)` until it ends without losing the device. `begun` says whether a second time would be
+    /// one too many.
+    template <class Work>
+    auto withLine(bool repeatable, Work work)
+    {
+        for (;;) {
+            SerialLink& line = live();
+            bool begun = false;
+            try {
+                auto result = work(line, begun);
+                giveUpAt.reset();
+                return result;
+            } catch (const std::system_error& error) {
+                if (error.code() == std::errc::timed_out) {
+                    throw LinkError(error.what());
+                }
+                lose(error);
+                if (begun && !repeatable) {
+                    throw LinkError(std::string(error.what()) +
+                                    "; the command may have been carried out and is not sent a second time");
+                }
+            }
+        }
+    }
+};
+
+Connection::Connection(PortSpec port, Options options)
+{
+    try {
+        state_ = std::make_unique<State>(std::move(port), options);
+    } catch (const std::system_error& error) {
+        throw PortError(error.what());
+    }
+}
+
+Connection::~Connection() = default;
+Connection::Connection(Connection&&) noexcept = default;
+
+Connection::Outcome Connection::request(const Frame& command, const Answers& answers, Duration timeout, bool repeatable)
+{
+    const auto bytes = encode(command);
+    State& state = *state_;
+    return state.withLine(repeatable, [&](SerialLink& line, bool& begun) {
+        state.drain(line);
+        state.corrupt = 0;
+        state.write(line, bytes, begun);
+        const auto written = Clock::now();
+        state.tellNow(TraceEvent::Kind::kSent, command);
+
+        const auto deadline =
+            written + wireTime(bytes.size(), state.port.baud) + std::clamp<Duration>(timeout, Duration(0), kLongest);
+        Outcome outcome;
+        while (const auto arrival = state.next(line, deadline)) {
+            if (!arrival->stale && answers(arrival->frame)) {
+                outcome.reply = arrival->frame;
+                outcome.roundTrip = state.arrived - written;
+                break;
+            }
+            if (Clock::now() >= deadline) {
+                break;
+            }
+        }
+        outcome.corrupt = state.corrupt;
+        return outcome;
+    });
+}
+
+void Connection::send(const Frame& command)
+{
+    const auto bytes = encode(command);
+    State& state = *state_;
+    state.withLine(false, [&](SerialLink& line, bool& begun) {
+        state.write(line, bytes, begun);
+        state.tellNow(TraceEvent::Kind::kSent, command);
+        return true;
+    });
+}
+
+std::optional<Frame> Connection::receive(Clock::time_point deadline)
+{
+    State& state = *state_;
+    return state.withLine(true, [&](SerialLink& line, bool&) -> std::optional<Frame> {
+        auto arrival = state.next(line, deadline);
+        return arrival ? std::optional(std::move(arrival->frame)) : std::nullopt;
+    });
+}
+
+const PortSpec& Connection::port() const
+{
+    return state_->port;
+}
+
+}  // namespace station

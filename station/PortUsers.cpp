@@ -1,0 +1,100 @@
+#include "station/PortUsers.h"
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+
+namespace station {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::optional<pid_t> parsePid(std::string_view text)
+{
+    pid_t pid = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), pid);
+    if (result.ec != std::errc() || result.ptr != text.data() + text.size() || pid <= 0) {
+        return std::nullopt;
+    }
+    return pid;
+}
+
+std::string describe(pid_t pid)
+{
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
+    return name.empty() ? "process " + std::to_string(pid) : name + " (process " + std::to_string(pid) + ")";
+}
+
+bool hasOpen(const fs::path& process, dev_t device)
+{
+    std::error_code error;
+    for (fs::directory_iterator it(process / "fd", error), end; !error && it != end; it.increment(error)) {
+        struct stat file {
+        };
+        if (stat(it->path().c_str(), &file) == 0 && S_ISCHR(file.st_mode) && file.st_rdev == device) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+std::string lockHolder(int descriptor)
+{
+    struct stat file {
+    };
+    if (fstat(descriptor, &file) != 0) {
+        return {};
+    }
+    std::ostringstream wanted;
+    // As the kernel writes it: device numbers in hexadecimal of two digits at least, the inode in decimal.
+    wanted << std::hex;
+    wanted.fill('0');
+    wanted.width(2);
+    wanted << major(file.st_dev) << ':';
+    wanted.width(2);
+    wanted << minor(file.st_dev) << ':' << std::dec << file.st_ino;
+
+    // 7: FLOCK  ADVISORY  WRITE 4711 00:18:5 0 EOF
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        std::istringstream words(line);
+        std::string number, kind, mode, access, pid, inode;
+        words >> number >> kind >> mode >> access >> pid >> inode;
+        if (kind == "FLOCK" && inode == wanted.str()) {
+            const auto holder = parsePid(pid);
+            return holder ? describe(*holder) : "";
+        }
+    }
+    return {};
+}
+
+std::string otherUser(const std::string& path)
+{
+    struct stat device {
+    };
+    if (stat(path.c_str(), &device) != 0 || !S_ISCHR(device.st_mode)) {
+        return {};
+    }
+    std::error_code error;
+    for (fs::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
+        const auto pid = parsePid(it->path().filename().string());
+        if (pid && *pid != getpid() && hasOpen(it->path(), device.st_rdev)) {
+            return describe(*pid);
+        }
+    }
+    return {};
+}
+
+}  // namespace station
