@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "protocol/catalogue/Model.h"
 #include "station/record/RunRecord.h"
 
 namespace station::record {
@@ -40,8 +41,9 @@ class Results
 public:
     /// Makes the folder (and `directory`, with its parents) and the first record in it.
     /// Puts "-2", "-3", … behind `run.id` when a folder of that name is there.
+    /// @param groups what the record's frames are put into words with; catalogue::groups() outlives everything.
     /// Throws ResultsError.
-    Results(std::filesystem::path directory, Run& run);
+    Results(std::filesystem::path directory, Run& run, protocol::catalogue::Groups groups);
     ~Results();
     Results(const Results&) = delete;
     Results& operator=(const Results&) = delete;
@@ -62,6 +64,7 @@ public:
 private:
     std::filesystem::path directory_;
     std::filesystem::path folder_;
+    protocol::catalogue::Groups groups_;
     int lock_ = -1;
 };
 
