@@ -2,6 +2,7 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
+#include "protocol/catalogue/HexBytes.h"
 #include "station/Hex.h"
 #include "station/record/Text.h"
 
@@ -38,6 +39,9 @@ std::vector<std::string> meaningOf(const std::vector<TraceEvent>& events, protoc
 
 std::string bytesOf(const TraceEvent& event)
 {
+    if (!event.bytes.empty()) {
+        return protocol::catalogue::formatHexBytes(event.bytes);
+    }
     return hasFrame(event.kind) ? station::format(event.frame) : std::string();
 }
 

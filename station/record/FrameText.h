@@ -22,7 +22,8 @@ constexpr bool hasFrame(TraceEvent::Kind kind)
 /// A reply is read as one to the command that was sent last before it.
 std::vector<std::string> meaningOf(const std::vector<TraceEvent>& events, protocol::catalogue::Groups groups);
 
-/// @returns the frame's bytes as people read them, `8F 00 [01]`, and nothing for an event without a frame.
+/// @returns the frame as people read it, `8F 00 [01]`, every byte of a damaged one, and nothing for an event without
+/// a frame.
 std::string bytesOf(const TraceEvent& event);
 
 }  // namespace station::record

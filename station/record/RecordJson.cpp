@@ -12,6 +12,7 @@
 #include <iterator>
 #include <utility>
 
+#include "protocol/catalogue/HexBytes.h"
 #include "station/record/FrameText.h"
 #include "station/record/RecordReader.h"
 
@@ -20,6 +21,7 @@ namespace station::record {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using protocol::catalogue::formatHexBytes;
 using protocol::catalogue::Groups;
 using SystemTime = std::chrono::system_clock::time_point;
 
@@ -104,9 +106,7 @@ Json limits(const Limits& demanded)
 
 std::string hex(std::uint8_t byte)
 {
-    std::array<char, 3> text{};
-    std::snprintf(text.data(), text.size(), "%02X", static_cast<unsigned>(byte));
-    return text.data();
+    return formatHexBytes({&byte, 1});
 }
 
 Json events(const std::vector<TraceEvent>& trace, Groups groups)
@@ -119,14 +119,13 @@ Json events(const std::vector<TraceEvent>& trace, Groups groups)
                  {"at", time(event.at)},
                  {"monotonic_s", seconds(event.steady.time_since_epoch())}};
         if (hasFrame(event.kind)) {
-            std::string params;
-            for (const std::uint8_t byte : event.frame.params) {
-                params += (params.empty() ? "" : " ") + hex(byte);
-            }
             row["cmd_one"] = hex(event.frame.cmdOne);
             row["cmd_two"] = hex(event.frame.cmdTwo);
-            row["params"] = params;
+            row["params"] = formatHexBytes(event.frame.params);
             row["decoded"] = meanings[i];
+        }
+        if (!event.bytes.empty()) {
+            row["bytes"] = formatHexBytes(event.bytes);
         }
         if (!event.text.empty()) {
             row["text"] = event.text;
@@ -275,6 +274,9 @@ TraceEvent readEvent(const RecordReader& reader)
         event.frame.cmdOne = reader.at("cmd_one").byte();
         event.frame.cmdTwo = reader.at("cmd_two").byte();
         event.frame.params = reader.at("params").bytes();
+    }
+    if (const auto bytes = reader.find("bytes")) {
+        event.bytes = bytes->bytes();
     }
     if (const auto text = reader.find("text")) {
         event.text = text->text();
