@@ -32,7 +32,7 @@ std::vector<std::uint8_t> wireBytes(protocol::ReceivedFrame& frame)
 {
     // The padding too: it is not 0 in every frame that is wrong.
     const std::size_t count = frame.params().size();
-    return assemble(frame.length, frame.cmdOne, frame.cmdTwo, Bytes(frame.area).first(count + count % 2),
+    return assemble(frame.length, frame.cmdOne, frame.cmdTwo, Bytes(frame.area, count + count % 2),
                     frame.receivedChecksum);
 }
 
