@@ -26,6 +26,7 @@ std::string builtInRules(const std::string& directory)
 {
     return "[global]\n"
            "strict init = true\n"
+           "file perms = 600\n"
            "rotate lock file = " +
            directory +
            "/.engineering.lock\n"
