@@ -5,6 +5,7 @@
 
 #include "platform/bench/Root.h"
 #include "tests/engine/GroupChecks.h"
+#include "tests/support/Umask.h"
 
 namespace {
 
@@ -76,6 +77,21 @@ TEST_F(BtAddressTest, TheQueryCopyIsTheLineWithoutItsEnd)
 
     EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
     EXPECT_THAT(answerToPresence(), ElementsAre("8A 1A [01]"));
+}
+
+TEST_F(BtAddressTest, TheQueryCopyAndTheBackupAreMadeForOwnerAndGroupOnlyAndTheStoreKeepsItsMode)
+{
+    const tests::Umask none(0);
+    startWithStore();
+    fs::permissions(path(kStore), fs::perms::owner_read | fs::perms::owner_write | fs::perms::others_read);
+
+    provision("0002F5A1B2C3");
+
+    constexpr fs::perms kOwnerAndGroup = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+    EXPECT_EQ(fs::status(path(kQueryCopy)).permissions(), kOwnerAndGroup);
+    EXPECT_EQ(fs::status(path(kBackup)).permissions(), kOwnerAndGroup);
+    EXPECT_EQ(fs::status(path(kStore)).permissions(),
+              fs::perms::owner_read | fs::perms::owner_write | fs::perms::others_read);
 }
 
 TEST_F(BtAddressTest, TheLogTellsTheAddressAndTheLine)

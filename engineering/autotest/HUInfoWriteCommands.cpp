@@ -6,6 +6,7 @@
 
 #include "KYRSystem.h"
 #include "engineering/Log.h"
+#include "engineering/PersistentFile.h"
 #include "engineering/PersistentPath.h"
 #include "engineering/autotest/IdentityRecord.h"
 #include "engineering/autotest/KYRAutoTest.h"
@@ -56,6 +57,7 @@ bool ReadLastLine(const std::string& strPath, std::string& strLine)
 
 bool WriteWholeFile(const std::string& strPath, const std::string& strText)
 {
+    MakePersistentFile(strPath);
     std::ofstream file(strPath, std::ios::out | std::ios::trunc);
     if (!file)
         return false;

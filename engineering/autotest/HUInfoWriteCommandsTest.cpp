@@ -6,6 +6,7 @@
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/engine/GroupChecks.h"
 #include "tests/support/Text.h"
+#include "tests/support/Umask.h"
 
 namespace {
 
@@ -163,6 +164,26 @@ TEST_P(RecordTest, IsReplacedByALaterWrite)
     write("XY");
 
     EXPECT_EQ(content(file), "XY");
+}
+
+TEST_P(RecordTest, IsMadeForItsOwnerAndGroupOnly)
+{
+    const tests::Umask none(0);
+
+    write("12");
+
+    EXPECT_EQ(fs::status(path(file)).permissions(),
+              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+}
+
+TEST_P(RecordTest, KeepsTheModeThatSomebodyGaveIt)
+{
+    writeFile(file, "1");
+    fs::permissions(path(file), fs::perms::owner_read | fs::perms::owner_write);
+
+    write("12");
+
+    EXPECT_EQ(fs::status(path(file)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
 TEST_P(RecordTest, WithoutACharacterIsAnEmptyFile)

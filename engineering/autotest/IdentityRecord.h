@@ -34,7 +34,7 @@ extern const IdentityRecord kBtMacAddressForQuery;
 /// @returns false when the file cannot be opened or, as a directory, not be read; `strLine` is empty then.
 bool ReadLastLine(const std::string& strPath, std::string& strLine);
 
-/// Replaces a file's content.
+/// Replaces a file's content. A file that is not there is made for its owner and group only.
 /// @returns false when the file cannot be opened. One that opens but cannot take all of the text leaves an error line.
 bool WriteWholeFile(const std::string& strPath, const std::string& strText);
 

@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "engineering/Log.h"
+#include "engineering/PersistentFile.h"
 #include "engineering/PersistentPath.h"
 #include "engineering/autotest/KYRAutoTest.h"
 
@@ -49,6 +50,7 @@ int KYRAutoTest::CountLines(std::string path)
 bool KYRAutoTest::CopyFile(std::string src, std::string dst)
 {
     std::ifstream source(src);
+    MakePersistentFile(dst);
     std::ofstream destination(dst, std::ios::out | std::ios::trunc);
     if (!source.good())
         return false;

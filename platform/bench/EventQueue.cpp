@@ -1,25 +1,8 @@
 #include "EventQueue.h"
 
-#include <exception>
-
-#include "Report.h"
+#include "RunGuarded.h"
 
 namespace bench {
-namespace {
-
-/// A listener that throws is the service's fault and must not end the middleware's thread.
-void runGuarded(const std::function<void()>& event)
-{
-    try {
-        event();
-    } catch (const std::exception& error) {
-        report(std::string("a listener threw: ") + error.what());
-    } catch (...) {
-        report("a listener threw something that is no std::exception");
-    }
-}
-
-}  // namespace
 
 EventQueue::EventQueue() : thread_([this] { run(); }), listener_(thread_.get_id()) {}
 
@@ -75,7 +58,7 @@ void EventQueue::run()
             const std::function<void()> event = std::move(events_.front());
             events_.pop_front();
             lock.unlock();
-            runGuarded(event);
+            runGuarded("a listener threw", event);
         }
         lock.lock();
         ++done_;

@@ -72,10 +72,13 @@ TEST(EventQueue, EventThatThrowsShowsInOneLineAndTheNextOneRuns)
 
     testing::internal::CaptureStderr();
     queue.post([] { throw std::runtime_error("no tuner"); });
+    queue.post([] { throw 42; });
     queue.post([&next] { next = true; });
     queue.drain();
 
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "engineering-service: a listener threw: no tuner\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "engineering-service: a listener threw: no tuner\n"
+              "engineering-service: a listener threw: something that is no std::exception\n");
     EXPECT_TRUE(next);
 }
 

@@ -123,6 +123,8 @@ gboolean answering(GDBusMethodInvocation* invocation, Action action)
         call->refuse(error);
     } catch (const std::exception& error) {
         report(std::string("the head unit's bus: ") + error.what());
+    } catch (...) {
+        report("the head unit's bus: something that is no std::exception");
     }
     return TRUE;
 }

@@ -1,12 +1,11 @@
 #include <atomic>
-#include <exception>
 #include <span>
 #include <utility>
 #include <vector>
 
 #include "KYRMutex.h"
 #include "KYRUart.h"
-#include "Report.h"
+#include "RunGuarded.h"
 #include "Wire.h"
 
 namespace bench {
@@ -101,11 +100,8 @@ void KYRUartAdapter::Impl::AttachWhenWanted()
 void KYRUartAdapter::Impl::Deliver(std::span<std::uint8_t> chunk)
 {
     for (KYRRmtSkeleton* const pSkeleton : Skeletons()) {
-        try {
-            pSkeleton->MsgDecode(chunk.data(), static_cast<int>(chunk.size()));
-        } catch (const std::exception& error) {
-            bench::report(std::string("a chunk's delivery has failed: ") + error.what());
-        }
+        bench::runGuarded("a chunk's delivery has failed",
+                          [&] { pSkeleton->MsgDecode(chunk.data(), static_cast<int>(chunk.size())); });
     }
 }
 

@@ -53,10 +53,13 @@ public:
         chunks.emplace_back(pData, pData + nLength);
         if (fails)
             throw std::runtime_error("on purpose");
+        if (failsOddly)
+            throw 42;
     }
 
     std::vector<Bytes> chunks;
     bool fails = false;
+    bool failsOddly = false;
 };
 
 class UartAdapterTest : public testing::Test
@@ -134,9 +137,11 @@ TEST_F(UartAdapterTest, SkeletonThatThrowsEndsNeitherTheChunkNorTheDelivery)
     adapter_.Init({});
     adapter_.RegisterSkeleton(&skeleton_);
     adapter_.RegisterSkeleton(&second);
-    skeleton_.fails = true;
 
+    skeleton_.fails = true;
     wire_.deliver({1});
+    skeleton_.fails = false;
+    skeleton_.failsOddly = true;
     wire_.deliver({2});
 
     EXPECT_THAT(second.chunks, ElementsAre(Bytes{1}, Bytes{2}));

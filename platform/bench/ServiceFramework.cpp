@@ -1,6 +1,7 @@
 #include "ServiceFramework.h"
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
@@ -97,6 +98,8 @@ void prepareProcess()
 {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     signal(SIGPIPE, SIG_IGN);
+    // What the process makes is its owner's and, to read, the group's; a stricter mask stays.
+    umask(umask(S_IRWXG | S_IRWXO) | S_IWGRP | S_IRWXO);
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }

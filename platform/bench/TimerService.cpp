@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
 
-#include "Report.h"
+#include "RunGuarded.h"
 
 namespace bench {
 namespace {
@@ -12,15 +11,6 @@ namespace {
 using std::chrono::milliseconds;
 
 std::atomic<TimerService*> theInstance = nullptr;
-
-void runGuarded(const TimerService::Action& action)
-{
-    try {
-        action();
-    } catch (const std::exception& error) {
-        report(std::string("a timer's action has failed: ") + error.what());
-    }
-}
 
 }  // namespace
 
@@ -141,7 +131,7 @@ void TimerService::expireLocked(Timers::iterator next, std::unique_lock<std::mut
         next->second.due = std::max(next->second.due + next->second.period, nowLocked());
 
     lock.unlock();
-    runGuarded(*action);
+    runGuarded("a timer's action has failed", *action);
     action.reset();
     lock.lock();
     runningOwner_ = nullptr;

@@ -103,6 +103,7 @@ TEST_F(TimerServiceTest, ActionsRunOnOneThreadThatIsNotTheCallers)
 TEST_F(TimerServiceTest, ActionThatThrowsDoesNotEndTheOthers)
 {
     timers_.after(10ms, [] { throw std::runtime_error("on purpose"); });
+    timers_.after(15ms, [] { throw 42; });
     timers_.after(20ms, record(1));
 
     timers_.advance(20ms);
