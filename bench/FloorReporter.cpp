@@ -11,7 +11,7 @@ constexpr std::string_view kFloor = "Floor/";
 constexpr std::string_view kMedian = "median";
 
 /// Medians, and figure and floor in the same minutes: a busy neighbour then spoils both.
-const char* const kDefaults[] = {"--benchmark_repetitions=5", "--benchmark_min_time=0.05",
+const char* const kDefaults[] = {"--benchmark_repetitions=5", "--benchmark_min_time=0.02",
                                  "--benchmark_report_aggregates_only=true",
                                  "--benchmark_enable_random_interleaving=true"};
 
@@ -42,6 +42,7 @@ void FloorReporter::ReportRuns(const std::vector<Run>& runs)
 
 void FloorReporter::Finalize()
 {
+    std::ranges::sort(names_);  // they have come in the order in which they happened to run
     for (const std::string& name : names_) {
         if (name.starts_with(kFloor))
             continue;

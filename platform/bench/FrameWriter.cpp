@@ -15,7 +15,7 @@ constexpr int kLookAgainMs = 200;
 }  // namespace
 
 FrameWriter::FrameWriter(std::string name, Reporter reporter, std::chrono::milliseconds patience)
-    : name_(std::move(name)), reporter_(std::move(reporter)), patience_(patience), thread_([this] { run(); })
+    : name_(std::move(name)), reporter_(std::move(reporter)), patience_(patience)
 {
 }
 
@@ -27,7 +27,8 @@ FrameWriter::~FrameWriter()
         ending_ = true;
     }
     wakeup_.signal();
-    thread_.join();
+    if (thread_.joinable())
+        thread_.join();
 }
 
 void FrameWriter::open(std::shared_ptr<const Descriptor> line)
@@ -61,6 +62,8 @@ bool FrameWriter::send(std::span<const std::uint8_t> frame)
     if (!line_)
         return false;
 
+    if (!thread_.joinable())
+        thread_ = std::thread([this] { run(); });
     const auto rest = frame.subspan(written);
     const auto waiting = std::make_shared<Waiting>(Waiting{{rest.begin(), rest.end()}, written > 0});
     queue_.push_back(waiting);

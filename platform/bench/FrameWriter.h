@@ -83,7 +83,8 @@ private:
     std::deque<std::string> reports_;             // not yet told; guarded by mutex_
     bool watching_ = false;                       // the thread has hold of the line; guarded by mutex_
     bool ending_ = false;                         // guarded by mutex_
-    std::thread thread_;                          // writes what did not fit at once, and reports
+    std::thread thread_;  // writes what did not fit at once, and reports; runs from the first such frame on
+                          // guarded by mutex_
 };
 
 }  // namespace bench

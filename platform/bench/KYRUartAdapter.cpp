@@ -1,4 +1,5 @@
 #include <atomic>
+#include <memory>
 #include <span>
 #include <utility>
 #include <vector>
@@ -30,12 +31,13 @@ Wire* installedWire()
 struct KYRUartAdapter::Impl {
     void AttachWhenWanted();
     void Deliver(std::span<std::uint8_t> chunk);
-    std::vector<KYRRmtSkeleton*> Skeletons();
+    using SkeletonList = std::vector<KYRRmtSkeleton*>;
+    std::shared_ptr<const SkeletonList> Skeletons();
 
     std::atomic<bench::Wire*> pWire = nullptr;
     KYRMutex csSkeletons;
-    std::vector<KYRRmtSkeleton*> vSkeletons;  // guarded by csSkeletons
-    bool bAttached = false;                   // guarded by csSkeletons
+    std::shared_ptr<const SkeletonList> pSkeletons = std::make_shared<SkeletonList>();  // guarded by csSkeletons
+    bool bAttached = false;                                                             // guarded by csSkeletons
 };
 
 KYRUartAdapter::KYRUartAdapter() : m_pImpl(std::make_unique<Impl>()) {}
@@ -72,7 +74,9 @@ void KYRUartAdapter::RegisterSkeleton(KYRRmtSkeleton* pSkeleton)
         return;
     {
         const KYRAutoLock lock(m_pImpl->csSkeletons);
-        m_pImpl->vSkeletons.push_back(pSkeleton);
+        auto pLonger = std::make_shared<Impl::SkeletonList>(*m_pImpl->pSkeletons);
+        pLonger->push_back(pSkeleton);
+        m_pImpl->pSkeletons = std::move(pLonger);
     }
     m_pImpl->AttachWhenWanted();
 }
@@ -90,7 +94,7 @@ void KYRUartAdapter::Impl::AttachWhenWanted()
     bench::Wire* const pConnected = pWire;
     {
         const KYRAutoLock lock(csSkeletons);
-        if (pConnected == nullptr || vSkeletons.empty() || bAttached)
+        if (pConnected == nullptr || pSkeletons->empty() || bAttached)
             return;
         bAttached = true;
     }
@@ -99,15 +103,17 @@ void KYRUartAdapter::Impl::AttachWhenWanted()
 
 void KYRUartAdapter::Impl::Deliver(std::span<std::uint8_t> chunk)
 {
-    for (KYRRmtSkeleton* const pSkeleton : Skeletons()) {
+    const auto pDeliverTo = Skeletons();
+    for (KYRRmtSkeleton* const pSkeleton : *pDeliverTo) {
         bench::runGuarded("a chunk's delivery has failed",
                           [&] { pSkeleton->MsgDecode(chunk.data(), static_cast<int>(chunk.size())); });
     }
 }
 
-std::vector<KYRRmtSkeleton*> KYRUartAdapter::Impl::Skeletons()
+std::shared_ptr<const KYRUartAdapter::Impl::SkeletonList> KYRUartAdapter::Impl::Skeletons()
 {
-    // A copy, so that nobody is called with the lock held; a skeleton outlives its adapter.
+    // A list that does not change any more, so that nobody is called with the lock held; a skeleton outlives its
+    // adapter.
     const KYRAutoLock lock(csSkeletons);
-    return vSkeletons;
+    return pSkeletons;
 }

@@ -2,14 +2,28 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <time.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
 namespace bench {
+namespace {
 
-RotatingLog::RotatingLog(int directory, std::string name, off_t partSize, int oldParts)
-    : directory_(directory), name_(std::move(name)), partSize_(partSize), oldParts_(oldParts)
+/// A clock that is right to a few milliseconds, and read without asking the hardware.
+std::chrono::milliseconds coarseNow()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::milliseconds(now.tv_nsec / 1'000'000);
+}
+
+}  // namespace
+
+RotatingLog::RotatingLog(int directory, std::string name, off_t partSize, int oldParts,
+                         std::chrono::milliseconds lookEvery)
+    : directory_(directory), name_(std::move(name)), partSize_(partSize), oldParts_(oldParts), lookEvery_(lookEvery)
 {
 }
 
@@ -22,17 +36,16 @@ bool RotatingLog::open()
 bool RotatingLog::add(std::string_view line)
 {
     const std::lock_guard lock(mutex_);
-    off_t size = 0;
-    if (!isCurrentLocked(size)) {
-        if (!openLocked() || !isCurrentLocked(size))
-            return false;
-    }
-    if (size > 0 && size + static_cast<off_t>(line.size()) > partSize_) {
+    if (!lookLocked() && !openLocked())
+        return false;
+    if (size_ > 0 && size_ + static_cast<off_t>(line.size()) > partSize_) {
         rotateLocked();
         if (!openLocked())
             return false;
     }
-    return write(file_->get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    const ssize_t written = write(file_->get(), line.data(), line.size());
+    size_ += std::max<ssize_t>(written, 0);
+    return written == static_cast<ssize_t>(line.size());
 }
 
 bool RotatingLog::openLocked()
@@ -46,17 +59,26 @@ bool RotatingLog::openLocked()
     if (!file->valid() || fstat(file->get(), &status) != 0)
         return false;
     inode_ = status.st_ino;
+    size_ = status.st_size;
+    lookedAt_ = coarseNow();
     file_ = std::move(file);
     return true;
 }
 
-/// @returns whether the open file is the one that has the name; then with its size.
-bool RotatingLog::isCurrentLocked(off_t& size) const
+/// Looks, when it is time to, whether the open file is still the one that has the name, and how long it is.
+/// @returns false when it has to be opened.
+bool RotatingLog::lookLocked()
 {
-    struct stat status = {};
-    if (!file_ || fstatat(directory_, name_.c_str(), &status, 0) != 0 || status.st_ino != inode_)
+    if (!file_)
         return false;
-    size = status.st_size;
+    const std::chrono::milliseconds now = coarseNow();
+    if (lookEvery_ > lookEvery_.zero() && now - lookedAt_ < lookEvery_)
+        return true;
+    lookedAt_ = now;
+    struct stat status = {};
+    if (fstatat(directory_, name_.c_str(), &status, 0) != 0 || status.st_ino != inode_)
+        return false;
+    size_ = status.st_size;
     return true;
 }
 

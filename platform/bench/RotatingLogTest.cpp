@@ -31,7 +31,7 @@ protected:
 
     const tests::TempDir temporary_;
     const Descriptor directory_{open(temporary_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
-    RotatingLog log_{directory_.get(), "a.log", 12, 2};
+    RotatingLog log_{directory_.get(), "a.log", 12, 2, std::chrono::milliseconds(0)};
 };
 
 TEST_F(RotatingLogTest, ALineIsInTheFileAtOnceAndOnlyItsOwnerReadsIt)
@@ -82,6 +82,16 @@ TEST_F(RotatingLogTest, AFileThatWasRemovedIsMadeAnew)
     EXPECT_TRUE(log_.add("here\n"));
 
     EXPECT_EQ(content("a.log"), "here\n");
+}
+
+TEST_F(RotatingLogTest, APartIsFullAlsoWhenItHasNotBeenLookedAtAgain)
+{
+    RotatingLog log(directory_.get(), "b.log", 12, 2, std::chrono::hours(1));
+    for (const char* const line : {"11111\n", "22222\n", "33333\n"})
+        EXPECT_TRUE(log.add(line));
+
+    EXPECT_EQ(content("b.log"), "33333\n");
+    EXPECT_EQ(content("b.log.0"), "11111\n22222\n");
 }
 
 TEST_F(RotatingLogTest, AFileThatWasMovedAwayIsLeftAlone)

@@ -16,9 +16,9 @@ std::atomic<TimerService*> theInstance = nullptr;
 
 TimerService::TimerService(Clock clock) : clock_(clock)
 {
-    // Under the lock: the thread compares thread_ with itself.
     const std::lock_guard lock(mutex_);
-    thread_ = std::thread([this] { run(); });
+    if (clock_ == Clock::Manual)
+        startLocked();  // time may be told to pass before there is any timer
 }
 
 TimerService::~TimerService()
@@ -28,7 +28,15 @@ TimerService::~TimerService()
         ending_ = true;
     }
     changed_.notify_all();
-    thread_.join();
+    if (thread_.joinable())
+        thread_.join();
+}
+
+/// Under the lock, since the thread compares thread_ with itself.
+void TimerService::startLocked()
+{
+    if (!thread_.joinable())
+        thread_ = std::thread([this] { run(); });
 }
 
 TimerService& TimerService::instance()
@@ -61,6 +69,7 @@ TimerService::Id TimerService::add(milliseconds delay, milliseconds period, Acti
     Id id = 0;
     {
         const std::lock_guard lock(mutex_);
+        startLocked();
         id = ++lastId_;
         timers_[id] = {nowLocked() + std::max(delay, milliseconds(0)), period, std::move(shared), owner};
     }

@@ -72,6 +72,7 @@ private:
     using Timers = std::map<Id, Timer>;
 
     Id add(std::chrono::milliseconds delay, std::chrono::milliseconds period, Action action, const void* owner);
+    void startLocked();
     void run();
     TimePoint nowLocked() const;
     Timers::iterator nextLocked();
@@ -90,7 +91,7 @@ private:
     TimePoint manualTarget_{};            // where advance() wants it; guarded by mutex_
     TimePoint settledUpTo_{};             // nothing that was due until then is left, or running; guarded by mutex_
     bool ending_ = false;                 // guarded by mutex_
-    std::thread thread_;                  // last: it uses all of the above
+    std::thread thread_;                  // runs from the first timer on; last: it uses all of the above
 };
 
 }  // namespace bench

@@ -26,10 +26,14 @@ enum class ReadEnd {
 ReadEnd readAvailable(int line, std::span<std::uint8_t> buffer, std::size_t& count)
 {
     while (count < buffer.size()) {
-        const ssize_t got = read(line, buffer.data() + count, buffer.size() - count);
-        if (got > 0)
+        const std::size_t room = buffer.size() - count;
+        const ssize_t got = read(line, buffer.data() + count, room);
+        if (got > 0) {
             count += static_cast<std::size_t>(got);
-        else if (got == 0)
+            // A raw terminal gives all that it has: to ask it again would only cost time.
+            if (static_cast<std::size_t>(got) < room)
+                return ReadEnd::Empty;
+        } else if (got == 0)
             return ReadEnd::Lost;
         else if (errno == EAGAIN || errno == EWOULDBLOCK)
             return ReadEnd::Empty;
@@ -112,7 +116,7 @@ bool TtyWire::waitForInput()
 /// @returns whether the line is still there.
 bool TtyWire::deliverChunk(const Receiver& receiver)
 {
-    std::array<std::uint8_t, kChunkSize> buffer{};
+    std::array<std::uint8_t, kChunkSize> buffer;
     std::size_t count = 0;
     const ReadEnd end = readAvailable(line_->get(), buffer, count);
     if (count > 0)
