@@ -11,6 +11,7 @@
 
 #include "protocol/FrameAssembler.h"
 #include "station/SerialLink.h"
+#include "station/WireBytes.h"
 
 namespace station {
 
@@ -184,7 +185,8 @@ struct Connection::State {
                 return Arrival{std::move(frame), stale};
             }
             ++corrupt;
-            tell({TraceEvent::Kind::kCorrupt, arrivedAt, arrived, std::move(frame), "wrong checksum"});
+            tell({TraceEvent::Kind::kCorrupt, arrivedAt, arrived, std::move(frame), "wrong checksum",
+                  wireBytes(*received)});
         }
         return std::nullopt;
     }

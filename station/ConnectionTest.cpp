@@ -227,7 +227,9 @@ TEST_F(ConnectionTest, CorruptReplyIsCountedAndTracedAndTheNextSoundOneTaken)
 
     EXPECT_EQ(outcome.reply, kModeIsOn);
     EXPECT_EQ(outcome.corrupt, 1u);
-    EXPECT_THAT(trace.kinds(), ElementsAre(Kind::kSent, Kind::kCorrupt, Kind::kReceived));
+    ASSERT_THAT(trace.kinds(), ElementsAre(Kind::kSent, Kind::kCorrupt, Kind::kReceived));
+    EXPECT_EQ(trace.events[1].frame, kModeIsOn);
+    EXPECT_EQ(trace.events[1].bytes, kCorruptBytes);
 }
 
 TEST_F(ConnectionTest, ReplyIsFoundBetweenGarbage)

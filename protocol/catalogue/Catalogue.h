@@ -9,7 +9,7 @@
 
 namespace protocol::catalogue {
 
-/// The catalogue that was compiled in, in the order of the codes.
+/// The catalogue that was compiled in, in the order of its file.
 Groups groups();
 
 /// SHA-256 of the file that it was compiled from, in lower-case hexadecimal.

@@ -25,10 +25,10 @@ public:
 using Argument = std::pair<std::string, std::string>;
 
 /// Makes the frame of a command out of values by name. A value is a number (decimal, 0x hexadecimal), the name of a
-/// choice, a number with the unit of the field's scale ("87.5MHz"), text, or bytes in hexadecimal ("00 1A 7D" or
-/// "00:1A:7D"). It is checked against the catalogue's range as it was written, before any conversion.
-/// Parameters that the catalogue calls optional may be left out from the end.
-/// Throws EncodeError for an unknown, missing or doubled name, and for a value out of its range.
+/// choice, a number with the unit of the field's scale ("87.5MHz"), text, bytes in hexadecimal ("00 1A 7D" or
+/// "00:1A:7D"), or records ("5:35 9:28"). It is checked against the catalogue's range as it was written, before any
+/// conversion. Parameters that the catalogue calls optional may be left out from the end. Throws EncodeError for an
+/// unknown, missing or doubled name, and for a value out of its range.
 Frame encode(const Command& command, std::span<const Argument> arguments);
 
 struct DecodedField;

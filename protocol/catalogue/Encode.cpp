@@ -33,6 +33,20 @@ std::string listed(const std::vector<std::string_view>& names)
     return text;
 }
 
+/// @returns what stands between the separators, empty pieces left out.
+std::vector<std::string_view> pieces(std::string_view text, char separator)
+{
+    std::vector<std::string_view> list;
+    while (!text.empty()) {
+        const auto end = std::min(text.find(separator), text.size());
+        if (end > 0) {
+            list.push_back(text.substr(0, end));
+        }
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return list;
+}
+
 std::string expectation(const Field& field)
 {
     const std::string example = field.example.empty() ? "" : ", for example " + std::string(field.example);
@@ -101,6 +115,24 @@ void appendNumber(std::vector<std::uint8_t>& bytes, const Field& field, std::str
     appendBigEndian(bytes, static_cast<std::uint32_t>(parseNumber(field, text)), static_cast<int>(sizeOf(field.type)));
 }
 
+/// Records stand behind blanks, the numbers of one behind colons: "5:35 9:28".
+void appendRecords(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
+{
+    std::size_t count = 0;
+    for (const auto record : pieces(text, ' ')) {
+        const auto numbers = pieces(record, ':');
+        if (numbers.size() != field.fields.size()) {
+            throw EncodeError(std::string(field.name) + ": " + quoted(record) + " is no record; " +
+                              listed(namesOf(field.fields)) + " were expected, with ':' between them");
+        }
+        for (std::size_t i = 0; i < numbers.size(); ++i) {
+            appendNumber(bytes, field.fields[i], numbers[i]);
+        }
+        ++count;
+    }
+    checkSize(field, count);
+}
+
 void append(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
 {
     switch (field.type) {
@@ -111,7 +143,7 @@ void append(std::vector<std::uint8_t>& bytes, const Field& field, std::string_vi
         case Type::kBytes:
             return appendBytes(bytes, field, text);
         case Type::kRecords:
-            throw EncodeError(std::string(field.name) + " consists of records, which cannot be written by name");
+            return appendRecords(bytes, field, text);
         default:
             return appendNumber(bytes, field, text);
     }

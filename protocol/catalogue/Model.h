@@ -28,12 +28,17 @@ enum class Type : std::uint8_t {
 constexpr std::size_t sizeOf(Type type)
 {
     switch (type) {
-        case Type::kU8: return 1;
-        case Type::kU16be: return 2;
-        case Type::kU24be: return 3;
+        case Type::kU8:
+            return 1;
+        case Type::kU16be:
+            return 2;
+        case Type::kU24be:
+            return 3;
         case Type::kU32be:
-        case Type::kI32be: return 4;
-        default: return 0;
+        case Type::kI32be:
+            return 4;
+        default:
+            return 0;
     }
 }
 
@@ -41,7 +46,6 @@ constexpr std::size_t sizeOf(Type type)
 struct Choice {
     std::int64_t value = 0;
     std::string_view name;
-    std::string_view meaning;
 };
 
 /// A second way to write a number: `number × factor` of `unit`. `only` says when that holds, empty for always.

@@ -7,11 +7,9 @@
 /// A small table of groups that has every type of field and every asymmetry once, for tests.
 namespace protocol::catalogue::sample {
 
-inline constexpr std::array kDirections{Choice{0, "down", "towards lower frequencies"},
-                                        Choice{1, "up", "towards higher frequencies"},
-                                        Choice{2, "store", "store the stations"}};
-inline constexpr std::array kBands{Choice{0, "fm", ""}, Choice{5, "dab", ""}};
-inline constexpr std::array kYesNo{Choice{0, "no", ""}, Choice{1, "yes", ""}};
+inline constexpr std::array kDirections{Choice{0, "down"}, Choice{1, "up"}, Choice{2, "store"}};
+inline constexpr std::array kBands{Choice{0, "fm"}, Choice{5, "dab"}};
+inline constexpr std::array kYesNo{Choice{0, "no"}, Choice{1, "yes"}};
 
 inline constexpr Field kFrequency{.name = "frequency",
                                   .type = Type::kU16be,

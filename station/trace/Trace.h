@@ -25,10 +25,12 @@ struct TraceEvent {
     std::chrono::steady_clock::time_point steady;
     protocol::Frame frame;
     std::string text;
+    /// kCorrupt: the frame with its checksum as it stood on the line; otherwise empty.
+    std::vector<std::uint8_t> bytes = {};
 };
 
 /// Is told what happens on a line, on the thread that uses the line, in the order in which it happened.
-/// `on` does not throw: what a sink cannot keep it reports on its own way, the line goes on.
+/// `on` does not throw: a sink that cannot keep what it is told says so elsewhere, and the line goes on.
 class TraceSink
 {
 public:

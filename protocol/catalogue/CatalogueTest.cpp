@@ -1,0 +1,117 @@
+#include "protocol/catalogue/Catalogue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+#include <utility>
+
+#include "protocol/catalogue/Codec.h"
+
+namespace protocol::catalogue {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+template <class Action>
+void forEveryCommand(Action action)
+{
+    for (const Group& group : groups()) {
+        for (const Command& command : group.commands) {
+            SCOPED_TRACE(fullKey(groups(), command));
+            action(group, command);
+        }
+    }
+}
+
+std::vector<Argument> examplesOf(std::span<const Field> fields)
+{
+    std::vector<Argument> arguments;
+    for (const Field& field : fields) {
+        arguments.emplace_back(field.name, field.example);
+    }
+    return arguments;
+}
+
+TEST(CatalogueTest, HasEveryGroupOfTheWire)
+{
+    std::vector<int> codes;
+    for (const Group& group : groups()) {
+        codes.push_back(group.code);
+    }
+
+    EXPECT_THAT(codes, testing::UnorderedElementsAre(0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x09, 0x0A, 0x0E,
+                                                     0x0F, 0x10, 0x11));
+}
+
+TEST(CatalogueTest, FindsACommandByNameAndByCode)
+{
+    const Command* play = findCommand(groups(), "tuner.play");
+
+    ASSERT_NE(play, nullptr);
+    EXPECT_EQ(play, findCommand(groups(), 0x02, 0x00));
+    EXPECT_EQ(findCommand(groups(), 0x02, 0x77), nullptr);
+    EXPECT_EQ(findCommand(groups(), "tuner.pla"), nullptr);
+}
+
+TEST(CatalogueTest, EncodesEveryExampleOfARequestAndDecodesItBack)
+{
+    forEveryCommand([](const Group&, const Command& command) {
+        const Frame frame = encode(command, examplesOf(command.params));
+        const Decoded decoded = decodeRequest(groups(), frame);
+
+        EXPECT_GE(frame.params.size(), command.minimumParams);
+        EXPECT_EQ(decoded.command, &command);
+        EXPECT_THAT(decoded.problems, IsEmpty());
+        EXPECT_THAT(decoded.fields, SizeIs(command.params.size()));
+    });
+}
+
+TEST(CatalogueTest, DecodesEveryExampleOfAReplyAsTheReplyToItsCommand)
+{
+    forEveryCommand([](const Group&, const Command& command) {
+        for (const auto& replies : {command.replies, command.later}) {
+            for (const Reply& reply : replies) {
+                Command asked;
+                asked.cmdOne = reply.cmdOne;
+                asked.cmdTwo = reply.cmdTwo;
+                asked.params = reply.fields;
+                const Frame frame = encode(asked, examplesOf(reply.fields));
+                const Decoded decoded = decodeFromUnit(groups(), frame, &command);
+
+                EXPECT_EQ(decoded.command, &command);
+                EXPECT_EQ(decoded.reply, &reply);
+                EXPECT_THAT(decoded.problems, IsEmpty());
+            }
+        }
+    });
+}
+
+TEST(CatalogueTest, OnlyWhatCannotBeUndoneIsDestructive)
+{
+    std::vector<std::string> keys;
+    forEveryCommand([&](const Group&, const Command& command) {
+        if (command.destructive) {
+            keys.push_back(fullKey(groups(), command));
+        }
+    });
+
+    EXPECT_THAT(keys, ElementsAre("bluetooth.delete-pairings", "keys.factory-reset", "car.shut-down"));
+}
+
+// WIRE: two answers stand under another code than their command's.
+TEST(CatalogueTest, KnowsTheAnswersThatStandElsewhere)
+{
+    const Command& deletePairings = *findCommand(groups(), "bluetooth.delete-pairings");
+    EXPECT_TRUE(answers(deletePairings, {0x82, 0x08, {0x01}}));
+    EXPECT_FALSE(answers(deletePairings, {0x84, 0x08, {0x01}}));  // only tells later that the pairings are gone
+
+    const Command& carPlayMac = *findCommand(groups(), "identity.carplay-mac");
+    EXPECT_TRUE(answers(carPlayMac, {0x8A, 0x0F, {}}));
+    EXPECT_FALSE(answers(carPlayMac, {0x8A, 0x0F, {0x31}}));  // a password number
+}
+
+}  // namespace
+}  // namespace protocol::catalogue

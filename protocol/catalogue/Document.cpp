@@ -1,0 +1,377 @@
+#include "protocol/catalogue/Document.h"
+
+#include <algorithm>
+#include <deque>
+#include <limits>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "protocol/Frame.h"
+#include "protocol/toml/TableReader.h"
+
+namespace protocol::catalogue {
+
+namespace {
+
+using toml_file::Problems;
+using toml_file::TableReader;
+
+struct Range {
+    std::int64_t minimum;
+    std::int64_t maximum;
+};
+
+/// What a number of the type can be; for the other types what a frame can hold of them.
+Range rangeOf(Type type)
+{
+    if (type == Type::kI32be) {
+        return {std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()};
+    }
+    const auto size = sizeOf(type);
+    // The unit's own frames have no room for more, and what it cannot send back cannot be verified either.
+    return {0, size > 0 ? (std::int64_t{1} << (8 * size)) - 1 : static_cast<std::int64_t>(kMaxParams)};
+}
+
+bool isKey(std::string_view text)
+{
+    constexpr auto legal = [](unsigned char c) {
+        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
+    };
+    return !text.empty() && text.front() >= 'a' && text.front() <= 'z' && std::ranges::all_of(text, legal);
+}
+
+bool isOneLine(std::string_view text)
+{
+    return std::ranges::none_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+}
+
+}  // namespace
+
+struct Document::Storage {
+    // Deques, so that what has been stored stays where it is.
+    std::deque<std::string> texts;
+    std::deque<std::vector<Choice>> choices;
+    std::deque<std::vector<Field>> fields;
+    std::deque<std::vector<Reply>> replies;
+    std::deque<std::vector<Command>> commands;
+    std::deque<std::vector<Notice>> notices;
+    std::vector<Group> groups;
+    Problems problems;
+
+    std::string_view keep(std::string text) { return texts.emplace_back(std::move(text)); }
+
+    std::string_view text(TableReader& reader, std::string_view key, bool required = false)
+    {
+        std::string value = reader.text(key, required);
+        if (!isOneLine(value)) {
+            reader.report(key, "'" + std::string(key) + "' has control characters: one line is expected");
+        }
+        return keep(std::move(value));
+    }
+
+    std::string_view key(TableReader& reader, std::string_view name)
+    {
+        const std::string_view value = text(reader, name, true);
+        if (!value.empty() && !isKey(value)) {
+            reader.report(name,
+                          "'" + std::string(value) +
+                              "' is no key: lower-case letters, digits, '-' and '_' are expected, a letter first");
+        }
+        return value;
+    }
+
+    std::span<const Choice> readChoices(TableReader& reader, Range range);
+    std::optional<Scale> readScale(TableReader& reader);
+    Field readField(const toml::table& table, bool inRecord);
+    std::span<const Field> readFields(TableReader& reader, std::string_view key, bool inRecord = false);
+    std::span<const Reply> readReplies(TableReader& reader, std::string_view key, std::uint8_t group,
+                                       std::uint8_t command);
+    Command readCommand(const toml::table& table, std::uint8_t group);
+    Notice readNotice(const toml::table& table, std::uint8_t group);
+    void readGroup(const toml::table& table);
+    void checkReadBacks(const toml::table& root);
+    void read(std::string_view text);
+};
+
+std::span<const Choice> Document::Storage::readChoices(TableReader& reader, Range range)
+{
+    const toml::table* table = reader.table("choices");
+    auto& list = choices.emplace_back();
+    if (table == nullptr) {
+        return list;
+    }
+    for (const auto& [name, value] : *table) {
+        if (!value.is_integer()) {
+            toml_file::report(problems, value, "the choice '" + std::string(name.str()) + "' is no integer");
+            continue;
+        }
+        const std::int64_t number = value.as_integer()->get();
+        if (number < range.minimum || number > range.maximum) {
+            toml_file::report(problems, value,
+                              "the choice '" + std::string(name.str()) + "' is " + std::to_string(number) +
+                                  ", out of range " + std::to_string(range.minimum) + " to " +
+                                  std::to_string(range.maximum));
+        }
+        if (!isKey(name.str())) {
+            toml_file::report(problems, value, "'" + std::string(name.str()) + "' is no name for a choice");
+        }
+        if (std::ranges::find(list, number, &Choice::value) != list.end()) {
+            toml_file::report(problems, value, "the number " + std::to_string(number) + " has two names");
+        }
+        list.push_back({number, keep(std::string(name.str()))});
+    }
+    std::ranges::sort(list, {}, &Choice::value);
+    return list;
+}
+
+std::optional<Scale> Document::Storage::readScale(TableReader& reader)
+{
+    const toml::table* table = reader.table("scale");
+    if (table == nullptr) {
+        return std::nullopt;
+    }
+    TableReader scale(*table, "scale", problems);
+    const double factor = scale.number("factor", true).value_or(1);
+    const Scale result{factor, text(scale, "unit", true), text(scale, "only")};
+    if (!(factor > 0) || factor > 1e9) {
+        scale.report("factor", "'factor' is out of range: more than 0, at most 1e9 is expected");
+    }
+    scale.finish();
+    return result;
+}
+
+Field Document::Storage::readField(const toml::table& table, bool inRecord)
+{
+    TableReader reader(table, "field", problems);
+    Field field;
+    field.name = key(reader, "name");
+    const auto type =
+        reader.oneOf("type", {"u8", "u16be", "u24be", "u32be", "i32be", "bytes", "ascii", "hex", "records"}, true);
+    field.type = static_cast<Type>(type.value_or(0));
+    field.meaning = text(reader, "meaning");
+    field.unit = text(reader, "unit");
+    field.scale = readScale(reader);
+    const Range whole = rangeOf(field.type);
+    field.minimum = reader.integer("minimum", false, whole.minimum, whole.maximum).value_or(whole.minimum);
+    field.maximum = reader.integer("maximum", false, whole.minimum, whole.maximum).value_or(whole.maximum);
+    if (field.minimum > field.maximum) {
+        reader.report("minimum", "'minimum' is above 'maximum'");
+    }
+    field.choices = readChoices(reader, {field.minimum, field.maximum});
+    field.open = reader.boolean("open", field.choices.empty());
+    field.optional = reader.boolean("optional", false);
+    field.example = text(reader, "example", !inRecord);
+    field.fields = readFields(reader, "fields", true);
+    const bool number = sizeOf(field.type) > 0;
+    if (inRecord && !number) {
+        reader.report("type", "a record holds numbers only");
+    }
+    if (!number && (!field.choices.empty() || field.scale)) {
+        reader.report(field.scale ? "scale" : "choices", "only a number has choices or a scale");
+    }
+    if ((field.type == Type::kRecords) != !field.fields.empty()) {
+        reader.report("fields", field.fields.empty() ? "records need 'fields'" : "only records have 'fields'");
+    }
+    reader.finish();
+    return field;
+}
+
+std::span<const Field> Document::Storage::readFields(TableReader& reader, std::string_view key, bool inRecord)
+{
+    auto& list = fields.emplace_back();
+    for (const toml::table* table : reader.tables(key)) {
+        const Field field = readField(*table, inRecord);
+        const Field* before = list.empty() ? nullptr : &list.back();
+        const auto complain = [&](const char* what) {
+            toml_file::report(problems, *table, "'" + std::string(field.name) + "' " + what);
+        };
+        if (std::ranges::find(list, field.name, &Field::name) != list.end()) {
+            complain("is there twice");
+        }
+        if (before != nullptr && before->optional && !field.optional) {
+            complain("cannot be required behind a field that is optional");
+        }
+        if (before != nullptr && sizeOf(before->type) == 0) {
+            complain("cannot stand behind a field without a fixed size");
+        }
+        if (field.type == Type::kRecords && (before == nullptr || sizeOf(before->type) == 0)) {
+            complain("needs a number before it that counts the records");
+        }
+        list.push_back(field);
+    }
+    return list;
+}
+
+std::span<const Reply> Document::Storage::readReplies(TableReader& reader, std::string_view key, std::uint8_t group,
+                                                      std::uint8_t command)
+{
+    auto& list = replies.emplace_back();
+    for (const toml::table* table : reader.tables(key)) {
+        TableReader entry(*table, "reply", problems);
+        const auto code = entry.integer("group", false, 0, 0x7F).value_or(group);
+        Reply reply;
+        reply.cmdOne = static_cast<std::uint8_t>(code | kReplyBit);
+        reply.cmdTwo = static_cast<std::uint8_t>(entry.integer("code", false, 0, 0xFF).value_or(command));
+        reply.when = text(entry, "when");
+        reply.fields = readFields(entry, "fields");
+        if (!list.empty() && reply.when.empty()) {
+            entry.report("when", "a further reply needs 'when': in what case it comes");
+        }
+        entry.finish();
+        list.push_back(reply);
+    }
+    return list;
+}
+
+Command Document::Storage::readCommand(const toml::table& table, std::uint8_t group)
+{
+    TableReader reader(table, "command", problems);
+    Command command;
+    command.cmdOne = group;
+    command.cmdTwo = static_cast<std::uint8_t>(reader.integer("code", true, 0, 0xFF).value_or(0));
+    command.key = key(reader, "key");
+    command.title = text(reader, "title", true);
+    command.meaning = text(reader, "meaning", true);
+    command.access = static_cast<Access>(reader.oneOf("access", {"read", "write"}, true).value_or(0));
+    command.destructive = reader.boolean("destructive", false);
+    command.repeatable = reader.boolean("repeatable", true);
+    if (command.destructive && command.repeatable) {
+        reader.report("repeatable", "what is destructive cannot be repeatable");
+    }
+    command.params = readFields(reader, "params");
+    std::int64_t most = 0;
+    for (const Field& field : command.params) {
+        most += sizeOf(field.type) > 0 ? static_cast<std::int64_t>(sizeOf(field.type)) : field.maximum;
+    }
+    command.minimumParams = static_cast<std::size_t>(reader.integer("minimum", false, 0, most).value_or(0));
+    command.replies = readReplies(reader, "replies", group, command.cmdTwo);
+    command.silentWhen = text(reader, "silent");
+    command.later = readReplies(reader, "later", group, command.cmdTwo);
+    command.readBack = text(reader, "read-back");
+    reader.finish();
+    return command;
+}
+
+Notice Document::Storage::readNotice(const toml::table& table, std::uint8_t group)
+{
+    TableReader reader(table, "notice", problems);
+    Notice notice;
+    notice.cmdOne = static_cast<std::uint8_t>(group | kReplyBit);
+    notice.cmdTwo = static_cast<std::uint8_t>(reader.integer("code", true, 0, 0xFF).value_or(0));
+    notice.key = key(reader, "key");
+    notice.title = text(reader, "title", true);
+    notice.meaning = text(reader, "meaning", true);
+    notice.fields = readFields(reader, "fields");
+    reader.finish();
+    return notice;
+}
+
+void Document::Storage::readGroup(const toml::table& table)
+{
+    TableReader reader(table, "group", problems);
+    Group group;
+    group.code = static_cast<std::uint8_t>(reader.integer("code", true, 0, 0x7F).value_or(0));
+    group.key = key(reader, "key");
+    group.title = text(reader, "title", true);
+    group.meaning = text(reader, "meaning", true);
+    std::set<std::string_view> keys;
+    const auto checkKey = [&](const toml::table& member, std::string_view name) {
+        if (!keys.insert(name).second && !name.empty()) {
+            toml_file::report(problems, member, "'" + std::string(name) + "' is there twice in the group");
+        }
+    };
+    auto& ownCommands = commands.emplace_back();
+    for (const toml::table* member : reader.tables("command")) {
+        const Command command = readCommand(*member, group.code);
+        checkKey(*member, command.key);
+        if (std::ranges::find(ownCommands, command.cmdTwo, &Command::cmdTwo) != ownCommands.end()) {
+            toml_file::report(problems, *member, "the command's code is there twice in the group");
+        }
+        ownCommands.push_back(command);
+    }
+    auto& ownNotices = notices.emplace_back();
+    for (const toml::table* member : reader.tables("notice")) {
+        const Notice notice = readNotice(*member, group.code);
+        checkKey(*member, notice.key);
+        if (std::ranges::find(ownNotices, notice.cmdTwo, &Notice::cmdTwo) != ownNotices.end()) {
+            toml_file::report(problems, *member, "the notice's code is there twice in the group");
+        }
+        ownNotices.push_back(notice);
+    }
+    reader.finish();
+    if (std::ranges::find(groups, group.code, &Group::code) != groups.end()) {
+        reader.report("code", "the group's code is there twice");
+    }
+    if (std::ranges::find(groups, group.key, &Group::key) != groups.end()) {
+        reader.report("key", "the group's key is there twice");
+    }
+    group.commands = ownCommands;
+    group.notices = ownNotices;
+    groups.push_back(group);
+}
+
+void Document::Storage::checkReadBacks(const toml::table& root)
+{
+    const auto isRead = [&](std::string_view wanted) {
+        return std::ranges::any_of(groups, [&](const Group& group) {
+            return std::ranges::any_of(group.commands, [&](const Command& command) {
+                return command.access == Access::kRead &&
+                       wanted == std::string(group.key) + "." + std::string(command.key);
+            });
+        });
+    };
+    TableReader reader(root, "catalogue", problems);
+    for (const toml::table* group : reader.tables("group")) {
+        Problems ignored;
+        for (const toml::table* command : TableReader(*group, "group", ignored).tables("command")) {
+            TableReader entry(*command, "command", ignored);
+            const std::string wanted = entry.text("read-back");
+            if (!wanted.empty() && !isRead(wanted)) {
+                toml_file::report(problems, *command->get("read-back"),
+                                  "'" + wanted + "' is no command of the catalogue that reads");
+            }
+        }
+    }
+}
+
+void Document::Storage::read(std::string_view text)
+{
+    const toml::table root = toml_file::parse(text, problems);
+    if (!problems.empty()) {
+        return;
+    }
+    TableReader reader(root, "catalogue", problems);
+    reader.integer("schema", true, 1, 1);
+    for (const toml::table* group : reader.tables("group", true)) {
+        readGroup(*group);
+    }
+    reader.finish();
+    if (problems.empty()) {
+        checkReadBacks(root);
+    }
+    toml_file::sort(problems);
+}
+
+Document::Document(std::string_view text) : storage_(std::make_unique<Storage>())
+{
+    storage_->read(text);
+}
+
+Document::~Document() = default;
+Document::Document(Document&&) noexcept = default;
+Document& Document::operator=(Document&&) noexcept = default;
+
+Groups Document::groups() const
+{
+    return storage_->groups;
+}
+
+const toml_file::Problems& Document::problems() const
+{
+    return storage_->problems;
+}
+
+}  // namespace protocol::catalogue

@@ -1,0 +1,185 @@
+#include "protocol/catalogue/Document.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/generator/Writers.h"
+
+namespace protocol::catalogue {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using toml_file::Problem;
+
+constexpr const char* kHead = R"(schema = 1
+[[group]]
+code = 2
+key = "tuner"
+title = "Tuner"
+meaning = "Radio."
+)";
+
+constexpr const char* kCommand = R"([[group.command]]
+code = 1
+key = "play"
+title = "Play"
+meaning = "Plays."
+access = "read"
+)";
+
+std::vector<std::string> problemsOf(const std::string& text)
+{
+    std::vector<std::string> lines;
+    const Document document(text);
+    for (const Problem& problem : document.problems()) {
+        lines.push_back(format("catalogue.toml", problem));
+    }
+    return lines;
+}
+
+TEST(DocumentTest, TheCompiledTableIsWhatTheFileSays)
+{
+    std::ifstream file(SOURCE_FOLDER "/protocol/catalogue.toml", std::ios::binary);
+    const Document document(std::string{std::istreambuf_iterator<char>(file), {}});
+
+    ASSERT_THAT(document.problems(), IsEmpty());
+    EXPECT_EQ(generator::writeCpp(document.groups(), ""), generator::writeCpp(groups(), ""));
+}
+
+TEST(DocumentTest, ASmallCatalogueIsSound)
+{
+    EXPECT_THAT(problemsOf(std::string(kHead) + kCommand), IsEmpty());
+}
+
+TEST(DocumentTest, EverythingThatIsWrongIsToldAtOnceByPlace)
+{
+    EXPECT_THAT(problemsOf(std::string(kHead) + "code2 = 1\n" + kCommand + "minimum = \"two\"\n"),
+                ElementsAre("catalogue.toml:7:1: the group knows no 'code2'; did you mean 'code'?",
+                            "catalogue.toml:14:11: 'minimum' is no integer"));
+}
+
+struct Broken {
+    const char* name;
+    std::string text;
+    std::string line;
+};
+
+class BrokenCatalogue : public testing::TestWithParam<Broken>
+{
+};
+
+TEST_P(BrokenCatalogue, IsToldWithItsPlace)
+{
+    EXPECT_THAT(problemsOf(GetParam().text), ElementsAre(HasSubstr(GetParam().line)));
+}
+
+std::string withField(const std::string& field)
+{
+    return std::string(kHead) + kCommand + "params = [{ " + field + " }]\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Document, BrokenCatalogue,
+    testing::Values(
+        Broken{"NoToml", "schema = \n", "catalogue.toml:1:10: "},
+        Broken{"NoText", std::string("schema = 1\n\xFF\xFE\n"), "catalogue.toml:1:11: "},
+        Broken{"NoSchema", "group = []\n", ":1:1: the catalogue has no 'schema': an integer is expected"},
+        Broken{"AnotherSchema", "schema = 2\ngroup = []\n", ":1:10: 'schema' is 2, out of range 1 to 1"},
+        Broken{"NoGroups", "schema = 1\n", ":1:1: the catalogue has no 'group': an array of tables is expected"},
+        Broken{"GroupIsNoArray", "schema = 1\ngroup = 3\n", ":2:9: 'group' is no array of tables"},
+        Broken{"GroupHoldsANumber", "schema = 1\ngroup = [3]\n", ":2:10: 'group' holds something that is no table"},
+        Broken{"GroupCodeHasBit7", "schema = 1\n[[group]]\ncode = 0x82\nkey = \"a\"\ntitle = \"A\"\nmeaning = \"A.\"\n",
+               ":3:8: 'code' is 130, out of range 0 to 127"},
+        Broken{"KeyHasCapitals", "schema = 1\n[[group]]\ncode = 2\nkey = \"Tuner\"\ntitle = \"A\"\nmeaning = \"A.\"\n",
+               ":4:7: 'Tuner' is no key: lower-case letters"},
+        Broken{"GroupTwice", std::string(kHead) + "[[group]]\ncode = 2\nkey = \"b\"\ntitle = \"B\"\nmeaning = \"B.\"\n",
+               ":8:8: the group's code is there twice"},
+        Broken{"CommandTwice",
+               std::string(kHead) + kCommand +
+                   "[[group.command]]\ncode = 1\nkey = \"b\"\ntitle = \"B\"\nmeaning = \"B.\"\naccess = \"read\"\n",
+               ":13:1: the command's code is there twice in the group"},
+        Broken{"KeyTwice",
+               std::string(kHead) + kCommand +
+                   "[[group.command]]\ncode = 2\nkey = \"play\"\ntitle = \"B\"\nmeaning = \"B.\"\naccess = \"read\"\n",
+               ":13:1: 'play' is there twice in the group"},
+        Broken{"UnknownAccess",
+               std::string(kHead) +
+                   "[[group.command]]\ncode = 1\nkey = \"b\"\ntitle = \"B\"\nmeaning = \"B.\"\naccess = \"peek\"\n",
+               ":12:10: 'access' is 'peek': one of read, write is expected"},
+        Broken{"DestructiveAndRepeatable", std::string(kHead) + kCommand + "destructive = true\n",
+               "what is destructive cannot be repeatable"},
+        Broken{"MinimumBeyondTheParameters", std::string(kHead) + kCommand + "minimum = 1\n",
+               ":13:11: 'minimum' is 1, out of range 0 to 0"},
+        Broken{"ReadBackUnknown", std::string(kHead) + kCommand + "read-back = \"tuner.pla\"\n",
+               ":13:13: 'tuner.pla' is no command of the catalogue that reads"},
+        Broken{"SecondReplyWithoutWhen", std::string(kHead) + kCommand + "replies = [{}, { code = 2 }]\n",
+               ":13:16: a further reply needs 'when'"},
+        Broken{"UnknownType", withField(R"(name = "a", type = "u9", example = "1")"),
+               ":13:32: 'type' is 'u9': one of u8, u16be"},
+        Broken{"NoExample", withField(R"(name = "a", type = "u8")"), "the field has no 'example'"},
+        Broken{"RangeUpsideDown", withField(R"(name = "a", type = "u8", minimum = 3, maximum = 2, example = "1")"),
+               ":13:48: 'minimum' is above 'maximum'"},
+        Broken{"RangeBeyondTheType", withField(R"(name = "a", type = "u8", maximum = 256, example = "1")"),
+               "'maximum' is 256, out of range 0 to 255"},
+        Broken{"ChoiceOutOfRange", withField(R"(name = "a", type = "u8", choices = { on = 256 }, example = "1")"),
+               "the choice 'on' is 256, out of range 0 to 255"},
+        Broken{"ChoiceIsNoNumber", withField(R"(name = "a", type = "u8", choices = { on = "1" }, example = "1")"),
+               "the choice 'on' is no integer"},
+        Broken{"NumberWithTwoNames",
+               withField(R"(name = "a", type = "u8", choices = { on = 1, yes = 1 }, example = "1")"),
+               "the number 1 has two names"},
+        Broken{"ChoicesOfAText", withField(R"(name = "a", type = "ascii", choices = { on = 1 }, example = "1")"),
+               "only a number has choices or a scale"},
+        Broken{"ScaleOfZero",
+               withField(R"(name = "a", type = "u8", scale = { factor = 0, unit = "V" }, example = "1")"),
+               "'factor' is out of range"},
+        Broken{
+            "RecordsWithoutFields",
+            std::string(kHead) + kCommand +
+                R"(params = [{ name = "n", type = "u8", example = "1" }, { name = "a", type = "records", example = "1" }])",
+            "records need 'fields'"},
+        Broken{"RecordsWithoutACount",
+               withField(R"(name = "a", type = "records", example = "1", fields = [{ name = "b", type = "u8" }])"),
+               "'a' needs a number before it that counts the records"},
+        Broken{
+            "FieldBehindAText",
+            std::string(kHead) + kCommand +
+                R"(params = [{ name = "a", type = "ascii", example = "1" }, { name = "b", type = "u8", example = "1" }])",
+            "'b' cannot stand behind a field without a fixed size"},
+        Broken{
+            "RequiredBehindOptional",
+            std::string(kHead) + kCommand +
+                R"(params = [{ name = "a", type = "u8", optional = true, example = "1" }, { name = "b", type = "u8", example = "1" }])",
+            "'b' cannot be required behind a field that is optional"},
+        Broken{
+            "FieldTwice",
+            std::string(kHead) + kCommand +
+                R"(params = [{ name = "a", type = "u8", example = "1" }, { name = "a", type = "u8", example = "1" }])",
+            "'a' is there twice"}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+TEST(DocumentTest, NoBytesCrashTheReader)
+{
+    // Deterministic, so that a failure comes again: the small catalogue with one byte changed, everywhere.
+    const std::string sound = std::string(kHead) + kCommand;
+    for (std::size_t at = 0; at < sound.size(); ++at) {
+        for (const char byte : {'\0', '\n', '"', '[', ']', '=', '\x7F', '\xFF'}) {
+            std::string text = sound;
+            text[at] = byte;
+            const Document document(text);
+            for (const Problem& problem : document.problems()) {
+                EXPECT_GE(problem.line, 1u);
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace protocol::catalogue

@@ -1,0 +1,143 @@
+#include <array>
+#include <cstdint>
+#include <span>
+
+#include "protocol/catalogue/generator/Writers.h"
+
+namespace protocol::catalogue::generator {
+
+namespace {
+
+constexpr std::array<std::string_view, 9> kTypes{"kU8",    "kU16be", "kU24be",   "kU32be",  "kI32be",
+                                                 "kBytes", "kAscii", "kHexText", "kRecords"};
+
+std::string literal(std::string_view text)
+{
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+        }
+        out += c;
+    }
+    return out + '"';
+}
+
+std::string truth(bool value)
+{
+    return value ? "true" : "false";
+}
+
+/// Writes the arrays from the inside out: what an element points to stands before it.
+class CppWriter
+{
+public:
+    std::string take() { return std::move(out_); }
+
+    std::string choices(std::span<const Choice> list)
+    {
+        return array("Choice", list, [](const Choice& choice) {
+            return "{" + std::to_string(choice.value) + ", " + literal(choice.name) + "}";
+        });
+    }
+
+    std::string fields(std::span<const Field> list)
+    {
+        return array("Field", list, [this](const Field& field) {
+            const std::string inner = fields(field.fields);
+            const std::string named = choices(field.choices);
+            const std::string scale = field.scale
+                                          ? "Scale{" + std::to_string(field.scale->factor) + ", " +
+                                                literal(field.scale->unit) + ", " + literal(field.scale->only) + "}"
+                                          : "std::nullopt";
+            return "{" + literal(field.name) +
+                   ", Type::" + std::string(kTypes.at(static_cast<std::size_t>(field.type))) + ", " +
+                   literal(field.meaning) + ", " + literal(field.unit) + ", " + scale + ", " +
+                   std::to_string(field.minimum) + ", " + std::to_string(field.maximum) + ", " + named + ", " +
+                   truth(field.open) + ", " + truth(field.optional) + ", " + literal(field.example) + ", " + inner +
+                   "}";
+        });
+    }
+
+    std::string replies(std::span<const Reply> list)
+    {
+        return array("Reply", list, [this](const Reply& reply) {
+            const std::string inner = fields(reply.fields);
+            return "{" + code(reply.cmdOne, reply.cmdTwo) + ", " + literal(reply.when) + ", " + inner + "}";
+        });
+    }
+
+    std::string commands(std::span<const Command> list)
+    {
+        return array("Command", list, [this](const Command& command) {
+            const std::string params = fields(command.params);
+            const std::string atOnce = replies(command.replies);
+            const std::string later = replies(command.later);
+            return "{" + code(command.cmdOne, command.cmdTwo) + ", " + literal(command.key) + ", " +
+                   literal(command.title) + ", " + literal(command.meaning) +
+                   ", Access::" + (command.access == Access::kRead ? "kRead" : "kWrite") + ", " +
+                   truth(command.destructive) + ", " + truth(command.repeatable) + ", " +
+                   std::to_string(command.minimumParams) + ", " + params + ", " + atOnce + ", " +
+                   literal(command.silentWhen) + ", " + later + ", " + literal(command.readBack) + "}";
+        });
+    }
+
+    std::string notices(std::span<const Notice> list)
+    {
+        return array("Notice", list, [this](const Notice& notice) {
+            const std::string inner = fields(notice.fields);
+            return "{" + code(notice.cmdOne, notice.cmdTwo) + ", " + literal(notice.key) + ", " +
+                   literal(notice.title) + ", " + literal(notice.meaning) + ", " + inner + "}";
+        });
+    }
+
+    std::string groups(Groups list)
+    {
+        return array("Group", list, [this](const Group& group) {
+            const std::string ownCommands = commands(group.commands);
+            const std::string ownNotices = notices(group.notices);
+            return "{" + std::to_string(group.code) + ", " + literal(group.key) + ", " + literal(group.title) + ", " +
+                   literal(group.meaning) + ", " + ownCommands + ", " + ownNotices + "}";
+        });
+    }
+
+private:
+    static std::string code(std::uint8_t one, std::uint8_t two)
+    {
+        return std::to_string(one) + ", " + std::to_string(two);
+    }
+
+    /// Writes one array and @returns how to refer to it.
+    template <class T, class Write>
+    std::string array(std::string_view type, std::span<const T> list, Write write)
+    {
+        if (list.empty()) {
+            return "{}";
+        }
+        std::string body;
+        for (const T& element : list) {
+            body += "    " + write(element) + ",\n";
+        }
+        const std::string name = "k" + std::string(type) + std::to_string(++count_);
+        out_ += "constexpr " + std::string(type) + " " + name + "[] = {\n" + body + "};\n";
+        return name;
+    }
+
+    std::string out_;
+    int count_ = 0;
+};
+
+}  // namespace
+
+std::string writeCpp(Groups groups, std::string_view hash)
+{
+    CppWriter writer;
+    const std::string all = writer.groups(groups);
+    return "// Made from catalogue.toml.\n#include \"protocol/catalogue/Catalogue.h\"\n\n"
+           "namespace protocol::catalogue {\n\nnamespace {\n\n" +
+           writer.take() + "\n}  // namespace\n\nGroups groups()\n{\n    return " + all +
+           ";\n}\n\nstd::string_view hash()\n{\n    return " + literal(hash) +
+           ";\n}\n\n}  // namespace protocol::catalogue\n";
+}
+
+}  // namespace protocol::catalogue::generator

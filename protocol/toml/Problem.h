@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace protocol::toml_file {
+
+/// What is wrong at a place of a file; lines and columns count from 1.
+struct Problem {
+    unsigned line = 1;
+    unsigned column = 1;
+    /// One line: what is wrong, and what would be right.
+    std::string text;
+
+    bool operator==(const Problem&) const = default;
+};
+
+using Problems = std::vector<Problem>;
+
+/// Sorts by place.
+void sort(Problems& problems);
+
+/// @returns "FILE:LINE:COLUMN: TEXT".
+std::string format(const std::string& file, const Problem& problem);
+
+}  // namespace protocol::toml_file

@@ -1,0 +1,229 @@
+#include "protocol/toml/TableReader.h"
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+#include "protocol/catalogue/Suggest.h"
+
+namespace protocol::toml_file {
+
+namespace {
+
+std::string quoted(std::string_view text)
+{
+    return "'" + std::string(text) + "'";
+}
+
+Problem at(const toml::source_position& place, std::string text)
+{
+    // What has no place in the file stands at its beginning.
+    return {std::max<unsigned>(1, place.line), std::max<unsigned>(1, place.column), std::move(text)};
+}
+
+std::string joined(std::initializer_list<std::string_view> words)
+{
+    std::string list;
+    for (const auto word : words) {
+        list += (list.empty() ? "" : ", ") + std::string(word);
+    }
+    return list;
+}
+
+}  // namespace
+
+void sort(Problems& problems)
+{
+    std::ranges::stable_sort(problems, {},
+                             [](const Problem& problem) { return std::tuple(problem.line, problem.column); });
+}
+
+std::string format(const std::string& file, const Problem& problem)
+{
+    std::string line =
+        file + ":" + std::to_string(problem.line) + ":" + std::to_string(problem.column) + ": " + problem.text;
+    // One line, whatever it quotes.
+    std::ranges::replace_if(
+        line, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
+    return line;
+}
+
+toml::table parse(std::string_view text, Problems& problems)
+{
+    try {
+        return toml::parse(text);
+    } catch (const toml::parse_error& error) {
+        problems.push_back(at(error.source().begin, std::string(error.description())));
+        return {};
+    }
+}
+
+void report(Problems& problems, const toml::node& node, std::string text)
+{
+    problems.push_back(at(node.source().begin, std::move(text)));
+}
+
+TableReader::TableReader(const toml::table& table, std::string what, Problems& problems)
+    : table_(table), what_(std::move(what)), problems_(problems)
+{
+}
+
+const toml::node* TableReader::look(std::string_view key, bool required, std::string_view kind)
+{
+    known_.emplace(key);
+    const toml::node* found = table_.get(key);
+    if (found == nullptr && required) {
+        toml_file::report(problems_, table_,
+                          "the " + what_ + " has no " + quoted(key) + ": " + std::string(kind) + " is expected");
+    }
+    return found;
+}
+
+const toml::node* TableReader::node(std::string_view key)
+{
+    return look(key, false, {});
+}
+
+std::optional<std::string> TableReader::optionalText(std::string_view key)
+{
+    const toml::node* found = look(key, false, "a text");
+    if (found == nullptr) {
+        return std::nullopt;
+    }
+    if (!found->is_string()) {
+        toml_file::report(problems_, *found, quoted(key) + " is no text");
+        return std::nullopt;
+    }
+    return found->as_string()->get();
+}
+
+std::string TableReader::text(std::string_view key, bool required)
+{
+    if (look(key, required, "a text") == nullptr) {
+        return {};
+    }
+    auto found = optionalText(key).value_or("");
+    if (required && found.empty() && table_.get(key)->is_string()) {
+        report(key, quoted(key) + " is empty");
+    }
+    return found;
+}
+
+std::optional<std::int64_t> TableReader::integer(std::string_view key, bool required, std::int64_t minimum,
+                                                 std::int64_t maximum)
+{
+    const toml::node* found = look(key, required, "an integer");
+    if (found == nullptr) {
+        return std::nullopt;
+    }
+    if (!found->is_integer()) {
+        toml_file::report(problems_, *found, quoted(key) + " is no integer");
+        return std::nullopt;
+    }
+    const std::int64_t value = found->as_integer()->get();
+    if (value < minimum || value > maximum) {
+        toml_file::report(problems_, *found,
+                          quoted(key) + " is " + std::to_string(value) + ", out of range " + std::to_string(minimum) +
+                              " to " + std::to_string(maximum));
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<double> TableReader::number(std::string_view key, bool required)
+{
+    const toml::node* found = look(key, required, "a number");
+    if (found == nullptr) {
+        return std::nullopt;
+    }
+    const auto value = found->is_number() ? found->value<double>() : std::nullopt;
+    if (!value || *value != *value) {
+        toml_file::report(problems_, *found, quoted(key) + " is no number");
+        return std::nullopt;
+    }
+    return value;
+}
+
+bool TableReader::boolean(std::string_view key, bool otherwise)
+{
+    const toml::node* found = look(key, false, {});
+    if (found == nullptr) {
+        return otherwise;
+    }
+    if (!found->is_boolean()) {
+        toml_file::report(problems_, *found, quoted(key) + " is neither true nor false");
+        return otherwise;
+    }
+    return found->as_boolean()->get();
+}
+
+std::optional<std::size_t> TableReader::oneOf(std::string_view key, std::initializer_list<std::string_view> words,
+                                              bool required)
+{
+    if (look(key, required, "one of " + joined(words)) == nullptr) {
+        return std::nullopt;
+    }
+    const auto word = optionalText(key);
+    if (!word) {
+        return std::nullopt;
+    }
+    const auto found = std::ranges::find(words, *word);
+    if (found == words.end()) {
+        report(key, quoted(key) + " is " + quoted(*word) + ": one of " + joined(words) + " is expected");
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(found - words.begin());
+}
+
+const toml::table* TableReader::table(std::string_view key, bool required)
+{
+    const toml::node* found = look(key, required, "a table");
+    if (found == nullptr) {
+        return nullptr;
+    }
+    if (!found->is_table()) {
+        toml_file::report(problems_, *found, quoted(key) + " is no table");
+        return nullptr;
+    }
+    return found->as_table();
+}
+
+std::vector<const toml::table*> TableReader::tables(std::string_view key, bool required)
+{
+    std::vector<const toml::table*> list;
+    const toml::node* found = look(key, required, "an array of tables");
+    if (found == nullptr) {
+        return list;
+    }
+    if (!found->is_array()) {
+        toml_file::report(problems_, *found, quoted(key) + " is no array of tables");
+        return list;
+    }
+    for (const toml::node& element : *found->as_array()) {
+        if (element.is_table()) {
+            list.push_back(element.as_table());
+        } else {
+            toml_file::report(problems_, element, quoted(key) + " holds something that is no table");
+        }
+    }
+    return list;
+}
+
+void TableReader::finish()
+{
+    const std::vector<std::string_view> words(known_.begin(), known_.end());
+    for (const auto& [key, value] : table_) {
+        if (!known_.contains(key.str())) {
+            problems_.push_back(at(key.source().begin, "the " + what_ + " knows no " + quoted(key.str()) +
+                                                           catalogue::didYouMean(key.str(), words)));
+        }
+    }
+}
+
+void TableReader::report(std::string_view key, std::string text)
+{
+    const toml::node* found = table_.get(key);
+    toml_file::report(problems_, found != nullptr ? *found : static_cast<const toml::node&>(table_), std::move(text));
+}
+
+}  // namespace protocol::toml_file

@@ -1,0 +1,219 @@
+#include "station/trace/Pcapng.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "station/WireBytes.h"
+
+namespace station::pcapng {
+
+namespace {
+
+constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;
+constexpr std::uint32_t kInterfaceDescription = 1;
+constexpr std::uint32_t kEnhancedPacket = 6;
+constexpr std::uint32_t kByteOrderMagic = 0x1A2B3C4D;
+
+// Options. Numbers are per block type but for the first two.
+constexpr std::uint16_t kEndOfOptions = 0;
+constexpr std::uint16_t kComment = 1;
+constexpr std::uint16_t kSectionApplication = 4;
+constexpr std::uint16_t kInterfaceName = 2;
+constexpr std::uint16_t kInterfaceSpeed = 8;
+constexpr std::uint16_t kInterfaceTimeResolution = 9;
+constexpr std::uint16_t kPacketFlags = 2;
+
+constexpr std::uint32_t kInbound = 1;
+constexpr std::uint32_t kOutbound = 2;
+constexpr std::uint32_t kCrcError = 1u << 24;
+
+constexpr std::size_t kLongestText = 60000;
+
+template <class Number>
+void put(std::string& out, Number number)
+{
+    for (std::size_t i = 0; i < sizeof number; ++i) {
+        out += static_cast<char>(static_cast<std::uint64_t>(number) >> (8 * i) & 0xFF);
+    }
+}
+
+void pad(std::string& out)
+{
+    out.append((4 - out.size() % 4) % 4, '\0');
+}
+
+void putOption(std::string& out, std::uint16_t code, std::string_view value)
+{
+    put(out, code);
+    put(out, static_cast<std::uint16_t>(value.size()));
+    out += value;
+    pad(out);
+}
+
+/// A text that is too long ends at the beginning of a character.
+void putText(std::string& out, std::uint16_t code, std::string_view text)
+{
+    if (text.size() > kLongestText) {
+        std::size_t end = kLongestText;
+        while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
+            --end;
+        }
+        text = text.substr(0, end);
+    }
+    if (!text.empty()) {
+        putOption(out, code, text);
+    }
+}
+
+template <class Number>
+void putNumber(std::string& out, std::uint16_t code, Number number)
+{
+    std::string value;
+    put(value, number);
+    putOption(out, code, value);
+}
+
+std::string block(std::uint32_t type, std::string_view body)
+{
+    const auto length = static_cast<std::uint32_t>(12 + body.size());
+    std::string out;
+    out.reserve(length);
+    put(out, type);
+    put(out, length);
+    out += body;
+    put(out, length);
+    return out;
+}
+
+std::string bytesOf(const TraceEvent& event)
+{
+    if (event.kind == TraceEvent::Kind::kLost || event.kind == TraceEvent::Kind::kBack) {
+        return {};
+    }
+    if (event.kind == TraceEvent::Kind::kCorrupt && !event.bytes.empty()) {
+        return {event.bytes.begin(), event.bytes.end()};
+    }
+    const auto bytes = wireBytes(event.frame);
+    return {bytes.begin(), bytes.end()};
+}
+
+std::uint32_t flagsOf(TraceEvent::Kind kind)
+{
+    switch (kind) {
+        case TraceEvent::Kind::kSent:
+            return kOutbound;
+        case TraceEvent::Kind::kReceived:
+            return kInbound;
+        case TraceEvent::Kind::kCorrupt:
+            return kInbound | kCrcError;
+        default:
+            return 0;
+    }
+}
+
+std::string commentOf(const TraceEvent& event, std::string_view comment)
+{
+    switch (event.kind) {
+        case TraceEvent::Kind::kLost:
+            return "lost: " + event.text;
+        case TraceEvent::Kind::kBack:
+            return "back";
+        default:
+            return std::string(comment);
+    }
+}
+
+}  // namespace
+
+std::string header(const Source& source)
+{
+    std::string section;
+    put(section, kByteOrderMagic);
+    put(section, std::uint16_t{1});  // version 1.0
+    put(section, std::uint16_t{0});
+    put(section, ~std::uint64_t{0});  // the section's length is not known
+    putText(section, kSectionApplication, source.application);
+    putOption(section, kEndOfOptions, {});
+
+    std::string interface;
+    put(interface, kUser0);
+    put(interface, std::uint16_t{0});
+    put(interface, std::uint32_t{0});  // packets are not cut
+    putText(interface, kInterfaceName, source.port);
+    if (source.baud > 0) {
+        putNumber(interface, kInterfaceSpeed, std::uint64_t{source.baud});
+    }
+    putNumber(interface, kInterfaceTimeResolution, std::uint8_t{9});  // 10^-9 s
+    putOption(interface, kEndOfOptions, {});
+
+    return block(kSectionHeader, section) + block(kInterfaceDescription, interface);
+}
+
+std::string packet(const TraceEvent& event, std::string_view comment)
+{
+    const std::string bytes = bytesOf(event);
+    const auto ns = static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(event.at.time_since_epoch()).count());
+    std::string body;
+    put(body, std::uint32_t{0});  // the interface
+    put(body, static_cast<std::uint32_t>(ns >> 32));
+    put(body, static_cast<std::uint32_t>(ns & 0xFFFF'FFFF));
+    put(body, static_cast<std::uint32_t>(bytes.size()));  // kept
+    put(body, static_cast<std::uint32_t>(bytes.size()));  // on the line
+    body += bytes;
+    pad(body);
+    putText(body, kComment, commentOf(event, comment));
+    putNumber(body, kPacketFlags, flagsOf(event.kind));
+    putOption(body, kEndOfOptions, {});
+    return block(kEnhancedPacket, body);
+}
+
+File::File(const std::string& path, const Source& source, Describe describe)
+    : path_(path)
+    , describe_(std::move(describe))
+    , descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))
+{
+    if (descriptor_ < 0) {
+        throw std::system_error(errno, std::generic_category(), path + ": cannot write the capture");
+    }
+    append(header(source));
+    if (!failure_.empty()) {
+        close(descriptor_);
+        throw std::system_error(std::make_error_code(std::errc::io_error), failure_);
+    }
+}
+
+File::~File()
+{
+    close(descriptor_);
+}
+
+void File::on(const TraceEvent& event)
+{
+    if (failure_.empty()) {
+        append(packet(event, describe_ ? describe_(event) : std::string()));
+    }
+}
+
+void File::append(std::string_view block)
+{
+    for (std::string_view rest = block; !rest.empty();) {
+        const ssize_t written = write(descriptor_, rest.data(), rest.size());
+        if (written > 0) {
+            rest.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            failure_ = path_ + ": cannot write the capture: " + std::generic_category().message(errno);
+            // Half a block would make a reader refuse the file. On what cannot be cut, a pipe for one, it stays.
+            [[maybe_unused]] const int cut = ftruncate(descriptor_, end_);
+            return;
+        }
+    }
+    end_ += static_cast<std::int64_t>(block.size());
+}
+
+}  // namespace station::pcapng

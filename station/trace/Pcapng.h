@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "station/trace/Trace.h"
+
+/// Captures in the pcapng format, for Wireshark and for ourselves. Each frame is a packet of link type USER0 that
+/// holds its bytes from 2A A2 to the checksum, with a time stamp in nanoseconds, its direction (inbound: sent by the
+/// head unit) and a comment. A wrong checksum sets the packet's CRC error flag. That the device went or came back is a
+/// packet without bytes whose comment says so.
+namespace station::pcapng {
+
+/// DLT_USER0: what it means, whoever captures and whoever reads agree on.
+inline constexpr std::uint16_t kUser0 = 147;
+
+struct Source {
+    std::string application;  ///< "engineering-station 1.0.0"
+    std::string port;         ///< the device's path
+    unsigned baud = 0;        ///< 0: not told
+};
+
+/// @returns what every capture begins with: a section header and the description of the one interface.
+std::string header(const Source& source);
+
+/// @returns the packet for an event.
+/// @param comment UTF-8; of more than 60000 bytes the rest is left out.
+std::string packet(const TraceEvent& event, std::string_view comment);
+
+/// @returns one line about the event for its comment, empty for none.
+using Describe = std::function<std::string(const TraceEvent&)>;
+
+/// Writes a capture while it happens. Each packet is on its way to the disk when `on` returns: whatever ends the
+/// process, the file can be read up to there.
+class File : public TraceSink
+{
+public:
+    /// Replaces the file at `path`; throws std::system_error with a text that names it.
+    /// @param describe may be empty; the words for a device that went or came back are put in by `packet`.
+    File(const std::string& path, const Source& source, Describe describe);
+    ~File() override;
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    void on(const TraceEvent& event) override;
+
+    /// @returns why the capture ended early, empty when it did not. What had been written whole before stays readable.
+    const std::string& failure() const { return failure_; }
+
+private:
+    void append(std::string_view block);
+
+    std::string path_;
+    Describe describe_;
+    std::string failure_;
+    std::int64_t end_ = 0;  // of the last whole block
+    int descriptor_ = -1;
+};
+
+}  // namespace station::pcapng
