@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "station/PortUsers.h"
 #include "station/SerialLink.h"
 #include "tests/support/PtyPeer.h"
 #include "tests/support/TempDir.h"
@@ -468,7 +469,9 @@ TEST_F(ConnectionTest, PortIsFreeAgainWhenTheConnectionEnds)
 {
     {
         Connection first = connect();
+        EXPECT_THAT(portUser(port()), HasSubstr("station_test"));
     }
+    EXPECT_EQ(portUser(port()), "");
     EXPECT_NO_THROW(connect());
 }
 

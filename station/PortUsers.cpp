@@ -17,6 +17,7 @@ namespace station {
 namespace {
 
 namespace fs = std::filesystem;
+using FileStatus = struct stat;
 
 std::optional<pid_t> parsePid(std::string_view text)
 {
@@ -39,8 +40,7 @@ bool hasOpen(const fs::path& process, dev_t device)
 {
     std::error_code error;
     for (fs::directory_iterator it(process / "fd", error), end; !error && it != end; it.increment(error)) {
-        struct stat file {
-        };
+        FileStatus file{};
         if (stat(it->path().c_str(), &file) == 0 && S_ISCHR(file.st_mode) && file.st_rdev == device) {
             return true;
         }
@@ -48,15 +48,8 @@ bool hasOpen(const fs::path& process, dev_t device)
     return false;
 }
 
-}  // namespace
-
-std::string lockHolder(int descriptor)
+std::string holderOfLock(const FileStatus& file)
 {
-    struct stat file {
-    };
-    if (fstat(descriptor, &file) != 0) {
-        return {};
-    }
     std::ostringstream wanted;
     // As the kernel writes it: device numbers in hexadecimal of two digits at least, the inode in decimal.
     wanted << std::hex;
@@ -80,10 +73,28 @@ std::string lockHolder(int descriptor)
     return {};
 }
 
+}  // namespace
+
+std::string lockHolder(int descriptor)
+{
+    FileStatus file{};
+    return fstat(descriptor, &file) == 0 ? holderOfLock(file) : "";
+}
+
+std::string portUser(const std::string& path)
+{
+    FileStatus file{};
+    if (stat(path.c_str(), &file) != 0) {
+        return {};
+    }
+    const std::string holder = holderOfLock(file);
+    // Whoever made a pseudo-terminal may keep both of its ends open.
+    return holder.empty() && !isPseudoTerminal(file.st_rdev) ? otherUser(path) : holder;
+}
+
 std::string otherUser(const std::string& path)
 {
-    struct stat device {
-    };
+    FileStatus device{};
     if (stat(path.c_str(), &device) != 0 || !S_ISCHR(device.st_mode)) {
         return {};
     }
@@ -95,6 +106,14 @@ std::string otherUser(const std::string& path)
         }
     }
     return {};
+}
+
+bool isPseudoTerminal(dev_t device)
+{
+    // The major numbers that Linux has given to the Unix98 pseudo-terminals.
+    constexpr unsigned kFirst = 136;
+    constexpr unsigned kLast = 143;
+    return major(device) >= kFirst && major(device) <= kLast;
 }
 
 }  // namespace station

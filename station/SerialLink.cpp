@@ -5,7 +5,6 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -21,6 +20,8 @@ namespace station {
 
 namespace {
 
+using FileStatus = struct stat;
+
 constexpr auto kSpeeds = std::to_array<std::pair<unsigned, speed_t>>({
     {1200, B1200},       {2400, B2400},       {4800, B4800},       {9600, B9600},       {19200, B19200},
     {38400, B38400},     {57600, B57600},     {115200, B115200},   {230400, B230400},   {460800, B460800},
@@ -35,17 +36,6 @@ timespec timeLeft(SerialLink::Clock::time_point deadline)
                                                            std::chrono::nanoseconds(0), std::chrono::hours(1));
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
     return {static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
-}
-
-bool isPseudoTerminal(int descriptor)
-{
-    // The major numbers that Linux has given to the Unix98 pseudo-terminals.
-    constexpr unsigned kFirst = 136;
-    constexpr unsigned kLast = 143;
-    struct stat file {
-    };
-    return fstat(descriptor, &file) == 0 && S_ISCHR(file.st_mode) && major(file.st_rdev) >= kFirst &&
-           major(file.st_rdev) <= kLast;
 }
 
 }  // namespace
@@ -104,7 +94,8 @@ void SerialLink::lock()
     }
     // A pseudo-terminal keeps the flag until its other end is closed: a station that was killed would lock everybody
     // out for as long as the service runs.
-    if (!isPseudoTerminal(descriptor_)) {
+    FileStatus file{};
+    if (fstat(descriptor_, &file) == 0 && !isPseudoTerminal(file.st_rdev)) {
         ioctl(descriptor_, TIOCEXCL);
     }
 }

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace station {
+
+/// A serial device of this machine. Texts that the device does not tell are empty.
+struct SerialPort {
+    std::string device;                    ///< "/dev/ttyUSB0": may be another one the next time
+    std::vector<std::string> stableNames;  ///< "/dev/serial/by-id/…": the same whenever it is plugged in
+    std::string vendorId;                  ///< of a USB device, four hexadecimal digits
+    std::string productId;
+    std::string serial;
+    std::string manufacturer;
+    std::string product;
+
+    bool isUsb() const { return !vendorId.empty(); }
+};
+
+/// @returns the serial devices, in the order of their names. None is opened: that would raise its modem lines.
+/// @param root stands for / in tests.
+std::vector<SerialPort> listSerialPorts(const std::filesystem::path& root = "/");
+
+}  // namespace station
