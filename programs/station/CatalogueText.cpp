@@ -242,7 +242,8 @@ std::string listText(Groups groups)
     std::vector<Row> rows;
     for (const Group& group : groups) {
         for (const Command& command : group.commands) {
-            rows.push_back({codesOf(command), fullKey(groups, command), std::string(command.title)});
+            rows.push_back({codesOf(command), fullKey(groups, command),
+                            std::string(command.title) + (command.destructive ? " (destructive)" : "")});
         }
         for (const Notice& notice : group.notices) {
             rows.push_back({codesOf(notice), fullKey(groups, notice), std::string(notice.title) + " (sent unasked)"});

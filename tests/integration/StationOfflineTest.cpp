@@ -1,7 +1,11 @@
 // What engineering-station does without a line.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -155,6 +159,38 @@ TEST(StationDecode, WithoutASoundFrameHasStatusOne)
     EXPECT_EQ(outcome.out, "garbage: 11 22\n");
     EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
     EXPECT_EQ(shell("$STATION decode < /dev/null").status, 1);
+}
+
+class StationDecodeWaiting : public BenchTest
+{
+};
+
+TEST_F(StationDecodeWaiting, IsEndedByAnInterruptWithStatusFour)
+{
+    const auto path = directory() / "pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    auto& program = start({ENGINEERING_STATION, "decode", path.string()});
+    const int writer = open(path.c_str(), O_WRONLY | O_CLOEXEC);  // returns once the program has opened its end
+
+    program.signal(SIGINT);
+
+    expectEnd(program, 4);
+    close(writer);
+}
+
+TEST_F(StationDecodeWaiting, TakesWhatAPipeBringsInPieces)
+{
+    const auto path = directory() / "pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    auto& program = start({ENGINEERING_STATION, "decode", path.string()});
+    std::ofstream writer(path);
+
+    writer << "82 01 " << std::flush;
+    writer << "[24 FE]" << std::flush;
+    writer.close();
+
+    expectEnd(program, 0);
+    EXPECT_THAT(program.output(ChildProcess::Stream::kOut), StartsWith("unit     82 01 [24 FE]"));
 }
 
 struct Mistake {
