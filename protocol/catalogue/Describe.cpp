@@ -10,14 +10,12 @@ namespace {
 std::string describeNumber(const Field& field)
 {
     std::string text = "a number from " + describeRange(field);
+    if (!field.unit.empty()) {
+        text += " (unit: " + std::string(field.unit) + ")";
+    }
     if (field.scale) {
         text += ", or in " + std::string(field.scale->unit);
-        if (!field.scale->only.empty()) {
-            text += " (" + std::string(field.scale->only) + ")";
-        }
-    }
-    if (!field.unit.empty()) {
-        text += ", in " + std::string(field.unit);
+        text += field.scale->only.empty() ? "" : " " + std::string(field.scale->only);
     }
     return text;
 }

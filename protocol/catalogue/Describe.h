@@ -6,7 +6,7 @@
 
 namespace protocol::catalogue {
 
-/// @returns what a value of `field` may be, in a few words: "a number from 0 to 65535, or in MHz (on FM)",
+/// @returns what a value of `field` may be, in a few words: "a number from 0 to 65535, or in MHz on FM",
 /// "one of down (0), up (1)", "12 hexadecimal digits".
 std::string describe(const Field& field);
 

@@ -148,9 +148,9 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"FractionWithoutUnit",
                 "tuner.play",
                 {{"frequency", "87.5"}},
-                "'87.5' is no value for frequency: a number from 100 to 10800, or in MHz (on FM) was expected, for "
+                "'87.5' is no value for frequency: a number from 100 to 10800, or in MHz on FM was expected, for "
                 "example 8750"},
-        Refusal{"ForeignUnit", "tuner.play", {{"frequency", "87500kHz"}}, "or in MHz (on FM) was expected"},
+        Refusal{"ForeignUnit", "tuner.play", {{"frequency", "87500kHz"}}, "or in MHz on FM was expected"},
         Refusal{"Exponent", "tuner.play", {{"frequency", "1e3"}}, "'1e3' is no value"},
         Refusal{"NotANumber", "tuner.play", {{"frequency", "nan"}}, "'nan' is no value"},
         Refusal{"NotANumberWithUnit", "tuner.play", {{"frequency", "nanMHz"}}, "'nanMHz' is no value"},
@@ -197,7 +197,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"Missing",
                 "tuner.play",
                 {},
-                "frequency=… is missing: a number from 100 to 10800, or in MHz (on FM), for example 8750"},
+                "frequency=… is missing: a number from 100 to 10800, or in MHz on FM, for example 8750"},
         Refusal{"UnknownName",
                 "tuner.play",
                 {{"freq", "8750"}},

@@ -75,13 +75,13 @@ TEST(Format, SaysWhenAReplyWithoutFieldsComes)
 
 TEST(Describe, SaysWhatAValueMayBe)
 {
-    EXPECT_EQ(describe(sample::kFrequency), "a number from 100 to 10800, or in MHz (on FM)");
+    EXPECT_EQ(describe(sample::kFrequency), "a number from 100 to 10800, or in MHz on FM");
     EXPECT_EQ(describe(sample::kActionParams[0]), "one of down (0), up (1), store (2)");
     EXPECT_EQ(describe(sample::kBandParams[0]), "a number from 0 to 255, or one of fm (0), dab (5)");
     EXPECT_EQ(describe(sample::kAddressFields[0]), "6 bytes in hexadecimal");
     EXPECT_EQ(describe(sample::kSerialFields[0]), "1 to 12 characters");
     EXPECT_EQ(describe(sample::kMacFields[0]), "12 hexadecimal digits");
-    EXPECT_EQ(describe(sample::kPositionFields[1]), "a number from 0 to 4294967295, in s");
+    EXPECT_EQ(describe(sample::kPositionFields[1]), "a number from 0 to 4294967295 (unit: s)");
 }
 
 }  // namespace
