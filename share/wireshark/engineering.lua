@@ -317,8 +317,8 @@ local function checksum_of(buffer, length)
   return (-sum) % 65536
 end
 
--- Dissects the frame at the buffer's beginning; returns its length, or nil when there is none.
-local function dissect_frame(buffer, pinfo, tree)
+-- Dissects the frame at the buffer's beginning; returns its length and what it says, or nil when there is none.
+local function dissect_frame(buffer, tree)
   if buffer:len() < 8 or buffer(0, 2):uint() ~= 0x2AA2 then return nil end
   local length = buffer(3, 1):uint()
   if length < 2 or length == 255 then return nil end
@@ -341,7 +341,8 @@ local function dissect_frame(buffer, pinfo, tree)
   if params then branch:add(f.params, params) end
   if entry then
     branch:add(f.key, buffer(4, 2), entry[3]):set_generated()
-    text = entry[3] .. " " .. add_fields(branch, params and params:tvb(), entry, from_unit)
+    local values = add_fields(branch, params and params:tvb(), entry, from_unit)
+    text = values == "" and entry[3] or entry[3] .. " " .. values
   elseif params then
     text = text .. " [" .. tostring(params:bytes()) .. "]"
   end
@@ -355,14 +356,12 @@ local function dissect_frame(buffer, pinfo, tree)
     text = text .. " [checksum is wrong]"
   end
   branch:append_text(", " .. text)
-  pinfo.cols.info:append((from_unit and "unit: " or "station: ") .. text .. "  ")
-  return total
+  return total, (from_unit and "unit: " or "station: ") .. text
 end
 
 function engineering.dissector(buffer, pinfo, tree)
   pinfo.cols.protocol = "ENGINEERING"
-  pinfo.cols.info = ""
-  local offset, garbage = 0, nil
+  local offset, garbage, texts = 0, nil, {}
   local function close_garbage()
     if garbage then
       tree:add(engineering, buffer(garbage, offset - garbage), "Bytes that are no frame")
@@ -373,12 +372,13 @@ function engineering.dissector(buffer, pinfo, tree)
   while offset < buffer:len() do
     local rest = buffer(offset):tvb()
     local is_frame = rest:len() >= 8 and rest(0, 2):uint() == 0x2AA2
-    local taken
+    local taken, text
     if is_frame then
       close_garbage()
-      taken = dissect_frame(rest, pinfo, tree)
+      taken, text = dissect_frame(rest, tree)
     end
     if taken then
+      texts[#texts + 1] = text
       offset = offset + taken
     else
       garbage = garbage or offset
@@ -386,6 +386,7 @@ function engineering.dissector(buffer, pinfo, tree)
     end
   end
   close_garbage()
+  pinfo.cols.info = table.concat(texts, "; ")
 end
 
 DissectorTable.get("wtap_encap"):add(wtap.USER0, engineering)
