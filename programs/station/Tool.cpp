@@ -81,6 +81,7 @@ void addPort(CLI::App& verb, station::PortSpec& port)
             "--port", [&port](const std::string& text) { port = parsePort(text); },
             "PATH[,BAUD]: serial device or pseudo-terminal, 115200 baud unless told otherwise")
         ->check(checkPort)
+        ->type_name("PORT")
         ->default_str(defaultPort());
 }
 
@@ -88,6 +89,7 @@ void addTimeout(CLI::App& verb, double& seconds)
 {
     verb.add_option("--timeout", seconds, "How long to wait for the reply, in seconds; may be 0.2")
         ->check(checkTimeout)
+        ->type_name("SECONDS")
         ->default_val(seconds);
 }
 

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 
 #include "station/Connection.h"
@@ -37,6 +38,19 @@ inline constexpr const char* kProgram = "engineering-station";
 
 /// The number that every JSON object of the tool carries as "schema".
 inline constexpr int kSchema = 1;
+
+/// The user asked for what cannot be; the text says in one line what would be right. Ends the tool with kWrongUse.
+class WrongUse : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// What a value may be is told by the type name of its option, so that completion knows: type_name("FILE"), "DIR",
+/// "PORT", "COMMAND" (a GROUP.COMMAND, with its arguments behind it), "GROUP"; CLI::IsMember names the values itself.
+///
+/// A verb's description begins with one line that stands in the list of verbs; the lines behind it are shown by the
+/// verb's own help. Its footer holds examples, one a line, beginning with "  engineering-station".
 
 /// Prints one object on one line of standard output; "schema" is put in front.
 void printJson(nlohmann::ordered_json object);

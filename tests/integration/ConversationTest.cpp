@@ -76,7 +76,7 @@ private:
         std::istringstream words(command);
         for (std::string word; words >> word;)
             arguments.push_back(word);
-        arguments.insert(arguments.end(), {"--port", link().string()});
+        arguments.insert(arguments.end(), {"--port", link().string(), "--yes"});
         arguments.insert(arguments.end(), options.begin(), options.end());
         const Outcome outcome = run(arguments);
         EXPECT_EQ(outcome.status, 0) << command << ": " << outcome.err;

@@ -71,11 +71,11 @@ TEST_F(StationProgramTest, SendThatExpectsNoneShowsTheReplyWithStatusOneWhenOneC
     EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
 }
 
-TEST_F(StationProgramTest, SendToAPortThatDoesNotExistFails)
+TEST_F(StationProgramTest, SendToAPortThatDoesNotExistHasStatusTen)
 {
     const auto outcome = send({"0F", "00", "--port", "/dev/no-such-line"});
 
-    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.status, 10);
     EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
 }
 

@@ -1,0 +1,155 @@
+#include "protocol/catalogue/Catalogue.h"
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "programs/Cli.h"
+#include "programs/station/CatalogueText.h"
+#include "programs/station/InputFile.h"
+#include "programs/station/Tool.h"
+#include "protocol/catalogue/Document.h"
+#include "protocol/catalogue/Suggest.h"
+#include "protocol/toml/Problem.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+namespace catalogue = protocol::catalogue;
+using nlohmann::ordered_json;
+
+void print(const std::string& text)
+{
+    std::fputs(text.c_str(), stdout);
+}
+
+int showAll(bool json)
+{
+    if (json) {
+        ordered_json groups = ordered_json::array();
+        for (const catalogue::Group& group : catalogue::groups()) {
+            groups.push_back(groupJson(group));
+        }
+        printJson({{"sha256", catalogue::hash()}, {"groups", groups}});
+        return kPassed;
+    }
+    const char* between = "";
+    for (const catalogue::Group& group : catalogue::groups()) {
+        print(between + groupText(group));
+        between = "\n";
+    }
+    return kPassed;
+}
+
+int show(const std::string& key, bool json)
+{
+    const auto groups = catalogue::groups();
+    if (key.empty()) {
+        return showAll(json);
+    }
+    if (const auto* group = catalogue::findGroup(groups, std::string_view(key))) {
+        json ? printJson(groupJson(*group)) : print(groupText(*group));
+    } else if (const auto* command = catalogue::findCommand(groups, std::string_view(key))) {
+        json ? printJson(commandJson(groups, *command)) : print(commandText(groups, *command));
+    } else if (const auto* notice = catalogue::findNotice(groups, key)) {
+        json ? printJson(noticeJson(groups, *notice)) : print(noticeText(groups, *notice));
+    } else {
+        throw WrongUse(catalogue::noSuchCommand(groups, key));
+    }
+    return kPassed;
+}
+
+int list(bool json)
+{
+    const auto groups = catalogue::groups();
+    if (!json) {
+        print(listText(groups));
+        return kPassed;
+    }
+    ordered_json keys = ordered_json::array();
+    ordered_json notices = ordered_json::array();
+    for (const catalogue::Group& group : groups) {
+        for (const catalogue::Command& command : group.commands) {
+            keys.push_back(catalogue::fullKey(groups, command));
+        }
+        for (const catalogue::Notice& notice : group.notices) {
+            notices.push_back(catalogue::fullKey(groups, notice));
+        }
+    }
+    printJson({{"commands", keys}, {"notices", notices}});
+    return kPassed;
+}
+
+int check(const std::string& path, Tool& tool)
+{
+    const std::string text = readInput(path, tool.interrupt);
+    const catalogue::Document document(text);
+    const auto& problems = document.problems();
+    if (tool.json) {
+        ordered_json array = ordered_json::array();
+        for (const auto& problem : problems) {
+            array.push_back({{"line", problem.line}, {"column", problem.column}, {"text", problem.text}});
+        }
+        printJson({{"file", path}, {"problems", array}});
+    } else {
+        for (const auto& problem : problems) {
+            complainOfFile(protocol::toml_file::format(path, problem));
+        }
+    }
+    return problems.empty() ? kPassed : kWrongUse;
+}
+
+void addShow(Tool& tool, CLI::App& noun)
+{
+    const auto key = std::make_shared<std::string>();
+    CLI::App* verb = noun.add_subcommand("show",
+                                         "Print what the catalogue says\n"
+                                         "Without a key all groups, one line for each command. With --json one object "
+                                         "with everything in it.");
+    verb->add_option("KEY", *key, "GROUP, or GROUP.COMMAND for all about one command")->type_name("KEY");
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station catalogue show tuner\n"
+        "  engineering-station catalogue show tuner.tune\n"
+        "  engineering-station catalogue show --json");
+    verb->callback([&tool, key] { tool.action = [&tool, key] { return show(*key, tool.json); }; });
+}
+
+void addList(Tool& tool, CLI::App& noun)
+{
+    CLI::App* verb = noun.add_subcommand("list", "Print the codes and keys of all commands, one a line");
+    verb->callback([&tool] { tool.action = [&tool] { return list(tool.json); }; });
+}
+
+void addCheck(Tool& tool, CLI::App& noun)
+{
+    const auto path = std::make_shared<std::string>();
+    CLI::App* verb = noun.add_subcommand("check",
+                                         "Check a catalogue file\n"
+                                         "Each mistake is one line on standard error, FILE:LINE:COLUMN: what is wrong; "
+                                         "the exit status is then 2.");
+    verb->add_option("FILE", *path, "Catalogue in TOML; - for standard input")->type_name("FILE")->required();
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station catalogue check protocol/catalogue.toml");
+    verb->callback([&tool, path] { tool.action = [&tool, path] { return check(*path, tool); }; });
+}
+
+}  // namespace
+
+void addCatalogue(Tool& tool)
+{
+    CLI::App* noun = tool.app.add_subcommand("catalogue",
+                                             "Print or check the catalogue of the protocol\n"
+                                             "The catalogue that was compiled into the tool says what every command, "
+                                             "reply and notice means.");
+    noun->require_subcommand(1);
+    addShow(tool, *noun);
+    addList(tool, *noun);
+    addCheck(tool, *noun);
+}
+
+}  // namespace programs::station_tool

@@ -1,0 +1,174 @@
+#include "programs/station/CommandLine.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+#include "programs/Cli.h"
+#include "programs/station/HelpFormatter.h"
+#include "protocol/catalogue/Suggest.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+const CLI::App& deepest(const CLI::App& app)
+{
+    const CLI::App* verb = &app;
+    while (!verb->get_subcommands().empty()) {
+        verb = verb->get_subcommands().back();
+    }
+    return *verb;
+}
+
+std::string didYouMean(const std::string& typed, const std::vector<std::string>& words)
+{
+    const std::vector<std::string_view> views(words.begin(), words.end());
+    return protocol::catalogue::didYouMean(typed, views);
+}
+
+std::vector<std::string> longNames(const CLI::App& verb)
+{
+    std::vector<std::string> names;
+    for (const CLI::App* each = &verb; each != nullptr; each = each->get_parent()) {
+        for (const CLI::Option* option : optionsOf(*each)) {
+            for (const std::string& name : option->get_lnames()) {
+                names.push_back("--" + name);
+            }
+        }
+    }
+    return names;
+}
+
+std::vector<std::string> namesOf(const std::vector<const CLI::App*>& verbs)
+{
+    std::vector<std::string> names;
+    std::ranges::transform(verbs, std::back_inserter(names), [](const CLI::App* verb) { return verb->get_name(); });
+    return names;
+}
+
+std::string joined(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : ", ") + word;
+    }
+    return text;
+}
+
+/// What is wrong with a command line that has `word` where nothing knows it.
+std::string explainWord(const CLI::App& verb, const std::string& word)
+{
+    if (word.starts_with("-") && word.size() > 1) {
+        const std::string option = word.substr(0, word.find('='));
+        return "'" + option + "' is no option of '" + pathOf(verb) + "'" + didYouMean(option, longNames(verb));
+    }
+    const auto names = namesOf(verbsOf(verb));
+    if (names.empty()) {
+        return "'" + word + "' is one argument too many for '" + pathOf(verb) + "'";
+    }
+    const std::string suggestion = didYouMean(word, names);
+    return "'" + word + "' is no verb of '" + pathOf(verb) + "'" +
+           (suggestion.empty() ? "; it has: " + joined(names) : suggestion);
+}
+
+std::string explain(const CLI::App& app, const CLI::ParseError& error)
+{
+    const CLI::App& verb = deepest(app);
+    const auto unknown = app.remaining(true);
+    const bool notUnderstood = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    const bool missing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    if ((notUnderstood || missing) && !unknown.empty()) {
+        return explainWord(verb, unknown.front());
+    }
+    if (missing && !verbsOf(verb).empty()) {
+        return "'" + pathOf(verb) + "' needs a verb: " + joined(namesOf(verbsOf(verb)));
+    }
+    return error.what();
+}
+
+}  // namespace
+
+void setUp(CLI::App& app, bool& json)
+{
+    app.name(kProgram);
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("--version", std::string(kProgram) + " " ENGINEERING_VERSION, "Print the version and exit");
+    app.add_flag("--json", json, "Print data as JSON, one object a line, each with the number \"schema\"");
+}
+
+std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv)
+{
+    try {
+        app.parse(argc, argv);
+        return std::nullopt;
+    } catch (const CLI::Success& request) {
+        return app.exit(request);
+    } catch (const CLI::ParseError& error) {
+        complain(kProgram, explain(app, error) + " (see '" + pathOf(deepest(app)) + " --help')");
+        return kWrongUse;
+    }
+}
+
+std::string pathOf(const CLI::App& verb)
+{
+    return verb.get_parent() == nullptr ? verb.get_name() : pathOf(*verb.get_parent()) + " " + verb.get_name();
+}
+
+std::string titleOf(const CLI::App& verb)
+{
+    const std::string text = verb.get_description();
+    return text.substr(0, text.find('\n'));
+}
+
+std::string detailsOf(const CLI::App& verb)
+{
+    const std::string text = verb.get_description();
+    const auto end = text.find('\n');
+    return end == std::string::npos ? "" : text.substr(end + 1);
+}
+
+std::vector<const CLI::App*> verbsOf(const CLI::App& app)
+{
+    return app.get_subcommands([](const CLI::App* verb) { return !verb->get_group().empty(); });
+}
+
+std::vector<const CLI::Option*> optionsOf(const CLI::App& verb)
+{
+    return verb.get_options(
+        [](const CLI::Option* option) { return option->nonpositional() && !option->get_group().empty(); });
+}
+
+std::vector<const CLI::Option*> positionalsOf(const CLI::App& verb)
+{
+    return verb.get_options(
+        [](const CLI::Option* option) { return option->get_positional() && !option->get_group().empty(); });
+}
+
+bool takesValue(const CLI::Option& option)
+{
+    return option.get_expected_max() != 0;
+}
+
+std::string valueName(const CLI::Option& option)
+{
+    const std::string name = option.get_type_name();
+    const std::string own = name.substr(0, name.find_first_of(":{"));
+    return own.empty() || own == "TEXT" ? "VALUE" : own;
+}
+
+std::vector<std::string> valuesOf(const CLI::Option& option)
+{
+    const std::string name = option.get_type_name();
+    const auto begin = name.find('{');
+    const auto end = name.find('}', begin);
+    if (begin == std::string::npos || end == std::string::npos) {
+        return {};
+    }
+    return CLI::detail::split(name.substr(begin + 1, end - begin - 1), ',');
+}
+
+}  // namespace programs::station_tool

@@ -1,0 +1,268 @@
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <vector>
+
+#include "programs/Cli.h"
+#include "programs/station/DecodeInput.h"
+#include "programs/station/FrameJson.h"
+#include "programs/station/InputFile.h"
+#include "programs/station/Tool.h"
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Codec.h"
+#include "protocol/catalogue/HexBytes.h"
+#include "station/Hex.h"
+#include "station/trace/PcapngReader.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+using nlohmann::ordered_json;
+using protocol::Frame;
+using station::ScannedPiece;
+using station::TraceEvent;
+namespace catalogue = protocol::catalogue;
+
+enum class Side { kAuto, kUnit, kStation };
+
+struct Options {
+    std::vector<std::string> inputs;
+    std::string from = "auto";
+};
+
+Side sideOf(const std::string& from)
+{
+    if (from == "auto") {
+        return Side::kAuto;
+    }
+    return from == "unit" ? Side::kUnit : Side::kStation;
+}
+
+/// Prints frames with their meaning, one a line, and what else was there.
+class Printer
+{
+public:
+    Printer(Side side, bool json) : side_(side), json_(json) {}
+
+    void print(const ScannedPiece& piece)
+    {
+        switch (piece.kind) {
+            case ScannedPiece::Kind::kFrame:
+                return printFrame(piece.frame, isFromUnit(piece.frame), {});
+            case ScannedPiece::Kind::kCorrupt:
+                return printCorrupt(piece.frame, {});
+            case ScannedPiece::Kind::kGarbage:
+                return printBytes("garbage", piece.bytes);
+            case ScannedPiece::Kind::kIncomplete:
+                return printBytes("incomplete", piece.bytes);
+        }
+    }
+
+    void print(const TraceEvent& event)
+    {
+        switch (event.kind) {
+            case TraceEvent::Kind::kSent:
+                return printFrame(event.frame, side_ == Side::kUnit, &event);
+            case TraceEvent::Kind::kReceived:
+                return printFrame(event.frame, side_ != Side::kStation, &event);
+            case TraceEvent::Kind::kCorrupt:
+                return printCorrupt(event.frame, &event);
+            case TraceEvent::Kind::kLost:
+                return printNote("lost", event);
+            case TraceEvent::Kind::kBack:
+                return printNote("back", event);
+        }
+    }
+
+    bool foundFrame() const { return foundFrame_; }
+
+private:
+    bool isFromUnit(const Frame& frame) const
+    {
+        return side_ == Side::kAuto ? (frame.cmdOne & protocol::kReplyBit) != 0 : side_ == Side::kUnit;
+    }
+
+    void printFrame(const Frame& frame, bool fromUnit, const TraceEvent* event)
+    {
+        foundFrame_ = true;
+        const auto groups = catalogue::groups();
+        const auto decoded =
+            fromUnit ? catalogue::decodeFromUnit(groups, frame, asked_) : catalogue::decodeRequest(groups, frame);
+        if (!fromUnit) {
+            asked_ = decoded.command;
+        }
+        if (json_) {
+            ordered_json object = timed("frame", event);
+            object["from"] = fromUnit ? "unit" : "station";
+            object.update(toJson(groups, decoded, frame));
+            printJson(object);
+            return;
+        }
+        const std::string line = std::string(fromUnit ? "unit     " : "station  ") + station::format(frame) + "  " +
+                                 catalogue::format(groups, decoded, frame);
+        std::puts(line.c_str());
+    }
+
+    void printCorrupt(const Frame& frame, const TraceEvent* event)
+    {
+        if (json_) {
+            ordered_json object = timed("corrupt", event);
+            object["cmd_one"] = frame.cmdOne;
+            object["cmd_two"] = frame.cmdTwo;
+            object["params"] = catalogue::formatHexBytes(frame.params);
+            printJson(object);
+            return;
+        }
+        std::puts(("corrupt  " + station::format(frame) + "  (! wrong checksum)").c_str());
+    }
+
+    void printBytes(const char* kind, const std::vector<std::uint8_t>& bytes)
+    {
+        const std::string text = catalogue::formatHexBytes(bytes);
+        if (json_) {
+            printJson({{"type", kind}, {"bytes", text}});
+            return;
+        }
+        std::printf("%s: %s\n", kind, text.c_str());
+    }
+
+    void printNote(const char* kind, const TraceEvent& event)
+    {
+        if (json_) {
+            printJson(timed(kind, &event));
+            return;
+        }
+        std::printf("%s\n", kind);
+    }
+
+    static ordered_json timed(const char* type, const TraceEvent* event)
+    {
+        ordered_json object{{"type", type}};
+        if (event != nullptr) {
+            object["time_ns"] =
+                std::chrono::duration_cast<std::chrono::nanoseconds>(event->at.time_since_epoch()).count();
+        }
+        return object;
+    }
+
+    Side side_;
+    bool json_;
+    bool foundFrame_ = false;
+    /// What the next frame of the unit may answer.
+    const catalogue::Command* asked_ = nullptr;
+};
+
+void decodeCapture(const std::string& name, const std::string& content, Printer& printer)
+{
+    std::istringstream stream(content);
+    station::pcapng::Reader reader(stream, name);
+    try {
+        while (const auto event = reader.next()) {
+            printer.print(*event);
+        }
+    } catch (const station::pcapng::Error& error) {
+        throw WrongUse(error.what());
+    }
+    if (reader.foreign() > 0) {
+        complain(kProgram, name + ": packets of other link types than USER0 were passed over: " +
+                               std::to_string(reader.foreign()));
+    }
+}
+
+void decodeContent(const std::string& name, const std::string& content, Printer& printer)
+{
+    if (isCapture(content)) {
+        decodeCapture(name, content, printer);
+        return;
+    }
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(content.data());
+    const auto pieces = isBinary(content) ? station::scanFrames({bytes, content.size()}) : readHexText(name, content);
+    for (const ScannedPiece& piece : pieces) {
+        printer.print(piece);
+    }
+}
+
+/// @returns whether the arguments name files, rather than being bytes themselves.
+bool areFiles(const std::vector<std::string>& inputs)
+{
+    if (inputs.empty()) {
+        return true;
+    }
+    for (const std::string& input : inputs) {
+        std::error_code error;
+        const bool hexadecimal = protocol::catalogue::parseHexBytes(input).has_value();
+        if (input == "-" || (!hexadecimal && std::filesystem::exists(input, error))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string joined(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words) {
+        text += word + " ";
+    }
+    return text;
+}
+
+int decode(const Options& options, Tool& tool)
+{
+    Printer printer(sideOf(options.from), tool.json);
+    if (areFiles(options.inputs)) {
+        const auto inputs = options.inputs.empty() ? std::vector<std::string>{"-"} : options.inputs;
+        for (const std::string& input : inputs) {
+            decodeContent(input == "-" ? "standard input" : input, readInput(input, tool.interrupt), printer);
+        }
+    } else {
+        const std::string text = joined(options.inputs);
+        if (options.inputs.size() == 1 && text.find_first_of("./") != std::string::npos) {
+            throw WrongUse("there is no file '" + options.inputs.front() + "'");
+        }
+        for (const ScannedPiece& piece : readHexText({}, text)) {
+            printer.print(piece);
+        }
+    }
+    if (!printer.foundFrame()) {
+        complain(kProgram,
+                 "no sound frame was found: one begins with 2A A2 and ends with its checksum; its content alone is "
+                 "written '8F 00 [01]', in quotes");
+        return kFailed;
+    }
+    return kPassed;
+}
+
+}  // namespace
+
+void addDecode(Tool& tool)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* verb = tool.app.add_subcommand(
+        "decode",
+        "Print what frames mean\n"
+        "Reads bytes in hexadecimal from the arguments, or from a file or standard input; a file may also be a capture "
+        "(pcapng, link type USER0) or the bare bytes of the line. Every frame is one line with its sender, its bytes "
+        "and its meaning; garbage, frames with a wrong checksum and incomplete ones are shown where they stood. What "
+        "the catalogue does not know stays bytes.\n"
+        "Exit status: 0 at least one sound frame was found, 1 none, 2 the input cannot be read.");
+    verb->add_option("INPUT", options->inputs,
+                     "Bytes in hexadecimal, a frame's content as '8F 00 [01]' in quotes, or a file; - or nothing is "
+                     "standard input")
+        ->type_name("FILE");
+    verb->add_option("--from", options->from,
+                     "Who sent the frames; auto goes by bit 7 of the group, and in a capture by the packet")
+        ->check(CLI::IsMember({"auto", "unit", "station"}))
+        ->default_str("auto");
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station decode 2A A2 00 04 82 01 24 FE FE 57\n"
+        "  engineering-station decode '82 01 [24 FE]'\n"
+        "  engineering-station decode trace.pcapng");
+    verb->callback([&tool, options] { tool.action = [&tool, options] { return decode(*options, tool); }; });
+}
+
+}  // namespace programs::station_tool

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "protocol/catalogue/Codec.h"
+
+namespace programs::station_tool {
+
+/// @returns what a frame means, the same wherever the tool prints a frame as JSON:
+///
+///     {"cmd_one": 130, "cmd_two": 1, "params": "24 FE", "kind": "reply", "key": "tuner.frequency",
+///      "fields": {"frequency": {"value": 9470, "text": "9470 (94.7 MHz on FM)", …}}, "problems": []}
+///
+/// "kind" is "request", "reply", "later", "notice" or "unknown". Further keys are there where they apply: "when", and
+/// "rest" (hexadecimal); of a field "choice", "unit", "scaled" with "value" and "unit", "problem".
+nlohmann::ordered_json toJson(protocol::catalogue::Groups groups, const protocol::catalogue::Decoded& decoded,
+                              const protocol::Frame& frame);
+
+}  // namespace programs::station_tool

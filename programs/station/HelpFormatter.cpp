@@ -1,0 +1,144 @@
+#include "programs/station/HelpFormatter.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "programs/station/CommandLine.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+constexpr std::size_t kWidth = 100;
+constexpr std::size_t kLeftColumn = 26;
+
+/// A row of two columns; the left one has a line of its own when it is too long.
+std::string row(const std::string& left, const std::string& right)
+{
+    std::string text = "  " + left;
+    std::size_t column = text.size();
+    for (const std::string& line : wrapped(right, kWidth - kLeftColumn)) {
+        if (column + 2 > kLeftColumn) {
+            text += '\n';
+            column = 0;
+        }
+        text += std::string(kLeftColumn - column, ' ') + line;
+        column = kLeftColumn;
+    }
+    return text + '\n';
+}
+
+std::string section(const std::string& title, const std::vector<const CLI::Option*>& options)
+{
+    std::string text;
+    for (const CLI::Option* option : options) {
+        text += row(signatureOf(*option), meaningOf(*option));
+    }
+    return text.empty() ? "" : "\n" + title + ":\n" + text;
+}
+
+std::vector<const CLI::Option*> withoutHelp(const CLI::App& app)
+{
+    auto options = optionsOf(app);
+    std::erase_if(options, [&](const CLI::Option* option) { return option == app.get_help_ptr(); });
+    return options;
+}
+
+/// The options of the nouns above, which every verb takes too.
+std::vector<const CLI::Option*> inherited(const CLI::App& app)
+{
+    std::vector<const CLI::Option*> options;
+    for (const CLI::App* above = app.get_parent(); above != nullptr; above = above->get_parent()) {
+        for (const CLI::Option* option : withoutHelp(*above)) {
+            if (!option->check_lname("version")) {
+                options.push_back(option);
+            }
+        }
+    }
+    return options;
+}
+
+}  // namespace
+
+std::vector<std::string> wrapped(const std::string& text, std::size_t width)
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string paragraph; std::getline(stream, paragraph);) {
+        std::istringstream words(paragraph);
+        std::string line;
+        for (std::string word; words >> word;) {
+            if (!line.empty() && line.size() + 1 + word.size() > width) {
+                lines.push_back(line);
+                line.clear();
+            }
+            line += (line.empty() ? "" : " ") + word;
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string signatureOf(const CLI::Option& option)
+{
+    if (option.get_positional() && !option.nonpositional()) {
+        return option.get_name(true, false) +
+               (option.get_expected_max() >= CLI::detail::expected_max_vector_size ? "..." : "");
+    }
+    std::string text;
+    for (const std::string& name : option.get_snames()) {
+        text += (text.empty() ? "-" : ", -") + name;
+    }
+    for (const std::string& name : option.get_lnames()) {
+        text += (text.empty() ? "--" : ", --") + name;
+    }
+    return takesValue(option) ? text + " " + valueName(option) : text;
+}
+
+std::string meaningOf(const CLI::Option& option)
+{
+    std::string text = option.get_description();
+    std::string values;
+    for (const std::string& value : valuesOf(option)) {
+        values += (values.empty() ? "" : ", ") + value;
+    }
+    if (!values.empty()) {
+        text += " (one of " + values + ")";
+    }
+    if (takesValue(option) && !option.get_default_str().empty()) {
+        text += " [" + option.get_default_str() + "]";
+    }
+    return text;
+}
+
+std::string usageOf(const CLI::App& verb)
+{
+    std::string text = pathOf(verb) + " [OPTIONS]";
+    for (const CLI::Option* option : positionalsOf(verb)) {
+        text += option->get_required() ? " " + signatureOf(*option) : " [" + signatureOf(*option) + "]";
+    }
+    const std::string noun = verb.get_parent() == nullptr ? "VERB" : "SUBVERB";
+    return verbsOf(verb).empty() ? text : text + " " + noun + " …";
+}
+
+std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const
+{
+    std::string text = "Usage: " + usageOf(*app) + "\n\n";
+    for (const std::string& line : wrapped(app->get_description(), kWidth)) {
+        text += line + "\n";
+    }
+    std::string verbs;
+    for (const CLI::App* verb : verbsOf(*app)) {
+        verbs += row(verb->get_name(), titleOf(*verb));
+    }
+    text += verbs.empty() ? "" : "\nVerbs:\n" + verbs;
+    text += section("Arguments", positionalsOf(*app));
+    text += section("Options", optionsOf(*app));
+    text += section("Options of every verb", inherited(*app));
+    if (!app->get_footer().empty()) {
+        text += "\n" + app->get_footer() + "\n";
+    }
+    return text;
+}
+
+}  // namespace programs::station_tool

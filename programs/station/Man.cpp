@@ -1,0 +1,146 @@
+#include <cstdio>
+#include <string>
+
+#include "programs/station/CommandLine.h"
+#include "programs/station/ExitStatuses.h"
+#include "programs/station/HelpFormatter.h"
+#include "programs/station/Tool.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+/// Text for a line of roff: nothing in it is taken for a request or an escape.
+std::string escaped(std::string_view text)
+{
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool lineStart = out.empty() || out.back() == '\n';
+        if (lineStart && (c == '.' || c == '\'')) {
+            out += "\\&";
+        }
+        if (c == '\\') {
+            out += "\\e";
+        } else if (c == '-') {
+            out += "\\-";
+        } else if (text.substr(i).starts_with("…")) {
+            out += "\\&...";
+            i += std::string_view("…").size() - 1;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+/// @returns the text with each of its lines as a paragraph of its own.
+std::string paragraphs(const std::string& text)
+{
+    std::string out;
+    for (const std::string& line : wrapped(text, static_cast<std::size_t>(-1))) {
+        if (!line.empty()) {
+            out += ".PP\n" + escaped(line) + "\n";
+        }
+    }
+    return out;
+}
+
+std::string item(const std::string& tag, const std::string& text)
+{
+    return ".TP\n.B " + escaped(tag) + "\n" + escaped(text) + "\n";
+}
+
+std::string item(const CLI::Option& option)
+{
+    // The port that is used when none is told depends on who asks; the page is read by others.
+    const bool port = valueName(option) == "PORT";
+    return item(signatureOf(option), port ? option.get_description() : meaningOf(option));
+}
+
+std::string items(const std::vector<const CLI::Option*>& options)
+{
+    std::string out;
+    for (const CLI::Option* option : options) {
+        out += item(*option);
+    }
+    return out;
+}
+
+std::string examples(const std::string& footer)
+{
+    std::string out;
+    for (std::size_t at = 0; at < footer.size();) {
+        const auto end = std::min(footer.find('\n', at), footer.size());
+        const std::string line = footer.substr(at, end - at);
+        out += line.starts_with("  ") ? escaped(line.substr(2)) + "\n" : "";
+        at = end + 1;
+    }
+    return out.empty() ? "" : ".PP\nExamples:\n.PP\n.RS 4\n.nf\n" + out + ".fi\n.RE\n";
+}
+
+/// The verb and those below it, each under a heading of its own.
+std::string verbText(const CLI::App& verb)
+{
+    std::string out;
+    if (verbsOf(verb).empty()) {
+        std::string usage = usageOf(verb);
+        usage.erase(0, std::string(kProgram).size() + 1);
+        out += ".SS " + escaped(usage) + "\n" + escaped(titleOf(verb)) + ".\n";
+        out += paragraphs(detailsOf(verb)) + items(positionalsOf(verb));
+        for (const CLI::Option* option : optionsOf(verb)) {
+            if (option != verb.get_help_ptr()) {
+                out += item(*option);
+            }
+        }
+        out += examples(verb.get_footer());
+    }
+    for (const CLI::App* below : verbsOf(verb)) {
+        out += verbText(*below);
+    }
+    return out;
+}
+
+std::string manual(const CLI::App& app)
+{
+    std::string out =
+        ".TH ENGINEERING\\-STATION 1 \"\" \"engineering\\-station " ENGINEERING_VERSION "\" \"Commands\"\n";
+    out += ".SH NAME\nengineering\\-station \\- the test station's side of a head unit's engineering line\n";
+    out += ".SH SYNOPSIS\n.B engineering\\-station\nVERB [OPTIONS] \\&...\n";
+    out += ".SH DESCRIPTION\n" + escaped(app.get_description()) + "\n";
+    out += ".PP\nData goes to standard output, diagnostics to standard error, one line for each error.\n";
+    out += ".SH OPTIONS\nEvery verb takes these.\n" + items(optionsOf(app));
+    out += ".SH VERBS\n";
+    for (const CLI::App* verb : verbsOf(app)) {
+        out += verbText(*verb);
+    }
+    out += ".SH EXIT STATUS\n";
+    for (const ExitStatus& each : kExitStatuses) {
+        out += item(std::to_string(each.status), each.meaning);
+    }
+    out += ".SH ENVIRONMENT\n";
+    out += item("NO_COLOR", "When it is set and not empty, output to a terminal is not coloured.");
+    out += item("XDG_RUNTIME_DIR", "Where the port is that is used without --port: engineering/uart below it.");
+    return out;
+}
+
+}  // namespace
+
+void addMan(Tool& tool)
+{
+    CLI::App* verb =
+        tool.app.add_subcommand("man",
+                                "Print the manual page\n"
+                                "It is made from the same descriptions as --help, in the format of man(1).");
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station man | man -l -");
+    verb->callback([&tool] {
+        tool.action = [&tool] {
+            std::fputs(manual(tool.app).c_str(), stdout);
+            return static_cast<int>(kPassed);
+        };
+    });
+}
+
+}  // namespace programs::station_tool

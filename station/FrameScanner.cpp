@@ -1,0 +1,94 @@
+#include "station/FrameScanner.h"
+
+#include <algorithm>
+
+#include "protocol/FrameAssembler.h"
+
+namespace station {
+
+namespace {
+
+using protocol::Bytes;
+using Kind = ScannedPiece::Kind;
+
+/// @returns the place where a frame may begin, or the end of `bytes`.
+std::size_t findHeader(Bytes bytes)
+{
+    constexpr std::uint8_t kHeader[] = {protocol::kHeader1, protocol::kHeader2};
+    return static_cast<std::size_t>(std::ranges::search(bytes, kHeader).begin() - bytes.begin());
+}
+
+/// Puts pieces together, those of one kind of noise that follow each other as one.
+class Pieces
+{
+public:
+    void add(Kind kind, Bytes bytes, protocol::Frame frame = {})
+    {
+        if (bytes.empty()) {
+            return;
+        }
+        if (kind == Kind::kGarbage && !pieces_.empty() && pieces_.back().kind == kind) {
+            pieces_.back().bytes.insert(pieces_.back().bytes.end(), bytes.begin(), bytes.end());
+            return;
+        }
+        pieces_.push_back({kind, std::move(frame), {bytes.begin(), bytes.end()}});
+    }
+
+    /// What no frame was found in: it may end with the beginning of one.
+    void addRest(Bytes bytes)
+    {
+        const std::size_t header = findHeader(bytes);
+        add(Kind::kGarbage, bytes.first(header));
+        add(Kind::kIncomplete, bytes.subspan(header));
+    }
+
+    std::vector<ScannedPiece> take() { return std::move(pieces_); }
+
+private:
+    std::vector<ScannedPiece> pieces_;
+};
+
+/// How many of the `consumed` bytes, which end with a frame, stand before it.
+std::size_t garbageBefore(Bytes consumed, std::uint8_t length)
+{
+    if (length == 0xFF) {
+        // Cut off where the stream ended: its own beginning tells.
+        for (std::size_t i = 0; i + protocol::kLengthOffset < consumed.size(); ++i) {
+            if (findHeader(consumed.subspan(i, 2)) == 0 && consumed[i + protocol::kLengthOffset] == length) {
+                return i;
+            }
+        }
+    }
+    const std::size_t size = protocol::frameLength(static_cast<std::size_t>(length) - 2);
+    return consumed.size() - std::min(consumed.size(), size);
+}
+
+}  // namespace
+
+std::vector<ScannedPiece> scanFrames(Bytes stream)
+{
+    protocol::FrameAssembler assembler;
+    Pieces pieces;
+    std::size_t done = 0;
+    for (std::size_t fed = 0; fed < stream.size();) {
+        // The assembler drops nothing of what is not longer than its limit.
+        const Bytes chunk = stream.subspan(fed, std::min(stream.size() - fed, protocol::FrameAssembler::kLimit));
+        fed += chunk.size();
+        const std::size_t dropped = assembler.append(chunk);
+        pieces.add(Kind::kGarbage, stream.subspan(done, dropped));
+        done += dropped;
+        while (auto received = assembler.worthParsing() || done > 0 ? assembler.next() : std::nullopt) {
+            const Bytes consumed = stream.subspan(done, fed - assembler.size() - done);
+            const std::size_t garbage = garbageBefore(consumed, received->length);
+            const auto params = received->params();
+            pieces.add(Kind::kGarbage, consumed.first(garbage));
+            pieces.add(received->checksumHolds ? Kind::kFrame : Kind::kCorrupt, consumed.subspan(garbage),
+                       {received->cmdOne, received->cmdTwo, {params.begin(), params.end()}});
+            done += consumed.size();
+        }
+    }
+    pieces.addRest(stream.subspan(done));
+    return pieces.take();
+}
+
+}  // namespace station

@@ -1,0 +1,267 @@
+// What engineering-station does without a line.
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "station/trace/Pcapng.h"
+#include "tests/integration/BenchTest.h"
+
+namespace tests {
+namespace {
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+Outcome station(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), ENGINEERING_STATION);
+    return run(arguments);
+}
+
+/// Runs a shell's command line in which $STATION is the program.
+Outcome shell(const std::string& line)
+{
+    return run({"bash", "-c", line}, {{"STATION", ENGINEERING_STATION}});
+}
+
+TEST(StationEncode, PrintsTheFrameOfACommand)
+{
+    EXPECT_EQ(station({"encode", "tuner.play", "frequency=8750"}).out, "2A A2 00 04 02 00 22 2E FF AA\n");
+    EXPECT_EQ(station({"encode", "tuner.play", "frequency=87.5MHz"}).out, "2A A2 00 04 02 00 22 2E FF AA\n");
+    EXPECT_EQ(station({"encode", "0F", "00", "01"}).out, "2A A2 00 03 0F 00 01 00 FF ED\n");
+}
+
+TEST(StationEncode, AsJsonSaysWhatTheFrameMeans)
+{
+    const json object = json::parse(station({"encode", "tuner.tune", "action=seek-up", "--json"}).out);
+
+    EXPECT_EQ(object["schema"], 1);
+    EXPECT_EQ(object["bytes"], "2A A2 00 03 02 04 01 00 FF F6");
+    EXPECT_EQ(object["request"]["fields"]["action"]["choice"], "seek-up");
+}
+
+TEST(StationEncode, OfADestructiveCommandNeedsNoYes)
+{
+    EXPECT_EQ(station({"encode", "bluetooth.delete-pairings"}).status, 0);
+}
+
+TEST(StationDecode, PrintsFramesWithTheirSenderAndMeaning)
+{
+    const auto outcome = station({"decode", "2A", "A2", "00", "02", "02", "01", "FF", "FB", "2A", "A2", "00", "04",
+                                  "82", "01", "24", "FE", "FE", "57"});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out,
+              "station  02 01 []  tuner.frequency\n"
+              "unit     82 01 [24 FE]  tuner.frequency: frequency=9470 (94.7 MHz on FM)\n");
+}
+
+TEST(StationDecode, ShowsGarbageWrongChecksumsAndACutEndWhereTheyStand)
+{
+    const auto outcome = station({"decode", "11 22", "2AA20004820124FEFE58", "2A A2 00 02 02 01 FF FB", "2A A2 00 04"});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out,
+              "garbage: 11 22\n"
+              "corrupt  82 01 [24 FE]  (! wrong checksum)\n"
+              "station  02 01 []  tuner.frequency\n"
+              "incomplete: 2A A2 00 04\n");
+}
+
+TEST(StationDecode, LeavesWhatTheCatalogueDoesNotKnowAsBytes)
+{
+    EXPECT_EQ(station({"decode", "8F 77 [01 02]"}).out, "unit     8F 77 [01 02]  8F 77: 01 02\n");
+    EXPECT_EQ(station({"decode", "33 44 []"}).out, "station  33 44 []  33 44\n");
+}
+
+TEST(StationDecode, GoesByTheSenderThatItIsTold)
+{
+    EXPECT_THAT(station({"decode", "02 01 []", "--from", "unit"}).out, StartsWith("unit     02 01 []  02 01"));
+    EXPECT_THAT(station({"decode", "82 01 []", "--from=station"}).out, StartsWith("station  82 01 []  82 01"));
+}
+
+TEST(StationDecode, TakesASharedCodeAsTheReplyToTheRequestBeforeIt)
+{
+    const auto lines = linesOf(shell("printf '0A 12 []\\n8A 0F []\\n' | $STATION decode").out);
+
+    ASSERT_THAT(lines, SizeIs(2));
+    const auto key = [](const std::string& line) { return line.substr(line.find(']')); };
+    EXPECT_THAT(key(lines[1]), StartsWith(key(lines[0])));
+}
+
+TEST(StationDecode, AsJsonIsOneObjectForEachPiece)
+{
+    const auto lines = linesOf(station({"decode", "11 2A A2 00 04 82 01 24 FE FE 57", "--json"}).out);
+
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(json::parse(lines[0]), json::parse(R"({"schema": 1, "type": "garbage", "bytes": "11"})"));
+    EXPECT_EQ(json::parse(lines[1])["from"], "unit");
+    EXPECT_EQ(json::parse(lines[1])["fields"]["frequency"]["value"], 9470);
+}
+
+TEST(StationDecode, ReadsHexadecimalTextFromAFileAndStandardInput)
+{
+    const TempDir directory;
+    const auto path = directory.path() / "frames.txt";
+    std::ofstream(path) << "# a question\n2A A2 00 02 02 01 FF FB\n82 01 [24 FE]  # and its answer\n";
+
+    const auto fromFile = station({"decode", path.string()});
+
+    EXPECT_THAT(linesOf(fromFile.out),
+                ElementsAre(StartsWith("station  02 01 []"), StartsWith("unit     82 01 [24 FE]")));
+    EXPECT_EQ(shell("$STATION decode < " + path.string()).out, fromFile.out);
+    EXPECT_EQ(shell("$STATION decode - < " + path.string()).out, fromFile.out);
+}
+
+TEST(StationDecode, ReadsTheBareBytesOfALine)
+{
+    EXPECT_EQ(shell("printf '\\x2A\\xA2\\x00\\x02\\x02\\x01\\xFF\\xFB' | $STATION decode").out,
+              "station  02 01 []  tuner.frequency\n");
+}
+
+TEST(StationDecode, ReadsACaptureWithItsDirections)
+{
+    const TempDir directory;
+    const auto path = directory.path() / "trace.pcapng";
+    {
+        station::pcapng::File file(path.string(), {"test", "/dev/ttyUSB0", 115200}, {});
+        using Kind = station::TraceEvent::Kind;
+        const std::chrono::system_clock::time_point at(std::chrono::seconds(1'800'000'000));
+        file.on({Kind::kSent, at, {}, {0x02, 0x01, {}}, {}});
+        file.on({Kind::kReceived, at, {}, {0x82, 0x01, {0x24, 0xFE}}, {}});
+    }
+
+    EXPECT_EQ(station({"decode", path.string()}).out,
+              "station  02 01 []  tuner.frequency\n"
+              "unit     82 01 [24 FE]  tuner.frequency: frequency=9470 (94.7 MHz on FM)\n");
+    const auto lines = linesOf(station({"decode", path.string(), "--json"}).out);
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(json::parse(lines[1])["time_ns"], 1'800'000'000'000'000'000);
+}
+
+TEST(StationDecode, WithoutASoundFrameHasStatusOne)
+{
+    const auto outcome = station({"decode", "11", "22"});
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "garbage: 11 22\n");
+    EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
+    EXPECT_EQ(shell("$STATION decode < /dev/null").status, 1);
+}
+
+struct Mistake {
+    const char* name;
+    const char* line;
+    const char* text;
+};
+
+class OfflineMistakeTest : public testing::TestWithParam<Mistake>
+{
+};
+
+TEST_P(OfflineMistakeTest, IsOneLineThatSaysWhatWouldBeRightWithStatusTwo)
+{
+    const auto outcome = shell(GetParam().line);
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr(GetParam().text)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Station, OfflineMistakeTest,
+    testing::Values(
+        Mistake{"NoVerb", "$STATION", "needs a verb: "},
+        Mistake{"MistypedVerb", "$STATION sned", "'sned' is no verb of 'engineering-station'; did you mean 'send'?"},
+        Mistake{"UnlikeAnyVerb", "$STATION transmogrify", "is no verb of 'engineering-station'; it has: "},
+        Mistake{"NounWithoutVerb", "$STATION catalogue",
+                "'engineering-station catalogue' needs a verb: show, list, check"},
+        Mistake{"MistypedSubverb", "$STATION catalogue chekc x", "did you mean 'check'?"},
+        Mistake{"OneArgumentTooMany", "$STATION catalogue list tuner", "'tuner' is one argument too many"},
+        Mistake{"UnknownKeyToShow", "$STATION catalogue show tuner.tone", "did you mean 'tuner.tune'?"},
+        Mistake{"UnknownShell", "$STATION completion fish", "bash"},
+        Mistake{"UnknownSender", "$STATION decode 00 --from nobody", "station"},
+        Mistake{"NoSuchFileToDecode", "$STATION decode trace.pcapng", "there is no file 'trace.pcapng'"},
+        Mistake{"NoHexadecimalInAFile", "printf '00\\nxyz\\n' | $STATION decode",
+                "standard input:2: 'xyz' are no bytes; hexadecimal was expected"},
+        Mistake{"BracketsThatDoNotClose", "$STATION decode '8F 00 [01'", "are no bytes"},
+        Mistake{"CaptureThatIsCutOff", "printf '\\x0A\\x0D\\x0D\\x0A\\x1C' | $STATION decode", "standard input"},
+        Mistake{"NoSuchCatalogue", "$STATION catalogue check /no/such.toml",
+                "/no/such.toml: cannot be read: No such file or directory"},
+        Mistake{"DirectoryForACatalogue", "$STATION catalogue check /", "/: cannot be read: Is a directory"},
+        Mistake{"CatalogueThatIsNoToml", "printf '\\nschema = \\n' | $STATION catalogue check -", "-:2:"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(Station, SaysThatItsOutputCouldNotBeWritten)
+{
+    const auto outcome = shell("$STATION catalogue show > /dev/full");
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("standard output cannot be written: No space left on device"));
+}
+
+TEST(Station, EndsQuietlyWhenTheReaderHasWhatItWanted)
+{
+    EXPECT_THAT(shell("$STATION catalogue show | head -1").err, IsEmpty());
+}
+
+TEST(StationCatalogue, ShowsOneCommandWithAnExampleThatCanBeTyped)
+{
+    const auto outcome = station({"catalogue", "show", "tuner.play"});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.out, AllOf(StartsWith("tuner.play, 02 00: "),
+                                   EndsWith("\nExample:\n"
+                                            "  engineering-station send tuner.play frequency=8750\n"
+                                            "  2A A2 00 04 02 00 22 2E FF AA\n")));
+}
+
+TEST(StationCatalogue, EveryCommandHasAnExample)
+{
+    const json list = json::parse(station({"catalogue", "list", "--json"}).out);
+
+    ASSERT_GT(list["commands"].size(), 50U);
+    for (const std::string key : list["commands"]) {
+        EXPECT_THAT(station({"catalogue", "show", key}).out, HasSubstr("\nExample:\n")) << key;
+    }
+}
+
+TEST(StationCatalogue, AsJsonIsWhole)
+{
+    const json object = json::parse(station({"catalogue", "show", "--json"}).out);
+
+    EXPECT_EQ(object["schema"], 1);
+    EXPECT_THAT(object["sha256"].get<std::string>(), SizeIs(64));
+    std::size_t commands = 0;
+    for (const json& group : object["groups"]) {
+        commands += group["commands"].size();
+    }
+    EXPECT_EQ(commands, json::parse(station({"catalogue", "list", "--json"}).out)["commands"].size());
+}
+
+TEST(StationCatalogue, CheckTellsEveryMistakeByItsPlace)
+{
+    const TempDir directory;
+    const auto path = (directory.path() / "catalogue.toml").string();
+    std::ofstream(path) << "schema = 1\n[[group]]\ncode = 0x100\nkey = 7\n";
+
+    const auto outcome = station({"catalogue", "check", path});
+
+    EXPECT_EQ(outcome.status, 2);
+    ASSERT_THAT(linesOf(outcome.err), SizeIs(testing::Ge(2U)));
+    for (const std::string& line : linesOf(outcome.err)) {
+        EXPECT_THAT(line, testing::MatchesRegex(path + ":[0-9]+:[0-9]+: .+"));
+    }
+    const json object = json::parse(station({"catalogue", "check", path, "--json"}).out);
+    EXPECT_EQ(object["problems"].size(), linesOf(outcome.err).size());
+}
+
+}  // namespace
+}  // namespace tests
