@@ -49,6 +49,13 @@ void syncFolder(const std::string& path)
     }
 }
 
+/// @returns the factory serial number among the values, empty for none.
+std::string serialOf(const Values& values)
+{
+    const auto found = values.find("factory-serial");
+    return found == values.end() ? "" : found->second;
+}
+
 bool shareAValue(const Values& one, const Values& other)
 {
     return std::ranges::any_of(one, [&](const auto& entry) {
@@ -113,35 +120,40 @@ Ledger::~Ledger()
     close(descriptor_);
 }
 
-Ledger::Grant Ledger::reserve(const CsvTable& table, const std::string& unit, const std::optional<std::string>& serial,
+Ledger::Grant Ledger::reserve(const CsvTable& table, const Unit& unit, const std::optional<std::string>& serial,
                               bool dryRun)
 {
     const WholeLock lock(*this);
     const Reservations given = load();
-    const auto bySerial = [&](const CsvRow& row) {
-        const auto found = row.values.find("factory-serial");
-        return found != row.values.end() && found->second == *serial;
-    };
 
-    const auto own = std::ranges::find(given, unit, &Reservation::unit);
-    if (own != given.end()) {
+    if (const auto own = ownOf(unit, given); own != given.end()) {
         const CsvRow* row = rowFor(table, *own);
-        if (serial && !bySerial(*row)) {
-            throw NoRow("unit " + unit + " has been given line " + std::to_string(row->line) + " of " + table.path +
-                        ", not the one of factory serial " + *serial);
+        if (serial && serialOf(row->values) != *serial) {
+            throw NoRow("unit " + own->unit + " has been given line " + std::to_string(row->line) + " of " +
+                        table.path + ", not the one of factory serial " + *serial);
         }
         if (!dryRun && !tryLock(own->offset)) {
-            throw NoRow("another station works on unit " + unit);
+            throw NoRow("another station works on unit " + own->unit);
         }
-        return {*row, true};
+        return {*row, own->unit, true};
     }
 
     const auto owner = [&](const CsvRow& row) {
         const Values unique = uniqueValues(row.values, records_);
         return std::ranges::find_if(given, [&](const Reservation& one) { return shareAValue(one.values, unique); });
     };
-    const auto row = std::ranges::find_if(
-        table.rows, [&](const CsvRow& one) { return serial ? bySerial(one) : owner(one) == given.end(); });
+    const auto rowOfSerial = [&](const std::string& wanted) {
+        return std::ranges::find_if(table.rows, [&](const CsvRow& row) { return serialOf(row.values) == wanted; });
+    };
+    auto row = table.rows.end();
+    if (serial) {
+        row = rowOfSerial(*serial);
+    } else if (unit.id.empty()) {
+        row = rowOfSerial(unit.serial);
+    }
+    if (row == table.rows.end() && !serial) {
+        row = std::ranges::find_if(table.rows, [&](const CsvRow& one) { return owner(one) == given.end(); });
+    }
     if (row == table.rows.end()) {
         throw NoRow(serial ? table.path + " has no row with factory serial " + *serial
                            : table.path + ": all " + std::to_string(table.rows.size()) + " rows have been given away");
@@ -150,25 +162,42 @@ Ledger::Grant Ledger::reserve(const CsvTable& table, const std::string& unit, co
         throw NoRow(table.path + ":" + std::to_string(row->line) + ": a value of this row has been given to unit " +
                     other->unit);
     }
+    const std::string name = unit.id.empty() ? unit.serial : unit.id;
     if (!dryRun) {
         const off_t offset = end_;
         append(jsonLine({{"event", "reserved"},
-                         {"unit", unit},
+                         {"unit", name},
                          {"line", row->line},
                          {"values", ordered_json(uniqueValues(row->values, records_))}}));
         if (!tryLock(offset)) {
             fail("another station has locked a reservation that was not there");
         }
     }
-    return {*row, false};
+    return {*row, name, false};
 }
 
-std::optional<CsvRow> Ledger::rowOf(const CsvTable& table, const std::string& unit)
+std::optional<CsvRow> Ledger::rowOf(const CsvTable& table, const std::string& id)
 {
     const WholeLock lock(*this);
     const Reservations given = load();
-    const auto own = std::ranges::find(given, unit, &Reservation::unit);
+    const auto own = std::ranges::find(given, id, &Reservation::unit);
     return own == given.end() ? std::nullopt : std::optional(*rowFor(table, *own));
+}
+
+Ledger::Reservations::const_iterator Ledger::ownOf(const Unit& unit, const Reservations& given) const
+{
+    // What the unit holds is stronger than what somebody calls it.
+    const auto holder = unit.serial.empty() ? given.end() : std::ranges::find_if(given, [&](const Reservation& one) {
+        return serialOf(one.values) == unit.serial;
+    });
+    if (unit.id.empty()) {
+        return holder != given.end() ? holder : std::ranges::find(given, unit.serial, &Reservation::unit);
+    }
+    if (holder != given.end() && holder->unit != unit.id) {
+        throw NoRow("this is no unit " + unit.id + ": it holds factory serial " + unit.serial +
+                    ", which was given to unit " + holder->unit);
+    }
+    return std::ranges::find(given, unit.id, &Reservation::unit);
 }
 
 void Ledger::noteVerified(const std::string& unit)

@@ -46,21 +46,28 @@ public:
     Ledger(const Ledger&) = delete;
     Ledger& operator=(const Ledger&) = delete;
 
+    /// Which unit is on the line. At least one of them is not empty.
+    struct Unit {
+        std::string id;      ///< what tells it from others before it has an identity: printed on it, for one
+        std::string serial;  ///< the factory serial number that it holds
+    };
+
     struct Grant {
         CsvRow row;
+        /// The unit as the ledger knows it.
+        std::string unit;
         /// The unit had the row before.
         bool again = false;
     };
 
-    /// Chooses the row for a unit: its own when it has one, else the one with the factory serial number `serial`, else
-    /// the first that is free. Reserves it, unless `dryRun`, and keeps it locked against other stations until this
-    /// object's end. To be called once. Throws NoRow, LedgerError, Interrupted.
-    /// @param unit what tells the unit from others before it has an identity: printed on it, for one.
-    Grant reserve(const CsvTable& table, const std::string& unit, const std::optional<std::string>& serial,
-                  bool dryRun);
+    /// Chooses the row for a unit: its own when it has one; else that with the factory serial number `serial`, when
+    /// that is given; else, for a unit without an id, that of the serial number which it holds; else the first that is
+    /// free. Reserves it, unless `dryRun`, and keeps it locked against other stations until this object's end. To be
+    /// called once. Throws NoRow, LedgerError, Interrupted.
+    Grant reserve(const CsvTable& table, const Unit& unit, const std::optional<std::string>& serial, bool dryRun);
 
-    /// @returns the row that the unit has been given; nothing for none. Throws as `reserve` does.
-    std::optional<CsvRow> rowOf(const CsvTable& table, const std::string& unit);
+    /// @returns the row that the unit of this id has been given; nothing for none. Throws as `reserve` does.
+    std::optional<CsvRow> rowOf(const CsvTable& table, const std::string& id);
 
     /// Notes that the unit has all values of its row.
     void noteVerified(const std::string& unit);
@@ -80,6 +87,7 @@ private:
 
     Reservations load();
     void append(const std::string& line);
+    Reservations::const_iterator ownOf(const Unit& unit, const Reservations& given) const;
     const CsvRow* rowFor(const CsvTable& table, const Reservation& reservation) const;
     bool tryLock(off_t offset) const;
     [[noreturn]] void fail(const std::string& what) const;

@@ -34,7 +34,13 @@ protected:
     /// A station of its own, which ends with the call.
     Ledger::Grant reserve(const std::string& unit, const std::optional<std::string>& serial = {}, bool dryRun = false)
     {
-        return Ledger(csv, all, nullptr).reserve(table, unit, serial, dryRun);
+        return Ledger(csv, all, nullptr).reserve(table, {unit, ""}, serial, dryRun);
+    }
+
+    /// The same for a unit that holds a factory serial.
+    Ledger::Grant reserveHolding(const std::string& held, const std::string& unit = {})
+    {
+        return Ledger(csv, all, nullptr).reserve(table, {unit, held}, {}, false);
     }
 
     std::string refusal(const std::string& unit, const std::optional<std::string>& serial = {})
@@ -86,6 +92,51 @@ TEST_F(LedgerTest, RowCanBeChosenByItsFactorySerial)
     EXPECT_THAT(refusal("U1", "SN1"), HasSubstr("has been given line 3"));
 }
 
+TEST_F(LedgerTest, UnitIsKnownByTheFactorySerialThatItWasGiven)
+{
+    reserve("U1");
+
+    const auto again = reserveHolding("SN1");
+
+    EXPECT_TRUE(again.again);
+    EXPECT_EQ(again.unit, "U1");
+    EXPECT_EQ(again.row.line, 2u);
+}
+
+TEST_F(LedgerTest, UnitIsKnownByTheFactorySerialThatItHadBefore)
+{
+    EXPECT_EQ(reserveHolding("OLD").row.line, 2u);
+
+    EXPECT_TRUE(reserveHolding("OLD").again);
+    EXPECT_TRUE(reserveHolding("SN1").again);
+}
+
+TEST_F(LedgerTest, UnitWhoseFactorySerialStandsInTheFileGetsThatRow)
+{
+    EXPECT_EQ(reserveHolding("SN2").row.line, 3u);
+    EXPECT_EQ(reserve("U1").row.line, 2u);
+}
+
+TEST_F(LedgerTest, UnitThatIsCalledByAnotherUnitsNameIsRefused)
+{
+    reserve("U1");
+    reserve("U2");
+
+    try {
+        reserveHolding("SN1", "U2");
+        FAIL() << "it was given a row";
+    } catch (const NoRow& error) {
+        EXPECT_THAT(error.what(), HasSubstr("it holds factory serial SN1, which was given to unit U1"));
+    }
+}
+
+TEST_F(LedgerTest, UnitThatIsCalledByAnothersFactorySerialIsNotTakenForThatUnit)
+{
+    reserve("U1");
+
+    EXPECT_EQ(reserve("SN1").row.line, 3u);
+}
+
 TEST_F(LedgerTest, DryRunGivesNothingAway)
 {
     EXPECT_EQ(reserve("U1", {}, true).row.line, 2u);
@@ -130,7 +181,7 @@ TEST_F(LedgerTest, RowOfAUnitIsToldWithoutGivingOne)
 TEST_F(LedgerTest, TwoStationsDoNotWorkOnTheSameUnit)
 {
     Ledger first(csv, all, nullptr);
-    first.reserve(table, "U1", {}, false);
+    first.reserve(table, {"U1", ""}, {}, false);
 
     EXPECT_THAT(refusal("U1"), HasSubstr("another station works on unit U1"));
     EXPECT_EQ(reserve("U2").row.line, 3u);
@@ -142,7 +193,7 @@ TEST_F(LedgerTest, LinksToOneFileShareItsLedger)
     std::filesystem::create_symlink(csv, other);
     reserve("U1");
 
-    EXPECT_EQ(Ledger(other, all, nullptr).reserve(table, "U2", {}, false).row.line, 3u);
+    EXPECT_EQ(Ledger(other, all, nullptr).reserve(table, {"U2", ""}, {}, false).row.line, 3u);
 }
 
 TEST_F(LedgerTest, WhatAStationHadBegunToWriteWhenItDiedCountsForNothing)
@@ -198,7 +249,7 @@ TEST_F(LedgerTest, InterruptEndsTheWaitForAnotherStation)
     ASSERT_EQ(fcntl(other, F_OFD_SETLK, &everything), 0);
     interrupt.request();
 
-    EXPECT_THROW(waiting.reserve(table, "U1", {}, false), Interrupted);
+    EXPECT_THROW(waiting.reserve(table, {"U1", ""}, {}, false), Interrupted);
     close(other);
 }
 

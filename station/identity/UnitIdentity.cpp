@@ -49,6 +49,13 @@ void UnitIdentity::enterTestMode()
     }
 }
 
+void UnitIdentity::keepTestMode()
+{
+    if (modeBefore_ && !isOn(ask(command(kMode)))) {
+        ask(command(kSetMode), {kOn});
+    }
+}
+
 void UnitIdentity::restoreMode()
 {
     if (std::exchange(modeBefore_, std::nullopt) == false) {

@@ -36,6 +36,9 @@ public:
     /// Switches auto-test mode on and remembers what it was before.
     void enterTestMode();
 
+    /// Switches the mode on again when a unit that was put into it has left it, as one that started again has.
+    void keepTestMode();
+
     /// Gives the unit the mode back that it had; nothing when it was on before, or `enterTestMode` found nothing out.
     void restoreMode();
 
