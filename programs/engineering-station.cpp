@@ -93,9 +93,12 @@ int main(int argc, char** argv)
         Tool tool{app, false, {}, interrupt};
         setUp(app, tool.json);
         app.footer(exitStatusText());
+        addPorts(tool);
         addSend(tool);
         addEncode(tool);
         addDecode(tool);
+        addMonitor(tool);
+        addIdentity(tool);
         addCatalogue(tool);
         addCompletion(tool);
         addMan(tool);

@@ -19,3 +19,7 @@ add_executable(engineering-station
 target_compile_definitions(engineering-station PRIVATE ENGINEERING_VERSION="${PROJECT_VERSION}")
 target_link_libraries(engineering-station PRIVATE
   station catalogue catalogue_loader CLI11::CLI11 nlohmann_json::nlohmann_json)
+
+# What is done on a line by hand.
+target_sources(engineering-station PRIVATE station/Identity.cpp station/Monitor.cpp station/Ports.cpp)
+target_link_libraries(engineering-station PRIVATE station_identity station_monitor)

@@ -1,0 +1,513 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "programs/Cli.h"
+#include "programs/station/Tool.h"
+#include "protocol/catalogue/Catalogue.h"
+#include "station/Connection.h"
+#include "station/identity/CsvSource.h"
+#include "station/identity/Journal.h"
+#include "station/identity/Ledger.h"
+#include "station/identity/Provision.h"
+#include "station/identity/Record.h"
+#include "station/identity/UnitIdentity.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+using nlohmann::ordered_json;
+using station::Connection;
+namespace catalogue = protocol::catalogue;
+namespace identity = station::identity;
+using identity::Done;
+using identity::Record;
+using identity::Result;
+using identity::Stored;
+using identity::Wanted;
+
+struct Options {
+    station::PortSpec port;
+    // A record is on the disk when the next frame is answered, and a flash may take its time.
+    double timeoutSeconds = 5;
+    std::vector<std::string> records;
+    std::vector<std::string> set;
+    std::string csv;
+    std::string serial;
+    std::string unit;
+    std::string journal;
+    bool overwrite = false;
+    bool dryRun = false;
+};
+
+/// @returns where the journal is kept when nothing else was said; empty for no such place.
+std::string defaultJournal()
+{
+    const auto variable = [](const char* name) {
+        const char* value = std::getenv(name);
+        return std::string(value == nullptr ? "" : value);
+    };
+    std::string folder = variable("XDG_STATE_HOME");
+    if (folder.empty()) {
+        folder = variable("HOME");
+        folder += folder.empty() ? "" : "/.local/state";
+    }
+    return folder.empty() ? "" : folder + "/" + kProgram + "/identity.jsonl";
+}
+
+ordered_json toJson(const Stored& stored, const Record& record)
+{
+    if (!record.presenceOnly) {
+        return stored.present ? ordered_json(stored.value) : ordered_json(nullptr);
+    }
+    return {{"present", stored.present},
+            {"controller", stored.value.empty() ? ordered_json(nullptr) : ordered_json(stored.value)}};
+}
+
+ordered_json toJson(const Done& done)
+{
+    return {{"type", "record"},
+            {"record", done.record->name},
+            {"old", toJson(done.before, *done.record)},
+            {"new", done.wanted},
+            {"read", toJson(done.after, *done.record)},
+            {"result", name(done.result)}};
+}
+
+/// @returns `text` without what a terminal would obey: a unit may hold any bytes.
+std::string printable(std::string text)
+{
+    std::ranges::replace_if(
+        text, [](unsigned char c) { return c < 0x20 || c >= 0x7F; }, '?');
+    return text;
+}
+
+/// A conversation with the unit on the port, in auto-test mode.
+class Session
+{
+public:
+    Session(const Options& options, Tool& tool)
+        : tool_(tool)
+        , connection_(options.port, {.interrupt = &tool.interrupt})
+        , unit_(connection_, catalogue::groups(),
+                std::chrono::duration_cast<std::chrono::nanoseconds>(
+                    std::chrono::duration<double>(options.timeoutSeconds)))
+    {
+    }
+
+    /// Runs `work(unit)` in auto-test mode, and gives the unit the mode back that it had, whatever happens.
+    template <class Work>
+    int run(Work work)
+    {
+        int status = kFailed;
+        try {
+            unit_.enterTestMode();
+            status = work(unit_);
+        } catch (const identity::NoAnswer& error) {
+            complain(kProgram, error.what());
+            status = kNoAnswer;
+            failure_ = error.what();
+        } catch (...) {
+            restore();
+            throw;
+        }
+        restore();
+        return status;
+    }
+
+private:
+    void restore()
+    {
+        // Ctrl-C ends the work, not the cleaning up behind it.
+        const bool interrupted = tool_.interrupt.requested();
+        tool_.interrupt.clear();
+        try {
+            unit_.restoreMode();
+        } catch (const std::exception& error) {
+            if (error.what() != failure_) {
+                complain(kProgram, std::string("auto-test mode may be left on: ") + error.what());
+            }
+        }
+        if (interrupted) {
+            tool_.interrupt.request();
+        }
+    }
+
+    Tool& tool_;
+    Connection connection_;
+    identity::UnitIdentity unit_;
+    std::string failure_;
+};
+
+int read(const Options& options, Tool& tool)
+{
+    const auto all = identity::records(catalogue::groups());
+    std::vector<const Record*> chosen;
+    try {
+        for (const std::string& name : options.records) {
+            chosen.push_back(&require(all, name));
+        }
+    } catch (const std::invalid_argument& error) {
+        throw WrongUse(error.what());
+    }
+    if (chosen.empty()) {
+        for (const Record& record : all) {
+            chosen.push_back(&record);
+        }
+    }
+    return Session(options, tool).run([&](identity::UnitIdentity& unit) {
+        ordered_json object = ordered_json::object();
+        for (const Record* record : chosen) {
+            const Stored stored = unit.read(*record);
+            if (tool.json) {
+                object[std::string(record->name)] = toJson(stored, *record);
+                continue;
+            }
+            std::string text = stored.present ? stored.value : "(none)";
+            if (record->presenceOnly) {
+                text = stored.present ? "(written)" : "(none)";
+                text += stored.value.empty() ? "" : ", the controller runs " + stored.value;
+            }
+            std::printf("%-18s %s\n", std::string(record->name).c_str(), printable(text).c_str());
+            std::fflush(stdout);
+        }
+        if (tool.json) {
+            printJson({{"records", std::move(object)}});
+        }
+        return kPassed;
+    });
+}
+
+/// Where the values come from, and which unit they are for.
+class Source
+{
+public:
+    Source(const Options& options, Tool& tool) : options_(options), tool_(tool)
+    {
+        try {
+            for (const std::string& text : options.set) {
+                addSet(text);
+            }
+        } catch (const std::invalid_argument& error) {
+            throw WrongUse(std::string("--set: ") + error.what());
+        }
+        if (options.csv.empty() && set_.empty()) {
+            throw WrongUse("nothing to do: values were expected, from --set RECORD=VALUE or --csv FILE");
+        }
+        if (options.csv.empty() && !options.serial.empty()) {
+            throw WrongUse("--serial chooses a row of --csv FILE, which was not given");
+        }
+        if (!options.csv.empty()) {
+            try {
+                table_ = identity::readCsv(options.csv, records_);
+            } catch (const identity::CsvError& error) {
+                throw WrongUse(error.what());
+            }
+        }
+    }
+
+    /// @returns what the unit on the line is to have; a row is reserved for it.
+    std::vector<Wanted> reserve(identity::UnitIdentity& unit)
+    {
+        if (!table_) {
+            return set_;
+        }
+        const identity::Ledger::Unit line{options_.unit, unit.read(require(records_, "factory-serial")).value};
+        if (line.id.empty() && line.serial.empty()) {
+            throw WrongUse(
+                "the unit has no factory serial yet: name it with --unit (what is printed on it, for one), so that a "
+                "second "
+                "try finds the same row");
+        }
+        openLedger();
+        const auto grant = ledger_->reserve(*table_, line, optional(options_.serial), options_.dryRun);
+        unit_ = grant.unit;
+        return wantedOf(grant.row, grant.again);
+    }
+
+    /// @returns what the unit on the line should have.
+    std::vector<Wanted> find(identity::UnitIdentity& unit)
+    {
+        if (!table_) {
+            return set_;
+        }
+        std::string serial = options_.serial;
+        if (serial.empty() && !options_.unit.empty()) {
+            unit_ = options_.unit;
+            openLedger();
+            const auto row = ledger_->rowOf(*table_, unit_);
+            if (!row) {
+                throw identity::NoRow("unit " + unit_ + " has not been given a row of " + table_->path);
+            }
+            return wantedOf(*row, true);
+        }
+        if (serial.empty()) {
+            serial = unit.read(require(records_, "factory-serial")).value;
+        }
+        if (serial.empty()) {
+            throw identity::NoRow("the unit has no factory serial by which to find its row: give --serial or --unit");
+        }
+        for (const identity::CsvRow& row : table_->rows) {
+            const auto found = row.values.find("factory-serial");
+            if (found != row.values.end() && found->second == serial) {
+                return wantedOf(row, true);
+            }
+        }
+        throw identity::NoRow(table_->path + " has no row with factory serial " + serial);
+    }
+
+    void noteVerified()
+    {
+        if (ledger_) {
+            ledger_->noteVerified(unit_);
+        }
+    }
+
+    const std::string& unit() const { return unit_; }
+
+private:
+    static std::optional<std::string> optional(const std::string& text)
+    {
+        return text.empty() ? std::nullopt : std::optional(text);
+    }
+
+    void addSet(const std::string& text)
+    {
+        const auto equals = text.find('=');
+        if (equals == std::string::npos) {
+            throw std::invalid_argument("'" + text + "' is no RECORD=VALUE, as in factory-serial=SN123");
+        }
+        const Record& record = require(records_, text.substr(0, equals));
+        if (std::ranges::find(set_, &record, &Wanted::record) != set_.end()) {
+            throw std::invalid_argument("two values for " + std::string(record.name));
+        }
+        try {
+            set_.push_back({&record, normalise(record, text.substr(equals + 1)), false});
+        } catch (const std::invalid_argument& error) {
+            throw std::invalid_argument(std::string(record.name) + ": " + error.what());
+        }
+    }
+
+    void openLedger() { ledger_.emplace(table_->path, records_, &tool_.interrupt); }
+
+    std::vector<Wanted> wantedOf(const identity::CsvRow& row, bool own) const
+    {
+        std::vector<Wanted> all;
+        for (const Record& record : records_) {
+            const auto found = row.values.find(record.name);
+            if (found != row.values.end()) {
+                all.push_back({&record, found->second, own});
+            }
+        }
+        return all;
+    }
+
+    const Options& options_;
+    Tool& tool_;
+    std::vector<Record> records_ = identity::records(catalogue::groups());
+    std::vector<Wanted> set_;
+    std::optional<identity::CsvTable> table_;
+    std::optional<identity::Ledger> ledger_;
+    std::string unit_;
+};
+
+int statusOf(const std::vector<Done>& all)
+{
+    const auto any = [&](std::initializer_list<Result> results) {
+        return std::ranges::any_of(
+            all, [&](const Done& done) { return std::ranges::find(results, done.result) != results.end(); });
+    };
+    if (any({Result::kDiffers, Result::kMissing})) {
+        return kReadBackDiffers;
+    }
+    return any({Result::kRefused, Result::kSkipped}) ? kFailed : kPassed;
+}
+
+void print(const Done& done, bool json)
+{
+    if (json) {
+        printJson(toJson(done));
+    } else {
+        std::puts(printable(describe(done)).c_str());
+    }
+    std::fflush(stdout);
+}
+
+void complainAbout(const std::vector<Done>& all)
+{
+    for (const Done& done : all) {
+        if (done.result == Result::kRefused || done.result == Result::kDiffers || done.result == Result::kMissing) {
+            complain(kProgram, printable(describe(done)));
+            return;
+        }
+    }
+}
+
+/// Runs `work(unit)`; what keeps a row from being given away is told in one line.
+template <class Work>
+int runWithRows(const Options& options, Tool& tool, Work work)
+{
+    return Session(options, tool).run([&](identity::UnitIdentity& unit) -> int {
+        try {
+            return work(unit);
+        } catch (const identity::NoRow& error) {
+            complain(kProgram, error.what());
+            return kFailed;
+        } catch (const identity::LedgerError& error) {
+            complain(kProgram, error.what());
+            return kFailed;
+        }
+    });
+}
+
+int write(const Options& options, Tool& tool)
+{
+    Source source(options, tool);
+    const std::string path = options.journal.empty() ? defaultJournal() : options.journal;
+    if (path.empty()) {
+        throw WrongUse("no place for the journal: give --journal FILE, or set HOME");
+    }
+    // Before anything is done that it could not tell of.
+    std::optional<identity::Journal> journal;
+    if (!options.dryRun) {
+        journal.emplace(path);
+    }
+    const std::string& port = options.port.path;
+    return runWithRows(options, tool, [&](identity::UnitIdentity& unit) -> int {
+        const auto wanted = source.reserve(unit);
+        if (!source.unit().empty() && !tool.json) {
+            std::printf("unit %s\n", printable(source.unit()).c_str());
+        }
+        std::vector<Done> all;
+        try {
+            all = identity::write(unit, wanted, {options.overwrite, options.dryRun}, [&](const Done& done) {
+                if (journal) {
+                    journal->note(port, source.unit(), done);
+                }
+                print(done, tool.json);
+            });
+        } catch (const std::exception& error) {
+            if (journal) {
+                journal->noteEnd(port, source.unit(), error.what());
+            }
+            throw;
+        }
+        const int status = statusOf(all);
+        if (status == kPassed && !options.dryRun) {
+            source.noteVerified();
+        }
+        complainAbout(all);
+        return status;
+    });
+}
+
+int verify(const Options& options, Tool& tool)
+{
+    Source source(options, tool);
+    return runWithRows(options, tool, [&](identity::UnitIdentity& unit) -> int {
+        const auto all = identity::verify(unit, source.find(unit), [&](const Done& done) { print(done, tool.json); });
+        complainAbout(all);
+        return statusOf(all);
+    });
+}
+
+void addSources(CLI::App& verb, Options& options)
+{
+    verb.add_option("--set", options.set, "RECORD=VALUE; may be given several times")
+        ->type_name("RECORD=VALUE")
+        ->allow_extra_args(false);
+    auto* csv = verb.add_option("--csv", options.csv,
+                                "Take the values from a row of this file: its first line names records, "
+                                "factory-serial,carplay-mac,…")
+                    ->type_name("FILE")
+                    ->excludes("--set");
+    verb.add_option("--serial", options.serial, "Take the row with this factory serial")->type_name("SERIAL");
+    verb.add_option("--unit", options.unit, "What the unit is called before it has a serial")
+        ->type_name("ID")
+        ->needs(csv);
+}
+
+}  // namespace
+
+void addIdentity(Tool& tool)
+{
+    CLI::App* noun = tool.app.add_subcommand("identity",
+                                             "Reads, writes and verifies the records that tell one unit from another\n"
+                                             "Auto-test mode is switched on for it, and back to what it was.");
+    noun->require_subcommand(1);
+
+    const auto reading = std::make_shared<Options>();
+    CLI::App* verb = noun->add_subcommand("read",
+                                          "Prints a unit's identity records\n"
+                                          "All of them, or those named. Of the Bluetooth address a unit only tells\n"
+                                          "whether one was written, and the address that its controller runs.");
+    verb->add_option("RECORD", reading->records, "Which to read: factory-serial, carplay-mac, …");
+    addPort(*verb, reading->port);
+    addTimeout(*verb, reading->timeoutSeconds);
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station identity read\n"
+        "  engineering-station identity read factory-serial --json");
+    verb->callback([&tool, reading] { tool.action = [&tool, reading] { return read(*reading, tool); }; });
+
+    const auto writing = std::make_shared<Options>();
+    verb = noun->add_subcommand(
+        "write",
+        "Writes identity records and reads them back\n"
+        "All are read first: when the unit has another value in one of them, nothing is written, unless --overwrite "
+        "is\n"
+        "given. Each is read back and compared byte by byte; exit status 12 when it differs. Of the Bluetooth address\n"
+        "a unit only tells that there is one: verify it when the unit has started again.\n"
+        "\n"
+        "With --csv the unit gets a row of the file: its own when it has one, else that of --serial, else the next "
+        "free\n"
+        "one. Which unit has which row is kept in FILE.ledger, on the disk before anything is written; stations may "
+        "share\n"
+        "both files. No factory serial, head-unit serial or address is ever given to a second unit, whatever happens; "
+        "a\n"
+        "second try gets the same row. A unit is known by the factory serial that it has; before it has one, by "
+        "--unit.\n"
+        "\n"
+        "What was done is added to a journal, one JSON object a line.");
+    addSources(*verb, *writing);
+    verb->add_flag("--overwrite", writing->overwrite, "Replace other values that the unit has");
+    verb->add_flag("--dry-run", writing->dryRun, "Only say what would be done; no row is given away");
+    verb->add_option("--journal", writing->journal, "Where to keep the journal")
+        ->type_name("FILE")
+        ->default_str("~/.local/state/engineering-station/identity.jsonl");
+    addPort(*verb, writing->port);
+    addTimeout(*verb, writing->timeoutSeconds);
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station identity write --set factory-serial=SN123 --set carplay-mac=00:11:22:33:44:55\n"
+        "  engineering-station identity write --csv units.csv --unit PCB-4711\n"
+        "  engineering-station identity write --csv units.csv --serial SN123 --dry-run");
+    verb->callback([&tool, writing] { tool.action = [&tool, writing] { return write(*writing, tool); }; });
+
+    const auto verifying = std::make_shared<Options>();
+    verb = noun->add_subcommand(
+        "verify",
+        "Compares a unit's identity records with what they should be\n"
+        "Byte by byte; exit status 12 when one differs or is missing. With --csv against the row of --serial, else the "
+        "one\n"
+        "that --unit was given, else the one of the factory serial that the unit has. Of the Bluetooth address, the "
+        "one\n"
+        "that the controller runs is compared: a written one runs when the unit has started again.");
+    addSources(*verb, *verifying);
+    addPort(*verb, verifying->port);
+    addTimeout(*verb, verifying->timeoutSeconds);
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station identity verify --set factory-serial=SN123\n"
+        "  engineering-station identity verify --csv units.csv");
+    verb->callback([&tool, verifying] { tool.action = [&tool, verifying] { return verify(*verifying, tool); }; });
+}
+
+}  // namespace programs::station_tool

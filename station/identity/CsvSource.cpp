@@ -1,0 +1,212 @@
+#include "station/identity/CsvSource.h"
+
+#include <csv.h>
+
+#include <cerrno>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <system_error>
+#include <utility>
+
+namespace station::identity {
+
+namespace {
+
+/// Far longer than any row of records.
+constexpr std::size_t kLongestLine = 1u << 20;
+
+[[noreturn]] void fail(const std::string& path, std::size_t line, const std::string& what)
+{
+    throw CsvError(path + ":" + std::to_string(line) + ": " + what);
+}
+
+/// libcsv, row by row.
+class RowParser
+{
+public:
+    explicit RowParser(char delimiter)
+    {
+        csv_init(&parser_, CSV_STRICT | CSV_APPEND_NULL);
+        csv_set_delim(&parser_, static_cast<unsigned char>(delimiter));
+    }
+    ~RowParser() { csv_free(&parser_); }
+    RowParser(const RowParser&) = delete;
+    RowParser& operator=(const RowParser&) = delete;
+
+    /// Takes a line with its end.
+    /// @returns an error's text, nullptr for none.
+    const char* feed(const std::string& line)
+    {
+        const bool taken = csv_parse(&parser_, line.data(), line.size(), onField, onRow, this) == line.size();
+        return taken ? nullptr : csv_strerror(csv_error(&parser_));
+    }
+
+    /// @returns whether a row has ended, and it.
+    bool take(std::vector<std::string>& row)
+    {
+        if (!complete_) {
+            return false;
+        }
+        row = std::exchange(fields_, {});
+        complete_ = false;
+        return true;
+    }
+
+private:
+    static void onField(void* text, size_t length, void* self)
+    {
+        static_cast<RowParser*>(self)->fields_.emplace_back(static_cast<const char*>(text), length);
+    }
+
+    static void onRow(int, void* self) { static_cast<RowParser*>(self)->complete_ = true; }
+
+    csv_parser parser_{};
+    std::vector<std::string> fields_;
+    bool complete_ = false;
+};
+
+bool isBlank(const std::string& line)
+{
+    return line.find_first_not_of(" \t\r\n") == std::string::npos;
+}
+
+class TableReader
+{
+public:
+    TableReader(const std::string& path, Records records) : records_(records) { table_.path = path; }
+
+    CsvTable read()
+    {
+        errno = 0;
+        std::ifstream in(table_.path, std::ios::binary);
+        if (!in) {
+            throw CsvError(table_.path + ": " + std::generic_category().message(errno));
+        }
+        std::unique_ptr<RowParser> parser;
+        std::size_t number = 0;
+        for (std::string line; std::getline(in, line);) {
+            ++number;
+            if (line.size() > kLongestLine) {
+                fail(table_.path, number, "a line of more than a million characters");
+            }
+            if (number == 1 && line.starts_with("\xEF\xBB\xBF")) {
+                line.erase(0, 3);
+            }
+            if (isBlank(line)) {
+                continue;
+            }
+            if (!parser) {
+                // Spreadsheets write semicolons where the comma separates decimals.
+                const bool semicolons = line.find(',') == std::string::npos && line.find(';') != std::string::npos;
+                parser = std::make_unique<RowParser>(semicolons ? ';' : ',');
+            }
+            if (const char* error = parser->feed(line + "\n")) {
+                fail(table_.path, number, std::string("no CSV: ") + error);
+            }
+            std::vector<std::string> row;
+            if (!parser->take(row)) {
+                fail(table_.path, number, "no CSV: a quote that is not closed on its line");
+            }
+            take(number, row);
+        }
+        if (in.bad()) {
+            throw CsvError(table_.path + ": cannot be read to its end");
+        }
+        if (columns_.empty()) {
+            fail(table_.path, 1, "a line with the names of records was expected, as in 'factory-serial,carplay-mac'");
+        }
+        if (table_.rows.empty()) {
+            fail(table_.path, number + 1, "a row of values was expected behind the names");
+        }
+        return std::move(table_);
+    }
+
+private:
+    void take(std::size_t line, const std::vector<std::string>& cells)
+    {
+        if (columns_.empty()) {
+            takeNames(line, cells);
+        } else {
+            takeValues(line, cells);
+        }
+    }
+
+    void takeNames(std::size_t line, const std::vector<std::string>& names)
+    {
+        std::set<std::string_view> seen;
+        for (const std::string& name : names) {
+            try {
+                columns_.push_back(&require(records_, name));
+            } catch (const std::invalid_argument& error) {
+                fail(table_.path, line, error.what());
+            }
+            if (!seen.insert(columns_.back()->name).second) {
+                fail(table_.path, line, "two columns '" + name + "'");
+            }
+        }
+    }
+
+    void takeValues(std::size_t line, const std::vector<std::string>& cells)
+    {
+        if (cells.size() != columns_.size()) {
+            fail(table_.path, line,
+                 std::to_string(cells.size()) + " values, not " + std::to_string(columns_.size()) +
+                     " as there are names in the first line");
+        }
+        CsvRow row{line, {}};
+        bool unique = false;
+        for (std::size_t i = 0; i < cells.size(); ++i) {
+            if (cells[i].empty()) {
+                continue;
+            }
+            const Record& record = *columns_[i];
+            const std::string name(record.name);
+            std::string value;
+            try {
+                value = normalise(record, cells[i]);
+            } catch (const std::invalid_argument& error) {
+                fail(table_.path, line, name + ": " + error.what());
+            }
+            if (record.unique) {
+                unique = true;
+                const auto [where, fresh] = lines_.try_emplace({name, value}, line);
+                if (!fresh) {
+                    fail(table_.path, line,
+                         name + " " + value + " stands in line " + std::to_string(where->second) + " already");
+                }
+            }
+            row.values.emplace(name, std::move(value));
+        }
+        if (!unique) {
+            fail(table_.path, line, "no value that tells the unit from others, such as factory-serial");
+        }
+        table_.rows.push_back(std::move(row));
+    }
+
+    Records records_;
+    CsvTable table_;
+    std::vector<const Record*> columns_;
+    std::map<std::pair<std::string, std::string>, std::size_t> lines_;  // of unique values
+};
+
+}  // namespace
+
+CsvTable readCsv(const std::string& path, Records records)
+{
+    return TableReader(path, records).read();
+}
+
+Values uniqueValues(const Values& values, Records records)
+{
+    Values unique;
+    for (const auto& [name, value] : values) {
+        const Record* record = find(records, name);
+        if (record != nullptr && record->unique) {
+            unique.emplace(name, value);
+        }
+    }
+    return unique;
+}
+
+}  // namespace station::identity

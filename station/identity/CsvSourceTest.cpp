@@ -1,0 +1,129 @@
+#include "station/identity/CsvSource.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "tests/support/TempDir.h"
+
+namespace station::identity {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+class CsvSourceTest : public testing::Test
+{
+protected:
+    CsvTable read(const std::string& content)
+    {
+        std::ofstream(path, std::ios::binary) << content;
+        return readCsv(path, all);
+    }
+
+    /// @returns what is wrong, without the file's name.
+    std::string errorOf(const std::string& content)
+    {
+        try {
+            read(content);
+        } catch (const CsvError& error) {
+            const std::string what = error.what();
+            return what.starts_with(path) ? what.substr(path.size()) : "(the file is not named) " + what;
+        }
+        return "";
+    }
+
+    tests::TempDir directory;
+    std::string path = directory.path() / "values.csv";
+    std::vector<Record> all = records(protocol::catalogue::groups());
+};
+
+TEST_F(CsvSourceTest, RowsHoldTheirValuesByNameAndTheirLine)
+{
+    const auto table = read("factory-serial,carplay-mac\nSN1,00:11:22:33:44:55\n\nSN2,\n");
+
+    ASSERT_EQ(table.rows.size(), 2u);
+    EXPECT_EQ(table.rows[0].line, 2u);
+    EXPECT_THAT(table.rows[0].values, ElementsAre(Pair("carplay-mac", "001122334455"), Pair("factory-serial", "SN1")));
+    EXPECT_EQ(table.rows[1].line, 4u);
+    EXPECT_THAT(table.rows[1].values, ElementsAre(Pair("factory-serial", "SN2")));
+}
+
+TEST_F(CsvSourceTest, SpreadsheetsFilesAreRead)
+{
+    const auto table = read(
+        "\xEF\xBB\xBF"
+        "factory-serial;drawing-code\r\n\"SN;1\";\"a \"\"b\"\"\"\r\n");
+
+    ASSERT_EQ(table.rows.size(), 1u);
+    EXPECT_THAT(table.rows[0].values, ElementsAre(Pair("drawing-code", "a \"b\""), Pair("factory-serial", "SN;1")));
+}
+
+TEST_F(CsvSourceTest, LastLineNeedsNoEnd)
+{
+    EXPECT_EQ(read("factory-serial\nSN1").rows.size(), 1u);
+}
+
+struct Broken {
+    const char* name;
+    const char* content;
+    const char* error;
+};
+
+class BrokenCsv : public CsvSourceTest, public testing::WithParamInterface<Broken>
+{
+};
+
+TEST_P(BrokenCsv, IsRefusedWithItsLine)
+{
+    EXPECT_EQ(errorOf(GetParam().content), GetParam().error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CsvSource, BrokenCsv,
+    testing::Values(
+        Broken{"NothingInIt", "",
+               ":1: a line with the names of records was expected, as in 'factory-serial,carplay-mac'"},
+        Broken{"NamesOnly", "factory-serial\n", ":2: a row of values was expected behind the names"},
+        Broken{
+            "NameThatIsNone", "factory-serial,color\nSN1,red\n",
+            ":1: 'color' is no record; there are factory-serial, production-date, password-number, bluetooth-address, "
+            "carplay-mac, hu-serial, drawing-code"},
+        Broken{"NameTwice", "factory-serial,factory-serial\nSN1,SN2\n", ":1: two columns 'factory-serial'"},
+        Broken{"ValueTooMany", "factory-serial\nSN1\nSN2,x\n",
+               ":3: 2 values, not 1 as there are names in the first line"},
+        Broken{"ValueMissing", "factory-serial,hu-serial\nSN1\n",
+               ":2: 1 values, not 2 as there are names in the first line"},
+        Broken{"ValueThatIsNone", "factory-serial,carplay-mac\nSN1,0011\n",
+               ":2: carplay-mac: '0011' is no value: 12 hexadecimal digits were expected"},
+        Broken{"SameAddressTwice", "factory-serial,carplay-mac\nSN1,001122334455\nSN2,00:11:22:33:44:55\n",
+               ":3: carplay-mac 001122334455 stands in line 2 already"},
+        Broken{"RowThatTellsNothing", "factory-serial,drawing-code\n,D-42\n",
+               ":2: no value that tells the unit from others, such as factory-serial"},
+        Broken{"QuoteThatIsNotClosed", "factory-serial\n\"SN1\nSN2\n",
+               ":2: no CSV: a quote that is not closed on its line"},
+        Broken{"QuoteWithinAValue", "factory-serial\nSN\"1\n",
+               ":2: no CSV: error parsing data while strict checking enabled"},
+        Broken{"NoText", "\x01\x02\x03\n",
+               ":1: '\x01\x02\x03' is no record; there are factory-serial, production-date, "
+               "password-number, bluetooth-address, carplay-mac, hu-serial, drawing-code"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(CsvSourceTest, FileThatCannotBeReadIsNamed)
+{
+    EXPECT_THROW(readCsv(directory.path() / "none.csv", all), CsvError);
+    EXPECT_THROW(readCsv(directory.path(), all), CsvError);
+}
+
+TEST_F(CsvSourceTest, UniqueValuesAreThoseOfUniqueRecords)
+{
+    EXPECT_THAT(uniqueValues({{"factory-serial", "SN1"}, {"drawing-code", "D"}}, all),
+                ElementsAre(Pair("factory-serial", "SN1")));
+    EXPECT_THAT(uniqueValues({{"drawing-code", "D"}}, all), IsEmpty());
+}
+
+}  // namespace
+}  // namespace station::identity

@@ -1,0 +1,101 @@
+#include "station/identity/Journal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "station/identity/JsonLine.h"
+#include "tests/support/TempDir.h"
+
+namespace station::identity {
+namespace {
+
+using testing::HasSubstr;
+using testing::SizeIs;
+
+class JournalTest : public testing::Test
+{
+protected:
+    std::vector<nlohmann::json> lines() const
+    {
+        std::vector<nlohmann::json> parsed;
+        std::ifstream in(path);
+        for (std::string line; std::getline(in, line);) {
+            parsed.push_back(nlohmann::json::parse(line));
+        }
+        return parsed;
+    }
+
+    tests::TempDir directory;
+    std::string path = directory.path() / "new" / "journal.jsonl";
+    std::vector<Record> all = records(protocol::catalogue::groups());
+};
+
+TEST_F(JournalTest, LineSaysWhatWasDoneWhereAndWhen)
+{
+    Journal(path).note("/dev/x", "U1", {&all[0], {true, "SN1"}, "SN2", {true, "SN2"}, Result::kWritten});
+
+    ASSERT_THAT(lines(), SizeIs(1));
+    auto line = lines()[0];
+    EXPECT_THAT(line["time"].get<std::string>(), testing::MatchesRegex("20..-..-..T..:..:..[.]......Z"));
+    line.erase("time");
+    EXPECT_EQ(line, nlohmann::json::parse(
+                        R"({"schema":1,"port":"/dev/x","unit":"U1","record":"factory-serial","old":"SN1","new":"SN2",
+                            "read":"SN2","result":"written"})"));
+}
+
+TEST_F(JournalTest, NothingIsNull)
+{
+    Journal(path).note("/dev/x", "", {&all[0], {}, "SN2", {}, Result::kMissing});
+
+    EXPECT_TRUE(lines().at(0)["old"].is_null());
+    EXPECT_TRUE(lines().at(0)["read"].is_null());
+}
+
+TEST_F(JournalTest, IsAddedTo)
+{
+    Journal(path).noteEnd("/dev/x", "U1", "the link failed");
+    Journal(path).noteEnd("/dev/x", "U1", "again");
+
+    ASSERT_THAT(lines(), SizeIs(2));
+    EXPECT_EQ(lines()[0]["reason"], "the link failed");
+}
+
+TEST_F(JournalTest, IsForItsOwnerOnly)
+{
+    const Journal journal(path);
+    struct stat file = {};
+    ASSERT_EQ(stat(path.c_str(), &file), 0);
+
+    EXPECT_EQ(file.st_mode & 0777, 0600u);
+}
+
+TEST_F(JournalTest, ThatCannotBeWrittenIsNamed)
+{
+    try {
+        Journal("/proc/none/journal.jsonl");
+        FAIL() << "it was made";
+    } catch (const std::system_error& error) {
+        EXPECT_THAT(error.what(), HasSubstr("/proc/none/journal.jsonl"));
+    }
+    try {
+        Journal("/dev/full").noteEnd("", "", "");
+        FAIL() << "it was written";
+    } catch (const std::system_error& error) {
+        EXPECT_THAT(error.what(), HasSubstr("/dev/full"));
+    }
+}
+
+TEST(Utc, IsIsoWithMicroseconds)
+{
+    using namespace std::chrono_literals;
+    EXPECT_EQ(utc(std::chrono::system_clock::time_point(1795262400'000042000ns)), "2026-11-21T12:00:00.000042Z");
+}
+
+}  // namespace
+}  // namespace station::identity

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "station/Interrupt.h"
+#include "station/identity/CsvSource.h"
+
+namespace station::identity {
+
+/// No row can be had: one line that says why.
+class NoRow : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The ledger cannot be used: one line with its name. Nothing may be given away then.
+class LedgerError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Says which row of a CSV file went to which unit, so that no value is ever given twice. Lies beside the file, as
+/// FILE.ledger: one JSON object a line, appended and on the disk before a value is used. Any number of stations may
+/// share it; it is locked with open file description locks (fcntl), a byte for the whole and a byte for each
+/// reservation, which the kernel takes back when a station dies.
+///
+/// A reservation is never taken back, whatever happens to the unit. The same unit gets its own row again.
+class Ledger
+{
+public:
+    /// Opens or creates the ledger of a CSV file, whatever links lead to it. Throws LedgerError.
+    /// @param records,interrupt outlive the ledger; `interrupt` may be nullptr.
+    Ledger(const std::string& csvPath, Records records, const Interrupt* interrupt);
+    ~Ledger();
+    Ledger(const Ledger&) = delete;
+    Ledger& operator=(const Ledger&) = delete;
+
+    /// Which unit is on the line. At least one of them is not empty.
+    struct Unit {
+        std::string id;      ///< what tells it from others before it has an identity: printed on it, for one
+        std::string serial;  ///< the factory serial number that it holds
+    };
+
+    struct Grant {
+        CsvRow row;
+        /// The unit as the ledger knows it.
+        std::string unit;
+        /// The unit had the row before.
+        bool again = false;
+    };
+
+    /// Chooses the row for a unit: its own when it has one; else that with the factory serial number `serial`, when
+    /// that is given; else, for a unit without an id, that of the serial number which it holds; else the first that is
+    /// free. Reserves it, unless `dryRun`, and keeps it locked against other stations until this object's end. To be
+    /// called once. Throws NoRow, LedgerError, Interrupted.
+    Grant reserve(const CsvTable& table, const Unit& unit, const std::optional<std::string>& serial, bool dryRun);
+
+    /// @returns the row that the unit of this id has been given; nothing for none. Throws as `reserve` does.
+    std::optional<CsvRow> rowOf(const CsvTable& table, const std::string& id);
+
+    /// Notes that the unit has all values of its row.
+    void noteVerified(const std::string& unit);
+
+    const std::string& path() const { return path_; }
+
+private:
+    struct Reservation {
+        std::string unit;
+        Values values;     // unique ones
+        off_t offset = 0;  // of its line: the byte that is locked while it is worked on
+    };
+    /// The newest last; a unit has one at most.
+    using Reservations = std::vector<Reservation>;
+
+    class WholeLock;
+
+    Reservations load();
+    void append(const std::string& line);
+    Reservations::const_iterator ownOf(const Unit& unit, const Reservations& given) const;
+    const CsvRow* rowFor(const CsvTable& table, const Reservation& reservation) const;
+    bool tryLock(off_t offset) const;
+    [[noreturn]] void fail(const std::string& what) const;
+
+    std::string path_;
+    Records records_;
+    const Interrupt* interrupt_;
+    int descriptor_ = -1;
+    off_t end_ = 0;  // of what load() has read
+};
+
+}  // namespace station::identity

@@ -1,0 +1,96 @@
+#include "station/identity/Record.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "protocol/catalogue/Catalogue.h"
+
+namespace station::identity {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class RecordTest : public testing::Test
+{
+protected:
+    std::string errorOf(std::string_view name, std::string_view value) const
+    {
+        try {
+            normalise(require(all, name), value);
+        } catch (const std::invalid_argument& error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    std::vector<Record> all = records(protocol::catalogue::groups());
+};
+
+TEST_F(RecordTest, AreTheCataloguesWritersAndTheirReadBacks)
+{
+    std::vector<std::string> names;
+    for (const Record& record : all) {
+        names.emplace_back(record.name);
+    }
+
+    EXPECT_THAT(names, ElementsAre("factory-serial", "production-date", "password-number", "bluetooth-address",
+                                   "carplay-mac", "hu-serial", "drawing-code"));
+    EXPECT_EQ(require(all, "carplay-mac").read->cmdTwo, 0x12);
+    EXPECT_FALSE(require(all, "carplay-mac").presenceOnly);
+    EXPECT_TRUE(require(all, "bluetooth-address").presenceOnly);
+}
+
+TEST_F(RecordTest, SerialsAndAddressesAreUniqueAndTheRestIsNot)
+{
+    for (const char* name : {"factory-serial", "hu-serial", "carplay-mac", "bluetooth-address"}) {
+        EXPECT_TRUE(require(all, name).unique) << name;
+    }
+    for (const char* name : {"production-date", "password-number", "drawing-code"}) {
+        EXPECT_FALSE(require(all, name).unique) << name;
+    }
+}
+
+TEST_F(RecordTest, NameThatIsNoneIsRefusedWithTheOneThatWasMeant)
+{
+    try {
+        require(all, "factory-serail");
+        FAIL() << "there is such a record";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_THAT(error.what(), AllOf(HasSubstr("'factory-serail' is no record"), HasSubstr("'factory-serial'")));
+    }
+}
+
+TEST_F(RecordTest, CharactersAreTakenAsTheyAre)
+{
+    EXPECT_EQ(normalise(require(all, "factory-serial"), "sn 12:3-a"), "sn 12:3-a");
+}
+
+TEST_F(RecordTest, AddressesLoseTheirSeparatorsAndGetUpperCase)
+{
+    EXPECT_EQ(normalise(require(all, "carplay-mac"), "00:11:aa:33:44:5f"), "0011AA33445F");
+    EXPECT_EQ(normalise(require(all, "bluetooth-address"), "0002-F5A1-B2C3"), "0002F5A1B2C3");
+}
+
+TEST_F(RecordTest, WhatTheUnitCouldNotGiveBackIsRefused)
+{
+    EXPECT_THAT(errorOf("factory-serial", ""), HasSubstr("1 to 246 printable ASCII characters were expected"));
+    EXPECT_THAT(errorOf("factory-serial", std::string(247, 'x')), HasSubstr("1 to 246"));
+    EXPECT_THAT(errorOf("factory-serial", "line\n"), HasSubstr("printable"));
+    EXPECT_THAT(errorOf("factory-serial", "\xC3\xA4"), HasSubstr("printable"));
+    EXPECT_THAT(errorOf("carplay-mac", "00112233445"), HasSubstr("12 hexadecimal digits were expected"));
+    EXPECT_THAT(errorOf("carplay-mac", "0011223344GG"), HasSubstr("12 hexadecimal digits were expected"));
+    EXPECT_EQ(errorOf("factory-serial", std::string(246, 'x')), "");
+}
+
+TEST_F(RecordTest, WriterIsItsCodeAndTheCharacters)
+{
+    EXPECT_EQ(writeFrame(require(all, "factory-serial"), "SN123"),
+              (protocol::Frame{0x0A, 0x02, {0x53, 0x4E, 0x31, 0x32, 0x33}}));
+}
+
+}  // namespace
+}  // namespace station::identity

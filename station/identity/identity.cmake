@@ -1,0 +1,16 @@
+# The records that tell one unit from another: read, written, verified, and their values given away.
+find_library(CSV_LIBRARY csv REQUIRED)
+find_path(CSV_INCLUDE_DIR csv.h REQUIRED)
+add_library(csv::csv UNKNOWN IMPORTED)
+set_target_properties(csv::csv PROPERTIES IMPORTED_LOCATION ${CSV_LIBRARY}
+                                          INTERFACE_INCLUDE_DIRECTORIES ${CSV_INCLUDE_DIR})
+
+add_library(station_identity STATIC
+  identity/CsvSource.cpp identity/JsonLine.cpp identity/Journal.cpp identity/Ledger.cpp identity/Provision.cpp
+  identity/Record.cpp identity/UnitIdentity.cpp)
+target_link_libraries(station_identity PUBLIC station catalogue_codec nlohmann_json::nlohmann_json PRIVATE csv::csv)
+
+unit_test(station_identity_test
+  SOURCES identity/CsvSourceTest.cpp identity/JournalTest.cpp identity/LedgerTest.cpp identity/ProvisionTest.cpp
+          identity/RecordTest.cpp
+  LIBRARIES station_identity catalogue test_support_process util)
