@@ -99,6 +99,7 @@ int main(int argc, char** argv)
         addDecode(tool);
         addMonitor(tool);
         addIdentity(tool);
+        addReport(tool);
         addCatalogue(tool);
         addCompletion(tool);
         addMan(tool);

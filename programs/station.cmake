@@ -23,3 +23,6 @@ target_link_libraries(engineering-station PRIVATE
 # What is done on a line by hand.
 target_sources(engineering-station PRIVATE station/Identity.cpp station/Monitor.cpp station/Ports.cpp)
 target_link_libraries(engineering-station PRIVATE station_identity station_monitor)
+
+include(station/report.cmake)
+target_link_libraries(engineering-station PRIVATE station_tool_report)

@@ -111,7 +111,7 @@ private:
         set(strip, "role", "img");
         set(strip, "aria-label", summaryOf(run_, outcome_));
         for (const PlacedStep& placed : outcome_.steps) {
-            if (placed.last()) {
+            if (placed.counts()) {
                 Node segment = add(strip, "span", classOf(placed.step->verdict));
                 set(segment, "title", placed.step->name + ": " + name(placed.step->verdict));
             }
@@ -224,7 +224,7 @@ private:
         addChip(heading, group.verdict);
         for (std::size_t i = 0; i < group.tries.size(); ++i) {
             const Group::Try& each = group.tries[i];
-            const bool last = i + 1 == group.tries.size();
+            const bool counting = counts(group, i);
             if (group.tries.size() > 1) {
                 Node title = addText(
                     box, "h5", "Try " + std::to_string(i + 1) + " of " + std::to_string(group.tries.size()) + " ");
@@ -234,16 +234,16 @@ private:
                 addText(box, "p", "No step was run.", "where");
                 continue;
             }
-            Node list = add(box, "ol", "steps");
+            Node list = add(box, "ol", counting ? "steps" : "steps past");
             for (const Step& step : each.steps) {
-                addStep(list, step, last);
+                addStep(list, step, counting);
             }
         }
     }
 
-    void addStep(Node list, const Step& step, bool last)
+    void addStep(Node list, const Step& step, bool counting)
     {
-        const bool above = last && isBad(step.verdict);
+        const bool above = counting && isBad(step.verdict);
         Node item = add(list, "li");
         Node head = add(item, "div", "head");
         addChip(head, step.verdict);
@@ -292,8 +292,12 @@ private:
         Node table = add(parent, "table", "measured");
         addText(table, "caption", "Measured in " + step.name, "hidden");
         Node titles = add(add(table, "thead"), "tr");
+        const bool drawn = std::ranges::any_of(rows, isDrawn);
         for (const char* title : {"Value", "Expected", "Got", "Against its limits"}) {
             set(addText(titles, "th", title), "scope", "col");
+        }
+        if (!drawn) {
+            titles.remove_child(titles.last_child());
         }
         Node lines = add(table, "tbody");
         for (const Measurement& each : rows) {
@@ -307,11 +311,8 @@ private:
             if (const std::string missed = miss(each); !missed.empty()) {
                 addText(got, "span", missed, "miss");
             }
-            addLimitChart(add(line, "td"), each, false);
-        }
-        for (const Measurement& each : rows) {
-            if (large && !each.passed) {
-                addLimitChart(parent, each, true);
+            if (drawn) {
+                addLimitChart(add(line, "td"), each, large && !each.passed);
             }
         }
     }

@@ -24,15 +24,16 @@ h2{font-size:1.15rem;margin:2rem 0 .6rem;font-weight:650}
 h3{font-size:1rem;font-weight:650}
 h4{font-size:.95rem;font-weight:600}
 h5{font-size:.85rem;font-weight:600;color:var(--soft)}
+h5 .chip{margin-left:.4rem}
 a{color:var(--link)}
 code,.mono{font-family:ui-monospace,"SF Mono",Menlo,Consolas,"DejaVu Sans Mono",monospace;font-size:.86em;overflow-wrap:anywhere}
 .soft{color:var(--soft)}
 .hidden{position:absolute;width:1px;height:1px;overflow:hidden;clip-path:inset(50%);white-space:nowrap}
 .pass{--v:var(--pass)}.fail{--v:var(--fail)}.error{--v:var(--error)}
 .timeout{--v:var(--timeout)}.aborted{--v:var(--aborted)}.skipped{--v:var(--skipped)}
-.chip{display:inline-block;min-width:4.6em;padding:.12em .5em;border-radius:3px;background:var(--v);color:var(--on);
+.chip{display:inline-block;min-width:5.8em;justify-self:start;padding:.12em .5em;border-radius:3px;background:var(--v);color:var(--on);
 font-size:.72rem;font-weight:700;letter-spacing:.04em;text-align:center;line-height:1.5;white-space:nowrap}
-.chip.pass,.chip.skipped{background:transparent;color:var(--v);box-shadow:inset 0 0 0 1px var(--v)}
+.chip.pass,.chip.skipped,.past .chip{background:transparent;color:var(--v);box-shadow:inset 0 0 0 1px var(--v)}
 .top{background:var(--panel);border:1px solid var(--line);border-left:8px solid var(--v);border-radius:6px;padding:1.1rem 1.25rem}
 .top .title{display:flex;flex-wrap:wrap;gap:.4rem 1rem;align-items:center}
 .top .chip{font-size:1.35rem;padding:.15em .6em;background:var(--v);color:var(--on);box-shadow:none}
@@ -56,9 +57,10 @@ tbody th{font-weight:500}
 td.num{font-variant-numeric:tabular-nums}
 .bad{color:var(--fail);font-weight:650}
 .measured td:nth-child(4),.measured th:nth-child(4){width:11rem;padding-right:0}
+.card .measured{table-layout:fixed}.card .measured td:nth-child(4),.card .measured th:nth-child(4){width:21.25rem}
 .measured .miss{display:block;font-size:.82rem;font-weight:400}
 .chart{display:block;width:10rem;height:1rem;margin:.15rem 0}
-.chart.large{width:100%;max-width:30rem;height:auto;margin:.5rem 0 0}
+.chart.large{width:100%;max-width:21.25rem;height:auto;margin:0}
 .chart .axis{fill:var(--line)}.chart .band{fill:var(--band)}.chart .limit{fill:var(--limit)}
 .chart .dot{fill:var(--v);stroke:var(--panel);stroke-width:1}
 .chart .cross{fill:none;stroke:var(--v);stroke-width:3;stroke-linecap:round}
@@ -90,7 +92,7 @@ summary:hover{color:var(--ink)}
 .body .measured th,.body .measured td{border-top:0;padding-top:.05rem;padding-bottom:.05rem}
 .body .measured th{width:26%;font-weight:400}.body .measured td:nth-child(2){width:26%}
 .attempt{margin:.5rem 0 0;font-size:.9rem}
-.attempt .chip{font-size:.66rem}
+.attempt .chip{font-size:.66rem;margin-right:.3rem}
 .repeated{background:var(--panel);border:1px solid var(--line);border-radius:6px;padding:.7rem 1.1rem;list-style:none}
 .repeated li{padding:.15rem 0;overflow-wrap:anywhere}
 .origin{display:grid;grid-template-columns:repeat(auto-fill,minmax(19rem,1fr));gap:.5rem 1.25rem;font-size:.87rem}

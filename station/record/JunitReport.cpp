@@ -1,5 +1,6 @@
 #include "station/record/JunitReport.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <pugixml.hpp>
 #include <sstream>
@@ -111,12 +112,13 @@ std::string protocolOf(const Step& step, Groups groups)
     return text;
 }
 
-Counts addStep(pugi::xml_node suite, const std::string& suiteName, const Step& step, Groups groups)
+Counts addStep(pugi::xml_node suite, const std::string& suiteName, const Step& step, const std::string& suffix,
+               Groups groups)
 {
     Counts counts;
     counts.time = durationOf(step);
     pugi::xml_node testcase = suite.append_child("testcase");
-    set(testcase, "name", step.name);
+    set(testcase, "name", step.name + suffix);
     set(testcase, "classname", suiteName);
     set(testcase, "time", seconds(counts.time));
     addVerdict(testcase, step.verdict, step.reason, counts);
@@ -179,6 +181,17 @@ pugi::xml_node beginSuite(pugi::xml_node root, const std::string& name, const Ru
     return suite;
 }
 
+/// @returns all about a try that does not count.
+std::string triesText(const std::string& which, const Group::Try& each, Groups groups)
+{
+    std::string text = which + ": " + name(each.verdict) + '\n';
+    for (const Step& step : each.steps) {
+        text += printable(step.name) + ": " + name(step.verdict) +
+                (step.reason.empty() ? "" : ": " + printable(step.reason)) + '\n' + protocolOf(step, groups);
+    }
+    return text;
+}
+
 Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const Group& group, Groups groups)
 {
     const std::string suiteName = phase.name + "." + group.name;
@@ -186,22 +199,26 @@ Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const G
     addProperties(suite, run);
     Counts counts;
     bool told = false;
-    if (!group.tries.empty()) {
-        for (const Step& step : group.tries.back().steps) {
-            counts.add(addStep(suite, suiteName, step, groups));
+    std::size_t countingTries = 0;
+    for (std::size_t i = 0; i < group.tries.size(); ++i) {
+        countingTries += record::counts(group, i) ? 1 : 0;
+    }
+    std::string earlier;
+    for (std::size_t i = 0; i < group.tries.size(); ++i) {
+        const Group::Try& each = group.tries[i];
+        const std::string which = group.tries.size() > 1 ? "try " + std::to_string(i + 1) : "";
+        if (!record::counts(group, i)) {
+            earlier += triesText(which, each, groups);
+            continue;
+        }
+        const std::string suffix = countingTries > 1 ? " (" + which + ")" : "";
+        for (const Step& step : each.steps) {
+            counts.add(addStep(suite, suiteName, step, suffix, groups));
             told = told || isBad(step.verdict);
         }
     }
     if (counts.tests == 0 || (isBad(group.verdict) && !told)) {
         counts.add(addNote(suite, suiteName, group.verdict, phase.reason));
-    }
-    std::string earlier;
-    for (std::size_t i = 0; i + 1 < group.tries.size(); ++i) {
-        earlier += "try " + std::to_string(i + 1) + ": " + name(group.tries[i].verdict) + '\n';
-        for (const Step& step : group.tries[i].steps) {
-            earlier += printable(step.name) + ": " + name(step.verdict) +
-                       (step.reason.empty() ? "" : ": " + printable(step.reason)) + '\n' + protocolOf(step, groups);
-        }
     }
     if (!earlier.empty()) {
         suite.append_child("system-out").text().set(earlier.c_str());

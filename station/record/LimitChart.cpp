@@ -36,12 +36,18 @@ struct Frame {
     double middle = 0;
 };
 
-std::optional<Axis> axisOf(const Limits& limits, double value)
+std::optional<Axis> axisOf(const Measurement& measurement)
 {
+    const auto* number = std::get_if<double>(&measurement.value);
+    if (number == nullptr || !std::isfinite(*number)) {
+        return std::nullopt;
+    }
+    const double value = *number;
+    const Limits& limits = measurement.limits;
     Axis axis{0, 0, limits.minimum, limits.maximum};
     if (limits.equals) {
         const auto* wanted = std::get_if<double>(&*limits.equals);
-        if (wanted == nullptr) {
+        if (wanted == nullptr || measurement.unit.empty()) {
             return std::nullopt;
         }
         axis.minimum = axis.maximum = *wanted;
@@ -129,17 +135,19 @@ std::string sentence(const Measurement& measurement)
 
 }  // namespace
 
+bool isDrawn(const Measurement& measurement)
+{
+    return axisOf(measurement).has_value();
+}
+
 void addLimitChart(Node parent, const Measurement& measurement, bool large)
 {
-    const auto* value = std::get_if<double>(&measurement.value);
-    if (value == nullptr || !std::isfinite(*value)) {
-        return;
-    }
-    const auto axis = axisOf(measurement.limits, *value);
+    const auto axis = axisOf(measurement);
     if (!axis) {
         return;
     }
-    const Frame frame = large ? Frame{480, 52, 70, 26} : Frame{160, 16, 8, 8};
+    const double value = std::get<double>(measurement.value);
+    const Frame frame = large ? Frame{340, 44, 48, 22} : Frame{160, 16, 8, 8};
     Node svg = add(parent, "svg", large ? "chart large" : "chart");
     set(svg, "viewBox",
         "0 0 " + std::to_string(static_cast<int>(frame.width)) + " " + std::to_string(static_cast<int>(frame.height)));
@@ -157,9 +165,9 @@ void addLimitChart(Node parent, const Measurement& measurement, bool large)
     if (axis->maximum) {
         drawing.rect(high - 1, high + 1, large ? 18 : 14, "limit");
     }
-    const double at = drawing.x(*value);
-    const bool left = *value < axis->from;
-    const bool right = *value > axis->to;
+    const double at = drawing.x(value);
+    const bool left = value < axis->from;
+    const bool right = value > axis->to;
     const char* shape = left ? kArrowLeft : right ? kArrowRight : measurement.passed ? kDot : kCross;
     drawing.marker(
         at, shape,
@@ -167,13 +175,13 @@ void addLimitChart(Node parent, const Measurement& measurement, bool large)
     if (!large) {
         return;
     }
-    drawing.label(at, 10, "middle", toText(*value), "got");
+    drawing.label(at, 10, "middle", toText(value), "got");
     const bool single = axis->minimum && axis->maximum && *axis->minimum == *axis->maximum;
     if (axis->minimum) {
-        drawing.label(low + (single ? 0 : 4), 48, single ? "middle" : "end", toText(*axis->minimum), "bound");
+        drawing.label(low + (single ? 0 : 4), 42, single ? "middle" : "end", toText(*axis->minimum), "bound");
     }
     if (axis->maximum && !single) {
-        drawing.label(high - 4, 48, "start", toText(*axis->maximum), "bound");
+        drawing.label(high - 4, 42, "start", toText(*axis->maximum), "bound");
     }
 }
 

@@ -1,17 +1,29 @@
 #include "station/record/Outcome.h"
 
+#include <algorithm>
 #include <string>
 
 #include "station/record/Text.h"
 
 namespace station::record {
 
+namespace {
+
+/// @returns whether the step needed another attempt, or its group another try, to pass.
+bool needed(const PlacedStep& placed)
+{
+    return std::ranges::any_of(placed.step->attempts, isBad, &Attempt::verdict) ||
+           (placed.groupTry > 0 && !counts(*placed.group, placed.groupTry - 1));
+}
+
+}  // namespace
+
 Outcome outcomeOf(const Run& run)
 {
     Outcome outcome;
     const auto add = [&outcome](const PlacedStep& placed) {
         outcome.steps.push_back(placed);
-        if (!placed.last()) {
+        if (!placed.counts()) {
             return;
         }
         ++outcome.total;
@@ -21,7 +33,7 @@ Outcome outcomeOf(const Run& run)
         }
         if (placed.step->verdict == Verdict::kPass) {
             ++outcome.passed;
-            if (placed.groupTry > 0 || placed.step->attempts.size() > 1) {
+            if (needed(placed)) {
                 outcome.repeated.push_back(placed);
             }
         }

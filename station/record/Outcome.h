@@ -16,6 +16,14 @@ constexpr bool isBad(Verdict verdict)
     return verdict != Verdict::kPass && verdict != Verdict::kSkipped;
 }
 
+/// @returns whether a group's verdict rests on this try of it: it was not tried again because of it, and a group that
+/// passed passed in spite of nothing.
+constexpr bool counts(const Group& group, std::size_t groupTry)
+{
+    const Group::Try& one = group.tries[groupTry];
+    return !one.superseded && (!isBad(one.verdict) || isBad(group.verdict));
+}
+
 /// A step with where it stands. Points into the run.
 struct PlacedStep {
     const Phase* phase = nullptr;
@@ -24,18 +32,18 @@ struct PlacedStep {
     /// Counted from 0.
     std::size_t groupTry = 0;
 
-    /// @returns whether the group was not tried again after it.
-    bool last() const { return groupTry + 1 == group->tries.size(); }
+    /// @returns whether the group's verdict rests on it.
+    bool counts() const { return record::counts(*group, groupTry); }
 };
 
 struct Outcome {
     /// Every step of every try, in order.
     std::vector<PlacedStep> steps;
-    /// Those of a group's last try that went wrong.
+    /// Those that count and went wrong.
     std::vector<PlacedStep> failed;
-    /// Steps that passed, but not at the first attempt or not in the group's first try.
+    /// Steps that passed after an attempt, or a try of their group, that had not.
     std::vector<PlacedStep> repeated;
-    /// Steps of the last tries, by verdict.
+    /// Steps that count, by verdict.
     std::size_t passed = 0;
     std::size_t skipped = 0;
     std::size_t total = 0;

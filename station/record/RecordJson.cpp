@@ -15,6 +15,7 @@
 #include "protocol/catalogue/HexBytes.h"
 #include "station/record/FrameText.h"
 #include "station/record/RecordReader.h"
+#include "station/record/Text.h"
 
 namespace station::record {
 
@@ -63,16 +64,7 @@ Json time(SystemTime at)
     if (at == SystemTime{}) {
         return nullptr;
     }
-    const auto whole = std::chrono::floor<std::chrono::seconds>(at);
-    const std::time_t count = whole.time_since_epoch().count();
-    const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(at - whole).count();
-    std::tm parts{};
-    gmtime_r(&count, &parts);
-    std::array<char, 64> date{};
-    std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::array<char, 96> text{};
-    std::snprintf(text.data(), text.size(), "%s.%09ldZ", date.data(), static_cast<long>(rest));
-    return text.data();
+    return isoText(at);
 }
 
 Json value(const Scalar& scalar)
@@ -173,7 +165,8 @@ Json group(const Group& one, Groups catalogue)
         for (const Step& inner : each.steps) {
             steps.push_back(step(inner, catalogue));
         }
-        tries.push_back({{"verdict", name(each.verdict)}, {"steps", std::move(steps)}});
+        tries.push_back(
+            {{"verdict", name(each.verdict)}, {"superseded", each.superseded}, {"steps", std::move(steps)}});
     }
     return {{"name", one.name}, {"verdict", name(one.verdict)}, {"tries", std::move(tries)}};
 }
@@ -306,7 +299,7 @@ Step readStep(const RecordReader& reader)
 
 Group::Try readTry(const RecordReader& reader)
 {
-    return {readVerdict(reader.at("verdict")), reader.at("steps").each(readStep)};
+    return {readVerdict(reader.at("verdict")), reader.at("steps").each(readStep), reader.at("superseded").yes()};
 }
 
 Group readGroup(const RecordReader& reader)

@@ -36,6 +36,8 @@ struct Limits {
     std::optional<double> maximum;
     std::optional<Scalar> equals;
     std::optional<std::string> matches;  ///< regular expression (ECMAScript) for the whole text
+
+    bool operator==(const Limits&) const = default;
 };
 
 struct Measurement {
@@ -44,6 +46,8 @@ struct Measurement {
     std::string unit;
     Limits limits;
     bool passed = true;
+
+    bool operator==(const Measurement&) const = default;
 };
 
 /// One try of a step.
@@ -58,6 +62,8 @@ struct Attempt {
     std::vector<Measurement> measurements;
     /// What passed on the line during it.
     std::vector<TraceEvent> frames;
+
+    bool operator==(const Attempt&) const = default;
 };
 
 struct Step {
@@ -69,6 +75,8 @@ struct Step {
     Verdict verdict = Verdict::kSkipped;
     std::string reason;
     std::vector<Attempt> attempts;
+
+    bool operator==(const Step&) const = default;
 };
 
 struct Group {
@@ -78,8 +86,14 @@ struct Group {
     struct Try {
         Verdict verdict = Verdict::kSkipped;
         std::vector<Step> steps;
+        /// Whether it failed and the group was tried again for that: then it does not count.
+        bool superseded = false;
+
+        bool operator==(const Try&) const = default;
     };
     std::vector<Try> tries;
+
+    bool operator==(const Group&) const = default;
 };
 
 struct Phase {
@@ -87,6 +101,8 @@ struct Phase {
     Verdict verdict = Verdict::kSkipped;
     std::string reason;
     std::vector<Group> groups;
+
+    bool operator==(const Phase&) const = default;
 };
 
 struct Run {
@@ -103,23 +119,31 @@ struct Run {
         std::string serial;  ///< given by the operator or read from the unit; empty when not known
         std::string port;
         unsigned baud = 0;
+
+        bool operator==(const Unit&) const = default;
     } unit;
     struct StationInfo {
         std::string host;
         std::string operatorName;  ///< empty when not given
         std::string version;       ///< of the tool
+
+        bool operator==(const StationInfo&) const = default;
     } station;
     struct PlanInfo {
         std::string name;
         std::string title;
         std::string path;
         std::string sha256;
+
+        bool operator==(const PlanInfo&) const = default;
     } plan;
     std::string catalogueSha256;
 
     std::vector<Phase> phases;
     /// Everything that passed on the line, in order.
     std::vector<TraceEvent> trace;
+
+    bool operator==(const Run&) const = default;
 };
 
 }  // namespace station::record

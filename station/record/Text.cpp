@@ -183,6 +183,23 @@ std::string toText(std::chrono::system_clock::time_point time)
     return text.data();
 }
 
+std::string isoText(std::chrono::system_clock::time_point at)
+{
+    if (at == std::chrono::system_clock::time_point{}) {
+        return {};
+    }
+    const auto whole = std::chrono::floor<std::chrono::seconds>(at);
+    const std::time_t count = whole.time_since_epoch().count();
+    const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(at - whole).count();
+    std::tm parts{};
+    gmtime_r(&count, &parts);
+    std::array<char, 64> date{};
+    std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &parts);
+    std::array<char, 96> text{};
+    std::snprintf(text.data(), text.size(), "%s.%09ldZ", date.data(), static_cast<long>(rest));
+    return text.data();
+}
+
 const char* meaning(Verdict verdict)
 {
     switch (verdict) {

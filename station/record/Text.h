@@ -39,6 +39,9 @@ std::string toText(std::chrono::nanoseconds duration);
 /// @returns "2026-11-21 14:05:08 UTC"; "not known" for the epoch, which stands for that.
 std::string toText(std::chrono::system_clock::time_point time);
 
+/// @returns "2026-11-21T14:05:08.123456789Z", as record.json has it; empty for the epoch.
+std::string isoText(std::chrono::system_clock::time_point time);
+
 /// @returns what a verdict means, in words for somebody who sees one for the first time.
 const char* meaning(Verdict verdict);
 

@@ -121,20 +121,20 @@ private:
             for (const Group& group : phase.groups) {
                 line(4, printable(group.name) + "  " + verdict(group.verdict));
                 for (std::size_t i = 0; i < group.tries.size(); ++i) {
-                    const bool last = i + 1 == group.tries.size();
+                    const bool counting = counts(group, i);
                     if (group.tries.size() > 1) {
                         line(6, "try " + std::to_string(i + 1) + " of " + std::to_string(group.tries.size()) + "  " +
                                     verdict(group.tries[i].verdict));
                     }
                     for (const Step& step : group.tries[i].steps) {
-                        this->step(step, last);
+                        this->step(step, counting);
                     }
                 }
             }
         }
     }
 
-    void step(const Step& step, bool last)
+    void step(const Step& step, bool counting)
     {
         std::string padding(8 - std::min<std::size_t>(7, std::string(name(step.verdict)).size()), ' ');
         line(6, verdict(step.verdict) + padding + printable(step.name) +
@@ -142,7 +142,7 @@ private:
         if (!step.reason.empty()) {
             line(14, printable(step.reason));
         }
-        if (last && isBad(step.verdict)) {
+        if (counting && isBad(step.verdict)) {
             return;
         }
         attempts(14, step, style_.allFrames);

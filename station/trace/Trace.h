@@ -27,6 +27,8 @@ struct TraceEvent {
     std::string text;
     /// kCorrupt: the frame with its checksum as it stood on the line; otherwise empty.
     std::vector<std::uint8_t> bytes = {};
+
+    bool operator==(const TraceEvent&) const = default;
 };
 
 /// Is told what happens on a line, on the thread that uses the line, in the order in which it happened.

@@ -1,0 +1,341 @@
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "programs/Cli.h"
+#include "programs/station/Tool.h"
+#include "protocol/catalogue/Catalogue.h"
+#include "station/record/AtomicFile.h"
+#include "station/record/CsvReport.h"
+#include "station/record/HtmlReport.h"
+#include "station/record/JunitReport.h"
+#include "station/record/Outcome.h"
+#include "station/record/RecordJson.h"
+#include "station/record/Results.h"
+#include "station/record/Store.h"
+#include "station/record/Text.h"
+#include "station/record/TextReport.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+namespace record = station::record;
+using nlohmann::ordered_json;
+using record::printable;
+using record::RunList;
+using record::RunSummary;
+
+/// Does `action`; what the user named and cannot be read is wrong use.
+int guarded(const std::function<int()>& action)
+{
+    try {
+        return action();
+    } catch (const record::RecordError& error) {
+        complain(kProgram, error.what());
+        return kWrongUse;
+    } catch (const record::StoreError& error) {
+        complain(kProgram, error.what());
+        return kWrongUse;
+    } catch (const record::ResultsError& error) {
+        complain(kProgram, error.what());
+        return station_tool::kFailed;
+    }
+}
+
+void print(const std::string& text)
+{
+    std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+// report list
+
+std::string verdictOf(const RunSummary& run, bool colour)
+{
+    return run.running ? "RUNNING" : record::coloured(run.verdict, colour);
+}
+
+std::chrono::nanoseconds durationOf(const RunSummary& run)
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(run.ended - run.started);
+}
+
+std::string failureOf(const RunSummary& run)
+{
+    if (run.failedStep.empty()) {
+        return printable(run.running ? "" : run.reason);
+    }
+    const std::string more = run.failedSteps > 1 ? " and " + std::to_string(run.failedSteps - 1) + " more" : "";
+    return printable(run.failedStep) + more;
+}
+
+/// @returns how many columns UTF-8 takes, when every character takes one.
+std::size_t columns(const std::string& text)
+{
+    return static_cast<std::size_t>(
+        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+void printTable(const std::vector<std::vector<std::string>>& rows, const std::vector<std::string>& verdicts)
+{
+    constexpr std::size_t kVerdictColumn = 3;
+    std::vector<std::size_t> widths(rows.front().size());
+    for (const auto& row : rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], columns(row[i]));
+        }
+    }
+    for (std::size_t line = 0; line < rows.size(); ++line) {
+        std::string text;
+        for (std::size_t i = 0; i < rows[line].size(); ++i) {
+            const std::string& cell = rows[line][i];
+            text += i == kVerdictColumn ? verdicts[line] : cell;
+            text.append(i + 1 < rows[line].size() ? widths[i] - columns(cell) + 2 : 0, ' ');
+        }
+        text.erase(text.find_last_not_of(' ') + 1);
+        std::puts(text.c_str());
+    }
+}
+
+void printTable(const RunList& list)
+{
+    std::vector<std::vector<std::string>> rows{{"STARTED", "PLAN", "UNIT", "VERDICT", "TOOK", "RUN", "FAILED"}};
+    std::vector<std::string> verdicts{"VERDICT"};
+    for (const RunSummary& run : list.runs) {
+        rows.push_back({record::toText(run.started), printable(run.plan), printable(run.unit), verdictOf(run, false),
+                        run.ended < run.started ? "-" : record::toText(durationOf(run)),
+                        printable(run.folder.filename().string()), failureOf(run)});
+        verdicts.push_back(verdictOf(run, colourWanted()));
+    }
+    printTable(rows, verdicts);
+}
+
+ordered_json toJson(const RunSummary& run)
+{
+    ordered_json json{{"run", run.id},
+                      {"folder", run.folder.string()},
+                      {"started", nullptr},
+                      {"duration_s", nullptr},
+                      {"plan", run.plan},
+                      {"unit", run.unit},
+                      {"verdict", nullptr},
+                      {"running", run.running},
+                      {"reason", run.reason},
+                      {"failed_step", nullptr},
+                      {"failed_steps", run.failedSteps}};
+    if (run.started != std::chrono::system_clock::time_point{}) {
+        json["started"] = record::isoText(run.started);
+    }
+    json["verdict"] = record::name(run.verdict);
+    if (run.ended >= run.started) {
+        json["duration_s"] = std::chrono::duration<double>(run.ended - run.started).count();
+    }
+    if (!run.failedStep.empty()) {
+        json["failed_step"] = run.failedStep;
+    }
+    return json;
+}
+
+void printJsonList(const std::string& directory, const RunList& list)
+{
+    ordered_json runs = ordered_json::array();
+    for (const RunSummary& run : list.runs) {
+        runs.push_back(toJson(run));
+    }
+    ordered_json passedOver = ordered_json::array();
+    for (const auto& folder : list.passedOver) {
+        passedOver.push_back(folder.string());
+    }
+    printJson({{"directory", directory},
+               {"runs", std::move(runs)},
+               {"broken", list.broken},
+               {"passed_over", std::move(passedOver)}});
+}
+
+int list(const std::string& directory, bool json)
+{
+    const RunList found = record::listRuns(directory);
+    for (const auto& folder : found.passedOver) {
+        complain(kProgram, folder.string() + " is passed over: it holds no " + record::kRecordFile);
+    }
+    for (const std::string& broken : found.broken) {
+        complain(kProgram, broken);
+    }
+    if (json) {
+        printJsonList(directory, found);
+    } else if (found.runs.empty()) {
+        complain(kProgram, "there is no run in " + directory);
+    } else {
+        printTable(found);
+    }
+    return found.broken.empty() ? kPassed : kWrongUse;
+}
+
+void addList(Tool& tool, CLI::App& noun)
+{
+    const auto directory = std::make_shared<std::string>(record::kDefaultResults);
+    CLI::App* verb = noun.add_subcommand("list",
+                                         "List the runs in a results directory, the newest first\n"
+                                         "Folders without a record are passed over with a word. A record that cannot "
+                                         "be read is a line on standard error; the exit status is then 2.");
+    verb->add_option("DIR", *directory, "Results directory")->type_name("DIR")->capture_default_str();
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station report list\n"
+        "  engineering-station report list --json | jq '.runs[] | select(.verdict != \"PASS\")'");
+    verb->callback([&tool, directory] {
+        tool.action = [&tool, directory] { return guarded([&] { return list(*directory, tool.json); }); };
+    });
+}
+
+// What show and export share.
+
+struct Chosen {
+    std::string run;
+    std::string directory = record::kDefaultResults;
+};
+
+void addRun(CLI::App& verb, Chosen& chosen)
+{
+    verb.add_option("RUN", chosen.run, "Name of a run, path of its folder or of a record.json, or 'latest'")
+        ->type_name("RUN")
+        ->required();
+    verb.add_option("--results", chosen.directory, "Results directory")->type_name("DIR")->capture_default_str();
+}
+
+record::Run read(const Chosen& chosen)
+{
+    return record::readRun(record::findRecord(chosen.directory, chosen.run));
+}
+
+// report show
+
+int show(const Chosen& chosen, bool allFrames, bool json)
+{
+    const record::Run run = read(chosen);
+    const auto groups = protocol::catalogue::groups();
+    if (json) {
+        printJson(record::toJson(run, groups));
+    } else {
+        print(record::textReport(run, groups, {.colour = colourWanted(), .allFrames = allFrames}));
+    }
+    return kPassed;
+}
+
+void addShow(Tool& tool, CLI::App& noun)
+{
+    struct Options {
+        Chosen chosen;
+        bool allFrames = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* verb = noun.add_subcommand("show",
+                                         "Print a run: what went wrong first, then every step\n"
+                                         "With --json the record itself. The exit status does not depend on the "
+                                         "verdict.");
+    addRun(*verb, options->chosen);
+    verb->add_flag("--frames", options->allFrames, "Print the frames of every step, not only of those that went wrong");
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station report show latest");
+    verb->callback([&tool, options] {
+        tool.action = [&tool, options] {
+            return guarded([&] { return show(options->chosen, options->allFrames, tool.json); });
+        };
+    });
+}
+
+// report export
+
+struct Format {
+    const char* name;
+    std::function<std::string(const record::Run&)> make;
+};
+
+const std::vector<Format>& formats()
+{
+    using protocol::catalogue::groups;
+    static const std::vector<Format> kFormats{
+        {"html", [](const record::Run& run) { return record::htmlReport(run, groups()); }},
+        {"junit", [](const record::Run& run) { return record::junitReport(run, groups()); }},
+        {"csv", [](const record::Run& run) { return record::csvReport(run); }},
+        {"json", [](const record::Run& run) { return record::serialise(record::toJson(run, groups())); }},
+    };
+    return kFormats;
+}
+
+std::vector<std::string> formatNames()
+{
+    std::vector<std::string> names;
+    std::ranges::transform(formats(), std::back_inserter(names), &Format::name);
+    return names;
+}
+
+int exportRun(const Chosen& chosen, const std::string& format, const std::string& output, bool json)
+{
+    const record::Run run = read(chosen);
+    const auto known = std::ranges::find_if(formats(), [&](const Format& each) { return each.name == format; });
+    const std::string text = known->make(run);
+    if (!output.empty()) {
+        record::writeAtomically(output, text);
+    }
+    if (json) {
+        ordered_json object{{"run", run.id}, {"format", format}};
+        object[output.empty() ? "content" : "file"] = output.empty() ? text : output;
+        printJson(std::move(object));
+    } else if (output.empty()) {
+        print(text);
+    }
+    return kPassed;
+}
+
+void addExport(Tool& tool, CLI::App& noun)
+{
+    struct Options {
+        Chosen chosen;
+        std::string format;
+        std::string output;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* verb = noun.add_subcommand("export",
+                                         "Make a report out of a run's record\n"
+                                         "The record is the truth: whatever else lies in the run's folder is not "
+                                         "looked at.");
+    addRun(*verb, options->chosen);
+    verb->add_option("--format", options->format, "What to make")
+        ->check(CLI::IsMember(formatNames()))
+        ->type_name("FORMAT")
+        ->required();
+    verb->add_option("--output", options->output, "File to write; standard output unless told otherwise")
+        ->type_name("FILE");
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station report export latest --format html --output report.html\n"
+        "  engineering-station report export latest --format csv");
+    verb->callback([&tool, options] {
+        tool.action = [&tool, options] {
+            return guarded([&] { return exportRun(options->chosen, options->format, options->output, tool.json); });
+        };
+    });
+}
+
+}  // namespace
+
+void addReport(Tool& tool)
+{
+    CLI::App* noun = tool.app.add_subcommand("report",
+                                             "List and print the runs of plans, and make reports out of them\n"
+                                             "docs/results.md describes the folder of a run and every key of its "
+                                             "record.");
+    noun->require_subcommand(1);
+    addList(tool, *noun);
+    addShow(tool, *noun);
+    addExport(tool, *noun);
+}
+
+}  // namespace programs::station_tool

@@ -1,0 +1,185 @@
+#include "station/record/RecordJson.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <ostream>
+#include <string>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "station/record/SampleRuns.h"
+
+namespace station::record {
+namespace {
+
+using nlohmann::ordered_json;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+ordered_json json(const Run& run)
+{
+    return toJson(run, protocol::catalogue::groups());
+}
+
+TEST(RecordJson, EveryRunComesBackAsItWas)
+{
+    for (const record::Run& run : {samples::passed(), samples::failed(), samples::aborted(), samples::withoutSteps(),
+                                   samples::withFrames(10000)}) {
+        EXPECT_EQ(parseRun(serialise(json(run))), run);
+    }
+}
+
+TEST(RecordJson, BytesThatAreNoTextAreReplacedAndTheRecordStaysReadable)
+{
+    const record::Run run = parseRun(serialise(json(samples::hostile())));
+
+    EXPECT_THAT(run.reason,
+                StartsWith("<script>alert('x')</script>&amp;\"]]>--><!-- \x01\x1b[31m\r\n\x7f \uFFFD\uFFFD "));
+    // What was not text in the first place is untouched.
+    EXPECT_EQ(run.trace, samples::hostile().trace);
+}
+
+TEST(RecordJson, AMeasurementIsWrittenAsDocumented)
+{
+    const auto attempt = json(samples::failed())["/phases/1/groups/2/tries/0/steps/0/attempts/0"_json_pointer];
+
+    EXPECT_EQ(
+        attempt["measurements"][0].dump(),
+        R"({"name":"frequency","value":9.9,"unit":"MHz","limits":{"minimum":87.5,"maximum":108},"passed":false})");
+    EXPECT_EQ(attempt["started"], "2026-11-21T14:05:08.423456789Z");
+    EXPECT_EQ(attempt["duration_s"].dump(), "0.0053");
+    EXPECT_EQ(attempt["wire_s"].dump(), "0.001736");
+}
+
+TEST(RecordJson, AFrameIsWrittenWithItsBytesAndItsMeaning)
+{
+    const auto attempt = json(samples::failed())["/phases/1/groups/2/tries/0/steps/0/attempts/0"_json_pointer];
+
+    EXPECT_EQ(attempt["frames"][1].dump(),
+              R"({"kind":"received","at":"2026-11-21T14:05:08.428456789Z","monotonic_s":1000.305,)"
+              R"("cmd_one":"82","cmd_two":"01","params":"03 DE",)"
+              R"x("decoded":"tuner.frequency: frequency=990 (9.9 MHz on FM)"})x");
+}
+
+TEST(RecordJson, NumbersThatJsonCannotHoldAreNull)
+{
+    record::Run run = samples::passed();
+    run.phases[1].groups[0].tries[0].steps[0].attempts[0].measurements[0].value =
+        std::numeric_limits<double>::quiet_NaN();
+
+    const record::Run read = parseRun(serialise(json(run)));
+
+    const auto& value = read.phases[1].groups[0].tries[0].steps[0].attempts[0].measurements[0].value;
+    EXPECT_TRUE(std::isnan(std::get<double>(value)));
+}
+
+TEST(RecordJson, KeysOfALaterVersionArePassedOver)
+{
+    auto record = json(samples::passed());
+    record["phases"][0]["colour"] = "blue";
+
+    EXPECT_EQ(fromJson(record), samples::passed());
+}
+
+struct Damage {
+    const char* name;
+    std::function<void(ordered_json&)> make;
+    const char* complaint;
+};
+
+void PrintTo(const Damage& damage, std::ostream* out)
+{
+    *out << damage.name;
+}
+
+class BrokenRecord : public testing::TestWithParam<Damage>
+{
+};
+
+TEST_P(BrokenRecord, IsRefusedWithThePlace)
+{
+    auto record = json(samples::failed());
+    GetParam().make(record);
+
+    try {
+        fromJson(record);
+        FAIL() << "it was read";
+    } catch (const RecordError& error) {
+        EXPECT_STREQ(error.what(), GetParam().complaint);
+    }
+}
+
+const Damage kDamages[] = {
+    {"MissingKey", [](ordered_json& r) { r["phases"][1]["groups"][2].erase("verdict"); },
+     "at /phases/1/groups/2: the key \"verdict\" is missing"},
+    {"UnknownVerdict", [](ordered_json& r) { r["verdict"] = "GOOD"; },
+     "at /verdict: PASS, FAIL, ERROR, TIMEOUT, ABORTED or SKIPPED was expected, not \"GOOD\""},
+    {"LaterSchema", [](ordered_json& r) { r["schema"] = 2; }, "at /schema: this program reads schema 1 only, not 2"},
+    {"NoObject", [](ordered_json& r) { r = ordered_json::array(); }, "at the top: an object was expected, not array"},
+    {"NoArray", [](ordered_json& r) { r["phases"] = 7; }, "at /phases: an array was expected, not 7"},
+    {"NoText", [](ordered_json& r) { r["unit"]["serial"] = 7; }, "at /unit/serial: a text was expected, not 7"},
+    {"NoWholeNumber", [](ordered_json& r) { r["unit"]["baud"] = -1; },
+     "at /unit/baud: a whole number from 0 on was expected, not -1"},
+    {"NoTime", [](ordered_json& r) { r["started"] = "yesterday"; },
+     "at /started: a time such as 2026-11-21T14:05:08.123Z was expected, not \"yesterday\""},
+    {"TimeWithRest", [](ordered_json& r) { r["started"] = "2026-11-21T14:05:08.123Zulu"; },
+     "at /started: a time such as 2026-11-21T14:05:08.123Z was expected, not \"2026-11-21T14:05:08.123Zulu\""},
+    {"YearBeyondTheClock", [](ordered_json& r) { r["started"] = "9999-11-21T14:05:08Z"; },
+     "at /started: a year from 1900 to 2200 was expected, not \"9999-11-21T14:05:08Z\""},
+    {"EndlessDuration",
+     [](ordered_json& r) { r["phases"][0]["groups"][0]["tries"][0]["steps"][0]["attempts"][0]["wire_s"] = 1e99; },
+     "at /phases/0/groups/0/tries/0/steps/0/attempts/0/wire_s: a number of seconds was expected, not 1e+99"},
+    {"UnknownKindOfEvent", [](ordered_json& r) { r["trace"][0]["kind"] = "seen"; },
+     "at /trace/0/kind: sent, received, corrupt, lost or back was expected, not \"seen\""},
+    {"NoByte", [](ordered_json& r) { r["trace"][0]["cmd_one"] = "F"; },
+     "at /trace/0/cmd_one: two hexadecimal digits were expected, not \"F\""},
+    {"BytesWithoutSpace", [](ordered_json& r) { r["trace"][0]["params"] = "0102"; },
+     "at /trace/0/params: bytes in hexadecimal with one space between were expected, not \"0102\""},
+    {"BytesWithSpaceAtTheEnd", [](ordered_json& r) { r["trace"][0]["params"] = "01 "; },
+     "at /trace/0/params: bytes in hexadecimal with one space between were expected, not \"01 \""},
+    {"HalfAByte", [](ordered_json& r) { r["trace"][0]["params"] = "01 2"; },
+     "at /trace/0/params: bytes in hexadecimal with one space between were expected, not \"01 2\""},
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, BrokenRecord, testing::ValuesIn(kDamages),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+TEST(RecordJson, WhatIsNoJsonIsRefusedWithLineAndColumn)
+{
+    try {
+        parseRun("{\n \"schema\": 1,\n \"id\" \"x\"\n}\n");
+        FAIL() << "it was read";
+    } catch (const RecordError& error) {
+        EXPECT_THAT(error.what(), StartsWith("parse error at line 3, column 9: "));
+    }
+}
+
+TEST(RecordJson, ARecordCutAnywhereIsRefused)
+{
+    const std::string whole = serialise(json(samples::aborted()));
+    for (std::size_t length = 0; length + 2 < whole.size(); length += 7) {
+        EXPECT_THROW(parseRun(std::string_view(whole).substr(0, length)), RecordError) << length;
+    }
+}
+
+TEST(RecordJson, ADepthThatNoRecordHasIsRefused)
+{
+    EXPECT_THROW(parseRun(std::string(100000, '[')), RecordError);
+    EXPECT_THROW(parseRun(R"({"schema": 1e999})"), RecordError);
+}
+
+TEST(RecordJson, AFileThatIsNotThereIsNamed)
+{
+    try {
+        readRun("/nowhere/record.json");
+        FAIL() << "it was read";
+    } catch (const RecordError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("/nowhere/record.json: "));
+    }
+    EXPECT_THROW(readRun("/dev/zero"), RecordError);
+}
+
+}  // namespace
+}  // namespace station::record

@@ -1,0 +1,268 @@
+#include "station/record/Results.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "station/record/AtomicFile.h"
+#include "station/record/RecordJson.h"
+#include "station/record/SampleRuns.h"
+#include "station/trace/PcapngReader.h"
+#include "tests/engine/FileSizeLimit.h"
+#include "tests/support/TempDir.h"
+
+namespace station::record {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::string content(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> namesIn(const fs::path& directory)
+{
+    std::vector<std::string> names;
+    for (const auto& each : fs::directory_iterator(directory)) {
+        names.push_back(each.path().filename().string());
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+class ResultsFolder : public testing::Test
+{
+protected:
+    Results begin(record::Run& run) { return Results(directory_, run, protocol::catalogue::groups()); }
+
+    tests::TempDir temporary_;
+    const fs::path directory_ = temporary_.path() / "plant" / "results";
+};
+
+TEST_F(ResultsFolder, IsCalledRunningAndHoldsAnAbortedRecordFromTheStart)
+{
+    record::Run run = samples::withoutSteps();
+    run.verdict = Verdict::kPass;
+
+    const Results results = begin(run);
+
+    EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0.running"));
+    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
+    const record::Run read = readRun(results.folder() / "record.json");
+    EXPECT_EQ(read.verdict, Verdict::kAborted);
+    EXPECT_EQ(read.reason, "the run did not end: the station was stopped or lost its power");
+    EXPECT_EQ(read.ended, std::chrono::system_clock::time_point{});
+}
+
+TEST_F(ResultsFolder, KeepsWhatWasSavedAndStillSaysAborted)
+{
+    record::Run run = samples::withoutSteps();
+    Results results = begin(run);
+
+    results.save(samples::passed());
+
+    const record::Run read = readRun(results.folder() / "record.json");
+    EXPECT_EQ(read.verdict, Verdict::kAborted);
+    EXPECT_EQ(read.phases, samples::passed().phases);
+    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
+}
+
+TEST_F(ResultsFolder, HoldsEveryFileUnderItsFinalNameAtTheEnd)
+{
+    record::Run run = samples::failed();
+    Results results = begin(run);
+
+    const fs::path folder = results.finish(run);
+
+    EXPECT_EQ(folder, directory_ / "end-of-line-20261121-140508.123-ttyUSB0");
+    EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0"));
+    EXPECT_THAT(namesIn(folder), ElementsAre("junit.xml", "record.json", "report.html", "trace.pcapng"));
+    EXPECT_EQ(readRun(folder / "record.json"), samples::failed());
+}
+
+TEST_F(ResultsFolder, HoldsEverythingThatPassedOnTheLineAsACapture)
+{
+    record::Run run = samples::failed();
+
+    const fs::path folder = begin(run).finish(run);
+
+    std::ifstream file(folder / "trace.pcapng", std::ios::binary);
+    pcapng::Reader reader(file, "trace.pcapng");
+    std::vector<protocol::Frame> frames;
+    std::vector<std::string> comments;
+    while (const auto event = reader.next()) {
+        frames.push_back(event->frame);
+        comments.push_back(event->text);
+    }
+    std::vector<protocol::Frame> expected;
+    std::ranges::transform(run.trace, std::back_inserter(expected), &TraceEvent::frame);
+    EXPECT_EQ(frames, expected);
+    EXPECT_THAT(comments, testing::Contains("tuner.frequency: frequency=990 (9.9 MHz on FM)"));
+}
+
+TEST_F(ResultsFolder, OfARunOfTheSameNameGetsANumber)
+{
+    record::Run first = samples::passed();
+    record::Run second = samples::passed();
+    record::Run third = samples::passed();
+
+    begin(first).finish(first);
+    Results running = begin(second);
+    Results last = begin(third);
+    running.finish(second);
+    last.finish(third);
+
+    EXPECT_EQ(second.id, "end-of-line-20261121-140508.123-ttyUSB0-2");
+    EXPECT_THAT(namesIn(directory_),
+                ElementsAre("end-of-line-20261121-140508.123-ttyUSB0", "end-of-line-20261121-140508.123-ttyUSB0-2",
+                            "end-of-line-20261121-140508.123-ttyUSB0-3"));
+    EXPECT_EQ(readRun(last.folder() / "record.json").id, third.id);
+}
+
+TEST_F(ResultsFolder, OfARunThatWasKilledStaysAsItIs)
+{
+    record::Run killed = samples::passed();
+    begin(killed);
+
+    record::Run next = samples::passed();
+    begin(next).finish(next);
+
+    EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0-2",
+                                                 "end-of-line-20261121-140508.123-ttyUSB0.running"));
+}
+
+TEST_F(ResultsFolder, KeepsTheLastWholeRecordWhenTheDiskIsFull)
+{
+    record::Run run = samples::passed();
+    Results results = begin(run);
+    const std::string before = content(results.folder() / "record.json");
+
+    std::optional<std::string> complaint;
+    {
+        const FileSizeLimit disk(4096);
+        try {
+            results.finish(samples::failed());
+        } catch (const ResultsError& error) {
+            complaint = error.what();
+        }
+    }
+
+    ASSERT_TRUE(complaint);
+    EXPECT_EQ(*complaint, "cannot write " + (results.folder() / "record.json").string() + ": File too large");
+    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
+    EXPECT_EQ(content(results.folder() / "record.json"), before);
+    EXPECT_EQ(readRun(results.folder() / "record.json").verdict, Verdict::kAborted);
+}
+
+TEST_F(ResultsFolder, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit)
+{
+    record::Run run = samples::aborted();
+    Results results = begin(run);
+    const auto recordSize = fs::file_size(results.folder() / "record.json");
+
+    std::optional<std::string> complaint;
+    {
+        const FileSizeLimit disk(recordSize + 1000);
+        try {
+            results.finish(run);
+        } catch (const ResultsError& error) {
+            complaint = error.what();
+        }
+    }
+
+    ASSERT_TRUE(complaint);
+    EXPECT_EQ(*complaint, "cannot write " + (directory_ / run.id / "report.html").string() +
+                              ": File too large; the record itself is complete");
+    EXPECT_EQ(results.folder(), directory_ / run.id);
+    EXPECT_EQ(readRun(directory_ / run.id / "record.json"), run);
+    EXPECT_THAT(namesIn(results.folder()), ElementsAre("junit.xml", "record.json", "trace.pcapng"));
+}
+
+TEST_F(ResultsFolder, LeavesNothingBehindWhenItsFirstRecordCannotBeWritten)
+{
+    record::Run run = samples::failed();
+    bool refused = false;
+    {
+        const FileSizeLimit disk(100);
+        try {
+            begin(run);
+        } catch (const ResultsError&) {
+            refused = true;
+        }
+    }
+
+    EXPECT_TRUE(refused);
+    EXPECT_THAT(namesIn(directory_), ElementsAre());
+}
+
+TEST_F(ResultsFolder, IsRefusedWhereNoDirectoryCanBeMade)
+{
+    std::ofstream(temporary_.path() / "file") << "x";
+    record::Run run = samples::passed();
+
+    EXPECT_THROW(Results(temporary_.path() / "file", run, {}), ResultsError);
+    EXPECT_THROW(Results("/dev/null/results", run, {}), ResultsError);
+}
+
+TEST_F(ResultsFolder, IsRefusedForANameThatLeadsElsewhere)
+{
+    for (const char* id : {"", ".", "..", "../elsewhere", "a/b"}) {
+        record::Run run = samples::passed();
+        run.id = id;
+        EXPECT_THROW(begin(run), ResultsError) << id;
+    }
+}
+
+TEST(RunId, IsMadeOfHarmlessCharacters)
+{
+    const std::chrono::system_clock::time_point time{std::chrono::nanoseconds(1795269908123456789)};
+    EXPECT_EQ(makeRunId("smoke", time, "/dev/serial/by-id/usb-FTDI port0"), "smoke-20261121-140508.123-usb-FTDI-port0");
+    EXPECT_EQ(makeRunId("../e vil\n", time, "/"), "-.-e-vil--20261121-140508.123");
+    EXPECT_EQ(makeRunId("smoke", time, ""), "smoke-20261121-140508.123");
+}
+
+TEST(AtomicFile, ReplacesAFileAsAWhole)
+{
+    const tests::TempDir directory;
+    const fs::path path = directory.path() / "file";
+    std::ofstream(path) << "old and longer";
+
+    writeAtomically(path, "new");
+
+    EXPECT_EQ(content(path), "new");
+    EXPECT_THAT(namesIn(directory.path()), ElementsAre("file"));
+}
+
+TEST(AtomicFile, ThatCannotBeWrittenStaysWhatItWas)
+{
+    const tests::TempDir directory;
+    const fs::path path = directory.path() / "file";
+    std::ofstream(path) << "old";
+
+    bool refused = false;
+    {
+        const FileSizeLimit disk(4);
+        try {
+            writeAtomically(path, "longer than the disk");
+        } catch (const ResultsError&) {
+            refused = true;
+        }
+    }
+
+    EXPECT_TRUE(refused);
+    EXPECT_EQ(content(path), "old");
+    EXPECT_THAT(namesIn(directory.path()), ElementsAre("file"));
+}
+
+}  // namespace
+}  // namespace station::record
