@@ -1,6 +1,8 @@
 # Compiler options of everything in this repository.
 set(ENGINEERING_SANITIZERS "" CACHE STRING "What -fsanitize= gets; empty for none")
 
+option(ENGINEERING_UNIT "Build for a head unit: the service as libengineering.so, and its tests" OFF)
+
 add_library(project_options INTERFACE)
 target_compile_options(project_options INTERFACE
   -Werror
@@ -16,3 +18,9 @@ if(ENGINEERING_SANITIZERS)
   add_link_options(-fsanitize=${ENGINEERING_SANITIZERS})
 endif()
 link_libraries(project_options)
+
+if(ENGINEERING_UNIT)
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  # What nothing reaches is left out: the service's parts are linked whole.
+  add_compile_options(-ffunction-sections -fdata-sections)
+endif()

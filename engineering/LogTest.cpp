@@ -35,8 +35,10 @@ TEST(Log, WithoutACategoryTheMessageIsDroppedAndStandardOutputSaysSo)
 
     std::fflush(stdout);
     const std::string strOutput = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(strOutput, "[" + std::to_string(getpid()) + "][file:engineering/LogTest.cpp][func:TestBody][line:" +
-                             std::to_string(nLine) + "]Warn:Log system not init.\n");
+    const std::string strProcess = std::to_string(getpid());
+    const std::string strLine = std::to_string(nLine);
+    EXPECT_EQ(strOutput, "[" + strProcess + "][file:engineering/LogTest.cpp][func:TestBody][line:" + strLine +
+                             "]Warn:Log system not init.\n");
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 

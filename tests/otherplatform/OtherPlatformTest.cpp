@@ -1,13 +1,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "KYRServiceFw.h"
 #include "protocol/Frame.h"
 #include "tests/otherplatform/OtherPlatform.h"
 #include "tests/support/WireVectors.h"
+
+// What the service exports for other modules, as these declare it.
+extern std::atomic<int> m_bIsCPTest;
+extern std::atomic<unsigned char> m_iACKStatus;
 
 namespace {
 
@@ -20,6 +26,7 @@ public:
     OtherPlatformTest()
     {
         // No bus, and a root where nothing can be written.
+        m_bIsCPTest = 5;
         setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
         otherplatform::setRoot("/nonexistent");
         KYRServiceFw_Args args;
@@ -43,6 +50,21 @@ public:
 
 TEST_F(OtherPlatformTest, TheStationSwitchesTheModeOn)
 {
+    otherplatform::deliver(wire::kModeOn);
+
+    EXPECT_THAT(otherplatform::takeSent(), ElementsAre(wire::kModeOnReply));
+}
+
+TEST_F(OtherPlatformTest, TheVariablesForOtherModulesAreThere)
+{
+    EXPECT_EQ(m_bIsCPTest, 0);  // there is no configuration to allow the tests
+    EXPECT_EQ(m_iACKStatus, 0);
+}
+
+TEST_F(OtherPlatformTest, TheServiceServesWhileTheFrameworksThreadIsInExec)
+{
+    std::thread(KYR_ServiceFw_Exec).detach();
+
     otherplatform::deliver(wire::kModeOn);
 
     EXPECT_THAT(otherplatform::takeSent(), ElementsAre(wire::kModeOnReply));

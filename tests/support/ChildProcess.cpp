@@ -51,6 +51,16 @@ private:
     std::array<int, 2> ends_{-1, -1};
 };
 
+/// The machine's own programs run as they are; what this build has made may be for another processor.
+std::vector<std::string> throughEmulator(std::vector<std::string> arguments)
+{
+    const std::string_view emulator = PROGRAM_EMULATOR;
+    if (!emulator.empty() && arguments.at(0).starts_with(BUILT_PROGRAMS)) {
+        arguments.insert(arguments.begin(), std::string(emulator));
+    }
+    return arguments;
+}
+
 std::vector<std::string> merge(const ChildProcess::Environment& changes)
 {
     std::vector<std::string> merged;
@@ -98,7 +108,7 @@ int statusOf(const siginfo_t& info)
 
 ChildProcess::ChildProcess(const std::vector<std::string>& arguments, const Environment& environment)
 {
-    auto argumentTexts = arguments;
+    auto argumentTexts = throughEmulator(arguments);
     auto environmentTexts = merge(environment);
     const auto argumentPointers = pointersTo(argumentTexts);
     const auto environmentPointers = pointersTo(environmentTexts);

@@ -31,7 +31,7 @@ public:
     enum class Stream { kOut, kErr };
 
     /// Starts `arguments[0]`, which is looked up in PATH when it has no slash. Standard input is empty. A program that
-    /// cannot be executed ends with status 127.
+    /// cannot be executed ends with status 127. In a cross build, a program of the build runs under the emulator.
     explicit ChildProcess(const std::vector<std::string>& arguments, const Environment& environment = {});
     ~ChildProcess();
 

@@ -1,0 +1,5 @@
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(ENGINEERING_DEBIAN_ARCHITECTURE arm64)
+set(triplet aarch64-linux-gnu)
+set(qemu qemu-aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)

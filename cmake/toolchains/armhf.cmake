@@ -1,0 +1,5 @@
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(ENGINEERING_DEBIAN_ARCHITECTURE armhf)
+set(triplet arm-linux-gnueabihf)
+set(qemu qemu-arm)
+include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)
