@@ -36,8 +36,9 @@ ProcessFigures figuresOf(pid_t process)
 
 void expectConstant(const ProcessFigures& before, const ProcessFigures& after)
 {
-    EXPECT_EQ(after.descriptors, before.descriptors);
-    EXPECT_LE(after.threads, before.threads);  // the libraries give some up that they no longer need
+    // Fewer are no loss: the libraries give up what they needed for the start.
+    EXPECT_LE(after.descriptors, before.descriptors);
+    EXPECT_LE(after.threads, before.threads);
     showFigure("resident memory", static_cast<double>(after.residentBytes) / 1e6, "MB");
     const double growth = static_cast<double>(after.residentBytes) - static_cast<double>(before.residentBytes);
     showFigure("growth of resident memory", growth / 1e6, "MB");

@@ -19,7 +19,7 @@ ProcessFigures figuresOf(pid_t process);
 /// Resident memory may grow by this much in any number of frames.
 inline constexpr std::size_t kMostGrowth = 4'000'000;
 
-/// Expects as many descriptors as before, no more threads, and no more memory than kMostGrowth above that of before
+/// Expects no more descriptors and threads than before, and no more memory than kMostGrowth above that of before
 /// (without a sanitizer). Shows the growth.
 void expectConstant(const ProcessFigures& before, const ProcessFigures& after);
 
