@@ -230,7 +230,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         expect(g_answers == (which < 3 ? 1 : 0), "answers to one call: " + std::to_string(g_answers));
         for (const std::string& line : unit.log.lines())
-            expect(line.find("ended by an") == std::string::npos, line);
+            expect(!line.starts_with("ERROR D-Bus method call"), line);  // ended by an exception
         unit.log.clear();
     }
     return 0;
