@@ -15,7 +15,8 @@ using Kind = ScannedPiece::Kind;
 std::size_t findHeader(Bytes bytes)
 {
     constexpr std::uint8_t kHeader[] = {protocol::kHeader1, protocol::kHeader2};
-    return static_cast<std::size_t>(std::ranges::search(bytes, kHeader).begin() - bytes.begin());
+    const auto found = std::search(bytes.begin(), bytes.end(), std::begin(kHeader), std::end(kHeader));
+    return static_cast<std::size_t>(found - bytes.begin());
 }
 
 /// Puts pieces together, those of one kind of noise that follow each other as one.

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <sstream>
 #include <string>
 
 #include "programs/station/CommandLine.h"
@@ -67,34 +68,43 @@ std::string items(const std::vector<const CLI::Option*>& options)
     return out;
 }
 
-std::string examples(const std::string& footer)
+/// @returns a footer: its indented lines as they stand, the others as paragraphs.
+std::string footerText(const std::string& footer)
 {
     std::string out;
-    for (std::size_t at = 0; at < footer.size();) {
-        const auto end = std::min(footer.find('\n', at), footer.size());
-        const std::string line = footer.substr(at, end - at);
-        out += line.starts_with("  ") ? escaped(line.substr(2)) + "\n" : "";
-        at = end + 1;
+    bool verbatim = false;
+    const auto setVerbatim = [&](bool wanted) {
+        if (wanted != verbatim) {
+            out += wanted ? ".PP\n.RS 4\n.nf\n" : ".fi\n.RE\n";
+            verbatim = wanted;
+        }
+    };
+    std::istringstream lines(footer);
+    for (std::string line; std::getline(lines, line);) {
+        setVerbatim(line.starts_with("  "));
+        if (verbatim) {
+            out += escaped(line.substr(2)) + "\n";
+        } else if (!line.empty()) {
+            out += ".PP\n" + escaped(line) + "\n";
+        }
     }
-    return out.empty() ? "" : ".PP\nExamples:\n.PP\n.RS 4\n.nf\n" + out + ".fi\n.RE\n";
+    setVerbatim(false);
+    return out;
 }
 
 /// The verb and those below it, each under a heading of its own.
 std::string verbText(const CLI::App& verb)
 {
-    std::string out;
-    if (verbsOf(verb).empty()) {
-        std::string usage = usageOf(verb);
-        usage.erase(0, std::string(kProgram).size() + 1);
-        out += ".SS " + escaped(usage) + "\n" + escaped(titleOf(verb)) + ".\n";
-        out += paragraphs(detailsOf(verb)) + items(positionalsOf(verb));
-        for (const CLI::Option* option : optionsOf(verb)) {
-            if (option != verb.get_help_ptr()) {
-                out += item(*option);
-            }
+    std::string usage = usageOf(verb);
+    usage.erase(0, std::string(kProgram).size() + 1);
+    std::string out = ".SS " + escaped(usage) + "\n" + escaped(titleOf(verb)) + ".\n";
+    out += paragraphs(detailsOf(verb)) + items(positionalsOf(verb));
+    for (const CLI::Option* option : optionsOf(verb)) {
+        if (option != verb.get_help_ptr()) {
+            out += item(*option);
         }
-        out += examples(verb.get_footer());
     }
+    out += footerText(verb.get_footer());
     for (const CLI::App* below : verbsOf(verb)) {
         out += verbText(*below);
     }
