@@ -1,8 +1,12 @@
 #include "station/record/Results.h"
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -139,6 +143,37 @@ TEST_F(ResultsFolder, OfARunThatWasKilledStaysAsItIs)
 
     EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0-2",
                                                  "end-of-line-20261121-140508.123-ttyUSB0.running"));
+}
+
+TEST_F(ResultsFolder, HoldsAWholeRecordAtWhateverMomentTheStationIsKilled)
+{
+    for (int saves = 1; saves <= 16; ++saves) {
+        record::Run run = samples::failed();
+        run.id = "killed-" + std::to_string(saves);
+        std::array<int, 2> pipe{};
+        ASSERT_EQ(::pipe(pipe.data()), 0);
+        const pid_t station = fork();
+        if (station == 0) {
+            Results results(directory_, run, {});
+            for (;;) {
+                [[maybe_unused]] const auto told = ::write(pipe[1], "s", 1);
+                results.save(run);
+            }
+        }
+        ::close(pipe[1]);
+
+        char begun = 0;
+        for (int i = 0; i < saves; ++i) {
+            ASSERT_EQ(::read(pipe[0], &begun, 1), 1);
+        }
+        kill(station, SIGKILL);
+        waitpid(station, nullptr, 0);
+        ::close(pipe[0]);
+
+        const record::Run read = readRun(directory_ / (run.id + ".running") / "record.json");
+        EXPECT_EQ(read.verdict, Verdict::kAborted);
+        EXPECT_EQ(read.phases, run.phases);
+    }
 }
 
 TEST_F(ResultsFolder, KeepsTheLastWholeRecordWhenTheDiskIsFull)
