@@ -217,7 +217,7 @@ void addVerb(TreeTables& tables, const CLI::App& verb)
             for (const std::string& name : spellings(*option)) {
                 append(options, name);
                 if (takesValue(*option)) {
-                    tables.values.add(path + " " + name, kindOf(*option));
+                    tables.values.add(std::string(path).append(" ").append(name), kindOf(*option));
                 }
             }
         }

@@ -41,6 +41,16 @@ Request parseBytes(const std::string& cmdOne, const std::vector<std::string>& ar
     return request;
 }
 
+std::string noAssignment(const catalogue::Command& command, const std::string& word)
+{
+    const std::string text = "'" + word + "' is no NAME=VALUE";
+    if (command.params.empty()) {
+        return text + "; the command has no parameters";
+    }
+    const catalogue::Field& first = command.params.front();
+    return text + ", as in '" + std::string(first.name) + "=" + std::string(first.example) + "'";
+}
+
 Request parseNamed(const std::string& key, const std::vector<std::string>& words)
 {
     const auto* command = catalogue::findCommand(catalogue::groups(), key);
@@ -51,10 +61,7 @@ Request parseNamed(const std::string& key, const std::vector<std::string>& words
     for (const std::string& word : words) {
         const auto equals = word.find('=');
         if (equals == std::string::npos) {
-            throw WrongUse(key + ": '" + word + "' is no NAME=VALUE" +
-                           (command->params.empty() ? "; the command has no parameters"
-                                                    : ", as in '" + std::string(command->params.front().name) + "=" +
-                                                          std::string(command->params.front().example) + "'"));
+            throw WrongUse(key + ": " + noAssignment(*command, word));
         }
         arguments.emplace_back(word.substr(0, equals), word.substr(equals + 1));
     }
