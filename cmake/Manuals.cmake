@@ -1,0 +1,33 @@
+# What is made by running the programs: their manual pages, from what they say of themselves.
+find_program(HELP2MAN help2man REQUIRED)
+find_program(GZIP gzip REQUIRED)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/printed)
+add_custom_target(manuals ALL)
+
+# printed_file(NAME DESTINATION PROGRAM COMMAND...): installs what COMMAND, which runs PROGRAM, prints; a manual page
+# compressed.
+function(printed_file name destination program)
+  set(file ${CMAKE_BINARY_DIR}/printed/${name})
+  set(installed ${file})
+  if(name MATCHES "\\.1$")
+    set(installed ${file}.gz)
+    set(compress COMMAND ${GZIP} --best --no-name --force ${file})
+  endif()
+  add_custom_command(OUTPUT ${installed} COMMAND ${ARGN} > ${file} ${compress} DEPENDS ${program} VERBATIM)
+  add_custom_target(printed-${name} DEPENDS ${installed})
+  add_dependencies(manuals printed-${name})
+  install(FILES ${installed} DESTINATION ${destination})
+endfunction()
+
+# manual_page(PROGRAM "what it is, in a few words")
+function(manual_page program summary)
+  # One word for help2man, which leaves it to a shell.
+  string(JOIN " " command ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${program}>)
+  printed_file(${program}.1 ${CMAKE_INSTALL_MANDIR}/man1 ${program}
+    ${HELP2MAN} --no-info --section=1 --name=${summary} "${command}")
+endfunction()
+
+manual_page(engineering-service "the engineering service on the bench")
+manual_page(engineering-station "a test station on the engineering service's line")
+manual_page(engineering-hmi "stand-in for a head unit's HMI")
+manual_page(headunitctl "the simulated head unit's controls")
