@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "DeliveryTurns.h"
 #include "KYRMutex.h"
 #include "KYRUart.h"
 #include "RunGuarded.h"
@@ -99,6 +100,7 @@ void KYRUartAdapter::Impl::AttachWhenWanted()
 
 void KYRUartAdapter::Impl::Deliver(std::span<std::uint8_t> chunk)
 {
+    const bench::DeliveryTurns::Turn turn(bench::DeliveryTurns::instance());
     for (KYRRmtSkeleton* const pSkeleton : Skeletons()) {
         bench::runGuarded("a chunk's delivery has failed",
                           [&] { pSkeleton->MsgDecode(chunk.data(), static_cast<int>(chunk.size())); });
