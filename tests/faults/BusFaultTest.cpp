@@ -173,6 +173,21 @@ TEST_F(BusFaultTest, BusThatClosesAsSoonAsItHasGreetedDoesNotKeepTheStationFromB
     }
 }
 
+TEST_F(BusFaultTest, FramesWithoutABusDoNotFillStandardError)
+{
+    hideBus();
+    ChildProcess& service = startInTestMode();
+    RawLine line(link());
+
+    exchange(line, 2'000);
+
+    // No bus, ready, and what the bus library says of a signal that has nowhere to go: each once.
+    EXPECT_LE(service.lines(Stream::kErr).size(), 4u) << service.output(Stream::kErr);
+    for (const std::string& text : service.lines(Stream::kErr)) {
+        EXPECT_THAT(text, testing::AnyOf(StartsWith("engineering-service: "), StartsWith("ready uart=")));
+    }
+}
+
 TEST_F(BusFaultTest, BusThatStandsStillAtTheStartIsSaidInOneLineAndServedWithoutInSeconds)
 {
     bus().stop();
