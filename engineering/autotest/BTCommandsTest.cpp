@@ -9,7 +9,6 @@ using nlohmann::json;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 class BTCommandTest : public CommandTest
 {
@@ -172,8 +171,7 @@ TEST_F(BluetoothTest, DeletingThePairingsIsAnsweredUnderTheTunersGroupAndItsEndI
     station.sendCommand(0x04, 0x08);
     unit.events().drain();
 
-    // The listener thread may be the faster one.
-    EXPECT_THAT(station.replies(), UnorderedElementsAre("82 08 [01]", "84 08 [01]"));
+    EXPECT_THAT(station.replies(), ElementsAre("82 08 [01]", "84 08 [01]"));
     EXPECT_THAT(calls(), ElementsAre("bluetooth DeletePairDeviceList []"));
     EXPECT_THAT(log.lines(), Contains("INFO HandleBTCommands, DeletePairDeviceList, ret = 1"));
 }
@@ -186,7 +184,7 @@ TEST_F(BluetoothTest, TheResultOfDeletingThePairingsIsCutToItsLowByte)
     station.sendCommand(0x04, 0x08, {0x55});
     unit.events().drain();
 
-    EXPECT_THAT(station.replies(), UnorderedElementsAre("82 08 [05]", "84 08 [05]"));
+    EXPECT_THAT(station.replies(), ElementsAre("82 08 [05]", "84 08 [05]"));
     EXPECT_THAT(log.lines(), Contains("INFO HandleBTCommands, DeletePairDeviceList, ret = 261"));
 }
 

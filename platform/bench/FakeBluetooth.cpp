@@ -5,6 +5,7 @@
 #include <map>
 #include <vector>
 
+#include "DeliveryTurns.h"
 #include "Services.h"
 
 namespace bench {
@@ -46,7 +47,9 @@ int FakeBluetooth::deletePairings()
 {
     context_.calls.add(kService, "DeletePairDeviceList", {});
     const int result = context_.state.number("/bluetooth/delete_pairings_result");
-    context_.events.post([result] {
+    // A command's reply comes before the end of what it has begun, as on a unit, where that takes a while.
+    context_.events.post([result, turn = DeliveryTurns::instance().current()] {
+        DeliveryTurns::instance().waitForEnd(turn);
         tellClients([result](IKYRBtComListener& listener) { listener.OnDeletePairStatusChanged(result); });
     });
     return result;

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "DeliveryTurns.h"
 #include "KYRMutex.h"
 #include "KYRUart.h"
 #include "RunGuarded.h"
@@ -103,6 +104,7 @@ void KYRUartAdapter::Impl::AttachWhenWanted()
 
 void KYRUartAdapter::Impl::Deliver(std::span<std::uint8_t> chunk)
 {
+    const bench::DeliveryTurns::Turn turn(bench::DeliveryTurns::instance());
     const auto pDeliverTo = Skeletons();
     for (KYRRmtSkeleton* const pSkeleton : *pDeliverTo) {
         bench::runGuarded("a chunk's delivery has failed",

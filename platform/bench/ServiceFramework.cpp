@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "BusName.h"
+#include "GlibLog.h"
 #include "KYRServiceFw.h"
 #include "Report.h"
 
@@ -98,6 +99,7 @@ void prepareProcess()
 {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     signal(SIGPIPE, SIG_IGN);
+    reportGlibMessagesOnce();
     // What the process makes is its owner's and, to read, the group's; a stricter mask stays.
     umask(umask(S_IRWXG | S_IRWXO) | S_IWGRP | S_IRWXO);
     const sigset_t signals = endSignals();

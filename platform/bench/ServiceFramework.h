@@ -8,7 +8,8 @@
 namespace bench {
 
 /// To be called first of all, before any thread is started: standard output is line-buffered, a reader that has gone
-/// away ends nothing, files are made for owner and group only, and SIGTERM and SIGINT wait for the framework.
+/// away ends nothing, files are made for owner and group only, GLib complains of each thing once, and SIGTERM and
+/// SIGINT wait for the framework.
 void prepareProcess();
 
 /// The framework around a service: calls the three entry points that the service exports (KYRServiceFw.h) and ends

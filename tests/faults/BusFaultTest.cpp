@@ -81,15 +81,18 @@ TEST_F(BusFaultTest, BusThatStandsStillHoldsTheStationUpForATenthOfASecondOnce)
 
     bus().stop();
     const auto slowest = slowestOf(line, 5'000);
+    const auto stopped = steady_clock::now();
     const auto slowestAfterwards = slowestOf(line, 2'000);
+    const auto afterwards = steady_clock::now() - stopped;
     bus().cont();
 
     showFigure("slowest answer when the bus stands still", 1e3 * seconds(slowest), "ms");
     showFigure("slowest answer from then on", 1e3 * seconds(slowestAfterwards), "ms");
     // A tenth of a second of the service's own; the rest is for a loaded machine.
     EXPECT_GE(seconds(slowest), 0.1) << "the bus took everything, so that this has shown nothing";
-    EXPECT_LT(seconds(slowest), 0.6);
-    EXPECT_LT(seconds(slowestAfterwards), 0.5);
+    EXPECT_LT(seconds(slowest), 1);
+    // It would be 200 s if each frame waited.
+    EXPECT_LT(seconds(afterwards), 50);
 }
 
 TEST_F(BusFaultTest, BusThatGoesOnGetsSignalsAndCallsAsBefore)
@@ -170,6 +173,21 @@ TEST_F(BusFaultTest, BusThatClosesAsSoonAsItHasGreetedDoesNotKeepTheStationFromB
         RawLine(link()).expectExchange(kModeOn, kModeOnReply);
         service.signal(SIGTERM);
         expectEnd(service, 0);
+    }
+}
+
+TEST_F(BusFaultTest, FramesWithoutABusDoNotFillStandardError)
+{
+    hideBus();
+    ChildProcess& service = startInTestMode();
+    RawLine line(link());
+
+    exchange(line, 2'000);
+
+    // No bus, ready, and what the bus library says of a signal that has nowhere to go: each once.
+    EXPECT_LE(service.lines(Stream::kErr).size(), 4u) << service.output(Stream::kErr);
+    for (const std::string& text : service.lines(Stream::kErr)) {
+        EXPECT_THAT(text, testing::AnyOf(StartsWith("engineering-service: "), StartsWith("ready uart=")));
     }
 }
 
