@@ -77,6 +77,9 @@ private:
         addChip(title, run_.verdict);
         addText(title, "h1", planTitle());
         addText(top, "p", summaryOf(run_, outcome_), "lead");
+        if (!run_.reason.empty()) {
+            addText(top, "p", run_.reason, "why");
+        }
         addStrip(top);
         Node facts = add(top, "dl", "facts");
         addFact(facts, "Unit", run_.unit.serial.empty() ? "not known" : run_.unit.serial);
@@ -124,7 +127,11 @@ private:
             return;
         }
         Node section = add(main, "section");
-        set(addText(section, "h2", "What went wrong"), "id", "failed");
+        const bool onlyEnded =
+            run_.verdict == Verdict::kAborted && std::ranges::all_of(outcome_.failed, [](const PlacedStep& placed) {
+                return placed.step->verdict == Verdict::kAborted;
+            });
+        set(addText(section, "h2", onlyEnded ? "Where the run was ended" : "What went wrong"), "id", "failed");
         set(section, "aria-labelledby", "failed");
         for (const PlacedStep& placed : outcome_.failed) {
             addCard(section, placed);

@@ -53,15 +53,21 @@ Outcome outcomeOf(const Run& run)
 std::string summaryOf(const Run& run, const Outcome& outcome)
 {
     const auto were = [](std::size_t number) { return std::to_string(number) + (number == 1 ? " was" : " were"); };
+    const auto wrong = static_cast<std::size_t>(std::ranges::count_if(
+        outcome.failed, [](const PlacedStep& placed) { return placed.step->verdict != Verdict::kAborted; }));
+    const std::string passed = std::to_string(outcome.passed) + " of " + count(outcome.total, "step") + " passed";
     std::string text;
     if (outcome.total == 0) {
         text = "No step was run";
-    } else if (!outcome.failed.empty()) {
-        text = std::to_string(outcome.failed.size()) + " of " + count(outcome.total, "step") + " went wrong";
+    } else if (run.verdict == Verdict::kAborted) {
+        text = "Ended before it was through: " + passed;
+        text += wrong > 0 ? ", " + std::to_string(wrong) + " went wrong" : "";
+    } else if (wrong > 0) {
+        text = std::to_string(wrong) + " of " + count(outcome.total, "step") + " went wrong";
     } else if (outcome.passed == outcome.total) {
         text = outcome.total == 1 ? "The step passed" : "All " + std::to_string(outcome.total) + " steps passed";
     } else {
-        text = std::to_string(outcome.passed) + " of " + count(outcome.total, "step") + " passed";
+        text = passed;
     }
     if (outcome.total > 0 && outcome.skipped > 0) {
         text += ", " + were(outcome.skipped) + " not run";
@@ -69,11 +75,7 @@ std::string summaryOf(const Run& run, const Outcome& outcome)
     if (!outcome.repeated.empty()) {
         text += ", " + std::to_string(outcome.repeated.size()) + " passed only when repeated";
     }
-    text += '.';
-    if (!run.reason.empty()) {
-        text += ' ' + printable(run.reason);
-    }
-    return text;
+    return text + '.';
 }
 
 std::chrono::nanoseconds durationOf(const Run& run)

@@ -75,6 +75,9 @@ private:
         line(0, verdict(run_.verdict) + "  " +
                     bold(printable(run_.plan.title.empty() ? run_.plan.name : run_.plan.title)));
         line(0, summaryOf(run_, outcome_));
+        if (!run_.reason.empty()) {
+            line(0, printable(run_.reason));
+        }
         std::string facts = "Unit " + (run_.unit.serial.empty() ? "not known" : printable(run_.unit.serial)) + " at " +
                             printable(run_.unit.port) + ", " + std::to_string(run_.unit.baud) + " baud; started " +
                             toText(run_.started);
@@ -92,7 +95,8 @@ private:
             return;
         }
         line(0, "");
-        line(0, bold("What went wrong"));
+        line(0, bold(run_.verdict == Verdict::kAborted ? "What went wrong, or where the run was ended"
+                                                       : "What went wrong"));
         for (const PlacedStep& placed : outcome_.failed) {
             const Step& step = *placed.step;
             line(0, "");
