@@ -27,6 +27,10 @@ public:
             throw std::runtime_error("no pseudo-terminal can be had");
         }
         path_ = name.data();
+        // A program that the test starts must not keep the line open.
+        for (const int descriptor : {master_, slave_}) {
+            fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+        }
         termios raw{};
         tcgetattr(slave_, &raw);
         cfmakeraw(&raw);
