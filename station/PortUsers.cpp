@@ -31,8 +31,16 @@ std::optional<pid_t> parsePid(std::string_view text)
 
 std::string describe(pid_t pid)
 {
+    const std::string folder = "/proc/" + std::to_string(pid);
     std::string name;
-    std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
+    std::getline(std::ifstream(folder + "/comm"), name);
+    // The kernel keeps the first 15 characters only.
+    std::string program;
+    std::getline(std::ifstream(folder + "/cmdline"), program, '\0');
+    program = fs::path(program).filename().string();
+    if (!name.empty() && program.starts_with(name)) {
+        name = program;
+    }
     return name.empty() ? "process " + std::to_string(pid) : name + " (process " + std::to_string(pid) + ")";
 }
 

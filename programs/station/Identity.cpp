@@ -6,9 +6,11 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "programs/Cli.h"
+#include "programs/station/LineOptions.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/Connection.h"
@@ -37,6 +39,7 @@ struct Options {
     station::PortSpec port;
     // A record is on the disk when the next frame is answered, and a flash may take its time.
     double timeoutSeconds = 5;
+    double reconnectSeconds = 10;
     std::vector<std::string> records;
     std::vector<std::string> set;
     std::string csv;
@@ -95,10 +98,8 @@ class Session
 public:
     Session(const Options& options, Tool& tool)
         : tool_(tool)
-        , connection_(options.port, {.interrupt = &tool.interrupt})
-        , unit_(connection_, catalogue::groups(),
-                std::chrono::duration_cast<std::chrono::nanoseconds>(
-                    std::chrono::duration<double>(options.timeoutSeconds)))
+        , connection_(options.port, {.reconnect = fromSeconds(options.reconnectSeconds), .interrupt = &tool.interrupt})
+        , unit_(connection_, catalogue::groups(), fromSeconds(options.timeoutSeconds))
     {
     }
 
@@ -227,7 +228,14 @@ public:
                 "try finds the same row");
         }
         openLedger();
-        const auto grant = ledger_->reserve(*table_, line, optional(options_.serial), options_.dryRun);
+        // A unit that will be refused must not use a row up.
+        const auto preview = ledger_->reserve(*table_, line, optional(options_.serial), true);
+        const auto wanted = wantedOf(preview.row, preview.again);
+        if (options_.dryRun || (!preview.again && isRefused(unit, wanted))) {
+            unit_ = preview.unit;
+            return wanted;
+        }
+        const auto grant = ledger_->reserve(*table_, line, optional(options_.serial), false);
         unit_ = grant.unit;
         return wantedOf(grant.row, grant.again);
     }
@@ -293,6 +301,12 @@ private:
         } catch (const std::invalid_argument& error) {
             throw std::invalid_argument(std::string(record.name) + ": " + error.what());
         }
+    }
+
+    bool isRefused(identity::UnitIdentity& unit, const std::vector<Wanted>& wanted) const
+    {
+        const auto all = identity::write(unit, wanted, {options_.overwrite, true}, [](const Done&) {});
+        return std::ranges::any_of(all, [](const Done& done) { return done.result == Result::kRefused; });
     }
 
     void openLedger() { ledger_.emplace(table_->path, records_, &tool_.interrupt); }
@@ -377,7 +391,11 @@ int write(const Options& options, Tool& tool)
     // Before anything is done that it could not tell of.
     std::optional<identity::Journal> journal;
     if (!options.dryRun) {
-        journal.emplace(path);
+        try {
+            journal.emplace(path);
+        } catch (const std::system_error& error) {
+            throw WrongUse(error.what());
+        }
     }
     const std::string& port = options.port.path;
     return runWithRows(options, tool, [&](identity::UnitIdentity& unit) -> int {
@@ -451,6 +469,7 @@ void addIdentity(Tool& tool)
     verb->add_option("RECORD", reading->records, "Which to read: factory-serial, carplay-mac, …");
     addPort(*verb, reading->port);
     addTimeout(*verb, reading->timeoutSeconds);
+    addReconnect(*verb, reading->reconnectSeconds);
     verb->footer(
         "Examples:\n"
         "  engineering-station identity read\n"
@@ -484,6 +503,7 @@ void addIdentity(Tool& tool)
         ->default_str("~/.local/state/engineering-station/identity.jsonl");
     addPort(*verb, writing->port);
     addTimeout(*verb, writing->timeoutSeconds);
+    addReconnect(*verb, writing->reconnectSeconds);
     verb->footer(
         "Examples:\n"
         "  engineering-station identity write --set factory-serial=SN123 --set carplay-mac=00:11:22:33:44:55\n"
@@ -503,6 +523,7 @@ void addIdentity(Tool& tool)
     addSources(*verb, *verifying);
     addPort(*verb, verifying->port);
     addTimeout(*verb, verifying->timeoutSeconds);
+    addReconnect(*verb, verifying->reconnectSeconds);
     verb->footer(
         "Examples:\n"
         "  engineering-station identity verify --set factory-serial=SN123\n"

@@ -9,6 +9,7 @@
 
 #include "programs/Cli.h"
 #include "programs/station/FrameJson.h"
+#include "programs/station/LineOptions.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/HexBytes.h"
@@ -39,6 +40,8 @@ struct Options {
     std::string replay;
     double timeoutSeconds = 1;
     double durationSeconds = 0;
+    // Whoever watches waits for the device as long as it takes.
+    double reconnectSeconds = kForEver;
     bool hex = false;
     bool enterTestMode = false;
 };
@@ -171,18 +174,18 @@ public:
 
     int run()
     {
-        std::vector<station::TraceSink*> sinks{&printer_};
+        std::vector<station::TraceSink*> sinks;
         if (!options_.pcapng.empty()) {
             openCapture();
+            // First: what has been seen is in the capture, whatever happens then.
             sinks.push_back(&*capture_);
         }
+        sinks.push_back(&printer_);
         station::FanOut trace(sinks);
-        // Whoever watches waits for the device as long as it takes.
         Connection connection(
-            options_.port, {.reconnect = std::chrono::hours(24 * 365), .trace = &trace, .interrupt = &tool_.interrupt});
-        const auto timeout = std::chrono::duration_cast<std::chrono::nanoseconds>(
-            std::chrono::duration<double>(options_.timeoutSeconds));
-        station::identity::UnitIdentity unit(connection, catalogue::groups(), timeout);
+            options_.port,
+            {.reconnect = fromSeconds(options_.reconnectSeconds), .trace = &trace, .interrupt = &tool_.interrupt});
+        station::identity::UnitIdentity unit(connection, catalogue::groups(), fromSeconds(options_.timeoutSeconds));
         try {
             if (options_.enterTestMode) {
                 unit.enterTestMode();
@@ -218,10 +221,8 @@ private:
 
     void watch(Connection& connection, station::identity::UnitIdentity& unit)
     {
-        const auto start = Connection::Clock::now();
-        const bool endless = options_.durationSeconds <= 0;
-        const auto end = start + std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                     std::chrono::duration<double>(endless ? 86400 * 365 : options_.durationSeconds));
+        const double seconds = options_.durationSeconds > 0 ? options_.durationSeconds : kForEver;
+        const auto end = Connection::Clock::now() + fromSeconds(seconds);
         while (Connection::Clock::now() < end && std::ferror(stdout) == 0) {
             // The looks at what came back and at the capture are no reason to wake up often.
             connection.receive(std::min(end, Connection::Clock::now() + std::chrono::seconds(1)));
@@ -298,6 +299,7 @@ void addMonitor(Tool& tool)
         "  02, 02.01                codes on the line, hexadecimal, bit 7 of the group aside");
     addPort(*verb, options->port);
     addTimeout(*verb, options->timeoutSeconds);
+    addReconnect(*verb, options->reconnectSeconds);
     verb->add_flag("--hex", options->hex, "Show the bytes too");
     verb->add_option("--filter", options->filter, "Which frames to show; a capture holds all of them")
         ->type_name("EXPR");
@@ -308,7 +310,7 @@ void addMonitor(Tool& tool)
                                  "Switch auto-test mode on, and back to what it was at the end");
     verb->add_option("--duration", options->durationSeconds, "End after so many seconds; 0 for never")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 86400.0 * 365))
+        ->check(CLI::Range(0.0, kForEver))
         ->default_str("0");
     verb->add_option("--replay", options->replay, "Show this capture instead of a line")
         ->type_name("FILE")

@@ -63,7 +63,7 @@ public:
     /// Chooses the row for a unit: its own when it has one; else that with the factory serial number `serial`, when
     /// that is given; else, for a unit without an id, that of the serial number which it holds; else the first that is
     /// free. Reserves it, unless `dryRun`, and keeps it locked against other stations until this object's end. To be
-    /// called once. Throws NoRow, LedgerError, Interrupted.
+    /// called once, but for dry runs. Throws NoRow, LedgerError, Interrupted.
     Grant reserve(const CsvTable& table, const Unit& unit, const std::optional<std::string>& serial, bool dryRun);
 
     /// @returns the row that the unit of this id has been given; nothing for none. Throws as `reserve` does.

@@ -30,6 +30,10 @@ public:
         fcntl(master_, F_SETFD, FD_CLOEXEC);
         fcntl(slave_, F_SETFD, FD_CLOEXEC);
         path_ = name.data();
+        // A program that the test starts must not keep the line open.
+        for (const int descriptor : {master_, slave_}) {
+            fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+        }
         termios raw{};
         tcgetattr(slave_, &raw);
         cfmakeraw(&raw);
