@@ -28,6 +28,8 @@ function(manual_page program summary)
 endfunction()
 
 manual_page(engineering-service "the engineering service on the bench")
-manual_page(engineering-station "a test station on the engineering service's line")
+printed_file(engineering-station.1 ${CMAKE_INSTALL_MANDIR}/man1 engineering-station engineering-station man)
+printed_file(engineering-station ${CMAKE_INSTALL_DATADIR}/bash-completion/completions engineering-station
+  engineering-station completion bash)
 manual_page(engineering-hmi "stand-in for a head unit's HMI")
 manual_page(headunitctl "the simulated head unit's controls")
