@@ -10,8 +10,8 @@ using fuzz::expect;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const auto loaded = station::plan::load({reinterpret_cast<const char*>(data), size}, "FILE",
-                                            protocol::catalogue::groups());
+    const auto loaded =
+        station::plan::load({reinterpret_cast<const char*>(data), size}, "FILE", protocol::catalogue::groups());
     expect(loaded.plan.has_value() == loaded.problems.empty(), "a plan that is neither sound nor wrong");
     for (const auto& problem : loaded.problems) {
         const std::string line = format("FILE", problem);
