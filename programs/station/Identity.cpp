@@ -464,7 +464,7 @@ void addIdentity(Tool& tool)
     const auto reading = std::make_shared<Options>();
     CLI::App* verb = noun->add_subcommand("read",
                                           "Prints a unit's identity records\n"
-                                          "All of them, or those named. Of the Bluetooth address a unit only tells\n"
+                                          "All of them, or those named. Of the Bluetooth address a unit only tells "
                                           "whether one was written, and the address that its controller runs.");
     verb->add_option("RECORD", reading->records, "Which to read: factory-serial, carplay-mac, …");
     addPort(*verb, reading->port);
@@ -480,19 +480,15 @@ void addIdentity(Tool& tool)
     verb = noun->add_subcommand(
         "write",
         "Writes identity records and reads them back\n"
-        "All are read first: when the unit has another value in one of them, nothing is written, unless --overwrite "
-        "is\n"
-        "given. Each is read back and compared byte by byte; exit status 12 when it differs. Of the Bluetooth address\n"
+        "All are read first: when the unit has another value in one of them, nothing is written, unless --overwrite is "
+        "given. Each is read back and compared byte by byte; exit status 12 when it differs. Of the Bluetooth address "
         "a unit only tells that there is one: verify it when the unit has started again.\n"
         "\n"
         "With --csv the unit gets a row of the file: its own when it has one, else that of --serial, else the next "
-        "free\n"
-        "one. Which unit has which row is kept in FILE.ledger, on the disk before anything is written; stations may "
-        "share\n"
-        "both files. No factory serial, head-unit serial or address is ever given to a second unit, whatever happens; "
-        "a\n"
-        "second try gets the same row. A unit is known by the factory serial that it has; before it has one, by "
-        "--unit.\n"
+        "free one. Which unit has which row is kept in FILE.ledger, on the disk before anything is written; stations "
+        "may share both files. No factory serial, head-unit serial or address is ever given to a second unit, whatever "
+        "happens; a second try gets the same row. A unit is known by the factory serial that it has; before it has "
+        "one, by --unit.\n"
         "\n"
         "What was done is added to a journal, one JSON object a line.");
     addSources(*verb, *writing);
@@ -516,10 +512,8 @@ void addIdentity(Tool& tool)
         "verify",
         "Compares a unit's identity records with what they should be\n"
         "Byte by byte; exit status 12 when one differs or is missing. With --csv against the row of --serial, else the "
-        "one\n"
-        "that --unit was given, else the one of the factory serial that the unit has. Of the Bluetooth address, the "
-        "one\n"
-        "that the controller runs is compared: a written one runs when the unit has started again.");
+        "one that --unit was given, else the one of the factory serial that the unit has. Of the Bluetooth address, "
+        "the one that the controller runs is compared: a written one runs when the unit has started again.");
     addSources(*verb, *verifying);
     addPort(*verb, verifying->port);
     addTimeout(*verb, verifying->timeoutSeconds);

@@ -287,16 +287,16 @@ void addMonitor(Tool& tool)
     CLI::App* verb = tool.app.add_subcommand(
         "monitor",
         "Shows what passes on a line\n"
-        "A line a frame: time, direction as the station sees it (sent, received, corrupt), meaning. The port is this\n"
-        "program's alone meanwhile, so what comes is what the unit sends by itself, which it mostly does in auto-test\n"
-        "mode only: see --enter-test-mode. A device that goes is waited for; that it went and came back is shown.\n"
+        "A line a frame: time, direction as the station sees it (sent, received, corrupt), meaning. The port is this "
+        "program's alone meanwhile, so what comes is what the unit sends by itself, which it mostly does in auto-test "
+        "mode only: see --enter-test-mode. A device that goes is waited for; that it went and came back is shown. "
         "Ctrl-C ends it, with exit status 0.\n"
         "\n"
         "A filter has alternatives between commas; words between blanks must all hold, one behind ! must not:\n"
-        "  sent, received, corrupt  the direction\n"
-        "  tuner                    a group\n"
-        "  tuner.frequency          a command with what answers it, or what the unit sends by itself\n"
-        "  02, 02.01                codes on the line, hexadecimal, bit 7 of the group aside");
+        "sent, received, corrupt: the direction\n"
+        "tuner: a group\n"
+        "tuner.frequency: a command with what answers it, or what the unit sends by itself\n"
+        "02, 02.01: codes on the line, hexadecimal, bit 7 of the group aside");
     addPort(*verb, options->port);
     addTimeout(*verb, options->timeoutSeconds);
     addReconnect(*verb, options->reconnectSeconds);
