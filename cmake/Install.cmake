@@ -27,7 +27,7 @@ else()
     DESTINATION share/dbus-1/interfaces)
   install(DIRECTORY docs/ DESTINATION share/doc/${package} FILES_MATCHING PATTERN *.md)
   install(FILES README.md DESTINATION share/doc/${package})
-  install(DIRECTORY share/ DESTINATION share/engineering OPTIONAL)
+  install(DIRECTORY share/ DESTINATION share/engineering)
   include(cmake/Manuals.cmake)
   set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "engineering service of a car head unit, on the bench")
   set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
