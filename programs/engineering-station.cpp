@@ -100,6 +100,7 @@ int main(int argc, char** argv)
         addMonitor(tool);
         addIdentity(tool);
         addReport(tool);
+        addPlan(tool);
         addCatalogue(tool);
         addCompletion(tool);
         addMan(tool);

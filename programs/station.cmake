@@ -26,3 +26,4 @@ target_link_libraries(engineering-station PRIVATE station_identity station_monit
 
 include(station/report.cmake)
 target_link_libraries(engineering-station PRIVATE station_tool_report)
+include(station/plan.cmake)
