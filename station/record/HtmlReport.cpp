@@ -1,0 +1,397 @@
+#include "station/record/HtmlReport.h"
+
+#include <algorithm>
+#include <map>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "station/record/FrameText.h"
+#include "station/record/Html.h"
+#include "station/record/HtmlStyle.h"
+#include "station/record/LimitChart.h"
+#include "station/record/Outcome.h"
+
+namespace station::record {
+
+namespace {
+
+using html::add;
+using html::addChip;
+using html::addText;
+using html::classOf;
+using html::Node;
+using html::set;
+using html::write;
+using protocol::catalogue::Groups;
+
+/// More segments would be thinner than what an eye tells apart.
+constexpr std::size_t kLongestStrip = 400;
+
+const char* direction(TraceEvent::Kind kind)
+{
+    switch (kind) {
+        case TraceEvent::Kind::kSent:
+            return "→ to unit";
+        case TraceEvent::Kind::kReceived:
+            return "← from unit";
+        case TraceEvent::Kind::kCorrupt:
+            return "← damaged";
+        case TraceEvent::Kind::kLost:
+            return "✕ port gone";
+        case TraceEvent::Kind::kBack:
+            return "✓ port back";
+    }
+    return "";
+}
+
+/// Builds the page for one run.
+class Page
+{
+public:
+    Page(const Run& run, Groups groups) : run_(run), groups_(groups), outcome_(outcomeOf(run))
+    {
+        for (std::size_t i = 0; i < outcome_.steps.size(); ++i) {
+            numbers_.emplace(outcome_.steps[i].step, i + 1);
+        }
+    }
+
+    void build(Node body)
+    {
+        Node page = add(body, "div", "page");
+        addTop(page);
+        Node main = add(page, "main");
+        addFailed(main);
+        addRepeated(main);
+        addAll(main);
+        addOrigin(page);
+    }
+
+private:
+    std::string anchor(const Step& step) const { return "step-" + std::to_string(numbers_.at(&step)); }
+
+    void addTop(Node page)
+    {
+        Node top = add(page, "header", std::string("top ") + classOf(run_.verdict));
+        Node title = add(top, "div", "title");
+        addChip(title, run_.verdict);
+        addText(title, "h1", planTitle());
+        addText(top, "p", summaryOf(run_, outcome_), "lead");
+        addStrip(top);
+        Node facts = add(top, "dl", "facts");
+        addFact(facts, "Unit", run_.unit.serial.empty() ? "not known" : run_.unit.serial);
+        addFact(facts, "Started", toText(run_.started));
+        addFact(facts, "Took", run_.ended < run_.started ? "not known" : toText(durationOf(run_)));
+        addFact(facts, "Port", run_.unit.port + ", " + std::to_string(run_.unit.baud) + " baud");
+        addFact(facts, "Station", run_.station.host);
+        addFact(facts, "Operator", run_.station.operatorName);
+    }
+
+    std::string planTitle() const
+    {
+        return run_.plan.title.empty() ? (run_.plan.name.empty() ? run_.id : run_.plan.name) : run_.plan.title;
+    }
+
+    static void addFact(Node facts, const char* term, const std::string& value, const char* styleClass = "")
+    {
+        if (!value.empty()) {
+            Node both = add(facts, "div");
+            addText(both, "dt", term);
+            addText(both, "dd", value, styleClass);
+        }
+    }
+
+    /// The whole run at a glance: a segment for each step.
+    void addStrip(Node top)
+    {
+        if (outcome_.total < 2 || outcome_.total > kLongestStrip) {
+            return;
+        }
+        Node strip = add(top, "div", "strip");
+        set(strip, "role", "img");
+        set(strip, "aria-label", summaryOf(run_, outcome_));
+        for (const PlacedStep& placed : outcome_.steps) {
+            if (placed.last()) {
+                Node segment = add(strip, "span", classOf(placed.step->verdict));
+                set(segment, "title", placed.step->name + ": " + name(placed.step->verdict));
+            }
+        }
+    }
+
+    void addFailed(Node main)
+    {
+        if (outcome_.failed.empty() && !isBad(run_.verdict)) {
+            return;
+        }
+        Node section = add(main, "section");
+        set(addText(section, "h2", "What went wrong"), "id", "failed");
+        set(section, "aria-labelledby", "failed");
+        for (const PlacedStep& placed : outcome_.failed) {
+            addCard(section, placed);
+        }
+        if (outcome_.failed.empty()) {
+            Node card = add(section, "article", std::string("card ") + classOf(run_.verdict));
+            Node heading = add(card, "h3");
+            addChip(heading, run_.verdict);
+            addText(heading, "span", "The run as a whole");
+            addText(card, "p", run_.reason.empty() ? meaning(run_.verdict) : run_.reason, "reason");
+        }
+    }
+
+    void addCard(Node section, const PlacedStep& placed)
+    {
+        const Step& step = *placed.step;
+        Node card = add(section, "article", std::string("card ") + classOf(step.verdict));
+        set(card, "id", anchor(step));
+        Node heading = add(card, "h3");
+        addChip(heading, step.verdict);
+        addText(heading, "span", step.name);
+        Node where = addText(card, "p", placed.phase->name + " › " + placed.group->name, "where");
+        if (placed.group->tries.size() > 1) {
+            write(where, " › try " + std::to_string(placed.groupTry + 1) + " of " +
+                             std::to_string(placed.group->tries.size()));
+        }
+        if (!step.what.empty()) {
+            write(where, " · ");
+            addText(where, "code", step.what);
+        }
+        addText(card, "p", reasonOf(step), "reason");
+        addText(card, "p", meaning(step.verdict), "meaning");
+        addAttempts(card, step, true);
+    }
+
+    static std::string reasonOf(const Step& step)
+    {
+        if (!step.reason.empty()) {
+            return step.reason;
+        }
+        const bool told = !step.attempts.empty() && !step.attempts.back().reason.empty();
+        return told ? step.attempts.back().reason : "The plan gives no further reason.";
+    }
+
+    void addRepeated(Node main)
+    {
+        if (outcome_.repeated.empty()) {
+            return;
+        }
+        Node section = add(main, "section");
+        set(addText(section, "h2", "Passed only when repeated"), "id", "repeated");
+        set(section, "aria-labelledby", "repeated");
+        Node list = add(section, "ul", "repeated");
+        for (const PlacedStep& placed : outcome_.repeated) {
+            Node item = add(list, "li");
+            Node link = addText(item, "a", placed.step->name);
+            set(link, "href", '#' + anchor(*placed.step));
+            std::string how = ", " + placed.phase->name + " › " + placed.group->name + ":";
+            if (placed.step->attempts.size() > 1) {
+                how += " attempt " + std::to_string(placed.step->attempts.size());
+            }
+            if (placed.groupTry > 0) {
+                how += std::string(placed.step->attempts.size() > 1 ? "," : "") + " try " +
+                       std::to_string(placed.groupTry + 1) + " of the group";
+            }
+            addText(item, "span", how, "soft");
+        }
+    }
+
+    void addAll(Node main)
+    {
+        Node section = add(main, "section");
+        set(addText(section, "h2", "All steps"), "id", "all");
+        set(section, "aria-labelledby", "all");
+        if (run_.phases.empty()) {
+            addText(section, "p", "The run ended before its first step.", "soft");
+        }
+        for (const Phase& phase : run_.phases) {
+            Node part = add(section, "div", "phase");
+            Node heading = add(part, "h3");
+            addText(heading, "span", phase.name);
+            addChip(heading, phase.verdict);
+            if (!phase.reason.empty()) {
+                addText(part, "p", phase.reason, "where");
+            }
+            for (const Group& group : phase.groups) {
+                addGroup(part, group);
+            }
+        }
+    }
+
+    void addGroup(Node part, const Group& group)
+    {
+        Node box = add(part, "div", "group");
+        Node heading = add(box, "h4");
+        addText(heading, "span", group.name);
+        addChip(heading, group.verdict);
+        for (std::size_t i = 0; i < group.tries.size(); ++i) {
+            const Group::Try& each = group.tries[i];
+            const bool last = i + 1 == group.tries.size();
+            if (group.tries.size() > 1) {
+                Node title = addText(
+                    box, "h5", "Try " + std::to_string(i + 1) + " of " + std::to_string(group.tries.size()) + " ");
+                addChip(title, each.verdict);
+            }
+            if (each.steps.empty()) {
+                addText(box, "p", "No step was run.", "where");
+                continue;
+            }
+            Node list = add(box, "ol", "steps");
+            for (const Step& step : each.steps) {
+                addStep(list, step, last);
+            }
+        }
+    }
+
+    void addStep(Node list, const Step& step, bool last)
+    {
+        const bool above = last && isBad(step.verdict);
+        Node item = add(list, "li");
+        Node head = add(item, "div", "head");
+        addChip(head, step.verdict);
+        addText(head, "span", step.name, "name");
+        addText(head, "code", step.what);
+        addText(head, "span", step.attempts.empty() ? "" : toText(durationOf(step)), "took");
+        if (above) {
+            Node body = add(item, "div", std::string("body ") + classOf(step.verdict));
+            Node line = addText(body, "p", reasonOf(step) + " ", "reason");
+            set(addText(line, "a", "details above"), "href", '#' + anchor(step));
+            return;
+        }
+        set(item, "id", anchor(step));
+        if (step.reason.empty() && step.attempts.empty()) {
+            return;
+        }
+        Node body = add(item, "div", std::string("body ") + classOf(step.verdict));
+        if (!step.reason.empty()) {
+            addText(body, "p", step.reason, "reason");
+        }
+        addAttempts(body, step, false);
+    }
+
+    void addAttempts(Node parent, const Step& step, bool large)
+    {
+        for (std::size_t i = 0; i < step.attempts.size(); ++i) {
+            const Attempt& attempt = step.attempts[i];
+            if (step.attempts.size() > 1) {
+                Node line = add(parent, "p", std::string("attempt ") + classOf(attempt.verdict));
+                addChip(line, attempt.verdict);
+                write(line, " Attempt " + std::to_string(i + 1) + " of " + std::to_string(step.attempts.size()) +
+                                (attempt.reason.empty() ? "" : ": " + attempt.reason));
+            }
+            addMeasurements(parent, step, attempt, large);
+            addFrames(parent, step, attempt);
+        }
+    }
+
+    static void addMeasurements(Node parent, const Step& step, const Attempt& attempt, bool large)
+    {
+        if (attempt.measurements.empty()) {
+            return;
+        }
+        std::vector<Measurement> rows = attempt.measurements;
+        std::ranges::stable_partition(rows, [](const Measurement& each) { return !each.passed; });
+        Node table = add(parent, "table", "measured");
+        addText(table, "caption", "Measured in " + step.name, "hidden");
+        Node titles = add(add(table, "thead"), "tr");
+        for (const char* title : {"Value", "Expected", "Got", "Against its limits"}) {
+            set(addText(titles, "th", title), "scope", "col");
+        }
+        Node lines = add(table, "tbody");
+        for (const Measurement& each : rows) {
+            Node line = add(lines, "tr");
+            set(addText(line, "th", each.name), "scope", "row");
+            const bool demanded = any(each.limits);
+            set(addText(line, "td", demanded ? toText(each.limits, each.unit) : "anything", demanded ? "num" : "soft"),
+                "data-label", "expected");
+            Node got = addText(line, "td", withUnit(toText(each.value), each.unit), each.passed ? "num" : "num bad");
+            set(got, "data-label", "got");
+            if (const std::string missed = miss(each); !missed.empty()) {
+                addText(got, "span", missed, "miss");
+            }
+            addLimitChart(add(line, "td"), each, false);
+        }
+        for (const Measurement& each : rows) {
+            if (large && !each.passed) {
+                addLimitChart(parent, each, true);
+            }
+        }
+    }
+
+    void addFrames(Node parent, const Step& step, const Attempt& attempt)
+    {
+        if (attempt.frames.empty()) {
+            return;
+        }
+        Node folded = add(parent, "details");
+        addText(folded, "summary", count(attempt.frames.size(), "frame") + " on the line");
+        Node table = add(folded, "table", "frames");
+        addText(table, "caption", "What passed on the line during " + step.name + ", times from its start", "hidden");
+        Node titles = add(add(table, "thead"), "tr");
+        for (const char* title : {"Time", "Direction", "Group, command, [parameters]", "Meaning"}) {
+            set(addText(titles, "th", title), "scope", "col");
+        }
+        Node lines = add(table, "tbody");
+        const auto meanings = meaningOf(attempt.frames, groups_);
+        for (std::size_t i = 0; i < meanings.size(); ++i) {
+            const TraceEvent& event = attempt.frames[i];
+            Node line = add(lines, "tr");
+            addText(line, "td",
+                    toText(std::chrono::duration_cast<std::chrono::nanoseconds>(event.at - attempt.started)), "num");
+            addText(line, "td", direction(event.kind));
+            addText(add(line, "td"), "code", bytesOf(event));
+            addText(line, "td", meanings[i]);
+        }
+    }
+
+    void addOrigin(Node page)
+    {
+        Node footer = add(page, "footer");
+        addText(footer, "h2", "What the words mean");
+        Node legend = add(footer, "dl", "legend");
+        for (const Verdict verdict : {Verdict::kPass, Verdict::kFail, Verdict::kError, Verdict::kTimeout,
+                                      Verdict::kAborted, Verdict::kSkipped}) {
+            addChip(add(legend, "dt"), verdict);
+            addText(legend, "dd", meaning(verdict));
+        }
+        addText(footer, "h2", "Where this comes from");
+        Node origin = add(footer, "dl", "origin");
+        addFact(origin, "Run", run_.id, "mono");
+        addFact(origin, "Ended", toText(run_.ended));
+        addFact(origin, "Plan", run_.plan.path, "mono");
+        addFact(origin, "SHA-256 of the plan", run_.plan.sha256, "mono");
+        addFact(origin, "SHA-256 of the protocol catalogue", run_.catalogueSha256, "mono");
+        addFact(origin, "Version of the station tool", run_.station.version);
+    }
+
+    const Run& run_;
+    Groups groups_;
+    Outcome outcome_;
+    std::map<const Step*, std::size_t> numbers_;
+};
+
+}  // namespace
+
+std::string htmlReport(const Run& run, Groups groups)
+{
+    pugi::xml_document document;
+    Page(run, groups).build(document.append_child("body"));
+    pugi::xml_document title;
+    addText(title, "title",
+            std::string(name(run.verdict)) + " – " + (run.plan.title.empty() ? run.plan.name : run.plan.title) +
+                (run.unit.serial.empty() ? "" : " – " + run.unit.serial));
+
+    std::ostringstream out;
+    // Nothing is fetched and nothing is executed, whatever a unit managed to bring in.
+    out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
+           "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'\"/>\n"
+           "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
+           "<meta name=\"color-scheme\" content=\"light dark\"/>\n";
+    // HTML has no short form of empty elements.
+    constexpr unsigned kFlags = pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags;
+    title.save(out, "", kFlags, pugi::encoding_utf8);
+    out << "\n<style>" << htmlStyle() << "</style>\n</head>\n";
+    document.save(out, "", kFlags, pugi::encoding_utf8);
+    out << "\n</html>\n";
+    return out.str();
+}
+
+}  // namespace station::record

@@ -1,0 +1,245 @@
+#include "station/record/JunitReport.h"
+
+#include <cstdio>
+#include <pugixml.hpp>
+#include <sstream>
+
+#include "station/record/FrameText.h"
+#include "station/record/Outcome.h"
+#include "station/record/Text.h"
+
+namespace station::record {
+
+namespace {
+
+using protocol::catalogue::Groups;
+
+struct Counts {
+    std::size_t tests = 0;
+    std::size_t failures = 0;
+    std::size_t errors = 0;
+    std::size_t skipped = 0;
+    std::chrono::nanoseconds time{0};
+
+    void add(const Counts& other)
+    {
+        tests += other.tests;
+        failures += other.failures;
+        errors += other.errors;
+        skipped += other.skipped;
+        time += other.time;
+    }
+};
+
+void set(pugi::xml_node node, const char* name, const std::string& text)
+{
+    node.append_attribute(name).set_value(printable(text).c_str());
+}
+
+std::string seconds(std::chrono::nanoseconds duration)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6f", std::chrono::duration<double>(duration).count());
+    return text;
+}
+
+void set(pugi::xml_node node, const Counts& counts)
+{
+    set(node, "tests", std::to_string(counts.tests));
+    set(node, "failures", std::to_string(counts.failures));
+    set(node, "errors", std::to_string(counts.errors));
+    set(node, "skipped", std::to_string(counts.skipped));
+    set(node, "time", seconds(counts.time));
+}
+
+/// Adds what a verdict is in JUnit, and counts it.
+void addVerdict(pugi::xml_node testcase, Verdict verdict, const std::string& reason, Counts& counts)
+{
+    ++counts.tests;
+    const char* element = nullptr;
+    switch (verdict) {
+        case Verdict::kPass:
+            return;
+        case Verdict::kSkipped:
+            ++counts.skipped;
+            element = "skipped";
+            break;
+        case Verdict::kFail:
+            ++counts.failures;
+            element = "failure";
+            break;
+        case Verdict::kError:
+        case Verdict::kTimeout:
+        case Verdict::kAborted:
+            ++counts.errors;
+            element = "error";
+            break;
+    }
+    pugi::xml_node node = testcase.append_child(element);
+    set(node, "message", reason.empty() ? meaning(verdict) : reason);
+    set(node, "type", name(verdict));
+}
+
+std::string describe(const Measurement& measurement)
+{
+    std::string line = printable(measurement.name) + " = " + withUnit(toText(measurement.value), measurement.unit);
+    if (any(measurement.limits)) {
+        line += measurement.passed ? ", as demanded: " : ", but demanded: ";
+        line += toText(measurement.limits, measurement.unit);
+    }
+    return line;
+}
+
+/// Everything that the step's attempts brought, as lines.
+std::string protocolOf(const Step& step, Groups groups)
+{
+    std::string text = step.what.empty() ? "" : printable(step.what) + '\n';
+    for (std::size_t i = 0; i < step.attempts.size(); ++i) {
+        const Attempt& attempt = step.attempts[i];
+        text += "attempt " + std::to_string(i + 1) + ": " + name(attempt.verdict) + " after " +
+                toText(attempt.duration) + (attempt.reason.empty() ? "" : ": " + printable(attempt.reason)) + '\n';
+        for (const Measurement& measurement : attempt.measurements) {
+            text += "  " + describe(measurement) + '\n';
+        }
+        const auto meanings = meaningOf(attempt.frames, groups);
+        for (std::size_t j = 0; j < meanings.size(); ++j) {
+            const std::string bytes = bytesOf(attempt.frames[j]);
+            text += "  " + std::string(name(attempt.frames[j].kind)) + (bytes.empty() ? "" : " " + bytes) + "  " +
+                    meanings[j] + '\n';
+        }
+    }
+    return text;
+}
+
+Counts addStep(pugi::xml_node suite, const std::string& suiteName, const Step& step, Groups groups)
+{
+    Counts counts;
+    counts.time = durationOf(step);
+    pugi::xml_node testcase = suite.append_child("testcase");
+    set(testcase, "name", step.name);
+    set(testcase, "classname", suiteName);
+    set(testcase, "time", seconds(counts.time));
+    addVerdict(testcase, step.verdict, step.reason, counts);
+    // Without invisible characters: each line has been made printable.
+    testcase.append_child("system-out").text().set(protocolOf(step, groups).c_str());
+    return counts;
+}
+
+/// What went wrong outside of every step would be lost on a reader who counts test cases.
+Counts addNote(pugi::xml_node suite, const std::string& suiteName, Verdict verdict, const std::string& reason)
+{
+    Counts counts;
+    pugi::xml_node testcase = suite.append_child("testcase");
+    set(testcase, "name", suiteName);
+    set(testcase, "classname", suiteName);
+    set(testcase, "time", seconds(counts.time));
+    addVerdict(testcase, verdict, reason, counts);
+    return counts;
+}
+
+void addProperties(pugi::xml_node suite, const Run& run)
+{
+    pugi::xml_node properties = suite.append_child("properties");
+    const auto add = [&properties](const char* key, const std::string& value) {
+        if (!value.empty()) {
+            pugi::xml_node property = properties.append_child("property");
+            set(property, "name", key);
+            set(property, "value", value);
+        }
+    };
+    add("run", run.id);
+    add("verdict", name(run.verdict));
+    add("unit.serial", run.unit.serial);
+    add("unit.port", run.unit.port);
+    add("unit.baud", std::to_string(run.unit.baud));
+    add("station.operator", run.station.operatorName);
+    add("station.version", run.station.version);
+    add("plan.path", run.plan.path);
+    add("plan.sha256", run.plan.sha256);
+    add("catalogue.sha256", run.catalogueSha256);
+}
+
+std::string isoSeconds(std::chrono::system_clock::time_point time)
+{
+    // "2026-11-21 14:05:08 UTC" as JUnit's readers want it.
+    std::string text = toText(time);
+    text.resize(19);
+    text[10] = 'T';
+    return text;
+}
+
+pugi::xml_node beginSuite(pugi::xml_node root, const std::string& name, const Run& run)
+{
+    pugi::xml_node suite = root.append_child("testsuite");
+    set(suite, "name", name);
+    if (run.started != std::chrono::system_clock::time_point{}) {
+        set(suite, "timestamp", isoSeconds(run.started));
+    }
+    set(suite, "hostname", run.station.host);
+    return suite;
+}
+
+Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const Group& group, Groups groups)
+{
+    const std::string suiteName = phase.name + "." + group.name;
+    pugi::xml_node suite = beginSuite(root, suiteName, run);
+    addProperties(suite, run);
+    Counts counts;
+    bool told = false;
+    if (!group.tries.empty()) {
+        for (const Step& step : group.tries.back().steps) {
+            counts.add(addStep(suite, suiteName, step, groups));
+            told = told || isBad(step.verdict);
+        }
+    }
+    if (counts.tests == 0 || (isBad(group.verdict) && !told)) {
+        counts.add(addNote(suite, suiteName, group.verdict, phase.reason));
+    }
+    std::string earlier;
+    for (std::size_t i = 0; i + 1 < group.tries.size(); ++i) {
+        earlier += "try " + std::to_string(i + 1) + ": " + name(group.tries[i].verdict) + '\n';
+        for (const Step& step : group.tries[i].steps) {
+            earlier += printable(step.name) + ": " + name(step.verdict) +
+                       (step.reason.empty() ? "" : ": " + printable(step.reason)) + '\n' + protocolOf(step, groups);
+        }
+    }
+    if (!earlier.empty()) {
+        suite.append_child("system-out").text().set(earlier.c_str());
+    }
+    set(suite, counts);
+    return counts;
+}
+
+}  // namespace
+
+std::string junitReport(const Run& run, Groups groups)
+{
+    pugi::xml_document document;
+    pugi::xml_node declaration = document.append_child(pugi::node_declaration);
+    declaration.append_attribute("version") = "1.0";
+    declaration.append_attribute("encoding") = "UTF-8";
+    pugi::xml_node root = document.append_child("testsuites");
+    set(root, "name", run.plan.title.empty() ? run.plan.name : run.plan.title);
+    Counts counts;
+    for (const Phase& phase : run.phases) {
+        for (const Group& group : phase.groups) {
+            counts.add(addGroup(root, run, phase, group, groups));
+        }
+    }
+    if (counts.tests == 0 || (isBad(run.verdict) && counts.failures + counts.errors == 0)) {
+        pugi::xml_node suite = beginSuite(root, "run", run);
+        addProperties(suite, run);
+        const Counts note = addNote(suite, "run", run.verdict, run.reason);
+        set(suite, note);
+        counts.add(note);
+    }
+    if (run.ended > run.started) {
+        counts.time = durationOf(run);
+    }
+    set(root, counts);
+    std::ostringstream out;
+    document.save(out, " ", pugi::format_default, pugi::encoding_utf8);
+    return out.str();
+}
+
+}  // namespace station::record

@@ -1,0 +1,173 @@
+#include "station/record/Results.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <system_error>
+#include <utility>
+
+#include "station/record/AtomicFile.h"
+#include "station/record/Capture.h"
+#include "station/record/HtmlReport.h"
+#include "station/record/JunitReport.h"
+#include "station/record/RecordJson.h"
+
+namespace station::record {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kUnfinished = "the run did not end: the station was stopped or lost its power";
+
+[[noreturn]] void fail(const std::string& what, const fs::path& path, int error)
+{
+    throw ResultsError("cannot " + what + " " + path.string() + ": " + std::strerror(error));
+}
+
+std::string plain(std::string_view text)
+{
+    // Well below what a file system takes, with room for what is put around it.
+    constexpr std::size_t kLongest = 64;
+    std::string out(text.substr(0, kLongest));
+    for (char& c : out) {
+        const bool harmless = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+                              c == '_' || c == '-';
+        c = harmless ? c : '-';
+    }
+    return out;
+}
+
+nlohmann::ordered_json unfinished(const Run& run, protocol::catalogue::Groups groups)
+{
+    auto json = toJson(run, groups);
+    json["ended"] = nullptr;
+    json["verdict"] = name(Verdict::kAborted);
+    json["reason"] = kUnfinished;
+    return json;
+}
+
+/// @returns whether the folder is this program's own now; false when a run of that name is there.
+bool takeName(const fs::path& running, const fs::path& final)
+{
+    if (::mkdir(running.c_str(), 0777) != 0) {
+        if (errno == EEXIST) {
+            return false;
+        }
+        fail("make", running, errno);
+    }
+    std::error_code error;
+    // Only who has ID.running may become ID: asked in this order, nobody slips in between.
+    if (fs::symlink_status(final, error).type() != fs::file_type::not_found) {
+        ::rmdir(running.c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string makeRunId(std::string_view planKey, std::chrono::system_clock::time_point started, std::string_view port)
+{
+    const auto whole = std::chrono::floor<std::chrono::milliseconds>(started).time_since_epoch();
+    const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(whole).count();
+    const auto milliseconds = (whole - std::chrono::seconds(seconds)).count();
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    std::array<char, 64> date{};
+    std::strftime(date.data(), date.size(), "%Y%m%d-%H%M%S", &parts);
+    std::array<char, 96> time{};
+    std::snprintf(time.data(), time.size(), "%s.%03d", date.data(), static_cast<int>(milliseconds));
+    const std::string device = plain(port.substr(port.rfind('/') + 1));
+    std::string id = plain(planKey) + '-' + time.data() + (device.empty() ? "" : "-" + device);
+    // A name that begins with a dot would hide.
+    if (id.front() == '.') {
+        id.front() = '-';
+    }
+    return id;
+}
+
+Results::Results(fs::path directory, Run& run, protocol::catalogue::Groups groups)
+    : directory_(std::move(directory)), groups_(groups)
+{
+    std::error_code error;
+    fs::create_directories(directory_, error);
+    if (error) {
+        fail("make", directory_, error.value());
+    }
+    if (run.id.empty() || run.id.find('/') != std::string::npos || run.id == "." || run.id == "..") {
+        throw ResultsError("'" + run.id + "' cannot name a folder");
+    }
+    const std::string wanted = run.id;
+    for (int n = 2; !takeName(folder_ = directory_ / (run.id + kRunningSuffix), directory_ / run.id); ++n) {
+        run.id = wanted + '-' + std::to_string(n);
+    }
+    // Held as long as the run goes on: `report list` tells a run that goes on from one that was killed by it.
+    lock_ = ::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (lock_ >= 0) {
+        // Readers hold it for a moment only.
+        ::flock(lock_, LOCK_EX);
+    }
+    try {
+        save(run);
+        syncDirectory(directory_);
+    } catch (...) {
+        fs::remove_all(folder_, error);
+        ::close(lock_);
+        throw;
+    }
+}
+
+Results::~Results()
+{
+    if (lock_ >= 0) {
+        ::close(lock_);
+    }
+}
+
+void Results::save(const Run& run)
+{
+    writeAtomically(folder_ / kRecordFile, serialise(unfinished(run, groups_)));
+}
+
+fs::path Results::finish(const Run& run)
+{
+    writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));
+
+    std::string trouble;
+    const auto attempt = [&trouble](const auto& write) {
+        try {
+            write();
+        } catch (const std::exception& error) {
+            // The first tells the cause: a full disk fails the others, too.
+            trouble = trouble.empty() ? error.what() : trouble;
+        }
+    };
+    attempt([&] { writeAtomically(folder_ / kTraceFile, capture(run, groups_)); });
+    attempt([&] { writeAtomically(folder_ / kJunitFile, junitReport(run, groups_)); });
+    attempt([&] { writeAtomically(folder_ / kHtmlFile, htmlReport(run, groups_)); });
+
+    const fs::path final = directory_ / run.id;
+    if (std::rename(folder_.c_str(), final.c_str()) != 0) {
+        fail("rename " + folder_.string() + " to", final, errno);
+    }
+    // Its message, should one come, names the file where it is now.
+    if (const auto at = trouble.find(folder_.string()); at != std::string::npos) {
+        trouble.replace(at, folder_.string().size(), final.string());
+    }
+    folder_ = final;
+    syncDirectory(directory_);
+    if (!trouble.empty()) {
+        throw ResultsError(trouble + "; the record itself is complete");
+    }
+    return folder_;
+}
+
+}  // namespace station::record

@@ -1,0 +1,114 @@
+#include "station/record/Store.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "station/record/Outcome.h"
+#include "station/record/Results.h"
+
+namespace station::record {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// @returns whether the folder's writer is still there.
+bool isRunning(const fs::path& folder)
+{
+    if (!folder.filename().string().ends_with(kRunningSuffix)) {
+        return false;
+    }
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool held = ::flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(descriptor);
+    return held;
+}
+
+RunSummary summary(const fs::path& folder, const Run& run)
+{
+    const Outcome outcome = outcomeOf(run);
+    return {.folder = folder,
+            .id = run.id,
+            .started = run.started,
+            .ended = run.ended,
+            .verdict = run.verdict,
+            .reason = run.reason,
+            .plan = run.plan.name.empty() ? run.plan.title : run.plan.name,
+            .unit = run.unit.serial.empty() ? run.unit.port : run.unit.serial,
+            .failedStep = outcome.failed.empty() ? "" : outcome.failed.front().step->name,
+            .failedSteps = outcome.failed.size(),
+            .running = isRunning(folder)};
+}
+
+/// @returns the folders of a directory.
+std::vector<fs::path> foldersOf(const fs::path& directory)
+{
+    std::error_code error;
+    std::vector<fs::path> folders;
+    for (fs::directory_iterator each(directory, error), end; !error && each != end; each.increment(error)) {
+        std::error_code gone;
+        if (each->is_directory(gone)) {
+            folders.push_back(each->path());
+        }
+    }
+    if (error) {
+        throw StoreError("cannot read the results in " + directory.string() + ": " + error.message());
+    }
+    std::ranges::sort(folders);
+    return folders;
+}
+
+}  // namespace
+
+RunList listRuns(const fs::path& directory)
+{
+    RunList list;
+    for (const fs::path& folder : foldersOf(directory)) {
+        std::error_code error;
+        const fs::path record = folder / kRecordFile;
+        if (!fs::exists(record, error)) {
+            list.passedOver.push_back(folder);
+            continue;
+        }
+        try {
+            list.runs.push_back(summary(folder, readRun(record)));
+        } catch (const RecordError& broken) {
+            list.broken.emplace_back(broken.what());
+        }
+    }
+    std::ranges::stable_sort(list.runs, std::greater(), &RunSummary::started);
+    return list;
+}
+
+fs::path findRecord(const fs::path& directory, const std::string& run)
+{
+    std::error_code error;
+    if (run == "latest") {
+        const RunList list = listRuns(directory);
+        if (list.runs.empty()) {
+            throw StoreError("there is no run in " + directory.string());
+        }
+        return list.runs.front().folder / kRecordFile;
+    }
+    for (const fs::path& folder : {directory / run, directory / (run + kRunningSuffix), fs::path(run)}) {
+        if (fs::exists(folder / kRecordFile, error)) {
+            return folder / kRecordFile;
+        }
+    }
+    if (fs::is_regular_file(run, error)) {
+        return run;
+    }
+    throw StoreError("there is no run '" + run + "' in " + directory.string() +
+                     ": the name of a folder there was expected, its path, or 'latest'");
+}
+
+}  // namespace station::record
