@@ -1,0 +1,147 @@
+#include "station/plan/Load.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "station/plan/LoadContext.h"
+
+namespace station::plan {
+
+using loading::Context;
+using protocol::toml_file::TableReader;
+
+namespace {
+
+constexpr std::int64_t kSchema = 1;
+constexpr std::size_t kLongestFile = 4 << 20;
+
+bool isPlanName(std::string_view name)
+{
+    return !name.empty() && name.size() <= 64 && std::ranges::all_of(name, [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-';
+    });
+}
+
+void loadDefaults(Context& context, const toml::table* table, Plan& plan)
+{
+    if (table == nullptr) {
+        return;
+    }
+    TableReader reader(*table, "table of defaults", context.problems);
+    context.timeout = loading::seconds(reader, "timeout", context.timeout, 0.001);
+    context.retries = loading::count(reader, "retries", 0, 0);
+    context.retryDelay = loading::seconds(reader, "retry_delay", context.retryDelay);
+    context.onFailure = loading::onFailure(reader).value_or(context.onFailure);
+    plan.teardownLimit = loading::seconds(reader, "teardown_limit", plan.teardownLimit, 0.1);
+    reader.finish();
+}
+
+Group loadGroup(const Context& outer, Context& context, const toml::table& table)
+{
+    Group group;
+    TableReader reader(table, "group", context.problems);
+    group.name = reader.text("name", true);
+    group.repeat = loading::count(reader, "repeat", 1, 1);
+    group.retries = loading::count(reader, "retries", 0, 0);
+    group.retryDelay = loading::seconds(reader, "retry_delay", outer.retryDelay);
+    context.onFailure = loading::onFailure(reader).value_or(outer.onFailure);
+    group.needsHeadUnit = loading::loadRequires(reader);
+    group.onlyIf = loading::loadConditions(context, reader);
+    const std::size_t before = context.problems.size();
+    for (const toml::table* step : reader.tables("steps", true)) {
+        group.steps.push_back(loading::loadStep(context, *step));
+    }
+    if (group.steps.empty() && context.problems.size() == before) {
+        reader.report("steps", "the group has no steps");
+    }
+    reader.finish();
+    return group;
+}
+
+std::vector<Group> loadPhase(Context& context, TableReader& reader, std::string_view key, OnFailure otherwise)
+{
+    std::vector<Group> groups;
+    Context outer = context;
+    outer.onFailure = otherwise;
+    for (const toml::table* table : reader.tables(key)) {
+        groups.push_back(loadGroup(outer, context, *table));
+    }
+    return groups;
+}
+
+void loadPlan(Context& context, const toml::table& table, Plan& plan)
+{
+    TableReader reader(table, "plan", context.problems);
+    if (const auto schema = reader.integer("schema", true); schema && *schema != kSchema) {
+        reader.report("schema", "this tool reads plans of schema 1, not " + std::to_string(*schema));
+    }
+    plan.name = reader.text("name", true);
+    if (!plan.name.empty() && !isPlanName(plan.name)) {
+        reader.report("name", loading::quoted(plan.name) +
+                                  " is no name for a plan: small letters, digits and '-' are expected, 64 at most");
+    }
+    plan.title = reader.text("title", true);
+    plan.description = reader.text("description");
+    loadDefaults(context, reader.table("defaults"), plan);
+    const OnFailure otherwise = context.onFailure;
+    plan.setup = loadPhase(context, reader, "setup", OnFailure::kStop);
+    plan.main = loadPhase(context, reader, "main", otherwise);
+    plan.teardown = loadPhase(context, reader, "teardown", OnFailure::kNext);
+    if (plan.main.empty() && reader.node("main") == nullptr) {
+        protocol::toml_file::report(context.problems, table, "the plan has no [[main]] group: it would do nothing");
+    }
+    reader.finish();
+}
+
+}  // namespace
+
+Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups)
+{
+    Loaded loaded;
+    const toml::table table = protocol::toml_file::parse(text, loaded.problems);
+    if (!loaded.problems.empty()) {
+        return loaded;
+    }
+    Plan plan;
+    plan.path = path;
+    Context context{groups, loaded.problems, loaded.warnings, {}, {}, {}, {}, {}, {}};
+    context.timeout = std::chrono::seconds(1);
+    context.retryDelay = std::chrono::milliseconds(100);
+    loadPlan(context, table, plan);
+    protocol::toml_file::sort(loaded.problems);
+    protocol::toml_file::sort(loaded.warnings);
+    if (loaded.problems.empty()) {
+        loaded.plan = std::move(plan);
+    }
+    return loaded;
+}
+
+std::string readFile(const std::string& path)
+{
+    const auto fail = [&](int error) { throw std::system_error(error, std::generic_category(), path); };
+    if (std::error_code error; std::filesystem::is_directory(path, error)) {
+        fail(EISDIR);
+    }
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
+    if (!file) {
+        fail(errno);
+    }
+    std::string text;
+    char buffer[65536];
+    while (const std::size_t count = std::fread(buffer, 1, sizeof buffer, file.get())) {
+        text.append(buffer, count);
+        if (text.size() > kLongestFile) {
+            fail(EFBIG);
+        }
+    }
+    if (std::ferror(file.get()) != 0) {
+        fail(EIO);
+    }
+    return text;
+}
+
+}  // namespace station::plan

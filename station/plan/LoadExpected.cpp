@@ -1,0 +1,221 @@
+#include <algorithm>
+#include <regex>
+
+#include "protocol/catalogue/Suggest.h"
+#include "station/plan/Judge.h"
+#include "station/plan/Literal.h"
+#include "station/plan/LoadContext.h"
+#include "station/plan/Variables.h"
+
+namespace station::plan::loading {
+
+namespace catalogue = protocol::catalogue;
+using catalogue::Field;
+using protocol::toml_file::TableReader;
+
+namespace {
+
+bool isNumber(const Field& field)
+{
+    return catalogue::sizeOf(field.type) != 0;
+}
+
+/// @returns whether `unit` is the field's, as in "10 kHz" for "10 kHz on FM".
+bool isUnitOf(const Field& field, std::string_view unit)
+{
+    return unit == field.unit || (field.unit.starts_with(unit) && field.unit.substr(unit.size()).starts_with(" "));
+}
+
+std::string unitsOf(const Field& field)
+{
+    std::string text = field.unit.empty() ? "" : quoted(field.unit);
+    if (field.scale && !field.scale->unit.empty()) {
+        text += (text.empty() ? "" : " or ") + quoted(field.scale->unit);
+    }
+    return text.empty() ? "it has none" : text + " is expected";
+}
+
+void loadUnit(TableReader& reader, const Field& field, Expected& expected)
+{
+    expected.unit = field.unit;
+    if (const auto unit = reader.optionalText("unit")) {
+        expected.unit = *unit;
+        expected.scaled = field.scale && *unit == field.scale->unit;
+        if (!expected.scaled && !isUnitOf(field, *unit)) {
+            reader.report("unit", quoted(*unit) + " is no unit of " + quoted(field.name) + ": " + unitsOf(field));
+        }
+    }
+}
+
+void checkRange(TableReader& reader, const Field& field, const Expected& expected)
+{
+    const auto& low = expected.minimum;
+    const auto& high = expected.maximum;
+    if (!low && !high) {
+        return;
+    }
+    const std::string_view key = low ? "min" : "max";
+    if (!isNumber(field)) {
+        reader.report(key, quoted(field.name) + " is no number: expect it with equals or matches");
+        return;
+    }
+    if (low && high && *low > *high) {
+        reader.report("max", "'max' is " + numberText(*high) + ", less than 'min'");
+        return;
+    }
+    const double factor = expected.scaled ? field.scale->factor : 1;
+    const double least = static_cast<double>(field.minimum) * factor;
+    const double most = static_cast<double>(field.maximum) * factor;
+    if ((low && *low > most) || (high && *high < least)) {
+        reader.report(low && *low > most ? "min" : "max", "no " + quoted(field.name) + " can hold that: it goes from " +
+                                                              numberText(least) + " to " + numberText(most));
+    }
+}
+
+void checkPattern(Context& context, const toml::node& node, const std::string& pattern)
+{
+    checkVariables(context, node, pattern);
+    if (!variablesIn(pattern).empty()) {
+        return;
+    }
+    try {
+        const std::regex compiled(pattern, std::regex::ECMAScript);
+    } catch (const std::regex_error&) {
+        protocol::toml_file::report(context.problems, node, quoted(pattern) + " is no regular expression (ECMAScript)");
+    }
+}
+
+/// Checks a value that is written as the file has it.
+void checkLiteral(Context& context, const toml::node& node, const Field& field, const std::string& text)
+{
+    if (!variablesIn(text).empty()) {
+        return;
+    }
+    try {
+        literal(field, text);
+    } catch (const catalogue::EncodeError& error) {
+        protocol::toml_file::report(context.problems, node, error.what());
+    }
+}
+
+Expected loadField(Context& context, const toml::node& node, const Field& field)
+{
+    Expected expected;
+    expected.name = field.name;
+    expected.field = &field;
+    expected.unit = field.unit;
+    if (field.type == catalogue::Type::kRecords) {
+        protocol::toml_file::report(context.problems, node,
+                                    quoted(field.name) + " is a list of records: expect the count before it");
+        return expected;
+    }
+    if (!node.is_table()) {
+        if (auto text = writtenValue(context, node, field.name)) {
+            checkLiteral(context, node, field, *text);
+            expected.equals = std::move(text);
+        }
+        return expected;
+    }
+    TableReader reader(*node.as_table(), "expectation", context.problems);
+    expected.minimum = reader.number("min");
+    expected.maximum = reader.number("max");
+    loadUnit(reader, field, expected);
+    checkRange(reader, field, expected);
+    if (const auto* value = reader.node("equals")) {
+        if (auto text = writtenValue(context, *value, "equals")) {
+            checkLiteral(context, *value, field, *text);
+            expected.equals = std::move(text);
+        }
+    }
+    expected.matches = reader.optionalText("matches");
+    if (expected.matches) {
+        checkPattern(context, *reader.node("matches"), *expected.matches);
+        if (isNumber(field)) {
+            reader.report("matches", quoted(field.name) + " is a number: expect it with min, max or equals");
+        }
+    }
+    if (reader.node("present") != nullptr) {
+        expected.present = reader.boolean("present", true);
+    }
+    reader.finish();
+    return expected;
+}
+
+}  // namespace
+
+std::vector<Expected> loadExpected(Context& context, const toml::table& table, const std::vector<const Field*>& fields,
+                                   const std::string& frame)
+{
+    std::vector<Expected> list;
+    for (const auto& [key, node] : table) {
+        const auto found = std::ranges::find(fields, key.str(), &Field::name);
+        if (found != fields.end()) {
+            list.push_back(loadField(context, node, **found));
+            continue;
+        }
+        std::vector<std::string_view> names;
+        std::string all;
+        for (const Field* field : fields) {
+            names.push_back(field->name);
+            all += (all.empty() ? "" : ", ") + std::string(field->name);
+        }
+        std::string suggestion = catalogue::didYouMean(key.str(), names);
+        if (suggestion.empty()) {
+            suggestion = all.empty() ? ": it has no fields" : ": it has " + all;
+        }
+        report(context, key, quoted(key.str()) + " is no field of " + frame + suggestion);
+    }
+    return list;
+}
+
+std::optional<Expected> loadAnswer(Context& context, const toml::node& node, const Prompt& prompt)
+{
+    Expected expected;
+    expected.name = prompt.id;
+    switch (prompt.kind) {
+        case Prompt::Kind::kYesNo: {
+            const std::string text = node.is_string() ? node.as_string()->get() : "";
+            if (text != "yes" && text != "no") {
+                protocol::toml_file::report(context.problems, node, "\"yes\" or \"no\" is expected");
+                return std::nullopt;
+            }
+            expected.equals = text;
+            return expected;
+        }
+        case Prompt::Kind::kNumber: {
+            if (!node.is_table()) {
+                protocol::toml_file::report(context.problems, node,
+                                            "a number is expected within limits: { min = …, max = …, unit = \"…\" }");
+                return std::nullopt;
+            }
+            TableReader reader(*node.as_table(), "expectation", context.problems);
+            expected.minimum = reader.number("min");
+            expected.maximum = reader.number("max");
+            expected.unit = reader.text("unit");
+            if (expected.minimum && expected.maximum && *expected.minimum > *expected.maximum) {
+                reader.report("max", "'max' is " + numberText(*expected.maximum) + ", less than 'min'");
+            }
+            reader.finish();
+            return expected;
+        }
+        case Prompt::Kind::kText:
+            break;
+    }
+    if (!node.is_table()) {
+        expected.equals = writtenValue(context, node, "expect");
+        return expected;
+    }
+    TableReader reader(*node.as_table(), "expectation", context.problems);
+    expected.equals = reader.optionalText("equals");
+    expected.matches = reader.optionalText("matches");
+    if (expected.equals) {
+        checkVariables(context, *reader.node("equals"), *expected.equals);
+    }
+    if (expected.matches) {
+        checkPattern(context, *reader.node("matches"), *expected.matches);
+    }
+    reader.finish();
+    return expected;
+}
+
+}  // namespace station::plan::loading

@@ -1,0 +1,446 @@
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Suggest.h"
+#include "station/plan/JsonValue.h"
+#include "station/plan/Literal.h"
+#include "station/plan/LoadContext.h"
+#include "station/plan/Variables.h"
+
+namespace station::plan::loading {
+
+namespace catalogue = protocol::catalogue;
+using catalogue::Command;
+using catalogue::Field;
+using protocol::toml_file::TableReader;
+
+namespace {
+
+/// Silence that is asserted is waited for in any case: shorter than an answer is waited for.
+constexpr auto kSilence = std::chrono::milliseconds(200);
+
+std::vector<const Field*> fieldsOf(std::span<const catalogue::Reply> replies)
+{
+    std::vector<const Field*> list;
+    for (const auto& reply : replies) {
+        for (const Field& field : reply.fields) {
+            if (std::ranges::find(list, field.name, &Field::name) == list.end()) {
+                list.push_back(&field);
+            }
+        }
+    }
+    return list;
+}
+
+std::string shown(const std::string& value)
+{
+    const bool plain = !value.empty() && value.find_first_of(" \t\"'") == std::string::npos;
+    return plain ? value : "\"" + value + "\"";
+}
+
+std::string noSuchNotice(catalogue::Groups groups, std::string_view key)
+{
+    std::vector<std::string> keys;
+    for (const auto& group : groups) {
+        for (const auto& notice : group.notices) {
+            keys.push_back(std::string(group.key) + "." + std::string(notice.key));
+        }
+        for (const auto& command : group.commands) {
+            if (!command.later.empty()) {
+                keys.push_back(std::string(group.key) + "." + std::string(command.key));
+            }
+        }
+    }
+    std::string all;
+    for (const auto& each : keys) {
+        all += (all.empty() ? "" : ", ") + each;
+    }
+    const std::vector<std::string_view> words(keys.begin(), keys.end());
+    const std::string suggestion = catalogue::didYouMean(key, words);
+    return quoted(key) + " never comes by itself" + (suggestion.empty() ? ": one of " + all : suggestion);
+}
+
+/// Reads one step; a member function per kind.
+class StepLoader
+{
+public:
+    StepLoader(Context& context, const toml::table& table)
+        : context_(context), table_(table), reader_(table, "step", context.problems)
+    {
+    }
+
+    Step load()
+    {
+        step_.line = table_.source().begin.line;
+        step_.timeout = context_.timeout;
+        loadAction();
+        loadCommon();
+        reader_.finish();
+        return std::move(step_);
+    }
+
+private:
+    void problem(const toml::node& node, std::string text)
+    {
+        protocol::toml_file::report(context_.problems, node, std::move(text));
+    }
+
+    void loadAction()
+    {
+        constexpr std::array<std::string_view, 4> kKinds{"send", "wait", "prompt", "headunit"};
+        std::vector<std::string_view> found;
+        std::ranges::copy_if(kKinds, std::back_inserter(found),
+                             [&](std::string_view kind) { return reader_.node(kind) != nullptr; });
+        if (found.size() != 1) {
+            problem(table_, found.empty() ? "the step does nothing: send, wait, prompt or headunit is expected"
+                                          : "the step has both " + quoted(found[0]) + " and " + quoted(found[1]) +
+                                                ": make two steps of it");
+            acceptAll();
+            return;
+        }
+        if (found[0] == "send") {
+            loadSend();
+        } else if (found[0] == "wait") {
+            loadWait();
+        } else if (found[0] == "prompt") {
+            loadPrompt();
+        } else {
+            loadHeadUnit();
+        }
+    }
+
+    /// What the step is, is not known: no key of it is unknown then.
+    void acceptAll()
+    {
+        for (const char* key : {"with", "reply", "expect", "expect_later", "store", "id", "answer"}) {
+            reader_.node(key);
+        }
+    }
+
+    void loadSend()
+    {
+        Send send;
+        const std::string key = reader_.text("send", true);
+        step_.name = key;
+        step_.what = key;
+        send.command = catalogue::findCommand(context_.groups, key);
+        if (send.command == nullptr) {
+            if (!key.empty()) {
+                reader_.report("send", catalogue::noSuchCommand(context_.groups, key));
+            }
+            acceptAll();
+            step_.action = std::move(send);
+            return;
+        }
+        loadWith(send);
+        loadReply(send);
+        loadLater(send);
+        send.store = loadStore(
+            fieldsOf(send.command->replies.empty() || send.later ? send.command->later : send.command->replies), key);
+        if (send.command->destructive) {
+            const auto place = reader_.node("send")->source().begin;
+            context_.warnings.push_back(
+                {place.line, place.column, quoted(key) + " cannot be undone: the plan runs with --yes only"});
+        }
+        step_.action = std::move(send);
+    }
+
+    void loadWith(Send& send)
+    {
+        const auto& params = send.command->params;
+        const std::size_t before = context_.problems.size();
+        const toml::table* with = reader_.table("with");
+        bool variable = false;
+        if (with != nullptr) {
+            for (const auto& [key, node] : *with) {
+                variable |= loadArgument(send, key, node);
+            }
+        }
+        for (const Field& param : params) {
+            const bool given = with != nullptr && with->contains(param.name);
+            if (!given && !param.optional && context_.problems.size() == before) {
+                problem(with != nullptr ? static_cast<const toml::node&>(*with) : *reader_.node("send"),
+                        quoted(step_.name) + " needs " + quoted(param.name) + ": with = { " + std::string(param.name) +
+                            " = " + std::string(param.example) + " }");
+            }
+        }
+        if (context_.problems.size() == before && !variable) {
+            checkWhole(send);
+        }
+        // In the order of the parameters, whatever the file's.
+        std::ranges::sort(send.with, {}, [&](const auto& argument) {
+            return std::ranges::find(params, argument.first, &Field::name) - params.begin();
+        });
+        for (const auto& [name, value] : send.with) {
+            step_.what += " " + name + "=" + shown(value);
+        }
+    }
+
+    /// @returns whether the value is known at run time only.
+    bool loadArgument(Send& send, const toml::key& key, const toml::node& node)
+    {
+        const auto& params = send.command->params;
+        const auto param = std::ranges::find(params, key.str(), &Field::name);
+        if (param == params.end()) {
+            std::vector<std::string_view> names;
+            std::ranges::transform(params, std::back_inserter(names), &Field::name);
+            const std::string suggestion = catalogue::didYouMean(key.str(), names);
+            report(context_, key,
+                   quoted(key.str()) + " is no parameter of " + quoted(step_.name) +
+                       (params.empty()       ? ": it takes none"
+                        : suggestion.empty() ? ", which takes " + quoted(names.front())
+                                             : suggestion));
+            return false;
+        }
+        const auto text = writtenValue(context_, node, key.str());
+        if (!text) {
+            return false;
+        }
+        send.with.emplace_back(key.str(), *text);
+        if (!variablesIn(*text).empty()) {
+            return true;
+        }
+        try {
+            literal(*param, *text);
+        } catch (const catalogue::EncodeError& error) {
+            problem(node, error.what());
+        }
+        return false;
+    }
+
+    void checkWhole(const Send& send)
+    {
+        try {
+            catalogue::encode(*send.command, send.with);
+        } catch (const catalogue::EncodeError& error) {
+            const toml::node* with = reader_.node("with");
+            problem(with != nullptr ? *with : *reader_.node("send"), error.what());
+        }
+    }
+
+    void loadReply(Send& send)
+    {
+        constexpr auto kRules = std::to_array({ReplyRule::kRequired, ReplyRule::kOptional, ReplyRule::kNone});
+        const auto rule = reader_.oneOf("reply", {"required", "optional", "none"});
+        send.reply = rule ? kRules[*rule] : ReplyRule::kRequired;
+        const toml::table* expect = reader_.table("expect");
+        if (send.reply == ReplyRule::kNone) {
+            step_.timeout = std::min<Duration>(kSilence, context_.timeout);
+            step_.what += ", no reply";
+        } else if (send.command->replies.empty() && rule) {
+            reader_.report("reply", quoted(step_.name) + " is never answered" + readBackHint(send));
+        }
+        if (expect == nullptr) {
+            return;
+        }
+        if (send.reply == ReplyRule::kNone) {
+            reader_.report("expect", "nothing can be expected of a reply that is not to come");
+        } else if (send.command->replies.empty()) {
+            reader_.report("expect", quoted(step_.name) + " is not answered" + readBackHint(send));
+        } else {
+            send.expect =
+                loadExpected(context_, *expect, fieldsOf(send.command->replies), "the reply to " + quoted(step_.name));
+        }
+    }
+
+    static std::string readBackHint(const Send& send)
+    {
+        return send.command->later.empty() ? send.command->readBack.empty()
+                                                 ? std::string()
+                                                 : ": read back with " + quoted(send.command->readBack)
+                                           : std::string(" at once: use expect_later");
+    }
+
+    void loadLater(Send& send)
+    {
+        const toml::table* expect = reader_.table("expect_later");
+        if (expect == nullptr) {
+            return;
+        }
+        if (send.command->later.empty()) {
+            reader_.report("expect_later", "nothing comes later on account of " + quoted(step_.name));
+            return;
+        }
+        send.later = true;
+        send.expectLater = loadExpected(context_, *expect, fieldsOf(send.command->later),
+                                        "what comes later for " + quoted(step_.name));
+    }
+
+    void loadWait()
+    {
+        Wait wait;
+        wait.key = reader_.text("wait", true);
+        step_.name = wait.key;
+        step_.what = wait.key;
+        std::vector<const Field*> fields;
+        wait.notice = catalogue::findNotice(context_.groups, wait.key);
+        if (wait.notice != nullptr) {
+            std::ranges::transform(wait.notice->fields, std::back_inserter(fields), [](const Field& f) { return &f; });
+        } else {
+            const Command* command = catalogue::findCommand(context_.groups, wait.key);
+            if (command == nullptr || command->later.empty()) {
+                reader_.report("wait", noSuchNotice(context_.groups, wait.key));
+                acceptAll();
+                step_.action = std::move(wait);
+                return;
+            }
+            wait.command = command;
+            fields = fieldsOf(command->later);
+        }
+        if (const auto* expect = reader_.table("expect")) {
+            wait.expect = loadExpected(context_, *expect, fields, quoted(wait.key));
+        }
+        wait.store = loadStore(fields, wait.key);
+        step_.action = std::move(wait);
+    }
+
+    void loadPrompt()
+    {
+        Prompt prompt;
+        prompt.text = reader_.text("prompt", true);
+        prompt.id = reader_.text("id", true);
+        step_.name = prompt.id;
+        step_.what = prompt.text;
+        step_.timeout = Duration(0);
+        if (!prompt.id.empty() && !isVariableName(prompt.id)) {
+            reader_.report("id", quoted(prompt.id) + " is no id: letters, digits, '-' and '_' are expected");
+        } else if (!prompt.id.empty() && !context_.questions.insert(prompt.id).second) {
+            reader_.report("id", "another question has the id " + quoted(prompt.id) + " already");
+        }
+        const auto kind = reader_.oneOf("answer", {"yes-no", "text", "number"});
+        prompt.kind = static_cast<Prompt::Kind>(kind.value_or(0));
+        if (const auto* expect = reader_.node("expect")) {
+            prompt.expect = loadAnswer(context_, *expect, prompt);
+        } else if (prompt.kind == Prompt::Kind::kYesNo) {
+            prompt.expect = Expected{};
+            prompt.expect->name = prompt.id;
+            prompt.expect->equals = "yes";
+        }
+        if (const auto name = reader_.optionalText("store")) {
+            addVariable(*reader_.node("store"), *name);
+            prompt.store = *name;
+        }
+        step_.action = std::move(prompt);
+    }
+
+    void loadHeadUnit()
+    {
+        HeadUnitAction action;
+        step_.name = "headunit";
+        if (const toml::table* table = reader_.table("headunit")) {
+            TableReader reader(*table, "headunit step", context_.problems);
+            const bool sets = reader.node("set") != nullptr;
+            const bool raises = reader.node("event") != nullptr;
+            if (sets == raises) {
+                problem(*table, "either set = \"/PATH\" with a value, or event = \"NAME\" is expected");
+            }
+            action.raisesEvent = raises;
+            action.target = reader.text(sets ? "set" : "event", sets || raises);
+            if (sets && !action.target.empty() && !action.target.starts_with('/')) {
+                reader.report("set", quoted(action.target) + " is no path: it begins with '/', as in '/audio/volume'");
+            }
+            if (sets != raises) {
+                loadJson(reader, *table, action);
+            }
+            reader.finish();
+        }
+        step_.what = (action.raisesEvent ? "event " : "set ") + action.target + " " + action.json;
+        step_.needsHeadUnit = true;
+        step_.action = std::move(action);
+    }
+
+    void loadJson(TableReader& reader, const toml::table& table, HeadUnitAction& action)
+    {
+        const std::string_view key = action.raisesEvent ? "with" : "value";
+        const toml::node* value = reader.node(key);
+        if (value == nullptr && !action.raisesEvent) {
+            problem(table, "the headunit step has no 'value'");
+        } else if (value != nullptr && action.raisesEvent && !value->is_table()) {
+            problem(*value, "'with' is no table of arguments");
+        } else {
+            const auto json = value == nullptr ? std::optional<std::string>("{}") : jsonText(*value);
+            if (!json) {
+                problem(*value, "dates and times are no JSON: write a text");
+            }
+            action.json = json.value_or("");
+        }
+    }
+
+    std::vector<Store> loadStore(const std::vector<const Field*>& fields, const std::string& frame)
+    {
+        std::vector<Store> list;
+        const toml::node* node = reader_.node("store");
+        if (node == nullptr) {
+            return list;
+        }
+        if (fields.empty()) {
+            problem(*node, quoted(frame) + " brings nothing that could be stored");
+        } else if (const auto* text = node->as_string()) {
+            if (fields.size() != 1) {
+                problem(*node, quoted(frame) + " has several fields: store = { " + text->get() + " = \"" +
+                                   std::string(fields.front()->name) + "\" }");
+                return list;
+            }
+            addVariable(*node, text->get());
+            list.push_back({text->get(), std::string(fields.front()->name)});
+        } else if (const auto* table = node->as_table()) {
+            for (const auto& [key, value] : *table) {
+                const auto field = value.value<std::string>();
+                const auto found =
+                    field ? std::ranges::find(fields, *field, &Field::name) : std::ranges::find(fields, nullptr);
+                if (found == fields.end()) {
+                    problem(value, "a field of " + quoted(frame) + " is expected");
+                    continue;
+                }
+                addVariable(value, std::string(key.str()));
+                list.push_back({std::string(key.str()), *field});
+            }
+        } else {
+            problem(*node, "a name is expected, or { NAME = \"FIELD\" }");
+        }
+        return list;
+    }
+
+    void addVariable(const toml::node& node, const std::string& name)
+    {
+        if (!isVariableName(name)) {
+            problem(node, quoted(name) + " is no name: letters, digits, '-' and '_' are expected");
+        }
+        context_.variables.insert(name);
+    }
+
+    void loadCommon()
+    {
+        if (const auto name = reader_.optionalText("name")) {
+            step_.name = *name;
+        }
+        const bool asks = std::holds_alternative<Prompt>(step_.action);
+        step_.timeout = seconds(reader_, "timeout", step_.timeout, asks ? 1 : 0.001);
+        step_.repeat = count(reader_, "repeat", 1, 1);
+        step_.retries = count(reader_, "retries", context_.retries, 0);
+        step_.retryDelay = seconds(reader_, "retry_delay", context_.retryDelay);
+        step_.onFailure = onFailure(reader_).value_or(context_.onFailure);
+        step_.needsHeadUnit = loadRequires(reader_) || step_.needsHeadUnit;
+        step_.onlyIf = loadConditions(context_, reader_);
+        step_.ifStored = reader_.text("if_stored");
+        if (!step_.ifStored.empty() && !context_.variables.contains(step_.ifStored)) {
+            reader_.report("if_stored", "no step before this one stores " + quoted(step_.ifStored));
+        }
+    }
+
+    Context& context_;
+    const toml::table& table_;
+    TableReader reader_;
+    Step step_;
+};
+
+}  // namespace
+
+Step loadStep(Context& context, const toml::table& table)
+{
+    return StepLoader(context, table).load();
+}
+
+}  // namespace station::plan::loading

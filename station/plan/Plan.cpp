@@ -1,0 +1,110 @@
+#include "station/plan/Plan.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+
+namespace station::plan {
+
+namespace catalogue = protocol::catalogue;
+
+namespace {
+
+/// A unit answers within a few milliseconds.
+constexpr auto kAnswerTime = std::chrono::milliseconds(2);
+
+std::size_t leastBytes(std::span<const catalogue::Field> fields)
+{
+    std::size_t bytes = 0;
+    for (const auto& field : fields) {
+        bytes += catalogue::sizeOf(field.type) != 0
+                     ? catalogue::sizeOf(field.type)
+                     : static_cast<std::size_t>(std::max<std::int64_t>(field.minimum, 0));
+    }
+    return bytes;
+}
+
+Duration onTheLine(std::size_t params, unsigned baud)
+{
+    constexpr std::size_t kBitsPerByte = 10;
+    return Duration(std::chrono::seconds(protocol::frameLength(params) * kBitsPerByte)) / baud;
+}
+
+void add(Estimate& sum, const Send& send, const Step& step, unsigned baud)
+{
+    sum.duration += onTheLine(leastBytes(send.command->params), baud);
+    if (send.reply == ReplyRule::kNone) {
+        sum.duration += step.timeout;
+    } else if (!send.command->replies.empty()) {
+        sum.duration += onTheLine(leastBytes(send.command->replies.front().fields), baud) + kAnswerTime;
+    }
+    sum.open += send.later ? 1 : 0;
+}
+
+Estimate once(const Step& step, unsigned baud)
+{
+    Estimate sum;
+    if (const auto* send = std::get_if<Send>(&step.action)) {
+        add(sum, *send, step, baud);
+    } else if (!std::holds_alternative<HeadUnitAction>(step.action)) {
+        ++sum.open;
+    }
+    return sum;
+}
+
+auto groupsOf(const Plan& plan)
+{
+    return std::array<const std::vector<Group>*, 3>{&plan.setup, &plan.main, &plan.teardown};
+}
+
+}  // namespace
+
+std::string_view Step::kind() const
+{
+    constexpr std::array<std::string_view, 4> kNames{"send", "wait", "prompt", "headunit"};
+    return kNames[action.index()];
+}
+
+std::size_t Plan::stepCount() const
+{
+    std::size_t count = 0;
+    for (const auto* phase : groupsOf(*this)) {
+        for (const Group& group : *phase) {
+            count += group.steps.size();
+        }
+    }
+    return count;
+}
+
+std::vector<const Step*> Plan::destructiveSteps() const
+{
+    std::vector<const Step*> list;
+    for (const auto* phase : groupsOf(*this)) {
+        for (const Group& group : *phase) {
+            for (const Step& step : group.steps) {
+                const auto* send = std::get_if<Send>(&step.action);
+                if (send != nullptr && send->command->destructive) {
+                    list.push_back(&step);
+                }
+            }
+        }
+    }
+    return list;
+}
+
+Estimate estimate(const Plan& plan, unsigned baud)
+{
+    Estimate sum;
+    for (const auto* phase : groupsOf(plan)) {
+        for (const Group& group : *phase) {
+            for (const Step& step : group.steps) {
+                const Estimate each = once(step, baud);
+                sum.duration += each.duration * step.repeat * group.repeat;
+                sum.open += each.open;
+            }
+        }
+    }
+    return sum;
+}
+
+}  // namespace station::plan
