@@ -1,0 +1,343 @@
+#include "station/plan/EngineTest.h"
+
+namespace station::plan::tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr unsigned kFrequency = 0x0201;
+constexpr unsigned kMode = 0x0FFF;
+constexpr unsigned kFlag = 0x0E01;
+
+// Three phases that can be told apart by what they send.
+constexpr const char* kThreePhases = R"(
+[[setup]]
+name = "S"
+steps = [{ send = "test.mode", timeout = 0.05 }]
+[[main]]
+name = "M"
+steps = [{ send = "tuner.frequency", timeout = 0.05 }, { send = "tuner.frequency", timeout = 0.05 }]
+[[teardown]]
+name = "T"
+steps = [{ send = "other.flag", timeout = 0.05 }]
+)";
+
+class EngineFlowTest : public EngineTest
+{
+protected:
+    EngineFlowTest()
+    {
+        on[kMode] = [this](const Frame&) { reply(0x8F, 0xFF, {1}); };
+        on[kFrequency] = [this](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
+        on[kFlag] = [this](const Frame&) { reply(0x8E, 0x01, {0}); };
+    }
+
+    Verdict phase(std::size_t index) const { return result.run.phases.at(index).verdict; }
+    const record::Group& group(std::size_t index) const { return result.run.phases[1].groups.at(index); }
+
+    std::vector<Verdict> verdicts(const std::vector<record::Step>& steps)
+    {
+        std::vector<Verdict> list;
+        for (const auto& each : steps) {
+            list.push_back(each.verdict);
+        }
+        return list;
+    }
+};
+
+TEST_F(EngineFlowTest, PhasesRunInOrder)
+{
+    EXPECT_EQ(runText(kThreePhases).verdict, Verdict::kPass);
+    EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency, kFrequency, kFlag));
+}
+
+TEST_F(EngineFlowTest, FailedSetupSkipsTheMainPartAndTearsDown)
+{
+    on[kMode] = {};
+    on.erase(kMode);
+
+    const auto& run = runText(kThreePhases);
+
+    EXPECT_EQ(run.verdict, Verdict::kTimeout);
+    EXPECT_EQ(phase(1), Verdict::kSkipped);
+    EXPECT_EQ(run.phases[1].groups[0].tries[0].steps[0].reason, "'test.mode' in group 'S' did not pass");
+    EXPECT_EQ(phase(2), Verdict::kPass);
+    EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFlag));
+}
+
+TEST_F(EngineFlowTest, FailureIsFollowedAsThePlanSays)
+{
+    runText(R"(
+[[main]]
+name = "A"
+steps = [{ send = "test.mode", expect = { mode = "off" } }, { send = "tuner.frequency" }]
+[[main]]
+name = "B"
+on_failure = "stop-group"
+steps = [{ send = "test.mode", expect = { mode = "off" } }, { send = "tuner.frequency" }]
+[[main]]
+name = "C"
+on_failure = "stop"
+steps = [{ send = "test.mode", expect = { mode = "off" } }, { send = "tuner.frequency" }]
+[[main]]
+name = "D"
+steps = [{ send = "tuner.frequency" }]
+)");
+
+    EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kPass));
+    EXPECT_THAT(verdicts(group(1).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kSkipped));
+    EXPECT_EQ(group(1).tries[0].steps[1].reason, "'test.mode' before it did not pass");
+    EXPECT_THAT(verdicts(group(2).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kSkipped));
+    EXPECT_THAT(verdicts(group(3).tries[0].steps), ElementsAre(Verdict::kSkipped));
+    EXPECT_EQ(group(3).tries[0].steps[0].reason, "'test.mode' in group 'C' did not pass");
+}
+
+TEST_F(EngineFlowTest, RetriesAreAllKeptAndTheLastDecides)
+{
+    int asked = 0;
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked == 3)}); };
+
+    const auto& run = runSteps(R"({ send = "test.mode", expect = { mode = "on" }, retries = 5, retry_delay = 0.001 })");
+
+    EXPECT_EQ(run.verdict, Verdict::kPass);
+    ASSERT_THAT(step(0).attempts, SizeIs(3));
+    EXPECT_EQ(step(0).attempts[0].verdict, Verdict::kFail);
+    EXPECT_EQ(step(0).attempts[2].verdict, Verdict::kPass);
+}
+
+TEST_F(EngineFlowTest, RepetitionsAllHaveToPass)
+{
+    int asked = 0;
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked != 2)}); };
+
+    runSteps(R"({ send = "test.mode", expect = { mode = "on" }, repeat = 3 })");
+
+    EXPECT_THAT(step(0).attempts, SizeIs(3));
+    EXPECT_EQ(step(0).verdict, Verdict::kFail);
+    EXPECT_EQ(step(0).reason, "mode is 0 (off), expected 1 (on)");
+}
+
+TEST_F(EngineFlowTest, GroupIsTriedAgainAsAWhole)
+{
+    int asked = 0;
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked == 2)}); };
+
+    const auto& run = runText(R"(
+[[main]]
+name = "A"
+retries = 3
+retry_delay = 0
+on_failure = "stop"
+steps = [{ send = "tuner.frequency" }, { send = "test.mode", expect = { mode = "on" } }]
+[[main]]
+name = "B"
+repeat = 2
+steps = [{ send = "tuner.frequency" }]
+)");
+
+    EXPECT_EQ(run.verdict, Verdict::kPass);
+    ASSERT_THAT(group(0).tries, SizeIs(2));
+    EXPECT_EQ(group(0).tries[0].verdict, Verdict::kFail);
+    EXPECT_EQ(group(0).tries[1].verdict, Verdict::kPass);
+    EXPECT_EQ(group(0).verdict, Verdict::kPass);
+    EXPECT_THAT(group(1).tries, SizeIs(2));
+}
+
+TEST_F(EngineFlowTest, PortThatIsNotThereSkipsEverything)
+{
+    const Plan plan = planOf(kThreePhases);
+
+    result = runPlan(plan, {"/dev/no-such-line"}, {protocol::catalogue::groups(), prompter, headUnit}, control,
+                     observer, {}, reconnect);
+
+    EXPECT_TRUE(result.portUnavailable);
+    EXPECT_EQ(result.run.verdict, Verdict::kError);
+    EXPECT_THAT(result.run.reason, HasSubstr("/dev/no-such-line"));
+    EXPECT_EQ(phase(0), Verdict::kSkipped);
+    EXPECT_EQ(phase(2), Verdict::kSkipped);
+}
+
+TEST_F(EngineFlowTest, PortThatIsInUseSkipsEverything)
+{
+    const Connection other({unit.path()}, {});
+
+    runText(kThreePhases);
+
+    EXPECT_TRUE(result.portUnavailable);
+    EXPECT_THAT(unit.codes(), IsEmpty());
+}
+
+TEST_F(EngineFlowTest, PortThatGoesInTheSetupIsAnErrorThere)
+{
+    on[kMode] = [&](const Frame&) { unit.vanish(); };
+
+    const auto& run = runText(kThreePhases);
+
+    EXPECT_TRUE(result.linkFailed);
+    EXPECT_EQ(run.verdict, Verdict::kError);
+    EXPECT_EQ(phase(0), Verdict::kError);
+    EXPECT_EQ(phase(1), Verdict::kSkipped);
+    EXPECT_EQ(phase(2), Verdict::kError);  // the teardown is tried all the same
+}
+
+TEST_F(EngineFlowTest, PortThatGoesInTheMainPartStopsIt)
+{
+    on[kFrequency] = [&](const Frame&) { unit.vanish(); };
+
+    runText(kThreePhases);
+
+    EXPECT_TRUE(result.linkFailed);
+    EXPECT_EQ(phase(0), Verdict::kPass);
+    EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kError, Verdict::kSkipped));
+    EXPECT_EQ(group(0).tries[0].steps[1].reason, "the line failed");
+    EXPECT_EQ(phase(2), Verdict::kError);
+}
+
+TEST_F(EngineFlowTest, PortThatGoesInTheTeardownIsAnErrorThere)
+{
+    on[kFlag] = [&](const Frame&) { unit.vanish(); };
+
+    EXPECT_EQ(runText(kThreePhases).verdict, Verdict::kError);
+    EXPECT_EQ(phase(1), Verdict::kPass);
+    EXPECT_EQ(phase(2), Verdict::kError);
+    EXPECT_TRUE(result.linkFailed);
+}
+
+TEST_F(EngineFlowTest, EndInTheSetupTearsDownAndIsAborted)
+{
+    on[kMode] = [&](const Frame&) { control.request(); };
+
+    const auto& run = runText(kThreePhases);
+
+    EXPECT_EQ(run.verdict, Verdict::kAborted);
+    EXPECT_EQ(run.phases[0].groups[0].tries[0].steps[0].verdict, Verdict::kAborted);
+    EXPECT_EQ(phase(1), Verdict::kSkipped);
+    EXPECT_EQ(phase(2), Verdict::kPass);
+    EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFlag));
+}
+
+TEST_F(EngineFlowTest, EndInTheMainPartTearsDownAndIsAborted)
+{
+    on[kFrequency] = [&](const Frame&) { control.request(); };
+
+    const auto& run = runText(kThreePhases);
+
+    EXPECT_EQ(run.verdict, Verdict::kAborted);
+    EXPECT_EQ(run.reason, "the user ended the run");
+    EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kAborted, Verdict::kSkipped));
+    EXPECT_EQ(phase(2), Verdict::kPass);
+}
+
+TEST_F(EngineFlowTest, EndDuringAQuestionIsAborted)
+{
+    prompter.beforeAnswering = [&] { control.request(); };
+
+    EXPECT_EQ(runSteps(R"({ prompt = "Lit?", id = "lit" })").verdict, Verdict::kAborted);
+}
+
+TEST_F(EngineFlowTest, EndBeforeTheBeginningDoesNothingButTearDown)
+{
+    control.request();
+
+    const auto& run = runText(kThreePhases);
+
+    EXPECT_EQ(run.verdict, Verdict::kAborted);
+    EXPECT_EQ(phase(1), Verdict::kSkipped);
+}
+
+TEST_F(EngineFlowTest, FirstEndInTheTeardownLetsItFinish)
+{
+    on[kFlag] = [&](const Frame&) {
+        control.request();
+        reply(0x8E, 0x01, {0});
+    };
+
+    const auto& run = runText(kThreePhases);
+
+    EXPECT_EQ(run.verdict, Verdict::kAborted);
+    EXPECT_EQ(phase(2), Verdict::kPass);
+}
+
+TEST_F(EngineFlowTest, SecondEndEndsTheTeardown)
+{
+    on[kFrequency] = [&](const Frame&) { control.request(); };
+    on[kFlag] = [&](const Frame&) { control.request(); };
+
+    const auto& run =
+        runText(std::string(kThreePhases) + "[[teardown]]\nname = \"T2\"\nsteps = [{ send = \"test.mode\" }]\n");
+
+    EXPECT_EQ(run.verdict, Verdict::kAborted);
+    EXPECT_EQ(run.phases[2].groups[0].verdict, Verdict::kAborted);
+    EXPECT_EQ(run.phases[2].groups[1].verdict, Verdict::kSkipped);
+    EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency, kFlag));
+}
+
+TEST_F(EngineFlowTest, TwoEndsAtOnceSkipTheTeardown)
+{
+    on[kFrequency] = [&](const Frame&) {
+        control.request();
+        control.request();
+    };
+
+    EXPECT_EQ(runText(kThreePhases).verdict, Verdict::kAborted);
+    EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency));
+}
+
+TEST_F(EngineFlowTest, TeardownEndsWithItsTime)
+{
+    on.erase(kFlag);
+
+    const auto& run = runText(R"(
+[defaults]
+teardown_limit = 0.1
+[[main]]
+name = "M"
+steps = [{ send = "test.mode" }]
+[[teardown]]
+name = "T"
+steps = [{ send = "other.flag", timeout = 3600 }, { send = "test.mode" }]
+)");
+
+    EXPECT_EQ(run.verdict, Verdict::kTimeout);
+    EXPECT_EQ(run.phases[2].groups[0].tries[0].steps[0].reason, "the teardown's time was over");
+    EXPECT_EQ(run.phases[2].groups[0].tries[0].steps[1].verdict, Verdict::kSkipped);
+}
+
+TEST_F(EngineFlowTest, SeveralUnitsRunAtOnce)
+{
+    // Each waits in its first step until the other has come as far.
+    std::atomic<int> arrived = 0;
+    const auto meet = [&](ScriptedUnit& each) {
+        return [&](const Frame&) {
+            ++arrived;
+            while (arrived < 2) {
+                std::this_thread::yield();
+            }
+            each.write(wireBytes(Frame{0x8F, 0xFF, {1}}));
+        };
+    };
+    std::unique_ptr<ScriptedUnit> second;
+    second = std::make_unique<ScriptedUnit>([&](const Frame& frame) { meet (*second)(frame); });
+    on[kMode] = meet(unit);
+    const Plan plan = planOf("[[main]]\nname = \"M\"\nsteps = [{ send = \"test.mode\", timeout = 20 }]\n");
+    const Surroundings shared{protocol::catalogue::groups(), prompter, headUnit};
+    RunControl otherControl;
+    Observer otherObserver;
+
+    unit.start();
+    second->start();
+    Result other;
+    std::thread worker([&] { other = runPlan(plan, {second->path()}, shared, otherControl, otherObserver, {}); });
+    result = runPlan(plan, {unit.path()}, shared, control, observer, {});
+    worker.join();
+
+    EXPECT_EQ(result.run.verdict, Verdict::kPass) << result.run.reason;
+    EXPECT_EQ(other.run.verdict, Verdict::kPass) << other.run.reason;
+    EXPECT_EQ(other.run.unit.port, second->path());
+}
+
+}  // namespace
+}  // namespace station::plan::tests

@@ -1,0 +1,360 @@
+#include "station/plan/EngineTest.h"
+
+namespace station::plan::tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// 0201: ask for the frequency, answered by 82 01 [high low]; 0FFF: ask for the mode, answered by 8F FF [0 or 1].
+constexpr unsigned kFrequency = 0x0201;
+constexpr unsigned kMode = 0x0FFF;
+constexpr const char* kAsk = R"({ send = "tuner.frequency", timeout = 0.05 })";
+
+TEST_F(EngineTest, ReplyWithinItsLimitsPassesAndIsMeasured)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
+
+    const auto& run =
+        runSteps(R"({ send = "tuner.frequency", expect = { frequency = { min = 87, max = 88, unit = "MHz" } } })");
+
+    EXPECT_EQ(run.verdict, Verdict::kPass) << run.reason;
+    ASSERT_THAT(step(0).attempts, SizeIs(1));
+    const auto& attempt = step(0).attempts[0];
+    ASSERT_THAT(attempt.measurements, SizeIs(1));
+    EXPECT_EQ(std::get<double>(attempt.measurements[0].value), 87.5);
+    EXPECT_EQ(attempt.measurements[0].unit, "MHz");
+    EXPECT_EQ(attempt.measurements[0].limits.minimum, 87);
+    EXPECT_TRUE(attempt.measurements[0].passed);
+    ASSERT_THAT(attempt.frames, SizeIs(2));
+    EXPECT_EQ(attempt.frames[1].frame, (Frame{0x82, 0x01, {0x22, 0x2E}}));
+    // 8 bytes there, 10 back, 10 bits each at 115200 baud
+    EXPECT_EQ(attempt.wireTime, 1'562'500ns);
+    EXPECT_THAT(run.trace, SizeIs(2));
+}
+
+TEST_F(EngineTest, ReplyBeyondItsLimitsFailsWithWhatCameAndWhatWasExpected)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x24, 0xFE}); };
+
+    const auto& run = runSteps(
+        R"({ send = "tuner.frequency", expect = { frequency = { min = 8700, max = 8800, unit = "10 kHz" } } })");
+
+    EXPECT_EQ(run.verdict, Verdict::kFail);
+    EXPECT_THAT(step(0).reason, HasSubstr("frequency is 9470 (94.7 MHz on FM), expected 8700 to 8800 10 kHz"));
+    EXPECT_EQ(run.reason, "G / tuner.frequency: " + step(0).reason);
+}
+
+TEST_F(EngineTest, EveryFieldThatMissesIsNamed)
+{
+    on[0x0502] = [&](const Frame&) { reply(0x85, 0x02, {0, 0, 0, 1, 0, 0, 0, 2}); };
+
+    runSteps(R"({ send = "gps.position", expect = { latitude = 5, longitude = 6 } })");
+
+    EXPECT_THAT(step(0).reason, HasSubstr("latitude is 1"));
+    EXPECT_THAT(step(0).reason, HasSubstr("longitude is 2"));
+}
+
+TEST_F(EngineTest, ChoicesTextsAndBytesAreCompared)
+{
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+    on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {'H', 'U', '7'}); };
+    on[0x0407] = [&](const Frame&) { reply(0x84, 0x07, {0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}); };
+
+    runSteps(R"(
+        { send = "test.mode", expect = { mode = "on" } },
+        { send = "test.mode", expect = { mode = "off" } },
+        { send = "bluetooth.name", expect = { name = { matches = "HU[0-9]" } } },
+        { send = "bluetooth.name", expect = { name = "HU8" } },
+        { send = "bluetooth.address", expect = { address = "00:1a:7d:da:71:13" } },
+        { send = "bluetooth.address", expect = { address = "00:1a:7d:da:71:14" } })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    EXPECT_EQ(step(1).reason, "mode is 1 (on), expected 0 (off)");
+    EXPECT_EQ(step(2).verdict, Verdict::kPass) << step(2).reason;
+    EXPECT_EQ(step(3).reason, "name is \"HU7\", expected \"HU8\"");
+    EXPECT_EQ(step(4).verdict, Verdict::kPass) << step(4).reason;
+    EXPECT_EQ(step(5).reason, "address is 00 1A 7D DA 71 13, expected 00 1A 7D DA 71 14");
+}
+
+TEST_F(EngineTest, SilenceIsATimeoutThatSaysWhenTheUnitIsSilent)
+{
+    const auto& run = runSteps(kAsk);
+
+    EXPECT_EQ(run.verdict, Verdict::kTimeout);
+    EXPECT_EQ(step(0).reason, "no answer within 0.05 s: the unit is silent without a tuner");
+}
+
+TEST_F(EngineTest, NoiseInsteadOfAnAnswerIsATimeout)
+{
+    on[kFrequency] = [&](const Frame&) { unit.write({0x2A, 0x00, 0xA2, 0xFF, 0x55, 0x2A}); };
+
+    EXPECT_EQ(runSteps(kAsk).verdict, Verdict::kTimeout);
+}
+
+TEST_F(EngineTest, WrongChecksumInsteadOfAnAnswerIsAnError)
+{
+    // the sum 04+82+01+22+2E = 00D7 wants FF29
+    on[kFrequency] = [&](const Frame&) { unit.write({0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x22, 0x2E, 0xFF, 0x28}); };
+
+    EXPECT_EQ(runSteps(kAsk).verdict, Verdict::kError);
+    EXPECT_EQ(step(0).reason, "no answer within 0.05 s, but 1 frame with a wrong checksum");
+}
+
+TEST_F(EngineTest, AnswerUnderTheWrongGroupIsAnErrorThatNamesBoth)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x83, 0x01, {0x22, 0x2E}); };
+
+    EXPECT_EQ(runSteps(kAsk).verdict, Verdict::kError);
+    EXPECT_EQ(step(0).reason, "no answer within 0.05 s under 82 01; what came instead: 83 01 [22 2E]");
+}
+
+TEST_F(EngineTest, NoticeMeanwhileIsNoAnswerAndNoError)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x86, 0x11, {0x25, 0x04}); };
+
+    EXPECT_EQ(runSteps(kAsk).verdict, Verdict::kTimeout);
+}
+
+TEST_F(EngineTest, AnswerWithTooManyBytesIsAnError)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E, 0x00}); };
+
+    EXPECT_EQ(runSteps(R"({ send = "tuner.frequency", expect = { frequency = 8750 } })").verdict, Verdict::kError);
+    EXPECT_EQ(step(0).reason, "82 01 [22 2E 00] does not fit the catalogue: 1 byte too many");
+}
+
+TEST_F(EngineTest, AnswerWithTooFewBytesIsAnError)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22}); };
+
+    EXPECT_EQ(runSteps(R"({ send = "tuner.frequency" })").verdict, Verdict::kError);
+    EXPECT_THAT(step(0).reason, HasSubstr("82 01 [22] does not fit the catalogue"));
+}
+
+TEST_F(EngineTest, ValueThatTheCatalogueDoesNotKnowFails)
+{
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {7}); };
+
+    EXPECT_EQ(runSteps(R"({ send = "test.mode" })").verdict, Verdict::kFail);
+    EXPECT_THAT(step(0).reason, HasSubstr("mode is 7"));
+}
+
+TEST_F(EngineTest, TwoAnswersAtOnceAreAnError)
+{
+    on[kFrequency] = [&](const Frame&) {
+        auto twice = wireBytes(Frame{0x82, 0x01, {0x22, 0x2E}});
+        const auto second = wireBytes(Frame{0x82, 0x01, {0x24, 0xFE}});
+        twice.insert(twice.end(), second.begin(), second.end());
+        unit.write(twice);
+    };
+
+    EXPECT_EQ(runSteps(R"({ send = "tuner.frequency" })").verdict, Verdict::kError);
+    EXPECT_EQ(step(0).reason, "answered twice, the second time by 82 01 [24 FE]");
+}
+
+TEST_F(EngineTest, SecondAnswerThatComesDuringTheNextStepIsAnErrorOfTheFirst)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
+    on[kMode] = [&](const Frame&) {
+        reply(0x82, 0x01, {0x24, 0xFE});
+        reply(0x8F, 0xFF, {1});
+    };
+
+    const auto& run = runSteps(R"({ send = "tuner.frequency" }, { send = "test.mode" })");
+
+    EXPECT_EQ(run.verdict, Verdict::kError);
+    EXPECT_EQ(step(0).verdict, Verdict::kError);
+    EXPECT_EQ(step(0).reason, "answered twice, the second time by 82 01 [24 FE]");
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+}
+
+TEST_F(EngineTest, LateAnswerIsATimeoutThatSaysHowLate)
+{
+    on[kMode] = [&](const Frame&) {
+        reply(0x82, 0x01, {0x22, 0x2E});
+        reply(0x8F, 0xFF, {1});
+    };
+
+    runSteps(std::string(kAsk) + R"(, { send = "test.mode" })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kTimeout);
+    EXPECT_THAT(step(0).reason, HasSubstr("; the answer came too late, after "));
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+}
+
+TEST_F(EngineTest, LateAnswerThatARetryTakesForItsOwnIsNoSecondAnswer)
+{
+    int asked = 0;
+    on[kFrequency] = [&](const Frame&) {
+        if (++asked == 2) {
+            reply(0x82, 0x01, {0x22, 0x2E});
+            reply(0x82, 0x01, {0x22, 0x2E});
+        }
+    };
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+
+    const auto& run = runSteps(
+        R"({ send = "tuner.frequency", timeout = 0.05, retries = 1, retry_delay = 0 }, { send = "test.mode" })");
+
+    EXPECT_EQ(run.verdict, Verdict::kPass) << run.reason;
+    EXPECT_THAT(step(0).attempts, SizeIs(2));
+}
+
+TEST_F(EngineTest, AssertedSilencePassesWithoutAnAnswerAndFailsWithOne)
+{
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+
+    runSteps(R"(
+        { send = "tuner.frequency", reply = "none", timeout = 0.05 },
+        { send = "test.mode", reply = "none" })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    EXPECT_EQ(step(1).verdict, Verdict::kFail);
+    EXPECT_EQ(step(1).reason, "answered by 8F FF [01], expected silence");
+}
+
+TEST_F(EngineTest, CommandThatTheCatalogueCallsUnansweredFailsAssertedSilenceWhenAnswered)
+{
+    on[0x0100] = [&](const Frame&) { reply(0x81, 0x00, {}); };
+
+    runSteps(R"({ send = "audio.set-volume", with = { volume = 3 }, reply = "none" })");
+
+    EXPECT_EQ(step(0).reason, "answered by 81 00 [], expected silence");
+}
+
+TEST_F(EngineTest, OptionalReplyMayStayAway)
+{
+    EXPECT_EQ(runSteps(R"({ send = "tuner.frequency", reply = "optional", timeout = 0.05 })").verdict, Verdict::kPass);
+}
+
+TEST_F(EngineTest, FieldThatIsNotThereMissesUnlessItIsExpectedSo)
+{
+    on[0x0203] = [&](const Frame&) { reply(0x82, 0x03, {}); };
+
+    runSteps(R"({ send = "tuner.band", expect = { band = "fm" } },
+                { send = "tuner.band", expect = { band = { present = false } } })");
+
+    EXPECT_EQ(step(0).reason, "the answer holds no band");
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+}
+
+TEST_F(EngineTest, MissingCarPlayRecordIsAnEmptyValue)
+{
+    on[0x0A12] = [&](const Frame&) { reply(0x8A, 0x0F, {}); };
+
+    runSteps(R"({ send = "identity.carplay-mac", expect = { value = "" }, store = "old" },
+                { send = "identity.carplay-mac", expect = { value = "${old}" } })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+}
+
+TEST_F(EngineTest, NoticeIsAwaited)
+{
+    on[0x060B] = [&](const Frame&) {
+        reply(0x86, 0x0B, {1});
+        reply(0x86, 0x11, {0x25, 0x04});
+        reply(0x86, 0x11, {0x24});
+    };
+
+    runSteps(R"({ send = "keys.set-feedback", with = { value = "on" } },
+                { wait = "keys.pressed", expect = { key = 37 }, store = { key = "key" } },
+                { wait = "keys.pressed", expect = { key = "${key}" } },
+                { wait = "keys.pressed", timeout = 0.05 })");
+
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+    EXPECT_EQ(step(2).verdict, Verdict::kFail);
+    EXPECT_THAT(step(2).reason, HasSubstr("key is 36, expected 37"));
+    EXPECT_EQ(step(3).verdict, Verdict::kTimeout);
+    EXPECT_EQ(step(3).reason, "no keys.pressed came within 0.05 s");
+}
+
+TEST_F(EngineTest, LaterAnswerIsAwaitedAndCompared)
+{
+    on[0x0305] = [&](const Frame&) { reply(0x83, 0x05, {2}); };
+
+    runSteps(R"({ send = "media.track-1", expect_later = { index = 2 }, store = "track" },
+                { send = "media.track-1", expect_later = { index = 3 } },
+                { send = "media.track-2", expect_later = { index = 3 }, timeout = 0.05 })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    EXPECT_EQ(step(1).reason, "index is 2, expected 3");
+    EXPECT_EQ(step(2).reason, "what is to come later did not come within 0.05 s");
+}
+
+TEST_F(EngineTest, StoredValueIsSentAndSerialNamesTheUnit)
+{
+    std::vector<std::uint8_t> sent;
+    on[0x0A14] = [&](const Frame&) { reply(0x8A, 0x14, {'H', 'U', '7'}); };
+    on[0x0A13] = [&](const Frame& frame) { sent = frame.params; };
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+
+    const auto& run = runSteps(R"({ send = "identity.hu-serial", store = "serial" },
+                { send = "identity.write-hu-serial", with = { value = "${serial}-B" } },
+                { send = "test.mode" })");
+
+    EXPECT_EQ(run.verdict, Verdict::kPass) << run.reason;
+    EXPECT_THAT(sent, ElementsAre('H', 'U', '7', '-', 'B'));
+    EXPECT_EQ(run.unit.serial, "HU7");
+}
+
+TEST_F(EngineTest, OperatorsAnswersAreMeasuredAndLimited)
+{
+    prompter.answers = {{"lit", "no"}, {"voltage", "14.5"}, {"label", "A7"}};
+
+    runSteps(R"({ prompt = "Lit?", id = "lit" },
+                { prompt = "Voltage?", id = "voltage", answer = "number", expect = { min = 13, max = 14, unit = "V" } },
+                { prompt = "Label?", id = "label", answer = "text", expect = { matches = "A[0-9]" } },
+                { prompt = "Else?", id = "else" })");
+
+    EXPECT_EQ(step(0).reason, "the operator's answer to lit is no, expected yes");
+    EXPECT_EQ(step(1).reason, "the operator's answer to voltage is 14.5, expected 13 to 14 V");
+    EXPECT_EQ(step(2).verdict, Verdict::kPass) << step(2).reason;
+    EXPECT_EQ(step(3).verdict, Verdict::kError);
+    EXPECT_EQ(step(3).reason, "nobody answers");
+}
+
+TEST_F(EngineTest, HeadUnitIsSetWhereThereIsOne)
+{
+    runSteps(R"({ headunit = { set = "/system_misc/gps_antenna", value = 3 } },
+                { headunit = { event = "OnCarSpeedChange", with = { speed = 70 } } })");
+
+    EXPECT_THAT(headUnit.told, ElementsAre("/system_misc/gps_antenna 3", R"(OnCarSpeedChange {"speed":70})"));
+}
+
+TEST_F(EngineTest, StepThatNeedsTheHeadUnitIsSkippedWhereThereIsNone)
+{
+    headUnit.there = false;
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+
+    const auto& run = runSteps(R"({ headunit = { set = "/system_misc/gps_antenna", value = 3 } },
+                { send = "gps.antenna", requires = "headunit" }, { send = "test.mode" })");
+
+    EXPECT_EQ(run.verdict, Verdict::kPass);
+    EXPECT_EQ(step(0).verdict, Verdict::kSkipped);
+    EXPECT_EQ(step(1).reason, "there is no simulated head unit on the session bus");
+    EXPECT_THAT(unit.codes(), ElementsAre(kMode));
+}
+
+TEST_F(EngineTest, VariableThatASkippedStepWouldHaveStoredIsAnError)
+{
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+    headUnit.there = false;
+
+    runSteps(R"({ send = "test.mode", store = "mode" },
+                { send = "audio.volume", store = "volume", requires = "headunit" },
+                { send = "audio.set-volume", with = { volume = "${volume}" } },
+                { send = "audio.volume", only_if = { mode = 0 } },
+                { send = "audio.set-volume", with = { volume = "${volume}" }, if_stored = "volume" })");
+
+    EXPECT_EQ(step(2).verdict, Verdict::kError);
+    EXPECT_EQ(step(2).reason, "nothing has been stored as 'volume' in this run");
+    EXPECT_EQ(step(3).verdict, Verdict::kSkipped);
+    EXPECT_EQ(step(4).verdict, Verdict::kSkipped);
+}
+
+}  // namespace
+}  // namespace station::plan::tests
