@@ -96,6 +96,7 @@ int main(int argc, char** argv)
         addSend(tool);
         addEncode(tool);
         addDecode(tool);
+        addPlan(tool);
         addCatalogue(tool);
         addCompletion(tool);
         addMan(tool);

@@ -19,3 +19,5 @@ add_executable(engineering-station
 target_compile_definitions(engineering-station PRIVATE ENGINEERING_VERSION="${PROJECT_VERSION}")
 target_link_libraries(engineering-station PRIVATE
   station catalogue catalogue_loader CLI11::CLI11 nlohmann_json::nlohmann_json)
+
+include(station/plan.cmake)

@@ -17,7 +17,8 @@ namespace {
 /// Longer than anybody waits, and far below what a clock's time point holds.
 constexpr double kLongestTimeout = 86400;
 
-/// Takes PATH[,BAUD] apart.
+}  // namespace
+
 station::PortSpec parsePort(std::string_view text)
 {
     const auto comma = text.rfind(',');
@@ -39,6 +40,8 @@ std::string checkPort(const std::string& text)
                ? ""
                : std::to_string(baud) + " is no baud rate: a common one such as 9600, 115200 or 921600 was expected";
 }
+
+namespace {
 
 std::string checkTimeout(const std::string& text)
 {

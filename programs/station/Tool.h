@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "station/Connection.h"
 
@@ -60,6 +61,12 @@ bool colourWanted(int descriptor = 1);
 
 /// @returns the link at which the service is found when nothing else was said to either side.
 std::string defaultPort();
+
+/// Takes PATH[,BAUD] apart.
+station::PortSpec parsePort(std::string_view text);
+
+/// @returns what is wrong with PATH[,BAUD], empty when nothing is.
+std::string checkPort(const std::string& text);
 
 /// Adds --port PATH[,BAUD] with its check and default.
 void addPort(CLI::App& verb, station::PortSpec& port);

@@ -1,0 +1,206 @@
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "programs/Cli.h"
+#include "programs/station/Tool.h"
+#include "programs/station/plan/PlanFile.h"
+#include "programs/station/plan/PlanRun.h"
+#include "station/SerialLink.h"
+#include "station/record/Results.h"
+#include "station/record/Text.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using station::record::printable;
+
+constexpr const char* kShippedPlans = "share/plans";
+
+Json problemsJson(const protocol::toml_file::Problems& problems)
+{
+    Json list = Json::array();
+    for (const auto& problem : problems) {
+        list.push_back({{"line", problem.line}, {"column", problem.column}, {"text", problem.text}});
+    }
+    return list;
+}
+
+/// @returns "0.4 s", or "0.4 s and more" for a plan that waits for somebody.
+std::string durationText(const station::plan::Estimate& estimate)
+{
+    char text[48];
+    std::snprintf(text, sizeof text, "%.1f s%s", std::chrono::duration<double>(estimate.duration).count(),
+                  estimate.open > 0 ? " and more" : "");
+    return text;
+}
+
+int check(const Tool& tool, const std::vector<std::string>& paths)
+{
+    Json files = Json::array();
+    bool sound = true;
+    for (const auto& path : paths) {
+        const PlanFile file = readPlan(path);
+        sound = sound && file.loaded.plan.has_value();
+        if (tool.json) {
+            files.push_back({{"file", path},
+                             {"sound", file.loaded.plan.has_value()},
+                             {"problems", problemsJson(file.loaded.problems)},
+                             {"warnings", problemsJson(file.loaded.warnings)}});
+            continue;
+        }
+        printProblems(path, file.loaded.problems);
+        printProblems(path, file.loaded.warnings, "warning: ");
+        if (file.loaded.plan) {
+            std::printf("%s: sound, %s\n", printable(path).c_str(),
+                        station::record::count(file.loaded.plan->stepCount(), "step").c_str());
+        }
+    }
+    if (tool.json) {
+        printJson({{"files", std::move(files)}});
+    }
+    return sound ? kPassed : kWrongUse;
+}
+
+std::vector<std::string> plansIn(const std::string& directory)
+{
+    std::vector<std::string> paths;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        if (entry.path().extension() == ".toml") {
+            paths.push_back(entry.path().string());
+        }
+    }
+    std::ranges::sort(paths);
+    return paths;
+}
+
+int list(const Tool& tool, const std::string& directory)
+{
+    std::vector<std::string> paths;
+    try {
+        paths = plansIn(directory);
+    } catch (const std::filesystem::filesystem_error& error) {
+        complain(kProgram, directory + ": " + error.code().message() + ": a directory of plans is expected");
+        return kWrongUse;
+    }
+    Json plans = Json::array();
+    bool sound = true;
+    for (const auto& path : paths) {
+        const PlanFile file = readPlan(path);
+        printProblems(path, file.loaded.problems);
+        sound = sound && file.loaded.plan.has_value();
+        if (!file.loaded.plan) {
+            continue;
+        }
+        const auto& plan = *file.loaded.plan;
+        const auto estimate = station::plan::estimate(plan, station::SerialLink::kDefaultBaud);
+        if (tool.json) {
+            plans.push_back({{"file", path},
+                             {"name", plan.name},
+                             {"title", plan.title},
+                             {"steps", plan.stepCount()},
+                             {"at_least_s", std::chrono::duration<double>(estimate.duration).count()},
+                             {"open_steps", estimate.open}});
+        } else {
+            std::printf("%-16s %4zu steps  %-16s  %s\n", plan.name.c_str(), plan.stepCount(),
+                        durationText(estimate).c_str(), printable(plan.title).c_str());
+        }
+    }
+    if (tool.json) {
+        printJson({{"plans", std::move(plans)}});
+    }
+    return sound ? kPassed : kWrongUse;
+}
+
+void addCheck(Tool& tool, CLI::App& noun)
+{
+    CLI::App* const verb =
+        noun.add_subcommand("check",
+                            "Check plans against the catalogue\n"
+                            "Every mistake is a line FILE:LINE:COLUMN: TEXT on standard error, all of a file at once.");
+    const auto paths = std::make_shared<std::vector<std::string>>();
+    verb->add_option("FILE", *paths, "Plans")->required()->type_name("FILE");
+    verb->footer("  engineering-station plan check share/plans/*.toml");
+    verb->callback([&tool, paths] { tool.action = [&tool, paths] { return check(tool, *paths); }; });
+}
+
+void addList(Tool& tool, CLI::App& noun)
+{
+    CLI::App* const verb = noun.add_subcommand(
+        "list",
+        "List plans: name, steps, the time that they take at least, title\n"
+        "The time is that of the frames on the line and of the silence that is asserted; questions and what comes by "
+        "itself take what they take.");
+    const auto directory = std::make_shared<std::string>(kShippedPlans);
+    verb->add_option("DIR", *directory, "Directory of plans")->type_name("DIR")->capture_default_str();
+    verb->footer("  engineering-station plan list share/plans");
+    verb->callback([&tool, directory] { tool.action = [&tool, directory] { return list(tool, *directory); }; });
+}
+
+void addRun(Tool& tool, CLI::App& noun)
+{
+    CLI::App* const verb = noun.add_subcommand(
+        "run",
+        "Run a plan with one unit or several\n"
+        "A terminal shows progress, the current step and the latest frames; otherwise there is a line per step. The "
+        "record is kept in any case.\n"
+        "Ctrl-C ends the run: the teardown follows, and a second Ctrl-C ends that too.\n"
+        "Exit status, the first that holds for any unit: 4 interrupted, 10 port missing or busy, 11 the line failed, 1 "
+        "a "
+        "limit was missed or a step ended in an error, 3 nothing but time-outs, 5 nothing was run, 0 all passed; 2 for "
+        "a "
+        "plan, answers or options that are wrong.");
+    const auto options = std::make_shared<PlanRunOptions>();
+    options->results = station::record::kDefaultResults;
+    verb->add_option("PLAN", options->plan, "Plan to run")->required()->type_name("FILE");
+    verb->add_option_function<std::vector<std::string>>(
+            "--port",
+            [options](const std::vector<std::string>& texts) {
+                for (const auto& text : texts) {
+                    options->ports.push_back(parsePort(text));
+                }
+            },
+            "PATH[,BAUD] of a unit; once per unit, all of them are tested at once")
+        ->check(checkPort)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("PORT");
+    verb->add_option("--answers", options->answers, "TOML file of answers to the plan's questions")->type_name("FILE");
+    verb->add_option("--results", options->results, "Directory of the results, a folder per run")
+        ->type_name("DIR")
+        ->capture_default_str();
+    verb->add_option("--operator", options->operatorName, "Who runs it, for the record")->type_name("NAME");
+    verb->add_option("--serial", options->serial, "Serial number of the unit, for the record")->type_name("TEXT");
+    verb->add_option("--reconnect", options->reconnectSeconds, "Seconds for which a device that has gone is waited for")
+        ->check(CLI::Range(0.0, 86400.0))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    verb->add_flag("--yes", options->destructive, "Run plans with commands that cannot be undone");
+    verb->add_flag("-q,--quiet", options->quiet, "Print the summary only");
+    verb->add_flag("--no-record", options->noRecord, "Keep no results");
+    verb->footer(
+        "  engineering-station plan run share/plans/smoke.toml\n"
+        "  engineering-station plan run eol.toml --port /dev/ttyUSB0 --port /dev/ttyUSB1 --answers shift.toml");
+    verb->callback([&tool, options] {
+        if (options->ports.empty()) {
+            options->ports.push_back({defaultPort()});
+        }
+        tool.action = [&tool, options] { return runPlanAtPorts(tool, *options); };
+    });
+}
+
+}  // namespace
+
+void addPlan(Tool& tool)
+{
+    CLI::App* const noun = tool.app.add_subcommand("plan", "Test plans: check, run, list (see docs/plans.md)");
+    noun->require_subcommand(1);
+    addCheck(tool, *noun);
+    addRun(tool, *noun);
+    addList(tool, *noun);
+}
+
+}  // namespace programs::station_tool

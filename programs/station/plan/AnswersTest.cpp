@@ -1,0 +1,77 @@
+#include "programs/station/plan/Answers.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "station/plan/Load.h"
+
+namespace programs::station_tool {
+namespace {
+
+using station::plan::Prompt;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+station::plan::Plan askingPlan()
+{
+    return station::plan::load(R"(
+schema = 1
+name = "test"
+title = "Test"
+[[main]]
+name = "Ask"
+steps = [
+  { prompt = "Lit?", id = "lit" },
+  { prompt = "Current?", id = "current", answer = "number" },
+  { prompt = "Label?", id = "label", answer = "text" },
+]
+)",
+                               "test.toml", protocol::catalogue::groups())
+        .plan.value();
+}
+
+TEST(Answers, PortsOwnAnswerComesBeforeTheCommonOne)
+{
+    protocol::toml_file::Problems problems;
+
+    const Answers answers("lit = true\ncurrent = 310\n[\"/dev/b\"]\ncurrent = 2.5\n", askingPlan(), problems);
+
+    EXPECT_THAT(problems, IsEmpty());
+    EXPECT_EQ(answers.find("/dev/a", "lit"), "yes");
+    EXPECT_EQ(answers.find("/dev/a", "current"), "310");
+    EXPECT_EQ(answers.find("/dev/b", "current"), "2.5");
+    EXPECT_EQ(answers.find("/dev/b", "label"), std::nullopt);
+}
+
+TEST(Answers, WhateverIsWrongIsReportedWithItsPlace)
+{
+    protocol::toml_file::Problems problems;
+
+    const Answers answers("litt = true\ncurrent = \"much\"\nlabel = []\n[\"/dev/b\"]\nlit = 3\n", askingPlan(),
+                          problems);
+
+    std::vector<std::string> lines;
+    for (const auto& problem : problems) {
+        lines.push_back(format("F", problem));
+    }
+    EXPECT_THAT(lines, ElementsAre("F:1:1: the plan has no question 'litt'; did you mean 'lit'?",
+                                   "F:2:11: that is no answer to 'current': a number is expected",
+                                   "F:3:9: that is no answer to 'label': a text is expected",
+                                   "F:5:7: that is no answer to 'lit': yes or no is expected"));
+}
+
+TEST(Answers, AreReadAsPeopleGiveThem)
+{
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, " y\r"), "yes");
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, "no"), "no");
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, "maybe"), std::nullopt);
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "13.8"), "13.8");
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "13.8 V"), std::nullopt);
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "nan"), std::nullopt);
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kText, "  HU 7 "), "HU 7");
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kText, "  "), std::nullopt);
+}
+
+}  // namespace
+}  // namespace programs::station_tool

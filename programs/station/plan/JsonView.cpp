@@ -1,0 +1,116 @@
+#include <cstdio>
+#include <deque>
+#include <mutex>
+
+#include "programs/station/plan/RunView.h"
+#include "station/plan/Speed.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+double milliseconds(station::plan::Duration time)
+{
+    return std::chrono::duration<double, std::milli>(time).count();
+}
+
+class JsonView : public RunView
+{
+public:
+    explicit JsonView(const station::plan::Plan& plan) : plan_(plan) {}
+
+    station::plan::Observer& add(const std::string& port) override { return observers_.emplace_back(*this, port); }
+
+    void finish(std::span<const UnitResult> units) override
+    {
+        for (const UnitResult& unit : units) {
+            const auto& run = unit.result.run;
+            const auto speed = station::plan::speedOf(run);
+            Json steps = Json::object();
+            for (const auto& [verdict, count] : tally(run)) {
+                steps[station::record::name(verdict)] = count;
+            }
+            print({{"event", "ended"},
+                   {"port", run.unit.port},
+                   {"serial", run.unit.serial},
+                   {"verdict", station::record::name(run.verdict)},
+                   {"reason", run.reason},
+                   {"steps", std::move(steps)},
+                   {"folder", unit.folder},
+                   {"time_ms", milliseconds(speed.total)},
+                   {"wire_ms", milliseconds(speed.wire)},
+                   {"added_per_step_ms", milliseconds(speed.addedPerStep)},
+                   {"exit", static_cast<int>(exitStatusOf(unit))}});
+        }
+    }
+
+private:
+    class UnitObserver : public station::plan::Observer
+    {
+    public:
+        UnitObserver(JsonView& view, std::string port) : view_(view), port_(std::move(port)) {}
+
+        void onStarted(station::record::Run& run) override
+        {
+            view_.print({{"event", "started"},
+                         {"port", port_},
+                         {"id", run.id},
+                         {"plan", run.plan.name},
+                         {"steps", view_.plan_.stepCount()}});
+        }
+
+        void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
+        {
+            Json object = stepObject("step", step);
+            object["phase"] = place.phase;
+            object["group"] = place.group;
+            object["index"] = place.index;
+            view_.print(std::move(object));
+        }
+
+        void onStepAmended(const station::record::Step& step) override { view_.print(stepObject("amended", step)); }
+
+    private:
+        Json stepObject(const char* event, const station::record::Step& step) const
+        {
+            station::plan::Duration time{0};
+            for (const auto& attempt : step.attempts) {
+                time += attempt.duration;
+            }
+            return {{"event", event},
+                    {"port", port_},
+                    {"name", step.name},
+                    {"kind", step.kind},
+                    {"what", step.what},
+                    {"verdict", station::record::name(step.verdict)},
+                    {"reason", step.reason},
+                    {"attempts", step.attempts.size()},
+                    {"time_ms", milliseconds(time)}};
+        }
+
+        JsonView& view_;
+        const std::string port_;
+    };
+
+    void print(Json object)
+    {
+        const std::lock_guard lock(mutex_);
+        printJson(std::move(object));
+        std::fflush(stdout);
+    }
+
+    const station::plan::Plan& plan_;
+    std::mutex mutex_;  // guards standard output
+    std::deque<UnitObserver> observers_;
+};
+
+}  // namespace
+
+std::unique_ptr<RunView> makeJsonView(const station::plan::Plan& plan)
+{
+    return std::make_unique<JsonView>(plan);
+}
+
+}  // namespace programs::station_tool

@@ -1,0 +1,75 @@
+#include <cstdio>
+#include <deque>
+#include <mutex>
+
+#include "programs/station/plan/RunView.h"
+#include "programs/station/plan/StepLines.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+class LineView : public RunView
+{
+public:
+    LineView(bool labelled, bool quiet) : labelled_(labelled), quiet_(quiet), colour_(colourWanted()) {}
+
+    station::plan::Observer& add(const std::string& port) override
+    {
+        return observers_.emplace_back(*this, labelled_ ? port : "");
+    }
+
+    void finish(std::span<const UnitResult> units) override
+    {
+        for (const UnitResult& unit : units) {
+            print(summary(unit, colour_));
+        }
+    }
+
+private:
+    class UnitObserver : public station::plan::Observer
+    {
+    public:
+        UnitObserver(LineView& view, std::string label) : view_(view), label_(std::move(label)) {}
+
+        void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
+        {
+            if (!view_.quiet_) {
+                view_.print(stepLine(label_, place.group, step, view_.colour_) + "\n");
+            }
+        }
+
+        void onStepAmended(const station::record::Step& step) override
+        {
+            if (!view_.quiet_) {
+                view_.print(stepLine(label_, "afterwards", step, view_.colour_) + "\n");
+            }
+        }
+
+    private:
+        LineView& view_;
+        const std::string label_;
+    };
+
+    void print(const std::string& text)
+    {
+        const std::lock_guard lock(mutex_);
+        std::fputs(text.c_str(), stdout);
+        std::fflush(stdout);
+    }
+
+    const bool labelled_;
+    const bool quiet_;
+    const bool colour_;
+    std::mutex mutex_;  // guards standard output
+    std::deque<UnitObserver> observers_;
+};
+
+}  // namespace
+
+std::unique_ptr<RunView> makeLineView(const station::plan::Plan&, bool labelled, bool quiet)
+{
+    return std::make_unique<LineView>(labelled, quiet);
+}
+
+}  // namespace programs::station_tool

@@ -1,0 +1,255 @@
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+#include <vector>
+
+#include "programs/station/plan/RunView.h"
+#include "programs/station/plan/StepLines.h"
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Codec.h"
+#include "station/Hex.h"
+#include "station/record/Text.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+namespace catalogue = protocol::catalogue;
+using station::TraceEvent;
+using station::record::printable;
+
+constexpr std::size_t kFrames = 3;
+constexpr const char* kEraseLine = "\r\x1b[2K";
+constexpr const char* kLineUp = "\x1b[1A";
+
+struct Size {
+    std::size_t columns = 80;
+    std::size_t rows = 24;
+};
+
+Size screenSize()
+{
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+        return {};
+    }
+    return {size.ws_col, size.ws_row};
+}
+
+/// @returns the beginning of a line of UTF-8 that fits; a character is taken to be one column wide.
+std::string fitted(const std::string& line, std::size_t columns)
+{
+    std::size_t seen = 0;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const bool begins = (static_cast<unsigned char>(line[i]) & 0xC0) != 0x80;
+        if (begins && seen++ == columns) {
+            return line.substr(0, i);
+        }
+    }
+    return line;
+}
+
+std::string frameLine(const TraceEvent& event)
+{
+    const auto groups = catalogue::groups();
+    switch (event.kind) {
+        case TraceEvent::Kind::kSent:
+            return "  > " + catalogue::format(groups, catalogue::decodeRequest(groups, event.frame), event.frame);
+        case TraceEvent::Kind::kReceived:
+            return "  < " + catalogue::format(groups, catalogue::decodeFromUnit(groups, event.frame), event.frame);
+        case TraceEvent::Kind::kCorrupt:
+            return "  < wrong checksum: " + station::format(event.frame);
+        case TraceEvent::Kind::kLost:
+            return "  the line is gone: " + printable(event.text);
+        case TraceEvent::Kind::kBack:
+            return "  the line is back";
+    }
+    return "";
+}
+
+/// What is shown of one unit.
+struct UnitState {
+    std::string label;
+    std::string step = "connecting";
+    std::size_t done = 0;
+    Tally tally;
+    std::deque<TraceEvent> frames;
+    std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
+    bool ended = false;
+};
+
+class LiveView : public RunView
+{
+public:
+    LiveView(const station::plan::Plan& plan, bool labelled)
+        : plan_(plan), total_(plan.stepCount()), labelled_(labelled), colour_(colourWanted())
+    {
+    }
+
+    station::plan::Observer& add(const std::string& port) override
+    {
+        const std::lock_guard lock(mutex_);
+        units_.emplace_back().label = labelled_ ? port : "";
+        return observers_.emplace_back(*this, units_.back());
+    }
+
+    void tick() override
+    {
+        draw([this] { return aside_ ? std::string() : composeLocked(true); });
+    }
+
+    void aside(bool wanted) override
+    {
+        draw([this, wanted] {
+            aside_ = wanted;
+            return composeLocked(!wanted);
+        });
+    }
+
+    void finish(std::span<const UnitResult> units) override
+    {
+        draw([this, units] {
+            std::string text = composeLocked(false);
+            for (const UnitResult& unit : units) {
+                text += summary(unit, colour_);
+            }
+            return text;
+        });
+    }
+
+private:
+    /// The run's thread only notes; the ticks draw.
+    class UnitObserver : public station::plan::Observer
+    {
+    public:
+        UnitObserver(LiveView& view, UnitState& state) : view_(view), state_(state) {}
+
+        void onAttempt(const station::plan::StepPlace& place, const station::plan::Step& step,
+                       std::size_t attempt) override
+        {
+            const std::lock_guard lock(view_.mutex_);
+            state_.step = printable(place.group) + " / " + printable(step.what) +
+                          (attempt > 1 ? ", attempt " + std::to_string(attempt) : "");
+        }
+
+        void onFrame(const TraceEvent& event) override
+        {
+            const std::lock_guard lock(view_.mutex_);
+            state_.frames.push_back(event);
+            if (state_.frames.size() > kFrames) {
+                state_.frames.pop_front();
+            }
+        }
+
+        void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
+        {
+            const std::lock_guard lock(view_.mutex_);
+            state_.done = place.index + 1;
+            ++state_.tally[step.verdict];
+            view_.lines_.push_back(stepLine(state_.label, place.group, step, view_.colour_));
+        }
+
+        void onStepAmended(const station::record::Step& step) override
+        {
+            const std::lock_guard lock(view_.mutex_);
+            view_.lines_.push_back(stepLine(state_.label, "afterwards", step, view_.colour_));
+        }
+
+        void onEnded(const station::record::Run&) override
+        {
+            const std::lock_guard lock(view_.mutex_);
+            state_.ended = true;
+        }
+
+    private:
+        LiveView& view_;
+        UnitState& state_;
+    };
+
+    std::vector<std::string> blockLocked(const UnitState& unit) const
+    {
+        constexpr std::size_t kWidth = 24;
+        const std::size_t filled = total_ == 0 ? kWidth : std::min(kWidth, unit.done * kWidth / total_);
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - unit.started).count();
+        char time[32];
+        std::snprintf(time, sizeof time, "%.1f s", seconds);
+        const std::string counts = format(unit.tally);
+        std::vector<std::string> lines;
+        lines.push_back((unit.label.empty() ? plan_.name : printable(unit.label)) + " [" + std::string(filled, '#') +
+                        std::string(kWidth - filled, '-') + "] " + std::to_string(unit.done) + "/" +
+                        std::to_string(total_) + "  " + time + (counts.empty() ? "" : "  " + counts));
+        lines.push_back(unit.ended ? "  done" : "  " + unit.step);
+        for (const TraceEvent& event : unit.frames) {
+            lines.push_back(frameLine(event));
+        }
+        return lines;
+    }
+
+    /// Writes what `compose` makes with mutex_ held. A terminal that stands still holds up no run: those note under
+    /// mutex_ only.
+    template <class Compose>
+    void draw(Compose compose)
+    {
+        const std::lock_guard output(output_);
+        std::string text;
+        {
+            const std::lock_guard lock(mutex_);
+            text = compose();
+        }
+        std::fputs(text.c_str(), stdout);
+        std::fflush(stdout);
+    }
+
+    /// @returns what puts the new lines above the block at the bottom, and draws that anew.
+    std::string composeLocked(bool withBlock)
+    {
+        std::string text;
+        for (std::size_t i = 0; i < drawn_; ++i) {
+            text += std::string(kLineUp) + kEraseLine;
+        }
+        for (const std::string& line : lines_) {
+            text += line + "\n";
+        }
+        lines_.clear();
+        drawn_ = 0;
+        if (withBlock) {
+            const Size size = screenSize();
+            for (const UnitState& unit : units_) {
+                for (const std::string& line : blockLocked(unit)) {
+                    // A block higher than the screen could not be erased.
+                    if (drawn_ + 2 < size.rows) {
+                        text += fitted(line, size.columns - 1) + "\n";
+                        ++drawn_;
+                    }
+                }
+            }
+        }
+        return text;
+    }
+
+    const station::plan::Plan& plan_;
+    const std::size_t total_;
+    const bool labelled_;
+    const bool colour_;
+    std::mutex output_;  // guards standard output; taken before mutex_
+    std::mutex mutex_;
+    // Guarded by mutex_:
+    std::deque<UnitState> units_;
+    std::deque<UnitObserver> observers_;
+    std::vector<std::string> lines_;
+    std::size_t drawn_ = 0;
+    bool aside_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<RunView> makeLiveView(const station::plan::Plan& plan, bool labelled)
+{
+    return std::make_unique<LiveView>(plan, labelled);
+}
+
+}  // namespace programs::station_tool

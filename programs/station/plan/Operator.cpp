@@ -1,0 +1,119 @@
+#include "programs/station/plan/Operator.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "station/record/Text.h"
+
+namespace programs::station_tool {
+
+using station::plan::NoAnswer;
+using station::plan::Prompt;
+using station::plan::Question;
+
+namespace {
+
+constexpr auto kLong = std::chrono::hours(24);
+constexpr std::size_t kLongestLine = 4096;
+
+class Aside
+{
+public:
+    explicit Aside(const std::function<void(bool)>& tell) : tell_(tell) { tell_(true); }
+    ~Aside() { tell_(false); }
+    Aside(const Aside&) = delete;
+    Aside& operator=(const Aside&) = delete;
+
+private:
+    const std::function<void(bool)>& tell_;
+};
+
+}  // namespace
+
+Operator::Operator(const Answers& answers, bool labelled, std::function<void(bool)> aside)
+    : answers_(answers), labelled_(labelled), aside_(std::move(aside))
+{
+}
+
+std::optional<std::string> Operator::ask(const Question& question, station::Interrupt& interrupt)
+{
+    if (interrupt.requested()) {
+        throw station::Interrupted();
+    }
+    if (auto answer = answers_.find(question.port, question.prompt.id)) {
+        return answer;
+    }
+    if (isatty(STDIN_FILENO) != 1) {
+        throw NoAnswer("there is no terminal to ask at, and no answer to '" + question.prompt.id +
+                       "' was given with --answers");
+    }
+    const auto deadline =
+        Clock::now() + (question.timeout.count() > 0 ? question.timeout : station::plan::Duration(kLong));
+    std::unique_lock lock(asking_, std::defer_lock);
+    while (!lock.try_lock_for(std::chrono::milliseconds(50))) {
+        if (interrupt.requested()) {
+            throw station::Interrupted();
+        }
+        if (Clock::now() >= deadline) {
+            return std::nullopt;
+        }
+    }
+    return askAtTerminal(question, interrupt, deadline);
+}
+
+std::optional<std::string> Operator::askAtTerminal(const Question& question, station::Interrupt& interrupt,
+                                                   Clock::time_point deadline)
+{
+    const Aside aside(aside_);
+    const char* hint = question.prompt.kind == Prompt::Kind::kYesNo ? " [y/n] " : " ";
+    const std::string label = labelled_ ? "[" + station::record::printable(question.port) + "] " : "";
+    for (;;) {
+        std::fprintf(stderr, "%s%s%s", label.c_str(), station::record::printable(question.prompt.text).c_str(), hint);
+        std::fflush(stderr);
+        const auto line = readLine(interrupt, deadline);
+        if (!line) {
+            std::fputs("\n", stderr);
+            return std::nullopt;
+        }
+        if (auto answer = parseAnswer(question.prompt.kind, *line)) {
+            return answer;
+        }
+        std::fprintf(stderr, "%s is expected\n", describe(question.prompt.kind));
+    }
+}
+
+std::optional<std::string> Operator::readLine(station::Interrupt& interrupt, Clock::time_point deadline)
+{
+    for (;;) {
+        if (const auto end = typed_.find('\n'); end != std::string::npos) {
+            std::string line = typed_.substr(0, end);
+            typed_.erase(0, end + 1);
+            return line;
+        }
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) {
+            return std::nullopt;
+        }
+        std::array<pollfd, 2> wanted{{{STDIN_FILENO, POLLIN, 0}, {interrupt.descriptor(), POLLIN, 0}}};
+        poll(wanted.data(), wanted.size(), static_cast<int>(std::min<std::int64_t>(left, 3'600'000)));
+        if (interrupt.requested()) {
+            std::fputs("\n", stderr);
+            throw station::Interrupted();
+        }
+        if ((wanted[0].revents & (POLLIN | POLLHUP | POLLERR)) == 0) {
+            continue;
+        }
+        std::array<char, 512> chunk;
+        const ssize_t count = read(STDIN_FILENO, chunk.data(), chunk.size());
+        if (count <= 0 || typed_.size() > kLongestLine) {
+            throw NoAnswer("the operator's input ended without an answer");
+        }
+        typed_.append(chunk.data(), static_cast<std::size_t>(count));
+    }
+}
+
+}  // namespace programs::station_tool

@@ -1,0 +1,88 @@
+#include "programs/station/plan/RunSummary.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace programs::station_tool {
+
+using station::record::Verdict;
+
+namespace {
+
+/// The worst first.
+constexpr std::array kOrder{kInterrupted, kPortUnavailable, kLinkFailed, kFailed, kNoAnswer, kNothingRun, kPassed};
+
+}  // namespace
+
+Tally tally(const station::record::Run& run)
+{
+    Tally counts;
+    for (const auto& phase : run.phases) {
+        for (const auto& group : phase.groups) {
+            if (group.tries.empty()) {
+                continue;
+            }
+            for (const auto& step : group.tries.back().steps) {
+                ++counts[step.verdict];
+            }
+        }
+    }
+    return counts;
+}
+
+std::string format(const Tally& tally)
+{
+    constexpr auto kWords = std::to_array<std::pair<Verdict, const char*>>({
+        {Verdict::kPass, "passed"},
+        {Verdict::kFail, "failed"},
+        {Verdict::kError, "in error"},
+        {Verdict::kTimeout, "timed out"},
+        {Verdict::kAborted, "aborted"},
+        {Verdict::kSkipped, "skipped"},
+    });
+    std::string text;
+    for (const auto& [verdict, word] : kWords) {
+        if (const auto found = tally.find(verdict); found != tally.end()) {
+            text += (text.empty() ? "" : ", ") + std::to_string(found->second) + " " + word;
+        }
+    }
+    return text;
+}
+
+Exit exitStatusOf(const UnitResult& unit)
+{
+    const auto& run = unit.result.run;
+    const Tally counts = tally(run);
+    const auto has = [&](Verdict verdict) { return counts.contains(verdict); };
+    if (run.verdict == Verdict::kAborted) {
+        return kInterrupted;
+    }
+    if (unit.result.portUnavailable) {
+        return kPortUnavailable;
+    }
+    if (unit.result.linkFailed) {
+        return kLinkFailed;
+    }
+    switch (run.verdict) {
+        case Verdict::kPass:
+            return unit.recordError.empty() ? kPassed : kFailed;
+        case Verdict::kSkipped:
+            return unit.recordError.empty() ? kNothingRun : kFailed;
+        case Verdict::kTimeout:
+            return unit.recordError.empty() && !has(Verdict::kFail) && !has(Verdict::kError) ? kNoAnswer : kFailed;
+        default:
+            return kFailed;
+    }
+}
+
+Exit exitStatusOf(std::span<const UnitResult> units)
+{
+    std::size_t worst = kOrder.size() - 1;
+    for (const UnitResult& unit : units) {
+        worst = std::min<std::size_t>(worst, std::ranges::find(kOrder, exitStatusOf(unit)) - kOrder.begin());
+    }
+    return kOrder[worst];
+}
+
+}  // namespace programs::station_tool

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <map>
+#include <span>
+#include <string>
+
+#include "programs/station/Tool.h"
+#include "station/plan/Engine.h"
+
+namespace programs::station_tool {
+
+/// What became of one unit.
+struct UnitResult {
+    station::plan::Result result;
+    /// Where the record is; empty for none.
+    std::string folder;
+    /// Why the record, or a part of it, could not be written; empty when it was.
+    std::string recordError;
+};
+
+/// How many steps have which verdict, each by its last try.
+using Tally = std::map<station::record::Verdict, std::size_t>;
+Tally tally(const station::record::Run& run);
+
+/// @returns "22 passed, 1 failed, 1 skipped".
+std::string format(const Tally& tally);
+
+/// The exit status of one unit. The first that holds: interrupted, port unavailable, link failed, failed (a limit
+/// missed, an error, a record not written), no answer (time-outs only), nothing run, passed.
+Exit exitStatusOf(const UnitResult& unit);
+
+/// The exit status of several units: the worst, in the order of the line above.
+Exit exitStatusOf(std::span<const UnitResult> units);
+
+}  // namespace programs::station_tool

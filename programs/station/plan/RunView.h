@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "programs/station/plan/RunSummary.h"
+#include "station/plan/Observer.h"
+
+namespace programs::station_tool {
+
+/// Shows runs while they go on, on standard output.
+class RunView
+{
+public:
+    virtual ~RunView() = default;
+
+    /// @returns what shows the run at `port`; it lives as long as the view, and is told on the run's thread.
+    virtual station::plan::Observer& add(const std::string& port) = 0;
+
+    /// Called ten times a second or so, on one thread.
+    virtual void tick() {}
+    /// Keeps off the screen while a question stands there.
+    virtual void aside(bool) {}
+    /// All runs have ended.
+    virtual void finish(std::span<const UnitResult> units) = 0;
+};
+
+/// A line per step and a summary.
+/// @param quiet the summary only
+std::unique_ptr<RunView> makeLineView(const station::plan::Plan& plan, bool labelled, bool quiet);
+
+/// A JSON object per line.
+std::unique_ptr<RunView> makeJsonView(const station::plan::Plan& plan);
+
+/// Progress, current step and latest frames at the bottom of a terminal, a line per step above.
+std::unique_ptr<RunView> makeLiveView(const station::plan::Plan& plan, bool labelled);
+
+}  // namespace programs::station_tool

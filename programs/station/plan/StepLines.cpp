@@ -1,0 +1,106 @@
+#include "programs/station/plan/StepLines.h"
+
+#include <cstdio>
+
+#include "station/plan/Judge.h"
+#include "station/plan/Speed.h"
+#include "station/record/Text.h"
+
+namespace programs::station_tool {
+
+using station::record::printable;
+using station::record::Verdict;
+
+namespace {
+
+constexpr const char* kGreen = "\x1b[32m";
+constexpr const char* kRed = "\x1b[31m";
+constexpr const char* kYellow = "\x1b[33m";
+constexpr const char* kPlain = "\x1b[0m";
+
+const char* colourOf(Verdict verdict)
+{
+    switch (verdict) {
+        case Verdict::kPass:
+            return kGreen;
+        case Verdict::kSkipped:
+            return kYellow;
+        default:
+            return kRed;
+    }
+}
+
+std::string ratio(const station::plan::Speed& speed)
+{
+    if (speed.wire.count() == 0) {
+        return "";
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, " (%.1f times that)",
+                  static_cast<double>(speed.total.count()) / static_cast<double>(speed.wire.count()));
+    return text;
+}
+
+std::string milliseconds(station::plan::Duration time)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3f ms", std::chrono::duration<double, std::milli>(time).count());
+    return text;
+}
+
+}  // namespace
+
+std::string verdictText(Verdict verdict, bool colour)
+{
+    constexpr std::size_t kLongest = 7;
+    std::string text = station::record::name(verdict);
+    const std::string padding(kLongest - std::min(kLongest, text.size()), ' ');
+    return colour ? colourOf(verdict) + text + kPlain + padding : text + padding;
+}
+
+std::string stepLine(std::string_view label, std::string_view group, const station::record::Step& step, bool colour)
+{
+    station::plan::Duration time{0};
+    for (const auto& attempt : step.attempts) {
+        time += attempt.duration;
+    }
+    std::string line = label.empty() ? "" : "[" + printable(label) + "] ";
+    line += verdictText(step.verdict, colour) + " " + printable(group) + " / " + printable(step.name);
+    if (!step.attempts.empty()) {
+        line += " (" + station::record::toText(time);
+        line += step.attempts.size() > 1 ? ", " + std::to_string(step.attempts.size()) + " attempts)" : ")";
+    }
+    if (!step.reason.empty()) {
+        line += "\n        " + printable(step.reason);
+    }
+    return line;
+}
+
+std::string summary(const UnitResult& unit, bool colour)
+{
+    const auto& run = unit.result.run;
+    const auto speed = station::plan::speedOf(run);
+    const std::string serial = run.unit.serial.empty() ? "" : ", unit " + printable(run.unit.serial);
+    const std::string counts = format(tally(run));
+    std::string text =
+        verdictText(run.verdict, colour) + " " + run.plan.name + " at " + printable(run.unit.port) + serial;
+    text += counts.empty() ? "\n" : ": " + counts + "\n";
+    if (!run.reason.empty()) {
+        text += "        " + printable(run.reason) + "\n";
+    }
+    text += "        time " + station::record::toText(speed.total);
+    if (speed.wire.count() > 0) {
+        text += ", on the line " + station::record::toText(speed.wire) + ratio(speed);
+    }
+    if (speed.steps > 0) {
+        text +=
+            ", added per step " + milliseconds(speed.addedPerStep) + " (median of " + std::to_string(speed.steps) + ")";
+    }
+    text += "\n";
+    if (!unit.folder.empty()) {
+        text += "        record in " + printable(unit.folder) + "\n";
+    }
+    return text;
+}
+
+}  // namespace programs::station_tool
