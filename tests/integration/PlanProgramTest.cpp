@@ -1,0 +1,448 @@
+#include <gmock/gmock.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tests/integration/BenchTest.h"
+
+namespace tests {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using Json = nlohmann::json;
+
+constexpr const char* kHead = "schema = 1\nname = \"test\"\ntitle = \"Test\"\n";
+
+class PlanProgramTest : public BenchTest
+{
+protected:
+    std::filesystem::path results() const { return directory() / "results"; }
+
+    static std::string shipped(const std::string& name)
+    {
+        return std::string(SOURCE_FOLDER) + "/share/plans/" + name + ".toml";
+    }
+
+    std::string write(const std::string& name, const std::string& text)
+    {
+        const auto path = directory() / name;
+        std::ofstream(path) << text;
+        return path.string();
+    }
+
+    std::vector<std::string> planRun(const std::string& plan, const std::vector<std::string>& arguments = {})
+    {
+        std::vector<std::string> all{ENGINEERING_STATION, "plan", "run", plan, "--results", results().string()};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        return all;
+    }
+
+    std::string answersOfAGoodUnit()
+    {
+        return write("answers.toml",
+                     "hu-serial = \"HU7\"\nfactory-serial = \"SN123\"\nproduction-date = \"20261121\"\n"
+                     "drawing-code = \"D-42\"\npassword-number = \"1234\"\nbluetooth-address = \"001A7DDA7113\"\n"
+                     "carplay-mac = \"001122334455\"\n");
+    }
+
+    /// @returns the arguments that the shipped plan needs.
+    std::vector<std::string> argumentsOf(const std::string& plan)
+    {
+        return plan == "provision" ? std::vector<std::string>{"--answers", answersOfAGoodUnit()}
+                                   : std::vector<std::string>{};
+    }
+
+    /// The service, and the HMI that carries some commands out.
+    void startBench(const char* lacks = nullptr)
+    {
+        std::vector<std::string> arguments;
+        if (lacks != nullptr) {
+            arguments = {"--headunit", write("headunit.json", lacks)};
+        }
+        startService(arguments);
+        ChildProcess& hmi = start({ENGINEERING_HMI});
+        ASSERT_TRUE(hmi.waitForLine(ChildProcess::Stream::kErr, "ready")) << hmi.output(ChildProcess::Stream::kErr);
+        // What the plan asks for: the platform starts its modules one after the other.
+        ASSERT_TRUE(pollLine({0x2A, 0xA2, 0x00, 0x02, 0x0F, 0x01, 0xFF, 0xEE}, 10,
+                             [](const auto& reply) { return reply.size() == 10 && reply[6] == 1; }));
+    }
+
+    /// @returns the records, each from the folder of a finished run.
+    std::vector<Json> records() const
+    {
+        std::vector<Json> list;
+        for (const auto& entry : std::filesystem::directory_iterator(results())) {
+            std::ifstream file(entry.path() / "record.json");
+            list.push_back(Json::parse(file, nullptr, false));
+        }
+        return list;
+    }
+};
+
+class ShippedPlan : public PlanProgramTest, public testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(ShippedPlan, PassesOnTheBench)
+{
+    startBench();
+
+    const auto outcome = run(planRun(shipped(GetParam()), argumentsOf(GetParam())));
+
+    EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    EXPECT_THAT(outcome.err, IsEmpty());
+    ASSERT_THAT(records(), SizeIs(1));
+    EXPECT_THAT(records()[0].dump(), HasSubstr("\"PASS\""));
+}
+
+INSTANTIATE_TEST_SUITE_P(Plan, ShippedPlan, testing::Values("smoke", "end-of-line", "provision"), [](const auto& row) {
+    return std::string(row.param) == "end-of-line" ? std::string("EndOfLine") : std::string(row.param);
+});
+
+struct Broken {
+    const char* name;
+    const char* plan;
+    const char* path;
+    const char* value;
+    const char* reason;
+    /// What the head unit lacks from its start on, instead of what is set while it runs.
+    const char* lacks = nullptr;
+};
+
+class BrokenUnit : public PlanProgramTest, public testing::WithParamInterface<Broken>
+{
+};
+
+TEST_P(BrokenUnit, FailsWithWhatIsWrong)
+{
+    startBench(GetParam().lacks);
+    ASSERT_EQ(run({HEADUNITCTL, "set", GetParam().path, GetParam().value}).status, 0);
+
+    const auto outcome = run(planRun(shipped(GetParam().plan), argumentsOf(GetParam().plan)));
+
+    EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr(GetParam().reason));
+    ASSERT_THAT(records(), SizeIs(1));
+    EXPECT_THAT(records()[0].dump(), HasSubstr(Json(GetParam().reason).dump().substr(1, 20)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Plan, BrokenUnit,
+    testing::Values(
+        Broken{"SmokeRadioAntennaOpen", "smoke", "/system_misc/radio_antenna", "3",
+               "antenna is 0 (bad), expected 1 (good)"},
+        Broken{"SmokeGpsAntennaOpen", "smoke", "/system_misc/gps_antenna", "3", "state is 3, expected 4 (good)"},
+        Broken{"SmokeTunerMissing", "smoke", "/tuner/available", "false", "the answer holds no band",
+               R"({"tuner": {"available": false}})"},
+        Broken{"SmokeWrongBluetoothAddress", "smoke", "/bluetooth/attributes/3", "\"00:11:22:33:44:55\"",
+               "address is 00 11 22 33 44 55, expected a text that matches /00 1A 7D"},
+        Broken{"EndOfLineDabAntennaOpen", "end-of-line", "/system_misc/dab_antenna", "3",
+               "antenna is 0 (bad), expected 1 (good)"},
+        Broken{"EndOfLineTunerMissing", "end-of-line", "/tuner/available", "false", "the answer holds no band",
+               R"({"tuner": {"available": false}})"},
+        Broken{"EndOfLineWrongBluetoothAddress", "end-of-line", "/bluetooth/attributes/3", "\"00:11:22:33:44:55\"",
+               "address is 00 11 22 33 44 55, expected a text that matches /00 1A 7D"},
+        Broken{"ProvisionWrongBluetoothAddress", "provision", "/bluetooth/attributes/3", "\"00:11:22:33:44:55\"",
+               "address is 00 11 22 33 44 55, expected 00 1A 7D DA 71 13"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(PlanProgramTest, SimulatedHeadUnitIsSetByThePlan)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "GPS"
+steps = [
+  { send = "test.set-mode", with = { mode = "on" } },
+  { headunit = { set = "/system_misc/gps_antenna", value = 3 } },
+  { send = "gps.antenna", expect = { state = 3 } },
+  { headunit = { event = "OnCarSpeedChange", with = { speed = 70 } } },
+  { send = "car.speed", expect = { speed = 70 } },
+  { headunit = { set = "/system_misc/no_antenna", value = 3 } },
+]
+)");
+
+    const auto outcome = run(planRun(plan));
+
+    EXPECT_EQ(outcome.status, 1) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("5 passed, 1 in error"));
+    EXPECT_THAT(outcome.out, HasSubstr("the simulated head unit refused: "));
+}
+
+TEST_F(PlanProgramTest, WithoutASimulatedHeadUnitNothingIsRun)
+{
+    startService();
+    hideBus();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "GPS"
+steps = [{ headunit = { set = "/system_misc/gps_antenna", value = 3 } }]
+)");
+
+    const auto outcome = run(planRun(plan));
+
+    EXPECT_EQ(outcome.status, 5) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("there is no simulated head unit on the session bus"));
+}
+
+TEST_F(PlanProgramTest, InterruptTearsDownAndLeavesARecordThatSaysAborted)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "Main"
+steps = [
+  { send = "test.set-mode", with = { mode = "on" } },
+  { wait = "keys.pressed", timeout = 3600 },
+]
+[[teardown]]
+name = "End"
+steps = [{ send = "test.set-mode", with = { mode = "off" }, expect = { mode = "off" } }]
+)");
+    ChildProcess& tool = start(planRun(plan));
+    ASSERT_TRUE(tool.waitForLine(ChildProcess::Stream::kOut, "test.set-mode"));
+
+    tool.signal(SIGINT);
+
+    expectEnd(tool, 4);
+    EXPECT_THAT(tool.output(ChildProcess::Stream::kOut), HasSubstr("PASS    End / test.set-mode"));
+    ASSERT_THAT(records(), SizeIs(1));
+    EXPECT_EQ(records()[0]["verdict"], "ABORTED");
+}
+
+TEST_F(PlanProgramTest, SecondInterruptEndsTheTeardown)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[defaults]
+teardown_limit = 3600
+[[main]]
+name = "Main"
+steps = [{ send = "test.mode" }, { wait = "keys.pressed", timeout = 3600 }]
+[[teardown]]
+name = "End"
+steps = [{ send = "test.mode" }, { wait = "keys.pressed", timeout = 3600 }]
+)");
+    ChildProcess& tool = start(planRun(plan));
+    ASSERT_TRUE(tool.waitForLine(ChildProcess::Stream::kOut, "Main / test.mode"));
+    tool.signal(SIGINT);
+    ASSERT_TRUE(tool.waitForLine(ChildProcess::Stream::kOut, "End / test.mode"));
+
+    tool.signal(SIGINT);
+
+    expectEnd(tool, 4);
+    EXPECT_EQ(records().at(0)["verdict"], "ABORTED");
+}
+
+TEST_F(PlanProgramTest, SeveralUnitsAreTestedAtOnceEachWithItsRecord)
+{
+    startService();
+    const std::string second = (directory() / "second").string();
+    startService({"--uart", "pty:" + second});
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "Main"
+steps = [
+  { send = "test.set-mode", with = { mode = "on" } },
+  { prompt = "Which label?", id = "label", answer = "text", store = "serial" },
+]
+)");
+    const auto answers = write("answers.toml", "label = \"A\"\n[\"" + second + "\"]\nlabel = \"B\"\n");
+
+    const auto outcome = run(planRun(plan, {"--port", link().string(), "--port", second, "--answers", answers}));
+
+    EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("[" + second + "] PASS"));
+    EXPECT_THAT(outcome.out, HasSubstr(second + ", unit B"));
+    EXPECT_THAT(outcome.out, HasSubstr(link().string() + ", unit A"));
+    EXPECT_THAT(records(), SizeIs(2));
+}
+
+TEST_F(PlanProgramTest, JsonIsOneObjectPerLine)
+{
+    startService();
+
+    const auto outcome = run(planRun(shipped("smoke"), {"--json"}));
+
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    std::vector<std::string> events;
+    for (const auto& line : linesOf(outcome.out)) {
+        const auto object = Json::parse(line);
+        EXPECT_EQ(object["schema"], 1);
+        events.push_back(object["event"]);
+    }
+    EXPECT_THAT(events, SizeIs(16));  // 14 steps between begin and end
+    EXPECT_EQ(events.front(), "started");
+    EXPECT_EQ(events.back(), "ended");
+}
+
+TEST_F(PlanProgramTest, QuestionWithoutATerminalIsAnErrorThatSaysSo)
+{
+    startService();
+    const auto plan = write(
+        "plan.toml", std::string(kHead) + "[[main]]\nname = \"Ask\"\nsteps = [{ prompt = \"Lit?\", id = \"lit\" }]\n");
+
+    const auto outcome = run(planRun(plan));
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.out, HasSubstr("no answer to 'lit' was given with --answers"));
+}
+
+TEST_F(PlanProgramTest, SilentUnitHasStatusThree)
+{
+    startService();
+    const auto plan =
+        write("plan.toml",
+              std::string(kHead) + "[[main]]\nname = \"Ask\"\nsteps = [{ send = \"tuner.band\", timeout = 0.1 }]\n");
+
+    EXPECT_EQ(run(planRun(plan)).status, 3);  // auto-test mode is off
+}
+
+TEST_F(PlanProgramTest, PortThatIsNotThereHasStatusTen)
+{
+    const auto outcome = run(planRun(shipped("smoke"), {"--port", "/dev/no-such-line", "--quiet"}));
+
+    EXPECT_EQ(outcome.status, 10);
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("/dev/no-such-line")));
+    EXPECT_EQ(records().at(0)["verdict"], "ERROR");
+}
+
+TEST_F(PlanProgramTest, DestructivePlanIsRefusedWithoutYes)
+{
+    const auto plan =
+        write("plan.toml", std::string(kHead) + "[[main]]\nname = \"End\"\nsteps = [{ send = \"car.shut-down\" }]\n");
+
+    const auto outcome = run(planRun(plan));
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("--yes")));
+    EXPECT_FALSE(std::filesystem::exists(results()));
+}
+
+TEST_F(PlanProgramTest, BrokenPlanAndBrokenAnswersAreReportedWithTheirPlace)
+{
+    const auto plan =
+        write("plan.toml", std::string(kHead) + "[[main]]\nname = \"A\"\nsteps = [{ send = \"tuner.pla\" }]\n");
+    const auto answers = write("answers.toml", "hu-serail = \"HU7\"\ncarplay-mac = [1]\n");
+
+    const auto ofPlan = run(planRun(plan));
+    const auto ofAnswers = run(planRun(shipped("provision"), {"--answers", answers}));
+
+    EXPECT_EQ(ofPlan.status, 2);
+    EXPECT_EQ(ofPlan.err, plan + ":6:19: 'tuner.pla' is no command; did you mean 'tuner.play'?\n");
+    EXPECT_EQ(ofAnswers.status, 2);
+    EXPECT_THAT(linesOf(ofAnswers.err),
+                ElementsAre(HasSubstr(":1:1: the plan has no question 'hu-serail'; did you mean 'hu-serial'?"),
+                            HasSubstr(":2:15: that is no answer to 'carplay-mac': a text is expected")));
+}
+
+TEST_F(PlanProgramTest, CheckTellsSoundPlansFromBrokenOnes)
+{
+    const auto broken = write("broken.toml", "schema = 1\n");
+
+    const auto outcome = run({ENGINEERING_STATION, "plan", "check", shipped("smoke"), broken, "/no/such/plan"});
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.out, HasSubstr("smoke.toml: sound, 14 steps\n"));
+    EXPECT_THAT(outcome.err, HasSubstr("broken.toml:1:1: "));
+    EXPECT_THAT(outcome.err, HasSubstr("/no/such/plan:1:1: cannot be read: No such file or directory\n"));
+}
+
+TEST_F(PlanProgramTest, ListNamesTheShippedPlans)
+{
+    const auto outcome = run({ENGINEERING_STATION, "plan", "list", std::string(SOURCE_FOLDER) + "/share/plans"});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(linesOf(outcome.out),
+                ElementsAre(HasSubstr("end-of-line"), HasSubstr("provision"), HasSubstr("smoke")));
+}
+
+/// Runs a program on a terminal of its own.
+/// @returns what it wrote there, and its status.
+std::pair<std::string, int> runOnTerminal(const std::vector<std::string>& arguments,
+                                          const ChildProcess::Environment& environment, const std::string& typed)
+{
+    int master = -1;
+    winsize size{24, 80, 0, 0};
+    std::vector<char*> argv;
+    for (const auto& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    const pid_t child = forkpty(&master, nullptr, nullptr, &size);
+    if (child == 0) {
+        for (const auto& [name, value] : environment) {
+            value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+        }
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    std::string text;
+    bool answered = typed.empty();
+    std::array<char, 1024> chunk;
+    for (ssize_t count = 0; (count = read(master, chunk.data(), chunk.size())) > 0;) {
+        text.append(chunk.data(), static_cast<std::size_t>(count));
+        if (!answered && text.find("[y/n]") != std::string::npos) {
+            answered = write(master, typed.data(), typed.size()) == static_cast<ssize_t>(typed.size());
+        }
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    close(master);
+    return {text, WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status)};
+}
+
+TEST_F(PlanProgramTest, TerminalShowsProgressFramesAndVerdictsAndAsks)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "Main"
+steps = [
+  { send = "test.set-mode", with = { mode = "on" } },
+  { prompt = "Is the display lit?", id = "lit" },
+  { wait = "keys.pressed", timeout = 0.4 },
+]
+)");
+    auto terminal = environment();
+    terminal["TERM"] = "xterm";
+    terminal["NO_COLOR"] = std::nullopt;
+
+    const auto [text, status] = runOnTerminal(planRun(plan), terminal, "y\n");
+
+    EXPECT_EQ(status, 3) << text;
+    EXPECT_THAT(text, HasSubstr("Is the display lit? [y/n] "));
+    EXPECT_THAT(text, HasSubstr("test [################--------] 2/3"));
+    EXPECT_THAT(text, HasSubstr("  Main / keys.pressed"));
+    EXPECT_THAT(text, HasSubstr("  < test.set-mode: mode=1 (on)"));
+    EXPECT_THAT(text, HasSubstr("\x1b[32mPASS\x1b[0m    Main / lit"));
+    EXPECT_THAT(text, HasSubstr("\x1b[31mTIMEOUT\x1b[0m Main / keys.pressed"));
+}
+
+TEST_F(PlanProgramTest, TerminalWithoutColourGetsNone)
+{
+    startService();
+    auto terminal = environment();
+    terminal["TERM"] = "xterm";
+    terminal["NO_COLOR"] = "1";
+
+    const auto [text, status] = runOnTerminal(planRun(shipped("smoke")), terminal, "");
+
+    EXPECT_EQ(status, 0) << text;
+    EXPECT_THAT(text, Not(HasSubstr("\x1b[32m")));
+    EXPECT_THAT(text, HasSubstr("PASS    GPS / GPS antenna"));
+}
+
+}  // namespace
+}  // namespace tests
