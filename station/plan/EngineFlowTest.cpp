@@ -327,6 +327,8 @@ TEST_F(EngineFlowTest, SeveralUnitsRunAtOnce)
     RunControl otherControl;
     Observer otherObserver;
 
+    unit.start();
+    second->start();
     Result other;
     std::thread worker([&] { other = runPlan(plan, {second->path()}, shared, otherControl, otherObserver, {}); });
     result = runPlan(plan, {unit.path()}, shared, control, observer, {});

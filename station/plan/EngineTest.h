@@ -88,8 +88,10 @@ protected:
     const record::Run& runText(const std::string& text)
     {
         const Plan plan = planOf(text);
+        unit.start();
         result = runPlan(plan, {unit.path()}, {protocol::catalogue::groups(), prompter, headUnit}, control, observer,
                          {}, reconnect);
+        unit.stop();
         return result.run;
     }
 

@@ -22,7 +22,8 @@ namespace station::plan::tests {
 
 using protocol::Frame;
 
-/// A unit on a pseudo-terminal, for tests: every frame that it gets goes to a script, on a thread of its own.
+/// A unit on a pseudo-terminal, for tests: between start and stop every frame that it gets goes to a script, on a
+/// thread of its own.
 class ScriptedUnit
 {
 public:
@@ -39,13 +40,11 @@ public:
         tcgetattr(slave_, &raw);
         cfmakeraw(&raw);
         tcsetattr(slave_, TCSANOW, &raw);
-        thread_ = std::thread([this] { serve(); });
     }
 
     ~ScriptedUnit()
     {
-        eventfd_write(stop_, 1);
-        thread_.join();
+        stop();
         if (master_ >= 0) {
             close(master_);
         }
@@ -55,6 +54,21 @@ public:
 
     ScriptedUnit(const ScriptedUnit&) = delete;
     ScriptedUnit& operator=(const ScriptedUnit&) = delete;
+
+    /// From here on the script runs: what it uses has to be ready.
+    void start()
+    {
+        thread_ = std::thread([this] { serve(); });
+    }
+
+    /// What the script has written can be looked at when this returns.
+    void stop()
+    {
+        if (thread_.joinable()) {
+            eventfd_write(stop_, 1);
+            thread_.join();
+        }
+    }
 
     const std::string& path() const { return path_; }
 
