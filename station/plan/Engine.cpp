@@ -146,6 +146,7 @@ private:
                 if (!again) {
                     break;
                 }
+                groupRecord().tries.back().superseded = true;
                 pause(group.retryDelay);
             }
             groupRecord().verdict = record::worse(groupRecord().verdict, verdict);
