@@ -1,5 +1,6 @@
 #include "ServiceFramework.h"
 
+#include <glib.h>
 #include <signal.h>
 #include <sys/time.h>
 #include <systemd/sd-daemon.h>
@@ -97,6 +98,8 @@ void prepareProcess()
 {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     signal(SIGPIPE, SIG_IGN);
+    // GLib connects to the bus on threads of a pool, of which it would keep several for a while without any use.
+    g_thread_pool_set_max_unused_threads(0);
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
