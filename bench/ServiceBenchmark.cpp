@@ -41,7 +41,7 @@ constexpr int kRequests = 1000;
 constexpr int kPaced = 300;
 constexpr int kFlood = 100'000;
 constexpr std::size_t kReplySize = 10;
-constexpr std::chrono::milliseconds kIdle{300};
+constexpr std::chrono::seconds kIdle{1};
 
 const StationLoad::Bytes kModeOn = {0x2A, 0xA2, 0x00, 0x03, 0x0F, 0x00, 0x01, 0x00, 0xFF, 0xED};
 const StationLoad::Bytes kModeOff = {0x2A, 0xA2, 0x00, 0x03, 0x0F, 0x00, 0x00, 0x00, 0xFF, 0xEE};
@@ -220,7 +220,7 @@ void measureStart(GDBusConnection* bus, const char* name, const std::function<St
     auto started = start();
     watch.wait(true);
     times["start.to_name"].push_back(std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
-    std::this_thread::sleep_for(kIdle);  // what the start leaves behind has settled
+    std::this_thread::sleep_for(kIdle);  // GLib keeps the threads of the start for half a second
     sizes["start.resident"].push_back(readStatus(started.pid, "VmRSS"));
     threads["start.threads"].push_back(readStatus(started.pid, "Threads"));
     started.process.reset();

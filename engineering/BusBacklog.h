@@ -15,9 +15,9 @@ public:
     /// Signals that may be under way; at some 2 kB each in GDBus.
     static constexpr int kLimit = 1024;
 
-    /// How long a sender waits for the bus to take a signal before the bus counts as stopped. Short against a
-    /// station's time-out.
-    static constexpr std::chrono::milliseconds kPatience{100};
+    /// How long a sender waits for the bus to take a signal before the bus counts as stopped. With what a frame takes
+    /// anyway, the station waits less than a tenth of a second for it.
+    static constexpr std::chrono::milliseconds kPatience{80};
 
     /// Begins to count what `pConnection` sends, which outlives this object's use. Called once.
     void Watch(GDBusConnection* pConnection);

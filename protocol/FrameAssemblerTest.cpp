@@ -369,14 +369,15 @@ class GrowthTest : public testing::TestWithParam<GrowthCase>
 
 TEST_P(GrowthTest, IsLinearInTheBytesReceivedHoweverTheyAreCut)
 {
-    for (const std::size_t chunk : {std::size_t{1}, std::size_t{64}, std::size_t{4096}, std::size_t{1} << 20}) {
-        const std::size_t count = (std::size_t{1} << 20) / GetParam().unit.size();
+    for (const std::size_t chunk : {std::size_t{1}, std::size_t{64}, std::size_t{4096}, std::size_t{1} << 18}) {
+        const std::size_t count = (std::size_t{1} << 18) / GetParam().unit.size();
 
         const std::size_t quarter = workFor(GetParam().unit, count / 4, chunk);
         const std::size_t whole = workFor(GetParam().unit, count, chunk);
 
-        EXPECT_LE(whole, 5 * quarter) << "in chunks of " << chunk;
-        EXPECT_LE(whole, std::size_t{5} << 20) << "in chunks of " << chunk;  // a byte is searched and moved a few times
+        // Where little is to be done, the moves of a remainder to the front do not come out even.
+        EXPECT_LE(whole, 5 * quarter + 4096) << "in chunks of " << chunk;
+        EXPECT_LE(whole, std::size_t{5} << 18) << "in chunks of " << chunk;  // a byte is searched and moved a few times
     }
 }
 

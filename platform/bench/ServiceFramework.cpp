@@ -1,5 +1,6 @@
 #include "ServiceFramework.h"
 
+#include <glib.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -102,6 +103,8 @@ void prepareProcess()
     reportGlibMessagesOnce();
     // What the process makes is its owner's and, to read, the group's; a stricter mask stays.
     umask(umask(S_IRWXG | S_IRWXO) | S_IWGRP | S_IRWXO);
+    // GLib connects to the bus on threads of a pool, of which it would keep several for a while without any use.
+    g_thread_pool_set_max_unused_threads(0);
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }

@@ -1,0 +1,90 @@
+// That sending a frame takes no memory beyond the caller's vector. A program of its own: it counts what operator new
+// gives.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "engineering/KYRSingleton.h"
+#include "engineering/UARTMgr/KYRUARTManage.h"
+#include "platform/bench/HeadUnit.h"
+#include "platform/bench/Root.h"
+#include "platform/bench/Wire.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/SignalRecorder.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+std::atomic<std::size_t> theAllocations = 0;
+
+}  // namespace
+
+void* operator new(std::size_t size)
+{
+    ++theAllocations;
+    if (void* const memory = std::malloc(size))
+        return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+namespace {
+
+/// A wire that takes every frame and keeps none.
+class SwallowingWire : public bench::Wire
+{
+public:
+    void attach(Receiver) override {}
+    void detach() override {}
+    bool send(std::span<const std::uint8_t> frame) override
+    {
+        bytes += frame.size();
+        return true;
+    }
+
+    std::size_t bytes = 0;
+};
+
+TEST(SendData, TakesNoMemoryBeyondTheCallersVector)
+{
+    const tests::TempDir root;
+    bench::setRoot(root.path().string());
+    bench::makeHeadUnitDirectories(root.path().string());
+    LogRecorder log;
+    SignalRecorder hmi;
+    bench::HeadUnit unit;
+    unit.install();
+    SwallowingWire wire;
+    bench::installWire(&wire);
+    KYRUARTManage* const manager = KYRSingleton<KYRUARTManage>::GetInstance();
+    std::vector<unsigned char> none;
+    std::vector<unsigned char> one(1, 0x55);
+    std::vector<unsigned char> most(246, 0x55);
+
+    const std::size_t before = theAllocations;
+    manager->SendData(0x8F, 0x01, std::move(none));
+    manager->SendData(0x8F, 0x01, std::move(one));
+    manager->SendData(0x8A, 0x01, std::move(most));
+    const std::size_t taken = theAllocations - before;
+
+    EXPECT_EQ(taken, 0U);
+    EXPECT_EQ(wire.bytes, 8U + 10U + 254U);
+    EXPECT_TRUE(hmi.signals().empty());
+    bench::installWire(nullptr);
+}
+
+}  // namespace
