@@ -76,8 +76,7 @@ TEST_F(InfoTest, WithoutSystemInformationAVersionIsEmptyAndTheLogSaysWhy)
     station.sendCommand(0x07, 0x00);
 
     EXPECT_THAT(station.replies(), ElementsAre("87 00 []"));
-    EXPECT_THAT(log.errors(),
-                ElementsAre("ERROR HandleInfoAcquireCommands, no system-information proxy, no version"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR HandleInfoAcquireCommands, no system-information proxy, no version"));
 }
 
 TEST_F(InfoTest, TheBluetoothVersionIsLogged)
