@@ -169,6 +169,8 @@ TEST_F(EntryPointTest, TheForwardersDoWhatTheyName)
 {
     init();
     KYREngineeringService_Server* const server = KYRSingleton<KYREngineeringService_Server>::GetInstance();
+    // The last that the bring-up logs, on the D-Bus thread.
+    ASSERT_TRUE(log.waitFor("INFO engineering: nameLostCB call"));
     log.clear();
 
     KYREngineeringService_Server::AsyncConnectService(server);

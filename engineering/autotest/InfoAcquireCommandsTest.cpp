@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/engine/GroupChecks.h"
+#include "tests/engine/NoHeadUnit.h"
 
 namespace {
 
@@ -65,6 +66,17 @@ TEST_F(InfoTest, HasTheseCommandsAndIsSilentBeyond)
 TEST_F(InfoTest, WithTheModeOffNothingHappens)
 {
     expectNothingWithTheModeOff(*this, 0x07);
+}
+
+TEST_F(InfoTest, WithoutSystemInformationAVersionIsEmptyAndTheLogSaysWhy)
+{
+    startInTestMode();
+    takeTheHeadUnitAway();
+
+    station.sendCommand(0x07, 0x00);
+
+    EXPECT_THAT(station.replies(), ElementsAre("87 00 []"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR HandleInfoAcquireCommands, no system-information proxy, no version"));
 }
 
 TEST_F(InfoTest, TheBluetoothVersionIsLogged)

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "tests/engine/GroupChecks.h"
+#include "tests/engine/NoHeadUnit.h"
 #include "tests/engine/ScriptedInterfaces.h"
 
 namespace {
@@ -78,6 +79,15 @@ TEST_F(PhoneTest, HasTheseCommandsAndIsSilentBeyond)
 TEST_F(PhoneTest, WithTheModeOffNothingHappens)
 {
     expectNothingWithTheModeOff(*this, 0x11);
+}
+
+TEST_F(PhoneTest, WithoutAndroidAutoThereIsNoReplyAndTheLogSaysWhy)
+{
+    startInTestMode();
+    takeTheHeadUnitAway();
+
+    EXPECT_THAT(answerTo(0x05), IsEmpty());
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR HandlePhoneConnected, no Android Auto proxy, no state"));
 }
 
 TEST_F(PhoneTest, CarPlayIsConnectedFromStatus1To2Or3)

@@ -22,6 +22,7 @@ std::string print(GVariant* value)
     return printed;
 }
 
+/// @returns a reference of the caller's, not a floating one.
 GVariant* parse(const std::string& text)
 {
     GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr);
@@ -100,7 +101,10 @@ std::vector<std::string> BusClient::waitForSignals(std::size_t count)
 
 std::string BusClient::callEngineering(const std::string& method, const std::string& arguments)
 {
-    return call(kEngineering, kEngineeringPath, kEngineering, method, parse(arguments));
+    GVariant* const parsed = parse(arguments);
+    const std::string reply = call(kEngineering, kEngineeringPath, kEngineering, method, parsed);
+    g_variant_unref(parsed);
+    return reply;
 }
 
 std::string BusClient::callHeadUnit(const std::string& method, const std::string& arguments)
@@ -136,8 +140,10 @@ bool BusClient::own(const std::string& name)
 
 void BusClient::emitEngineering(const std::string& signal, const std::string& arguments)
 {
-    g_dbus_connection_emit_signal(connection_, nullptr, kEngineeringPath, kEngineering, signal.c_str(),
-                                  parse(arguments), nullptr);
+    GVariant* const parsed = parse(arguments);
+    g_dbus_connection_emit_signal(connection_, nullptr, kEngineeringPath, kEngineering, signal.c_str(), parsed,
+                                  nullptr);
+    g_variant_unref(parsed);
 }
 
 }  // namespace tests
