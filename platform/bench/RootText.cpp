@@ -18,7 +18,7 @@ bool isPlain(std::string_view text)
     });
 }
 
-std::string quoted(std::string_view text)
+std::string inQuotes(std::string_view text)
 {
     std::string result = "'";
     for (const char character : text) {
@@ -76,7 +76,7 @@ std::string commandLessRoot(std::string_view command, std::string_view root)
             const auto word = readQuoted(command);
             if (word && hasRoot(word->text, root)) {
                 const std::string path = pathLessRoot(word->text, root);
-                result += isPlain(path) ? path : quoted(path);
+                result += isPlain(path) ? path : inQuotes(path);
                 command.remove_prefix(word->size);
                 atStart = false;
                 continue;
