@@ -7,6 +7,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 #include "engineering/BusBacklog.h"
 #include "engineering/EngineeringSignals.h"
@@ -270,6 +272,18 @@ TEST_F(BridgeTest, TracksAndKeysReachTheStation)
     bridge().station.sendCommand(0x0F, 0x00, {0x00});
 }
 
+TEST_F(BridgeTest, AnExceptionEndsItsCallAloneWhichWasAnswered)
+{
+    bridge().station.throwOnNextSend("the line is on fire");
+
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 7)"), "()");
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 8)"), "()");
+
+    ASSERT_TRUE(bridge().station.waitForFrames(1));
+    EXPECT_THAT(replies(), ElementsAre("83 05 [08]"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR D-Bus method call ended by an exception: the line is on fire"));
+}
+
 TEST_F(BridgeTest, AMethodThatTheInterfaceLacksAndWrongTypesAreRefusedByTheBusLibrary)
 {
     EXPECT_EQ(client.callEngineering("no_such_method", "()"), "org.freedesktop.DBus.Error.UnknownMethod");
@@ -300,6 +314,31 @@ TEST_F(BridgeTest, ABusThatStandsStillCostsAMomentAndThenNothing)
             break;
     }
     EXPECT_THAT(log.lines(), Contains(StartsWith("WARN D-Bus takes signals again, ")));
+}
+
+TEST(BusBacklogTest, WithoutAConnectionEverySignalIsAdmitted)
+{
+    BusBacklog backlog;
+
+    for (int i = 0; i <= BusBacklog::kLimit; ++i)
+        ASSERT_TRUE(backlog.Admit());
+}
+
+// Once in a process: what the command printed takes the command's place.
+TEST(ExportDbusEnv, PutsTheAddressThatTheCommandPrintsIntoTheEnvironmentWithItsLineEnd)
+{
+    const tests::TempDir directory;
+    const auto launcher = directory.path() / "dbus-launch";
+    std::ofstream(launcher) << "#!/bin/sh\necho OTHER=1\necho DBUS_SESSION_BUS_ADDRESS=unix:path=/of/the/launcher\n";
+    std::filesystem::permissions(launcher, std::filesystem::perms::owner_all);
+    const std::string oldPath = std::getenv("PATH");
+    setenv("PATH", (directory.path().string() + ":" + oldPath).c_str(), 1);
+    KYREngineeringService_IPC bridge;
+
+    bridge.ExportDbusEnv();
+
+    EXPECT_STREQ(std::getenv("DBUS_SESSION_BUS_ADDRESS"), "unix:path=/of/the/launcher\n");
+    setenv("PATH", oldPath.c_str(), 1);
 }
 
 TEST(GvariantData, BuildsAndExtractsAnyNumberOfBytes)

@@ -3,6 +3,7 @@
 #include <net/if.h>
 
 #include "tests/engine/GroupChecks.h"
+#include "tests/engine/NoHeadUnit.h"
 #include "tests/engine/ScriptedInterfaces.h"
 
 namespace {
@@ -59,6 +60,18 @@ TEST_F(WifiTest, HasTheseCommandsAndIsSilentBeyond)
 
     EXPECT_EQ(codesOf(KYRAutoTest::WifiConnectCommands()), codes);
     expectSilenceBeyond(*this, 0x10, codes);
+}
+
+TEST_F(WifiTest, WithoutAnApplicationManagerNothingIsStartedAndTheLogSaysWhy)
+{
+    startInTestMode();
+    takeTheHeadUnitAway();
+
+    station.sendCommand(0x10, 0x00, {1});
+
+    EXPECT_THAT(station.replies(), testing::IsEmpty());
+    EXPECT_THAT(log.errors(),
+                testing::ElementsAre("ERROR HandleWifiConnectCommands, no application manager, Wi-Fi not started"));
 }
 
 TEST_F(WifiTest, WithTheModeOffNothingHappens)
