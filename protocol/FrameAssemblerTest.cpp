@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <random>
 
 #include "tests/support/WireVectors.h"
 
@@ -241,104 +240,6 @@ TEST(FrameAssembler, AboveItsLimitItKeepsAFrameThatIsStillComing)
 
     EXPECT_EQ(assembler.append(stream), FrameAssembler::kLimit);
     EXPECT_THAT(feed(assembler, {wire::kModeOn.back()}), ElementsAre(kModeOnSeen));
-}
-
-/// A buffer searched from its beginning for every frame: slow, and plainly right.
-class PlainReceiver
-{
-public:
-    std::vector<Seen> feed(const Bytes& chunk)
-    {
-        buffer_.insert(buffer_.end(), chunk.begin(), chunk.end());
-        std::vector<Seen> seen;
-        if (buffer_.size() <= 7)
-            return seen;
-        for (std::size_t i = 0; i < buffer_.size();) {
-            if (!completeAt(i)) {
-                ++i;
-                continue;
-            }
-            seen.push_back(cutAt(i));
-            i = 0;
-        }
-        return seen;
-    }
-    std::size_t size() const { return buffer_.size(); }
-
-private:
-    std::uint8_t at(std::size_t i) const { return i < buffer_.size() ? buffer_[i] : 0; }
-    static std::uint8_t padded(std::uint8_t length)
-    {
-        return static_cast<std::uint8_t>(length % 2 == 0 ? length : length + 1);
-    }
-
-    bool completeAt(std::size_t i) const
-    {
-        return buffer_[i] == 0x2A && at(i + 1) == 0xA2 && i + 3 < buffer_.size() && buffer_[i + 3] >= 2 &&
-               i + 5 + padded(buffer_[i + 3]) < buffer_.size();
-    }
-
-    Seen cutAt(std::size_t i)
-    {
-        const std::uint8_t length = buffer_[i + 3];
-        const std::size_t count = padded(length) == 0 ? 256 : padded(length) - 2U;
-        Bytes area(256, 0);
-        unsigned sum = length + at(i + 4) + at(i + 5);
-        for (std::size_t k = 0; k < count; ++k) {
-            area[k] = at(i + 6 + k);
-            sum += area[k];
-        }
-        const unsigned check = at(i + 6 + count) * 256U + at(i + 7 + count);
-        Seen seen{at(i + 4), at(i + 5), Bytes(area.begin(), area.begin() + (length - 2)),
-                  check == ((0x10000U - sum) & 0xFFFFU)};
-        const std::size_t end = std::min(i + 8 + count, buffer_.size());
-        buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(end));
-        return seen;
-    }
-
-    Bytes buffer_;
-};
-
-/// Noise that is rich in what a frame is made of, and frames among it.
-Bytes hostileStream(std::mt19937& random, std::size_t size)
-{
-    static constexpr std::uint8_t kLikely[] = {0x2A, 0xA2, 0x00, 0x02, 0x03, 0x04, 0x05, 0xFE, 0xFF, 0x10};
-    Bytes stream;
-    while (stream.size() < size) {
-        switch (random() % 8) {
-            case 0:
-                stream.insert(stream.end(), wire::kModeOn.begin(), wire::kModeOn.end());
-                break;
-            case 1:
-                stream.insert(stream.end(), {0x2A, 0xA2, 0x00});
-                break;
-            case 2:
-                stream.push_back(static_cast<std::uint8_t>(random()));
-                break;
-            default:
-                stream.push_back(kLikely[random() % std::size(kLikely)]);
-        }
-    }
-    return stream;
-}
-
-TEST(FrameAssembler, SeesWhatAPlainSearchSeesWhateverTheStreamAndHoweverItIsCut)
-{
-    for (unsigned seed = 0; seed < 300; ++seed) {
-        std::mt19937 random(seed);
-        const Bytes stream = hostileStream(random, 1500);
-        FrameAssembler assembler;
-        PlainReceiver plain;
-        for (std::size_t at = 0; at < stream.size();) {
-            const std::size_t size =
-                std::min<std::size_t>(1 + random() % (seed % 2 == 0 ? 3 : 400), stream.size() - at);
-            const auto from = stream.begin() + static_cast<std::ptrdiff_t>(at);
-            const Bytes chunk(from, from + static_cast<std::ptrdiff_t>(size));
-            ASSERT_EQ(feed(assembler, chunk), plain.feed(chunk)) << "seed " << seed << " at " << at;
-            ASSERT_EQ(assembler.size(), plain.size()) << "seed " << seed << " at " << at;
-            at += size;
-        }
-    }
 }
 
 /// What the assembler does for a stream of `unit` over and over, `count` times, fed in chunks.
