@@ -128,7 +128,7 @@ local frames = {
     { 130, 19, "tuner.dab-antenna", {{ name = "antenna", type = "u8", choices = { [0] = "bad", [1] = "good", }, minimum = 0, maximum = 255, closed = true }} },
     { 130, 23, "tuner.traffic-announcement", {{ name = "active", type = "u8", choices = { [0] = "no", [1] = "yes", }, minimum = 0, maximum = 255 }} },
     { 130, 24, "tuner.fm-frequency", {{ name = "frequency", type = "u32be", unit = "10 kHz", minimum = 0, maximum = 4294967295 }} },
-    { 132, 7, "bluetooth.address", {{ name = "address", type = "bytes", minimum = 6, maximum = 6 }} },
+    { 132, 7, "bluetooth.address", {{ name = "address", type = "bytes", minimum = 6, maximum = 6, optional = true }} },
     { 130, 8, "bluetooth.delete-pairings", {{ name = "result", type = "u8", minimum = 0, maximum = 255 }} },
     { 132, 12, "bluetooth.power-status", {{ name = "status", type = "u8", minimum = 0, maximum = 255 }} },
     { 132, 13, "bluetooth.name", {{ name = "name", type = "ascii", minimum = 0, maximum = 246 }} },

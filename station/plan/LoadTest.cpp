@@ -178,9 +178,13 @@ TEST(Load, NoBytesCrashTheLoader)
     }
 }
 
-TEST(Load, PlanOfTheManualIsSound)
+class ManualsPlan : public testing::TestWithParam<std::string>
 {
-    const std::string manual = readFile(std::string(SOURCE_FOLDER) + "/docs/plans.md");
+};
+
+TEST_P(ManualsPlan, IsSound)
+{
+    const std::string manual = readFile(std::string(SOURCE_FOLDER) + "/" + GetParam());
     const auto begin = manual.find("```toml\n") + 8;
     const std::string example = manual.substr(begin, manual.find("```\n", begin) - begin);
 
@@ -189,6 +193,9 @@ TEST(Load, PlanOfTheManualIsSound)
     EXPECT_THAT(problemsOf(loaded), IsEmpty());
     EXPECT_EQ(loaded.plan.value().stepCount(), 5u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Load, ManualsPlan, testing::Values("docs/plans.md", "README.md"),
+                         [](const auto& row) { return row.index == 0 ? "OfPlans" : "OfTheReadme"; });
 
 TEST(Load, ShippedPlansAreSoundAndSendNothingThatCannotBeUndone)
 {
