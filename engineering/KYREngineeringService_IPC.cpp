@@ -112,6 +112,8 @@ void KeepProcessWithoutBus()
 void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
 {
     KYR_LOG_INFO("engineering: bus_acquired_cb call.");
+    // Once more, for a bus that was not there yet when the thread began.
+    g_dbus_connection_set_exit_on_close(connection, FALSE);
     ComZentLinuxEngineering* const skeleton = com_zent_linux_engineering_skeleton_new();
     g_signal_connect(skeleton, "handle-uart-send-data", G_CALLBACK(callback_send_uart_data), nullptr);
     g_signal_connect(skeleton, "handle-auto-test-set-track-index", G_CALLBACK(callback_auto_test_set_track_index),

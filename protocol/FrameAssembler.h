@@ -21,7 +21,7 @@ struct ReceivedFrame {
     bool checksumHolds;
     std::uint16_t receivedChecksum;
 
-    /// What has come from the parameters on stands in the assembler, until its next append().
+    /// What has come from the parameters on stands in the assembler, until its next append() or next().
     std::uint8_t* area;
 
     ReceivedFrame(const std::uint8_t* head, std::uint8_t* params, std::uint16_t received, bool holds)

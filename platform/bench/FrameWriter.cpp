@@ -62,11 +62,12 @@ bool FrameWriter::send(std::span<const std::uint8_t> frame)
     if (!line_)
         return false;
 
-    if (!thread_.joinable())
-        thread_ = std::thread([this] { run(); });
     const auto rest = frame.subspan(written);
     const auto waiting = std::make_shared<Waiting>(Waiting{{rest.begin(), rest.end()}, written > 0});
     queue_.push_back(waiting);
+    // Behind the queue: where no thread can be had, a later frame finds the rest of this one still before it.
+    if (!thread_.joinable())
+        thread_ = std::thread([this] { run(); });
     wakeup_.signal();
     if (!settled_.wait_until(lock, deadline, [&] { return waiting->fate != Fate::Waiting; }))
         beginStallLocked();

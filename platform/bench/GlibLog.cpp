@@ -34,8 +34,8 @@ std::string firstTime(const std::string& message)
     return seen.size() > kMostMessages ? "further messages of GLib are not shown" : message;
 }
 
-GLogWriterOutput write(GLogLevelFlags level, const GLogField* fields, gsize count, gpointer)
-{
+GLogWriterOutput write(GLogLevelFlags level, const GLogField* fields, gsize count, gpointer) noexcept
+try {
     constexpr int kShown = G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING;
     if ((level & kShown) == 0)
         return g_log_writer_default(level, fields, count, nullptr);
@@ -44,6 +44,8 @@ GLogWriterOutput write(GLogLevelFlags level, const GLogField* fields, gsize coun
     if (!message.empty())
         report(message);
     return G_LOG_WRITER_HANDLED;
+} catch (...) {
+    return G_LOG_WRITER_UNHANDLED;
 }
 
 }  // namespace

@@ -40,10 +40,12 @@ constexpr const char* kBuiltInRules =
 /// The built-in log's file. Stays: threads that log end with the process.
 RotatingLog* g_log = nullptr;
 
-/// What zlog calls for each line, on the thread that logs it.
-int writeLine(zlog_msg_t* line)
-{
+/// What zlog calls for each line, on the thread that logs it and with a lock of its own: nothing may be thrown there.
+int writeLine(zlog_msg_t* line) noexcept
+try {
     return g_log->add({line->buf, line->len}) ? 0 : -1;
+} catch (...) {
+    return -1;
 }
 
 /// @returns why there is no built-in log, empty when there is.

@@ -72,10 +72,11 @@ bool RotatingLog::lookLocked()
     if (!file_)
         return false;
     const std::chrono::milliseconds now = coarseNow();
-    if (lookEvery_ > lookEvery_.zero() && now - lookedAt_ < lookEvery_)
-        return true;
-    lookedAt_ = now;
     struct stat status = {};
+    // A file that was removed has no name any more; what is told right after a factory reset must not go with it.
+    if (lookEvery_ > lookEvery_.zero() && now - lookedAt_ < lookEvery_)
+        return fstat(file_->get(), &status) == 0 && status.st_nlink > 0;
+    lookedAt_ = now;
     if (fstatat(directory_, name_.c_str(), &status, 0) != 0 || status.st_ino != inode_)
         return false;
     size_ = status.st_size;
@@ -85,6 +86,10 @@ bool RotatingLog::lookLocked()
 /// A rename that fails leaves the part where it is: then the log is longer than it should be, and nothing is lost.
 void RotatingLog::rotateLocked()
 {
+    struct stat status = {};
+    // Another process may have made a new part meanwhile.
+    if (fstatat(directory_, name_.c_str(), &status, 0) != 0 || status.st_ino != inode_)
+        return;
     for (int part = oldParts_ - 1; part >= 0; --part) {
         const std::string to = name_ + "." + std::to_string(part);
         const std::string from = part == 0 ? name_ : name_ + "." + std::to_string(part - 1);

@@ -84,6 +84,17 @@ TEST_F(RotatingLogTest, AFileThatWasRemovedIsMadeAnew)
     EXPECT_EQ(content("a.log"), "here\n");
 }
 
+TEST_F(RotatingLogTest, AFileThatWasRemovedIsMadeAnewAlsoWhenItHasJustBeenLookedAt)
+{
+    RotatingLog log(directory_.get(), "a.log", 1000, 2, std::chrono::hours(1));
+    ASSERT_TRUE(log.add("before\n"));
+    fs::remove(temporary_.path() / "a.log");
+
+    EXPECT_TRUE(log.add("after\n"));
+
+    EXPECT_EQ(content("a.log"), "after\n");
+}
+
 TEST_F(RotatingLogTest, APartIsFullAlsoWhenItHasNotBeenLookedAtAgain)
 {
     RotatingLog log(directory_.get(), "b.log", 12, 2, std::chrono::hours(1));

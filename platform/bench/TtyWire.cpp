@@ -1,6 +1,7 @@
 #include "TtyWire.h"
 
 #include <poll.h>
+#include <algorithm>
 
 #include <array>
 #include <cerrno>
@@ -14,6 +15,9 @@ constexpr std::size_t kChunkSize = 4096;
 
 /// How often a lost line is tried.
 constexpr int kRetryMs = 250;
+
+/// What Linux's terminals give at a time at most.
+constexpr std::size_t kTerminalHolds = 4095;
 
 enum class ReadEnd {
     Empty,  ///< nothing more is there
@@ -30,8 +34,9 @@ ReadEnd readAvailable(int line, std::span<std::uint8_t> buffer, std::size_t& cou
         const ssize_t got = read(line, buffer.data() + count, room);
         if (got > 0) {
             count += static_cast<std::size_t>(got);
-            // A raw terminal gives all that it has: to ask it again would only cost time.
-            if (static_cast<std::size_t>(got) < room)
+            // A raw terminal gives all that it has, 4095 bytes at most: to ask it again after less would only cost
+            // time.
+            if (static_cast<std::size_t>(got) < std::min(room, kTerminalHolds))
                 return ReadEnd::Empty;
         } else if (got == 0)
             return ReadEnd::Lost;
