@@ -295,7 +295,7 @@ private:
             return;
         }
         std::vector<Measurement> rows = attempt.measurements;
-        std::ranges::stable_partition(rows, [](const Measurement& each) { return !each.passed; });
+        std::stable_partition(rows.begin(), rows.end(), [](const Measurement& each) { return !each.passed; });
         Node table = add(parent, "table", "measured");
         addText(table, "caption", "Measured in " + step.name, "hidden");
         Node titles = add(add(table, "thead"), "tr");
