@@ -47,6 +47,51 @@ TEST_F(EngineTest, ReplyBeyondItsLimitsFailsWithWhatCameAndWhatWasExpected)
     EXPECT_EQ(run.reason, "G / tuner.frequency: " + step(0).reason);
 }
 
+TEST_F(EngineTest, ScaledValueAtItsLimitPassesAndTheNextOneFails)
+{
+    // 8707 * 0.01 is 87.07000000000001 in binary
+    std::uint8_t low = 0x03;
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, low++}); };
+
+    runSteps(R"(
+        { send = "tuner.frequency", expect = { frequency = { min = 87.07, max = 87.07, unit = "MHz" } } },
+        { send = "tuner.frequency", expect = { frequency = { min = 87.07, max = 87.07, unit = "MHz" } } })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    EXPECT_EQ(step(1).verdict, Verdict::kFail);
+}
+
+TEST_F(EngineTest, ExpectedValueIsRecordedInTheUnitOfTheMeasuredOne)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
+
+    runSteps(R"({ send = "tuner.frequency", expect = { frequency = { equals = 8750, unit = "MHz" } } })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    const auto& measurement = step(0).attempts.at(0).measurements.at(0);
+    EXPECT_EQ(std::get<double>(measurement.value), 87.5);
+    ASSERT_TRUE(measurement.limits.equals);
+    EXPECT_EQ(std::get<double>(*measurement.limits.equals), 87.5);
+}
+
+TEST_F(EngineTest, VariableInAPatternStandsForItself)
+{
+    std::string name = "A+B";
+    on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {name.begin(), name.end()}); };
+    prompter.answers = {{"again", "A+B"}};
+    prompter.beforeAnswering = [&] { name = "AAB"; };
+
+    runSteps(R"(
+        { send = "bluetooth.name", store = "name" },
+        { send = "bluetooth.name", expect = { name = { matches = "${name}" } } },
+        { prompt = "Again?", id = "again", answer = "text", expect = { matches = "${name}" } },
+        { send = "bluetooth.name", expect = { name = { matches = "${name}" } } })");
+
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+    EXPECT_EQ(step(2).verdict, Verdict::kPass) << step(2).reason;
+    EXPECT_EQ(step(3).verdict, Verdict::kFail);
+}
+
 TEST_F(EngineTest, EveryFieldThatMissesIsNamed)
 {
     on[0x0502] = [&](const Frame&) { reply(0x85, 0x02, {0, 0, 0, 1, 0, 0, 0, 2}); };
