@@ -261,6 +261,50 @@ TEST_F(EngineTest, AssertedSilencePassesWithoutAnAnswerAndFailsWithOne)
     EXPECT_EQ(step(1).reason, "answered by 8F FF [01], expected silence");
 }
 
+TEST_F(EngineTest, AnswerAfterTheAssertedSilenceFailsItToo)
+{
+    on[kMode] = [&](const Frame&) {
+        reply(0x82, 0x01, {0x22, 0x2E});
+        reply(0x81, 0x00, {});
+        reply(0x8F, 0xFF, {1});
+    };
+
+    const auto& run = runSteps(R"(
+        { send = "tuner.frequency", reply = "none", timeout = 0.05 },
+        { send = "audio.set-volume", with = { volume = 3 }, reply = "none", timeout = 0.05 },
+        { send = "test.mode" })");
+
+    EXPECT_EQ(run.verdict, Verdict::kFail);
+    EXPECT_EQ(step(0).verdict, Verdict::kFail);
+    EXPECT_THAT(step(0).reason, testing::StartsWith("answered by 82 01 [22 2E] after "));
+    EXPECT_THAT(step(0).reason, testing::EndsWith(" ms, expected silence"));
+    EXPECT_EQ(step(1).verdict, Verdict::kFail);
+    EXPECT_THAT(step(1).reason, testing::StartsWith("answered by 81 00 [] after "));
+    EXPECT_EQ(step(2).verdict, Verdict::kPass) << step(2).reason;
+}
+
+TEST_F(EngineTest, SecondAnswerIsNotExcusedByAStepThatWaitedForNone)
+{
+    int asked = 0;
+    on[kFrequency] = [&](const Frame&) {
+        if (++asked == 3) {
+            auto twice = wireBytes(Frame{0x82, 0x01, {0x22, 0x2E}});
+            const auto again = twice;
+            twice.insert(twice.end(), again.begin(), again.end());
+            unit.write(twice);
+        }
+    };
+
+    runSteps(R"(
+        { send = "tuner.frequency", reply = "none", timeout = 0.05 },
+        { send = "tuner.frequency", reply = "optional", timeout = 0.05 },
+        { send = "tuner.frequency" })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+    EXPECT_EQ(step(2).reason, "answered twice, the second time by 82 01 [22 2E]");
+}
+
 TEST_F(EngineTest, CommandThatTheCatalogueCallsUnansweredFailsAssertedSilenceWhenAnswered)
 {
     on[0x0100] = [&](const Frame&) { reply(0x81, 0x00, {}); };
