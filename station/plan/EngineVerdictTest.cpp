@@ -361,6 +361,19 @@ TEST_F(EngineTest, NoticeIsAwaited)
     EXPECT_EQ(step(3).reason, "no keys.pressed came within 0.05 s");
 }
 
+TEST_F(EngineTest, UnitThatNeverFallsSilentDoesNotHoldUpAWait)
+{
+    on[kMode] = [&](const Frame&) {
+        reply(0x8F, 0xFF, {1});
+        unit.flood(wireBytes(Frame{0x86, 0x0B, {1}}));
+    };
+
+    runSteps(R"({ send = "test.mode" }, { wait = "keys.pressed", timeout = 0.05 })");
+
+    EXPECT_EQ(step(1).verdict, Verdict::kTimeout);
+    EXPECT_EQ(step(1).reason, "no keys.pressed came within 0.05 s");
+}
+
 TEST_F(EngineTest, LaterAnswerIsAwaitedAndCompared)
 {
     on[0x0305] = [&](const Frame&) { reply(0x83, 0x05, {2}); };

@@ -227,8 +227,8 @@ void StepRunner::takeStrays()
             continue;
         }
         if (asked->answered) {
-            const auto lacking = std::find_if(asked, asked_.rend(),
-                                              [&](const Asked& each) { return isOf(each) && each.awaited(); });
+            const auto lacking =
+                std::find_if(asked, asked_.rend(), [&](const Asked& each) { return isOf(each) && each.awaited(); });
             asked = lacking == asked_.rend() ? asked : lacking;
         }
         arrival.claimed = true;
