@@ -18,8 +18,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 using station::record::printable;
 
-constexpr const char* kShippedPlans = "share/plans";
-
 Json problemsJson(const protocol::toml_file::Problems& problems)
 {
     Json list = Json::array();
@@ -134,10 +132,18 @@ void addList(Tool& tool, CLI::App& noun)
         "List plans: name, steps, the time that they take at least, title\n"
         "The time is that of the frames on the line and of the silence that is asserted; questions and what comes by "
         "itself take what they take.");
-    const auto directory = std::make_shared<std::string>(kShippedPlans);
-    verb->add_option("DIR", *directory, "Directory of plans")->type_name("DIR")->capture_default_str();
+    const auto directory = std::make_shared<std::string>();
+    verb->add_option("DIR", *directory, "Directory of plans; by default those that come with the tool")
+        ->type_name("DIR");
     verb->footer("  engineering-station plan list share/plans");
-    verb->callback([&tool, directory] { tool.action = [&tool, directory] { return list(tool, *directory); }; });
+    verb->callback([&tool, directory] {
+        tool.action = [&tool, directory] {
+            std::error_code error;
+            return list(tool, !directory->empty()
+                                  ? *directory
+                                  : shippedPlans(std::filesystem::read_symlink("/proc/self/exe", error)));
+        };
+    });
 }
 
 void addRun(Tool& tool, CLI::App& noun)

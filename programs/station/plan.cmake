@@ -10,4 +10,6 @@ target_link_libraries(station_tool_plan PUBLIC
 target_sources(engineering-station PRIVATE station/Plan.cpp)
 target_link_libraries(engineering-station PRIVATE station_tool_plan)
 
-unit_test(station_tool_plan_test SOURCES station/plan/AnswersTest.cpp station/plan/RunSummaryTest.cpp LIBRARIES station_tool_plan)
+unit_test(station_tool_plan_test
+          SOURCES station/plan/AnswersTest.cpp station/plan/PlanFileTest.cpp station/plan/RunSummaryTest.cpp
+          LIBRARIES station_tool_plan)

@@ -2,12 +2,14 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
 #include "station/plan/LineRecord.h"
 #include "station/plan/StepRunner.h"
 #include "station/plan/TimeLimit.h"
+#include "station/record/Outcome.h"
 
 namespace station::plan {
 
@@ -240,7 +242,7 @@ private:
     {
         record::Step& record = stepRecord();
         if (record.attempts.empty()) {
-            record.verdict = Verdict::kAborted;
+            record.verdict = teardownLate() ? Verdict::kTimeout : Verdict::kAborted;
             record.reason = stop_;
             return;
         }
@@ -255,11 +257,13 @@ private:
     bool checkStop()
     {
         if (stop_.empty() && control_.interrupt().requested()) {
-            const bool late = limit_ != nullptr && limit_->over() && !control_.teardownRefused();
-            stop_ = late ? "the teardown's time was over" : "the user ended the run";
+            stop_ = teardownLate() ? "the teardown's time was over" : "the user ended the run";
         }
         return !stop_.empty();
     }
+
+    /// @returns whether the teardown's time, not the user, has ended it.
+    bool teardownLate() const { return limit_ != nullptr && limit_->over() && !control_.teardownRefused(); }
 
     void pause(Duration time)
     {
@@ -296,6 +300,10 @@ private:
         for (const auto& each : run_.phases) {
             run_.verdict = record::worse(run_.verdict, each.verdict);
         }
+        if (run_.verdict == Verdict::kPass && !mainWasRun()) {
+            run_.verdict = Verdict::kSkipped;
+            run_.reason = "nothing of the main part was run";
+        }
         if (result_.portUnavailable) {
             run_.verdict = Verdict::kError;
         }
@@ -312,16 +320,20 @@ private:
     /// @returns what went wrong first.
     std::string firstReason() const
     {
-        for (const auto& phase : run_.phases) {
-            for (const auto& group : phase.groups) {
-                for (const auto& step : group.tries.empty() ? std::vector<record::Step>() : group.tries.back().steps) {
-                    if (!passed(step.verdict)) {
-                        return group.name + " / " + step.name + ": " + step.reason;
-                    }
-                }
-            }
+        const auto outcome = record::outcomeOf(run_);
+        if (!outcome.failed.empty()) {
+            const auto& first = outcome.failed.front();
+            return first.group->name + " / " + first.step->name + ": " + first.step->reason;
         }
-        return {};
+        const auto phase = std::ranges::find_if(run_.phases, record::isBad, &record::Phase::verdict);
+        return phase == run_.phases.end() ? std::string() : phase->reason;
+    }
+
+    bool mainWasRun() const
+    {
+        return std::ranges::any_of(record::outcomeOf(run_).steps, [this](const record::PlacedStep& placed) {
+            return placed.phase == &run_.phases[kMain] && placed.step->verdict != Verdict::kSkipped;
+        });
     }
 
     static constexpr std::size_t kSetup = 0;

@@ -306,6 +306,61 @@ steps = [{ send = "other.flag", timeout = 3600 }, { send = "test.mode" }]
     EXPECT_EQ(run.phases[2].groups[0].tries[0].steps[1].verdict, Verdict::kSkipped);
 }
 
+TEST_F(EngineFlowTest, TeardownWhoseTimeEndsBetweenStepsIsATimeout)
+{
+    const auto& run = runText(R"(
+[defaults]
+teardown_limit = 0.1
+[[main]]
+name = "M"
+steps = [{ send = "test.mode" }]
+[[teardown]]
+name = "T"
+retries = 1
+retry_delay = 3600
+steps = [{ send = "test.mode", expect = { mode = "off" } }]
+)");
+
+    EXPECT_EQ(run.verdict, Verdict::kTimeout);
+    EXPECT_EQ(run.reason, "T / test.mode: the teardown's time was over");
+    EXPECT_EQ(run.phases[2].reason, "the teardown took longer than it may");
+}
+
+TEST_F(EngineFlowTest, FailureInAnEarlierRoundIsTheReason)
+{
+    int asked = 0;
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked != 1)}); };
+
+    const auto& run = runText(R"(
+[[main]]
+name = "A"
+repeat = 2
+steps = [{ send = "test.mode", expect = { mode = "on" } }]
+)");
+
+    EXPECT_EQ(run.verdict, Verdict::kFail);
+    EXPECT_EQ(run.reason, "A / test.mode: mode is 0 (off), expected 1 (on)");
+}
+
+TEST_F(EngineFlowTest, RunWhoseMainPartIsSkippedIsSkipped)
+{
+    headUnit.there = false;
+
+    const auto& run = runText(R"(
+[[setup]]
+name = "S"
+steps = [{ send = "test.mode" }]
+[[main]]
+name = "M"
+requires = "headunit"
+steps = [{ send = "test.mode" }]
+)");
+
+    EXPECT_EQ(phase(0), Verdict::kPass);
+    EXPECT_EQ(run.verdict, Verdict::kSkipped);
+    EXPECT_EQ(run.reason, "nothing of the main part was run");
+}
+
 TEST_F(EngineFlowTest, SeveralUnitsRunAtOnce)
 {
     // Each waits in its first step until the other has come as far.

@@ -47,6 +47,51 @@ TEST_F(EngineTest, ReplyBeyondItsLimitsFailsWithWhatCameAndWhatWasExpected)
     EXPECT_EQ(run.reason, "G / tuner.frequency: " + step(0).reason);
 }
 
+TEST_F(EngineTest, ScaledValueAtItsLimitPassesAndTheNextOneFails)
+{
+    // 8707 * 0.01 is 87.07000000000001 in binary
+    std::uint8_t low = 0x03;
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, low++}); };
+
+    runSteps(R"(
+        { send = "tuner.frequency", expect = { frequency = { min = 87.07, max = 87.07, unit = "MHz" } } },
+        { send = "tuner.frequency", expect = { frequency = { min = 87.07, max = 87.07, unit = "MHz" } } })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    EXPECT_EQ(step(1).verdict, Verdict::kFail);
+}
+
+TEST_F(EngineTest, ExpectedValueIsRecordedInTheUnitOfTheMeasuredOne)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
+
+    runSteps(R"({ send = "tuner.frequency", expect = { frequency = { equals = 8750, unit = "MHz" } } })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    const auto& measurement = step(0).attempts.at(0).measurements.at(0);
+    EXPECT_EQ(std::get<double>(measurement.value), 87.5);
+    ASSERT_TRUE(measurement.limits.equals);
+    EXPECT_EQ(std::get<double>(*measurement.limits.equals), 87.5);
+}
+
+TEST_F(EngineTest, VariableInAPatternStandsForItself)
+{
+    std::string name = "A+B";
+    on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {name.begin(), name.end()}); };
+    prompter.answers = {{"again", "A+B"}};
+    prompter.beforeAnswering = [&] { name = "AAB"; };
+
+    runSteps(R"(
+        { send = "bluetooth.name", store = "name" },
+        { send = "bluetooth.name", expect = { name = { matches = "${name}" } } },
+        { prompt = "Again?", id = "again", answer = "text", expect = { matches = "${name}" } },
+        { send = "bluetooth.name", expect = { name = { matches = "${name}" } } })");
+
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+    EXPECT_EQ(step(2).verdict, Verdict::kPass) << step(2).reason;
+    EXPECT_EQ(step(3).verdict, Verdict::kFail);
+}
+
 TEST_F(EngineTest, EveryFieldThatMissesIsNamed)
 {
     on[0x0502] = [&](const Frame&) { reply(0x85, 0x02, {0, 0, 0, 1, 0, 0, 0, 2}); };
@@ -216,6 +261,50 @@ TEST_F(EngineTest, AssertedSilencePassesWithoutAnAnswerAndFailsWithOne)
     EXPECT_EQ(step(1).reason, "answered by 8F FF [01], expected silence");
 }
 
+TEST_F(EngineTest, AnswerAfterTheAssertedSilenceFailsItToo)
+{
+    on[kMode] = [&](const Frame&) {
+        reply(0x82, 0x01, {0x22, 0x2E});
+        reply(0x81, 0x00, {});
+        reply(0x8F, 0xFF, {1});
+    };
+
+    const auto& run = runSteps(R"(
+        { send = "tuner.frequency", reply = "none", timeout = 0.05 },
+        { send = "audio.set-volume", with = { volume = 3 }, reply = "none", timeout = 0.05 },
+        { send = "test.mode" })");
+
+    EXPECT_EQ(run.verdict, Verdict::kFail);
+    EXPECT_EQ(step(0).verdict, Verdict::kFail);
+    EXPECT_THAT(step(0).reason, testing::StartsWith("answered by 82 01 [22 2E] after "));
+    EXPECT_THAT(step(0).reason, testing::EndsWith(" ms, expected silence"));
+    EXPECT_EQ(step(1).verdict, Verdict::kFail);
+    EXPECT_THAT(step(1).reason, testing::StartsWith("answered by 81 00 [] after "));
+    EXPECT_EQ(step(2).verdict, Verdict::kPass) << step(2).reason;
+}
+
+TEST_F(EngineTest, SecondAnswerIsNotExcusedByAStepThatWaitedForNone)
+{
+    int asked = 0;
+    on[kFrequency] = [&](const Frame&) {
+        if (++asked == 3) {
+            auto twice = wireBytes(Frame{0x82, 0x01, {0x22, 0x2E}});
+            const auto again = twice;
+            twice.insert(twice.end(), again.begin(), again.end());
+            unit.write(twice);
+        }
+    };
+
+    runSteps(R"(
+        { send = "tuner.frequency", reply = "none", timeout = 0.05 },
+        { send = "tuner.frequency", reply = "optional", timeout = 0.05 },
+        { send = "tuner.frequency" })");
+
+    EXPECT_EQ(step(0).verdict, Verdict::kPass) << step(0).reason;
+    EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+    EXPECT_EQ(step(2).reason, "answered twice, the second time by 82 01 [22 2E]");
+}
+
 TEST_F(EngineTest, CommandThatTheCatalogueCallsUnansweredFailsAssertedSilenceWhenAnswered)
 {
     on[0x0100] = [&](const Frame&) { reply(0x81, 0x00, {}); };
@@ -270,6 +359,19 @@ TEST_F(EngineTest, NoticeIsAwaited)
     EXPECT_THAT(step(2).reason, HasSubstr("key is 36, expected 37"));
     EXPECT_EQ(step(3).verdict, Verdict::kTimeout);
     EXPECT_EQ(step(3).reason, "no keys.pressed came within 0.05 s");
+}
+
+TEST_F(EngineTest, UnitThatNeverFallsSilentDoesNotHoldUpAWait)
+{
+    on[kMode] = [&](const Frame&) {
+        reply(0x8F, 0xFF, {1});
+        unit.flood(wireBytes(Frame{0x86, 0x0B, {1}}));
+    };
+
+    runSteps(R"({ send = "test.mode" }, { wait = "keys.pressed", timeout = 0.05 })");
+
+    EXPECT_EQ(step(1).verdict, Verdict::kTimeout);
+    EXPECT_EQ(step(1).reason, "no keys.pressed came within 0.05 s");
 }
 
 TEST_F(EngineTest, LaterAnswerIsAwaitedAndCompared)

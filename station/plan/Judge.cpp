@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <regex>
 
 #include "station/plan/Literal.h"
@@ -35,7 +36,31 @@ std::string rangeText(const Expected& expected)
 
 bool inRange(const Expected& expected, double value)
 {
-    return (!expected.minimum || value >= *expected.minimum) && (!expected.maximum || value <= *expected.maximum);
+    return (!expected.minimum || isAtMost(*expected.minimum, value)) &&
+           (!expected.maximum || isAtMost(value, *expected.maximum));
+}
+
+/// @returns a regular expression that only `text` matches.
+std::string literally(const std::string& text)
+{
+    std::string pattern;
+    for (const char c : text) {
+        if (std::string_view("^$\\.*+?()[]{}|/").find(c) != std::string_view::npos) {
+            pattern += '\\';
+        }
+        pattern += c;
+    }
+    return pattern;
+}
+
+/// Puts the variables into a regular expression, where they stand for themselves.
+std::string substituteInPattern(const std::string& pattern, const Variables& variables)
+{
+    Variables plain;
+    for (const auto& [name, value] : variables) {
+        plain[name] = literally(value);
+    }
+    return substitute(pattern, plain);
 }
 
 bool matches(const std::string& text, const std::string& pattern)
@@ -78,7 +103,7 @@ public:
             compareRange(factor);
         }
         if (expected_.equals) {
-            compareValue();
+            compareValue(factor);
         }
         if (expected_.matches) {
             comparePattern();
@@ -111,11 +136,11 @@ private:
         }
     }
 
-    void compareValue()
+    void compareValue(double factor)
     {
         const std::string text = substitute(*expected_.equals, variables_);
         const catalogue::DecodedField wanted{field_.field, literal(*field_.field, text), {}};
-        measurement_.limits.equals = scalarOf(wanted, std::holds_alternative<double>(measurement_.value), 1.0);
+        measurement_.limits.equals = scalarOf(wanted, std::holds_alternative<double>(measurement_.value), factor);
         if (!same(*field_.field, field_.value, wanted.value)) {
             miss(catalogue::format(wanted));
         }
@@ -123,7 +148,7 @@ private:
 
     void comparePattern()
     {
-        const std::string pattern = substitute(*expected_.matches, variables_);
+        const std::string pattern = substituteInPattern(*expected_.matches, variables_);
         measurement_.limits.matches = pattern;
         if (!matches(written(field_), pattern)) {
             miss("a text that matches /" + pattern + "/");
@@ -166,6 +191,14 @@ std::string numberText(double number)
     char buffer[32];
     const auto end = std::to_chars(buffer, buffer + sizeof buffer, number, std::chars_format::general, 12).ptr;
     return {buffer, end};
+}
+
+bool isAtMost(double value, double limit)
+{
+    // Far more than scaling rounds off, far less than a step of a 32-bit field.
+    constexpr double kTolerance = 1e-12;
+    return value <= limit ||
+           (std::isfinite(limit) && value - limit <= kTolerance * std::max(std::abs(value), std::abs(limit)));
 }
 
 std::string Judgement::reason() const
@@ -225,7 +258,7 @@ Judgement judge(const Prompt& prompt, const std::string& answer, const Variables
             wanted = answer == text ? "" : quoted(text);
         }
         if (expected.matches) {
-            const std::string pattern = substitute(*expected.matches, variables);
+            const std::string pattern = substituteInPattern(*expected.matches, variables);
             measurement.limits.matches = pattern;
             wanted = matches(answer, pattern) ? wanted : "a text that matches /" + pattern + "/";
         }

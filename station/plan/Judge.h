@@ -29,6 +29,9 @@ Judgement judge(std::span<const Expected> expected, std::span<const protocol::ca
 /// Compares an operator's answer, which is of the kind that the question asks for. Throws UnknownVariable.
 Judgement judge(const Prompt& prompt, const std::string& answer, const Variables& variables);
 
+/// @returns whether `value` is `limit` or less, give or take what a factor rounds off: 8707 × 0.01 is at most 87.07.
+bool isAtMost(double value, double limit);
+
 /// @returns a number without needless digits: "87.5", "8750".
 std::string numberText(double number);
 

@@ -66,9 +66,10 @@ void checkRange(TableReader& reader, const Field& field, const Expected& expecte
     const double factor = expected.scaled ? field.scale->factor : 1;
     const double least = static_cast<double>(field.minimum) * factor;
     const double most = static_cast<double>(field.maximum) * factor;
-    if ((low && *low > most) || (high && *high < least)) {
-        reader.report(low && *low > most ? "min" : "max", "no " + quoted(field.name) + " can hold that: it goes from " +
-                                                              numberText(least) + " to " + numberText(most));
+    const bool tooHigh = low && !isAtMost(*low, most);
+    if (tooHigh || (high && !isAtMost(least, *high))) {
+        reader.report(tooHigh ? "min" : "max", "no " + quoted(field.name) + " can hold that: it goes from " +
+                                                   numberText(least) + " to " + numberText(most));
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 #include <random>
 #include <set>
 #include <sstream>
@@ -151,6 +152,15 @@ TEST(Load, EstimateCountsTheBytesOfTheLineAndTheSilence)
     const Estimate sum = estimate(loaded.plan.value(), 115200);
     EXPECT_EQ(std::chrono::round<std::chrono::microseconds>(sum.duration).count(), 1563 + 2000 + 694 + 200'000);
     EXPECT_EQ(sum.open, 0u);
+}
+
+TEST(Load, EstimateOfAPlanThatNeverEndsIsTheLongest)
+{
+    Plan plan = loadSteps("{ send = \"tuner.frequency\", reply = \"none\" }, { send = \"test.mode\" }").plan.value();
+    plan.main[0].repeat = std::numeric_limits<int>::max();
+    plan.main[0].steps[0].repeat = std::numeric_limits<int>::max();
+
+    EXPECT_EQ(estimate(plan, 115200).duration, Duration::max());
 }
 
 TEST(Load, NoBytesCrashTheLoader)

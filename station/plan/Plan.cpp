@@ -30,11 +30,22 @@ Duration onTheLine(std::size_t params, unsigned baud)
     return Duration(std::chrono::seconds(protocol::frameLength(params) * kBitsPerByte)) / baud;
 }
 
+/// @returns `sum` and `count` times `each`, or the longest that there is.
+Duration plus(Duration sum, Duration each, std::int64_t count)
+{
+    std::int64_t product = 0;
+    std::int64_t total = 0;
+    if (__builtin_mul_overflow(each.count(), count, &product) || __builtin_add_overflow(sum.count(), product, &total)) {
+        return Duration::max();
+    }
+    return Duration(total);
+}
+
 void add(Estimate& sum, const Send& send, const Step& step, unsigned baud)
 {
     sum.duration += onTheLine(leastBytes(send.command->params), baud);
     if (send.reply == ReplyRule::kNone) {
-        sum.duration += step.timeout;
+        sum.duration = plus(sum.duration, step.timeout, 1);
     } else if (!send.command->replies.empty()) {
         sum.duration += onTheLine(leastBytes(send.command->replies.front().fields), baud) + kAnswerTime;
     }
@@ -99,7 +110,7 @@ Estimate estimate(const Plan& plan, unsigned baud)
         for (const Group& group : *phase) {
             for (const Step& step : group.steps) {
                 const Estimate each = once(step, baud);
-                sum.duration += each.duration * step.repeat * group.repeat;
+                sum.duration = plus(sum.duration, each.duration, static_cast<std::int64_t>(step.repeat) * group.repeat);
                 sum.open += each.open;
             }
         }

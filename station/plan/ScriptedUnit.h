@@ -80,6 +80,18 @@ public:
         }
     }
 
+    /// For the script: sends these bytes again and again until the unit is stopped.
+    void flood(const std::vector<std::uint8_t>& bytes)
+    {
+        constexpr int kLookMs = 10;
+        std::array<pollfd, 2> wanted{{{master_, POLLOUT, 0}, {stop_, POLLIN, 0}}};
+        while (poll(wanted.data(), wanted.size(), kLookMs) >= 0 && (wanted[1].revents & POLLIN) == 0) {
+            if ((wanted[0].revents & POLLOUT) != 0) {
+                write(bytes);
+            }
+        }
+    }
+
     /// For the script: the device is gone when it returns.
     void vanish()
     {

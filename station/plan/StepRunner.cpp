@@ -151,7 +151,7 @@ std::optional<Frame> StepRunner::exchange(const Send& send, const Frame& frame, 
         }
     }
     takeStrays();
-    asked_.push_back({&command, place_, sent, outcome.reply.has_value()});
+    asked_.push_back({&command, frame, send.reply, place_, sent, outcome.reply.has_value()});
     if (asked_.size() > kRemembered) {
         asked_.pop_front();
     }
@@ -204,7 +204,7 @@ void StepRunner::refuseSecondAnswer(const Send& send, Attempt& attempt)
         arrival.claimed = true;
         // After a try without an answer, two answers are one each.
         const auto late = std::ranges::find_if(
-            asked_, [&](const Asked& asked) { return asked.command == send.command && !asked.answered; });
+            asked_, [&](const Asked& asked) { return asked.command == send.command && asked.awaited(); });
         if (late != asked_.end()) {
             late->answered = true;
             continue;
@@ -220,24 +220,38 @@ void StepRunner::takeStrays()
             continue;
         }
         const Frame& frame = arrival.event.frame;
-        // The latest that still lacks an answer, else the latest.
-        const auto isOf = [&](const Asked& each) { return catalogue::answers(*each.command, frame); };
-        auto asked = std::find_if(asked_.rbegin(), asked_.rend(),
-                                  [&](const Asked& each) { return isOf(each) && !each.answered; });
-        if (asked == asked_.rend()) {
-            asked = std::find_if(asked_.rbegin(), asked_.rend(), isOf);
-        }
+        // The latest, unless it has its answer and one before it still lacks its own.
+        const auto isOf = [&](const Asked& each) { return answersOne(each, frame); };
+        auto asked = std::find_if(asked_.rbegin(), asked_.rend(), isOf);
         if (asked == asked_.rend()) {
             continue;
         }
+        if (asked->answered) {
+            const auto lacking =
+                std::find_if(asked, asked_.rend(), [&](const Asked& each) { return isOf(each) && each.awaited(); });
+            asked = lacking == asked_.rend() ? asked : lacking;
+        }
         arrival.claimed = true;
-        if (std::exchange(asked->answered, true)) {
+        const std::string after = milliseconds(arrival.event.steady - asked->at);
+        if (asked->reply == ReplyRule::kNone) {
+            amend(*asked, Verdict::kFail, "answered by " + describe(frame) + " after " + after + ", expected silence");
+        } else if (asked->answered) {
             amend(*asked, Verdict::kError, "answered twice, the second time by " + describe(frame));
         } else {
-            const auto since = arrival.event.steady - asked->at;
-            amend(*asked, Verdict::kPass, "the answer came too late, after " + milliseconds(since));
+            amend(*asked, Verdict::kPass, "the answer came too late, after " + after);
         }
+        asked->answered = true;
     }
+}
+
+bool StepRunner::answersOne(const Asked& asked, const Frame& frame) const
+{
+    if (!asked.command->replies.empty()) {
+        return catalogue::answers(*asked.command, frame);
+    }
+    // It should have none. What comes by itself under the same code breaks no silence once that is over.
+    return catalogue::answersUnknown(asked.frame, frame) && !isLater(*asked.command, frame) &&
+           catalogue::decodeFromUnit(surroundings_.groups, frame).notice == nullptr;
 }
 
 void StepRunner::amend(const Asked& asked, Verdict verdict, const std::string& reason)
@@ -259,6 +273,8 @@ void StepRunner::amend(const Asked& asked, Verdict verdict, const std::string& r
         step.reason = attempt.reason;
         step.verdict = record::worse(step.verdict, verdict);
         round.verdict = record::worse(round.verdict, verdict);
+    }
+    if (passed && verdict != Verdict::kPass && !round.superseded) {
         group.verdict = record::worse(group.verdict, verdict);
         phase.verdict = record::worse(phase.verdict, verdict);
     }
@@ -288,16 +304,18 @@ void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked,
 std::optional<Frame> StepRunner::awaitFrame(const std::function<bool(const Frame&)>& wanted, Duration timeout)
 {
     const auto deadline = Connection::Clock::now() + timeout;
-    for (bool more = true; more;) {
+    for (bool last = false;;) {
         for (auto& arrival : line_.arrivals()) {
             if (!arrival.claimed && wanted(arrival.event.frame)) {
                 arrival.claimed = true;
                 return arrival.event.frame;
             }
         }
-        more = connection_.receive(deadline).has_value();
+        // A unit that never falls silent has always another frame: then the time decides.
+        if (std::exchange(last, Connection::Clock::now() >= deadline) || !connection_.receive(deadline)) {
+            return std::nullopt;
+        }
     }
-    return std::nullopt;
 }
 
 void StepRunner::run(const Wait& wait, const Step& step, Attempt& attempt)

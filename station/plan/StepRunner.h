@@ -42,9 +42,14 @@ private:
     /// A command that was sent, and where its answer belongs.
     struct Asked {
         const protocol::catalogue::Command* command = nullptr;
+        protocol::Frame frame;
+        ReplyRule reply = ReplyRule::kRequired;
         AttemptPlace place;
         std::chrono::steady_clock::time_point at;
         bool answered = false;
+
+        /// @returns whether its answer was waited for, and is still to come.
+        bool awaited() const { return !answered && reply == ReplyRule::kRequired; }
     };
 
     void run(const Send& send, const Step& step, record::Attempt& attempt);
@@ -61,6 +66,7 @@ private:
     std::optional<protocol::Frame> awaitFrame(const std::function<bool(const protocol::Frame&)>& wanted,
                                               Duration timeout);
     void takeStrays();
+    bool answersOne(const Asked& asked, const protocol::Frame& frame) const;
     void amend(const Asked& asked, record::Verdict verdict, const std::string& reason);
     std::string describe(const protocol::Frame& frame) const;
 

@@ -1,6 +1,7 @@
 #include "programs/station/plan/Operator.h"
 
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -72,6 +73,9 @@ std::optional<std::string> Operator::askAtTerminal(const Question& question, sta
     const char* hint = question.prompt.kind == Prompt::Kind::kYesNo ? " [y/n] " : " ";
     const std::string label = labelled_ ? "[" + station::record::printable(question.port) + "] " : "";
     for (;;) {
+        // What was typed before the question is no answer to it.
+        tcflush(STDIN_FILENO, TCIFLUSH);
+        typed_.clear();
         std::fprintf(stderr, "%s%s%s", label.c_str(), station::record::printable(question.prompt.text).c_str(), hint);
         std::fflush(stderr);
         const auto line = readLine(interrupt, deadline);

@@ -32,7 +32,7 @@ private:
     const bool labelled_;
     const std::function<void(bool)> aside_;
     std::timed_mutex asking_;
-    std::string typed_;  // guarded by asking_: what was typed ahead
+    std::string typed_;  // guarded by asking_: of the answer that is being typed
 };
 
 }  // namespace programs::station_tool

@@ -21,6 +21,19 @@ PlanFile readPlan(const std::string& path)
     return file;
 }
 
+std::string shippedPlans(const std::filesystem::path& program)
+{
+    const auto folder = program.parent_path();
+    for (const std::filesystem::path& each : {std::filesystem::path(kShippedPlans), folder / "../../.." / kShippedPlans,
+                                              folder / "../share/engineering/plans"}) {
+        std::error_code error;
+        if (std::filesystem::is_directory(each, error)) {
+            return each.lexically_normal().string();
+        }
+    }
+    return kShippedPlans;
+}
+
 void printProblems(const std::string& path, const protocol::toml_file::Problems& problems, const char* kind)
 {
     for (auto problem : problems) {

@@ -9,6 +9,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <thread>
 
@@ -211,24 +212,33 @@ private:
     int conclude()
     {
         std::vector<UnitResult> units;
+        std::vector<std::string> complaints;
         bool failed = false;
         for (Worker& worker : workers_) {
             if (!worker.failure.empty()) {
-                complain(kProgram, worker.failure);
+                complaints.push_back(worker.failure);
                 failed = true;
                 continue;
             }
             worker.unit.folder = worker.recorder.folder();
             worker.unit.recordError = worker.recorder.error();
             if (!worker.unit.recordError.empty()) {
-                complain(kProgram, "the record is not complete: " + worker.unit.recordError);
+                complaints.push_back("the record is not complete: " + worker.unit.recordError);
             }
             if (worker.unit.result.portUnavailable || worker.unit.result.linkFailed) {
-                complain(kProgram, worker.unit.result.run.reason);
+                complaints.push_back(worker.unit.result.run.reason);
             }
             units.push_back(std::move(worker.unit));
         }
+        // The view erases what stands below it.
         view_->finish(units);
+        std::set<std::string> said;
+        for (const std::string& each : complaints) {
+            // What several units have in common, as a directory that cannot be written, is said once.
+            if (said.insert(each).second) {
+                complain(kProgram, each);
+            }
+        }
         const Exit status = exitStatusOf(units);
         const bool mild = status == kPassed || status == kNothingRun || status == kNoAnswer;
         return failed && mild ? kFailed : status;

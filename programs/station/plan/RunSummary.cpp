@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "station/record/Outcome.h"
+
 namespace programs::station_tool {
 
 using station::record::Verdict;
@@ -18,14 +20,9 @@ constexpr std::array kOrder{kInterrupted, kPortUnavailable, kLinkFailed, kFailed
 Tally tally(const station::record::Run& run)
 {
     Tally counts;
-    for (const auto& phase : run.phases) {
-        for (const auto& group : phase.groups) {
-            if (group.tries.empty()) {
-                continue;
-            }
-            for (const auto& step : group.tries.back().steps) {
-                ++counts[step.verdict];
-            }
+    for (const auto& placed : station::record::outcomeOf(run).steps) {
+        if (placed.counts()) {
+            ++counts[placed.step->verdict];
         }
     }
     return counts;

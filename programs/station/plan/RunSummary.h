@@ -18,7 +18,7 @@ struct UnitResult {
     std::string recordError;
 };
 
-/// How many steps have which verdict, each by its last try.
+/// How many steps have which verdict, in all rounds of their groups; tries that were made again do not count.
 using Tally = std::map<station::record::Verdict, std::size_t>;
 Tally tally(const station::record::Run& run);
 

@@ -52,6 +52,22 @@ INSTANTIATE_TEST_SUITE_P(RunSummary, RunStatus,
                                          StatusCase{"Aborted", {Verdict::kFail, Verdict::kAborted}, kInterrupted}),
                          [](const auto& row) { return row.param.name; });
 
+TEST(RunSummary, EveryRoundOfAGroupCountsAndSupersededTriesDoNot)
+{
+    UnitResult unit = unitOf({Verdict::kError});
+    auto& group = unit.result.run.phases[0].groups[0];
+    group.verdict = group.tries[0].verdict = Verdict::kError;
+    group.tries.push_back(unitOf({Verdict::kTimeout}).result.run.phases[0].groups[0].tries[0]);
+    group.tries[1].verdict = unit.result.run.verdict = Verdict::kTimeout;
+
+    EXPECT_EQ(format(tally(unit.result.run)), "1 in error, 1 timed out");
+    EXPECT_EQ(exitStatusOf(unit), kFailed);
+
+    group.tries[0].superseded = true;
+    EXPECT_EQ(format(tally(unit.result.run)), "1 timed out");
+    EXPECT_EQ(exitStatusOf(unit), kNoAnswer);
+}
+
 TEST(RunSummary, PortAndLineComeBeforeWhatTheyCaused)
 {
     UnitResult noPort = unitOf({Verdict::kSkipped});
