@@ -60,7 +60,11 @@ TEST_F(StationMonitorTest, ShowsWhatTheUnitSendsByItselfAndGivesTheModeBack)
 TEST_F(StationMonitorTest, DurationEndsItAlsoWhileTheDeviceIsAway)
 {
     PtyPeer unit;
-    auto& process = monitor({"--port", unit.path(), "--duration", "0.5"});
+    auto& process = monitor({"--port", unit.path(), "--enter-test-mode", "--duration", "0.5"});
+    // 0F FF [], 8F FF [01]
+    unit.read(8);
+    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0xFF, 0x01, 0x00, 0xFE, 0x6E});
+    expectLine(process, "test.mode: mode=1 (on)");
     unit.hangUp();
 
     expectLine(process, "lost");
