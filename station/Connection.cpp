@@ -133,12 +133,12 @@ struct Connection::State {
         }
     }
 
-    /// @returns the line, as soon as it is there.
-    SerialLink& live()
+    /// @returns the line, as soon as it is there; nullptr when it was not by `until`.
+    SerialLink* live(Clock::time_point until)
     {
         throwIfInterrupted();
         while (!link) {
-            pause(std::min<Duration>(kLookAgain, *giveUpAt - Clock::now()));
+            pause(std::min<Duration>(kLookAgain, std::min(*giveUpAt, until) - Clock::now()));
             try {
                 link.emplace(openLink());
                 tellNow(TraceEvent::Kind::kBack, {});
@@ -147,9 +147,12 @@ struct Connection::State {
                     throw LinkError("the device went away and was not back after " + format(options.reconnect) + ": " +
                                     error.what());
                 }
+                if (Clock::now() >= until) {
+                    return nullptr;
+                }
             }
         }
-        return *link;
+        return &*link;
     }
 
     std::size_t read(SerialLink& from, Clock::time_point deadline)
@@ -232,14 +235,19 @@ struct Connection::State {
 
     /// Runs `work(line, begun)` until it ends without losing the device. `begun` says whether a second time would be
     /// one too many.
+    /// @returns an empty result when the device was not there by `until`.
     template <class Work>
-    auto withLine(bool repeatable, Work work)
+    auto withLine(bool repeatable, Work work, Clock::time_point until = Clock::time_point::max())
+        -> decltype(work(std::declval<SerialLink&>(), std::declval<bool&>()))
     {
         for (;;) {
-            SerialLink& line = live();
+            SerialLink* line = live(until);
+            if (line == nullptr) {
+                return {};
+            }
             bool begun = false;
             try {
-                auto result = work(line, begun);
+                auto result = work(*line, begun);
                 giveUpAt.reset();
                 return result;
             } catch (const std::system_error& error) {
@@ -311,10 +319,22 @@ void Connection::send(const Frame& command)
 std::optional<Frame> Connection::receive(Clock::time_point deadline)
 {
     State& state = *state_;
-    return state.withLine(true, [&](SerialLink& line, bool&) -> std::optional<Frame> {
-        auto arrival = state.next(line, deadline);
-        return arrival ? std::optional(std::move(arrival->frame)) : std::nullopt;
-    });
+    return state.withLine(
+        true,
+        [&](SerialLink& line, bool&) -> std::optional<Frame> {
+            auto arrival = state.next(line, deadline);
+            return arrival ? std::optional(std::move(arrival->frame)) : std::nullopt;
+        },
+        deadline);
+}
+
+void Connection::waitAtMost(Duration reconnect)
+{
+    Options& options = state_->options;
+    options.reconnect = std::min(options.reconnect, reconnect);
+    if (state_->giveUpAt) {
+        state_->giveUpAt = std::min(*state_->giveUpAt, Clock::now() + options.reconnect);
+    }
 }
 
 const PortSpec& Connection::port() const

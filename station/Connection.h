@@ -84,9 +84,12 @@ public:
     /// Throws std::length_error for more than protocol::kMaxStationParams parameters.
     void send(const protocol::Frame& command);
 
-    /// @returns the next frame, received before or after this call; nothing when none came by `deadline`.
-    /// A device that has gone is waited for beyond `deadline` too.
+    /// @returns the next frame, received before or after this call; nothing when none came by `deadline`, also when the
+    /// device is away then: the next call goes on waiting for it.
     std::optional<protocol::Frame> receive(Clock::time_point deadline);
+
+    /// From now on a device that is away, or goes, is waited for no longer than this; for cleaning up at an end.
+    void waitAtMost(Duration reconnect);
 
     const PortSpec& port() const;
 

@@ -378,6 +378,45 @@ TEST_F(ConnectionTest, ReceiveFindsTheDeviceAgainAndGivesWhatItSendsThen)
     EXPECT_EQ(connection.receive(Connection::Clock::now() + kGenerous), kKey);
 }
 
+TEST_F(ConnectionTest, ReceiveEndsInTimeWhileTheDeviceIsAwayAndTheNextOneFindsItAgain)
+{
+    Connection connection = connect();
+    unplug();
+    const auto before = Connection::Clock::now();
+
+    EXPECT_EQ(connection.receive(before + 50ms), std::nullopt);
+    EXPECT_LT(Connection::Clock::now() - before, kGenerous);
+
+    plugIn();
+    trace.at(Kind::kBack, [&] { unit->write(kKeyBytes); });
+    EXPECT_EQ(connection.receive(Connection::Clock::now() + kGenerous), kKey);
+}
+
+TEST_F(ConnectionTest, DeviceThatIsAwayIsGivenUpInTimeThoughNobodyWaitsThatLongAtOnce)
+{
+    Connection connection = connect(60ms);
+    unplug();
+
+    EXPECT_THROW(
+        {
+            for (int i = 0; i < 1000; ++i) {
+                connection.receive(Connection::Clock::now() + 1ms);
+            }
+        },
+        LinkError);
+}
+
+TEST_F(ConnectionTest, WaitForADeviceThatIsAwayCanBeCutShort)
+{
+    Connection connection = connect(std::chrono::hours(1));
+    unplug();
+    connection.receive(Connection::Clock::now());
+
+    connection.waitAtMost(60ms);
+
+    EXPECT_THROW(ask(connection), LinkError);
+}
+
 TEST_F(ConnectionTest, DeviceThatDoesNotComeBackIsALinkErrorThatSaysSo)
 {
     Connection connection = connect(60ms);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "programs/Cli.h"
+#include "programs/station/InputFile.h"
 #include "programs/station/LineOptions.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
@@ -35,6 +36,9 @@ using identity::Result;
 using identity::Stored;
 using identity::Wanted;
 
+/// How long a device that has gone is waited for when the user wants an end.
+constexpr auto kRestoreWait = std::chrono::seconds(1);
+
 struct Options {
     station::PortSpec port;
     // A record is on the disk when the next frame is answered, and a flash may take its time.
@@ -48,6 +52,7 @@ struct Options {
     std::string journal;
     bool overwrite = false;
     bool dryRun = false;
+    bool again = false;
 };
 
 /// @returns where the journal is kept when nothing else was said; empty for no such place.
@@ -119,19 +124,25 @@ public:
             restore();
             throw;
         }
-        restore();
-        return status;
+        const bool finished = restore();
+        return finished || status != kPassed ? status : kInterrupted;
     }
 
 private:
-    void restore()
+    /// @returns whether it came to its end without the user's wish for another one.
+    bool restore()
     {
-        // Ctrl-C ends the work, not the cleaning up behind it.
+        // Ctrl-C ends the work, not the cleaning up behind it, for which a device that has gone is not waited for long.
         const bool interrupted = tool_.interrupt.requested();
         tool_.interrupt.clear();
+        if (interrupted) {
+            connection_.waitAtMost(kRestoreWait);
+        }
+        bool finished = true;
         try {
             unit_.restoreMode();
         } catch (const std::exception& error) {
+            finished = dynamic_cast<const station::Interrupted*>(&error) == nullptr;
             if (error.what() != failure_) {
                 complain(kProgram, std::string("auto-test mode may be left on: ") + error.what());
             }
@@ -139,6 +150,7 @@ private:
         if (interrupted) {
             tool_.interrupt.request();
         }
+        return finished;
     }
 
     Tool& tool_;
@@ -205,9 +217,12 @@ public:
         if (options.csv.empty() && !options.serial.empty()) {
             throw WrongUse("--serial chooses a row of --csv FILE, which was not given");
         }
+        if (options.csv == "-") {
+            throw WrongUse("--csv: a file was expected, not standard input: the ledger lies beside it");
+        }
         if (!options.csv.empty()) {
             try {
-                table_ = identity::readCsv(options.csv, records_);
+                table_ = identity::readCsv(readInput(options.csv, tool.interrupt), options.csv, records_);
             } catch (const identity::CsvError& error) {
                 throw WrongUse(error.what());
             }
@@ -220,7 +235,8 @@ public:
         if (!table_) {
             return set_;
         }
-        const identity::Ledger::Unit line{options_.unit, unit.read(require(records_, "factory-serial")).value};
+        const identity::Ledger::Unit line{options_.unit, unit.read(require(records_, "factory-serial")).value,
+                                          heldBy(unit), options_.again};
         if (line.id.empty() && line.serial.empty()) {
             throw WrongUse(
                 "the unit has no factory serial yet: name it with --unit (what is printed on it, for one), so that a "
@@ -271,10 +287,10 @@ public:
         throw identity::NoRow(table_->path + " has no row with factory serial " + serial);
     }
 
-    void noteVerified()
+    void noteUsed(bool verified)
     {
         if (ledger_) {
-            ledger_->noteVerified(unit_);
+            ledger_->noteUsed(verified);
         }
     }
 
@@ -307,6 +323,23 @@ private:
     {
         const auto all = identity::write(unit, wanted, {options_.overwrite, true}, [](const Done&) {});
         return std::ranges::any_of(all, [](const Done& done) { return done.result == Result::kRefused; });
+    }
+
+    /// @returns what tells the unit from others, beside its factory serial: of the records that the file has.
+    identity::Values heldBy(identity::UnitIdentity& unit) const
+    {
+        identity::Values held;
+        for (const Record& record : records_) {
+            const bool inFile = std::ranges::any_of(
+                table_->rows, [&](const identity::CsvRow& row) { return row.values.contains(record.name); });
+            if (!record.unique || record.name == "factory-serial" || !inFile) {
+                continue;
+            }
+            if (Stored stored = unit.read(record); stored.present && !stored.value.empty()) {
+                held.emplace(record.name, std::move(stored.value));
+            }
+        }
+        return held;
     }
 
     void openLedger() { ledger_.emplace(table_->path, records_, &tool_.interrupt); }
@@ -403,26 +436,36 @@ int write(const Options& options, Tool& tool)
         if (!source.unit().empty() && !tool.json) {
             std::printf("unit %s\n", printable(source.unit()).c_str());
         }
+        std::string unrecorded;
+        const auto record = [&](auto note) {
+            try {
+                if (journal) {
+                    note(*journal);
+                }
+            } catch (const std::system_error& error) {
+                unrecorded = error.what();
+            }
+        };
         std::vector<Done> all;
         try {
             all = identity::write(unit, wanted, {options.overwrite, options.dryRun}, [&](const Done& done) {
-                if (journal) {
-                    journal->note(port, source.unit(), done);
-                }
+                // The unit has the value: a journal that cannot be written does not leave it half done.
+                record([&](identity::Journal& to) { to.note(port, source.unit(), done); });
                 print(done, tool.json);
             });
         } catch (const std::exception& error) {
-            if (journal) {
-                journal->noteEnd(port, source.unit(), error.what());
-            }
+            record([&](identity::Journal& to) { to.noteEnd(port, source.unit(), error.what()); });
             throw;
         }
         const int status = statusOf(all);
-        if (status == kPassed && !options.dryRun) {
-            source.noteVerified();
-        }
         complainAbout(all);
-        return status;
+        if (!unrecorded.empty()) {
+            complain(kProgram, unrecorded);
+        }
+        if (status == kPassed && !options.dryRun) {
+            source.noteUsed(std::ranges::find(all, Result::kPresent, &Done::result) == all.end());
+        }
+        return status == kPassed && !unrecorded.empty() ? kFailed : status;
     });
 }
 
@@ -488,11 +531,15 @@ void addIdentity(Tool& tool)
         "free one. Which unit has which row is kept in FILE.ledger, on the disk before anything is written; stations "
         "may share both files. No factory serial, head-unit serial or address is ever given to a second unit, whatever "
         "happens; a second try gets the same row. A unit is known by the factory serial that it has; before it has "
-        "one, by --unit.\n"
+        "one, by --unit. A row that a unit has had is given again only to one that holds a value of it, or with "
+        "--again.\n"
         "\n"
         "What was done is added to a journal, one JSON object a line.");
     addSources(*verb, *writing);
     verb->add_flag("--overwrite", writing->overwrite, "Replace other values that the unit has");
+    verb->add_flag("--again", writing->again,
+                   "The unit was given its row before and its memory was erased since: give it the same row again")
+        ->needs("--csv");
     verb->add_flag("--dry-run", writing->dryRun, "Only say what would be done; no row is given away");
     verb->add_option("--journal", writing->journal, "Where to keep the journal")
         ->type_name("FILE")

@@ -33,6 +33,9 @@ using station::TraceEvent;
 using Kind = TraceEvent::Kind;
 namespace catalogue = protocol::catalogue;
 
+/// How long a device that has gone is waited for at the end, to give the unit its mode back.
+constexpr auto kRestoreWait = std::chrono::seconds(1);
+
 struct Options {
     station::PortSpec port;
     std::string filter;
@@ -197,7 +200,7 @@ public:
             complain(kProgram, error.what());
             status_ = kNoAnswer;
         }
-        restore(unit);
+        restore(connection, unit);
         if (capture_ && !capture_->failure().empty() && !complained_) {
             complainAboutCapture();
         }
@@ -245,12 +248,14 @@ private:
         }
     }
 
-    void restore(station::identity::UnitIdentity& unit)
+    void restore(Connection& connection, station::identity::UnitIdentity& unit)
     {
         if (!options_.enterTestMode) {
             return;
         }
         tool_.interrupt.clear();
+        // The watching may wait for ever, its end may not.
+        connection.waitAtMost(kRestoreWait);
         try {
             unit.restoreMode();
         } catch (const std::exception& error) {

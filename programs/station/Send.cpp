@@ -106,6 +106,10 @@ private:
                 answer.later = std::move(frame);
                 return;
             }
+            // A unit that never falls silent has always another frame.
+            if (Connection::Clock::now() >= deadline) {
+                return;
+            }
         }
     }
 

@@ -2,11 +2,8 @@
 
 #include <csv.h>
 
-#include <cerrno>
-#include <fstream>
 #include <memory>
 #include <set>
-#include <system_error>
 #include <utility>
 
 namespace station::identity {
@@ -76,17 +73,15 @@ class TableReader
 public:
     TableReader(const std::string& path, Records records) : records_(records) { table_.path = path; }
 
-    CsvTable read()
+    CsvTable read(std::string_view text)
     {
-        errno = 0;
-        std::ifstream in(table_.path, std::ios::binary);
-        if (!in) {
-            throw CsvError(table_.path + ": " + std::generic_category().message(errno));
-        }
         std::unique_ptr<RowParser> parser;
         std::size_t number = 0;
-        for (std::string line; std::getline(in, line);) {
+        while (!text.empty()) {
             ++number;
+            const std::size_t end = text.find('\n');
+            std::string line(text.substr(0, end));
+            text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
             if (line.size() > kLongestLine) {
                 fail(table_.path, number, "a line of more than a million characters");
             }
@@ -109,9 +104,6 @@ public:
                 fail(table_.path, number, "no CSV: a quote that is not closed on its line");
             }
             take(number, row);
-        }
-        if (in.bad()) {
-            throw CsvError(table_.path + ": cannot be read to its end");
         }
         if (columns_.empty()) {
             fail(table_.path, 1, "a line with the names of records was expected, as in 'factory-serial,carplay-mac'");
@@ -170,10 +162,13 @@ private:
             }
             if (record.unique) {
                 unique = true;
-                const auto [where, fresh] = lines_.try_emplace({name, value}, line);
-                if (!fresh) {
+                const auto [where, fresh] = lines_.try_emplace({kindOf(record), value}, Place{line, name});
+                const Place& first = where->second;
+                // A unit may use one address for both.
+                if (!fresh && (first.line != line || first.name == name)) {
                     fail(table_.path, line,
-                         name + " " + value + " stands in line " + std::to_string(where->second) + " already");
+                         name + " " + value + " stands in line " + std::to_string(first.line) + " already" +
+                             (first.name == name ? "" : ", as " + first.name));
                 }
             }
             row.values.emplace(name, std::move(value));
@@ -184,17 +179,29 @@ private:
         table_.rows.push_back(std::move(row));
     }
 
+    struct Place {
+        std::size_t line = 0;
+        std::string name;
+    };
+
+    /// @returns within what values must differ.
+    static std::string kindOf(const Record& record)
+    {
+        const bool address = record.write->params.front().type == protocol::catalogue::Type::kHexText;
+        return address ? "address" : std::string(record.name);
+    }
+
     Records records_;
     CsvTable table_;
     std::vector<const Record*> columns_;
-    std::map<std::pair<std::string, std::string>, std::size_t> lines_;  // of unique values
+    std::map<std::pair<std::string, std::string>, Place> lines_;  // of unique values
 };
 
 }  // namespace
 
-CsvTable readCsv(const std::string& path, Records records)
+CsvTable readCsv(std::string_view text, const std::string& path, Records records)
 {
-    return TableReader(path, records).read();
+    return TableReader(path, records).read(text);
 }
 
 Values uniqueValues(const Values& values, Records records)

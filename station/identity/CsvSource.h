@@ -4,6 +4,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "station/identity/Record.h"
@@ -31,10 +32,13 @@ struct CsvTable {
     std::vector<CsvRow> rows;
 };
 
-/// Reads a table of comma- or semicolon-separated values, as spreadsheets write it: the first line holds names of
-/// records, quotes and a byte-order mark are understood, empty lines passed over. Each row needs a value of a record
-/// that is unique, and none of those may stand in two rows. All rows are checked before one is used. Throws CsvError.
-CsvTable readCsv(const std::string& path, Records records);
+/// Takes `text` for a table of comma- or semicolon-separated values, as spreadsheets write it: the first line holds
+/// names of records, quotes and a byte-order mark are understood, empty lines passed over. Each row needs a value of a
+/// record that is unique, and none of those may stand in two rows. All rows are checked before one is used. Throws
+/// CsvError. Addresses of whatever kind count as one: none may be a CarPlay MAC in one row and a Bluetooth address in
+/// another.
+/// @param path of the file that the text comes from.
+CsvTable readCsv(std::string_view text, const std::string& path, Records records);
 
 /// @returns those of the values that no two units may share.
 Values uniqueValues(const Values& values, Records records);

@@ -1,6 +1,7 @@
 #include "station/identity/Journal.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -27,7 +28,7 @@ Journal::Journal(const std::string& path) : path_(path), descriptor_(-1)
 {
     std::error_code error;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
-    descriptor_ = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    descriptor_ = open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
     if (descriptor_ < 0) {
         fail();
     }
@@ -54,8 +55,20 @@ void Journal::noteEnd(const std::string& port, const std::string& unit, const st
     append(jsonLine({{"port", port}, {"unit", unit}, {"result", "ended"}, {"reason", why}}));
 }
 
-void Journal::append(const std::string& line)
+/// @returns whether the last line has no end: a disk was full, or a station died.
+bool Journal::endsWithinALine() const
 {
+    struct stat file = {};
+    char last = '\n';
+    return fstat(descriptor_, &file) == 0 && S_ISREG(file.st_mode) && file.st_size > 0 &&
+           pread(descriptor_, &last, 1, file.st_size - 1) == 1 && last != '\n';
+}
+
+void Journal::append(std::string line)
+{
+    if (endsWithinALine()) {
+        line.insert(0, 1, '\n');
+    }
     // One call: what is appended at once does not mix with what others append.
     const ssize_t written = ::write(descriptor_, line.data(), line.size());
     if (written >= 0 && static_cast<std::size_t>(written) != line.size()) {

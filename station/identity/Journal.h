@@ -8,6 +8,7 @@ namespace station::identity {
 
 /// What was done to units, for whoever asks later: one JSON object a line with "schema", "time", "port", "unit",
 /// "record", "old", "new" and "result". Lines of several stations do not mix, and are on the disk when `note` returns.
+/// What was left unfinished, on a full disk for one, stays a line of its own.
 /// As it holds passwords, a new one is for its owner only.
 class Journal
 {
@@ -26,7 +27,8 @@ public:
     void noteEnd(const std::string& port, const std::string& unit, const std::string& why);
 
 private:
-    void append(const std::string& line);
+    void append(std::string line);
+    bool endsWithinALine() const;
     [[noreturn]] void fail() const;
 
     std::string path_;

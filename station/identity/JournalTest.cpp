@@ -66,6 +66,24 @@ TEST_F(JournalTest, IsAddedTo)
     EXPECT_EQ(lines()[0]["reason"], "the link failed");
 }
 
+TEST_F(JournalTest, LineThatWasNotFinishedDoesNotSpoilTheNext)
+{
+    Journal journal(path);
+    journal.noteEnd("/dev/x", "U1", "first");
+    std::ofstream(path, std::ios::app) << R"({"schema":1,"ti)";
+
+    journal.noteEnd("/dev/x", "U1", "second");
+
+    std::ifstream in(path);
+    std::vector<std::string> found;
+    for (std::string line; std::getline(in, line);) {
+        found.push_back(line);
+    }
+    ASSERT_THAT(found, SizeIs(3));
+    EXPECT_EQ(found[1], R"({"schema":1,"ti)");
+    EXPECT_EQ(nlohmann::json::parse(found[2])["reason"], "second");
+}
+
 TEST_F(JournalTest, IsForItsOwnerOnly)
 {
     const Journal journal(path);

@@ -56,6 +56,9 @@ std::string serialOf(const Values& values)
     return found == values.end() ? "" : found->second;
 }
 
+constexpr const char* kLabel = "label";
+constexpr const char* kSerial = "serial";
+
 bool shareAValue(const Values& one, const Values& other)
 {
     return std::ranges::any_of(one, [&](const auto& entry) {
@@ -129,13 +132,15 @@ Ledger::Grant Ledger::reserve(const CsvTable& table, const Unit& unit, const std
     if (const auto own = ownOf(unit, given); own != given.end()) {
         const CsvRow* row = rowFor(table, *own);
         if (serial && serialOf(row->values) != *serial) {
-            throw NoRow("unit " + own->unit + " has been given line " + std::to_string(row->line) + " of " +
+            throw NoRow("unit " + own->unit.text + " has been given line " + std::to_string(row->line) + " of " +
                         table.path + ", not the one of factory serial " + *serial);
         }
+        refuseOthers(table, *row, *own, unit);
         if (!dryRun && !tryLock(own->offset)) {
-            throw NoRow("another station works on unit " + own->unit);
+            throw NoRow("another station works on unit " + own->unit.text);
         }
-        return {*row, own->unit, true};
+        granted_ = own->unit;
+        return {*row, own->unit.text, true};
     }
 
     const auto owner = [&](const CsvRow& row) {
@@ -160,27 +165,30 @@ Ledger::Grant Ledger::reserve(const CsvTable& table, const Unit& unit, const std
     }
     if (const auto other = owner(*row); other != given.end()) {
         throw NoRow(table.path + ":" + std::to_string(row->line) + ": a value of this row has been given to unit " +
-                    other->unit);
+                    other->unit.text);
     }
-    const std::string name = unit.id.empty() ? unit.serial : unit.id;
+    const Name name = unit.id.empty() ? Name{unit.serial, kSerial} : Name{unit.id, kLabel};
     if (!dryRun) {
         const off_t offset = end_;
         append(jsonLine({{"event", "reserved"},
-                         {"unit", name},
+                         {"unit", name.text},
+                         {"by", name.by},
+                         {"held", unit.serial},
                          {"line", row->line},
                          {"values", ordered_json(uniqueValues(row->values, records_))}}));
         if (!tryLock(offset)) {
             fail("another station has locked a reservation that was not there");
         }
     }
-    return {*row, name, false};
+    granted_ = name;
+    return {*row, name.text, false};
 }
 
 std::optional<CsvRow> Ledger::rowOf(const CsvTable& table, const std::string& id)
 {
     const WholeLock lock(*this);
     const Reservations given = load();
-    const auto own = std::ranges::find(given, id, &Reservation::unit);
+    const auto own = std::ranges::find_if(given, [&](const Reservation& one) { return one.unit.is(id, kLabel); });
     return own == given.end() ? std::nullopt : std::optional(*rowFor(table, *own));
 }
 
@@ -190,21 +198,42 @@ Ledger::Reservations::const_iterator Ledger::ownOf(const Unit& unit, const Reser
     const auto holder = unit.serial.empty() ? given.end() : std::ranges::find_if(given, [&](const Reservation& one) {
         return serialOf(one.values) == unit.serial;
     });
+    const auto named = [&](const std::string& text, const char* kind) {
+        return std::ranges::find_if(given, [&](const Reservation& one) { return one.unit.is(text, kind); });
+    };
     if (unit.id.empty()) {
-        return holder != given.end() ? holder : std::ranges::find(given, unit.serial, &Reservation::unit);
+        return holder != given.end() ? holder : named(unit.serial, kSerial);
     }
-    if (holder != given.end() && holder->unit != unit.id) {
+    if (holder != given.end() && !holder->unit.is(unit.id, kLabel)) {
         throw NoRow("this is no unit " + unit.id + ": it holds factory serial " + unit.serial +
-                    ", which was given to unit " + holder->unit);
+                    ", which was given to unit " + holder->unit.text);
     }
-    return std::ranges::find(given, unit.id, &Reservation::unit);
+    return named(unit.id, kLabel);
 }
 
-void Ledger::noteVerified(const std::string& unit)
+void Ledger::refuseOthers(const CsvTable& table, const CsvRow& row, const Reservation& own, const Unit& unit) const
+{
+    const std::string given = serialOf(own.values);
+    if (shareAValue(unit.held, own.values) || (!unit.serial.empty() && unit.serial == given)) {
+        return;
+    }
+    const std::string where = "line " + std::to_string(row.line) + " of " + table.path;
+    if (!unit.serial.empty() && !given.empty() && unit.serial != own.held) {
+        throw NoRow("this is no unit " + own.unit.text + ": it holds factory serial " + unit.serial + ", and " + where +
+                    ", which unit " + own.unit.text + " was given, has " + given);
+    }
+    if (own.used && !unit.erased) {
+        throw NoRow("unit " + own.unit.text + " was given " + where +
+                    " and has had its values; the one on the line holds none of them: give another --unit, or --again "
+                    "when it is the same unit and its memory was erased");
+    }
+}
+
+void Ledger::noteUsed(bool verified)
 {
     const WholeLock lock(*this);
     load();
-    append(jsonLine({{"event", "verified"}, {"unit", unit}}));
+    append(jsonLine({{"event", verified ? "verified" : "written"}, {"unit", granted_.text}, {"by", granted_.by}}));
 }
 
 const CsvRow* Ledger::rowFor(const CsvTable& table, const Reservation& reservation) const
@@ -216,10 +245,10 @@ const CsvRow* Ledger::rowFor(const CsvTable& table, const Reservation& reservati
         }
         if (shareAValue(unique, reservation.values)) {
             throw NoRow(table.path + ":" + std::to_string(row.line) +
-                        ": this row has changed since it was given to unit " + reservation.unit);
+                        ": this row has changed since it was given to unit " + reservation.unit.text);
         }
     }
-    throw NoRow("the row that was given to unit " + reservation.unit + " is no longer in " + table.path);
+    throw NoRow("the row that was given to unit " + reservation.unit.text + " is no longer in " + table.path);
 }
 
 Ledger::Reservations Ledger::load()
@@ -247,6 +276,9 @@ Ledger::Reservations Ledger::load()
     text.resize(whole);
     end_ = static_cast<off_t>(whole);
 
+    const auto nameIn = [](const ordered_json& line) {
+        return Name{line.at("unit").get<std::string>(), line.value("by", "")};
+    };
     Reservations all;
     std::size_t number = 1;
     for (std::size_t begin = 0; begin < text.size(); ++number) {
@@ -254,9 +286,15 @@ Ledger::Reservations Ledger::load()
         try {
             const auto line = ordered_json::parse(text.begin() + static_cast<std::ptrdiff_t>(begin),
                                                   text.begin() + static_cast<std::ptrdiff_t>(end));
-            if (line.at("event") == "reserved") {
+            const std::string event = line.at("event").get<std::string>();
+            if (event == "reserved") {
                 all.push_back(
-                    {line.at("unit").get<std::string>(), line.at("values").get<Values>(), static_cast<off_t>(begin)});
+                    {nameIn(line), line.value("held", ""), line.at("values").get<Values>(), static_cast<off_t>(begin)});
+            } else if (event == "verified" || event == "written") {
+                const auto own = std::ranges::find(all, nameIn(line), &Reservation::unit);
+                if (own != all.end()) {
+                    own->used = true;
+                }
             }
         } catch (const nlohmann::json::exception&) {
             fail("line " + std::to_string(number) +

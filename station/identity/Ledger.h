@@ -35,7 +35,9 @@ public:
 /// share it; it is locked with open file description locks (fcntl), a byte for the whole and a byte for each
 /// reservation, which the kernel takes back when a station dies.
 ///
-/// A reservation is never taken back, whatever happens to the unit. The same unit gets its own row again.
+/// A reservation is never taken back, whatever happens to the unit. The same unit gets its own row again; once the row
+/// has been used, a unit that holds none of the row's unique values does not count as the same one, whatever it is
+/// called.
 class Ledger
 {
 public:
@@ -50,6 +52,10 @@ public:
     struct Unit {
         std::string id;      ///< what tells it from others before it has an identity: printed on it, for one
         std::string serial;  ///< the factory serial number that it holds
+        Values held = {};    ///< unique records that it holds beside that, as far as they are known
+        /// Somebody vouches that a unit without anything of its row is the one that was given it: its memory was
+        /// erased.
+        bool erased = false;
     };
 
     struct Grant {
@@ -69,16 +75,31 @@ public:
     /// @returns the row that the unit of this id has been given; nothing for none. Throws as `reserve` does.
     std::optional<CsvRow> rowOf(const CsvTable& table, const std::string& id);
 
-    /// Notes that the unit has all values of its row.
-    void noteVerified(const std::string& unit);
+    /// Notes that the unit which was granted a row has all its values: that they were compared, or else that they were
+    /// written and one of them cannot be read back. Either way the row is used. To be called after `reserve` only.
+    void noteUsed(bool verified);
 
     const std::string& path() const { return path_; }
 
 private:
+    /// Names of units: what somebody calls one may be what another one's factory serial says.
+    struct Name {
+        std::string text;
+        std::string by;  // "label", "serial"; empty in ledgers from before they were told apart
+
+        bool operator==(const Name&) const = default;
+        bool is(const std::string& wanted, const char* kind) const
+        {
+            return text == wanted && (by.empty() || by == kind);
+        }
+    };
+
     struct Reservation {
-        std::string unit;
+        Name unit;
+        std::string held;  // the factory serial that the unit had then
         Values values;     // unique ones
         off_t offset = 0;  // of its line: the byte that is locked while it is worked on
+        bool used = false;
     };
     /// The newest last; a unit has one at most.
     using Reservations = std::vector<Reservation>;
@@ -88,6 +109,7 @@ private:
     Reservations load();
     void append(const std::string& line);
     Reservations::const_iterator ownOf(const Unit& unit, const Reservations& given) const;
+    void refuseOthers(const CsvTable& table, const CsvRow& row, const Reservation& own, const Unit& unit) const;
     const CsvRow* rowFor(const CsvTable& table, const Reservation& reservation) const;
     bool tryLock(off_t offset) const;
     [[noreturn]] void fail(const std::string& what) const;
@@ -97,6 +119,7 @@ private:
     const Interrupt* interrupt_;
     int descriptor_ = -1;
     off_t end_ = 0;  // of what load() has read
+    Name granted_;
 };
 
 }  // namespace station::identity

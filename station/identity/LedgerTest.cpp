@@ -28,7 +28,7 @@ protected:
     void write(const std::string& content)
     {
         std::ofstream(csv) << content;
-        table = readCsv(csv, all);
+        table = readCsv(content, csv, all);
     }
 
     /// A station of its own, which ends with the call.
@@ -41,6 +41,14 @@ protected:
     Ledger::Grant reserveHolding(const std::string& held, const std::string& unit = {})
     {
         return Ledger(csv, all, nullptr).reserve(table, {unit, held}, {}, false);
+    }
+
+    /// Gives a unit its row, which it then has.
+    void use(const Ledger::Unit& unit, bool verified)
+    {
+        Ledger station(csv, all, nullptr);
+        station.reserve(table, unit, {}, false);
+        station.noteUsed(verified);
     }
 
     std::string refusal(const std::string& unit, const std::optional<std::string>& serial = {})
@@ -135,6 +143,82 @@ TEST_F(LedgerTest, UnitThatIsCalledByAnothersFactorySerialIsNotTakenForThatUnit)
     reserve("U1");
 
     EXPECT_EQ(reserve("SN1").row.line, 3u);
+}
+
+TEST_F(LedgerTest, UsedRowIsNotGivenToAnotherUnitThatIsCalledTheSame)
+{
+    use({"U1", ""}, true);
+
+    EXPECT_THAT(refusal("U1"),
+                AllOf(HasSubstr("unit U1 was given line 2 of"), HasSubstr("values.csv"), HasSubstr("--again")));
+    EXPECT_THAT(ledger(), testing::Not(HasSubstr("SN2")));
+}
+
+TEST_F(LedgerTest, RowThatWasWrittenButNotComparedIsUsedToo)
+{
+    use({"U1", ""}, false);
+
+    EXPECT_THAT(ledger(), AllOf(HasSubstr(R"("event":"written")"), testing::Not(HasSubstr("verified"))));
+    EXPECT_THAT(refusal("U1"), HasSubstr("--again"));
+}
+
+TEST_F(LedgerTest, UsedRowIsGivenAgainToTheUnitThatShowsAValueOfIt)
+{
+    use({"U1", ""}, true);
+
+    EXPECT_TRUE(reserveHolding("SN1", "U1").again);
+    EXPECT_TRUE(reserveHolding("SN1").again);
+    EXPECT_TRUE(
+        Ledger(csv, all, nullptr).reserve(table, {"U1", "", {{"carplay-mac", "001122334455"}}}, {}, false).again);
+}
+
+TEST_F(LedgerTest, UsedRowIsGivenAgainToAnErasedUnitThatSomebodyVouchesFor)
+{
+    use({"U1", ""}, true);
+
+    const auto grant = Ledger(csv, all, nullptr).reserve(table, {"U1", "", {}, true}, {}, false);
+
+    EXPECT_TRUE(grant.again);
+    EXPECT_EQ(grant.row.line, 2u);
+}
+
+TEST_F(LedgerTest, UsedRowOfAUnitKnownByItsFormerSerialIsNotGivenToTheNextOneThatHoldsIt)
+{
+    use({"", "DEFAULT"}, true);
+
+    EXPECT_THROW(reserveHolding("DEFAULT"), NoRow);
+}
+
+TEST_F(LedgerTest, FactorySerialIsNotLookedUpAmongTheNamesThatSomebodyGave)
+{
+    reserve("X7");
+
+    const auto other = reserveHolding("X7");
+
+    EXPECT_FALSE(other.again);
+    EXPECT_EQ(other.row.line, 3u);
+    EXPECT_EQ(reserve("X7").row.line, 2u);
+    EXPECT_EQ(Ledger(csv, all, nullptr).rowOf(table, "X7")->line, 2u);
+}
+
+TEST_F(LedgerTest, UnitThatHoldsASerialThatNobodyGaveItIsRefused)
+{
+    reserve("U1");
+
+    try {
+        reserveHolding("SN9", "U1");
+        FAIL() << "it was given a row";
+    } catch (const NoRow& error) {
+        EXPECT_THAT(error.what(), AllOf(HasSubstr("this is no unit U1: it holds factory serial SN9"),
+                                        HasSubstr("line 2 of"), HasSubstr("has SN1")));
+    }
+}
+
+TEST_F(LedgerTest, UnitMayStillHoldTheSerialThatItHadWhenItWasGivenItsRow)
+{
+    reserveHolding("OLD", "U1");
+
+    EXPECT_TRUE(reserveHolding("OLD", "U1").again);
 }
 
 TEST_F(LedgerTest, DryRunGivesNothingAway)

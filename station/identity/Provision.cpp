@@ -49,6 +49,8 @@ const char* name(Result result)
     switch (result) {
         case Result::kWritten:
             return "written";
+        case Result::kPresent:
+            return "present";
         case Result::kUnchanged:
             return "unchanged";
         case Result::kWouldWrite:
@@ -84,8 +86,8 @@ std::vector<Done> write(UnitIdentity& unit, std::span<const Wanted> wanted, Writ
                 unit.write(*done.record, done.wanted);
                 done.after = unit.read(*done.record);
                 const bool presence = done.record->presenceOnly && done.after.present;
-                done.result = presence ? Result::kWritten : compare(done.after, done.wanted, Result::kWritten);
-                stopped = done.result != Result::kWritten;
+                done.result = presence ? Result::kPresent : compare(done.after, done.wanted, Result::kWritten);
+                stopped = done.result != Result::kWritten && !presence;
             }
         }
         report(done);
@@ -110,6 +112,7 @@ std::string describe(const Done& done)
     const std::string begin = std::string(record.name) + ": ";
     switch (done.result) {
         case Result::kWritten:
+        case Result::kPresent:
             return begin + "written " + done.wanted + " (was " + shown(done.before, record) + ")" +
                    (record.presenceOnly ? "; the unit only tells that there is one" : "");
         case Result::kUnchanged:

@@ -12,6 +12,7 @@ namespace station::identity {
 
 enum class Result : std::uint8_t {
     kWritten,     ///< written, and read back as it was sent
+    kPresent,     ///< written; the unit only tells that there is a value, and not which
     kUnchanged,   ///< the unit had this value already
     kWouldWrite,  ///< on a dry run: would have been written
     kRefused,     ///< the unit has another value, which was not to be overwritten
@@ -21,7 +22,7 @@ enum class Result : std::uint8_t {
     kMissing,     ///< what was read back is no value
 };
 
-/// @returns "written", "unchanged", "would-write", "refused", "skipped", "matches", "differs", "missing".
+/// @returns "written", "present", "unchanged", "would-write", "refused", "skipped", "matches", "differs", "missing".
 const char* name(Result result);
 
 /// What a unit is to have.

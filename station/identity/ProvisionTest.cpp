@@ -257,7 +257,7 @@ TEST_F(ProvisionTest, BluetoothAddressIsWrittenWhenItsPresenceShows)
 {
     unit.enterTestMode();
 
-    EXPECT_THAT(write({wanted("bluetooth-address", "0002F5A1B2C3")}), ElementsAre(Result::kWritten));
+    EXPECT_THAT(write({wanted("bluetooth-address", "0002F5A1B2C3")}), ElementsAre(Result::kPresent));
     EXPECT_EQ(describe(last),
               "bluetooth-address: written 0002F5A1B2C3 (was nothing); the unit only tells that there is one");
 }
@@ -268,7 +268,7 @@ TEST_F(ProvisionTest, BluetoothAddressThatIsThereIsRefusedUnlessItIsTheUnitsOwnO
     peer.hasBluetoothAddress = true;
 
     EXPECT_THAT(write({wanted("bluetooth-address", "0002F5A1B2C3")}), ElementsAre(Result::kRefused));
-    EXPECT_THAT(write({wanted("bluetooth-address", "0002F5A1B2C3", true)}), ElementsAre(Result::kWritten));
+    EXPECT_THAT(write({wanted("bluetooth-address", "0002F5A1B2C3", true)}), ElementsAre(Result::kPresent));
     EXPECT_THAT(write({wanted("bluetooth-address", "001A7DDA7113")}), ElementsAre(Result::kUnchanged));
 }
 

@@ -155,6 +155,64 @@ TEST_F(StationIdentityTest, RowsGoToTheUnitsThatAskAtTheSameTime)
     EXPECT_THAT(linesOf(contentOf(file + ".ledger")), SizeIs(5));  // reserved, reserved, verified, verified, verified
 }
 
+TEST_F(StationIdentityTest, SecondUnitUnderANameThatIsUsedGetsItsRowOnlyWhenSomebodyVouchesForIt)
+{
+    startService();
+    auto& second = start({ENGINEERING_SERVICE, "--root", (directory() / "root2").string(), "--uart",
+                          "pty:" + (directory() / "uart2").string()});
+    ASSERT_TRUE(second.waitForLine(Stream::kErr, "ready uart="));
+    const std::string port = directory() / "uart2";
+    const std::string file = csv("factory-serial,carplay-mac\nSN1,001122334455\nSN2,001122334456\n");
+    ASSERT_EQ(identity({"write", "--csv", file, "--unit", "PCB-4711"}).status, 0);
+
+    const auto refused = identity({"write", "--csv", file, "--unit", "PCB-4711", "--port", port});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(linesOf(refused.err),
+                ElementsAre(testing::AllOf(HasSubstr("PCB-4711"), HasSubstr("line 2"), HasSubstr("--again"))));
+    EXPECT_EQ(stored("factory_serial_num", "root2"), "");
+
+    EXPECT_EQ(identity({"write", "--csv", file, "--unit", "PCB-4711", "--port", port, "--again"}).status, 0);
+    EXPECT_EQ(stored("factory_serial_num", "root2"), "SN1");
+}
+
+TEST_F(StationIdentityTest, AddressThatCannotBeReadBackIsNotCalledVerified)
+{
+    startService();
+    const std::string file = csv("factory-serial,bluetooth-address\nSN1,0002F5A1B2C3\n");
+
+    EXPECT_EQ(identity({"write", "--csv", file, "--unit", "U1"}).status, 0);
+
+    EXPECT_THAT(contentOf(file + ".ledger"),
+                testing::AllOf(HasSubstr(R"("event":"written")"), testing::Not(HasSubstr("verified"))));
+    const auto lines = journal();
+    ASSERT_THAT(lines, SizeIs(2));
+    for (const json& line : lines) {
+        EXPECT_EQ(line["result"], line["record"] == "bluetooth-address" ? "present" : "written");
+    }
+}
+
+TEST_F(StationIdentityTest, JournalThatCannotBeWrittenLeavesNoUnitHalfDone)
+{
+    startService();
+
+    const auto outcome =
+        identity({"write", "--set", "factory-serial=SN1", "--set", "hu-serial=HU7", "--journal", "/dev/full"});
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("/dev/full: cannot write the journal")));
+    EXPECT_THAT(linesOf(outcome.out), SizeIs(2));
+    EXPECT_EQ(stored("factory_serial_num"), "SN1");
+    EXPECT_EQ(stored("hu_serial_num"), "HU7");
+}
+
+TEST_F(StationIdentityTest, FileThatCannotBeReadIsNamed)
+{
+    const auto outcome = identity({"write", "--csv", directory(), "--unit", "U1"});
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr(directory())));
+}
+
 TEST_F(StationIdentityTest, UnitThatWillBeRefusedUsesNoRowUp)
 {
     startService();
@@ -314,6 +372,22 @@ std::string phaseName(const testing::TestParamInfo<std::size_t>& phase)
 }
 
 INSTANTIATE_TEST_SUITE_P(Identity, PhaseTest, testing::Values(0u, 1u, 2u, 3u), phaseName);
+
+TEST_F(PlayedUnitTest, InterruptWhileTheModeIsGivenBackHasStatusFour)
+{
+    // 8F FF [00]; 0F 00 [01], 8F 00 [01]; 0F 00 [00]
+    const Bytes modeIsOff{0x2A, 0xA2, 0x00, 0x03, 0x8F, 0xFF, 0x00, 0x00, 0xFE, 0x6F};
+    const Bytes setOn{0x2A, 0xA2, 0x00, 0x03, 0x0F, 0x00, 0x01, 0x00, 0xFF, 0xED};
+    const Bytes isSet{0x2A, 0xA2, 0x00, 0x03, 0x8F, 0x00, 0x01, 0x00, 0xFF, 0x6D};
+    const Bytes setOff{0x2A, 0xA2, 0x00, 0x03, 0x0F, 0x00, 0x00, 0x00, 0xFF, 0xEE};
+    auto& process = start(command({"read", "factory-serial", "--port", unit.path()}));
+    play(unit, {{kAskMode, modeIsOff}, {setOn, isSet}, {kAskSerial, kSerial}, {setOff, {}}}, 4);
+
+    process.signal(SIGINT);
+
+    expectEnd(process, 4);
+    EXPECT_THAT(linesOf(process.output(Stream::kErr)), ElementsAre(HasSubstr("auto-test mode may be left on")));
+}
 
 TEST_F(PlayedUnitTest, PortThatIsMissingHasStatusTen)
 {

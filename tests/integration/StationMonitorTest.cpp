@@ -57,6 +57,38 @@ TEST_F(StationMonitorTest, ShowsWhatTheUnitSendsByItselfAndGivesTheModeBack)
     EXPECT_THAT(run({ENGINEERING_STATION, "send", "0F", "FF"}).out, HasSubstr("8F FF [00]"));
 }
 
+TEST_F(StationMonitorTest, DurationEndsItAlsoWhileTheDeviceIsAway)
+{
+    PtyPeer unit;
+    auto& process = monitor({"--port", unit.path(), "--enter-test-mode", "--duration", "0.5"});
+    // 0F FF [], 8F FF [01]
+    unit.read(8);
+    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0xFF, 0x01, 0x00, 0xFE, 0x6E});
+    expectLine(process, "test.mode: mode=1 (on)");
+    unit.hangUp();
+
+    expectLine(process, "lost");
+    expectEnd(process, 0);
+}
+
+TEST_F(StationMonitorTest, InterruptEndsItWhileTheDeviceIsAwayAndItsModeCannotBeGivenBack)
+{
+    PtyPeer unit;
+    auto& process = monitor({"--port", unit.path(), "--enter-test-mode"});
+    // 0F FF [], 8F FF [00]; 0F 00 [01], 8F 00 [01]
+    unit.read(8);
+    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0xFF, 0x00, 0x00, 0xFE, 0x6F});
+    unit.read(10);
+    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0x00, 0x01, 0x00, 0xFF, 0x6D});
+    expectLine(process, "test.set-mode: mode=1 (on)");
+    unit.hangUp();
+    expectLine(process, "lost");
+
+    interrupt(process);
+
+    EXPECT_THAT(linesOf(process.output(Stream::kErr)), ElementsAre(HasSubstr("auto-test mode is left on")));
+}
+
 TEST_F(StationMonitorTest, FilterHidesTheRestAndTheCaptureHoldsAll)
 {
     startService();
