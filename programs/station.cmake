@@ -29,5 +29,5 @@ target_link_libraries(engineering-station PRIVATE station_tool_report)
 include(station/plan.cmake)
 
 # These two headers take most of a file's compile time.
-target_precompile_headers(engineering-station PRIVATE <CLI/CLI.hpp> <nlohmann/json.hpp>)
-target_precompile_headers(station_tool_plan PRIVATE <CLI/CLI.hpp> <nlohmann/json.hpp>)
+precompile(engineering-station <CLI/CLI.hpp> <nlohmann/json.hpp>)
+precompile(station_tool_plan <CLI/CLI.hpp> <nlohmann/json.hpp>)

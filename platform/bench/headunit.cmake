@@ -49,4 +49,4 @@ unit_test(bench_headunit_test
   LIBRARIES platform_bench test_support_process PkgConfig::gio)
 
 # The JSON header takes most of a file's compile time.
-target_precompile_headers(platform_bench PRIVATE <nlohmann/json.hpp>)
+precompile(platform_bench <nlohmann/json.hpp>)
