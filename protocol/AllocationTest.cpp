@@ -11,29 +11,7 @@
 #include "protocol/FrameAssembler.h"
 #include "tests/support/WireVectors.h"
 
-namespace {
-
-std::atomic<std::size_t> theAllocations = 0;
-
-}  // namespace
-
-void* operator new(std::size_t size)
-{
-    ++theAllocations;
-    if (void* const memory = std::malloc(size))
-        return memory;
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
+#include "tests/support/AllocationCounter.h"
 
 namespace {
 

@@ -14,33 +14,10 @@
 #include "platform/bench/HeadUnit.h"
 #include "platform/bench/Root.h"
 #include "platform/bench/Wire.h"
+#include "tests/support/AllocationCounter.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/SignalRecorder.h"
 #include "tests/support/TempDir.h"
-
-namespace {
-
-std::atomic<std::size_t> theAllocations = 0;
-
-}  // namespace
-
-void* operator new(std::size_t size)
-{
-    ++theAllocations;
-    if (void* const memory = std::malloc(size))
-        return memory;
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 namespace {
 
