@@ -13,9 +13,9 @@
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/HexBytes.h"
+#include "station/ClockText.h"
 #include "station/Connection.h"
 #include "station/WireBytes.h"
-#include "station/identity/JsonLine.h"
 #include "station/identity/UnitIdentity.h"
 #include "station/monitor/EventDecoder.h"
 #include "station/monitor/EventFilter.h"
@@ -60,15 +60,7 @@ std::vector<std::uint8_t> bytesOf(const TraceEvent& event)
 /// @returns "14:03:27.123456" on the station's clock.
 std::string clockTime(std::chrono::system_clock::time_point time)
 {
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(time - seconds).count();
-    const std::time_t whole = std::chrono::system_clock::to_time_t(seconds);
-    std::tm parts{};
-    localtime_r(&whole, &parts);
-    char text[32];
-    std::snprintf(text, sizeof text, "%02d:%02d:%02d.%06d", parts.tm_hour, parts.tm_min, parts.tm_sec,
-                  static_cast<int>(us));
-    return text;
+    return station::formatLocal(time, "%H:%M:%S") + station::fractionOfSecond(time, 6);
 }
 
 /// Prints events as they happen, each at once.
@@ -114,7 +106,7 @@ private:
         const bool frame = event.kind == Kind::kSent || event.kind == Kind::kReceived;
         ordered_json object{
             {"type", frame ? "frame" : name(event.kind)},
-            {"time", station::identity::utc(event.at)},
+            {"time", station::isoUtc(event.at, 6)},
             {"time_ns", std::chrono::duration_cast<std::chrono::nanoseconds>(event.at.time_since_epoch()).count()}};
         if (event.kind == Kind::kLost || event.kind == Kind::kBack) {
             object["text"] = describe(decoder_.groups(), event, decoded);

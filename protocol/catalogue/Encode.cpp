@@ -2,6 +2,7 @@
 #include <string>
 
 #include "protocol/BigEndian.h"
+#include "protocol/InQuotes.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/HexBytes.h"
@@ -11,11 +12,6 @@
 namespace protocol::catalogue {
 
 namespace {
-
-std::string quoted(std::string_view text)
-{
-    return "'" + std::string(text) + "'";
-}
 
 std::vector<std::string_view> namesOf(std::span<const Field> fields)
 {
@@ -59,12 +55,12 @@ void checkNames(std::span<const Field> params, std::span<const Argument> argumen
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
         const std::string& name = argument->first;
         if (std::ranges::find(names, name) == names.end()) {
-            throw EncodeError("there is no parameter " + quoted(name) +
+            throw EncodeError("there is no parameter " + inQuotes(name) +
                               (names.empty() ? "; the command has none" : "; it has: " + listed(names)) +
                               didYouMean(name, names));
         }
         if (std::any_of(arguments.begin(), argument, [&](const Argument& each) { return each.first == name; })) {
-            throw EncodeError(quoted(name) + " is given twice");
+            throw EncodeError(inQuotes(name) + " is given twice");
         }
     }
 }
@@ -92,7 +88,7 @@ void appendHexText(std::vector<std::uint8_t>& bytes, const Field& field, std::st
 {
     const auto wrong = text.find_first_not_of("0123456789ABCDEFabcdef");
     if (wrong != std::string_view::npos) {
-        throw EncodeError(std::string(field.name) + ": " + quoted(text) + " is not hexadecimal throughout; " +
+        throw EncodeError(std::string(field.name) + ": " + inQuotes(text) + " is not hexadecimal throughout; " +
                           describe(field) + " without separators were expected");
     }
     checkSize(field, text.size());
@@ -103,7 +99,7 @@ void appendBytes(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
 {
     const auto parsed = parseHexBytes(text);
     if (!parsed) {
-        throw EncodeError(std::string(field.name) + ": " + quoted(text) + " are no bytes; " + describe(field) +
+        throw EncodeError(std::string(field.name) + ": " + inQuotes(text) + " are no bytes; " + describe(field) +
                           " were expected, as in '00 1A 7D'");
     }
     checkSize(field, parsed->size());
@@ -122,7 +118,7 @@ void appendRecords(std::vector<std::uint8_t>& bytes, const Field& field, std::st
     for (const auto record : pieces(text, ' ')) {
         const auto numbers = pieces(record, ':');
         if (numbers.size() != field.fields.size()) {
-            throw EncodeError(std::string(field.name) + ": " + quoted(record) + " is no record; " +
+            throw EncodeError(std::string(field.name) + ": " + inQuotes(record) + " is no record; " +
                               listed(namesOf(field.fields)) + " were expected, with ':' between them");
         }
         for (std::size_t i = 0; i < numbers.size(); ++i) {
@@ -167,7 +163,7 @@ Frame encode(const Command& command, std::span<const Argument> arguments)
             continue;
         }
         if (leftOut != nullptr) {
-            throw EncodeError(expectation(*leftOut) + "; " + quoted(field.name) + " stands behind it");
+            throw EncodeError(expectation(*leftOut) + "; " + inQuotes(field.name) + " stands behind it");
         }
         append(frame.params, field, given->second);
     }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "protocol/InQuotes.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/Suggest.h"
@@ -20,11 +21,6 @@ using Limits = std::numeric_limits<std::int64_t>;
 bool isDigit(char c)
 {
     return c >= '0' && c <= '9';
-}
-
-std::string quoted(std::string_view text)
-{
-    return "'" + std::string(text) + "'";
 }
 
 std::string_view withoutBlanks(std::string_view text)
@@ -62,7 +58,7 @@ bool parseMeasured(std::string_view text, Measured& measured)
     std::vector<std::string_view> names;
     std::ranges::transform(field.choices, std::back_inserter(names), &Choice::name);
     std::string what =
-        quoted(text) + " is no value for " + std::string(field.name) + ": " + describe(field) + " was expected";
+        inQuotes(text) + " is no value for " + std::string(field.name) + ": " + describe(field) + " was expected";
     if (!field.example.empty()) {
         what += ", for example " + std::string(field.example);
     }

@@ -4,6 +4,8 @@
 #include <numeric>
 #include <vector>
 
+#include "protocol/InQuotes.h"
+
 namespace protocol::catalogue {
 
 namespace {
@@ -38,11 +40,6 @@ std::size_t distance(std::string_view one, std::string_view other)
     return above.back();
 }
 
-std::string quoted(std::string_view text)
-{
-    return "'" + std::string(text) + "'";
-}
-
 /// For a key whose group is unknown, or which has none.
 std::string noSuchGroup(Groups groups, std::string_view key, std::size_t dot)
 {
@@ -55,10 +52,10 @@ std::string noSuchGroup(Groups groups, std::string_view key, std::size_t dot)
     const std::vector<std::string_view> words(keys.begin(), keys.end());
     const std::string suggestion = didYouMean(key, words);
     if (!suggestion.empty()) {
-        return quoted(key) + " is no command" + suggestion;
+        return inQuotes(key) + " is no command" + suggestion;
     }
-    return quoted(key) + " is no command" +
-           (dot == std::string_view::npos ? "" : ": there is no group " + quoted(key.substr(0, dot))) +
+    return inQuotes(key) + " is no command" +
+           (dot == std::string_view::npos ? "" : ": there is no group " + inQuotes(key.substr(0, dot))) +
            " (see 'catalogue list')";
 }
 
@@ -91,7 +88,7 @@ std::string_view nearest(std::string_view typed, std::span<const std::string_vie
 std::string didYouMean(std::string_view typed, std::span<const std::string_view> words)
 {
     const std::string_view word = nearest(typed, words);
-    return word.empty() ? "" : "; did you mean " + quoted(word) + "?";
+    return word.empty() ? "" : "; did you mean " + inQuotes(word) + "?";
 }
 
 std::string noSuchCommand(Groups groups, std::string_view key)
@@ -107,12 +104,12 @@ std::string noSuchCommand(Groups groups, std::string_view key)
     std::ranges::transform(group->commands, std::back_inserter(commands), &Command::key);
     const std::string prefix = std::string(group->key) + ".";
     if (dot == std::string_view::npos) {
-        return quoted(key) + " is a group; a command of it is written GROUP.COMMAND" +
-               (commands.empty() ? "" : ", as in " + quoted(prefix + std::string(commands.front())));
+        return inQuotes(key) + " is a group; a command of it is written GROUP.COMMAND" +
+               (commands.empty() ? "" : ", as in " + inQuotes(prefix + std::string(commands.front())));
     }
     const std::string_view word = nearest(key.substr(dot + 1), commands);
-    return quoted(key) + " is no command" +
-           (word.empty() ? " (see 'catalogue list')" : "; did you mean " + quoted(prefix + std::string(word)) + "?");
+    return inQuotes(key) + " is no command" +
+           (word.empty() ? " (see 'catalogue list')" : "; did you mean " + inQuotes(prefix + std::string(word)) + "?");
 }
 
 }  // namespace protocol::catalogue

@@ -4,16 +4,12 @@
 #include <tuple>
 #include <utility>
 
+#include "protocol/InQuotes.h"
 #include "protocol/catalogue/Suggest.h"
 
 namespace protocol::toml_file {
 
 namespace {
-
-std::string quoted(std::string_view text)
-{
-    return "'" + std::string(text) + "'";
-}
 
 Problem at(const toml::source_position& place, std::string text)
 {
@@ -74,7 +70,7 @@ const toml::node* TableReader::look(std::string_view key, bool required, std::st
     const toml::node* found = table_.get(key);
     if (found == nullptr && required) {
         toml_file::report(problems_, table_,
-                          "the " + what_ + " has no " + quoted(key) + ": " + std::string(kind) + " is expected");
+                          "the " + what_ + " has no " + inQuotes(key) + ": " + std::string(kind) + " is expected");
     }
     return found;
 }
@@ -91,7 +87,7 @@ std::optional<std::string> TableReader::optionalText(std::string_view key)
         return std::nullopt;
     }
     if (!found->is_string()) {
-        toml_file::report(problems_, *found, quoted(key) + " is no text");
+        toml_file::report(problems_, *found, inQuotes(key) + " is no text");
         return std::nullopt;
     }
     return found->as_string()->get();
@@ -104,7 +100,7 @@ std::string TableReader::text(std::string_view key, bool required)
     }
     auto found = optionalText(key).value_or("");
     if (required && found.empty() && table_.get(key)->is_string()) {
-        report(key, quoted(key) + " is empty");
+        report(key, inQuotes(key) + " is empty");
     }
     return found;
 }
@@ -117,13 +113,13 @@ std::optional<std::int64_t> TableReader::integer(std::string_view key, bool requ
         return std::nullopt;
     }
     if (!found->is_integer()) {
-        toml_file::report(problems_, *found, quoted(key) + " is no integer");
+        toml_file::report(problems_, *found, inQuotes(key) + " is no integer");
         return std::nullopt;
     }
     const std::int64_t value = found->as_integer()->get();
     if (value < minimum || value > maximum) {
         toml_file::report(problems_, *found,
-                          quoted(key) + " is " + std::to_string(value) + ", out of range " + std::to_string(minimum) +
+                          inQuotes(key) + " is " + std::to_string(value) + ", out of range " + std::to_string(minimum) +
                               " to " + std::to_string(maximum));
         return std::nullopt;
     }
@@ -138,7 +134,7 @@ std::optional<double> TableReader::number(std::string_view key, bool required)
     }
     const auto value = found->is_number() ? found->value<double>() : std::nullopt;
     if (!value || *value != *value) {
-        toml_file::report(problems_, *found, quoted(key) + " is no number");
+        toml_file::report(problems_, *found, inQuotes(key) + " is no number");
         return std::nullopt;
     }
     return value;
@@ -151,7 +147,7 @@ bool TableReader::boolean(std::string_view key, bool otherwise)
         return otherwise;
     }
     if (!found->is_boolean()) {
-        toml_file::report(problems_, *found, quoted(key) + " is neither true nor false");
+        toml_file::report(problems_, *found, inQuotes(key) + " is neither true nor false");
         return otherwise;
     }
     return found->as_boolean()->get();
@@ -169,7 +165,7 @@ std::optional<std::size_t> TableReader::oneOf(std::string_view key, std::initial
     }
     const auto found = std::ranges::find(words, *word);
     if (found == words.end()) {
-        report(key, quoted(key) + " is " + quoted(*word) + ": one of " + joined(words) + " is expected");
+        report(key, inQuotes(key) + " is " + inQuotes(*word) + ": one of " + joined(words) + " is expected");
         return std::nullopt;
     }
     return static_cast<std::size_t>(found - words.begin());
@@ -182,7 +178,7 @@ const toml::table* TableReader::table(std::string_view key, bool required)
         return nullptr;
     }
     if (!found->is_table()) {
-        toml_file::report(problems_, *found, quoted(key) + " is no table");
+        toml_file::report(problems_, *found, inQuotes(key) + " is no table");
         return nullptr;
     }
     return found->as_table();
@@ -196,14 +192,14 @@ std::vector<const toml::table*> TableReader::tables(std::string_view key, bool r
         return list;
     }
     if (!found->is_array()) {
-        toml_file::report(problems_, *found, quoted(key) + " is no array of tables");
+        toml_file::report(problems_, *found, inQuotes(key) + " is no array of tables");
         return list;
     }
     for (const toml::node& element : *found->as_array()) {
         if (element.is_table()) {
             list.push_back(element.as_table());
         } else {
-            toml_file::report(problems_, element, quoted(key) + " holds something that is no table");
+            toml_file::report(problems_, element, inQuotes(key) + " holds something that is no table");
         }
     }
     return list;
@@ -214,7 +210,7 @@ void TableReader::finish()
     const std::vector<std::string_view> words(known_.begin(), known_.end());
     for (const auto& [key, value] : table_) {
         if (!known_.contains(key.str())) {
-            problems_.push_back(at(key.source().begin, "the " + what_ + " knows no " + quoted(key.str()) +
+            problems_.push_back(at(key.source().begin, "the " + what_ + " knows no " + inQuotes(key.str()) +
                                                            catalogue::didYouMean(key.str(), words)));
         }
     }

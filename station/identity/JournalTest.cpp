@@ -109,11 +109,5 @@ TEST_F(JournalTest, ThatCannotBeWrittenIsNamed)
     }
 }
 
-TEST(Utc, IsIsoWithMicroseconds)
-{
-    using namespace std::chrono_literals;
-    EXPECT_EQ(utc(std::chrono::system_clock::time_point(1795262400'000042000ns)), "2026-11-21T12:00:00.000042Z");
-}
-
 }  // namespace
 }  // namespace station::identity

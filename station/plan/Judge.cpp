@@ -14,7 +14,7 @@ using record::Measurement;
 
 namespace {
 
-std::string quoted(std::string_view text)
+std::string inDoubleQuotes(std::string_view text)
 {
     return "\"" + std::string(text) + "\"";
 }
@@ -255,7 +255,7 @@ Judgement judge(const Prompt& prompt, const std::string& answer, const Variables
         if (expected.equals) {
             const std::string text = substitute(*expected.equals, variables);
             measurement.limits.equals = text;
-            wanted = answer == text ? "" : quoted(text);
+            wanted = answer == text ? "" : inDoubleQuotes(text);
         }
         if (expected.matches) {
             const std::string pattern = substituteInPattern(*expected.matches, variables);
@@ -266,7 +266,7 @@ Judgement judge(const Prompt& prompt, const std::string& answer, const Variables
     measurement.passed = wanted.empty();
     Judgement judgement;
     if (!wanted.empty()) {
-        const std::string said = prompt.kind == Prompt::Kind::kText ? quoted(answer) : answer;
+        const std::string said = prompt.kind == Prompt::Kind::kText ? inDoubleQuotes(answer) : answer;
         judgement.misses.push_back("the operator's answer to " + prompt.id + " is " + said + ", expected " + wanted);
     }
     judgement.measurements.push_back(std::move(measurement));

@@ -81,7 +81,7 @@ void loadPlan(Context& context, const toml::table& table, Plan& plan)
     }
     plan.name = reader.text("name", true);
     if (!plan.name.empty() && !isPlanName(plan.name)) {
-        reader.report("name", loading::quoted(plan.name) +
+        reader.report("name", protocol::inQuotes(plan.name) +
                                   " is no name for a plan: small letters, digits and '-' are expected, 64 at most");
     }
     plan.title = reader.text("title", true);

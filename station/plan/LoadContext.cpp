@@ -9,11 +9,6 @@ namespace station::plan::loading {
 
 using protocol::toml_file::TableReader;
 
-std::string quoted(std::string_view text)
-{
-    return "'" + std::string(text) + "'";
-}
-
 void report(Context& context, const toml::key& key, std::string text)
 {
     const auto place = key.source().begin;
@@ -27,7 +22,7 @@ void checkVariables(Context& context, const toml::node& node, std::string_view t
         if (!context.variables.contains(name)) {
             protocol::toml_file::report(
                 context.problems, node,
-                "no step before this one stores " + quoted(name) + ": give one store = \"" + name + "\"");
+                "no step before this one stores " + inQuotes(name) + ": give one store = \"" + name + "\"");
         }
     }
 }
@@ -45,7 +40,7 @@ std::optional<std::string> writtenValue(Context& context, const toml::node& node
         return text->get();
     }
     protocol::toml_file::report(context.problems, node,
-                                quoted(name) +
+                                inQuotes(name) +
                                     (node.is_boolean() ? " is true or false: the name of a choice"
                                                        : " is neither a number nor a text: one of them") +
                                     " is expected");
@@ -60,7 +55,7 @@ Duration seconds(TableReader& reader, std::string_view key, Duration otherwise, 
         return otherwise;
     }
     if (*value < least || *value > kDay) {
-        reader.report(key, quoted(key) + " is " + numberText(*value) + ": seconds from " + numberText(least) +
+        reader.report(key, inQuotes(key) + " is " + numberText(*value) + ": seconds from " + numberText(least) +
                                " to 86400 are expected");
         return otherwise;
     }
@@ -85,7 +80,7 @@ std::vector<std::pair<std::string, std::string>> loadConditions(Context& context
     if (const auto* table = reader.table("only_if")) {
         for (const auto& [key, node] : *table) {
             if (!context.variables.contains(key.str())) {
-                report(context, key, "no step before this one stores " + quoted(key.str()));
+                report(context, key, "no step before this one stores " + inQuotes(key.str()));
             }
             if (const auto value = writtenValue(context, node, key.str())) {
                 list.emplace_back(key.str(), *value);
@@ -99,7 +94,7 @@ bool loadRequires(TableReader& reader)
 {
     const auto word = reader.optionalText("requires");
     if (word && *word != "headunit") {
-        reader.report("requires", quoted(*word) + " cannot be required: \"headunit\" is expected");
+        reader.report("requires", inQuotes(*word) + " cannot be required: \"headunit\" is expected");
     }
     return word.has_value();
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "protocol/InQuotes.h"
 #include "protocol/toml/TableReader.h"
 #include "station/plan/Plan.h"
 
@@ -28,7 +29,7 @@ struct Context {
     std::set<std::string, std::less<>> questions;
 };
 
-std::string quoted(std::string_view text);
+using protocol::inQuotes;
 
 /// Adds a problem at a key.
 void report(Context& context, const toml::key& key, std::string text);

@@ -28,9 +28,9 @@ bool isUnitOf(const Field& field, std::string_view unit)
 
 std::string unitsOf(const Field& field)
 {
-    std::string text = field.unit.empty() ? "" : quoted(field.unit);
+    std::string text = field.unit.empty() ? "" : inQuotes(field.unit);
     if (field.scale && !field.scale->unit.empty()) {
-        text += (text.empty() ? "" : " or ") + quoted(field.scale->unit);
+        text += (text.empty() ? "" : " or ") + inQuotes(field.scale->unit);
     }
     return text.empty() ? "it has none" : text + " is expected";
 }
@@ -42,7 +42,7 @@ void loadUnit(TableReader& reader, const Field& field, Expected& expected)
         expected.unit = *unit;
         expected.scaled = field.scale && *unit == field.scale->unit;
         if (!expected.scaled && !isUnitOf(field, *unit)) {
-            reader.report("unit", quoted(*unit) + " is no unit of " + quoted(field.name) + ": " + unitsOf(field));
+            reader.report("unit", inQuotes(*unit) + " is no unit of " + inQuotes(field.name) + ": " + unitsOf(field));
         }
     }
 }
@@ -56,7 +56,7 @@ void checkRange(TableReader& reader, const Field& field, const Expected& expecte
     }
     const std::string_view key = low ? "min" : "max";
     if (!isNumber(field)) {
-        reader.report(key, quoted(field.name) + " is no number: expect it with equals or matches");
+        reader.report(key, inQuotes(field.name) + " is no number: expect it with equals or matches");
         return;
     }
     if (low && high && *low > *high) {
@@ -68,7 +68,7 @@ void checkRange(TableReader& reader, const Field& field, const Expected& expecte
     const double most = static_cast<double>(field.maximum) * factor;
     const bool tooHigh = low && !isAtMost(*low, most);
     if (tooHigh || (high && !isAtMost(least, *high))) {
-        reader.report(tooHigh ? "min" : "max", "no " + quoted(field.name) + " can hold that: it goes from " +
+        reader.report(tooHigh ? "min" : "max", "no " + inQuotes(field.name) + " can hold that: it goes from " +
                                                    numberText(least) + " to " + numberText(most));
     }
 }
@@ -82,7 +82,8 @@ void checkPattern(Context& context, const toml::node& node, const std::string& p
     try {
         const std::regex compiled(pattern, std::regex::ECMAScript);
     } catch (const std::regex_error&) {
-        protocol::toml_file::report(context.problems, node, quoted(pattern) + " is no regular expression (ECMAScript)");
+        protocol::toml_file::report(context.problems, node,
+                                    inQuotes(pattern) + " is no regular expression (ECMAScript)");
     }
 }
 
@@ -107,7 +108,7 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
     expected.unit = field.unit;
     if (field.type == catalogue::Type::kRecords) {
         protocol::toml_file::report(context.problems, node,
-                                    quoted(field.name) + " is a list of records: expect the count before it");
+                                    inQuotes(field.name) + " is a list of records: expect the count before it");
         return expected;
     }
     if (!node.is_table()) {
@@ -132,7 +133,7 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
     if (expected.matches) {
         checkPattern(context, *reader.node("matches"), *expected.matches);
         if (isNumber(field)) {
-            reader.report("matches", quoted(field.name) + " is a number: expect it with min, max or equals");
+            reader.report("matches", inQuotes(field.name) + " is a number: expect it with min, max or equals");
         }
     }
     if (reader.node("present") != nullptr) {
@@ -164,7 +165,7 @@ std::vector<Expected> loadExpected(Context& context, const toml::table& table, c
         if (suggestion.empty()) {
             suggestion = all.empty() ? ": it has no fields" : ": it has " + all;
         }
-        report(context, key, quoted(key.str()) + " is no field of " + frame + suggestion);
+        report(context, key, inQuotes(key.str()) + " is no field of " + frame + suggestion);
     }
     return list;
 }

@@ -59,7 +59,7 @@ std::string noSuchNotice(catalogue::Groups groups, std::string_view key)
     }
     const std::vector<std::string_view> words(keys.begin(), keys.end());
     const std::string suggestion = catalogue::didYouMean(key, words);
-    return quoted(key) + " never comes by itself" + (suggestion.empty() ? ": one of " + all : suggestion);
+    return inQuotes(key) + " never comes by itself" + (suggestion.empty() ? ": one of " + all : suggestion);
 }
 
 /// Reads one step; a member function per kind.
@@ -95,7 +95,7 @@ private:
                              [&](std::string_view kind) { return reader_.node(kind) != nullptr; });
         if (found.size() != 1) {
             problem(table_, found.empty() ? "the step does nothing: send, wait, prompt or headunit is expected"
-                                          : "the step has both " + quoted(found[0]) + " and " + quoted(found[1]) +
+                                          : "the step has both " + inQuotes(found[0]) + " and " + inQuotes(found[1]) +
                                                 ": make two steps of it");
             acceptAll();
             return;
@@ -142,7 +142,7 @@ private:
         if (send.command->destructive) {
             const auto place = reader_.node("send")->source().begin;
             context_.warnings.push_back(
-                {place.line, place.column, quoted(key) + " cannot be undone: the plan runs with --yes only"});
+                {place.line, place.column, inQuotes(key) + " cannot be undone: the plan runs with --yes only"});
         }
         step_.action = std::move(send);
     }
@@ -162,8 +162,8 @@ private:
             const bool given = with != nullptr && with->contains(param.name);
             if (!given && !param.optional && context_.problems.size() == before) {
                 problem(with != nullptr ? static_cast<const toml::node&>(*with) : *reader_.node("send"),
-                        quoted(step_.name) + " needs " + quoted(param.name) + ": with = { " + std::string(param.name) +
-                            " = " + std::string(param.example) + " }");
+                        inQuotes(step_.name) + " needs " + inQuotes(param.name) + ": with = { " +
+                            std::string(param.name) + " = " + std::string(param.example) + " }");
             }
         }
         if (context_.problems.size() == before && !variable) {
@@ -188,9 +188,9 @@ private:
             std::ranges::transform(params, std::back_inserter(names), &Field::name);
             const std::string suggestion = catalogue::didYouMean(key.str(), names);
             report(context_, key,
-                   quoted(key.str()) + " is no parameter of " + quoted(step_.name) +
+                   inQuotes(key.str()) + " is no parameter of " + inQuotes(step_.name) +
                        (params.empty()       ? ": it takes none"
-                        : suggestion.empty() ? ", which takes " + quoted(names.front())
+                        : suggestion.empty() ? ", which takes " + inQuotes(names.front())
                                              : suggestion));
             return false;
         }
@@ -230,7 +230,7 @@ private:
             step_.timeout = std::min<Duration>(kSilence, context_.timeout);
             step_.what += ", no reply";
         } else if (send.command->replies.empty() && rule) {
-            reader_.report("reply", quoted(step_.name) + " is never answered" + readBackHint(send));
+            reader_.report("reply", inQuotes(step_.name) + " is never answered" + readBackHint(send));
         }
         if (expect == nullptr) {
             return;
@@ -238,10 +238,10 @@ private:
         if (send.reply == ReplyRule::kNone) {
             reader_.report("expect", "nothing can be expected of a reply that is not to come");
         } else if (send.command->replies.empty()) {
-            reader_.report("expect", quoted(step_.name) + " is not answered" + readBackHint(send));
+            reader_.report("expect", inQuotes(step_.name) + " is not answered" + readBackHint(send));
         } else {
-            send.expect =
-                loadExpected(context_, *expect, fieldsOf(send.command->replies), "the reply to " + quoted(step_.name));
+            send.expect = loadExpected(context_, *expect, fieldsOf(send.command->replies),
+                                       "the reply to " + inQuotes(step_.name));
         }
     }
 
@@ -249,7 +249,7 @@ private:
     {
         return send.command->later.empty() ? send.command->readBack.empty()
                                                  ? std::string()
-                                                 : ": read back with " + quoted(send.command->readBack)
+                                                 : ": read back with " + inQuotes(send.command->readBack)
                                            : std::string(" at once: use expect_later");
     }
 
@@ -260,12 +260,12 @@ private:
             return;
         }
         if (send.command->later.empty()) {
-            reader_.report("expect_later", "nothing comes later on account of " + quoted(step_.name));
+            reader_.report("expect_later", "nothing comes later on account of " + inQuotes(step_.name));
             return;
         }
         send.later = true;
         send.expectLater = loadExpected(context_, *expect, fieldsOf(send.command->later),
-                                        "what comes later for " + quoted(step_.name));
+                                        "what comes later for " + inQuotes(step_.name));
     }
 
     void loadWait()
@@ -290,7 +290,7 @@ private:
             fields = fieldsOf(command->later);
         }
         if (const auto* expect = reader_.table("expect")) {
-            wait.expect = loadExpected(context_, *expect, fields, quoted(wait.key));
+            wait.expect = loadExpected(context_, *expect, fields, inQuotes(wait.key));
         }
         wait.store = loadStore(fields, wait.key);
         step_.action = std::move(wait);
@@ -305,9 +305,9 @@ private:
         step_.what = prompt.text;
         step_.timeout = Duration(0);
         if (!prompt.id.empty() && !isVariableName(prompt.id)) {
-            reader_.report("id", quoted(prompt.id) + " is no id: letters, digits, '-' and '_' are expected");
+            reader_.report("id", inQuotes(prompt.id) + " is no id: letters, digits, '-' and '_' are expected");
         } else if (!prompt.id.empty() && !context_.questions.insert(prompt.id).second) {
-            reader_.report("id", "another question has the id " + quoted(prompt.id) + " already");
+            reader_.report("id", "another question has the id " + inQuotes(prompt.id) + " already");
         }
         const auto kind = reader_.oneOf("answer", {"yes-no", "text", "number"});
         prompt.kind = static_cast<Prompt::Kind>(kind.value_or(0));
@@ -339,7 +339,8 @@ private:
             action.raisesEvent = raises;
             action.target = reader.text(sets ? "set" : "event", sets || raises);
             if (sets && !action.target.empty() && !action.target.starts_with('/')) {
-                reader.report("set", quoted(action.target) + " is no path: it begins with '/', as in '/audio/volume'");
+                reader.report("set",
+                              inQuotes(action.target) + " is no path: it begins with '/', as in '/audio/volume'");
             }
             if (sets != raises) {
                 loadJson(reader, *table, action);
@@ -376,10 +377,10 @@ private:
             return list;
         }
         if (fields.empty()) {
-            problem(*node, quoted(frame) + " brings nothing that could be stored");
+            problem(*node, inQuotes(frame) + " brings nothing that could be stored");
         } else if (const auto* text = node->as_string()) {
             if (fields.size() != 1) {
-                problem(*node, quoted(frame) + " has several fields: store = { " + text->get() + " = \"" +
+                problem(*node, inQuotes(frame) + " has several fields: store = { " + text->get() + " = \"" +
                                    std::string(fields.front()->name) + "\" }");
                 return list;
             }
@@ -391,7 +392,7 @@ private:
                 const auto found =
                     field ? std::ranges::find(fields, *field, &Field::name) : std::ranges::find(fields, nullptr);
                 if (found == fields.end()) {
-                    problem(value, "a field of " + quoted(frame) + " is expected");
+                    problem(value, "a field of " + inQuotes(frame) + " is expected");
                     continue;
                 }
                 addVariable(value, std::string(key.str()));
@@ -406,7 +407,7 @@ private:
     void addVariable(const toml::node& node, const std::string& name)
     {
         if (!isVariableName(name)) {
-            problem(node, quoted(name) + " is no name: letters, digits, '-' and '_' are expected");
+            problem(node, inQuotes(name) + " is no name: letters, digits, '-' and '_' are expected");
         }
         context_.variables.insert(name);
     }
@@ -426,7 +427,7 @@ private:
         step_.onlyIf = loadConditions(context_, reader_);
         step_.ifStored = reader_.text("if_stored");
         if (!step_.ifStored.empty() && !context_.variables.contains(step_.ifStored)) {
-            reader_.report("if_stored", "no step before this one stores " + quoted(step_.ifStored));
+            reader_.report("if_stored", "no step before this one stores " + inQuotes(step_.ifStored));
         }
     }
 

@@ -5,14 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <system_error>
 #include <utility>
 
+#include "station/ClockText.h"
 #include "station/record/AtomicFile.h"
 #include "station/record/Capture.h"
 #include "station/record/HtmlReport.h"
@@ -76,17 +75,9 @@ bool takeName(const fs::path& running, const fs::path& final)
 
 std::string makeRunId(std::string_view planKey, std::chrono::system_clock::time_point started, std::string_view port)
 {
-    const auto whole = std::chrono::floor<std::chrono::milliseconds>(started).time_since_epoch();
-    const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(whole).count();
-    const auto milliseconds = (whole - std::chrono::seconds(seconds)).count();
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 64> date{};
-    std::strftime(date.data(), date.size(), "%Y%m%d-%H%M%S", &parts);
-    std::array<char, 96> time{};
-    std::snprintf(time.data(), time.size(), "%s.%03d", date.data(), static_cast<int>(milliseconds));
+    const std::string time = formatUtc(started, "%Y%m%d-%H%M%S") + fractionOfSecond(started, 3);
     const std::string device = plain(port.substr(port.rfind('/') + 1));
-    std::string id = plain(planKey) + '-' + time.data() + (device.empty() ? "" : "-" + device);
+    std::string id = plain(planKey) + '-' + time + (device.empty() ? "" : "-" + device);
     // A name that begins with a dot would hide.
     if (id.front() == '.') {
         id.front() = '-';

@@ -7,7 +7,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
+
+#include "station/ClockText.h"
 
 namespace station::record {
 
@@ -172,32 +173,12 @@ std::string toText(std::chrono::nanoseconds duration)
 
 std::string toText(std::chrono::system_clock::time_point time)
 {
-    if (time == std::chrono::system_clock::time_point{}) {
-        return "not known";
-    }
-    const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count();
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 64> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &parts);
-    return text.data();
+    return time == std::chrono::system_clock::time_point{} ? "not known" : formatUtc(time, "%Y-%m-%d %H:%M:%S UTC");
 }
 
-std::string isoText(std::chrono::system_clock::time_point at)
+std::string isoText(std::chrono::system_clock::time_point time)
 {
-    if (at == std::chrono::system_clock::time_point{}) {
-        return {};
-    }
-    const auto whole = std::chrono::floor<std::chrono::seconds>(at);
-    const std::time_t count = whole.time_since_epoch().count();
-    const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(at - whole).count();
-    std::tm parts{};
-    gmtime_r(&count, &parts);
-    std::array<char, 64> date{};
-    std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::array<char, 96> text{};
-    std::snprintf(text.data(), text.size(), "%s.%09ldZ", date.data(), static_cast<long>(rest));
-    return text.data();
+    return time == std::chrono::system_clock::time_point{} ? "" : isoUtc(time, 9);
 }
 
 const char* meaning(Verdict verdict)
