@@ -76,10 +76,13 @@ TEST_F(EngineTest, ExpectedValueIsRecordedInTheUnitOfTheMeasuredOne)
 
 TEST_F(EngineTest, VariableInAPatternStandsForItself)
 {
-    std::string name = "A+B";
-    on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {name.begin(), name.end()}); };
+    std::atomic<bool> renamed = false;
+    on[0x040D] = [&](const Frame&) {
+        reply(0x84, 0x0D,
+              renamed ? std::vector<std::uint8_t>{'A', 'A', 'B'} : std::vector<std::uint8_t>{'A', '+', 'B'});
+    };
     prompter.answers = {{"again", "A+B"}};
-    prompter.beforeAnswering = [&] { name = "AAB"; };
+    prompter.beforeAnswering = [&] { renamed = true; };
 
     runSteps(R"(
         { send = "bluetooth.name", store = "name" },

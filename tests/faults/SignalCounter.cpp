@@ -20,6 +20,11 @@ SignalCounter::SignalCounter(const std::string& address)
     if (connection_ == nullptr) {
         throw std::runtime_error("no bus at " + address);
     }
+    {
+        // ThreadSanitizer does not see how the library hands this object to its thread.
+        const std::lock_guard lock(mutex_);
+        count_ = 0;
+    }
     // A filter runs on the library's own thread: no main loop is needed.
     g_dbus_connection_add_filter(connection_, onMessage, this, nullptr);
     const std::string rule = std::string("type='signal',interface='") + kInterface + "'";
@@ -38,9 +43,15 @@ SignalCounter::~SignalCounter()
     g_object_unref(connection_);
 }
 
-bool SignalCounter::waitFor(std::size_t count) const
+std::size_t SignalCounter::count() const
 {
-    for (std::size_t have = count_; have < count; have = count_) {
+    const std::lock_guard lock(mutex_);
+    return count_;
+}
+
+bool SignalCounter::waitFor(std::size_t wanted) const
+{
+    for (std::size_t have = count(); have < wanted; have = count()) {
         // The bus delivers in order: what was sent before this answer was asked for has been counted when it is here.
         GVariant* const reply = g_dbus_connection_call_sync(connection_, kInterface, "/com/zent/linux/engineering",
                                                             "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr,
@@ -49,7 +60,7 @@ bool SignalCounter::waitFor(std::size_t count) const
             return false;
         }
         g_variant_unref(reply);
-        if (count_ == have) {
+        if (count() == have) {
             return false;
         }
     }
@@ -62,7 +73,11 @@ GDBusMessage* SignalCounter::onMessage(GDBusConnection*, GDBusMessage* message, 
         g_strcmp0(g_dbus_message_get_interface(message), kInterface) != 0) {
         return message;
     }
-    ++static_cast<SignalCounter*>(self)->count_;
+    auto& counter = *static_cast<SignalCounter*>(self);
+    {
+        const std::lock_guard lock(counter.mutex_);
+        ++counter.count_;
+    }
     g_object_unref(message);
     return nullptr;
 }

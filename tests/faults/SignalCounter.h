@@ -2,8 +2,8 @@
 
 #include <gio/gio.h>
 
-#include <atomic>
 #include <cstddef>
+#include <mutex>
 #include <string>
 
 namespace tests {
@@ -19,18 +19,19 @@ public:
     SignalCounter(const SignalCounter&) = delete;
     SignalCounter& operator=(const SignalCounter&) = delete;
 
-    std::size_t count() const { return count_; }
+    std::size_t count() const;
 
-    /// Waits until no more than `missing` of `count` signals are missing.
+    /// Waits until `wanted` signals have come.
     /// @returns whether they have come; false after a generous while in which none came.
-    bool waitFor(std::size_t count) const;
+    bool waitFor(std::size_t wanted) const;
 
 private:
     static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
                                    gpointer self);
 
     GDBusConnection* connection_;
-    std::atomic<std::size_t> count_ = 0;
+    mutable std::mutex mutex_;
+    std::size_t count_;  // guarded by mutex_
 };
 
 }  // namespace tests

@@ -33,6 +33,19 @@ private:
     const std::function<void(bool)>& tell_;
 };
 
+/// Ends the turn that was got.
+class Turn
+{
+public:
+    explicit Turn(std::binary_semaphore& turn) : turn_(turn) {}
+    ~Turn() { turn_.release(); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+private:
+    std::binary_semaphore& turn_;
+};
+
 }  // namespace
 
 Operator::Operator(const Answers& answers, bool labelled, std::function<void(bool)> aside)
@@ -54,8 +67,7 @@ std::optional<std::string> Operator::ask(const Question& question, station::Inte
     }
     const auto deadline =
         Clock::now() + (question.timeout.count() > 0 ? question.timeout : station::plan::Duration(kLong));
-    std::unique_lock lock(asking_, std::defer_lock);
-    while (!lock.try_lock_for(std::chrono::milliseconds(50))) {
+    while (!turn_.try_acquire_for(std::chrono::milliseconds(50))) {
         if (interrupt.requested()) {
             throw station::Interrupted();
         }
@@ -63,6 +75,7 @@ std::optional<std::string> Operator::ask(const Question& question, station::Inte
             return std::nullopt;
         }
     }
+    const Turn turn(turn_);
     return askAtTerminal(question, interrupt, deadline);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
+#include <semaphore>
 #include <string>
 
 #include "programs/station/plan/Answers.h"
@@ -31,8 +31,9 @@ private:
     const Answers& answers_;
     const bool labelled_;
     const std::function<void(bool)> aside_;
-    std::timed_mutex asking_;
-    std::string typed_;  // guarded by asking_: of the answer that is being typed
+    // No timed mutex: ThreadSanitizer does not know how the library waits for one.
+    std::binary_semaphore turn_{1};
+    std::string typed_;  // whose turn it is has it: of the answer that is being typed
 };
 
 }  // namespace programs::station_tool
