@@ -6,6 +6,8 @@ option(ENGINEERING_UNIT "Build for a head unit: the service as libengineering.so
 add_library(project_options INTERFACE)
 target_compile_options(project_options INTERFACE
   -Werror
+  # GLib's users get it from pkg-config; for all alike, so that all can share precompiled headers.
+  -pthread
   # Log lines and assertions name a file as the repository does, not as this machine does.
   -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
   $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wnon-virtual-dtor
@@ -16,11 +18,22 @@ target_compile_options(project_options INTERFACE
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release,RelWithDebInfo,MinSizeRel>>:-Wno-array-bounds
     -Wno-stringop-overflow -Wno-stringop-overread>)
 
-# precompile(TARGET HEADER...): compiles headers that take most of a file's compile time once for the target. Not where
-# g++ optimises: there it warns of what it has inlined from a precompiled system header as if it were ours.
-function(precompile target)
-  if(CMAKE_BUILD_TYPE STREQUAL Debug)
-    target_precompile_headers(${target} PRIVATE ${ARGN})
+# precompiled_headers(NAME HEADERS ... LIBRARIES ...): compiles headers of these libraries that take most of a file's
+# compile time once, for all targets that say precompile(TARGET NAME). Not where g++ optimises: there it warns of what it has inlined from a precompiled
+# system header as if it were ours. Not with clang, which wants the same macros wherever such headers are used.
+function(precompiled_headers name)
+  if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    set(source ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
+    file(CONFIGURE OUTPUT ${source} CONTENT "// Carries the precompiled headers.\n")
+    cmake_parse_arguments(arg "" "" "HEADERS;LIBRARIES" ${ARGN})
+    add_library(${name} OBJECT ${source})
+    target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
+    target_precompile_headers(${name} PRIVATE ${arg_HEADERS})
+  endif()
+endfunction()
+function(precompile target headers)
+  if(TARGET ${headers})
+    target_precompile_headers(${target} REUSE_FROM ${headers})
   endif()
 endfunction()
 

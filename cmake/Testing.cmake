@@ -1,5 +1,7 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
+precompiled_headers(test_headers
+  HEADERS <gmock/gmock.h> <gtest/gtest.h> <nlohmann/json.hpp> LIBRARIES GTest::gmock GTest::gtest)
 
 # unit_test(NAME SOURCES ... LIBRARIES ...): a test program whose tests ctest runs each in a process of its own.
 function(unit_test name)
@@ -9,11 +11,7 @@ function(unit_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest GTest::gtest_main)
-  # The test headers take most of a test file's compile time.
-  list(LENGTH arg_SOURCES count)
-  if(count GREATER 3)
-    target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
-  endif()
+  precompile(${name} test_headers)
   # What GLib's slice allocator frees in one thread and hands out in another, the sanitizers take for one piece of memory.
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT}
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0;G_SLICE=always-malloc")

@@ -6,5 +6,6 @@ target_link_libraries(hmi PUBLIC nlohmann_json::nlohmann_json)
 add_executable(engineering-hmi engineering-hmi.cpp)
 target_compile_definitions(engineering-hmi PRIVATE ENGINEERING_VERSION="${PROJECT_VERSION}")
 target_link_libraries(engineering-hmi PRIVATE hmi ipc CLI11::CLI11)
+precompile(engineering-hmi program_headers)
 
 unit_test(hmi_test SOURCES HmiTest.cpp LIBRARIES hmi)

@@ -28,6 +28,6 @@ include(station/report.cmake)
 target_link_libraries(engineering-station PRIVATE station_tool_report)
 include(station/plan.cmake)
 
-# These two headers take most of a file's compile time.
-precompile(engineering-station <CLI/CLI.hpp> <nlohmann/json.hpp>)
-precompile(station_tool_plan <CLI/CLI.hpp> <nlohmann/json.hpp>)
+foreach(target engineering-station station_tool_report station_tool_plan)
+  precompile(${target} program_headers)
+endforeach()

@@ -48,5 +48,4 @@ unit_test(bench_headunit_test
     StateTest.cpp
   LIBRARIES platform_bench test_support_process PkgConfig::gio)
 
-# The JSON header takes most of a file's compile time.
-precompile(platform_bench <nlohmann/json.hpp>)
+precompile(platform_bench program_headers)

@@ -9,6 +9,7 @@ add_library(station_identity STATIC
   identity/CsvSource.cpp identity/JsonLine.cpp identity/Journal.cpp identity/Ledger.cpp identity/Provision.cpp
   identity/Record.cpp identity/UnitIdentity.cpp)
 target_link_libraries(station_identity PUBLIC station catalogue_codec nlohmann_json::nlohmann_json PRIVATE csv::csv)
+precompile(station_identity program_headers)
 
 unit_test(station_identity_test
   SOURCES identity/CsvSourceTest.cpp identity/JournalTest.cpp identity/LedgerTest.cpp identity/ProvisionTest.cpp
