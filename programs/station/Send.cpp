@@ -215,11 +215,9 @@ private:
         if (!request_.command->silentWhen.empty()) {
             text = "; it stays away " + std::string(request_.command->silentWhen);
         }
-        constexpr std::uint8_t kTestMode = 0x0F;
-        const auto* setMode = catalogue::findCommand(catalogue::groups(), kTestMode, 0x00);
-        if (request_.frame.cmdOne != kTestMode && setMode != nullptr) {
-            text +=
-                "; is auto-test mode on? ('send " + catalogue::fullKey(catalogue::groups(), *setMode) + " mode=on')";
+        const auto* setMode = catalogue::findCommand(catalogue::groups(), "test.set-mode");
+        if (setMode != nullptr && request_.frame.cmdOne != setMode->cmdOne) {
+            text += "; is auto-test mode on? ('send test.set-mode mode=on')";
         }
         return text;
     }

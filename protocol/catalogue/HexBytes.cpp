@@ -60,15 +60,13 @@ std::optional<std::vector<std::uint8_t>> parseHexBytes(std::string_view text)
     }
 }
 
-std::string formatHexBytes(Bytes bytes)
+std::string formatHexBytes(Bytes bytes, std::string_view separator)
 {
     constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string text;
     text.reserve(bytes.size() * 3);
     for (const std::uint8_t byte : bytes) {
-        if (!text.empty()) {
-            text += ' ';
-        }
+        text += text.empty() ? "" : separator;
         text += kDigits[byte >> 4];
         text += kDigits[byte & 0x0F];
     }

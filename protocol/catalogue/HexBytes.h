@@ -15,7 +15,7 @@ namespace protocol::catalogue {
 /// @returns nothing when `text` is anything else; no bytes for an empty text.
 std::optional<std::vector<std::uint8_t>> parseHexBytes(std::string_view text);
 
-/// @returns "00 1A 7D".
-std::string formatHexBytes(Bytes bytes);
+/// @returns "00 1A 7D", with what is to stand between two bytes.
+std::string formatHexBytes(Bytes bytes, std::string_view separator = " ");
 
 }  // namespace protocol::catalogue

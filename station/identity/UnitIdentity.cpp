@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/HexBytes.h"
 
 namespace station::identity {
 
@@ -14,23 +15,10 @@ using protocol::Frame;
 constexpr std::string_view kMode = "test.mode";
 constexpr std::string_view kSetMode = "test.set-mode";
 constexpr std::string_view kControllerAddress = "bluetooth.address";
-constexpr std::uint8_t kOff = 0;
-constexpr std::uint8_t kOn = 1;
 
-std::string hexDigits(const std::vector<std::uint8_t>& bytes)
+std::vector<catalogue::Argument> mode(std::string_view name)
 {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0x0F];
-    }
-    return text;
-}
-
-bool isOn(const Frame& mode)
-{
-    return !mode.params.empty() && mode.params.front() == kOn;
+    return {{"mode", std::string(name)}};
 }
 
 }  // namespace
@@ -45,21 +33,21 @@ void UnitIdentity::enterTestMode()
     const bool before = isOn(ask(command(kMode)));
     modeBefore_ = before;
     if (!before) {
-        ask(command(kSetMode), {kOn});
+        ask(command(kSetMode), mode("on"));
     }
 }
 
 void UnitIdentity::keepTestMode()
 {
     if (modeBefore_ && !isOn(ask(command(kMode)))) {
-        ask(command(kSetMode), {kOn});
+        ask(command(kSetMode), mode("on"));
     }
 }
 
 void UnitIdentity::restoreMode()
 {
     if (std::exchange(modeBefore_, std::nullopt) == false) {
-        ask(command(kSetMode), {kOff});
+        ask(command(kSetMode), mode("off"));
     }
 }
 
@@ -72,8 +60,8 @@ Stored UnitIdentity::read(const Record& record)
     }
     Stored stored{!reply.params.empty() && reply.params.front() != 0, {}};
     // The unit says nothing when its controller's address is not hexadecimal.
-    if (const auto address = tryToAsk(command(kControllerAddress), {})) {
-        stored.value = hexDigits(address->params);
+    if (const auto address = tryToAsk(command(kControllerAddress))) {
+        stored.value = catalogue::formatHexBytes(address->params, "");
     }
     return stored;
 }
@@ -83,16 +71,16 @@ void UnitIdentity::write(const Record& record, std::string_view value)
     connection_.send(writeFrame(record, value));
 }
 
-Frame UnitIdentity::ask(const catalogue::Command& command, std::vector<std::uint8_t> params)
+Frame UnitIdentity::ask(const catalogue::Command& command, const Arguments& arguments)
 {
-    if (auto reply = tryToAsk(command, params)) {
+    if (auto reply = tryToAsk(command, arguments)) {
         return *std::move(reply);
     }
     // A unit that started again meanwhile has left auto-test mode.
     if (modeBefore_ && &command != &this->command(kMode)) {
-        const auto mode = tryToAsk(this->command(kMode), {});
-        if (mode && !isOn(*mode) && tryToAsk(this->command(kSetMode), {kOn})) {
-            if (auto reply = tryToAsk(command, params)) {
+        const auto now = tryToAsk(this->command(kMode));
+        if (now && !isOn(*now) && tryToAsk(this->command(kSetMode), mode("on"))) {
+            if (auto reply = tryToAsk(command, arguments)) {
                 return *std::move(reply);
             }
         }
@@ -104,11 +92,17 @@ Frame UnitIdentity::ask(const catalogue::Command& command, std::vector<std::uint
     throw NoAnswer(message);
 }
 
-std::optional<Frame> UnitIdentity::tryToAsk(const catalogue::Command& command, const std::vector<std::uint8_t>& params)
+bool UnitIdentity::isOn(const Frame& mode) const
+{
+    const auto decoded = catalogue::decodeFromUnit(groups_, mode, &command(kMode));
+    return !decoded.fields.empty() && decoded.fields.front().choice() == "on";
+}
+
+std::optional<Frame> UnitIdentity::tryToAsk(const catalogue::Command& command, const Arguments& arguments)
 {
     const auto outcome = connection_.request(
-        {command.cmdOne, command.cmdTwo, params},
-        [&](const Frame& frame) { return catalogue::answers(command, frame); }, timeout_, command.repeatable);
+        catalogue::encode(command, arguments), [&](const Frame& frame) { return catalogue::answers(command, frame); },
+        timeout_, command.repeatable);
     corrupt_ = outcome.corrupt;
     return outcome.reply;
 }

@@ -3,8 +3,9 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-#include "protocol/catalogue/Model.h"
+#include "protocol/catalogue/Codec.h"
 #include "station/Connection.h"
 #include "station/identity/Record.h"
 
@@ -49,9 +50,12 @@ public:
     void write(const Record& record, std::string_view value);
 
 private:
-    protocol::Frame ask(const protocol::catalogue::Command& command, std::vector<std::uint8_t> params = {});
+    using Arguments = std::vector<protocol::catalogue::Argument>;
+
+    protocol::Frame ask(const protocol::catalogue::Command& command, const Arguments& arguments = {});
     std::optional<protocol::Frame> tryToAsk(const protocol::catalogue::Command& command,
-                                            const std::vector<std::uint8_t>& params);
+                                            const Arguments& arguments = {});
+    bool isOn(const protocol::Frame& mode) const;
     const protocol::catalogue::Command& command(std::string_view key) const;
 
     Connection& connection_;

@@ -4,6 +4,8 @@
 #include <array>
 #include <vector>
 
+#include "protocol/catalogue/HexBytes.h"
+
 namespace station::plan {
 
 namespace catalogue = protocol::catalogue;
@@ -16,18 +18,6 @@ std::string upper(std::string text)
 {
     std::ranges::transform(text, text.begin(),
                            [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
-    return text;
-}
-
-std::string hex(const std::vector<std::uint8_t>& bytes)
-{
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        text += text.empty() ? "" : " ";
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0x0F];
-    }
     return text;
 }
 
@@ -94,7 +84,7 @@ std::string written(const catalogue::DecodedField& field)
         return *text;
     }
     if (const auto* bytes = std::get_if<std::vector<std::uint8_t>>(&field.value)) {
-        return hex(*bytes);
+        return catalogue::formatHexBytes(*bytes);
     }
     return catalogue::format(field);
 }
