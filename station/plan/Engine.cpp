@@ -188,7 +188,7 @@ private:
     {
         auto& list = groupRecord().tries.back().steps;
         list.push_back({step.name, std::string(step.kind()), step.what, Verdict::kSkipped, {}, {}});
-        const StepPlace place{run_.phases[phase_].name, group.name, index_++, total_};
+        const StepPlace place{run_.phases[phase_].name, group.name, groupRecord().tries.size(), index_++, total_};
         std::string skipped = skippedBefore.empty() ? unmet(step.needsHeadUnit, step.onlyIf) : skippedBefore;
         if (skipped.empty() && !step.ifStored.empty() && !runner_->variables().contains(step.ifStored)) {
             skipped = "nothing has been stored as '" + step.ifStored + "'";
@@ -227,7 +227,7 @@ private:
     {
         observer_.onAttempt(place, step, stepRecord().attempts.size() + 1);
         runner_->attempt(step, {phase_, groupIndex(), groupRecord().tries.size() - 1,
-                                groupRecord().tries.back().steps.size() - 1, stepRecord().attempts.size()});
+                                groupRecord().tries.back().steps.size() - 1, stepRecord().attempts.size(), place});
         if (runner_->linkFailed()) {
             result_.linkFailed = true;
             if (phase_ != kTeardown) {

@@ -132,7 +132,27 @@ TEST_F(EngineTest, SilenceIsATimeoutThatSaysWhenTheUnitIsSilent)
     const auto& run = runSteps(kAsk);
 
     EXPECT_EQ(run.verdict, Verdict::kTimeout);
-    EXPECT_EQ(step(0).reason, "no answer within 0.05 s: the unit is silent without a tuner");
+    EXPECT_EQ(step(0).reason,
+              "no answer within 0.05 s: the unit is silent without a tuner, or when auto-test mode is off");
+}
+
+TEST_F(EngineTest, SilenceIsNotPutDownToAModeThatTheUnitHasSaidIsOn)
+{
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+
+    runSteps(std::string(R"({ send = "test.mode" }, )") + kAsk);
+
+    EXPECT_EQ(step(1).reason, "no answer within 0.05 s: the unit is silent without a tuner");
+}
+
+TEST_F(EngineTest, SilenceAfterTheModeWasSwitchedOffIsPutDownToThat)
+{
+    bool mode = true;
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(std::exchange(mode, false))}); };
+
+    runSteps(R"({ send = "test.mode" }, { send = "test.mode" }, { send = "other.flag", timeout = 0.05 })");
+
+    EXPECT_EQ(step(2).reason, "no answer within 0.05 s: is auto-test mode on?");
 }
 
 TEST_F(EngineTest, NoiseInsteadOfAnAnswerIsATimeout)
@@ -217,6 +237,21 @@ TEST_F(EngineTest, SecondAnswerThatComesDuringTheNextStepIsAnErrorOfTheFirst)
     EXPECT_EQ(step(0).verdict, Verdict::kError);
     EXPECT_EQ(step(0).reason, "answered twice, the second time by 82 01 [24 FE]");
     EXPECT_EQ(step(1).verdict, Verdict::kPass) << step(1).reason;
+}
+
+TEST_F(EngineTest, SecondAnswerThatComesDuringAWaitIsAnErrorOfItsStep)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
+    on[0x0200] = [&](const Frame&) {
+        reply(0x82, 0x01, {0x24, 0xFE});
+        reply(0x86, 0x11, {0x10});
+    };
+
+    runSteps(R"({ send = "tuner.frequency" }, { send = "tuner.play", with = { frequency = 9470 } },
+        { wait = "keys.pressed" })");
+
+    EXPECT_EQ(step(0).reason, "answered twice, the second time by 82 01 [24 FE]");
+    EXPECT_EQ(step(2).verdict, Verdict::kPass) << step(2).reason;
 }
 
 TEST_F(EngineTest, LateAnswerIsATimeoutThatSaysHowLate)

@@ -322,13 +322,13 @@ private:
             addVariable(*reader_.node("store"), *name);
             prompt.store = *name;
         }
+        prompt.unique = reader_.boolean("unique", false);
         step_.action = std::move(prompt);
     }
 
     void loadHeadUnit()
     {
         HeadUnitAction action;
-        step_.name = "headunit";
         if (const toml::table* table = reader_.table("headunit")) {
             TableReader reader(*table, "headunit step", context_.problems);
             const bool sets = reader.node("set") != nullptr;
@@ -347,6 +347,7 @@ private:
             }
             reader.finish();
         }
+        step_.name = action.target;
         step_.what = (action.raisesEvent ? "event " : "set ") + action.target + " " + action.json;
         step_.needsHeadUnit = true;
         step_.action = std::move(action);

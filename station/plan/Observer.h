@@ -12,6 +12,8 @@ namespace station::plan {
 struct StepPlace {
     std::string_view phase;
     std::string_view group;
+    /// Of the group, when it is repeated or tried again; from 1.
+    std::size_t round = 1;
     /// Of the plan's steps in all three phases, from 0.
     std::size_t index = 0;
     std::size_t total = 0;
@@ -30,7 +32,7 @@ public:
     virtual void onFrame(const TraceEvent&) {}
     virtual void onStepEnded(const StepPlace&, const record::Step&) {}
     /// A step that has ended turned out otherwise: a second answer to it came.
-    virtual void onStepAmended(const record::Step&) {}
+    virtual void onStepAmended(const StepPlace&, const record::Step&) {}
     virtual void onGroupEnded(std::string_view /*phase*/, const record::Group&, const record::Run&) {}
     virtual void onEnded(const record::Run&) {}
 };

@@ -81,6 +81,8 @@ struct Prompt {
     Kind kind = Kind::kYesNo;
     std::optional<Expected> expect;
     std::optional<std::string> store;
+    /// Whether no two units of a run may get the same answer.
+    bool unique = false;
 };
 
 /// Sets the simulated head unit, or has it raise an event.

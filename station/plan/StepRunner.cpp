@@ -184,10 +184,12 @@ void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t 
         const std::string code = station::format(Frame{usual.cmdOne, usual.cmdTwo, {}}).substr(0, 5);
         fail(attempt, Verdict::kError, within + " under " + code + "; what came instead: " + strange);
     } else {
-        fail(attempt, Verdict::kTimeout,
-             within + (send.command->silentWhen.empty()
-                           ? std::string()
-                           : ": the unit is silent " + std::string(send.command->silentWhen)));
+        std::string causes =
+            send.command->silentWhen.empty() ? "" : ": the unit is silent " + std::string(send.command->silentWhen);
+        if (!modeSeenOn_ && !isOfTestMode(*send.command)) {
+            causes += causes.empty() ? ": is auto-test mode on?" : ", or when auto-test mode is off";
+        }
+        fail(attempt, Verdict::kTimeout, within + causes);
     }
 }
 
@@ -278,13 +280,14 @@ void StepRunner::amend(const Asked& asked, Verdict verdict, const std::string& r
         group.verdict = record::worse(group.verdict, verdict);
         phase.verdict = record::worse(phase.verdict, verdict);
     }
-    observer_.onStepAmended(step);
+    observer_.onStepAmended(asked.place.told, step);
 }
 
 void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked, const std::vector<Expected>& expected,
                             const std::vector<Store>& store, Attempt& attempt)
 {
     const auto decoded = catalogue::decodeFromUnit(surroundings_.groups, frame, asked);
+    lookForMode(decoded);
     auto judgement = judge(expected, decoded.fields, variables_);
     std::ranges::move(judgement.measurements, std::back_inserter(attempt.measurements));
     if (!judgement.misses.empty()) {
@@ -298,6 +301,21 @@ void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked,
             decoded.fields, [&](const auto& candidate) { return candidate.field->name == each.field; });
         // A record that does not exist is answered without a byte.
         variables_[each.variable] = field == decoded.fields.end() ? std::string() : written(*field);
+    }
+}
+
+bool StepRunner::isOfTestMode(const catalogue::Command& command) const
+{
+    const std::string key = catalogue::fullKey(surroundings_.groups, command);
+    return key == "test.set-mode" || key == "test.mode";
+}
+
+void StepRunner::lookForMode(const catalogue::Decoded& decoded)
+{
+    const auto mode = std::ranges::find_if(
+        decoded.fields, [](const catalogue::DecodedField& field) { return field.field->name == "mode"; });
+    if (decoded.command != nullptr && isOfTestMode(*decoded.command) && mode != decoded.fields.end()) {
+        modeSeenOn_ = mode->choice() == "on";
     }
 }
 
@@ -325,6 +343,7 @@ void StepRunner::run(const Wait& wait, const Step& step, Attempt& attempt)
                                       : isLater(*wait.command, frame);
     };
     const auto frame = awaitFrame(wanted, step.timeout);
+    takeStrays();
     if (!frame) {
         fail(attempt, Verdict::kTimeout, "no " + wait.key + " came within " + secondsText(step.timeout));
         return;

@@ -19,6 +19,8 @@ struct AttemptPlace {
     std::size_t round = 0;
     std::size_t step = 0;
     std::size_t attempt = 0;
+    /// What an observer is told of the step's place; its texts live as long as the plan.
+    StepPlace told;
 };
 
 /// Does one attempt of a step, whatever its kind. For one thread.
@@ -66,6 +68,9 @@ private:
     std::optional<protocol::Frame> awaitFrame(const std::function<bool(const protocol::Frame&)>& wanted,
                                               Duration timeout);
     void takeStrays();
+    /// @returns whether the command sets or reads auto-test mode, and so is answered without it.
+    bool isOfTestMode(const protocol::catalogue::Command& command) const;
+    void lookForMode(const protocol::catalogue::Decoded& decoded);
     bool answersOne(const Asked& asked, const protocol::Frame& frame) const;
     void amend(const Asked& asked, record::Verdict verdict, const std::string& reason);
     std::string describe(const protocol::Frame& frame) const;
@@ -82,6 +87,8 @@ private:
     const TimeLimit* limit_ = nullptr;
     bool linkFailed_ = false;
     bool interrupted_ = false;
+    /// Whether the unit has said that auto-test mode is on, and has not said otherwise since.
+    bool modeSeenOn_ = false;
 };
 
 }  // namespace station::plan

@@ -123,6 +123,8 @@ TEST_F(PlanProgramTest, ProvisioningLeavesARecordAloneThatHoldsSomethingElse)
 
     EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
     EXPECT_THAT(outcome.out, HasSubstr("HU7"));
+    EXPECT_THAT(outcome.out, HasSubstr(", unit HU7: "))
+        << "the record is the unit's, not that of the wished-for serial";
     std::ifstream record(root() / "perm_data/data/engineering/hu_serial_num");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(record), {}), "HU7");
 }
@@ -291,6 +293,32 @@ steps = [
     EXPECT_THAT(records(), SizeIs(2));
 }
 
+TEST_F(PlanProgramTest, TwoUnitsGetNoIdentityInCommon)
+{
+    startService();
+    const std::string second = (directory() / "second").string();
+    startService({"--uart", "pty:" + second});
+
+    const auto outcome = run(planRun(shipped("provision"),
+                                     {"--port", link().string(), "--port", second, "--answers", answersOfAGoodUnit()}));
+
+    EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("the answer 'HU7' to 'hu-serial' has gone to "));
+    std::vector<std::string> verdicts;
+    for (const Json& record : records()) {
+        verdicts.push_back(record["verdict"]);
+    }
+    EXPECT_THAT(verdicts, testing::UnorderedElementsAre("PASS", "ERROR"));
+}
+
+TEST_F(PlanProgramTest, SerialNumberOfOneUnitIsNotGivenToSeveral)
+{
+    const auto outcome = run(planRun(shipped("smoke"), {"--serial", "A", "--port", "/a", "--port", "/b"}));
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.err, HasSubstr("--serial names one unit"));
+}
+
 TEST_F(PlanProgramTest, JsonIsOneObjectPerLine)
 {
     startService();
@@ -319,6 +347,28 @@ TEST_F(PlanProgramTest, QuestionWithoutATerminalIsAnErrorThatSaysSo)
 
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.out, HasSubstr("no answer to 'lit' was given with --answers"));
+}
+
+TEST_F(PlanProgramTest, LinesTellWhatIsWaitedForWhichRoundItIsAndWhatWasOnlySent)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "Keys"
+repeat = 2
+steps = [
+  { send = "test.set-mode", with = { mode = "on" } },
+  { name = "Play", send = "tuner.play", with = { frequency = 9470 } },
+  { name = "Press the volume key", wait = "keys.pressed", timeout = 0.05 },
+]
+)");
+
+    const auto outcome = run(planRun(plan));
+
+    EXPECT_THAT(outcome.out, HasSubstr("PASS    Keys / Play (sent; no reply is due)\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("\nwaiting for Keys / Press the volume key\nTIMEOUT Keys / Press"));
+    EXPECT_THAT(outcome.out, HasSubstr("\nwaiting for Keys, round 2 / Press the volume key\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("PASS    Keys, round 2 / test.set-mode ("));
 }
 
 TEST_F(PlanProgramTest, SilentUnitHasStatusThree)

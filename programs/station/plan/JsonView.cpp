@@ -63,17 +63,17 @@ private:
 
         void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
         {
-            Json object = stepObject("step", step);
-            object["phase"] = place.phase;
-            object["group"] = place.group;
-            object["index"] = place.index;
-            view_.print(std::move(object));
+            view_.print(stepObject("step", place, step));
         }
 
-        void onStepAmended(const station::record::Step& step) override { view_.print(stepObject("amended", step)); }
+        void onStepAmended(const station::plan::StepPlace& place, const station::record::Step& step) override
+        {
+            view_.print(stepObject("amended", place, step));
+        }
 
     private:
-        Json stepObject(const char* event, const station::record::Step& step) const
+        Json stepObject(const char* event, const station::plan::StepPlace& place,
+                        const station::record::Step& step) const
         {
             station::plan::Duration time{0};
             for (const auto& attempt : step.attempts) {
@@ -87,7 +87,11 @@ private:
                     {"verdict", station::record::name(step.verdict)},
                     {"reason", step.reason},
                     {"attempts", step.attempts.size()},
-                    {"time_ms", milliseconds(time)}};
+                    {"time_ms", milliseconds(time)},
+                    {"phase", place.phase},
+                    {"group", place.group},
+                    {"round", place.round},
+                    {"index", place.index}};
         }
 
         JsonView& view_;

@@ -32,17 +32,27 @@ private:
     public:
         UnitObserver(LineView& view, std::string label) : view_(view), label_(std::move(label)) {}
 
-        void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
+        void onAttempt(const station::plan::StepPlace& place, const station::plan::Step& step,
+                       std::size_t attempt) override
         {
-            if (!view_.quiet_) {
-                view_.print(stepLine(label_, place.group, step, view_.colour_) + "\n");
+            // Somebody may have to do something at the unit for it to come.
+            if (!view_.quiet_ && attempt == 1 && step.kind() == "wait") {
+                view_.print((label_.empty() ? "" : "[" + label_ + "] ") + "waiting for " + placeText(place, step.name) +
+                            "\n");
             }
         }
 
-        void onStepAmended(const station::record::Step& step) override
+        void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
         {
             if (!view_.quiet_) {
-                view_.print(stepLine(label_, "afterwards", step, view_.colour_) + "\n");
+                view_.print(stepLine(label_, place, step, view_.colour_) + "\n");
+            }
+        }
+
+        void onStepAmended(const station::plan::StepPlace& place, const station::record::Step& step) override
+        {
+            if (!view_.quiet_) {
+                view_.print(amendedLine(label_, place, step, view_.colour_) + "\n");
             }
         }
 

@@ -132,7 +132,7 @@ private:
                        std::size_t attempt) override
         {
             const std::lock_guard lock(view_.mutex_);
-            state_.step = printable(place.group) + " / " + printable(step.what) +
+            state_.step = placeText(place, step.name) + (step.what == step.name ? "" : ": " + printable(step.what)) +
                           (attempt > 1 ? ", attempt " + std::to_string(attempt) : "");
         }
 
@@ -150,13 +150,13 @@ private:
             const std::lock_guard lock(view_.mutex_);
             state_.done = place.index + 1;
             ++state_.tally[step.verdict];
-            view_.lines_.push_back(stepLine(state_.label, place.group, step, view_.colour_));
+            view_.lines_.push_back(stepLine(state_.label, place, step, view_.colour_));
         }
 
-        void onStepAmended(const station::record::Step& step) override
+        void onStepAmended(const station::plan::StepPlace& place, const station::record::Step& step) override
         {
             const std::lock_guard lock(view_.mutex_);
-            view_.lines_.push_back(stepLine(state_.label, "afterwards", step, view_.colour_));
+            view_.lines_.push_back(amendedLine(state_.label, place, step, view_.colour_));
         }
 
         void onEnded(const station::record::Run&) override

@@ -59,6 +59,10 @@ std::optional<std::string> Operator::ask(const Question& question, station::Inte
         throw station::Interrupted();
     }
     if (auto answer = answers_.find(question.port, question.prompt.id)) {
+        if (const std::string port = takenBy(question, *answer); !port.empty()) {
+            throw NoAnswer("the answer '" + *answer + "' to '" + question.prompt.id + "' has gone to " + port +
+                           " already: give each port a table of its own, [\"PORT\"], in the file of answers");
+        }
         return answer;
     }
     if (isatty(STDIN_FILENO) != 1) {
@@ -96,11 +100,27 @@ std::optional<std::string> Operator::askAtTerminal(const Question& question, sta
             std::fputs("\n", stderr);
             return std::nullopt;
         }
-        if (auto answer = parseAnswer(question.prompt.kind, *line)) {
+        const auto answer = parseAnswer(question.prompt.kind, *line);
+        if (!answer) {
+            std::fprintf(stderr, "%s is expected\n", describe(question.prompt.kind));
+        } else if (const std::string port = takenBy(question, *answer); !port.empty()) {
+            std::fprintf(stderr, "that was given to %s already\n", station::record::printable(port).c_str());
+        } else {
             return answer;
         }
-        std::fprintf(stderr, "%s is expected\n", describe(question.prompt.kind));
     }
+}
+
+/// @returns the port of the other unit that has got the answer, when no two may have it; empty when it is free, and
+/// from here on this unit's.
+std::string Operator::takenBy(const Question& question, const std::string& answer)
+{
+    if (!question.prompt.unique) {
+        return {};
+    }
+    const std::lock_guard lock(mutex_);
+    const auto [place, isNew] = given_.try_emplace({question.prompt.id, answer}, question.port);
+    return isNew || place->second == question.port ? std::string() : place->second;
 }
 
 std::optional<std::string> Operator::readLine(station::Interrupt& interrupt, Clock::time_point deadline)

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <mutex>
 #include <semaphore>
 #include <string>
 
@@ -26,11 +28,15 @@ private:
 
     std::optional<std::string> askAtTerminal(const station::plan::Question& question, station::Interrupt& interrupt,
                                              Clock::time_point deadline);
+    std::string takenBy(const station::plan::Question& question, const std::string& answer);
     std::optional<std::string> readLine(station::Interrupt& interrupt, Clock::time_point deadline);
 
     const Answers& answers_;
     const bool labelled_;
     const std::function<void(bool)> aside_;
+    std::mutex mutex_;
+    /// Ports by question and answer, of the questions that want another answer for each unit; guarded by mutex_.
+    std::map<std::pair<std::string, std::string>, std::string> given_;
     // No timed mutex: ThreadSanitizer does not know how the library waits for one.
     std::binary_semaphore turn_{1};
     std::string typed_;  // whose turn it is has it: of the answer that is being typed

@@ -56,7 +56,10 @@ public:
         view_.onStepEnded(place, step);
     }
 
-    void onStepAmended(const station::record::Step& step) override { view_.onStepAmended(step); }
+    void onStepAmended(const station::plan::StepPlace& place, const station::record::Step& step) override
+    {
+        view_.onStepAmended(place, step);
+    }
 
     void onGroupEnded(std::string_view phase, const station::record::Group& group,
                       const station::record::Run& run) override
@@ -273,6 +276,10 @@ bool mayRun(const PlanRunOptions& options, const Plan& plan)
                 return false;
             }
         }
+    }
+    if (options.ports.size() > 1 && !options.serial.empty()) {
+        complain(kProgram, "--serial names one unit: with several, let the plan store each one's as 'serial'");
+        return false;
     }
     return true;
 }

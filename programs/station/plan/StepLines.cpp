@@ -1,5 +1,6 @@
 #include "programs/station/plan/StepLines.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "station/plan/Judge.h"
@@ -48,6 +49,27 @@ std::string milliseconds(station::plan::Duration time)
     return text;
 }
 
+std::string headOf(std::string_view label, const station::plan::StepPlace& place, const station::record::Step& step,
+                   bool colour)
+{
+    return (label.empty() ? "" : "[" + printable(label) + "] ") + verdictText(step.verdict, colour) + " " +
+           placeText(place, step.name);
+}
+
+std::string reasonOf(const station::record::Step& step)
+{
+    return step.reason.empty() ? "" : "\n        " + printable(step.reason);
+}
+
+/// @returns whether the step has sent something, and that was all there was to do.
+bool onlySent(const station::record::Step& step)
+{
+    using Kind = station::TraceEvent::Kind;
+    const auto isSent = [](const station::TraceEvent& event) { return event.kind == Kind::kSent; };
+    return step.kind == "send" && step.verdict == Verdict::kPass && step.attempts.size() == 1 &&
+           step.attempts.front().measurements.empty() && std::ranges::all_of(step.attempts.front().frames, isSent);
+}
+
 }  // namespace
 
 std::string verdictText(Verdict verdict, bool colour)
@@ -58,22 +80,33 @@ std::string verdictText(Verdict verdict, bool colour)
     return colour ? colourOf(verdict) + text + kPlain + padding : text + padding;
 }
 
-std::string stepLine(std::string_view label, std::string_view group, const station::record::Step& step, bool colour)
+std::string placeText(const station::plan::StepPlace& place, std::string_view step)
 {
+    const std::string round = place.round > 1 ? ", round " + std::to_string(place.round) : "";
+    return printable(place.group) + round + " / " + printable(step);
+}
+
+std::string stepLine(std::string_view label, const station::plan::StepPlace& place, const station::record::Step& step,
+                     bool colour)
+{
+    std::string line = headOf(label, place, step, colour);
     station::plan::Duration time{0};
     for (const auto& attempt : step.attempts) {
         time += attempt.duration;
     }
-    std::string line = label.empty() ? "" : "[" + printable(label) + "] ";
-    line += verdictText(step.verdict, colour) + " " + printable(group) + " / " + printable(step.name);
-    if (!step.attempts.empty()) {
+    if (onlySent(step)) {
+        line += " (sent; no reply is due)";
+    } else if (!step.attempts.empty()) {
         line += " (" + station::record::toText(time);
         line += step.attempts.size() > 1 ? ", " + std::to_string(step.attempts.size()) + " attempts)" : ")";
     }
-    if (!step.reason.empty()) {
-        line += "\n        " + printable(step.reason);
-    }
-    return line;
+    return line + reasonOf(step);
+}
+
+std::string amendedLine(std::string_view label, const station::plan::StepPlace& place,
+                        const station::record::Step& step, bool colour)
+{
+    return headOf(label, place, step, colour) + " (told afterwards)" + reasonOf(step);
 }
 
 std::string summary(const UnitResult& unit, bool colour)
