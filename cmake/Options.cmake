@@ -19,10 +19,10 @@ target_compile_options(project_options INTERFACE
     -Wno-stringop-overflow -Wno-stringop-overread>)
 
 # precompiled_headers(NAME HEADERS ... LIBRARIES ...): compiles headers of these libraries that take most of a file's
-# compile time once, for all targets that say precompile(TARGET NAME). Not where g++ optimises: there it warns of what it has inlined from a precompiled
-# system header as if it were ours. Not with clang, which wants the same macros wherever such headers are used.
+# compile time once, for all targets that say precompile(TARGET NAME). Not where the compiler optimises: there g++ warns
+# of what it has inlined from a precompiled system header as if it were ours.
 function(precompiled_headers name)
-  if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  if(CMAKE_BUILD_TYPE STREQUAL Debug)
     set(source ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
     file(CONFIGURE OUTPUT ${source} CONTENT "// Carries the precompiled headers.\n")
     cmake_parse_arguments(arg "" "" "HEADERS;LIBRARIES" ${ARGN})

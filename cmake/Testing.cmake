@@ -16,3 +16,10 @@ function(unit_test name)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT}
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0;G_SLICE=always-malloc")
 endfunction()
+
+# allocation_test(…): a unit_test that counts what is taken from the heap, with operators that the sanitizers bring too.
+function(allocation_test)
+  if(NOT ENGINEERING_SANITIZERS)
+    unit_test(${ARGN})
+  endif()
+endfunction()

@@ -165,7 +165,8 @@ TEST_F(StationLineTest, StationThatNeverReadsIsAnsweredOnceItReads)
     }
     RawLine line(link());
     EXPECT_TRUE(pollLine(kModeOn, 4096, [](const Bytes& received) {
-        return std::ranges::search(received, kModeOnReply).begin() != received.end();
+        return std::search(received.begin(), received.end(), kModeOnReply.begin(), kModeOnReply.end()) !=
+               received.end();
     }));
 }
 
