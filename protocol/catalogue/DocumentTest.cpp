@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
         Broken{"NoSchema", "group = []\n", ":1:1: the catalogue has no 'schema': an integer is expected"},
         Broken{"AnotherSchema", "schema = 2\ngroup = []\n", ":1:10: 'schema' is 2, out of range 1 to 1"},
         Broken{"NoGroups", "schema = 1\n", ":1:1: the catalogue has no 'group': an array of tables is expected"},
-        Broken{"GroupIsNoArray", "schema = 1\ngroup = 3\n", ":2:9: 'group' is no array of tables"},
+        Broken{"GroupIsNoArray", "schema = 1\ngroup = 3\n", ":2:9: 'group' is no array of tables: [[group]] is expected"},
         Broken{"GroupHoldsANumber", "schema = 1\ngroup = [3]\n", ":2:10: 'group' holds something that is no table"},
         Broken{"GroupCodeHasBit7", "schema = 1\n[[group]]\ncode = 0x82\nkey = \"a\"\ntitle = \"A\"\nmeaning = \"A.\"\n",
                ":3:8: 'code' is 130, out of range 0 to 127"},

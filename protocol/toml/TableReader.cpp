@@ -49,7 +49,11 @@ toml::table parse(std::string_view text, Problems& problems)
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {
-        problems.push_back(at(error.source().begin, std::string(error.description())));
+        std::string what(error.description());
+        if (what.find("closing '}'") != std::string::npos) {
+            what += "; a table in braces stands on one line";
+        }
+        problems.push_back(at(error.source().begin, std::move(what)));
         return {};
     }
 }
@@ -192,7 +196,8 @@ std::vector<const toml::table*> TableReader::tables(std::string_view key, bool r
         return list;
     }
     if (!found->is_array()) {
-        toml_file::report(problems_, *found, inQuotes(key) + " is no array of tables");
+        toml_file::report(problems_, *found,
+                          inQuotes(key) + " is no array of tables: [[" + std::string(key) + "]] is expected");
         return list;
     }
     for (const toml::node& element : *found->as_array()) {

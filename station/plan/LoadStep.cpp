@@ -393,7 +393,11 @@ private:
                 const auto found =
                     field ? std::ranges::find(fields, *field, &Field::name) : std::ranges::find(fields, nullptr);
                 if (found == fields.end()) {
-                    problem(value, "a field of " + inQuotes(frame) + " is expected");
+                    std::vector<std::string_view> names;
+                    std::ranges::transform(fields, std::back_inserter(names), &Field::name);
+                    problem(value, field ? inQuotes(*field) + " is no field of " + inQuotes(frame) +
+                                               protocol::catalogue::didYouMean(*field, names)
+                                         : "a field of " + inQuotes(frame) + " is expected");
                     continue;
                 }
                 addVariable(value, std::string(key.str()));
