@@ -390,6 +390,16 @@ TEST_F(PlanProgramTest, PortThatIsNotThereHasStatusTen)
     EXPECT_EQ(records().at(0)["verdict"], "ERROR");
 }
 
+TEST_F(PlanProgramTest, WhyStepsAreSkippedIsSaidOnce)
+{
+    const auto outcome = run(planRun(shipped("smoke"), {"--port", "/dev/nothing-here", "--no-record"}));
+
+    EXPECT_THAT(outcome.out, HasSubstr("SKIPPED GPS / GPS antenna\n"));
+    const auto first = outcome.out.find("the port could not be opened");
+    EXPECT_NE(first, std::string::npos);
+    EXPECT_EQ(outcome.out.find("the port could not be opened", first + 1), std::string::npos) << outcome.out;
+}
+
 TEST_F(PlanProgramTest, DestructivePlanIsRefusedWithoutYes)
 {
     const auto plan =

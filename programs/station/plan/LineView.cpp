@@ -30,7 +30,9 @@ private:
     class UnitObserver : public station::plan::Observer
     {
     public:
-        UnitObserver(LineView& view, std::string label) : view_(view), label_(std::move(label)) {}
+        UnitObserver(LineView& view, const std::string& label) : view_(view), label_(label), lines_(label, view.colour_)
+        {
+        }
 
         void onAttempt(const station::plan::StepPlace& place, const station::plan::Step& step,
                        std::size_t attempt) override
@@ -45,20 +47,21 @@ private:
         void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
         {
             if (!view_.quiet_) {
-                view_.print(stepLine(label_, place, step, view_.colour_) + "\n");
+                view_.print(lines_.ended(place, step) + "\n");
             }
         }
 
         void onStepAmended(const station::plan::StepPlace& place, const station::record::Step& step) override
         {
             if (!view_.quiet_) {
-                view_.print(amendedLine(label_, place, step, view_.colour_) + "\n");
+                view_.print(lines_.amended(place, step) + "\n");
             }
         }
 
     private:
         LineView& view_;
         const std::string label_;
+        StepLines lines_;
     };
 
     void print(const std::string& text)

@@ -126,7 +126,9 @@ private:
     class UnitObserver : public station::plan::Observer
     {
     public:
-        UnitObserver(LiveView& view, UnitState& state) : view_(view), state_(state) {}
+        UnitObserver(LiveView& view, UnitState& state) : view_(view), state_(state), lines_(state.label, view.colour_)
+        {
+        }
 
         void onAttempt(const station::plan::StepPlace& place, const station::plan::Step& step,
                        std::size_t attempt) override
@@ -150,13 +152,13 @@ private:
             const std::lock_guard lock(view_.mutex_);
             state_.done = place.index + 1;
             ++state_.tally[step.verdict];
-            view_.lines_.push_back(stepLine(state_.label, place, step, view_.colour_));
+            view_.lines_.push_back(lines_.ended(place, step));
         }
 
         void onStepAmended(const station::plan::StepPlace& place, const station::record::Step& step) override
         {
             const std::lock_guard lock(view_.mutex_);
-            view_.lines_.push_back(amendedLine(state_.label, place, step, view_.colour_));
+            view_.lines_.push_back(lines_.amended(place, step));
         }
 
         void onEnded(const station::record::Run&) override
@@ -168,6 +170,7 @@ private:
     private:
         LiveView& view_;
         UnitState& state_;
+        StepLines lines_;
     };
 
     std::vector<std::string> blockLocked(const UnitState& unit) const

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "station/plan/Judge.h"
 #include "station/plan/Speed.h"
@@ -49,13 +50,6 @@ std::string milliseconds(station::plan::Duration time)
     return text;
 }
 
-std::string headOf(std::string_view label, const station::plan::StepPlace& place, const station::record::Step& step,
-                   bool colour)
-{
-    return (label.empty() ? "" : "[" + printable(label) + "] ") + verdictText(step.verdict, colour) + " " +
-           placeText(place, step.name);
-}
-
 std::string reasonOf(const station::record::Step& step)
 {
     return step.reason.empty() ? "" : "\n        " + printable(step.reason);
@@ -86,27 +80,32 @@ std::string placeText(const station::plan::StepPlace& place, std::string_view st
     return printable(place.group) + round + " / " + printable(step);
 }
 
-std::string stepLine(std::string_view label, const station::plan::StepPlace& place, const station::record::Step& step,
-                     bool colour)
+std::string StepLines::headOf(const station::plan::StepPlace& place, const station::record::Step& step) const
 {
-    std::string line = headOf(label, place, step, colour);
+    return (label_.empty() ? "" : "[" + printable(label_) + "] ") + verdictText(step.verdict, colour_) + " " +
+           placeText(place, step.name);
+}
+
+std::string StepLines::ended(const station::plan::StepPlace& place, const station::record::Step& step)
+{
     station::plan::Duration time{0};
     for (const auto& attempt : step.attempts) {
         time += attempt.duration;
     }
+    std::string line = headOf(place, step);
     if (onlySent(step)) {
         line += " (sent; no reply is due)";
     } else if (!step.attempts.empty()) {
         line += " (" + station::record::toText(time);
         line += step.attempts.size() > 1 ? ", " + std::to_string(step.attempts.size()) + " attempts)" : ")";
     }
-    return line + reasonOf(step);
+    const std::string before = std::exchange(skippedFor_, step.verdict == Verdict::kSkipped ? step.reason : "");
+    return skippedFor_.empty() || skippedFor_ != before ? line + reasonOf(step) : line;
 }
 
-std::string amendedLine(std::string_view label, const station::plan::StepPlace& place,
-                        const station::record::Step& step, bool colour)
+std::string StepLines::amended(const station::plan::StepPlace& place, const station::record::Step& step) const
 {
-    return headOf(label, place, step, colour) + " (told afterwards)" + reasonOf(step);
+    return headOf(place, step) + " (told afterwards)" + reasonOf(step);
 }
 
 std::string summary(const UnitResult& unit, bool colour)
