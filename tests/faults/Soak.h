@@ -16,11 +16,7 @@ inline bool soaking()
 }
 
 /// Sanitizers make a program slow, and keep what it frees: the length is a tenth, and memory says nothing.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#else
-inline constexpr bool kSanitized = false;
-#endif
+inline constexpr bool kSanitized = SANITIZED;
 
 /// @returns how often something is to be done: `daily` as a rule, `full` in a soak.
 inline std::size_t lengthOf(std::size_t daily, std::size_t full)
