@@ -225,6 +225,15 @@ TEST_F(LinkTest, OpenDebugPrintsWhatIsReceivedAndSent)
               "[auto test]KYRAutoTest::HandleAutoTestCommands, m_bIsAutoTestMode = 0\n");
 }
 
+TEST_F(LinkTest, OpenDebugTellsWhenTheModeIsOn)
+{
+    station.deliver(wire::kModeOn);
+    switchOpenDebug(true);
+
+    EXPECT_THAT(printedBy([&] { station.deliver(wire::kAskReady); }),
+                HasSubstr("[auto test]KYRAutoTest::HandleAutoTestCommands, m_bIsAutoTestMode = 1\n"));
+}
+
 TEST_F(LinkTest, WithoutOpenDebugNothingIsPrinted)
 {
     EXPECT_EQ(printedBy([&] { station.deliver(wire::kAskReady); }), "");
