@@ -172,6 +172,8 @@ void addRun(Tool& tool, CLI::App& noun)
             "PATH[,BAUD] of a unit; once per unit, all of them are tested at once")
         ->check(checkPort)
         ->expected(1)
+        // What stands behind the port is the plan.
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->type_name("PORT");
     verb->add_option("--answers", options->answers, "TOML file of answers to the plan's questions")->type_name("FILE");

@@ -400,6 +400,53 @@ TEST_F(PlanProgramTest, WhyStepsAreSkippedIsSaidOnce)
     EXPECT_EQ(outcome.out.find("the port could not be opened", first + 1), std::string::npos) << outcome.out;
 }
 
+struct WordOrder {
+    const char* name;
+    std::vector<std::string> words;  // behind "plan run"; PLAN and ANSWERS stand for files
+};
+
+class PlanRunWords : public PlanProgramTest, public testing::WithParamInterface<WordOrder>
+{
+};
+
+TEST_P(PlanRunWords, MayStandInAnyOrder)
+{
+    const auto answers = write("answers.toml", "");
+    std::vector<std::string> all{ENGINEERING_STATION, "plan", "run"};
+    for (const std::string& word : GetParam().words) {
+        all.push_back(word == "PLAN" ? shipped("smoke") : word == "ANSWERS" ? answers : word);
+    }
+
+    const auto outcome = run(all);
+
+    // The port was looked for: plan and options have been understood.
+    EXPECT_EQ(outcome.status, 10);
+    EXPECT_THAT(outcome.err, HasSubstr("/dev/no-such-line: cannot open"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Plan, PlanRunWords,
+    testing::Values(WordOrder{"PortPlanFlag", {"--port", "/dev/no-such-line", "PLAN", "--no-record"}},
+                    WordOrder{"PortPlanShortFlag", {"--no-record", "--port", "/dev/no-such-line", "PLAN", "-q"}},
+                    WordOrder{"PortPlanAnswers",
+                              {"--no-record", "--port", "/dev/no-such-line", "PLAN", "--answers", "ANSWERS"}},
+                    WordOrder{"PortPlan", {"--no-record", "--port", "/dev/no-such-line", "PLAN"}},
+                    WordOrder{"PortWithEqualSign", {"--port=/dev/no-such-line", "PLAN", "--no-record"}},
+                    WordOrder{"PlanPort", {"PLAN", "--port", "/dev/no-such-line", "--no-record"}},
+                    WordOrder{"TwoPortsPlan",
+                              {"--port", "/dev/no-such-line", "--port", "/dev/no-other-line", "PLAN", "--no-record"}},
+                    WordOrder{"PortPlanPort",
+                              {"--port", "/dev/no-such-line", "PLAN", "--port", "/dev/no-other-line", "--no-record"}}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(PlanProgramTest, PortTakesOneValueEach)
+{
+    const auto outcome = run(planRun(shipped("smoke"), {"--no-record", "--port", "/dev/one", "/dev/two"}));
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("'/dev/two' is one argument too many")));
+}
+
 TEST_F(PlanProgramTest, DestructivePlanIsRefusedWithoutYes)
 {
     const auto plan =
