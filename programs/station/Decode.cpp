@@ -201,15 +201,6 @@ bool areFiles(const std::vector<std::string>& inputs)
     return false;
 }
 
-std::string joined(const std::vector<std::string>& words)
-{
-    std::string text;
-    for (const std::string& word : words) {
-        text += word + " ";
-    }
-    return text;
-}
-
 int decode(const Options& options, Tool& tool)
 {
     Printer printer(sideOf(options.from), tool.json);
@@ -219,11 +210,11 @@ int decode(const Options& options, Tool& tool)
             decodeContent(input == "-" ? "standard input" : input, readInput(input, tool.interrupt), printer);
         }
     } else {
-        const std::string text = joined(options.inputs);
-        if (options.inputs.size() == 1 && text.find_first_of("./") != std::string::npos) {
-            throw WrongUse("there is no file '" + options.inputs.front() + "'");
+        const std::string& first = options.inputs.front();
+        if (options.inputs.size() == 1 && first.find_first_of("./") != std::string::npos) {
+            throw WrongUse("there is no file '" + first + "'");
         }
-        for (const ScannedPiece& piece : readHexText({}, text)) {
+        for (const ScannedPiece& piece : readHexArguments(options.inputs)) {
             printer.print(piece);
         }
     }
@@ -250,7 +241,7 @@ void addDecode(Tool& tool)
         "the catalogue does not know stays bytes.\n"
         "Exit status: 0 at least one sound frame was found, 1 none, 2 the input cannot be read.");
     verb->add_option("INPUT", options->inputs,
-                     "Bytes in hexadecimal, a frame's content as '8F 00 [01]' in quotes, or a file; - or nothing is "
+                     "Bytes in hexadecimal, frames' contents as '8F 00 [01]' in quotes, or files; - or nothing is "
                      "standard input")
         ->type_name("FILE");
     verb->add_option("--from", options->from,

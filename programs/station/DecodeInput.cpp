@@ -44,6 +44,11 @@ private:
     std::vector<ScannedPiece> pieces_;
 };
 
+bool isBlank(std::string_view text)
+{
+    return text.find_first_not_of(" \t\r") == std::string_view::npos;
+}
+
 [[noreturn]] void refuse(const std::string& name, std::size_t number, std::string_view line)
 {
     const std::string place = name.empty() ? "" : name + ":" + std::to_string(number) + ": ";
@@ -51,27 +56,31 @@ private:
                    "' are no bytes; hexadecimal was expected, as in '2A A2 00 02 0F 01 FF EE' or '8F 00 [01]'");
 }
 
-/// `8F 00 [01]`
-bool addContent(Collector& collector, std::string_view line)
+/// Of any number of contents, `82 01 [24 FE] 8F 00 [01]`.
+/// @returns whether nothing else stands there.
+bool addContents(Collector& collector, std::string_view line)
 {
-    const auto open = line.find('[');
-    const auto close = line.find(']', open);
-    const auto codes = parseHexBytes(line.substr(0, open));
-    if (close == std::string_view::npos || !codes || codes->size() != 2) {
-        return false;
+    while (!isBlank(line)) {
+        const auto open = line.find('[');
+        const auto close = line.find(']', open);
+        const auto codes = parseHexBytes(line.substr(0, open));
+        if (close == std::string_view::npos || !codes || codes->size() != 2) {
+            return false;
+        }
+        auto params = parseHexBytes(line.substr(open + 1, close - open - 1));
+        if (!params || params->size() > protocol::kMaxStationParams) {
+            return false;
+        }
+        collector.add({(*codes)[0], (*codes)[1], *std::move(params)});
+        line.remove_prefix(close + 1);
     }
-    auto params = parseHexBytes(line.substr(open + 1, close - open - 1));
-    if (!params || params->size() > protocol::kMaxStationParams) {
-        return false;
-    }
-    collector.add({(*codes)[0], (*codes)[1], *std::move(params)});
     return true;
 }
 
 bool addLine(Collector& collector, std::string_view line)
 {
     if (line.find('[') != std::string_view::npos) {
-        return addContent(collector, line);
+        return addContents(collector, line);
     }
     const auto bytes = parseHexBytes(line);
     if (bytes) {
@@ -80,19 +89,98 @@ bool addLine(Collector& collector, std::string_view line)
     return bytes.has_value();
 }
 
+/// Tells the bare bytes among arguments from the contents of frames.
+class Arguments
+{
+public:
+    void add(std::string_view word)
+    {
+        if (content_.empty() && word.find('[') == std::string_view::npos) {
+            bare_.emplace_back(word);
+            return;
+        }
+        if (content_.empty() && isBlank(word.substr(0, word.find('[')))) {
+            takeCodes();
+        }
+        content_ += (content_.empty() ? "" : " ") + std::string(word);
+        if (content_.rfind(']') != std::string::npos && content_.rfind(']') > content_.rfind('[')) {
+            finishBare();
+            finish(content_);
+        }
+    }
+
+    std::vector<ScannedPiece> take()
+    {
+        finishBare();
+        finish(content_);
+        return collector_.take();
+    }
+
+private:
+    /// Of a content whose words the shell has cut apart, `82 01 [24 FE]`, the first two stand before its bracket.
+    void takeCodes()
+    {
+        for (std::size_t count = 0; count < 2 && !bare_.empty(); bare_.pop_back()) {
+            const auto bytes = parseHexBytes(bare_.back());
+            count += bytes ? bytes->size() : 2;
+            content_.insert(0, content_.empty() ? bare_.back() : bare_.back() + " ");
+        }
+    }
+
+    void finishBare()
+    {
+        std::string line;
+        for (const std::string& word : bare_) {
+            line += (line.empty() ? "" : " ") + word;
+        }
+        bare_.clear();
+        finish(line);
+    }
+
+    void finish(std::string& line)
+    {
+        if (!addLine(collector_, line)) {
+            refuse({}, 0, line);
+        }
+        line.clear();
+    }
+
+    Collector collector_;
+    std::vector<std::string> bare_;
+    std::string content_;
+};
+
+/// Calls `take(number, line)` for each line, without what stands behind a '#'.
+template <class Take>
+void forEachLine(std::string_view text, Take take)
+{
+    for (std::size_t number = 1; !text.empty(); ++number) {
+        const auto end = std::min(text.find('\n'), text.size());
+        const std::string_view line = text.substr(0, end);
+        take(number, line.substr(0, line.find('#')));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+}
+
 }  // namespace
+
+std::vector<ScannedPiece> readHexArguments(const std::vector<std::string>& words)
+{
+    Arguments arguments;
+    for (const std::string& word : words) {
+        forEachLine(word, [&](std::size_t, std::string_view line) { arguments.add(line); });
+    }
+    return arguments.take();
+}
 
 std::vector<ScannedPiece> readHexText(const std::string& name, std::string_view text)
 {
     Collector collector;
-    for (std::size_t number = 1; !text.empty(); ++number) {
-        const auto end = std::min(text.find('\n'), text.size());
-        const std::string_view line = text.substr(0, end);
-        if (!addLine(collector, line.substr(0, line.find('#')))) {
+    forEachLine(text, [&](std::size_t number, std::string_view line) {
+        if (!addLine(collector, line)) {
             refuse(name, number, line);
         }
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
+    });
     return collector.take();
 }
 
