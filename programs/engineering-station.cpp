@@ -3,11 +3,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 
 #include "programs/Cli.h"
 #include "programs/station/CommandLine.h"
 #include "programs/station/ExitStatuses.h"
+#include "programs/station/Output.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Codec.h"
 
@@ -72,12 +74,13 @@ int run(const std::function<int()>& action)
 /// @returns `status`, or failure when the data has not reached standard output.
 int withOutputWritten(int status)
 {
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+    const int error = flushStandardOutput();
+    if (error == 0) {
         return status;
     }
     // "… | head" has what it wanted.
-    if (errno != EPIPE) {
-        programs::complain(kProgram, std::string("standard output cannot be written: ") + std::strerror(errno));
+    if (error != EPIPE) {
+        programs::complain(kProgram, std::string("standard output cannot be written: ") + std::strerror(error));
     }
     return status == kPassed ? static_cast<int>(kFailed) : status;
 }
@@ -89,6 +92,7 @@ int main(int argc, char** argv)
     try {
         station::Interrupt interrupt;
         endOnSignals(interrupt);
+        watchStandardOutput();
         CLI::App app("The test station's side of the line: sends commands, decodes replies, runs plans.");
         Tool tool{app, false, {}, interrupt};
         setUp(app, tool.json);

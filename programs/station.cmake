@@ -7,6 +7,7 @@ add_executable(engineering-station
   station/FrameJson.cpp
   station/HelpFormatter.cpp
   station/InputFile.cpp
+  station/Output.cpp
   station/RequestWords.cpp
   station/Tool.cpp
   # The verbs, one file each.

@@ -1,7 +1,9 @@
 #include "programs/station/CommandLine.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
+#include <sstream>
 #include <string_view>
 
 #include "programs/Cli.h"
@@ -106,7 +108,10 @@ std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv)
         app.parse(argc, argv);
         return std::nullopt;
     } catch (const CLI::Success& request) {
-        return app.exit(request);
+        std::ostringstream text;
+        const int status = app.exit(request, text, text);
+        std::fputs(text.str().c_str(), stdout);
+        return status;
     } catch (const CLI::ParseError& error) {
         complain(kProgram, explain(app, error) + " (see '" + pathOf(deepest(app)) + " --help')");
         return kWrongUse;

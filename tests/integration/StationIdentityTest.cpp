@@ -424,6 +424,17 @@ TEST_F(PlayedUnitTest, StationThatIsKilledLeavesTheRowToItsUnit)
     EXPECT_THAT(again.output(Stream::kOut), HasSubstr("factory-serial: unchanged SN123"));
 }
 
+TEST_F(StationIdentityTest, OutputThatCannotBeWrittenIsToldWithItsReason)
+{
+    startService();
+
+    const auto outcome = run({"bash", "-c", std::string(ENGINEERING_STATION) + " identity read > /dev/full"});
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(linesOf(outcome.err),
+                ElementsAre(HasSubstr("standard output cannot be written: No space left on device")));
+}
+
 struct Refused {
     const char* name;
     std::vector<std::string> arguments;

@@ -286,18 +286,39 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"CatalogueThatIsNoToml", "printf '\\nschema = \\n' | $STATION catalogue check -", "-:2:"}),
     [](const auto& row) { return row.param.name; });
 
-TEST(Station, SaysThatItsOutputCouldNotBeWritten)
+class StationOutput : public testing::TestWithParam<const char*>
 {
-    const auto outcome = shell("$STATION catalogue show > /dev/full");
+};
+
+TEST_P(StationOutput, ThatCannotBeWrittenIsToldWithItsReason)
+{
+    const auto outcome = shell(std::string("$STATION ") + GetParam() + " > /dev/full");
 
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("standard output cannot be written: No space left on device"));
+    EXPECT_EQ(outcome.err, "engineering-station: standard output cannot be written: No space left on device\n");
 }
 
-TEST(Station, EndsQuietlyWhenTheReaderHasWhatItWanted)
+TEST_P(StationOutput, WhoseReaderHasWhatItWantedIsNoReasonForAWord)
 {
-    EXPECT_THAT(shell("$STATION catalogue show | head -1").err, IsEmpty());
+    const TempDir directory;
+    // A pipe that has lost its reader before the first byte.
+    const std::string pipe = directory.path() / "pipe";
+    const auto outcome =
+        shell("mkfifo " + pipe + " && exec 3<>" + pipe + " 4>" + pipe + " 3<&- && $STATION " + GetParam() + " >&4");
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, IsEmpty());
 }
+
+INSTANTIATE_TEST_SUITE_P(Station, StationOutput,
+                         testing::Values("--help", "--version", "send --help", "catalogue show", "catalogue list",
+                                         "catalogue show --json", "catalogue list --json", "encode 0F 00",
+                                         "decode '8F 00 [01]'", "completion bash", "man", "ports --json"),
+                         [](const auto& row) {
+                             std::string name(row.param);
+                             std::erase_if(name, [](unsigned char c) { return std::isalnum(c) == 0; });
+                             return name;
+                         });
 
 TEST(StationCatalogue, ShowsOneCommandWithAnExampleThatCanBeTyped)
 {
