@@ -130,6 +130,7 @@ std::string manual(const CLI::App& app)
     }
     out += ".SH ENVIRONMENT\n";
     out += item("NO_COLOR", "When it is set and not empty, output to a terminal is not coloured.");
+    out += item("TERM", "When it is dumb or not set, a terminal gets neither colour nor lines that change.");
     out += item("XDG_RUNTIME_DIR", "Where the port is that is used without --port: engineering/uart below it.");
     return out;
 }

@@ -63,10 +63,16 @@ void printJson(nlohmann::ordered_json object)
     std::puts(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
 }
 
+bool isDumbTerminal()
+{
+    const char* terminal = std::getenv("TERM");
+    return terminal == nullptr || *terminal == '\0' || std::string_view(terminal) == "dumb";
+}
+
 bool colourWanted(int descriptor)
 {
     const char* refused = std::getenv("NO_COLOR");
-    return (refused == nullptr || *refused == '\0') && isatty(descriptor) == 1;
+    return (refused == nullptr || *refused == '\0') && !isDumbTerminal() && isatty(descriptor) == 1;
 }
 
 std::string defaultPort()

@@ -56,7 +56,11 @@ public:
 /// Prints one object on one line of standard output; "schema" is put in front.
 void printJson(nlohmann::ordered_json object);
 
-/// @returns whether standard output (or the given descriptor) takes colour: a terminal, and NO_COLOR unset.
+/// @returns whether TERM names no terminal that obeys control sequences.
+bool isDumbTerminal();
+
+/// @returns whether standard output (or the given descriptor) takes colour: a terminal that is not dumb, and NO_COLOR
+/// unset.
 bool colourWanted(int descriptor = 1);
 
 /// @returns the link at which the service is found when nothing else was said to either side.

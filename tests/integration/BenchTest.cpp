@@ -1,7 +1,11 @@
 #include "tests/integration/BenchTest.h"
 
 #include <gmock/gmock.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
@@ -109,6 +113,39 @@ void BenchTest::expectEnd(ChildProcess& process, int status)
 void BenchTest::hideBus()
 {
     environment_["DBUS_SESSION_BUS_ADDRESS"] = std::nullopt;
+}
+
+std::pair<std::string, int> runOnTerminal(const std::vector<std::string>& arguments,
+                                          const ChildProcess::Environment& environment, const std::string& typed)
+{
+    int master = -1;
+    winsize size{24, 80, 0, 0};
+    std::vector<char*> argv;
+    for (const auto& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    const pid_t child = forkpty(&master, nullptr, nullptr, &size);
+    if (child == 0) {
+        for (const auto& [name, value] : environment) {
+            value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+        }
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    std::string text;
+    bool answered = typed.empty();
+    std::array<char, 1024> chunk;
+    for (ssize_t count = 0; (count = read(master, chunk.data(), chunk.size())) > 0;) {
+        text.append(chunk.data(), static_cast<std::size_t>(count));
+        if (!answered && text.find("[y/n]") != std::string::npos) {
+            answered = write(master, typed.data(), typed.size()) == static_cast<ssize_t>(typed.size());
+        }
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    close(master);
+    return {text, WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status)};
 }
 
 std::vector<std::string> linesOf(const std::string& text)

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "station/SerialLink.h"
@@ -85,6 +86,11 @@ private:
     ChildProcess::Environment environment_;
     std::vector<std::unique_ptr<ChildProcess>> processes_;
 };
+
+/// Runs a program on a terminal of its own, which all three streams are; `typed` is typed at the first question.
+/// @returns what it wrote there, and its status.
+std::pair<std::string, int> runOnTerminal(const std::vector<std::string>& arguments,
+                                          const ChildProcess::Environment& environment, const std::string& typed);
 
 /// @returns the lines of `text`.
 std::vector<std::string> linesOf(const std::string& text);

@@ -1,9 +1,5 @@
 #include <gmock/gmock.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -497,41 +493,6 @@ TEST_F(PlanProgramTest, ListNamesTheShippedPlans)
                 ElementsAre(HasSubstr("end-of-line"), HasSubstr("provision"), HasSubstr("smoke")));
 }
 
-/// Runs a program on a terminal of its own.
-/// @returns what it wrote there, and its status.
-std::pair<std::string, int> runOnTerminal(const std::vector<std::string>& arguments,
-                                          const ChildProcess::Environment& environment, const std::string& typed)
-{
-    int master = -1;
-    winsize size{24, 80, 0, 0};
-    std::vector<char*> argv;
-    for (const auto& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    const pid_t child = forkpty(&master, nullptr, nullptr, &size);
-    if (child == 0) {
-        for (const auto& [name, value] : environment) {
-            value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
-        }
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    std::string text;
-    bool answered = typed.empty();
-    std::array<char, 1024> chunk;
-    for (ssize_t count = 0; (count = read(master, chunk.data(), chunk.size())) > 0;) {
-        text.append(chunk.data(), static_cast<std::size_t>(count));
-        if (!answered && text.find("[y/n]") != std::string::npos) {
-            answered = write(master, typed.data(), typed.size()) == static_cast<ssize_t>(typed.size());
-        }
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    close(master);
-    return {text, WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status)};
-}
-
 TEST_F(PlanProgramTest, TerminalShowsProgressFramesAndVerdictsAndAsks)
 {
     startService();
@@ -572,6 +533,39 @@ TEST_F(PlanProgramTest, TerminalWithoutColourGetsNone)
     EXPECT_THAT(text, Not(HasSubstr("\x1b[32m")));
     EXPECT_THAT(text, HasSubstr("PASS    GPS / GPS antenna"));
 }
+
+struct Terminal {
+    const char* name;
+    std::optional<std::string> term;
+};
+
+class DumbTerminal : public PlanProgramTest, public testing::WithParamInterface<Terminal>
+{
+};
+
+TEST_P(DumbTerminal, GetsNoControlSequences)
+{
+    startService();
+    auto terminal = environment();
+    terminal["TERM"] = GetParam().term;
+    terminal["NO_COLOR"] = std::nullopt;
+
+    const auto plan = runOnTerminal(planRun(shipped("smoke")), terminal, "");
+    const auto list = runOnTerminal({ENGINEERING_STATION, "report", "list", results().string()}, terminal, "");
+    const auto report =
+        runOnTerminal({ENGINEERING_STATION, "report", "show", "latest", "--results", results().string()}, terminal, "");
+
+    for (const auto& [text, status] : {plan, list, report}) {
+        EXPECT_EQ(status, 0) << text;
+        EXPECT_THAT(text, HasSubstr("PASS"));
+        EXPECT_THAT(text, Not(HasSubstr("\x1b")));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Plan, DumbTerminal,
+                         testing::Values(Terminal{"Named", "dumb"}, Terminal{"Unnamed", std::nullopt},
+                                         Terminal{"EmptyName", ""}),
+                         [](const auto& row) { return row.param.name; });
 
 }  // namespace
 }  // namespace tests
