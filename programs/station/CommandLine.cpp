@@ -110,7 +110,12 @@ std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv)
     } catch (const CLI::Success& request) {
         std::ostringstream text;
         const int status = app.exit(request, text, text);
-        std::fputs(text.str().c_str(), stdout);
+        const bool json = app.get_option("--json")->as<bool>();
+        if (json && dynamic_cast<const CLI::CallForVersion*>(&request) != nullptr) {
+            printJson({{"program", kProgram}, {"version", ENGINEERING_VERSION}});
+        } else {
+            printText(text.str(), json);
+        }
         return status;
     } catch (const CLI::ParseError& error) {
         complain(kProgram, explain(app, error) + " (see '" + pathOf(deepest(app)) + " --help')");

@@ -286,7 +286,7 @@ void addCompletion(Tool& tool)
         "  source <(engineering-station completion bash)");
     verb->callback([&tool, shell] {
         tool.action = [&tool] {
-            std::fputs(bashScript(tool.app).c_str(), stdout);
+            printText(bashScript(tool.app), tool.json);
             return static_cast<int>(kPassed);
         };
     });

@@ -53,7 +53,7 @@ public:
             case ScannedPiece::Kind::kFrame:
                 return printFrame(piece.frame, isFromUnit(piece.frame), {});
             case ScannedPiece::Kind::kCorrupt:
-                return printCorrupt(piece.frame, {});
+                return printCorrupt(piece.frame, piece.bytes, {});
             case ScannedPiece::Kind::kGarbage:
                 return printBytes("garbage", piece.bytes);
             case ScannedPiece::Kind::kIncomplete:
@@ -69,7 +69,7 @@ public:
             case TraceEvent::Kind::kReceived:
                 return printFrame(event.frame, side_ != Side::kStation, &event);
             case TraceEvent::Kind::kCorrupt:
-                return printCorrupt(event.frame, &event);
+                return printCorrupt(event.frame, event.bytes, &event);
             case TraceEvent::Kind::kLost:
                 return printNote("lost", event);
             case TraceEvent::Kind::kBack:
@@ -106,13 +106,14 @@ private:
         std::puts(line.c_str());
     }
 
-    void printCorrupt(const Frame& frame, const TraceEvent* event)
+    void printCorrupt(const Frame& frame, const std::vector<std::uint8_t>& bytes, const TraceEvent* event)
     {
         if (json_) {
             ordered_json object = timed("corrupt", event);
             object["cmd_one"] = frame.cmdOne;
             object["cmd_two"] = frame.cmdTwo;
             object["params"] = catalogue::formatHexBytes(frame.params);
+            object["bytes"] = catalogue::formatHexBytes(bytes);
             printJson(object);
             return;
         }

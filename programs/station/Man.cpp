@@ -148,7 +148,7 @@ void addMan(Tool& tool)
         "  engineering-station man | man -l -");
     verb->callback([&tool] {
         tool.action = [&tool] {
-            std::fputs(manual(tool.app).c_str(), stdout);
+            printText(manual(tool.app), tool.json);
             return static_cast<int>(kPassed);
         };
     });

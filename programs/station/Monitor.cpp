@@ -286,7 +286,9 @@ void addMonitor(Tool& tool)
         "Shows what passes on a line\n"
         "A line a frame: time, direction as the station sees it (sent, received, corrupt), meaning. The port is this "
         "program's alone meanwhile, so what comes is what the unit sends by itself, which it mostly does in auto-test "
-        "mode only: see --enter-test-mode. A device that goes is waited for; that it went and came back is shown. "
+        "mode only: see --enter-test-mode. Key reports come only while they are switched on, before monitor has the "
+        "port: 'send keys.set-feedback value=on' in auto-test mode. A device that goes is waited for; that it went and "
+        "came back is shown. "
         "Ctrl-C ends it, with exit status 0.\n"
         "\n"
         "A filter has alternatives between commas; words between blanks must all hold, one behind ! must not:\n"
@@ -300,9 +302,11 @@ void addMonitor(Tool& tool)
     verb->add_flag("--hex", options->hex, "Show the bytes too");
     verb->add_option("--filter", options->filter, "Which frames to show; a capture holds all of them")
         ->type_name("EXPR");
-    auto* pcapng = verb->add_option("--pcapng", options->pcapng,
-                                    "Capture into this file, for Wireshark: link type USER0, comments")
-                       ->type_name("FILE");
+    auto* pcapng =
+        verb->add_option(
+                "--pcapng", options->pcapng,
+                "Capture into this file, for Wireshark: link type USER0, comments; one that exists is replaced")
+            ->type_name("FILE");
     auto* enter = verb->add_flag("--enter-test-mode", options->enterTestMode,
                                  "Switch auto-test mode on, and back to what it was at the end");
     verb->add_option("--duration", options->durationSeconds, "End after so many seconds; 0 for never")

@@ -126,7 +126,8 @@ void addPorts(Tool& tool)
         "Lists the serial ports\n"
         "Each with its device, what it is (of a USB adapter VID:PID:SERIAL and its name), who uses it, and the names "
         "under which it is found whenever it is plugged in: give one of those to --port. The link of a bench that runs "
-        "is listed too. No port is opened. Whether one is in use by another user's program, which has not locked it, "
+        "is listed too where it is the default one; one under a name of its own (--uart pty:LINK) is not known. No "
+        "port is opened. Whether one is in use by another user's program, which has not locked it, "
         "only root can see.");
     verb->footer(
         "Examples:\n"

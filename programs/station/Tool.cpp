@@ -63,6 +63,11 @@ void printJson(nlohmann::ordered_json object)
     std::puts(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
 }
 
+void printText(const std::string& text, bool json)
+{
+    json ? printJson({{"text", text}}) : static_cast<void>(std::fputs(text.c_str(), stdout));
+}
+
 bool isDumbTerminal()
 {
     const char* terminal = std::getenv("TERM");

@@ -56,6 +56,9 @@ public:
 /// Prints one object on one line of standard output; "schema" is put in front.
 void printJson(nlohmann::ordered_json object);
 
+/// Prints a text that is made for people or other programs than readers of JSON; with --json as {"text": …}.
+void printText(const std::string& text, bool json);
+
 /// @returns whether TERM names no terminal that obeys control sequences.
 bool isDumbTerminal();
 

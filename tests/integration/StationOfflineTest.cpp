@@ -155,6 +155,15 @@ TEST(StationDecode, AsJsonIsOneObjectForEachPiece)
     EXPECT_EQ(json::parse(lines[1])["fields"]["frequency"]["value"], 9470);
 }
 
+TEST(StationDecode, AsJsonHasTheBytesOfACorruptFrame)
+{
+    const json object = json::parse(station({"decode", "2A A2 00 04 82 01 24 FE FE 58", "--json"}).out);
+
+    EXPECT_EQ(object["type"], "corrupt");
+    EXPECT_EQ(object["params"], "24 FE");
+    EXPECT_EQ(object.value("bytes", ""), "2A A2 00 04 82 01 24 FE FE 58");
+}
+
 TEST(StationDecode, ReadsHexadecimalTextFromAFileAndStandardInput)
 {
     const TempDir directory;
@@ -314,6 +323,33 @@ INSTANTIATE_TEST_SUITE_P(Station, StationOutput,
                          testing::Values("--help", "--version", "send --help", "catalogue show", "catalogue list",
                                          "catalogue show --json", "catalogue list --json", "encode 0F 00",
                                          "decode '8F 00 [01]'", "completion bash", "man", "ports --json"),
+                         [](const auto& row) {
+                             std::string name(row.param);
+                             std::erase_if(name, [](unsigned char c) { return std::isalnum(c) == 0; });
+                             return name;
+                         });
+
+TEST(Station, TellsItsVersionAsJson)
+{
+    EXPECT_EQ(json::parse(station({"--version", "--json"}).out),
+              json::parse(R"({"schema": 1, "program": "engineering-station", "version": "1.0.0"})"));
+    EXPECT_EQ(station({"--json", "--version"}).out, station({"--version", "--json"}).out);
+}
+
+class StationText : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(StationText, IsOneObjectAsJson)
+{
+    const auto text = shell(std::string("$STATION ") + GetParam());
+    const auto object = shell(std::string("$STATION --json ") + GetParam());
+
+    EXPECT_EQ(object.status, 0);
+    EXPECT_EQ(json::parse(object.out), (json{{"schema", 1}, {"text", text.out}}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Station, StationText, testing::Values("--help", "send --help", "completion bash", "man"),
                          [](const auto& row) {
                              std::string name(row.param);
                              std::erase_if(name, [](unsigned char c) { return std::isalnum(c) == 0; });
