@@ -13,6 +13,7 @@
 #include "protocol/catalogue/Document.h"
 #include "protocol/catalogue/Suggest.h"
 #include "protocol/toml/Problem.h"
+#include "station/record/Text.h"
 
 namespace programs::station_tool {
 
@@ -83,6 +84,18 @@ int list(bool json)
     return kPassed;
 }
 
+/// @returns "93 commands, 2 notices".
+std::string countText(catalogue::Groups groups)
+{
+    std::size_t commands = 0;
+    std::size_t notices = 0;
+    for (const catalogue::Group& group : groups) {
+        commands += group.commands.size();
+        notices += group.notices.size();
+    }
+    return station::record::count(commands, "command") + ", " + station::record::count(notices, "notice");
+}
+
 int check(const std::string& path, Tool& tool)
 {
     const std::string text = readInput(path, tool.interrupt);
@@ -97,6 +110,9 @@ int check(const std::string& path, Tool& tool)
     } else {
         for (const auto& problem : problems) {
             complainOfFile(protocol::toml_file::format(path, problem));
+        }
+        if (problems.empty()) {
+            print(station::record::printable(path) + ": sound, " + countText(document.groups()) + "\n");
         }
     }
     return problems.empty() ? kPassed : kWrongUse;
@@ -120,17 +136,21 @@ void addShow(Tool& tool, CLI::App& noun)
 
 void addList(Tool& tool, CLI::App& noun)
 {
-    CLI::App* verb = noun.add_subcommand("list", "Print the codes and keys of all commands, one a line");
+    CLI::App* verb =
+        noun.add_subcommand("list",
+                            "Print the codes and keys of all commands, one a line\n"
+                            "Notices, which the unit sends by itself, stand among them: '(sent unasked)'.");
     verb->callback([&tool] { tool.action = [&tool] { return list(tool.json); }; });
 }
 
 void addCheck(Tool& tool, CLI::App& noun)
 {
     const auto path = std::make_shared<std::string>();
-    CLI::App* verb = noun.add_subcommand("check",
-                                         "Check a catalogue file\n"
-                                         "Each mistake is one line on standard error, FILE:LINE:COLUMN: what is wrong; "
-                                         "the exit status is then 2.");
+    CLI::App* verb = noun.add_subcommand(
+        "check",
+        "Check a catalogue file\n"
+        "A sound one is told in a line. Each mistake is one line on standard error, FILE:LINE:COLUMN: what is wrong; "
+        "the exit status is then 2.");
     verb->add_option("FILE", *path, "Catalogue in TOML; - for standard input")->type_name("FILE")->required();
     verb->footer(
         "Examples:\n"

@@ -356,6 +356,43 @@ INSTANTIATE_TEST_SUITE_P(Station, StationText, testing::Values("--help", "send -
                              return name;
                          });
 
+TEST(StationCatalogue, ListsCommandsAndWhatTheUnitSendsByItself)
+{
+    const auto lines = linesOf(station({"catalogue", "list"}).out);
+    const json list = json::parse(station({"catalogue", "list", "--json"}).out);
+
+    EXPECT_EQ(lines.size(), list["commands"].size() + list["notices"].size());
+    ASSERT_THAT(list["notices"], SizeIs(testing::Ge(1U)));
+    for (const std::string key : list["notices"]) {
+        EXPECT_THAT(lines, testing::Contains(AllOf(HasSubstr(" " + key + " "), EndsWith("(sent unasked)")))) << key;
+    }
+}
+
+TEST(StationCatalogue, CheckSaysWhatASoundOneHolds)
+{
+    const TempDir directory;
+    const auto path = (directory.path() / "catalogue.toml").string();
+    std::ofstream(path) << R"(schema = 1
+[[group]]
+code = 0x02
+key = "tuner"
+title = "Tuner"
+meaning = "Plays."
+[[group.command]]
+code = 0x01
+key = "frequency"
+title = "Frequency"
+meaning = "Asks for it."
+access = "read"
+)";
+
+    const auto outcome = station({"catalogue", "check", path});
+
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, path + ": sound, 1 command, 0 notices\n");
+    EXPECT_THAT(outcome.err, IsEmpty());
+}
+
 TEST(StationCatalogue, ShowsOneCommandWithAnExampleThatCanBeTyped)
 {
     const auto outcome = station({"catalogue", "show", "tuner.play"});
