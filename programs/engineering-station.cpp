@@ -51,7 +51,7 @@ int run(const std::function<int()>& action)
     try {
         return action();
     } catch (const station::PortError& error) {
-        programs::complain(kProgram, error.what());
+        programs::complain(kProgram, error.what() + missingPortHint(error.path()));
         return kPortUnavailable;
     } catch (const station::LinkError& error) {
         programs::complain(kProgram, error.what());

@@ -267,9 +267,9 @@ struct Connection::State {
 Connection::Connection(PortSpec port, Options options)
 {
     try {
-        state_ = std::make_unique<State>(std::move(port), options);
+        state_ = std::make_unique<State>(port, options);
     } catch (const std::system_error& error) {
-        throw PortError(error.what());
+        throw PortError(error.what(), port.path);
     }
 }
 

@@ -25,7 +25,13 @@ struct PortSpec {
 class PortError : public std::runtime_error
 {
 public:
-    using std::runtime_error::runtime_error;
+    PortError(const std::string& text, std::string path) : std::runtime_error(text), path_(std::move(path)) {}
+
+    /// As it was given.
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
 };
 
 /// The line failed while it was used and did not come back in time.

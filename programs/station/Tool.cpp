@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string_view>
 #include <system_error>
 
@@ -86,6 +87,16 @@ std::string defaultPort()
         return std::string(runtime) + "/engineering/uart";
     }
     return "/tmp/engineering-" + std::to_string(getuid()) + "/uart";
+}
+
+std::string missingPortHint(const std::string& path)
+{
+    std::error_code error;
+    if (std::filesystem::exists(path, error) || error) {
+        return "";
+    }
+    return path == defaultPort() ? "; is a bench running? (scripts/run)"
+                                 : std::string("; see '") + kProgram + " ports' for those that there are";
 }
 
 void addPort(CLI::App& verb, station::PortSpec& port)

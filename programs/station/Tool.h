@@ -69,6 +69,9 @@ bool colourWanted(int descriptor = 1);
 /// @returns the link at which the service is found when nothing else was said to either side.
 std::string defaultPort();
 
+/// @returns what to do about a port that is not there, to be put behind the message; empty for one that is.
+std::string missingPortHint(const std::string& path);
+
 /// Takes PATH[,BAUD] apart.
 station::PortSpec parsePort(std::string_view text);
 

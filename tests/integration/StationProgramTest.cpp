@@ -79,6 +79,43 @@ TEST_F(StationProgramTest, SendToAPortThatDoesNotExistHasStatusTen)
     EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
 }
 
+struct MissingPort {
+    const char* name;
+    std::vector<std::string> arguments;
+    const char* hint;
+};
+
+class MissingPortTest : public BenchTest, public testing::WithParamInterface<MissingPort>
+{
+};
+
+TEST_P(MissingPortTest, IsToldWithWhatToDo)
+{
+    std::vector<std::string> all{ENGINEERING_STATION};
+    all.insert(all.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+
+    const auto outcome = run(all);
+
+    EXPECT_EQ(outcome.status, 10);
+    EXPECT_THAT(linesOf(outcome.err), testing::ElementsAre(testing::EndsWith(GetParam().hint)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    StationProgram, MissingPortTest,
+    testing::Values(
+        MissingPort{
+            "DefaultPort", {"send", "0F", "00"}, "No such file or directory; is a bench running? (scripts/run)"},
+        MissingPort{"NamedPort",
+                    {"send", "0F", "00", "--port", "/dev/no-such-line"},
+                    "/dev/no-such-line: cannot open: No such file or directory; see 'engineering-station ports' for "
+                    "those that there are"},
+        MissingPort{"MonitoredPort", {"monitor"}, "is a bench running? (scripts/run)"},
+        MissingPort{"PortOfAUnit", {"identity", "read"}, "is a bench running? (scripts/run)"},
+        MissingPort{"FileThatIsNoPort",
+                    {"send", "0F", "00", "--port", "/dev/null"},
+                    "/dev/null: not a serial line: Inappropriate ioctl for device"}),
+    [](const auto& row) { return row.param.name; });
+
 TEST_F(StationProgramTest, SendIgnoresWhatWasLeftInTheLine)
 {
     PtyPeer peer;
