@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -387,8 +389,13 @@ void print(const Done& done, bool json)
     std::fflush(stdout);
 }
 
-void complainAbout(const std::vector<Done>& all)
+/// Repeats what went wrong as a diagnostic.
+void complainAbout(const std::vector<Done>& all, bool json)
 {
+    // Who sees both streams has seen it.
+    if (!json && isatty(STDOUT_FILENO) == 1 && isatty(STDERR_FILENO) == 1) {
+        return;
+    }
     for (const Done& done : all) {
         if (done.result == Result::kRefused || done.result == Result::kDiffers || done.result == Result::kMissing) {
             complain(kProgram, printable(describe(done)));
@@ -458,7 +465,7 @@ int write(const Options& options, Tool& tool)
             throw;
         }
         const int status = statusOf(all);
-        complainAbout(all);
+        complainAbout(all, tool.json);
         if (!unrecorded.empty()) {
             complain(kProgram, unrecorded);
         }
@@ -474,7 +481,7 @@ int verify(const Options& options, Tool& tool)
     Source source(options, tool);
     return runWithRows(options, tool, [&](identity::UnitIdentity& unit) -> int {
         const auto all = identity::verify(unit, source.find(unit), [&](const Done& done) { print(done, tool.json); });
-        complainAbout(all);
+        complainAbout(all, tool.json);
         return statusOf(all);
     });
 }

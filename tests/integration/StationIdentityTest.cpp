@@ -313,6 +313,17 @@ TEST_F(PlayedUnitTest, ReadBackThatDiffersHasStatusTwelve)
     EXPECT_EQ(journal().at(0)["read"], "SN124");
 }
 
+TEST_F(StationIdentityTest, RefusalIsSaidOnceOnATerminal)
+{
+    startService();
+    identity({"write", "--set", "factory-serial=SN1"});
+
+    const auto [text, status] = runOnTerminal(command({"write", "--set", "factory-serial=SN2"}), environment(), "");
+
+    EXPECT_EQ(status, 1);
+    EXPECT_THAT(linesOf(text), ElementsAre(HasSubstr("factory-serial: refused SN2, the unit has SN1")));
+}
+
 TEST_F(PlayedUnitTest, GarbageCorruptAndForeignFramesAreNoReadBack)
 {
     auto& process = write();
