@@ -39,7 +39,8 @@ std::string shown(const Stored& stored, const Record& record)
     if (!record.presenceOnly) {
         return stored.value;
     }
-    return "one that cannot be read" + (stored.value.empty() ? "" : "; the controller runs " + stored.value);
+    return "one that cannot be read" +
+           (stored.value.empty() ? "" : "; the controller runs " + stored.value + " until the unit starts again");
 }
 
 }  // namespace
@@ -114,7 +115,9 @@ std::string describe(const Done& done)
         case Result::kWritten:
         case Result::kPresent:
             return begin + "written " + done.wanted + " (was " + shown(done.before, record) + ")" +
-                   (record.presenceOnly ? "; the unit only tells that there is one" : "");
+                   (record.presenceOnly
+                        ? "; the unit only tells that there is one, which the controller runs from the next start"
+                        : "");
         case Result::kUnchanged:
             return begin + "unchanged " + done.wanted;
         case Result::kWouldWrite:

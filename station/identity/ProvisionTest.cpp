@@ -259,7 +259,8 @@ TEST_F(ProvisionTest, BluetoothAddressIsWrittenWhenItsPresenceShows)
 
     EXPECT_THAT(write({wanted("bluetooth-address", "0002F5A1B2C3")}), ElementsAre(Result::kPresent));
     EXPECT_EQ(describe(last),
-              "bluetooth-address: written 0002F5A1B2C3 (was nothing); the unit only tells that there is one");
+              "bluetooth-address: written 0002F5A1B2C3 (was nothing); the unit only tells that there is one, which the "
+              "controller runs from the next start");
 }
 
 TEST_F(ProvisionTest, BluetoothAddressThatIsThereIsRefusedUnlessItIsTheUnitsOwnOrRuns)

@@ -223,6 +223,33 @@ TEST_F(StationIdentityTest, UnitThatWillBeRefusedUsesNoRowUp)
     EXPECT_EQ(contentOf(file + ".ledger"), "");
 }
 
+TEST_F(StationIdentityTest, WrittenAddressRunsOnlyWhenTheUnitHasStartedAgain)
+{
+    startService();
+    const std::string value = "bluetooth-address=0002F5A1B2C3";
+
+    const auto written = identity({"write", "--set", value});
+    const auto compared = identity({"verify", "--set", value});
+    const auto again = identity({"write", "--set", value});
+
+    EXPECT_EQ(written.out,
+              "bluetooth-address: written 0002F5A1B2C3 (was nothing); the unit only tells that there is one, which the "
+              "controller runs from the next start\n");
+    EXPECT_EQ(compared.status, 12);
+    EXPECT_EQ(compared.out,
+              "bluetooth-address: differs: 0002F5A1B2C3 expected, one that cannot be read; the controller runs "
+              "001A7DDA7113 until the unit starts again\n");
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(again.out,
+              "bluetooth-address: refused 0002F5A1B2C3, the unit has one that cannot be read; the controller runs "
+              "001A7DDA7113 until the unit starts again (--overwrite replaces it)\n");
+
+    // As after the next start.
+    run({HEADUNITCTL, "set", "/bluetooth/attributes/3", "\"00:02:F5:A1:B2:C3\""});
+    EXPECT_EQ(identity({"verify", "--set", value}).out, "bluetooth-address: matches 0002F5A1B2C3\n");
+    EXPECT_EQ(identity({"write", "--set", value}).out, "bluetooth-address: unchanged 0002F5A1B2C3\n");
+}
+
 TEST_F(StationIdentityTest, UnitWithoutANameIsGivenNothing)
 {
     startService();
