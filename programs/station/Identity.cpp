@@ -245,7 +245,7 @@ public:
                 "second "
                 "try finds the same row");
         }
-        openLedger();
+        openLedger(options_.dryRun ? identity::Ledger::Access::kLook : identity::Ledger::Access::kReserve);
         // A unit that will be refused must not use a row up.
         const auto preview = ledger_->reserve(*table_, line, optional(options_.serial), true);
         const auto wanted = wantedOf(preview.row, preview.again);
@@ -267,7 +267,7 @@ public:
         std::string serial = options_.serial;
         if (serial.empty() && !options_.unit.empty()) {
             unit_ = options_.unit;
-            openLedger();
+            openLedger(identity::Ledger::Access::kLook);
             const auto row = ledger_->rowOf(*table_, unit_);
             if (!row) {
                 throw identity::NoRow("unit " + unit_ + " has not been given a row of " + table_->path);
@@ -286,7 +286,7 @@ public:
                 return wantedOf(row, true);
             }
         }
-        throw identity::NoRow(table_->path + " has no row with factory serial " + serial);
+        throw identity::NoRow(table_->path + ": no row has factory serial " + serial);
     }
 
     void noteUsed(bool verified)
@@ -344,7 +344,10 @@ private:
         return held;
     }
 
-    void openLedger() { ledger_.emplace(table_->path, records_, &tool_.interrupt); }
+    void openLedger(identity::Ledger::Access access)
+    {
+        ledger_.emplace(table_->path, records_, &tool_.interrupt, access);
+    }
 
     std::vector<Wanted> wantedOf(const identity::CsvRow& row, bool own) const
     {

@@ -29,10 +29,10 @@ constexpr int kLookAgainMs = 10;
 /// Stands for the whole: beyond every line that there can be.
 constexpr off_t kWhole = off_t{1} << 60;
 
-FileLock lockOf(short type, off_t offset)
+FileLock lockOf(int type, off_t offset)
 {
     FileLock lock{};
-    lock.l_type = type;
+    lock.l_type = static_cast<short>(type);
     lock.l_whence = SEEK_SET;
     lock.l_start = offset;
     lock.l_len = 1;
@@ -67,6 +67,11 @@ bool shareAValue(const Values& one, const Values& other)
     });
 }
 
+std::string noRowWith(const CsvTable& table, const std::string& serial)
+{
+    return table.path + ": no row has factory serial " + serial;
+}
+
 }  // namespace
 
 /// Held while the ledger is read and added to.
@@ -75,6 +80,9 @@ class Ledger::WholeLock
 public:
     explicit WholeLock(Ledger& ledger) : ledger_(ledger)
     {
+        if (ledger.descriptor_ < 0) {
+            return;
+        }
         const auto giveUpAt = std::chrono::steady_clock::now() + kPatience;
         while (!ledger.tryLock(kWhole)) {
             if (std::chrono::steady_clock::now() >= giveUpAt) {
@@ -90,6 +98,9 @@ public:
 
     ~WholeLock()
     {
+        if (ledger_.descriptor_ < 0) {
+            return;
+        }
         FileLock lock = lockOf(F_UNLCK, kWhole);
         fcntl(ledger_.descriptor_, F_OFD_SETLK, &lock);
     }
@@ -101,15 +112,19 @@ private:
     Ledger& ledger_;
 };
 
-Ledger::Ledger(const std::string& csvPath, Records records, const Interrupt* interrupt)
-    : records_(records), interrupt_(interrupt)
+Ledger::Ledger(const std::string& csvPath, Records records, const Interrupt* interrupt, Access access)
+    : records_(records), interrupt_(interrupt), access_(access)
 {
     // Two names of one file must not lead to two ledgers.
     std::error_code error;
     const fs::path file = fs::canonical(csvPath, error);
     path_ = (error ? fs::path(csvPath) : file).string() + ".ledger";
-    descriptor_ = open(path_.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
+    const bool looks = access_ == Access::kLook;
+    descriptor_ = open(path_.c_str(), (looks ? O_RDONLY : O_RDWR | O_APPEND) | O_CLOEXEC);
     if (descriptor_ < 0 && errno == ENOENT) {
+        if (looks) {
+            return;
+        }
         descriptor_ = open(path_.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
         syncFolder(path_);
     }
@@ -120,7 +135,9 @@ Ledger::Ledger(const std::string& csvPath, Records records, const Interrupt* int
 
 Ledger::~Ledger()
 {
-    close(descriptor_);
+    if (descriptor_ >= 0) {
+        close(descriptor_);
+    }
 }
 
 Ledger::Grant Ledger::reserve(const CsvTable& table, const Unit& unit, const std::optional<std::string>& serial,
@@ -128,9 +145,15 @@ Ledger::Grant Ledger::reserve(const CsvTable& table, const Unit& unit, const std
 {
     const WholeLock lock(*this);
     const Reservations given = load();
+    const auto rowOfSerial = [&](const std::string& wanted) {
+        return std::ranges::find_if(table.rows, [&](const CsvRow& row) { return serialOf(row.values) == wanted; });
+    };
 
     if (const auto own = ownOf(unit, given); own != given.end()) {
         const CsvRow* row = rowFor(table, *own);
+        if (serial && rowOfSerial(*serial) == table.rows.end()) {
+            throw NoRow(noRowWith(table, *serial));
+        }
         if (serial && serialOf(row->values) != *serial) {
             throw NoRow("unit " + own->unit.text + " has been given line " + std::to_string(row->line) + " of " +
                         table.path + ", not the one of factory serial " + *serial);
@@ -147,9 +170,6 @@ Ledger::Grant Ledger::reserve(const CsvTable& table, const Unit& unit, const std
         const Values unique = uniqueValues(row.values, records_);
         return std::ranges::find_if(given, [&](const Reservation& one) { return shareAValue(one.values, unique); });
     };
-    const auto rowOfSerial = [&](const std::string& wanted) {
-        return std::ranges::find_if(table.rows, [&](const CsvRow& row) { return serialOf(row.values) == wanted; });
-    };
     auto row = table.rows.end();
     if (serial) {
         row = rowOfSerial(*serial);
@@ -160,7 +180,7 @@ Ledger::Grant Ledger::reserve(const CsvTable& table, const Unit& unit, const std
         row = std::ranges::find_if(table.rows, [&](const CsvRow& one) { return owner(one) == given.end(); });
     }
     if (row == table.rows.end()) {
-        throw NoRow(serial ? table.path + " has no row with factory serial " + *serial
+        throw NoRow(serial ? noRowWith(table, *serial)
                            : table.path + ": all " + std::to_string(table.rows.size()) + " rows have been given away");
     }
     if (const auto other = owner(*row); other != given.end()) {
@@ -255,7 +275,7 @@ Ledger::Reservations Ledger::load()
 {
     std::string text;
     std::array<char, 65536> chunk;
-    for (;;) {
+    while (descriptor_ >= 0) {
         const ssize_t got = pread(descriptor_, chunk.data(), chunk.size(), static_cast<off_t>(text.size()));
         if (got < 0 && errno == EINTR) {
             continue;
@@ -270,7 +290,7 @@ Ledger::Reservations Ledger::load()
     }
     // Behind the last line end stands what a station had begun to write when it died: nothing that it has used.
     const std::size_t whole = text.rfind('\n') == std::string::npos ? 0 : text.rfind('\n') + 1;
-    if (whole < text.size() && ftruncate(descriptor_, static_cast<off_t>(whole)) != 0) {
+    if (whole < text.size() && access_ == Access::kReserve && ftruncate(descriptor_, static_cast<off_t>(whole)) != 0) {
         fail(std::generic_category().message(errno));
     }
     text.resize(whole);
@@ -326,7 +346,7 @@ void Ledger::append(const std::string& line)
 
 bool Ledger::tryLock(off_t offset) const
 {
-    FileLock lock = lockOf(F_WRLCK, offset);
+    FileLock lock = lockOf(access_ == Access::kLook ? F_RDLCK : F_WRLCK, offset);
     if (fcntl(descriptor_, F_OFD_SETLK, &lock) == 0) {
         return true;
     }

@@ -41,9 +41,14 @@ public:
 class Ledger
 {
 public:
-    /// Opens or creates the ledger of a CSV file, whatever links lead to it. Throws LedgerError.
+    enum class Access {
+        kReserve,  ///< the file is made when there is none
+        kLook,     ///< nothing is made and nothing changed; for `rowOf` and dry runs only
+    };
+
+    /// Opens the ledger of a CSV file, whatever links lead to it. Throws LedgerError.
     /// @param records,interrupt outlive the ledger; `interrupt` may be nullptr.
-    Ledger(const std::string& csvPath, Records records, const Interrupt* interrupt);
+    Ledger(const std::string& csvPath, Records records, const Interrupt* interrupt, Access access = Access::kReserve);
     ~Ledger();
     Ledger(const Ledger&) = delete;
     Ledger& operator=(const Ledger&) = delete;
@@ -117,8 +122,9 @@ private:
     std::string path_;
     Records records_;
     const Interrupt* interrupt_;
-    int descriptor_ = -1;
-    off_t end_ = 0;  // of what load() has read
+    Access access_;
+    int descriptor_ = -1;  // none for a look at a ledger that is not there
+    off_t end_ = 0;        // of what load() has read
     Name granted_;
 };
 

@@ -80,6 +80,36 @@ TEST_F(LedgerTest, EachUnitGetsARowOfItsOwnUntilNoneIsLeft)
     EXPECT_THAT(refusal("U3"), HasSubstr("all 2 rows have been given away"));
 }
 
+TEST_F(LedgerTest, LookMakesNoFileAndFindsNoRow)
+{
+    Ledger look(csv, all, nullptr, Ledger::Access::kLook);
+
+    EXPECT_EQ(look.reserve(table, {"U1", ""}, {}, true).row.values.at("factory-serial"), "SN1");
+    EXPECT_FALSE(look.rowOf(table, "U1"));
+    EXPECT_FALSE(std::filesystem::exists(csv + ".ledger"));
+}
+
+TEST_F(LedgerTest, LookSeesWhatWasGivenAndChangesNothing)
+{
+    reserve("U1");
+    std::ofstream(csv + ".ledger", std::ios::app) << "{\"what a station had begun";
+    const std::string before = ledger();
+
+    Ledger look(csv, all, nullptr, Ledger::Access::kLook);
+
+    EXPECT_EQ(look.reserve(table, {"U2", ""}, {}, true).row.values.at("factory-serial"), "SN2");
+    EXPECT_EQ(look.rowOf(table, "U1")->values.at("factory-serial"), "SN1");
+    EXPECT_EQ(ledger(), before);
+}
+
+TEST_F(LedgerTest, SerialThatNoRowHasIsSaidSoToAUnitThatHasARowToo)
+{
+    reserve("U1");
+
+    EXPECT_THAT(refusal("U1", "SN9"), HasSubstr(": no row has factory serial SN9"));
+    EXPECT_THAT(refusal("U1", "SN2"), HasSubstr("has been given line 2"));
+}
+
 TEST_F(LedgerTest, SameUnitGetsItsOwnRowAgain)
 {
     EXPECT_FALSE(reserve("U1").again);
@@ -95,7 +125,7 @@ TEST_F(LedgerTest, RowCanBeChosenByItsFactorySerial)
 {
     EXPECT_EQ(reserve("U1", "SN2").row.line, 3u);
     EXPECT_EQ(reserve("U2").row.line, 2u);
-    EXPECT_THAT(refusal("U3", "SN9"), HasSubstr("no row with factory serial SN9"));
+    EXPECT_THAT(refusal("U3", "SN9"), HasSubstr("no row has factory serial SN9"));
     EXPECT_THAT(refusal("U3", "SN2"), AllOf(HasSubstr("values.csv:3"), HasSubstr("given to unit U1")));
     EXPECT_THAT(refusal("U1", "SN1"), HasSubstr("has been given line 3"));
 }

@@ -223,6 +223,32 @@ TEST_F(StationIdentityTest, UnitThatWillBeRefusedUsesNoRowUp)
     EXPECT_EQ(contentOf(file + ".ledger"), "");
 }
 
+TEST_F(StationIdentityTest, DryRunAndVerifyMakeNothing)
+{
+    startService();
+    const std::string file = csv("factory-serial\nSN1\n");
+
+    EXPECT_EQ(identity({"write", "--csv", file, "--unit", "U1", "--dry-run"}).out,
+              "unit U1\nfactory-serial: would write SN1 (is nothing)\n");
+    EXPECT_THAT(identity({"verify", "--csv", file, "--unit", "U1"}).err, HasSubstr("U1 has not been given a row"));
+
+    EXPECT_FALSE(std::filesystem::exists(file + ".ledger"));
+    EXPECT_FALSE(std::filesystem::exists(directory() / "state"));
+}
+
+TEST_F(StationIdentityTest, SerialThatNoRowHasIsSaidSo)
+{
+    startService();
+    const std::string file = csv("factory-serial\nSN1\n");
+    identity({"write", "--csv", file, "--unit", "U1"});
+
+    for (const char* verb : {"write", "verify"}) {
+        const auto outcome = identity({verb, "--csv", file, "--serial", "SN999"});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("units.csv: no row has factory serial SN999")));
+    }
+}
+
 TEST_F(StationIdentityTest, WrittenAddressRunsOnlyWhenTheUnitHasStartedAgain)
 {
     startService();
