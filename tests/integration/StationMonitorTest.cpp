@@ -203,6 +203,19 @@ TEST_F(StationMonitorTest, DurationEndsIt)
     EXPECT_EQ(run({ENGINEERING_STATION, "monitor", "--port", unit.path(), "--duration", "0.05"}).status, 0);
 }
 
+TEST_F(StationMonitorTest, CaptureReplacesAFileOfItsName)
+{
+    PtyPeer unit;
+    std::ofstream(capture()) << "an older capture";
+
+    expectEnd(monitor({"--port", unit.path(), "--pcapng", capture(), "--duration", "0.01"}), 0);
+
+    std::ifstream file(capture());
+    const std::string content{std::istreambuf_iterator<char>(file), {}};
+    EXPECT_THAT(content, testing::StartsWith("\x0A\x0D\x0D\x0A"));
+    EXPECT_THAT(content, testing::Not(HasSubstr("older")));
+}
+
 TEST_F(StationMonitorTest, CaptureThatCannotBeBegunIsRefused)
 {
     PtyPeer unit;
