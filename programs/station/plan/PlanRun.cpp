@@ -5,7 +5,6 @@
 
 #include <array>
 #include <atomic>
-#include <cstdlib>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -126,19 +125,13 @@ std::string hostName()
     return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
 }
 
-bool isDumb()
-{
-    const char* terminal = std::getenv("TERM");
-    return terminal == nullptr || *terminal == '\0' || std::string_view(terminal) == "dumb";
-}
-
 std::unique_ptr<RunView> chooseView(const Tool& tool, const PlanRunOptions& options, const Plan& plan)
 {
     const bool labelled = options.ports.size() > 1;
     if (tool.json) {
         return makeJsonView(plan);
     }
-    if (!options.quiet && isatty(STDOUT_FILENO) == 1 && !isDumb()) {
+    if (!options.quiet && isatty(STDOUT_FILENO) == 1 && !isDumbTerminal()) {
         return makeLiveView(plan, labelled);
     }
     return makeLineView(plan, labelled, options.quiet);
@@ -228,7 +221,9 @@ private:
             if (!worker.unit.recordError.empty()) {
                 complaints.push_back("the record is not complete: " + worker.unit.recordError);
             }
-            if (worker.unit.result.portUnavailable || worker.unit.result.linkFailed) {
+            if (worker.unit.result.portUnavailable) {
+                complaints.push_back(worker.unit.result.run.reason + missingPortHint(worker.port.path));
+            } else if (worker.unit.result.linkFailed) {
                 complaints.push_back(worker.unit.result.run.reason);
             }
             units.push_back(std::move(worker.unit));
