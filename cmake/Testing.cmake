@@ -12,9 +12,8 @@ function(unit_test name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest GTest::gtest_main)
   precompile(${name} test_headers)
-  # What GLib's slice allocator frees in one thread and hands out in another, the sanitizers take for one piece of memory.
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT}
-    ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0;G_SLICE=always-malloc")
+    ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0")
 endfunction()
 
 # allocation_test(…): a unit_test that counts what is taken from the heap, with operators that the sanitizers bring too.
