@@ -131,6 +131,18 @@ TEST(DecodeFromUnit, ReadsNumbersOfEverySizeHighByteFirst)
     EXPECT_EQ(number(records[0][1]), 0x23);
 }
 
+TEST(Decode, SaysThatThereAreMoreRecordsThanThereMayBe)
+{
+    Frame frame{0x85, 0x00, {21}};
+    for (std::uint8_t number = 1; number <= 21; ++number) {
+        frame.params.insert(frame.params.end(), {number, 0x00, 0x00, 0x23});
+    }
+
+    EXPECT_THAT(
+        decodeFromUnit(kGroups, frame).problems,
+        ElementsAre("count: 21 is out of range 0 to 20", "satellites: 21 records where 0 to 20 records were expected"));
+}
+
 TEST(DecodeFromUnit, ReadsTextsAndBytesToTheEnd)
 {
     EXPECT_EQ(std::get<std::string>(decodeFromUnit(kGroups, {0x8A, 0x0F, {0x31, 0x32}}).fields[0].value), "12");
