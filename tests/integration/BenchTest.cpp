@@ -121,8 +121,9 @@ std::pair<std::string, int> runOnTerminal(const std::vector<std::string>& argume
     int master = -1;
     winsize size{24, 80, 0, 0};
     std::vector<char*> argv;
-    for (const auto& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
+    const auto words = throughEmulator(arguments);
+    for (const auto& word : words) {
+        argv.push_back(const_cast<char*>(word.c_str()));
     }
     argv.push_back(nullptr);
     const pid_t child = forkpty(&master, nullptr, nullptr, &size);

@@ -15,7 +15,7 @@ using testing::StartsWith;
 /// Runs a shell's command line in which $STATION is the program.
 Outcome shell(const std::string& line)
 {
-    return run({"bash", "-c", line}, {{"STATION", ENGINEERING_STATION}});
+    return run({"bash", "-c", line}, {{"STATION", shellWords(ENGINEERING_STATION)}});
 }
 
 struct Completion {

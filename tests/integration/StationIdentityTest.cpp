@@ -492,7 +492,7 @@ TEST_F(StationIdentityTest, OutputThatCannotBeWrittenIsToldWithItsReason)
 {
     startService();
 
-    const auto outcome = run({"bash", "-c", std::string(ENGINEERING_STATION) + " identity read > /dev/full"});
+    const auto outcome = run({"bash", "-c", shellWords(ENGINEERING_STATION) + " identity read > /dev/full"});
 
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(linesOf(outcome.err),

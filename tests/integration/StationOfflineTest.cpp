@@ -33,7 +33,7 @@ Outcome station(std::vector<std::string> arguments)
 /// Runs a shell's command line in which $STATION is the program.
 Outcome shell(const std::string& line)
 {
-    return run({"bash", "-c", line}, {{"STATION", ENGINEERING_STATION}});
+    return run({"bash", "-c", line}, {{"STATION", shellWords(ENGINEERING_STATION)}});
 }
 
 TEST(StationEncode, PrintsTheFrameOfACommand)

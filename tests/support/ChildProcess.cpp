@@ -51,16 +51,6 @@ private:
     std::array<int, 2> ends_{-1, -1};
 };
 
-/// The machine's own programs run as they are; what this build has made may be for another processor.
-std::vector<std::string> throughEmulator(std::vector<std::string> arguments)
-{
-    const std::string_view emulator = PROGRAM_EMULATOR;
-    if (!emulator.empty() && arguments.at(0).starts_with(BUILT_PROGRAMS)) {
-        arguments.insert(arguments.begin(), std::string(emulator));
-    }
-    return arguments;
-}
-
 std::vector<std::string> merge(const ChildProcess::Environment& changes)
 {
     std::vector<std::string> merged;
@@ -105,6 +95,24 @@ int statusOf(const siginfo_t& info)
 }
 
 }  // namespace
+
+std::vector<std::string> throughEmulator(std::vector<std::string> arguments)
+{
+    const std::string_view emulator = PROGRAM_EMULATOR;
+    if (!emulator.empty() && arguments.at(0).starts_with(BUILT_PROGRAMS)) {
+        arguments.insert(arguments.begin(), std::string(emulator));
+    }
+    return arguments;
+}
+
+std::string shellWords(const std::string& program)
+{
+    std::string words;
+    for (const std::string& word : throughEmulator({program})) {
+        words += (words.empty() ? "" : " ") + word;
+    }
+    return words;
+}
 
 ChildProcess::ChildProcess(const std::vector<std::string>& arguments, const Environment& environment)
 {

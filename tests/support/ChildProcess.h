@@ -98,4 +98,11 @@ Outcome run(const std::vector<std::string>& arguments, const ChildProcess::Envir
 /// @returns the first line of a sanitizer's report in `text`, empty when there is none.
 std::string sanitizerReport(const std::string& text);
 
+/// @returns what starts the program. The machine's own run as they are; what this build has made may be for another
+/// processor, and is then started through the emulator.
+std::vector<std::string> throughEmulator(std::vector<std::string> arguments);
+
+/// The same for a shell's command line, where it stands without quotes.
+std::string shellWords(const std::string& program);
+
 }  // namespace tests
