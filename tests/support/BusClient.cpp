@@ -109,7 +109,10 @@ std::string BusClient::callEngineering(const std::string& method, const std::str
 
 std::string BusClient::callHeadUnit(const std::string& method, const std::string& arguments)
 {
-    return call(kHeadUnit, kHeadUnitPath, kHeadUnit, method, parse(arguments));
+    GVariant* const parsed = parse(arguments);
+    const std::string reply = call(kHeadUnit, kHeadUnitPath, kHeadUnit, method, parsed);
+    g_variant_unref(parsed);
+    return reply;
 }
 
 std::string BusClient::call(const char* name, const char* path, const char* interface, const std::string& method,
