@@ -4,6 +4,7 @@
 
 #include "programs/station/plan/RunView.h"
 #include "programs/station/plan/StepLines.h"
+#include "station/record/Text.h"
 
 namespace programs::station_tool {
 
@@ -39,8 +40,8 @@ private:
         {
             // Somebody may have to do something at the unit for it to come.
             if (!view_.quiet_ && attempt == 1 && step.kind() == "wait") {
-                view_.print((label_.empty() ? "" : "[" + label_ + "] ") + "waiting for " + placeText(place, step.name) +
-                            "\n");
+                view_.print((label_.empty() ? "" : "[" + station::record::printable(label_) + "] ") + "waiting for " +
+                            placeText(place, step.name) + "\n");
             }
         }
 
