@@ -1,10 +1,11 @@
 #include "programs/station/plan/PlanFile.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <string>
+
+#include "tests/support/TempDir.h"
 
 namespace programs::station_tool {
 namespace {
@@ -17,22 +18,18 @@ class ShippedPlans : public testing::Test
 protected:
     ShippedPlans()
     {
-        std::string name = (fs::temp_directory_path() / "shipped-plans-XXXXXX").string();
-        root = fs::canonical(mkdtemp(name.data()));
         fs::create_directories(root / "elsewhere");
         fs::current_path(root / "elsewhere");
     }
 
-    ~ShippedPlans() override
-    {
-        fs::current_path(before_);
-        fs::remove_all(root);
-    }
-
-    fs::path root;
+    ~ShippedPlans() override { fs::current_path(before_); }
 
 private:
+    const tests::TempDir directory_;
     const fs::path before_ = fs::current_path();
+
+protected:
+    const fs::path root = fs::canonical(directory_.path());
 };
 
 TEST_F(ShippedPlans, AreThoseOfTheWorkingDirectoryFirst)
