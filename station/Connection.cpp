@@ -184,7 +184,7 @@ struct Connection::State {
             const auto params = received->params();
             Frame frame{received->cmdOne, received->cmdTwo, {params.begin(), params.end()}};
             if (received->checksumHolds) {
-                tell({TraceEvent::Kind::kReceived, arrivedAt, arrived, frame, {}});
+                tell({TraceEvent::Kind::kReceived, arrivedAt, arrived, frame, {}, {}, stale});
                 return Arrival{std::move(frame), stale};
             }
             ++corrupt;

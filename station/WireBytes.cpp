@@ -36,4 +36,12 @@ std::vector<std::uint8_t> wireBytes(protocol::ReceivedFrame& frame)
                     frame.receivedChecksum);
 }
 
+std::vector<std::uint8_t> wireBytes(const TraceEvent& event)
+{
+    if (!hasFrame(event.kind)) {
+        return {};
+    }
+    return event.bytes.empty() ? wireBytes(event.frame) : event.bytes;
+}
+
 }  // namespace station

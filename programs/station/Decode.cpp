@@ -14,6 +14,7 @@
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/Hex.h"
+#include "station/trace/Describe.h"
 #include "station/trace/PcapngReader.h"
 
 namespace programs::station_tool {
@@ -49,11 +50,15 @@ public:
 
     void print(const ScannedPiece& piece)
     {
+        using Kind = TraceEvent::Kind;
         switch (piece.kind) {
-            case ScannedPiece::Kind::kFrame:
-                return printFrame(piece.frame, isFromUnit(piece.frame), {});
+            case ScannedPiece::Kind::kFrame: {
+                const bool fromUnit =
+                    side_ == Side::kAuto ? (piece.frame.cmdOne & protocol::kReplyBit) != 0 : side_ == Side::kUnit;
+                return print({fromUnit ? Kind::kReceived : Kind::kSent, {}, {}, piece.frame, {}}, false);
+            }
             case ScannedPiece::Kind::kCorrupt:
-                return printCorrupt(piece.frame, piece.bytes, {});
+                return print({Kind::kCorrupt, {}, {}, piece.frame, {}, piece.bytes}, false);
             case ScannedPiece::Kind::kGarbage:
                 return printBytes("garbage", piece.bytes);
             case ScannedPiece::Kind::kIncomplete:
@@ -61,66 +66,57 @@ public:
         }
     }
 
-    void print(const TraceEvent& event)
+    /// Prints an event of a capture, which knows when it happened and who sent it.
+    void print(TraceEvent event)
     {
-        switch (event.kind) {
-            case TraceEvent::Kind::kSent:
-                return printFrame(event.frame, side_ == Side::kUnit, &event);
-            case TraceEvent::Kind::kReceived:
-                return printFrame(event.frame, side_ != Side::kStation, &event);
-            case TraceEvent::Kind::kCorrupt:
-                return printCorrupt(event.frame, event.bytes, &event);
-            case TraceEvent::Kind::kLost:
-                return printNote("lost", event);
-            case TraceEvent::Kind::kBack:
-                return printNote("back", event);
+        if (side_ != Side::kAuto && isGoodFrame(event)) {
+            event.kind = side_ == Side::kUnit ? TraceEvent::Kind::kReceived : TraceEvent::Kind::kSent;
         }
+        print(event, true);
     }
 
     bool foundFrame() const { return foundFrame_; }
 
 private:
-    bool isFromUnit(const Frame& frame) const
+    static bool isGoodFrame(const TraceEvent& event)
     {
-        return side_ == Side::kAuto ? (frame.cmdOne & protocol::kReplyBit) != 0 : side_ == Side::kUnit;
+        return hasFrame(event.kind) && event.kind != TraceEvent::Kind::kCorrupt;
     }
 
-    void printFrame(const Frame& frame, bool fromUnit, const TraceEvent* event)
+    void print(const TraceEvent& event, bool timed)
     {
-        foundFrame_ = true;
         const auto groups = catalogue::groups();
-        const auto decoded =
-            fromUnit ? catalogue::decodeFromUnit(groups, frame, asked_) : catalogue::decodeRequest(groups, frame);
-        if (!fromUnit) {
-            asked_ = decoded.command;
-        }
+        const auto decoded = attribution_.on(event).decoded;
+        const bool good = isGoodFrame(event);
+        const char* const sender = event.kind == TraceEvent::Kind::kSent ? "station" : "unit";
+        foundFrame_ = foundFrame_ || good;
         if (json_) {
-            ordered_json object = timed("frame", event);
-            object["from"] = fromUnit ? "unit" : "station";
-            object.update(toJson(groups, decoded, frame));
+            ordered_json object{{"type", good ? "frame" : name(event.kind)}};
+            if (timed) {
+                object["time_ns"] =
+                    std::chrono::duration_cast<std::chrono::nanoseconds>(event.at.time_since_epoch()).count();
+            }
+            if (good) {
+                object["from"] = sender;
+                object.update(toJson(groups, decoded, event.frame));
+            } else if (hasFrame(event.kind)) {
+                object["cmd_one"] = event.frame.cmdOne;
+                object["cmd_two"] = event.frame.cmdTwo;
+                object["params"] = catalogue::formatHexBytes(event.frame.params);
+                object["bytes"] = catalogue::formatHexBytes(event.bytes);
+            }
             printJson(object);
-            return;
+        } else if (good) {
+            std::printf("%-7s  %s  %s\n", sender, station::format(event.frame).c_str(),
+                        catalogue::format(groups, decoded, event.frame).c_str());
+        } else if (hasFrame(event.kind)) {
+            std::puts(("corrupt  " + station::format(event.frame) + "  (! wrong checksum)").c_str());
+        } else {
+            std::puts(name(event.kind));
         }
-        const std::string line = std::string(fromUnit ? "unit     " : "station  ") + station::format(frame) + "  " +
-                                 catalogue::format(groups, decoded, frame);
-        std::puts(line.c_str());
     }
 
-    void printCorrupt(const Frame& frame, const std::vector<std::uint8_t>& bytes, const TraceEvent* event)
-    {
-        if (json_) {
-            ordered_json object = timed("corrupt", event);
-            object["cmd_one"] = frame.cmdOne;
-            object["cmd_two"] = frame.cmdTwo;
-            object["params"] = catalogue::formatHexBytes(frame.params);
-            object["bytes"] = catalogue::formatHexBytes(bytes);
-            printJson(object);
-            return;
-        }
-        std::puts(("corrupt  " + station::format(frame) + "  (! wrong checksum)").c_str());
-    }
-
-    void printBytes(const char* kind, const std::vector<std::uint8_t>& bytes)
+    void printBytes(const char* kind, const std::vector<std::uint8_t>& bytes) const
     {
         const std::string text = catalogue::formatHexBytes(bytes);
         if (json_) {
@@ -130,30 +126,10 @@ private:
         std::printf("%s: %s\n", kind, text.c_str());
     }
 
-    void printNote(const char* kind, const TraceEvent& event)
-    {
-        if (json_) {
-            printJson(timed(kind, &event));
-            return;
-        }
-        std::printf("%s\n", kind);
-    }
-
-    static ordered_json timed(const char* type, const TraceEvent* event)
-    {
-        ordered_json object{{"type", type}};
-        if (event != nullptr) {
-            object["time_ns"] =
-                std::chrono::duration_cast<std::chrono::nanoseconds>(event->at.time_since_epoch()).count();
-        }
-        return object;
-    }
-
     Side side_;
     bool json_;
     bool foundFrame_ = false;
-    /// What the next frame of the unit may answer.
-    const catalogue::Command* asked_ = nullptr;
+    station::Attribution attribution_{catalogue::groups()};
 };
 
 void decodeCapture(const std::string& name, const std::string& content, Printer& printer)
@@ -161,8 +137,8 @@ void decodeCapture(const std::string& name, const std::string& content, Printer&
     std::istringstream stream(content);
     station::pcapng::Reader reader(stream, name);
     try {
-        while (const auto event = reader.next()) {
-            printer.print(*event);
+        while (auto event = reader.next()) {
+            printer.print(std::move(*event));
         }
     } catch (const station::pcapng::Error& error) {
         throw WrongUse(error.what());

@@ -20,6 +20,8 @@ inline constexpr std::array kExitStatuses{
     ExitStatus{kNoAnswer, "no answer in time"},
     ExitStatus{kInterrupted, "interrupted"},
     ExitStatus{kNothingRun, "nothing was run"},
+    ExitStatus{kError, "of a plan: a step ended in an error"},
+    ExitStatus{kNotRecorded, "the results could not be written"},
     ExitStatus{kPortUnavailable, "the port is missing or busy"},
     ExitStatus{kLinkFailed, "the link failed while it was used"},
     ExitStatus{kReadBackDiffers, "what was read back differs from what was written"},

@@ -17,8 +17,9 @@
 #include "station/Connection.h"
 #include "station/WireBytes.h"
 #include "station/identity/UnitIdentity.h"
-#include "station/monitor/EventDecoder.h"
 #include "station/monitor/EventFilter.h"
+#include "station/trace/Attribution.h"
+#include "station/trace/Describe.h"
 #include "station/trace/FanOut.h"
 #include "station/trace/Pcapng.h"
 #include "station/trace/PcapngReader.h"
@@ -49,14 +50,6 @@ struct Options {
     bool enterTestMode = false;
 };
 
-std::vector<std::uint8_t> bytesOf(const TraceEvent& event)
-{
-    if (event.kind == Kind::kLost || event.kind == Kind::kBack) {
-        return {};
-    }
-    return event.bytes.empty() ? station::wireBytes(event.frame) : event.bytes;
-}
-
 /// @returns "14:03:27.123456" on the station's clock.
 std::string clockTime(std::chrono::system_clock::time_point time)
 {
@@ -75,7 +68,7 @@ public:
     void on(const TraceEvent& event) override
     {
         back_ = back_ || event.kind == Kind::kBack;
-        const auto decoded = decoder_.decode(event);
+        const auto decoded = attribution_.on(event).decoded;
         if (!filter_.passes(event, decoded)) {
             return;
         }
@@ -94,8 +87,8 @@ private:
         direction.resize(8, ' ');
         const char* colour = event.kind == Kind::kSent ? "\x1B[36m" : event.kind == Kind::kReceived ? "" : "\x1B[31m";
         line += colour_ && *colour != '\0' ? colour + direction + "\x1B[0m" : direction;
-        line += "  " + describe(decoder_.groups(), event, decoded);
-        if (const auto bytes = bytesOf(event); hex_ && !bytes.empty()) {
+        line += "  " + describe(attribution_.groups(), event, decoded);
+        if (const auto bytes = station::wireBytes(event); hex_ && !bytes.empty()) {
             line += "  | " + catalogue::formatHexBytes(bytes);
         }
         std::puts(line.c_str());
@@ -108,20 +101,20 @@ private:
             {"type", frame ? "frame" : name(event.kind)},
             {"time", station::isoUtc(event.at, 6)},
             {"time_ns", std::chrono::duration_cast<std::chrono::nanoseconds>(event.at.time_since_epoch()).count()}};
-        if (event.kind == Kind::kLost || event.kind == Kind::kBack) {
-            object["text"] = describe(decoder_.groups(), event, decoded);
+        if (!hasFrame(event.kind)) {
+            object["text"] = describe(attribution_.groups(), event, decoded);
         } else {
             object["direction"] = event.kind == Kind::kSent ? "sent" : "received";
             object["from"] = event.kind == Kind::kSent ? "station" : "unit";
-            object.update(toJson(decoder_.groups(), decoded, event.frame));
+            object.update(toJson(attribution_.groups(), decoded, event.frame));
         }
-        if (const auto bytes = bytesOf(event); hex_ && !bytes.empty()) {
+        if (const auto bytes = station::wireBytes(event); hex_ && !bytes.empty()) {
             object["bytes"] = catalogue::formatHexBytes(bytes);
         }
         printJson(std::move(object));
     }
 
-    station::EventDecoder decoder_{catalogue::groups()};
+    station::Attribution attribution_{catalogue::groups()};
     station::EventFilter filter_;
     bool hex_;
     bool json_;
@@ -205,10 +198,11 @@ private:
         const station::pcapng::Source source{std::string(kProgram) + " " ENGINEERING_VERSION, options_.port.path,
                                              options_.port.baud};
         try {
-            capture_.emplace(options_.pcapng, source,
-                             [decoder = station::EventDecoder(catalogue::groups())](const TraceEvent& event) mutable {
-                                 return describe(decoder.groups(), event, decoder.decode(event));
-                             });
+            capture_.emplace(
+                options_.pcapng, source,
+                [attribution = station::Attribution(catalogue::groups())](const TraceEvent& event) mutable {
+                    return describe(attribution.groups(), event, attribution.on(event).decoded);
+                });
         } catch (const std::system_error& error) {
             throw WrongUse(error.what());
         }

@@ -154,11 +154,9 @@ void addRun(Tool& tool, CLI::App& noun)
         "A terminal shows progress, the current step and the latest frames; otherwise there is a line per step. The "
         "record is kept in any case.\n"
         "Ctrl-C ends the run: the teardown follows, and a second Ctrl-C ends that too.\n"
-        "Exit status, the first that holds for any unit: 4 interrupted, 10 port missing or busy, 11 the line failed, 1 "
-        "a "
-        "limit was missed or a step ended in an error, 3 nothing but time-outs, 5 nothing was run, 0 all passed; 2 for "
-        "a "
-        "plan, answers or options that are wrong.");
+        "Exit status, the first that holds for any unit: 4 interrupted, 10 port missing or busy, 11 the line failed, 7 "
+        "the results could not be written, 1 a limit was missed, 3 no answer in time, 6 a step ended in an error, 5 "
+        "nothing was run, 0 all passed; 2 for a plan, answers or options that are wrong.");
     const auto options = std::make_shared<PlanRunOptions>();
     options->results = station::record::kDefaultResults;
     verb->add_option("PLAN", options->plan, "Plan to run")->required()->type_name("FILE");

@@ -20,6 +20,8 @@ enum Exit : int {
     kNoAnswer = 3,
     kInterrupted = 4,
     kNothingRun = 5,
+    kError = 6,
+    kNotRecorded = 7,
     kPortUnavailable = 10,
     kLinkFailed = 11,
     kReadBackDiffers = 12,

@@ -114,7 +114,7 @@ EventFilter::Term EventFilter::parse(catalogue::Groups groups, std::string_view 
 
 bool EventFilter::passes(const TraceEvent& event, const catalogue::Decoded& decoded) const
 {
-    if (alternatives_.empty() || event.kind == Kind::kLost || event.kind == Kind::kBack) {
+    if (alternatives_.empty() || !hasFrame(event.kind)) {
         return true;
     }
     return std::ranges::any_of(alternatives_, [&](const Alternative& terms) {

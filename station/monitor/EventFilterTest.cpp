@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/monitor/EventDecoder.h"
+#include "station/trace/Attribution.h"
 
 namespace station {
 namespace {
@@ -33,11 +33,11 @@ std::string passing(const std::string& expression)
 {
     const auto groups = protocol::catalogue::groups();
     const EventFilter filter(groups, expression);
-    EventDecoder decoder(groups);
+    Attribution attribution(groups);
     std::string letters;
     for (const auto& [letter, one] : {std::pair('A', kAskFrequency), std::pair('F', kFrequency), std::pair('K', kKey),
                                       std::pair('U', kUnknown), std::pair('C', kCorrupt), std::pair('L', kLost)}) {
-        if (filter.passes(one, decoder.decode(one))) {
+        if (filter.passes(one, attribution.on(one).decoded)) {
             letters += letter;
         }
     }
@@ -79,10 +79,10 @@ TEST(EventFilter, WithoutAnExpressionPassesEverything)
 TEST(EventFilter, ReplyUnderAnotherGroupsCodeIsFoundWithItsCommand)
 {
     const auto groups = protocol::catalogue::groups();
-    EventDecoder decoder(groups);
-    decoder.decode(event(Kind::kSent, {0x04, 0x08, {}}));
+    Attribution attribution(groups);
+    attribution.on(event(Kind::kSent, {0x04, 0x08, {}}));
     const TraceEvent reply = event(Kind::kReceived, {0x82, 0x08, {0x01}});
-    const auto decoded = decoder.decode(reply);
+    const auto decoded = attribution.on(reply).decoded;
 
     EXPECT_TRUE(EventFilter(groups, "bluetooth").passes(reply, decoded));
     EXPECT_FALSE(EventFilter(groups, "tuner").passes(reply, decoded));

@@ -20,11 +20,6 @@ namespace {
 /// What a plan stores under this name tells whose record it is.
 constexpr std::string_view kSerialVariable = "serial";
 
-bool passed(Verdict verdict)
-{
-    return verdict == Verdict::kPass || verdict == Verdict::kSkipped;
-}
-
 /// One run of one plan.
 class Engine
 {
@@ -38,7 +33,7 @@ public:
         , port_(port)
         , reconnect_(reconnect)
         , run_(result_.run)
-        , line_(run_, observer)
+        , line_(run_, observer, surroundings.groups)
         , total_(plan.stepCount())
     {
         run_ = std::move(run);
@@ -48,9 +43,7 @@ public:
         run_.plan.title = plan.title;
         run_.plan.path = plan.path;
         run_.started = std::chrono::system_clock::now();
-        run_.phases = {{"setup", Verdict::kSkipped, {}, {}},
-                       {"main", Verdict::kSkipped, {}, {}},
-                       {"teardown", Verdict::kSkipped, {}, {}}};
+        run_.phases = {{"setup", {}, {}}, {"main", {}, {}}, {"teardown", {}, {}}};
     }
 
     Result run()
@@ -68,7 +61,7 @@ public:
             runner_ = nullptr;
         } catch (const PortError& error) {
             result_.portUnavailable = true;
-            run_.reason = error.what();
+            run_.findings.push_back({Verdict::kError, error.what()});
             stop_ = "the port could not be opened";
             skipAll();
         } catch (const Interrupted&) {
@@ -83,11 +76,11 @@ public:
 private:
     void runPhases()
     {
-        phase(kSetup, plan_.setup);
-        if (!passed(run_.phases[kSetup].verdict) && stop_.empty()) {
+        phase(record::Run::kSetup, plan_.setup);
+        if (record::isBad(verdictOf(run_.phases[record::Run::kSetup])) && stop_.empty()) {
             stop_ = "the setup failed";
         }
-        phase(kMain, plan_.main);
+        phase(record::Run::kMain, plan_.main);
         tearDown();
     }
 
@@ -97,18 +90,14 @@ private:
         if (!control_.beginTeardown()) {
             stop_ = "the user ended the run at once";
         }
-        record::Phase& record = run_.phases[kTeardown];
-        {
-            const TimeLimit limit(control_.interrupt(), plan_.teardownLimit);
-            runner_->limitBy(&limit);
-            limit_ = &limit;
-            phase(kTeardown, plan_.teardown);
-            runner_->limitBy(nullptr);
-            limit_ = nullptr;
-            if (limit.over()) {
-                record.reason = "the teardown took longer than it may";
-                record.verdict = record::worse(record.verdict, Verdict::kTimeout);
-            }
+        const TimeLimit limit(control_.interrupt(), plan_.teardownLimit);
+        runner_->limitBy(&limit);
+        limit_ = &limit;
+        phase(record::Run::kTeardown, plan_.teardown);
+        runner_->limitBy(nullptr);
+        limit_ = nullptr;
+        if (limit.over()) {
+            run_.phases[record::Run::kTeardown].cut = {Verdict::kTimeout, "the teardown took longer than it may"};
         }
     }
 
@@ -118,41 +107,34 @@ private:
         for (const Group& each : groups) {
             group(each);
         }
-        record::Phase& record = run_.phases[index];
-        for (const auto& each : record.groups) {
-            record.verdict = record::worse(record.verdict, each.verdict);
-        }
-        if (!stop_.empty() && record.reason.empty()) {
-            record.reason = stop_;
+        if (!stop_.empty()) {
+            run_.phases[index].cut = {Verdict::kSkipped, stop_};
         }
     }
 
-    std::size_t groupIndex() const { return run_.phases[phase_].groups.size() - 1; }
     record::Group& groupRecord() { return run_.phases[phase_].groups.back(); }
 
     void group(const Group& group)
     {
-        run_.phases[phase_].groups.push_back({group.name, Verdict::kSkipped, {}});
+        run_.phases[phase_].groups.push_back({group.name, {}});
         const std::size_t first = index_;
         const std::string skipped = stop_.empty() ? unmet(group.needsHeadUnit, group.onlyIf) : stop_;
         for (int round = 0; round < group.repeat; ++round) {
             if (round > 0 && !stop_.empty()) {
                 break;
             }
-            Verdict verdict = Verdict::kSkipped;
             for (int attempt = 0; attempt <= group.retries; ++attempt) {
                 index_ = first;
                 stopAfterGroup_.clear();
-                verdict = steps(group, skipped);
-                const bool again = attempt < group.retries && !passed(verdict) && stop_.empty();
-                if (!again) {
+                steps(group, skipped);
+                record::Group::Try& one = groupRecord().tries.back();
+                one.superseded = attempt < group.retries && record::isBad(verdictOf(one)) && stop_.empty();
+                if (!one.superseded) {
                     break;
                 }
-                groupRecord().tries.back().superseded = true;
                 pause(group.retryDelay);
             }
-            groupRecord().verdict = record::worse(groupRecord().verdict, verdict);
-            if (stop_.empty() && !passed(verdict)) {
+            if (stop_.empty() && record::isBad(verdictOf(groupRecord().tries.back()))) {
                 stop_ = stopAfterGroup_;
             }
         }
@@ -161,96 +143,76 @@ private:
     }
 
     /// Goes through a group's steps once.
-    Verdict steps(const Group& group, const std::string& skippedGroup)
+    void steps(const Group& group, const std::string& skippedGroup)
     {
-        groupRecord().tries.push_back({});
+        groupRecord().tries.emplace_back();
         std::string skipped = skippedGroup;
         for (const Step& each : group.steps) {
             if (skipped.empty() && !stop_.empty()) {
                 skipped = stop_;
             }
             const Verdict verdict = step(group, each, skipped);
-            if (!passed(verdict) && skipped.empty() && each.onFailure != OnFailure::kNext) {
+            if (record::isBad(verdict) && skipped.empty() && each.onFailure != OnFailure::kNext) {
                 skipped = "'" + each.name + "' before it did not pass";
                 if (each.onFailure == OnFailure::kStop) {
                     stopAfterGroup_ = "'" + each.name + "' in group '" + group.name + "' did not pass";
                 }
             }
         }
-        auto& round = groupRecord().tries.back();
-        for (const auto& each : round.steps) {
-            round.verdict = record::worse(round.verdict, each.verdict);
-        }
-        return round.verdict;
     }
 
     Verdict step(const Group& group, const Step& step, const std::string& skippedBefore)
     {
-        auto& list = groupRecord().tries.back().steps;
-        list.push_back({step.name, std::string(step.kind()), step.what, Verdict::kSkipped, {}, {}});
+        record::Step& record = groupRecord().tries.back().steps.emplace_back();
+        record.name = step.name;
+        record.kind = step.kind();
+        record.what = step.what;
         const StepPlace place{run_.phases[phase_].name, group.name, groupRecord().tries.size(), index_++, total_};
         std::string skipped = skippedBefore.empty() ? unmet(step.needsHeadUnit, step.onlyIf) : skippedBefore;
         if (skipped.empty() && !step.ifStored.empty() && !runner_->variables().contains(step.ifStored)) {
             skipped = "nothing has been stored as '" + step.ifStored + "'";
         }
         if (skipped.empty()) {
-            attempts(place, step);
+            attempts(place, step, record);
         } else {
-            list.back().reason = skipped;
+            record.cut = {Verdict::kSkipped, skipped};
         }
-        observer_.onStepEnded(place, list.back());
-        return list.back().verdict;
+        observer_.onStepEnded(place, record);
+        return verdictOf(record);
     }
 
-    record::Step& stepRecord() { return groupRecord().tries.back().steps.back(); }
-
-    void attempts(const StepPlace& place, const Step& step)
+    void attempts(const StepPlace& place, const Step& step, record::Step& record)
     {
         for (int round = 0; round < step.repeat && stop_.empty(); ++round) {
-            for (int again = 0; again <= step.retries; ++again) {
+            for (int again = 0; again <= step.retries && !checkStop(); ++again) {
                 if (again > 0) {
+                    record.attempts.back().superseded = true;
+                }
+                attempt(place, step, record);
+                if (record.attempts.back().verdict == Verdict::kPass || !stop_.empty()) {
+                    break;
+                }
+                if (again < step.retries) {
                     pause(step.retryDelay);
                 }
-                if (checkStop()) {
-                    break;
-                }
-                attempt(place, step);
-                if (stepRecord().attempts.back().verdict == Verdict::kPass || !stop_.empty()) {
-                    break;
-                }
             }
-            conclude();
+        }
+        if (record.attempts.empty()) {
+            record.cut = {teardownLate() ? Verdict::kTimeout : Verdict::kAborted, stop_};
         }
     }
 
-    void attempt(const StepPlace& place, const Step& step)
+    void attempt(const StepPlace& place, const Step& step, record::Step& record)
     {
-        observer_.onAttempt(place, step, stepRecord().attempts.size() + 1);
-        runner_->attempt(step, {phase_, groupIndex(), groupRecord().tries.size() - 1,
-                                groupRecord().tries.back().steps.size() - 1, stepRecord().attempts.size(), place});
+        observer_.onAttempt(place, step, record.attempts.size() + 1);
+        runner_->attempt(step, place, record);
         if (runner_->linkFailed()) {
             result_.linkFailed = true;
-            if (phase_ != kTeardown) {
+            if (phase_ != record::Run::kTeardown) {
                 stop_ = "the line failed";
             }
         }
         checkStop();
-    }
-
-    /// The last attempt of a round decides it.
-    void conclude()
-    {
-        record::Step& record = stepRecord();
-        if (record.attempts.empty()) {
-            record.verdict = teardownLate() ? Verdict::kTimeout : Verdict::kAborted;
-            record.reason = stop_;
-            return;
-        }
-        const record::Attempt& last = record.attempts.back();
-        record.verdict = record::worse(record.verdict, last.verdict);
-        if (last.verdict != Verdict::kPass) {
-            record.reason = last.reason;
-        }
     }
 
     /// @returns whether nothing more is to be done in this phase.
@@ -290,55 +252,18 @@ private:
 
     void skipAll()
     {
-        phase(kSetup, plan_.setup);
-        phase(kMain, plan_.main);
-        phase(kTeardown, plan_.teardown);
+        phase(record::Run::kSetup, plan_.setup);
+        phase(record::Run::kMain, plan_.main);
+        phase(record::Run::kTeardown, plan_.teardown);
     }
 
     void finish()
     {
-        for (const auto& each : run_.phases) {
-            run_.verdict = record::worse(run_.verdict, each.verdict);
-        }
-        if (run_.verdict == Verdict::kPass && !mainWasRun()) {
-            run_.verdict = Verdict::kSkipped;
-            run_.reason = "nothing of the main part was run";
-        }
-        if (result_.portUnavailable) {
-            run_.verdict = Verdict::kError;
-        }
         if (control_.requested()) {
-            run_.verdict = Verdict::kAborted;
-            run_.reason = "the user ended the run";
-        }
-        if (run_.reason.empty()) {
-            run_.reason = firstReason();
+            run_.findings.push_back({Verdict::kAborted, "the user ended the run"});
         }
         run_.ended = std::chrono::system_clock::now();
     }
-
-    /// @returns what went wrong first.
-    std::string firstReason() const
-    {
-        const auto outcome = record::outcomeOf(run_);
-        if (!outcome.failed.empty()) {
-            const auto& first = outcome.failed.front();
-            return first.group->name + " / " + first.step->name + ": " + first.step->reason;
-        }
-        const auto phase = std::ranges::find_if(run_.phases, record::isBad, &record::Phase::verdict);
-        return phase == run_.phases.end() ? std::string() : phase->reason;
-    }
-
-    bool mainWasRun() const
-    {
-        return std::ranges::any_of(record::outcomeOf(run_).steps, [this](const record::PlacedStep& placed) {
-            return placed.phase == &run_.phases[kMain] && placed.step->verdict != Verdict::kSkipped;
-        });
-    }
-
-    static constexpr std::size_t kSetup = 0;
-    static constexpr std::size_t kMain = 1;
-    static constexpr std::size_t kTeardown = 2;
 
     const Plan& plan_;
     const Surroundings& surroundings_;
@@ -351,7 +276,7 @@ private:
     LineRecord line_;
     StepRunner* runner_ = nullptr;
     const TimeLimit* limit_ = nullptr;
-    std::size_t phase_ = kSetup;
+    std::size_t phase_ = record::Run::kSetup;
     std::size_t index_ = 0;
     const std::size_t total_;
     /// Why nothing more is done in this phase; empty while it goes on.

@@ -35,14 +35,14 @@ protected:
         on[kFlag] = [this](const Frame&) { reply(0x8E, 0x01, {0}); };
     }
 
-    Verdict phase(std::size_t index) const { return result.run.phases.at(index).verdict; }
+    Verdict phase(std::size_t index) const { return verdictOf(result.run.phases.at(index)); }
     const record::Group& group(std::size_t index) const { return result.run.phases[1].groups.at(index); }
 
-    std::vector<Verdict> verdicts(const std::vector<record::Step>& steps)
+    std::vector<Verdict> verdicts(const std::deque<record::Step>& steps)
     {
         std::vector<Verdict> list;
         for (const auto& each : steps) {
-            list.push_back(each.verdict);
+            list.push_back(verdictOf(each));
         }
         return list;
     }
@@ -50,7 +50,7 @@ protected:
 
 TEST_F(EngineFlowTest, PhasesRunInOrder)
 {
-    EXPECT_EQ(runText(kThreePhases).verdict, Verdict::kPass);
+    EXPECT_EQ(verdictOf(runText(kThreePhases)), Verdict::kPass);
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency, kFrequency, kFlag));
 }
 
@@ -61,9 +61,9 @@ TEST_F(EngineFlowTest, FailedSetupSkipsTheMainPartAndTearsDown)
 
     const auto& run = runText(kThreePhases);
 
-    EXPECT_EQ(run.verdict, Verdict::kTimeout);
+    EXPECT_EQ(verdictOf(run), Verdict::kTimeout);
     EXPECT_EQ(phase(1), Verdict::kSkipped);
-    EXPECT_EQ(run.phases[1].groups[0].tries[0].steps[0].reason, "'test.mode' in group 'S' did not pass");
+    EXPECT_EQ(reasonOf(run.phases[1].groups[0].tries[0].steps[0]), "'test.mode' in group 'S' did not pass");
     EXPECT_EQ(phase(2), Verdict::kPass);
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFlag));
 }
@@ -89,10 +89,10 @@ steps = [{ send = "tuner.frequency" }]
 
     EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kPass));
     EXPECT_THAT(verdicts(group(1).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kSkipped));
-    EXPECT_EQ(group(1).tries[0].steps[1].reason, "'test.mode' before it did not pass");
+    EXPECT_EQ(reasonOf(group(1).tries[0].steps[1]), "'test.mode' before it did not pass");
     EXPECT_THAT(verdicts(group(2).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kSkipped));
     EXPECT_THAT(verdicts(group(3).tries[0].steps), ElementsAre(Verdict::kSkipped));
-    EXPECT_EQ(group(3).tries[0].steps[0].reason, "'test.mode' in group 'C' did not pass");
+    EXPECT_EQ(reasonOf(group(3).tries[0].steps[0]), "'test.mode' in group 'C' did not pass");
 }
 
 TEST_F(EngineFlowTest, RetriesAreAllKeptAndTheLastDecides)
@@ -102,7 +102,7 @@ TEST_F(EngineFlowTest, RetriesAreAllKeptAndTheLastDecides)
 
     const auto& run = runSteps(R"({ send = "test.mode", expect = { mode = "on" }, retries = 5, retry_delay = 0.001 })");
 
-    EXPECT_EQ(run.verdict, Verdict::kPass);
+    EXPECT_EQ(verdictOf(run), Verdict::kPass);
     ASSERT_THAT(step(0).attempts, SizeIs(3));
     EXPECT_EQ(step(0).attempts[0].verdict, Verdict::kFail);
     EXPECT_EQ(step(0).attempts[2].verdict, Verdict::kPass);
@@ -116,8 +116,8 @@ TEST_F(EngineFlowTest, RepetitionsAllHaveToPass)
     runSteps(R"({ send = "test.mode", expect = { mode = "on" }, repeat = 3 })");
 
     EXPECT_THAT(step(0).attempts, SizeIs(3));
-    EXPECT_EQ(step(0).verdict, Verdict::kFail);
-    EXPECT_EQ(step(0).reason, "mode is 0 (off), expected 1 (on)");
+    EXPECT_EQ(verdictOf(step(0)), Verdict::kFail);
+    EXPECT_EQ(reasonOf(step(0)), "mode is 0 (off), expected 1 (on)");
 }
 
 TEST_F(EngineFlowTest, GroupIsTriedAgainAsAWhole)
@@ -138,11 +138,11 @@ repeat = 2
 steps = [{ send = "tuner.frequency" }]
 )");
 
-    EXPECT_EQ(run.verdict, Verdict::kPass);
+    EXPECT_EQ(verdictOf(run), Verdict::kPass);
     ASSERT_THAT(group(0).tries, SizeIs(2));
-    EXPECT_EQ(group(0).tries[0].verdict, Verdict::kFail);
-    EXPECT_EQ(group(0).tries[1].verdict, Verdict::kPass);
-    EXPECT_EQ(group(0).verdict, Verdict::kPass);
+    EXPECT_EQ(verdictOf(group(0).tries[0]), Verdict::kFail);
+    EXPECT_EQ(verdictOf(group(0).tries[1]), Verdict::kPass);
+    EXPECT_EQ(verdictOf(group(0)), Verdict::kPass);
     EXPECT_THAT(group(1).tries, SizeIs(2));
 }
 
@@ -154,8 +154,8 @@ TEST_F(EngineFlowTest, PortThatIsNotThereSkipsEverything)
                      observer, {}, reconnect);
 
     EXPECT_TRUE(result.portUnavailable);
-    EXPECT_EQ(result.run.verdict, Verdict::kError);
-    EXPECT_THAT(result.run.reason, HasSubstr("/dev/no-such-line"));
+    EXPECT_EQ(verdictOf(result.run), Verdict::kError);
+    EXPECT_THAT(headlineOf(result.run).reason, HasSubstr("/dev/no-such-line"));
     EXPECT_EQ(phase(0), Verdict::kSkipped);
     EXPECT_EQ(phase(2), Verdict::kSkipped);
 }
@@ -177,7 +177,7 @@ TEST_F(EngineFlowTest, PortThatGoesInTheSetupIsAnErrorThere)
     const auto& run = runText(kThreePhases);
 
     EXPECT_TRUE(result.linkFailed);
-    EXPECT_EQ(run.verdict, Verdict::kError);
+    EXPECT_EQ(verdictOf(run), Verdict::kError);
     EXPECT_EQ(phase(0), Verdict::kError);
     EXPECT_EQ(phase(1), Verdict::kSkipped);
     EXPECT_EQ(phase(2), Verdict::kError);  // the teardown is tried all the same
@@ -192,7 +192,7 @@ TEST_F(EngineFlowTest, PortThatGoesInTheMainPartStopsIt)
     EXPECT_TRUE(result.linkFailed);
     EXPECT_EQ(phase(0), Verdict::kPass);
     EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kError, Verdict::kSkipped));
-    EXPECT_EQ(group(0).tries[0].steps[1].reason, "the line failed");
+    EXPECT_EQ(reasonOf(group(0).tries[0].steps[1]), "the line failed");
     EXPECT_EQ(phase(2), Verdict::kError);
 }
 
@@ -200,7 +200,7 @@ TEST_F(EngineFlowTest, PortThatGoesInTheTeardownIsAnErrorThere)
 {
     on[kFlag] = [&](const Frame&) { unit.vanish(); };
 
-    EXPECT_EQ(runText(kThreePhases).verdict, Verdict::kError);
+    EXPECT_EQ(verdictOf(runText(kThreePhases)), Verdict::kError);
     EXPECT_EQ(phase(1), Verdict::kPass);
     EXPECT_EQ(phase(2), Verdict::kError);
     EXPECT_TRUE(result.linkFailed);
@@ -212,8 +212,8 @@ TEST_F(EngineFlowTest, EndInTheSetupTearsDownAndIsAborted)
 
     const auto& run = runText(kThreePhases);
 
-    EXPECT_EQ(run.verdict, Verdict::kAborted);
-    EXPECT_EQ(run.phases[0].groups[0].tries[0].steps[0].verdict, Verdict::kAborted);
+    EXPECT_EQ(verdictOf(run), Verdict::kAborted);
+    EXPECT_EQ(verdictOf(run.phases[0].groups[0].tries[0].steps[0]), Verdict::kAborted);
     EXPECT_EQ(phase(1), Verdict::kSkipped);
     EXPECT_EQ(phase(2), Verdict::kPass);
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFlag));
@@ -225,8 +225,8 @@ TEST_F(EngineFlowTest, EndInTheMainPartTearsDownAndIsAborted)
 
     const auto& run = runText(kThreePhases);
 
-    EXPECT_EQ(run.verdict, Verdict::kAborted);
-    EXPECT_EQ(run.reason, "the user ended the run");
+    EXPECT_EQ(verdictOf(run), Verdict::kAborted);
+    EXPECT_EQ(headlineOf(run).reason, "the user ended the run");
     EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kAborted, Verdict::kSkipped));
     EXPECT_EQ(phase(2), Verdict::kPass);
 }
@@ -235,7 +235,7 @@ TEST_F(EngineFlowTest, EndDuringAQuestionIsAborted)
 {
     prompter.beforeAnswering = [&] { control.request(); };
 
-    EXPECT_EQ(runSteps(R"({ prompt = "Lit?", id = "lit" })").verdict, Verdict::kAborted);
+    EXPECT_EQ(verdictOf(runSteps(R"({ prompt = "Lit?", id = "lit" })")), Verdict::kAborted);
 }
 
 TEST_F(EngineFlowTest, EndBeforeTheBeginningDoesNothingButTearDown)
@@ -244,7 +244,7 @@ TEST_F(EngineFlowTest, EndBeforeTheBeginningDoesNothingButTearDown)
 
     const auto& run = runText(kThreePhases);
 
-    EXPECT_EQ(run.verdict, Verdict::kAborted);
+    EXPECT_EQ(verdictOf(run), Verdict::kAborted);
     EXPECT_EQ(phase(1), Verdict::kSkipped);
 }
 
@@ -257,7 +257,7 @@ TEST_F(EngineFlowTest, FirstEndInTheTeardownLetsItFinish)
 
     const auto& run = runText(kThreePhases);
 
-    EXPECT_EQ(run.verdict, Verdict::kAborted);
+    EXPECT_EQ(verdictOf(run), Verdict::kAborted);
     EXPECT_EQ(phase(2), Verdict::kPass);
 }
 
@@ -269,9 +269,9 @@ TEST_F(EngineFlowTest, SecondEndEndsTheTeardown)
     const auto& run =
         runText(std::string(kThreePhases) + "[[teardown]]\nname = \"T2\"\nsteps = [{ send = \"test.mode\" }]\n");
 
-    EXPECT_EQ(run.verdict, Verdict::kAborted);
-    EXPECT_EQ(run.phases[2].groups[0].verdict, Verdict::kAborted);
-    EXPECT_EQ(run.phases[2].groups[1].verdict, Verdict::kSkipped);
+    EXPECT_EQ(verdictOf(run), Verdict::kAborted);
+    EXPECT_EQ(verdictOf(run.phases[2].groups[0]), Verdict::kAborted);
+    EXPECT_EQ(verdictOf(run.phases[2].groups[1]), Verdict::kSkipped);
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency, kFlag));
 }
 
@@ -282,7 +282,7 @@ TEST_F(EngineFlowTest, TwoEndsAtOnceSkipTheTeardown)
         control.request();
     };
 
-    EXPECT_EQ(runText(kThreePhases).verdict, Verdict::kAborted);
+    EXPECT_EQ(verdictOf(runText(kThreePhases)), Verdict::kAborted);
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency));
 }
 
@@ -301,9 +301,10 @@ name = "T"
 steps = [{ send = "other.flag", timeout = 3600 }, { send = "test.mode" }]
 )");
 
-    EXPECT_EQ(run.verdict, Verdict::kTimeout);
-    EXPECT_EQ(run.phases[2].groups[0].tries[0].steps[0].reason, "the teardown's time was over");
-    EXPECT_EQ(run.phases[2].groups[0].tries[0].steps[1].verdict, Verdict::kSkipped);
+    EXPECT_EQ(verdictOf(run), Verdict::kError);
+    EXPECT_EQ(verdictOf(run.phases[2]), Verdict::kTimeout);
+    EXPECT_EQ(reasonOf(run.phases[2].groups[0].tries[0].steps[0]), "the teardown's time was over");
+    EXPECT_EQ(verdictOf(run.phases[2].groups[0].tries[0].steps[1]), Verdict::kSkipped);
 }
 
 TEST_F(EngineFlowTest, TeardownWhoseTimeEndsBetweenStepsIsATimeout)
@@ -321,9 +322,30 @@ retry_delay = 3600
 steps = [{ send = "test.mode", expect = { mode = "off" } }]
 )");
 
-    EXPECT_EQ(run.verdict, Verdict::kTimeout);
-    EXPECT_EQ(run.reason, "T / test.mode: the teardown's time was over");
-    EXPECT_EQ(run.phases[2].reason, "the teardown took longer than it may");
+    EXPECT_EQ(verdictOf(run), Verdict::kError);
+    EXPECT_EQ(headlineOf(run).reason, "teardown: TIMEOUT: T / test.mode: the teardown's time was over");
+    EXPECT_EQ(reasonOf(run.phases[2]), "the teardown took longer than it may");
+}
+
+TEST_F(EngineFlowTest, TimeOutInTheTeardownStandsBesideALimitThatWasMissed)
+{
+    on.erase(kFlag);
+
+    const auto& run = runText(R"(
+[[main]]
+name = "M"
+steps = [{ send = "test.mode", expect = { mode = "off" } }]
+[[teardown]]
+name = "T"
+steps = [{ send = "other.flag", timeout = 0.05 }]
+)");
+
+    const record::Headline headline = headlineOf(run);
+    EXPECT_EQ(headline.verdict, Verdict::kFail);
+    EXPECT_EQ(headline.reason, "M / test.mode: mode is 1 (on), expected 0 (off)");
+    EXPECT_THAT(
+        headline.beside,
+        testing::ElementsAre(testing::StartsWith("teardown: TIMEOUT: T / other.flag: no answer within 0.05 s")));
 }
 
 TEST_F(EngineFlowTest, FailureInAnEarlierRoundIsTheReason)
@@ -338,8 +360,8 @@ repeat = 2
 steps = [{ send = "test.mode", expect = { mode = "on" } }]
 )");
 
-    EXPECT_EQ(run.verdict, Verdict::kFail);
-    EXPECT_EQ(run.reason, "A / test.mode: mode is 0 (off), expected 1 (on)");
+    EXPECT_EQ(verdictOf(run), Verdict::kFail);
+    EXPECT_EQ(headlineOf(run).reason, "A / test.mode: mode is 0 (off), expected 1 (on)");
 }
 
 TEST_F(EngineFlowTest, RunWhoseMainPartIsSkippedIsSkipped)
@@ -357,8 +379,8 @@ steps = [{ send = "test.mode" }]
 )");
 
     EXPECT_EQ(phase(0), Verdict::kPass);
-    EXPECT_EQ(run.verdict, Verdict::kSkipped);
-    EXPECT_EQ(run.reason, "nothing of the main part was run");
+    EXPECT_EQ(verdictOf(run), Verdict::kSkipped);
+    EXPECT_EQ(headlineOf(run).reason, "nothing of the main part was run");
 }
 
 TEST_F(EngineFlowTest, SeveralUnitsRunAtOnce)
@@ -389,8 +411,8 @@ TEST_F(EngineFlowTest, SeveralUnitsRunAtOnce)
     result = runPlan(plan, {unit.path()}, shared, control, observer, {});
     worker.join();
 
-    EXPECT_EQ(result.run.verdict, Verdict::kPass) << result.run.reason;
-    EXPECT_EQ(other.run.verdict, Verdict::kPass) << other.run.reason;
+    EXPECT_EQ(verdictOf(result.run), Verdict::kPass) << headlineOf(result.run).reason;
+    EXPECT_EQ(verdictOf(other.run), Verdict::kPass) << headlineOf(other.run).reason;
     EXPECT_EQ(other.run.unit.port, second->path());
 }
 

@@ -16,6 +16,7 @@
 #include "station/plan/Engine.h"
 #include "station/plan/Load.h"
 #include "station/plan/ScriptedUnit.h"
+#include "station/record/Outcome.h"
 
 namespace station::plan::tests {
 

@@ -4,14 +4,18 @@ namespace station::plan {
 
 namespace {
 
-/// What nobody asks for may come without end; the record has all of it.
+/// A unit may send frames without end; the steps look at the latest.
 constexpr std::size_t kMostArrivals = 4096;
 
 }  // namespace
 
 void LineRecord::on(const TraceEvent& event)
 {
-    run_.trace.push_back(event);
+    const std::size_t number = run_.events.add(event);
+    auto meaning = attribution_.on(event);
+    if (hasFrame(event.kind)) {
+        bytes_ += protocol::frameLength(event.frame.params.size());
+    }
     if (event.kind == TraceEvent::Kind::kSent) {
         for (auto& arrival : arrivals_) {
             arrival.afterSending = false;
@@ -20,27 +24,31 @@ void LineRecord::on(const TraceEvent& event)
         if (arrivals_.size() == kMostArrivals) {
             arrivals_.pop_front();
         }
-        arrivals_.push_back({event, false, true});
+        arrivals_.push_back({event, std::move(meaning), number, false, true});
     }
     observer_.onFrame(event);
 }
 
-std::vector<TraceEvent> LineRecord::since(std::size_t position) const
+void LineRecord::claim(Arrival& arrival)
 {
-    return {run_.trace.begin() + static_cast<std::ptrdiff_t>(position), run_.trace.end()};
+    arrival.claimed = true;
+    run_.events.claim(arrival.number, arrival.event);
 }
 
-Duration wireTime(const std::vector<TraceEvent>& events, unsigned baud)
+bool LineRecord::latestAnswers() const
+{
+    if (arrivals_.empty()) {
+        return false;
+    }
+    const auto& request = arrivals_.back().meaning.request;
+    return request && request->number == attribution_.requests() && !request->answered;
+}
+
+Duration LineRecord::wireTime() const
 {
     constexpr std::size_t kBitsPerByte = 10;
-    std::size_t bytes = 0;
-    for (const TraceEvent& event : events) {
-        if (event.kind == TraceEvent::Kind::kSent || event.kind == TraceEvent::Kind::kReceived ||
-            event.kind == TraceEvent::Kind::kCorrupt) {
-            bytes += protocol::frameLength(event.frame.params.size());
-        }
-    }
-    return baud == 0 ? Duration(0) : Duration(std::chrono::seconds(bytes * kBitsPerByte)) / baud;
+    const unsigned baud = run_.unit.baud;
+    return baud == 0 ? Duration(0) : Duration(std::chrono::seconds(bytes_ * kBitsPerByte)) / baud;
 }
 
 }  // namespace station::plan

@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <deque>
-#include <vector>
 
 #include "station/plan/Observer.h"
 #include "station/record/RunRecord.h"
+#include "station/trace/Attribution.h"
 
 namespace station::plan {
 
@@ -13,13 +13,18 @@ namespace station::plan {
 class LineRecord : public TraceSink
 {
 public:
-    LineRecord(record::Run& run, Observer& observer) : run_(run), observer_(observer) {}
+    LineRecord(record::Run& run, Observer& observer, protocol::catalogue::Groups groups)
+        : run_(run), observer_(observer), attribution_(groups)
+    {
+    }
 
     void on(const TraceEvent& event) override;
 
     /// A frame that came since the last forget().
     struct Arrival {
         TraceEvent event;
+        Attribution::Meaning meaning;
+        std::size_t number = 0;
         /// Whether a step has made something of it.
         bool claimed = false;
         /// Whether it came after the last frame that was sent.
@@ -28,18 +33,25 @@ public:
 
     std::deque<Arrival>& arrivals() { return arrivals_; }
     void forget() { arrivals_.clear(); }
+    void claim(Arrival& arrival);
 
-    /// Where the next event goes in the run's trace.
-    std::size_t position() const { return run_.trace.size(); }
-    std::vector<TraceEvent> since(std::size_t position) const;
+    /// @returns whether the latest frame is the first answer to the latest command.
+    bool latestAnswers() const;
+
+    Attribution& attribution() { return attribution_; }
+
+    /// @returns the number of the next event.
+    std::size_t position() const { return run_.events.next(); }
+
+    /// @returns how long all frames so far take on the line.
+    Duration wireTime() const;
 
 private:
     record::Run& run_;
     Observer& observer_;
+    Attribution attribution_;
     std::deque<Arrival> arrivals_;
+    std::size_t bytes_ = 0;
 };
-
-/// @returns how long the frames of some events take on a line.
-Duration wireTime(const std::vector<TraceEvent>& events, unsigned baud);
 
 }  // namespace station::plan

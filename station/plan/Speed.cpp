@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -18,18 +19,22 @@ struct Timed {
 
 /// @returns the time between the command and its answer; zero for a command without one, nothing for an attempt that
 /// waited for its own time to be over.
-std::optional<Duration> unitTime(const record::Step& step, const record::Attempt& attempt)
+std::optional<Duration> unitTime(const record::Run& run, const record::Step& step, const record::Attempt& attempt)
 {
-    if (step.kind != "send" || attempt.verdict != record::Verdict::kPass || attempt.frames.empty()) {
+    if (step.kind != "send" || attempt.verdict != record::Verdict::kPass) {
         return std::nullopt;
     }
-    const auto sent = std::ranges::find(attempt.frames, TraceEvent::Kind::kSent, &TraceEvent::kind);
-    const auto& last = attempt.frames.back();
-    if (sent == attempt.frames.end()) {
+    const auto& kept = run.events.kept();
+    const auto begin = kept.lower_bound(attempt.events.begin);
+    const auto end = kept.lower_bound(attempt.events.end);
+    const auto sent =
+        std::find_if(begin, end, [](const auto& each) { return each.second.kind == TraceEvent::Kind::kSent; });
+    if (sent == end) {
         return std::nullopt;
     }
+    const TraceEvent& last = std::prev(end)->second;
     if (last.kind == TraceEvent::Kind::kReceived) {
-        return last.steady - sent->steady;
+        return last.steady - sent->second.steady;
     }
     const bool waited = attempt.duration > std::chrono::milliseconds(50);
     return waited ? std::nullopt : std::optional(Duration(0));
@@ -43,7 +48,7 @@ std::vector<Timed> timedAttempts(const record::Run& run)
             for (const auto& round : group.tries) {
                 for (const auto& step : round.steps) {
                     for (const auto& attempt : step.attempts) {
-                        list.push_back({&attempt, unitTime(step, attempt)});
+                        list.push_back({&attempt, unitTime(run, step, attempt)});
                     }
                 }
             }

@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-record::Step stepOf(std::chrono::milliseconds began, std::chrono::milliseconds duration,
+record::Step stepOf(record::Run& run, std::chrono::milliseconds began, std::chrono::milliseconds duration,
                     std::chrono::milliseconds unitTook, record::Verdict verdict = record::Verdict::kPass)
 {
     record::Attempt attempt;
@@ -16,10 +16,11 @@ record::Step stepOf(std::chrono::milliseconds began, std::chrono::milliseconds d
     attempt.wireTime = 2ms;
     attempt.verdict = verdict;
     TraceEvent sent;
+    attempt.events.begin = run.events.add(sent);
     TraceEvent received;
     received.kind = TraceEvent::Kind::kReceived;
     received.steady = sent.steady + unitTook;
-    attempt.frames = {sent, received};
+    attempt.events.end = run.events.add(received) + 1;
     record::Step step;
     step.kind = "send";
     step.attempts = {attempt};
@@ -34,8 +35,8 @@ TEST(Speed, IsWhatTheStationAddsToTheUnitsTime)
     record::Group group;
     // From begin to begin less the unit's time: 20 - 15 = 5, 30 - 28 = 2, and 9 - 1 = 8 for the last.
     group.tries.push_back(
-        {record::Verdict::kPass, {stepOf(10ms, 16ms, 15ms), stepOf(30ms, 29ms, 28ms), stepOf(60ms, 9ms, 1ms)}});
-    run.phases.push_back({"main", record::Verdict::kPass, {}, {group}});
+        {{stepOf(run, 10ms, 16ms, 15ms), stepOf(run, 30ms, 29ms, 28ms), stepOf(run, 60ms, 9ms, 1ms)}});
+    run.phases.push_back({"main", {group}, {}});
 
     const Speed speed = speedOf(run);
 
@@ -49,8 +50,8 @@ TEST(Speed, StepThatWaitedForItsTimeDoesNotCount)
 {
     record::Run run;
     record::Group group;
-    group.tries.push_back({record::Verdict::kTimeout, {stepOf(10ms, 1000ms, 0ms, record::Verdict::kTimeout)}});
-    run.phases.push_back({"main", record::Verdict::kTimeout, {}, {group}});
+    group.tries.push_back({{stepOf(run, 10ms, 1000ms, 0ms, record::Verdict::kTimeout)}});
+    run.phases.push_back({"main", {group}, {}});
 
     EXPECT_EQ(speedOf(run).steps, 0u);
 }

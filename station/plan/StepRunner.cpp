@@ -18,9 +18,6 @@ using record::Verdict;
 
 namespace {
 
-/// How many commands back an answer is still recognised as theirs.
-constexpr std::size_t kRemembered = 16;
-
 std::string secondsText(Duration time)
 {
     return numberText(std::chrono::duration<double>(time).count()) + " s";
@@ -33,15 +30,20 @@ std::string milliseconds(Duration time)
 
 void fail(Attempt& attempt, Verdict verdict, std::string reason)
 {
-    attempt.verdict = record::worse(attempt.verdict, verdict);
-    attempt.reason += (attempt.reason.empty() ? "" : "; ") + std::move(reason);
+    attempt.add({verdict, std::move(reason)});
 }
 
-bool isLater(const catalogue::Command& command, const Frame& frame)
+Attribution::Due dueOf(ReplyRule rule)
 {
-    return std::ranges::any_of(command.later, [&](const catalogue::Reply& reply) {
-        return reply.cmdOne == frame.cmdOne && reply.cmdTwo == frame.cmdTwo;
-    });
+    switch (rule) {
+        case ReplyRule::kRequired:
+            return Attribution::Due::kReply;
+        case ReplyRule::kOptional:
+            return Attribution::Due::kEither;
+        case ReplyRule::kNone:
+            break;
+    }
+    return Attribution::Due::kSilence;
 }
 
 /// What of a frame does not fit the catalogue although every field that it holds does, or nothing.
@@ -72,13 +74,17 @@ StepRunner::StepRunner(Connection& connection, LineRecord& line, const Surroundi
 {
 }
 
-void StepRunner::attempt(const Step& step, const AttemptPlace& place)
+void StepRunner::attempt(const Step& step, const StepPlace& place, record::Step& record)
 {
-    place_ = place;
-    Attempt attempt;
+    Attempt& attempt = record.attempts.emplace_back();
     attempt.started = std::chrono::system_clock::now();
     const auto began = std::chrono::steady_clock::now();
-    const std::size_t position = line_.position();
+    const Duration wireBefore = line_.wireTime();
+    attempt.events.begin = line_.position();
+    senders_.push_back({line_.attribution().requests() + 1, place, &record, &attempt});
+    if (senders_.size() > Attribution::kRemembered) {
+        senders_.pop_front();
+    }
     try {
         std::visit([&](const auto& action) { run(action, step, attempt); }, step.action);
     } catch (const Interrupted&) {
@@ -95,10 +101,8 @@ void StepRunner::attempt(const Step& step, const AttemptPlace& place)
         fail(attempt, Verdict::kError, error.what());
     }
     attempt.duration = std::chrono::steady_clock::now() - began;
-    attempt.frames = line_.since(position);
-    attempt.wireTime = wireTime(attempt.frames, run_.unit.baud);
-    run_.phases[place.phase].groups[place.group].tries[place.round].steps[place.step].attempts.push_back(
-        std::move(attempt));
+    attempt.events.end = line_.position();
+    attempt.wireTime = line_.wireTime() - wireBefore;
 }
 
 void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
@@ -109,19 +113,16 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
     }
     const Frame frame = catalogue::encode(*send.command, arguments);
     line_.forget();
+    line_.attribution().expect(dueOf(send.reply));
 
-    const bool silent = send.reply == ReplyRule::kNone;
-    const bool answered = !send.command->replies.empty();
-    if (!answered && !silent) {
+    if (send.command->replies.empty() && send.reply != ReplyRule::kNone) {
         connection_.send(frame);
-        takeStrays();
+        line_.attribution().settle();
+        attribute();
     } else if (const auto reply = exchange(send, frame, step.timeout, attempt)) {
-        if (silent) {
-            fail(attempt, Verdict::kFail, "answered by " + describe(*reply) + ", expected silence");
-        } else {
-            judgeFrame(*reply, send.command, send.expect, send.later ? std::vector<Store>() : send.store, attempt);
-            refuseSecondAnswer(send, attempt);
-        }
+        judgeFrame(*reply, send.command, send.expect, send.later ? std::vector<Store>() : send.store, attempt);
+        listenBriefly();
+        attribute();
     }
     if (send.later && attempt.verdict == Verdict::kPass) {
         const auto later = awaitFrame([&](const Frame& each) { return isLater(*send.command, each); }, step.timeout);
@@ -133,32 +134,21 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
     }
 }
 
+/// @returns the answer, when one is allowed and came.
 std::optional<Frame> StepRunner::exchange(const Send& send, const Frame& frame, Duration timeout, Attempt& attempt)
 {
-    const catalogue::Command& command = *send.command;
-    const auto answers = [&](const Frame& received) {
-        return command.replies.empty() ? catalogue::answersUnknown(frame, received)
-                                       : catalogue::answers(command, received);
-    };
-    const auto sent = std::chrono::steady_clock::now();
-    const auto outcome = connection_.request(frame, answers, timeout, command.repeatable);
-    if (outcome.reply) {
-        const auto found = std::ranges::find_if(line_.arrivals(), [&](const auto& arrival) {
-            return arrival.afterSending && arrival.event.frame == *outcome.reply;
-        });
-        if (found != line_.arrivals().end()) {
-            found->claimed = true;
-        }
+    const auto outcome = connection_.request(
+        frame, [this](const Frame&) { return line_.latestAnswers(); }, timeout, send.command->repeatable);
+    line_.attribution().settle();
+    const bool silent = send.reply == ReplyRule::kNone;
+    if (outcome.reply && !silent) {
+        line_.claim(line_.arrivals().back());
     }
-    takeStrays();
-    asked_.push_back({&command, frame, send.reply, place_, sent, outcome.reply.has_value()});
-    if (asked_.size() > kRemembered) {
-        asked_.pop_front();
-    }
+    attribute();
     if (!outcome.reply && send.reply == ReplyRule::kRequired) {
         explainSilence(send, timeout, outcome.corrupt, attempt);
     }
-    return outcome.reply;
+    return silent ? std::nullopt : outcome.reply;
 }
 
 void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t corrupt, Attempt& attempt)
@@ -168,7 +158,7 @@ void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t 
     for (const auto& arrival : line_.arrivals()) {
         const Frame& frame = arrival.event.frame;
         // What answers nothing that was asked, and is nothing that comes by itself.
-        const auto decoded = catalogue::decodeFromUnit(surroundings_.groups, frame);
+        const auto& decoded = arrival.meaning.decoded;
         const bool byItself = decoded.notice != nullptr || isLater(*send.command, frame) ||
                               (decoded.command != nullptr && isLater(*decoded.command, frame));
         if (!arrival.claimed && arrival.afterSending && !byItself) {
@@ -193,94 +183,46 @@ void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t 
     }
 }
 
-void StepRunner::refuseSecondAnswer(const Send& send, Attempt& attempt)
+void StepRunner::listenBriefly()
 {
     // What came with the answer; more of it shows in the steps behind.
     constexpr int kMost = 16;
     for (int i = 0; i < kMost && connection_.receive(Connection::Clock::now()); ++i) {
     }
-    for (auto& arrival : line_.arrivals()) {
-        if (arrival.claimed || !arrival.afterSending || !catalogue::answers(*send.command, arrival.event.frame)) {
-            continue;
-        }
-        arrival.claimed = true;
-        // After a try without an answer, two answers are one each.
-        const auto late = std::ranges::find_if(
-            asked_, [&](const Asked& asked) { return asked.command == send.command && asked.awaited(); });
-        if (late != asked_.end()) {
-            late->answered = true;
-            continue;
-        }
-        fail(attempt, Verdict::kError, "answered twice, the second time by " + describe(arrival.event.frame));
-    }
 }
 
-void StepRunner::takeStrays()
+void StepRunner::attribute()
 {
     for (auto& arrival : line_.arrivals()) {
-        if (arrival.claimed) {
-            continue;
+        if (!arrival.claimed && arrival.meaning.request) {
+            line_.claim(arrival);
+            attribute(arrival, *arrival.meaning.request);
         }
-        const Frame& frame = arrival.event.frame;
-        // The latest, unless it has its answer and one before it still lacks its own.
-        const auto isOf = [&](const Asked& each) { return answersOne(each, frame); };
-        auto asked = std::find_if(asked_.rbegin(), asked_.rend(), isOf);
-        if (asked == asked_.rend()) {
-            continue;
-        }
-        if (asked->answered) {
-            const auto lacking =
-                std::find_if(asked, asked_.rend(), [&](const Asked& each) { return isOf(each) && each.awaited(); });
-            asked = lacking == asked_.rend() ? asked : lacking;
-        }
-        arrival.claimed = true;
-        const std::string after = milliseconds(arrival.event.steady - asked->at);
-        if (asked->reply == ReplyRule::kNone) {
-            amend(*asked, Verdict::kFail, "answered by " + describe(frame) + " after " + after + ", expected silence");
-        } else if (asked->answered) {
-            amend(*asked, Verdict::kError, "answered twice, the second time by " + describe(frame));
-        } else {
-            amend(*asked, Verdict::kPass, "the answer came too late, after " + after);
-        }
-        asked->answered = true;
     }
 }
 
-bool StepRunner::answersOne(const Asked& asked, const Frame& frame) const
+void StepRunner::attribute(LineRecord::Arrival& arrival, const Attribution::Request& request)
 {
-    if (!asked.command->replies.empty()) {
-        return catalogue::answers(*asked.command, frame);
+    const auto sender = std::find_if(senders_.rbegin(), senders_.rend(),
+                                     [&](const Sender& each) { return each.firstRequest <= request.number; });
+    if (sender == senders_.rend()) {
+        return;
     }
-    // It should have none. What comes by itself under the same code breaks no silence once that is over.
-    return catalogue::answersUnknown(asked.frame, frame) && !isLater(*asked.command, frame) &&
-           catalogue::decodeFromUnit(surroundings_.groups, frame).notice == nullptr;
-}
-
-void StepRunner::amend(const Asked& asked, Verdict verdict, const std::string& reason)
-{
-    record::Phase& phase = run_.phases[asked.place.phase];
-    record::Group& group = phase.groups[asked.place.group];
-    record::Group::Try& round = group.tries[asked.place.round];
-    record::Step& step = round.steps[asked.place.step];
-    if (asked.place.attempt >= step.attempts.size()) {
-        return;  // it is the attempt that runs
+    const bool running = sender == senders_.rbegin();
+    const std::string frame = station::format(arrival.event.frame);
+    const std::string after = milliseconds(arrival.event.steady - request.at);
+    if (request.due == Attribution::Due::kSilence) {
+        fail(*sender->attempt, Verdict::kFail, "answered by " + frame + " after " + after + ", expected silence");
+    } else if (request.answered) {
+        fail(*sender->attempt, Verdict::kError, "answered twice, the second time by " + frame);
+    } else if (running) {
+        return;  // the answer to a command that was sent again
+    } else {
+        fail(*sender->attempt, Verdict::kPass, "the answer came too late, after " + after);
     }
-    Attempt& attempt = step.attempts[asked.place.attempt];
-    const bool passed = attempt.verdict == Verdict::kPass;
-    fail(attempt, verdict, reason);
-    if (&attempt == &step.attempts.back()) {
-        step.reason = attempt.reason;
+    if (!running) {
+        observer_.onStepAmended(sender->place, *sender->step);
     }
-    if (passed && verdict != Verdict::kPass) {
-        step.reason = attempt.reason;
-        step.verdict = record::worse(step.verdict, verdict);
-        round.verdict = record::worse(round.verdict, verdict);
-    }
-    if (passed && verdict != Verdict::kPass && !round.superseded) {
-        group.verdict = record::worse(group.verdict, verdict);
-        phase.verdict = record::worse(phase.verdict, verdict);
-    }
-    observer_.onStepAmended(asked.place.told, step);
 }
 
 void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked, const std::vector<Expected>& expected,
@@ -325,7 +267,7 @@ std::optional<Frame> StepRunner::awaitFrame(const std::function<bool(const Frame
     for (bool last = false;;) {
         for (auto& arrival : line_.arrivals()) {
             if (!arrival.claimed && wanted(arrival.event.frame)) {
-                arrival.claimed = true;
+                line_.claim(arrival);
                 return arrival.event.frame;
             }
         }
@@ -343,7 +285,7 @@ void StepRunner::run(const Wait& wait, const Step& step, Attempt& attempt)
                                       : isLater(*wait.command, frame);
     };
     const auto frame = awaitFrame(wanted, step.timeout);
-    takeStrays();
+    attribute();
     if (!frame) {
         fail(attempt, Verdict::kTimeout, "no " + wait.key + " came within " + secondsText(step.timeout));
         return;
@@ -375,11 +317,6 @@ void StepRunner::run(const HeadUnitAction& action, const Step&, Attempt&)
     } else {
         surroundings_.headUnit.set(action.target, action.json);
     }
-}
-
-std::string StepRunner::describe(const Frame& frame) const
-{
-    return station::format(frame);
 }
 
 }  // namespace station::plan

@@ -12,17 +12,6 @@
 
 namespace station::plan {
 
-/// Where in a run an attempt stands.
-struct AttemptPlace {
-    std::size_t phase = 0;
-    std::size_t group = 0;
-    std::size_t round = 0;
-    std::size_t step = 0;
-    std::size_t attempt = 0;
-    /// What an observer is told of the step's place; its texts live as long as the plan.
-    StepPlace told;
-};
-
 /// Does one attempt of a step, whatever its kind. For one thread.
 class StepRunner
 {
@@ -30,8 +19,9 @@ public:
     StepRunner(Connection& connection, LineRecord& line, const Surroundings& surroundings, RunControl& control,
                record::Run& run, Observer& observer);
 
-    /// Fills the attempt at `place` of the run.
-    void attempt(const Step& step, const AttemptPlace& place);
+    /// Adds an attempt to the step's record.
+    /// @param place what an observer is told of it; its texts live as long as the plan.
+    void attempt(const Step& step, const StepPlace& place, record::Step& record);
 
     bool linkFailed() const { return linkFailed_; }
     bool interrupted() const { return interrupted_; }
@@ -41,17 +31,12 @@ public:
     void limitBy(const TimeLimit* limit) { limit_ = limit; }
 
 private:
-    /// A command that was sent, and where its answer belongs.
-    struct Asked {
-        const protocol::catalogue::Command* command = nullptr;
-        protocol::Frame frame;
-        ReplyRule reply = ReplyRule::kRequired;
-        AttemptPlace place;
-        std::chrono::steady_clock::time_point at;
-        bool answered = false;
-
-        /// @returns whether its answer was waited for, and is still to come.
-        bool awaited() const { return !answered && reply == ReplyRule::kRequired; }
+    /// Whose commands these are: the attempt that sent the commands from this number on.
+    struct Sender {
+        std::size_t firstRequest = 0;
+        StepPlace place;
+        record::Step* step = nullptr;
+        record::Attempt* attempt = nullptr;
     };
 
     void run(const Send& send, const Step& step, record::Attempt& attempt);
@@ -62,18 +47,18 @@ private:
     std::optional<protocol::Frame> exchange(const Send& send, const protocol::Frame& frame, Duration timeout,
                                             record::Attempt& attempt);
     void explainSilence(const Send& send, Duration timeout, std::size_t corrupt, record::Attempt& attempt);
-    void refuseSecondAnswer(const Send& send, record::Attempt& attempt);
+    /// Adds what came to the attempts that it belongs to.
+    void attribute();
+    void attribute(LineRecord::Arrival& arrival, const Attribution::Request& request);
+    /// Takes in what came together with an answer.
+    void listenBriefly();
     void judgeFrame(const protocol::Frame& frame, const protocol::catalogue::Command* asked,
                     const std::vector<Expected>& expected, const std::vector<Store>& store, record::Attempt& attempt);
     std::optional<protocol::Frame> awaitFrame(const std::function<bool(const protocol::Frame&)>& wanted,
                                               Duration timeout);
-    void takeStrays();
     /// @returns whether the command sets or reads auto-test mode, and so is answered without it.
     bool isOfTestMode(const protocol::catalogue::Command& command) const;
     void lookForMode(const protocol::catalogue::Decoded& decoded);
-    bool answersOne(const Asked& asked, const protocol::Frame& frame) const;
-    void amend(const Asked& asked, record::Verdict verdict, const std::string& reason);
-    std::string describe(const protocol::Frame& frame) const;
 
     Connection& connection_;
     LineRecord& line_;
@@ -82,8 +67,7 @@ private:
     record::Run& run_;
     Observer& observer_;
     Variables variables_;
-    std::deque<Asked> asked_;  // the latest last
-    AttemptPlace place_;
+    std::deque<Sender> senders_;  // the latest last
     const TimeLimit* limit_ = nullptr;
     bool linkFailed_ = false;
     bool interrupted_ = false;

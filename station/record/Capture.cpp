@@ -1,6 +1,6 @@
 #include "station/record/Capture.h"
 
-#include "station/record/FrameText.h"
+#include "station/record/Outcome.h"
 #include "station/trace/Pcapng.h"
 
 namespace station::record {
@@ -8,10 +8,10 @@ namespace station::record {
 std::string capture(const Run& run, protocol::catalogue::Groups groups)
 {
     std::string bytes = pcapng::header({"engineering-station " + run.station.version, run.unit.port, run.unit.baud});
-    const auto meanings = meaningOf(run.trace, groups);
-    for (std::size_t i = 0; i < meanings.size(); ++i) {
-        const TraceEvent& event = run.trace[i];
-        bytes += pcapng::packet(event, hasFrame(event.kind) ? meanings[i] : "");
+    for (const EventLine& line : linesOf(run.events, {0, run.events.next()}, groups)) {
+        if (line.event != nullptr) {
+            bytes += pcapng::packet(*line.event, line.meaning);
+        }
     }
     return bytes;
 }

@@ -58,7 +58,7 @@ std::string limitCell(const std::optional<double>& limit)
 std::string attemptCells(const Attempt* attempt, std::size_t number, const Step& step)
 {
     if (attempt == nullptr) {
-        return ",," + textCell(step.reason) + ",";
+        return ",," + textCell(reasonOf(step)) + ",";
     }
     return std::to_string(number) + ',' + name(attempt->verdict) + ',' + textCell(attempt->reason) + ',' +
            toText(std::chrono::duration<double>(attempt->duration).count());
@@ -86,7 +86,7 @@ std::string csvReport(const Run& run)
         const std::string left = textCell(run.id) + ',' + textCell(run.unit.serial) + ',' +
                                  textCell(placed.phase->name) + ',' + textCell(placed.group->name) + ',' +
                                  std::to_string(placed.groupTry + 1) + ',' + textCell(step.name) + ',' +
-                                 textCell(step.kind) + ',' + textCell(step.what) + ',' + name(step.verdict) + ',';
+                                 textCell(step.kind) + ',' + textCell(step.what) + ',' + name(placed.verdict) + ',';
         const auto add = [&](const Attempt* attempt, std::size_t number, const Measurement* measurement) {
             out += left + attemptCells(attempt, number, step) + ',' + measurementCells(measurement) + "\r\n";
         };

@@ -6,11 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "station/record/FrameText.h"
 #include "station/record/Html.h"
 #include "station/record/HtmlStyle.h"
 #include "station/record/LimitChart.h"
 #include "station/record/Outcome.h"
+#include "station/trace/Describe.h"
 
 namespace station::record {
 
@@ -28,28 +28,12 @@ using protocol::catalogue::Groups;
 /// More segments would be thinner than what an eye tells apart.
 constexpr std::size_t kLongestStrip = 400;
 
-const char* direction(TraceEvent::Kind kind)
-{
-    switch (kind) {
-        case TraceEvent::Kind::kSent:
-            return "→ to unit";
-        case TraceEvent::Kind::kReceived:
-            return "← from unit";
-        case TraceEvent::Kind::kCorrupt:
-            return "← damaged";
-        case TraceEvent::Kind::kLost:
-            return "✕ port gone";
-        case TraceEvent::Kind::kBack:
-            return "✓ port back";
-    }
-    return "";
-}
-
 /// Builds the page for one run.
 class Page
 {
 public:
-    Page(const Run& run, Groups groups) : run_(run), groups_(groups), outcome_(outcomeOf(run))
+    Page(const Run& run, Groups groups)
+        : run_(run), groups_(groups), outcome_(outcomeOf(run)), headline_(headlineOf(run))
     {
         for (std::size_t i = 0; i < outcome_.steps.size(); ++i) {
             numbers_.emplace(outcome_.steps[i].step, i + 1);
@@ -72,13 +56,16 @@ private:
 
     void addTop(Node page)
     {
-        Node top = add(page, "header", std::string("top ") + classOf(run_.verdict));
+        Node top = add(page, "header", std::string("top ") + classOf(headline_.verdict));
         Node title = add(top, "div", "title");
-        addChip(title, run_.verdict);
+        addChip(title, headline_.verdict);
         addText(title, "h1", planTitle());
         addText(top, "p", summaryOf(run_, outcome_), "lead");
-        if (!run_.reason.empty()) {
-            addText(top, "p", run_.reason, "why");
+        if (!headline_.reason.empty()) {
+            addText(top, "p", headline_.reason, "why");
+        }
+        for (const std::string& each : headline_.beside) {
+            addText(top, "p", each, "beside");
         }
         addStrip(top);
         Node facts = add(top, "dl", "facts");
@@ -115,43 +102,43 @@ private:
         set(strip, "aria-label", summaryOf(run_, outcome_));
         for (const PlacedStep& placed : outcome_.steps) {
             if (placed.counts()) {
-                Node segment = add(strip, "span", classOf(placed.step->verdict));
-                set(segment, "title", placed.step->name + ": " + name(placed.step->verdict));
+                Node segment = add(strip, "span", classOf(placed.verdict));
+                set(segment, "title", placed.step->name + ": " + name(placed.verdict));
             }
         }
     }
 
     void addFailed(Node main)
     {
-        if (outcome_.failed.empty() && !isBad(run_.verdict)) {
+        if (outcome_.failed.empty() && !isBad(headline_.verdict)) {
             return;
         }
         Node section = add(main, "section");
-        const bool onlyEnded =
-            run_.verdict == Verdict::kAborted && std::ranges::all_of(outcome_.failed, [](const PlacedStep& placed) {
-                return placed.step->verdict == Verdict::kAborted;
-            });
+        const bool onlyEnded = headline_.verdict == Verdict::kAborted &&
+                               std::ranges::all_of(outcome_.failed, [](const PlacedStep& placed) {
+                                   return placed.verdict == Verdict::kAborted;
+                               });
         set(addText(section, "h2", onlyEnded ? "Where the run was ended" : "What went wrong"), "id", "failed");
         set(section, "aria-labelledby", "failed");
         for (const PlacedStep& placed : outcome_.failed) {
             addCard(section, placed);
         }
         if (outcome_.failed.empty()) {
-            Node card = add(section, "article", std::string("card ") + classOf(run_.verdict));
+            Node card = add(section, "article", std::string("card ") + classOf(headline_.verdict));
             Node heading = add(card, "h3");
-            addChip(heading, run_.verdict);
+            addChip(heading, headline_.verdict);
             addText(heading, "span", "The run as a whole");
-            addText(card, "p", run_.reason.empty() ? meaning(run_.verdict) : run_.reason, "reason");
+            addText(card, "p", headline_.reason.empty() ? meaning(headline_.verdict) : headline_.reason, "reason");
         }
     }
 
     void addCard(Node section, const PlacedStep& placed)
     {
         const Step& step = *placed.step;
-        Node card = add(section, "article", std::string("card ") + classOf(step.verdict));
+        Node card = add(section, "article", std::string("card ") + classOf(placed.verdict));
         set(card, "id", anchor(step));
         Node heading = add(card, "h3");
-        addChip(heading, step.verdict);
+        addChip(heading, placed.verdict);
         addText(heading, "span", step.name);
         Node where = addText(card, "p", placed.phase->name + " › " + placed.group->name, "where");
         if (placed.group->tries.size() > 1) {
@@ -162,18 +149,15 @@ private:
             write(where, " · ");
             addText(where, "code", step.what);
         }
-        addText(card, "p", reasonOf(step), "reason");
-        addText(card, "p", meaning(step.verdict), "meaning");
+        addText(card, "p", whyOf(step), "reason");
+        addText(card, "p", meaning(placed.verdict), "meaning");
         addAttempts(card, step, true);
     }
 
-    static std::string reasonOf(const Step& step)
+    static std::string whyOf(const Step& step)
     {
-        if (!step.reason.empty()) {
-            return step.reason;
-        }
-        const bool told = !step.attempts.empty() && !step.attempts.back().reason.empty();
-        return told ? step.attempts.back().reason : "The plan gives no further reason.";
+        const std::string reason = reasonOf(step);
+        return reason.empty() ? "The plan gives no further reason." : reason;
     }
 
     void addRepeated(Node main)
@@ -213,9 +197,9 @@ private:
             Node part = add(section, "div", "phase");
             Node heading = add(part, "h3");
             addText(heading, "span", phase.name);
-            addChip(heading, phase.verdict);
-            if (!phase.reason.empty()) {
-                addText(part, "p", phase.reason, "where");
+            addChip(heading, verdictOf(phase));
+            if (const std::string reason = reasonOf(phase); !reason.empty()) {
+                addText(part, "p", reason, "where");
             }
             for (const Group& group : phase.groups) {
                 addGroup(part, group);
@@ -228,14 +212,14 @@ private:
         Node box = add(part, "div", "group");
         Node heading = add(box, "h4");
         addText(heading, "span", group.name);
-        addChip(heading, group.verdict);
+        addChip(heading, verdictOf(group));
         for (std::size_t i = 0; i < group.tries.size(); ++i) {
             const Group::Try& each = group.tries[i];
-            const bool counting = counts(group, i);
+            const bool counting = !each.superseded;
             if (group.tries.size() > 1) {
                 Node title = addText(
                     box, "h5", "Try " + std::to_string(i + 1) + " of " + std::to_string(group.tries.size()) + " ");
-                addChip(title, each.verdict);
+                addChip(title, verdictOf(each));
             }
             if (each.steps.empty()) {
                 addText(box, "p", "No step was run.", "where");
@@ -250,26 +234,28 @@ private:
 
     void addStep(Node list, const Step& step, bool counting)
     {
-        const bool above = counting && isBad(step.verdict);
+        const Verdict verdict = verdictOf(step);
+        const std::string reason = reasonOf(step);
+        const bool above = counting && isBad(verdict);
         Node item = add(list, "li");
         Node head = add(item, "div", "head");
-        addChip(head, step.verdict);
+        addChip(head, verdict);
         addText(head, "span", step.name, "name");
         addText(head, "code", step.what);
         addText(head, "span", step.attempts.empty() ? "" : toText(durationOf(step)), "took");
         if (above) {
-            Node body = add(item, "div", std::string("body ") + classOf(step.verdict));
-            Node line = addText(body, "p", reasonOf(step) + " ", "reason");
+            Node body = add(item, "div", std::string("body ") + classOf(verdict));
+            Node line = addText(body, "p", whyOf(step) + " ", "reason");
             set(addText(line, "a", "details above"), "href", '#' + anchor(step));
             return;
         }
         set(item, "id", anchor(step));
-        if (step.reason.empty() && step.attempts.empty()) {
+        if (reason.empty() && step.attempts.empty()) {
             return;
         }
-        Node body = add(item, "div", std::string("body ") + classOf(step.verdict));
-        if (!step.reason.empty()) {
-            addText(body, "p", step.reason, "reason");
+        Node body = add(item, "div", std::string("body ") + classOf(verdict));
+        if (!reason.empty()) {
+            addText(body, "p", reason, "reason");
         }
         addAttempts(body, step, false);
     }
@@ -326,11 +312,11 @@ private:
 
     void addFrames(Node parent, const Step& step, const Attempt& attempt)
     {
-        if (attempt.frames.empty()) {
+        if (attempt.events.begin == attempt.events.end) {
             return;
         }
         Node folded = add(parent, "details");
-        addText(folded, "summary", count(attempt.frames.size(), "frame") + " on the line");
+        addText(folded, "summary", count(attempt.events.end - attempt.events.begin, "frame") + " on the line");
         Node table = add(folded, "table", "frames");
         addText(table, "caption", "What passed on the line during " + step.name + ", times from its start", "hidden");
         Node titles = add(add(table, "thead"), "tr");
@@ -338,15 +324,17 @@ private:
             set(addText(titles, "th", title), "scope", "col");
         }
         Node lines = add(table, "tbody");
-        const auto meanings = meaningOf(attempt.frames, groups_);
-        for (std::size_t i = 0; i < meanings.size(); ++i) {
-            const TraceEvent& event = attempt.frames[i];
+        for (const EventLine& each : linesOf(run_.events, attempt.events, groups_)) {
             Node line = add(lines, "tr");
-            addText(line, "td",
-                    toText(std::chrono::duration_cast<std::chrono::nanoseconds>(event.at - attempt.started)), "num");
-            addText(line, "td", direction(event.kind));
-            addText(add(line, "td"), "code", bytesOf(event));
-            addText(line, "td", meanings[i]);
+            addText(
+                line, "td",
+                each.event == nullptr
+                    ? ""
+                    : toText(std::chrono::duration_cast<std::chrono::nanoseconds>(each.event->at - attempt.started)),
+                "num");
+            addText(line, "td", each.event == nullptr ? "…" : caption(each.event->kind));
+            addText(add(line, "td"), "code", each.bytes);
+            addText(line, "td", each.meaning);
         }
     }
 
@@ -373,6 +361,7 @@ private:
     const Run& run_;
     Groups groups_;
     Outcome outcome_;
+    Headline headline_;
     std::map<const Step*, std::size_t> numbers_;
 };
 
@@ -384,7 +373,7 @@ std::string htmlReport(const Run& run, Groups groups)
     Page(run, groups).build(document.append_child("body"));
     pugi::xml_document title;
     addText(title, "title",
-            std::string(name(run.verdict)) + " – " + (run.plan.title.empty() ? run.plan.name : run.plan.title) +
+            std::string(name(verdictOf(run))) + " – " + (run.plan.title.empty() ? run.plan.name : run.plan.title) +
                 (run.unit.serial.empty() ? "" : " – " + run.unit.serial));
 
     std::ostringstream out;

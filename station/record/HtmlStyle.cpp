@@ -38,7 +38,7 @@ font-size:.72rem;font-weight:700;letter-spacing:.04em;text-align:center;line-hei
 .top .title{display:flex;flex-wrap:wrap;gap:.4rem 1rem;align-items:center}
 .top .chip{font-size:1.35rem;padding:.15em .6em;background:var(--v);color:var(--on);box-shadow:none}
 .lead{font-size:1.1rem;margin:.6rem 0 0;overflow-wrap:anywhere}
-.why{margin:.15rem 0 0;color:var(--soft);overflow-wrap:anywhere}
+.why,.beside{margin:.15rem 0 0;color:var(--soft);overflow-wrap:anywhere}
 .strip{display:flex;gap:1px;height:10px;margin:.9rem 0 0;border-radius:3px;overflow:hidden}
 .strip span{flex:1 1 0;min-width:1px;background:var(--v)}
 .strip .pass,.strip .skipped{opacity:.45}

@@ -5,9 +5,9 @@
 #include <pugixml.hpp>
 #include <sstream>
 
-#include "station/record/FrameText.h"
 #include "station/record/Outcome.h"
 #include "station/record/Text.h"
+#include "station/trace/Describe.h"
 
 namespace station::record {
 
@@ -92,7 +92,7 @@ std::string describe(const Measurement& measurement)
 }
 
 /// Everything that the step's attempts brought, as lines.
-std::string protocolOf(const Step& step, Groups groups)
+std::string protocolOf(const Run& run, const Step& step, Groups groups)
 {
     std::string text = step.what.empty() ? "" : printable(step.what) + '\n';
     for (std::size_t i = 0; i < step.attempts.size(); ++i) {
@@ -102,18 +102,16 @@ std::string protocolOf(const Step& step, Groups groups)
         for (const Measurement& measurement : attempt.measurements) {
             text += "  " + describe(measurement) + '\n';
         }
-        const auto meanings = meaningOf(attempt.frames, groups);
-        for (std::size_t j = 0; j < meanings.size(); ++j) {
-            const std::string bytes = bytesOf(attempt.frames[j]);
-            text += "  " + std::string(name(attempt.frames[j].kind)) + (bytes.empty() ? "" : " " + bytes) + "  " +
-                    meanings[j] + '\n';
+        for (const EventLine& line : linesOf(run.events, attempt.events, groups)) {
+            text += "  " + std::string(line.event == nullptr ? "…" : name(line.event->kind)) +
+                    (line.bytes.empty() ? "" : " " + line.bytes) + "  " + line.meaning + '\n';
         }
     }
     return text;
 }
 
-Counts addStep(pugi::xml_node suite, const std::string& suiteName, const Step& step, const std::string& suffix,
-               Groups groups)
+Counts addStep(pugi::xml_node suite, const Run& run, const std::string& suiteName, const Step& step,
+               const std::string& suffix, Groups groups)
 {
     Counts counts;
     counts.time = durationOf(step);
@@ -121,9 +119,9 @@ Counts addStep(pugi::xml_node suite, const std::string& suiteName, const Step& s
     set(testcase, "name", step.name + suffix);
     set(testcase, "classname", suiteName);
     set(testcase, "time", seconds(counts.time));
-    addVerdict(testcase, step.verdict, step.reason, counts);
+    addVerdict(testcase, verdictOf(step), reasonOf(step), counts);
     // Without invisible characters: each line has been made printable.
-    testcase.append_child("system-out").text().set(protocolOf(step, groups).c_str());
+    testcase.append_child("system-out").text().set(protocolOf(run, step, groups).c_str());
     return counts;
 }
 
@@ -150,7 +148,7 @@ void addProperties(pugi::xml_node suite, const Run& run)
         }
     };
     add("run", run.id);
-    add("verdict", name(run.verdict));
+    add("verdict", name(verdictOf(run)));
     add("unit.serial", run.unit.serial);
     add("unit.port", run.unit.port);
     add("unit.baud", std::to_string(run.unit.baud));
@@ -182,12 +180,13 @@ pugi::xml_node beginSuite(pugi::xml_node root, const std::string& name, const Ru
 }
 
 /// @returns all about a try that does not count.
-std::string triesText(const std::string& which, const Group::Try& each, Groups groups)
+std::string triesText(const Run& run, const std::string& which, const Group::Try& each, Groups groups)
 {
-    std::string text = which + ": " + name(each.verdict) + '\n';
+    std::string text = which + ": " + name(verdictOf(each)) + '\n';
     for (const Step& step : each.steps) {
-        text += printable(step.name) + ": " + name(step.verdict) +
-                (step.reason.empty() ? "" : ": " + printable(step.reason)) + '\n' + protocolOf(step, groups);
+        const std::string reason = reasonOf(step);
+        text += printable(step.name) + ": " + name(verdictOf(step)) + (reason.empty() ? "" : ": " + printable(reason)) +
+                '\n' + protocolOf(run, step, groups);
     }
     return text;
 }
@@ -198,27 +197,25 @@ Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const G
     pugi::xml_node suite = beginSuite(root, suiteName, run);
     addProperties(suite, run);
     Counts counts;
-    bool told = false;
     std::size_t countingTries = 0;
     for (std::size_t i = 0; i < group.tries.size(); ++i) {
-        countingTries += record::counts(group, i) ? 1 : 0;
+        countingTries += group.tries[i].superseded ? 0 : 1;
     }
     std::string earlier;
     for (std::size_t i = 0; i < group.tries.size(); ++i) {
         const Group::Try& each = group.tries[i];
         const std::string which = group.tries.size() > 1 ? "try " + std::to_string(i + 1) : "";
-        if (!record::counts(group, i)) {
-            earlier += triesText(which, each, groups);
+        if (each.superseded) {
+            earlier += triesText(run, which, each, groups);
             continue;
         }
         const std::string suffix = countingTries > 1 ? " (" + which + ")" : "";
         for (const Step& step : each.steps) {
-            counts.add(addStep(suite, suiteName, step, suffix, groups));
-            told = told || isBad(step.verdict);
+            counts.add(addStep(suite, run, suiteName, step, suffix, groups));
         }
     }
-    if (counts.tests == 0 || (isBad(group.verdict) && !told)) {
-        counts.add(addNote(suite, suiteName, group.verdict, phase.reason));
+    if (counts.tests == 0) {
+        counts.add(addNote(suite, suiteName, verdictOf(group), reasonOf(phase)));
     }
     if (!earlier.empty()) {
         suite.append_child("system-out").text().set(earlier.c_str());
@@ -243,10 +240,11 @@ std::string junitReport(const Run& run, Groups groups)
             counts.add(addGroup(root, run, phase, group, groups));
         }
     }
-    if (counts.tests == 0 || (isBad(run.verdict) && counts.failures + counts.errors == 0)) {
+    const Headline headline = headlineOf(run);
+    if (counts.tests == 0 || (isBad(headline.verdict) && counts.failures + counts.errors == 0)) {
         pugi::xml_node suite = beginSuite(root, "run", run);
         addProperties(suite, run);
-        const Counts note = addNote(suite, "run", run.verdict, run.reason);
+        const Counts note = addNote(suite, "run", headline.verdict, headline.reason);
         set(suite, note);
         counts.add(note);
     }

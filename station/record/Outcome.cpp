@@ -4,6 +4,7 @@
 #include <string>
 
 #include "station/record/Text.h"
+#include "station/trace/Describe.h"
 
 namespace station::record {
 
@@ -12,11 +13,132 @@ namespace {
 /// @returns whether the step needed another attempt, or its group another try, to pass.
 bool needed(const PlacedStep& placed)
 {
-    return std::ranges::any_of(placed.step->attempts, isBad, &Attempt::verdict) ||
-           (placed.groupTry > 0 && !counts(*placed.group, placed.groupTry - 1));
+    return std::ranges::any_of(placed.step->attempts, &Attempt::superseded) ||
+           (placed.groupTry > 0 && placed.group->tries[placed.groupTry - 1].superseded);
+}
+
+template <class List>
+Verdict worstOf(const List& list)
+{
+    Verdict verdict = Verdict::kSkipped;
+    for (const auto& each : list) {
+        verdict = worse(verdict, verdictOf(each));
+    }
+    return verdict;
+}
+
+bool anyDone(const Phase& phase)
+{
+    return std::ranges::any_of(phase.groups, [](const Group& group) {
+        return std::ranges::any_of(
+            group.tries, [](const Group::Try& one) { return !one.superseded && verdictOf(one) != Verdict::kSkipped; });
+    });
+}
+
+/// @returns "GROUP / STEP: REASON" of the first step that went wrong and counts, else why the phase ended early.
+std::string troubleIn(const Phase& phase)
+{
+    for (const Group& group : phase.groups) {
+        for (const Group::Try& one : group.tries) {
+            for (const Step& step : one.steps) {
+                if (!one.superseded && isBad(verdictOf(step))) {
+                    return group.name + " / " + step.name + ": " + reasonOf(step);
+                }
+            }
+        }
+    }
+    return reasonOf(phase);
 }
 
 }  // namespace
+
+Verdict verdictOf(const Step& step)
+{
+    Verdict verdict = step.cut ? step.cut->verdict : Verdict::kSkipped;
+    for (const Attempt& attempt : step.attempts) {
+        verdict = attempt.superseded ? verdict : worse(verdict, attempt.verdict);
+    }
+    return verdict;
+}
+
+std::string reasonOf(const Step& step)
+{
+    const Verdict verdict = verdictOf(step);
+    for (const Attempt& attempt : step.attempts) {
+        if (!attempt.superseded && attempt.verdict == verdict && !attempt.reason.empty()) {
+            return attempt.reason;
+        }
+    }
+    return step.cut ? step.cut->text : std::string();
+}
+
+Verdict verdictOf(const Group::Try& one)
+{
+    return worstOf(one.steps);
+}
+
+Verdict verdictOf(const Group& group)
+{
+    Verdict verdict = Verdict::kSkipped;
+    for (const Group::Try& one : group.tries) {
+        verdict = one.superseded ? verdict : worse(verdict, verdictOf(one));
+    }
+    return verdict;
+}
+
+Verdict verdictOf(const Phase& phase)
+{
+    return worse(worstOf(phase.groups), phase.cut ? phase.cut->verdict : Verdict::kSkipped);
+}
+
+std::string reasonOf(const Phase& phase)
+{
+    return phase.cut ? phase.cut->text : std::string();
+}
+
+Headline headlineOf(const Run& run)
+{
+    Headline headline;
+    const auto note = [&](Verdict verdict, const std::string& text) {
+        if (verdict == headline.verdict && headline.reason.empty()) {
+            headline.reason = text;
+        } else if (!text.empty()) {
+            headline.beside.push_back(text);
+        }
+    };
+    const Phase* const teardown = run.phases.size() > Run::kTeardown ? &run.phases[Run::kTeardown] : nullptr;
+    for (const Phase& phase : run.phases) {
+        headline.verdict = &phase == teardown ? headline.verdict : worse(headline.verdict, verdictOf(phase));
+    }
+    for (const Finding& finding : run.findings) {
+        headline.verdict = worse(headline.verdict, finding.verdict);
+    }
+    if (headline.verdict == Verdict::kPass && run.phases.size() > Run::kMain && !anyDone(run.phases[Run::kMain])) {
+        headline.verdict = Verdict::kSkipped;
+        headline.reason = "nothing of the main part was run";
+    }
+    const Verdict afterwards = teardown == nullptr ? Verdict::kSkipped : verdictOf(*teardown);
+    if (headline.verdict == Verdict::kPass && isBad(afterwards)) {
+        headline.verdict = Verdict::kError;
+    }
+    for (const Finding& finding : run.findings) {
+        note(finding.verdict, finding.text);
+    }
+    for (const Phase& phase : run.phases) {
+        if (&phase != teardown && isBad(verdictOf(phase)) && headline.reason.empty()) {
+            headline.reason = troubleIn(phase);
+        }
+    }
+    if (isBad(afterwards)) {
+        note(headline.verdict, "teardown: " + std::string(name(afterwards)) + ": " + troubleIn(*teardown));
+    }
+    return headline;
+}
+
+Verdict verdictOf(const Run& run)
+{
+    return headlineOf(run).verdict;
+}
 
 Outcome outcomeOf(const Run& run)
 {
@@ -27,11 +149,11 @@ Outcome outcomeOf(const Run& run)
             return;
         }
         ++outcome.total;
-        outcome.skipped += placed.step->verdict == Verdict::kSkipped ? 1 : 0;
-        if (isBad(placed.step->verdict)) {
+        outcome.skipped += placed.verdict == Verdict::kSkipped ? 1 : 0;
+        if (isBad(placed.verdict)) {
             outcome.failed.push_back(placed);
         }
-        if (placed.step->verdict == Verdict::kPass) {
+        if (placed.verdict == Verdict::kPass) {
             ++outcome.passed;
             if (needed(placed)) {
                 outcome.repeated.push_back(placed);
@@ -42,7 +164,7 @@ Outcome outcomeOf(const Run& run)
         for (const Group& group : phase.groups) {
             for (std::size_t i = 0; i < group.tries.size(); ++i) {
                 for (const Step& step : group.tries[i].steps) {
-                    add({&phase, &group, &step, i});
+                    add({&phase, &group, &step, i, verdictOf(step)});
                 }
             }
         }
@@ -54,12 +176,12 @@ std::string summaryOf(const Run& run, const Outcome& outcome)
 {
     const auto were = [](std::size_t number) { return std::to_string(number) + (number == 1 ? " was" : " were"); };
     const auto wrong = static_cast<std::size_t>(std::ranges::count_if(
-        outcome.failed, [](const PlacedStep& placed) { return placed.step->verdict != Verdict::kAborted; }));
+        outcome.failed, [](const PlacedStep& placed) { return placed.verdict != Verdict::kAborted; }));
     const std::string passed = std::to_string(outcome.passed) + " of " + count(outcome.total, "step") + " passed";
     std::string text;
     if (outcome.total == 0) {
         text = "No step was run";
-    } else if (run.verdict == Verdict::kAborted) {
+    } else if (verdictOf(run) == Verdict::kAborted) {
         text = "Ended before it was through: " + passed;
         text += wrong > 0 ? ", " + std::to_string(wrong) + " went wrong" : "";
     } else if (wrong > 0) {
@@ -91,6 +213,26 @@ std::chrono::nanoseconds durationOf(const Step& step)
         sum += attempt.duration;
     }
     return sum;
+}
+
+std::vector<EventLine> linesOf(const Events& events, EventRange range, protocol::catalogue::Groups groups)
+{
+    std::vector<EventLine> lines;
+    Attribution attribution(groups);
+    std::size_t next = range.begin;
+    const auto gapUntil = [&](std::size_t number) {
+        if (number > next) {
+            lines.push_back({nullptr, "", count(number - next, "event") + " left out"});
+        }
+        next = number + 1;
+    };
+    for (auto at = events.kept().lower_bound(range.begin); at != events.kept().end() && at->first < range.end; ++at) {
+        gapUntil(at->first);
+        const TraceEvent& event = at->second;
+        lines.push_back({&event, bytesText(event), printable(describe(groups, event, attribution.on(event).decoded))});
+    }
+    gapUntil(range.end);
+    return lines;
 }
 
 }  // namespace station::record

@@ -5,9 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "protocol/catalogue/Model.h"
 #include "station/record/RunRecord.h"
 
-/// What of a run a reader wants to see first.
+/// What the facts of a run amount to: the one place that computes verdicts, and what a reader wants to see first.
 namespace station::record {
 
 /// @returns whether something went wrong: neither PASS nor SKIPPED.
@@ -16,13 +17,34 @@ constexpr bool isBad(Verdict verdict)
     return verdict != Verdict::kPass && verdict != Verdict::kSkipped;
 }
 
-/// @returns whether a group's verdict rests on this try of it: it was not tried again because of it, and a group that
-/// passed passed in spite of nothing.
-constexpr bool counts(const Group& group, std::size_t groupTry)
-{
-    const Group::Try& one = group.tries[groupTry];
-    return !one.superseded && (!isBad(one.verdict) || isBad(group.verdict));
-}
+/// Of its attempts those count that were not superseded; the worst decides.
+Verdict verdictOf(const Step& step);
+/// @returns why it has its verdict; empty for PASS.
+std::string reasonOf(const Step& step);
+
+Verdict verdictOf(const Group::Try& one);
+/// Of its tries those count that were not superseded; the worst decides.
+Verdict verdictOf(const Group& group);
+
+Verdict verdictOf(const Phase& phase);
+/// @returns why it ended early; empty when it did not.
+std::string reasonOf(const Phase& phase);
+
+/// What is said of a run in its first lines.
+struct Headline {
+    Verdict verdict = Verdict::kSkipped;
+    /// Why; empty for PASS.
+    std::string reason;
+    /// What stands beside it: further findings, trouble in the teardown, how good the line was.
+    std::vector<std::string> beside;
+};
+
+/// Setup, main part and findings decide. A run of whose main part nothing was done is SKIPPED. Trouble in the teardown
+/// stands beside the verdict, and turns only PASS into ERROR.
+Headline headlineOf(const Run& run);
+
+/// @returns the verdict alone.
+Verdict verdictOf(const Run& run);
 
 /// A step with where it stands. Points into the run.
 struct PlacedStep {
@@ -31,9 +53,10 @@ struct PlacedStep {
     const Step* step = nullptr;
     /// Counted from 0.
     std::size_t groupTry = 0;
+    Verdict verdict = Verdict::kSkipped;
 
     /// @returns whether the group's verdict rests on it.
-    bool counts() const { return record::counts(*group, groupTry); }
+    bool counts() const { return !group->tries[groupTry].superseded; }
 };
 
 struct Outcome {
@@ -59,5 +82,16 @@ std::chrono::nanoseconds durationOf(const Run& run);
 
 /// @returns how long all attempts of a step took.
 std::chrono::nanoseconds durationOf(const Step& step);
+
+/// A line event in words, or a gap where events were left out.
+struct EventLine {
+    const TraceEvent* event = nullptr;  ///< nullptr for a gap
+    std::string bytes;                  ///< as people read them, `8F 00 [01]`; empty for an event without a frame
+    std::string meaning;                ///< printable
+};
+
+/// @returns what passed on the line within a range.
+/// @param groups what the frames are put into words with
+std::vector<EventLine> linesOf(const Events& events, EventRange range, protocol::catalogue::Groups groups);
 
 }  // namespace station::record

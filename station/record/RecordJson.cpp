@@ -13,9 +13,10 @@
 #include <utility>
 
 #include "protocol/catalogue/HexBytes.h"
-#include "station/record/FrameText.h"
+#include "station/record/Outcome.h"
 #include "station/record/RecordReader.h"
 #include "station/record/Text.h"
+#include "station/trace/Describe.h"
 
 namespace station::record {
 
@@ -32,11 +33,8 @@ constexpr std::uintmax_t kLargestRecord = 1U << 29;
 /// Up to here a double holds every whole number.
 constexpr double kWholeLimit = 9007199254740992.0;
 
-constexpr std::array kKinds{
-    std::pair{TraceEvent::Kind::kSent, "sent"},       std::pair{TraceEvent::Kind::kReceived, "received"},
-    std::pair{TraceEvent::Kind::kCorrupt, "corrupt"}, std::pair{TraceEvent::Kind::kLost, "lost"},
-    std::pair{TraceEvent::Kind::kBack, "back"},
-};
+constexpr std::array kKinds{TraceEvent::Kind::kSent, TraceEvent::Kind::kReceived, TraceEvent::Kind::kCorrupt,
+                            TraceEvent::Kind::kLost, TraceEvent::Kind::kBack};
 
 constexpr std::array kVerdicts{Verdict::kPass,    Verdict::kFail,    Verdict::kError,
                                Verdict::kTimeout, Verdict::kAborted, Verdict::kSkipped};
@@ -101,12 +99,14 @@ std::string hex(std::uint8_t byte)
     return formatHexBytes({&byte, 1});
 }
 
-Json events(const std::vector<TraceEvent>& trace, Groups groups)
+Json events(const Events& all, EventRange range, Groups groups)
 {
     Json json = Json::array();
-    const std::vector<std::string> meanings = meaningOf(trace, groups);
-    for (std::size_t i = 0; i < trace.size(); ++i) {
-        const TraceEvent& event = trace[i];
+    for (const EventLine& line : linesOf(all, range, groups)) {
+        if (line.event == nullptr) {
+            continue;
+        }
+        const TraceEvent& event = *line.event;
         Json row{{"kind", name(event.kind)},
                  {"at", time(event.at)},
                  {"monotonic_s", seconds(event.steady.time_since_epoch())}};
@@ -114,7 +114,7 @@ Json events(const std::vector<TraceEvent>& trace, Groups groups)
             row["cmd_one"] = hex(event.frame.cmdOne);
             row["cmd_two"] = hex(event.frame.cmdTwo);
             row["params"] = formatHexBytes(event.frame.params);
-            row["decoded"] = meanings[i];
+            row["decoded"] = line.meaning;
         }
         if (!event.bytes.empty()) {
             row["bytes"] = formatHexBytes(event.bytes);
@@ -127,58 +127,107 @@ Json events(const std::vector<TraceEvent>& trace, Groups groups)
     return json;
 }
 
-Json attempt(const Attempt& one, Groups catalogue)
+/// Puts a run into JSON.
+class Writer
 {
-    Json measurements = Json::array();
-    for (const Measurement& measurement : one.measurements) {
-        measurements.push_back({{"name", measurement.name},
-                                {"value", value(measurement.value)},
-                                {"unit", measurement.unit},
-                                {"limits", limits(measurement.limits)},
-                                {"passed", measurement.passed}});
-    }
-    return {{"started", time(one.started)},
-            {"duration_s", seconds(one.duration)},
-            {"wire_s", seconds(one.wireTime)},
-            {"verdict", name(one.verdict)},
-            {"reason", one.reason},
-            {"measurements", std::move(measurements)},
-            {"frames", events(one.frames, catalogue)}};
-}
+public:
+    Writer(const Run& run, Groups groups) : run_(run), groups_(groups) {}
 
-Json step(const Step& one, Groups catalogue)
-{
-    Json attempts = Json::array();
-    for (const Attempt& each : one.attempts) {
-        attempts.push_back(attempt(each, catalogue));
-    }
-    return {{"name", one.name},     {"kind", one.kind},
-            {"what", one.what},     {"verdict", name(one.verdict)},
-            {"reason", one.reason}, {"attempts", std::move(attempts)}};
-}
-
-Json group(const Group& one, Groups catalogue)
-{
-    Json tries = Json::array();
-    for (const Group::Try& each : one.tries) {
-        Json steps = Json::array();
-        for (const Step& inner : each.steps) {
-            steps.push_back(step(inner, catalogue));
+    Json write() const
+    {
+        const Headline headline = headlineOf(run_);
+        Json json{
+            {"schema", Run::kSchema},
+            {"id", run_.id},
+            {"started", time(run_.started)},
+            {"ended", time(run_.ended)},
+            {"verdict", name(headline.verdict)},
+            {"reason", headline.reason},
+            {"beside", headline.beside},
+            {"findings", list(run_.findings, finding)},
+            {"unit", {{"serial", run_.unit.serial}, {"port", run_.unit.port}, {"baud", run_.unit.baud}}},
+            {"station",
+             {{"host", run_.station.host}, {"operator", run_.station.operatorName}, {"version", run_.station.version}}},
+            {"plan",
+             {{"name", run_.plan.name},
+              {"title", run_.plan.title},
+              {"path", run_.plan.path},
+              {"sha256", run_.plan.sha256}}},
+            {"catalogue", {{"sha256", run_.catalogueSha256}}},
+            {"phases", list(run_.phases, [this](const Phase& each) { return phase(each); })},
+            {"trace", record::events(run_.events, {0, run_.events.next()}, groups_)}};
+        if (run_.events.kept().size() < run_.events.next()) {
+            json["numbers"] = list(run_.events.kept(), [](const auto& each) -> Json { return each.first; });
         }
-        tries.push_back(
-            {{"verdict", name(each.verdict)}, {"superseded", each.superseded}, {"steps", std::move(steps)}});
+        return json;
     }
-    return {{"name", one.name}, {"verdict", name(one.verdict)}, {"tries", std::move(tries)}};
-}
 
-Json phase(const Phase& one, Groups catalogue)
-{
-    Json groups = Json::array();
-    for (const Group& each : one.groups) {
-        groups.push_back(group(each, catalogue));
+private:
+    template <class List, class Write>
+    static Json list(const List& items, Write write)
+    {
+        Json json = Json::array();
+        for (const auto& each : items) {
+            json.push_back(write(each));
+        }
+        return json;
     }
-    return {{"name", one.name}, {"verdict", name(one.verdict)}, {"reason", one.reason}, {"groups", std::move(groups)}};
-}
+
+    static Json finding(const Finding& one) { return {{"verdict", name(one.verdict)}, {"text", one.text}}; }
+
+    static Json measurement(const Measurement& one)
+    {
+        return {{"name", one.name},
+                {"value", value(one.value)},
+                {"unit", one.unit},
+                {"limits", limits(one.limits)},
+                {"passed", one.passed}};
+    }
+
+    Json attempt(const Attempt& one) const
+    {
+        return {{"started", time(one.started)},
+                {"duration_s", seconds(one.duration)},
+                {"wire_s", seconds(one.wireTime)},
+                {"verdict", name(one.verdict)},
+                {"reason", one.reason},
+                {"superseded", one.superseded},
+                {"measurements", list(one.measurements, measurement)},
+                {"events", {one.events.begin, one.events.end}},
+                {"frames", record::events(run_.events, one.events, groups_)}};
+    }
+
+    Json step(const Step& one) const
+    {
+        return {{"name", one.name},
+                {"kind", one.kind},
+                {"what", one.what},
+                {"verdict", name(verdictOf(one))},
+                {"reason", reasonOf(one)},
+                {"attempts", list(one.attempts, [this](const Attempt& each) { return attempt(each); })}};
+    }
+
+    Json group(const Group& one) const
+    {
+        const auto write = [this](const Group::Try& each) -> Json {
+            return {{"verdict", name(verdictOf(each))},
+                    {"superseded", each.superseded},
+                    {"steps", list(each.steps, [this](const Step& inner) { return step(inner); })}};
+        };
+        return {{"name", one.name}, {"verdict", name(verdictOf(one))}, {"tries", list(one.tries, write)}};
+    }
+
+    Json phase(const Phase& one) const
+    {
+        return {{"name", one.name},
+                {"verdict", name(verdictOf(one))},
+                {"reason", reasonOf(one)},
+                {"groups", list(one.groups, [this](const Group& each) { return group(each); })}};
+    }
+
+    const Run& run_;
+    Groups groups_;
+};
 
 // Reading.
 
@@ -255,12 +304,11 @@ TraceEvent readEvent(const RecordReader& reader)
     TraceEvent event;
     const RecordReader kind = reader.at("kind");
     const std::string word = kind.text();
-    const auto* row =
-        std::find_if(kKinds.begin(), kKinds.end(), [&word](const auto& each) { return each.second == word; });
+    const auto* row = std::ranges::find_if(kKinds, [&word](TraceEvent::Kind each) { return name(each) == word; });
     if (row == kKinds.end()) {
         kind.fail("sent, received, corrupt, lost or back was expected");
     }
-    event.kind = row->first;
+    event.kind = *row;
     event.at = readTime(reader.at("at"));
     event.steady = std::chrono::steady_clock::time_point(readDuration(reader.at("monotonic_s")));
     if (hasFrame(event.kind)) {
@@ -283,64 +331,167 @@ Measurement readMeasurement(const RecordReader& reader)
             readLimits(reader.at("limits")), reader.at("passed").yes()};
 }
 
-Attempt readAttempt(const RecordReader& reader)
+Finding readFinding(const RecordReader& reader)
 {
-    return {readTime(reader.at("started")),     readDuration(reader.at("duration_s")),
-            readDuration(reader.at("wire_s")),  readVerdict(reader.at("verdict")),
-            reader.at("reason").text(),         reader.at("measurements").each(readMeasurement),
-            reader.at("frames").each(readEvent)};
+    return {readVerdict(reader.at("verdict")), reader.at("text").text()};
 }
 
-Step readStep(const RecordReader& reader)
+/// Reads the facts of a run. Records of older versions of this program lack some of them: those are taken from the
+/// verdicts that stand there.
+class Reader
 {
-    return {reader.at("name").text(),          reader.at("kind").text(),   reader.at("what").text(),
-            readVerdict(reader.at("verdict")), reader.at("reason").text(), reader.at("attempts").each(readAttempt)};
-}
+public:
+    static Run read(const RecordReader& reader)
+    {
+        Run run;
+        run.id = reader.at("id").text();
+        run.started = readTime(reader.at("started"));
+        run.ended = readTime(reader.at("ended"));
+        const RecordReader unit = reader.at("unit");
+        run.unit = {unit.at("serial").text(), unit.at("port").text(), unit.at("baud").whole()};
+        const RecordReader station = reader.at("station");
+        run.station = {station.at("host").text(), station.at("operator").text(), station.at("version").text()};
+        const RecordReader plan = reader.at("plan");
+        run.plan = {plan.at("name").text(), plan.at("title").text(), plan.at("path").text(), plan.at("sha256").text()};
+        run.catalogueSha256 = reader.at("catalogue").at("sha256").text();
+        Reader inner(run.events);
+        inner.readEvents(reader);
+        run.phases = reader.at("phases").each([&inner](const RecordReader& each) { return inner.phase(each); });
+        const Finding stored{readVerdict(reader.at("verdict")), reader.at("reason").text()};
+        if (const auto findings = reader.find("findings")) {
+            run.findings = findings->each(readFinding);
+        } else if (const Headline now = headlineOf(run); now.verdict != stored.verdict || now.reason != stored.text) {
+            run.findings = {stored};
+        }
+        return run;
+    }
 
-Group::Try readTry(const RecordReader& reader)
-{
-    return {readVerdict(reader.at("verdict")), reader.at("steps").each(readStep), reader.at("superseded").yes()};
-}
+private:
+    explicit Reader(Events& events) : events_(events) {}
 
-Group readGroup(const RecordReader& reader)
-{
-    return {reader.at("name").text(), readVerdict(reader.at("verdict")), reader.at("tries").each(readTry)};
-}
+    template <class Item, class Read>
+    static std::deque<Item> all(const RecordReader& reader, Read read)
+    {
+        auto items = reader.each(read);
+        return {std::make_move_iterator(items.begin()), std::make_move_iterator(items.end())};
+    }
 
-Phase readPhase(const RecordReader& reader)
-{
-    return {reader.at("name").text(), readVerdict(reader.at("verdict")), reader.at("reason").text(),
-            reader.at("groups").each(readGroup)};
-}
+    void readEvents(const RecordReader& reader)
+    {
+        const auto list = reader.at("trace").each(readEvent);
+        const auto numbers = reader.find("numbers");
+        const auto places =
+            numbers ? numbers->each([](const RecordReader& each) { return each.whole(); }) : std::vector<unsigned>();
+        if (numbers && places.size() != list.size()) {
+            numbers->fail("a number for each event of the trace was expected");
+        }
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            events_.restore(numbers ? places[i] : i, list[i]);
+        }
+    }
+
+    /// @returns where an attempt's frames stand among all; puts them at the end where they do not.
+    EventRange rangeOf(const std::vector<TraceEvent>& frames)
+    {
+        const auto& kept = events_.kept();
+        auto at = kept.lower_bound(nextFrame_);
+        while (at != kept.end() && !frames.empty() && !(at->second == frames.front())) {
+            ++at;
+        }
+        EventRange range{at == kept.end() ? events_.next() : at->first, 0};
+        range.end = range.begin + frames.size();
+        if (at == kept.end()) {
+            for (const TraceEvent& frame : frames) {
+                events_.restore(events_.next(), frame);
+            }
+        }
+        nextFrame_ = range.end;
+        return range;
+    }
+
+    Attempt attempt(const RecordReader& reader)
+    {
+        Attempt one;
+        one.started = readTime(reader.at("started"));
+        one.duration = readDuration(reader.at("duration_s"));
+        one.wireTime = readDuration(reader.at("wire_s"));
+        one.verdict = readVerdict(reader.at("verdict"));
+        one.reason = reader.at("reason").text();
+        one.measurements = reader.at("measurements").each(readMeasurement);
+        if (const auto superseded = reader.find("superseded")) {
+            one.superseded = superseded->yes();
+        }
+        const auto frames = reader.at("frames").each(readEvent);
+        if (const auto range = reader.find("events")) {
+            const auto ends = range->each([](const RecordReader& each) { return each.whole(); });
+            if (ends.size() != 2 || ends[0] > ends[1]) {
+                range->fail("two numbers of events, in order, were expected");
+            }
+            one.events = {ends[0], ends[1]};
+        } else {
+            one.events = rangeOf(frames);
+        }
+        return one;
+    }
+
+    Step step(const RecordReader& reader)
+    {
+        const Finding stored{readVerdict(reader.at("verdict")), reader.at("reason").text()};
+        const RecordReader attempts = reader.at("attempts");
+        Step one{reader.at("name").text(),
+                 reader.at("kind").text(),
+                 reader.at("what").text(),
+                 all<Attempt>(attempts, [this](const RecordReader& each) { return attempt(each); }),
+                 {}};
+        const auto known = attempts.each([](const RecordReader& each) { return each.find("superseded").has_value(); });
+        for (std::size_t i = 0; i + 1 < known.size(); ++i) {
+            const Attempt& last = one.attempts.back();
+            const bool lastDecides = last.verdict == stored.verdict && last.reason == stored.text;
+            const bool better = worse(one.attempts[i].verdict, stored.verdict) != stored.verdict;
+            one.attempts[i].superseded = known[i] ? one.attempts[i].superseded : lastDecides || better;
+        }
+        if (one.attempts.empty() && !(stored == Finding{})) {
+            one.cut = stored;
+        }
+        return one;
+    }
+
+    Group::Try groupTry(const RecordReader& reader)
+    {
+        return {all<Step>(reader.at("steps"), [this](const RecordReader& each) { return step(each); }),
+                reader.at("superseded").yes()};
+    }
+
+    Group group(const RecordReader& reader)
+    {
+        return {
+            reader.at("name").text(),
+            all<Group::Try>(reader.at("tries"), [this](const RecordReader& each) { return groupTry(each); }),
+        };
+    }
+
+    Phase phase(const RecordReader& reader)
+    {
+        const Finding stored{readVerdict(reader.at("verdict")), reader.at("reason").text()};
+        Phase one{reader.at("name").text(),
+                  all<Group>(reader.at("groups"), [this](const RecordReader& each) { return group(each); }),
+                  {}};
+        const bool told = verdictOf(one) == stored.verdict;
+        if (!told || !stored.text.empty()) {
+            one.cut = {told ? Verdict::kSkipped : stored.verdict, stored.text};
+        }
+        return one;
+    }
+
+    Events& events_;
+    std::size_t nextFrame_ = 0;
+};
 
 }  // namespace
 
-const char* name(TraceEvent::Kind kind)
-{
-    return kKinds.at(static_cast<std::size_t>(kind)).second;
-}
-
 nlohmann::ordered_json toJson(const Run& run, Groups groups)
 {
-    Json phases = Json::array();
-    for (const Phase& each : run.phases) {
-        phases.push_back(phase(each, groups));
-    }
-    return {
-        {"schema", Run::kSchema},
-        {"id", run.id},
-        {"started", time(run.started)},
-        {"ended", time(run.ended)},
-        {"verdict", name(run.verdict)},
-        {"reason", run.reason},
-        {"unit", {{"serial", run.unit.serial}, {"port", run.unit.port}, {"baud", run.unit.baud}}},
-        {"station",
-         {{"host", run.station.host}, {"operator", run.station.operatorName}, {"version", run.station.version}}},
-        {"plan",
-         {{"name", run.plan.name}, {"title", run.plan.title}, {"path", run.plan.path}, {"sha256", run.plan.sha256}}},
-        {"catalogue", {{"sha256", run.catalogueSha256}}},
-        {"phases", std::move(phases)},
-        {"trace", events(run.trace, groups)}};
+    return Writer(run, groups).write();
 }
 
 std::string serialise(const nlohmann::ordered_json& json)
@@ -354,22 +505,7 @@ Run fromJson(const nlohmann::ordered_json& json)
     if (const RecordReader schema = reader.at("schema"); schema.number() != Run::kSchema) {
         schema.fail("this program reads schema " + std::to_string(Run::kSchema) + " only");
     }
-    Run run;
-    run.id = reader.at("id").text();
-    run.started = readTime(reader.at("started"));
-    run.ended = readTime(reader.at("ended"));
-    run.verdict = readVerdict(reader.at("verdict"));
-    run.reason = reader.at("reason").text();
-    const RecordReader unit = reader.at("unit");
-    run.unit = {unit.at("serial").text(), unit.at("port").text(), unit.at("baud").whole()};
-    const RecordReader station = reader.at("station");
-    run.station = {station.at("host").text(), station.at("operator").text(), station.at("version").text()};
-    const RecordReader plan = reader.at("plan");
-    run.plan = {plan.at("name").text(), plan.at("title").text(), plan.at("path").text(), plan.at("sha256").text()};
-    run.catalogueSha256 = reader.at("catalogue").at("sha256").text();
-    run.phases = reader.at("phases").each(readPhase);
-    run.trace = reader.at("trace").each(readEvent);
-    return run;
+    return Reader::read(reader);
 }
 
 Run parseRun(std::string_view text)

@@ -327,9 +327,7 @@ record::Run repeated()
     record::Run run = samples::passed();
     Group& audio = run.phases[1].groups[0];
     audio.tries.assign(3, audio.tries[0]);
-    audio.tries[1].steps[0].verdict = audio.tries[1].verdict = audio.verdict = Verdict::kFail;
-    audio.tries[1].steps[0].reason = "volume: expected 0 to 40, got 41";
-    run.verdict = Verdict::kFail;
+    audio.tries[1].steps[0].attempts[0].add({Verdict::kFail, "volume: expected 0 to 40, got 41"});
     return run;
 }
 
@@ -399,7 +397,10 @@ class RunThatDidNotPass : public testing::TestWithParam<Silent>
 const Silent kSilent[] = {
     {"WithoutSteps", [](Run& run) { run.phases.clear(); }},
     {"WhoseStepsAllPassed", [](Run&) {}},
-    {"WhoseGroupFailedOutsideOfItsSteps", [](Run& run) { run.phases[1].groups[0].verdict = Verdict::kError; }},
+    {"WhoseTeardownTookTooLong",
+     [](Run& run) {
+         run.phases[2].cut = {Verdict::kTimeout, "it took too long"};
+     }},
     {"WhoseGroupHasNoTry", [](Run& run) { run.phases[1].groups[0].tries.clear(); }},
 };
 
@@ -409,7 +410,7 @@ INSTANTIATE_TEST_SUITE_P(Each, RunThatDidNotPass, testing::ValuesIn(kSilent),
 TEST_P(RunThatDidNotPass, IsNeverGreenInJUnit)
 {
     record::Run run = samples::passed();
-    run.verdict = Verdict::kError;
+    run.findings = {{Verdict::kError, "the port was not there"}};
     GetParam().make(run);
 
     const auto document = parsed(junit(run));
@@ -445,6 +446,7 @@ TEST(TextReport, TellsWhatWentWrongFirst)
         testing::StartsWith(
             "TIMEOUT  End-of-line test\n"
             "3 of 11 steps went wrong, 1 was not run, 2 passed only when repeated.\n"
+            "Tuner / Frequency after the seek: frequency: expected 87.5 to 108 MHz, got 9.9 MHz\n"
             "Unit HU-2611-004711 at /dev/serial/by-id/usb-FTDI_FT232R_A50285BI-if00-port0, 115200 baud; started "
             "2026-11-21 14:05:08 UTC, took 9.10 s\n"
             "Run end-of-line-20261121-140508.123-ttyUSB0, operator K. Lindqvist\n"

@@ -50,6 +50,7 @@ nlohmann::ordered_json unfinished(const Run& run, protocol::catalogue::Groups gr
     json["ended"] = nullptr;
     json["verdict"] = name(Verdict::kAborted);
     json["reason"] = kUnfinished;
+    json["findings"].push_back({{"verdict", name(Verdict::kAborted)}, {"text", kUnfinished}});
     return json;
 }
 

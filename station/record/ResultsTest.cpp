@@ -15,6 +15,7 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/AtomicFile.h"
+#include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
 #include "station/record/SampleRuns.h"
 #include "station/trace/PcapngReader.h"
@@ -56,15 +57,14 @@ protected:
 TEST_F(ResultsFolder, IsCalledRunningAndHoldsAnAbortedRecordFromTheStart)
 {
     record::Run run = samples::withoutSteps();
-    run.verdict = Verdict::kPass;
 
     const Results results = begin(run);
 
     EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0.running"));
     EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
     const record::Run read = readRun(results.folder() / "record.json");
-    EXPECT_EQ(read.verdict, Verdict::kAborted);
-    EXPECT_EQ(read.reason, "the run did not end: the station was stopped or lost its power");
+    EXPECT_EQ(verdictOf(read), Verdict::kAborted);
+    EXPECT_EQ(headlineOf(read).reason, "the run did not end: the station was stopped or lost its power");
     EXPECT_EQ(read.ended, std::chrono::system_clock::time_point{});
 }
 
@@ -76,7 +76,7 @@ TEST_F(ResultsFolder, KeepsWhatWasSavedAndStillSaysAborted)
     results.save(samples::passed());
 
     const record::Run read = readRun(results.folder() / "record.json");
-    EXPECT_EQ(read.verdict, Verdict::kAborted);
+    EXPECT_EQ(verdictOf(read), Verdict::kAborted);
     EXPECT_EQ(read.phases, samples::passed().phases);
     EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
 }
@@ -109,7 +109,9 @@ TEST_F(ResultsFolder, HoldsEverythingThatPassedOnTheLineAsACapture)
         comments.push_back(event->text);
     }
     std::vector<protocol::Frame> expected;
-    std::ranges::transform(run.trace, std::back_inserter(expected), &TraceEvent::frame);
+    for (const auto& [number, event] : run.events.kept()) {
+        expected.push_back(event.frame);
+    }
     EXPECT_EQ(frames, expected);
     EXPECT_THAT(comments, testing::Contains("tuner.frequency: frequency=990 (9.9 MHz on FM)"));
 }
@@ -171,7 +173,7 @@ TEST_F(ResultsFolder, HoldsAWholeRecordAtWhateverMomentTheStationIsKilled)
         ::close(pipe[0]);
 
         const record::Run read = readRun(directory_ / (run.id + ".running") / "record.json");
-        EXPECT_EQ(read.verdict, Verdict::kAborted);
+        EXPECT_EQ(verdictOf(read), Verdict::kAborted);
         EXPECT_EQ(read.phases, run.phases);
     }
 }
@@ -196,7 +198,7 @@ TEST_F(ResultsFolder, KeepsTheLastWholeRecordWhenTheDiskIsFull)
     EXPECT_EQ(*complaint, "cannot write " + (results.folder() / "record.json").string() + ": File too large");
     EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
     EXPECT_EQ(content(results.folder() / "record.json"), before);
-    EXPECT_EQ(readRun(results.folder() / "record.json").verdict, Verdict::kAborted);
+    EXPECT_EQ(verdictOf(readRun(results.folder() / "record.json")), Verdict::kAborted);
 }
 
 TEST_F(ResultsFolder, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit)

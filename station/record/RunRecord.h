@@ -1,7 +1,10 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <map>
 #include <optional>
 #include <string>
 #include <variant>
@@ -9,7 +12,9 @@
 
 #include "station/trace/Trace.h"
 
-/// What a run of a plan did: the plan's engine fills it, the results folder is written from it.
+/// What a run of a plan did. The plan's engine appends facts to it: attempts with their measurements, line events, what
+/// cut something short. Outcome.h has the functions that compute verdicts from them; no verdict of a step, group, phase
+/// or run is stored.
 namespace station::record {
 
 enum class Verdict : std::uint8_t {
@@ -50,6 +55,54 @@ struct Measurement {
     bool operator==(const Measurement&) const = default;
 };
 
+/// Numbers of line events, `end` excluded.
+struct EventRange {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+
+    bool operator==(const EventRange&) const = default;
+};
+
+/// What passed on the line, in order, each event once. What belongs to nothing that the plan asked for may come without
+/// end: of it the first and the last kKept events are kept.
+class Events
+{
+public:
+    static constexpr std::size_t kKept = 1000;
+
+    /// @returns the number of the event; numbers count all events from 0.
+    std::size_t add(TraceEvent event);
+
+    /// Says that an event belongs to what the plan asked for; puts it back when it has been dropped.
+    void claim(std::size_t number, const TraceEvent& event);
+
+    /// Puts an event of a stored record in its place.
+    void restore(std::size_t number, TraceEvent event);
+
+    /// @returns the number that the next event gets.
+    std::size_t next() const { return next_; }
+
+    /// @returns the kept events by number.
+    const std::map<std::size_t, TraceEvent>& kept() const { return kept_; }
+
+    bool operator==(const Events& other) const { return next_ == other.next_ && kept_ == other.kept_; }
+
+private:
+    std::map<std::size_t, TraceEvent> kept_;
+    std::size_t next_ = 0;
+    // Numbers of kept events that belong to nothing, ascending.
+    std::deque<std::size_t> first_;
+    std::deque<std::size_t> last_;
+};
+
+/// Something found outside of attempts, and the verdict that it means.
+struct Finding {
+    Verdict verdict = Verdict::kSkipped;
+    std::string text;
+
+    bool operator==(const Finding&) const = default;
+};
+
 /// One try of a step.
 struct Attempt {
     std::chrono::system_clock::time_point started;
@@ -61,10 +114,17 @@ struct Attempt {
     std::string reason;
     std::vector<Measurement> measurements;
     /// What passed on the line during it.
-    std::vector<TraceEvent> frames;
+    EventRange events;
+    /// Whether it did not pass and the step was tried again for that: then it does not count.
+    bool superseded = false;
+
+    /// Adds what went wrong; the worst verdict stays.
+    void add(const Finding& finding);
 
     bool operator==(const Attempt&) const = default;
 };
+
+// References to attempts, steps, tries and groups stay valid while others are appended.
 
 struct Step {
     std::string name;
@@ -72,48 +132,49 @@ struct Step {
     std::string kind;
     /// What it does in one line: "tuner.play frequency=8750".
     std::string what;
-    Verdict verdict = Verdict::kSkipped;
-    std::string reason;
-    std::vector<Attempt> attempts;
+    std::deque<Attempt> attempts;
+    /// Why it was not done.
+    std::optional<Finding> cut;
 
     bool operator==(const Step&) const = default;
 };
 
 struct Group {
     std::string name;
-    Verdict verdict = Verdict::kSkipped;
     /// The steps once per try of the group, all kept.
     struct Try {
-        Verdict verdict = Verdict::kSkipped;
-        std::vector<Step> steps;
+        std::deque<Step> steps;
         /// Whether it failed and the group was tried again for that: then it does not count.
         bool superseded = false;
 
         bool operator==(const Try&) const = default;
     };
-    std::vector<Try> tries;
+    std::deque<Try> tries;
 
     bool operator==(const Group&) const = default;
 };
 
 struct Phase {
     std::string name;  ///< "setup", "main", "teardown"
-    Verdict verdict = Verdict::kSkipped;
-    std::string reason;
-    std::vector<Group> groups;
+    std::deque<Group> groups;
+    /// Why it ended early.
+    std::optional<Finding> cut;
 
     bool operator==(const Phase&) const = default;
 };
 
 struct Run {
     static constexpr int kSchema = 1;
+    static constexpr std::size_t kSetup = 0;
+    static constexpr std::size_t kMain = 1;
+    static constexpr std::size_t kTeardown = 2;
 
     /// Names the results folder: plan key, start time and port.
     std::string id;
     std::chrono::system_clock::time_point started;
     std::chrono::system_clock::time_point ended;
-    Verdict verdict = Verdict::kSkipped;
-    std::string reason;
+    /// What holds for the run as a whole: the user ended it, the port was not there.
+    std::vector<Finding> findings;
 
     struct Unit {
         std::string serial;  ///< given by the operator or read from the unit; empty when not known
@@ -139,9 +200,10 @@ struct Run {
     } plan;
     std::string catalogueSha256;
 
+    /// Setup, main and teardown, in this order; none where the record ends before.
     std::vector<Phase> phases;
-    /// Everything that passed on the line, in order.
-    std::vector<TraceEvent> trace;
+    /// What passed on the line.
+    Events events;
 
     bool operator==(const Run&) const = default;
 };

@@ -32,44 +32,56 @@ Measurement number(const char* name, double value, const char* unit, Limits limi
     return {name, value, unit, std::move(limits), passed};
 }
 
-Attempt attempt(std::chrono::nanoseconds after, std::chrono::nanoseconds duration, Verdict verdict, std::string reason,
-                std::vector<Measurement> measurements, std::vector<TraceEvent> frames)
+/// Adds the frames to the run.
+Attempt attempt(Run& run, std::chrono::nanoseconds after, std::chrono::nanoseconds duration, Verdict verdict,
+                std::string reason, std::vector<Measurement> measurements, const std::vector<TraceEvent>& frames)
 {
-    return {kStart + after, duration, 1736us, verdict, std::move(reason), std::move(measurements), std::move(frames)};
+    const std::size_t begin = run.events.next();
+    for (const TraceEvent& frame : frames) {
+        run.events.claim(run.events.add(frame), frame);
+    }
+    return {kStart + after,
+            duration,
+            1736us,
+            verdict,
+            std::move(reason),
+            std::move(measurements),
+            {begin, run.events.next()}};
 }
 
-Step step(const char* name, const char* what, std::vector<Attempt> attempts)
+/// All attempts but the last did not pass, and were made again for that.
+Step step(const char* name, const char* what, std::deque<Attempt> attempts)
 {
-    const Attempt last = attempts.empty() ? Attempt{} : attempts.back();
-    return {name, "send", what, attempts.empty() ? Verdict::kSkipped : last.verdict, last.reason, std::move(attempts)};
+    for (std::size_t i = 0; i + 1 < attempts.size(); ++i) {
+        attempts[i].superseded = true;
+    }
+    return {name, "send", what, std::move(attempts), {}};
 }
 
 Step skipped(const char* name, const char* what, const char* reason)
 {
-    Step one = step(name, what, {});
-    one.reason = reason;
-    return one;
+    return {name, "send", what, {}, Finding{Verdict::kSkipped, reason}};
 }
 
-Step modeOn()
+Step modeOn(Run& run)
 {
     return step("Switch auto-test mode on", "test.set-mode mode=on",
-                {attempt(10ms, 4200us, Verdict::kPass, "", {number("mode", 1, "", {.equals = 1.0})},
+                {attempt(run, 10ms, 4200us, Verdict::kPass, "", {number("mode", 1, "", {.equals = 1.0})},
                          {sent(10ms, {0x0F, 0x00, {1}}), received(14ms, {0x8F, 0x00, {1}})})});
 }
 
-Step modeOff()
+Step modeOff(Run& run)
 {
     return step("Switch auto-test mode off", "test.set-mode mode=off",
-                {attempt(9s, 4100us, Verdict::kPass, "", {number("mode", 0, "", {.equals = 0.0})},
+                {attempt(run, 9s, 4100us, Verdict::kPass, "", {number("mode", 0, "", {.equals = 0.0})},
                          {sent(9s, {0x0F, 0x00, {0}}), received(9004ms, {0x8F, 0x00, {0}})})});
 }
 
-Step frequency(double megahertz, bool good)
+Step frequency(Run& run, double megahertz, bool good)
 {
     return step(
         "Frequency after the seek", "tuner.frequency",
-        {attempt(300ms, 5300us, good ? Verdict::kPass : Verdict::kFail,
+        {attempt(run, 300ms, 5300us, good ? Verdict::kPass : Verdict::kFail,
                  good ? "" : "frequency: expected 87.5 to 108 MHz, got 9.9 MHz",
                  {number("frequency", megahertz, "MHz", {.minimum = 87.5, .maximum = 108.0}, good),
                   number("round trip", 5.3, "ms", {.maximum = 50.0})},
@@ -84,7 +96,6 @@ Run base()
     run.id = "end-of-line-20261121-140508.123-ttyUSB0";
     run.started = kStart;
     run.ended = kStart + 9100ms;
-    run.verdict = Verdict::kPass;
     run.unit = {"HU-2611-004711", "/dev/serial/by-id/usb-FTDI_FT232R_A50285BI-if00-port0", 115200};
     run.station = {"rack-3", "K. Lindqvist", "1.0.0"};
     run.plan = {"end-of-line", "End-of-line test", "share/plans/end-of-line.toml",
@@ -93,45 +104,33 @@ Run base()
     return run;
 }
 
-/// Everything that the attempts have is what passed on the line.
-Run withTrace(Run run)
+Group group(const char* name, std::deque<Step> steps)
 {
-    for (const Phase& phase : run.phases) {
-        for (const Group& group : phase.groups) {
-            for (const Group::Try& each : group.tries) {
-                for (const Step& one : each.steps) {
-                    for (const Attempt& every : one.attempts) {
-                        run.trace.insert(run.trace.end(), every.frames.begin(), every.frames.end());
-                    }
-                }
-            }
-        }
-    }
-    return run;
+    return {name, {{std::move(steps)}}};
 }
 
-Phase setup()
+Phase setup(Run& run)
 {
-    return {"setup", Verdict::kPass, "", {{"Prepare", Verdict::kPass, {{Verdict::kPass, {modeOn()}}}}}};
+    return {"setup", {group("Prepare", {modeOn(run)})}, {}};
 }
 
-Phase teardown()
+Phase teardown(Run& run)
 {
-    return {"teardown", Verdict::kPass, "", {{"Leave", Verdict::kPass, {{Verdict::kPass, {modeOff()}}}}}};
+    return {"teardown", {group("Leave", {modeOff(run)})}, {}};
 }
 
-Step volume(double value)
+Step volume(Run& run, double value)
 {
-    return step(
-        "Volume", "audio.volume",
-        {attempt(200ms, 4400us, Verdict::kPass, "", {number("volume", value, "", {.minimum = 0.0, .maximum = 40.0})},
-                 {sent(200ms, {0x01, 0x01, {}}), received(204ms, {0x81, 0x01, {12}})})});
+    return step("Volume", "audio.volume",
+                {attempt(run, 200ms, 4400us, Verdict::kPass, "",
+                         {number("volume", value, "", {.minimum = 0.0, .maximum = 40.0})},
+                         {sent(200ms, {0x01, 0x01, {}}), received(204ms, {0x81, 0x01, {12}})})});
 }
 
-Step bluetoothName()
+Step bluetoothName(Run& run)
 {
     return step("Bluetooth name", "bluetooth.name",
-                {attempt(700ms, 6100us, Verdict::kPass, "",
+                {attempt(run, 700ms, 6100us, Verdict::kPass, "",
                          {{"name", std::string("HeadUnit"), "", {.matches = "HeadUnit.*"}, true}},
                          {sent(700ms, {0x04, 0x0D, {}}),
                           received(706ms, {0x84, 0x0D, {0x48, 0x65, 0x61, 0x64, 0x55, 0x6E, 0x69, 0x74}})})});
@@ -142,98 +141,80 @@ Step bluetoothName()
 Run passed()
 {
     Run run = base();
-    run.phases = {setup(),
-                  {"main",
-                   Verdict::kPass,
-                   "",
-                   {{"Audio", Verdict::kPass, {{Verdict::kPass, {volume(12)}}}},
-                    {"Tuner", Verdict::kPass, {{Verdict::kPass, {frequency(94.7, true)}}}},
-                    {"Bluetooth", Verdict::kPass, {{Verdict::kPass, {bluetoothName()}}}}}},
-                  teardown()};
-    return withTrace(std::move(run));
+    run.phases.push_back(setup(run));
+    run.phases.push_back({"main",
+                          {group("Audio", {volume(run, 12)}), group("Tuner", {frequency(run, 94.7, true)}),
+                           group("Bluetooth", {bluetoothName(run)})},
+                          {}});
+    run.phases.push_back(teardown(run));
+    return run;
 }
 
 Run failed()
 {
     Run run = base();
-    run.verdict = Verdict::kTimeout;
-    Step antenna = step("Radio antenna", "tuner.antenna",
-                        {attempt(400ms, 4900us, Verdict::kFail, "state: expected exactly 1 (good), got 0 (not good)",
-                                 {number("state", 0, "", {.equals = 1.0}, false)},
-                                 {sent(400ms, {0x02, 0x12, {}}), received(404ms, {0x82, 0x12, {0}})})});
-    Step gps =
-        step("GPS satellites", "gps.satellites",
-             {attempt(500ms, 1s, Verdict::kTimeout, "no answer within 1 s", {}, {sent(500ms, {0x05, 0x00, {}})}),
-              attempt(1600ms, 1s, Verdict::kTimeout, "no answer within 1 s", {}, {sent(1600ms, {0x05, 0x00, {}})}),
-              attempt(2700ms, 1s, Verdict::kTimeout, "no answer within 1 s, 1 frame with a wrong checksum", {},
-                      {sent(2700ms, {0x05, 0x00, {}})})});
+    run.phases.push_back(setup(run));
+    const auto source = [&run](std::chrono::milliseconds after, std::uint8_t value) {
+        const bool good = value == 4;
+        return step("Current source", "source.current",
+                    {attempt(run, after, 4ms, good ? Verdict::kPass : Verdict::kFail,
+                             good ? "" : "source: expected exactly 4, got 1",
+                             {number("source", value, "", {.equals = 4.0}, good)},
+                             {sent(after, {0x00, 0x01, {}}), received(after + 4ms, {0x80, 0x01, {value}})})});
+    };
+    Group sources{"Source", {{{source(100ms, 1)}, true}, {{source(150ms, 4)}}}};
+    Step quiet = volume(run, 12);
+    Step track =
+        step("Track index", "media.track",
+             {attempt(run, 3800ms, 500ms, Verdict::kTimeout, "no answer within 500 ms", {},
+                      {sent(3800ms, {0x03, 0x05, {}})}),
+              attempt(run, 4400ms, 7ms, Verdict::kPass, "", {number("index", 2, "", {.minimum = 0.0, .maximum = 99.0})},
+                      {sent(4400ms, {0x03, 0x05, {}}), received(4407ms, {0x83, 0x05, {2}})})});
+    Step strange = frequency(run, 9.9, false);
+    Step antenna =
+        step("Radio antenna", "tuner.antenna",
+             {attempt(run, 400ms, 4900us, Verdict::kFail, "state: expected exactly 1 (good), got 0 (not good)",
+                      {number("state", 0, "", {.equals = 1.0}, false)},
+                      {sent(400ms, {0x02, 0x12, {}}), received(404ms, {0x82, 0x12, {0}})})});
+    Step strength =
+        step("Signal strength", "tuner.strength",
+             {attempt(run, 450ms, 5ms, Verdict::kPass, "", {number("strength", 61, "dBµV", {.minimum = 40.0})}, {})});
+    Step name = bluetoothName(run);
     TraceEvent damaged = event(TraceEvent::Kind::kCorrupt, 2750ms, {0x85, 0x00, {3}});
     damaged.bytes = {0x2A, 0xA2, 0x00, 0x03, 0x85, 0x00, 0x03, 0x00, 0x12, 0x34};
-    gps.attempts.back().frames.push_back(damaged);
-    Step track = step(
-        "Track index", "media.track",
-        {attempt(3800ms, 500ms, Verdict::kTimeout, "no answer within 500 ms", {}, {sent(3800ms, {0x03, 0x05, {}})}),
-         attempt(4400ms, 7ms, Verdict::kPass, "", {number("index", 2, "", {.minimum = 0.0, .maximum = 99.0})},
-                 {sent(4400ms, {0x03, 0x05, {}}), received(4407ms, {0x83, 0x05, {2}})})});
-    Group tuner{
-        "Tuner",
-        Verdict::kFail,
-        {{Verdict::kFail,
-          {frequency(9.9, false), antenna,
-           step("Signal strength", "tuner.strength",
-                {attempt(450ms, 5ms, Verdict::kPass, "", {number("strength", 61, "dBµV", {.minimum = 40.0})}, {})})}}}};
-    Group source{"Source",
-                 Verdict::kPass,
-                 {{Verdict::kFail,
-                   {step("Current source", "source.current",
-                         {attempt(100ms, 4ms, Verdict::kFail, "source: expected exactly 4, got 1",
-                                  {number("source", 1, "", {.equals = 4.0}, false)},
-                                  {sent(100ms, {0x00, 0x01, {}}), received(104ms, {0x80, 0x01, {1}})})})},
-                   true},
-                  {Verdict::kPass,
-                   {step("Current source", "source.current",
-                         {attempt(150ms, 4ms, Verdict::kPass, "", {number("source", 4, "", {.equals = 4.0})},
-                                  {sent(150ms, {0x00, 0x01, {}}), received(154ms, {0x80, 0x01, {4}})})})}}}};
-    run.phases = {
-        setup(),
-        {"main",
-         Verdict::kTimeout,
-         "",
-         {source,
-          {"Audio", Verdict::kPass, {{Verdict::kPass, {volume(12), track}}}},
-          tuner,
-          {"Bluetooth", Verdict::kPass, {{Verdict::kPass, {bluetoothName()}}}},
-          {"GPS",
-           Verdict::kTimeout,
-           {{Verdict::kTimeout,
-             {gps, skipped("GPS antenna", "gps.antenna", "the group was stopped when GPS satellites failed")}}}}}},
-        teardown()};
-    return withTrace(std::move(run));
+    Step gps =
+        step("GPS satellites", "gps.satellites",
+             {attempt(run, 500ms, 1s, Verdict::kTimeout, "no answer within 1 s", {}, {sent(500ms, {0x05, 0x00, {}})}),
+              attempt(run, 1600ms, 1s, Verdict::kTimeout, "no answer within 1 s", {}, {sent(1600ms, {0x05, 0x00, {}})}),
+              attempt(run, 2700ms, 1s, Verdict::kTimeout, "no answer within 1 s, 1 frame with a wrong checksum", {},
+                      {sent(2700ms, {0x05, 0x00, {}}), damaged})});
+    run.phases.push_back({"main",
+                          {sources, group("Audio", {quiet, track}), group("Tuner", {strange, antenna, strength}),
+                           group("Bluetooth", {name}),
+                           group("GPS", {gps, skipped("GPS antenna", "gps.antenna",
+                                                      "the group was stopped when GPS satellites failed")})},
+                          {}});
+    run.phases.push_back(teardown(run));
+    return run;
 }
 
 Run aborted()
 {
     Run run = base();
-    run.verdict = Verdict::kAborted;
-    run.reason = "interrupted by the operator";
+    run.findings = {{Verdict::kAborted, "interrupted by the operator"}};
+    run.phases.push_back(setup(run));
     Step wait = step("Press the volume key", "wait keys.pressed",
-                     {attempt(500ms, 2300ms, Verdict::kAborted, "interrupted after 2.3 s", {}, {})});
-    run.phases = {setup(),
-                  {"main",
-                   Verdict::kAborted,
-                   "",
-                   {{"Keys",
-                     Verdict::kAborted,
-                     {{Verdict::kAborted, {wait, skipped("Key switch off", "keys.switch", "the run was ended")}}}}}},
-                  teardown()};
-    return withTrace(std::move(run));
+                     {attempt(run, 500ms, 2300ms, Verdict::kAborted, "interrupted after 2.3 s", {}, {})});
+    run.phases.push_back(
+        {"main", {group("Keys", {wait, skipped("Key switch off", "keys.switch", "the run was ended")})}, {}});
+    run.phases.push_back(teardown(run));
+    return run;
 }
 
 Run withoutSteps()
 {
     Run run = base();
-    run.verdict = Verdict::kError;
-    run.reason = "/dev/ttyUSB0: no such port; `engineering-station ports` lists what is there";
+    run.findings = {{Verdict::kError, "/dev/ttyUSB0: no such port; `engineering-station ports` lists what is there"}};
     return run;
 }
 
@@ -243,23 +224,25 @@ Run hostile()
     const std::string bad =
         "<script>alert('x')</script>&amp;\"]]>--><!-- \x01\x1b[31m\r\n\x7f \xff\xfe \xc3( \xe2\x80\xae ]]>" +
         std::string(1, '\0') + "\xef\xbf\xbf=1+1";
-    run.reason = bad;
+    run.findings = {{Verdict::kTimeout, bad}};
     run.unit.serial = bad;
     run.plan.title = bad;
     run.plan.path = bad;
     run.station.operatorName = bad;
     for (Phase& phase : run.phases) {
         phase.name = bad;
-        phase.reason = bad;
+        phase.cut = {Verdict::kSkipped, bad};
         for (Group& group : phase.groups) {
             group.name = bad;
             for (Group::Try& each : group.tries) {
                 for (Step& one : each.steps) {
-                    one.name = one.what = one.reason = bad;
+                    one.name = one.what = bad;
+                    one.cut = one.attempts.empty() ? std::optional(Finding{Verdict::kSkipped, bad}) : std::nullopt;
                     for (Attempt& every : one.attempts) {
                         every.reason = bad;
                         every.measurements.push_back({bad, bad, bad, {.equals = bad, .matches = bad}, false});
-                        every.frames.push_back({TraceEvent::Kind::kLost, kStart, {}, {}, bad, {}});
+                        const std::size_t lost = run.events.add({TraceEvent::Kind::kLost, kStart, {}, {}, bad, {}});
+                        every.events = {lost, lost + 1};
                     }
                 }
             }
@@ -272,12 +255,12 @@ Run withFrames(std::size_t count)
 {
     Run run = passed();
     Attempt& first = run.phases[1].groups[0].tries[0].steps[0].attempts[0];
-    first.frames.clear();
+    std::vector<TraceEvent> frames;
     for (std::size_t i = 0; i < count; ++i) {
         const auto after = 200ms + std::chrono::milliseconds(i);
-        first.frames.push_back(i % 2 == 0 ? sent(after, {0x01, 0x01, {}}) : received(after, {0x81, 0x01, {12}}));
+        frames.push_back(i % 2 == 0 ? sent(after, {0x01, 0x01, {}}) : received(after, {0x81, 0x01, {12}}));
     }
-    run.trace = first.frames;
+    first.events = attempt(run, 200ms, 4400us, Verdict::kPass, "", {}, frames).events;
     return run;
 }
 

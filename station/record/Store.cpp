@@ -36,12 +36,13 @@ bool isRunning(const fs::path& folder)
 RunSummary summary(const fs::path& folder, const Run& run)
 {
     const Outcome outcome = outcomeOf(run);
+    const Headline headline = headlineOf(run);
     return {.folder = folder,
             .id = run.id,
             .started = run.started,
             .ended = run.ended,
-            .verdict = run.verdict,
-            .reason = run.reason,
+            .verdict = headline.verdict,
+            .reason = headline.reason,
             .plan = run.plan.name.empty() ? run.plan.title : run.plan.name,
             .unit = run.unit.serial.empty() ? run.unit.port : run.unit.serial,
             .failedStep = outcome.failed.empty() ? "" : outcome.failed.front().step->name,

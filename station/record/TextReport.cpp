@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "station/record/FrameText.h"
 #include "station/record/Outcome.h"
 #include "station/record/Text.h"
+#include "station/trace/Describe.h"
 
 namespace station::record {
 
@@ -31,23 +31,11 @@ const char* colourOf(Verdict verdict)
     return "";
 }
 
-const char* arrow(TraceEvent::Kind kind)
-{
-    switch (kind) {
-        case TraceEvent::Kind::kSent:
-            return "→ ";
-        case TraceEvent::Kind::kReceived:
-            return "← ";
-        default:
-            return "! ";
-    }
-}
-
 class Writer
 {
 public:
     Writer(const Run& run, Groups groups, TextStyle style)
-        : run_(run), groups_(groups), style_(style), outcome_(outcomeOf(run))
+        : run_(run), groups_(groups), style_(style), outcome_(outcomeOf(run)), headline_(headlineOf(run))
     {
     }
 
@@ -72,11 +60,14 @@ private:
 
     void head()
     {
-        line(0, verdict(run_.verdict) + "  " +
+        line(0, verdict(headline_.verdict) + "  " +
                     bold(printable(run_.plan.title.empty() ? run_.plan.name : run_.plan.title)));
         line(0, summaryOf(run_, outcome_));
-        if (!run_.reason.empty()) {
-            line(0, printable(run_.reason));
+        if (!headline_.reason.empty()) {
+            line(0, printable(headline_.reason));
+        }
+        for (const std::string& each : headline_.beside) {
+            line(0, printable(each));
         }
         std::string facts = "Unit " + (run_.unit.serial.empty() ? "not known" : printable(run_.unit.serial)) + " at " +
                             printable(run_.unit.port) + ", " + std::to_string(run_.unit.baud) + " baud; started " +
@@ -95,19 +86,20 @@ private:
             return;
         }
         line(0, "");
-        line(0, bold(run_.verdict == Verdict::kAborted ? "What went wrong, or where the run was ended"
-                                                       : "What went wrong"));
+        line(0, bold(headline_.verdict == Verdict::kAborted ? "What went wrong, or where the run was ended"
+                                                            : "What went wrong"));
         for (const PlacedStep& placed : outcome_.failed) {
             const Step& step = *placed.step;
             line(0, "");
-            line(2, verdict(step.verdict) + "  " + bold(printable(step.name)));
+            line(2, verdict(placed.verdict) + "  " + bold(printable(step.name)));
             std::string where = printable(placed.phase->name) + " > " + printable(placed.group->name);
             if (placed.group->tries.size() > 1) {
                 where += " > try " + std::to_string(placed.groupTry + 1) + " of " +
                          std::to_string(placed.group->tries.size());
             }
             line(4, where + (step.what.empty() ? "" : ": " + printable(step.what)));
-            line(4, step.reason.empty() ? meaning(step.verdict) : printable(step.reason));
+            const std::string reason = reasonOf(step);
+            line(4, reason.empty() ? meaning(placed.verdict) : printable(reason));
             attempts(4, step, true);
         }
     }
@@ -120,15 +112,16 @@ private:
             line(2, "The run ended before its first step.");
         }
         for (const Phase& phase : run_.phases) {
-            line(2, printable(phase.name) + "  " + verdict(phase.verdict) +
-                        (phase.reason.empty() ? "" : "  " + printable(phase.reason)));
+            const std::string reason = reasonOf(phase);
+            line(2, printable(phase.name) + "  " + verdict(verdictOf(phase)) +
+                        (reason.empty() ? "" : "  " + printable(reason)));
             for (const Group& group : phase.groups) {
-                line(4, printable(group.name) + "  " + verdict(group.verdict));
+                line(4, printable(group.name) + "  " + verdict(verdictOf(group)));
                 for (std::size_t i = 0; i < group.tries.size(); ++i) {
-                    const bool counting = counts(group, i);
+                    const bool counting = !group.tries[i].superseded;
                     if (group.tries.size() > 1) {
                         line(6, "try " + std::to_string(i + 1) + " of " + std::to_string(group.tries.size()) + "  " +
-                                    verdict(group.tries[i].verdict));
+                                    verdict(verdictOf(group.tries[i])));
                     }
                     for (const Step& step : group.tries[i].steps) {
                         this->step(step, counting);
@@ -140,13 +133,15 @@ private:
 
     void step(const Step& step, bool counting)
     {
-        std::string padding(8 - std::min<std::size_t>(7, std::string(name(step.verdict)).size()), ' ');
-        line(6, verdict(step.verdict) + padding + printable(step.name) +
+        const Verdict result = verdictOf(step);
+        const std::string reason = reasonOf(step);
+        std::string padding(8 - std::min<std::size_t>(7, std::string(name(result)).size()), ' ');
+        line(6, verdict(result) + padding + printable(step.name) +
                     (step.attempts.empty() ? "" : "  " + toText(durationOf(step))));
-        if (!step.reason.empty()) {
-            line(14, printable(step.reason));
+        if (!reason.empty()) {
+            line(14, printable(reason));
         }
-        if (counting && isBad(step.verdict)) {
+        if (counting && isBad(result)) {
             return;
         }
         attempts(14, step, style_.allFrames);
@@ -167,10 +162,9 @@ private:
             if (!frames) {
                 continue;
             }
-            const auto meanings = meaningOf(attempt.frames, groups_);
-            for (std::size_t j = 0; j < meanings.size(); ++j) {
-                const std::string bytes = bytesOf(attempt.frames[j]);
-                line(indent, arrow(attempt.frames[j].kind) + (bytes.empty() ? "" : bytes + "  ") + meanings[j]);
+            for (const EventLine& each : linesOf(run_.events, attempt.events, groups_)) {
+                const std::string mark = each.event == nullptr ? "… " : arrow(each.event->kind) + std::string(" ");
+                line(indent, mark + (each.bytes.empty() ? "" : each.bytes + "  ") + each.meaning);
             }
         }
     }
@@ -192,6 +186,7 @@ private:
     Groups groups_;
     TextStyle style_;
     Outcome outcome_;
+    Headline headline_;
     std::string out_;
 };
 

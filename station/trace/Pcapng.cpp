@@ -90,18 +90,6 @@ std::string block(std::uint32_t type, std::string_view body)
     return out;
 }
 
-std::string bytesOf(const TraceEvent& event)
-{
-    if (event.kind == TraceEvent::Kind::kLost || event.kind == TraceEvent::Kind::kBack) {
-        return {};
-    }
-    if (event.kind == TraceEvent::Kind::kCorrupt && !event.bytes.empty()) {
-        return {event.bytes.begin(), event.bytes.end()};
-    }
-    const auto bytes = wireBytes(event.frame);
-    return {bytes.begin(), bytes.end()};
-}
-
 std::uint32_t flagsOf(TraceEvent::Kind kind)
 {
     switch (kind) {
@@ -156,7 +144,8 @@ std::string header(const Source& source)
 
 std::string packet(const TraceEvent& event, std::string_view comment)
 {
-    const std::string bytes = bytesOf(event);
+    const auto wire = wireBytes(event);
+    const std::string bytes(wire.begin(), wire.end());
     const auto ns = static_cast<std::uint64_t>(
         std::chrono::duration_cast<std::chrono::nanoseconds>(event.at.time_since_epoch()).count());
     std::string body;

@@ -27,9 +27,17 @@ struct TraceEvent {
     std::string text;
     /// kCorrupt: the frame with its checksum as it stood on the line; otherwise empty.
     std::vector<std::uint8_t> bytes = {};
+    /// kReceived: its first byte came before the last frame was sent, so it cannot answer that one.
+    bool early = false;
 
     bool operator==(const TraceEvent&) const = default;
 };
+
+/// @returns whether such an event has a frame.
+constexpr bool hasFrame(TraceEvent::Kind kind)
+{
+    return kind != TraceEvent::Kind::kLost && kind != TraceEvent::Kind::kBack;
+}
 
 /// Is told what happens on a line, on the thread that uses the line, in the order in which it happened.
 /// `on` does not throw: a sink that cannot keep what it is told says so elsewhere, and the line goes on.

@@ -4,6 +4,7 @@
 
 #include "programs/station/plan/RunView.h"
 #include "station/plan/Speed.h"
+#include "station/record/Outcome.h"
 
 namespace programs::station_tool {
 
@@ -28,6 +29,7 @@ public:
         for (const UnitResult& unit : units) {
             const auto& run = unit.result.run;
             const auto speed = station::plan::speedOf(run);
+            const auto headline = station::record::headlineOf(run);
             Json steps = Json::object();
             for (const auto& [verdict, count] : tally(run)) {
                 steps[station::record::name(verdict)] = count;
@@ -35,8 +37,9 @@ public:
             print({{"event", "ended"},
                    {"port", run.unit.port},
                    {"serial", run.unit.serial},
-                   {"verdict", station::record::name(run.verdict)},
-                   {"reason", run.reason},
+                   {"verdict", headlineText(unit)},
+                   {"reason", headline.reason},
+                   {"beside", headline.beside},
                    {"steps", std::move(steps)},
                    {"folder", unit.folder},
                    {"time_ms", milliseconds(speed.total)},
@@ -75,19 +78,15 @@ private:
         Json stepObject(const char* event, const station::plan::StepPlace& place,
                         const station::record::Step& step) const
         {
-            station::plan::Duration time{0};
-            for (const auto& attempt : step.attempts) {
-                time += attempt.duration;
-            }
             return {{"event", event},
                     {"port", port_},
                     {"name", step.name},
                     {"kind", step.kind},
                     {"what", step.what},
-                    {"verdict", station::record::name(step.verdict)},
-                    {"reason", step.reason},
+                    {"verdict", station::record::name(verdictOf(step))},
+                    {"reason", reasonOf(step)},
                     {"attempts", step.attempts.size()},
-                    {"time_ms", milliseconds(time)},
+                    {"time_ms", milliseconds(durationOf(step))},
                     {"phase", place.phase},
                     {"group", place.group},
                     {"round", place.round},

@@ -10,9 +10,9 @@
 #include "programs/station/plan/RunView.h"
 #include "programs/station/plan/StepLines.h"
 #include "protocol/catalogue/Catalogue.h"
-#include "protocol/catalogue/Codec.h"
-#include "station/Hex.h"
+#include "station/record/Outcome.h"
 #include "station/record/Text.h"
+#include "station/trace/Describe.h"
 
 namespace programs::station_tool {
 
@@ -53,31 +53,14 @@ std::string fitted(const std::string& line, std::size_t columns)
     return line;
 }
 
-std::string frameLine(const TraceEvent& event)
-{
-    const auto groups = catalogue::groups();
-    switch (event.kind) {
-        case TraceEvent::Kind::kSent:
-            return "  > " + catalogue::format(groups, catalogue::decodeRequest(groups, event.frame), event.frame);
-        case TraceEvent::Kind::kReceived:
-            return "  < " + catalogue::format(groups, catalogue::decodeFromUnit(groups, event.frame), event.frame);
-        case TraceEvent::Kind::kCorrupt:
-            return "  < wrong checksum: " + station::format(event.frame);
-        case TraceEvent::Kind::kLost:
-            return "  the line is gone: " + printable(event.text);
-        case TraceEvent::Kind::kBack:
-            return "  the line is back";
-    }
-    return "";
-}
-
 /// What is shown of one unit.
 struct UnitState {
     std::string label;
     std::string step = "connecting";
     std::size_t done = 0;
     Tally tally;
-    std::deque<TraceEvent> frames;
+    std::deque<std::string> frames;
+    station::Attribution attribution{catalogue::groups()};
     std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     bool ended = false;
 };
@@ -141,7 +124,9 @@ private:
         void onFrame(const TraceEvent& event) override
         {
             const std::lock_guard lock(view_.mutex_);
-            state_.frames.push_back(event);
+            state_.frames.push_back(
+                "  " + std::string(arrow(event.kind)) + " " +
+                printable(describe(catalogue::groups(), event, state_.attribution.on(event).decoded)));
             if (state_.frames.size() > kFrames) {
                 state_.frames.pop_front();
             }
@@ -151,7 +136,7 @@ private:
         {
             const std::lock_guard lock(view_.mutex_);
             state_.done = place.index + 1;
-            ++state_.tally[step.verdict];
+            ++state_.tally[verdictOf(step)];
             view_.lines_.push_back(lines_.ended(place, step));
         }
 
@@ -186,9 +171,7 @@ private:
                         std::string(kWidth - filled, '-') + "] " + std::to_string(unit.done) + "/" +
                         std::to_string(total_) + "  " + time + (counts.empty() ? "" : "  " + counts));
         lines.push_back(unit.ended ? "  done" : "  " + unit.step);
-        for (const TraceEvent& event : unit.frames) {
-            lines.push_back(frameLine(event));
-        }
+        lines.insert(lines.end(), unit.frames.begin(), unit.frames.end());
         return lines;
     }
 

@@ -18,6 +18,7 @@
 #include "programs/station/plan/PlanFile.h"
 #include "programs/station/plan/RunView.h"
 #include "protocol/catalogue/Catalogue.h"
+#include "station/record/Outcome.h"
 #include "station/record/Results.h"
 
 namespace programs::station_tool {
@@ -221,10 +222,11 @@ private:
             if (!worker.unit.recordError.empty()) {
                 complaints.push_back("the record is not complete: " + worker.unit.recordError);
             }
+            const std::string reason = headlineOf(worker.unit.result.run).reason;
             if (worker.unit.result.portUnavailable) {
-                complaints.push_back(worker.unit.result.run.reason + missingPortHint(worker.port.path));
+                complaints.push_back(reason + missingPortHint(worker.port.path));
             } else if (worker.unit.result.linkFailed) {
-                complaints.push_back(worker.unit.result.run.reason);
+                complaints.push_back(reason);
             }
             units.push_back(std::move(worker.unit));
         }
@@ -238,8 +240,8 @@ private:
             }
         }
         const Exit status = exitStatusOf(units);
-        const bool mild = status == kPassed || status == kNothingRun || status == kNoAnswer;
-        return failed && mild ? kFailed : status;
+        const bool comesBefore = status == kInterrupted || status == kPortUnavailable || status == kLinkFailed;
+        return failed && !comesBefore ? kNotRecorded : status;
     }
 
     Tool& tool_;

@@ -13,7 +13,8 @@ using station::record::Verdict;
 namespace {
 
 /// The worst first.
-constexpr std::array kOrder{kInterrupted, kPortUnavailable, kLinkFailed, kFailed, kNoAnswer, kNothingRun, kPassed};
+constexpr std::array kOrder{kInterrupted, kPortUnavailable, kLinkFailed, kNotRecorded, kFailed,
+                            kNoAnswer,    kError,           kNothingRun, kPassed};
 
 }  // namespace
 
@@ -22,7 +23,7 @@ Tally tally(const station::record::Run& run)
     Tally counts;
     for (const auto& placed : station::record::outcomeOf(run).steps) {
         if (placed.counts()) {
-            ++counts[placed.step->verdict];
+            ++counts[placed.verdict];
         }
     }
     return counts;
@@ -47,12 +48,16 @@ std::string format(const Tally& tally)
     return text;
 }
 
+std::string headlineText(const UnitResult& unit)
+{
+    const Verdict verdict = verdictOf(unit.result.run);
+    return verdict == Verdict::kPass && !unit.recordError.empty() ? kNotRecordedText : station::record::name(verdict);
+}
+
 Exit exitStatusOf(const UnitResult& unit)
 {
-    const auto& run = unit.result.run;
-    const Tally counts = tally(run);
-    const auto has = [&](Verdict verdict) { return counts.contains(verdict); };
-    if (run.verdict == Verdict::kAborted) {
+    const Verdict verdict = verdictOf(unit.result.run);
+    if (verdict == Verdict::kAborted) {
         return kInterrupted;
     }
     if (unit.result.portUnavailable) {
@@ -61,15 +66,20 @@ Exit exitStatusOf(const UnitResult& unit)
     if (unit.result.linkFailed) {
         return kLinkFailed;
     }
-    switch (run.verdict) {
+    if (!unit.recordError.empty()) {
+        return kNotRecorded;
+    }
+    switch (verdict) {
         case Verdict::kPass:
-            return unit.recordError.empty() ? kPassed : kFailed;
+            return kPassed;
         case Verdict::kSkipped:
-            return unit.recordError.empty() ? kNothingRun : kFailed;
+            return kNothingRun;
         case Verdict::kTimeout:
-            return unit.recordError.empty() && !has(Verdict::kFail) && !has(Verdict::kError) ? kNoAnswer : kFailed;
-        default:
+            return kNoAnswer;
+        case Verdict::kFail:
             return kFailed;
+        default:
+            return kError;
     }
 }
 

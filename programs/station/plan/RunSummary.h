@@ -25,8 +25,14 @@ Tally tally(const station::record::Run& run);
 /// @returns "22 passed, 1 failed, 1 skipped".
 std::string format(const Tally& tally);
 
-/// The exit status of one unit. The first that holds: interrupted, port unavailable, link failed, failed (a limit
-/// missed, an error, a record not written), no answer (time-outs only), nothing run, passed.
+/// Stands where PASS would stand when the results could not be written.
+inline constexpr const char* kNotRecordedText = "NOT RECORDED";
+
+/// @returns the run's verdict as people are told it: its name, or kNotRecordedText.
+std::string headlineText(const UnitResult& unit);
+
+/// The exit status of one unit. The first that holds: interrupted, port unavailable, link failed, results not written;
+/// then by the verdict: failed, no answer, error, nothing run, passed.
 Exit exitStatusOf(const UnitResult& unit);
 
 /// The exit status of several units: the worst, in the order of the line above.

@@ -9,20 +9,27 @@ namespace {
 
 using station::record::Verdict;
 
-/// @returns a unit's run of steps with these verdicts.
-UnitResult unitOf(const std::vector<Verdict>& verdicts)
+station::record::Group groupOf(const std::vector<Verdict>& verdicts)
 {
-    UnitResult unit;
-    station::record::Group::Try round;
+    station::record::Group group;
+    group.tries.emplace_back();
     for (const Verdict verdict : verdicts) {
         station::record::Step step;
-        step.verdict = verdict;
-        round.steps.push_back(step);
-        unit.result.run.verdict = worse(unit.result.run.verdict, verdict);
+        if (verdict != Verdict::kSkipped) {
+            step.attempts.emplace_back().verdict = verdict;
+        }
+        group.tries[0].steps.push_back(step);
     }
-    station::record::Group group;
-    group.tries.push_back(round);
-    unit.result.run.phases.push_back({"main", unit.result.run.verdict, {}, {group}});
+    return group;
+}
+
+/// @returns a unit's run whose steps have these verdicts.
+UnitResult unitOf(const std::vector<Verdict>& verdicts, const std::vector<Verdict>& teardown = {Verdict::kPass})
+{
+    UnitResult unit;
+    unit.result.run.phases = {{"setup", {groupOf({Verdict::kPass})}, {}},
+                              {"main", {groupOf(verdicts)}, {}},
+                              {"teardown", {groupOf(teardown)}, {}}};
     return unit;
 }
 
@@ -30,6 +37,7 @@ struct StatusCase {
     const char* name;
     std::vector<Verdict> verdicts;
     Exit status;
+    std::vector<Verdict> teardown = {Verdict::kPass};
 };
 
 class RunStatus : public testing::TestWithParam<StatusCase>
@@ -38,33 +46,33 @@ class RunStatus : public testing::TestWithParam<StatusCase>
 
 TEST_P(RunStatus, Follows)
 {
-    EXPECT_EQ(exitStatusOf(unitOf(GetParam().verdicts)), GetParam().status);
+    EXPECT_EQ(exitStatusOf(unitOf(GetParam().verdicts, GetParam().teardown)), GetParam().status);
 }
 
-INSTANTIATE_TEST_SUITE_P(RunSummary, RunStatus,
-                         testing::Values(StatusCase{"AllPassed", {Verdict::kPass, Verdict::kSkipped}, kPassed},
-                                         StatusCase{"OneFailed", {Verdict::kPass, Verdict::kFail}, kFailed},
-                                         StatusCase{"OneInError", {Verdict::kPass, Verdict::kError}, kFailed},
-                                         StatusCase{"OneWithoutAnswer", {Verdict::kPass, Verdict::kTimeout}, kNoAnswer},
-                                         StatusCase{
-                                             "FailedAndWithoutAnswer", {Verdict::kFail, Verdict::kTimeout}, kFailed},
-                                         StatusCase{"AllSkipped", {Verdict::kSkipped}, kNothingRun},
-                                         StatusCase{"Aborted", {Verdict::kFail, Verdict::kAborted}, kInterrupted}),
-                         [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    RunSummary, RunStatus,
+    testing::Values(StatusCase{"AllPassed", {Verdict::kPass, Verdict::kSkipped}, kPassed},
+                    StatusCase{"OneFailed", {Verdict::kPass, Verdict::kFail}, kFailed},
+                    StatusCase{"OneInError", {Verdict::kPass, Verdict::kError}, kError},
+                    StatusCase{"OneWithoutAnswer", {Verdict::kPass, Verdict::kTimeout}, kNoAnswer},
+                    StatusCase{"FailedAndWithoutAnswer", {Verdict::kFail, Verdict::kTimeout}, kNoAnswer},
+                    StatusCase{"AllSkipped", {Verdict::kSkipped}, kNothingRun},
+                    StatusCase{"Aborted", {Verdict::kFail, Verdict::kAborted}, kInterrupted},
+                    StatusCase{"FailedBeforeATimeOutInTheTeardown", {Verdict::kFail}, kFailed, {Verdict::kTimeout}},
+                    StatusCase{"PassedBeforeATimeOutInTheTeardown", {Verdict::kPass}, kError, {Verdict::kTimeout}}),
+    [](const auto& row) { return row.param.name; });
 
 TEST(RunSummary, EveryRoundOfAGroupCountsAndSupersededTriesDoNot)
 {
     UnitResult unit = unitOf({Verdict::kError});
-    auto& group = unit.result.run.phases[0].groups[0];
-    group.verdict = group.tries[0].verdict = Verdict::kError;
-    group.tries.push_back(unitOf({Verdict::kTimeout}).result.run.phases[0].groups[0].tries[0]);
-    group.tries[1].verdict = unit.result.run.verdict = Verdict::kTimeout;
+    auto& group = unit.result.run.phases[1].groups[0];
+    group.tries.push_back(groupOf({Verdict::kTimeout}).tries[0]);
 
-    EXPECT_EQ(format(tally(unit.result.run)), "1 in error, 1 timed out");
-    EXPECT_EQ(exitStatusOf(unit), kFailed);
+    EXPECT_EQ(format(tally(unit.result.run)), "2 passed, 1 in error, 1 timed out");
+    EXPECT_EQ(exitStatusOf(unit), kError);
 
     group.tries[0].superseded = true;
-    EXPECT_EQ(format(tally(unit.result.run)), "1 timed out");
+    EXPECT_EQ(format(tally(unit.result.run)), "2 passed, 1 timed out");
     EXPECT_EQ(exitStatusOf(unit), kNoAnswer);
 }
 
@@ -79,12 +87,17 @@ TEST(RunSummary, PortAndLineComeBeforeWhatTheyCaused)
     EXPECT_EQ(exitStatusOf(noLine), kLinkFailed);
 }
 
-TEST(RunSummary, RecordThatCouldNotBeWrittenIsAFailure)
+TEST(RunSummary, PassWhoseResultsCouldNotBeWrittenIsNotRecorded)
 {
-    UnitResult unit = unitOf({Verdict::kPass});
-    unit.recordError = "the disk is full";
+    UnitResult passed = unitOf({Verdict::kPass});
+    passed.recordError = "the disk is full";
+    UnitResult failed = unitOf({Verdict::kFail});
+    failed.recordError = "the disk is full";
 
-    EXPECT_EQ(exitStatusOf(unit), kFailed);
+    EXPECT_EQ(headlineText(passed), "NOT RECORDED");
+    EXPECT_EQ(exitStatusOf(passed), kNotRecorded);
+    EXPECT_EQ(headlineText(failed), "FAIL");
+    EXPECT_EQ(exitStatusOf(failed), kNotRecorded);
 }
 
 TEST(RunSummary, WorstUnitDecides)
@@ -101,7 +114,7 @@ TEST(RunSummary, TallyIsInWords)
 {
     const auto unit = unitOf({Verdict::kPass, Verdict::kPass, Verdict::kFail, Verdict::kSkipped});
 
-    EXPECT_EQ(format(tally(unit.result.run)), "2 passed, 1 failed, 1 skipped");
+    EXPECT_EQ(format(tally(unit.result.run)), "4 passed, 1 failed, 1 skipped");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "station/plan/Judge.h"
 #include "station/plan/Speed.h"
+#include "station/record/Outcome.h"
 #include "station/record/Text.h"
 
 namespace programs::station_tool {
@@ -50,18 +51,19 @@ std::string milliseconds(station::plan::Duration time)
     return text;
 }
 
-std::string reasonOf(const station::record::Step& step)
+std::string reasonLine(const std::string& reason)
 {
-    return step.reason.empty() ? "" : "\n        " + printable(step.reason);
+    return reason.empty() ? "" : "\n        " + printable(reason);
 }
 
 /// @returns whether the step has sent something, and that was all there was to do.
 bool onlySent(const station::record::Step& step)
 {
-    using Kind = station::TraceEvent::Kind;
-    const auto isSent = [](const station::TraceEvent& event) { return event.kind == Kind::kSent; };
-    return step.kind == "send" && step.verdict == Verdict::kPass && step.attempts.size() == 1 &&
-           step.attempts.front().measurements.empty() && std::ranges::all_of(step.attempts.front().frames, isSent);
+    if (step.kind != "send" || step.attempts.size() != 1) {
+        return false;
+    }
+    const station::record::Attempt& only = step.attempts.front();
+    return only.verdict == Verdict::kPass && only.measurements.empty() && only.events.end - only.events.begin <= 1;
 }
 
 }  // namespace
@@ -82,30 +84,26 @@ std::string placeText(const station::plan::StepPlace& place, std::string_view st
 
 std::string StepLines::headOf(const station::plan::StepPlace& place, const station::record::Step& step) const
 {
-    return (label_.empty() ? "" : "[" + printable(label_) + "] ") + verdictText(step.verdict, colour_) + " " +
+    return (label_.empty() ? "" : "[" + printable(label_) + "] ") + verdictText(verdictOf(step), colour_) + " " +
            placeText(place, step.name);
 }
 
 std::string StepLines::ended(const station::plan::StepPlace& place, const station::record::Step& step)
 {
-    station::plan::Duration time{0};
-    for (const auto& attempt : step.attempts) {
-        time += attempt.duration;
-    }
     std::string line = headOf(place, step);
     if (onlySent(step)) {
         line += " (sent; no reply is due)";
     } else if (!step.attempts.empty()) {
-        line += " (" + station::record::toText(time);
+        line += " (" + station::record::toText(durationOf(step));
         line += step.attempts.size() > 1 ? ", " + std::to_string(step.attempts.size()) + " attempts)" : ")";
     }
-    const std::string before = std::exchange(skippedFor_, step.verdict == Verdict::kSkipped ? step.reason : "");
-    return skippedFor_.empty() || skippedFor_ != before ? line + reasonOf(step) : line;
+    const std::string before = std::exchange(skippedFor_, verdictOf(step) == Verdict::kSkipped ? reasonOf(step) : "");
+    return skippedFor_.empty() || skippedFor_ != before ? line + reasonLine(reasonOf(step)) : line;
 }
 
 std::string StepLines::amended(const station::plan::StepPlace& place, const station::record::Step& step) const
 {
-    return headOf(place, step) + " (told afterwards)" + reasonOf(step);
+    return headOf(place, step) + " (told afterwards)" + reasonLine(reasonOf(step));
 }
 
 std::string summary(const UnitResult& unit, bool colour)
@@ -114,11 +112,18 @@ std::string summary(const UnitResult& unit, bool colour)
     const auto speed = station::plan::speedOf(run);
     const std::string serial = run.unit.serial.empty() ? "" : ", unit " + printable(run.unit.serial);
     const std::string counts = format(tally(run));
-    std::string text =
-        verdictText(run.verdict, colour) + " " + run.plan.name + " at " + printable(run.unit.port) + serial;
+    const auto headline = station::record::headlineOf(run);
+    const std::string words = headlineText(unit);
+    const std::string verdict = words != kNotRecordedText ? verdictText(headline.verdict, colour)
+                                : colour                  ? kRed + words + kPlain
+                                                          : words;
+    std::string text = verdict + " " + run.plan.name + " at " + printable(run.unit.port) + serial;
     text += counts.empty() ? "\n" : ": " + counts + "\n";
-    if (!run.reason.empty()) {
-        text += "        " + printable(run.reason) + "\n";
+    if (!headline.reason.empty()) {
+        text += "        " + printable(headline.reason) + "\n";
+    }
+    for (const std::string& each : headline.beside) {
+        text += "        " + printable(each) + "\n";
     }
     text += "        time " + station::record::toText(speed.total);
     if (speed.wire.count() > 0) {

@@ -1,0 +1,74 @@
+#include "station/trace/Describe.h"
+
+#include <algorithm>
+#include <array>
+
+#include "protocol/catalogue/HexBytes.h"
+#include "station/Hex.h"
+
+namespace station {
+
+namespace {
+
+struct KindText {
+    const char* name;
+    const char* arrow;
+    const char* caption;
+};
+
+/// In the order of the kinds.
+constexpr std::array kKinds{
+    KindText{"sent", "→", "→ to unit"},    KindText{"received", "←", "← from unit"},
+    KindText{"corrupt", "!", "← damaged"}, KindText{"lost", "!", "✕ port gone"},
+    KindText{"back", "!", "✓ port back"},
+};
+
+const KindText& textOf(TraceEvent::Kind kind)
+{
+    return kKinds.at(static_cast<std::size_t>(kind));
+}
+
+}  // namespace
+
+const char* name(TraceEvent::Kind kind)
+{
+    return textOf(kind).name;
+}
+
+const char* arrow(TraceEvent::Kind kind)
+{
+    return textOf(kind).arrow;
+}
+
+const char* caption(TraceEvent::Kind kind)
+{
+    return textOf(kind).caption;
+}
+
+std::string bytesText(const TraceEvent& event)
+{
+    if (!event.bytes.empty()) {
+        return protocol::catalogue::formatHexBytes(event.bytes);
+    }
+    return hasFrame(event.kind) ? format(event.frame) : std::string();
+}
+
+std::string describe(protocol::catalogue::Groups groups, const TraceEvent& event,
+                     const protocol::catalogue::Decoded& decoded)
+{
+    std::string text;
+    if (event.kind == TraceEvent::Kind::kCorrupt) {
+        text = format(event.frame) + ": wrong checksum";
+    } else if (event.kind == TraceEvent::Kind::kBack) {
+        text = "the device is there again";
+    } else if (event.kind == TraceEvent::Kind::kLost) {
+        text = event.text.empty() ? "the device went away" : event.text;
+    } else {
+        text = protocol::catalogue::format(groups, decoded, event.frame);
+    }
+    std::ranges::replace_if(
+        text, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
+    return text;
+}
+
+}  // namespace station
