@@ -76,6 +76,7 @@ struct Connection::State {
     /// How many of the assembler's bytes had come before the last request was sent.
     std::size_t staleBytes = 0;
     std::size_t corrupt = 0;
+    LineQuality quality;
     // When the assembler's latest bytes were read.
     std::chrono::system_clock::time_point arrivedAt;
     Clock::time_point arrived;
@@ -123,6 +124,8 @@ struct Connection::State {
     void lose(const std::system_error& error)
     {
         link.reset();
+        ++quality.losses;
+        quality.garbageBytes += assembler.size();
         assembler = {};
         staleBytes = 0;
         tellNow(TraceEvent::Kind::kLost, {}, error.what());
@@ -141,6 +144,7 @@ struct Connection::State {
             pause(std::min<Duration>(kLookAgain, std::min(*giveUpAt, until) - Clock::now()));
             try {
                 link.emplace(openLink());
+                ++quality.reconnects;
                 tellNow(TraceEvent::Kind::kBack, {});
             } catch (const std::system_error& error) {
                 if (Clock::now() >= *giveUpAt) {
@@ -162,7 +166,7 @@ struct Connection::State {
         if (count > 0) {
             arrivedAt = std::chrono::system_clock::now();
             arrived = Clock::now();
-            assembler.append(Bytes(chunk).first(count));
+            quality.garbageBytes += assembler.append(Bytes(chunk).first(count));
         }
         return count;
     }
@@ -178,7 +182,9 @@ struct Connection::State {
             const std::size_t consumed = before - assembler.size();
             before = assembler.size();
             const std::size_t length = protocol::frameLength(received->length - 2u);
-            const bool stale = consumed - std::min(consumed, length) < staleBytes;
+            const std::size_t garbage = consumed - std::min(consumed, length);
+            const bool stale = garbage < staleBytes;
+            quality.garbageBytes += garbage;
             staleBytes -= std::min(staleBytes, consumed);
 
             const auto params = received->params();
@@ -188,6 +194,7 @@ struct Connection::State {
                 return Arrival{std::move(frame), stale};
             }
             ++corrupt;
+            ++quality.corruptFrames;
             tell({TraceEvent::Kind::kCorrupt, arrivedAt, arrived, std::move(frame), "wrong checksum",
                   wireBytes(*received)});
         }
@@ -259,6 +266,7 @@ struct Connection::State {
                     throw LinkError(std::string(error.what()) +
                                     "; the command may have been carried out and is not sent a second time");
                 }
+                quality.repeatedSends += begun ? 1 : 0;
             }
         }
     }
@@ -326,6 +334,13 @@ std::optional<Frame> Connection::receive(Clock::time_point deadline)
             return arrival ? std::optional(std::move(arrival->frame)) : std::nullopt;
         },
         deadline);
+}
+
+LineQuality Connection::quality() const
+{
+    LineQuality quality = state_->quality;
+    quality.garbageBytes += state_->assembler.size();
+    return quality;
 }
 
 void Connection::waitAtMost(Duration reconnect)

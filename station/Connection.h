@@ -94,6 +94,10 @@ public:
     /// device is away then: the next call goes on waiting for it.
     std::optional<protocol::Frame> receive(Clock::time_point deadline);
 
+    /// @returns how good the line has been since the connection was made. Bytes of a frame that is still coming count
+    /// as garbage.
+    LineQuality quality() const;
+
     /// From now on a device that is away, or goes, is waited for no longer than this; for cleaning up at an end.
     void waitAtMost(Duration reconnect);
 

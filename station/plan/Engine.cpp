@@ -212,7 +212,10 @@ private:
                 stop_ = "the line failed";
             }
         }
-        checkStop();
+        if (!checkStop() && phase_ != record::Run::kTeardown && runner_->unitRestarted()) {
+            stop_ = "the unit restarted: auto-test mode is off";
+            run_.findings.push_back({Verdict::kError, stop_});
+        }
     }
 
     /// @returns whether nothing more is to be done in this phase.
@@ -259,6 +262,21 @@ private:
 
     void finish()
     {
+        if (run_.line.losses > 0 && !plan_.passesAcrossLinkLoss && !result_.linkFailed) {
+            run_.findings.push_back({Verdict::kError, run_.line.reconnects < run_.line.losses
+                                                          ? "the line was lost"
+                                                          : "the line was lost and came back"});
+        }
+        const auto limit = [this](const char* what, std::size_t got, const std::optional<std::size_t>& most) {
+            if (most && got > *most) {
+                run_.findings.push_back({Verdict::kFail, std::string(what) + " on the line: expected at most " +
+                                                             std::to_string(*most) + ", got " + std::to_string(got)});
+            }
+        };
+        limit("reconnects", run_.line.reconnects, plan_.line.reconnects);
+        limit("repeated sends", run_.line.repeatedSends, plan_.line.repeatedSends);
+        limit("corrupt frames", run_.line.corruptFrames, plan_.line.corruptFrames);
+        limit("bytes of garbage", run_.line.garbageBytes, plan_.line.garbageBytes);
         if (control_.requested()) {
             run_.findings.push_back({Verdict::kAborted, "the user ended the run"});
         }

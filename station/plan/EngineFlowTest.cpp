@@ -206,6 +206,185 @@ TEST_F(EngineFlowTest, PortThatGoesInTheTeardownIsAnErrorThere)
     EXPECT_TRUE(result.linkFailed);
 }
 
+/// A unit whose line is lost once, at the first command for the frequency, and comes back.
+class LostLineTest : public EngineFlowTest
+{
+protected:
+    LostLineTest()
+    {
+        reconnect = 10s;
+        on[kFrequency] = [this](const Frame&) {
+            if (std::exchange(lost_, true)) {
+                reply(0x82, 0x01, {0x22, 0x2E});
+                return;
+            }
+            unit.vanish();
+            unit.comeBack();
+        };
+    }
+
+private:
+    bool lost_ = false;
+};
+
+TEST_F(LostLineTest, LineThatWasLostAndCameBackIsAnErrorThatSaysWhen)
+{
+    const auto& run = runText(kThreePhases);
+
+    const record::Headline headline = headlineOf(run);
+    EXPECT_EQ(headline.verdict, Verdict::kError);
+    EXPECT_EQ(headline.reason, "the line was lost and came back");
+    EXPECT_THAT(headline.beside,
+                ElementsAre(HasSubstr(unit.path()), testing::EndsWith("UTC: the device is there again")));
+    EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kPass, Verdict::kPass));
+    EXPECT_EQ(run.line, (LineQuality{.losses = 1, .reconnects = 1, .repeatedSends = 1}));
+    EXPECT_FALSE(result.linkFailed);
+}
+
+TEST_F(LostLineTest, PlanMayContinueAcrossALoss)
+{
+    const auto& run = runText(std::string("on_link_loss = \"continue\"\n") + kThreePhases);
+
+    EXPECT_EQ(verdictOf(run), Verdict::kPass);
+    EXPECT_THAT(headlineOf(run).beside, SizeIs(2));
+}
+
+TEST_F(LostLineTest, SilenceIsNotAssertedAcrossALoss)
+{
+    runText(R"(on_link_loss = "continue"
+[[main]]
+name = "M"
+steps = [{ send = "tuner.frequency", reply = "none", timeout = 0.05 }]
+)");
+
+    EXPECT_EQ(verdictOf(group(0).tries[0].steps[0]), Verdict::kError);
+    EXPECT_THAT(reasonOf(group(0).tries[0].steps[0]), HasSubstr("the line was lost while silence was expected"));
+}
+
+TEST_F(LostLineTest, UnitThatComesBackWithoutAutoTestModeHasRestarted)
+{
+    std::uint8_t mode = 1;
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {std::exchange(mode, std::uint8_t{0})}); };
+
+    const auto& run = runText(std::string("on_link_loss = \"continue\"\n") + kThreePhases);
+
+    EXPECT_EQ(verdictOf(run), Verdict::kError);
+    EXPECT_EQ(headlineOf(run).reason, "the unit restarted: auto-test mode is off");
+    EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kPass, Verdict::kSkipped));
+    EXPECT_EQ(reasonOf(run.phases[1]), "the unit restarted: auto-test mode is off");
+    EXPECT_EQ(phase(2), Verdict::kPass);
+}
+
+TEST_F(EngineFlowTest, AfterThreeTimeOutsInARowAUnitThatLeftAutoTestModeEndsTheMainPart)
+{
+    std::uint8_t mode = 1;
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {std::exchange(mode, std::uint8_t{0})}); };
+    on.erase(kFrequency);
+
+    const auto& run = runText(R"(
+[[setup]]
+name = "S"
+steps = [{ send = "test.mode" }]
+[[main]]
+name = "M"
+steps = [{ send = "tuner.frequency", timeout = 0.02, repeat = 22 }]
+)");
+
+    EXPECT_EQ(headlineOf(run).reason, "the unit restarted: auto-test mode is off");
+    EXPECT_THAT(group(0).tries[0].steps[0].attempts, SizeIs(3));
+}
+
+TEST_F(EngineFlowTest, SilentUnitThatIsStillInAutoTestModeIsTestedOn)
+{
+    on.erase(kFrequency);
+
+    runText(R"(
+[[setup]]
+name = "S"
+steps = [{ send = "test.mode" }]
+[[main]]
+name = "M"
+steps = [{ send = "tuner.frequency", timeout = 0.02, repeat = 7 }]
+)");
+
+    EXPECT_THAT(group(0).tries[0].steps[0].attempts, SizeIs(7));
+    EXPECT_EQ(verdictOf(result.run), Verdict::kTimeout);
+    EXPECT_EQ(std::ranges::count(unit.codes(), kMode), 3);
+}
+
+TEST_F(EngineFlowTest, OfABabblingUnitTheFirstAndTheLastFramesAreKept)
+{
+    std::vector<std::uint8_t> notices;
+    for (int i = 0; i < 50; ++i) {
+        // 86 11 [05]: 03+86+11+05 = 009F, two's complement FF61
+        notices.insert(notices.end(), {0x2A, 0xA2, 0x00, 0x03, 0x86, 0x11, 0x05, 0x00, 0xFF, 0x61});
+    }
+    on[kFrequency] = [&](const Frame&) {
+        reply(0x82, 0x01, {0x22, 0x2E});
+        unit.flood(notices);
+    };
+
+    const auto& run = runText(R"(
+[[main]]
+name = "M"
+steps = [{ send = "tuner.frequency" }, { wait = "media.track-1", timeout = 1 }]
+)");
+
+    EXPECT_THAT(run.events.kept(), SizeIs(2 * record::Events::kKept + 2));
+    EXPECT_GT(run.events.next(), 3 * record::Events::kKept);
+    EXPECT_EQ(run.events.kept().at(1).frame, (Frame{0x82, 0x01, {0x22, 0x2E}}));
+}
+
+struct LineLimit {
+    const char* name;
+    const char* limit;
+    Verdict verdict;
+    const char* reason;
+};
+
+class LineLimitTest : public EngineFlowTest, public testing::WithParamInterface<LineLimit>
+{
+};
+
+TEST_P(LineLimitTest, HoldsForTheRun)
+{
+    on[kFrequency] = [&](const Frame&) {
+        // 04+82+01+22+2E = 00D7 wants FF29; and three bytes that belong to nothing
+        unit.write({0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x22, 0x2E, 0xFF, 0x28, 0x55, 0x55, 0x55});
+        reply(0x82, 0x01, {0x22, 0x2E});
+    };
+
+    const auto& run = runText(std::string(GetParam().limit) + R"(
+[[main]]
+name = "M"
+steps = [{ send = "tuner.frequency" }]
+)");
+
+    EXPECT_EQ(run.line, (LineQuality{.corruptFrames = 1, .garbageBytes = 3}));
+    EXPECT_EQ(verdictOf(run), GetParam().verdict);
+    EXPECT_EQ(headlineOf(run).reason, GetParam().reason);
+}
+
+INSTANTIATE_TEST_SUITE_P(EngineFlowTest, LineLimitTest,
+                         testing::Values(LineLimit{"None", "", Verdict::kPass, ""},
+                                         LineLimit{"Met", "[line]\nmax_corrupt = 1\nmax_garbage = 3\n", Verdict::kPass,
+                                                   ""},
+                                         LineLimit{"CorruptFrames", "[line]\nmax_corrupt = 0\n", Verdict::kFail,
+                                                   "corrupt frames on the line: expected at most 0, got 1"},
+                                         LineLimit{"Garbage", "[line]\nmax_garbage = 2\n", Verdict::kFail,
+                                                   "bytes of garbage on the line: expected at most 2, got 3"}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(LostLineTest, ReconnectsAndRepeatedSendsHaveLimits)
+{
+    const auto& run = runText(
+        std::string("on_link_loss = \"continue\"\n[line]\nmax_reconnects = 0\nmax_repeated = 0\n") + kThreePhases);
+
+    EXPECT_EQ(verdictOf(run), Verdict::kFail);
+    EXPECT_EQ(headlineOf(run).reason, "reconnects on the line: expected at most 0, got 1");
+    EXPECT_THAT(headlineOf(run).beside, testing::Contains("repeated sends on the line: expected at most 0, got 1"));
+}
+
 TEST_F(EngineFlowTest, EndInTheSetupTearsDownAndIsAborted)
 {
     on[kMode] = [&](const Frame&) { control.request(); };

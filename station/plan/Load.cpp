@@ -40,6 +40,20 @@ void loadDefaults(Context& context, const toml::table* table, Plan& plan)
     reader.finish();
 }
 
+void loadLine(Context& context, const toml::table* table, Plan& plan)
+{
+    if (table == nullptr) {
+        return;
+    }
+    TableReader reader(*table, "table of line limits", context.problems);
+    const auto limit = [&reader](std::string_view key) -> std::optional<std::size_t> {
+        const auto most = reader.integer(key, false, 0);
+        return most ? std::optional(static_cast<std::size_t>(*most)) : std::nullopt;
+    };
+    plan.line = {limit("max_reconnects"), limit("max_repeated"), limit("max_corrupt"), limit("max_garbage")};
+    reader.finish();
+}
+
 Group loadGroup(const Context& outer, Context& context, const toml::table& table)
 {
     Group group;
@@ -86,7 +100,9 @@ void loadPlan(Context& context, const toml::table& table, Plan& plan)
     }
     plan.title = reader.text("title", true);
     plan.description = reader.text("description");
+    plan.passesAcrossLinkLoss = reader.oneOf("on_link_loss", {"fail", "continue"}) == 1U;
     loadDefaults(context, reader.table("defaults"), plan);
+    loadLine(context, reader.table("line"), plan);
     const OnFailure otherwise = context.onFailure;
     plan.setup = loadPhase(context, reader, "setup", OnFailure::kStop);
     plan.main = loadPhase(context, reader, "main", otherwise);

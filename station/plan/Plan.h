@@ -135,6 +135,15 @@ struct Plan {
     std::vector<Group> setup;
     std::vector<Group> main;
     std::vector<Group> teardown;
+    /// Whether a line that was lost and came back leaves the run a chance to pass.
+    bool passesAcrossLinkLoss = false;
+    /// How bad the line may be; nothing for no limit.
+    struct LineLimits {
+        std::optional<std::size_t> reconnects;
+        std::optional<std::size_t> repeatedSends;
+        std::optional<std::size_t> corruptFrames;
+        std::optional<std::size_t> garbageBytes;
+    } line;
     /// How long the teardown may take in all.
     Duration teardownLimit = std::chrono::seconds(10);
 

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -17,6 +18,7 @@
 
 #include "protocol/Frame.h"
 #include "protocol/FrameAssembler.h"
+#include "tests/support/TempDir.h"
 
 namespace station::plan::tests {
 
@@ -29,18 +31,7 @@ class ScriptedUnit
 public:
     using Script = std::function<void(const Frame&)>;
 
-    explicit ScriptedUnit(Script script = {}) : script_(std::move(script)), stop_(eventfd(0, EFD_CLOEXEC))
-    {
-        std::array<char, 128> name{};
-        if (openpty(&master_, &slave_, name.data(), nullptr, nullptr) != 0) {
-            throw std::runtime_error("no pseudo-terminal can be had");
-        }
-        path_ = name.data();
-        termios raw{};
-        tcgetattr(slave_, &raw);
-        cfmakeraw(&raw);
-        tcsetattr(slave_, TCSANOW, &raw);
-    }
+    explicit ScriptedUnit(Script script = {}) : script_(std::move(script)), stop_(eventfd(0, EFD_CLOEXEC)) { plugIn(); }
 
     ~ScriptedUnit()
     {
@@ -48,7 +39,9 @@ public:
         if (master_ >= 0) {
             close(master_);
         }
-        close(slave_);
+        if (slave_ >= 0) {
+            close(slave_);
+        }
         close(stop_);
     }
 
@@ -96,8 +89,13 @@ public:
     void vanish()
     {
         close(master_);
-        master_ = -1;
+        close(slave_);
+        master_ = slave_ = -1;
+        std::filesystem::remove(path_);
     }
+
+    /// For the script, after vanish: a device of the same name is there again.
+    void comeBack() { plugIn(); }
 
     /// What has come so far, as "cmd_one cmd_two" in one number each.
     std::vector<unsigned> codes() const
@@ -107,6 +105,19 @@ public:
     }
 
 private:
+    void plugIn()
+    {
+        std::array<char, 128> name{};
+        if (openpty(&master_, &slave_, name.data(), nullptr, nullptr) != 0) {
+            throw std::runtime_error("no pseudo-terminal can be had");
+        }
+        termios raw{};
+        tcgetattr(slave_, &raw);
+        cfmakeraw(&raw);
+        tcsetattr(slave_, TCSANOW, &raw);
+        std::filesystem::create_symlink(name.data(), path_);
+    }
+
     void serve()
     {
         protocol::FrameAssembler assembler;
@@ -139,7 +150,8 @@ private:
     int stop_;
     int master_ = -1;
     int slave_ = -1;
-    std::string path_;
+    const ::tests::TempDir directory_;
+    const std::string path_ = directory_.path() / "unit";
     mutable std::mutex mutex_;
     std::vector<unsigned> codes_;  // guarded by mutex_
     std::thread thread_;

@@ -102,6 +102,8 @@ void StepRunner::attempt(const Step& step, const StepPlace& place, record::Step&
     }
     attempt.duration = std::chrono::steady_clock::now() - began;
     attempt.events.end = line_.position();
+    run_.line = connection_.quality();
+    timeouts_ = attempt.verdict == Verdict::kTimeout ? timeouts_ + 1 : 0;
     attempt.wireTime = line_.wireTime() - wireBefore;
 }
 
@@ -113,6 +115,7 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
     }
     const Frame frame = catalogue::encode(*send.command, arguments);
     line_.forget();
+    const std::size_t losses = connection_.quality().losses;
     line_.attribution().expect(dueOf(send.reply));
 
     if (send.command->replies.empty() && send.reply != ReplyRule::kNone) {
@@ -123,6 +126,9 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
         judgeFrame(*reply, send.command, send.expect, send.later ? std::vector<Store>() : send.store, attempt);
         listenBriefly();
         attribute();
+    }
+    if (send.reply == ReplyRule::kNone && connection_.quality().losses > losses) {
+        fail(attempt, Verdict::kError, "the line was lost while silence was expected");
     }
     if (send.later && attempt.verdict == Verdict::kPass) {
         const auto later = awaitFrame([&](const Frame& each) { return isLater(*send.command, each); }, step.timeout);
@@ -154,6 +160,8 @@ std::optional<Frame> StepRunner::exchange(const Send& send, const Frame& frame, 
 void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t corrupt, Attempt& attempt)
 {
     const catalogue::Reply& usual = send.command->replies.front();
+    constexpr std::size_t kShown = 8;
+    std::size_t count = 0;
     std::string strange;
     for (const auto& arrival : line_.arrivals()) {
         const Frame& frame = arrival.event.frame;
@@ -162,8 +170,13 @@ void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t 
         const bool byItself = decoded.notice != nullptr || isLater(*send.command, frame) ||
                               (decoded.command != nullptr && isLater(*decoded.command, frame));
         if (!arrival.claimed && arrival.afterSending && !byItself) {
-            strange += (strange.empty() ? "" : ", ") + station::format(frame);
+            if (count++ < kShown) {
+                strange += (strange.empty() ? "" : ", ") + station::format(frame);
+            }
         }
+    }
+    if (count > kShown) {
+        strange += " and " + std::to_string(count - kShown) + " more";
     }
     const std::string within = "no answer within " + secondsText(timeout);
     if (corrupt > 0) {
@@ -261,16 +274,51 @@ void StepRunner::lookForMode(const catalogue::Decoded& decoded)
     }
 }
 
+bool StepRunner::unitRestarted()
+{
+    constexpr int kManyTimeouts = 3;
+    constexpr Duration kPatience = std::chrono::seconds(1);
+    const bool due = timeouts_ >= kManyTimeouts || run_.line.reconnects > reconnectsSeen_;
+    if (!due || !modeSeenOn_) {
+        return false;
+    }
+    timeouts_ = 0;
+    reconnectsSeen_ = run_.line.reconnects;
+    const auto* const command = catalogue::findCommand(surroundings_.groups, "test.mode");
+    if (command == nullptr) {
+        return false;
+    }
+    line_.attribution().expect(Attribution::Due::kReply);
+    try {
+        const auto outcome = connection_.request(
+            {command->cmdOne, command->cmdTwo, {}}, [this](const Frame&) { return line_.latestAnswers(); }, kPatience,
+            true);
+        if (outcome.reply) {
+            line_.claim(line_.arrivals().back());
+            lookForMode(catalogue::decodeFromUnit(surroundings_.groups, *outcome.reply, command));
+        }
+    } catch (const std::exception&) {
+        // The next step meets the same line, or the user's wish, and says so.
+    }
+    line_.attribution().settle();
+    run_.line = connection_.quality();
+    return !modeSeenOn_;
+}
+
 std::optional<Frame> StepRunner::awaitFrame(const std::function<bool(const Frame&)>& wanted, Duration timeout)
 {
     const auto deadline = Connection::Clock::now() + timeout;
+    std::size_t looked = 0;
     for (bool last = false;;) {
-        for (auto& arrival : line_.arrivals()) {
-            if (!arrival.claimed && wanted(arrival.event.frame)) {
-                line_.claim(arrival);
-                return arrival.event.frame;
+        auto& arrivals = line_.arrivals();
+        for (auto at = std::ranges::lower_bound(arrivals, looked, {}, &LineRecord::Arrival::number);
+             at != arrivals.end(); ++at) {
+            if (!at->claimed && wanted(at->event.frame)) {
+                line_.claim(*at);
+                return at->event.frame;
             }
         }
+        looked = line_.position();
         // A unit that never falls silent has always another frame: then the time decides.
         if (std::exchange(last, Connection::Clock::now() >= deadline) || !connection_.receive(deadline)) {
             return std::nullopt;

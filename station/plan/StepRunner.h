@@ -25,6 +25,11 @@ public:
 
     bool linkFailed() const { return linkFailed_; }
     bool interrupted() const { return interrupted_; }
+
+    /// After the line came back, and after three time-outs in a row, asks a unit that had auto-test mode on whether it
+    /// still has.
+    /// @returns whether the unit says that it has not.
+    bool unitRestarted();
     const Variables& variables() const { return variables_; }
 
     /// What limits the time of the steps from here on; nullptr for nothing.
@@ -71,6 +76,10 @@ private:
     const TimeLimit* limit_ = nullptr;
     bool linkFailed_ = false;
     bool interrupted_ = false;
+    /// Time-outs in a row.
+    int timeouts_ = 0;
+    /// How often the line had come back when the mode was asked for.
+    std::size_t reconnectsSeen_ = 0;
     /// Whether the unit has said that auto-test mode is on, and has not said otherwise since.
     bool modeSeenOn_ = false;
 };

@@ -15,7 +15,8 @@ namespace {
 constexpr const char* kHeader =
     "run,unit,phase,group,try,step,kind,what,verdict,attempt,attempt_verdict,reason,duration_s,measurement,value,unit_"
     "of_"
-    "value,minimum,maximum,equals,matches,passed\r\n";
+    "value,minimum,maximum,equals,matches,passed,reconnects,repeated_"
+    "sends,corrupt_frames,garbage_bytes\r\n";
 
 /// Quotes where the format demands it.
 std::string cell(const std::string& text)
@@ -81,6 +82,9 @@ std::string measurementCells(const Measurement* measurement)
 std::string csvReport(const Run& run)
 {
     std::string out = kHeader;
+    const std::string right = ',' + std::to_string(run.line.reconnects) + ',' + std::to_string(run.line.repeatedSends) +
+                              ',' + std::to_string(run.line.corruptFrames) + ',' +
+                              std::to_string(run.line.garbageBytes) + "\r\n";
     for (const PlacedStep& placed : outcomeOf(run).steps) {
         const Step& step = *placed.step;
         const std::string left = textCell(run.id) + ',' + textCell(run.unit.serial) + ',' +
@@ -88,7 +92,7 @@ std::string csvReport(const Run& run)
                                  std::to_string(placed.groupTry + 1) + ',' + textCell(step.name) + ',' +
                                  textCell(step.kind) + ',' + textCell(step.what) + ',' + name(placed.verdict) + ',';
         const auto add = [&](const Attempt* attempt, std::size_t number, const Measurement* measurement) {
-            out += left + attemptCells(attempt, number, step) + ',' + measurementCells(measurement) + "\r\n";
+            out += left + attemptCells(attempt, number, step) + ',' + measurementCells(measurement) + right;
         };
         if (step.attempts.empty()) {
             add(nullptr, 0, nullptr);

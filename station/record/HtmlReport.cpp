@@ -73,6 +73,7 @@ private:
         addFact(facts, "Started", toText(run_.started));
         addFact(facts, "Took", run_.ended < run_.started ? "not known" : toText(durationOf(run_)));
         addFact(facts, "Port", run_.unit.port + ", " + std::to_string(run_.unit.baud) + " baud");
+        addFact(facts, "Line", lineText(run_.line));
         addFact(facts, "Station", run_.station.host);
         addFact(facts, "Operator", run_.station.operatorName);
     }

@@ -152,6 +152,7 @@ void addProperties(pugi::xml_node suite, const Run& run)
     add("unit.serial", run.unit.serial);
     add("unit.port", run.unit.port);
     add("unit.baud", std::to_string(run.unit.baud));
+    add("line", lineText(run.line));
     add("station.operator", run.station.operatorName);
     add("station.version", run.station.version);
     add("plan.path", run.plan.path);
@@ -247,6 +248,15 @@ std::string junitReport(const Run& run, Groups groups)
         const Counts note = addNote(suite, "run", headline.verdict, headline.reason);
         set(suite, note);
         counts.add(note);
+    }
+    if (!headline.beside.empty()) {
+        pugi::xml_node suite = beginSuite(root, "beside", run);
+        set(suite, Counts{});
+        std::string text;
+        for (const std::string& each : headline.beside) {
+            text += printable(each) + '\n';
+        }
+        suite.append_child("system-out").text().set(text.c_str());
     }
     if (run.ended > run.started) {
         counts.time = durationOf(run);

@@ -50,6 +50,21 @@ std::string troubleIn(const Phase& phase)
     return reasonOf(phase);
 }
 
+/// Says when the line was lost and came back.
+void addLosses(const Run& run, std::vector<std::string>& lines)
+{
+    constexpr std::size_t kShown = 10;
+    std::size_t seen = 0;
+    for (const auto& [number, event] : run.events.kept()) {
+        if (!hasFrame(event.kind) && seen++ < kShown) {
+            lines.push_back(toText(event.at) + ": " + describe({}, event, {}));
+        }
+    }
+    if (seen > kShown) {
+        lines.push_back(std::to_string(seen - kShown) + " more losses and returns are in the record");
+    }
+}
+
 }  // namespace
 
 Verdict verdictOf(const Step& step)
@@ -96,6 +111,22 @@ std::string reasonOf(const Phase& phase)
     return phase.cut ? phase.cut->text : std::string();
 }
 
+std::string lineText(const LineQuality& line)
+{
+    std::string text;
+    const auto add = [&text](std::size_t number, const char* one, const char* several) {
+        if (number > 0) {
+            text += (text.empty() ? "" : ", ") + std::to_string(number) + ' ' + (number == 1 ? one : several);
+        }
+    };
+    add(line.losses, "loss", "losses");
+    add(line.reconnects, "reconnect", "reconnects");
+    add(line.repeatedSends, "repeated send", "repeated sends");
+    add(line.corruptFrames, "corrupt frame", "corrupt frames");
+    add(line.garbageBytes, "byte of garbage", "bytes of garbage");
+    return text.empty() ? "clean" : text;
+}
+
 Headline headlineOf(const Run& run)
 {
     Headline headline;
@@ -132,6 +163,7 @@ Headline headlineOf(const Run& run)
     if (isBad(afterwards)) {
         note(headline.verdict, "teardown: " + std::string(name(afterwards)) + ": " + troubleIn(*teardown));
     }
+    addLosses(run, headline.beside);
     return headline;
 }
 

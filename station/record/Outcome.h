@@ -30,12 +30,15 @@ Verdict verdictOf(const Phase& phase);
 /// @returns why it ended early; empty when it did not.
 std::string reasonOf(const Phase& phase);
 
+/// @returns what was wrong with a line: "1 loss, 1 reconnect, 3 corrupt frames"; "clean" for nothing.
+std::string lineText(const LineQuality& line);
+
 /// What is said of a run in its first lines.
 struct Headline {
     Verdict verdict = Verdict::kSkipped;
     /// Why; empty for PASS.
     std::string reason;
-    /// What stands beside it: further findings, trouble in the teardown, how good the line was.
+    /// What stands beside it: further findings, trouble in the teardown, when the line was lost and came back.
     std::vector<std::string> beside;
 };
 

@@ -145,6 +145,12 @@ public:
             {"reason", headline.reason},
             {"beside", headline.beside},
             {"findings", list(run_.findings, finding)},
+            {"line",
+             {{"losses", run_.line.losses},
+              {"reconnects", run_.line.reconnects},
+              {"repeated_sends", run_.line.repeatedSends},
+              {"corrupt_frames", run_.line.corruptFrames},
+              {"garbage_bytes", run_.line.garbageBytes}}},
             {"unit", {{"serial", run_.unit.serial}, {"port", run_.unit.port}, {"baud", run_.unit.baud}}},
             {"station",
              {{"host", run_.station.host}, {"operator", run_.station.operatorName}, {"version", run_.station.version}}},
@@ -354,6 +360,10 @@ public:
         const RecordReader plan = reader.at("plan");
         run.plan = {plan.at("name").text(), plan.at("title").text(), plan.at("path").text(), plan.at("sha256").text()};
         run.catalogueSha256 = reader.at("catalogue").at("sha256").text();
+        if (const auto line = reader.find("line")) {
+            run.line = {line->at("losses").whole(), line->at("reconnects").whole(), line->at("repeated_sends").whole(),
+                        line->at("corrupt_frames").whole(), line->at("garbage_bytes").whole()};
+        }
         Reader inner(run.events);
         inner.readEvents(reader);
         run.phases = reader.at("phases").each([&inner](const RecordReader& each) { return inner.phase(each); });

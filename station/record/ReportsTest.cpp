@@ -150,7 +150,7 @@ TEST_P(EveryRun, IsCsvWithAsManyCellsInEveryLine)
         quoted = quoted != (csv[i] == '"');
         cells += csv[i] == ',' && !quoted ? 1 : 0;
         if (csv[i] == '\n' && !quoted) {
-            EXPECT_EQ(cells, 21U);
+            EXPECT_EQ(cells, 25U);
             EXPECT_EQ(csv[i - 1], '\r');
             cells = 1;
         }
@@ -425,9 +425,9 @@ TEST(CsvReport, HasALineForEachMeasurement)
     EXPECT_THAT(csv,
                 HasSubstr("end-of-line-20261121-140508.123-ttyUSB0,HU-2611-004711,main,Tuner,1,Frequency after the "
                           "seek,send,tuner.frequency,FAIL,1,FAIL,\"frequency: expected 87.5 to 108 MHz, got 9.9 "
-                          "MHz\",0.0053,frequency,9.9,MHz,87.5,108,,,false\r\n"));
+                          "MHz\",0.0053,frequency,9.9,MHz,87.5,108,,,false,0,0,1,0\r\n"));
     EXPECT_THAT(csv, HasSubstr(",GPS antenna,send,gps.antenna,SKIPPED,,,the group was stopped when GPS satellites "
-                               "failed,,,,,,,,,\r\n"));
+                               "failed,,,,,,,,,,0,0,1,0\r\n"));
     EXPECT_EQ(std::ranges::count(csv, '\n'), 1 + 16);
 }
 
@@ -449,6 +449,7 @@ TEST(TextReport, TellsWhatWentWrongFirst)
             "Tuner / Frequency after the seek: frequency: expected 87.5 to 108 MHz, got 9.9 MHz\n"
             "Unit HU-2611-004711 at /dev/serial/by-id/usb-FTDI_FT232R_A50285BI-if00-port0, 115200 baud; started "
             "2026-11-21 14:05:08 UTC, took 9.10 s\n"
+            "Line 1 corrupt frame\n"
             "Run end-of-line-20261121-140508.123-ttyUSB0, operator K. Lindqvist\n"
             "\n"
             "What went wrong\n"

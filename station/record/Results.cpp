@@ -13,16 +13,19 @@
 
 #include "station/ClockText.h"
 #include "station/record/AtomicFile.h"
-#include "station/record/Capture.h"
 #include "station/record/HtmlReport.h"
 #include "station/record/JunitReport.h"
 #include "station/record/RecordJson.h"
+#include "station/trace/Describe.h"
 
 namespace station::record {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+/// Some two million short frames; Wireshark opens that.
+constexpr std::int64_t kLargestCapture = std::int64_t{256} << 20;
 
 constexpr const char* kUnfinished = "the run did not end: the station was stopped or lost its power";
 
@@ -87,7 +90,9 @@ std::string makeRunId(std::string_view planKey, std::chrono::system_clock::time_
 }
 
 Results::Results(fs::path directory, Run& run, protocol::catalogue::Groups groups)
-    : directory_(std::move(directory)), groups_(groups)
+    : directory_(std::move(directory))
+    , groups_(groups)
+    , source_{"engineering-station " + run.station.version, run.unit.port, run.unit.baud}
 {
     std::error_code error;
     fs::create_directories(directory_, error);
@@ -129,6 +134,32 @@ void Results::save(const Run& run)
     writeAtomically(folder_ / kRecordFile, serialise(unfinished(run, groups_)));
 }
 
+void Results::openCapture()
+{
+    if (capture_ || !captureFailure_.empty()) {
+        return;
+    }
+    try {
+        capture_.emplace(
+            folder_ / kTraceFile, source_,
+            [attribution = Attribution(groups_)](const TraceEvent& event) mutable {
+                return describe(attribution.groups(), event, attribution.on(event).decoded);
+            },
+            kLargestCapture);
+    } catch (const std::system_error& error) {
+        captureFailure_ = error.what();
+    }
+}
+
+void Results::capture(const TraceEvent& event)
+{
+    openCapture();
+    if (capture_) {
+        capture_->on(event);
+        captureFailure_ = capture_->failure();
+    }
+}
+
 fs::path Results::finish(const Run& run)
 {
     writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));
@@ -142,7 +173,13 @@ fs::path Results::finish(const Run& run)
             trouble = trouble.empty() ? error.what() : trouble;
         }
     };
-    attempt([&] { writeAtomically(folder_ / kTraceFile, capture(run, groups_)); });
+    attempt([&] {
+        openCapture();
+        if (!captureFailure_.empty()) {
+            throw ResultsError(captureFailure_);
+        }
+        capture_.reset();
+    });
     attempt([&] { writeAtomically(folder_ / kJunitFile, junitReport(run, groups_)); });
     attempt([&] { writeAtomically(folder_ / kHtmlFile, htmlReport(run, groups_)); });
 

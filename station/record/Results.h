@@ -2,12 +2,14 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "protocol/catalogue/Model.h"
 #include "station/record/RunRecord.h"
+#include "station/trace/Pcapng.h"
 
 namespace station::record {
 
@@ -24,6 +26,9 @@ inline constexpr const char* kDefaultResults = "results";
 
 /// The one truth of a run's folder; everything else in it can be made from it again.
 inline constexpr const char* kRecordFile = "record.json";
+
+/// Everything that passed on the line, up to a limit.
+inline constexpr const char* kTraceFile = "trace.pcapng";
 
 /// What a folder's name ends in while its run goes on, and for ever when the run was killed.
 inline constexpr const char* kRunningSuffix = ".running";
@@ -52,7 +57,11 @@ public:
     /// about these. To be called at the end of each group. Throws ResultsError; the record before it then stands.
     void save(const Run& run);
 
-    /// Writes record.json, trace.pcapng, junit.xml and report.html, and gives the folder its final name.
+    /// Adds an event to trace.pcapng, with its meaning as comment. That file holds what came until the station was
+    /// killed.
+    void capture(const TraceEvent& event);
+
+    /// Writes record.json, junit.xml and report.html, completes trace.pcapng, and gives the folder its final name.
     /// Throws ResultsError when one of them cannot be written. When that is record.json the folder keeps the name
     /// ID.running and the record before it; otherwise the folder has its final name and lacks that file.
     /// @returns the folder.
@@ -62,9 +71,15 @@ public:
     const std::filesystem::path& folder() const { return folder_; }
 
 private:
+    void openCapture();
+
     std::filesystem::path directory_;
     std::filesystem::path folder_;
     protocol::catalogue::Groups groups_;
+    pcapng::Source source_;
+    std::optional<pcapng::File> capture_;
+    /// Why there is no capture; empty while there is one.
+    std::string captureFailure_;
     int lock_ = -1;
 };
 

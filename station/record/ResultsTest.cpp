@@ -97,8 +97,12 @@ TEST_F(ResultsFolder, HoldsEveryFileUnderItsFinalNameAtTheEnd)
 TEST_F(ResultsFolder, HoldsEverythingThatPassedOnTheLineAsACapture)
 {
     record::Run run = samples::failed();
+    Results results = begin(run);
 
-    const fs::path folder = begin(run).finish(run);
+    for (const auto& [number, event] : run.events.kept()) {
+        results.capture(event);
+    }
+    const fs::path folder = results.finish(run);
 
     std::ifstream file(folder / "trace.pcapng", std::ios::binary);
     pcapng::Reader reader(file, "trace.pcapng");

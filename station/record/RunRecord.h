@@ -204,6 +204,7 @@ struct Run {
     std::vector<Phase> phases;
     /// What passed on the line.
     Events events;
+    LineQuality line;
 
     bool operator==(const Run&) const = default;
 };

@@ -180,6 +180,7 @@ Run failed()
         step("Signal strength", "tuner.strength",
              {attempt(run, 450ms, 5ms, Verdict::kPass, "", {number("strength", 61, "dBµV", {.minimum = 40.0})}, {})});
     Step name = bluetoothName(run);
+    run.line.corruptFrames = 1;
     TraceEvent damaged = event(TraceEvent::Kind::kCorrupt, 2750ms, {0x85, 0x00, {3}});
     damaged.bytes = {0x2A, 0xA2, 0x00, 0x03, 0x85, 0x00, 0x03, 0x00, 0x12, 0x34};
     Step gps =

@@ -76,6 +76,7 @@ private:
             facts += ", took " + toText(durationOf(run_));
         }
         line(0, facts);
+        line(0, "Line " + lineText(run_.line));
         line(0, "Run " + printable(run_.id) +
                     (run_.station.operatorName.empty() ? "" : ", operator " + printable(run_.station.operatorName)));
     }

@@ -162,9 +162,10 @@ std::string packet(const TraceEvent& event, std::string_view comment)
     return block(kEnhancedPacket, body);
 }
 
-File::File(const std::string& path, const Source& source, Describe describe)
+File::File(const std::string& path, const Source& source, Describe describe, std::int64_t limit)
     : path_(path)
     , describe_(std::move(describe))
+    , limit_(limit)
     , descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))
 {
     if (descriptor_ < 0) {
@@ -179,13 +180,26 @@ File::File(const std::string& path, const Source& source, Describe describe)
 
 File::~File()
 {
+    fdatasync(descriptor_);
     close(descriptor_);
 }
 
 void File::on(const TraceEvent& event)
 {
-    if (failure_.empty()) {
-        append(packet(event, describe_ ? describe_(event) : std::string()));
+    if (!failure_.empty() || full_) {
+        return;
+    }
+    const std::string block = packet(event, describe_ ? describe_(event) : std::string());
+    full_ = end_ + static_cast<std::int64_t>(block.size()) > limit_;
+    if (full_) {
+        append(packet({TraceEvent::Kind::kLost,
+                       event.at,
+                       event.steady,
+                       {},
+                       "the capture ends here, at its limit of " + std::to_string(limit_) + " bytes"},
+                      {}));
+    } else {
+        append(block);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -39,7 +40,9 @@ class File : public TraceSink
 public:
     /// Replaces the file at `path`; throws std::system_error with a text that names it.
     /// @param describe may be empty; the words for a device that went or came back are put in by `packet`.
-    File(const std::string& path, const Source& source, Describe describe);
+    /// @param limit bytes that the file may have; a last packet says that it ends there
+    File(const std::string& path, const Source& source, Describe describe,
+         std::int64_t limit = std::numeric_limits<std::int64_t>::max());
     ~File() override;
     File(const File&) = delete;
     File& operator=(const File&) = delete;
@@ -56,6 +59,8 @@ private:
     Describe describe_;
     std::string failure_;
     std::int64_t end_ = 0;  // of the last whole block
+    std::int64_t limit_;
+    bool full_ = false;
     int descriptor_ = -1;
 };
 

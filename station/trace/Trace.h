@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -31,6 +32,17 @@ struct TraceEvent {
     bool early = false;
 
     bool operator==(const TraceEvent&) const = default;
+};
+
+/// How good a line was.
+struct LineQuality {
+    std::size_t losses = 0;         ///< how often the device went away
+    std::size_t reconnects = 0;     ///< how often it came back
+    std::size_t repeatedSends = 0;  ///< commands that were sent again after that
+    std::size_t corruptFrames = 0;  ///< frames with a wrong checksum
+    std::size_t garbageBytes = 0;   ///< bytes that belong to no frame
+
+    bool operator==(const LineQuality&) const = default;
 };
 
 /// @returns whether such an event has a frame.

@@ -49,7 +49,13 @@ public:
         view_.onAttempt(place, step, attempt);
     }
 
-    void onFrame(const station::TraceEvent& event) override { view_.onFrame(event); }
+    void onFrame(const station::TraceEvent& event) override
+    {
+        if (results_) {
+            results_->capture(event);
+        }
+        view_.onFrame(event);
+    }
 
     void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
     {

@@ -125,6 +125,9 @@ std::string summary(const UnitResult& unit, bool colour)
     for (const std::string& each : headline.beside) {
         text += "        " + printable(each) + "\n";
     }
+    if (!(run.line == station::LineQuality{})) {
+        text += "        line: " + station::record::lineText(run.line) + "\n";
+    }
     text += "        time " + station::record::toText(speed.total);
     if (speed.wire.count() > 0) {
         text += ", on the line " + station::record::toText(speed.wire) + ratio(speed);
