@@ -3,19 +3,27 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <string_view>
 
 #include "KYRLog.h"
 
+// The function that a log line names. A file whose lines stand in lambdas, as the rows of a command table do, defines
+// it as its handler's name before it includes anything: a lambda's own name tells nobody anything.
+#ifndef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION __func__
+#endif
+
 // One log line: category, source file and its length, function and its length, line, level, format and arguments, in
 // the order in which zlog takes them. Without a category the message is dropped and standard output says so.
-#define KYR_LOG(level, ...)                                                                                         \
-    do {                                                                                                            \
-        if (liblog_category != nullptr)                                                                             \
-            zlog(liblog_category, __FILE__, sizeof(__FILE__) - 1, __func__, sizeof(__func__) - 1, __LINE__, level,  \
-                 __VA_ARGS__);                                                                                      \
-        else                                                                                                        \
-            std::printf("[%d][file:%s][func:%s][line:%d]Warn:Log system not init.\n", getpid(), __FILE__, __func__, \
-                        __LINE__);                                                                                  \
+#define KYR_LOG(level, ...)                                                                                       \
+    do {                                                                                                          \
+        static_assert(std::string_view(KYR_LOG_FUNCTION) != "operator()", "define KYR_LOG_FUNCTION, see Log.h");  \
+        if (liblog_category != nullptr)                                                                           \
+            zlog(liblog_category, __FILE__, sizeof(__FILE__) - 1, KYR_LOG_FUNCTION, sizeof(KYR_LOG_FUNCTION) - 1, \
+                 __LINE__, level, __VA_ARGS__);                                                                   \
+        else                                                                                                      \
+            std::printf("[%d][file:%s][func:%s][line:%d]Warn:Log system not init.\n", getpid(), __FILE__,         \
+                        KYR_LOG_FUNCTION, __LINE__);                                                              \
     } while (false)
 
 #define KYR_LOG_DEBUG(...) KYR_LOG(ZLOG_LEVEL_DEBUG, __VA_ARGS__)

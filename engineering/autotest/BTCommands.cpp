@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleBTCommands"
+
 #include <algorithm>
 #include <array>
 #include <cctype>

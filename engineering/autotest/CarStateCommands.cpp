@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleCarState"
+
 #include <array>
 
 #include "engineering/Log.h"

@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleEQCommands"
+
 #include <array>
 
 #include "engineering/EngineeringSignals.h"

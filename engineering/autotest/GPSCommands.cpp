@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleGPSCommands"
+
 #include <algorithm>
 #include <array>
 #include <functional>

@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleHardKeyAndDisplay"
+
 #include <array>
 
 #include "KYRFileMgr.h"

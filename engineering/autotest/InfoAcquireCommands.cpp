@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleInfoAcquireCommands"
+
 #include <array>
 
 #include "KYRSystemInfo.h"

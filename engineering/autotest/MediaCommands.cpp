@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleMediaCommands"
+
 #include <array>
 #include <cstdio>
 

@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleOtherCommands"
+
 #include <array>
 
 #include "KYRSystemUpdate.h"

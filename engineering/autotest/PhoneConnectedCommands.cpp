@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandlePhoneConnected"
+
 #include <array>
 #include <cstdio>
 

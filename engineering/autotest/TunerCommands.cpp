@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleTunerCommands"
+
 #include <array>
 #include <cstdio>
 

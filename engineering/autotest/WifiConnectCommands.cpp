@@ -1,3 +1,5 @@
+#define KYR_LOG_FUNCTION "HandleWifiConnectCommands"
+
 #include <array>
 
 #include "KYRWifi.h"

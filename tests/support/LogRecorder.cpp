@@ -21,21 +21,25 @@ namespace {
 struct Record {
     std::mutex mutex;
     std::condition_variable changed;
-    std::vector<std::string> lines;  // guarded by mutex
+    std::vector<std::string> lines;   // guarded by mutex
+    std::vector<std::string> places;  // guarded by mutex
 };
 Record& g_record = *new Record;
 
 constexpr const char* kRules =
     "[formats]\n"
-    "line = \"%V %m\"\n"
+    "line = \"%F:%L %U\t%V %m\"\n"
     "[rules]\n"
     "engineering.DEBUG $record; line\n";
 
 int keep(zlog_msg_t* message)
 {
+    const std::string line(message->buf, message->len);
+    const std::size_t placeEnd = line.find('\t');
     {
         const std::lock_guard lock(g_record.mutex);
-        g_record.lines.emplace_back(message->buf, message->len);
+        g_record.places.push_back(line.substr(0, placeEnd));
+        g_record.lines.push_back(line.substr(placeEnd + 1));
     }
     g_record.changed.notify_all();
     return 0;
@@ -66,6 +70,12 @@ std::vector<std::string> LogRecorder::lines() const
     return g_record.lines;
 }
 
+std::vector<std::string> LogRecorder::places() const
+{
+    const std::lock_guard lock(g_record.mutex);
+    return g_record.places;
+}
+
 std::vector<std::string> LogRecorder::errors() const
 {
     std::vector<std::string> errors = lines();
@@ -86,4 +96,5 @@ void LogRecorder::clear()
 {
     const std::lock_guard lock(g_record.mutex);
     g_record.lines.clear();
+    g_record.places.clear();
 }

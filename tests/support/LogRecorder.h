@@ -12,6 +12,9 @@ public:
 
     std::vector<std::string> lines() const;
 
+    /// Where each of the lines comes from, "engineering/Log.cpp:12 DoIt".
+    std::vector<std::string> places() const;
+
     /// The lines of error level.
     std::vector<std::string> errors() const;
 
