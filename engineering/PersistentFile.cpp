@@ -4,10 +4,86 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-void MakePersistentFile(const std::string& path)
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace {
+
+class RegularFile
 {
-    // Whoever writes the file next finds out when it cannot be had.
-    const int nFile = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR | S_IRGRP);
-    if (nFile >= 0)
-        close(nFile);
+public:
+    RegularFile(const std::string& path, int nFlags)
+        : m_nFile(open(path.c_str(), nFlags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, S_IRUSR | S_IWUSR | S_IRGRP))
+    {
+        struct stat status = {};
+        if (m_nFile >= 0 && (fstat(m_nFile, &status) != 0 || !S_ISREG(status.st_mode)))
+            Close();
+    }
+    ~RegularFile() { Close(); }
+
+    RegularFile(const RegularFile&) = delete;
+    RegularFile& operator=(const RegularFile&) = delete;
+
+    bool IsOpen() const { return m_nFile >= 0; }
+    int Get() const { return m_nFile; }
+
+    /// @returns whether the file system took everything.
+    bool Close()
+    {
+        const int nFile = m_nFile;
+        m_nFile = -1;
+        return nFile < 0 || close(nFile) == 0;
+    }
+
+private:
+    int m_nFile;
+};
+
+bool WriteAll(int nFile, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t nWritten = write(nFile, text.data(), text.size());
+        if (nWritten > 0)
+            text.remove_prefix(static_cast<std::size_t>(nWritten));
+        else if (errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+FileRead ReadPersistentFile(const std::string& path, std::size_t nLimit, std::string& text)
+{
+    text.clear();
+    const RegularFile file(path, O_RDONLY);
+    if (!file.IsOpen())
+        return FileRead::kFailed;
+    std::array<char, 4096> chunk;
+    for (;;) {
+        const ssize_t nRead = read(file.Get(), chunk.data(), std::min(chunk.size(), nLimit - text.size() + 1));
+        if (nRead == 0)
+            return FileRead::kComplete;
+        if (nRead > 0 && text.size() + static_cast<std::size_t>(nRead) <= nLimit) {
+            text.append(chunk.data(), static_cast<std::size_t>(nRead));
+        } else if (nRead > 0 || errno != EINTR) {
+            text.clear();
+            return nRead > 0 ? FileRead::kTooLong : FileRead::kFailed;
+        }
+    }
+}
+
+FileWritten WritePersistentFile(const std::string& path, std::string_view text)
+{
+    RegularFile file(path, O_WRONLY | O_CREAT);
+    if (!file.IsOpen())
+        return FileWritten::kNotOpened;
+    const bool bWritten = ftruncate(file.Get(), 0) == 0 && WriteAll(file.Get(), text);
+    return file.Close() && bWritten ? FileWritten::kComplete : FileWritten::kIncomplete;
+}
+
+bool IsReadableFile(const std::string& path)
+{
+    return RegularFile(path, O_RDONLY).IsOpen();
 }

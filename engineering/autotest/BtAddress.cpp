@@ -1,7 +1,9 @@
 // Provisions the Bluetooth controller's address: its persistent store is a text file, whose line 2 holds the address as
 // key 0001.
 
-#include <fstream>
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <string_view>
 
 #include "KYRSystem.h"
@@ -19,16 +21,23 @@ constexpr const char* kDefaultStoreFile = "/kyr/etc/bluetooth/bin/PSConfig.psr";
 constexpr int kAddressLine = 2;
 constexpr int kAddressLength = 12;
 
-bool IsReadable(const std::string& strPath)
+bool IsControlCharacter(unsigned char c)
 {
-    return std::ifstream(strPath).good();
+    return c < 0x20 || c == 0x7F;
+}
+
+/// @returns whether something is there that cannot be the store: to copy the default onto a pipe would never end.
+bool IsNotAFile(const std::string& strPath)
+{
+    struct stat status = {};
+    return stat(strPath.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
 /// The name that belonged to the old address.
 void RemoveStaleName()
 {
     const std::string strPath = PersistentPath(kNameFile);
-    if (!IsReadable(strPath))
+    if (!IsReadableFile(strPath))
         return;
     if (KYR_RemoveFile(strPath.c_str(), 1) == 0)
         KYR_LOG_ERROR("KYR_RemoveFile /perm_data/data/bluetooth/btname)\n");
@@ -37,9 +46,13 @@ void RemoveStaleName()
 
 void MakeSureOfStore(const std::string& strStore)
 {
-    if (IsReadable(strStore))
+    if (IsReadableFile(strStore))
         return;
     KYR_LOG_INFO("[SaveBtMacAddress] open %s failed!", strStore.c_str());
+    if (IsNotAFile(strStore)) {
+        KYR_LOG_ERROR("[SaveBtMacAddress] %s is not a regular file, it is left as it is", strStore.c_str());
+        return;
+    }
     const std::string strCommand =
         "cp " + PersistentShellPath(kDefaultStoreFile) + " " + PersistentShellPath(kStoreDirectory);
     if (KYR_ExecSystemCmd(strCommand.c_str(), 1) == 0)
@@ -63,6 +76,11 @@ void KYRAutoTest::SaveBtMacAddress(const unsigned char* param, int param_len)
 {
     if (param_len < kAddressLength) {
         KYR_LOG_ERROR("[SaveBtMacAddress] %d characters are no address, %d are needed", param_len, kAddressLength);
+        return;
+    }
+    // A line end among them would give the store another line.
+    if (std::any_of(param, param + kAddressLength, IsControlCharacter)) {
+        KYR_LOG_ERROR("[SaveBtMacAddress] the address contains a control character, nothing is written");
         return;
     }
     RemoveStaleName();

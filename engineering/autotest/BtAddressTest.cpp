@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -221,6 +222,44 @@ TEST_F(BtAddressTest, AStoreThatIsADirectoryIsLeftAndTheQueryCopyIsStillWritten)
     EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
 }
 
+TEST_F(BtAddressTest, AStoreThatIsAPipeIsLeftAndNobodyWaits)
+{
+    ASSERT_EQ(mkfifo(path(kStore).c_str(), 0600), 0);
+    startInTestMode();
+
+    provision("0002F5A1B2C3");
+
+    EXPECT_TRUE(fs::is_fifo(path(kStore)));
+    EXPECT_THAT(calls(), ElementsAre(kSync));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR [SaveBtMacAddress] " + path(kStore) +
+                                          " is not a regular file, it is left as it is"));
+    EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
+}
+
+TEST_F(BtAddressTest, AStoreOfMoreThanOneMebibyteIsLeftWithOneErrorLine)
+{
+    const std::string store = "// keys\n&0001 = 0000 0000 0000 0000\n" + std::string(1 << 20, 'x');
+    startWithStore(store);
+
+    provision("0002F5A1B2C3");
+
+    EXPECT_EQ(content(kStore), store);
+    EXPECT_FALSE(fs::exists(path(kBackup)));
+    EXPECT_THAT(log.errors(), testing::SizeIs(1));
+    EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
+}
+
+TEST_F(BtAddressTest, AStaleNameThatIsAPipeStaysAndNobodyWaits)
+{
+    ASSERT_EQ(mkfifo(path(kName).c_str(), 0600), 0);
+    startWithStore();
+
+    provision("0002F5A1B2C3");
+
+    EXPECT_TRUE(fs::is_fifo(path(kName)));
+    EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
+}
+
 TEST_F(BtAddressTest, WithoutABackupTheStoreIsLeftAndTheQueryCopyIsStillWritten)
 {
     fs::create_directory(path(kBackup));
@@ -275,6 +314,36 @@ TEST_F(BtAddressTest, OfFewerThanTwelveCharactersIsRefusedBeforeAnyFileIsTouched
     EXPECT_TRUE(fs::exists(path(kName)));
     EXPECT_FALSE(fs::exists(path(kQueryCopy)));
     EXPECT_FALSE(fs::exists(path(kBackup)));
+}
+
+TEST_F(BtAddressTest, WithAControlCharacterIsRefusedBeforeAnyFileIsTouched)
+{
+    writeFile(kName, "old name");
+    startWithStore();
+
+    for (const char c : {'\0', '\n', '\r', '\x1F', '\x7F'}) {
+        log.clear();
+
+        provision(std::string("0002F5A1B2C") + c);
+        provision(c + std::string("002F5A1B2C3"));
+
+        const char* const refusal =
+            "ERROR [SaveBtMacAddress] the address contains a control character, nothing is written";
+        EXPECT_THAT(log.errors(), ElementsAre(refusal, refusal));
+    }
+    EXPECT_THAT(calls(), IsEmpty());
+    EXPECT_EQ(content(kStore), "// keys\n&0001 = 0000 0000 0000 0000\n&01f6 = 0014\n");
+    EXPECT_TRUE(fs::exists(path(kName)));
+    EXPECT_FALSE(fs::exists(path(kQueryCopy)));
+}
+
+TEST_F(BtAddressTest, WithAControlCharacterBehindTheFirstTwelveIsWritten)
+{
+    startWithStore();
+
+    provision("0002F5A1B2C3\n");
+
+    EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
 }
 
 TEST_F(BtAddressTest, OfMoreThanTwelveCharactersIsItsFirstTwelve)

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 
 #include "KYRSystem.h"
 #include "engineering/Log.h"
-#include "engineering/PersistentFile.h"
 #include "engineering/PersistentPath.h"
 #include "engineering/autotest/IdentityRecord.h"
 #include "engineering/autotest/KYRAutoTest.h"
@@ -41,31 +39,21 @@ std::string IdentityRecordPath(const IdentityRecord& record)
     return PersistentPath(std::string(kIdentityDirectory) + record.file);
 }
 
-bool ReadLastLine(const std::string& strPath, std::string& strLine)
+FileRead ReadRecord(const std::string& strPath, std::string& strLine)
 {
-    strLine.clear();
-    std::ifstream file(strPath);
-    if (!file)
-        return false;
-    while (file.good())
-        std::getline(file, strLine);
-    if (!file.bad())
-        return true;
-    strLine.clear();
-    return false;
+    const FileRead result = ReadPersistentFile(strPath, kMaxRecordFile, strLine);
+    if (result == FileRead::kTooLong)
+        KYR_LOG_ERROR("%s not read: it is longer than %zu bytes", strPath.c_str(), kMaxRecordFile);
+    strLine.erase(0, strLine.rfind('\n') + 1);
+    return result;
 }
 
 bool WriteWholeFile(const std::string& strPath, const std::string& strText)
 {
-    MakePersistentFile(strPath);
-    std::ofstream file(strPath, std::ios::out | std::ios::trunc);
-    if (!file)
-        return false;
-    file << strText;
-    file.close();
-    if (!file)
+    const FileWritten result = WritePersistentFile(strPath, strText);
+    if (result == FileWritten::kIncomplete)
         KYR_LOG_ERROR("%s not written completely", strPath.c_str());
-    return true;
+    return result != FileWritten::kNotOpened;
 }
 
 void SyncPersistent(const char* pFailureText)
@@ -96,10 +84,15 @@ void KYRAutoTest::FeedBackRecord(const IdentityRecord& record)
 {
     const std::string strPath = IdentityRecordPath(record);
     std::string strValue;
-    if (!ReadLastLine(strPath, strValue)) {
-        KYR_LOG_INFO("[%s] open %s failed!", record.feedBackTag, strPath.c_str());
-        Reply(kReply, record.missingCode, {});
-        return;
+    switch (ReadRecord(strPath, strValue)) {
+        case FileRead::kFailed:
+            KYR_LOG_INFO("[%s] open %s failed!", record.feedBackTag, strPath.c_str());
+            Reply(kReply, record.missingCode, {});
+            return;
+        case FileRead::kTooLong:
+            return;  // WIRE: no reply, as for a value that does not fit a frame
+        case FileRead::kComplete:
+            break;
     }
     KYR_LOG_DEBUG("[%s] %s = %s", record.feedBackTag, record.valueWord, strValue.c_str());
     if (record.bIsSeparated)

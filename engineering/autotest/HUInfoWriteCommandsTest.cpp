@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/engine/GroupChecks.h"
@@ -268,6 +270,47 @@ TEST_P(RecordTest, ThatIsADirectoryCannotBeWritten)
     EXPECT_THAT(log.lines(), Contains(GetParam().saveFailure + path(file) + " failed!"));
     EXPECT_THAT(calls(), IsEmpty());
     EXPECT_THAT(station.replies(), IsEmpty());
+}
+
+TEST_P(RecordTest, ThatIsAPipeIsNeitherReadNorWrittenAndNobodyWaits)
+{
+    ASSERT_EQ(mkfifo(path(file).c_str(), 0600), 0);
+
+    write("12");
+
+    EXPECT_THAT(log.lines(), Contains(GetParam().saveFailure + path(file) + " failed!"));
+    EXPECT_THAT(answerToRead(), ElementsAre(failureReply()));
+    EXPECT_THAT(log.lines(), Contains(GetParam().feedBackFailure + path(file) + " failed!"));
+}
+
+TEST_P(RecordTest, ThatIsAPipeWithAReaderGetsNothing)
+{
+    ASSERT_EQ(mkfifo(path(file).c_str(), 0600), 0);
+    std::fstream pipe(path(file));
+
+    write("12");
+
+    EXPECT_THAT(log.lines(), Contains(GetParam().saveFailure + path(file) + " failed!"));
+    pipe << "mine" << std::endl;
+    std::string strFirst;
+    std::getline(pipe, strFirst);
+    EXPECT_EQ(strFirst, "mine");
+}
+
+TEST_P(RecordTest, OfUpTo4096BytesIsRead)
+{
+    writeFile(file, std::string(4093, 'x') + "\n12");
+
+    EXPECT_THAT(answerToRead(), ElementsAre(reply("12")));
+}
+
+TEST_P(RecordTest, OfMoreThan4096BytesIsNotSentAndLeavesOneErrorLine)
+{
+    writeFile(file, std::string(4094, 'x') + "\n12");
+
+    EXPECT_THAT(answerToRead(), IsEmpty());
+
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR " + path(file) + " not read: it is longer than 4096 bytes"));
 }
 
 TEST_P(RecordTest, WithoutItsDirectoryIsNeitherWrittenNorRead)

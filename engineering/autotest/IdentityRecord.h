@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+
+#include "engineering/PersistentFile.h"
 
 inline constexpr const char* kIdentityDirectory = "/perm_data/data/engineering/";
 
@@ -29,12 +32,14 @@ extern const IdentityRecord kDrawingCode;
 /// Written by the Bluetooth address provisioning; the station asks only whether it is there.
 extern const IdentityRecord kBtMacAddressForQuery;
 
-/// Reads a file to its end.
-/// @param strLine becomes the text behind its last line end: all of it when there is none
-/// @returns false when the file cannot be opened or, as a directory, not be read; `strLine` is empty then.
-bool ReadLastLine(const std::string& strPath, std::string& strLine);
+/// What a record's file may hold. A longer one, which no writer here has made, is not read, with an error line.
+inline constexpr std::size_t kMaxRecordFile = 4096;
 
-/// Replaces a file's content. A file that is not there is made for its owner and group only.
+/// Reads a record.
+/// @param strLine becomes the text behind the file's last line end: all of it when there is none
+FileRead ReadRecord(const std::string& strPath, std::string& strLine);
+
+/// Replaces a file's content.
 /// @returns false when the file cannot be opened. One that opens but cannot take all of the text leaves an error line.
 bool WriteWholeFile(const std::string& strPath, const std::string& strText);
 

@@ -136,12 +136,12 @@ public:
 
     /// Writes the Bluetooth address into the controller's persistent store.
     /// @param param the address as hexadecimal characters, most significant first; the first 12 count, with fewer
-    ///   nothing is done
+    ///   nothing is done, nor with a control character among them
     void SaveBtMacAddress(const unsigned char* param, int param_len);
 
-    // ---- line-oriented files; paths as they are, no root is put in front ----
+    // ---- line-oriented files of at most 1 MiB; paths as they are, no root is put in front ----
 
-    /// @returns the number of lines, a last one without line end included; 0 when the file cannot be read.
+    /// @returns the number of lines, a last one without line end included; 0 when the file cannot be read or is longer.
     int CountLines(std::string path);
 
     /// Copies a text file. The destination is emptied even when the source cannot be read.

@@ -1,6 +1,7 @@
 // Replaces one line of a text file in place, working from a backup copy.
 
-#include <fstream>
+#include <algorithm>
+#include <cstddef>
 
 #include "engineering/Log.h"
 #include "engineering/PersistentFile.h"
@@ -11,52 +12,48 @@ namespace {
 
 constexpr const char* kBackupFile = "/media/backup.txt";
 
-/// Reads lines until the end of the stream, or until it fails: a path may be a directory.
-/// @param take (line, whether a line end followed it)
-template <class Take>
-void ForEachLine(std::ifstream& file, Take take)
+/// What a file may hold that is counted, copied or edited: it is held in memory.
+constexpr std::size_t kMaxSize = 1 << 20;
+
+int LinesIn(const std::string& strText)
 {
-    std::string strLine;
-    while (file.good()) {
-        std::getline(file, strLine);
-        if (!file.bad())
-            take(strLine, !file.eof());
-    }
+    const bool bOpenEnd = !strText.empty() && strText.back() != '\n';
+    return static_cast<int>(std::ranges::count(strText, '\n')) + (bOpenEnd ? 1 : 0);
 }
 
-void PutLine(std::ofstream& file, const std::string& strLine, bool bLineEnd)
+/// @param line_no one that is there
+void ReplaceLine(std::string& strText, int line_no, const std::string& new_text)
 {
-    file << strLine;
-    if (bLineEnd)
-        file << '\n';
+    std::size_t nBegin = 0;
+    for (int nLine = 1; nLine < line_no; ++nLine)
+        nBegin = strText.find('\n', nBegin) + 1;
+    const std::size_t nEnd = std::min(strText.find('\n', nBegin), strText.size() - 1) + 1;
+    strText.replace(nBegin, nEnd - nBegin, new_text + '\n');
 }
 
 }  // namespace
 
 int KYRAutoTest::CountLines(std::string path)
 {
-    std::ifstream file(path);
-    if (!file) {
-        KYR_LOG_INFO("[rkb] CountLines, open file fail");
-        return 0;
+    std::string strText;
+    switch (ReadPersistentFile(path, kMaxSize, strText)) {
+        case FileRead::kFailed:
+            KYR_LOG_INFO("[rkb] CountLines, open file fail");
+            break;
+        case FileRead::kTooLong:
+            KYR_LOG_ERROR("CountLines, %s is longer than %zu bytes, it is left as it is", path.c_str(), kMaxSize);
+            break;
+        case FileRead::kComplete:
+            break;
     }
-    int nLines = 0;
-    std::string strLine;
-    while (std::getline(file, strLine))
-        ++nLines;
-    return nLines;
+    return LinesIn(strText);
 }
 
 bool KYRAutoTest::CopyFile(std::string src, std::string dst)
 {
-    std::ifstream source(src);
-    MakePersistentFile(dst);
-    std::ofstream destination(dst, std::ios::out | std::ios::trunc);
-    if (!source.good())
-        return false;
-    ForEachLine(source, [&](const std::string& strLine, bool bLineEnd) { PutLine(destination, strLine, bLineEnd); });
-    destination.close();
-    return !source.bad() && destination.good();
+    std::string strText;
+    const bool bRead = ReadPersistentFile(src, kMaxSize, strText) == FileRead::kComplete;
+    return WritePersistentFile(dst, strText) == FileWritten::kComplete && bRead;
 }
 
 void KYRAutoTest::ResetLineContents(std::string path, int line_no, std::string new_text)
@@ -69,22 +66,13 @@ void KYRAutoTest::ResetLineContents(std::string path, int line_no, std::string n
     }
 
     const std::string strBackup = PersistentPath(kBackupFile);
-    const bool bCopied = CopyFile(path, strBackup);
-    std::ifstream backup(strBackup);
-    if (!bCopied || !backup) {
+    std::string strText;
+    if (!CopyFile(path, strBackup) || ReadPersistentFile(strBackup, kMaxSize, strText) != FileRead::kComplete ||
+        LinesIn(strText) < line_no) {
         KYR_LOG_ERROR("ResetLineContents, no backup %s, %s left as it is", strBackup.c_str(), path.c_str());
         return;
     }
-    std::ofstream file(path, std::ios::out | std::ios::trunc);
-    int nLine = 1;
-    ForEachLine(backup, [&](const std::string& strLine, bool bLineEnd) {
-        if (nLine == line_no)
-            PutLine(file, new_text, true);
-        else
-            PutLine(file, strLine, bLineEnd);
-        ++nLine;
-    });
-    file.close();
-    if (!file.good() || backup.bad())
+    ReplaceLine(strText, line_no, new_text);
+    if (WritePersistentFile(path, strText) != FileWritten::kComplete)
         KYR_LOG_ERROR("ResetLineContents, %s not written, its content is in %s", path.c_str(), strBackup.c_str());
 }

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -157,7 +158,41 @@ TEST_F(LineEditingTest, ADirectoryIsRefused)
 {
     engine().ResetLineContents(path("/perm_data"), 1, "X");
 
-    EXPECT_THAT(log.lines(), ElementsAre("INFO [rkb] ResetLineContents, total_lines = 0", kRangeMessage));
+    EXPECT_THAT(log.lines(), ElementsAre("INFO [rkb] CountLines, open file fail",
+                                         "INFO [rkb] ResetLineContents, total_lines = 0", kRangeMessage));
+}
+
+TEST_F(LineEditingTest, APipeIsRefusedAndNobodyWaits)
+{
+    ASSERT_EQ(mkfifo(path(kFile).c_str(), 0600), 0);
+
+    engine().ResetLineContents(path(kFile), 1, "X");
+
+    EXPECT_THAT(log.lines(), ElementsAre("INFO [rkb] CountLines, open file fail",
+                                         "INFO [rkb] ResetLineContents, total_lines = 0", kRangeMessage));
+}
+
+TEST_F(LineEditingTest, AFileOfOneMebibyteIsEditedAndBackedUpToTheByte)
+{
+    std::string text = "a\nb\n" + std::string((1 << 20) - 4, 'x');
+    text[1000] = '\0';
+    text[2000] = '\n';
+
+    EXPECT_EQ(edited(text, 2, "X"), "a\nX\n" + text.substr(4));
+
+    EXPECT_EQ(content(kBackup), text);
+    EXPECT_THAT(log.errors(), IsEmpty());
+}
+
+TEST_F(LineEditingTest, ALongerFileIsRefusedWithOneErrorLineAndLeftAsItIs)
+{
+    const std::string text = "a\nb\n" + std::string((1 << 20) - 3, 'x');
+
+    EXPECT_EQ(edited(text, 2, "X"), text);
+
+    EXPECT_FALSE(fs::exists(path(kBackup)));
+    EXPECT_THAT(log.errors(),
+                ElementsAre("ERROR CountLines, " + path(kFile) + " is longer than 1048576 bytes, it is left as it is"));
 }
 
 TEST_F(LineEditingTest, TheBackupHoldsWhatTheFileHeldBefore)
@@ -179,6 +214,16 @@ TEST_F(LineEditingTest, AnEditLeavesTheCountInTheLogAndNoMore)
 TEST_F(LineEditingTest, WithoutABackupTheFileIsLeftAsItIs)
 {
     fs::create_directory(path(kBackup));
+
+    EXPECT_EQ(edited("a\nb\nc", 2, "X"), "a\nb\nc");
+
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR ResetLineContents, no backup " + path(kBackup) + ", " + path(kFile) +
+                                          " left as it is"));
+}
+
+TEST_F(LineEditingTest, ABackupThatIsAPipeLeavesTheFileAsItIsAndNobodyWaits)
+{
+    ASSERT_EQ(mkfifo(path(kBackup).c_str(), 0600), 0);
 
     EXPECT_EQ(edited("a\nb\nc", 2, "X"), "a\nb\nc");
 

@@ -34,7 +34,7 @@ bool IsStoredCarPlayMac(const std::string& strMac)
 {
     const std::string strPath = IdentityRecordPath(kCarPlayMacAddress);
     std::string strStored;
-    if (!ReadLastLine(strPath, strStored)) {
+    if (ReadRecord(strPath, strStored) == FileRead::kFailed) {
         KYR_LOG_ERROR("[FeedBackCarPlayMacAddress] open %s failed!!", strPath.c_str());
         return false;
     }

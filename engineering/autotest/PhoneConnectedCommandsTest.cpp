@@ -210,6 +210,16 @@ TEST_F(PhoneTest, AMissingRecordIsLoggedUnderTheReadersTag)
     EXPECT_THAT(log.errors(), ElementsAre("ERROR [FeedBackCarPlayMacAddress] open " + path(kRecord) + " failed!!"));
 }
 
+TEST_F(PhoneTest, ARecordOfMoreThan4096BytesDoesNotMatchAndIsLogged)
+{
+    startWithUsb();
+    writeFile(kRecord, std::string(4096, '\n') + "0A:1B:2C:3D:4E:5F");
+
+    EXPECT_THAT(answerTo(0x07), ElementsAre("91 07 [00]"));
+
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR " + path(kRecord) + " not read: it is longer than 4096 bytes"));
+}
+
 TEST_F(PhoneTest, ARecordThatIsADirectoryDoesNotMatchAndIsLogged)
 {
     startWithUsb();
