@@ -1,14 +1,18 @@
 #include "PseudoTerminal.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -16,6 +20,10 @@ namespace bench {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Another service needs the lock for a few system calls.
+constexpr std::chrono::seconds kLockPatience{1};
+constexpr int kLockRetryMs = 10;
 
 [[noreturn]] void refuse(const fs::path& link, const std::string& reason)
 {
@@ -49,13 +57,21 @@ void markServed(int stationEnd, const fs::path& link)
     fcntl(stationEnd, F_OFD_SETLK, &range);
 }
 
+/// @returns whether `path` is one that the kernel gives a terminal: what else is written like one may be any file.
+bool isTerminalName(std::string_view path)
+{
+    constexpr std::string_view kDirectory = "/dev/pts/";
+    return path.starts_with(kDirectory) && path.size() > kDirectory.size() &&
+           path.find_first_not_of("0123456789", kDirectory.size()) == std::string_view::npos;
+}
+
 /// @returns whether `link` leads to the terminal of another service that runs there.
 /// @param own this service's terminal, to which the link of one that was killed may lead as well
 bool isServed(const fs::path& link, const std::string& own)
 {
     std::error_code error;
     const std::string target = fs::read_symlink(link, error).string();
-    if (!target.starts_with("/dev/pts/") || target == own)
+    if (!isTerminalName(target) || target == own)
         return false;
     const Descriptor end(open(target.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     if (!end.valid())
@@ -87,8 +103,27 @@ void replaceLink(const std::string& target, const fs::path& link)
     }
 }
 
+/// Lets one service at a time look at the links of a directory and make its own, until the descriptor is closed.
+std::unique_ptr<const Descriptor> lockDirectoryOf(const fs::path& link)
+{
+    auto directory =
+        std::make_unique<const Descriptor>(open(link.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory->valid())
+        refuse(link);
+    const auto deadline = std::chrono::steady_clock::now() + kLockPatience;
+    while (flock(directory->get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK)
+            refuse(link);
+        if (std::chrono::steady_clock::now() > deadline)
+            refuse(link, "another process keeps its directory locked");
+        poll(nullptr, 0, kLockRetryMs);
+    }
+    return directory;
+}
+
 void makeLink(const std::string& target, const fs::path& link)
 {
+    const auto lock = lockDirectoryOf(link);
     if (symlink(target.c_str(), link.c_str()) == 0)
         return;
     if (errno != EEXIST)

@@ -67,8 +67,10 @@ TtyWire::~TtyWire()
 
 void TtyWire::attach(Receiver receiver)
 {
-    detach();
     const std::lock_guard lock(mutex_);
+    if (stopped_)
+        return;
+    detachLocked();
     wakeup_.clear();
     stopping_ = false;
     thread_ = std::thread([this, deliver = std::move(receiver)] { run(deliver); });
@@ -81,6 +83,11 @@ void TtyWire::detach()
         return;
     }
     const std::lock_guard lock(mutex_);
+    detachLocked();
+}
+
+void TtyWire::detachLocked()
+{
     if (!thread_.joinable())
         return;
     stopping_ = true;
@@ -93,7 +100,9 @@ void TtyWire::stop()
     withdraw();
     // First the writer, so that a receiver that is sending returns.
     writer_.close();
-    detach();
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+    detachLocked();
     writer_.close();
     line_.reset();
 }

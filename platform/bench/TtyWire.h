@@ -35,7 +35,8 @@ public:
     /// Removes what leads the station here; the line itself goes on. Any thread.
     void withdraw() { terminal_->withdraw(); }
 
-    /// Withdraws, ends the delivery and closes the line; frames are dropped from now on. Not on the delivery thread.
+    /// Withdraws, ends the delivery and closes the line; frames are dropped from now on, and whoever attaches later
+    /// gets nothing. Not on the delivery thread.
     void stop();
 
     /// @returns the absolute path of the line.
@@ -47,6 +48,7 @@ private:
     bool deliverChunk(const Receiver& receiver);
     void lose();
     void recover();
+    void detachLocked();
     bool onDeliveryThread() const { return std::this_thread::get_id() == deliveryThread_; }
 
     const std::unique_ptr<Terminal> terminal_;
@@ -56,8 +58,9 @@ private:
     std::shared_ptr<const Descriptor> line_;  // null: lost; the delivery thread's own while there is one
     FrameWriter writer_;
 
-    std::mutex mutex_;    // attach, detach and stop
-    std::thread thread_;  // guarded by mutex_
+    std::mutex mutex_;      // attach, detach and stop
+    std::thread thread_;    // guarded by mutex_
+    bool stopped_ = false;  // guarded by mutex_
     std::atomic<std::thread::id> deliveryThread_{};
     std::atomic<bool> stopping_ = false;
 };

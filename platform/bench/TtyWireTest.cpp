@@ -1,7 +1,9 @@
 #include "TtyWire.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <termios.h>
 
@@ -268,6 +270,36 @@ TEST_F(PtyWireTest, StoppedWireSendsNothingAndHasNoLink)
     EXPECT_FALSE(fs::exists(fs::symlink_status(link_)));
 }
 
+TEST_F(PtyWireTest, StoppedWireTakesNoReceiver)
+{
+    const auto wire = makeWire();
+    const auto token = std::make_shared<int>();
+    wire->stop();
+
+    wire->attach([token](std::span<std::uint8_t>) {});
+
+    EXPECT_EQ(token.use_count(), 1);
+}
+
+TEST_F(PtyWireTest, AttachAtTheMomentOfTheStopLeavesNoReceiver)
+{
+    for (int round = 0; round < 200; ++round) {
+        const auto wire = makeWire();
+        const auto token = std::make_shared<int>();
+        std::promise<void> go;
+        auto attached = std::async(std::launch::async, [&] {
+            go.get_future().wait();
+            wire->attach([token](std::span<std::uint8_t>) {});
+        });
+
+        go.set_value();
+        wire->stop();
+
+        attached.get();
+        ASSERT_EQ(token.use_count(), 1) << round;
+    }
+}
+
 TEST_F(PtyWireTest, LinkLeadsToATerminalOfTheOwnersOnly)
 {
     const auto wire = makeWire();
@@ -335,6 +367,30 @@ TEST_F(PtyWireTest, LinkOfAKilledServiceIsReplacedThoughItLeadsToTheSameTerminal
     const StationEnd station(link_);
     ASSERT_TRUE(station.write({0x55}));
     EXPECT_EQ(chunks_.waitForBytes(1), Bytes{0x55});
+}
+
+TEST_F(PtyWireTest, LinkToAFileThatOnlyBeginsLikeATerminalsIsReplaced)
+{
+    // The file looks like a served terminal: somebody holds a lock on all of it.
+    const fs::path file = directory_.path() / "x";
+    const Descriptor locked(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    flock64 all{};
+    all.l_type = F_WRLCK;
+    all.l_whence = SEEK_SET;
+    ASSERT_EQ(fcntl(locked.get(), F_OFD_SETLK, &all), 0);
+    fs::create_symlink("/dev/pts/../.." + file.string(), link_);
+
+    const auto wire = makeWire();
+
+    EXPECT_TRUE(fs::is_character_file(link_));
+}
+
+TEST_F(PtyWireTest, DirectoryThatAnotherHasLockedIsRefusedAfterASecond)
+{
+    const Descriptor locked(open(directory_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(flock(locked.get(), LOCK_EX), 0);
+
+    EXPECT_THAT(refusal(), AllOf(HasSubstr(link_.string()), HasSubstr("locked")));
 }
 
 TEST_F(PtyWireTest, FileInPlaceOfTheLinkIsRefusedAndLeftAsItIs)
