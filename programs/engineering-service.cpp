@@ -79,9 +79,8 @@ std::string readFile(const std::string& path)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-void mergeFile(bench::HeadUnit& unit, const std::string& path)
+void mergeState(bench::HeadUnit& unit, const std::string& text, const std::string& path)
 {
-    const std::string text = readFile(path);
     try {
         unit.mergeState(bench::parseJson(text));
     } catch (const bench::JsonError& error) {
@@ -109,9 +108,13 @@ std::unique_ptr<bench::Terminal> openTerminal(const bench::UartOption& option)
 [[noreturn]] void run(const CLI::App& given, const Options& options, int argc, char** argv)
 {
     const bench::UartOption uart = bench::parseUartOption(options.uart);
+    const bool hasState = given.count("--headunit") > 0;
+    // May wait, for the writer of a pipe.
+    const std::string state = hasState ? readFile(options.headUnit) : "";
+    bench::holdEndSignals();
     bench::HeadUnit unit;
-    if (given.count("--headunit") > 0)
-        mergeFile(unit, options.headUnit);
+    if (hasState)
+        mergeState(unit, state, options.headUnit);
     if (given.count("--log-conf") > 0)
         useLogConfiguration(options.logConfiguration);
 

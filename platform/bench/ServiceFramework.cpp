@@ -1,5 +1,6 @@
 #include "ServiceFramework.h"
 
+#include <fcntl.h>
 #include <glib.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -72,7 +73,7 @@ void deinitialise()
     KYR_ServiceFw_Deinit();
 }
 
-[[noreturn]] void endProcess(TtyWire& wire)
+[[noreturn]] void endProcess(TtyWire& wire, OutputPump& out, OutputPump& error)
 {
     armWatchdog();
     wire.withdraw();
@@ -81,37 +82,60 @@ void deinitialise()
     deinitialise();
     wire.stop();
     std::fflush(stdout);
+    error.stop();
+    out.stop();
     // No destructors: the service's threads run to the end, and use what these would take away.
     _exit(EXIT_SUCCESS);
 }
 
-void endOnSignal(TtyWire& wire)
+void endOnSignal(TtyWire& wire, OutputPump& out, OutputPump& error)
 {
     const sigset_t signals = endSignals();
     int signal = 0;
     while (sigwait(&signals, &signal) != 0) {
     }
-    endProcess(wire);
+    endProcess(wire, out, error);
+}
+
+/// A descriptor that is missing would be given to the next file: then what is printed goes into it.
+void openStandardDescriptors()
+{
+    int null = 0;
+    do
+        null = open("/dev/null", O_RDWR);
+    while (null >= 0 && null <= STDERR_FILENO);
+    close(null);
 }
 
 }  // namespace
 
 void prepareProcess()
 {
+    openStandardDescriptors();
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+    signal(SIGCHLD, SIG_DFL);  // a parent that ignores it leaves children that nobody can wait for
     reportGlibMessagesOnce();
     // What the process makes is its owner's and, to read, the group's; a stricter mask stays.
     umask(umask(S_IRWXG | S_IRWXO) | S_IWGRP | S_IRWXO);
     // GLib connects to the bus on threads of a pool, of which it would keep several for a while without any use.
     g_thread_pool_set_max_unused_threads(0);
+    signal(SIGTERM, endNow);
+    signal(SIGINT, endNow);
+    const sigset_t signals = endSignals();
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+void holdEndSignals()
+{
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
-ServiceFramework::ServiceFramework(TtyWire& wire) : wire_(wire)
+ServiceFramework::ServiceFramework(TtyWire& wire) : wire_(wire), out_(STDOUT_FILENO), error_(STDERR_FILENO)
 {
-    std::thread(endOnSignal, std::ref(wire)).detach();
+    std::thread(endOnSignal, std::ref(wire), std::ref(out_), std::ref(error_)).detach();
 }
 
 void ServiceFramework::initialise(int argc, char** argv)
