@@ -43,7 +43,7 @@ private:
 /// Connects to the session bus. A bus that takes the connection and then stands still is given up after a while; by
 /// itself GDBus would wait for ever.
 /// @param error set on failure; G_IO_ERROR_CANCELLED when the bus did not answer in time
-/// @returns the connection, owned by the caller, which does not end the process when the bus goes; null on failure
+/// @returns the connection, the caller's own, which does not end the process when the bus goes; null on failure
 inline GDBusConnection* connectToSessionBus(GError** error)
 {
     constexpr std::chrono::seconds kPatience{5};
@@ -51,7 +51,15 @@ inline GDBusConnection* connectToSessionBus(GError** error)
     GDBusConnection* connection = nullptr;
     {
         const CancelAfter limit(cancellable, kPatience);
-        connection = g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, error);
+        // The process's shared one would be given again after it has closed.
+        if (gchar* const address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable, error)) {
+            connection = g_dbus_connection_new_for_address_sync(
+                address,
+                static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                  G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+                nullptr, cancellable, error);
+            g_free(address);
+        }
     }
     g_object_unref(cancellable);
     if (connection != nullptr)

@@ -9,6 +9,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "programs/Cli.h"
@@ -45,6 +46,7 @@ using VariantPtr = std::unique_ptr<GVariant, VariantDeleter>;
 struct Follower {
     bool json = false;
     bool waiting = false;  // the service has not been seen yet, and that was said
+    bool lost = false;     // the connection to the bus has been closed
     int status = programs::kDone;
     programs::Hmi hmi;
     GMainLoop* loop = nullptr;
@@ -159,8 +161,9 @@ void noteOwner(Follower& follower)
 
 void connectionClosed(GDBusConnection*, gboolean, GError*, gpointer data)
 {
-    complain(kProgram, "the session bus has gone away");
-    end(*static_cast<Follower*>(data), programs::kFailed);
+    auto& follower = *static_cast<Follower*>(data);
+    follower.lost = true;
+    end(follower, programs::kFailed);
 }
 
 gboolean askedToEnd(gpointer data)
@@ -192,22 +195,35 @@ ObjectPtr<ComZentLinuxEngineering> subscribe(Follower& follower)
     return proxy;
 }
 
+void runLoop(Follower& follower, ComZentLinuxEngineering* proxy)
+{
+    follower.proxy = proxy;
+    noteOwner(follower);
+    std::fputs("ready\n", stderr);
+    g_main_loop_run(follower.loop);
+}
+
 int follow(Follower& follower)
 {
     const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(g_main_loop_new(nullptr, FALSE),
                                                                         g_main_loop_unref);
     follower.loop = loop.get();
-    const auto proxy = subscribe(follower);
+    auto proxy = subscribe(follower);
     if (!proxy) {
         return programs::kFailed;
     }
-    follower.proxy = proxy.get();
     // Not before: until the loop runs, the signals end the process as they do by default.
     g_unix_signal_add(SIGINT, askedToEnd, &follower);
     g_unix_signal_add(SIGTERM, askedToEnd, &follower);
-    noteOwner(follower);
-    std::fputs("ready\n", stderr);
-    g_main_loop_run(loop.get());
+    runLoop(follower, proxy.get());
+    while (std::exchange(follower.lost, false)) {
+        proxy = subscribe(follower);
+        if (!proxy) {
+            return programs::kFailed;
+        }
+        complain(kProgram, "lost the session bus, connected again: signals may be missing here");
+        runLoop(follower, proxy.get());
+    }
     return follower.status;
 }
 
@@ -226,7 +242,8 @@ int main(int argc, char** argv)
         "numbers in decimal, commands and parameter bytes in hexadecimal.\n"
         "\n"
         "The line `ready` on standard error says that from here on no signal is missed. The service may start before\n"
-        "or after; it is said once when it is being waited for. Ends with SIGINT or SIGTERM.",
+        "or after; it is said once when it is being waited for. When the bus closes the connection, it connects again\n"
+        "and prints a line and `ready`. Ends with SIGINT or SIGTERM, or when the bus has gone.",
         kProgram);
     Follower follower;
     app.add_flag(

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Cli.h"
 #include "SessionBus.h"
@@ -166,34 +167,53 @@ void showCalls(bool clears)
         call(connection.get(), "ClearCalls", nullptr);
 }
 
-/// Follows the head unit until it leaves the bus or the user has seen enough.
+/// Follows the head unit until it leaves the bus or the user has seen enough. Connects once more when its connection is
+/// closed.
 class Watch
 {
 public:
-    explicit Watch(GDBusConnection* connection) : connection_(connection), loop_(g_main_loop_new(nullptr, FALSE)) {}
+    Watch() : connection_(connect()), loop_(g_main_loop_new(nullptr, FALSE)) {}
     ~Watch() { g_main_loop_unref(loop_); }
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
 
     void run()
     {
-        g_dbus_connection_signal_subscribe(connection_, kBusName, kBusName, nullptr, kObjectPath, nullptr,
-                                           G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
-        g_dbus_connection_signal_subscribe(connection_, "org.freedesktop.DBus", "org.freedesktop.DBus",
-                                           "NameOwnerChanged", "/org/freedesktop/DBus", kBusName,
-                                           G_DBUS_SIGNAL_FLAGS_NONE, onOwnerChanged, this, nullptr);
-        g_signal_connect(connection_, "closed", G_CALLBACK(onBusClosed), this);
-        // The bus answers in order: once it has, it knows of the subscriptions.
-        call(connection_, "GetState", g_variant_new("(s)", "/source/current"));
-        std::fputs("ready\n", stderr);
+        follow();
         g_unix_signal_add(SIGINT, onInterrupt, this);
         g_unix_signal_add(SIGTERM, onInterrupt, this);
         g_main_loop_run(loop_);
-        if (!failure_.empty())
-            throw Failure{programs::kFailed, failure_};
+        while (std::exchange(lost_, false)) {
+            connectAgain();
+            follow();
+            g_main_loop_run(loop_);
+        }
     }
 
 private:
+    void follow()
+    {
+        g_dbus_connection_signal_subscribe(connection_.get(), kBusName, kBusName, nullptr, kObjectPath, nullptr,
+                                           G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
+        g_dbus_connection_signal_subscribe(connection_.get(), "org.freedesktop.DBus", "org.freedesktop.DBus",
+                                           "NameOwnerChanged", "/org/freedesktop/DBus", kBusName,
+                                           G_DBUS_SIGNAL_FLAGS_NONE, onOwnerChanged, this, nullptr);
+        g_signal_connect(connection_.get(), "closed", G_CALLBACK(onBusClosed), this);
+        // The bus answers in order: once it has, it knows of the subscriptions.
+        call(connection_.get(), "GetState", g_variant_new("(s)", "/source/current"));
+        std::fputs("ready\n", stderr);
+    }
+
+    void connectAgain()
+    {
+        try {
+            connection_ = connect();
+        } catch (const Failure&) {
+            throw Failure{programs::kFailed, "the session bus is gone"};
+        }
+        programs::complain(kProgram, "lost the session bus, connected again: lines may be missing here");
+    }
+
     static void onSignal(GDBusConnection*, const char*, const char*, const char*, const char* name, GVariant* arguments,
                          gpointer)
     {
@@ -233,29 +253,24 @@ private:
         const char* owner = nullptr;
         g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &owner);
         if (*owner == '\0')
-            static_cast<Watch*>(data)->end("");
+            g_main_loop_quit(static_cast<Watch*>(data)->loop_);
     }
 
     static void onBusClosed(GDBusConnection*, gboolean, GError*, gpointer data)
     {
-        static_cast<Watch*>(data)->end("the session bus is gone");
+        static_cast<Watch*>(data)->lost_ = true;
+        g_main_loop_quit(static_cast<Watch*>(data)->loop_);
     }
 
     static gboolean onInterrupt(gpointer data)
     {
-        static_cast<Watch*>(data)->end("");
+        g_main_loop_quit(static_cast<Watch*>(data)->loop_);
         return G_SOURCE_CONTINUE;
     }
 
-    void end(const char* failure)
-    {
-        failure_ = failure;
-        g_main_loop_quit(loop_);
-    }
-
-    GDBusConnection* const connection_;
+    Connection connection_;
     GMainLoop* const loop_;
-    std::string failure_;
+    bool lost_ = false;  // the connection has been closed
 };
 
 /// The command line.
@@ -331,14 +346,11 @@ private:
         CLI::App* const command = app_.add_subcommand(
             "watch",
             "Print calls and state changes as they come, a JSON object per line: {\"service\",\"op\",\"args\"} or\n"
-            "{\"path\",\"value\"}; until interrupted, or the head unit leaves the bus");
+            "{\"path\",\"value\"}; until interrupted, or the head unit leaves the bus. Connects again when its "
+            "connection\n"
+            "is closed");
         command->footer("Prints \"ready\" on standard error when it follows. Example: headunitctl watch");
-        command->callback([this] {
-            action_ = [] {
-                const Connection connection = connect();
-                Watch(connection.get()).run();
-            };
-        });
+        command->callback([this] { action_ = [] { Watch().run(); }; });
     }
 
     CLI::App app_{"Reads, sets and records the simulated head unit of engineering-service", kProgram};

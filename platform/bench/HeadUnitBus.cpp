@@ -182,6 +182,7 @@ public:
             static_cast<Session*>(self)->stopped_ = true;
             return G_SOURCE_REMOVE;
         });
+        g_cancellable_cancel(cancellable_.get());  // it may be connecting again
         thread_.join();
     }
 
@@ -226,8 +227,11 @@ private:
         if (error.empty())
             observe();
         outcome.set_value(error);
-        while (error.empty() && !stopped_)
+        while (error.empty() && !stopped_) {
             g_main_context_iteration(context_, TRUE);
+            if (std::exchange(lost_, false))
+                reopen();
+        }
         unobserve();
         close();
         g_main_context_pop_thread_default(context_);
@@ -249,13 +253,29 @@ private:
         if (!connection_)
             return "no session bus: " + error.text();
         g_dbus_connection_set_exit_on_close(connection_.get(), FALSE);
-        g_signal_connect(connection_.get(), "closed", G_CALLBACK(+[](GDBusConnection*, gboolean, GError*, gpointer) {
-                             report(std::string("the session bus is gone, and ") + kBusName + " with it");
+        g_signal_connect(connection_.get(), "closed",
+                         G_CALLBACK(+[](GDBusConnection*, gboolean, GError*, gpointer self) {
+                             static_cast<Session*>(self)->lost_ = true;
                          }),
                          this);
         if (!offerObject(error))
             return "the head unit cannot be offered on the session bus: " + error.text();
         return ownName();
+    }
+
+    /// Connects once more: GDBus also closes a connection upon a message that it cannot decode.
+    void reopen()
+    {
+        close();  // GDBus has kept the socket, and the bus the name
+        closed_ = false;
+        connection_.reset();
+        const std::string error = open();
+        if (error.empty()) {
+            report(std::string("lost the session bus, connected again as ") + kBusName);
+        } else {
+            unobserve();
+            report(std::string("the session bus is gone, and ") + kBusName + " with it: " + error);
+        }
     }
 
     bool offerObject(Error& error)
@@ -317,7 +337,7 @@ private:
     void sendSignals()
     {
         constexpr int kBatch = 64;
-        if (flushing_)
+        if (flushing_ || !connection_)
             return;
         for (int count = 0; count < kBatch; ++count) {
             const auto signal = nextSignal();
@@ -465,6 +485,7 @@ private:
     int changeObserver_ = 0;
     int callObserver_ = 0;
     bool stopped_ = false;
+    bool lost_ = false;  // the connection has been closed, not by this object
     bool flushing_ = false;
     bool closed_ = false;
 };

@@ -8,7 +8,8 @@
 namespace bench {
 
 /// The simulated head unit's D-Bus interface (com.zent.linux.headunit.xml), on a connection and a thread of its own:
-/// what becomes of the bus touches nothing else in the process.
+/// what becomes of the bus touches nothing else in the process. When the connection is closed it connects once more;
+/// without a bus the interface is gone for good.
 class HeadUnitBus
 {
 public:

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/BusClient.h"
 #include "tests/support/PrivateBus.h"
 
 namespace bench {
@@ -280,6 +281,33 @@ TEST_F(HeadUnitBusTest, RaiseEventIsAnsweredAfterTheListenersHaveRun)
     raising.join();
 
     EXPECT_EQ(listener.speed, 80u);
+    KYR_GetSystemMiscProxy()->RemoveListener(&listener);
+}
+
+std::string ownerOf(tests::BusClient& client, const std::string& name)
+{
+    return client.callBus("GetNameOwner", "('" + name + "',)");
+}
+
+TEST_F(HeadUnitBusTest, IsBackAfterACallThatGDBusCannotDecodeThoughAnotherCallStillRuns)
+{
+    tests::BusClient other(bus_.address());
+    SlowListener listener;
+    KYR_GetSystemMiscProxy()->AddListener(&listener);
+    std::thread raising(
+        [this] { Client(bus_.address()).call("RaiseEvent", texts("OnCarSpeedChange", R"({"speed":80})")); });
+    listener.begun.get_future().wait();
+    const std::string before = ownerOf(other, kName);
+
+    other.sendUndecodable(kName, G_DBUS_MESSAGE_TYPE_METHOD_CALL);
+
+    for (const auto deadline = std::chrono::steady_clock::now() + 20s;
+         ownerOf(other, kName) == before && std::chrono::steady_clock::now() < deadline;) {
+    }
+    EXPECT_TRUE(other.waitForOwner(kName, true));
+    EXPECT_EQ(client_.call("GetState", texts("/audio/volume")).value, "('12',)");
+    listener.mayEnd.set_value();
+    raising.join();
     KYR_GetSystemMiscProxy()->RemoveListener(&listener);
 }
 

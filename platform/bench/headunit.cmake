@@ -46,6 +46,6 @@ unit_test(bench_headunit_test
     RootTextTest.cpp
     SignalOutboxTest.cpp
     StateTest.cpp
-  LIBRARIES platform_bench test_support_process PkgConfig::gio)
+  LIBRARIES platform_bench test_support_bus)
 
 precompile(platform_bench program_headers)

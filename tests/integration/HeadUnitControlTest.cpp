@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/integration/BenchTest.h"
+#include "tests/support/BusClient.h"
 
 namespace tests {
 namespace {
@@ -145,6 +146,34 @@ TEST_F(HeadUnitControlTest, WatchShowsAChangeAsItComes)
     const auto change = watch.waitForLine(Stream::kOut, "/audio/volume");
     ASSERT_TRUE(change);
     EXPECT_EQ(json::parse(*change), (json{{"path", "/audio/volume"}, {"value", 21}}));
+}
+
+TEST_F(HeadUnitControlTest, WatchFollowsAgainAfterASignalThatGDBusCannotDecode)
+{
+    startService();
+    ChildProcess& watch = start({HEADUNITCTL, "watch"});
+    ASSERT_TRUE(watch.waitForLine(Stream::kErr, "ready"));
+    BusClient attacker(bus().address());
+    const auto connections = attacker.connectionsOf(watch.pid());
+    ASSERT_THAT(connections, SizeIs(1));
+
+    attacker.sendUndecodable(connections.front(), G_DBUS_MESSAGE_TYPE_SIGNAL);
+
+    EXPECT_TRUE(watch.waitForLine(Stream::kErr, "connected again")) << watch.output(Stream::kErr);
+    control({"set", "/audio/volume", "21"});
+    EXPECT_TRUE(watch.waitForLine(Stream::kOut, "/audio/volume"));
+}
+
+TEST_F(HeadUnitControlTest, HeadUnitIsBackOnTheBusAfterACallThatGDBusCannotDecode)
+{
+    ChildProcess& service = startService();
+    BusClient attacker(bus().address());
+
+    attacker.sendUndecodable("com.zent.linux.headunit", G_DBUS_MESSAGE_TYPE_METHOD_CALL);
+
+    EXPECT_TRUE(service.waitForLine(Stream::kErr, "connected again")) << service.output(Stream::kErr);
+    EXPECT_EQ(state("/audio/volume"), 12);
+    EXPECT_EQ(attacker.callEngineering("auto_test_set_track_index", "(byte 0, byte 0)"), "()");
 }
 
 TEST_F(HeadUnitControlTest, StartModuleRunsTheRegisteredAction)

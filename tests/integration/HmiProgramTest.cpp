@@ -227,6 +227,21 @@ TEST_F(HmiProgramTest, EndsWithStatusOneWhenTheBusGoesAway)
     EXPECT_THAT(hmi.lines(Stream::kErr).back(), HasSubstr("bus"));
 }
 
+TEST_F(HmiProgramTest, FollowsAgainAfterASignalThatGDBusCannotDecode)
+{
+    ChildProcess& hmi = startHmi({"--track", "1=5"});
+    BusClient attacker(bus().address());
+    const auto connections = attacker.connectionsOf(hmi.pid());
+    ASSERT_THAT(connections, SizeIs(1));
+
+    attacker.sendUndecodable(connections.front(), G_DBUS_MESSAGE_TYPE_SIGNAL);
+
+    EXPECT_TRUE(hmi.waitForLine(Stream::kErr, "connected again")) << hmi.output(Stream::kErr);
+    ServiceDouble service(bus().address());
+    service.emit("OnAutoTestGetMediaTrackIndexSignal", "(byte 1,)");
+    EXPECT_THAT(service.nextTrack(), ElementsAre(1, 5));
+}
+
 TEST_F(HmiProgramTest, WrongTrackIsOneLineWithStatusTwo)
 {
     const auto outcome = run({ENGINEERING_HMI, "--track", "1=300"});

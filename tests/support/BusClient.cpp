@@ -1,5 +1,8 @@
 #include "tests/support/BusClient.h"
 
+#include <gio/gunixfdlist.h>
+#include <unistd.h>
+
 #include <future>
 #include <stdexcept>
 
@@ -13,6 +16,7 @@ constexpr const char* kHeadUnit = "com.zent.linux.headunit";
 constexpr const char* kHeadUnitPath = "/com/zent/linux/headunit";
 constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
+constexpr int kTimeoutMs = 20'000;
 
 std::string print(GVariant* value)
 {
@@ -30,6 +34,21 @@ GVariant* parse(const std::string& text)
         throw std::runtime_error("no arguments: " + text);
     }
     return value;
+}
+
+/// @returns `reply` as text, or the name of `error` (its message where it did not come over the bus). Frees either.
+std::string outcomeOf(GVariant* reply, GError* error)
+{
+    if (reply == nullptr) {
+        gchar* const name = g_dbus_error_get_remote_error(error);
+        std::string text(name != nullptr ? name : error->message);
+        g_free(name);
+        g_error_free(error);
+        return text;
+    }
+    std::string text = print(reply);
+    g_variant_unref(reply);
+    return text;
 }
 
 }  // namespace
@@ -107,6 +126,11 @@ std::string BusClient::callEngineering(const std::string& method, const std::str
     return reply;
 }
 
+std::string BusClient::pingEngineering()
+{
+    return call(kEngineering, kEngineeringPath, "org.freedesktop.DBus.Peer", "Ping", nullptr);
+}
+
 std::string BusClient::callHeadUnit(const std::string& method, const std::string& arguments)
 {
     GVariant* const parsed = parse(arguments);
@@ -115,24 +139,89 @@ std::string BusClient::callHeadUnit(const std::string& method, const std::string
     return reply;
 }
 
+std::string BusClient::callBus(const std::string& method, const std::string& arguments)
+{
+    GVariant* const parsed = parse(arguments);
+    const std::string reply = call(kBus, kBusPath, kBus, method, parsed);
+    g_variant_unref(parsed);
+    return reply;
+}
+
+bool BusClient::waitForOwner(const std::string& name, bool wanted)
+{
+    const auto deadline = std::chrono::steady_clock::now() + kGenerous;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (callBus("NameHasOwner", "('" + name + "',)") == (wanted ? "(true,)" : "(false,)")) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<std::string> BusClient::connectionsOf(pid_t process)
+{
+    GVariant* const reply =
+        g_dbus_connection_call_sync(connection_, kBus, kBusPath, kBus, "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
+                                    G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    if (reply == nullptr) {
+        throw std::runtime_error("the bus lists no names");
+    }
+    std::vector<std::string> names;
+    GVariantIter* each = nullptr;
+    g_variant_get(reply, "(as)", &each);
+    const std::string wanted = "(uint32 " + std::to_string(process) + ",)";
+    for (const gchar* name = nullptr; g_variant_iter_next(each, "&s", &name);) {
+        if (*name == ':' && callBus("GetConnectionUnixProcessID", "('" + std::string(name) + "',)") == wanted) {
+            names.emplace_back(name);
+        }
+    }
+    g_variant_iter_free(each);
+    g_variant_unref(reply);
+    return names;
+}
+
+void BusClient::sendUndecodable(const std::string& destination, GDBusMessageType type)
+{
+    GVariant* value = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, "x", 1, 1);
+    for (int depth = 0; depth < 64; ++depth) {
+        value = g_variant_new_variant(value);
+    }
+    GDBusMessage* const message = g_dbus_message_new();
+    g_dbus_message_set_message_type(message, type);
+    g_dbus_message_set_flags(message, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+    g_dbus_message_set_destination(message, destination.c_str());
+    g_dbus_message_set_path(message, kEngineeringPath);
+    g_dbus_message_set_interface(message, kEngineering);
+    g_dbus_message_set_member(message, "uart_send_data");
+    g_dbus_message_set_body(message, g_variant_new("(yy@vq)", 0x83, 0x05, value, 1));
+    g_dbus_connection_send_message(connection_, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+    g_dbus_connection_flush_sync(connection_, nullptr, nullptr);
+    g_object_unref(message);
+}
+
 std::string BusClient::call(const char* name, const char* path, const char* interface, const std::string& method,
                             GVariant* arguments)
 {
-    constexpr int kTimeoutMs = 20'000;
     GError* error = nullptr;
-    GVariant* reply =
+    GVariant* const reply =
         g_dbus_connection_call_sync(connection_, name, path, interface, method.c_str(), arguments, nullptr,
                                     G_DBUS_CALL_FLAGS_NO_AUTO_START, kTimeoutMs, nullptr, &error);
-    if (reply == nullptr) {
-        gchar* errorName = g_dbus_error_get_remote_error(error);
-        std::string text(errorName != nullptr ? errorName : error->message);
-        g_free(errorName);
-        g_error_free(error);
-        return text;
+    return outcomeOf(reply, error);
+}
+
+std::string BusClient::callWithDescriptors(const std::string& destination, int count)
+{
+    GUnixFDList* const descriptors = g_unix_fd_list_new();
+    for (int i = 0; i < count; ++i) {
+        g_unix_fd_list_append(descriptors, STDERR_FILENO, nullptr);
     }
-    std::string text = print(reply);
-    g_variant_unref(reply);
-    return text;
+    GError* error = nullptr;
+    GVariant* const reply = g_dbus_connection_call_with_unix_fd_list_sync(
+        connection_, destination.c_str(), kEngineeringPath, kEngineering, "auto_test_set_track_index",
+        g_variant_new("(yy)", 0, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, kTimeoutMs, descriptors, nullptr, nullptr,
+        &error);
+    g_object_unref(descriptors);
+    return outcomeOf(reply, error);
 }
 
 bool BusClient::own(const std::string& name)

@@ -30,8 +30,30 @@ public:
     /// @returns the reply as text, or the name of the error.
     std::string callEngineering(const std::string& method, const std::string& arguments);
 
-    /// The same for the simulated head unit.
+    /// Calls the service's org.freedesktop.DBus.Peer.Ping, which the bus library answers.
+    std::string pingEngineering();
+
+    /// As callEngineering() for the simulated head unit.
     std::string callHeadUnit(const std::string& method, const std::string& arguments);
+
+    /// The same for the bus itself.
+    std::string callBus(const std::string& method, const std::string& arguments);
+
+    /// Waits until `name` has an owner, or with false until it has none.
+    /// @returns whether that has come about.
+    bool waitForOwner(const std::string& name, bool wanted);
+
+    /// @returns the unique names of a process's connections.
+    std::vector<std::string> connectionsOf(pid_t process);
+
+    /// Sends `destination` a message that the bus lets pass and GDBus cannot decode: its argument, in a variant, is
+    /// nested in 63 more.
+    /// @param type a method call or a signal
+    void sendUndecodable(const std::string& destination, GDBusMessageType type);
+
+    /// Calls auto_test_set_track_index at the connection `destination` and sends `count` file descriptors along.
+    /// @returns the reply as text, or the name of the error.
+    std::string callWithDescriptors(const std::string& destination, int count);
 
     /// Waits until `count` signals have come.
     /// @returns all that have come, fewer when they do not come.
