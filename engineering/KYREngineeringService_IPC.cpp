@@ -9,6 +9,7 @@
 #include "KYRHmi.h"
 #include "KYRKey.h"
 #include "engineering/BusBacklog.h"
+#include "engineering/BusCalls.h"
 #include "engineering/EngineeringSignals.h"
 #include "engineering/KYRSingleton.h"
 #include "engineering/Log.h"
@@ -30,8 +31,9 @@ constexpr std::size_t kSignalParams = 256;
 /// ExportDbusEnv()'s command, and then its output: the environment refers to it for as long as the process lives.
 char g_DbusEnv[256] = "dbus-launch --config-file=/etc/dbus-1/session.conf |grep DBUS_SESSION_BUS_ADDRESS";
 
-/// Made before any thread is, and never destroyed: GDBus's own thread may use it until the process has ended.
+// Made before any thread is, and never destroyed: GDBus's own thread may use them until the process has ended.
 BusBacklog& g_Backlog = *new BusBacklog;
+BusCalls& g_Calls = *new BusCalls;
 
 /// Runs a method call's work. What it throws must not pass through the C code that called back.
 template <class Work>
@@ -126,6 +128,7 @@ void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
     if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection, kObjectPath, &error)) {
         // Not before: a signal that is counted must also leave.
         g_Backlog.Watch(connection);
+        g_Calls.Watch(connection);
         return;
     }
     KYR_LOG_ERROR("Error: Failed to export object. Reason: %s.", error->message);

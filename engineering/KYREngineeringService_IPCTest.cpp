@@ -2,8 +2,10 @@
 
 #include "engineering/KYREngineeringService_IPC.h"
 
+#include <gio/gunixfdlist.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 #include <fstream>
 
 #include "engineering/BusBacklog.h"
+#include "engineering/BusCalls.h"
 #include "engineering/EngineeringSignals.h"
 #include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
@@ -194,6 +197,97 @@ TEST_F(BridgeTest, MoreThan256ParametersAreCutAndTheCountKeepsItsLow8Bits)
     EXPECT_EQ(elements, 256U);
 }
 
+constexpr const char* kLimitsExceeded = "org.freedesktop.DBus.Error.LimitsExceeded";
+
+GDBusMessage* makeTrackCall()
+{
+    GDBusMessage* const message =
+        g_dbus_message_new_method_call("com.zent.linux.engineering", "/com/zent/linux/engineering",
+                                       "com.zent.linux.engineering", "auto_test_set_track_index");
+    g_dbus_message_set_body(message, g_variant_new("(yy)", 1, 7));
+    return message;
+}
+
+std::size_t openDescriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+void callWithoutReply(GDBusConnection* connection, int descriptors = 0)
+{
+    GDBusMessage* const message = makeTrackCall();
+    if (descriptors > 0) {
+        GUnixFDList* const list = g_unix_fd_list_new();
+        for (int i = 0; i < descriptors; ++i)
+            g_unix_fd_list_append(list, STDERR_FILENO, nullptr);
+        g_dbus_message_set_unix_fd_list(message, list);
+        g_object_unref(list);
+    }
+    g_dbus_message_set_flags(message, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+    g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+    g_object_unref(message);
+}
+
+/// Calls that wait for their answers. Belongs to the test's thread.
+class PendingCalls
+{
+public:
+    PendingCalls(GDBusConnection* connection, int count) : wanted_(count)
+    {
+        g_main_context_push_thread_default(context_);
+        for (int i = 0; i < count; ++i) {
+            GDBusMessage* const message = makeTrackCall();
+            g_dbus_connection_send_message_with_reply(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, 20'000,
+                                                      nullptr, nullptr, onReply, this);
+            g_object_unref(message);
+        }
+        g_main_context_pop_thread_default(context_);
+    }
+    ~PendingCalls()
+    {
+        waitForAll();
+        g_main_context_unref(context_);
+    }
+    PendingCalls(const PendingCalls&) = delete;
+    PendingCalls& operator=(const PendingCalls&) = delete;
+
+    /// @returns how many have been answered, with anything.
+    int answered()
+    {
+        while (g_main_context_iteration(context_, FALSE) != FALSE) {
+        }
+        return answered_;
+    }
+
+    /// @returns whether all were answered with success.
+    bool waitForAll()
+    {
+        while (answered_ < wanted_)
+            g_main_context_iteration(context_, TRUE);
+        return succeeded_ == wanted_;
+    }
+
+private:
+    static void onReply(GObject* connection, GAsyncResult* result, gpointer self)
+    {
+        auto& calls = *static_cast<PendingCalls*>(self);
+        ++calls.answered_;
+        GDBusMessage* const reply =
+            g_dbus_connection_send_message_with_reply_finish(G_DBUS_CONNECTION(connection), result, nullptr);
+        if (reply == nullptr)
+            return;
+        if (g_dbus_message_get_message_type(reply) == G_DBUS_MESSAGE_TYPE_METHOD_RETURN)
+            ++calls.succeeded_;
+        g_object_unref(reply);
+    }
+
+    GMainContext* const context_ = g_main_context_new();
+    const int wanted_;
+    int answered_ = 0;
+    int succeeded_ = 0;
+};
+
 struct SendCase {
     const char* arguments;
     std::vector<std::string> replies;
@@ -245,16 +339,54 @@ TEST_F(BridgeTest, UartSendDataRefusesAParameterThatIsNoArrayOfBytes)
     EXPECT_THAT(log.errors(), ElementsAre("ERROR uart_send_data, param is no array of bytes, nothing is sent"));
 }
 
-TEST_F(BridgeTest, UartSendDataTakesAHugeArray)
+TEST_F(BridgeTest, CallsBeyond256UnderWayAreRefusedAtOnceAndTheOthersServed)
 {
-    std::string strHuge = "[byte 7";
-    for (int i = 0; i < 100'000; ++i)
-        strHuge += ", 7";
+    bridge().station.hold();
+    // The first has its answer and occupies the loop.
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 0)"), "()");
+    // The bus lets one client wait for 128 answers.
+    tests::BusClient other(bridge().bus.address());
+    PendingCalls pending(client.connection(), BusCalls::kMostWaiting / 2);
+    PendingCalls others(other.connection(), BusCalls::kMostWaiting / 2);
+    EXPECT_EQ(other.pingEngineering(), kLimitsExceeded);
 
-    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, <" + strHuge + "]>, uint16 2)"), "()");
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 1)"), kLimitsExceeded);
+    EXPECT_EQ(pending.answered() + others.answered(), 0);
 
-    ASSERT_TRUE(bridge().station.waitForFrames(1));
-    EXPECT_THAT(replies(), ElementsAre("8E 01 [07 07]"));
+    bridge().station.release();
+    EXPECT_TRUE(pending.waitForAll());
+    EXPECT_TRUE(others.waitForAll());
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 2)"), "()");
+    EXPECT_TRUE(bridge().station.waitForFrames(BusCalls::kMostWaiting + 2));
+}
+
+TEST_F(BridgeTest, CallsThatNobodyWaitsForAreCountedToo)
+{
+    bridge().station.hold();
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 0)"), "()");
+    for (int count = 0; count < BusCalls::kMostWaiting + 50; ++count)
+        callWithoutReply(client.connection());
+
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 1)"), kLimitsExceeded);
+
+    bridge().station.release();
+    EXPECT_TRUE(bridge().station.waitForFrames(BusCalls::kMostWaiting + 1));
+}
+
+TEST_F(BridgeTest, DescriptorsOfCallsThatWaitAreClosed)
+{
+    const std::size_t before = openDescriptors();
+    bridge().station.hold();
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 0)"), "()");
+    for (int count = 0; count < 50; ++count)
+        callWithoutReply(client.connection(), 16);
+    // GDBus's own thread answers this, in its turn.
+    EXPECT_EQ(client.pingEngineering(), "()");
+
+    EXPECT_LE(openDescriptors(), before);
+
+    bridge().station.release();
+    EXPECT_TRUE(bridge().station.waitForFrames(51));
 }
 
 TEST_F(BridgeTest, TracksAndKeysReachTheStation)

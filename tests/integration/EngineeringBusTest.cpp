@@ -15,6 +15,7 @@ using wire::kModeOnReply;
 
 constexpr const char* kDone = "()";
 constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
+constexpr const char* kLimitsExceeded = "org.freedesktop.DBus.Error.LimitsExceeded";
 constexpr const char* kInvalidArguments = "org.freedesktop.DBus.Error.InvalidArgs";
 
 // 03+8F+FF+01 = 0192, two's complement FE6E
@@ -124,20 +125,37 @@ TEST_F(EngineeringBusTest, SizeAboveTwentyIsAnsweredWithSuccessAndSendsNothing)
     EXPECT_EQ(line.read(8), (Bytes{0x2A, 0xA2, 0x00, 0x02, 0x83, 0x05, 0xFF, 0x76}));
 }
 
-TEST_F(EngineeringBusTest, HugeArrayIsAnsweredAndItsFirstBytesSent)
+/// @returns arguments of uart_send_data with an array of that many bytes, the first of which is to be sent.
+std::string argumentsWithArrayOf(int count)
+{
+    std::string array = "[byte 0x01";
+    for (int i = 1; i < count; ++i) {
+        array += ",1";
+    }
+    return "(byte 0x83, byte 0x05, <" + array + "]>, uint16 1)";
+}
+
+TEST_F(EngineeringBusTest, CallOfUpTo64KibIsServedAndALargerOneRefused)
 {
     startService();
     BusClient hmi(bus().address());
     RawLine line(link());
-    std::string array = "[byte 0x01";
-    for (int i = 1; i < 100'000; ++i) {
-        array += ",1";
-    }
-    array += "]";
 
-    EXPECT_EQ(hmi.callEngineering("uart_send_data", "(byte 0x83, byte 0x05, <" + array + ">, uint16 1)"), kDone);
-
+    EXPECT_EQ(hmi.callEngineering("uart_send_data", argumentsWithArrayOf(65'000)), kDone);
     EXPECT_EQ(line.read(10), (Bytes{0x2A, 0xA2, 0x00, 0x03, 0x83, 0x05, 0x01, 0x00, 0xFF, 0x74}));
+
+    EXPECT_EQ(hmi.callEngineering("uart_send_data", argumentsWithArrayOf(65'536)), kLimitsExceeded);
+    EXPECT_EQ(hmi.callEngineering("uart_send_data", argumentsWithArrayOf(1'000'000)), kLimitsExceeded);
+    // Nothing was sent for these.
+    line.expectExchange(kModeOn, kModeOnReply);
+}
+
+TEST_F(EngineeringBusTest, CallThatBringsDescriptorsIsServed)
+{
+    startService();
+    BusClient hmi(bus().address());
+
+    EXPECT_EQ(hmi.callWithDescriptors("com.zent.linux.engineering", 16), kDone);
 }
 
 TEST_F(EngineeringBusTest, CallsWithWrongTypesAreRefused)

@@ -1,0 +1,90 @@
+#include "engineering/BusCalls.h"
+
+#include <gio/gunixfdlist.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* kObjectPath = "/com/zent/linux/engineering";
+
+/// @returns the size in bytes; the largest there is when it cannot be had.
+gsize SizeOf(GDBusMessage* pMessage)
+{
+    gsize nSize = G_MAXSIZE;
+    g_free(g_dbus_message_to_blob(pMessage, &nSize, G_DBUS_CAPABILITY_FLAGS_UNIX_FD_PASSING, nullptr));
+    return nSize;
+}
+
+void CloseDescriptors(GDBusMessage* pMessage)
+{
+    GUnixFDList* const pList = g_dbus_message_get_unix_fd_list(pMessage);
+    if (pList == nullptr)
+        return;
+    gint nCount = 0;
+    gint* const pDescriptors = g_unix_fd_list_steal_fds(pList, &nCount);
+    for (gint i = 0; i < nCount; ++i)
+        close(pDescriptors[i]);
+    g_free(pDescriptors);
+}
+
+void Refuse(GDBusConnection* pConnection, GDBusMessage* pCall, const char* pError, const char* pReason)
+{
+    if ((g_dbus_message_get_flags(pCall) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) != 0)
+        return;
+    GDBusMessage* const pReply = g_dbus_message_new_method_error_literal(pCall, pError, pReason);
+    g_dbus_connection_send_message(pConnection, pReply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+    g_object_unref(pReply);
+}
+
+}  // namespace
+
+void BusCalls::Watch(GDBusConnection* pConnection)
+{
+    g_dbus_connection_add_filter(pConnection, OnMessage, this, nullptr);
+}
+
+// Runs on GDBus's own thread, for every message of the connection, before GDBus hands an incoming one to the loop.
+GDBusMessage* BusCalls::OnMessage(GDBusConnection* pConnection, GDBusMessage* pMessage, gboolean bIncoming,
+                                  gpointer pSelf)
+{
+    if (!bIncoming || g_dbus_message_get_message_type(pMessage) != G_DBUS_MESSAGE_TYPE_METHOD_CALL ||
+        g_strcmp0(g_dbus_message_get_path(pMessage), kObjectPath) != 0)
+        return pMessage;
+    if (!static_cast<BusCalls*>(pSelf)->Admit(pConnection, pMessage))
+        g_clear_object(&pMessage);
+    else
+        CloseDescriptors(pMessage);
+    return pMessage;
+}
+
+bool BusCalls::Admit(GDBusConnection* pConnection, GDBusMessage* pCall)
+{
+    constexpr const char* kLimitsExceeded = "org.freedesktop.DBus.Error.LimitsExceeded";
+    if (SizeOf(pCall) > kMostBytes) {
+        Refuse(pConnection, pCall, kLimitsExceeded, "Expected a message of at most 64 KiB, got a larger one");
+        return false;
+    }
+    if (m_nWaiting >= kMostWaiting) {
+        Refuse(pConnection, pCall, kLimitsExceeded, "Expected at most 256 calls at a time, got one more");
+        return false;
+    }
+    CountUntilServed();
+    return true;
+}
+
+void BusCalls::CountUntilServed()
+{
+    ++m_nWaiting;
+    // The loop takes what is of one priority in the order in which it came: this first, then GDBus's own entry.
+    GSource* const pSource = g_idle_source_new();
+    g_source_set_priority(pSource, G_PRIORITY_DEFAULT);
+    g_source_set_callback(
+        pSource,
+        [](gpointer pSelf) -> gboolean {
+            --static_cast<BusCalls*>(pSelf)->m_nWaiting;
+            return G_SOURCE_REMOVE;
+        },
+        this, nullptr);
+    g_source_attach(pSource, nullptr);
+    g_source_unref(pSource);
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <atomic>
+
+/// Bounds the method calls that come to the bridge's object. GDBus keeps every call until the main loop takes it,
+/// without a limit, while the loop may wait for a slow station. A call beyond the bounds is answered with
+/// org.freedesktop.DBus.Error.LimitsExceeded. File descriptors that come with a call are closed: no method takes any.
+class BusCalls
+{
+public:
+    /// Calls that may wait for the main loop.
+    static constexpr int kMostWaiting = 256;
+
+    /// Size of a message, header included.
+    static constexpr gsize kMostBytes = 64 * 1024;
+
+    /// Begins to bound the calls on `pConnection`, which outlives this object's use and whose calls the default main
+    /// context serves. Called once.
+    void Watch(GDBusConnection* pConnection);
+
+private:
+    static GDBusMessage* OnMessage(GDBusConnection* pConnection, GDBusMessage* pMessage, gboolean bIncoming,
+                                   gpointer pSelf);
+    bool Admit(GDBusConnection* pConnection, GDBusMessage* pCall);
+    void CountUntilServed();
+
+    std::atomic<int> m_nWaiting = 0;
+};
