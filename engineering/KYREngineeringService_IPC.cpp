@@ -10,6 +10,7 @@
 #include "KYRKey.h"
 #include "engineering/BusBacklog.h"
 #include "engineering/BusCalls.h"
+#include "engineering/BusSocket.h"
 #include "engineering/EngineeringSignals.h"
 #include "engineering/KYRSingleton.h"
 #include "engineering/Log.h"
@@ -129,6 +130,9 @@ void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
         // Not before: a signal that is counted must also leave.
         g_Backlog.Watch(connection);
         g_Calls.Watch(connection);
+        CloseSocketWith(connection, [] {
+            KYR_LOG_ERROR("the connection to D-Bus has closed, the service goes on without the name %s", kBusName);
+        });
         return;
     }
     KYR_LOG_ERROR("Error: Failed to export object. Reason: %s.", error->message);

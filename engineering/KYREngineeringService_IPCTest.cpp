@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -14,6 +15,7 @@
 
 #include "engineering/BusBacklog.h"
 #include "engineering/BusCalls.h"
+#include "engineering/BusSocket.h"
 #include "engineering/EngineeringSignals.h"
 #include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
@@ -446,6 +448,36 @@ TEST_F(BridgeTest, ABusThatStandsStillCostsAMomentAndThenNothing)
             break;
     }
     EXPECT_THAT(log.lines(), Contains(StartsWith("WARN D-Bus takes signals again, ")));
+}
+
+/// @returns a connection of this process, as the bridge uses it, but without a loop that runs.
+GDBusConnection* connect(const std::string& address)
+{
+    return g_dbus_connection_new_for_address_sync(
+        address.c_str(),
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, nullptr);
+}
+
+TEST(BusSocketTest, IsClosedWithItsConnectionThoughNoMainLoopRuns)
+{
+    static std::atomic<int> closings = 0;
+    const tests::PrivateBus bus;
+    tests::BusClient client(bus.address());
+    GDBusConnection* const connection = connect(bus.address());
+    ASSERT_NE(connection, nullptr);
+    g_dbus_connection_set_exit_on_close(connection, FALSE);
+    const std::string name = g_dbus_connection_get_unique_name(connection);
+    CloseSocketWith(connection, [] { ++closings; });
+    g_dbus_connection_emit_signal(connection, nullptr, "/", "com.example.Test", "First", nullptr, nullptr);
+    g_dbus_connection_flush_sync(connection, nullptr, nullptr);
+
+    client.sendUndecodable(name, G_DBUS_MESSAGE_TYPE_SIGNAL);
+
+    EXPECT_TRUE(client.waitForOwner(name, false));
+    EXPECT_EQ(closings, 1);
+    g_object_unref(connection);
 }
 
 TEST(BusBacklogTest, WithoutAConnectionEverySignalIsAdmitted)

@@ -11,6 +11,9 @@
 namespace bench {
 namespace {
 
+/// A message may quote what another program sent, of any size.
+constexpr std::size_t kMostText = 200;
+
 /// Some messages name addresses or numbers and never come twice.
 constexpr std::size_t kMostMessages = 100;
 
@@ -39,8 +42,8 @@ try {
     constexpr int kShown = G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING;
     if ((level & kShown) == 0)
         return g_log_writer_default(level, fields, count, nullptr);
-    const std::string message =
-        firstTime(fieldOf(fields, count, "GLIB_DOMAIN") + ": " + fieldOf(fields, count, "MESSAGE"));
+    const std::string message = firstTime(
+        (fieldOf(fields, count, "GLIB_DOMAIN") + ": " + fieldOf(fields, count, "MESSAGE")).substr(0, kMostText));
     if (!message.empty())
         report(message);
     return G_LOG_WRITER_HANDLED;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <random>
 
 #include "tests/faults/BriefBus.h"
@@ -19,8 +20,12 @@ namespace tests {
 namespace {
 
 using std::chrono::steady_clock;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Le;
+using testing::SizeIs;
 using testing::StartsWith;
 using wire::Bytes;
 using wire::kAskMode;
@@ -30,6 +35,10 @@ using Stream = ChildProcess::Stream;
 
 // 03+8F+FF+01 = 0192, two's complement FE6E
 const Bytes kModeIsOn{0x2A, 0xA2, 0x00, 0x03, 0x8F, 0xFF, 0x01, 0x00, 0xFE, 0x6E};
+
+constexpr const char* kServiceName = "com.zent.linux.engineering";
+
+constexpr const char* kNoOwner = "org.freedesktop.DBus.Error.NameHasNoOwner";
 
 double seconds(steady_clock::duration time)
 {
@@ -59,6 +68,19 @@ protected:
         for (std::size_t frames = 0; frames < count && !HasFailure(); frames += kBurst) {
             line.expectExchange(questions, answers);
         }
+    }
+
+    /// @returns the error lines of the service's log.
+    std::vector<std::string> errors()
+    {
+        std::vector<std::string> lines;
+        std::ifstream log(root() / "perm_data/log/log_engineering.log");
+        for (std::string line; std::getline(log, line);) {
+            if (line.find(" ERROR ") != std::string::npos) {
+                lines.push_back(line);
+            }
+        }
+        return lines;
     }
 
     /// @returns how long the slowest of `count` frames took to be answered.
@@ -100,7 +122,11 @@ TEST_F(BusFaultTest, BusThatGoesOnGetsSignalsAndCallsAsBefore)
     startInTestMode();
     RawLine line(link());
     bus().stop();
-    exchange(line, 5'000);
+    // Longer than a connection that is dead would take to be noticed.
+    const auto begin = steady_clock::now();
+    do {
+        exchange(line, 2'500);
+    } while (steady_clock::now() < begin + std::chrono::seconds(2) && !HasFailure());
 
     bus().cont();
 
@@ -109,6 +135,28 @@ TEST_F(BusFaultTest, BusThatGoesOnGetsSignalsAndCallsAsBefore)
     EXPECT_EQ(line.read(10), (Bytes{0x2A, 0xA2, 0x00, 0x03, 0x83, 0x05, 0x07, 0x00, 0xFF, 0x6E}));
     line.expectExchange(kAskMode, kModeIsOn);
     EXPECT_EQ(hmi.waitForSignals(1).back(), "uart_data_changed_signal (byte 0x0f, byte 0xff, <@ay []>, byte 0x00)");
+}
+
+TEST_F(BusFaultTest, MessageThatGDBusCannotDecodeFreesTheNameAndIsNotNoticedByTheStation)
+{
+    ChildProcess& service = startInTestMode();
+    RawLine line(link());
+    BusClient hmi(bus().address());
+    const auto before = steady_clock::now();
+
+    hmi.sendUndecodable(kServiceName, G_DBUS_MESSAGE_TYPE_METHOD_CALL);
+
+    EXPECT_TRUE(hmi.waitForOwner(kServiceName, false));
+    const auto took = steady_clock::now() - before;
+    showFigure("undecodable message to a free name", seconds(took), "s");
+    EXPECT_LT(seconds(took), 1);
+    EXPECT_EQ(hmi.callEngineering("auto_test_set_track_index", "(byte 1, byte 7)"), kNoOwner);
+    exchange(line, 2'000);
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr(kServiceName)));
+    // GDBus shows the whole message, of any size.
+    EXPECT_THAT(service.lines(Stream::kErr), Each(SizeIs(Le(300u))));
+    service.signal(SIGTERM);
+    expectEnd(service, 0);
 }
 
 TEST_F(BusFaultTest, FramesBeforeABusThatStandsStillTakeABoundedMemory)
