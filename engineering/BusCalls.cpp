@@ -60,6 +60,10 @@ GDBusMessage* BusCalls::OnMessage(GDBusConnection* pConnection, GDBusMessage* pM
 bool BusCalls::Admit(GDBusConnection* pConnection, GDBusMessage* pCall)
 {
     constexpr const char* kLimitsExceeded = "org.freedesktop.DBus.Error.LimitsExceeded";
+    if (m_bStopped) {
+        Refuse(pConnection, pCall, "org.freedesktop.DBus.Error.ServiceUnknown", "The service has left the bus");
+        return false;
+    }
     if (SizeOf(pCall) > kMostBytes) {
         Refuse(pConnection, pCall, kLimitsExceeded, "Expected a message of at most 64 KiB, got a larger one");
         return false;

@@ -20,6 +20,10 @@ public:
     /// context serves. Called once.
     void Watch(GDBusConnection* pConnection);
 
+    /// Has every further call answered with org.freedesktop.DBus.Error.ServiceUnknown, since the main loop serves none
+    /// any more. Any thread.
+    void Stop() { m_bStopped = true; }
+
 private:
     static GDBusMessage* OnMessage(GDBusConnection* pConnection, GDBusMessage* pMessage, gboolean bIncoming,
                                    gpointer pSelf);
@@ -27,4 +31,5 @@ private:
     void CountUntilServed();
 
     std::atomic<int> m_nWaiting = 0;
+    std::atomic<bool> m_bStopped = false;
 };

@@ -8,6 +8,7 @@
 #include "KYRAudio.h"
 #include "KYRMediaPlayer.h"
 #include "KYRServiceFw.h"
+#include "engineering/KYREngineeringService_IPC.h"
 #include "engineering/KYREngineeringService_Server.h"
 #include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
@@ -134,6 +135,19 @@ TEST_F(EntryPointTest, ASecondInitBuildsNothingAgain)
     EXPECT_THAT(appManagerCalls(), ElementsAre("NotifyModuleInitBegin[14]"));
     EXPECT_THAT(log.lines(), ElementsAre("INFO ModuleProcessInitBegin---- ", "INFO - End"));
     EXPECT_EQ(KYRSingleton<KYRUARTManage>::GetInstance(), link);
+}
+
+TEST_F(EntryPointTest, AnInitAfterDeinitLeavesTheBridgeAsItIs)
+{
+    init();
+    GMainLoop* const loop = pLoop;
+    KYR_ServiceFw_Deinit();
+    log.clear();
+
+    EXPECT_EQ(init(), 1);
+
+    EXPECT_THAT(log.lines(), Contains("INFO InitDbusConnect()"));
+    EXPECT_EQ(pLoop, loop);
 }
 
 TEST_F(EntryPointTest, DeinitWithoutInitAndTwoInARowAreHarmless)

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <mutex>
 #include <vector>
 
 #include "KYRHmi.h"
@@ -35,6 +36,10 @@ char g_DbusEnv[256] = "dbus-launch --config-file=/etc/dbus-1/session.conf |grep 
 // Made before any thread is, and never destroyed: GDBus's own thread may use them until the process has ended.
 BusBacklog& g_Backlog = *new BusBacklog;
 BusCalls& g_Calls = *new BusCalls;
+
+/// Held while the loop is made and the name asked for.
+std::mutex g_InitMutex;
+guint g_nOwnerId = 0;  // of the claim to the name; guarded by g_InitMutex
 
 /// Runs a method call's work. What it throws must not pass through the C code that called back.
 template <class Work>
@@ -145,6 +150,20 @@ void nameAcquiredCB(GDBusConnection*, const gchar* name, gpointer)
     KYR_LOG_INFO("[rkb]engineering: nameAcquiredCB , Acquired bus name: %s.", name);
 }
 
+/// Once the loop has ended nobody serves a call. The bus would give the name to this process when its owner ends, so
+/// that the claim is given up; calls that waited for the loop are served, further ones refused.
+void LeaveBus()
+{
+    g_Calls.Stop();
+    const guint nOwnerId = [] {
+        const std::lock_guard lock(g_InitMutex);
+        return g_nOwnerId;
+    }();
+    g_bus_unown_name(nOwnerId);
+    for (int nCount = 0; nCount < BusCalls::kMostWaiting && g_main_context_iteration(nullptr, FALSE); ++nCount) {
+    }
+}
+
 void nameLostCB(GDBusConnection*, const gchar* name, gpointer)
 {
     KYR_LOG_INFO("engineering: nameLostCB call, Acquired bus name: %s.", name);
@@ -172,11 +191,14 @@ int KYREngineeringService_IPC::Init()
 int KYREngineeringService_IPC::InitDbusConnect()
 {
     KYR_LOG_INFO("%s()", __func__);
+    const std::lock_guard lock(g_InitMutex);
+    if (pLoop != nullptr)
+        return 1;
     pLoop = g_main_loop_new(nullptr, FALSE);
     if (m_pThread->Start(DbusThreadCallBack, this) == 0)
         KYR_LOG_ERROR("no thread for D-Bus, the service goes on without");
-    g_bus_own_name(G_BUS_TYPE_SESSION, kBusName, G_BUS_NAME_OWNER_FLAGS_NONE, busAcquiredCB, nameAcquiredCB, nameLostCB,
-                   nullptr, nullptr);
+    g_nOwnerId = g_bus_own_name(G_BUS_TYPE_SESSION, kBusName, G_BUS_NAME_OWNER_FLAGS_NONE, busAcquiredCB,
+                                nameAcquiredCB, nameLostCB, nullptr, nullptr);
     return 1;
 }
 
@@ -184,6 +206,7 @@ void KYREngineeringService_IPC::DbusThreadHandle()
 {
     KeepProcessWithoutBus();
     g_main_loop_run(pLoop);
+    LeaveBus();
 }
 
 void KYREngineeringService_IPC::ExportDbusEnv()

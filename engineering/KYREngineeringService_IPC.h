@@ -12,8 +12,8 @@
 /// Joins the service to the session bus: owns the bus name com.zent.linux.engineering, exports the one skeleton at
 /// /com/zent/linux/engineering, and runs the main loop of the default main context on a thread of its own, on which
 /// all bus callbacks and method calls arrive. The emit functions (EngineeringSignals.h) send through it.
-/// Lives until the process ends. When the name is lost, or there is no bus, the loop ends for good and the service
-/// goes on without.
+/// Lives until the process ends. When the name is lost, another process has it, or there is no bus, the loop ends
+/// for good, the claim to the name is given up, and the service goes on without.
 class KYREngineeringService_IPC
 {
 public:
@@ -22,12 +22,12 @@ public:
     KYREngineeringService_IPC(const KYREngineeringService_IPC&) = delete;
     KYREngineeringService_IPC& operator=(const KYREngineeringService_IPC&) = delete;
 
-    /// Starts the thread and asks for the name; returns at once.
+    /// Starts the thread and asks for the name, once in a process; returns at once. Any thread.
     /// @returns 1.
     int Init();
     int InitDbusConnect();
 
-    /// Runs the main loop until it is quit; the bridge's thread.
+    /// Runs the main loop until it is quit, then leaves the bus; the bridge's thread.
     void DbusThreadHandle();
 
     /// Puts the address of a session bus that it starts into the environment. For a process that has none; nothing

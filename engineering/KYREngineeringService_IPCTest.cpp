@@ -391,6 +391,19 @@ TEST_F(BridgeTest, DescriptorsOfCallsThatWaitAreClosed)
     EXPECT_TRUE(bridge().station.waitForFrames(51));
 }
 
+TEST_F(BridgeTest, ASecondInitLogsItsLineAndChangesNothing)
+{
+    GMainLoop* const loop = pLoop;
+    ComZentLinuxEngineering* const skeleton = pSkeleton;
+
+    EXPECT_EQ(KYRSingleton<KYREngineeringService_IPC>::GetInstance()->InitDbusConnect(), 1);
+
+    EXPECT_THAT(log.lines(), ElementsAre("INFO InitDbusConnect()"));
+    EXPECT_EQ(pLoop, loop);
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 9)"), "()");
+    EXPECT_EQ(pSkeleton, skeleton);
+}
+
 TEST_F(BridgeTest, TracksAndKeysReachTheStation)
 {
     EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 2, byte 7)"), "()");

@@ -159,6 +159,28 @@ TEST_F(BusFaultTest, MessageThatGDBusCannotDecodeFreesTheNameAndIsNotNoticedByTh
     expectEnd(service, 0);
 }
 
+TEST_F(BusFaultTest, SecondServiceDoesNotInheritTheName)
+{
+    ChildProcess& first = startService();
+    const auto other = directory() / "other";
+    ChildProcess& second = startService({"--uart", "pty:" + other.string()});
+    BusClient hmi(bus().address());
+    const ProcessFigures before = figuresOf(second.pid());
+
+    first.signal(SIGTERM);
+    expectEnd(first, 0);
+
+    EXPECT_TRUE(hmi.waitForOwner(kServiceName, false));
+    EXPECT_EQ(hmi.callEngineering("auto_test_set_track_index", "(byte 1, byte 7)"), kNoOwner);
+    for (const std::string& connection : hmi.connectionsOf(second.pid())) {
+        for (int count = 0; count < 80; ++count) {
+            EXPECT_THAT(hmi.callWithDescriptors(connection, 16), StartsWith("org.freedesktop.DBus.Error."));
+        }
+    }
+    EXPECT_LE(figuresOf(second.pid()).descriptors, before.descriptors);
+    RawLine(other).expectExchange(kModeOn, kModeOnReply);
+}
+
 TEST_F(BusFaultTest, FramesBeforeABusThatStandsStillTakeABoundedMemory)
 {
     ChildProcess& service = startInTestMode();
