@@ -117,6 +117,11 @@ void KeepProcessWithoutBus()
         g_dbus_connection_set_exit_on_close(connection, FALSE);
 }
 
+void connectionClosedCB()
+{
+    KYR_LOG_ERROR("the connection to D-Bus has closed, the service goes on without the name %s", kBusName);
+}
+
 void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
 {
     KYR_LOG_INFO("engineering: bus_acquired_cb call.");
@@ -135,9 +140,7 @@ void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
         // Not before: a signal that is counted must also leave.
         g_Backlog.Watch(connection);
         g_Calls.Watch(connection);
-        CloseSocketWith(connection, [] {
-            KYR_LOG_ERROR("the connection to D-Bus has closed, the service goes on without the name %s", kBusName);
-        });
+        CloseSocketWith(connection, connectionClosedCB);
         return;
     }
     KYR_LOG_ERROR("Error: Failed to export object. Reason: %s.", error->message);
