@@ -6,6 +6,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 
 // 0201: ask for the frequency, answered by 82 01 [high low]; 0FFF: ask for the mode, answered by 8F FF [0 or 1].
@@ -93,6 +94,44 @@ TEST_F(EngineTest, VariableInAPatternStandsForItself)
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
     EXPECT_EQ(verdictOf(step(2)), Verdict::kPass) << reasonOf(step(2));
     EXPECT_EQ(verdictOf(step(3)), Verdict::kFail);
+}
+
+TEST_F(EngineTest, PatternOnALongAnswerNeitherHangsNorCrashes)
+{
+    prompter.answers = {{"long", std::string(20'000, 'a')}, {"again", std::string(20'000, 'a')}};
+
+    runSteps(R"(
+        { prompt = "?", id = "long", answer = "text", expect = { matches = "(a+)+b" } },
+        { prompt = "?", id = "again", answer = "text", expect = { matches = "(.|x)*" } })");
+
+    EXPECT_EQ(verdictOf(step(0)), Verdict::kFail);
+    EXPECT_EQ(verdictOf(step(1)), Verdict::kPass);
+}
+
+TEST_F(EngineTest, PatternMatchesBytesThatAreNotUtf8AsLatin1)
+{
+    on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {0xFF, 0xFF, 0xFC}); };
+
+    runSteps(R"(
+        { send = "bluetooth.name", expect = { name = { matches = "ÿ{2}ü" } }, store = "name" },
+        { send = "bluetooth.name", expect = { name = { matches = "${name}" } } },
+        { send = "bluetooth.name", expect = { name = { matches = "[A-Z]*" } } })");
+
+    EXPECT_THAT(reasonOf(step(0)), Not(HasSubstr("matches")));
+    EXPECT_THAT(reasonOf(step(1)), Not(HasSubstr("matches")));
+    EXPECT_THAT(reasonOf(step(2)), HasSubstr("expected a text that matches /[A-Z]*/"));
+}
+
+TEST_F(EngineTest, PatternThatAVariableBreaksIsAnError)
+{
+    on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {'2'}); };
+
+    runSteps(R"(
+        { send = "bluetooth.name", store = "name" },
+        { send = "bluetooth.name", expect = { name = { matches = "[0-9]{5,${name}}" } } })");
+
+    EXPECT_EQ(verdictOf(step(1)), Verdict::kError);
+    EXPECT_EQ(reasonOf(step(1)), "invalid repetition size: {5,2}");
 }
 
 TEST_F(EngineTest, EveryFieldThatMissesIsNamed)

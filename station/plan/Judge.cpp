@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <regex>
 
+#include "station/Pattern.h"
 #include "station/plan/Literal.h"
 
 namespace station::plan {
@@ -40,32 +40,14 @@ bool inRange(const Expected& expected, double value)
            (!expected.maximum || isAtMost(value, *expected.maximum));
 }
 
-/// @returns a regular expression that only `text` matches.
-std::string literally(const std::string& text)
-{
-    std::string pattern;
-    for (const char c : text) {
-        if (std::string_view("^$\\.*+?()[]{}|/").find(c) != std::string_view::npos) {
-            pattern += '\\';
-        }
-        pattern += c;
-    }
-    return pattern;
-}
-
 /// Puts the variables into a regular expression, where they stand for themselves.
 std::string substituteInPattern(const std::string& pattern, const Variables& variables)
 {
     Variables plain;
     for (const auto& [name, value] : variables) {
-        plain[name] = literally(value);
+        plain[name] = literalPattern(value);
     }
     return substitute(pattern, plain);
-}
-
-bool matches(const std::string& text, const std::string& pattern)
-{
-    return std::regex_match(text, std::regex(pattern, std::regex::ECMAScript));
 }
 
 record::Scalar scalarOf(const catalogue::DecodedField& field, bool asNumber, double factor)

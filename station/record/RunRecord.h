@@ -40,7 +40,7 @@ struct Limits {
     std::optional<double> minimum;
     std::optional<double> maximum;
     std::optional<Scalar> equals;
-    std::optional<std::string> matches;  ///< regular expression (ECMAScript) for the whole text
+    std::optional<std::string> matches;  ///< regular expression (RE2) for the whole text
 
     bool operator==(const Limits&) const = default;
 };
