@@ -1,5 +1,8 @@
 // The test station's side of the line.
 
+#include <unistd.h>
+
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -19,8 +22,16 @@ using namespace programs::station_tool;
 
 station::Interrupt* interrupted = nullptr;
 
-void onSignal(int)
+/// The first Ctrl-C ends what runs, the second its teardown too. The third ends the tool at once: they may wait for
+/// something that does not come, such as a reader of standard output.
+constexpr int kLastRequest = 3;
+
+void onSignal(int number)
 {
+    static std::atomic<int> requests = 0;
+    if (number == SIGINT && ++requests == kLastRequest) {
+        _exit(kInterrupted);
+    }
     const int error = errno;
     interrupted->request();
     errno = error;

@@ -120,7 +120,7 @@ private:
         const std::size_t first = index_;
         const std::string skipped = stop_.empty() ? unmet(group.needsHeadUnit, group.onlyIf) : stop_;
         for (int round = 0; round < group.repeat; ++round) {
-            if (round > 0 && !stop_.empty()) {
+            if (round > 0 && checkStop()) {
                 break;
             }
             for (int attempt = 0; attempt <= group.retries; ++attempt) {
@@ -176,6 +176,7 @@ private:
             attempts(place, step, record);
         } else {
             record.cut = {Verdict::kSkipped, skipped};
+            checkStop();
         }
         observer_.onStepEnded(place, record);
         return verdictOf(record);

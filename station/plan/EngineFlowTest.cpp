@@ -417,6 +417,21 @@ TEST_F(EngineFlowTest, EndDuringAQuestionIsAborted)
     EXPECT_EQ(verdictOf(runSteps(R"({ prompt = "Lit?", id = "lit" })")), Verdict::kAborted);
 }
 
+TEST_F(EngineFlowTest, EndStopsAGroupWhoseStepsAreAllSkipped)
+{
+    int looks = 0;
+    headUnit.there = false;
+    headUnit.beforeLooking = [&] {
+        ++looks;
+        control.request();
+    };
+
+    runText("[[main]]\nname = \"G\"\nrepeat = 1000\nsteps = [{ send = \"test.mode\", requires = \"headunit\" }]\n");
+
+    EXPECT_EQ(looks, 1);
+    EXPECT_EQ(verdictOf(result.run), Verdict::kAborted);
+}
+
 TEST_F(EngineFlowTest, EndBeforeTheBeginningDoesNothingButTearDown)
 {
     control.request();

@@ -52,8 +52,14 @@ class HeadUnitStub : public HeadUnit
 public:
     bool there = true;
     std::vector<std::string> told;
+    std::function<void()> beforeLooking = [] {};
 
-    bool present() override { return there; }
+    bool present() override
+    {
+        beforeLooking();
+        return there;
+    }
+
     void set(const std::string& path, const std::string& json) override { told.push_back(path + " " + json); }
     void raise(const std::string& event, const std::string& json) override { told.push_back(event + " " + json); }
 };

@@ -1,10 +1,15 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <thread>
 
+#include "platform/bench/Descriptor.h"
 #include "tests/integration/BenchTest.h"
 
 namespace tests {
@@ -264,6 +269,37 @@ steps = [{ send = "test.mode" }, { wait = "keys.pressed", timeout = 3600 }]
 
     expectEnd(tool, 4);
     EXPECT_EQ(records().at(0)["verdict"], "ABORTED");
+}
+
+TEST_F(PlanProgramTest, ThirdInterruptEndsARunWhoseOutputNobodyReads)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + "[[main]]\nname = \"Main\"\nsteps = [{ name = \"" +
+                                             std::string(8000, 'x') + "\", send = \"test.mode\" }]\n");
+    const std::string pipe = (directory() / "pipe").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const bench::Descriptor reader(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(fcntl(reader.get(), F_SETPIPE_SZ, 4096), 4096);
+    ChildProcess& tool =
+        start({"sh", "-c", "exec " + shellWords(ENGINEERING_STATION) + " plan run " + plan + " --no-record > " + pipe});
+    const auto isFull = [&] {
+        int held = 0;
+        return ioctl(reader.get(), FIONREAD, &held) == 0 && held == 4096;
+    };
+    const auto deadline = std::chrono::steady_clock::now() + kGenerous;
+    while (!isFull() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(isFull());
+
+    // A signal that comes before the one before it was taken is one with it.
+    std::optional<int> status;
+    while (!status && std::chrono::steady_clock::now() < deadline) {
+        tool.signal(SIGINT);
+        status = tool.wait(std::chrono::milliseconds(50));
+    }
+
+    EXPECT_EQ(status, 4);
 }
 
 TEST_F(PlanProgramTest, SeveralUnitsAreTestedAtOnceEachWithItsRecord)
