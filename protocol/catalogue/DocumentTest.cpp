@@ -9,6 +9,7 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/generator/Writers.h"
+#include "protocol/toml/TableReader.h"
 
 namespace protocol::catalogue {
 namespace {
@@ -191,6 +192,33 @@ INSTANTIATE_TEST_SUITE_P(
                 R"(params = [{ name = "a", type = "u8", example = "1" }, { name = "a", type = "u8", example = "1" }])",
             "'a' is there twice"}),
     [](const auto& param) { return std::string(param.param.name); });
+
+TEST(DocumentTest, DeepKeyIsToldWithItsPlace)
+{
+    const std::string parts = ".\"a\" . a.'a'.a.a.a.a.a.a.a.a.a.a.a.a";
+
+    EXPECT_THAT(problemsOf("# ü\nb = 1\n [\"ü\"" + parts + ".a]\n"),
+                ElementsAre("catalogue.toml:3:3: expected at most 16 parts in a dotted key"));
+    EXPECT_THAT(problemsOf("a" + parts + " = 1\n"), testing::Not(testing::Contains(HasSubstr("dotted key"))));
+}
+
+TEST(DocumentTest, DotsThatAreInNoKeyAreSound)
+{
+    constexpr std::string_view kText = R"(# a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a
+a = "a.a.a.a.a.a.a.a.a.a\"a.a.a.a.a.a.a.a.a.a\\"
+b = 'a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a\'
+c = """
+a.a.a.a.a.a.a.a.a"a.a.a.a.a.a.a.a.a.a.a\""""
+d = '''a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a
+a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a.a'''
+e = [1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0]
+f = ""
+)";
+    toml_file::Problems problems;
+
+    EXPECT_EQ(toml_file::parse(kText, problems).size(), 6U);
+    EXPECT_THAT(problems, IsEmpty());
+}
 
 TEST(DocumentTest, NoBytesCrashTheReader)
 {

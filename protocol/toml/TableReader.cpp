@@ -26,6 +26,61 @@ std::string joined(std::initializer_list<std::string_view> words)
     return list;
 }
 
+/// Nested tables are taken apart by recursion, and each part of a key nests one more.
+constexpr std::size_t kMostKeyParts = 16;
+
+/// @returns the length of the comment or string at the beginning of `text`; 0 for anything else.
+std::size_t opaqueLength(std::string_view text)
+{
+    const auto upTo = [text](std::size_t end) { return std::min(end, text.size()); };
+    if (text.starts_with('#')) {
+        return upTo(text.find('\n'));
+    }
+    if (!text.starts_with('"') && !text.starts_with('\'')) {
+        return 0;
+    }
+    const std::string quotes(text.starts_with(std::string(3, text.front())) ? 3 : 1, text.front());
+    const std::string stops = quotes.size() == 3 ? std::string() : "\n";
+    std::size_t i = quotes.size();
+    for (; i < text.size() && stops.find(text[i]) == std::string::npos; ++i) {
+        if (text.substr(i).starts_with(quotes)) {
+            return i + quotes.size();
+        }
+        if (text[i] == '\\' && text.front() == '"') {
+            ++i;
+        }
+    }
+    return upTo(i);
+}
+
+/// @returns where a key with too many parts begins.
+std::optional<toml::source_position> findDeepKey(std::string_view text)
+{
+    toml::source_position place{1, 1};
+    toml::source_position key = place;
+    std::size_t parts = 1;
+    while (!text.empty()) {
+        const char c = text.front();
+        const std::size_t length = std::max<std::size_t>(1, opaqueLength(text));
+        if (c == '.' && ++parts > kMostKeyParts) {
+            return key;
+        }
+        for (const char each : text.substr(0, length)) {
+            const bool begins = (static_cast<unsigned char>(each) & 0xC0) != 0x80;
+            place = each == '\n' ? toml::source_position{place.line + 1, 1}
+                                 : toml::source_position{place.line, place.column + (begins ? 1 : 0)};
+        }
+        const bool ofKey = c == '"' || c == '\'' || c == '.' || c == '_' || c == '-' || c == ' ' || c == '\t' ||
+                           (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+        if (!ofKey) {
+            parts = 1;
+            key = place;
+        }
+        text.remove_prefix(length);
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 void sort(Problems& problems)
@@ -46,6 +101,10 @@ std::string format(const std::string& file, const Problem& problem)
 
 toml::table parse(std::string_view text, Problems& problems)
 {
+    if (const auto place = findDeepKey(text)) {
+        problems.push_back(at(*place, "expected at most " + std::to_string(kMostKeyParts) + " parts in a dotted key"));
+        return {};
+    }
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {

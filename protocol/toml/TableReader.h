@@ -13,7 +13,8 @@
 
 namespace protocol::toml_file {
 
-/// Parses the text of a file. A syntax error is put into `problems`, and the table is empty.
+/// Parses the text of a file. A syntax error, or a dotted key with more than 16 parts, is put into `problems`, and the
+/// table is empty.
 toml::table parse(std::string_view text, Problems& problems);
 
 /// Adds a problem at the place of `node`.

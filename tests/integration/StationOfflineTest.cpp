@@ -444,5 +444,32 @@ TEST(StationCatalogue, CheckTellsEveryMistakeByItsPlace)
     EXPECT_EQ(object["problems"].size(), linesOf(outcome.err).size());
 }
 
+TEST(StationFiles, KeyOfFiftyThousandPartsIsOneErrorLineWhicheverFileIsRead)
+{
+    const TempDir directory;
+    const auto path = (directory.path() / "deep.toml").string();
+    const auto sound = (directory.path() / "sound.toml").string();
+    std::ofstream(sound) << "schema = 1\nname = \"a\"\ntitle = \"A\"\n[[main]]\nname = \"G\"\n"
+                            "steps = [{ prompt = \"?\", id = \"a\" }]\n";
+    std::string key = "a";
+    for (int i = 1; i < 50'000; ++i) {
+        key += ".a";
+    }
+
+    for (const auto& text : {key + " = 1\n", "[" + key + "]\n", "[[" + key + "]]\n", "a = { " + key + " = 1 }\n"}) {
+        std::ofstream(path) << text;
+        for (const std::vector<std::string>& verb : {std::vector<std::string>{"plan", "check", path},
+                                                     {"catalogue", "check", path},
+                                                     {"plan", "run", sound, "--answers", path}}) {
+            const auto outcome = station(verb);
+
+            EXPECT_EQ(outcome.status, 2) << outcome.err;
+            EXPECT_THAT(
+                linesOf(outcome.err),
+                ElementsAre(AllOf(StartsWith(path + ":1:"), EndsWith(": expected at most 16 parts in a dotted key"))));
+        }
+    }
+}
+
 }  // namespace
 }  // namespace tests
