@@ -88,7 +88,8 @@ struct Connection::State {
 
     SerialLink openLink() const
     {
-        return SerialLink(port.path, port.baud, {.exclusive = true, .interrupt = options.interrupt});
+        return SerialLink(port.path, port.baud,
+                          {.exclusive = true, .ownOnly = port.ownOnly, .interrupt = options.interrupt});
     }
 
     void tell(TraceEvent event) const

@@ -19,6 +19,8 @@ namespace station {
 struct PortSpec {
     std::string path;
     unsigned baud = 115200;
+    /// Whether the device and its directory have to be this user's.
+    bool ownOnly = false;
 };
 
 /// The port is not there, or somebody else uses it; the text names the path and the reason.

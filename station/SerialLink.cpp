@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -40,6 +41,13 @@ timespec timeLeft(SerialLink::Clock::time_point deadline)
 
 }  // namespace
 
+bool SerialLink::isInOwnDirectory(const std::string& path)
+{
+    FileStatus directory{};
+    return lstat(std::filesystem::path(path).parent_path().c_str(), &directory) == 0 && S_ISDIR(directory.st_mode) &&
+           directory.st_uid == getuid();
+}
+
 bool SerialLink::isKnownBaud(unsigned baud)
 {
     return std::ranges::find(kSpeeds, baud, &std::pair<unsigned, speed_t>::first) != kSpeeds.end();
@@ -59,6 +67,9 @@ SerialLink::SerialLink(const std::string& path, unsigned baud, Options options)
         fail(error, user.empty() ? "cannot open" : "in use by " + user);
     }
     try {
+        if (options.ownOnly) {
+            refuseForeign();
+        }
         if (options.exclusive) {
             lock();
         }
@@ -79,6 +90,18 @@ SerialLink::~SerialLink()
 SerialLink::SerialLink(SerialLink&& other) noexcept
     : path_(std::move(other.path_)), interrupt_(other.interrupt_), descriptor_(std::exchange(other.descriptor_, -1))
 {
+}
+
+void SerialLink::refuseForeign() const
+{
+    if (!isInOwnDirectory(path_)) {
+        fail(EPERM, "its directory is not this user's");
+    }
+    // A link that was left behind leads to whoever has the terminal's number now.
+    FileStatus device{};
+    if (fstat(descriptor_, &device) != 0 || device.st_uid != getuid()) {
+        fail(EPERM, "it leads to a terminal of another user");
+    }
 }
 
 void SerialLink::lock()

@@ -24,9 +24,15 @@ public:
         /// Locks the device against other stations, and against every program that is not root's where that ends with
         /// this one's life; std::errc::device_or_resource_busy when somebody else has it.
         bool exclusive = false;
+        /// Refuses what somebody else may have put there, with std::errc::operation_not_permitted: the device, and the
+        /// directory in which `path` stands, have to be this user's. For a path in a directory that anybody may make.
+        bool ownOnly = false;
         /// Ends every wait with Interrupted; may be nullptr; outlives the link.
         const Interrupt* interrupt = nullptr;
     };
+
+    /// @returns whether the directory in which `path` stands is this user's, and not a symbolic link.
+    static bool isInOwnDirectory(const std::string& path);
 
     /// @returns whether a line can be opened at this rate, in bits per second.
     static bool isKnownBaud(unsigned baud);
@@ -58,6 +64,7 @@ public:
     std::size_t read(std::span<std::uint8_t> out, Clock::time_point deadline);
 
 private:
+    void refuseForeign() const;
     void lock();
     void configure(unsigned baud);
     bool waitFor(short events, Clock::time_point deadline) const;

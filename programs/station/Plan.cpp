@@ -192,7 +192,7 @@ void addRun(Tool& tool, CLI::App& noun)
         "  engineering-station plan run eol.toml --port /dev/ttyUSB0 --port /dev/ttyUSB1 --answers shift.toml");
     verb->callback([&tool, options] {
         if (options->ports.empty()) {
-            options->ports.push_back({defaultPort()});
+            options->ports.push_back(parsePort(defaultPort()));
         }
         tool.action = [&tool, options] { return runPlanAtPorts(tool, *options); };
     });

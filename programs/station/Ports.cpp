@@ -7,6 +7,7 @@
 #include "programs/Cli.h"
 #include "programs/station/Tool.h"
 #include "station/PortUsers.h"
+#include "station/SerialLink.h"
 #include "station/ports/SerialPorts.h"
 
 namespace programs::station_tool {
@@ -27,7 +28,8 @@ std::vector<Listed> list()
 {
     std::vector<Listed> all;
     std::error_code error;
-    if (const std::string link = defaultPort(); std::filesystem::exists(link, error)) {
+    const std::string link = defaultPort();
+    if (station::SerialLink::isInOwnDirectory(link) && std::filesystem::exists(link, error)) {
         SerialPort bench;
         bench.device = std::filesystem::canonical(link, error).string();
         bench.stableNames = {link};

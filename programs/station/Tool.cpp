@@ -22,16 +22,19 @@ constexpr double kLongestTimeout = 86400;
 
 station::PortSpec parsePort(std::string_view text)
 {
+    station::PortSpec port{std::string(text)};
     const auto comma = text.rfind(',');
     if (comma != std::string_view::npos) {
         const auto digits = text.substr(comma + 1);
         unsigned baud = 0;
         const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), baud);
         if (result.ec == std::errc() && result.ptr == digits.data() + digits.size()) {
-            return {std::string(text.substr(0, comma)), baud};
+            port = {std::string(text.substr(0, comma)), baud};
         }
     }
-    return {std::string(text)};
+    // Below /tmp anybody can be the first to make its directory.
+    port.ownOnly = port.path == defaultPort();
+    return port;
 }
 
 std::string checkPort(const std::string& text)
@@ -101,7 +104,7 @@ std::string missingPortHint(const std::string& path)
 
 void addPort(CLI::App& verb, station::PortSpec& port)
 {
-    port = {defaultPort()};
+    port = parsePort(defaultPort());
     verb.add_option_function<std::string>(
             "--port", [&port](const std::string& text) { port = parsePort(text); },
             "PATH[,BAUD]: serial device or pseudo-terminal, 115200 baud unless told otherwise")

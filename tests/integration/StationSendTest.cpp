@@ -15,8 +15,10 @@ namespace {
 
 using nlohmann::json;
 using testing::AllOf;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
@@ -170,6 +172,58 @@ TEST_F(StationSendTest, ToAPortThatSomebodyUsesHasStatusTenAndSaysSo)
     EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
     EXPECT_THAT(outcome.err, AllOf(HasSubstr(link().string()), HasSubstr("use")));
     EXPECT_EQ(send({"test.mode"}).status, 0);
+}
+
+/// The default port, which leads to a terminal of the test's.
+class DefaultPortTest : public BenchTest
+{
+protected:
+    DefaultPortTest()
+    {
+        std::filesystem::create_directories(link().parent_path());
+        std::filesystem::create_symlink(peer.path(), link());
+    }
+
+    /// Gives away what the default port is made of. @returns whether that could be done.
+    static bool giveToAnotherUser(const std::filesystem::path& path) { return chown(path.c_str(), 4242, 4242) == 0; }
+
+    void expectRefusal(const std::string& reason)
+    {
+        const auto outcome = run({ENGINEERING_STATION, "send", "test.mode", "--timeout", "0.1"});
+
+        EXPECT_EQ(outcome.status, 10);
+        EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr(link().string() + ": " + reason)));
+        EXPECT_EQ(run({ENGINEERING_STATION, "send", "test.mode", "--timeout", "0.1", "--port", link()}).status, 10);
+    }
+
+    PtyPeer peer;
+};
+
+TEST_F(DefaultPortTest, InADirectoryOfAnotherUserIsRefusedAndNotListed)
+{
+    if (!giveToAnotherUser(link().parent_path())) {
+        GTEST_SKIP() << "only root can give a directory away";
+    }
+
+    expectRefusal("its directory is not this user's");
+    EXPECT_THAT(run({ENGINEERING_STATION, "ports"}).out, Not(HasSubstr(link().string())));
+}
+
+TEST_F(DefaultPortTest, ThatLeadsToATerminalOfAnotherUserIsRefused)
+{
+    if (!giveToAnotherUser(peer.path())) {
+        GTEST_SKIP() << "only root can give a terminal away";
+    }
+
+    expectRefusal("it leads to a terminal of another user");
+}
+
+TEST_F(DefaultPortTest, WhoseDirectoryIsALinkIsRefused)
+{
+    std::filesystem::rename(link().parent_path(), directory() / "elsewhere");
+    std::filesystem::create_symlink(directory() / "elsewhere", link().parent_path());
+
+    expectRefusal("its directory is not this user's");
 }
 
 TEST_F(StationLineEndTest, ReplyOutOfTheCataloguesRangeIsShownAndFlagged)
