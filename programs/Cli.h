@@ -1,10 +1,11 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <string>
+
+#include "protocol/Printable.h"
 
 namespace programs {
 
@@ -17,12 +18,9 @@ enum Exit : int {
 };
 
 /// Prints the program's name and `message` as the one line on standard error that an error gets.
-inline void complain(const char* program, std::string message)
+inline void complain(const char* program, const std::string& message)
 {
-    // One line, whatever it quotes.
-    std::ranges::replace_if(
-        message, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
-    std::fprintf(stderr, "%s: %s\n", program, message.c_str());
+    std::fprintf(stderr, "%s: %s\n", program, protocol::printable(message).c_str());
 }
 
 /// Adds --version, then reads the command line into the options of `app`, which bears the program's name.

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdio>
 
+#include "protocol/Printable.h"
 namespace programs {
 
 namespace {
@@ -30,7 +31,7 @@ std::string valueText(const std::string& name, const Json& value)
     if (value.is_array()) {
         return hexList(value);
     }
-    return name == "cmd_one" || name == "cmd_two" ? hex(value) : value.dump();
+    return name == "cmd_one" || name == "cmd_two" ? hex(value) : protocol::printableJson(value.dump());
 }
 
 std::optional<std::uint8_t> parseDecimal(std::string_view text)
@@ -56,7 +57,7 @@ std::string asJson(const Signal& signal)
 {
     Json object{{"signal", signal.name}};
     object.update(signal.arguments);
-    return object.dump();
+    return protocol::printableJson(object.dump());
 }
 
 std::optional<Track> parseTrack(std::string_view text)

@@ -12,6 +12,7 @@
 
 #include "Cli.h"
 #include "SessionBus.h"
+#include "protocol/Printable.h"
 
 namespace {
 
@@ -38,20 +39,12 @@ struct Failure {
     std::string message;
 };
 
-std::string oneLine(std::string text)
-{
-    for (char& character : text)
-        if (static_cast<unsigned char>(character) < 0x20)
-            character = ' ';
-    return text;
-}
-
 /// @returns the message of `error`, which is freed.
 std::string take(GError* error)
 {
     std::string message = error == nullptr ? "unknown reason" : error->message;
     g_clear_error(&error);
-    return oneLine(message);
+    return message;
 }
 
 /// What a failed call to the head unit means to the user; frees `error`.
@@ -119,15 +112,16 @@ const char* jsonText(const std::string& argument)
 {
     const char* const text = wireText(argument);
     if (!Json::accept(argument))
-        throw Failure{programs::kWrongUse,
-                      "not JSON: " + oneLine(argument) +
-                          " (numbers as they are, texts in double quotes: '\"text\"', see --help)"};
+        throw Failure{
+            programs::kWrongUse,
+            "not JSON: " + argument + " (numbers as they are, texts in double quotes: '\"text\"', see --help)"};
     return text;
 }
 
 void print(const Json& value, int indent)
 {
-    std::puts(value.dump(indent, ' ', false, Json::error_handler_t::replace).c_str());
+    const std::string text = value.dump(indent, ' ', false, Json::error_handler_t::replace);
+    std::puts(protocol::printableJson(text).c_str());
 }
 
 void showState(const std::string& path)
@@ -377,7 +371,7 @@ int main(int argc, char** argv)
         programs::complain(kProgram, failure.message);
         return failure.status;
     } catch (const std::exception& error) {
-        programs::complain(kProgram, oneLine(error.what()));
+        programs::complain(kProgram, error.what());
         return programs::kFailed;
     }
 }

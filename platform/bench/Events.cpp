@@ -7,6 +7,7 @@
 
 #include "FakeContext.h"
 #include "JsonText.h"
+#include "protocol/Printable.h"
 
 namespace bench {
 namespace {
@@ -264,8 +265,8 @@ std::string listOfArguments(const Event& event)
 
 [[noreturn]] void refuse(const Event& event, const std::string& why)
 {
-    throw EventError(Kind::InvalidArguments,
-                     oneLine(std::string(event.name) + ": " + why + "; its arguments are: " + listOfArguments(event)));
+    throw EventError(Kind::InvalidArguments, protocol::printable(std::string(event.name) + ": " + why +
+                                                                 "; its arguments are: " + listOfArguments(event)));
 }
 
 void checkArguments(const Event& event, const json& arguments)
@@ -293,7 +294,7 @@ const Event& findEvent(const std::string& name)
     std::string names;
     for (const Event& each : kEvents)
         names += (names.empty() ? "" : ", ") + std::string(each.name);
-    throw EventError(Kind::UnknownEvent, oneLine("there is no event \"" + name + "\"; there are " + names));
+    throw EventError(Kind::UnknownEvent, protocol::printable("there is no event \"" + name + "\"; there are " + names));
 }
 
 }  // namespace

@@ -230,7 +230,7 @@ INSTANTIATE_TEST_SUITE_P(
     Events, EventRefusalTest,
     testing::Values(
         RefusedEventCase{"UnknownName", "OnCarSpeed", R"({"speed":1})", Kind::UnknownEvent, "OnCarSpeedChange"},
-        RefusedEventCase{"UnknownNameWithLineEnd", "On\nCar", "{}", Kind::UnknownEvent, "\"On Car\""},
+        RefusedEventCase{"UnknownNameWithLineEnd", "On\nCar", "{}", Kind::UnknownEvent, "\"On␊Car\""},
         RefusedEventCase{"ArgumentsThatAreNoObject", "OnCarSpeedChange", "[1]", Kind::InvalidArguments, "an object"},
         RefusedEventCase{"UnknownArgument", "OnCarSpeedChange", R"({"speed":1,"unit":2})", Kind::InvalidArguments,
                          "no argument \"unit\""},

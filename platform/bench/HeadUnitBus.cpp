@@ -13,6 +13,7 @@
 #include "Report.h"
 #include "SignalOutbox.h"
 #include "headunit_dbus.h"
+#include "protocol/Printable.h"
 
 namespace bench {
 namespace {
@@ -49,7 +50,7 @@ public:
     Error& operator=(const Error&) = delete;
 
     GError** out() { return &error_; }
-    std::string text() const { return error_ == nullptr ? "unknown reason" : oneLine(error_->message); }
+    std::string text() const { return error_ == nullptr ? "unknown reason" : protocol::printable(error_->message); }
 
 private:
     GError* error_ = nullptr;

@@ -1,6 +1,6 @@
 #include "JsonText.h"
 
-#include <algorithm>
+#include "protocol/Printable.h"
 
 namespace bench {
 namespace {
@@ -27,15 +27,8 @@ nlohmann::json parseJson(std::string_view text)
     try {
         return nlohmann::json::parse(text, limitDepth);
     } catch (const nlohmann::json::exception& error) {
-        throw JsonError("not JSON: " + oneLine(withoutIdentifier(error.what())));
+        throw JsonError("not JSON: " + protocol::printable(withoutIdentifier(error.what())));
     }
-}
-
-std::string oneLine(std::string text)
-{
-    std::ranges::replace_if(
-        text, [](unsigned char character) { return character < 0x20 || character == 0x7F; }, ' ');
-    return text;
 }
 
 }  // namespace bench

@@ -25,7 +25,4 @@ std::string toText(const Json& value)
     return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-/// @returns `text` with a blank for each control character, so that a message stays one line whatever it quotes.
-std::string oneLine(std::string text);
-
 }  // namespace bench

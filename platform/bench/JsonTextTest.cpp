@@ -52,10 +52,5 @@ TEST(JsonText, BytesThatAreNoUtf8AreReplacedWhenWritten)
     EXPECT_EQ(toText(json("a\xFFz")), "\"a\xEF\xBF\xBDz\"");
 }
 
-TEST(JsonText, ControlCharactersBecomeBlanksInAMessage)
-{
-    EXPECT_EQ(oneLine("a\nb\tc\x7F"), "a b c ");
-}
-
 }  // namespace
 }  // namespace bench

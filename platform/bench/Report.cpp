@@ -1,16 +1,14 @@
 #include "Report.h"
 
-#include <algorithm>
 #include <cstdio>
+
+#include "protocol/Printable.h"
 
 namespace bench {
 
 void report(const std::string& message)
 {
-    std::string line = message;
-    std::ranges::replace_if(
-        line, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
-    std::fprintf(stderr, "engineering-service: %s\n", line.c_str());
+    std::fprintf(stderr, "engineering-service: %s\n", protocol::printable(message).c_str());
 }
 
 }  // namespace bench

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "JsonText.h"
+#include "protocol/Printable.h"
 
 namespace bench {
 namespace {
@@ -68,13 +69,13 @@ std::string found(const json& value)
 
 [[noreturn]] void refuseValue(const std::string& path, const json& value, const std::string& right)
 {
-    throw StateError(Kind::InvalidValue, oneLine((path.empty() ? "the state" : path) + " cannot be " + found(value) +
-                                                 ", it must be " + right));
+    throw StateError(Kind::InvalidValue, protocol::printable((path.empty() ? "the state" : path) + " cannot be " +
+                                                             found(value) + ", it must be " + right));
 }
 
 [[noreturn]] void refusePath(const std::string& path, const std::string& why)
 {
-    throw StateError(Kind::UnknownPath, oneLine("the state has no \"" + path + "\": " + why));
+    throw StateError(Kind::UnknownPath, protocol::printable("the state has no \"" + path + "\": " + why));
 }
 
 std::string listOfKeys(const json& object)

@@ -157,7 +157,7 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedSetCase{"PathWithoutSlash", "audio/volume", "1", Kind::UnknownPath, "begins with '/'"},
         RefusedSetCase{"PathWithLoneTilde", "/audio/~", "1", Kind::UnknownPath, "~0"},
         RefusedSetCase{"PathBelowASingleValue", "/audio/volume/x", "1", Kind::UnknownPath, "nothing below"},
-        RefusedSetCase{"PathWithLineEnd", "/audio/\n", "1", Kind::UnknownPath, "/audio/ "},
+        RefusedSetCase{"PathWithLineEnd", "/audio/\n", "1", Kind::UnknownPath, "/audio/␊"},
         RefusedSetCase{"ElementBeyondTheArray", "/source/available/11", "1", Kind::UnknownPath, "11 elements"},
         RefusedSetCase{"ElementAfterTheArray", "/source/available/-", "1", Kind::UnknownPath, "11 elements"},
         RefusedSetCase{"ElementWithLeadingZero", "/source/available/01", "1", Kind::UnknownPath, "11 elements"},

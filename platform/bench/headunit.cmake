@@ -27,7 +27,7 @@ add_library(platform_bench STATIC
   StateSchema.cpp)
 target_include_directories(platform_bench PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(platform_bench
-  PUBLIC platform_bench_runtime platform_include nlohmann_json::nlohmann_json Threads::Threads
+  PUBLIC platform_bench_runtime platform_include protocol nlohmann_json::nlohmann_json Threads::Threads
   PRIVATE headunit_dbus PkgConfig::gio)
 
 unit_test(bench_headunit_test

@@ -29,6 +29,7 @@ namespace programs::station_tool {
 namespace {
 
 using nlohmann::ordered_json;
+using protocol::printable;
 using station::Connection;
 namespace catalogue = protocol::catalogue;
 namespace identity = station::identity;
@@ -89,14 +90,6 @@ ordered_json toJson(const Done& done)
             {"new", done.wanted},
             {"read", toJson(done.after, *done.record)},
             {"result", name(done.result)}};
-}
-
-/// @returns `text` without what a terminal would obey: a unit may hold any bytes.
-std::string printable(std::string text)
-{
-    std::ranges::replace_if(
-        text, [](unsigned char c) { return c < 0x20 || c >= 0x7F; }, '?');
-    return text;
 }
 
 /// A conversation with the unit on the port, in auto-test mode.

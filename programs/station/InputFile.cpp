@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "programs/station/Tool.h"
+#include "protocol/Printable.h"
 
 namespace programs::station_tool {
 
@@ -80,11 +81,9 @@ std::string readInput(const std::string& path, const station::Interrupt& interru
     }
 }
 
-void complainOfFile(std::string line)
+void complainOfFile(const std::string& line)
 {
-    std::ranges::replace_if(
-        line, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
-    std::fprintf(stderr, "%s\n", line.c_str());
+    std::fprintf(stderr, "%s\n", protocol::printable(line).c_str());
 }
 
 }  // namespace programs::station_tool

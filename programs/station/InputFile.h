@@ -15,6 +15,6 @@ std::string readInput(const std::string& path, const station::Interrupt& interru
 
 /// Prints a line on standard error that begins with the place in the user's file, without the program's name before it,
 /// so that editors find the place.
-void complainOfFile(std::string line);
+void complainOfFile(const std::string& line);
 
 }  // namespace programs::station_tool

@@ -6,6 +6,7 @@
 
 #include "programs/Cli.h"
 #include "programs/station/Tool.h"
+#include "protocol/Printable.h"
 #include "station/PortUsers.h"
 #include "station/SerialLink.h"
 #include "station/ports/SerialPorts.h"
@@ -94,9 +95,9 @@ void printText(const std::vector<Listed>& all)
     for (const Listed& listed : all) {
         const std::string state = listed.user.empty() ? "free" : "in use by " + listed.user;
         std::printf("%-*s  %s  (%s)\n", static_cast<int>(width), listed.port.device.c_str(), kindOf(listed).c_str(),
-                    state.c_str());
+                    protocol::printable(state).c_str());
         for (const std::string& name : listed.port.stableNames) {
-            std::printf("    %s\n", name.c_str());
+            std::printf("    %s\n", protocol::printable(name).c_str());
         }
     }
 }

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "protocol/Printable.h"
 #include "station/SerialLink.h"
 
 namespace programs::station_tool {
@@ -64,7 +65,8 @@ void printJson(nlohmann::ordered_json object)
     nlohmann::ordered_json line{{"schema", kSchema}};
     line.update(object);
     // Bytes that are no UTF-8 come from the line: they are replaced, never a reason to fail.
-    std::puts(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+    const std::string text = line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    std::puts(protocol::printableJson(text).c_str());
 }
 
 void printText(const std::string& text, bool json)

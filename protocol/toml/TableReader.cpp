@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "protocol/InQuotes.h"
+#include "protocol/Printable.h"
 #include "protocol/catalogue/Suggest.h"
 
 namespace protocol::toml_file {
@@ -91,12 +92,8 @@ void sort(Problems& problems)
 
 std::string format(const std::string& file, const Problem& problem)
 {
-    std::string line =
-        file + ":" + std::to_string(problem.line) + ":" + std::to_string(problem.column) + ": " + problem.text;
-    // One line, whatever it quotes.
-    std::ranges::replace_if(
-        line, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
-    return line;
+    return printable(file + ":" + std::to_string(problem.line) + ":" + std::to_string(problem.column) + ": " +
+                     problem.text);
 }
 
 toml::table parse(std::string_view text, Problems& problems)

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "protocol/Printable.h"
 #include "station/ClockText.h"
 
 namespace station::identity {
@@ -17,7 +18,7 @@ std::string jsonLine(const nlohmann::ordered_json& object)
 {
     nlohmann::ordered_json line{{"schema", kSchema}, {"time", isoUtc(std::chrono::system_clock::now(), 6)}};
     line.update(object);
-    return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return protocol::printableJson(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)) + "\n";
 }
 
 }  // namespace station::identity

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "protocol/Printable.h"
+
 namespace station {
 
 namespace {
@@ -17,12 +19,10 @@ std::string attribute(const fs::path& file)
 {
     std::string line;
     std::getline(std::ifstream(file), line);
-    std::ranges::replace_if(
-        line, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
     while (line.ends_with(' ')) {
         line.pop_back();
     }
-    return line;
+    return protocol::printable(line);
 }
 
 void describeUsb(const fs::path& sysfs, const fs::path& port, SerialPort& out)

@@ -120,7 +120,7 @@ TEST_F(SerialPortsTest, ControlCharactersOfADeviceDoNotReachTheTerminal)
     write("sys/devices/1-4/idVendor", "0403");
     write("sys/devices/1-4/product", "\x1B[2Jx\x07\n");
 
-    EXPECT_EQ(listSerialPorts(root.path()).at(0).product, " [2Jx");
+    EXPECT_EQ(listSerialPorts(root.path()).at(0).product, "␛[2Jx␇");
 }
 
 TEST_F(SerialPortsTest, MachineWithoutSysfsHasNone)

@@ -12,32 +12,24 @@ namespace station::record {
 
 namespace {
 
-constexpr const char* kHeader =
-    "run,unit,phase,group,try,step,kind,what,verdict,attempt,attempt_verdict,reason,duration_s,measurement,value,unit_"
-    "of_"
-    "value,minimum,maximum,equals,matches,passed,reconnects,repeated_"
-    "sends,corrupt_frames,garbage_bytes\r\n";
+constexpr auto kColumns = std::to_array<std::string_view>(
+    {"run",        "unit",           "phase",          "group",           "try",    "step",       "kind",
+     "what",       "verdict",        "attempt",        "attempt_verdict", "reason", "duration_s", "measurement",
+     "value",      "unit_of_value",  "minimum",        "maximum",         "equals", "matches",    "passed",
+     "reconnects", "repeated_sends", "corrupt_frames", "garbage_bytes"});
 
-/// Quotes where the format demands it.
-std::string cell(const std::string& text)
+/// Always in quotes: whatever separates cells for a spreadsheet, blanks and semicolons too, the cell stays one.
+std::string textCell(std::string_view text)
 {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
-        return text;
-    }
+    const std::string safe = printable(text);
     std::string out = "\"";
-    for (const char c : text) {
+    if (!safe.empty() && std::string_view("=+-@").find(safe.front()) != std::string_view::npos) {
+        out += '\'';
+    }
+    for (const char c : safe) {
         out += c == '"' ? "\"\"" : std::string(1, c);
     }
     return out + '"';
-}
-
-std::string textCell(std::string_view text)
-{
-    std::string safe = printable(text);
-    if (!safe.empty() && std::string_view("=+-@").find(safe.front()) != std::string_view::npos) {
-        safe.insert(safe.begin(), '\'');
-    }
-    return cell(safe);
 }
 
 std::string scalarCell(const Scalar& value)
@@ -61,7 +53,7 @@ std::string attemptCells(const Attempt* attempt, std::size_t number, const Step&
     if (attempt == nullptr) {
         return ",," + textCell(reasonOf(step)) + ",";
     }
-    return std::to_string(number) + ',' + name(attempt->verdict) + ',' + textCell(attempt->reason) + ',' +
+    return std::to_string(number) + ',' + textCell(name(attempt->verdict)) + ',' + textCell(attempt->reason) + ',' +
            toText(std::chrono::duration<double>(attempt->duration).count());
 }
 
@@ -81,16 +73,20 @@ std::string measurementCells(const Measurement* measurement)
 
 std::string csvReport(const Run& run)
 {
-    std::string out = kHeader;
     const std::string right = ',' + std::to_string(run.line.reconnects) + ',' + std::to_string(run.line.repeatedSends) +
                               ',' + std::to_string(run.line.corruptFrames) + ',' +
                               std::to_string(run.line.garbageBytes) + "\r\n";
+    std::string out;
+    for (const std::string_view column : kColumns) {
+        out += (out.empty() ? "" : ",") + textCell(column);
+    }
+    out += "\r\n";
     for (const PlacedStep& placed : outcomeOf(run).steps) {
         const Step& step = *placed.step;
-        const std::string left = textCell(run.id) + ',' + textCell(run.unit.serial) + ',' +
-                                 textCell(placed.phase->name) + ',' + textCell(placed.group->name) + ',' +
-                                 std::to_string(placed.groupTry + 1) + ',' + textCell(step.name) + ',' +
-                                 textCell(step.kind) + ',' + textCell(step.what) + ',' + name(placed.verdict) + ',';
+        const std::string left =
+            textCell(run.id) + ',' + textCell(run.unit.serial) + ',' + textCell(placed.phase->name) + ',' +
+            textCell(placed.group->name) + ',' + std::to_string(placed.groupTry + 1) + ',' + textCell(step.name) + ',' +
+            textCell(step.kind) + ',' + textCell(step.what) + ',' + textCell(name(placed.verdict)) + ',';
         const auto add = [&](const Attempt* attempt, std::size_t number, const Measurement* measurement) {
             out += left + attemptCells(attempt, number, step) + ',' + measurementCells(measurement) + right;
         };

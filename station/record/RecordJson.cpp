@@ -506,7 +506,7 @@ nlohmann::ordered_json toJson(const Run& run, Groups groups)
 
 std::string serialise(const nlohmann::ordered_json& json)
 {
-    return json.dump(1, ' ', false, Json::error_handler_t::replace) + '\n';
+    return protocol::printableJson(json.dump(1, ' ', false, Json::error_handler_t::replace)) + '\n';
 }
 
 Run fromJson(const nlohmann::ordered_json& json)

@@ -14,6 +14,7 @@
 #include "station/record/HtmlReport.h"
 #include "station/record/JunitReport.h"
 #include "station/record/LimitChart.h"
+#include "station/record/RecordJson.h"
 #include "station/record/SampleRuns.h"
 #include "station/record/TextReport.h"
 
@@ -138,6 +139,15 @@ TEST_P(EveryRun, IsPrintedWithoutAnythingThatSteersATerminal)
     const std::string text = textReport(GetParam().make(), groups(), {.colour = false, .allFrames = true});
 
     EXPECT_TRUE(std::ranges::none_of(text, [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7F; }));
+    EXPECT_THAT(text, AllOf(Not(HasSubstr("\u009B")), Not(HasSubstr("\u202E"))));
+}
+
+TEST_P(EveryRun, IsJsonWithoutAnythingThatSteersATerminal)
+{
+    const std::string text = serialise(toJson(GetParam().make(), groups()));
+
+    EXPECT_TRUE(std::ranges::none_of(text, [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7F; }));
+    EXPECT_THAT(text, AllOf(Not(HasSubstr("\u009B")), Not(HasSubstr("\u202E"))));
 }
 
 TEST_P(EveryRun, IsCsvWithAsManyCellsInEveryLine)
@@ -423,11 +433,13 @@ TEST(CsvReport, HasALineForEachMeasurement)
     const std::string csv = csvReport(samples::failed());
 
     EXPECT_THAT(csv,
-                HasSubstr("end-of-line-20261121-140508.123-ttyUSB0,HU-2611-004711,main,Tuner,1,Frequency after the "
-                          "seek,send,tuner.frequency,FAIL,1,FAIL,\"frequency: expected 87.5 to 108 MHz, got 9.9 "
-                          "MHz\",0.0053,frequency,9.9,MHz,87.5,108,,,false,0,0,1,0\r\n"));
-    EXPECT_THAT(csv, HasSubstr(",GPS antenna,send,gps.antenna,SKIPPED,,,the group was stopped when GPS satellites "
-                               "failed,,,,,,,,,,0,0,1,0\r\n"));
+                HasSubstr(R"("end-of-line-20261121-140508.123-ttyUSB0","HU-2611-004711","main","Tuner",1,"Frequency )"
+                          R"(after the seek","send","tuner.frequency","FAIL",1,"FAIL","frequency: expected 87.5 to )"
+                          R"(108 MHz, got 9.9 MHz",0.0053,"frequency",9.9,"MHz",87.5,108,,,false,0,0,1,0)"
+                          "\r\n"));
+    EXPECT_THAT(csv, HasSubstr(R"(,"GPS antenna","send","gps.antenna","SKIPPED",,,"the group was stopped when GPS )"
+                               R"(satellites failed",,,,,,,,,,0,0,1,0)"
+                               "\r\n"));
     EXPECT_EQ(std::ranges::count(csv, '\n'), 1 + 16);
 }
 
@@ -436,7 +448,20 @@ TEST(CsvReport, GivesASpreadsheetNoFormula)
     record::Run run = samples::passed();
     run.unit.serial = "=cmd|'/c calc'!A1";
 
-    EXPECT_THAT(csvReport(run), HasSubstr(",'=cmd|'/c calc'!A1,"));
+    EXPECT_THAT(csvReport(run), HasSubstr(",\"'=cmd|'/c calc'!A1\","));
+}
+
+TEST_P(EveryRun, IsCsvWithEveryTextInQuotes)
+{
+    const std::string csv = csvReport(GetParam().make());
+
+    // Between the quotes stand numbers, true and false only.
+    bool quoted = false;
+    for (const char c : csv) {
+        quoted = quoted != (c == '"');
+        EXPECT_TRUE(quoted || std::string_view("\",\r\n0123456789.-+einfatrusl").find(c) != std::string_view::npos)
+            << c;
+    }
 }
 
 TEST(TextReport, TellsWhatWentWrongFirst)

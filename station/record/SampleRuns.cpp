@@ -223,7 +223,7 @@ Run hostile()
 {
     Run run = failed();
     const std::string bad =
-        "<script>alert('x')</script>&amp;\"]]>--><!-- \x01\x1b[31m\r\n\x7f \xff\xfe \xc3( \xe2\x80\xae ]]>" +
+        "<script>alert('x')</script>&amp;\"]]>--><!-- \x01\x1b[31m\r\n\x7f \xff\xfe \xc3( \xe2\x80\xae \xc2\x9b ]]>" +
         std::string(1, '\0') + "\xef\xbf\xbf=1+1";
     run.findings = {{Verdict::kTimeout, bad}};
     run.unit.serial = bad;

@@ -1,7 +1,5 @@
 #include "station/record/Text.h"
 
-#include <glib.h>
-
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -14,38 +12,9 @@ namespace station::record {
 
 namespace {
 
-constexpr gunichar kReplacement = 0xFFFD;
-
 /// Beyond these a number is easier to read with an exponent.
 constexpr double kSmallestPlain = 1e-6;
 constexpr double kLargestPlain = 1e15;
-
-bool turnsText(gunichar character)
-{
-    return (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069) ||
-           character == 0x200E || character == 0x200F || character == 0x061C;
-}
-
-gunichar shown(gunichar character)
-{
-    if (character < 0x20) {
-        return 0x2400 + character;
-    }
-    if (character == 0x7F) {
-        return 0x2421;
-    }
-    const bool breaksLine = character == 0x2028 || character == 0x2029;
-    const bool noCharacter = (character & 0xFFFE) == 0xFFFE || (character >= 0xFDD0 && character <= 0xFDEF);
-    const bool control = character >= 0x80 && character < 0xA0;
-    return breaksLine || noCharacter || control || turnsText(character) ? kReplacement : character;
-}
-
-void append(std::string& out, gunichar character)
-{
-    std::array<char, 6> bytes{};
-    const int size = g_unichar_to_utf8(character, bytes.data());
-    out.append(bytes.data(), static_cast<std::size_t>(size));
-}
 
 std::string fixed(double number, int digits)
 {
@@ -63,22 +32,6 @@ double withoutNoise(double number)
 }
 
 }  // namespace
-
-std::string printable(std::string_view text)
-{
-    std::string out;
-    out.reserve(text.size());
-    while (!text.empty()) {
-        // A zero byte is a character too, but GLib takes it for the end.
-        const gunichar character =
-            text.front() == '\0' ? 0 : g_utf8_get_char_validated(text.data(), static_cast<gssize>(text.size()));
-        const bool valid = character != static_cast<gunichar>(-1) && character != static_cast<gunichar>(-2);
-        append(out, valid ? shown(character) : kReplacement);
-        text.remove_prefix(valid && character != 0 ? static_cast<std::size_t>(g_unichar_to_utf8(character, nullptr))
-                                                   : 1);
-    }
-    return out;
-}
 
 std::string toText(double number)
 {

@@ -4,14 +4,13 @@
 #include <string>
 #include <string_view>
 
+#include "protocol/Printable.h"
 #include "station/record/RunRecord.h"
 
 /// How what stands in a record is written for people.
 namespace station::record {
 
-/// @returns `text` as one line of valid UTF-8 that shows itself and does nothing: control characters become their
-/// pictures (U+2400 …), what is no UTF-8 and what changes the direction of writing becomes U+FFFD.
-std::string printable(std::string_view text);
+using protocol::printable;
 
 /// @returns a number without an exponent where that is readable, with as many digits as tell it from its neighbours.
 std::string toText(double number);

@@ -10,31 +10,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(RecordText, TextThatShowsItselfStaysAsItIs)
-{
-    EXPECT_EQ(printable("87.5 MHz – dBµV, <b>"), "87.5 MHz – dBµV, <b>");
-}
-
-TEST(RecordText, ControlCharactersBecomeTheirPictures)
-{
-    EXPECT_EQ(printable(std::string("a\0b\x1b[31m\r\n\x7f", 11)), "a␀b␛[31m␍␊␡");
-}
-
-TEST(RecordText, WhatIsNoUtf8IsReplacedByteByByte)
-{
-    EXPECT_EQ(printable("\xff\xfeZ\xc3("), "\uFFFD\uFFFDZ\uFFFD(");
-    // Cut short, overlong, a surrogate, beyond Unicode.
-    EXPECT_EQ(printable("\xe2\x82"), "\uFFFD\uFFFD");
-    EXPECT_EQ(printable("\xc0\xaf"), "\uFFFD\uFFFD");
-    EXPECT_EQ(printable("\xed\xa0\x80"), "\uFFFD\uFFFD\uFFFD");
-    EXPECT_EQ(printable("\xf4\x90\x80\x80"), "\uFFFD\uFFFD\uFFFD\uFFFD");
-}
-
-TEST(RecordText, WhatXmlForbidsOrTurnsTheTextIsReplaced)
-{
-    EXPECT_EQ(printable("\uFFFF|\u202E|\u2028|\u0085"), "\uFFFD|\uFFFD|\uFFFD|\uFFFD");
-}
-
 TEST(RecordText, NumbersHaveNoExponentWhereTheyAreReadableWithout)
 {
     EXPECT_EQ(toText(9470.0), "9470");

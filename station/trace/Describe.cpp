@@ -1,8 +1,8 @@
 #include "station/trace/Describe.h"
 
-#include <algorithm>
 #include <array>
 
+#include "protocol/Printable.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/Hex.h"
 
@@ -66,9 +66,7 @@ std::string describe(protocol::catalogue::Groups groups, const TraceEvent& event
     } else {
         text = protocol::catalogue::format(groups, decoded, event.frame);
     }
-    std::ranges::replace_if(
-        text, [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
-    return text;
+    return protocol::printable(text);
 }
 
 }  // namespace station

@@ -44,7 +44,7 @@ TEST_F(DescribeTest, CorruptFrameIsShownAsItIs)
 
 TEST_F(DescribeTest, WhatHappensToTheDeviceIsToldInWords)
 {
-    EXPECT_EQ(seen(Kind::kLost, {}, "/dev/x:\ngone"), "/dev/x: gone");
+    EXPECT_EQ(seen(Kind::kLost, {}, "/dev/x:\ngone"), "/dev/x:␊gone");
     EXPECT_EQ(seen(Kind::kBack, {}), "the device is there again");
 }
 

@@ -21,6 +21,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
@@ -442,6 +443,35 @@ TEST(StationCatalogue, CheckTellsEveryMistakeByItsPlace)
     }
     const json object = json::parse(station({"catalogue", "check", path, "--json"}).out);
     EXPECT_EQ(object["problems"].size(), linesOf(outcome.err).size());
+}
+
+TEST(StationOutput, NamesSteerNoTerminal)
+{
+    const TempDir directory;
+    const std::string name = (directory.path() / "a\u009B31m\u202E\x1B[31m\x7F.toml").string();
+    const std::vector<std::vector<std::string>> verbs{{"plan", "check", name},
+                                                      {"plan", "check", name, "--json"},
+                                                      {"catalogue", "check", name},
+                                                      {"catalogue", "check", name, "--json"},
+                                                      {"report", "show", name},
+                                                      {"report", "list", "--results", name, "--json"},
+                                                      {"monitor", "--replay", name},
+                                                      {"send", "test.mode", "--port", name},
+                                                      {"send", name},
+                                                      {"decode", name}};
+
+    for (const bool exists : {false, true}) {
+        if (exists) {
+            std::ofstream(name) << "schema = 1\n\"\u009B\u202E\" = 1\n";
+        }
+        for (const auto& verb : verbs) {
+            const auto outcome = station(verb);
+
+            for (const char* steering : {"\u009B", "\u202E", "\x1B", "\x7F"}) {
+                EXPECT_THAT(outcome.out + outcome.err, Not(HasSubstr(steering))) << verb[0] << " " << verb[1];
+            }
+        }
+    }
 }
 
 TEST(StationFiles, KeyOfFiftyThousandPartsIsOneErrorLineWhicheverFileIsRead)

@@ -15,7 +15,7 @@ constexpr const char* kName = "com.zent.linux.headunit";
 constexpr const char* kPath = "/com/zent/linux/headunit";
 constexpr int kPatienceMs = 5000;
 
-/// @returns the error's text without the name of its kind, in one line; frees it.
+/// @returns the error's text without the name of its kind; frees it.
 std::string take(GError* error)
 {
     if (error == nullptr) {
@@ -24,9 +24,6 @@ std::string take(GError* error)
     g_dbus_error_strip_remote_error(error);
     std::string text = error->message;
     g_error_free(error);
-    for (char& each : text) {
-        each = static_cast<unsigned char>(each) < 0x20 ? ' ' : each;
-    }
     return text;
 }
 
