@@ -146,6 +146,9 @@ nlohmann::ordered_json fieldsJson(std::span<const Field> fields)
         nlohmann::ordered_json object{{"name", field.name},       {"type", typeName(field.type)},
                                       {"meaning", field.meaning}, {"minimum", field.minimum},
                                       {"maximum", field.maximum}, {"optional", field.optional}};
+        if (field.secret) {
+            object["secret"] = true;
+        }
         if (!field.unit.empty()) {
             object["unit"] = field.unit;
         }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -13,9 +14,9 @@
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
-#include "station/Hex.h"
 #include "station/trace/Describe.h"
 #include "station/trace/PcapngReader.h"
+#include "station/trace/Secrets.h"
 
 namespace programs::station_tool {
 
@@ -62,7 +63,7 @@ public:
             case ScannedPiece::Kind::kGarbage:
                 return printBytes("garbage", piece.bytes);
             case ScannedPiece::Kind::kIncomplete:
-                return printBytes("incomplete", piece.bytes);
+                return printBytes("incomplete", withoutSecret(piece.bytes));
         }
     }
 
@@ -83,8 +84,9 @@ private:
         return hasFrame(event.kind) && event.kind != TraceEvent::Kind::kCorrupt;
     }
 
-    void print(const TraceEvent& event, bool timed)
+    void print(const TraceEvent& clear, bool timed)
     {
+        const TraceEvent event = mask_(clear);
         const auto groups = catalogue::groups();
         const auto decoded = attribution_.on(event).decoded;
         const bool good = isGoodFrame(event);
@@ -104,16 +106,32 @@ private:
                 object["cmd_two"] = event.frame.cmdTwo;
                 object["params"] = catalogue::formatHexBytes(event.frame.params);
                 object["bytes"] = catalogue::formatHexBytes(event.bytes);
+                if (event.masked) {
+                    object["masked"] = true;
+                }
             }
             printJson(object);
         } else if (good) {
-            std::printf("%-7s  %s  %s\n", sender, station::format(event.frame).c_str(),
+            std::printf("%-7s  %s  %s\n", sender, station::frameText(event).c_str(),
                         catalogue::format(groups, decoded, event.frame).c_str());
         } else if (hasFrame(event.kind)) {
-            std::puts(("corrupt  " + station::format(event.frame) + "  (! wrong checksum)").c_str());
+            std::puts(("corrupt  " + station::frameText(event) + "  (! wrong checksum)").c_str());
         } else {
             std::puts(name(event.kind));
         }
+    }
+
+    /// @returns the beginning of a frame, masked where the catalogue has a secret.
+    static std::vector<std::uint8_t> withoutSecret(std::vector<std::uint8_t> bytes)
+    {
+        constexpr std::size_t kPlain = 6;  // header, length and code
+        if (bytes.size() > kPlain) {
+            const auto params = bytes.begin() + kPlain;
+            protocol::Frame frame{bytes[4], bytes[5], {params, bytes.end()}};
+            catalogue::maskSecrets(catalogue::groups(), frame);
+            std::ranges::copy(frame.params, params);
+        }
+        return bytes;
     }
 
     void printBytes(const char* kind, const std::vector<std::uint8_t>& bytes) const
@@ -130,6 +148,7 @@ private:
     bool json_;
     bool foundFrame_ = false;
     station::Attribution attribution_{catalogue::groups()};
+    station::SecretMask mask_{catalogue::groups()};
 };
 
 void decodeCapture(const std::string& name, const std::string& content, Printer& printer)

@@ -43,7 +43,12 @@ ordered_json plainValue(const catalogue::Value& value)
 
 ordered_json toJson(const catalogue::DecodedField& field)
 {
-    ordered_json object{{"value", plainValue(field.value)}, {"text", catalogue::format(field)}};
+    const std::string mask = catalogue::maskOf(field);
+    ordered_json object{{"value", mask.empty() ? plainValue(field.value) : ordered_json(mask)},
+                        {"text", catalogue::format(field)}};
+    if (!mask.empty()) {
+        object["masked"] = true;
+    }
     if (!field.choice().empty()) {
         object["choice"] = field.choice();
     }
@@ -80,10 +85,15 @@ const char* kindOf(const catalogue::Decoded& decoded)
 
 ordered_json toJson(catalogue::Groups groups, const catalogue::Decoded& decoded, const protocol::Frame& frame)
 {
+    protocol::Frame shown = frame;
+    const bool masked = catalogue::maskSecrets(groups, shown);
     ordered_json object{{"cmd_one", frame.cmdOne},
                         {"cmd_two", frame.cmdTwo},
-                        {"params", catalogue::formatHexBytes(frame.params)},
+                        {"params", catalogue::formatHexBytes(shown.params)},
                         {"kind", kindOf(decoded)}};
+    if (masked) {
+        object["masked"] = true;
+    }
     if (decoded.command != nullptr) {
         object["key"] = catalogue::fullKey(groups, *decoded.command);
     } else if (decoded.notice != nullptr) {

@@ -43,6 +43,7 @@ using identity::Wanted;
 constexpr auto kRestoreWait = std::chrono::seconds(1);
 
 struct Options {
+    bool showSecrets = false;
     station::PortSpec port;
     // A record is on the disk when the next frame is answered, and a flash may take its time.
     double timeoutSeconds = 5;
@@ -90,6 +91,22 @@ ordered_json toJson(const Done& done)
             {"new", done.wanted},
             {"read", toJson(done.after, *done.record)},
             {"result", name(done.result)}};
+}
+
+/// Masks the value of a secret record; the journal has it as it is.
+void mask(std::string& value, const Record& record)
+{
+    if (catalogue::hasSecret(*record.write)) {
+        std::ranges::fill(value, catalogue::kMask);
+    }
+}
+
+Done masked(Done done)
+{
+    for (std::string* value : {&done.before.value, &done.wanted, &done.after.value}) {
+        mask(*value, *done.record);
+    }
+    return done;
 }
 
 /// A conversation with the unit on the port, in auto-test mode.
@@ -173,7 +190,10 @@ int read(const Options& options, Tool& tool)
     return Session(options, tool).run([&](identity::UnitIdentity& unit) {
         ordered_json object = ordered_json::object();
         for (const Record* record : chosen) {
-            const Stored stored = unit.read(*record);
+            Stored stored = unit.read(*record);
+            if (!options.showSecrets) {
+                mask(stored.value, *record);
+            }
             if (tool.json) {
                 object[std::string(record->name)] = toJson(stored, *record);
                 continue;
@@ -378,9 +398,9 @@ int statusOf(const std::vector<Done>& all)
 void print(const Done& done, bool json)
 {
     if (json) {
-        printJson(toJson(done));
+        printJson(toJson(masked(done)));
     } else {
-        std::puts(printable(describe(done)).c_str());
+        std::puts(printable(describe(masked(done))).c_str());
     }
     std::fflush(stdout);
 }
@@ -394,7 +414,7 @@ void complainAbout(const std::vector<Done>& all, bool json)
     }
     for (const Done& done : all) {
         if (done.result == Result::kRefused || done.result == Result::kDiffers || done.result == Result::kMissing) {
-            complain(kProgram, printable(describe(done)));
+            complain(kProgram, describe(masked(done)));
             return;
         }
     }
@@ -513,6 +533,7 @@ void addIdentity(Tool& tool)
                                           "All of them, or those named. Of the Bluetooth address a unit only tells "
                                           "whether one was written, and the address that its controller runs.");
     verb->add_option("RECORD", reading->records, "Which to read: factory-serial, carplay-mac, …");
+    verb->add_flag("--show-secrets", reading->showSecrets, "Print the password number instead of a '*' per character");
     addPort(*verb, reading->port);
     addTimeout(*verb, reading->timeoutSeconds);
     addReconnect(*verb, reading->reconnectSeconds);

@@ -23,6 +23,7 @@
 #include "station/trace/FanOut.h"
 #include "station/trace/Pcapng.h"
 #include "station/trace/PcapngReader.h"
+#include "station/trace/Secrets.h"
 
 namespace programs::station_tool {
 
@@ -107,6 +108,9 @@ private:
             object["direction"] = event.kind == Kind::kSent ? "sent" : "received";
             object["from"] = event.kind == Kind::kSent ? "station" : "unit";
             object.update(toJson(attribution_.groups(), decoded, event.frame));
+            if (event.masked) {
+                object["masked"] = true;
+            }
         }
         if (const auto bytes = station::wireBytes(event); hex_ && !bytes.empty()) {
             object["bytes"] = catalogue::formatHexBytes(bytes);
@@ -134,6 +138,19 @@ station::EventFilter filterOf(const Options& options)
     }
 }
 
+/// Shows the line without its secrets.
+class MaskedTrace : public station::TraceSink
+{
+public:
+    explicit MaskedTrace(station::TraceSink& next) : next_(next) {}
+
+    void on(const TraceEvent& event) override { next_.on(mask_(event)); }
+
+private:
+    station::TraceSink& next_;
+    station::SecretMask mask_{catalogue::groups()};
+};
+
 int replay(const Options& options, Printer& printer)
 {
     std::ifstream file(options.replay, std::ios::binary);
@@ -141,9 +158,10 @@ int replay(const Options& options, Printer& printer)
         throw WrongUse(options.replay + ": the capture cannot be opened");
     }
     station::pcapng::Reader reader(file, options.replay);
+    MaskedTrace trace(printer);
     try {
         while (const auto event = reader.next()) {
-            printer.on(*event);
+            trace.on(*event);
         }
     } catch (const station::pcapng::Error& error) {
         throw WrongUse(error.what());
@@ -169,7 +187,8 @@ public:
             sinks.push_back(&*capture_);
         }
         sinks.push_back(&printer_);
-        station::FanOut trace(sinks);
+        station::FanOut everybody(sinks);
+        MaskedTrace trace(everybody);
         Connection connection(
             options_.port,
             {.reconnect = fromSeconds(options_.reconnectSeconds), .trace = &trace, .interrupt = &tool_.interrupt});

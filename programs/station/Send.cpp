@@ -11,7 +11,7 @@
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "station/Connection.h"
-#include "station/Hex.h"
+#include "station/trace/Secrets.h"
 
 namespace programs::station_tool {
 
@@ -147,7 +147,7 @@ private:
     int printed() const
     {
         for (const Frame& frame : frames()) {
-            std::string line = station::format(frame);
+            std::string line = station::formatMasked(catalogue::groups(), frame);
             if (request_.named) {
                 const auto decoded = catalogue::decodeFromUnit(catalogue::groups(), frame, request_.command);
                 line += "  " + catalogue::format(catalogue::groups(), decoded, frame);

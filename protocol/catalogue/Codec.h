@@ -71,9 +71,22 @@ Decoded decodeRequest(Groups groups, const Frame& frame);
 /// @param asked the command that the frame answers, when the reader knows; two commands may share a reply's code.
 Decoded decodeFromUnit(Groups groups, const Frame& frame, const Command* asked = nullptr);
 
+/// What stands for each byte of a secret.
+inline constexpr std::uint8_t kMask = '*';
+
+/// @returns whether the command or one of its replies holds a secret field.
+bool hasSecret(const Command& command);
+
+/// Masks the secret fields of a frame of either side; its length stays.
+/// @returns whether there was anything to mask.
+bool maskSecrets(Groups groups, Frame& frame);
+
 /// @returns a field's value as one word or quoted text: `1 (up)`, `8750 (87.5 MHz on FM)`, `"HeadUnit"`,
-/// `00 1A 7D DA 71 13`, `[{number=5 signal=35}, …]`. Never contains control characters.
+/// `00 1A 7D DA 71 13`, `[{number=5 signal=35}, …]`, `**** (masked)` of a secret. Never contains control characters.
 std::string format(const DecodedField& field);
+
+/// @returns a '*' for each byte of a secret; empty for a field that is not, and for a secret without bytes.
+std::string maskOf(const DecodedField& field);
 
 /// @returns one line without the frame's bytes: `tuner.frequency: frequency=9470 (94.7 MHz on FM)`; what is unknown as
 /// `8F 77: 01 02`; problems follow in parentheses, marked with "!".

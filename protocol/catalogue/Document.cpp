@@ -165,6 +165,10 @@ Field Document::Storage::readField(const toml::table& table, bool inRecord)
     field.optional = reader.boolean("optional", false);
     field.example = text(reader, "example", !inRecord);
     field.fields = readFields(reader, "fields", true);
+    field.secret = reader.boolean("secret", false);
+    if (field.secret && field.type != Type::kAscii && field.type != Type::kBytes) {
+        reader.report("secret", "only an ascii text or bytes can be secret");
+    }
     const bool number = sizeOf(field.type) > 0;
     if (inRecord && !number) {
         reader.report("type", "a record holds numbers only");

@@ -85,6 +85,9 @@ std::string subjectOf(Groups groups, const Decoded& decoded, const Frame& frame)
 
 std::string format(const DecodedField& field)
 {
+    if (const std::string mask = maskOf(field); !mask.empty()) {
+        return mask + " (masked)";
+    }
     return std::visit(Formatter{field}, field.value);
 }
 

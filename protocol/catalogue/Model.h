@@ -75,6 +75,8 @@ struct Field {
     std::string_view example;
     /// What one of the records consists of: numbers only.
     std::span<const Field> fields;
+    /// Whether the value is masked wherever it is shown or recorded. Texts and bytes only.
+    bool secret = false;
 };
 
 /// A frame of the head unit.

@@ -1,7 +1,8 @@
 # The codec by name: encode, decode and look up against any table of groups.
 add_library(catalogue_codec STATIC
   catalogue/Decode.cpp catalogue/Describe.cpp catalogue/Encode.cpp catalogue/Fields.cpp catalogue/Format.cpp
-  catalogue/HexBytes.cpp catalogue/Lookup.cpp catalogue/Number.cpp catalogue/Suggest.cpp)
+  catalogue/HexBytes.cpp catalogue/Lookup.cpp catalogue/Number.cpp catalogue/Secret.cpp
+  catalogue/Suggest.cpp)
 target_link_libraries(catalogue_codec PUBLIC protocol)
 
 unit_test(catalogue_codec_test

@@ -1,4 +1,5 @@
 #include "station/plan/EngineTest.h"
+#include "station/record/RecordJson.h"
 
 namespace station::plan::tests {
 namespace {
@@ -132,6 +133,31 @@ TEST_F(EngineTest, PatternThatAVariableBreaksIsAnError)
 
     EXPECT_EQ(verdictOf(step(1)), Verdict::kError);
     EXPECT_EQ(reasonOf(step(1)), "invalid repetition size: {5,2}");
+}
+
+TEST_F(EngineTest, SecretIsJudgedAndNowhereInTheRecord)
+{
+    on[0x0A0F] = [&](const Frame&) { reply(0x8A, 0x0F, {'7', '3', '9', '1'}); };
+    prompter.answers = {{"password", "7391"}};
+
+    const auto& run = runSteps(R"(
+        { prompt = "Password number?", id = "password", answer = "text", expect = { matches = "[0-9]+" }, store = "password" },
+        { send = "identity.write-password-number", with = { value = "${password}" } },
+        { send = "identity.write-password-number", with = { value = "7391" } },
+        { send = "identity.password-number", expect = { value = "${password}" } },
+        { send = "identity.password-number", expect = { value = { matches = "(${password})?" } } },
+        { send = "identity.password-number", expect = { value = "73918" } },
+        { send = "identity.password-number", expect = { value = { matches = "7391x" } } })");
+
+    for (const std::size_t good : {0, 1, 2, 3, 4}) {
+        EXPECT_EQ(verdictOf(step(good)), Verdict::kPass) << good;
+    }
+    EXPECT_EQ(reasonOf(step(5)), "value is **** (masked), expected ***** (masked)");
+    EXPECT_EQ(verdictOf(step(6)), Verdict::kFail);
+    const std::string json = record::serialise(record::toJson(run, protocol::catalogue::groups()));
+    EXPECT_THAT(json, Not(HasSubstr("7391")));
+    EXPECT_THAT(json, Not(HasSubstr("37 33 39 31")));
+    EXPECT_THAT(json, HasSubstr("\"masked\": true"));
 }
 
 TEST_F(EngineTest, EveryFieldThatMissesIsNamed)

@@ -50,6 +50,12 @@ std::string substituteInPattern(const std::string& pattern, const Variables& var
     return substitute(pattern, plain);
 }
 
+/// A pattern may hold a secret as it is.
+std::string shownPattern(const std::string& pattern, bool secret)
+{
+    return secret ? "(masked)" : pattern;
+}
+
 record::Scalar scalarOf(const catalogue::DecodedField& field, bool asNumber, double factor)
 {
     if (const auto* number = std::get_if<std::int64_t>(&field.value)) {
@@ -97,6 +103,9 @@ public:
             measurement_.passed = false;
             wanted_ = "what the catalogue allows (" + field_.problem + ")";
         }
+        if (const std::string mask = catalogue::maskOf(field_); !mask.empty()) {
+            measurement_.value = mask;
+        }
         if (!measurement_.passed) {
             judgement.misses.push_back(expected_.name + " is " + catalogue::format(field_) + ", expected " + wanted_);
         }
@@ -122,7 +131,9 @@ private:
     {
         const std::string text = substitute(*expected_.equals, variables_);
         const catalogue::DecodedField wanted{field_.field, literal(*field_.field, text), {}};
-        measurement_.limits.equals = scalarOf(wanted, std::holds_alternative<double>(measurement_.value), factor);
+        const std::string mask = catalogue::maskOf(wanted);
+        measurement_.limits.equals =
+            mask.empty() ? scalarOf(wanted, std::holds_alternative<double>(measurement_.value), factor) : mask;
         if (!same(*field_.field, field_.value, wanted.value)) {
             miss(catalogue::format(wanted));
         }
@@ -131,9 +142,9 @@ private:
     void comparePattern()
     {
         const std::string pattern = substituteInPattern(*expected_.matches, variables_);
-        measurement_.limits.matches = pattern;
+        measurement_.limits.matches = shownPattern(pattern, field_.field->secret);
         if (!matches(written(field_), pattern)) {
-            miss("a text that matches /" + pattern + "/");
+            miss("a text that matches /" + *measurement_.limits.matches + "/");
         }
     }
 
@@ -155,9 +166,14 @@ void judgeMissing(const Expected& expected, const Variables& variables, Judgemen
     measurement.name = expected.name;
     measurement.value = std::string();
     measurement.unit = expected.unit;
-    measurement.limits = {expected.minimum, expected.maximum, std::nullopt, expected.matches};
+    const bool secret = expected.field != nullptr && expected.field->secret;
+    measurement.limits = {expected.minimum, expected.maximum, std::nullopt, std::nullopt};
+    if (expected.matches) {
+        measurement.limits.matches = shownPattern(*expected.matches, secret);
+    }
     if (expected.equals) {
-        measurement.limits.equals = substitute(*expected.equals, variables);
+        const std::string wanted = substitute(*expected.equals, variables);
+        measurement.limits.equals = secret ? std::string(wanted.size(), catalogue::kMask) : wanted;
     }
     measurement.passed = empty;
     if (!empty) {
@@ -247,7 +263,13 @@ Judgement judge(const Prompt& prompt, const std::string& answer, const Variables
     }
     measurement.passed = wanted.empty();
     Judgement judgement;
-    if (!wanted.empty()) {
+    if (prompt.secret) {
+        measurement.value = std::string(answer.size(), catalogue::kMask);
+        measurement.limits = {};
+        if (!wanted.empty()) {
+            judgement.misses.push_back("the operator's answer to " + prompt.id + " (masked) is not as expected");
+        }
+    } else if (!wanted.empty()) {
         const std::string said = prompt.kind == Prompt::Kind::kText ? inDoubleQuotes(answer) : answer;
         judgement.misses.push_back("the operator's answer to " + prompt.id + " is " + said + ", expected " + wanted);
     }

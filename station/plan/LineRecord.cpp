@@ -11,7 +11,9 @@ constexpr std::size_t kMostArrivals = 4096;
 
 void LineRecord::on(const TraceEvent& event)
 {
-    const std::size_t number = run_.events.add(event);
+    // The steps see the secrets, the record and whoever watches do not.
+    const TraceEvent shown = mask_(event);
+    const std::size_t number = run_.events.add(shown);
     auto meaning = attribution_.on(event);
     if (hasFrame(event.kind)) {
         bytes_ += protocol::frameLength(event.frame.params.size());
@@ -26,13 +28,13 @@ void LineRecord::on(const TraceEvent& event)
         }
         arrivals_.push_back({event, std::move(meaning), number, false, true});
     }
-    observer_.onFrame(event);
+    observer_.onFrame(shown);
 }
 
 void LineRecord::claim(Arrival& arrival)
 {
     arrival.claimed = true;
-    run_.events.claim(arrival.number, arrival.event);
+    run_.events.claim(arrival.number, mask_(arrival.event));
 }
 
 bool LineRecord::latestAnswers() const

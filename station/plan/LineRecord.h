@@ -6,6 +6,7 @@
 #include "station/plan/Observer.h"
 #include "station/record/RunRecord.h"
 #include "station/trace/Attribution.h"
+#include "station/trace/Secrets.h"
 
 namespace station::plan {
 
@@ -14,7 +15,7 @@ class LineRecord : public TraceSink
 {
 public:
     LineRecord(record::Run& run, Observer& observer, protocol::catalogue::Groups groups)
-        : run_(run), observer_(observer), attribution_(groups)
+        : run_(run), observer_(observer), attribution_(groups), mask_(groups)
     {
     }
 
@@ -50,6 +51,7 @@ private:
     record::Run& run_;
     Observer& observer_;
     Attribution attribution_;
+    SecretMask mask_;
     std::deque<Arrival> arrivals_;
     std::size_t bytes_ = 0;
 };

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "station/plan/LoadContext.h"
+#include "station/plan/Variables.h"
 
 namespace station::plan {
 
@@ -113,6 +114,52 @@ void loadPlan(Context& context, const toml::table& table, Plan& plan)
     reader.finish();
 }
 
+/// @returns whether the step puts the variable into a secret field, or compares one with it.
+bool usesSecret(const Step& step, const std::string& variable)
+{
+    const auto names = [&](const std::optional<std::string>& text) {
+        const auto list = variablesIn(text.value_or(""));
+        return std::ranges::find(list, variable) != list.end();
+    };
+    const auto expects = [&](const std::vector<Expected>& list) {
+        return std::ranges::any_of(list, [&](const Expected& each) {
+            return each.field != nullptr && each.field->secret && (names(each.equals) || names(each.matches));
+        });
+    };
+    if (const auto* wait = std::get_if<Wait>(&step.action)) {
+        return expects(wait->expect);
+    }
+    const auto* send = std::get_if<Send>(&step.action);
+    if (send == nullptr) {
+        return false;
+    }
+    const auto sends = [&](const protocol::catalogue::Argument& argument) {
+        const auto field = std::ranges::find(send->command->params, argument.first, &protocol::catalogue::Field::name);
+        return field != send->command->params.end() && field->secret && names(argument.second);
+    };
+    return expects(send->expect) || expects(send->expectLater) || std::ranges::any_of(send->with, sends);
+}
+
+/// A question whose answer goes into a secret field asks for a secret.
+void markSecretQuestions(Plan& plan)
+{
+    std::vector<Step*> steps;
+    for (auto* phase : {&plan.setup, &plan.main, &plan.teardown}) {
+        for (Group& group : *phase) {
+            for (Step& step : group.steps) {
+                steps.push_back(&step);
+            }
+        }
+    }
+    for (Step* asking : steps) {
+        auto* prompt = std::get_if<Prompt>(&asking->action);
+        if (prompt != nullptr && prompt->store) {
+            prompt->secret =
+                std::ranges::any_of(steps, [&](const Step* step) { return usesSecret(*step, *prompt->store); });
+        }
+    }
+}
+
 }  // namespace
 
 Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups)
@@ -128,6 +175,7 @@ Loaded load(std::string_view text, const std::string& path, protocol::catalogue:
     context.timeout = std::chrono::seconds(1);
     context.retryDelay = std::chrono::milliseconds(100);
     loadPlan(context, table, plan);
+    markSecretQuestions(plan);
     protocol::toml_file::sort(loaded.problems);
     protocol::toml_file::sort(loaded.warnings);
     if (loaded.problems.empty()) {

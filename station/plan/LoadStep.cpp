@@ -174,7 +174,8 @@ private:
             return std::ranges::find(params, argument.first, &Field::name) - params.begin();
         });
         for (const auto& [name, value] : send.with) {
-            step_.what += " " + name + "=" + shown(value);
+            const bool masked = std::ranges::find(params, name, &Field::name)->secret && variablesIn(value).empty();
+            step_.what += " " + name + "=" + shown(masked ? std::string(value.size(), catalogue::kMask) : value);
         }
     }
 

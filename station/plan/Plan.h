@@ -83,6 +83,8 @@ struct Prompt {
     std::optional<std::string> store;
     /// Whether no two units of a run may get the same answer.
     bool unique = false;
+    /// Whether the answer is masked wherever it is shown or recorded, since it goes into or stands for a secret field.
+    bool secret = false;
 };
 
 /// Sets the simulated head unit, or has it raise an event.

@@ -171,7 +171,7 @@ void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t 
                               (decoded.command != nullptr && isLater(*decoded.command, frame));
         if (!arrival.claimed && arrival.afterSending && !byItself) {
             if (count++ < kShown) {
-                strange += (strange.empty() ? "" : ", ") + station::format(frame);
+                strange += (strange.empty() ? "" : ", ") + formatMasked(surroundings_.groups, frame);
             }
         }
     }
@@ -222,7 +222,7 @@ void StepRunner::attribute(LineRecord::Arrival& arrival, const Attribution::Requ
         return;
     }
     const bool running = sender == senders_.rbegin();
-    const std::string frame = station::format(arrival.event.frame);
+    const std::string frame = formatMasked(surroundings_.groups, arrival.event.frame);
     const std::string after = milliseconds(arrival.event.steady - request.at);
     if (request.due == Attribution::Due::kSilence) {
         fail(*sender->attempt, Verdict::kFail, "answered by " + frame + " after " + after + ", expected silence");
@@ -249,7 +249,8 @@ void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked,
         fail(attempt, Verdict::kFail, judgement.reason());
     }
     if (const std::string wrong = misshape(decoded); !wrong.empty()) {
-        fail(attempt, Verdict::kError, station::format(frame) + " does not fit the catalogue: " + wrong);
+        fail(attempt, Verdict::kError,
+             formatMasked(surroundings_.groups, frame) + " does not fit the catalogue: " + wrong);
     }
     for (const Store& each : store) {
         const auto field = std::ranges::find_if(

@@ -51,7 +51,8 @@ int openAgain(const char* path, int flags)
 {
     int number = -1;
     do {
-        number = ::open(path, flags | O_CLOEXEC, 0666);
+        // Results are for their owner and his group.
+        number = ::open(path, flags | O_CLOEXEC, 0640);
     } while (number < 0 && errno == EINTR);
     return number;
 }

@@ -122,6 +122,9 @@ Json events(const Events& all, EventRange range, Groups groups)
         if (!event.text.empty()) {
             row["text"] = event.text;
         }
+        if (event.masked) {
+            row["masked"] = true;
+        }
         json.push_back(std::move(row));
     }
     return json;
@@ -327,6 +330,9 @@ TraceEvent readEvent(const RecordReader& reader)
     }
     if (const auto text = reader.find("text")) {
         event.text = text->text();
+    }
+    if (const auto masked = reader.find("masked")) {
+        event.masked = masked->yes();
     }
     return event;
 }

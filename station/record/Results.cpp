@@ -60,7 +60,7 @@ nlohmann::ordered_json unfinished(const Run& run, protocol::catalogue::Groups gr
 /// @returns whether the folder is this program's own now; false when a run of that name is there.
 bool takeName(const fs::path& running, const fs::path& final)
 {
-    if (::mkdir(running.c_str(), 0777) != 0) {
+    if (::mkdir(running.c_str(), 0750) != 0) {
         if (errno == EEXIST) {
             return false;
         }

@@ -28,6 +28,17 @@ const KindText& textOf(TraceEvent::Kind kind)
     return kKinds.at(static_cast<std::size_t>(kind));
 }
 
+/// @returns the bytes with `**` for those that are masked.
+std::string withMask(std::string bytes, bool masked)
+{
+    // What stands at the beginning is a header or a code.
+    constexpr std::string_view kMask = "2A";
+    for (auto i = bytes.find(kMask, 1); masked && i != std::string::npos; i = bytes.find(kMask, i)) {
+        bytes.replace(i, kMask.size(), "**");
+    }
+    return bytes;
+}
+
 }  // namespace
 
 const char* name(TraceEvent::Kind kind)
@@ -45,12 +56,15 @@ const char* caption(TraceEvent::Kind kind)
     return textOf(kind).caption;
 }
 
+std::string frameText(const TraceEvent& event)
+{
+    return hasFrame(event.kind) ? withMask(format(event.frame), event.masked) : std::string();
+}
+
 std::string bytesText(const TraceEvent& event)
 {
-    if (!event.bytes.empty()) {
-        return protocol::catalogue::formatHexBytes(event.bytes);
-    }
-    return hasFrame(event.kind) ? format(event.frame) : std::string();
+    return event.bytes.empty() ? frameText(event)
+                               : withMask(protocol::catalogue::formatHexBytes(event.bytes), event.masked);
 }
 
 std::string describe(protocol::catalogue::Groups groups, const TraceEvent& event,
@@ -58,7 +72,7 @@ std::string describe(protocol::catalogue::Groups groups, const TraceEvent& event
 {
     std::string text;
     if (event.kind == TraceEvent::Kind::kCorrupt) {
-        text = format(event.frame) + ": wrong checksum";
+        text = frameText(event) + ": wrong checksum";
     } else if (event.kind == TraceEvent::Kind::kBack) {
         text = "the device is there again";
     } else if (event.kind == TraceEvent::Kind::kLost) {

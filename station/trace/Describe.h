@@ -18,6 +18,10 @@ const char* arrow(TraceEvent::Kind kind);
 /// @returns the kind as a caption: "→ to unit", "← from unit", "← damaged", "✕ port gone", "✓ port back".
 const char* caption(TraceEvent::Kind kind);
 
+/// @returns code and parameters as people read them: `8F 00 [01]`, `8A 0F [** **]` when they are masked; nothing for an
+/// event without a frame.
+std::string frameText(const TraceEvent& event);
+
 /// @returns the frame's bytes as people read them: `8F 00 [01]`, every byte of a damaged frame, nothing for an event
 /// without a frame.
 std::string bytesText(const TraceEvent& event);

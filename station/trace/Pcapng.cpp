@@ -166,7 +166,7 @@ File::File(const std::string& path, const Source& source, Describe describe, std
     : path_(path)
     , describe_(std::move(describe))
     , limit_(limit)
-    , descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))
+    , descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640))
 {
     if (descriptor_ < 0) {
         throw std::system_error(errno, std::generic_category(), path + ": cannot write the capture");

@@ -30,6 +30,8 @@ struct TraceEvent {
     std::vector<std::uint8_t> bytes = {};
     /// kReceived: its first byte came before the last frame was sent, so it cannot answer that one.
     bool early = false;
+    /// Whether bytes of `frame` and `bytes` are masked, since they were secret.
+    bool masked = false;
 
     bool operator==(const TraceEvent&) const = default;
 };

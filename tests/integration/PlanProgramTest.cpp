@@ -302,6 +302,53 @@ TEST_F(PlanProgramTest, ThirdInterruptEndsARunWhoseOutputNobodyReads)
     EXPECT_EQ(status, 4);
 }
 
+TEST_F(PlanProgramTest, PasswordNumberIsInNoReportAndNotOnTheTerminal)
+{
+    startBench();
+    const auto answers = write("answers.toml",
+                               "hu-serial = \"HU7\"\nfactory-serial = \"SN123\"\nproduction-date = \"20261121\"\n"
+                               "drawing-code = \"D-42\"\npassword-number = \"739158264\"\n"
+                               "bluetooth-address = \"001A7DDA7113\"\ncarplay-mac = \"001122334455\"\n");
+    const auto isClear = [](const std::string& text) {
+        return text.find("739158264") != std::string::npos || text.find("37 33 39 31") != std::string::npos;
+    };
+
+    const auto outcome = run(planRun(shipped("provision"), {"--answers", answers}));
+
+    EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    EXPECT_FALSE(isClear(outcome.out + outcome.err));
+    std::size_t files = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(results())) {
+        if (entry.is_regular_file()) {
+            ++files;
+            std::ifstream file(entry.path(), std::ios::binary);
+            EXPECT_FALSE(isClear({std::istreambuf_iterator<char>(file), {}})) << entry.path();
+            EXPECT_EQ(entry.status().permissions() & ~std::filesystem::perms(0640), std::filesystem::perms::none);
+        }
+    }
+    EXPECT_EQ(files, 4U);
+    for (const char* format : {"html", "junit", "csv", "json"}) {
+        const auto exported = run(
+            {ENGINEERING_STATION, "report", "export", "latest", "--results", results().string(), "--format", format});
+        EXPECT_EQ(exported.status, 0) << exported.err;
+        EXPECT_FALSE(isClear(exported.out + exported.err)) << format;
+    }
+    run({ENGINEERING_STATION, "send", "test.set-mode", "mode=on"});
+    for (const std::vector<std::string>& verb : {std::vector<std::string>{"send", "identity.password-number"},
+                                                 {"send", "identity.password-number", "--json"},
+                                                 {"send", "0A", "0F"},
+                                                 {"identity", "read"},
+                                                 {"identity", "read", "--json"},
+                                                 {"identity", "verify", "--set", "password-number=739158264"}}) {
+        std::vector<std::string> all{ENGINEERING_STATION};
+        all.insert(all.end(), verb.begin(), verb.end());
+        const auto shown = run(all);
+        EXPECT_EQ(shown.status, 0) << shown.err;
+        EXPECT_FALSE(isClear(shown.out + shown.err)) << shown.out;
+    }
+    EXPECT_TRUE(isClear(run({ENGINEERING_STATION, "identity", "read", "--show-secrets"}).out));
+}
+
 TEST_F(PlanProgramTest, SeveralUnitsAreTestedAtOnceEachWithItsRecord)
 {
     startService();

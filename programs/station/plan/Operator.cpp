@@ -60,7 +60,8 @@ std::optional<std::string> Operator::ask(const Question& question, station::Inte
     }
     if (auto answer = answers_.find(question.port, question.prompt.id)) {
         if (const std::string port = takenBy(question, *answer); !port.empty()) {
-            throw NoAnswer("the answer '" + *answer + "' to '" + question.prompt.id + "' has gone to " + port +
+            throw NoAnswer("the answer '" + (question.prompt.secret ? "***" : *answer) + "' to '" + question.prompt.id +
+                           "' has gone to " + port +
                            " already: give each port a table of its own, [\"PORT\"], in the file of answers");
         }
         return answer;

@@ -55,7 +55,7 @@ public:
                    literal(field.meaning) + ", " + literal(field.unit) + ", " + scale + ", " +
                    std::to_string(field.minimum) + ", " + std::to_string(field.maximum) + ", " + named + ", " +
                    truth(field.open) + ", " + truth(field.optional) + ", " + literal(field.example) + ", " + inner +
-                   "}";
+                   ", " + truth(field.secret) + "}";
         });
     }
 
