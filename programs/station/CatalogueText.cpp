@@ -200,7 +200,8 @@ nlohmann::ordered_json commandJson(const std::string& key, const Command& comman
             {"replies", repliesJson(command.replies)},
             {"silent_when", command.silentWhen},
             {"later", repliesJson(command.later)},
-            {"read_back", command.readBack}};
+            {"read_back", command.readBack},
+            {"unique", command.unique}};
 }
 
 nlohmann::ordered_json noticeJson(const std::string& key, const Notice& notice)
@@ -283,6 +284,9 @@ std::string commandText(Groups groups, const Command& command)
                           {"After a reconnect", command.repeatable ? "may be sent again" : "is not sent again"}};
     if (!command.readBack.empty()) {
         rows.push_back({"Read back with", std::string(command.readBack)});
+    }
+    if (!command.unique.empty()) {
+        rows.push_back({"Unique among units", "each " + std::string(command.unique) + " is given once (see registry)"});
     }
     if (!command.silentWhen.empty()) {
         rows.push_back({"No reply comes", std::string(command.silentWhen)});

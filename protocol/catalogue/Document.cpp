@@ -255,6 +255,10 @@ Command Document::Storage::readCommand(const toml::table& table, std::uint8_t gr
     command.silentWhen = text(reader, "silent");
     command.later = readReplies(reader, "later", group, command.cmdTwo);
     command.readBack = text(reader, "read-back");
+    command.unique = text(reader, "unique");
+    if (!command.unique.empty() && (command.readBack.empty() || command.params.size() != 1)) {
+        reader.report("unique", "'unique' needs one parameter and a 'read-back'");
+    }
     reader.finish();
     return command;
 }

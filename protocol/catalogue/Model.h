@@ -113,6 +113,8 @@ struct Command {
     std::span<const Reply> later;
     /// Full key, GROUP.COMMAND, of the command that reads back what this one wrote; empty for none.
     std::string_view readBack;
+    /// Name space in which the value that it writes belongs to one unit only; empty: several units may have the same.
+    std::string_view unique;
 };
 
 /// A frame that the head unit sends on its own.

@@ -1,7 +1,6 @@
 #include "station/identity/Record.h"
 
 #include <algorithm>
-#include <array>
 #include <stdexcept>
 
 #include "protocol/catalogue/Catalogue.h"
@@ -16,10 +15,6 @@ namespace catalogue = protocol::catalogue;
 
 constexpr std::string_view kGroup = "identity";
 constexpr std::string_view kWriter = "write-";
-
-/// The others are the same in many units: a drawing, a day, a password.
-constexpr auto kUnique =
-    std::to_array<std::string_view>({"factory-serial", "hu-serial", "carplay-mac", "bluetooth-address"});
 
 bool isSeparator(char c)
 {
@@ -43,7 +38,8 @@ std::vector<Record> records(catalogue::Groups groups)
         Record record{command.key.substr(kWriter.size()), &command, read, false, false};
         const auto fields = read->replies.front().fields;
         record.presenceOnly = !fields.empty() && catalogue::sizeOf(fields.front().type) > 0;
-        record.unique = std::ranges::find(kUnique, record.name) != kUnique.end();
+        record.unique = !command.unique.empty();
+        record.space = command.unique;
         all.push_back(record);
     }
     return all;

@@ -20,6 +20,11 @@ struct Record {
     bool presenceOnly = false;
     /// No two units have the same.
     bool unique = false;
+    /// Within what they have not: the two kinds of address are one name space. Empty when several may have the same.
+    std::string_view space = {};
+
+    /// Its value is an address of 48 bits.
+    bool isAddress() const { return write->params.front().type == protocol::catalogue::Type::kHexText; }
 };
 
 using Records = std::span<const Record>;

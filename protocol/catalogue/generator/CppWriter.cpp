@@ -78,7 +78,8 @@ public:
                    ", Access::" + (command.access == Access::kRead ? "kRead" : "kWrite") + ", " +
                    truth(command.destructive) + ", " + truth(command.repeatable) + ", " +
                    std::to_string(command.minimumParams) + ", " + params + ", " + atOnce + ", " +
-                   literal(command.silentWhen) + ", " + later + ", " + literal(command.readBack) + "}";
+                   literal(command.silentWhen) + ", " + later + ", " + literal(command.readBack) + ", " +
+                   literal(command.unique) + "}";
         });
     }
 
