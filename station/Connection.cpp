@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -48,6 +49,27 @@ std::string format(Duration time)
     return ms % 1000 == 0 ? std::to_string(ms / 1000) + " s" : std::to_string(ms) + " ms";
 }
 
+/// Gives a variable a value for as long as this object lives.
+template <class T>
+class Meanwhile
+{
+public:
+    Meanwhile(T& variable, T value) : variable_(variable), before_(std::exchange(variable, value)) {}
+    ~Meanwhile() { variable_ = before_; }
+    Meanwhile(const Meanwhile&) = delete;
+    Meanwhile& operator=(const Meanwhile&) = delete;
+
+private:
+    T& variable_;
+    T before_;
+};
+
+Connection::MakeGuard& guardMaker()
+{
+    static Connection::MakeGuard make;
+    return make;
+}
+
 std::vector<std::uint8_t> encode(const Frame& command)
 {
     protocol::StationFrameBuffer buffer;
@@ -62,7 +84,11 @@ std::vector<std::uint8_t> encode(const Frame& command)
 }  // namespace
 
 struct Connection::State {
-    State(PortSpec portSpec, Options given) : port(std::move(portSpec)), options(given), link(std::in_place, openLink())
+    State(PortSpec portSpec, Options given)
+        : port(std::move(portSpec))
+        , options(given)
+        , link(std::in_place, openLink())
+        , guard(guardMaker() ? guardMaker()() : nullptr)
     {
     }
 
@@ -71,6 +97,13 @@ struct Connection::State {
     std::optional<SerialLink> link;  // nothing while the device is away
     /// Until when a device that went is waited for; nothing once a call has done its work since.
     std::optional<Clock::time_point> giveUpAt;
+    std::size_t losses = 0;
+    static constexpr auto kAnyLosses = std::numeric_limits<std::size_t>::max();
+
+    std::unique_ptr<SendGuard> guard;
+    bool guardAsks = false;
+    /// What the guard waits for; nullptr while it does not.
+    const Connection::Answers* guardAnswers = nullptr;
 
     protocol::FrameAssembler assembler;
     /// How many of the assembler's bytes had come before the last request was sent.
@@ -94,6 +127,11 @@ struct Connection::State {
 
     void tell(TraceEvent event) const
     {
+        const bool answer = event.kind == TraceEvent::Kind::kReceived && !event.early && guardAnswers != nullptr;
+        event.aside = answer ? (*guardAnswers)(event.frame) : event.kind == TraceEvent::Kind::kSent && guardAsks;
+        if (guard != nullptr) {
+            guard->on(event);
+        }
         if (options.trace != nullptr) {
             options.trace->on(event);
         }
@@ -129,6 +167,7 @@ struct Connection::State {
         quality.garbageBytes += assembler.size();
         assembler = {};
         staleBytes = 0;
+        ++losses;
         tellNow(TraceEvent::Kind::kLost, {}, error.what());
         if (!giveUpAt) {
             giveUpAt = Clock::now() + std::clamp<Duration>(options.reconnect, Duration(0), kLongest);
@@ -231,9 +270,24 @@ struct Connection::State {
         staleBytes = assembler.size();
     }
 
-    /// @param begun becomes true when a byte may have reached the device.
-    void write(SerialLink& to, Bytes bytes, bool& begun) const
+    /// Asks the guard.
+    /// @returns up to how many losses the frame may be sent; throws NotSent when it may not be at all.
+    std::size_t letOut(Connection& connection, const Frame& command)
     {
+        if (guard == nullptr || guardAsks) {
+            return kAnyLosses;
+        }
+        const Meanwhile asks(guardAsks, true);
+        return guard->check(connection, command) ? losses : kAnyLosses;
+    }
+
+    /// @param begun becomes true when a byte may have reached the device.
+    /// @param lossesAllowed as `letOut` has it
+    void write(SerialLink& to, Bytes bytes, bool& begun, std::size_t lossesAllowed) const
+    {
+        if (losses > lossesAllowed) {
+            throw NotSent("the device went away after the unit had been asked who it is: nothing more is sent");
+        }
         const auto deadline = Clock::now() + wireTime(bytes.size(), port.baud) + kStalled;
         while (!bytes.empty()) {
             bytes = bytes.subspan(to.writeSome(bytes, deadline));
@@ -273,6 +327,11 @@ struct Connection::State {
     }
 };
 
+void Connection::guardBy(MakeGuard make)
+{
+    guardMaker() = std::move(make);
+}
+
 Connection::Connection(PortSpec port, Options options)
 {
     try {
@@ -289,10 +348,12 @@ Connection::Outcome Connection::request(const Frame& command, const Answers& ans
 {
     const auto bytes = encode(command);
     State& state = *state_;
-    return state.withLine(repeatable, [&](SerialLink& line, bool& begun) {
+    const std::size_t lossesAllowed = state.letOut(*this, command);
+    const Meanwhile waits(state.guardAnswers, state.guardAsks ? &answers : nullptr);
+    return state.withLine(repeatable && lossesAllowed == State::kAnyLosses, [&](SerialLink& line, bool& begun) {
         state.drain(line);
         state.corrupt = 0;
-        state.write(line, bytes, begun);
+        state.write(line, bytes, begun, lossesAllowed);
         const auto written = Clock::now();
         state.tellNow(TraceEvent::Kind::kSent, command);
 
@@ -318,8 +379,9 @@ void Connection::send(const Frame& command)
 {
     const auto bytes = encode(command);
     State& state = *state_;
+    const std::size_t lossesAllowed = state.letOut(*this, command);
     state.withLine(false, [&](SerialLink& line, bool& begun) {
-        state.write(line, bytes, begun);
+        state.write(line, bytes, begun, lossesAllowed);
         state.tellNow(TraceEvent::Kind::kSent, command);
         return true;
     });

@@ -43,6 +43,26 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// A connection's guard did not let a frame out; one line says why. Not a byte of it was sent.
+class NotSent : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class Connection;
+
+/// Stands between everything that sends and the line: one for each connection. Is told what happens on the line like
+/// any sink, and ends with the connection. All on the connection's thread.
+class SendGuard : public TraceSink
+{
+public:
+    /// Called before a frame leaves. May send reading commands on `connection`, which are not checked themselves.
+    /// Throws NotSent, and what the connection throws.
+    /// @returns whether the frame is for the unit that is on the line now, and none that comes after a loss.
+    virtual bool check(Connection& connection, const protocol::Frame& command) = 0;
+};
+
 /// A test station on a line that is its own: the port is locked against other programs (flock, then TIOCEXCL), traced,
 /// and opened again when the device goes and comes back under the same name: symbolic links are followed anew each
 /// time. For one thread.
@@ -63,6 +83,11 @@ public:
         /// Ends every wait with Interrupted; may be nullptr; outlives the connection.
         Interrupt* interrupt = nullptr;
     };
+
+    /// Sets who guards each connection that the process opens from now on; by default nobody does. Not to be called
+    /// while another thread opens one.
+    using MakeGuard = std::function<std::unique_ptr<SendGuard>()>;
+    static void guardBy(MakeGuard make);
 
     /// Throws PortError.
     Connection(PortSpec port, Options options);
@@ -85,11 +110,11 @@ public:
     /// traced and passed over. When the device goes meanwhile and comes back, a repeatable command is sent again (with
     /// the whole time-out); any other, if a byte of it may have reached the device, ends with LinkError at once.
     /// The time-out counts from when the command's last byte can have left the device.
-    /// Throws std::length_error for more than protocol::kMaxStationParams parameters.
+    /// Throws NotSent, and std::length_error for more than protocol::kMaxStationParams parameters.
     Outcome request(const protocol::Frame& command, const Answers& answers, Duration timeout, bool repeatable);
 
     /// Sends without waiting for anything. Never sends twice: LinkError when the device goes in the middle.
-    /// Throws std::length_error for more than protocol::kMaxStationParams parameters.
+    /// Throws NotSent, and std::length_error for more than protocol::kMaxStationParams parameters.
     void send(const protocol::Frame& command);
 
     /// @returns the next frame, received before or after this call; nothing when none came by `deadline`, also when the

@@ -127,6 +127,42 @@ protected:
     Interrupt interrupt;
 };
 
+/// Asks the unit for its mode before each frame of group 0A.
+class AskingGuard : public SendGuard
+{
+public:
+    explicit AskingGuard(std::function<void()> behind) : behind_(std::move(behind)) {}
+
+    bool check(Connection& connection, const Frame& command) override
+    {
+        if (command.cmdOne != 0x0A) {
+            return false;
+        }
+        if (!connection.request(kAskMode, answersAskMode, kGenerous, true).reply) {
+            throw NotSent("nobody is there");
+        }
+        behind_();
+        return true;
+    }
+
+    void on(const TraceEvent&) override {}
+
+private:
+    std::function<void()> behind_;
+};
+
+class GuardedConnectionTest : public ConnectionTest
+{
+protected:
+    GuardedConnectionTest()
+    {
+        Connection::guardBy([this] { return std::make_unique<AskingGuard>([this] { behind(); }); });
+    }
+    ~GuardedConnectionTest() override { Connection::guardBy({}); }
+
+    std::function<void()> behind = [] {};
+};
+
 template <class Error>
 std::string messageOf(const auto& action)
 {
@@ -136,6 +172,66 @@ std::string messageOf(const auto& action)
         return error.what();
     }
     return "(nothing was thrown)";
+}
+
+// 0A 13 [7]: 03+0A+13+37 = 0057, two's complement FFA9
+const Frame kWrite{0x0A, 0x13, {0x37}};
+const Bytes kWriteBytes{0x2A, 0xA2, 0x00, 0x03, 0x0A, 0x13, 0x37, 0x00, 0xFF, 0xA9};
+
+TEST_F(GuardedConnectionTest, GuardAsksTheUnitBeforeTheFrameLeaves)
+{
+    Connection connection = connect();
+    trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
+
+    connection.send(kWrite);
+
+    EXPECT_EQ(unit->read(18), kAskModeBytes + kWriteBytes);
+    ASSERT_THAT(trace.kinds(), ElementsAre(Kind::kSent, Kind::kReceived, Kind::kSent));
+    EXPECT_TRUE(trace.events[0].aside);
+    EXPECT_TRUE(trace.events[1].aside);
+    EXPECT_FALSE(trace.events[2].aside);
+}
+
+TEST_F(GuardedConnectionTest, WhatTheGuardDoesNotAskForIsNotItsOwn)
+{
+    Connection connection = connect();
+    trace.at(Kind::kSent, [&] { unit->write(kKeyBytes + kModeIsOnBytes); });
+
+    connection.send(kWrite);
+
+    ASSERT_THAT(trace.kinds(), ElementsAre(Kind::kSent, Kind::kReceived, Kind::kReceived, Kind::kSent));
+    EXPECT_FALSE(trace.events[1].aside);
+    EXPECT_TRUE(trace.events[2].aside);
+}
+
+TEST_F(GuardedConnectionTest, FrameThatTheGuardRefusesDoesNotLeave)
+{
+    Connection connection = connect();
+    behind = [] { throw NotSent("given to another unit"); };
+    trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
+
+    EXPECT_EQ(messageOf<NotSent>([&] { connection.send(kWrite); }), "given to another unit");
+    trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
+    EXPECT_THROW(connection.request(kWrite, answersAskMode, kGenerous, true), NotSent);
+
+    EXPECT_EQ(unit->read(16), kAskModeBytes + kAskModeBytes);
+}
+
+TEST_F(GuardedConnectionTest, FrameForOneUnitDoesNotGoToTheNextOneBehindTheSameName)
+{
+    Connection connection = connect();
+    trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
+    behind = [&] {
+        unit->hangUp();
+        plugIn();
+    };
+
+    EXPECT_THAT(messageOf<NotSent>([&] { connection.request(kWrite, answersAskMode, kGenerous, true); }),
+                HasSubstr("nothing more is sent"));
+    behind = [] {};
+    trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
+    ask(connection);
+    EXPECT_EQ(unit->read(8), kAskModeBytes);
 }
 
 TEST_F(ConnectionTest, RequestSendsTheFrameAndGivesTheReply)

@@ -22,6 +22,8 @@ void LineRecord::on(const TraceEvent& event)
         for (auto& arrival : arrivals_) {
             arrival.afterSending = false;
         }
+    } else if (event.aside) {
+        run_.events.claim(number, event);
     } else if (event.kind == TraceEvent::Kind::kReceived) {
         if (arrivals_.size() == kMostArrivals) {
             arrivals_.pop_front();

@@ -32,6 +32,8 @@ struct TraceEvent {
     bool early = false;
     /// Whether bytes of `frame` and `bytes` are masked, since they were secret.
     bool masked = false;
+    /// It belongs to a question of the connection's guard, not to what the connection's user asks.
+    bool aside = false;
 
     bool operator==(const TraceEvent&) const = default;
 };
