@@ -13,6 +13,7 @@
 #include "programs/station/CommandLine.h"
 #include "programs/station/ExitStatuses.h"
 #include "programs/station/Output.h"
+#include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Codec.h"
 
@@ -105,8 +106,13 @@ int main(int argc, char** argv)
         endOnSignals(interrupt);
         watchStandardOutput();
         CLI::App app("The test station's side of the line: sends commands, decodes replies, runs plans.");
-        Tool tool{app, false, {}, interrupt};
+        Station station(interrupt);
+        station.guardConnections();
+        Tool tool{app, false, {}, interrupt, &station};
         setUp(app, tool.json);
+        app.add_option("--config", station.given,
+                       "The station's file; by default $ENGINEERING_STATION, else /etc/engineering/station.toml")
+            ->type_name("FILE");
         app.footer(exitStatusText());
         addPorts(tool);
         addSend(tool);
@@ -116,6 +122,7 @@ int main(int argc, char** argv)
         addIdentity(tool);
         addReport(tool);
         addPlan(tool);
+        addStation(tool);
         addCatalogue(tool);
         addCompletion(tool);
         addMan(tool);

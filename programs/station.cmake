@@ -9,6 +9,7 @@ add_executable(engineering-station
   station/InputFile.cpp
   station/Output.cpp
   station/RequestWords.cpp
+  station/Station.cpp
   station/Tool.cpp
   # The verbs, one file each.
   station/Catalogue.cpp
@@ -22,8 +23,8 @@ target_link_libraries(engineering-station PRIVATE
   station catalogue catalogue_loader CLI11::CLI11 nlohmann_json::nlohmann_json)
 
 # What is done on a line by hand.
-target_sources(engineering-station PRIVATE station/Identity.cpp station/Monitor.cpp station/Ports.cpp)
-target_link_libraries(engineering-station PRIVATE station_identity station_monitor)
+target_sources(engineering-station PRIVATE station/Identity.cpp station/IdentityRegistry.cpp station/Monitor.cpp station/Ports.cpp)
+target_link_libraries(engineering-station PRIVATE station_config station_monitor)
 
 include(station/report.cmake)
 target_link_libraries(engineering-station PRIVATE station_tool_report)

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -14,12 +13,12 @@
 #include "programs/Cli.h"
 #include "programs/station/InputFile.h"
 #include "programs/station/LineOptions.h"
+#include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/Connection.h"
 #include "station/identity/CsvSource.h"
 #include "station/identity/Journal.h"
-#include "station/identity/Ledger.h"
 #include "station/identity/Provision.h"
 #include "station/identity/Record.h"
 #include "station/identity/UnitIdentity.h"
@@ -50,6 +49,8 @@ struct Options {
     double reconnectSeconds = 10;
     std::vector<std::string> records;
     std::vector<std::string> set;
+    std::vector<std::string> ranges;
+    std::vector<std::string> macBlocks;
     std::string csv;
     std::string serial;
     std::string unit;
@@ -57,21 +58,15 @@ struct Options {
     bool overwrite = false;
     bool dryRun = false;
     bool again = false;
+    bool allowAny = false;
+    std::string reissue;
 };
 
 /// @returns where the journal is kept when nothing else was said; empty for no such place.
 std::string defaultJournal()
 {
-    const auto variable = [](const char* name) {
-        const char* value = std::getenv(name);
-        return std::string(value == nullptr ? "" : value);
-    };
-    std::string folder = variable("XDG_STATE_HOME");
-    if (folder.empty()) {
-        folder = variable("HOME");
-        folder += folder.empty() ? "" : "/.local/state";
-    }
-    return folder.empty() ? "" : folder + "/" + kProgram + "/identity.jsonl";
+    const std::string folder = stateFolder();
+    return folder.empty() ? "" : folder + "/identity.jsonl";
 }
 
 ordered_json toJson(const Stored& stored, const Record& record)
@@ -217,23 +212,20 @@ int read(const Options& options, Tool& tool)
 class Source
 {
 public:
-    Source(const Options& options, Tool& tool) : options_(options), tool_(tool)
+    Source(const Options& options, Tool& tool)
+        : options_(options), tool_(tool), rules_(tool.station->config().unit), records_(tool.station->records())
     {
-        try {
-            for (const std::string& text : options.set) {
-                addSet(text);
-            }
-        } catch (const std::invalid_argument& error) {
-            throw WrongUse(std::string("--set: ") + error.what());
-        }
-        if (options.csv.empty() && set_.empty()) {
-            throw WrongUse("nothing to do: values were expected, from --set RECORD=VALUE or --csv FILE");
+        takeOptions();
+        if (options.csv.empty() && set_.empty() && ranges_.empty()) {
+            throw WrongUse(
+                "nothing to do: values were expected, from --range, --mac-block, --set RECORD=VALUE or --csv FILE");
         }
         if (options.csv.empty() && !options.serial.empty()) {
             throw WrongUse("--serial chooses a row of --csv FILE, which was not given");
         }
         if (options.csv == "-") {
-            throw WrongUse("--csv: a file was expected, not standard input: the ledger lies beside it");
+            throw WrongUse(
+                "--csv: a file was expected, not standard input: other stations must find the ledger beside it");
         }
         if (!options.csv.empty()) {
             try {
@@ -241,34 +233,40 @@ public:
             } catch (const identity::CsvError& error) {
                 throw WrongUse(error.what());
             }
+            for (const identity::CsvRow& row : table_->rows) {
+                for (const auto& [name, value] : row.values) {
+                    check(require(records_, name), value, options.csv + ":" + std::to_string(row.line) + ": ");
+                }
+            }
         }
     }
 
-    /// @returns what the unit on the line is to have; a row is reserved for it.
+    /// @returns what the unit on the line is to have; no other unit gets that from now on.
     std::vector<Wanted> reserve(identity::UnitIdentity& unit)
     {
-        if (!table_) {
-            return set_;
+        identity::GuardTerms& terms = tool_.station->terms;
+        terms = {options_.unit, options_.reissue, options_.again, options_.allowAny, {}};
+        if (!table_ && ranges_.empty()) {
+            return reserveSet(unit);
         }
-        const identity::Ledger::Unit line{options_.unit, unit.read(require(records_, "factory-serial")).value,
-                                          heldBy(unit), options_.again};
-        if (line.id.empty() && line.serial.empty()) {
+        const identity::UnitOnLine line{options_.unit, heldBy(unit), options_.again, options_.reissue};
+        if (line.label.empty() && !hasSerial(line)) {
             throw WrongUse(
-                "the unit has no factory serial yet: name it with --unit (what is printed on it, for one), so that a "
-                "second "
-                "try finds the same row");
+                "the unit has no serial number yet: name it with --unit (what is printed on it, for one), so that a "
+                "second try finds the same values");
         }
-        openLedger(options_.dryRun ? identity::Ledger::Access::kLook : identity::Ledger::Access::kReserve);
-        // A unit that will be refused must not use a row up.
-        const auto preview = ledger_->reserve(*table_, line, optional(options_.serial), true);
-        const auto wanted = wantedOf(preview.row, preview.again);
-        if (options_.dryRun || (!preview.again && isRefused(unit, wanted))) {
-            unit_ = preview.unit;
+        openRegistry();
+        // A unit that will be refused must not use values up.
+        const auto planned = grant(line, true);
+        const auto wanted = wantedOf(planned.row, planned.again);
+        unit_ = planned.name;
+        if (options_.dryRun || any(preview(unit, wanted), Result::kRefused)) {
             return wanted;
         }
-        const auto grant = ledger_->reserve(*table_, line, optional(options_.serial), false);
-        unit_ = grant.unit;
-        return wantedOf(grant.row, grant.again);
+        const auto granted = grant(line, false);
+        unit_ = granted.name;
+        terms.unit = granted.unit;
+        return wantedOf(granted.row, granted.again);
     }
 
     /// @returns what the unit on the line should have.
@@ -280,10 +278,10 @@ public:
         std::string serial = options_.serial;
         if (serial.empty() && !options_.unit.empty()) {
             unit_ = options_.unit;
-            openLedger(identity::Ledger::Access::kLook);
-            const auto row = ledger_->rowOf(*table_, unit_);
+            registry_ = tool_.station->openRegistry(identity::Registry::Access::kLook);
+            const auto row = registry_->rowOf(*table_, unit_);
             if (!row) {
-                throw identity::NoRow("unit " + unit_ + " has not been given a row of " + table_->path);
+                throw identity::NotGiven("unit " + unit_ + " has not been given a row of " + table_->path);
             }
             return wantedOf(*row, true);
         }
@@ -291,7 +289,8 @@ public:
             serial = unit.read(require(records_, "factory-serial")).value;
         }
         if (serial.empty()) {
-            throw identity::NoRow("the unit has no factory serial by which to find its row: give --serial or --unit");
+            throw identity::NotGiven(
+                "the unit has no factory serial by which to find its row: give --serial or --unit");
         }
         for (const identity::CsvRow& row : table_->rows) {
             const auto found = row.values.find("factory-serial");
@@ -299,14 +298,20 @@ public:
                 return wantedOf(row, true);
             }
         }
-        throw identity::NoRow(table_->path + ": no row has factory serial " + serial);
+        throw identity::NotGiven(table_->path + ": no row has factory serial " + serial);
     }
 
-    void noteUsed(bool verified)
+    /// @returns what the user waived for a value, in words; empty for nothing.
+    std::string waived(const Done& done) const
     {
-        if (ledger_) {
-            ledger_->noteUsed(verified);
+        std::string text = options_.allowAny ? identity::reservedAddress(*done.record, done.wanted) : "";
+        if (!text.empty()) {
+            text = "--allow-any: " + text;
         }
+        if (!options_.reissue.empty() && done.record->unique) {
+            text += (text.empty() ? "" : "; ") + ("--reissue: " + options_.reissue);
+        }
+        return text;
     }
 
     const std::string& unit() const { return unit_; }
@@ -317,6 +322,34 @@ private:
         return text.empty() ? std::nullopt : std::optional(text);
     }
 
+    void takeOptions()
+    {
+        const char* option = "--set: ";
+        try {
+            for (const std::string& text : options_.set) {
+                addSet(text);
+            }
+            option = "--range: ";
+            for (const std::string& text : options_.ranges) {
+                addRange(identity::parseRange(records_, text));
+            }
+            option = "--mac-block: ";
+            for (const std::string& text : options_.macBlocks) {
+                addRange(identity::parseMacBlock(records_, text));
+            }
+        } catch (const std::invalid_argument& error) {
+            throw WrongUse(option + std::string(error.what()));
+        }
+    }
+
+    void refuseSecond(const Record& record) const
+    {
+        const bool ranged = std::ranges::find(ranges_, &record, &identity::ValueRange::record) != ranges_.end();
+        if (ranged || std::ranges::find(set_, &record, &Wanted::record) != set_.end()) {
+            throw std::invalid_argument("two values for " + std::string(record.name));
+        }
+    }
+
     void addSet(const std::string& text)
     {
         const auto equals = text.find('=');
@@ -324,30 +357,96 @@ private:
             throw std::invalid_argument("'" + text + "' is no RECORD=VALUE, as in factory-serial=SN123");
         }
         const Record& record = require(records_, text.substr(0, equals));
-        if (std::ranges::find(set_, &record, &Wanted::record) != set_.end()) {
-            throw std::invalid_argument("two values for " + std::string(record.name));
-        }
+        refuseSecond(record);
+        std::string value;
         try {
-            set_.push_back({&record, normalise(record, text.substr(equals + 1)), false});
+            value = normalise(record, text.substr(equals + 1));
         } catch (const std::invalid_argument& error) {
             throw std::invalid_argument(std::string(record.name) + ": " + error.what());
         }
+        check(record, value, "--set: ");
+        set_.push_back({&record, std::move(value), false});
     }
 
-    bool isRefused(identity::UnitIdentity& unit, const std::vector<Wanted>& wanted) const
+    void addRange(identity::ValueRange range)
     {
-        const auto all = identity::write(unit, wanted, {options_.overwrite, true}, [](const Done&) {});
-        return std::ranges::any_of(all, [](const Done& done) { return done.result == Result::kRefused; });
+        refuseSecond(*range.record);
+        check(*range.record, range.value(range.first + (range.first < range.last ? 1 : 0)), "");
+        ranges_.push_back(std::move(range));
     }
 
-    /// @returns what tells the unit from others, beside its factory serial: of the records that the file has.
+    void check(const Record& record, const std::string& value, const std::string& where) const
+    {
+        std::string wrong = rules_.objection(record, value);
+        if (wrong.empty() && !options_.allowAny) {
+            wrong = identity::reservedAddress(record, value);
+        }
+        if (!wrong.empty()) {
+            throw WrongUse(where + wrong);
+        }
+    }
+
+    bool hasSerial(const identity::UnitOnLine& line) const
+    {
+        return std::ranges::any_of(line.held, [&](const auto& entry) {
+            const Record& record = require(records_, entry.first);
+            return !record.isAddress() && !rules_.isPlaceholder(record, entry.second);
+        });
+    }
+
+    identity::Registry::Grant grant(const identity::UnitOnLine& line, bool dryRun)
+    {
+        if (table_) {
+            return registry_->reserve(*table_, line, optional(options_.serial), dryRun);
+        }
+        identity::Values values;
+        for (const Wanted& wanted : set_) {
+            values.emplace(wanted.record->name, wanted.value);
+        }
+        return registry_->claim(values, ranges_, line, dryRun);
+    }
+
+    /// Reserves those of the values that were told which would be written.
+    std::vector<Wanted> reserveSet(identity::UnitIdentity& unit)
+    {
+        unit_ = options_.unit;
+        const auto all = preview(unit, set_);
+        identity::Values values;
+        for (const Done& done : all) {
+            if (done.result == Result::kWouldWrite && done.record->unique) {
+                values.emplace(done.record->name, done.wanted);
+            }
+        }
+        if (!values.empty() && !any(all, Result::kRefused)) {
+            openRegistry();
+            const identity::UnitOnLine line{options_.unit, heldBy(unit), options_.again, options_.reissue};
+            tool_.station->terms.unit = registry_->claim(values, {}, line, options_.dryRun).unit;
+        }
+        return set_;
+    }
+
+    void openRegistry()
+    {
+        using Access = identity::Registry::Access;
+        registry_ = tool_.station->openRegistry(options_.dryRun ? Access::kLook : Access::kGive);
+    }
+
+    std::vector<Done> preview(identity::UnitIdentity& unit, const std::vector<Wanted>& wanted) const
+    {
+        return identity::write(unit, wanted, {options_.overwrite, true}, [](const Done&) {});
+    }
+
+    static bool any(const std::vector<Done>& all, Result result)
+    {
+        return std::ranges::find(all, result, &Done::result) != all.end();
+    }
+
+    /// @returns what tells the unit from others.
     identity::Values heldBy(identity::UnitIdentity& unit) const
     {
         identity::Values held;
         for (const Record& record : records_) {
-            const bool inFile = std::ranges::any_of(
-                table_->rows, [&](const identity::CsvRow& row) { return row.values.contains(record.name); });
-            if (!record.unique || record.name == "factory-serial" || !inFile) {
+            if (!record.unique || record.presenceOnly) {
                 continue;
             }
             if (Stored stored = unit.read(record); stored.present && !stored.value.empty()) {
@@ -355,11 +454,6 @@ private:
             }
         }
         return held;
-    }
-
-    void openLedger(identity::Ledger::Access access)
-    {
-        ledger_.emplace(table_->path, records_, &tool_.interrupt, access);
     }
 
     std::vector<Wanted> wantedOf(const identity::CsvRow& row, bool own) const
@@ -376,10 +470,12 @@ private:
 
     const Options& options_;
     Tool& tool_;
-    std::vector<Record> records_ = identity::records(catalogue::groups());
+    const identity::UnitRules& rules_;
+    const std::vector<Record>& records_;
     std::vector<Wanted> set_;
+    std::vector<identity::ValueRange> ranges_;
     std::optional<identity::CsvTable> table_;
-    std::optional<identity::Ledger> ledger_;
+    std::unique_ptr<identity::Registry> registry_;
     std::string unit_;
 };
 
@@ -420,20 +516,21 @@ void complainAbout(const std::vector<Done>& all, bool json)
     }
 }
 
-/// Runs `work(unit)`; what keeps a row from being given away is told in one line.
+/// Runs `work(unit)`; what keeps a value from being given away is told in one line.
 template <class Work>
-int runWithRows(const Options& options, Tool& tool, Work work)
+int runWithValues(const Options& options, Tool& tool, Work work)
 {
     return Session(options, tool).run([&](identity::UnitIdentity& unit) -> int {
         try {
             return work(unit);
-        } catch (const identity::NoRow& error) {
+        } catch (const identity::NotGiven& error) {
             complain(kProgram, error.what());
-            return kFailed;
-        } catch (const identity::LedgerError& error) {
+        } catch (const identity::RegistryError& error) {
             complain(kProgram, error.what());
-            return kFailed;
+        } catch (const station::NotSent& error) {
+            complain(kProgram, error.what());
         }
+        return kFailed;
     });
 }
 
@@ -454,11 +551,7 @@ int write(const Options& options, Tool& tool)
         }
     }
     const std::string& port = options.port.path;
-    return runWithRows(options, tool, [&](identity::UnitIdentity& unit) -> int {
-        const auto wanted = source.reserve(unit);
-        if (!source.unit().empty() && !tool.json) {
-            std::printf("unit %s\n", printable(source.unit()).c_str());
-        }
+    return runWithValues(options, tool, [&](identity::UnitIdentity& unit) -> int {
         std::string unrecorded;
         const auto record = [&](auto note) {
             try {
@@ -471,9 +564,13 @@ int write(const Options& options, Tool& tool)
         };
         std::vector<Done> all;
         try {
+            const auto wanted = source.reserve(unit);
+            if (!source.unit().empty() && !tool.json) {
+                std::printf("unit %s\n", printable(source.unit()).c_str());
+            }
             all = identity::write(unit, wanted, {options.overwrite, options.dryRun}, [&](const Done& done) {
                 // The unit has the value: a journal that cannot be written does not leave it half done.
-                record([&](identity::Journal& to) { to.note(port, source.unit(), done); });
+                record([&](identity::Journal& to) { to.note(port, source.unit(), done, source.waived(done)); });
                 print(done, tool.json);
             });
         } catch (const std::exception& error) {
@@ -485,9 +582,6 @@ int write(const Options& options, Tool& tool)
         if (!unrecorded.empty()) {
             complain(kProgram, unrecorded);
         }
-        if (status == kPassed && !options.dryRun) {
-            source.noteUsed(std::ranges::find(all, Result::kPresent, &Done::result) == all.end());
-        }
         return status == kPassed && !unrecorded.empty() ? kFailed : status;
     });
 }
@@ -495,7 +589,7 @@ int write(const Options& options, Tool& tool)
 int verify(const Options& options, Tool& tool)
 {
     Source source(options, tool);
-    return runWithRows(options, tool, [&](identity::UnitIdentity& unit) -> int {
+    return runWithValues(options, tool, [&](identity::UnitIdentity& unit) -> int {
         const auto all = identity::verify(unit, source.find(unit), [&](const Done& done) { print(done, tool.json); });
         complainAbout(all, tool.json);
         return statusOf(all);
@@ -507,15 +601,13 @@ void addSources(CLI::App& verb, Options& options)
     verb.add_option("--set", options.set, "RECORD=VALUE; may be given several times")
         ->type_name("RECORD=VALUE")
         ->allow_extra_args(false);
-    auto* csv = verb.add_option("--csv", options.csv,
-                                "Take the values from a row of this file: its first line names records, "
-                                "factory-serial,carplay-mac,…")
-                    ->type_name("FILE")
-                    ->excludes("--set");
+    verb.add_option("--csv", options.csv,
+                    "Take the values from a row of this file: its first line names records, "
+                    "factory-serial,carplay-mac,…")
+        ->type_name("FILE")
+        ->excludes("--set");
     verb.add_option("--serial", options.serial, "Take the row with this factory serial")->type_name("SERIAL");
-    verb.add_option("--unit", options.unit, "What the unit is called before it has a serial")
-        ->type_name("ID")
-        ->needs(csv);
+    verb.add_option("--unit", options.unit, "What the unit is called before it has a serial number")->type_name("ID");
 }
 
 }  // namespace
@@ -552,19 +644,33 @@ void addIdentity(Tool& tool)
         "a unit only tells that there is one: verify it when the unit has started again.\n"
         "\n"
         "With --csv the unit gets a row of the file: its own when it has one, else that of --serial, else the next "
-        "free one. Which unit has which row is kept in FILE.ledger, on the disk before anything is written; stations "
-        "may share both files. No factory serial, head-unit serial or address is ever given to a second unit, whatever "
-        "happens; a second try gets the same row. A unit is known by the factory serial that it has; before it has "
-        "one, by --unit. A row that a unit has had is given again only to one that holds a value of it, or with "
-        "--again.\n"
+        "free one. --range and --mac-block give it the next free value of a range. The station's registry knows which "
+        "value went to which unit, on the disk before anything is written: no factory serial, head-unit serial or "
+        "address is ever given to a second unit, whatever happens; a second try gets the same values. A unit is known "
+        "by the serial number that it has; before it has one, by --unit. Values that a unit has had are given again "
+        "only to one that holds one of them, or with --again, or to the board that replaces it with --reissue.\n"
         "\n"
         "What was done is added to a journal, one JSON object a line.");
     addSources(*verb, *writing);
     verb->add_flag("--overwrite", writing->overwrite, "Replace other values that the unit has");
     verb->add_flag("--again", writing->again,
-                   "The unit was given its row before and its memory was erased since: give it the same row again")
-        ->needs("--csv");
-    verb->add_flag("--dry-run", writing->dryRun, "Only say what would be done; no row is given away");
+                   "The unit was given its values before and its memory was erased since: give it the same ones again");
+    verb->add_option(
+            "--reissue", writing->reissue,
+            "Give the values of another unit to the board that replaces it; why is kept in registry and journal")
+        ->type_name("REASON");
+    verb->add_option("--range", writing->ranges, "Take the next free value: factory-serial=SN{000100..000999}")
+        ->type_name("RECORD=RANGE")
+        ->allow_extra_args(false)
+        ->excludes("--csv");
+    verb->add_option("--mac-block", writing->macBlocks,
+                     "Take the next free address of a block: carplay-mac=001A7D000000/24")
+        ->type_name("RECORD=ADDRESS/BITS")
+        ->allow_extra_args(false)
+        ->excludes("--csv");
+    verb->add_flag("--allow-any", writing->allowAny,
+                   "Write an address that no device has, too: multicast, all zero, all F; the journal says so");
+    verb->add_flag("--dry-run", writing->dryRun, "Only say what would be done; no value is given away");
     verb->add_option("--journal", writing->journal, "Where to keep the journal")
         ->type_name("FILE")
         ->default_str("~/.local/state/engineering-station/identity.jsonl");
@@ -575,7 +681,8 @@ void addIdentity(Tool& tool)
         "Examples:\n"
         "  engineering-station identity write --set factory-serial=SN123 --set carplay-mac=00:11:22:33:44:55\n"
         "  engineering-station identity write --csv units.csv --unit PCB-4711\n"
-        "  engineering-station identity write --csv units.csv --serial SN123 --dry-run");
+        "  engineering-station identity write --csv units.csv --serial SN123 --dry-run\n"
+        "  engineering-station identity write --range 'factory-serial=SN{000100..000999}' --unit PCB-4711");
     verb->callback([&tool, writing] { tool.action = [&tool, writing] { return write(*writing, tool); }; });
 
     const auto verifying = std::make_shared<Options>();
@@ -594,6 +701,8 @@ void addIdentity(Tool& tool)
         "  engineering-station identity verify --set factory-serial=SN123\n"
         "  engineering-station identity verify --csv units.csv");
     verb->callback([&tool, verifying] { tool.action = [&tool, verifying] { return verify(*verifying, tool); }; });
+
+    addIdentityRegistry(tool, *noun);
 }
 
 }  // namespace programs::station_tool

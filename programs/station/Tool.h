@@ -27,6 +27,8 @@ enum Exit : int {
     kReadBackDiffers = 12,
 };
 
+class Station;
+
 struct Tool {
     CLI::App& app;
     /// --json: data on standard output is JSON with a "schema" number.
@@ -35,6 +37,8 @@ struct Tool {
     std::function<int()> action;
     /// Set by SIGINT and SIGTERM.
     station::Interrupt& interrupt;
+    /// Never nullptr while `action` runs in the program.
+    Station* station = nullptr;
 };
 
 inline constexpr const char* kProgram = "engineering-station";
@@ -92,8 +96,10 @@ void addEncode(Tool& tool);
 void addDecode(Tool& tool);
 void addMonitor(Tool& tool);
 void addIdentity(Tool& tool);
+void addIdentityRegistry(Tool& tool, CLI::App& noun);
 void addPlan(Tool& tool);
 void addReport(Tool& tool);
+void addStation(Tool& tool);
 void addCatalogue(Tool& tool);
 void addCompletion(Tool& tool);
 void addMan(Tool& tool);

@@ -39,15 +39,19 @@ Journal::~Journal()
     close(descriptor_);
 }
 
-void Journal::note(const std::string& port, const std::string& unit, const Done& done)
+void Journal::note(const std::string& port, const std::string& unit, const Done& done, const std::string& waived)
 {
-    append(jsonLine({{"port", port},
-                     {"unit", unit},
-                     {"record", done.record->name},
-                     {"old", valueOf(done.before)},
-                     {"new", done.wanted},
-                     {"read", valueOf(done.after)},
-                     {"result", name(done.result)}}));
+    ordered_json line{{"port", port},
+                      {"unit", unit},
+                      {"record", done.record->name},
+                      {"old", valueOf(done.before)},
+                      {"new", done.wanted},
+                      {"read", valueOf(done.after)},
+                      {"result", name(done.result)}};
+    if (!waived.empty()) {
+        line["waived"] = waived;
+    }
+    append(jsonLine(line));
 }
 
 void Journal::noteEnd(const std::string& port, const std::string& unit, const std::string& why)

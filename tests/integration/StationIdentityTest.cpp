@@ -23,8 +23,6 @@ using Bytes = std::vector<std::uint8_t>;
 class StationIdentityTest : public BenchTest
 {
 protected:
-    StationIdentityTest() { environment()["XDG_STATE_HOME"] = (directory() / "state").string(); }
-
     static std::vector<std::string> command(const std::vector<std::string>& arguments)
     {
         std::vector<std::string> all{ENGINEERING_STATION, "identity"};
@@ -51,6 +49,17 @@ protected:
         for (const std::string& line :
              linesOf(contentOf(directory() / "state" / "engineering-station" / "identity.jsonl"))) {
             all.push_back(json::parse(line));
+        }
+        return all;
+    }
+
+    /// @returns "VALUE STATE" of all that the registry has.
+    std::vector<std::string> states()
+    {
+        std::vector<std::string> all;
+        for (const std::string& line : linesOf(identity({"registry", "list", "--json"}).out)) {
+            const auto value = json::parse(line);
+            all.push_back(value["value"].get<std::string>() + " " + value["state"].get<std::string>());
         }
         return all;
     }
@@ -152,7 +161,8 @@ TEST_F(StationIdentityTest, RowsGoToTheUnitsThatAskAtTheSameTime)
     // Known by what they hold from now on.
     EXPECT_EQ(identity({"write", "--csv", file}).status, 0);
     EXPECT_EQ(identity({"verify", "--csv", file}).status, 0);
-    EXPECT_THAT(linesOf(contentOf(file + ".ledger")), SizeIs(5));  // reserved, reserved, verified, verified, verified
+    EXPECT_THAT(states(), testing::UnorderedElementsAre("SN1 verified", "001122334455 verified", "SN2 verified",
+                                                        "001122334456 verified"));
 }
 
 TEST_F(StationIdentityTest, SecondUnitUnderANameThatIsUsedGetsItsRowOnlyWhenSomebodyVouchesForIt)
@@ -182,8 +192,7 @@ TEST_F(StationIdentityTest, AddressThatCannotBeReadBackIsNotCalledVerified)
 
     EXPECT_EQ(identity({"write", "--csv", file, "--unit", "U1"}).status, 0);
 
-    EXPECT_THAT(contentOf(file + ".ledger"),
-                testing::AllOf(HasSubstr(R"("event":"written")"), testing::Not(HasSubstr("verified"))));
+    EXPECT_THAT(states(), testing::UnorderedElementsAre("SN1 verified", "0002F5A1B2C3 written"));
     const auto lines = journal();
     ASSERT_THAT(lines, SizeIs(2));
     for (const json& line : lines) {
@@ -314,13 +323,26 @@ const Bytes kOtherSerial{0x2A, 0xA2, 0x00, 0x07, 0x8A, 0x03, 0x53, 0x4E, 0x31, 0
 // 0A 02 [SN123]
 const Bytes kWriteSerial{0x2A, 0xA2, 0x00, 0x07, 0x0A, 0x02, 0x53, 0x4E, 0x31, 0x32, 0x33, 0x00, 0xFE, 0xB6};
 
+// 0A 12 [], 8A 0F []: 02+0A+12 = 001E; 02+8A+0F = 009B
+const Bytes kAskMac{0x2A, 0xA2, 0x00, 0x02, 0x0A, 0x12, 0xFF, 0xE2};
+const Bytes kNoMac{0x2A, 0xA2, 0x00, 0x02, 0x8A, 0x0F, 0xFF, 0x65};
+// 0A 14 [], 8A 14 []: 02+0A+14 = 0020; 02+8A+14 = 00A0
+const Bytes kAskHuSerial{0x2A, 0xA2, 0x00, 0x02, 0x0A, 0x14, 0xFF, 0xE0};
+const Bytes kNoHuSerial{0x2A, 0xA2, 0x00, 0x02, 0x8A, 0x14, 0xFF, 0x60};
+
 struct Step {
     Bytes request;
     Bytes reply;
 };
 
-const std::vector<Step> kConversation{
-    {kAskMode, kModeIsOn}, {kAskSerial, kNoSerial}, {kWriteSerial, {}}, {kAskSerial, kSerial}};
+const std::vector<Step> kConversation{{kAskMode, kModeIsOn},       {kAskSerial, kNoSerial},  // would it be refused?
+                                      {kAskSerial, kNoSerial},     {kAskMac, kNoMac},
+                                      {kAskHuSerial, kNoHuSerial},                           // which unit is it?
+                                      {kAskSerial, kNoSerial},                               // what was there before?
+                                      {kAskHuSerial, kNoHuSerial}, {kAskSerial, kNoSerial},  // is it still that unit?
+                                      {kWriteSerial, {}},          {kAskSerial, kSerial}};
+constexpr std::size_t kWriting = 8;
+constexpr std::size_t kReadingBack = 9;
 
 /// Plays the first `count` steps.
 void play(PtyPeer& unit, const std::vector<Step>& steps, std::size_t count)
@@ -347,7 +369,7 @@ protected:
 TEST_F(PlayedUnitTest, ConversationIsThis)
 {
     auto& process = write();
-    play(unit, kConversation, 4);
+    play(unit, kConversation, kConversation.size());
 
     expectEnd(process, 0);
     EXPECT_EQ(process.output(Stream::kOut), "factory-serial: written SN123 (was nothing)\n");
@@ -357,8 +379,8 @@ TEST_F(PlayedUnitTest, ReadBackThatDiffersHasStatusTwelve)
 {
     auto& process = write();
     auto steps = kConversation;
-    steps[3].reply = kOtherSerial;
-    play(unit, steps, 4);
+    steps[kReadingBack].reply = kOtherSerial;
+    play(unit, steps, steps.size());
 
     expectEnd(process, 12);
     EXPECT_THAT(linesOf(process.output(Stream::kErr)), ElementsAre(HasSubstr("differs: SN123 expected, SN124")));
@@ -386,8 +408,9 @@ TEST_F(PlayedUnitTest, GarbageCorruptAndForeignFramesAreNoReadBack)
     Bytes before{0x00, 0xFF, 0x2A, 0x2A, 0xA2};
     before.insert(before.end(), corrupt.begin(), corrupt.end());
     before.insert(before.end(), kModeIsOn.begin(), kModeIsOn.end());
-    steps[3].reply.insert(steps[3].reply.begin(), before.begin(), before.end());
-    play(unit, steps, 4);
+    auto& reply = steps[kReadingBack].reply;
+    reply.insert(reply.begin(), before.begin(), before.end());
+    play(unit, steps, steps.size());
 
     expectEnd(process, 0);
 }
@@ -432,10 +455,13 @@ TEST_P(PhaseTest, InterruptEndsItWithStatusFour)
 
 std::string phaseName(const testing::TestParamInfo<std::size_t>& phase)
 {
-    return std::array{"AskingTheMode", "LookingBefore", "Writing", "ReadingBack"}.at(phase.param);
+    return phase.param == 0          ? "AskingTheMode"
+           : phase.param == kWriting ? "Writing"
+           : phase.param < kWriting  ? "LookingBefore"
+                                     : "ReadingBack";
 }
 
-INSTANTIATE_TEST_SUITE_P(Identity, PhaseTest, testing::Values(0u, 1u, 2u, 3u), phaseName);
+INSTANTIATE_TEST_SUITE_P(Identity, PhaseTest, testing::Values(0u, 1u, kWriting, kReadingBack), phaseName);
 
 TEST_F(PlayedUnitTest, InterruptWhileTheModeIsGivenBackHasStatusFour)
 {
@@ -465,14 +491,17 @@ TEST_F(PlayedUnitTest, StationThatIsKilledLeavesTheRowToItsUnit)
 {
     const std::string file = csv("factory-serial\nSN123\nSN2\n");
     auto& process = start(command({"write", "--csv", file, "--unit", "U1", "--port", unit.path()}));
-    // Its serial is asked for to know the unit, to see whether it would be refused, and before it is written.
     play(unit,
          {{kAskMode, kModeIsOn},
           {kAskSerial, kNoSerial},
+          {kAskMac, kNoMac},
+          {kAskHuSerial, kNoHuSerial},
           {kAskSerial, kNoSerial},
+          {kAskSerial, kNoSerial},
+          {kAskHuSerial, kNoHuSerial},
           {kAskSerial, kNoSerial},
           {kWriteSerial, {}}},
-         5);
+         9);
     EXPECT_EQ(unit.read(kAskSerial.size()), kAskSerial);
     process.signal(SIGKILL);
     EXPECT_EQ(process.wait(), 128 + SIGKILL);
@@ -483,7 +512,14 @@ TEST_F(PlayedUnitTest, StationThatIsKilledLeavesTheRowToItsUnit)
     EXPECT_EQ(stored("factory_serial_num"), "SN2");
 
     auto& again = start(command({"write", "--csv", file, "--unit", "U1", "--port", unit.path()}));
-    play(unit, {{kAskMode, kModeIsOn}, {kAskSerial, kSerial}, {kAskSerial, kSerial}}, 3);
+    play(unit,
+         {{kAskMode, kModeIsOn},
+          {kAskSerial, kSerial},
+          {kAskMac, kNoMac},
+          {kAskHuSerial, kNoHuSerial},
+          {kAskSerial, kSerial},
+          {kAskSerial, kSerial}},
+         6);
     expectEnd(again, 0);
     EXPECT_THAT(again.output(Stream::kOut), HasSubstr("factory-serial: unchanged SN123"));
 }

@@ -1,0 +1,147 @@
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "programs/Cli.h"
+#include "programs/station/InputFile.h"
+#include "programs/station/Station.h"
+#include "programs/station/Tool.h"
+#include "station/identity/LedgerFile.h"
+#include "station/record/Text.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+namespace identity = station::identity;
+using identity::Registry;
+using station::record::printable;
+
+struct Options {
+    std::string value;
+    std::string file;
+    std::string reason;
+};
+
+void print(const Registry::Entry& entry, bool json)
+{
+    if (json) {
+        printJson({{"type", "value"},
+                   {"space", entry.space},
+                   {"value", entry.value},
+                   {"record", entry.record},
+                   {"unit", entry.unit},
+                   {"state", name(entry.state)},
+                   {"time", entry.time},
+                   {"reason", entry.reason}});
+        return;
+    }
+    const std::string owner = entry.unit.empty() ? entry.reason : "unit " + entry.unit + ", " + entry.record;
+    std::printf("%-14s  %-20s  %-8s  %s  %s\n", entry.space.c_str(), printable(entry.value).c_str(), name(entry.state),
+                entry.time.c_str(), printable(owner).c_str());
+}
+
+int list(Tool& tool)
+{
+    tool.station->openRegistry(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {
+        print(entry, tool.json);
+    });
+    return kPassed;
+}
+
+int who(Tool& tool, const std::string& value)
+{
+    bool found = false;
+    tool.station->openRegistry(Registry::Access::kLook)
+        ->list(
+            [&](const Registry::Entry& entry) {
+                found = true;
+                print(entry, tool.json);
+            },
+            value);
+    if (!found) {
+        complain(kProgram, "'" + printable(value) + "' is not in the registry");
+    }
+    return found ? kPassed : kFailed;
+}
+
+int importFile(Tool& tool, const std::string& path)
+{
+    const std::string text = readInput(path, tool.interrupt);
+    const auto registry = tool.station->openRegistry();
+    std::size_t fresh = 0;
+    if (text.starts_with("{")) {
+        fresh = registry->importLedger(path);
+    } else {
+        try {
+            fresh = registry->importTable(identity::readCsv(text, path, tool.station->records()));
+        } catch (const identity::CsvError& error) {
+            throw WrongUse(error.what());
+        }
+    }
+    if (tool.json) {
+        printJson({{"file", path}, {"values", fresh}});
+    } else {
+        std::printf("%s: %s new in the registry\n", printable(path).c_str(),
+                    station::record::count(fresh, "value").c_str());
+    }
+    return kPassed;
+}
+
+}  // namespace
+
+void addIdentityRegistry(Tool& tool, CLI::App& parent)
+{
+    CLI::App* const noun = parent.add_subcommand(
+        "registry",
+        "Shows and fills the registry of the values that were given to units\n"
+        "The station's file says where it is ([paths] registry); by default it is "
+        "$XDG_STATE_HOME/engineering-station/registry.sqlite. A value in it is never given to a second unit, and never "
+        "taken out again.");
+    noun->require_subcommand(1);
+
+    CLI::App* verb = noun->add_subcommand("list", "Lists all values: name space, value, state, time, unit");
+    verb->footer("  engineering-station identity registry list --json");
+    verb->callback([&tool] { tool.action = [&tool] { return list(tool); }; });
+
+    const auto options = std::make_shared<Options>();
+    verb = noun->add_subcommand("who", "Tells which unit has a value; exit status 1 when nobody has");
+    verb->add_option("VALUE", options->value, "A serial number, or an address in any spelling")->required();
+    verb->footer("  engineering-station identity registry who 00:1A:7D:00:00:01");
+    verb->callback([&tool, options] { tool.action = [&tool, options] { return who(tool, options->value); }; });
+
+    verb = noun->add_subcommand("import",
+                                "Takes over values that units have\n"
+                                "From the ledger beside a CSV file (FILE.csv.ledger), which names this registry from "
+                                "then on, or from a CSV file "
+                                "each row of which a unit has.");
+    verb->add_option("FILE", options->file, "The ledger, or the CSV file")->required()->type_name("FILE");
+    verb->footer("  engineering-station identity registry import units.csv.ledger");
+    verb->callback([&tool, options] { tool.action = [&tool, options] { return importFile(tool, options->file); }; });
+
+    verb = noun->add_subcommand("block", "Keeps a value from being given to any unit");
+    verb->add_option("VALUE", options->value, "A serial number, or an address")->required();
+    verb->add_option("--reason", options->reason, "Why")->type_name("REASON");
+    verb->footer("  engineering-station identity registry block 001A7D0000FF --reason 'used in the laboratory'");
+    verb->callback([&tool, options] {
+        tool.action = [&tool, options] {
+            tool.station->openRegistry()->block(options->value, options->reason);
+            return kPassed;
+        };
+    });
+
+    verb = noun->add_subcommand("adopt",
+                                "Makes a copied or restored registry the one that gives values\n"
+                                "Values that the other one gave after the copy was made have to be imported or blocked "
+                                "first: this registry does "
+                                "not know them.");
+    verb->footer("  engineering-station identity registry adopt");
+    verb->callback([&tool] {
+        tool.action = [&tool] {
+            tool.station->openRegistry()->adopt();
+            return kPassed;
+        };
+    });
+}
+
+}  // namespace programs::station_tool

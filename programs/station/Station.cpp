@@ -1,0 +1,141 @@
+#include "programs/station/Station.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "programs/Cli.h"
+#include "programs/station/InputFile.h"
+#include "programs/station/Tool.h"
+#include "protocol/catalogue/Catalogue.h"
+
+namespace programs::station_tool {
+
+namespace {
+
+constexpr const char* kSystemFile = "/etc/engineering/station.toml";
+
+std::string variable(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+}  // namespace
+
+std::string stateFolder()
+{
+    std::string folder = variable("XDG_STATE_HOME");
+    if (folder.empty()) {
+        folder = variable("HOME");
+        folder += folder.empty() ? "" : "/.local/state";
+    }
+    return folder.empty() ? "" : folder + "/" + kProgram;
+}
+
+Station::Station(const station::Interrupt& interrupt)
+    : interrupt_(interrupt), records_(station::identity::records(protocol::catalogue::groups()))
+{
+}
+
+std::string Station::file() const
+{
+    if (!given.empty()) {
+        return given;
+    }
+    if (std::string named = variable("ENGINEERING_STATION"); !named.empty()) {
+        return named;
+    }
+    std::error_code error;
+    return std::filesystem::exists(kSystemFile, error) ? kSystemFile : "";
+}
+
+const station::StationConfig& Station::config()
+{
+    std::call_once(read_, [this] {
+        const std::string path = file();
+        if (path.empty()) {
+            return;
+        }
+        protocol::toml_file::Problems problems;
+        config_ = station::readStationConfig(readInput(path, interrupt_), path, records_, problems);
+        if (!problems.empty()) {
+            const std::string more = problems.size() > 1 ? " (and more: see 'engineering-station station check')" : "";
+            throw WrongUse(format(path, problems.front()) + more);
+        }
+    });
+    return config_;
+}
+
+std::string Station::registryPath()
+{
+    if (!config().registry.empty()) {
+        return config_.registry;
+    }
+    const std::string folder = stateFolder();
+    if (folder.empty()) {
+        throw WrongUse("no place for the registry: set [paths] registry in station.toml, or HOME");
+    }
+    return folder + "/registry.sqlite";
+}
+
+std::unique_ptr<station::identity::Registry> Station::openRegistry(station::identity::Registry::Access access)
+{
+    return std::make_unique<station::identity::Registry>(registryPath(), records_, config().unit, &interrupt_, access);
+}
+
+void Station::guardConnections()
+{
+    station::Connection::guardBy([this] {
+        return std::make_unique<station::identity::IdentityGuard>(records_, config().unit, terms,
+                                                                  [this] { return openRegistry(); });
+    });
+}
+
+namespace {
+
+int check(Tool& tool)
+{
+    const std::string path = tool.station->file();
+    protocol::toml_file::Problems problems;
+    if (!path.empty()) {
+        station::readStationConfig(readInput(path, tool.interrupt), path, tool.station->records(), problems);
+    }
+    if (tool.json) {
+        nlohmann::ordered_json list = nlohmann::ordered_json::array();
+        for (const auto& problem : problems) {
+            list.push_back({{"line", problem.line}, {"column", problem.column}, {"text", problem.text}});
+        }
+        printJson({{"file", path.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(path)},
+                   {"sound", problems.empty()},
+                   {"problems", std::move(list)}});
+    } else if (path.empty()) {
+        std::puts("no station.toml: the defaults hold");
+    } else if (problems.empty()) {
+        std::printf("%s: sound, registry %s\n", path.c_str(), tool.station->registryPath().c_str());
+    }
+    for (const auto& problem : problems) {
+        if (!tool.json) {
+            std::fprintf(stderr, "%s\n", format(path, problem).c_str());
+        }
+    }
+    return problems.empty() ? kPassed : kWrongUse;
+}
+
+}  // namespace
+
+void addStation(Tool& tool)
+{
+    CLI::App* const noun = tool.app.add_subcommand("station", "The station's own file, station.toml");
+    noun->require_subcommand(1);
+    CLI::App* const verb =
+        noun->add_subcommand("check",
+                             "Checks the station's file\n"
+                             "It is the one of --config, else of $ENGINEERING_STATION, else "
+                             "/etc/engineering/station.toml. Every mistake is a "
+                             "line FILE:LINE:COLUMN: TEXT on standard error, all of the file at once; exit status 2.");
+    verb->footer("  engineering-station station check --config station.toml");
+    verb->callback([&tool] { tool.action = [&tool] { return check(tool); }; });
+}
+
+}  // namespace programs::station_tool

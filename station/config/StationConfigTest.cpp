@@ -1,0 +1,103 @@
+#include "station/config/StationConfig.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "protocol/catalogue/Catalogue.h"
+
+namespace station {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class StationConfigTest : public testing::Test
+{
+protected:
+    StationConfig read(const std::string& text)
+    {
+        return readStationConfig(text, "/etc/engineering/station.toml", records, problems);
+    }
+
+    std::vector<std::string> messages() const
+    {
+        std::vector<std::string> all;
+        for (const auto& problem : problems) {
+            all.push_back(format("f", problem));
+        }
+        return all;
+    }
+
+    std::vector<identity::Record> records = identity::records(protocol::catalogue::groups());
+    protocol::toml_file::Problems problems;
+};
+
+TEST_F(StationConfigTest, EveryKeyIsTaken)
+{
+    const auto config = read(R"(
+[station]
+name = "EOL 3"
+line = "B"
+[paths]
+results = "results"
+registry = "/var/lib/engineering/registry.sqlite"
+plans = ["plans", "/srv/plans"]
+[unit]
+serial = "factory-serial"
+placeholders = ["", "TEST"]
+[records.factory-serial]
+pattern = "SN[0-9]{6}"
+)");
+
+    EXPECT_THAT(messages(), IsEmpty());
+    EXPECT_EQ(config.name, "EOL 3");
+    EXPECT_EQ(config.line, "B");
+    EXPECT_EQ(config.results, "/etc/engineering/results");
+    EXPECT_EQ(config.registry, "/var/lib/engineering/registry.sqlite");
+    EXPECT_THAT(config.plans, ElementsAre("/etc/engineering/plans", "/srv/plans"));
+    EXPECT_EQ(config.unit.serialRecord, "factory-serial");
+    const auto& serial = identity::require(records, "factory-serial");
+    EXPECT_TRUE(config.unit.isPlaceholder(serial, "TEST"));
+    EXPECT_FALSE(config.unit.isPlaceholder(serial, "00000000"));
+    EXPECT_EQ(config.unit.objection(serial, "SN000100"), "");
+    // The whole value has to match.
+    EXPECT_EQ(config.unit.objection(serial, "SN0001000"),
+              "factory-serial: expected a value that matches SN[0-9]{6}, got SN0001000");
+}
+
+TEST_F(StationConfigTest, EmptyFileLeavesTheDefaults)
+{
+    const auto config = read("");
+
+    EXPECT_THAT(messages(), IsEmpty());
+    const auto& serial = identity::require(records, "hu-serial");
+    EXPECT_EQ(config.unit.serialRecord, "hu-serial");
+    EXPECT_TRUE(config.unit.isPlaceholder(serial, "00000000"));
+    EXPECT_TRUE(config.unit.isPlaceholder(serial, "\xFF\xFF"));
+    EXPECT_FALSE(config.unit.isPlaceholder(serial, "FF"));
+}
+
+TEST_F(StationConfigTest, AllMistakesAreToldWithTheirPlace)
+{
+    read(R"([station]
+nam = "EOL 3"
+[paths]
+plans = "plans"
+[unit]
+serial = "carplay-mac"
+placeholders = [7]
+[records.colour]
+pattern = "red"
+[records.hu-serial]
+pattern = "("
+[web]
+)");
+
+    EXPECT_THAT(messages(),
+                ElementsAre(testing::StartsWith("f:2:1: "), testing::StartsWith("f:4:"), testing::StartsWith("f:6:"),
+                            testing::StartsWith("f:7:"), testing::StartsWith("f:8:"), testing::StartsWith("f:11:"),
+                            testing::StartsWith("f:12:")));
+}
+
+}  // namespace
+}  // namespace station

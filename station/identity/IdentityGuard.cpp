@@ -1,0 +1,145 @@
+#include "station/identity/IdentityGuard.h"
+
+#include <algorithm>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Codec.h"
+
+namespace station::identity {
+
+namespace {
+
+namespace catalogue = protocol::catalogue;
+
+/// A record is on the disk when the next frame is answered, and a flash may take its time.
+constexpr auto kPatience = std::chrono::seconds(5);
+
+/// @returns what the unit holds; nothing when it does not answer.
+std::optional<std::string> read(Connection& connection, const Record& record)
+{
+    const auto outcome = connection.request(
+        catalogue::encode(*record.read, {}),
+        [&](const protocol::Frame& frame) { return catalogue::answers(*record.read, frame); }, kPatience,
+        record.read->repeatable);
+    if (!outcome.reply) {
+        return std::nullopt;
+    }
+    return std::string(outcome.reply->params.begin(), outcome.reply->params.end());
+}
+
+/// Reads the serial number and the record that is to be written; to find out who a unit without a serial number is, all
+/// unique records.
+/// @returns what it holds, and nothing of a unit that does not answer.
+Values readHeld(Connection& connection, Records records, const UnitRules& rules, const Record& written, bool known)
+{
+    Values held;
+    const auto take = [&](const Record& record) {
+        const bool readable = record.unique && !record.presenceOnly && !held.contains(record.name);
+        const auto value = readable ? read(connection, record) : std::optional<std::string>("");
+        if (value && !value->empty()) {
+            held.emplace(record.name, *value);
+        }
+        return value.has_value();
+    };
+    if (const Record* serial = find(records, rules.serialRecord)) {
+        if (!take(*serial)) {
+            return {};
+        }
+        const auto value = held.find(serial->name);
+        known = known || (value != held.end() && !rules.isPlaceholder(*serial, value->second));
+    }
+    take(written);
+    for (const Record& record : records) {
+        if (!known && !take(record)) {
+            break;
+        }
+    }
+    return held;
+}
+
+}  // namespace
+
+IdentityGuard::IdentityGuard(Records records, const UnitRules& rules, const GuardTerms& terms, OpenRegistry open)
+    : records_(records), rules_(rules), terms_(terms), open_(std::move(open))
+{
+}
+
+IdentityGuard::~IdentityGuard()
+{
+    if (sent_.empty()) {
+        return;
+    }
+    try {
+        registry_->conclude(*unit_, sent_);
+    } catch (const std::exception&) {
+        // The values stay "sending", which gives them to nobody else either.
+    }
+}
+
+bool IdentityGuard::check(Connection& connection, const protocol::Frame& command)
+{
+    const auto found = std::ranges::find_if(records_, [&](const Record& record) {
+        return record.write->cmdOne == command.cmdOne && record.write->cmdTwo == command.cmdTwo;
+    });
+    if (found == records_.end() || command.params.empty()) {
+        return false;
+    }
+    const std::string value(command.params.begin(), command.params.end());
+    std::string objection = rules_.objection(*found, value);
+    if (objection.empty() && !terms_.allowAnyAddress) {
+        objection = reservedAddress(*found, value);
+    }
+    if (!objection.empty()) {
+        throw NotSent(objection);
+    }
+    if (!found->unique || rules_.isPlaceholder(*found, value)) {
+        return false;
+    }
+    try {
+        if (registry_ == nullptr) {
+            registry_ = open_();
+        }
+        const auto known = unit_ ? unit_ : terms_.unit;
+        lost_ = lost_ && known;
+        const bool same = known && !lost_;
+        const UnitOnLine line{terms_.label, readHeld(connection, records_, rules_, *found, same), terms_.erased,
+                              terms_.reissue};
+        const auto [unit, gives] = registry_->send(*found, value, line, lost_ ? std::nullopt : known);
+        if (unit_ && *unit_ != unit) {
+            registry_->conclude(*unit_, sent_);
+            sent_.clear();
+        }
+        unit_ = unit;
+        lost_ = false;
+        if (gives) {
+            sent_.push_back({&*found, value, State::kSending});
+        }
+    } catch (const NotGiven& error) {
+        throw NotSent(error.what());
+    } catch (const RegistryError& error) {
+        throw NotSent(error.what());
+    }
+    return true;
+}
+
+void IdentityGuard::on(const TraceEvent& event)
+{
+    lost_ = lost_ || event.kind == TraceEvent::Kind::kLost;
+    const std::string value(event.frame.params.begin(), event.frame.params.end());
+    for (Registry::Arrival& one : sent_) {
+        const Record& record = *one.record;
+        if (event.kind == TraceEvent::Kind::kSent && !event.aside && one.state != State::kVerified) {
+            const auto is = [&](const catalogue::Command& command) {
+                return command.cmdOne == event.frame.cmdOne && command.cmdTwo == event.frame.cmdTwo;
+            };
+            // Once it is asked for, the answer counts.
+            one.state = is(*record.write) ? State::kWritten : is(*record.read) ? State::kSending : one.state;
+        } else if (event.kind == TraceEvent::Kind::kReceived && catalogue::answers(*record.read, event.frame)) {
+            const bool present = record.presenceOnly && !value.empty() && value.front() != 0;
+            const bool equal = !record.presenceOnly && registryText(record, value) == registryText(record, one.value);
+            one.state = equal ? State::kVerified : present ? State::kWritten : one.state;
+        }
+    }
+}
+
+}  // namespace station::identity

@@ -1,0 +1,676 @@
+#include "station/identity/Registry.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <set>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "station/identity/LedgerFile.h"
+#include "tests/engine/FileSizeLimit.h"
+#include "tests/support/TempDir.h"
+
+namespace station::identity {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class RegistryTest : public testing::Test
+{
+protected:
+    RegistryTest() { write("factory-serial,carplay-mac,drawing-code\nSN1,001122334455,D\nSN2,001122334456,D\n"); }
+
+    void write(const std::string& content)
+    {
+        std::ofstream(csv) << content;
+        table = readCsv(content, csv, all);
+    }
+
+    std::unique_ptr<Registry> open(Registry::Access access = Registry::Access::kGive)
+    {
+        return std::make_unique<Registry>(path, all, rules, nullptr, access);
+    }
+
+    const Record& record(std::string_view name) const { return require(all, name); }
+
+    /// A station of its own, which ends with the call.
+    Registry::Grant reserve(const UnitOnLine& unit, const std::optional<std::string>& serial = {}, bool dryRun = false)
+    {
+        return open()->reserve(table, unit, serial, dryRun);
+    }
+
+    std::string serialFor(const UnitOnLine& unit) { return reserve(unit).row.values.at("factory-serial"); }
+
+    /// Gives a unit its row and sends all of it; the unit dies before anything is read back.
+    UnitId sendRow(const UnitOnLine& unit)
+    {
+        const auto registry = open();
+        const auto grant = registry->reserve(table, unit, {}, false);
+        for (const auto& [name, value] : grant.row.values) {
+            if (record(name).unique) {
+                registry->send(record(name), value, unit, grant.unit);
+            }
+        }
+        return grant.unit;
+    }
+
+    /// The same, and the unit has all of it.
+    void use(const UnitOnLine& unit, State state = State::kVerified)
+    {
+        const UnitId id = sendRow(unit);
+        open()->conclude(id, std::vector<Registry::Arrival>{{&record("factory-serial"), serialFor(unit), state}});
+    }
+
+    template <class Work>
+    static std::string refusal(Work work)
+    {
+        try {
+            work();
+        } catch (const NotGiven& error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    template <class Work>
+    static std::string error(Work work)
+    {
+        try {
+            work();
+        } catch (const RegistryError& error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    std::string refusal(const UnitOnLine& unit, const std::optional<std::string>& serial = {})
+    {
+        return refusal([&] { reserve(unit, serial); });
+    }
+
+    /// Sends one value to a unit, as `send` does.
+    bool send(std::string_view name, const std::string& value, const UnitOnLine& unit)
+    {
+        return open()->send(record(name), value, unit, {}).second;
+    }
+
+    /// @returns the values by name with their states.
+    std::map<std::string, std::string> states()
+    {
+        std::map<std::string, std::string> found;
+        open(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {
+            found[entry.value] = name(entry.state);
+        });
+        return found;
+    }
+
+    void ledger(const std::string& content) const { std::ofstream(csv + ".ledger") << content; }
+
+    tests::TempDir directory;
+    std::string csv = directory.path() / "values.csv";
+    std::string path = directory.path() / "state" / "registry.sqlite";
+    std::vector<Record> all = records(protocol::catalogue::groups());
+    UnitRules rules;
+    CsvTable table;
+};
+
+constexpr const char* kReservedU1 =
+    R"({"schema":1,"event":"reserved","unit":"U1","by":"label","held":"","line":2,"values":{"factory-serial":"SN1","carplay-mac":"001122334455"}})";
+
+// Rows of a file.
+
+TEST_F(RegistryTest, EachUnitGetsARowOfItsOwnUntilNoneIsLeft)
+{
+    EXPECT_EQ(serialFor({"U1"}), "SN1");
+    EXPECT_EQ(serialFor({"U2"}), "SN2");
+    EXPECT_THAT(refusal({"U3"}), HasSubstr("all 2 rows have been given away"));
+}
+
+TEST_F(RegistryTest, LookMakesNoFileAndFindsNoRow)
+{
+    const auto look = open(Registry::Access::kLook);
+
+    EXPECT_EQ(look->reserve(table, {"U1"}, {}, true).row.values.at("factory-serial"), "SN1");
+    EXPECT_FALSE(look->rowOf(table, "U1"));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_FALSE(std::filesystem::exists(csv + ".ledger"));
+}
+
+TEST_F(RegistryTest, LookSeesWhatWasGivenAndGivesNothing)
+{
+    reserve({"U1"});
+
+    const auto look = open(Registry::Access::kLook);
+
+    EXPECT_EQ(look->reserve(table, {"U2"}, {}, true).row.line, 3u);
+    EXPECT_EQ(look->rowOf(table, "U1")->values.at("factory-serial"), "SN1");
+    EXPECT_EQ(serialFor({"U3"}), "SN2");
+}
+
+TEST_F(RegistryTest, SameUnitGetsItsOwnRowAgain)
+{
+    EXPECT_FALSE(reserve({"U1"}).again);
+    reserve({"U2"});
+
+    const auto second = reserve({"U1"});
+
+    EXPECT_TRUE(second.again);
+    EXPECT_EQ(second.row.values.at("factory-serial"), "SN1");
+}
+
+TEST_F(RegistryTest, RowCanBeChosenByItsFactorySerial)
+{
+    EXPECT_EQ(reserve({"U1"}, "SN2").row.line, 3u);
+    EXPECT_EQ(reserve({"U2"}).row.line, 2u);
+    EXPECT_THAT(refusal({"U3"}, "SN9"), HasSubstr("no row has factory serial SN9"));
+    EXPECT_THAT(refusal({"U3"}, "SN2"), AllOf(HasSubstr("values.csv:3"), HasSubstr("given to unit U1")));
+    EXPECT_THAT(refusal({"U1"}, "SN1"), HasSubstr("has been given line 3"));
+    EXPECT_THAT(refusal({"U1"}, "SN9"), HasSubstr("no row has factory serial SN9"));
+}
+
+TEST_F(RegistryTest, UnitIsKnownByAValueThatItWasGiven)
+{
+    reserve({"U1"});
+
+    EXPECT_EQ(reserve({"", {{"factory-serial", "SN1"}}}).name, "U1");
+    EXPECT_EQ(reserve({"", {{"carplay-mac", "001122334455"}}}).row.line, 2u);
+}
+
+TEST_F(RegistryTest, UnitIsKnownByTheSerialThatItHadBefore)
+{
+    EXPECT_EQ(reserve({"", {{"factory-serial", "OLD"}}}).row.line, 2u);
+
+    EXPECT_TRUE(reserve({"", {{"factory-serial", "OLD"}}}).again);
+    EXPECT_TRUE(reserve({"", {{"factory-serial", "SN1"}}}).again);
+}
+
+TEST_F(RegistryTest, UnitWhoseFactorySerialStandsInTheFileGetsThatRow)
+{
+    EXPECT_EQ(reserve({"", {{"factory-serial", "SN2"}}}).row.line, 3u);
+    EXPECT_EQ(reserve({"U1"}).row.line, 2u);
+}
+
+TEST_F(RegistryTest, UnitThatIsCalledByAnotherUnitsNameIsRefused)
+{
+    reserve({"U1"});
+    reserve({"U2"});
+
+    EXPECT_THAT(refusal({"U2", {{"factory-serial", "SN1"}}}),
+                HasSubstr("it holds factory-serial SN1, which belongs to unit U1"));
+}
+
+TEST_F(RegistryTest, UnitThatHoldsASerialThatNobodyGaveItIsRefused)
+{
+    reserve({"U1"});
+
+    EXPECT_THAT(refusal({"U1", {{"factory-serial", "SN9"}}}),
+                HasSubstr("this is not unit U1: it holds factory-serial SN9, and unit U1 was given SN1"));
+}
+
+TEST_F(RegistryTest, UsedRowIsNotGivenToAnotherUnitThatIsCalledTheSame)
+{
+    use({"U1"});
+
+    EXPECT_THAT(refusal({"U1"}), AllOf(HasSubstr("unit U1 was given"), HasSubstr("--again")));
+    EXPECT_EQ(states().count("SN2"), 0u);
+}
+
+TEST_F(RegistryTest, UsedRowIsGivenAgainToTheUnitThatShowsAValueOfIt)
+{
+    use({"U1"});
+
+    EXPECT_TRUE(reserve({"U1", {{"factory-serial", "SN1"}}}).again);
+    EXPECT_TRUE(reserve({"U1", {{"carplay-mac", "001122334455"}}}).again);
+}
+
+TEST_F(RegistryTest, UsedRowIsGivenAgainToAnErasedUnitThatSomebodyVouchesFor)
+{
+    use({"U1"});
+
+    EXPECT_EQ(reserve({"U1", {}, true}).row.line, 2u);
+}
+
+TEST_F(RegistryTest, ReplacedBoardGetsItsUnitsValuesAndThatIsKept)
+{
+    use({"U1"});
+
+    EXPECT_EQ(reserve({"U1", {{"hu-serial", "BOARD2"}}, false, "board replaced"}).row.line, 2u);
+    EXPECT_EQ(open()
+                  ->claim({{"factory-serial", "SN1"}}, {}, {"", {}, false, "board replaced"}, false)
+                  .row.values.at("factory-serial"),
+              "SN1");
+}
+
+TEST_F(RegistryTest, ValueIsNotGivenAgainInAnotherRow)
+{
+    reserve({"U1"});
+    write("factory-serial,carplay-mac\nSN7,001122334455\nSN8,001122334457\n");
+
+    EXPECT_EQ(serialFor({"U2"}), "SN8");
+    EXPECT_THAT(refusal({"U1"}), HasSubstr("values.csv:2: this row has changed since it was given to unit U1"));
+}
+
+TEST_F(RegistryTest, RowsMayMoveInTheFile)
+{
+    reserve({"U1"});
+    write("drawing-code,carplay-mac,factory-serial\nE,001122334457,SN3\nE,001122334455,SN1\n");
+
+    EXPECT_EQ(reserve({"U1"}).row.values.at("drawing-code"), "E");
+    EXPECT_EQ(serialFor({"U2"}), "SN3");
+}
+
+TEST_F(RegistryTest, RowThatIsNoLongerInTheFileIsNotReplacedByAnother)
+{
+    reserve({"U1"});
+    write("factory-serial\nSN2\n");
+
+    EXPECT_THAT(refusal({"U1"}), HasSubstr("is no longer in"));
+}
+
+TEST_F(RegistryTest, TwoStationsDoNotWorkOnTheSameUnit)
+{
+    const auto first = open();
+    first->reserve(table, {"U1"}, {}, false);
+
+    EXPECT_THAT(refusal({"U1"}), HasSubstr("another station works on unit U1"));
+    EXPECT_EQ(reserve({"U2"}).row.line, 3u);
+}
+
+// The ways by which two units once got one identity.
+
+TEST_F(RegistryTest, UnitsWithAPlaceholderAreNeverTheSameUnit)
+{
+    for (const std::string& placeholder : {std::string("00000000"), std::string(8, '\xFF')}) {
+        const UnitOnLine unit{"", {{"factory-serial", placeholder}, {"hu-serial", placeholder}}};
+        write("factory-serial\nA" + std::to_string(placeholder[0]) + "\nB" + std::to_string(placeholder[0]) + "\n");
+        sendRow(unit);
+
+        EXPECT_EQ(reserve(unit).row.line, 3u);
+    }
+}
+
+TEST_F(RegistryTest, UnitThatDiesBeforeItsReadBackLeavesItsRowToNobodyElse)
+{
+    sendRow({"", {{"factory-serial", "DEFAULT"}}});
+
+    EXPECT_THAT(refusal({"", {{"factory-serial", "DEFAULT"}}}), HasSubstr("--again"));
+    EXPECT_EQ(serialFor({"U2"}), "SN2");
+}
+
+TEST_F(RegistryTest, LastLineOfALedgerThatLostItsEndCounts)
+{
+    ledger(kReservedU1);
+
+    EXPECT_EQ(serialFor({"U2"}), "SN2");
+    EXPECT_EQ(serialFor({"U1"}), "SN1");
+}
+
+TEST_F(RegistryTest, LastLineOfALedgerThatCannotBeReadStopsTheImport)
+{
+    const std::string content = std::string(kReservedU1) + "\n" + R"({"schema":1,"event":"reserved","unit":"U2","val)";
+    ledger(content);
+
+    EXPECT_THAT(error([&] { reserve({"U3"}); }), AllOf(HasSubstr("values.csv.ledger"), HasSubstr("line 2")));
+    std::ifstream in(csv + ".ledger");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), content);
+    EXPECT_THAT(states(), IsEmpty());
+}
+
+TEST_F(RegistryTest, CopyOfTheFileGivesNoValueTwice)
+{
+    reserve({"U1"});
+    csv = directory.path() / "copy.csv";
+    write("factory-serial,carplay-mac,drawing-code\nSN1,001122334455,D\nSN2,001122334456,D\n");
+
+    EXPECT_EQ(serialFor({"U2"}), "SN2");
+}
+
+TEST_F(RegistryTest, ValueOfARowIsNotGivenByNameEither)
+{
+    reserve({"U1"});
+
+    EXPECT_THAT(refusal([&] {
+                    open()->claim({{"factory-serial", "SN1"}}, {}, {"U2"}, false);
+                }),
+                HasSubstr("factory-serial SN1 has been given to unit U1"));
+    EXPECT_THAT(refusal([&] { send("factory-serial", "SN1", {}); }), HasSubstr("unit U1"));
+}
+
+TEST_F(RegistryTest, TwoUnknownUnitsAreTwoUnits)
+{
+    EXPECT_TRUE(send("hu-serial", "HU7", {}));
+
+    EXPECT_THAT(refusal([&] { send("hu-serial", "HU7", {}); }), HasSubstr("hu-serial HU7 has been given to unit"));
+}
+
+// Values.
+
+TEST_F(RegistryTest, AddressesAreOneNameSpaceInWhateverSpelling)
+{
+    send("carplay-mac", "00:1a:7d:00:00:01", {"U1"});
+
+    EXPECT_THAT(refusal([&] {
+                    send("bluetooth-address", "001A7D000001", {"", {{"hu-serial", "HU2"}}});
+                }),
+                HasSubstr("bluetooth-address 001A7D000001 has been given to unit U1"));
+}
+
+TEST_F(RegistryTest, SerialsThatAreNotTextAreKeptAsHexadecimalAndMatchAgain)
+{
+    const std::string bytes = "\xC3\x28\x01";
+    send("hu-serial", bytes, {"U1"});
+
+    EXPECT_THAT(states(), ElementsAre(testing::Pair("hex:C32801", "sending")));
+    EXPECT_FALSE(send("hu-serial", bytes, {"", {{"hu-serial", bytes}}}));
+    EXPECT_THAT(refusal([&] { send("hu-serial", bytes, {}); }), HasSubstr("unit U1"));
+    EXPECT_TRUE(send("hu-serial", "hex:C32801", {"U2"}));
+}
+
+TEST_F(RegistryTest, WritingBackWhatTheUnitHoldsGivesNothingAndIsSeen)
+{
+    EXPECT_FALSE(send("hu-serial", "HU7", {"", {{"hu-serial", "HU7"}}}));
+
+    EXPECT_THAT(states(), ElementsAre(testing::Pair("HU7", "seen")));
+    EXPECT_THAT(refusal([&] { send("hu-serial", "HU7", {}); }), HasSubstr("which was seen with it"));
+}
+
+TEST_F(RegistryTest, ValueIsSendingBeforeItGoesAndVerifiedBehindIt)
+{
+    const auto registry = open();
+    const auto grant = registry->claim({{"factory-serial", "SN1"}}, {}, {"U1"}, false);
+    EXPECT_EQ(states().at("SN1"), "reserved");
+
+    registry->send(record("factory-serial"), "SN1", {"U1"}, grant.unit);
+    EXPECT_EQ(states().at("SN1"), "sending");
+
+    registry->conclude(grant.unit,
+                       std::vector<Registry::Arrival>{{&record("factory-serial"), "SN1", State::kVerified}});
+    EXPECT_EQ(states().at("SN1"), "verified");
+    registry->send(record("factory-serial"), "SN1", {"U1"}, grant.unit);
+    registry->conclude(grant.unit, std::vector<Registry::Arrival>{{&record("factory-serial"), "SN1", State::kWritten}});
+    EXPECT_EQ(states().at("SN1"), "verified");
+}
+
+TEST_F(RegistryTest, BlockedValueIsGivenToNobody)
+{
+    open()->block("SN1", "scrapped");
+
+    EXPECT_EQ(serialFor({"U1"}), "SN2");
+    EXPECT_THAT(refusal([&] { send("factory-serial", "SN1", {"U2"}); }),
+                HasSubstr("factory-serial SN1 is blocked: scrapped"));
+    EXPECT_THAT(refusal([&] { open()->block("SN2", ""); }), HasSubstr("has been given to unit U1"));
+}
+
+TEST_F(RegistryTest, RangeGivesTheNextFreeValueAndTheUnitItsOwnAgain)
+{
+    const std::vector<ValueRange> ranges{parseRange(all, "factory-serial=SN{08..10}X"),
+                                         parseMacBlock(all, "carplay-mac=001A7D000000/46"),
+                                         parseMacBlock(all, "bluetooth-address=001A7D000000/46")};
+    const auto take = [&](const UnitOnLine& unit) {
+        const auto values = open()->claim({}, ranges, unit, false).row.values;
+        return values.at("factory-serial") + " " + values.at("carplay-mac") + " " + values.at("bluetooth-address");
+    };
+    send("factory-serial", "SN09X", {"V"});
+
+    EXPECT_EQ(take({"U1"}), "SN10X 001A7D000000 001A7D000001");
+    EXPECT_EQ(take({"U2"}), "SN08X 001A7D000002 001A7D000003");
+    EXPECT_EQ(take({"U1"}), "SN10X 001A7D000000 001A7D000001");
+    EXPECT_THAT(refusal([&] { take({"U3"}); }), HasSubstr("all values from SN08X to SN10X have been given away"));
+}
+
+// Ledgers from before there was a registry.
+
+TEST_F(RegistryTest, LedgerIsImportedAndNamesItsRegistry)
+{
+    ledger(std::string(kReservedU1) + "\n" + R"({"schema":1,"event":"verified","unit":"U1","by":"label"})" + "\n");
+
+    EXPECT_EQ(serialFor({"U2"}), "SN2");
+
+    EXPECT_EQ(states().at("SN1"), "written");
+    EXPECT_THAT(refusal({"U1"}), HasSubstr("--again"));
+    EXPECT_EQ(LedgerFile(csv + ".ledger", nullptr, false).registry(), open()->uuid());
+}
+
+TEST_F(RegistryTest, StationWithAnotherRegistryIsRefused)
+{
+    reserve({"U1"});
+    const std::string first = open()->uuid();
+    path = directory.path() / "other.sqlite";
+
+    EXPECT_THAT(error([&] { reserve({"U2"}); }),
+                AllOf(HasSubstr("values.csv.ledger: its values are given away by registry " + first),
+                      HasSubstr("other.sqlite")));
+}
+
+TEST_F(RegistryTest, LinksToOneFileShareItsLedger)
+{
+    const std::string other = directory.path() / "other.csv";
+    std::filesystem::create_symlink(csv, other);
+    reserve({"U1"});
+
+    EXPECT_EQ(ledgerPath(other), csv + ".ledger");
+}
+
+TEST_F(RegistryTest, LedgersThatGaveOneValueTwiceAreImportedAndItStaysWithTheFirst)
+{
+    ledger(std::string(kReservedU1) + "\n" +
+           R"({"event":"reserved","unit":"00000000","by":"serial","values":{"factory-serial":"SN1"}})" + "\n");
+
+    EXPECT_EQ(open()->importLedger(csv + ".ledger"), 2u);
+
+    EXPECT_EQ(open()->importLedger(csv + ".ledger"), 0u);
+    EXPECT_EQ(serialFor({"U1"}), "SN1");
+}
+
+TEST_F(RegistryTest, ValuesOfAFileThatUnitsHaveAreImported)
+{
+    EXPECT_EQ(open()->importTable(table), 4u);
+
+    EXPECT_THAT(refusal({"U1"}), HasSubstr("all 2 rows have been given away"));
+}
+
+// The database.
+
+TEST_F(RegistryTest, CopyOfARegistryGivesNothingUntilItIsAdopted)
+{
+    reserve({"U1"});
+    const std::string copy = directory.path() / "copy.sqlite";
+    std::filesystem::copy_file(path, copy);
+    path = copy;
+
+    EXPECT_THAT(error([&] { reserve({"U2"}); }),
+                AllOf(HasSubstr("copy.sqlite: this is a copy of registry"), HasSubstr("adopt")));
+    EXPECT_THAT(error([&] { send("hu-serial", "HU1", {}); }), HasSubstr("this is a copy"));
+    EXPECT_EQ(states().at("SN1"), "reserved");
+
+    open()->adopt();
+    EXPECT_EQ(serialFor({"U2"}), "SN2");
+}
+
+TEST_F(RegistryTest, BackupPutInItsPlaceGivesNothing)
+{
+    reserve({"U1"});
+    const std::string backup = directory.path() / "backup";
+    std::filesystem::copy_file(path, backup);
+    reserve({"U2"});
+    std::ofstream(path, std::ios::binary) << std::ifstream(backup, std::ios::binary).rdbuf();
+
+    EXPECT_THAT(error([&] { reserve({"U3"}); }), HasSubstr("older than what the registry had given before"));
+
+    open()->adopt();
+    EXPECT_EQ(serialFor({"U3"}), "SN2");
+}
+
+TEST_F(RegistryTest, RegistryThatWasRemovedIsNotBegunAnew)
+{
+    reserve({"U1"});
+    std::filesystem::remove(path);
+
+    EXPECT_THAT(error([&] { reserve({"U2"}); }), HasSubstr("older than what the registry had given before"));
+}
+
+TEST_F(RegistryTest, FileThatIsNotARegistryIsNamed)
+{
+    std::filesystem::create_directory(directory.path() / "state");
+    std::ofstream(path) << "not a database at all, but long enough to have a header, were it one";
+
+    EXPECT_THAT(error([&] { reserve({"U1"}); }), AllOf(HasSubstr("registry.sqlite"), HasSubstr("not a database")));
+}
+
+TEST_F(RegistryTest, OnAFullDiskNothingIsGiven)
+{
+    reserve({"U1"});
+    std::string full;
+    {
+        const FileSizeLimit limit(4096);
+        full = error([&] { reserve({"U2"}); });
+    }
+
+    EXPECT_THAT(full, HasSubstr("registry.sqlite"));
+    EXPECT_EQ(states().count("SN2"), 0u);
+    EXPECT_EQ(serialFor({"U3"}), "SN2");
+}
+
+TEST_F(RegistryTest, InterruptEndsTheWaitForAnotherStation)
+{
+    Interrupt interrupt;
+    Registry waiting(path, all, rules, &interrupt);
+    const pid_t other = fork();
+    if (other == 0) {
+        // SQLite's own lock byte for those that write.
+        struct flock pending = {};
+        pending.l_type = F_WRLCK;
+        pending.l_start = 0x40000000;
+        pending.l_len = 512;
+        const int descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+        fcntl(descriptor, F_SETLK, &pending);
+        raise(SIGSTOP);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(other, &status, WUNTRACED);
+    interrupt.request();
+
+    EXPECT_THROW(waiting.reserve(table, {"U1"}, {}, false), Interrupted);
+    kill(other, SIGKILL);
+    waitpid(other, nullptr, 0);
+}
+
+TEST_F(RegistryTest, StationsThatAreKilledAtAnyMomentGiveNoValueTwice)
+{
+    const std::vector<ValueRange> ranges{parseRange(all, "factory-serial=SN{0000..9999}")};
+    std::mt19937 random(1);
+    std::map<std::string, std::string> unitOf;
+    // Each station tells through a pipe what it gave, after it gave it.
+    const auto collect = [&](int pipe) {
+        std::string text;
+        char chunk[4096];
+        for (ssize_t got = 0; (got = ::read(pipe, chunk, sizeof chunk)) > 0;) {
+            text.append(chunk, static_cast<std::size_t>(got));
+        }
+        for (std::size_t begin = 0, end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+            const std::string line = text.substr(begin, end - begin);
+            const auto [found, fresh] = unitOf.emplace(line.substr(line.find(' ') + 1), line.substr(0, line.find(' ')));
+            EXPECT_EQ(found->second, line.substr(0, line.find(' '))) << found->first << " was given twice";
+        }
+    };
+    open();
+
+    constexpr int kKills = 200;
+    constexpr int kAtOnce = 4;
+    for (int kills = 0; kills < kKills; kills += kAtOnce) {
+        std::array<pid_t, kAtOnce> stations{};
+        int told[2];
+        ASSERT_EQ(pipe2(told, O_CLOEXEC), 0);
+        for (int i = 0; i < kAtOnce; ++i) {
+            stations[static_cast<std::size_t>(i)] = fork();
+            if (stations[static_cast<std::size_t>(i)] == 0) {
+                for (int unit = 0;; ++unit) {
+                    const std::string label = std::to_string(kills + i) + "-" + std::to_string(unit);
+                    const auto grant = open()->claim({}, ranges, {label}, false);
+                    const std::string line = label + " " + grant.row.values.at("factory-serial") + "\n";
+                    [[maybe_unused]] const ssize_t written = ::write(told[1], line.data(), line.size());
+                }
+            }
+        }
+        close(told[1]);
+        for (const pid_t station : stations) {
+            usleep(static_cast<useconds_t>(random() % 10'000));
+            kill(station, SIGKILL);
+            waitpid(station, nullptr, 0);
+        }
+        collect(told[0]);
+        close(told[0]);
+    }
+
+    EXPECT_EQ(open()->claim({}, ranges, {"behind"}, false).again, false);
+    EXPECT_GT(unitOf.size(), 0u);
+    const auto kept = states();
+    for (const auto& [value, unit] : unitOf) {
+        EXPECT_EQ(kept.count(value), 1u) << value;
+    }
+}
+
+TEST(AddressTest, NoDeviceHasMulticastAllZeroOrAllF)
+{
+    const auto all = records(protocol::catalogue::groups());
+    const Record& mac = require(all, "carplay-mac");
+
+    EXPECT_THAT(reservedAddress(mac, "01005E000001"), HasSubstr("carplay-mac: expected the address of one device"));
+    EXPECT_THAT(reservedAddress(mac, "01005E000001"), HasSubstr("multicast"));
+    EXPECT_THAT(reservedAddress(mac, "000000000000"), HasSubstr("all zero"));
+    EXPECT_THAT(reservedAddress(mac, "ff:ff:ff:ff:ff:ff"), HasSubstr("all F"));
+    EXPECT_EQ(reservedAddress(mac, "001A7D000001"), "");
+    EXPECT_EQ(reservedAddress(require(all, "hu-serial"), "FFFFFFFFFFFF"), "");
+}
+
+struct WrongRange {
+    const char* name;
+    bool block;
+    const char* text;
+    const char* message;
+};
+
+class WrongRangeTest : public testing::TestWithParam<WrongRange>
+{
+};
+
+TEST_P(WrongRangeTest, IsRefusedWithWhatWouldBeRight)
+{
+    const auto all = records(protocol::catalogue::groups());
+
+    try {
+        GetParam().block ? parseMacBlock(all, GetParam().text) : parseRange(all, GetParam().text);
+        FAIL() << "it was taken";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_THAT(error.what(), HasSubstr(GetParam().message));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Identity, WrongRangeTest,
+    testing::Values(WrongRange{"NoRecord", false, "SN{1..2}", "RECORD=TEXT{FIRST..LAST}"},
+                    WrongRange{"NoNumbers", false, "factory-serial=SN1", "RECORD=TEXT{FIRST..LAST}"},
+                    WrongRange{"TwoWidths", false, "factory-serial=SN{1..10}", "same width"},
+                    WrongRange{"Descending", false, "factory-serial=SN{2..1}", "lower one first"},
+                    WrongRange{"NotUnique", false, "drawing-code=D{1..2}", "several units may have"},
+                    WrongRange{"Address", false, "carplay-mac={1..2}", "--mac-block"},
+                    WrongRange{"SerialBlock", true, "hu-serial=001A7D000000/24", "ADDRESS/BITS"},
+                    WrongRange{"NoBits", true, "carplay-mac=001A7D000000", "ADDRESS/BITS"},
+                    WrongRange{"InsideOfBlock", true, "carplay-mac=001A7D000001/24", "first address of the block"},
+                    WrongRange{"ShortAddress", true, "carplay-mac=001A7D/24", "12 hexadecimal digits"}),
+    [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace station::identity

@@ -1,0 +1,118 @@
+#include "station/identity/Sqlite.h"
+
+#include <poll.h>
+
+#include <utility>
+
+#include "station/identity/Registry.h"
+
+namespace station::identity::sqlite {
+
+namespace {
+
+/// A registry is locked for a moment only; a station that was stopped in it must not stop all others for ever.
+constexpr auto kPatience = std::chrono::seconds(10);
+constexpr int kLookAgainMs = 5;
+
+}  // namespace
+
+Statement::Statement(Database& database, const char* sql) : database_(database), statement_(nullptr, sqlite3_finalize)
+{
+    sqlite3_stmt* statement = nullptr;
+    const int code = sqlite3_prepare_v2(database.handle_.get(), sql, -1, &statement, nullptr);
+    statement_.reset(statement);
+    if (code != SQLITE_OK) {
+        database.fail(code);
+    }
+}
+
+void Statement::bind(int index, std::string_view value)
+{
+    sqlite3_bind_text(statement_.get(), index, value.data(), static_cast<int>(value.size()), SQLITE_TRANSIENT);
+}
+
+void Statement::bind(int index, std::int64_t value)
+{
+    sqlite3_bind_int64(statement_.get(), index, value);
+}
+
+bool Statement::step()
+{
+    const int code = sqlite3_step(statement_.get());
+    if (code != SQLITE_ROW && code != SQLITE_DONE) {
+        database_.fail(code);
+    }
+    return code == SQLITE_ROW;
+}
+
+std::string Statement::text(int column) const
+{
+    const auto* characters = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+    return characters == nullptr
+               ? std::string()
+               : std::string(characters, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column)));
+}
+
+Database::Database(std::string path, int flags, const Interrupt* interrupt)
+    : path_(std::move(path)), interrupt_(interrupt), handle_(nullptr, sqlite3_close)
+{
+    sqlite3* handle = nullptr;
+    const int code = sqlite3_open_v2(path_.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    handle_.reset(handle);
+    if (code != SQLITE_OK) {
+        fail(code);
+    }
+    sqlite3_busy_handler(handle, onBusy, this);
+}
+
+void Database::runAll(const char* sql)
+{
+    const int code = sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr);
+    if (code != SQLITE_OK) {
+        fail(code);
+    }
+}
+
+void Database::fail(int code) const
+{
+    if (interrupt_ != nullptr && interrupt_->requested()) {
+        throw Interrupted();
+    }
+    if ((code & 0xFF) == SQLITE_BUSY) {
+        throw RegistryError(path_ + ": another station keeps the registry locked");
+    }
+    throw RegistryError(path_ + ": the registry cannot be used: " +
+                        (handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_.get())));
+}
+
+int Database::onBusy(void* self, int count)
+{
+    auto& database = *static_cast<Database*>(self);
+    const auto now = std::chrono::steady_clock::now();
+    if (count == 0) {
+        database.giveUpAt_ = now + kPatience;
+    }
+    pollfd request{database.interrupt_ == nullptr ? -1 : database.interrupt_->descriptor(), POLLIN, 0};
+    return now < database.giveUpAt_ && poll(&request, 1, kLookAgainMs) == 0 ? 1 : 0;
+}
+
+Transaction::Transaction(Database& database) : database_(&database)
+{
+    database.run("BEGIN IMMEDIATE");
+}
+
+Transaction::~Transaction()
+{
+    if (database_ != nullptr) {
+        // SQLite may have undone it by itself already.
+        sqlite3_exec(database_->handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
+void Transaction::commit()
+{
+    database_->run("COMMIT");
+    database_ = nullptr;
+}
+
+}  // namespace station::identity::sqlite

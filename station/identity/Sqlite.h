@@ -1,0 +1,107 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "station/Interrupt.h"
+
+namespace station::identity::sqlite {
+
+/// A statement that has been prepared. Lives no longer than its database. Throws RegistryError.
+class Statement
+{
+public:
+    /// @returns whether there is a row; false at the end.
+    bool step();
+
+    /// Takes the statement back to its beginning, and gives it these values.
+    template <class... Values>
+    void bindAll(const Values&... values)
+    {
+        reset();
+        int index = 0;
+        (bind(++index, values), ...);
+    }
+    void reset() { sqlite3_reset(statement_.get()); }
+
+    std::string text(int column) const;
+    std::int64_t number(int column) const { return sqlite3_column_int64(statement_.get(), column); }
+
+private:
+    friend class Database;
+    Statement(class Database& database, const char* sql);
+    void bind(int index, std::string_view value);
+    void bind(int index, std::int64_t value);
+
+    class Database& database_;
+    std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> statement_;
+};
+
+/// An SQLite database for one thread. Whatever goes wrong is a RegistryError with the path; waiting for another
+/// process's lock has a limit and ends with Interrupted.
+class Database
+{
+public:
+    /// @param flags as sqlite3_open_v2 has them
+    /// @param interrupt outlives this; may be nullptr
+    Database(std::string path, int flags, const Interrupt* interrupt);
+
+    template <class... Values>
+    Statement prepare(const char* sql, const Values&... values)
+    {
+        Statement statement(*this, sql);
+        statement.bindAll(values...);
+        return statement;
+    }
+
+    /// Runs one statement to its end.
+    template <class... Values>
+    void run(const char* sql, const Values&... values)
+    {
+        Statement statement = prepare(sql, values...);
+        while (statement.step()) {
+        }
+    }
+
+    /// Runs several statements.
+    void runAll(const char* sql);
+
+    std::int64_t lastRow() const { return sqlite3_last_insert_rowid(handle_.get()); }
+    const std::string& path() const { return path_; }
+    sqlite3* handle() const { return handle_.get(); }
+
+    /// Turns SQLite's answer into an exception.
+    [[noreturn]] void fail(int code) const;
+
+private:
+    friend class Statement;
+    static int onBusy(void* self, int count);
+
+    std::string path_;
+    const Interrupt* interrupt_;
+    std::chrono::steady_clock::time_point giveUpAt_;
+    std::unique_ptr<sqlite3, int (*)(sqlite3*)> handle_;
+};
+
+/// What is done while it lives is undone at its end, unless it was committed. Nobody else writes meanwhile.
+class Transaction
+{
+public:
+    explicit Transaction(Database& database);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    /// All of it is on the disk when this returns.
+    void commit();
+
+private:
+    Database* database_;
+};
+
+}  // namespace station::identity::sqlite

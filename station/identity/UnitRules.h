@@ -1,0 +1,41 @@
+#pragma once
+
+#include <re2/re2.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "station/identity/Record.h"
+
+namespace station::identity {
+
+/// What a station knows about the values of its units.
+struct UnitRules {
+    /// The record that is *the* serial number of a unit.
+    std::string serialRecord = "hu-serial";
+    /// Serial numbers that mean "none".
+    std::vector<std::string> placeholders{"", "00000000"};
+    /// What a record's whole value must match, by name of the record.
+    std::map<std::string, std::shared_ptr<const re2::RE2>, std::less<>> patterns = {};
+
+    /// @returns whether the value, as a unit holds it, tells no unit from another: a placeholder, erased memory (FF
+    /// bytes), an address that no device has.
+    bool isPlaceholder(const Record& record, std::string_view value) const;
+
+    /// @returns what is wrong with a value that is to be written, in one line with the record's name; empty for
+    /// nothing.
+    std::string objection(const Record& record, std::string_view value) const;
+};
+
+/// @returns why no device may have this address: multicast, all zero, all F. Empty for one that it may have, and for
+/// what is not an address.
+std::string reservedAddress(const Record& record, std::string_view value);
+
+/// @returns the value as the registry keeps it: an address as 12 capital digits; other bytes as they are when they are
+/// printable UTF-8, else "hex:" and their digits. Different values have different texts.
+std::string registryText(const Record& record, std::string_view value);
+
+}  // namespace station::identity

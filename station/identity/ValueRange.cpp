@@ -1,0 +1,112 @@
+#include "station/identity/ValueRange.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <stdexcept>
+
+namespace station::identity {
+
+namespace {
+
+constexpr int kAddressBits = 48;
+constexpr int kAddressDigits = 12;
+/// What 64 bits hold in any case.
+constexpr std::size_t kMostDigits = 18;
+
+std::optional<std::uint64_t> numberIn(std::string_view digits, int base)
+{
+    std::uint64_t number = 0;
+    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
+    const bool whole = result.ec == std::errc() && result.ptr == digits.data() + digits.size();
+    return whole ? std::optional(number) : std::nullopt;
+}
+
+/// @returns the record before the '=', and takes both off `text`.
+const Record& takeRecord(Records records, std::string_view& text, const char* example)
+{
+    const auto equals = text.find('=');
+    if (equals == std::string_view::npos) {
+        throw std::invalid_argument("expected " + std::string(example) + ", got '" + std::string(text) + "'");
+    }
+    const Record& record = require(records, text.substr(0, equals));
+    if (!record.unique) {
+        throw std::invalid_argument(std::string(record.name) + ": several units may have the same value of it");
+    }
+    text.remove_prefix(equals + 1);
+    return record;
+}
+
+}  // namespace
+
+std::string ValueRange::value(std::uint64_t number) const
+{
+    std::array<char, 24> digits{};
+    const auto end = std::to_chars(digits.begin(), digits.end(), number, base).ptr;
+    const auto length = static_cast<std::size_t>(end - digits.begin());
+    std::ranges::transform(digits, digits.begin(),
+                           [](char c) { return c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c; });
+    const auto wanted = static_cast<std::size_t>(width);
+    return before + std::string(wanted - std::min(wanted, length), '0') + std::string(digits.data(), length) + after;
+}
+
+bool ValueRange::contains(std::string_view text, std::uint64_t& number) const
+{
+    if (text.size() != before.size() + static_cast<std::size_t>(width) + after.size() || !text.starts_with(before) ||
+        !text.ends_with(after)) {
+        return false;
+    }
+    const auto found = numberIn(text.substr(before.size(), static_cast<std::size_t>(width)), base);
+    number = found.value_or(0);
+    return found && number >= first && number <= last;
+}
+
+ValueRange parseRange(Records records, std::string_view text)
+{
+    constexpr const char* kExample = "RECORD=TEXT{FIRST..LAST}TEXT, as in factory-serial=SN{000100..000999}";
+    const std::string whole(text);
+    const Record& record = takeRecord(records, text, kExample);
+    const auto open = text.find('{');
+    const auto dots = text.find("..", open == std::string_view::npos ? 0 : open);
+    const auto close = text.find('}', dots == std::string_view::npos ? 0 : dots);
+    if (open == std::string_view::npos || dots == std::string_view::npos || close == std::string_view::npos) {
+        throw std::invalid_argument("expected " + std::string(kExample) + ", got '" + whole + "'");
+    }
+    const auto first = text.substr(open + 1, dots - open - 1);
+    const auto last = text.substr(dots + 2, close - dots - 2);
+    const auto lowest = numberIn(first, 10);
+    const auto highest = numberIn(last, 10);
+    if (!lowest || !highest || first.size() != last.size() || first.size() > kMostDigits || *lowest > *highest ||
+        record.isAddress()) {
+        throw std::invalid_argument("'" + whole + "': expected two numbers of the same width, the lower one first" +
+                                    (record.isAddress() ? "; addresses come from --mac-block" : ""));
+    }
+    ValueRange range{&record,  std::string(text.substr(0, open)), std::string(text.substr(close + 1)), *lowest,
+                     *highest, static_cast<int>(first.size())};
+    normalise(record, range.value(range.first));
+    return range;
+}
+
+ValueRange parseMacBlock(Records records, std::string_view text)
+{
+    constexpr const char* kExample = "RECORD=ADDRESS/BITS, as in carplay-mac=001A7D000000/24";
+    const std::string whole(text);
+    const Record& record = takeRecord(records, text, kExample);
+    const auto slash = text.find('/');
+    const auto bits = slash == std::string_view::npos ? std::nullopt : numberIn(text.substr(slash + 1), 10);
+    if (!record.isAddress() || !bits || *bits > kAddressBits || *bits == 0) {
+        throw std::invalid_argument("expected " + std::string(kExample) + ", got '" + whole + "'");
+    }
+    const std::string address = normalise(record, text.substr(0, slash));
+    const std::uint64_t first = *numberIn(address, 16);
+    const std::uint64_t size = std::uint64_t{1} << (kAddressBits - *bits);
+    if (first % size != 0) {
+        throw std::invalid_argument("'" + whole +
+                                    "': expected the first address of the block, with nothing behind its " +
+                                    std::to_string(*bits) + " bits");
+    }
+    return {&record, "", "", first, first + size - 1, kAddressDigits, 16};
+}
+
+}  // namespace station::identity
