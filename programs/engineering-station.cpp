@@ -108,7 +108,7 @@ int main(int argc, char** argv)
         CLI::App app("The test station's side of the line: sends commands, decodes replies, runs plans.");
         Station station(interrupt);
         station.guardConnections();
-        Tool tool{app, false, {}, interrupt, &station};
+        Tool tool{app, false, {}, interrupt, &station, [&station] { return station.config().results; }};
         setUp(app, tool.json);
         app.add_option("--config", station.given,
                        "The station's file; by default $ENGINEERING_STATION, else /etc/engineering/station.toml")

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "programs/Cli.h"
+#include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 #include "programs/station/plan/PlanFile.h"
 #include "programs/station/plan/PlanRun.h"
@@ -158,8 +159,9 @@ void addRun(Tool& tool, CLI::App& noun)
         "the results could not be written, 1 a limit was missed, 3 no answer in time, 6 a step ended in an error, 5 "
         "nothing was run, 0 all passed; 2 for a plan, answers or options that are wrong.");
     const auto options = std::make_shared<PlanRunOptions>();
-    options->results = station::record::kDefaultResults;
-    verb->add_option("PLAN", options->plan, "Plan to run")->required()->type_name("FILE");
+    verb->add_option("PLAN", options->plan, "Plan to run; a name is looked for in the station's folders of plans, too")
+        ->required()
+        ->type_name("FILE");
     verb->add_option_function<std::vector<std::string>>(
             "--port",
             [options](const std::vector<std::string>& texts) {
@@ -177,7 +179,7 @@ void addRun(Tool& tool, CLI::App& noun)
     verb->add_option("--answers", options->answers, "TOML file of answers to the plan's questions")->type_name("FILE");
     verb->add_option("--results", options->results, "Directory of the results, a folder per run")
         ->type_name("DIR")
-        ->capture_default_str();
+        ->default_str(station::record::kDefaultResults);
     verb->add_option("--operator", options->operatorName, "Who runs it, for the record")->type_name("NAME");
     verb->add_option("--serial", options->serial, "Serial number of the unit, for the record")->type_name("TEXT");
     verb->add_option("--reconnect", options->reconnectSeconds, "Seconds for which a device that has gone is waited for")
@@ -194,7 +196,11 @@ void addRun(Tool& tool, CLI::App& noun)
         if (options->ports.empty()) {
             options->ports.push_back(parsePort(defaultPort()));
         }
-        tool.action = [&tool, options] { return runPlanAtPorts(tool, *options); };
+        tool.action = [&tool, options] {
+            options->results = resultsFolder(tool, options->results);
+            options->plan = tool.station->findPlan(options->plan);
+            return runPlanAtPorts(tool, *options);
+        };
     });
 }
 

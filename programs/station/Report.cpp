@@ -178,18 +178,20 @@ int list(const std::string& directory, bool json)
 
 void addList(Tool& tool, CLI::App& noun)
 {
-    const auto directory = std::make_shared<std::string>(record::kDefaultResults);
+    const auto directory = std::make_shared<std::string>();
     CLI::App* verb = noun.add_subcommand("list",
                                          "List the runs in a results directory, the newest first\n"
                                          "Folders without a record are passed over with a word. A record that cannot "
                                          "be read is a line on standard error; the exit status is then 2.");
-    verb->add_option("DIR", *directory, "Results directory")->type_name("DIR")->capture_default_str();
+    verb->add_option("DIR", *directory, "Results directory")->type_name("DIR")->default_str(record::kDefaultResults);
     verb->footer(
         "Examples:\n"
         "  engineering-station report list\n"
         "  engineering-station report list --json | jq '.runs[] | select(.verdict != \"PASS\")'");
     verb->callback([&tool, directory] {
-        tool.action = [&tool, directory] { return guarded([&] { return list(*directory, tool.json); }); };
+        tool.action = [&tool, directory] {
+            return guarded([&] { return list(resultsFolder(tool, *directory), tool.json); });
+        };
     });
 }
 
@@ -197,7 +199,7 @@ void addList(Tool& tool, CLI::App& noun)
 
 struct Chosen {
     std::string run;
-    std::string directory = record::kDefaultResults;
+    std::string directory;
 };
 
 void addRun(CLI::App& verb, Chosen& chosen)
@@ -205,21 +207,23 @@ void addRun(CLI::App& verb, Chosen& chosen)
     verb.add_option("RUN", chosen.run, "Name of a run, path of its folder or of a record.json, or 'latest'")
         ->type_name("RUN")
         ->required();
-    verb.add_option("--results", chosen.directory, "Results directory")->type_name("DIR")->capture_default_str();
+    verb.add_option("--results", chosen.directory, "Results directory")
+        ->type_name("DIR")
+        ->default_str(record::kDefaultResults);
 }
 
-record::Run read(const Chosen& chosen)
+record::Run read(const Tool& tool, const Chosen& chosen)
 {
-    return record::readRun(record::findRecord(chosen.directory, chosen.run));
+    return record::readRun(record::findRecord(resultsFolder(tool, chosen.directory), chosen.run));
 }
 
 // report show
 
-int show(const Chosen& chosen, bool allFrames, bool json)
+int show(const Tool& tool, const Chosen& chosen, bool allFrames)
 {
-    const record::Run run = read(chosen);
+    const record::Run run = read(tool, chosen);
     const auto groups = protocol::catalogue::groups();
-    if (json) {
+    if (tool.json) {
         printJson(record::toJson(run, groups));
     } else {
         print(record::textReport(run, groups, {.colour = colourWanted(), .allFrames = allFrames}));
@@ -245,7 +249,7 @@ void addShow(Tool& tool, CLI::App& noun)
         "  engineering-station report show latest");
     verb->callback([&tool, options] {
         tool.action = [&tool, options] {
-            return guarded([&] { return show(options->chosen, options->allFrames, tool.json); });
+            return guarded([&] { return show(tool, options->chosen, options->allFrames); });
         };
     });
 }
@@ -276,15 +280,15 @@ std::vector<std::string> formatNames()
     return names;
 }
 
-int exportRun(const Chosen& chosen, const std::string& format, const std::string& output, bool json)
+int exportRun(const Tool& tool, const Chosen& chosen, const std::string& format, const std::string& output)
 {
-    const record::Run run = read(chosen);
+    const record::Run run = read(tool, chosen);
     const auto known = std::ranges::find_if(formats(), [&](const Format& each) { return each.name == format; });
     const std::string text = known->make(run);
     if (!output.empty()) {
         record::writeAtomically(output, text);
     }
-    if (json) {
+    if (tool.json) {
         ordered_json object{{"run", run.id}, {"format", format}};
         object[output.empty() ? "content" : "file"] = output.empty() ? text : output;
         printJson(std::move(object));
@@ -319,7 +323,7 @@ void addExport(Tool& tool, CLI::App& noun)
         "  engineering-station report export latest --format csv");
     verb->callback([&tool, options] {
         tool.action = [&tool, options] {
-            return guarded([&] { return exportRun(options->chosen, options->format, options->output, tool.json); });
+            return guarded([&] { return exportRun(tool, options->chosen, options->format, options->output); });
         };
     });
 }

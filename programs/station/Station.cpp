@@ -79,6 +79,24 @@ std::string Station::registryPath()
     return folder + "/registry.sqlite";
 }
 
+std::string Station::findPlan(const std::string& plan)
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    if (plan.find('/') != std::string::npos || fs::exists(plan, error)) {
+        return plan;
+    }
+    for (const std::string& folder : config().plans) {
+        for (const char* ending : {"", ".toml"}) {
+            const fs::path path = fs::path(folder) / (plan + ending);
+            if (fs::is_regular_file(path, error)) {
+                return path.string();
+            }
+        }
+    }
+    return plan;
+}
+
 std::unique_ptr<station::identity::Registry> Station::openRegistry(station::identity::Registry::Access access)
 {
     return std::make_unique<station::identity::Registry>(registryPath(), records_, config().unit, &interrupt_, access);

@@ -28,6 +28,9 @@ public:
     /// Reads the file at the first call. Throws WrongUse when there is anything wrong with it.
     const station::StationConfig& config();
 
+    /// @returns the plan of this name in one of the station's folders; `plan` itself when it is a path, or a file.
+    std::string findPlan(const std::string& plan);
+
     /// @returns the path of the registry. Throws WrongUse when there is no place for one.
     std::string registryPath();
 

@@ -11,6 +11,7 @@
 
 #include "protocol/Printable.h"
 #include "station/SerialLink.h"
+#include "station/record/Results.h"
 
 namespace programs::station_tool {
 
@@ -113,6 +114,12 @@ void addPort(CLI::App& verb, station::PortSpec& port)
         ->check(checkPort)
         ->type_name("PORT")
         ->default_str(defaultPort());
+}
+
+std::string resultsFolder(const Tool& tool, const std::string& given)
+{
+    const std::string stations = given.empty() ? tool.stationsResults() : given;
+    return stations.empty() ? station::record::kDefaultResults : stations;
 }
 
 void addTimeout(CLI::App& verb, double& seconds)

@@ -39,6 +39,8 @@ struct Tool {
     station::Interrupt& interrupt;
     /// Never nullptr while `action` runs in the program.
     Station* station = nullptr;
+    /// @returns the station's folder of results, where a verb was given none; empty for none.
+    std::function<std::string()> stationsResults = [] { return std::string(); };
 };
 
 inline constexpr const char* kProgram = "engineering-station";
@@ -86,6 +88,9 @@ std::string checkPort(const std::string& text);
 
 /// Adds --port PATH[,BAUD] with its check and default.
 void addPort(CLI::App& verb, station::PortSpec& port);
+
+/// @returns the results folder of the command line, else the station's, else the default.
+std::string resultsFolder(const Tool& tool, const std::string& given);
 
 /// Adds --timeout SECONDS with its check.
 void addTimeout(CLI::App& verb, double& seconds);

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "programs/Cli.h"
+#include "programs/station/Station.h"
 #include "programs/station/plan/HeadUnitClient.h"
 #include "programs/station/plan/Operator.h"
 #include "programs/station/plan/PlanFile.h"
@@ -157,7 +158,8 @@ public:
         , surroundings_{protocol::catalogue::groups(), prompter_, headUnit_}
     {
         known_.unit.serial = options.serial;
-        known_.station = {hostName(), options.operatorName, ENGINEERING_VERSION};
+        const std::string& name = tool.station->config().name;
+        known_.station = {name.empty() ? hostName() : name, options.operatorName, ENGINEERING_VERSION};
         known_.plan.sha256 = file.sha256;
         known_.catalogueSha256 = protocol::catalogue::hash();
     }
