@@ -3,7 +3,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +20,7 @@
 #include "protocol/catalogue/Catalogue.h"
 #include "station/identity/LedgerFile.h"
 #include "tests/engine/FileSizeLimit.h"
+#include "tests/faults/SmallDisk.h"
 #include "tests/support/TempDir.h"
 
 namespace station::identity {
@@ -541,6 +546,70 @@ TEST_F(RegistryTest, OnAFullDiskNothingIsGiven)
     EXPECT_EQ(states().count("SN2"), 0u);
     EXPECT_EQ(serialFor({"U3"}), "SN2");
 }
+
+TEST_F(RegistryTest, OnADiskThatIsFullOrReadOnlyNothingIsGivenAndOneLineSaysSo)
+{
+    tests::SmallDisk disk(directory.path() / "state", 512 * 1024);
+    if (disk.problem()) {
+        GTEST_SKIP() << *disk.problem();
+    }
+    reserve({"U1"});
+
+    disk.fill();
+    const std::string full = error([&] { reserve({"U2"}); });
+    disk.free();
+    disk.makeReadOnly();
+    const std::string readOnly = error([&] { reserve({"U2"}); });
+
+    EXPECT_THAT(full, AllOf(HasSubstr("registry.sqlite"), HasSubstr("full"), testing::Not(HasSubstr("\n"))));
+    EXPECT_THAT(readOnly, AllOf(HasSubstr("registry.sqlite"), HasSubstr("Read-only file system")));
+    EXPECT_THAT(states(), testing::UnorderedElementsAre(testing::Pair("SN1", "reserved"),
+                                                        testing::Pair("001122334455", "reserved")));
+}
+
+/// Lets the process's file locks of the given kind fail as on a file system that has none.
+bool takeLocksAway(int error)
+{
+    std::array<sock_filter, 6> program{{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_fcntl, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, F_OFD_SETLK, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    }};
+    const sock_fprog filter{program.size(), program.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+class RegistryWithoutLocksTest : public RegistryTest, public testing::WithParamInterface<int>
+{
+};
+
+TEST_P(RegistryWithoutLocksTest, GivesNothing)
+{
+    constexpr int kNoFilter = 77;
+    const pid_t child = fork();
+    if (child == 0) {
+        if (!takeLocksAway(GetParam())) {
+            _exit(kNoFilter);
+        }
+        const std::string why = error([&] { reserve({"U1"}); });
+        _exit(why.find("file locks do not work here") == std::string::npos ? 1 : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNoFilter) {
+        GTEST_SKIP() << "system calls cannot be filtered here";
+    }
+
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+// No locks at all, and locks that two holders can have.
+INSTANTIATE_TEST_SUITE_P(Identity, RegistryWithoutLocksTest, testing::Values(ENOLCK, 0),
+                         [](const auto& row) { return row.param == 0 ? "LocksThatEverybodyGets" : "NoLocks"; });
 
 TEST_F(RegistryTest, InterruptEndsTheWaitForAnotherStation)
 {

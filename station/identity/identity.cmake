@@ -18,5 +18,5 @@ precompile(station_identity program_headers)
 
 unit_test(station_identity_test
   SOURCES identity/CsvSourceTest.cpp identity/JournalTest.cpp identity/RegistryTest.cpp identity/ProvisionTest.cpp
-          identity/RecordTest.cpp
+          identity/RecordTest.cpp ../tests/faults/SmallDisk.cpp
   LIBRARIES station_identity catalogue test_support_process util)

@@ -1,0 +1,281 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tests/integration/BenchTest.h"
+
+namespace tests {
+namespace {
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Stream = ChildProcess::Stream;
+
+/// Two units and one station.
+class StationRegistryTest : public BenchTest
+{
+protected:
+    void startUnits()
+    {
+        startService();
+        auto& second =
+            start({ENGINEERING_SERVICE, "--root", (directory() / "root2").string(), "--uart", "pty:" + other()});
+        ASSERT_TRUE(second.waitForLine(Stream::kErr, "ready uart="));
+        for (const std::string& port : {link().string(), other()}) {
+            run({ENGINEERING_STATION, "send", "test.set-mode", "mode=on", "--port", port});
+        }
+    }
+
+    std::string other() const { return directory() / "uart2"; }
+
+    Outcome station(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), ENGINEERING_STATION);
+        return run(arguments);
+    }
+
+    Outcome atOther(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.end(), {"--port", other()});
+        return station(std::move(arguments));
+    }
+
+    std::string file(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(directory() / name) << content;
+        return directory() / name;
+    }
+
+    std::string stored(const std::string& record, const std::string& rootName) const
+    {
+        std::ifstream in(directory() / rootName / "perm_data/data/engineering" / record);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    std::vector<json> values(const std::vector<std::string>& verb = {"identity", "registry", "list", "--json"})
+    {
+        std::vector<json> all;
+        for (const std::string& line : linesOf(station(verb).out)) {
+            all.push_back(json::parse(line));
+        }
+        return all;
+    }
+
+    static std::string planThatWrites(const std::string& record, const std::string& value)
+    {
+        return "schema = 1\nname = \"write\"\ntitle = \"Write\"\n[[main]]\nname = \"G\"\nsteps = [\n"
+               "  { send = \"test.set-mode\", with = { mode = \"on\" } },\n  { send = \"identity.write-" +
+               record + "\", with = { value = \"" + value + "\" } },\n]\n";
+    }
+};
+
+TEST_F(StationRegistryTest, ValueOfAUnitReachesNoOtherWhateverSendsIt)
+{
+    startUnits();
+    ASSERT_EQ(station({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1"}).status, 0);
+    const std::string plan = file("write.toml", planThatWrites("hu-serial", "HU7"));
+
+    for (const std::vector<std::string>& sender :
+         {std::vector<std::string>{"identity", "write", "--set", "hu-serial=HU7"},
+          {"send", "identity.write-hu-serial", "value=HU7"},
+          {"send", "0A", "13", "48", "55", "37"},
+          {"plan", "run", plan, "--no-record"}}) {
+        const auto refused = atOther(sender);
+
+        EXPECT_EQ(refused.status, sender[0] == "plan" ? 6 : 1) << sender[0];
+        EXPECT_THAT(refused.out + refused.err, HasSubstr("hu-serial HU7 has been given to unit U1")) << sender[0];
+    }
+    EXPECT_EQ(stored("hu_serial_num", "root2"), "");
+}
+
+TEST_F(StationRegistryTest, ValueThatAnySenderGaveIsKnown)
+{
+    startUnits();
+
+    EXPECT_EQ(station({"send", "identity.write-carplay-mac", "value=001A7D000001"}).status, 0);
+
+    const auto known = values();
+    ASSERT_THAT(known, SizeIs(1));
+    EXPECT_EQ(known[0]["value"], "001A7D000001");
+    EXPECT_EQ(known[0]["state"], "written");
+    EXPECT_THAT(atOther({"identity", "write", "--set", "bluetooth-address=001A7D000001"}).err,
+                HasSubstr("bluetooth-address 001A7D000001 has been given to unit"));
+}
+
+TEST_F(StationRegistryTest, TwoPortsOfOneRunDoNotGetOneValue)
+{
+    startUnits();
+    const std::string plan = file("write.toml", planThatWrites("hu-serial", "HU7"));
+
+    const auto outcome = station({"plan", "run", plan, "--no-record", "--port", link(), "--port", other()});
+
+    EXPECT_EQ(outcome.status, 6);
+    EXPECT_THAT(outcome.out + outcome.err, HasSubstr("hu-serial HU7 has been given to unit"));
+    EXPECT_THAT((std::vector{stored("hu_serial_num", "root"), stored("hu_serial_num", "root2")}),
+                testing::UnorderedElementsAre("HU7", ""));
+}
+
+TEST_F(StationRegistryTest, PlaceholderSerialDoesNotMakeTwoUnitsOne)
+{
+    startUnits();
+    for (const std::string& port : {link().string(), other()}) {
+        ASSERT_EQ(station({"send", "identity.write-factory-serial", "value=00000000", "--port", port}).status, 0);
+    }
+    const std::string csv = file("units.csv", "factory-serial\nSN1\nSN2\n");
+
+    EXPECT_THAT(station({"identity", "write", "--csv", csv, "--overwrite"}).err, HasSubstr("name it with --unit"));
+    EXPECT_EQ(station({"identity", "write", "--csv", csv, "--overwrite", "--unit", "U1"}).status, 0);
+    EXPECT_EQ(atOther({"identity", "write", "--csv", csv, "--overwrite", "--unit", "U2"}).status, 0);
+
+    EXPECT_EQ(stored("factory_serial_num", "root"), "SN1");
+    EXPECT_EQ(stored("factory_serial_num", "root2"), "SN2");
+}
+
+TEST_F(StationRegistryTest, RangesGiveEachUnitItsNextValues)
+{
+    startUnits();
+    const std::vector<std::string> write{"identity",    "write",
+                                         "--range",     "factory-serial=SN{000100..000999}",
+                                         "--mac-block", "carplay-mac=001A7D000000/24",
+                                         "--unit"};
+    auto first = write;
+    first.push_back("U1");
+    auto second = write;
+    second.push_back("U2");
+
+    EXPECT_EQ(station(first).status, 0);
+    EXPECT_EQ(atOther(second).out,
+              "unit U2\nfactory-serial: written SN000101 (was nothing)\ncarplay-mac: written 001A7D000001 (was "
+              "nothing)\n");
+    EXPECT_EQ(station(first).out, "unit U1\nfactory-serial: unchanged SN000100\ncarplay-mac: unchanged 001A7D000000\n");
+}
+
+TEST_F(StationRegistryTest, ReplacedBoardGetsItsUnitsValuesWithAReason)
+{
+    startUnits();
+    ASSERT_EQ(station({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1"}).status, 0);
+
+    EXPECT_EQ(atOther({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1"}).status, 1);
+    EXPECT_EQ(
+        atOther({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1", "--reissue", "board replaced"}).status,
+        0);
+
+    EXPECT_EQ(stored("hu_serial_num", "root2"), "HU7");
+    std::ifstream journal(directory() / "state" / "engineering-station" / "identity.jsonl");
+    const std::string text{std::istreambuf_iterator<char>(journal), {}};
+    EXPECT_THAT(text, HasSubstr(R"("waived":"--reissue: board replaced")"));
+}
+
+TEST_F(StationRegistryTest, AddressThatNoDeviceHasIsWrittenOnlyOnDemandAndJournalled)
+{
+    startUnits();
+    const std::string multicast = "carplay-mac=01005E000001";
+
+    EXPECT_THAT(station({"identity", "write", "--set", multicast}).err, HasSubstr("which is a multicast address"));
+    EXPECT_THAT(station({"send", "identity.write-carplay-mac", "value=FFFFFFFFFFFF"}).err, HasSubstr("which is all F"));
+    EXPECT_EQ(stored("cp_mac_address", "root"), "");
+
+    EXPECT_EQ(station({"identity", "write", "--set", multicast, "--allow-any"}).status, 0);
+    EXPECT_EQ(stored("cp_mac_address", "root"), "01:00:5E:00:00:01");
+    std::ifstream journal(directory() / "state" / "engineering-station" / "identity.jsonl");
+    EXPECT_THAT(json::parse(journal)["waived"], HasSubstr("--allow-any: carplay-mac: "));
+}
+
+TEST_F(StationRegistryTest, PatternOfTheStationHoldsForEverySender)
+{
+    startUnits();
+    environment()["ENGINEERING_STATION"] = file("station.toml", "[records.hu-serial]\npattern = \"HU[0-9]{6}\"\n");
+    const std::string expected = "hu-serial: expected a value that matches HU[0-9]{6}, got HU7";
+
+    EXPECT_THAT(station({"identity", "write", "--set", "hu-serial=HU7"}).err, HasSubstr(expected));
+    EXPECT_THAT(station({"send", "0A", "13", "48", "55", "37"}).err, HasSubstr(expected));
+    EXPECT_EQ(station({"identity", "write", "--set", "hu-serial=HU000001"}).status, 0);
+}
+
+TEST_F(StationRegistryTest, RegistryIsListedAskedFilledAndBlocked)
+{
+    const std::string csv = file("old.csv", "factory-serial,carplay-mac\nSN1,001A7D000001\n");
+
+    EXPECT_EQ(station({"identity", "registry", "import", csv}).out, csv + ": 2 values new in the registry\n");
+    EXPECT_EQ(station({"identity", "registry", "block", "00:1A:7D:00:00:02", "--reason", "laboratory"}).status, 0);
+
+    EXPECT_THAT(values(), SizeIs(5));  // what was blocked could be a serial number of either kind, too
+    const auto found = values({"identity", "registry", "who", "00:1a:7d:00:00:01", "--json"});
+    ASSERT_THAT(found, SizeIs(1));
+    EXPECT_EQ(found[0]["space"], "address");
+    EXPECT_EQ(found[0]["unit"], "SN1");
+    EXPECT_THAT(station({"identity", "registry", "who", "001A7D000002"}).out,
+                AllOf(HasSubstr("blocked"), HasSubstr("laboratory")));
+    EXPECT_EQ(station({"identity", "registry", "who", "SN9"}).status, 1);
+}
+
+TEST_F(StationRegistryTest, CopiedRegistryGivesNothingUntilItIsAdopted)
+{
+    startUnits();
+    ASSERT_EQ(station({"identity", "write", "--set", "hu-serial=HU7"}).status, 0);
+    std::filesystem::copy_file(directory() / "state" / "engineering-station" / "registry.sqlite",
+                               directory() / "copy.sqlite");
+    environment()["ENGINEERING_STATION"] = file("station.toml", "[paths]\nregistry = \"copy.sqlite\"\n");
+
+    const auto refused = atOther({"send", "identity.write-hu-serial", "value=HU8"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(linesOf(refused.err), ElementsAre(AllOf(HasSubstr("copy.sqlite: this is a copy"), HasSubstr("adopt"))));
+    EXPECT_EQ(stored("hu_serial_num", "root2"), "");
+
+    EXPECT_EQ(station({"identity", "registry", "adopt"}).status, 0);
+    EXPECT_EQ(atOther({"send", "identity.write-hu-serial", "value=HU8"}).status, 0);
+}
+
+TEST_F(StationRegistryTest, RegistryThatCannotBeMadeIsNamedAndNothingIsWritten)
+{
+    startUnits();
+    environment()["ENGINEERING_STATION"] = file("station.toml", "[paths]\nregistry = \"/proc/none/registry.sqlite\"\n");
+
+    const auto refused = station({"send", "identity.write-hu-serial", "value=HU8"});
+
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(linesOf(refused.err), ElementsAre(HasSubstr("/proc/none/registry.sqlite")));
+    EXPECT_EQ(stored("hu_serial_num", "root"), "");
+}
+
+TEST_F(StationRegistryTest, StationFileIsFoundAndAllItsMistakesAreTold)
+{
+    const std::string wrong = file("wrong.toml", "[station]\nnam = \"EOL\"\n[paths]\nregistri = \"x\"\n");
+    const std::string right = file("right.toml", "[station]\nname = \"EOL\"\n");
+    environment()["ENGINEERING_STATION"] = wrong;
+
+    const auto checked = station({"station", "check"});
+    EXPECT_EQ(checked.status, 2);
+    EXPECT_THAT(linesOf(checked.err),
+                ElementsAre(AllOf(testing::StartsWith(wrong + ":2:1: "), HasSubstr("did you mean 'name'?")),
+                            testing::StartsWith(wrong + ":4:1: ")));
+    EXPECT_EQ(station({"identity", "registry", "list"}).status, 2);
+
+    EXPECT_THAT(station({"station", "check", "--config", right}).out, testing::StartsWith(right + ": sound"));
+    EXPECT_THAT(linesOf(station({"station", "check", "--config", "/no/such/file"}).err),
+                ElementsAre(HasSubstr("/no/such/file")));
+}
+
+TEST_F(StationRegistryTest, StationNamesItsPlansAndItsResults)
+{
+    startUnits();
+    std::filesystem::create_directory(directory() / "plans");
+    file("plans/write.toml", planThatWrites("hu-serial", "HU7"));
+    const std::string config =
+        file("station.toml", "[station]\nname = \"EOL 3\"\n[paths]\nplans = [\"plans\"]\nresults = \"kept\"\n");
+
+    EXPECT_EQ(station({"plan", "run", "write", "--config", config}).status, 0);
+
+    const auto record = json::parse(station({"report", "show", "latest", "--config", config, "--json"}).out);
+    EXPECT_EQ(record["station"]["host"], "EOL 3") << record["station"];
+    EXPECT_TRUE(std::filesystem::exists(directory() / "kept"));
+}
+
+}  // namespace
+}  // namespace tests
