@@ -242,12 +242,20 @@ std::string junitReport(const Run& run, Groups groups)
         }
     }
     const Headline headline = headlineOf(run);
-    if (counts.tests == 0 || (isBad(headline.verdict) && counts.failures + counts.errors == 0)) {
+    std::vector<Finding> outside = run.findings;
+    std::erase_if(outside, [](const Finding& finding) { return !isBad(finding.verdict); });
+    if (outside.empty() && (counts.tests == 0 || (isBad(headline.verdict) && counts.failures + counts.errors == 0))) {
+        outside.push_back({headline.verdict, headline.reason});
+    }
+    if (!outside.empty()) {
         pugi::xml_node suite = beginSuite(root, "run", run);
         addProperties(suite, run);
-        const Counts note = addNote(suite, "run", headline.verdict, headline.reason);
-        set(suite, note);
-        counts.add(note);
+        Counts notes;
+        for (const Finding& finding : outside) {
+            notes.add(addNote(suite, "run", finding.verdict, finding.text));
+        }
+        set(suite, notes);
+        counts.add(notes);
     }
     if (!headline.beside.empty()) {
         pugi::xml_node suite = beginSuite(root, "beside", run);

@@ -428,6 +428,18 @@ TEST_P(RunThatDidNotPass, IsNeverGreenInJUnit)
     EXPECT_EQ(document.child("testsuites").attribute("errors").as_uint(), 1U);
 }
 
+TEST(JunitReport, ShowsAFindingBesideStepsThatWentWrong)
+{
+    record::Run run = samples::failed();
+    const auto before = parsed(junit(run)).child("testsuites").attribute("errors").as_uint();
+    run.findings = {{Verdict::kError, "the unit is another one"}};
+
+    const std::string text = junit(run);
+
+    EXPECT_EQ(parsed(text).child("testsuites").attribute("errors").as_uint(), before + 1);
+    EXPECT_THAT(text, HasSubstr("the unit is another one"));
+}
+
 TEST(CsvReport, HasALineForEachMeasurement)
 {
     const std::string csv = csvReport(samples::failed());

@@ -160,6 +160,13 @@ void Results::capture(const TraceEvent& event)
     }
 }
 
+void Results::amend(const Run& run)
+{
+    writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));
+    writeAtomically(folder_ / kJunitFile, junitReport(run, groups_));
+    writeAtomically(folder_ / kHtmlFile, htmlReport(run, groups_));
+}
+
 fs::path Results::finish(const Run& run)
 {
     writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));

@@ -67,6 +67,10 @@ public:
     /// @returns the folder.
     std::filesystem::path finish(const Run& run);
 
+    /// Writes record.json, junit.xml and report.html again, after finish(), for a run that has got another finding.
+    /// Throws ResultsError.
+    void amend(const Run& run);
+
     /// Where the files are now.
     const std::filesystem::path& folder() const { return folder_; }
 

@@ -94,6 +94,23 @@ TEST_F(ResultsFolder, HoldsEveryFileUnderItsFinalNameAtTheEnd)
     EXPECT_EQ(readRun(folder / "record.json"), samples::failed());
 }
 
+TEST_F(ResultsFolder, SaysInEveryReportWhatWasFoundAfterTheEnd)
+{
+    record::Run run = samples::passed();
+    Results results = begin(run);
+    const fs::path folder = results.finish(run);
+
+    run.findings.push_back({Verdict::kError, "found late"});
+    results.amend(run);
+
+    EXPECT_EQ(readRun(folder / "record.json"), run);
+    for (const char* name : {"junit.xml", "report.html"}) {
+        std::ifstream file(folder / name);
+        EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}), testing::HasSubstr("found late"));
+    }
+    EXPECT_THAT(namesIn(folder), ElementsAre("junit.xml", "record.json", "report.html", "trace.pcapng"));
+}
+
 TEST_F(ResultsFolder, HoldsEverythingThatPassedOnTheLineAsACapture)
 {
     record::Run run = samples::failed();
