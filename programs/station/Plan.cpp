@@ -181,7 +181,11 @@ void addRun(Tool& tool, CLI::App& noun)
         ->type_name("DIR")
         ->default_str(station::record::kDefaultResults);
     verb->add_option("--operator", options->operatorName, "Who runs it, for the record")->type_name("NAME");
-    verb->add_option("--serial", options->serial, "Serial number of the unit, for the record")->type_name("TEXT");
+    verb->add_option("--serial", options->serial, "Serial number that the unit is to have; another one is an error")
+        ->check([](const std::string& serial) {
+            return serial.empty() ? std::string("expected a serial number, got ''") : std::string();
+        })
+        ->type_name("TEXT");
     verb->add_option("--reconnect", options->reconnectSeconds, "Seconds for which a device that has gone is waited for")
         ->check(CLI::Range(0.0, 86400.0))
         ->type_name("SECONDS")

@@ -11,5 +11,5 @@ target_sources(engineering-station PRIVATE station/Plan.cpp)
 target_link_libraries(engineering-station PRIVATE station_tool_plan)
 
 unit_test(station_tool_plan_test
-          SOURCES station/plan/AnswersTest.cpp station/plan/PlanFileTest.cpp station/plan/RunSummaryTest.cpp
-          LIBRARIES station_tool_plan test_support_process)
+          SOURCES station/plan/AnswersTest.cpp station/plan/OperatorTest.cpp station/plan/PlanFileTest.cpp station/plan/RunSummaryTest.cpp
+          LIBRARIES station_tool_plan test_support_process util)

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <string>
-#include <string_view>
 
 #include "station/plan/LineRecord.h"
 #include "station/plan/StepRunner.h"
@@ -16,9 +15,6 @@ namespace station::plan {
 using record::Verdict;
 
 namespace {
-
-/// What a plan stores under this name tells whose record it is.
-constexpr std::string_view kSerialVariable = "serial";
 
 /// One run of one plan.
 class Engine
@@ -34,6 +30,7 @@ public:
         , reconnect_(reconnect)
         , run_(result_.run)
         , line_(run_, observer, surroundings.groups)
+        , serial_(surroundings.serialRecord, *surroundings.serials, port.path)
         , total_(plan.stepCount())
     {
         run_ = std::move(run);
@@ -43,6 +40,8 @@ public:
         run_.plan.title = plan.title;
         run_.plan.path = plan.path;
         run_.started = std::chrono::system_clock::now();
+        serial_.give(run_.unit.serial);
+        run_.unit.serial = serial_.known();
         run_.phases = {{"setup", {}, {}}, {"main", {}, {}}, {"teardown", {}, {}}};
     }
 
@@ -51,13 +50,9 @@ public:
         observer_.onStarted(run_);
         try {
             Connection connection(port_, {reconnect_, &line_, &control_.interrupt()});
-            StepRunner runner(connection, line_, surroundings_, control_, run_, observer_);
+            StepRunner runner(connection, line_, surroundings_, control_, run_, serial_, observer_);
             runner_ = &runner;
             runPhases();
-            if (const auto serial = runner.variables().find(kSerialVariable);
-                serial != runner.variables().end() && run_.unit.serial.empty()) {
-                run_.unit.serial = serial->second;
-            }
             runner_ = nullptr;
         } catch (const PortError& error) {
             result_.portUnavailable = true;
@@ -118,6 +113,7 @@ private:
     {
         run_.phases[phase_].groups.push_back({group.name, {}});
         const std::size_t first = index_;
+        const std::size_t begun = progress_.step;
         const std::string skipped = stop_.empty() ? unmet(group.needsHeadUnit, group.onlyIf) : stop_;
         for (int round = 0; round < group.repeat; ++round) {
             if (round > 0 && checkStop()) {
@@ -125,6 +121,7 @@ private:
             }
             for (int attempt = 0; attempt <= group.retries; ++attempt) {
                 index_ = first;
+                progress_ = {begun + static_cast<std::size_t>(round) * group.steps.size(), limit_ != nullptr};
                 stopAfterGroup_.clear();
                 steps(group, skipped);
                 record::Group::Try& one = groupRecord().tries.back();
@@ -139,6 +136,7 @@ private:
             }
         }
         index_ = first + group.steps.size();
+        progress_.step = begun + static_cast<std::size_t>(group.repeat) * group.steps.size();
         observer_.onGroupEnded(run_.phases[phase_].name, groupRecord(), run_);
     }
 
@@ -167,6 +165,8 @@ private:
         record.name = step.name;
         record.kind = step.kind();
         record.what = step.what;
+        surroundings_.prompter.reached(port_.path, progress_);
+        ++progress_.step;
         const StepPlace place{run_.phases[phase_].name, group.name, groupRecord().tries.size(), index_++, total_};
         std::string skipped = skippedBefore.empty() ? unmet(step.needsHeadUnit, step.onlyIf) : skippedBefore;
         if (skipped.empty() && !step.ifStored.empty() && !runner_->variables().contains(step.ifStored)) {
@@ -199,7 +199,8 @@ private:
             }
         }
         if (record.attempts.empty()) {
-            record.cut = {teardownLate() ? Verdict::kTimeout : Verdict::kAborted, stop_};
+            const bool asked = control_.interrupt().requested();
+            record.cut = {teardownLate() ? Verdict::kTimeout : asked ? Verdict::kAborted : Verdict::kSkipped, stop_};
         }
     }
 
@@ -207,6 +208,7 @@ private:
     {
         observer_.onAttempt(place, step, record.attempts.size() + 1);
         runner_->attempt(step, place, record);
+        run_.unit.serial = serial_.known();
         if (runner_->linkFailed()) {
             result_.linkFailed = true;
             if (phase_ != record::Run::kTeardown) {
@@ -224,6 +226,9 @@ private:
     {
         if (stop_.empty() && control_.interrupt().requested()) {
             stop_ = teardownLate() ? "the teardown's time was over" : "the user ended the run";
+        }
+        if (stop_.empty() && phase_ != record::Run::kTeardown) {
+            stop_ = serial_.mismatch().empty() ? surroundings_.serials->clashOf(port_.path) : serial_.mismatch();
         }
         return !stop_.empty();
     }
@@ -281,6 +286,13 @@ private:
         if (control_.requested()) {
             run_.findings.push_back({Verdict::kAborted, "the user ended the run"});
         }
+        if (!serial_.mismatch().empty()) {
+            run_.findings.push_back({Verdict::kError, serial_.mismatch()});
+        }
+        if (const std::string clash = surroundings_.serials->clashOf(port_.path); !clash.empty()) {
+            result_.serialClashed = true;
+            run_.findings.push_back({Verdict::kError, clash});
+        }
         run_.ended = std::chrono::system_clock::now();
     }
 
@@ -293,10 +305,12 @@ private:
     Result result_;
     record::Run& run_;
     LineRecord line_;
+    UnitSerial serial_;
     StepRunner* runner_ = nullptr;
     const TimeLimit* limit_ = nullptr;
     std::size_t phase_ = record::Run::kSetup;
     std::size_t index_ = 0;
+    Progress progress_;
     const std::size_t total_;
     /// Why nothing more is done in this phase; empty while it goes on.
     std::string stop_;

@@ -577,6 +577,28 @@ steps = [{ send = "test.mode" }]
     EXPECT_EQ(headlineOf(run).reason, "nothing of the main part was run");
 }
 
+TEST_F(EngineFlowTest, PrompterIsToldHowFarTheRunIs)
+{
+    headUnit.there = false;
+
+    runText(R"(
+[[main]]
+name = "M"
+repeat = 2
+steps = [{ send = "test.mode" }, { send = "test.mode", requires = "headunit" }]
+[[main]]
+name = "N"
+retries = 1
+steps = [{ send = "test.mode", expect = { mode = "off" } }]
+[[teardown]]
+name = "T"
+steps = [{ send = "other.flag" }]
+)");
+
+    EXPECT_THAT(prompter.steps, ElementsAre(0, 1, 2, 3, 4, 4, 5));
+    EXPECT_THAT(prompter.stepsOfTeardown, ElementsAre(5));
+}
+
 TEST_F(EngineFlowTest, SeveralUnitsRunAtOnce)
 {
     // Each waits in its first step until the other has come as far.

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,6 +30,17 @@ class ReadyOperator : public Prompter
 public:
     std::map<std::string, std::string> answers;
     std::function<void()> beforeAnswering;
+    std::vector<std::size_t> steps;
+    std::vector<std::size_t> stepsOfTeardown;
+
+    void reached(const std::string&, const Progress& progress) override
+    {
+        const std::lock_guard lock(mutex_);
+        steps.push_back(progress.step);
+        if (progress.inTeardown) {
+            stepsOfTeardown.push_back(progress.step);
+        }
+    }
 
     std::optional<std::string> ask(const Question& question, Interrupt& interrupt) override
     {
@@ -44,6 +56,9 @@ public:
         }
         return found->second;
     }
+
+private:
+    std::mutex mutex_;
 };
 
 /// A simulated head unit that remembers what it was told.
@@ -96,8 +111,9 @@ protected:
     {
         const Plan plan = planOf(text);
         unit.start();
-        result = runPlan(plan, {unit.path()}, {protocol::catalogue::groups(), prompter, headUnit}, control, observer,
-                         {}, reconnect);
+        result =
+            runPlan(plan, {unit.path()}, {protocol::catalogue::groups(), prompter, headUnit, serialRecord, serials},
+                    control, observer, known, reconnect);
         unit.stop();
         return result.run;
     }
@@ -108,6 +124,10 @@ protected:
         return result.run.phases[1].groups.at(0).tries.at(0).steps.at(index);
     }
 
+    /// What the run begins with.
+    record::Run known;
+    SerialRecord serialRecord;
+    std::shared_ptr<SerialsAtPorts> serials = std::make_shared<SerialsAtPorts>();
     Result result;
     ReadyOperator prompter;
     HeadUnitStub headUnit;

@@ -64,12 +64,13 @@ std::string misshape(const catalogue::Decoded& decoded)
 }  // namespace
 
 StepRunner::StepRunner(Connection& connection, LineRecord& line, const Surroundings& surroundings, RunControl& control,
-                       record::Run& run, Observer& observer)
+                       record::Run& run, UnitSerial& serial, Observer& observer)
     : connection_(connection)
     , line_(line)
     , surroundings_(surroundings)
     , control_(control)
     , run_(run)
+    , serial_(serial)
     , observer_(observer)
 {
 }
@@ -117,6 +118,9 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
     line_.forget();
     const std::size_t losses = connection_.quality().losses;
     line_.attribution().expect(dueOf(send.reply));
+    if (isSerialCommand(*send.command, "write-")) {
+        serial_.write();
+    }
 
     if (send.command->replies.empty() && send.reply != ReplyRule::kNone) {
         connection_.send(frame);
@@ -243,6 +247,9 @@ void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked,
 {
     const auto decoded = catalogue::decodeFromUnit(surroundings_.groups, frame, asked);
     lookForMode(decoded);
+    if (asked != nullptr && isSerialCommand(*asked, "") && !decoded.fields.empty()) {
+        serial_.tell(written(decoded.fields.front()));
+    }
     auto judgement = judge(expected, decoded.fields, variables_);
     std::ranges::move(judgement.measurements, std::back_inserter(attempt.measurements));
     if (!judgement.misses.empty()) {
@@ -256,7 +263,11 @@ void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked,
         const auto field = std::ranges::find_if(
             decoded.fields, [&](const auto& candidate) { return candidate.field->name == each.field; });
         // A record that does not exist is answered without a byte.
-        variables_[each.variable] = field == decoded.fields.end() ? std::string() : written(*field);
+        const std::string& value = variables_[each.variable] =
+            field == decoded.fields.end() ? std::string() : written(*field);
+        if (each.variable == kSerialVariable) {
+            serial_.tell(value);
+        }
     }
 }
 
@@ -264,6 +275,12 @@ bool StepRunner::isOfTestMode(const catalogue::Command& command) const
 {
     const std::string key = catalogue::fullKey(surroundings_.groups, command);
     return key == "test.set-mode" || key == "test.mode";
+}
+
+bool StepRunner::isSerialCommand(const catalogue::Command& command, const char* prefix) const
+{
+    return catalogue::fullKey(surroundings_.groups, command) ==
+           "identity." + (prefix + surroundings_.serialRecord.name);
 }
 
 void StepRunner::lookForMode(const catalogue::Decoded& decoded)
@@ -353,9 +370,13 @@ void StepRunner::run(const Prompt& prompt, const Step& step, Attempt& attempt)
     attempt.measurements = std::move(judgement.measurements);
     if (!judgement.misses.empty()) {
         fail(attempt, Verdict::kFail, judgement.reason());
+        return;
     }
     if (prompt.store) {
         variables_[*prompt.store] = *answer;
+        if (*prompt.store == kSerialVariable) {
+            serial_.give(*answer);
+        }
     }
 }
 

@@ -8,6 +8,7 @@
 #include "station/plan/Engine.h"
 #include "station/plan/LineRecord.h"
 #include "station/plan/TimeLimit.h"
+#include "station/plan/UnitSerial.h"
 #include "station/plan/Variables.h"
 
 namespace station::plan {
@@ -17,7 +18,7 @@ class StepRunner
 {
 public:
     StepRunner(Connection& connection, LineRecord& line, const Surroundings& surroundings, RunControl& control,
-               record::Run& run, Observer& observer);
+               record::Run& run, UnitSerial& serial, Observer& observer);
 
     /// Adds an attempt to the step's record.
     /// @param place what an observer is told of it; its texts live as long as the plan.
@@ -64,12 +65,15 @@ private:
     /// @returns whether the command sets or reads auto-test mode, and so is answered without it.
     bool isOfTestMode(const protocol::catalogue::Command& command) const;
     void lookForMode(const protocol::catalogue::Decoded& decoded);
+    /// @param prefix "write-" for the command that writes the unit's serial record; "" for the one that reads it
+    bool isSerialCommand(const protocol::catalogue::Command& command, const char* prefix) const;
 
     Connection& connection_;
     LineRecord& line_;
     const Surroundings& surroundings_;
     RunControl& control_;
     record::Run& run_;
+    UnitSerial& serial_;
     Observer& observer_;
     Variables variables_;
     std::deque<Sender> senders_;  // the latest last

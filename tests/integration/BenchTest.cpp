@@ -5,11 +5,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace tests {
 
@@ -138,12 +140,17 @@ std::pair<std::string, int> runOnTerminal(const std::vector<std::string>& argume
         _exit(127);
     }
     std::string text;
-    bool answered = typed.empty();
+    constexpr std::string_view kQuestion = "[y/n]";
+    std::size_t shown = 0;  // up to here questions have been answered
+    std::size_t begin = 0;  // of the line that is typed next
     std::array<char, 1024> chunk;
     for (ssize_t count = 0; (count = read(master, chunk.data(), chunk.size())) > 0;) {
         text.append(chunk.data(), static_cast<std::size_t>(count));
-        if (!answered && text.find("[y/n]") != std::string::npos) {
-            answered = write(master, typed.data(), typed.size()) == static_cast<ssize_t>(typed.size());
+        if (const auto question = text.find(kQuestion, shown); question != std::string::npos && begin < typed.size()) {
+            const std::size_t end = std::min(typed.find('\n', begin), typed.size() - 1) + 1;
+            EXPECT_EQ(write(master, typed.data() + begin, end - begin), static_cast<ssize_t>(end - begin));
+            shown = question + kQuestion.size();
+            begin = end;
         }
     }
     int status = -1;

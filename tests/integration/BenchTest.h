@@ -87,7 +87,8 @@ private:
     std::vector<std::unique_ptr<ChildProcess>> processes_;
 };
 
-/// Runs a program on a terminal of its own, which all three streams are; `typed` is typed at the first question.
+/// Runs a program on a terminal of its own, which all three streams are; at each question the next line of `typed` is
+/// typed.
 /// @returns what it wrote there, and its status.
 std::pair<std::string, int> runOnTerminal(const std::vector<std::string>& arguments,
                                           const ChildProcess::Environment& environment, const std::string& typed);

@@ -11,6 +11,7 @@
 
 #include "platform/bench/Descriptor.h"
 #include "tests/integration/BenchTest.h"
+#include "tests/support/PtyPeer.h"
 
 namespace tests {
 namespace {
@@ -62,6 +63,14 @@ protected:
     {
         return plan == "provision" ? std::vector<std::string>{"--answers", answersOfAGoodUnit()}
                                    : std::vector<std::string>{};
+    }
+
+    /// Gives the units that start from here on a head-unit serial number.
+    void holdSerial(const std::string& serial) const
+    {
+        const auto folder = root() / "perm_data/data/engineering";
+        std::filesystem::create_directories(folder);
+        std::ofstream(folder / "hu_serial_num") << serial;
     }
 
     /// The service, and the HMI that carries some commands out.
@@ -389,6 +398,104 @@ TEST_F(PlanProgramTest, TwoUnitsGetNoIdentityInCommon)
         verdicts.push_back(record["verdict"]);
     }
     EXPECT_THAT(verdicts, testing::UnorderedElementsAre("PASS", "ERROR"));
+}
+
+TEST_F(PlanProgramTest, UnitThatIsNotTheOneOfTheOperatorIsAnErrorBeforeTheMainPart)
+{
+    holdSerial("HU7");
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[setup]]
+name = "Unit"
+steps = [{ send = "test.set-mode", with = { mode = "on" } }, { send = "identity.hu-serial" }]
+[[main]]
+name = "Main"
+steps = [{ send = "tuner.band" }]
+[[teardown]]
+name = "End"
+steps = [{ send = "test.set-mode", with = { mode = "off" } }]
+)");
+
+    const auto outcome = run(planRun(plan, {"--serial", "HU8"}));
+
+    EXPECT_EQ(outcome.status, 6) << outcome.out << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("the unit holds serial HU7, expected HU8, which the operator gave"));
+    EXPECT_THAT(outcome.out, HasSubstr("SKIPPED Main / tuner.band"));
+    EXPECT_THAT(outcome.out, HasSubstr("PASS    End / test.set-mode"));
+    EXPECT_EQ(records().at(0)["verdict"], "ERROR");
+    EXPECT_EQ(records().at(0)["unit"]["serial"], "HU7");
+}
+
+TEST_F(PlanProgramTest, UnitsWithOneSerialAreBothInErrorAlsoTheOneWhoseRunHadEnded)
+{
+    holdSerial("HU7");
+    startService();
+    const std::string second = (directory() / "second").string();
+    startService({"--uart", "pty:" + second});
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[setup]]
+name = "Unit"
+steps = [
+  { send = "test.set-mode", with = { mode = "on" } },
+  { prompt = "Which?", id = "which", answer = "text", store = "which" },
+]
+[[main]]
+name = "Later"
+only_if = { which = "second" }
+steps = [{ wait = "keys.pressed", timeout = 1 }]
+[[main]]
+name = "Main"
+steps = [{ send = "identity.hu-serial" }]
+)");
+    const auto answers = write("answers.toml", "which = \"first\"\n[\"" + second + "\"]\nwhich = \"second\"\n");
+
+    const auto outcome = run(planRun(plan, {"--port", link().string(), "--port", second, "--answers", answers}));
+
+    EXPECT_EQ(outcome.status, 6) << outcome.out << outcome.err;
+    const std::string late = "the unit at " + second + " holds the same serial HU7";
+    EXPECT_THAT(outcome.out, HasSubstr(late));
+    EXPECT_THAT(outcome.out, HasSubstr("the unit at " + link().string() + " holds the same serial HU7"));
+    ASSERT_THAT(records(), SizeIs(2));
+    for (const Json& record : records()) {
+        EXPECT_EQ(record["verdict"], "ERROR");
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(results())) {
+        for (const char* name : {"junit.xml", "report.html"}) {
+            std::ifstream file(entry.path() / name);
+            EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}), HasSubstr("holds the same serial HU7"));
+        }
+    }
+}
+
+TEST_F(PlanProgramTest, QuestionsAreAskedInTheOrderOfThePortsWhicheverUnitIsFaster)
+{
+    const PtyPeer silent;
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "Main"
+steps = [{ send = "test.mode", timeout = 0.5 }, { prompt = "Lit?", id = "lit" }]
+)");
+    auto terminal = environment();
+    terminal["TERM"] = "dumb";
+
+    const auto [text, status] =
+        runOnTerminal(planRun(plan, {"--port", silent.path(), "--port", link().string()}), terminal, "y\nn\n");
+
+    EXPECT_EQ(status, 1) << text;
+    EXPECT_THAT(text, HasSubstr("[" + silent.path() + "] PASS    Main / lit"));
+    EXPECT_THAT(text, HasSubstr("[" + link().string() + "] FAIL    Main / lit"));
+}
+
+TEST_F(PlanProgramTest, EmptySerialNumberIsWrongUse)
+{
+    for (const auto& arguments : {std::vector<std::string>{"--serial", ""}, {"--serial="}}) {
+        const auto outcome = run(planRun(shipped("smoke"), arguments));
+
+        EXPECT_EQ(outcome.status, 2) << outcome.out;
+        EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("--serial")));
+    }
+    EXPECT_FALSE(std::filesystem::exists(results()));
 }
 
 TEST_F(PlanProgramTest, SerialNumberOfOneUnitIsNotGivenToSeveral)

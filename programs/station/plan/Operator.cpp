@@ -33,24 +33,112 @@ private:
     const std::function<void(bool)>& tell_;
 };
 
-/// Ends the turn that was got.
-class Turn
+}  // namespace
+
+/// Queues for the terminal, and leaves it at the end.
+class Operator::Turn
 {
 public:
-    explicit Turn(std::binary_semaphore& turn) : turn_(turn) {}
-    ~Turn() { turn_.release(); }
+    Turn(Operator& all, Port& port) : all_(all), port_(port)
+    {
+        const std::lock_guard lock(all_.mutex_);
+        port_.waiting = true;
+        all_.passTurnLocked();
+    }
+
+    ~Turn()
+    {
+        const std::lock_guard lock(all_.mutex_);
+        port_.waiting = false;
+        port_.asked = true;
+        if (all_.shown_ == &port_) {
+            all_.shown_ = nullptr;
+            port_.turn.clear();
+        }
+        all_.passTurnLocked();
+    }
+
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
 
+    /// Returns when the terminal is this port's. Throws Interrupted.
+    void await(const station::Interrupt& interrupt) const
+    {
+        std::array<pollfd, 2> wanted{{{port_.turn.descriptor(), POLLIN, 0}, {interrupt.descriptor(), POLLIN, 0}}};
+        while (!port_.turn.requested() && !interrupt.requested()) {
+            poll(wanted.data(), wanted.size(), -1);
+        }
+        if (interrupt.requested()) {
+            throw station::Interrupted();
+        }
+    }
+
 private:
-    std::binary_semaphore& turn_;
+    Operator& all_;
+    Port& port_;
 };
 
-}  // namespace
-
-Operator::Operator(const Answers& answers, bool labelled, std::function<void(bool)> aside)
-    : answers_(answers), labelled_(labelled), aside_(std::move(aside))
+Operator::Operator(const Answers& answers, const std::vector<std::string>& ports, std::function<void(bool)> aside)
+    : answers_(answers), labelled_(ports.size() > 1), aside_(std::move(aside))
 {
+    for (const std::string& port : ports) {
+        ports_.emplace_back(port);
+    }
+}
+
+Operator::Port& Operator::portOf(const std::string& name)
+{
+    return *std::ranges::find(ports_, name, &Port::name);
+}
+
+void Operator::reached(const std::string& port, const station::plan::Progress& progress)
+{
+    const std::lock_guard lock(mutex_);
+    Port& at = portOf(port);
+    // A group that is tried again does not keep the others waiting.
+    if (progress.step > at.progress.step) {
+        at.progress = progress;
+        at.asked = false;
+        passTurnLocked();
+    }
+}
+
+void Operator::ended(const std::string& port)
+{
+    const std::lock_guard lock(mutex_);
+    portOf(port).ended = true;
+    passTurnLocked();
+}
+
+/// @returns whether a question of the later port waits for the earlier one.
+bool Operator::goesFirst(const Port& earlier, const Port& later)
+{
+    if (earlier.ended || (later.progress.inTeardown && !earlier.progress.inTeardown)) {
+        return false;
+    }
+    return earlier.progress.step < later.progress.step ||
+           (earlier.progress.step == later.progress.step && !earlier.asked);
+}
+
+/// Gives the terminal, when it is free, to the port that waits for it at the earliest step.
+void Operator::passTurnLocked()
+{
+    if (shown_ != nullptr) {
+        return;
+    }
+    Port* next = nullptr;
+    for (auto at = ports_.begin(); at != ports_.end(); ++at) {
+        const bool waits =
+            std::any_of(ports_.begin(), at, [&](const Port& earlier) { return goesFirst(earlier, *at); });
+        if (at->waiting && !waits && (next == nullptr || at->progress.step < next->progress.step)) {
+            next = &*at;
+        }
+    }
+    if (next != nullptr) {
+        shown_ = next;
+        next->waiting = false;
+        next->turn.request();
+    }
 }
 
 std::optional<std::string> Operator::ask(const Question& question, station::Interrupt& interrupt)
@@ -70,17 +158,10 @@ std::optional<std::string> Operator::ask(const Question& question, station::Inte
         throw NoAnswer("there is no terminal to ask at, and no answer to '" + question.prompt.id +
                        "' was given with --answers");
     }
+    const Turn turn(*this, portOf(question.port));
+    turn.await(interrupt);
     const auto deadline =
         Clock::now() + (question.timeout.count() > 0 ? question.timeout : station::plan::Duration(kLong));
-    while (!turn_.try_acquire_for(std::chrono::milliseconds(50))) {
-        if (interrupt.requested()) {
-            throw station::Interrupted();
-        }
-        if (Clock::now() >= deadline) {
-            return std::nullopt;
-        }
-    }
-    const Turn turn(turn_);
     return askAtTerminal(question, interrupt, deadline);
 }
 

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
-#include <semaphore>
 #include <string>
+#include <vector>
 
 #include "programs/station/plan/Answers.h"
 #include "station/plan/Prompter.h"
@@ -12,20 +13,42 @@
 namespace programs::station_tool {
 
 /// Takes answers from a file, else from whoever sits at the terminal: one question at a time, whatever the number of
-/// units.
+/// units. The ports get a question in their order: it is shown for one when those before it have been asked or have
+/// gone past it. In a teardown, whose time is limited, only ports that tear down too are waited for.
 class Operator : public station::plan::Prompter
 {
 public:
     /// @param answers outlives this object
-    /// @param labelled whether the port is put in front of a question
+    /// @param ports of the runs, in their order; with several of them a question begins with its port
     /// @param aside is called with true before a question is shown and with false after it, to keep other output away
-    Operator(const Answers& answers, bool labelled, std::function<void(bool)> aside);
+    Operator(const Answers& answers, const std::vector<std::string>& ports, std::function<void(bool)> aside);
 
     std::optional<std::string> ask(const station::plan::Question& question, station::Interrupt& interrupt) override;
+    void reached(const std::string& port, const station::plan::Progress& progress) override;
+    /// The run at `port` is over, or has never begun. To be called once for every port, else others wait for it.
+    void ended(const std::string& port);
 
 private:
     using Clock = std::chrono::steady_clock;
 
+    /// Guarded by mutex_, but for the name and what `turn` tells.
+    struct Port {
+        explicit Port(std::string portName) : name(std::move(portName)) {}
+
+        const std::string name;
+        station::plan::Progress progress;
+        /// Whether its question at this step has been dealt with.
+        bool asked = false;
+        bool ended = false;
+        bool waiting = false;
+        /// Wakes the run when its question is to be shown.
+        station::Interrupt turn;
+    };
+    class Turn;
+
+    Port& portOf(const std::string& name);
+    static bool goesFirst(const Port& earlier, const Port& later);
+    void passTurnLocked();
     std::optional<std::string> askAtTerminal(const station::plan::Question& question, station::Interrupt& interrupt,
                                              Clock::time_point deadline);
     std::string takenBy(const station::plan::Question& question, const std::string& answer);
@@ -37,9 +60,9 @@ private:
     std::mutex mutex_;
     /// Ports by question and answer, of the questions that want another answer for each unit; guarded by mutex_.
     std::map<std::pair<std::string, std::string>, std::string> given_;
-    // No timed mutex: ThreadSanitizer does not know how the library waits for one.
-    std::binary_semaphore turn_{1};
-    std::string typed_;  // whose turn it is has it: of the answer that is being typed
+    std::deque<Port> ports_;
+    const Port* shown_ = nullptr;  // whose question is shown; guarded by mutex_
+    std::string typed_;            // whose turn it is has it: of the answer that is being typed
 };
 
 }  // namespace programs::station_tool

@@ -85,6 +85,12 @@ public:
         view_.onEnded(run);
     }
 
+    /// Writes the results again, for a finding that came after the end.
+    void amend(const station::record::Run& run)
+    {
+        guarded([&] { results_->amend(run); });
+    }
+
     const std::string& folder() const { return folder_; }
     const std::string& error() const { return error_; }
 
@@ -145,6 +151,15 @@ std::unique_ptr<RunView> chooseView(const Tool& tool, const PlanRunOptions& opti
     return makeLineView(plan, labelled, options.quiet);
 }
 
+std::vector<std::string> pathsOf(const std::vector<station::PortSpec>& ports)
+{
+    std::vector<std::string> paths;
+    for (const auto& port : ports) {
+        paths.push_back(port.path);
+    }
+    return paths;
+}
+
 /// Runs one plan at several ports.
 class PlanRun
 {
@@ -154,7 +169,7 @@ public:
         , options_(options)
         , plan_(*file.loaded.plan)
         , view_(chooseView(tool, options, plan_))
-        , prompter_(answers, options.ports.size() > 1, [this](bool aside) { view_->aside(aside); })
+        , prompter_(answers, pathsOf(options.ports), [this](bool aside) { view_->aside(aside); })
         , surroundings_{protocol::catalogue::groups(), prompter_, headUnit_}
     {
         known_.unit.serial = options.serial;
@@ -192,6 +207,7 @@ private:
         } catch (const std::exception& error) {
             worker.failure = error.what();
         }
+        prompter_.ended(worker.port.path);
         if (--running_ == 0) {
             over_.request();
         }
@@ -214,6 +230,17 @@ private:
         }
     }
 
+    /// Another unit may have told the serial of this one after this one's run had ended.
+    void addLateClash(Worker& worker)
+    {
+        station::plan::Result& result = worker.unit.result;
+        const std::string clash = surroundings_.serials->clashOf(worker.port.path);
+        if (!clash.empty() && !result.serialClashed) {
+            result.run.findings.push_back({station::record::Verdict::kError, clash});
+            worker.recorder.amend(result.run);
+        }
+    }
+
     int conclude()
     {
         std::vector<UnitResult> units;
@@ -225,6 +252,7 @@ private:
                 failed = true;
                 continue;
             }
+            addLateClash(worker);
             worker.unit.folder = worker.recorder.folder();
             worker.unit.recordError = worker.recorder.error();
             if (!worker.unit.recordError.empty()) {
