@@ -6,6 +6,7 @@
 #include "fuzz/TextLines.h"
 #include "platform/bench/JsonText.h"
 #include "platform/bench/State.h"
+#include "protocol/Printable.h"
 
 using fuzz::expect;
 using nlohmann::json;
@@ -18,7 +19,7 @@ constexpr int kMostLines = 16;
 void checkMessage(const std::exception& error)
 {
     const std::string text = error.what();
-    expect(!text.empty() && bench::oneLine(text) == text, "a refusal that is not one line: " + text);
+    expect(!text.empty() && protocol::printable(text) == text, "a refusal that is not one line: " + text);
 }
 
 /// Carries out what may be refused.

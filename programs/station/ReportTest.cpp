@@ -191,7 +191,7 @@ TEST_F(ReportVerb, ExportMakesTheSameFilesAsTheRun)
     EXPECT_EQ(exported("html"), content(directory_ / "run-1" / "report.html"));
     EXPECT_EQ(exported("junit"), content(directory_ / "run-1" / "junit.xml"));
     EXPECT_EQ(exported("json"), content(directory_ / "run-1" / "record.json"));
-    EXPECT_THAT(exported("csv"), StartsWith("run,unit,phase,group,try,step,"));
+    EXPECT_THAT(exported("csv"), StartsWith(R"("run","unit","phase","group","try","step",)"));
 }
 
 TEST_F(ReportVerb, ExportWritesAFile)
