@@ -75,6 +75,7 @@ private:
         addFact(facts, "Port", run_.unit.port + ", " + std::to_string(run_.unit.baud) + " baud");
         addFact(facts, "Line", lineText(run_.line));
         addFact(facts, "Station", run_.station.host);
+        addFact(facts, "Production line", run_.station.line);
         addFact(facts, "Operator", run_.station.operatorName);
     }
 

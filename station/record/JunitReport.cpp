@@ -153,6 +153,8 @@ void addProperties(pugi::xml_node suite, const Run& run)
     add("unit.port", run.unit.port);
     add("unit.baud", std::to_string(run.unit.baud));
     add("line", lineText(run.line));
+    add("uuid", run.uuid);
+    add("station.line", run.station.line);
     add("station.operator", run.station.operatorName);
     add("station.version", run.station.version);
     add("plan.path", run.plan.path);

@@ -139,32 +139,35 @@ public:
     Json write() const
     {
         const Headline headline = headlineOf(run_);
-        Json json{
-            {"schema", Run::kSchema},
-            {"id", run_.id},
-            {"started", time(run_.started)},
-            {"ended", time(run_.ended)},
-            {"verdict", name(headline.verdict)},
-            {"reason", headline.reason},
-            {"beside", headline.beside},
-            {"findings", list(run_.findings, finding)},
-            {"line",
-             {{"losses", run_.line.losses},
-              {"reconnects", run_.line.reconnects},
-              {"repeated_sends", run_.line.repeatedSends},
-              {"corrupt_frames", run_.line.corruptFrames},
-              {"garbage_bytes", run_.line.garbageBytes}}},
-            {"unit", {{"serial", run_.unit.serial}, {"port", run_.unit.port}, {"baud", run_.unit.baud}}},
-            {"station",
-             {{"host", run_.station.host}, {"operator", run_.station.operatorName}, {"version", run_.station.version}}},
-            {"plan",
-             {{"name", run_.plan.name},
-              {"title", run_.plan.title},
-              {"path", run_.plan.path},
-              {"sha256", run_.plan.sha256}}},
-            {"catalogue", {{"sha256", run_.catalogueSha256}}},
-            {"phases", list(run_.phases, [this](const Phase& each) { return phase(each); })},
-            {"trace", record::events(run_.events, {0, run_.events.next()}, groups_)}};
+        Json json{{"schema", Run::kSchema},
+                  {"id", run_.id},
+                  {"uuid", run_.uuid},
+                  {"started", time(run_.started)},
+                  {"ended", time(run_.ended)},
+                  {"verdict", name(headline.verdict)},
+                  {"reason", headline.reason},
+                  {"beside", headline.beside},
+                  {"findings", list(run_.findings, finding)},
+                  {"line",
+                   {{"losses", run_.line.losses},
+                    {"reconnects", run_.line.reconnects},
+                    {"repeated_sends", run_.line.repeatedSends},
+                    {"corrupt_frames", run_.line.corruptFrames},
+                    {"garbage_bytes", run_.line.garbageBytes}}},
+                  {"unit", {{"serial", run_.unit.serial}, {"port", run_.unit.port}, {"baud", run_.unit.baud}}},
+                  {"station",
+                   {{"host", run_.station.host},
+                    {"operator", run_.station.operatorName},
+                    {"version", run_.station.version},
+                    {"line", run_.station.line}}},
+                  {"plan",
+                   {{"name", run_.plan.name},
+                    {"title", run_.plan.title},
+                    {"path", run_.plan.path},
+                    {"sha256", run_.plan.sha256}}},
+                  {"catalogue", {{"sha256", run_.catalogueSha256}}},
+                  {"phases", list(run_.phases, [this](const Phase& each) { return phase(each); })},
+                  {"trace", record::events(run_.events, {0, run_.events.next()}, groups_)}};
         if (run_.events.kept().size() < run_.events.next()) {
             json["numbers"] = list(run_.events.kept(), [](const auto& each) -> Json { return each.first; });
         }
@@ -357,12 +360,18 @@ public:
     {
         Run run;
         run.id = reader.at("id").text();
+        if (const auto uuid = reader.find("uuid")) {
+            run.uuid = uuid->text();
+        }
         run.started = readTime(reader.at("started"));
         run.ended = readTime(reader.at("ended"));
         const RecordReader unit = reader.at("unit");
         run.unit = {unit.at("serial").text(), unit.at("port").text(), unit.at("baud").whole()};
         const RecordReader station = reader.at("station");
-        run.station = {station.at("host").text(), station.at("operator").text(), station.at("version").text()};
+        run.station = {station.at("host").text(), station.at("operator").text(), station.at("version").text(), {}};
+        if (const auto line = station.find("line")) {
+            run.station.line = line->text();
+        }
         const RecordReader plan = reader.at("plan");
         run.plan = {plan.at("name").text(), plan.at("title").text(), plan.at("path").text(), plan.at("sha256").text()};
         run.catalogueSha256 = reader.at("catalogue").at("sha256").text();

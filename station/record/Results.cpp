@@ -1,6 +1,7 @@
 #include "station/record/Results.h"
 
 #include <fcntl.h>
+#include <glib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -87,6 +89,12 @@ std::string makeRunId(std::string_view planKey, std::chrono::system_clock::time_
         id.front() = '-';
     }
     return id;
+}
+
+std::string makeUuid()
+{
+    const std::unique_ptr<gchar, decltype(&g_free)> text(g_uuid_string_random(), g_free);
+    return text.get();
 }
 
 Results::Results(fs::path directory, Run& run, protocol::catalogue::Groups groups)

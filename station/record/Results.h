@@ -37,6 +37,9 @@ inline constexpr const char* kRunningSuffix = ".running";
 /// @param port path of the device; the last part of it counts.
 std::string makeRunId(std::string_view planKey, std::chrono::system_clock::time_point started, std::string_view port);
 
+/// @returns a new UUID (version 4) in small letters.
+std::string makeUuid();
+
 /// The folder of one run, which is called ID.running while the run goes on and ID once all of it is there.
 /// Its record.json is there from the start and says ABORTED until the run has ended, so that also a run that was killed
 /// leaves a record behind. Every file is replaced as a whole: it is the old one or the new one, never a part.

@@ -171,6 +171,8 @@ struct Run {
 
     /// Names the results folder: plan key, start time and port.
     std::string id;
+    /// Tells the run from every other one, wherever it was made; empty in older records.
+    std::string uuid;
     std::chrono::system_clock::time_point started;
     std::chrono::system_clock::time_point ended;
     /// What holds for the run as a whole: the user ended it, the port was not there.
@@ -187,6 +189,7 @@ struct Run {
         std::string host;
         std::string operatorName;  ///< empty when not given
         std::string version;       ///< of the tool
+        std::string line;          ///< the production line; empty when not told
 
         bool operator==(const StationInfo&) const = default;
     } station;

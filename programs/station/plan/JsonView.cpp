@@ -5,6 +5,7 @@
 #include "programs/station/plan/RunView.h"
 #include "station/plan/Speed.h"
 #include "station/record/Outcome.h"
+#include "station/trace/Describe.h"
 
 namespace programs::station_tool {
 
@@ -68,6 +69,13 @@ private:
                          {"id", run.id},
                          {"plan", run.plan.name},
                          {"steps", view_.plan_.stepCount()}});
+        }
+
+        void onFrame(const station::TraceEvent& event) override
+        {
+            if (!hasFrame(event.kind)) {
+                view_.print({{"event", name(event.kind)}, {"port", port_}, {"text", event.text}});
+            }
         }
 
         void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override

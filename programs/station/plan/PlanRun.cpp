@@ -38,6 +38,7 @@ public:
 
     void onStarted(station::record::Run& run) override
     {
+        run.uuid = station::record::makeUuid();
         run.id = station::record::makeRunId(run.plan.name, run.started, run.unit.port);
         if (!directory_.empty()) {
             results_.emplace(directory_, run, protocol::catalogue::groups());
@@ -172,9 +173,11 @@ public:
         , prompter_(answers, pathsOf(options.ports), [this](bool aside) { view_->aside(aside); })
         , surroundings_{protocol::catalogue::groups(), prompter_, headUnit_}
     {
+        const station::StationConfig& config = tool.station->config();
+        surroundings_.serialRecord = {config.unit.serialRecord, config.unit.placeholders};
         known_.unit.serial = options.serial;
-        const std::string& name = tool.station->config().name;
-        known_.station = {name.empty() ? hostName() : name, options.operatorName, ENGINEERING_VERSION};
+        known_.station = {config.name.empty() ? hostName() : config.name, options.operatorName, ENGINEERING_VERSION,
+                          config.line};
         known_.plan.sha256 = file.sha256;
         known_.catalogueSha256 = protocol::catalogue::hash();
     }
