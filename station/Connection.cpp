@@ -97,7 +97,6 @@ struct Connection::State {
     std::optional<SerialLink> link;  // nothing while the device is away
     /// Until when a device that went is waited for; nothing once a call has done its work since.
     std::optional<Clock::time_point> giveUpAt;
-    std::size_t losses = 0;
     static constexpr auto kAnyLosses = std::numeric_limits<std::size_t>::max();
 
     std::unique_ptr<SendGuard> guard;
@@ -167,7 +166,6 @@ struct Connection::State {
         quality.garbageBytes += assembler.size();
         assembler = {};
         staleBytes = 0;
-        ++losses;
         tellNow(TraceEvent::Kind::kLost, {}, error.what());
         if (!giveUpAt) {
             giveUpAt = Clock::now() + std::clamp<Duration>(options.reconnect, Duration(0), kLongest);
@@ -278,14 +276,14 @@ struct Connection::State {
             return kAnyLosses;
         }
         const Meanwhile asks(guardAsks, true);
-        return guard->check(connection, command) ? losses : kAnyLosses;
+        return guard->check(connection, command) ? quality.losses : kAnyLosses;
     }
 
     /// @param begun becomes true when a byte may have reached the device.
     /// @param lossesAllowed as `letOut` has it
     void write(SerialLink& to, Bytes bytes, bool& begun, std::size_t lossesAllowed) const
     {
-        if (losses > lossesAllowed) {
+        if (quality.losses > lossesAllowed) {
             throw NotSent("the device went away after the unit had been asked who it is: nothing more is sent");
         }
         const auto deadline = Clock::now() + wireTime(bytes.size(), port.baud) + kStalled;
@@ -302,11 +300,12 @@ struct Connection::State {
     auto withLine(bool repeatable, Work work, Clock::time_point until = Clock::time_point::max())
         -> decltype(work(std::declval<SerialLink&>(), std::declval<bool&>()))
     {
-        for (;;) {
+        for (bool again = false;;) {
             SerialLink* line = live(until);
             if (line == nullptr) {
                 return {};
             }
+            quality.repeatedSends += again ? 1 : 0;
             bool begun = false;
             try {
                 auto result = work(*line, begun);
@@ -321,7 +320,7 @@ struct Connection::State {
                     throw LinkError(std::string(error.what()) +
                                     "; the command may have been carried out and is not sent a second time");
                 }
-                quality.repeatedSends += begun ? 1 : 0;
+                again = begun;
             }
         }
     }

@@ -181,7 +181,8 @@ void addRun(Tool& tool, CLI::App& noun)
         ->type_name("DIR")
         ->default_str(station::record::kDefaultResults);
     verb->add_option("--operator", options->operatorName, "Who runs it, for the record")->type_name("NAME");
-    verb->add_option("--serial", options->serial, "Serial number that the unit is to have; another one is an error")
+    verb->add_option("--serial", options->serial,
+                     "Serial number of the unit; when the plan reads another one from it, the run is an ERROR")
         ->check([](const std::string& serial) {
             return serial.empty() ? std::string("expected a serial number, got ''") : std::string();
         })

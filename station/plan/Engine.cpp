@@ -76,7 +76,9 @@ private:
             stop_ = "the setup failed";
         }
         phase(record::Run::kMain, plan_.main);
+        runner_->lookAtLine();
         tearDown();
+        runner_->lookAtLine();
     }
 
     void tearDown()
@@ -268,11 +270,11 @@ private:
 
     void finish()
     {
-        if (run_.line.losses > 0 && !plan_.passesAcrossLinkLoss && !result_.linkFailed) {
-            run_.findings.push_back({Verdict::kError, run_.line.reconnects < run_.line.losses
-                                                          ? "the line was lost"
-                                                          : "the line was lost and came back"});
+        const bool away = run_.line.reconnects < run_.line.losses;
+        if (run_.line.losses > 0 && (away || !plan_.passesAcrossLinkLoss) && !result_.linkFailed) {
+            run_.findings.push_back({Verdict::kError, away ? "the line was lost" : "the line was lost and came back"});
         }
+        result_.linkFailed = result_.linkFailed || away;
         const auto limit = [this](const char* what, std::size_t got, const std::optional<std::size_t>& most) {
             if (most && got > *most) {
                 run_.findings.push_back({Verdict::kFail, std::string(what) + " on the line: expected at most " +

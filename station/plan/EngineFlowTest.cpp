@@ -1,3 +1,5 @@
+#include <future>
+
 #include "station/plan/EngineTest.h"
 
 namespace station::plan::tests {
@@ -239,6 +241,73 @@ TEST_F(LostLineTest, LineThatWasLostAndCameBackIsAnErrorThatSaysWhen)
     EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kPass, Verdict::kPass));
     EXPECT_EQ(run.line, (LineQuality{.losses = 1, .reconnects = 1, .repeatedSends = 1}));
     EXPECT_FALSE(result.linkFailed);
+}
+
+/// A unit whose line is lost when it is told a volume, which it does not answer; an operator who answers after that.
+class LineLostBehindABackTest : public EngineFlowTest
+{
+protected:
+    LineLostBehindABackTest()
+    {
+        on[0x0100] = [this](const Frame&) {
+            unit.vanish();
+            if (comesBack) {
+                unit.comeBack();
+            }
+            gone_.set_value();
+        };
+        prompter.answers = {{"lit", "yes"}};
+        prompter.beforeAnswering = [this] { gone_.get_future().wait(); };
+    }
+
+    static constexpr const char* kPlan = R"(
+[[main]]
+name = "M"
+steps = [{ send = "audio.set-volume", with = { volume = 3 } }, { prompt = "Lit?", id = "lit" }]
+)";
+
+    bool comesBack = false;
+
+private:
+    std::promise<void> gone_;
+};
+
+TEST_F(LineLostBehindABackTest, LossThatNoStepLookedAtIsAnErrorAllTheSame)
+{
+    const auto& run = runText(std::string("on_link_loss = \"continue\"\n") + kPlan);
+
+    EXPECT_EQ(phase(1), Verdict::kPass);
+    EXPECT_EQ(verdictOf(run), Verdict::kError);
+    EXPECT_EQ(headlineOf(run).reason, "the line was lost");
+    EXPECT_EQ(run.line, (LineQuality{.losses = 1}));
+    EXPECT_TRUE(result.linkFailed);
+}
+
+TEST_F(LineLostBehindABackTest, LineThatCameBackMeanwhileIsAnErrorByDefault)
+{
+    comesBack = true;
+
+    const auto& run = runText(kPlan);
+
+    EXPECT_EQ(headlineOf(run).reason, "the line was lost and came back");
+    EXPECT_EQ(run.line, (LineQuality{.losses = 1, .reconnects = 1}));
+    EXPECT_FALSE(result.linkFailed);
+}
+
+TEST_F(LineLostBehindABackTest, WaitDuringWhichTheLineIsLostIsAnErrorNotATimeOut)
+{
+    reconnect = 10s;
+
+    const auto& run = runText(R"(
+[[main]]
+name = "M"
+steps = [{ send = "audio.set-volume", with = { volume = 3 } }, { wait = "keys.pressed", timeout = 1 }]
+)");
+
+    EXPECT_EQ(reasonOf(step(1)), "the line was lost while keys.pressed was awaited");
+    EXPECT_EQ(verdictOf(run), Verdict::kError);
+    EXPECT_EQ(run.line.repeatedSends, 0U);
+    EXPECT_TRUE(result.linkFailed);
 }
 
 TEST_F(LostLineTest, PlanMayContinueAcrossALoss)

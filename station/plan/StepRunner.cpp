@@ -208,6 +208,17 @@ void StepRunner::listenBriefly()
     }
 }
 
+void StepRunner::lookAtLine()
+{
+    try {
+        listenBriefly();
+        attribute();
+    } catch (const std::exception&) {
+        // The line's events tell of the loss.
+    }
+    run_.line = connection_.quality();
+}
+
 void StepRunner::attribute()
 {
     for (auto& arrival : line_.arrivals()) {
@@ -350,8 +361,13 @@ void StepRunner::run(const Wait& wait, const Step& step, Attempt& attempt)
         return wait.notice != nullptr ? wait.notice->cmdOne == frame.cmdOne && wait.notice->cmdTwo == frame.cmdTwo
                                       : isLater(*wait.command, frame);
     };
+    const std::size_t losses = connection_.quality().losses;
     const auto frame = awaitFrame(wanted, step.timeout);
     attribute();
+    if (!frame && connection_.quality().losses > losses) {
+        fail(attempt, Verdict::kError, "the line was lost while " + wait.key + " was awaited");
+        return;
+    }
     if (!frame) {
         fail(attempt, Verdict::kTimeout, "no " + wait.key + " came within " + secondsText(step.timeout));
         return;

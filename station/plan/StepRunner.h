@@ -27,6 +27,9 @@ public:
     bool linkFailed() const { return linkFailed_; }
     bool interrupted() const { return interrupted_; }
 
+    /// Takes in what has come, and whether the line is still there, when no step has looked for a while.
+    void lookAtLine();
+
     /// After the line came back, and after three time-outs in a row, asks a unit that had auto-test mode on whether it
     /// still has.
     /// @returns whether the unit says that it has not.

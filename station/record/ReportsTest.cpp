@@ -252,7 +252,7 @@ TEST(HtmlReport, HoldsTenThousandFrames)
     const auto document = parsed(html(samples::withFrames(10000)));
 
     EXPECT_EQ(document.select_nodes("//table[@class='frames']/tbody/tr/td/code").size(), 10008U);
-    EXPECT_THAT(texts(document, "//summary"), testing::Contains("10000 frames on the line"));
+    EXPECT_THAT(texts(document, "//summary"), testing::Contains("10000 events on the line"));
 }
 
 /// @returns the chart's shapes by class, from left to right as they are drawn.
