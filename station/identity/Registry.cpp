@@ -641,8 +641,9 @@ struct Registry::Impl {
             return &row;
         }
         for (const auto& [value, owner] : own) {
+            const std::string& record = owner.record;
             const bool column =
-                std::ranges::any_of(table.rows, [&](const CsvRow& row) { return row.values.contains(owner.record); });
+                std::ranges::any_of(table.rows, [&](const CsvRow& row) { return row.values.contains(record); });
             if (isGiven(owner.state) && column) {
                 throw NotGiven("the row that was given to unit " + nameOf(unit) + " (" + shown(owner.record, value) +
                                ") is no longer in " + table.path);
