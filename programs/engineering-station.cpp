@@ -56,6 +56,8 @@ void endOnSignals(station::Interrupt& interrupt)
     }
     // A reader of standard output that goes away must not end a run whose record is still to be written.
     std::signal(SIGPIPE, SIG_IGN);
+    // Nor must a limit on the size of files: writing then fails as on a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int run(const std::function<int()>& action)

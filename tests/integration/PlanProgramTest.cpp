@@ -506,6 +506,19 @@ TEST_F(PlanProgramTest, SerialNumberOfOneUnitIsNotGivenToSeveral)
     EXPECT_THAT(outcome.err, HasSubstr("--serial names one unit"));
 }
 
+TEST_F(PlanProgramTest, LimitOnTheSizeOfFilesIsAFullDisk)
+{
+    startBench();
+    std::vector<std::string> arguments{"bash", "-c", "ulimit -f 8; exec \"$@\"", "bash"};
+    const auto command = planRun(shipped("smoke"));
+    arguments.insert(arguments.end(), command.begin(), command.end());
+
+    const auto outcome = run(arguments);
+
+    EXPECT_EQ(outcome.status, 7) << outcome.out << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("NOT RECORDED smoke"));
+}
+
 TEST_F(PlanProgramTest, JsonIsOneObjectPerLine)
 {
     startService();
