@@ -171,8 +171,12 @@ void Results::capture(const TraceEvent& event)
 void Results::amend(const Run& run)
 {
     writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));
-    writeAtomically(folder_ / kJunitFile, junitReport(run, groups_));
-    writeAtomically(folder_ / kHtmlFile, htmlReport(run, groups_));
+    try {
+        writeAtomically(folder_ / kJunitFile, junitReport(run, groups_));
+        writeAtomically(folder_ / kHtmlFile, htmlReport(run, groups_));
+    } catch (const std::exception& error) {
+        throw ReportError(error.what());
+    }
 }
 
 fs::path Results::finish(const Run& run)
@@ -209,7 +213,7 @@ fs::path Results::finish(const Run& run)
     folder_ = final;
     syncDirectory(directory_);
     if (!trouble.empty()) {
-        throw ResultsError(trouble + "; the record itself is complete");
+        throw ReportError(trouble);
     }
     return folder_;
 }

@@ -21,6 +21,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The record itself is complete; what belongs to it could not be written.
+class ReportError : public ResultsError
+{
+public:
+    /// @param cause "cannot write PATH: REASON"
+    explicit ReportError(const std::string& cause)
+        : ResultsError("a report is missing: " + cause + "; the record itself is complete")
+    {
+    }
+};
+
 /// Where results go when nobody says otherwise, below the current directory.
 inline constexpr const char* kDefaultResults = "results";
 
@@ -65,13 +76,14 @@ public:
     void capture(const TraceEvent& event);
 
     /// Writes record.json, junit.xml and report.html, completes trace.pcapng, and gives the folder its final name.
-    /// Throws ResultsError when one of them cannot be written. When that is record.json the folder keeps the name
-    /// ID.running and the record before it; otherwise the folder has its final name and lacks that file.
+    /// Throws ResultsError when record.json cannot be written: the folder keeps the name ID.running and the record
+    /// before it. Throws ReportError when another file cannot be written: the folder has its final name and lacks that
+    /// file.
     /// @returns the folder.
     std::filesystem::path finish(const Run& run);
 
     /// Writes record.json, junit.xml and report.html again, after finish(), for a run that has got another finding.
-    /// Throws ResultsError.
+    /// Throws ResultsError when record.json cannot be written, ReportError when another file cannot be.
     void amend(const Run& run);
 
     /// Where the files are now.

@@ -239,7 +239,7 @@ TEST_F(ResultsFolder, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit)
     }
 
     ASSERT_TRUE(complaint);
-    EXPECT_EQ(*complaint, "cannot write " + (directory_ / run.id / "report.html").string() +
+    EXPECT_EQ(*complaint, "a report is missing: cannot write " + (directory_ / run.id / "report.html").string() +
                               ": File too large; the record itself is complete");
     EXPECT_EQ(results.folder(), directory_ / run.id);
     EXPECT_EQ(readRun(directory_ / run.id / "record.json"), run);

@@ -517,6 +517,9 @@ TEST_F(PlanProgramTest, LimitOnTheSizeOfFilesIsAFullDisk)
 
     EXPECT_EQ(outcome.status, 7) << outcome.out << outcome.err;
     EXPECT_THAT(outcome.out, HasSubstr("NOT RECORDED smoke"));
+    EXPECT_THAT(linesOf(outcome.out).back(), AllOf(HasSubstr("        incomplete record in "), HasSubstr(".running")));
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(AllOf(HasSubstr(": not recorded: cannot write " + results().string()),
+                                                        testing::EndsWith("/record.json: File too large"))));
 }
 
 TEST_F(PlanProgramTest, JsonIsOneObjectPerLine)

@@ -49,6 +49,7 @@ public:
                      {"garbage_bytes", run.line.garbageBytes}}},
                    {"steps", std::move(steps)},
                    {"folder", unit.folder},
+                   {"record_error", unit.recordError},
                    {"time_ms", milliseconds(speed.total)},
                    {"wire_ms", milliseconds(speed.wire)},
                    {"added_per_step_ms", milliseconds(speed.addedPerStep)},

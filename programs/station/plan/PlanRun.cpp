@@ -79,6 +79,8 @@ public:
 
     void onEnded(const station::record::Run& run) override
     {
+        // Every file is written again: what could not be written before counts no more.
+        error_.clear();
         guarded([&] { folder_ = results_->finish(run).string(); });
         if (results_ && folder_.empty()) {
             folder_ = results_->folder().string();
@@ -104,12 +106,14 @@ private:
         }
         try {
             work();
+        } catch (const station::record::ReportError& error) {
+            note(error.what());
         } catch (const std::exception& error) {
-            if (error_.empty()) {
-                error_ = error.what();
-            }
+            note(std::string("not recorded: ") + error.what());
         }
     }
+
+    void note(const std::string& error) { error_ = error_.empty() ? error : error_; }
 
     station::plan::Observer& view_;
     const std::string directory_;
@@ -259,7 +263,7 @@ private:
             worker.unit.folder = worker.recorder.folder();
             worker.unit.recordError = worker.recorder.error();
             if (!worker.unit.recordError.empty()) {
-                complaints.push_back("the record is not complete: " + worker.unit.recordError);
+                complaints.push_back(worker.unit.recordError);
             }
             const std::string reason = headlineOf(worker.unit.result.run).reason;
             if (worker.unit.result.portUnavailable) {

@@ -14,7 +14,8 @@ struct UnitResult {
     station::plan::Result result;
     /// Where the record is; empty for none.
     std::string folder;
-    /// Why the record, or a part of it, could not be written; empty when it was.
+    /// "not recorded: REASON", "a report is missing: REASON; the record itself is complete"; empty when all was
+    /// written.
     std::string recordError;
 };
 

@@ -1,8 +1,11 @@
 #include "programs/station/plan/RunSummary.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>
+
+#include "programs/station/plan/StepLines.h"
 
 namespace programs::station_tool {
 namespace {
@@ -98,6 +101,16 @@ TEST(RunSummary, PassWhoseResultsCouldNotBeWrittenIsNotRecorded)
     EXPECT_EQ(exitStatusOf(passed), kNotRecorded);
     EXPECT_EQ(headlineText(failed), "FAIL");
     EXPECT_EQ(exitStatusOf(failed), kNotRecorded);
+}
+
+TEST(RunSummary, LastLineTellsAnIncompleteRecord)
+{
+    UnitResult unit = unitOf({Verdict::kPass});
+    unit.folder = "results/ID";
+    EXPECT_THAT(summary(unit, false), testing::EndsWith("\n        record in results/ID\n"));
+
+    unit.folder += ".running";
+    EXPECT_THAT(summary(unit, false), testing::EndsWith("\n        incomplete record in results/ID.running\n"));
 }
 
 TEST(RunSummary, WorstUnitDecides)

@@ -7,6 +7,7 @@
 #include "station/plan/Judge.h"
 #include "station/plan/Speed.h"
 #include "station/record/Outcome.h"
+#include "station/record/Results.h"
 #include "station/record/Text.h"
 
 namespace programs::station_tool {
@@ -138,7 +139,9 @@ std::string summary(const UnitResult& unit, bool colour)
     }
     text += "\n";
     if (!unit.folder.empty()) {
-        text += "        record in " + printable(unit.folder) + "\n";
+        const bool incomplete = unit.folder.ends_with(station::record::kRunningSuffix);
+        text +=
+            std::string(incomplete ? "        incomplete" : "       ") + " record in " + printable(unit.folder) + "\n";
     }
     return text;
 }
