@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 
 #include "programs/Cli.h"
@@ -76,17 +77,19 @@ std::vector<std::string> plansIn(const std::string& directory)
     return paths;
 }
 
-int list(const Tool& tool, const std::string& directory)
+int list(const Tool& tool, const std::vector<std::string>& directories)
 {
     std::vector<std::string> paths;
-    try {
-        paths = plansIn(directory);
-    } catch (const std::filesystem::filesystem_error& error) {
-        complain(kProgram, directory + ": " + error.code().message() + ": a directory of plans is expected");
-        return kWrongUse;
+    bool sound = true;
+    for (const auto& directory : directories) {
+        try {
+            std::ranges::move(plansIn(directory), std::back_inserter(paths));
+        } catch (const std::filesystem::filesystem_error& error) {
+            complain(kProgram, directory + ": expected a directory of plans: " + error.code().message());
+            sound = false;
+        }
     }
     Json plans = Json::array();
-    bool sound = true;
     for (const auto& path : paths) {
         const PlanFile file = readPlan(path);
         printProblems(path, file.loaded.problems);
@@ -134,15 +137,14 @@ void addList(Tool& tool, CLI::App& noun)
         "The time is that of the frames on the line and of the silence that is asserted; questions and what comes by "
         "itself take what they take.");
     const auto directory = std::make_shared<std::string>();
-    verb->add_option("DIR", *directory, "Directory of plans; by default those that come with the tool")
+    verb->add_option(
+            "DIR", *directory,
+            "Directory of plans; by default the station's folders of plans, then those that come with the tool")
         ->type_name("DIR");
     verb->footer("  engineering-station plan list share/plans");
     verb->callback([&tool, directory] {
         tool.action = [&tool, directory] {
-            std::error_code error;
-            return list(tool, !directory->empty()
-                                  ? *directory
-                                  : shippedPlans(std::filesystem::read_symlink("/proc/self/exe", error)));
+            return list(tool, directory->empty() ? tool.station->planFolders() : std::vector{*directory});
         };
     });
 }
@@ -159,7 +161,9 @@ void addRun(Tool& tool, CLI::App& noun)
         "the results could not be written, 1 a limit was missed, 3 no answer in time, 6 a step ended in an error, 5 "
         "nothing was run, 0 all passed; 2 for a plan, answers or options that are wrong.");
     const auto options = std::make_shared<PlanRunOptions>();
-    verb->add_option("PLAN", options->plan, "Plan to run; a name is looked for in the station's folders of plans, too")
+    verb->add_option("PLAN", options->plan,
+                     "Plan to run; a name is looked for in the station's folders of plans, then among those that come "
+                     "with the tool")
         ->required()
         ->type_name("FILE");
     verb->add_option_function<std::vector<std::string>>(

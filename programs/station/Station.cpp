@@ -11,6 +11,7 @@
 
 namespace programs::station_tool {
 
+#include "programs/station/plan/PlanFile.h"
 namespace {
 
 constexpr const char* kSystemFile = "/etc/engineering/station.toml";
@@ -83,10 +84,20 @@ std::string Station::findPlan(const std::string& plan)
 {
     namespace fs = std::filesystem;
     std::error_code error;
+std::vector<std::string> Station::planFolders()
+{
+    std::vector<std::string> folders = config().plans;
+    std::error_code error;
+    folders.push_back(shippedPlans(std::filesystem::read_symlink("/proc/self/exe", error)));
+    return folders;
+}
+
     if (plan.find('/') != std::string::npos || fs::exists(plan, error)) {
         return plan;
     }
-    for (const std::string& folder : config().plans) {
+    std::string searched = ".";
+    for (const std::string& folder : planFolders()) {
+        searched += ", " + folder;
         for (const char* ending : {"", ".toml"}) {
             const fs::path path = fs::path(folder) / (plan + ending);
             if (fs::is_regular_file(path, error)) {
@@ -94,7 +105,7 @@ std::string Station::findPlan(const std::string& plan)
             }
         }
     }
-    return plan;
+    throw WrongUse("there is no plan '" + plan + "'; looked in " + searched);
 }
 
 std::unique_ptr<station::identity::Registry> Station::openRegistry(station::identity::Registry::Access access)

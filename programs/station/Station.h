@@ -28,7 +28,11 @@ public:
     /// Reads the file at the first call. Throws WrongUse when there is anything wrong with it.
     const station::StationConfig& config();
 
-    /// @returns the plan of this name in one of the station's folders; `plan` itself when it is a path, or a file.
+    /// @returns the folders of plans: the station's in their order, then the one that comes with the tool.
+    std::vector<std::string> planFolders();
+
+    /// @returns the plan of this name in the first of these folders that has it; `plan` itself when it is a path, or a
+    /// file. Throws WrongUse when there is none.
     std::string findPlan(const std::string& plan);
 
     /// @returns the path of the registry. Throws WrongUse when there is no place for one.

@@ -691,6 +691,23 @@ TEST_F(PlanProgramTest, CheckTellsSoundPlansFromBrokenOnes)
     EXPECT_THAT(outcome.err, HasSubstr("/no/such/plan:1:1: cannot be read: No such file or directory\n"));
 }
 
+TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShippedOnes)
+{
+    std::filesystem::create_directory(directory() / "plans");
+    write("plans/own.toml", std::string(kHead) + "[[main]]\nname = \"A\"\nsteps = [{ send = \"test.mode\" }]\n");
+    environment()["ENGINEERING_STATION"] = write("station.toml", "[paths]\nplans = [\"plans\"]\n");
+
+    EXPECT_THAT(linesOf(run({ENGINEERING_STATION, "plan", "list"}).out),
+                ElementsAre(testing::StartsWith("test "), testing::StartsWith("end-of-line"),
+                            testing::StartsWith("provision"), testing::StartsWith("smoke")));
+    for (const char* name : {"own", "smoke"}) {
+        EXPECT_EQ(run(planRun(name, {"--port", "/no/port"})).status, 10) << name;
+    }
+    const auto missing = run(planRun("smoek"));
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(missing.err, HasSubstr("there is no plan 'smoek'; looked in ., " + (directory() / "plans").string()));
+}
+
 TEST_F(PlanProgramTest, ListNamesTheShippedPlans)
 {
     const auto outcome = run({ENGINEERING_STATION, "plan", "list", std::string(SOURCE_FOLDER) + "/share/plans"});
