@@ -206,7 +206,14 @@ void addRun(Tool& tool, CLI::App& noun)
             options->ports.push_back(parsePort(defaultPort()));
         }
         tool.action = [&tool, options] {
+            const bool stations = options->results.empty() && !tool.stationsResults().empty();
             options->results = resultsFolder(tool, options->results);
+            std::error_code error;
+            if (!options->noRecord && std::filesystem::exists(options->results, error) &&
+                !std::filesystem::is_directory(options->results, error)) {
+                throw WrongUse((stations ? "[paths] results: " : "--results: ") + options->results +
+                               " is not a directory");
+            }
             options->plan = tool.station->findPlan(options->plan);
             return runPlanAtPorts(tool, *options);
         };

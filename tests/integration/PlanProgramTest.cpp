@@ -708,6 +708,16 @@ TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShipp
     EXPECT_THAT(missing.err, HasSubstr("there is no plan 'smoek'; looked in ., " + (directory() / "plans").string()));
 }
 
+TEST_F(PlanProgramTest, FileForTheResultsIsWrongUse)
+{
+    const auto file = write("results", "");
+
+    const auto outcome = run(planRun(shipped("smoke")));
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err, "engineering-station: --results: " + file + " is not a directory\n");
+}
+
 TEST_F(PlanProgramTest, ListNamesTheShippedPlans)
 {
     const auto outcome = run({ENGINEERING_STATION, "plan", "list", std::string(SOURCE_FOLDER) + "/share/plans"});
