@@ -1,17 +1,21 @@
 #include "programs/station/Station.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "programs/Cli.h"
 #include "programs/station/InputFile.h"
 #include "programs/station/Tool.h"
+#include "programs/station/plan/PlanFile.h"
 #include "protocol/catalogue/Catalogue.h"
 
 namespace programs::station_tool {
 
-#include "programs/station/plan/PlanFile.h"
 namespace {
 
 constexpr const char* kSystemFile = "/etc/engineering/station.toml";
@@ -80,10 +84,6 @@ std::string Station::registryPath()
     return folder + "/registry.sqlite";
 }
 
-std::string Station::findPlan(const std::string& plan)
-{
-    namespace fs = std::filesystem;
-    std::error_code error;
 std::vector<std::string> Station::planFolders()
 {
     std::vector<std::string> folders = config().plans;
@@ -92,6 +92,10 @@ std::vector<std::string> Station::planFolders()
     return folders;
 }
 
+std::string Station::findPlan(const std::string& plan)
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
     if (plan.find('/') != std::string::npos || fs::exists(plan, error)) {
         return plan;
     }
@@ -123,13 +127,52 @@ void Station::guardConnections()
 
 namespace {
 
+/// @returns why nothing can be written in a folder that would be made with its parents; empty when it can.
+std::string obstacleAt(std::filesystem::path folder)
+{
+    std::error_code error;
+    while (folder.has_parent_path() && !std::filesystem::exists(folder, error)) {
+        folder = folder.parent_path();
+    }
+    if (!std::filesystem::is_directory(folder, error)) {
+        return folder.string() + " is not a directory";
+    }
+    return access(folder.c_str(), W_OK | X_OK) == 0
+               ? ""
+               : "cannot write in " + folder.string() + ": " + std::strerror(errno);
+}
+
+/// @returns what is sound in the file but of no use on this machine.
+std::vector<std::string> unusablePaths(const station::StationConfig& config)
+{
+    std::vector<std::string> lines;
+    const auto add = [&lines](const char* key, const std::string& obstacle) {
+        if (!obstacle.empty()) {
+            lines.push_back(std::string("[paths] ") + key + ": " + obstacle);
+        }
+    };
+    if (!config.registry.empty()) {
+        add("registry", obstacleAt(std::filesystem::absolute(config.registry).parent_path()));
+    }
+    if (!config.results.empty()) {
+        add("results", obstacleAt(std::filesystem::absolute(config.results)));
+    }
+    for (const std::string& folder : config.plans) {
+        std::error_code error;
+        add("plans", std::filesystem::is_directory(folder, error) ? "" : folder + " is not a directory");
+    }
+    return lines;
+}
+
 int check(Tool& tool)
 {
     const std::string path = tool.station->file();
     protocol::toml_file::Problems problems;
+    station::StationConfig config;
     if (!path.empty()) {
-        station::readStationConfig(readInput(path, tool.interrupt), path, tool.station->records(), problems);
+        config = station::readStationConfig(readInput(path, tool.interrupt), path, tool.station->records(), problems);
     }
+    const std::vector<std::string> warnings = unusablePaths(config);
     if (tool.json) {
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
         for (const auto& problem : problems) {
@@ -137,7 +180,8 @@ int check(Tool& tool)
         }
         printJson({{"file", path.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(path)},
                    {"sound", problems.empty()},
-                   {"problems", std::move(list)}});
+                   {"problems", std::move(list)},
+                   {"warnings", warnings}});
     } else if (path.empty()) {
         std::puts("no station.toml: the defaults hold");
     } else if (problems.empty()) {
@@ -146,6 +190,11 @@ int check(Tool& tool)
     for (const auto& problem : problems) {
         if (!tool.json) {
             std::fprintf(stderr, "%s\n", format(path, problem).c_str());
+        }
+    }
+    for (const std::string& warning : warnings) {
+        if (!tool.json) {
+            std::fprintf(stderr, "%s: warning: %s\n", path.c_str(), warning.c_str());
         }
     }
     return problems.empty() ? kPassed : kWrongUse;

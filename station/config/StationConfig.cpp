@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "protocol/toml/TableReader.h"
+#include "station/Pattern.h"
 
 namespace station {
 
@@ -122,10 +123,17 @@ private:
             re2::RE2::Options options(re2::RE2::Latin1);
             options.set_log_errors(false);
             auto compiled = std::make_shared<re2::RE2>(pattern, options);
-            if (!compiled->ok()) {
-                section.report("pattern", "'pattern': " + compiled->error());
-            } else if (!pattern.empty()) {
-                config_.unit.patterns[name] = std::move(compiled);
+            try {
+                checkPattern(pattern);
+                if (!compiled->ok()) {
+                    throw PatternError(compiled->error(), false);
+                }
+                if (!pattern.empty()) {
+                    config_.unit.patterns[name] = std::move(compiled);
+                }
+            } catch (const PatternError& error) {
+                section.report("pattern",
+                               "'" + pattern + "' is not a regular expression in RE2's syntax: " + error.what());
             }
             section.finish();
         }

@@ -77,6 +77,15 @@ TEST_F(StationConfigTest, EmptyFileLeavesTheDefaults)
     EXPECT_FALSE(config.unit.isPlaceholder(serial, "FF"));
 }
 
+TEST_F(StationConfigTest, PatternIsCheckedAsInAPlan)
+{
+    read("[records.hu-serial]\npattern = \"(?=HU)\"\n");
+
+    EXPECT_THAT(messages(),
+                ElementsAre("f:2:11: '(?=HU)' is not a regular expression in RE2's syntax: look-ahead '(?=' "
+                            "is not supported"));
+}
+
 TEST_F(StationConfigTest, AllMistakesAreToldWithTheirPlace)
 {
     read(R"([station]

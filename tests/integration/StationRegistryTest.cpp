@@ -262,6 +262,25 @@ TEST_F(StationRegistryTest, StationFileIsFoundAndAllItsMistakesAreTold)
                 ElementsAre(HasSubstr("/no/such/file")));
 }
 
+TEST_F(StationRegistryTest, PathsOfNoUseAreWarningsOfTheCheck)
+{
+    const std::string folder = directory().string();
+    file("plain", "");
+    environment()["ENGINEERING_STATION"] = file("station.toml",
+                                                "[paths]\nregistry = \"plain/registry.sqlite\"\n"
+                                                "results = \"plain/results\"\nplans = [\"none\"]\n");
+
+    const auto checked = station({"station", "check"});
+
+    EXPECT_EQ(checked.status, 0);
+    const std::string warning = folder + "/station.toml: warning: [paths] ";
+    EXPECT_THAT(linesOf(checked.err),
+                testing::ElementsAre(warning + "registry: " + folder + "/plain is not a directory",
+                                     warning + "results: " + folder + "/plain is not a directory",
+                                     warning + "plans: " + folder + "/none is not a directory"));
+    EXPECT_EQ(json::parse(station({"station", "check", "--json"}).out)["warnings"].size(), 3U);
+}
+
 TEST_F(StationRegistryTest, StationNamesItsPlansAndItsResults)
 {
     startUnits();
