@@ -216,6 +216,8 @@ std::string summaryOf(const Run& run, const Outcome& outcome)
     } else if (verdictOf(run) == Verdict::kAborted) {
         text = "Ended before it was through: " + passed;
         text += wrong > 0 ? ", " + std::to_string(wrong) + " went wrong" : "";
+        const std::size_t ended = outcome.failed.size() - wrong;
+        text += ended > 0 ? ", " + were(ended) + " ended" : "";
     } else if (wrong > 0) {
         text = std::to_string(wrong) + " of " + count(outcome.total, "step") + " went wrong";
     } else if (outcome.passed == outcome.total) {

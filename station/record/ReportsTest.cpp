@@ -221,7 +221,7 @@ TEST(HtmlReport, OfARunThatWasEndedTellsWhere)
     const auto document = parsed(html(samples::aborted()));
 
     EXPECT_THAT(texts(document, "//p[@class='lead']"),
-                ElementsAre("Ended before it was through: 2 of 4 steps passed, 1 was not run."));
+                ElementsAre("Ended before it was through: 2 of 4 steps passed, 1 was ended, 1 was not run."));
     EXPECT_THAT(texts(document, "//p[@class='why']"), ElementsAre("interrupted by the operator"));
     EXPECT_STREQ(document.select_node("//h2").node().text().get(), "Where the run was ended");
     EXPECT_THAT(texts(document, "//article/p[@class='reason']"), ElementsAre("interrupted after 2.3 s"));
