@@ -144,7 +144,7 @@ private:
         const std::string pattern = substituteInPattern(*expected_.matches, variables_);
         measurement_.limits.matches = shownPattern(pattern, field_.field->secret);
         if (!matches(written(field_), pattern)) {
-            miss("a text that matches /" + *measurement_.limits.matches + "/");
+            miss("the whole text to match /" + *measurement_.limits.matches + "/");
         }
     }
 
@@ -258,7 +258,7 @@ Judgement judge(const Prompt& prompt, const std::string& answer, const Variables
         if (expected.matches) {
             const std::string pattern = substituteInPattern(*expected.matches, variables);
             measurement.limits.matches = pattern;
-            wanted = matches(answer, pattern) ? wanted : "a text that matches /" + pattern + "/";
+            wanted = matches(answer, pattern) ? wanted : "the whole text to match /" + pattern + "/";
         }
     }
     measurement.passed = wanted.empty();

@@ -79,7 +79,7 @@ std::string toText(const Limits& limits, const std::string& unit)
         add("at most " + withUnit(toText(*limits.maximum), unit));
     }
     if (limits.matches) {
-        add("text matching /" + printable(*limits.matches) + "/");
+        add("whole text matching /" + printable(*limits.matches) + "/");
     }
     return text;
 }

@@ -21,8 +21,8 @@ std::string toText(const Scalar& value);
 /// @returns a value with its unit: "94.7 MHz"; "8750 × 10 kHz" when the unit begins with a number.
 std::string withUnit(const std::string& value, const std::string& unit);
 
-/// @returns what was demanded: "8700 to 10800 kHz", "at least 3 V", "exactly "HeadUnit"", "text matching /KYR.*/";
-/// empty for no limits.
+/// @returns what was demanded: "8700 to 10800 kHz", "at least 3 V", "exactly "HeadUnit"", "whole text matching
+/// /KYR.*/"; empty for no limits.
 std::string toText(const Limits& limits, const std::string& unit);
 
 /// @returns whether anything is demanded.

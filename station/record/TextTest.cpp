@@ -29,7 +29,7 @@ TEST(RecordText, LimitsReadAsADemand)
     EXPECT_EQ(toText(Limits{.equals = 8750.0}, "10 kHz"), "exactly 8750 × 10 kHz");
     EXPECT_EQ(toText(Limits{.equals = std::string("up")}, "MHz"), "exactly \"up\"");
     EXPECT_EQ(toText(Limits{.equals = true}, ""), "exactly yes");
-    EXPECT_EQ(toText(Limits{.matches = "KYR.*"}, ""), "text matching /KYR.*/");
+    EXPECT_EQ(toText(Limits{.matches = "KYR.*"}, ""), "whole text matching /KYR.*/");
     EXPECT_EQ(toText(Limits{}, "MHz"), "");
 }
 
