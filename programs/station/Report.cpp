@@ -125,13 +125,15 @@ ordered_json toJson(const RunSummary& run)
                       {"unit", run.unit},
                       {"verdict", nullptr},
                       {"running", run.running},
-                      {"reason", run.reason},
+                      {"reason", run.running ? "" : run.reason},
                       {"failed_step", nullptr},
                       {"failed_steps", run.failedSteps}};
     if (run.started != std::chrono::system_clock::time_point{}) {
         json["started"] = record::isoText(run.started);
     }
-    json["verdict"] = record::name(run.verdict);
+    if (!run.running) {
+        json["verdict"] = record::name(run.verdict);
+    }
     if (run.ended >= run.started) {
         json["duration_s"] = std::chrono::duration<double>(run.ended - run.started).count();
     }

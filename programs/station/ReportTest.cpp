@@ -101,6 +101,18 @@ TEST_F(ReportVerb, ListHasAnObjectForEachRun)
     EXPECT_EQ(object["runs"][0]["duration_s"], 9.1);
 }
 
+TEST_F(ReportVerb, RunThatGoesOnHasNoVerdictInTheList)
+{
+    record::Run which = record::samples::passed();
+    const record::Results goesOn(directory_, which, protocol::catalogue::groups());
+
+    const json object = json::parse(run({"report", "list", directory_, "--json"}).out);
+
+    EXPECT_EQ(object["runs"][0]["running"], true);
+    EXPECT_EQ(object["runs"][0]["verdict"], nullptr);
+    EXPECT_EQ(object["runs"][0]["reason"], "");
+}
+
 TEST_F(ReportVerb, ListPassesOverOtherFoldersWithAWordAndRefusesABrokenRecord)
 {
     keep(record::samples::passed(), "run-1");
