@@ -53,7 +53,7 @@ bool isBlank(std::string_view text)
 {
     const std::string place = name.empty() ? "" : name + ":" + std::to_string(number) + ": ";
     throw WrongUse(place + "'" + std::string(line.substr(0, kShownOfALine)) + (line.size() > kShownOfALine ? "…" : "") +
-                   "' are no bytes; hexadecimal was expected, as in '2A A2 00 02 0F 01 FF EE' or '8F 00 [01]'");
+                   "' is not hexadecimal; expected bytes as in '2A A2 00 02 0F 01 FF EE' or '8F 00 [01]'");
 }
 
 /// Of any number of contents, `82 01 [24 FE] 8F 00 [01]`.

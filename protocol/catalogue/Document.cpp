@@ -105,7 +105,7 @@ std::span<const Choice> Document::Storage::readChoices(TableReader& reader, Rang
     }
     for (const auto& [name, value] : *table) {
         if (!value.is_integer()) {
-            toml_file::report(problems, value, "the choice '" + std::string(name.str()) + "' is no integer");
+            toml_file::report(problems, value, "the choice '" + std::string(name.str()) + "': expected an integer");
             continue;
         }
         const std::int64_t number = value.as_integer()->get();
@@ -339,7 +339,7 @@ void Document::Storage::checkReadBacks(const toml::table& root)
             const std::string wanted = entry.text("read-back");
             if (!wanted.empty() && !isRead(wanted)) {
                 toml_file::report(problems, *command->get("read-back"),
-                                  "'" + wanted + "' is no command of the catalogue that reads");
+                                  "'" + wanted + "' is not a command of the catalogue that reads");
             }
         }
     }

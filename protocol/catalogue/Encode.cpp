@@ -99,8 +99,8 @@ void appendBytes(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
 {
     const auto parsed = parseHexBytes(text);
     if (!parsed) {
-        throw EncodeError(std::string(field.name) + ": " + inQuotes(text) + " are no bytes; " + describe(field) +
-                          " were expected, as in '00 1A 7D'");
+        throw EncodeError(std::string(field.name) + ": " + inQuotes(text) + " is not hexadecimal; expected " +
+                          describe(field) + ", as in '00 1A 7D'");
     }
     checkSize(field, parsed->size());
     bytes.insert(bytes.end(), parsed->begin(), parsed->end());

@@ -188,7 +188,7 @@ INSTANTIATE_TEST_SUITE_P(
                 {{"address", "00 1A 7D DA 71"}},
                 "address: 6 bytes in hexadecimal were expected, not 5"},
         Refusal{"BytesTooMany", "bluetooth.set_address", {{"address", "00 1A 7D DA 71 13 00"}}, "not 7"},
-        Refusal{"BytesThatAreNone", "bluetooth.set_address", {{"address", "00 1A 7D DA 71 XX"}}, "are no bytes"},
+        Refusal{"BytesThatAreNone", "bluetooth.set_address", {{"address", "00 1A 7D DA 71 XX"}}, "is not hexadecimal"},
         Refusal{"RecordCutShort", "gps.set_satellites", {{"count", "1"}, {"satellites", "5"}}, "'5' is no record"},
         Refusal{"NumberOfARecordOutOfRange",
                 "gps.set_satellites",

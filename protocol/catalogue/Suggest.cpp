@@ -52,9 +52,9 @@ std::string noSuchGroup(Groups groups, std::string_view key, std::size_t dot)
     const std::vector<std::string_view> words(keys.begin(), keys.end());
     const std::string suggestion = didYouMean(key, words);
     if (!suggestion.empty()) {
-        return inQuotes(key) + " is no command" + suggestion;
+        return inQuotes(key) + " is not a command" + suggestion;
     }
-    return inQuotes(key) + " is no command" +
+    return inQuotes(key) + " is not a command" +
            (dot == std::string_view::npos ? "" : ": there is no group " + inQuotes(key.substr(0, dot))) +
            " (see 'catalogue list')";
 }
@@ -108,7 +108,7 @@ std::string noSuchCommand(Groups groups, std::string_view key)
                (commands.empty() ? "" : ", as in " + inQuotes(prefix + std::string(commands.front())));
     }
     const std::string_view word = nearest(key.substr(dot + 1), commands);
-    return inQuotes(key) + " is no command" +
+    return inQuotes(key) + " is not a command" +
            (word.empty() ? " (see 'catalogue list')" : "; did you mean " + inQuotes(prefix + std::string(word)) + "?");
 }
 

@@ -16,7 +16,7 @@ std::string_view nearest(std::string_view typed, std::span<const std::string_vie
 std::string didYouMean(std::string_view typed, std::span<const std::string_view> words);
 
 /// @returns what to tell somebody who wrote `key` where a GROUP.COMMAND stands, in one line:
-/// "'tuner.pla' is no command; did you mean 'tuner.play'?"
+/// "'tuner.pla' is not a command; did you mean 'tuner.play'?"
 std::string noSuchCommand(Groups groups, std::string_view key);
 
 }  // namespace protocol::catalogue

@@ -35,20 +35,20 @@ TEST(Suggest, NamesNothingForAWordUnlikeAll)
 
 TEST(NoSuchCommand, SaysWhatWasProbablyMeant)
 {
-    EXPECT_EQ(noSuchCommand(sample::kGroups, "tuner.pla"), "'tuner.pla' is no command; did you mean 'tuner.play'?");
-    EXPECT_EQ(noSuchCommand(sample::kGroups, "tunr.play"), "'tunr.play' is no command; did you mean 'tuner.play'?");
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "tuner.pla"), "'tuner.pla' is not a command; did you mean 'tuner.play'?");
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "tunr.play"), "'tunr.play' is not a command; did you mean 'tuner.play'?");
 }
 
 TEST(NoSuchCommand, SaysThatThereIsNoSuchGroup)
 {
     EXPECT_EQ(noSuchCommand(sample::kGroups, "radio.on"),
-              "'radio.on' is no command: there is no group 'radio' (see 'catalogue list')");
-    EXPECT_EQ(noSuchCommand(sample::kGroups, "radio"), "'radio' is no command (see 'catalogue list')");
+              "'radio.on' is not a command: there is no group 'radio' (see 'catalogue list')");
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "radio"), "'radio' is not a command (see 'catalogue list')");
 }
 
 TEST(NoSuchCommand, SuggestsNothingWhenTheGroupHasNothingLikeIt)
 {
-    EXPECT_EQ(noSuchCommand(sample::kGroups, "tuner.launch"), "'tuner.launch' is no command (see 'catalogue list')");
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "tuner.launch"), "'tuner.launch' is not a command (see 'catalogue list')");
 }
 
 TEST(NoSuchCommand, SaysHowACommandOfAGroupIsWritten)

@@ -1,6 +1,8 @@
 #include "protocol/toml/TableReader.h"
 
 #include <algorithm>
+#include <limits>
+#include <span>
 #include <tuple>
 #include <utility>
 
@@ -18,13 +20,25 @@ Problem at(const toml::source_position& place, std::string text)
     return {std::max<unsigned>(1, place.line), std::max<unsigned>(1, place.column), std::move(text)};
 }
 
-std::string joined(std::initializer_list<std::string_view> words)
+/// @returns `"next", "stop-group" or "stop"`.
+std::string alternatives(std::span<const std::string_view> words)
 {
     std::string list;
-    for (const auto word : words) {
-        list += (list.empty() ? "" : ", ") + std::string(word);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        list += i == 0 ? "" : i + 1 < words.size() ? ", " : " or ";
+        list += '"' + std::string(words[i]) + '"';
     }
     return list;
+}
+
+/// @returns "1", "0 to 255", "0 or more".
+std::string rangeText(std::int64_t minimum, std::int64_t maximum)
+{
+    const std::string text = std::to_string(minimum);
+    if (maximum == std::numeric_limits<std::int64_t>::max()) {
+        return text + " or more";
+    }
+    return minimum == maximum ? text : text + " to " + std::to_string(maximum);
 }
 
 /// Nested tables are taken apart by recursion, and each part of a key nests one more.
@@ -130,7 +144,7 @@ const toml::node* TableReader::look(std::string_view key, bool required, std::st
     const toml::node* found = table_.get(key);
     if (found == nullptr && required) {
         toml_file::report(problems_, table_,
-                          "the " + what_ + " has no " + inQuotes(key) + ": " + std::string(kind) + " is expected");
+                          "the " + what_ + " has no " + inQuotes(key) + ": expected " + std::string(kind));
     }
     return found;
 }
@@ -147,7 +161,7 @@ std::optional<std::string> TableReader::optionalText(std::string_view key)
         return std::nullopt;
     }
     if (!found->is_string()) {
-        toml_file::report(problems_, *found, inQuotes(key) + " is no text");
+        toml_file::report(problems_, *found, inQuotes(key) + ": expected a text");
         return std::nullopt;
     }
     return found->as_string()->get();
@@ -173,14 +187,14 @@ std::optional<std::int64_t> TableReader::integer(std::string_view key, bool requ
         return std::nullopt;
     }
     if (!found->is_integer()) {
-        toml_file::report(problems_, *found, inQuotes(key) + " is no integer");
+        toml_file::report(problems_, *found, inQuotes(key) + ": expected an integer");
         return std::nullopt;
     }
     const std::int64_t value = found->as_integer()->get();
     if (value < minimum || value > maximum) {
-        toml_file::report(problems_, *found,
-                          inQuotes(key) + " is " + std::to_string(value) + ", out of range " + std::to_string(minimum) +
-                              " to " + std::to_string(maximum));
+        toml_file::report(
+            problems_, *found,
+            inQuotes(key) + ": expected " + rangeText(minimum, maximum) + ", got " + std::to_string(value));
         return std::nullopt;
     }
     return value;
@@ -194,7 +208,7 @@ std::optional<double> TableReader::number(std::string_view key, bool required)
     }
     const auto value = found->is_number() ? found->value<double>() : std::nullopt;
     if (!value || *value != *value) {
-        toml_file::report(problems_, *found, inQuotes(key) + " is no number");
+        toml_file::report(problems_, *found, inQuotes(key) + ": expected a number");
         return std::nullopt;
     }
     return value;
@@ -207,7 +221,7 @@ bool TableReader::boolean(std::string_view key, bool otherwise)
         return otherwise;
     }
     if (!found->is_boolean()) {
-        toml_file::report(problems_, *found, inQuotes(key) + " is neither true nor false");
+        toml_file::report(problems_, *found, inQuotes(key) + ": expected true or false");
         return otherwise;
     }
     return found->as_boolean()->get();
@@ -216,7 +230,7 @@ bool TableReader::boolean(std::string_view key, bool otherwise)
 std::optional<std::size_t> TableReader::oneOf(std::string_view key, std::initializer_list<std::string_view> words,
                                               bool required)
 {
-    if (look(key, required, "one of " + joined(words)) == nullptr) {
+    if (look(key, required, alternatives(words)) == nullptr) {
         return std::nullopt;
     }
     const auto word = optionalText(key);
@@ -225,7 +239,7 @@ std::optional<std::size_t> TableReader::oneOf(std::string_view key, std::initial
     }
     const auto found = std::ranges::find(words, *word);
     if (found == words.end()) {
-        report(key, inQuotes(key) + " is " + inQuotes(*word) + ": one of " + joined(words) + " is expected");
+        report(key, inQuotes(key) + ": expected " + alternatives(words) + ", got \"" + *word + '"');
         return std::nullopt;
     }
     return static_cast<std::size_t>(found - words.begin());
@@ -238,7 +252,7 @@ const toml::table* TableReader::table(std::string_view key, bool required)
         return nullptr;
     }
     if (!found->is_table()) {
-        toml_file::report(problems_, *found, inQuotes(key) + " is no table");
+        toml_file::report(problems_, *found, inQuotes(key) + ": expected a table");
         return nullptr;
     }
     return found->as_table();
@@ -253,14 +267,14 @@ std::vector<const toml::table*> TableReader::tables(std::string_view key, bool r
     }
     if (!found->is_array()) {
         toml_file::report(problems_, *found,
-                          inQuotes(key) + " is no array of tables: [[" + std::string(key) + "]] is expected");
+                          inQuotes(key) + ": expected an array of tables, [[" + std::string(key) + "]]");
         return list;
     }
     for (const toml::node& element : *found->as_array()) {
         if (element.is_table()) {
             list.push_back(element.as_table());
         } else {
-            toml_file::report(problems_, element, inQuotes(key) + " holds something that is no table");
+            toml_file::report(problems_, element, inQuotes(key) + " holds something that is not a table");
         }
     }
     return list;
@@ -271,7 +285,7 @@ void TableReader::finish()
     const std::vector<std::string_view> words(known_.begin(), known_.end());
     for (const auto& [key, value] : table_) {
         if (!known_.contains(key.str())) {
-            problems_.push_back(at(key.source().begin, "the " + what_ + " knows no " + inQuotes(key.str()) +
+            problems_.push_back(at(key.source().begin, "the " + what_ + " has no key " + inQuotes(key.str()) +
                                                            catalogue::didYouMean(key.str(), words)));
         }
     }

@@ -32,7 +32,7 @@ void loadDefaults(Context& context, const toml::table* table, Plan& plan)
     if (table == nullptr) {
         return;
     }
-    TableReader reader(*table, "table of defaults", context.problems);
+    TableReader reader(*table, "section [defaults]", context.problems);
     context.timeout = loading::seconds(reader, "timeout", context.timeout, 0.001);
     context.retries = loading::count(reader, "retries", 0, 0);
     context.retryDelay = loading::seconds(reader, "retry_delay", context.retryDelay);
@@ -46,7 +46,7 @@ void loadLine(Context& context, const toml::table* table, Plan& plan)
     if (table == nullptr) {
         return;
     }
-    TableReader reader(*table, "table of line limits", context.problems);
+    TableReader reader(*table, "section [line]", context.problems);
     const auto limit = [&reader](std::string_view key) -> std::optional<std::size_t> {
         const auto most = reader.integer(key, false, 0);
         return most ? std::optional(static_cast<std::size_t>(*most)) : std::nullopt;

@@ -63,7 +63,7 @@ bool Reader::readBlock()
     // The same in either byte order.
     const bool section = got >= 4 && start.starts_with("\x0A\x0D\x0D\x0A");
     if (offset_ == 0 && !section) {
-        fail("no pcapng capture: it should begin with 0A 0D 0D 0A");
+        fail("not a pcapng capture: it should begin with 0A 0D 0D 0A");
     }
     if (got < kBlockHead) {
         fail("the file ends within a block");

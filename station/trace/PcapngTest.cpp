@@ -259,8 +259,9 @@ TEST(PcapngReader, PacketsOfOtherLinkTypesAreCountedAndPassedOver)
 
 TEST(PcapngReader, FileOfAnotherKindIsRefused)
 {
-    EXPECT_THAT(errorOf("2A A2 00 02 0F 01 FF EE"), AllOf(HasSubstr("trace.pcapng"), HasSubstr("no pcapng capture")));
-    EXPECT_THAT(errorOf(""), HasSubstr("no pcapng capture"));
+    EXPECT_THAT(errorOf("2A A2 00 02 0F 01 FF EE"),
+                AllOf(HasSubstr("trace.pcapng"), HasSubstr("not a pcapng capture")));
+    EXPECT_THAT(errorOf(""), HasSubstr("not a pcapng capture"));
 }
 
 TEST(PcapngReader, CutCaptureGivesWhatIsWholeAndThenTheOffsetOfTheBreak)

@@ -672,7 +672,7 @@ TEST_F(PlanProgramTest, BrokenPlanAndBrokenAnswersAreReportedWithTheirPlace)
     const auto ofAnswers = run(planRun(shipped("provision"), {"--answers", answers}));
 
     EXPECT_EQ(ofPlan.status, 2);
-    EXPECT_EQ(ofPlan.err, plan + ":6:19: 'tuner.pla' is no command; did you mean 'tuner.play'?\n");
+    EXPECT_EQ(ofPlan.err, plan + ":6:19: 'tuner.pla' is not a command; did you mean 'tuner.play'?\n");
     EXPECT_EQ(ofAnswers.status, 2);
     EXPECT_THAT(linesOf(ofAnswers.err),
                 ElementsAre(HasSubstr(":1:1: the plan has no question 'hu-serail'; did you mean 'hu-serial'?"),

@@ -254,7 +254,7 @@ TEST_P(MonitorRefuses, InOneLineWithStatusTwo)
 INSTANTIATE_TEST_SUITE_P(
     StationMonitor, MonitorRefuses,
     testing::Values(Refused{"FilterThatIsNone", {"--filter", "tunre"}, "did you mean 'tuner'?"},
-                    Refused{"CaptureThatIsNone", {"--replay", "TEXT"}, "byte 0: no pcapng capture"},
+                    Refused{"CaptureThatIsNone", {"--replay", "TEXT"}, "byte 0: not a pcapng capture"},
                     Refused{"CaptureThatIsNotThere", {"--replay", "/no/such/file"}, "/no/such/file"},
                     Refused{"CaptureThatCannotBeMade", {"--pcapng", "/no/such/file"}, "/no/such/file"},
                     Refused{"ReplayOfAPort", {"--replay", "TEXT", "--port", "/dev/null"}, "--replay"}),

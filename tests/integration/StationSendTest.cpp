@@ -345,7 +345,7 @@ TEST_P(SendMistakeTest, IsOneLineThatSaysWhatWouldBeRightWithStatusTwo)
 INSTANTIATE_TEST_SUITE_P(
     StationSend, SendMistakeTest,
     testing::Values(
-        Mistake{"MistypedCommand", {"tuner.pla"}, "'tuner.pla' is no command; did you mean 'tuner.play'?"},
+        Mistake{"MistypedCommand", {"tuner.pla"}, "'tuner.pla' is not a command; did you mean 'tuner.play'?"},
         Mistake{"GroupOnly", {"tuner"}, "'tuner' is a group; a command of it is written GROUP.COMMAND, as in 'tuner."},
         Mistake{"MistypedParameter", {"tuner.play", "frequenzy=8750"}, "did you mean 'frequency'?"},
         Mistake{"MissingParameter", {"tuner.play"}, "tuner.play: frequency=… is missing"},
@@ -355,8 +355,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"ValueOutOfRangeBeforeItIsScaled", {"tuner.play", "frequency=742.86MHz"}, "is out of range"},
         Mistake{"MistypedOption", {"tuner.frequency", "--tiemout", "1"}, "did you mean '--timeout'?"},
         Mistake{"NothingComesLater", {"tuner.frequency", "--wait-later"}, "has no later reply to tuner.frequency"},
-        Mistake{"LineBreakInAnArgument", {"tuner.play\nframe"}, "is no command"},
-        Mistake{"EmptyWord", {""}, "'' is no command"}),
+        Mistake{"LineBreakInAnArgument", {"tuner.play\nframe"}, "is not a command"},
+        Mistake{"EmptyWord", {""}, "'' is not a command"}),
     [](const auto& row) { return row.param.name; });
 
 }  // namespace
