@@ -647,7 +647,7 @@ void addIdentity(Tool& tool)
         "free one. --range and --mac-block give it the next free value of a range. The station's registry knows which "
         "value went to which unit, on the disk before anything is written: no factory serial, head-unit serial or "
         "address is ever given to a second unit, whatever happens; a second try gets the same values. A unit is known "
-        "by the serial number that it has; before it has one, by --unit. Values that a unit has had are given again "
+        "by the serial number that it has; before it has one, by --unit. Values that were sent to a unit are given again "
         "only to one that holds one of them, or with --again, or to the board that replaces it with --reissue.\n"
         "\n"
         "What was done is added to a journal, one JSON object a line.");

@@ -423,8 +423,7 @@ struct Registry::Impl {
     /// What is known of the unit on the line.
     struct Known {
         UnitId unit = kNobody;
-        bool shown = false;    // it holds something that it was given
-        bool byLabel = false;  // nothing else tells who it is
+        bool shown = false;  // it holds something that it was given
     };
 
     /// @returns the unit's values that tell it from others, the serial number first.
@@ -468,7 +467,7 @@ struct Registry::Impl {
         const std::string label = known.unit == kNobody ? "" : labelOf(known.unit);
         const bool other = known.unit != kNobody && known.unit != labelled && (labelled != kNobody || !label.empty());
         if (labelled != kNobody && !line.reissue.empty()) {
-            return {labelled, false, true};
+            return {labelled, false};
         }
         if (other) {
             throw NotGiven("this is not unit " + line.label + ": it holds " + by + ", which belongs to unit " +
@@ -484,7 +483,7 @@ struct Registry::Impl {
                                ", and unit " + line.label + " was given " + given);
             }
         }
-        return {labelled, false, true};
+        return {labelled, false};
     }
 
     /// Refuses to give a unit's values, which are told as `what`, to what may be another one.
@@ -494,12 +493,12 @@ struct Registry::Impl {
             return;
         }
         for (const auto& [value, owner] : valuesOf(known.unit)) {
-            const bool used = owner.state == State::kWritten || owner.state == State::kVerified ||
-                              (owner.state == State::kSending && !known.byLabel);
-            if (used) {
-                throw NotGiven("unit " + nameOf(known.unit) + " was given " + what +
-                               " and has had its values; the one on the line holds none of them: give another --unit, "
-                               "or --again when it is the same unit and its memory was erased");
+            // One that is on its way may have arrived when the station was killed.
+            if (isGiven(owner.state) && owner.state != State::kReserved) {
+                throw NotGiven(
+                    "unit " + nameOf(known.unit) + " was given " + what +
+                    " and may have had its values; the one on the line holds none of them: give another --unit, "
+                    "or --again when it is the same unit and its memory was erased");
             }
         }
     }
@@ -923,7 +922,7 @@ std::pair<UnitId, bool> Registry::send(const Record& record, std::string_view va
                        my.nameOf(*before));
     }
     if (before) {
-        known = {*before, true, false};
+        known = {*before, true};
     }
     const std::string text = registryText(record, value);
     const Impl::Claim claim = my.judge(known, unit, record, text);

@@ -58,7 +58,7 @@ protected:
     std::string serialFor(const UnitOnLine& unit) { return reserve(unit).row.values.at("factory-serial"); }
 
     /// Gives a unit its row and sends all of it; the unit dies before anything is read back.
-    UnitId sendRow(const UnitOnLine& unit)
+    Registry::Grant sendRow(const UnitOnLine& unit)
     {
         const auto registry = open();
         const auto grant = registry->reserve(table, unit, {}, false);
@@ -67,14 +67,15 @@ protected:
                 registry->send(record(name), value, unit, grant.unit);
             }
         }
-        return grant.unit;
+        return grant;
     }
 
     /// The same, and the unit has all of it.
     void use(const UnitOnLine& unit, State state = State::kVerified)
     {
-        const UnitId id = sendRow(unit);
-        open()->conclude(id, std::vector<Registry::Arrival>{{&record("factory-serial"), serialFor(unit), state}});
+        const auto grant = sendRow(unit);
+        open()->conclude(grant.unit, std::vector<Registry::Arrival>{
+                                         {&record("factory-serial"), grant.row.values.at("factory-serial"), state}});
     }
 
     template <class Work>
@@ -313,12 +314,21 @@ TEST_F(RegistryTest, UnitThatDiesBeforeItsReadBackLeavesItsRowToNobodyElse)
     EXPECT_EQ(serialFor({"U2"}), "SN2");
 }
 
+TEST_F(RegistryTest, ValuesOnTheirWayAreNotGivenToAnotherUnitThatIsCalledTheSame)
+{
+    sendRow({"U1"});
+
+    EXPECT_THAT(refusal({"U1"}), AllOf(HasSubstr("unit U1 was given"), HasSubstr("--again")));
+    EXPECT_EQ(reserve({"U1", {{"carplay-mac", "001122334455"}}}).row.line, 2u);
+    EXPECT_EQ(reserve({"U1", {}, true}).row.line, 2u);
+}
+
 TEST_F(RegistryTest, LastLineOfALedgerThatLostItsEndCounts)
 {
     ledger(kReservedU1);
 
     EXPECT_EQ(serialFor({"U2"}), "SN2");
-    EXPECT_EQ(serialFor({"U1"}), "SN1");
+    EXPECT_EQ(serialFor({"U1", {}, true}), "SN1");
 }
 
 TEST_F(RegistryTest, LastLineOfALedgerThatCannotBeReadStopsTheImport)
@@ -475,7 +485,7 @@ TEST_F(RegistryTest, LedgersThatGaveOneValueTwiceAreImportedAndItStaysWithTheFir
     EXPECT_EQ(open()->importLedger(csv + ".ledger"), 2u);
 
     EXPECT_EQ(open()->importLedger(csv + ".ledger"), 0u);
-    EXPECT_EQ(serialFor({"U1"}), "SN1");
+    EXPECT_EQ(serialFor({"U1", {}, true}), "SN1");
 }
 
 TEST_F(RegistryTest, ValuesOfAFileThatUnitsHaveAreImported)

@@ -507,6 +507,7 @@ TEST_F(PlayedUnitTest, StationThatIsKilledLeavesTheRowToItsUnit)
     EXPECT_EQ(process.wait(), 128 + SIGKILL);
     startService();
 
+    EXPECT_THAT(linesOf(identity({"write", "--csv", file, "--unit", "U1"}).err), ElementsAre(HasSubstr("--again")));
     const auto other = identity({"write", "--csv", file, "--unit", "U2"});
     EXPECT_EQ(other.status, 0) << other.err;
     EXPECT_EQ(stored("factory_serial_num"), "SN2");
