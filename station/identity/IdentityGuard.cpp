@@ -1,6 +1,8 @@
 #include "station/identity/IdentityGuard.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
@@ -76,8 +78,36 @@ IdentityGuard::~IdentityGuard()
     }
 }
 
+/// @returns false when another unit is on the line than the one that was sent the last value, with no loss between.
+bool IdentityGuard::holdsWitness(Connection& connection)
+{
+    const auto& [record, value] = witness_;
+    if (record == nullptr) {
+        return true;
+    }
+    const auto held = read(connection, *record);
+    return held && registryText(*record, *held) == registryText(*record, value);
+}
+
+void IdentityGuard::concludeVerified()
+{
+    std::vector<Registry::Arrival> verified;
+    std::ranges::copy_if(sent_, std::back_inserter(verified),
+                         [](const Registry::Arrival& one) { return one.state == State::kVerified; });
+    if (verified.empty()) {
+        return;
+    }
+    try {
+        registry_->conclude(*unit_, verified);
+        std::erase_if(sent_, [](const Registry::Arrival& one) { return one.state == State::kVerified; });
+    } catch (const RegistryError&) {
+        // There is another time at the connection's end.
+    }
+}
+
 bool IdentityGuard::check(Connection& connection, const protocol::Frame& command)
 {
+    concludeVerified();
     const auto found = std::ranges::find_if(records_, [&](const Record& record) {
         return record.write->cmdOne == command.cmdOne && record.write->cmdTwo == command.cmdTwo;
     });
@@ -85,7 +115,10 @@ bool IdentityGuard::check(Connection& connection, const protocol::Frame& command
         return false;
     }
     const std::string value(command.params.begin(), command.params.end());
-    std::string objection = rules_.objection(*found, value);
+    std::string objection = mangled(*found, value);
+    if (objection.empty()) {
+        objection = rules_.objection(*found, value);
+    }
     if (objection.empty() && !terms_.allowAnyAddress) {
         objection = reservedAddress(*found, value);
     }
@@ -100,7 +133,7 @@ bool IdentityGuard::check(Connection& connection, const protocol::Frame& command
             registry_ = open_();
         }
         const auto known = unit_ ? unit_ : terms_.unit;
-        lost_ = lost_ && known;
+        lost_ = known && (lost_ || !holdsWitness(connection));
         const bool same = known && !lost_;
         const UnitOnLine line{terms_.label, readHeld(connection, records_, rules_, *found, same), terms_.erased,
                               terms_.reissue};
@@ -110,6 +143,11 @@ bool IdentityGuard::check(Connection& connection, const protocol::Frame& command
             sent_.clear();
         }
         unit_ = unit;
+        if (!found->presenceOnly) {
+            witness_ = {&*found, value};
+        } else if (lost_) {
+            witness_ = {};
+        }
         lost_ = false;
         if (gives) {
             sent_.push_back({&*found, value, State::kSending});

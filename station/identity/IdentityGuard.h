@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "station/Connection.h"
@@ -39,6 +40,9 @@ public:
     void on(const TraceEvent& event) override;
 
 private:
+    bool holdsWitness(Connection& connection);
+    void concludeVerified();
+
     Records records_;
     const UnitRules& rules_;
     const GuardTerms& terms_;
@@ -46,6 +50,8 @@ private:
     std::unique_ptr<Registry> registry_;
     std::optional<UnitId> unit_;
     bool lost_ = false;
+    /// The value that was sent last, of those that can be read: a unit that does not hold it is another one.
+    std::pair<const Record*, std::string> witness_;
     std::vector<Registry::Arrival> sent_;
 };
 

@@ -9,7 +9,9 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "station/WireBytes.h"
+#include "station/identity/IdentityGuard.h"
 #include "tests/support/PtyPeer.h"
+#include "tests/support/TempDir.h"
 
 namespace station::identity {
 namespace {
@@ -73,6 +75,9 @@ private:
                 break;
             case 0x11:
                 stored[0x12] = store(text);
+                break;
+            case 0x13:
+                stored[0x14] = store(text);
                 break;
             case 0x15:
                 stored[0x16] = store(text);
@@ -297,6 +302,74 @@ TEST_F(ProvisionTest, LineThatGoesWhileAValueIsWrittenIsALinkError)
     };
 
     EXPECT_THROW(write({{&serial, "SN1"}}), LinkError);
+}
+
+/// A unit on a line that the registry guards.
+class GuardedUnitTest : public testing::Test
+{
+protected:
+    GuardedUnitTest()
+    {
+        Connection::guardBy(
+            [this] { return std::make_unique<IdentityGuard>(all, rules, terms, [this] { return open(); }); });
+        connection.emplace(PortSpec{peer.line.path()}, Connection::Options{.reconnect = 0ms, .trace = &peer});
+        peer.testMode = true;
+    }
+    ~GuardedUnitTest() override { Connection::guardBy({}); }
+
+    std::unique_ptr<Registry> open(Registry::Access access = Registry::Access::kGive)
+    {
+        return std::make_unique<Registry>(directory.path() / "registry.sqlite", all, rules, nullptr, access);
+    }
+
+    void send(std::string_view name, const std::string& value)
+    {
+        connection->send(writeFrame(require(all, name), value));
+    }
+
+    /// @returns "VALUE STATE" of all that the registry has.
+    std::vector<std::string> values()
+    {
+        std::vector<std::string> told;
+        open(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {
+            told.push_back(entry.value + " " + name(entry.state));
+        });
+        return told;
+    }
+
+    tests::TempDir directory;
+    std::vector<Record> all = records(protocol::catalogue::groups());
+    UnitRules rules;
+    GuardTerms terms;
+    ScriptedUnit peer;
+    std::optional<Connection> connection;
+};
+
+TEST_F(GuardedUnitTest, UnitThatIsSwappedWithoutALossDoesNotGetTheValuesOfTheOneBefore)
+{
+    terms.label = "U1";
+    send("hu-serial", "HU7");
+    send("carplay-mac", "001A7D000001");
+    const std::size_t before = peer.writes();
+
+    peer.stored.clear();
+
+    for (const auto& [record, value] : {std::pair{"hu-serial", "HU7"}, {"carplay-mac", "001A7D000001"}}) {
+        EXPECT_THROW(send(record, value), NotSent) << record;
+    }
+    EXPECT_EQ(peer.writes(), before);
+    EXPECT_THAT(peer.stored, testing::IsEmpty());
+}
+
+TEST_F(GuardedUnitTest, ValueThatWasReadBackIsVerifiedWhenTheNextFrameLeaves)
+{
+    send("hu-serial", "HU7");
+    EXPECT_THAT(values(), ElementsAre("HU7 sending"));
+
+    send("carplay-mac", "001A7D000001");
+    connection->send({0x0F, 0xFF, {}});
+
+    EXPECT_THAT(values(), ElementsAre("001A7D000001 sending", "HU7 verified"));
 }
 
 }  // namespace

@@ -10,7 +10,6 @@ namespace station::identity {
 namespace {
 
 constexpr std::size_t kAddressDigits = 12;
-constexpr std::string_view kHex = "hex:";
 
 /// @returns the 12 digits of an address, in capitals; empty for what is not one.
 std::string digitsOf(std::string_view value)
@@ -98,6 +97,19 @@ std::string reservedAddress(const Record& record, std::string_view value)
     return kind == nullptr ? ""
                            : std::string(record.name) + ": expected the address of one device, got " + digits +
                                  ", which is " + kind;
+}
+
+std::string mangled(const Record& record, std::string_view value)
+{
+    const char* expected = nullptr;
+    if (record.isAddress() && (value.size() != kAddressDigits || digitsOf(value).empty())) {
+        expected = "12 hexadecimal digits";
+    } else if (record.unique && value.find_first_of("\r\n") != std::string_view::npos) {
+        expected = "a value without a line end";
+    }
+    return expected == nullptr
+               ? ""
+               : std::string(record.name) + ": expected " + expected + ", got " + registryText(record, value);
 }
 
 std::string registryText(const Record& record, std::string_view value)

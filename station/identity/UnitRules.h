@@ -34,6 +34,13 @@ struct UnitRules {
 /// what is not an address.
 std::string reservedAddress(const Record& record, std::string_view value);
 
+/// @returns why the unit would keep another value of a unique record than the one that is sent, of which it takes the
+/// first 12 characters of an address and what stands behind the last line end; empty when it keeps this one.
+std::string mangled(const Record& record, std::string_view value);
+
+/// What stands before the digits of bytes that are not text.
+inline constexpr std::string_view kHex = "hex:";
+
 /// @returns the value as the registry keeps it: an address as 12 capital digits; other bytes as they are when they are
 /// printable UTF-8, else "hex:" and their digits. Different values have different texts.
 std::string registryText(const Record& record, std::string_view value);
