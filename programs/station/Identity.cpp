@@ -371,7 +371,11 @@ private:
     void addRange(identity::ValueRange range)
     {
         refuseSecond(*range.record);
-        check(*range.record, range.value(range.first + (range.first < range.last ? 1 : 0)), "");
+        // The first address of a block may be the one of all zeros, which is passed over.
+        const auto first = range.first + (range.record->isAddress() && range.first < range.last ? 1 : 0);
+        for (const auto number : {first, range.last}) {
+            check(*range.record, range.value(number), "");
+        }
         ranges_.push_back(std::move(range));
     }
 
@@ -647,7 +651,8 @@ void addIdentity(Tool& tool)
         "free one. --range and --mac-block give it the next free value of a range. The station's registry knows which "
         "value went to which unit, on the disk before anything is written: no factory serial, head-unit serial or "
         "address is ever given to a second unit, whatever happens; a second try gets the same values. A unit is known "
-        "by the serial number that it has; before it has one, by --unit. Values that were sent to a unit are given again "
+        "by the serial number that it has; before it has one, by --unit. Values that were sent to a unit are given "
+        "again "
         "only to one that holds one of them, or with --again, or to the board that replaces it with --reissue.\n"
         "\n"
         "What was done is added to a journal, one JSON object a line.");
@@ -658,7 +663,8 @@ void addIdentity(Tool& tool)
     verb->add_option(
             "--reissue", writing->reissue,
             "Give the values of another unit to the board that replaces it; why is kept in registry and journal")
-        ->type_name("REASON");
+        ->type_name("REASON")
+        ->check([](const std::string& reason) { return std::string(reason.empty() ? "expected a reason" : ""); }, "");
     verb->add_option("--range", writing->ranges, "Take the next free value: factory-serial=SN{000100..000999}")
         ->type_name("RECORD=RANGE")
         ->allow_extra_args(false)

@@ -67,10 +67,13 @@ int who(Tool& tool, const std::string& value)
 
 int importFile(Tool& tool, const std::string& path)
 {
+    if (path == "-") {
+        throw WrongUse("expected a file to import, got standard input: a ledger is changed, too");
+    }
     const std::string text = readInput(path, tool.interrupt);
     const auto registry = tool.station->openRegistry();
     std::size_t fresh = 0;
-    if (text.starts_with("{")) {
+    if (text.starts_with("{") || path.ends_with(".ledger")) {
         fresh = registry->importLedger(path);
     } else {
         try {

@@ -16,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "protocol/catalogue/HexBytes.h"
 #include "station/ClockText.h"
 #include "station/identity/LedgerFile.h"
 #include "station/identity/Sqlite.h"
@@ -224,6 +225,15 @@ State stateOf(const std::string& text)
 bool isGiven(State state)
 {
     return state != State::kSeen && state != State::kBlocked;
+}
+
+/// @returns the bytes of a value that is spelled as the registry lists it, "hex:8081"; any other as it is.
+std::string bytesOf(const std::string& spelled)
+{
+    const auto bytes = spelled.starts_with(kHex)
+                           ? protocol::catalogue::parseHexBytes(std::string_view(spelled).substr(kHex.size()))
+                           : std::nullopt;
+    return bytes && !bytes->empty() ? std::string(bytes->begin(), bytes->end()) : spelled;
 }
 
 std::string shown(std::string_view record, const std::string& value)
@@ -574,7 +584,7 @@ struct Registry::Impl {
         }
         throw NotGiven(shown(record.name, text) + " has been given to unit " + nameOf(owner->unit) +
                        (owner->state == State::kSeen ? ", which was seen with it" : "") +
-                       "; --reissue REASON gives it to a board that replaces that unit's");
+                       "; 'identity write --reissue REASON' gives it to a board that replaces that unit's");
     }
 
     /// Reserves what was judged.
@@ -978,7 +988,7 @@ void Registry::list(const std::function<void(const Entry&)>& tell, const std::op
     for (const Record& record : my.records) {
         if (record.unique && std::ranges::find(done, record.space) == done.end()) {
             done.push_back(record.space);
-            tellAll(my.database->prepare(kOne, record.space, registryText(record, *value)));
+            tellAll(my.database->prepare(kOne, record.space, registryText(record, bytesOf(*value))));
         }
     }
 }
@@ -992,12 +1002,17 @@ void Registry::block(const std::string& value, const std::string& reason)
     for (const Record& record : my.records) {
         std::string text;
         try {
-            text = record.unique ? registryText(record, normalise(record, value)) : "";
+            const std::string bytes = bytesOf(value);
+            text = record.unique ? registryText(record, bytes == value ? normalise(record, value) : bytes) : "";
         } catch (const std::invalid_argument&) {
             continue;
         }
         if (text.empty() || std::ranges::find(done, record.space) != done.end()) {
             continue;
+        }
+        if (my.rules.isPlaceholder(record, bytesOf(value))) {
+            throw NotGiven("'" + value + "' means that a unit has no " + std::string(record.name) +
+                           ": it belongs to nobody, and blocking it would keep it from no unit");
         }
         done.push_back(record.space);
         if (const auto owner = my.ownerOf(record.space, text); owner && owner->state != State::kBlocked) {
@@ -1018,6 +1033,9 @@ std::size_t Registry::importLedger(const std::string& path)
 {
     Impl& my = *impl_;
     my.refuseCopy();
+    if (!fs::exists(path)) {
+        throw RegistryError(path + ": there is no such file");
+    }
     LedgerFile ledger(path, my.interrupt, true);
     my.refuseForeign(ledger, path);
     Transaction transaction(*my.database);

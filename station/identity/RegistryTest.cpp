@@ -392,6 +392,29 @@ TEST_F(RegistryTest, SerialsThatAreNotTextAreKeptAsHexadecimalAndMatchAgain)
     EXPECT_TRUE(send("hu-serial", "hex:C32801", {"U2"}));
 }
 
+TEST_F(RegistryTest, ValueIsFoundAndBlockedInTheSpellingInWhichItIsListed)
+{
+    send("hu-serial", "\x80\x81", {"U1"});
+    const auto found = [&](const std::string& spelled) {
+        std::vector<std::string> told;
+        open(Registry::Access::kLook)
+            ->list([&](const Registry::Entry& entry) { told.push_back(entry.value + " " + entry.unit); }, spelled);
+        return told;
+    };
+
+    EXPECT_THAT(found("hex:8081"), ElementsAre("hex:8081 U1"));
+    EXPECT_THAT(refusal([&] { open()->block("hex:8081", ""); }), HasSubstr("hex:8081 has been given to unit U1"));
+
+    open()->block("hex:8082", "scrapped");
+    EXPECT_THAT(refusal([&] { send("hu-serial", "\x80\x82", {"U2"}); }), HasSubstr("hex:8082 is blocked: scrapped"));
+}
+
+TEST_F(RegistryTest, PlaceholderIsNotBlocked)
+{
+    EXPECT_THAT(refusal([&] { open()->block("00000000", ""); }), HasSubstr("'00000000' means that a unit has no"));
+    EXPECT_THAT(states(), IsEmpty());
+}
+
 TEST_F(RegistryTest, WritingBackWhatTheUnitHoldsGivesNothingAndIsSeen)
 {
     EXPECT_FALSE(send("hu-serial", "HU7", {"", {{"hu-serial", "HU7"}}}));
@@ -486,6 +509,15 @@ TEST_F(RegistryTest, LedgersThatGaveOneValueTwiceAreImportedAndItStaysWithTheFir
 
     EXPECT_EQ(open()->importLedger(csv + ".ledger"), 0u);
     EXPECT_EQ(serialFor({"U1", {}, true}), "SN1");
+}
+
+TEST_F(RegistryTest, EmptyLedgerIsImportedAndOneThatIsNotThereIsNotMade)
+{
+    ledger("");
+
+    EXPECT_EQ(open()->importLedger(csv + ".ledger"), 0u);
+    EXPECT_THAT(error([&] { open()->importLedger(csv + ".other"); }), HasSubstr("there is no such file"));
+    EXPECT_FALSE(std::filesystem::exists(csv + ".other"));
 }
 
 TEST_F(RegistryTest, ValuesOfAFileThatUnitsHaveAreImported)
@@ -747,6 +779,8 @@ INSTANTIATE_TEST_SUITE_P(
                     WrongRange{"Address", false, "carplay-mac={1..2}", "--mac-block"},
                     WrongRange{"SerialBlock", true, "hu-serial=001A7D000000/24", "ADDRESS/BITS"},
                     WrongRange{"NoBits", true, "carplay-mac=001A7D000000", "ADDRESS/BITS"},
+                    WrongRange{"TooWideBlock", true, "carplay-mac=000000000000/7", "BITS from 8 to 48"},
+                    WrongRange{"MulticastBlock", true, "carplay-mac=01005E000000/24", "multicast"},
                     WrongRange{"InsideOfBlock", true, "carplay-mac=001A7D000001/24", "first address of the block"},
                     WrongRange{"ShortAddress", true, "carplay-mac=001A7D/24", "12 hexadecimal digits"}),
     [](const auto& row) { return row.param.name; });

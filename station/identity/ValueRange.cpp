@@ -12,6 +12,9 @@ namespace {
 
 constexpr int kAddressBits = 48;
 constexpr int kAddressDigits = 12;
+/// All addresses of a block are multicast, or none is.
+constexpr std::uint64_t kFewestBits = 8;
+constexpr std::uint64_t kMulticast = std::uint64_t{1} << 40;
 /// What 64 bits hold in any case.
 constexpr std::size_t kMostDigits = 18;
 
@@ -95,8 +98,9 @@ ValueRange parseMacBlock(Records records, std::string_view text)
     const Record& record = takeRecord(records, text, kExample);
     const auto slash = text.find('/');
     const auto bits = slash == std::string_view::npos ? std::nullopt : numberIn(text.substr(slash + 1), 10);
-    if (!record.isAddress() || !bits || *bits > kAddressBits || *bits == 0) {
-        throw std::invalid_argument("expected " + std::string(kExample) + ", got '" + whole + "'");
+    if (!record.isAddress() || !bits || *bits > kAddressBits || *bits < kFewestBits) {
+        throw std::invalid_argument("expected " + std::string(kExample) + ", BITS from " + std::to_string(kFewestBits) +
+                                    " to " + std::to_string(kAddressBits) + ", got '" + whole + "'");
     }
     const std::string address = normalise(record, text.substr(0, slash));
     const std::uint64_t first = *numberIn(address, 16);
@@ -105,6 +109,10 @@ ValueRange parseMacBlock(Records records, std::string_view text)
         throw std::invalid_argument("'" + whole +
                                     "': expected the first address of the block, with nothing behind its " +
                                     std::to_string(*bits) + " bits");
+    }
+    if ((first & kMulticast) != 0) {
+        throw std::invalid_argument("'" + whole +
+                                    "': expected a block of single devices' addresses, got multicast ones");
     }
     return {&record, "", "", first, first + size - 1, kAddressDigits, 16};
 }

@@ -28,7 +28,8 @@ struct ValueRange {
 /// Reads "factory-serial=SN{000100..000999}". Throws std::invalid_argument.
 ValueRange parseRange(Records records, std::string_view text);
 
-/// Reads "carplay-mac=001A7D000000/24": the addresses whose first 24 bits are these. Throws std::invalid_argument.
+/// Reads "carplay-mac=001A7D000000/24": the addresses whose first 24 bits are these; at least 8 bits, and no multicast
+/// addresses. Throws std::invalid_argument.
 ValueRange parseMacBlock(Records records, std::string_view text);
 
 }  // namespace station::identity

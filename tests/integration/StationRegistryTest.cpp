@@ -162,6 +162,7 @@ TEST_F(StationRegistryTest, ReplacedBoardGetsItsUnitsValuesWithAReason)
     ASSERT_EQ(station({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1"}).status, 0);
 
     EXPECT_EQ(atOther({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1"}).status, 1);
+    EXPECT_EQ(atOther({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1", "--reissue", ""}).status, 2);
     EXPECT_EQ(
         atOther({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1", "--reissue", "board replaced"}).status,
         0);
@@ -187,6 +188,26 @@ TEST_F(StationRegistryTest, AddressThatNoDeviceHasIsWrittenOnlyOnDemandAndJourna
     EXPECT_THAT(json::parse(journal)["waived"], HasSubstr("--allow-any: carplay-mac: "));
 }
 
+TEST_F(StationRegistryTest, BytesOfWhichTheUnitWouldKeepAnotherValueAreNotSent)
+{
+    startUnits();
+
+    // "X\nSN1": the unit reads back what stands behind the line end.
+    EXPECT_THAT(station({"send", "0A", "02", "58", "0A", "53", "4E", "31"}).err,
+                HasSubstr("factory-serial: expected a value without a line end, got hex:580A534E31"));
+    // 13 digits, multicast: the unit takes the first 12 of them.
+    for (const std::string writer : {"10", "11"}) {
+        EXPECT_THAT(station({"send", "0A", writer, "30", "31", "30", "30", "35", "45", "30", "30", "30", "30", "30",
+                             "31", "31"})
+                        .err,
+                    HasSubstr(": expected 12 hexadecimal digits, got 01005E0000011"));
+    }
+
+    EXPECT_EQ(stored("factory_serial_num", "root"), "");
+    EXPECT_EQ(stored("cp_mac_address", "root"), "");
+    EXPECT_EQ(stored("bt_mac_address_for_query", "root"), "");
+}
+
 TEST_F(StationRegistryTest, PatternOfTheStationHoldsForEverySender)
 {
     startUnits();
@@ -196,6 +217,14 @@ TEST_F(StationRegistryTest, PatternOfTheStationHoldsForEverySender)
     EXPECT_THAT(station({"identity", "write", "--set", "hu-serial=HU7"}).err, HasSubstr(expected));
     EXPECT_THAT(station({"send", "0A", "13", "48", "55", "37"}).err, HasSubstr(expected));
     EXPECT_EQ(station({"identity", "write", "--set", "hu-serial=HU000001"}).status, 0);
+}
+
+TEST_F(StationRegistryTest, PatternHoldsForBothEndsOfARange)
+{
+    environment()["ENGINEERING_STATION"] = file("station.toml", "[records.hu-serial]\npattern = \"HU[2-8]\"\n");
+
+    EXPECT_THAT(station({"identity", "write", "--range", "hu-serial=HU{1..8}"}).err, HasSubstr("got HU1"));
+    EXPECT_THAT(station({"identity", "write", "--range", "hu-serial=HU{2..9}"}).err, HasSubstr("got HU9"));
 }
 
 TEST_F(StationRegistryTest, RegistryIsListedAskedFilledAndBlocked)
@@ -213,6 +242,15 @@ TEST_F(StationRegistryTest, RegistryIsListedAskedFilledAndBlocked)
     EXPECT_THAT(station({"identity", "registry", "who", "001A7D000002"}).out,
                 AllOf(HasSubstr("blocked"), HasSubstr("laboratory")));
     EXPECT_EQ(station({"identity", "registry", "who", "SN9"}).status, 1);
+}
+
+TEST_F(StationRegistryTest, OnlyFilesThatAreThereAreImported)
+{
+    const std::string empty = file("units.csv.ledger", "");
+
+    EXPECT_EQ(station({"identity", "registry", "import", empty}).out, empty + ": 0 values new in the registry\n");
+    EXPECT_EQ(station({"identity", "registry", "import", "-"}).status, 2);
+    EXPECT_FALSE(std::filesystem::exists("-"));
 }
 
 TEST_F(StationRegistryTest, CopiedRegistryGivesNothingUntilItIsAdopted)
