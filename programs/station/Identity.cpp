@@ -78,16 +78,6 @@ ordered_json toJson(const Stored& stored, const Record& record)
             {"controller", stored.value.empty() ? ordered_json(nullptr) : ordered_json(stored.value)}};
 }
 
-ordered_json toJson(const Done& done)
-{
-    return {{"type", "record"},
-            {"record", done.record->name},
-            {"old", toJson(done.before, *done.record)},
-            {"new", done.wanted},
-            {"read", toJson(done.after, *done.record)},
-            {"result", name(done.result)}};
-}
-
 /// Masks the value of a secret record; the journal has it as it is.
 void mask(std::string& value, const Record& record)
 {
@@ -102,6 +92,22 @@ Done masked(Done done)
         mask(*value, *done.record);
     }
     return done;
+}
+
+/// @returns the result for readers of JSON, secrets masked.
+ordered_json toJson(const Done& shown)
+{
+    const Done done = masked(shown);
+    ordered_json object{{"type", "record"},
+                        {"record", done.record->name},
+                        {"old", toJson(done.before, *done.record)},
+                        {"new", done.wanted},
+                        {"read", toJson(done.after, *done.record)},
+                        {"result", name(done.result)}};
+    if (catalogue::hasSecret(*done.record->write)) {
+        object["masked"] = true;
+    }
+    return object;
 }
 
 /// A conversation with the unit on the port, in auto-test mode.
@@ -184,10 +190,12 @@ int read(const Options& options, Tool& tool)
     }
     return Session(options, tool).run([&](identity::UnitIdentity& unit) {
         ordered_json object = ordered_json::object();
+        bool anyMasked = false;
         for (const Record* record : chosen) {
             Stored stored = unit.read(*record);
             if (!options.showSecrets) {
                 mask(stored.value, *record);
+                anyMasked = anyMasked || catalogue::hasSecret(*record->write);
             }
             if (tool.json) {
                 object[std::string(record->name)] = toJson(stored, *record);
@@ -202,7 +210,11 @@ int read(const Options& options, Tool& tool)
             std::fflush(stdout);
         }
         if (tool.json) {
-            printJson({{"records", std::move(object)}});
+            ordered_json told{{"records", std::move(object)}};
+            if (anyMasked) {
+                told["masked"] = true;
+            }
+            printJson(std::move(told));
         }
         return kPassed;
     });
@@ -304,6 +316,9 @@ public:
     /// @returns what the user waived for a value, in words; empty for nothing.
     std::string waived(const Done& done) const
     {
+        if (done.result == Result::kUnchanged || done.result == Result::kRefused || done.result == Result::kSkipped) {
+            return {};
+        }
         std::string text = options_.allowAny ? identity::reservedAddress(*done.record, done.wanted) : "";
         if (!text.empty()) {
             text = "--allow-any: " + text;
@@ -315,6 +330,9 @@ public:
     }
 
     const std::string& unit() const { return unit_; }
+
+    /// @returns the unit as the registry calls it, by its serial number for one; empty when that was not asked.
+    const std::string& unitInJournal() const { return unit_.empty() ? known_ : unit_; }
 
 private:
     static std::optional<std::string> optional(const std::string& text)
@@ -424,7 +442,9 @@ private:
         if (!values.empty() && !any(all, Result::kRefused)) {
             openRegistry();
             const identity::UnitOnLine line{options_.unit, heldBy(unit), options_.again, options_.reissue};
-            tool_.station->terms.unit = registry_->claim(values, {}, line, options_.dryRun).unit;
+            const auto granted = registry_->claim(values, {}, line, options_.dryRun);
+            tool_.station->terms.unit = granted.unit;
+            known_ = granted.name;
         }
         return set_;
     }
@@ -481,6 +501,7 @@ private:
     std::optional<identity::CsvTable> table_;
     std::unique_ptr<identity::Registry> registry_;
     std::string unit_;
+    std::string known_;
 };
 
 int statusOf(const std::vector<Done>& all)
@@ -498,7 +519,7 @@ int statusOf(const std::vector<Done>& all)
 void print(const Done& done, bool json)
 {
     if (json) {
-        printJson(toJson(masked(done)));
+        printJson(toJson(done));
     } else {
         std::puts(printable(describe(masked(done))).c_str());
     }
@@ -574,11 +595,12 @@ int write(const Options& options, Tool& tool)
             }
             all = identity::write(unit, wanted, {options.overwrite, options.dryRun}, [&](const Done& done) {
                 // The unit has the value: a journal that cannot be written does not leave it half done.
-                record([&](identity::Journal& to) { to.note(port, source.unit(), done, source.waived(done)); });
+                record(
+                    [&](identity::Journal& to) { to.note(port, source.unitInJournal(), done, source.waived(done)); });
                 print(done, tool.json);
             });
         } catch (const std::exception& error) {
-            record([&](identity::Journal& to) { to.noteEnd(port, source.unit(), error.what()); });
+            record([&](identity::Journal& to) { to.noteEnd(port, source.unitInJournal(), error.what()); });
             throw;
         }
         const int status = statusOf(all);

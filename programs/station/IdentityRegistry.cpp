@@ -26,26 +26,33 @@ struct Options {
 void print(const Registry::Entry& entry, bool json)
 {
     if (json) {
-        printJson({{"type", "value"},
-                   {"space", entry.space},
-                   {"value", entry.value},
-                   {"record", entry.record},
-                   {"unit", entry.unit},
-                   {"state", name(entry.state)},
-                   {"time", entry.time},
-                   {"reason", entry.reason}});
+        nlohmann::ordered_json object{{"type", "value"},        {"space", entry.space},  {"value", entry.value},
+                                      {"record", entry.record}, {"unit", entry.unit},    {"state", name(entry.state)},
+                                      {"time", entry.time},     {"reason", entry.reason}};
+        for (const auto& one : entry.events) {
+            object["events"].push_back(
+                {{"time", one.time}, {"event", one.event}, {"unit", one.unit}, {"reason", one.reason}});
+        }
+        printJson(std::move(object));
         return;
     }
     const std::string owner = entry.unit.empty() ? entry.reason : "unit " + entry.unit + ", " + entry.record;
     std::printf("%-14s  %-20s  %-8s  %s  %s\n", entry.space.c_str(), printable(entry.value).c_str(), name(entry.state),
                 entry.time.c_str(), printable(owner).c_str());
+    for (const auto& one : entry.events) {
+        const std::string unit = one.unit.empty() ? "" : "unit " + one.unit;
+        const std::string reason = one.reason.empty() ? "" : (unit.empty() ? "" : ", ") + one.reason;
+        std::printf("  %s  %-11s  %s\n", one.time.c_str(), one.event.c_str(), printable(unit + reason).c_str());
+    }
 }
 
 int list(Tool& tool)
 {
-    tool.station->openRegistry(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {
-        print(entry, tool.json);
-    });
+    const auto registry = tool.station->openRegistry(Registry::Access::kLook);
+    if (tool.json) {
+        printJson({{"type", "registry"}, {"path", registry->path()}, {"uuid", registry->uuid()}});
+    }
+    registry->list([&](const Registry::Entry& entry) { print(entry, tool.json); });
     return kPassed;
 }
 
@@ -82,8 +89,12 @@ int importFile(Tool& tool, const std::string& path)
             throw WrongUse(error.what());
         }
     }
+    if (const auto& twice = registry->givenTwice(); !twice.empty()) {
+        const std::string more = twice.size() == 1 ? "" : " (and " + std::to_string(twice.size() - 1) + " more)";
+        complain(kProgram, path + " gives another unit " + printable(twice.front()) + more);
+    }
     if (tool.json) {
-        printJson({{"file", path}, {"values", fresh}});
+        printJson({{"file", path}, {"values", fresh}, {"given_twice", registry->givenTwice()}});
     } else {
         std::printf("%s: %s new in the registry\n", printable(path).c_str(),
                     station::record::count(fresh, "value").c_str());

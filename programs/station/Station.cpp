@@ -164,6 +164,20 @@ std::vector<std::string> unusablePaths(const station::StationConfig& config)
     return lines;
 }
 
+/// @returns the registry's UUID; empty when there is none yet, or it cannot be read.
+std::string uuidOf(Tool& tool, const std::string& registry)
+{
+    std::error_code error;
+    if (!std::filesystem::exists(registry, error)) {
+        return {};
+    }
+    try {
+        return tool.station->openRegistry(station::identity::Registry::Access::kLook)->uuid();
+    } catch (const station::identity::RegistryError&) {
+        return {};
+    }
+}
+
 int check(Tool& tool)
 {
     const std::string path = tool.station->file();
@@ -173,6 +187,8 @@ int check(Tool& tool)
         config = station::readStationConfig(readInput(path, tool.interrupt), path, tool.station->records(), problems);
     }
     const std::vector<std::string> warnings = unusablePaths(config);
+    const std::string registry = problems.empty() ? tool.station->registryPath() : "";
+    const std::string uuid = problems.empty() ? uuidOf(tool, registry) : "";
     if (tool.json) {
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
         for (const auto& problem : problems) {
@@ -181,11 +197,12 @@ int check(Tool& tool)
         printJson({{"file", path.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(path)},
                    {"sound", problems.empty()},
                    {"problems", std::move(list)},
+                   {"registry", {{"path", registry}, {"uuid", uuid}}},
                    {"warnings", warnings}});
-    } else if (path.empty()) {
-        std::puts("no station.toml: the defaults hold");
     } else if (problems.empty()) {
-        std::printf("%s: sound, registry %s\n", path.c_str(), tool.station->registryPath().c_str());
+        const std::string file = path.empty() ? "no station.toml: the defaults hold" : path + ": sound";
+        std::printf("%s, registry %s%s\n", file.c_str(), registry.c_str(),
+                    uuid.empty() ? " (not made yet)" : (" (" + uuid + ")").c_str());
     }
     for (const auto& problem : problems) {
         if (!tool.json) {

@@ -747,6 +747,7 @@ struct Registry::Impl {
                 ++fresh;
             } else if (owner->unit != unit) {
                 note("given-twice", record->space, text, unit, "imported from a ledger");
+                givenTwice.push_back(shown(record->name, text) + ", which unit " + nameOf(owner->unit) + " has");
             } else if (owner->state == State::kSending && one.used) {
                 put(*record, text, unit, state, "imported");
             }
@@ -788,6 +789,7 @@ struct Registry::Impl {
     std::vector<UnitId> locked;
     std::string uuid;
     std::string trouble;  // why nothing may be given
+    std::vector<std::string> givenTwice;
 };
 
 Registry::Registry(const std::string& path, Records records, const UnitRules& rules, const Interrupt* interrupt,
@@ -969,11 +971,20 @@ void Registry::conclude(UnitId unit, std::span<const Arrival> arrivals)
 void Registry::list(const std::function<void(const Entry&)>& tell, const std::optional<std::string>& value)
 {
     Impl& my = *impl_;
+    constexpr const char* kEvents =
+        "SELECT time, event, unit, reason FROM event WHERE space = ? AND value = ? ORDER BY id";
+    const auto nameOf = [&](UnitId unit) { return unit == kNobody ? "" : my.nameOf(unit); };
     const auto tellAll = [&](Statement statement) {
         while (statement.step()) {
-            const UnitId unit = statement.number(3);
-            tell({statement.text(0), statement.text(1), statement.text(2), unit == kNobody ? "" : my.nameOf(unit),
-                  stateOf(statement.text(4)), statement.text(5), statement.text(6)});
+            Entry entry{statement.text(0),          statement.text(1), statement.text(2), nameOf(statement.number(3)),
+                        stateOf(statement.text(4)), statement.text(5), statement.text(6), {}};
+            if (value) {
+                Statement events = my.database->prepare(kEvents, entry.space, entry.value);
+                while (events.step()) {
+                    entry.events.push_back({events.text(0), events.text(1), nameOf(events.number(2)), events.text(3)});
+                }
+            }
+            tell(entry);
         }
     };
     constexpr const char* kAll =
@@ -1066,6 +1077,11 @@ void Registry::adopt()
     my.note("adopted", "", "", kNobody, my.trouble);
     my.commit(transaction);
     my.trouble.clear();
+}
+
+const std::vector<std::string>& Registry::givenTwice() const
+{
+    return impl_->givenTwice;
 }
 
 const std::string& Registry::uuid() const

@@ -125,6 +125,14 @@ public:
         State state = State::kSeen;
         std::string time;    ///< of the state, UTC
         std::string reason;  ///< of a blocked one
+
+        struct Event {
+            std::string time;  ///< UTC
+            std::string event;
+            std::string unit;  ///< empty for none
+            std::string reason;
+        };
+        std::vector<Event> events;  ///< what has happened to it, oldest first; only when one value is asked for
     };
 
     /// Tells of all values, or of those that are `value` in whatever spelling, in the order of their names.
@@ -138,6 +146,9 @@ public:
     /// @returns how many values are new.
     std::size_t importLedger(const std::string& path);
     std::size_t importTable(const CsvTable& table);
+
+    /// @returns which values the imports found that another unit has already, "factory-serial SN1, which unit U1 has".
+    const std::vector<std::string>& givenTwice() const;
 
     /// Makes a copy, or a database that was put in the place of a newer one, the registry that it was.
     void adopt();

@@ -59,6 +59,9 @@ protected:
         std::vector<std::string> all;
         for (const std::string& line : linesOf(identity({"registry", "list", "--json"}).out)) {
             const auto value = json::parse(line);
+            if (value["type"] != "value") {
+                continue;
+            }
             all.push_back(value["value"].get<std::string>() + " " + value["state"].get<std::string>());
         }
         return all;
@@ -125,6 +128,28 @@ TEST_F(StationIdentityTest, OtherValueIsReplacedOnlyWhenThatIsWanted)
     EXPECT_EQ(stored("factory_serial_num"), "SN2");
 }
 
+TEST_F(StationIdentityTest, PasswordIsSaidToBeMasked)
+{
+    startService();
+
+    const auto written = json::parse(identity({"write", "--set", "password-number=1234", "--json"}).out);
+    EXPECT_EQ(written["new"], "****");
+    EXPECT_EQ(written["masked"], true);
+    EXPECT_EQ(json::parse(identity({"read", "password-number", "--json"}).out)["masked"], true);
+    EXPECT_FALSE(json::parse(identity({"read", "factory-serial", "--json"}).out).contains("masked"));
+}
+
+TEST_F(StationIdentityTest, ReissueThatWaivedNothingIsNotJournalled)
+{
+    startService();
+    identity({"write", "--set", "hu-serial=HU7"});
+    identity({"write", "--set", "hu-serial=HU7", "--reissue", "board replaced"});
+
+    ASSERT_THAT(journal(), SizeIs(2));
+    EXPECT_EQ(journal()[1]["result"], "unchanged");
+    EXPECT_FALSE(journal()[1].contains("waived"));
+}
+
 TEST_F(StationIdentityTest, JournalTellsWhatWasDone)
 {
     startService();
@@ -135,6 +160,7 @@ TEST_F(StationIdentityTest, JournalTellsWhatWasDone)
 
     const auto lines = journal();
     ASSERT_THAT(lines, SizeIs(3));
+    EXPECT_EQ(lines[0]["unit"], "SN1");
     EXPECT_TRUE(lines[0]["old"].is_null());
     EXPECT_EQ(lines[0]["result"], "written");
     EXPECT_EQ(lines[1]["result"], "refused");

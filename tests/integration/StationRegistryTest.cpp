@@ -17,6 +17,11 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using Stream = ChildProcess::Stream;
 
+MATCHER_P2(Field, name, value, "")
+{
+    return arg.at(name) == value;
+}
+
 /// Two units and one station.
 class StationRegistryTest : public BenchTest
 {
@@ -64,6 +69,7 @@ protected:
         for (const std::string& line : linesOf(station(verb).out)) {
             all.push_back(json::parse(line));
         }
+        std::erase_if(all, [](const json& object) { return object["type"] != "value"; });
         return all;
     }
 
@@ -168,6 +174,10 @@ TEST_F(StationRegistryTest, ReplacedBoardGetsItsUnitsValuesWithAReason)
         0);
 
     EXPECT_EQ(stored("hu_serial_num", "root2"), "HU7");
+    const auto events = values({"identity", "registry", "who", "HU7", "--json"}).at(0)["events"];
+    EXPECT_THAT(events, testing::Contains(testing::AllOf(Field("event", "reissued"), Field("reason", "board replaced"),
+                                                         Field("unit", "U1"))));
+    EXPECT_THAT(station({"identity", "registry", "who", "HU7"}).out, HasSubstr("reissued     unit U1, board replaced"));
     std::ifstream journal(directory() / "state" / "engineering-station" / "identity.jsonl");
     const std::string text{std::istreambuf_iterator<char>(journal), {}};
     EXPECT_THAT(text, HasSubstr(R"("waived":"--reissue: board replaced")"));
@@ -234,6 +244,10 @@ TEST_F(StationRegistryTest, RegistryIsListedAskedFilledAndBlocked)
     EXPECT_EQ(station({"identity", "registry", "import", csv}).out, csv + ": 2 values new in the registry\n");
     EXPECT_EQ(station({"identity", "registry", "block", "00:1A:7D:00:00:02", "--reason", "laboratory"}).status, 0);
 
+    const auto registry = json::parse(linesOf(station({"identity", "registry", "list", "--json"}).out).at(0));
+    EXPECT_EQ(registry["type"], "registry");
+    EXPECT_EQ(json::parse(station({"station", "check", "--json"}).out)["registry"],
+              (json{{"path", registry["path"]}, {"uuid", registry["uuid"]}}));
     EXPECT_THAT(values(), SizeIs(5));  // what was blocked could be a serial number of either kind, too
     const auto found = values({"identity", "registry", "who", "00:1a:7d:00:00:01", "--json"});
     ASSERT_THAT(found, SizeIs(1));
@@ -247,6 +261,12 @@ TEST_F(StationRegistryTest, RegistryIsListedAskedFilledAndBlocked)
 TEST_F(StationRegistryTest, OnlyFilesThatAreThereAreImported)
 {
     const std::string empty = file("units.csv.ledger", "");
+    const std::string mixed = file("mixed.csv", "factory-serial,carplay-mac\nSN1,001A7D000002\n");
+    station({"identity", "registry", "import",
+             file("old.csv", "factory-serial,carplay-mac\nSN1,001A7D000001\nSN2,001A7D000002\n")});
+
+    EXPECT_THAT(linesOf(station({"identity", "registry", "import", mixed}).err),
+                ElementsAre(HasSubstr("mixed.csv gives another unit factory-serial SN1, which unit SN1 has")));
 
     EXPECT_EQ(station({"identity", "registry", "import", empty}).out, empty + ": 0 values new in the registry\n");
     EXPECT_EQ(station({"identity", "registry", "import", "-"}).status, 2);
