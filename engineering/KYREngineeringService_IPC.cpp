@@ -153,7 +153,7 @@ void nameAcquiredCB(GDBusConnection*, const gchar* name, gpointer)
     KYR_LOG_INFO("[rkb]engineering: nameAcquiredCB , Acquired bus name: %s.", name);
 }
 
-/// Once the loop has ended nobody serves a call. The bus would give the name to this process when its owner ends, so
+/// Once the loop has ended, calls are not served. The bus would give the name to this process when its owner ends, so
 /// that the claim is given up; calls that waited for the loop are served, further ones refused.
 void LeaveBus()
 {

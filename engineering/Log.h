@@ -8,7 +8,7 @@
 #include "KYRLog.h"
 
 // The function that a log line names. A file whose lines stand in lambdas, as the rows of a command table do, defines
-// it as its handler's name before it includes anything: a lambda's own name tells nobody anything.
+// it as its handler's name before it includes anything: a lambda's own name, operator(), says nothing.
 #ifndef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION __func__
 #endif

@@ -717,7 +717,7 @@ TEST_F(RegistryTest, StationsThatAreKilledAtAnyMomentGiveNoValueTwice)
         }
         close(told[1]);
         for (const pid_t station : stations) {
-            usleep(static_cast<useconds_t>(random() % 10'000));
+            usleep(static_cast<useconds_t>(random() % 10'000));  // the moment is what is tried
             kill(station, SIGKILL);
             waitpid(station, nullptr, 0);
         }
