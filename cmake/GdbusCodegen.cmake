@@ -1,5 +1,5 @@
-# gdbus_codegen(TARGET XML NAME): a library of the glue that gdbus-codegen produces from XML, in NAME.h and NAME.c.
-# No prefix is stripped from the interface name: com.example.Thing gives com_example_thing_...
+# gdbus_codegen(TARGET XML NAME): a library of the glue that gdbus-codegen generates from XML, in NAME.h and NAME.c.
+# Function names keep the whole interface name: com.example.Thing gives com_example_thing_...
 find_program(GDBUS_CODEGEN gdbus-codegen REQUIRED)
 
 function(gdbus_codegen target xml name)

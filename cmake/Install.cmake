@@ -1,10 +1,10 @@
-# What `cmake --install` and `cpack` lay down: the bench's tools, or in a build for a unit the service's library.
+# What `cmake --install` and `cpack` install: the bench's tools, or in a build for a unit the service's library.
 if(CMAKE_LIBRARY_ARCHITECTURE)
-  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go, as Debian has it")
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go: Debian's folder")
 endif()
 include(GNUInstallDirs)
 
-# `cpack` and `cmake --install` take what has been built; neither builds the tests for it.
+# `cpack` and `cmake --install` use what has been built; otherwise they would build the tests, too.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 if(ENGINEERING_UNIT)
@@ -16,7 +16,7 @@ if(ENGINEERING_UNIT)
   set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "engineering service of a car head unit, for the unit")
   set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
     "The service as one shared library, which the platform's service framework\n\
-loads, and the headers of what the platform has to define.")
+loads, and the headers of the functions that the platform defines.")
   set(CPACK_DEBIAN_PACKAGE_SECTION libs)
   file(WRITE ${CMAKE_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
   set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/triggers)
@@ -32,7 +32,7 @@ else()
   set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "engineering service of a car head unit, on the bench")
   set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
     "The service over a simulated head unit, a test station, a stand-in for the\n\
-HMI, and a tool that looks at the simulated unit and changes it.")
+HMI, and a tool that shows and changes the simulated unit.")
   set(CPACK_DEBIAN_PACKAGE_SECTION utils)
   set(CPACK_DEBIAN_PACKAGE_RECOMMENDS dbus)
 endif()
@@ -40,7 +40,7 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME ${package})
 set(ENGINEERING_MAINTAINER "Engineering service maintainers <engineering@example.com>" CACHE STRING
-  "Whom the package names as its maintainer: name and address")
+  "Maintainer of the package: name and address")
 set(CPACK_PACKAGE_CONTACT "${ENGINEERING_MAINTAINER}")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -1,11 +1,11 @@
-# What is made by running the programs: their manual pages, from what they say of themselves.
+# Manual pages and shell completion: the build runs the programs and installs what they print.
 find_program(HELP2MAN help2man REQUIRED)
 find_program(GZIP gzip REQUIRED)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/printed)
 add_custom_target(manuals ALL)
 
-# printed_file(NAME DESTINATION PROGRAM COMMAND...): installs what COMMAND, which runs PROGRAM, prints; a manual page
-# compressed.
+# printed_file(NAME DESTINATION PROGRAM COMMAND...): installs the output of COMMAND, which runs PROGRAM. Compresses
+# manual pages.
 function(printed_file name destination program)
   set(file ${CMAKE_BINARY_DIR}/printed/${name})
   set(installed ${file})
@@ -19,9 +19,9 @@ function(printed_file name destination program)
   install(FILES ${installed} DESTINATION ${destination})
 endfunction()
 
-# manual_page(PROGRAM "what it is, in a few words")
+# manual_page(PROGRAM "a summary in a few words")
 function(manual_page program summary)
-  # One word for help2man, which leaves it to a shell.
+  # help2man expects one word, which it passes to a shell.
   string(JOIN " " command ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${program}>)
   printed_file(${program}.1 ${CMAKE_INSTALL_MANDIR}/man1 ${program}
     ${HELP2MAN} --no-info --section=1 --name=${summary} "${command}")

@@ -1,26 +1,26 @@
-# Compiler options of everything in this repository.
-set(ENGINEERING_SANITIZERS "" CACHE STRING "What -fsanitize= gets; empty for none")
+# Compiler options for everything in this repository.
+set(ENGINEERING_SANITIZERS "" CACHE STRING "Argument of -fsanitize=; empty for none")
 
 option(ENGINEERING_UNIT "Build for a head unit: the service as libengineering.so, and its tests" OFF)
 
 add_library(project_options INTERFACE)
 target_compile_options(project_options INTERFACE
   -Werror
-  # GLib's users get it from pkg-config; for all alike, so that all can share precompiled headers.
+  # Users of GLib get this option from pkg-config. All others need it too, to share precompiled headers.
   -pthread
-  # Log lines and assertions name a file as the repository does, not as this machine does.
+  # Log lines and assertions name files relative to the repository.
   -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
   $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wcast-qual -Wnon-virtual-dtor
     -Woverloaded-virtual>
-  # g++ 12 sees overlaps in std::string's operator+ that cannot be (its bug 105651), and when it optimises, lengths in
-  # std::vector and std::string that cannot be either, and members of empty ones that nobody reads.
+  # g++ 12 reports impossible overlaps in std::string's operator+ (its bug 105651). When it optimises, it also reports
+  # impossible lengths in std::vector and std::string, and members of empty ones that are never read.
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release,RelWithDebInfo,MinSizeRel>>:-Wno-array-bounds
     -Wno-stringop-overflow -Wno-stringop-overread -Wno-maybe-uninitialized>)
 
-# precompiled_headers(NAME HEADERS ... LIBRARIES ...): compiles headers of these libraries that take most of a file's
-# compile time once, for all targets that say precompile(TARGET NAME). Not where the compiler optimises: there g++ warns
-# of what it has inlined from a precompiled system header as if it were ours.
+# precompiled_headers(NAME HEADERS ... LIBRARIES ...): compiles slow headers of these libraries once for all targets
+# that call precompile(TARGET NAME). Debug builds only: when g++ optimises, it warns about code inlined from a
+# precompiled system header as if it were ours.
 function(precompiled_headers name)
   if(CMAKE_BUILD_TYPE STREQUAL Debug)
     set(source ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
@@ -45,6 +45,6 @@ link_libraries(project_options)
 
 if(ENGINEERING_UNIT)
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-  # What nothing reaches is left out: the service's parts are linked whole.
+  # The linker drops unused functions and data: the library links all parts of the service whole.
   add_compile_options(-ffunction-sections -fdata-sections)
 endif()

@@ -3,7 +3,7 @@ include(GoogleTest)
 precompiled_headers(test_headers
   HEADERS <gmock/gmock.h> <gtest/gtest.h> <nlohmann/json.hpp> LIBRARIES GTest::gmock GTest::gtest)
 
-# unit_test(NAME SOURCES ... LIBRARIES ...): a test program whose tests ctest runs each in a process of its own.
+# unit_test(NAME SOURCES ... LIBRARIES ... [TIMEOUT SECONDS]): a test program. ctest runs each test in its own process.
 function(unit_test name)
   cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
   if(NOT arg_TIMEOUT)
@@ -16,7 +16,7 @@ function(unit_test name)
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0")
 endfunction()
 
-# allocation_test(…): a unit_test that counts what is taken from the heap, with operators that the sanitizers bring too.
+# allocation_test(…): a unit_test that counts heap allocations. It replaces operators that the sanitizers replace, too.
 function(allocation_test)
   if(NOT ENGINEERING_SANITIZERS)
     unit_test(${ARGN})

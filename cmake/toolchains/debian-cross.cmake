@@ -1,9 +1,9 @@
-# What the toolchain files share: Debian's cross compiler, its libraries of the other architecture beside the native
-# ones, and qemu's user emulation to run what was built. The includer sets the names that the architecture has there.
+# Shared by the toolchain files: Debian's cross compiler, the other architecture's libraries beside the native ones, and
+# qemu's user emulation to run the programs. The including file sets the names of the architecture.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
-# Finds libraries and package files of the triplet before those that hold for every architecture.
+# CMake looks for libraries and package files of the triplet first.
 set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
 set(PKG_CONFIG_EXECUTABLE ${triplet}-pkg-config)
 
