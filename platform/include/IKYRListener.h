@@ -4,10 +4,10 @@
 
 #include "KYRMutex.h"
 
-/// A thread-safe set of listeners of interface T. The registry never owns a listener: whoever adds one removes it
-/// before it dies.
-/// Any thread may add and remove. Whoever walks GetListeners() holds the registry's lock meanwhile (LockListener()),
-/// so a listener that has been removed is not called any more.
+/// A thread-safe set of listeners of interface T. The registry does not own its listeners: remove a listener before you
+/// destroy it.
+/// Any thread may add and remove. Hold the registry's lock (LockListener()) while you walk GetListeners(): a removed
+/// listener is then never called.
 template <class T>
 class IKYRListener
 {
@@ -17,8 +17,7 @@ public:
     IKYRListener(const IKYRListener&) = delete;
     IKYRListener& operator=(const IKYRListener&) = delete;
 
-    /// Adds a listener; one that is there already stays once, null is ignored. OnListenerAdded() runs in either case
-    /// but for null.
+    /// Adds a listener and calls OnListenerAdded(), also if the listener is already in the set. Ignores null.
     virtual void AddListener(T* pListener)
     {
         if (pListener == nullptr)
@@ -28,7 +27,7 @@ public:
         OnListenerAdded(pListener);
     }
 
-    /// Removes a listener; null is ignored. OnListenerRemoved() runs also for one that was not there.
+    /// Removes a listener and calls OnListenerRemoved(), also if the listener is not in the set. Ignores null.
     virtual void RemoveListener(T* pListener)
     {
         if (pListener == nullptr)
@@ -38,21 +37,21 @@ public:
         OnListenerRemoved(pListener);
     }
 
-    /// The set itself, ordered by address; takes no lock.
+    /// @returns the set itself, ordered by address. Takes no lock.
     virtual std::set<T*>* GetListeners() { return &m_setListeners; }
 
-    /// Number of listeners; takes no lock.
+    /// @returns the number of listeners. Takes no lock.
     virtual int GetListenerCount() { return static_cast<int>(m_setListeners.size()); }
 
     virtual void LockListener() { m_csListeners.Lock(); }
     virtual void UnlockListener() { m_csListeners.Unlock(); }
 
-    /// Hooks; both run while the lock is held.
+    /// Hooks. The registry holds its lock while they run.
     virtual void OnListenerAdded(T* pListener) { static_cast<void>(pListener); }
     virtual void OnListenerRemoved(T* pListener) { static_cast<void>(pListener); }
 
 private:
-    /// Holds the lock of the registry, or the one that a service has put in its place.
+    /// Holds the registry's lock, or the lock of a service that overrides LockListener() and UnlockListener().
     class Lock
     {
     public:

@@ -4,20 +4,20 @@
 
 #include "IKYRListener.h"
 
-/// Base of the platform's services that have events. T is the interface of the service's listeners. The event source
-/// is started when the first listener arrives and stopped when the last one leaves.
+/// Base class of platform services with events. T is the interface of the service's listeners. The event source starts
+/// with the first listener and stops with the last one.
 template <class T>
 class IKYRService : public T, public IKYRListener<T>
 {
 public:
     ~IKYRService() override { m_nStarted = 0; }
 
-    /// Starts and stops the event source; both run while the listener lock is held.
+    /// Start and stop the event source. The caller holds the listener lock.
     virtual void InitListener() {}
     virtual void ExitListener() {}
 
-    // The count alone decides, so that adding the only listener a second time starts the source again, and removing a
-    // stranger from an empty service stops it again.
+    // Only the count decides: adding the only listener again starts the source again, and removing an unknown listener
+    // from an empty service stops it again.
     void OnListenerAdded(T* pListener) override
     {
         static_cast<void>(pListener);
@@ -31,8 +31,8 @@ public:
             ExitListener();
     }
 
-    // "Start once": whoever wants the service running locks m_csService, calls InitInstance() when m_nStarted is 0
-    // and stores its result there.
+    // "Start once": to start the service, lock m_csService, call InitInstance() if m_nStarted is 0, and store the
+    // result in m_nStarted.
     std::atomic<int> m_nStarted = 0;
     KYRMutex m_csService;
 };

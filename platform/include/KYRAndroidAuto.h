@@ -9,5 +9,5 @@ public:
     virtual int GetState() = 0;
 };
 
-/// @returns the proxy, owned by the platform, or null when there is none.
+/// @returns the proxy, owned by the platform, or null if there is none.
 KYRAndroidAuto* KYR_GetAAProxy();

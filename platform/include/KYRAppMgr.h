@@ -2,7 +2,7 @@
 
 #include "IKYRService.h"
 
-/// The platform's service modules, as far as this service names them. Any other number may occur.
+/// The platform's service modules that this service names. Other numbers occur.
 enum ServiceModule : int {
     MODULE_NONE = 1,
     MODULE_AUDIO = 2,
@@ -17,7 +17,7 @@ enum ServiceModule : int {
     MODULE_DEVICE_APP = 20,
 };
 
-/// A module that has been started.
+/// A module that has started.
 struct AppBootInfo {
     ServiceModule module;
 };
@@ -27,38 +27,38 @@ class IKYRAppListener
 public:
     virtual ~IKYRAppListener() = default;
 
-    /// A module has been started. Listener thread.
+    /// A module has started. Listener thread.
     virtual void OnModuleStatusChanged(AppBootInfo& info) { static_cast<void>(info); }
 };
 
-/// The application manager: brings the head unit's modules up. Every operation may be called from any thread.
+/// The application manager: starts the head unit's modules. Any thread may call any operation.
 class KYRAppMgrService : public IKYRService<IKYRAppListener>
 {
 public:
-    /// Starts a module on this process's behalf. Runs on a thread of the application manager.
-    /// @returns non-zero when the module is started.
+    /// Starts a module in this process. Runs on a thread of the application manager.
+    /// @returns non-zero if the module has started, else 0.
     using StartAction = int (*)(ServiceModule);
 
     /// Connects to the application manager.
-    /// @returns 1, or 0 when it cannot be reached.
+    /// @returns 1, or 0 if it cannot be reached.
     virtual int InitInstance() = 0;
 
-    /// This process has begun to bring `module` up.
+    /// Reports that this process has begun to start `module`.
     virtual void NotifyModuleInitBegin(ServiceModule module) = 0;
 
-    /// `module` is up.
+    /// Reports that `module` is up.
     virtual void NotifyModuleReady(ServiceModule module) = 0;
 
-    /// Registers what starts `module` in this process; replaces an earlier action.
+    /// Registers the action that starts `module` in this process; replaces an earlier action.
     virtual void SetStartServiceAction(ServiceModule module, StartAction action) = 0;
 
-    /// Asks for the process of a module that is not running; returns at once. OnModuleStatusChanged() tells when the
+    /// Requests the process of a module that is not running; returns at once. OnModuleStatusChanged() reports when the
     /// module is up.
     /// @param nProcess 1: the Wi-Fi service's process
-    /// @param nRequester the module that asks, 14 for this service
-    /// @returns 1 when the request was taken, else 0.
+    /// @param nRequester the requesting module, 14 for this service
+    /// @returns 1 if the request was accepted, else 0.
     virtual int RequestStartModuleProcess(int nProcess, int nRequester) = 0;
 };
 
-/// @returns the application manager, owned by the platform, or null when there is none.
+/// @returns the application manager, owned by the platform, or null if there is none.
 KYRAppMgrService* KYR_GetAppMgrService();

@@ -27,14 +27,14 @@ public:
 class KYRAudio : public KYRAudioTypes, public IKYRService<IKYRAudioListener>
 {
 public:
-    /// @returns 1 when the service is up, else 0.
+    /// @returns 1 if the service is up, else 0.
     virtual int InitInstance() = 0;
 
-    /// Fills the volume that the unit allows at most and the volume that it has now, in steps of the volume control.
+    /// Fills in the maximum volume and the current volume, in steps of the volume control.
     virtual void GetVolume(unsigned char& ucLimit, unsigned char& ucVolume) = 0;
 
     virtual MuteState GetMuteState(AudioChannel eChannel) = 0;
 };
 
-/// @returns the audio service, owned by the platform, or null when there is none.
+/// @returns the audio service, owned by the platform, or null if there is none.
 KYRAudio* KYR_GetAudioService();

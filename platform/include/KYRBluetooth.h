@@ -36,7 +36,7 @@ struct KYRTypeCallInfo {
     std::string strNumber;
 };
 
-/// Every notification arrives on the Bluetooth service's listener thread.
+/// All notifications arrive on the Bluetooth service's listener thread.
 class IKYRBtComListener
 {
 public:
@@ -44,7 +44,7 @@ public:
 
     virtual void OnOpenBtStatusChanged(KYRBtType::PowerStatus eStatus) { static_cast<void>(eStatus); }
 
-    /// The end of a DeletePairDeviceList().
+    /// A DeletePairDeviceList() has ended.
     virtual void OnDeletePairStatusChanged(int bStatus) { static_cast<void>(bStatus); }
 
     /// A device asks to be paired.
@@ -62,20 +62,20 @@ public:
 class KYRBtCom
 {
 public:
-    /// @param pListener is told the adapter's events from now on; not owned, may be null
+    /// @param pListener receives the adapter's events from now on; not owned, may be null
     explicit KYRBtCom(IKYRBtComListener* pListener);
 
-    /// Ends the events; waits for one that is being delivered on another thread.
+    /// Stops the events. Waits for an event that another thread is delivering.
     ~KYRBtCom();
     KYRBtCom(const KYRBtCom&) = delete;
     KYRBtCom& operator=(const KYRBtCom&) = delete;
 
-    /// Fills `strValue`; leaves it as it is when the adapter does not have the attribute.
-    /// @returns 1 when it was filled, else 0.
+    /// Fills in `strValue`; leaves it unchanged if the adapter does not have the attribute.
+    /// @returns 1 if the adapter has the attribute, else 0.
     int GetAttribute(KYRBtType::Attribute eAttribute, std::string& strValue);
 
-    /// Forgets every paired device; OnDeletePairStatusChanged() tells the end.
-    /// @returns 1 when the deletion was begun, else 0.
+    /// Starts to delete all pairings; OnDeletePairStatusChanged() reports the end.
+    /// @returns 1 if the deletion has begun, else 0.
     int DeletePairDeviceList();
 
     void SetCapability(KYRBtType::Capability eCapability, int nValue);

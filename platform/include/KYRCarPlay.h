@@ -27,5 +27,5 @@ class KYRCarPlay : public KYRCarPlayTypes, public IKYRService<IKYRCarPlayListene
 {
 };
 
-/// @returns the service, owned by the platform, or null when there is none.
+/// @returns the service, owned by the platform, or null if there is none.
 KYRCarPlay* KYR_GetCarPlayService();

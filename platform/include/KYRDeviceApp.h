@@ -28,12 +28,12 @@ public:
 class KYRDeviceApp : public KYRDeviceAppTypes, public IKYRService<IKYRDeviceAppListener>
 {
 public:
-    /// @returns 1 when the service is up, else 0.
+    /// @returns 1 if the service is up, else 0.
     virtual int InitInstance() = 0;
 
     /// Answers a phone's choice of connections.
     virtual void SelectConnection(int nConnection, int nOption) = 0;
 };
 
-/// @returns the proxy, owned by the platform, or null when there is none.
+/// @returns the proxy, owned by the platform, or null if there is none.
 KYRDeviceApp* KYR_GetDeviceAppProxy();

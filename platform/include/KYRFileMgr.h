@@ -6,9 +6,9 @@ class KYRFileMgr
 public:
     virtual ~KYRFileMgr() = default;
 
-    /// Deletes what the unit's user has stored.
+    /// Deletes the data that the unit's user has stored.
     virtual void ClearUserData() = 0;
 };
 
-/// @returns the file manager, owned by the platform, or null when there is none.
+/// @returns the file manager, owned by the platform, or null if there is none.
 KYRFileMgr* KYR_GetFileMgr();

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the HMI is told by number; the HMI gives the numbers their meaning.
+// Numbers that the service sends to the HMI. The HMI defines their meaning.
 
 enum MEDIA_TYPE : int {
     MEDIA_TYPE_1 = 1,

@@ -4,7 +4,7 @@
 
 #include "IKYRService.h"
 
-/// One report of the satellites in view. nCount may be anything; only 20 satellites have room.
+/// One report of the satellites in view. nCount may be any number; the arrays hold 20 satellites.
 struct _GpsSatelliteData {
     std::int32_t nReserved;
     std::int32_t nCount;
@@ -15,10 +15,10 @@ struct _GpsSatelliteData {
 struct _LocationData {
     std::int32_t nReserved[2];
     std::int32_t nLatitude;   // in the location service's unit
-    std::int32_t nLongitude;  // likewise
+    std::int32_t nLongitude;  // in the location service's unit
 };
 
-/// Every notification arrives on the listener thread.
+/// All notifications arrive on the listener thread.
 class IKYRLocationListener
 {
 public:
@@ -32,9 +32,9 @@ public:
 class KYRLocation : public IKYRService<IKYRLocationListener>
 {
 public:
-    /// @returns 1 when the service is up, else 0.
+    /// @returns 1 if the service is up, else 0.
     virtual int InitInstance() = 0;
 };
 
-/// @returns the service, owned by the platform, or null when there is none.
+/// @returns the service, owned by the platform, or null if there is none.
 KYRLocation* KYR_GetLocationService();

@@ -8,14 +8,14 @@ public:
     virtual ~IKYRMediaPlayerListener() = default;
 };
 
-/// What every media player of the platform is.
+/// Base class of the platform's media players.
 class IKYRMediaPlayer
 {
 public:
     virtual ~IKYRMediaPlayer() = default;
 
     /// Starts the player.
-    /// @returns 1 when it is up, else 0. A player that needs no start keeps this default.
+    /// @returns 1 if the player is up, else 0. A player without a start keeps this default.
     virtual int InitInstance() { return 1; }
 };
 
@@ -24,5 +24,5 @@ class KYRMediaPlayer : public IKYRMediaPlayer, public IKYRService<IKYRMediaPlaye
 {
 };
 
-/// @returns the media player, owned by the platform, or null when there is none.
+/// @returns the media player, owned by the platform, or null if there is none.
 KYRMediaPlayer* KYR_GetMediaPlayer();

@@ -14,7 +14,7 @@ class KYRPower : public IKYRService<IKYRPowerListener>
 public:
     enum PowerState : int { PS_SHUT_DOWN = 3 };
 
-    /// The two power statuses between which SwitchPowerMode() changes; there are others.
+    /// SwitchPowerMode() changes between these two power statuses; there are others.
     enum PowerStatus : int {
         POWER_STATUS_ON = 16,
         POWER_STATUS_OFF = 17,
@@ -22,7 +22,7 @@ public:
 
     virtual void SetPowerState(PowerState eState) = 0;
 
-    /// @returns a small number of the platform's.
+    /// @returns the power state as a small number that the platform defines.
     virtual int GetPowerState() = 0;
 
     virtual int GetPowerStatus() = 0;
@@ -32,9 +32,9 @@ public:
 
     virtual int GetCurScreenLightType() = 0;
 
-    /// Restarts the unit; returns before it does.
+    /// Restarts the unit; returns before the restart.
     virtual void RestartSystem() = 0;
 };
 
-/// @returns the proxy, owned by the platform, or null when there is none.
+/// @returns the proxy, owned by the platform, or null if there is none.
 KYRPower* KYR_GetSystemPowerProxy();

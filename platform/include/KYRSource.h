@@ -6,7 +6,7 @@ class IKYRSourceListener;
 class KYRSource
 {
 public:
-    /// 1 to 44 are in use; 0 is no source.
+    /// 1 to 44 are in use; 0 means that no source plays.
     enum SourceID : int {
         SOURCE_NONE = 0,
         SOURCE_USB_MEDIA = 16,
@@ -19,13 +19,13 @@ public:
     static void StartService();
 
     /// Switches to a source.
-    /// @returns 1 on success, any other number when the source cannot be had.
+    /// @returns 1 on success, any other number if the source is not available.
     static int Request(int nSourceId, AudioGainType eGain);
 
-    /// @returns the source that plays now.
+    /// @returns the current source.
     static SourceID GetCurrentSource(SourceType eType);
 
-    /// Adds a listener (not owned); null is ignored, one that is there already stays once.
+    /// Adds a listener (not owned). Ignores null and a listener that is already there.
     static void AddListener(IKYRSourceListener* pListener);
     static void RemoveListener(IKYRSourceListener* pListener);
 };

@@ -5,7 +5,7 @@
 
 namespace SystemInfo {
 
-/// The versions of the unit's parts, by the platform's position.
+/// The versions of the unit's parts, in the platform's order.
 struct VersionInfo {
     std::array<std::string, 11> strField;
 };
@@ -18,10 +18,10 @@ class KYRSystemInfo
 public:
     virtual ~KYRSystemInfo() = default;
 
-    /// Asks anew for all versions; leaves `info` as it is on failure.
+    /// Queries all versions again; leaves `info` unchanged on failure.
     /// @returns 1, or 0 on failure.
     virtual int GetVersionInfo(SystemInfo::VersionInfo& info) = 0;
 };
 
-/// @returns the proxy, owned by the platform, or null when there is none.
+/// @returns the proxy, owned by the platform, or null if there is none.
 KYRSystemInfo* KYR_GetSystemInfoProxy();

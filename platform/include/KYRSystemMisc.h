@@ -4,19 +4,19 @@
 
 namespace SystemMisc {
 
-/// State of an antenna; 4 is the good one.
+/// State of an antenna; 4 is good.
 enum AntState : int { ANT_STATE_OK = 4 };
 
 }  // namespace SystemMisc
 
-/// Vehicle information. Only the byte at offset 16 is read here.
+/// Vehicle information. The service reads only the byte at offset 16.
 struct _LCarInfo {
     unsigned char ucReserved[16];
     unsigned char ucValue;
     unsigned char ucReserved2[3];
 };
 
-/// Every notification arrives on the listener thread.
+/// All notifications arrive on the listener thread.
 class IKYRSystemMiscListener
 {
 public:
@@ -40,12 +40,12 @@ public:
     virtual SystemMisc::AntState GetDabAntState() = 0;
     virtual SystemMisc::AntState GetGpsAntState() = 0;
 
-    /// @returns 0, or any other number while the state is active.
+    /// @returns non-zero while the state is active, else 0.
     virtual int GetState() = 0;
 
-    /// Puts the unit's settings back to those of the factory.
+    /// Restores the unit's factory settings.
     virtual void RestoreFactorySettings() = 0;
 };
 
-/// @returns the proxy, owned by the platform, or null when there is none.
+/// @returns the proxy, owned by the platform, or null if there is none.
 KYRSystemMisc* KYR_GetSystemMiscProxy();

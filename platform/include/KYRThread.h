@@ -2,25 +2,25 @@
 
 #include <memory>
 
-/// A thread of the platform: made first, started later.
+/// A thread of the platform. Start() starts it.
 class KYRThread
 {
 public:
     using Entry = void* (*)(void*);
 
-    /// @param nStackSize bytes of stack that the thread asks for; the platform gives at least its own minimum.
+    /// @param nStackSize requested stack size in bytes; the platform gives at least its own minimum.
     explicit KYRThread(int nStackSize);
 
-    /// Joins a started thread that is not detached; leaves a detached one running.
+    /// Joins a started thread unless it is detached; a detached thread goes on.
     ~KYRThread();
     KYRThread(const KYRThread&) = delete;
     KYRThread& operator=(const KYRThread&) = delete;
 
-    /// Nobody will join the thread; its resources go when it ends. Allowed before and after Start().
+    /// Detaches the thread: it releases its resources when it ends. Allowed before and after Start().
     void Detach();
 
     /// Runs `entry(pArgument)` on the new thread. Once per object.
-    /// @returns 1, or 0 when the system has no more threads or the thread was started before.
+    /// @returns 1, or 0 if the system has no more threads or the thread was started before.
     int Start(Entry entry, void* pArgument);
 
 private:

@@ -20,7 +20,7 @@ class IKYRRadioListener
 public:
     virtual ~IKYRRadioListener() = default;
 
-    /// The tuner stands on another frequency. Frequencies are in the tuner's unit for the band (FM: 10 kHz).
+    /// The frequency has changed. Frequencies are in the tuner's unit for the band (FM: 10 kHz).
     /// Listener thread.
     virtual void OnFrequencyChanged(KYRTunerTypes::BandID eBand, unsigned int nValue, unsigned int nFrequency)
     {
@@ -29,7 +29,7 @@ public:
         static_cast<void>(nFrequency);
     }
 
-    /// A traffic announcement began (active 1) or ended (0). Listener thread.
+    /// A traffic announcement has begun (active 1) or ended (0). Listener thread.
     virtual void OnTAChanged(unsigned int nFrequency, int nActive)
     {
         static_cast<void>(nFrequency);
@@ -37,39 +37,39 @@ public:
     }
 };
 
-/// The tuner service. Any thread; what changes the tuning returns at once, OnFrequencyChanged() tells the result.
+/// The tuner service. Any thread. Operations that tune return at once; OnFrequencyChanged() reports the result.
 class KYRTuner : public KYRTunerTypes, public IKYRService<IKYRRadioListener>
 {
 public:
-    /// @returns 1 when the service is up, else 0.
+    /// @returns 1 if the service is up, else 0.
     virtual int InitInstance() = 0;
 
     virtual BandID GetCurrentBand() = 0;
 
-    /// @returns the frequency at which the band stands, in the tuner's unit for it; 0 for a band it does not have.
+    /// @returns the band's current frequency in the tuner's unit; 0 for a band that the tuner does not have.
     virtual unsigned int GetFrequency(BandID eBand) = 0;
 
-    /// Tunes `nFrequency` on the band.
+    /// Tunes to `nFrequency` on the band.
     /// @param nService DAB service, 0 for none
-    /// @param bAudible KYR_TRUE: the sound follows
+    /// @param bAudible KYR_TRUE: also switches the sound
     virtual void Play(BandID eBand, unsigned int nFrequency, unsigned int nService, int bAudible) = 0;
 
     virtual void SwitchBandRequest(BandID eBand) = 0;
 
     /// Goes to the next station.
-    /// @param nDirection 1 up, 0 down; round at the band's end
+    /// @param nDirection 1 up, 0 down; wraps at the band's end
     virtual void Seek(BandID eBand, int nDirection) = 0;
 
-    /// Searches the band and stores what it finds.
+    /// Searches the band and stores the stations.
     virtual void AutoStore() = 0;
 
-    /// Plays every station of the band for a moment.
+    /// Plays each station of the band for a moment.
     virtual void Scan(BandID eBand) = 0;
 
-    /// Alternative-frequency following and traffic announcements of RDS: 0 off, else on.
+    /// Switch the alternative frequencies and the traffic announcements of RDS: 0 off, else on.
     virtual void SwitchRdsAFSetting(unsigned char ucOn) = 0;
     virtual void SwitchRdsTASetting(unsigned char ucOn) = 0;
 };
 
-/// @returns the tuner service, owned by the platform, or null when there is none.
+/// @returns the tuner service, owned by the platform, or null if there is none.
 KYRTuner* KYR_GetTunerService();

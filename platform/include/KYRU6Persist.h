@@ -8,7 +8,7 @@ enum E_ModuleName : int {};
 
 }  // namespace U6Persist
 
-/// Every notification arrives on the listener thread.
+/// All notifications arrive on the listener thread.
 class IKYRU6PersistListener
 {
 public:
@@ -20,7 +20,7 @@ public:
         static_cast<void>(nValue);
     }
 
-    /// The unit is being reset to its factory state, by its user or by itself.
+    /// The unit is being reset to its factory state, by its user or automatically.
     virtual void OnU6PersistFactoryResetMode() {}
     virtual void OnU6PersistAutoFactoryResetMode() {}
 };
@@ -30,5 +30,5 @@ class KYRU6Persist : public IKYRService<IKYRU6PersistListener>
 {
 };
 
-/// @returns the service, owned by the platform, or null when there is none.
+/// @returns the service, owned by the platform, or null if there is none.
 KYRU6Persist* KYR_GetU6PersistService();

@@ -5,7 +5,7 @@
 
 namespace KYRRmt {
 
-/// With what a client registers at the UART service.
+/// Identifies a client to the UART service.
 struct UartClientInfo {
     int nType = 0;
     int nClientId = 0;
@@ -15,7 +15,7 @@ struct UartClientInfo {
 
 }  // namespace KYRRmt
 
-/// Carries one outgoing frame, wire bytes as they are: up to 255 of them.
+/// Holds one outgoing frame as up to 255 raw wire bytes.
 class KYRRmtParameter
 {
 public:
@@ -25,7 +25,7 @@ public:
     unsigned char m_ucData[256] = {};
 };
 
-/// Receives what the UART client reads.
+/// Receives the bytes that the UART client reads.
 class KYRRmtSkeleton
 {
 public:
@@ -33,7 +33,7 @@ public:
 
     virtual void MsgDecode(unsigned char* pData) { static_cast<void>(pData); }
 
-    /// A chunk of received bytes, of any length, cut anywhere. The bytes belong to the caller and are gone after the
+    /// A chunk of received bytes, of any length, cut anywhere. The bytes belong to the caller and are invalid after the
     /// call. One thread per adapter delivers, one chunk at a time; the next chunk waits until this call returns.
     virtual void MsgDecode(unsigned char* pData, int nLength)
     {
@@ -48,26 +48,26 @@ class KYRUartAdapter
 public:
     KYRUartAdapter();
 
-    /// Ends the delivery; waits for a chunk that is being delivered on another thread.
+    /// Stops the delivery. Waits for a chunk that another thread is delivering.
     ~KYRUartAdapter();
     KYRUartAdapter(const KYRUartAdapter&) = delete;
     KYRUartAdapter& operator=(const KYRUartAdapter&) = delete;
 
-    /// Connects to the UART service. Bytes that have arrived before are kept for the first skeleton.
-    /// @returns 1, or 0 when there is no UART.
+    /// Connects to the UART service. Bytes that arrive before the first skeleton wait for it.
+    /// @returns 1, or 0 if there is no UART.
     int Init(const KYRRmt::UartClientInfo& info);
 
-    /// Disconnects; nothing is delivered or sent afterwards.
+    /// Disconnects. The adapter delivers and sends nothing afterwards.
     /// @returns 1.
     int Exit();
 
-    /// Adds a receiver to the adapter's list, under the list's mutex; not owned, and it must outlive the adapter.
-    /// Delivery begins with the first one, possibly before this call returns.
+    /// Adds a receiver to the adapter's list, under the list's mutex. The caller keeps ownership; the receiver must
+    /// outlive the adapter. Delivery begins with the first receiver, possibly before this call returns.
     void RegisterSkeleton(KYRRmtSkeleton* pSkeleton);
 
-    /// Puts one frame on the wire, whole: frames of several threads never interleave. Any thread. Waits a bounded time
-    /// for a station that does not read, then drops the frame.
-    /// @returns 1 when the frame was taken, 0 when it was dropped.
+    /// Sends one whole frame: frames of several threads never interleave. Any thread. If the station does not read,
+    /// waits a bounded time, then drops the frame.
+    /// @returns 1 if the frame was accepted, 0 if it was dropped.
     int SendAutoTestCommand(KYRRmtParameter* pParameter);
 
 private:

@@ -14,12 +14,12 @@ public:
 class KYRWifi : public IKYRService<IKYRWifiListener>
 {
 public:
-    /// @returns 1 when the service is up, else 0.
+    /// @returns 1 if the service is up, else 0.
     virtual int InitInstance() = 0;
 
-    /// @returns the name under which the unit's access point is seen.
+    /// @returns the name of the unit's access point.
     virtual std::string GetText() = 0;
 };
 
-/// @returns the service, owned by the platform, or null when there is none.
+/// @returns the service, owned by the platform, or null if there is none.
 KYRWifi* KYR_GetWifiService();
