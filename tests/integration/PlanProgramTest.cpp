@@ -511,8 +511,9 @@ TEST_F(PlanProgramTest, LimitOnTheSizeOfFilesIsAFullDisk)
     startBench();
     // The limit would cut the counters of a coverage build short, and every later program would complain about them:
     // this one keeps its own.
-    std::vector<std::string> arguments{
-        "bash", "-c", "ulimit -f 8; GCOV_PREFIX=$1; shift; export GCOV_PREFIX; exec \"$@\"", "bash", path("counters")};
+    std::vector<std::string> arguments{"bash", "-c",
+                                       "ulimit -f 8; GCOV_PREFIX=$1; shift; export GCOV_PREFIX; exec \"$@\"", "bash",
+                                       (directory() / "counters").string()};
     const auto command = planRun(shipped("smoke"));
     arguments.insert(arguments.end(), command.begin(), command.end());
 
