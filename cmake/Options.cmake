@@ -15,6 +15,8 @@ target_compile_options(project_options INTERFACE
   # g++ 12 reports impossible overlaps in std::string's operator+ (its bug 105651). When it optimises, it also reports
   # impossible lengths in std::vector and std::string, and members of empty ones that are never read.
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  # Files that are compiled as one are not headers: their unnamed namespaces stay their own.
+  $<$<AND:$<COMPILE_LANG_AND_ID:CXX,GNU>,$<BOOL:${CMAKE_UNITY_BUILD}>>:-Wno-subobject-linkage>
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release,RelWithDebInfo,MinSizeRel>>:-Wno-array-bounds
     -Wno-stringop-overflow -Wno-stringop-overread -Wno-maybe-uninitialized>)
 

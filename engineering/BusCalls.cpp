@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr const char* kObjectPath = "/com/zent/linux/engineering";
-
 /// @returns the size in bytes; the largest there is when it cannot be had.
 gsize SizeOf(GDBusMessage* pMessage)
 {

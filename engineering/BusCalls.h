@@ -10,6 +10,9 @@
 class BusCalls
 {
 public:
+    /// Where the bridge exports its object.
+    static constexpr const char* kObjectPath = "/com/zent/linux/engineering";
+
     /// Calls that may wait for the main loop.
     static constexpr int kMostWaiting = 256;
 

@@ -13,7 +13,7 @@
 #include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "platform/bench/HeadUnit.h"
-#include "platform/bench/Root.h"
+#include "platform/runtime/Root.h"
 #include "tests/engine/NoHeadUnit.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/RecordedWire.h"
@@ -34,8 +34,8 @@ struct Host {
     Host()
     {
         setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
-        bench::setRoot(root.path().string());
-        bench::makeHeadUnitDirectories(root.path().string());
+        runtime::setRoot(root.path().string());
+        runtime::makeHeadUnitDirectories(root.path().string());
         unit.install();
     }
 

@@ -23,7 +23,6 @@ GMainLoop* pLoop = nullptr;
 namespace {
 
 constexpr const char* kBusName = "com.zent.linux.engineering";
-constexpr const char* kObjectPath = "/com/zent/linux/engineering";
 constexpr int kThreadStackSize = 51200;
 
 /// What a method call and a signal have room for.
@@ -136,7 +135,8 @@ void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
     pSkeleton = skeleton;
 
     GError* error = nullptr;
-    if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection, kObjectPath, &error)) {
+    if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection, BusCalls::kObjectPath,
+                                         &error)) {
         // Not before: a signal that is counted must also leave.
         g_Backlog.Watch(connection);
         g_Calls.Watch(connection);

@@ -20,7 +20,7 @@
 #include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "platform/bench/HeadUnit.h"
-#include "platform/bench/Root.h"
+#include "platform/runtime/Root.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/PrivateBus.h"
@@ -41,8 +41,8 @@ struct Bridge {
     Bridge()
     {
         setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
-        bench::setRoot(root.path().string());
-        bench::makeHeadUnitDirectories(root.path().string());
+        runtime::setRoot(root.path().string());
+        runtime::makeHeadUnitDirectories(root.path().string());
         unit.install();
         KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init();
         KYRSingleton<KYRUARTManage>::GetInstance();

@@ -1,4 +1,11 @@
-#pragma once
+// The function that a log line names. A file that logs in lambdas, such as the rows of a command table, defines it anew
+// as its handler's name, since a lambda's own name, operator(), says nothing. Every file that includes this header
+// begins with the default, even if several files are compiled as one: therefore there is no include guard here.
+#undef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION __func__
+
+#ifndef ENGINEERING_LOG_H
+#define ENGINEERING_LOG_H
 
 #include <unistd.h>
 
@@ -6,12 +13,6 @@
 #include <string_view>
 
 #include "KYRLog.h"
-
-// The function that a log line names. A file whose lines stand in lambdas, as the rows of a command table do, defines
-// it as its handler's name before it includes anything: a lambda's own name, operator(), says nothing.
-#ifndef KYR_LOG_FUNCTION
-#define KYR_LOG_FUNCTION __func__
-#endif
 
 // One log line: category, source file and its length, function and its length, line, level, format and arguments, in
 // the order in which zlog takes them. Without a category the message is dropped and standard output says so.
@@ -30,3 +31,5 @@
 #define KYR_LOG_INFO(...) KYR_LOG(ZLOG_LEVEL_INFO, __VA_ARGS__)
 #define KYR_LOG_WARN(...) KYR_LOG(ZLOG_LEVEL_WARN, __VA_ARGS__)
 #define KYR_LOG_ERROR(...) KYR_LOG(ZLOG_LEVEL_ERROR, __VA_ARGS__)
+
+#endif  // ENGINEERING_LOG_H

@@ -2,19 +2,19 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/bench/Root.h"
+#include "platform/runtime/Root.h"
 
 namespace {
 
 class PersistentPathTest : public testing::Test
 {
 protected:
-    ~PersistentPathTest() override { bench::setRoot(""); }
+    ~PersistentPathTest() override { runtime::setRoot(""); }
 };
 
 TEST_F(PersistentPathTest, OnAHeadUnitItIsThePathItself)
 {
-    bench::setRoot("");
+    runtime::setRoot("");
 
     EXPECT_EQ(PersistentPath("/media/backup.txt"), "/media/backup.txt");
     EXPECT_EQ(PersistentShellPath("/media/backup.txt"), "/media/backup.txt");
@@ -22,7 +22,7 @@ TEST_F(PersistentPathTest, OnAHeadUnitItIsThePathItself)
 
 TEST_F(PersistentPathTest, TheRootStandsInFront)
 {
-    bench::setRoot("/tmp/unit-1");
+    runtime::setRoot("/tmp/unit-1");
 
     EXPECT_EQ(PersistentPath("/media/backup.txt"), "/tmp/unit-1/media/backup.txt");
     EXPECT_EQ(PersistentShellPath("/media/backup.txt"), "/tmp/unit-1/media/backup.txt");
@@ -30,7 +30,7 @@ TEST_F(PersistentPathTest, TheRootStandsInFront)
 
 TEST_F(PersistentPathTest, ARootThatTheShellWouldSplitIsQuoted)
 {
-    bench::setRoot("/tmp/my unit's");
+    runtime::setRoot("/tmp/my unit's");
 
     EXPECT_EQ(PersistentPath("/media"), "/tmp/my unit's/media");
     EXPECT_EQ(PersistentShellPath("/media"), "'/tmp/my unit'\\''s'/media");

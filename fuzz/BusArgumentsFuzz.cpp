@@ -19,7 +19,7 @@
 #include "fuzz/ByteReader.h"
 #include "fuzz/Fuzz.h"
 #include "platform/bench/HeadUnit.h"
-#include "platform/bench/Root.h"
+#include "platform/runtime/Root.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/RecordedWire.h"
 #include "tests/support/TempDir.h"
@@ -72,8 +72,8 @@ namespace {
 struct Bridge {
     Bridge()
     {
-        bench::setRoot(root.path().string());
-        bench::makeHeadUnitDirectories(root.path().string());
+        runtime::setRoot(root.path().string());
+        runtime::makeHeadUnitDirectories(root.path().string());
         unit.install();
         KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init();
         KYRSingleton<KYRUARTManage>::GetInstance();

@@ -16,15 +16,15 @@
 #include "platform/bench/HeadUnit.h"
 #include "platform/bench/HeadUnitBus.h"
 #include "platform/bench/JsonText.h"
-#include "platform/bench/LogSystem.h"
-#include "platform/bench/PseudoTerminal.h"
-#include "platform/bench/Root.h"
-#include "platform/bench/RunDirectory.h"
-#include "platform/bench/SerialDevice.h"
-#include "platform/bench/ServiceFramework.h"
-#include "platform/bench/TtyWire.h"
-#include "platform/bench/UartOption.h"
-#include "platform/bench/Wire.h"
+#include "platform/runtime/LogSystem.h"
+#include "platform/runtime/PseudoTerminal.h"
+#include "platform/runtime/Root.h"
+#include "platform/runtime/RunDirectory.h"
+#include "platform/runtime/SerialDevice.h"
+#include "platform/runtime/ServiceFramework.h"
+#include "platform/runtime/TtyWire.h"
+#include "platform/runtime/UartOption.h"
+#include "platform/runtime/Wire.h"
 #include "programs/Cli.h"
 
 namespace {
@@ -92,37 +92,37 @@ void mergeState(bench::HeadUnit& unit, const std::string& text, const std::strin
 
 void useLogConfiguration(const std::string& path)
 {
-    if (const std::string error = bench::useLogConfiguration(path); !error.empty())
+    if (const std::string error = runtime::useLogConfiguration(path); !error.empty())
         throw WrongUse(error);
 }
 
-std::unique_ptr<bench::Terminal> openTerminal(const bench::UartOption& option)
+std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& option)
 {
-    if (option.kind == bench::UartOption::Kind::Device)
-        return std::make_unique<bench::SerialDevice>(option.path, option.baud);
-    return std::make_unique<bench::PseudoTerminal>(option.path.empty() ? bench::makeRunDirectory() / "uart"
-                                                                       : option.path);
+    if (option.kind == runtime::UartOption::Kind::Device)
+        return std::make_unique<runtime::SerialDevice>(option.path, option.baud);
+    return std::make_unique<runtime::PseudoTerminal>(option.path.empty() ? runtime::makeRunDirectory() / "uart"
+                                                                         : option.path);
 }
 
 /// Runs the service; the process ends in here, by a signal.
 [[noreturn]] void run(const CLI::App& given, const Options& options, int argc, char** argv)
 {
-    const bench::UartOption uart = bench::parseUartOption(options.uart);
+    const runtime::UartOption uart = runtime::parseUartOption(options.uart);
     const bool hasState = given.count("--headunit") > 0;
     // May wait, for the writer of a pipe.
     const std::string state = hasState ? readFile(options.headUnit) : "";
-    bench::holdEndSignals();
+    runtime::holdEndSignals();
     bench::HeadUnit unit;
     if (hasState)
         mergeState(unit, state, options.headUnit);
     if (given.count("--log-conf") > 0)
         useLogConfiguration(options.logConfiguration);
 
-    bench::TtyWire wire(openTerminal(uart));
-    bench::ServiceFramework framework(wire);
-    bench::installWire(&wire);
-    bench::setRoot(options.root);
-    bench::makeHeadUnitDirectories(KYR_GetRootPath());
+    runtime::TtyWire wire(openTerminal(uart));
+    runtime::ServiceFramework framework(wire);
+    runtime::installWire(&wire);
+    runtime::setRoot(options.root);
+    runtime::makeHeadUnitDirectories(KYR_GetRootPath());
     unit.install();
     bench::HeadUnitBus bus(unit);
     // Beside the service's start, so that a bus that does not answer is waited for once.
@@ -148,17 +148,17 @@ int main(int argc, char** argv)
     if (const auto status = programs::parse(app, argc, argv))
         return *status;
 
-    bench::prepareProcess();
+    runtime::prepareProcess();
     try {
         run(app, options, argc, argv);
-    } catch (const bench::UartOptionError& error) {
-        bench::report(error.what());
+    } catch (const runtime::UartOptionError& error) {
+        runtime::report(error.what());
         return programs::kWrongUse;
     } catch (const WrongUse& error) {
-        bench::report(error.what());
+        runtime::report(error.what());
         return programs::kWrongUse;
     } catch (const std::exception& error) {
-        bench::report(error.what());
+        runtime::report(error.what());
         return programs::kFailed;
     }
 }

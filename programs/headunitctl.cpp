@@ -10,8 +10,8 @@
 #include <string>
 #include <utility>
 
-#include "Cli.h"
-#include "SessionBus.h"
+#include "programs/Cli.h"
+#include "programs/SessionBus.h"
 #include "protocol/Printable.h"
 
 namespace {

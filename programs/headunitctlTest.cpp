@@ -9,8 +9,8 @@
 #include <csignal>
 #include <memory>
 
-#include "HeadUnit.h"
-#include "HeadUnitBus.h"
+#include "platform/bench/HeadUnit.h"
+#include "platform/bench/HeadUnitBus.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/PrivateBus.h"
 

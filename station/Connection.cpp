@@ -43,7 +43,7 @@ Duration wireTime(std::size_t bytes, unsigned baud)
 }
 
 /// @returns `time` as a user writes it: "10 s", "250 ms".
-std::string format(Duration time)
+std::string durationText(Duration time)
 {
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
     return ms % 1000 == 0 ? std::to_string(ms / 1000) + " s" : std::to_string(ms) + " ms";
@@ -186,8 +186,8 @@ struct Connection::State {
                 tellNow(TraceEvent::Kind::kBack, {});
             } catch (const std::system_error& error) {
                 if (Clock::now() >= *giveUpAt) {
-                    throw LinkError("the device went away and was not back after " + format(options.reconnect) + ": " +
-                                    error.what());
+                    throw LinkError("the device went away and was not back after " + durationText(options.reconnect) +
+                                    ": " + error.what());
                 }
                 if (Clock::now() >= until) {
                     return nullptr;

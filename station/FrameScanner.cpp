@@ -9,7 +9,6 @@ namespace station {
 namespace {
 
 using protocol::Bytes;
-using Kind = ScannedPiece::Kind;
 
 /// @returns the place where a frame may begin, or the end of `bytes`.
 std::size_t findHeader(Bytes bytes)
@@ -23,12 +22,12 @@ std::size_t findHeader(Bytes bytes)
 class Pieces
 {
 public:
-    void add(Kind kind, Bytes bytes, protocol::Frame frame = {})
+    void add(ScannedPiece::Kind kind, Bytes bytes, protocol::Frame frame = {})
     {
         if (bytes.empty()) {
             return;
         }
-        if (kind == Kind::kGarbage && !pieces_.empty() && pieces_.back().kind == kind) {
+        if (kind == ScannedPiece::Kind::kGarbage && !pieces_.empty() && pieces_.back().kind == kind) {
             pieces_.back().bytes.insert(pieces_.back().bytes.end(), bytes.begin(), bytes.end());
             return;
         }
@@ -39,8 +38,8 @@ public:
     void addRest(Bytes bytes)
     {
         const std::size_t header = findHeader(bytes);
-        add(Kind::kGarbage, bytes.first(header));
-        add(Kind::kIncomplete, bytes.subspan(header));
+        add(ScannedPiece::Kind::kGarbage, bytes.first(header));
+        add(ScannedPiece::Kind::kIncomplete, bytes.subspan(header));
     }
 
     std::vector<ScannedPiece> take() { return std::move(pieces_); }
@@ -76,15 +75,15 @@ std::vector<ScannedPiece> scanFrames(Bytes stream)
         const Bytes chunk = stream.subspan(fed, std::min(stream.size() - fed, protocol::FrameAssembler::kLimit));
         fed += chunk.size();
         const std::size_t dropped = assembler.append(chunk);
-        pieces.add(Kind::kGarbage, stream.subspan(done, dropped));
+        pieces.add(ScannedPiece::Kind::kGarbage, stream.subspan(done, dropped));
         done += dropped;
         while (auto received = assembler.worthParsing() || done > 0 ? assembler.next() : std::nullopt) {
             const Bytes consumed = stream.subspan(done, fed - assembler.size() - done);
             const std::size_t garbage = garbageBefore(consumed, received->length);
             const auto params = received->params();
-            pieces.add(Kind::kGarbage, consumed.first(garbage));
-            pieces.add(received->checksumHolds ? Kind::kFrame : Kind::kCorrupt, consumed.subspan(garbage),
-                       {received->cmdOne, received->cmdTwo, {params.begin(), params.end()}});
+            pieces.add(ScannedPiece::Kind::kGarbage, consumed.first(garbage));
+            pieces.add(received->checksumHolds ? ScannedPiece::Kind::kFrame : ScannedPiece::Kind::kCorrupt,
+                       consumed.subspan(garbage), {received->cmdOne, received->cmdTwo, {params.begin(), params.end()}});
             done += consumed.size();
         }
     }

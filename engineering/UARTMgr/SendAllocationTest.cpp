@@ -12,8 +12,8 @@
 #include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "platform/bench/HeadUnit.h"
-#include "platform/bench/Root.h"
-#include "platform/bench/Wire.h"
+#include "platform/runtime/Root.h"
+#include "platform/runtime/Wire.h"
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/SignalRecorder.h"
@@ -22,7 +22,7 @@
 namespace {
 
 /// A wire that takes every frame and keeps none.
-class SwallowingWire : public bench::Wire
+class SwallowingWire : public runtime::Wire
 {
 public:
     void attach(Receiver) override {}
@@ -39,14 +39,14 @@ public:
 TEST(SendData, TakesNoMemoryBeyondTheCallersVector)
 {
     const tests::TempDir root;
-    bench::setRoot(root.path().string());
-    bench::makeHeadUnitDirectories(root.path().string());
+    runtime::setRoot(root.path().string());
+    runtime::makeHeadUnitDirectories(root.path().string());
     LogRecorder log;
     SignalRecorder hmi;
     bench::HeadUnit unit;
     unit.install();
     SwallowingWire wire;
-    bench::installWire(&wire);
+    runtime::installWire(&wire);
     KYRUARTManage* const manager = KYRSingleton<KYRUARTManage>::GetInstance();
     std::vector<unsigned char> none;
     std::vector<unsigned char> one(1, 0x55);
@@ -61,7 +61,7 @@ TEST(SendData, TakesNoMemoryBeyondTheCallersVector)
     EXPECT_EQ(taken, 0U);
     EXPECT_EQ(wire.bytes, 8U + 10U + 254U);
     EXPECT_TRUE(hmi.signals().empty());
-    bench::installWire(nullptr);
+    runtime::installWire(nullptr);
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-#define KYR_LOG_FUNCTION "HandleBTCommands"
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -12,9 +10,12 @@
 #include "engineering/autotest/SplitString.h"
 #include "protocol/CommandGroups.h"
 
+#undef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION "HandleBTCommands"
+
 namespace {
 
-constexpr unsigned char kReply = protocol::replyGroup(protocol::kBluetooth);
+constexpr unsigned char kBluetoothReply = protocol::replyGroup(protocol::kBluetooth);
 constexpr int kConnected = 1;
 
 bool IsHexadecimal(const std::string& text)
@@ -110,7 +111,7 @@ std::span<const Command> KYRAutoTest::BTCommands()
                  KYR_LOG_ERROR("BT address %s is not hexadecimal, not sent", address.c_str());
                  return;
              }
-             Reply(kReply, 0x07, *bytes);
+             Reply(kBluetoothReply, 0x07, *bytes);
          }},
         {0x08, 0, "delete pairings",
          [](KYRAutoTest& engine, Params) {
@@ -126,38 +127,38 @@ std::span<const Command> KYRAutoTest::BTCommands()
          }},
         {0x0C, 0, "power status",
          [](KYRAutoTest& engine, Params) {
-             Reply(kReply, 0x0C, {static_cast<unsigned char>(engine.m_nBtPowerStatus)});
+             Reply(kBluetoothReply, 0x0C, {static_cast<unsigned char>(engine.m_nBtPowerStatus)});
          }},
         {0x0D, 0, "name",
          [](KYRAutoTest& engine, Params) {
              const std::string name = engine.BtAttribute(KYRBtType::ATTRIBUTE_LOCAL_NAME);
              KYR_LOG_DEBUG("BT Name: %s", name.c_str());
-             ReplyText(kReply, 0x0D, name);
+             ReplyText(kBluetoothReply, 0x0D, name);
          }},
         {0x0E, 0, "audio connection",
          [](KYRAutoTest& engine, Params) {
              const KYRBtConnectionState state = engine.m_BtMedia.GetMediaConnectionState();
              KYR_LOG_DEBUG("bt_audio_connect_state: %d----%s", state.nState, state.strText.c_str());
-             Reply(kReply, 0x0E, IsConnected(state));
+             Reply(kBluetoothReply, 0x0E, IsConnected(state));
          }},
         {0x0F, 0, "phone connection",
          [](KYRAutoTest& engine, Params) {
              const KYRBtConnectionState state = engine.m_BtPhone.GetPhoneConnectionState();
              KYR_LOG_DEBUG("bt_phone_connect_state: %d----%s", state.nState, state.strText.c_str());
-             Reply(kReply, 0x0F, IsConnected(state));
+             Reply(kBluetoothReply, 0x0F, IsConnected(state));
          }},
         {0x14, 0, "music status",
          [](KYRAutoTest& engine, Params) {
              const int status = engine.m_BtMedia.GetMusicPlayStatus();
              KYR_LOG_DEBUG("bt_music_status = %d", status);
-             Reply(kReply, 0x14, MusicCode(status));
+             Reply(kBluetoothReply, 0x14, MusicCode(status));
          }},
         {0x15, 0, "call state",
          [](KYRAutoTest& engine, Params) {
              KYRTypeCallInfo info;
              engine.m_BtPhone.GetCurrentCallInfo(info);
              KYR_LOG_DEBUG("bt_call_state = %d", info.eCallState);
-             Reply(kReply, 0x15, CallCode(info.eCallState));
+             Reply(kBluetoothReply, 0x15, CallCode(info.eCallState));
          }},
         {0x16, 1, "set capability 9",
          [](KYRAutoTest& engine, Params params) {
@@ -167,7 +168,7 @@ std::span<const Command> KYRAutoTest::BTCommands()
         {0x17, 0, "get capability 9",
          [](KYRAutoTest& engine, Params) {
              const int value = engine.m_BtCom.GetCapability(KYRBtType::CAPABILITY_9);
-             Reply(kReply, 0x17, {static_cast<unsigned char>(value)});
+             Reply(kBluetoothReply, 0x17, {static_cast<unsigned char>(value)});
          }},
     });
     static_assert(CodesAscend(kCommands));
@@ -184,7 +185,7 @@ void KYRAutoTest::OnDeletePairStatusChanged(int bStatus)
     if (!m_bIsAutoTestMode)
         return;
     std::printf("[auto test]OnDeletePairStatus, bStatus = %d\n", bStatus);
-    Reply(kReply, 0x08, {static_cast<unsigned char>(bStatus)});
+    Reply(kBluetoothReply, 0x08, {static_cast<unsigned char>(bStatus)});
 }
 
 void KYRAutoTest::OnAnswerPairRequest(const std::string&, const std::string&, int nType,

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "platform/bench/Root.h"
+#include "platform/runtime/Root.h"
 #include "tests/engine/GroupChecks.h"
 #include "tests/support/Umask.h"
 
@@ -369,8 +369,8 @@ TEST_F(BtAddressTest, ARootThatTheShellWouldTakeApartIsQuoted)
 {
     const std::string strange = root.path().string() + "/a 'b' $c;d";
     fs::create_directories(strange);
-    bench::setRoot(strange);
-    ASSERT_TRUE(bench::makeHeadUnitDirectories(strange));
+    runtime::setRoot(strange);
+    ASSERT_TRUE(runtime::makeHeadUnitDirectories(strange));
     startInTestMode();
 
     provision("0002F5A1B2C3");

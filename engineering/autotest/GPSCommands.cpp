@@ -1,5 +1,3 @@
-#define KYR_LOG_FUNCTION "HandleGPSCommands"
-
 #include <algorithm>
 #include <array>
 #include <functional>
@@ -9,9 +7,12 @@
 #include "protocol/BigEndian.h"
 #include "protocol/CommandGroups.h"
 
+#undef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION "HandleGPSCommands"
+
 namespace {
 
-constexpr unsigned char kReply = protocol::replyGroup(protocol::kGps);
+constexpr unsigned char kGpsReply = protocol::replyGroup(protocol::kGps);
 
 }  // namespace
 
@@ -34,7 +35,7 @@ std::span<const Command> KYRAutoTest::GPSCommands()
                  }
              }
              KYR_LOG_ERROR("HandleGPSCommands, m_iStarNumberInView = %d", count);
-             Reply(kReply, 0x00, reply);
+             Reply(kGpsReply, 0x00, reply);
          }},
         {0x02, 0, "position",
          [](KYRAutoTest& engine, Params) {
@@ -50,7 +51,7 @@ std::span<const Command> KYRAutoTest::GPSCommands()
              std::vector<unsigned char> reply;
              protocol::appendBigEndian(reply, static_cast<std::uint32_t>(position.m_iLatitude), 4);
              protocol::appendBigEndian(reply, static_cast<std::uint32_t>(position.m_iLongitude), 4);
-             Reply(kReply, 0x02, reply);
+             Reply(kGpsReply, 0x02, reply);
          }},
         {0x0B, 0, "GPS antenna",
          [](KYRAutoTest&, Params) {
@@ -59,9 +60,9 @@ std::span<const Command> KYRAutoTest::GPSCommands()
                  KYR_LOG_ERROR("HandleGPSCommands, no system-misc proxy, the antenna counts as 0");
              // WIRE: the state as it is, unlike the tuner's antennas.
              const int state = misc != nullptr ? misc->GetGpsAntState() : 0;
-             Reply(kReply, 0x0B, {static_cast<unsigned char>(state)});
+             Reply(kGpsReply, 0x0B, {static_cast<unsigned char>(state)});
          }},
-        {0x0D, 0, "car information", [](KYRAutoTest& engine, Params) { Reply(kReply, 0x0D, {engine.m_ucCarInfo}); }},
+        {0x0D, 0, "car information", [](KYRAutoTest& engine, Params) { Reply(kGpsReply, 0x0D, {engine.m_ucCarInfo}); }},
     });
     static_assert(CodesAscend(kCommands));
     return kCommands;

@@ -1,5 +1,3 @@
-#define KYR_LOG_FUNCTION "HandleHardKeyAndDisplay"
-
 #include <array>
 
 #include "KYRFileMgr.h"
@@ -8,9 +6,12 @@
 #include "engineering/autotest/Timers.h"
 #include "protocol/CommandGroups.h"
 
+#undef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION "HandleHardKeyAndDisplay"
+
 namespace {
 
-constexpr unsigned char kReply = protocol::replyGroup(protocol::kHardKeyAndDisplay);
+constexpr unsigned char kHardKeyAndDisplayReply = protocol::replyGroup(protocol::kHardKeyAndDisplay);
 
 /// What the echo commands answer: the first parameter byte, or nothing.
 std::vector<unsigned char> FirstOrNone(Params params)
@@ -33,20 +34,20 @@ std::span<const Command> KYRAutoTest::HardKeyAndDisplayCommands()
         {0x0A, 0, "echo",
          [](KYRAutoTest&, Params params) {
              LogFirst(params);
-             Reply(kReply, 0x0A, FirstOrNone(params));
+             Reply(kHardKeyAndDisplayReply, 0x0A, FirstOrNone(params));
          }},
         {0x0B, 0, "set key feedback",
          [](KYRAutoTest& engine, Params params) {
              if (!params.empty())
                  engine.m_ucKeyFeedback = params[0];
-             Reply(kReply, 0x0B, FirstOrNone(params));
+             Reply(kHardKeyAndDisplayReply, 0x0B, FirstOrNone(params));
          }},
         {0x10, 0, "get key feedback",
-         [](KYRAutoTest& engine, Params) { Reply(kReply, 0x10, {engine.m_ucKeyFeedback}); }},
+         [](KYRAutoTest& engine, Params) { Reply(kHardKeyAndDisplayReply, 0x10, {engine.m_ucKeyFeedback}); }},
         {0x12, 0, "echo",
          [](KYRAutoTest&, Params params) {
              LogFirst(params);
-             Reply(kReply, 0x12, FirstOrNone(params));
+             Reply(kHardKeyAndDisplayReply, 0x12, FirstOrNone(params));
          }},
         {0x13, 1, "factory settings",
          [](KYRAutoTest& engine, Params params) {
@@ -71,7 +72,7 @@ std::span<const Command> KYRAutoTest::HardKeyAndDisplayCommands()
                  KYR_LOG_ERROR("HandleHardKeyAndDisplay, no power proxy, no power state");
                  return;
              }
-             Reply(kReply, 0x14, {static_cast<unsigned char>(power->GetPowerState())});
+             Reply(kHardKeyAndDisplayReply, 0x14, {static_cast<unsigned char>(power->GetPowerState())});
          }},
     });
     static_assert(CodesAscend(kCommands));

@@ -1,4 +1,4 @@
-#include "platform/bench/TimerService.h"
+#include "platform/runtime/TimerService.h"
 #include "tests/engine/GroupChecks.h"
 #include "tests/engine/NoHeadUnit.h"
 

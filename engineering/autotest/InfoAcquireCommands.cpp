@@ -1,5 +1,3 @@
-#define KYR_LOG_FUNCTION "HandleInfoAcquireCommands"
-
 #include <array>
 
 #include "KYRSystemInfo.h"
@@ -8,9 +6,12 @@
 #include "engineering/autotest/KYRAutoTest.h"
 #include "protocol/CommandGroups.h"
 
+#undef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION "HandleInfoAcquireCommands"
+
 namespace {
 
-constexpr unsigned char kReply = protocol::replyGroup(protocol::kInfoAcquire);
+constexpr unsigned char kInfoAcquireReply = protocol::replyGroup(protocol::kInfoAcquire);
 
 /// @returns a version by its position in the platform's record, empty when it cannot be had.
 std::string Version(std::size_t nField)
@@ -29,16 +30,17 @@ std::span<const Command> KYRAutoTest::InfoAcquireCommands()
 {
     static constexpr auto kCommands = std::to_array<Command>({
         // cmd_two, least number of parameters, name, action
-        {0x00, 0, "version, field 9", [](KYRAutoTest&, Params) { ReplyText(kReply, 0x00, Version(9)); }},
-        {0x01, 0, "version, field 0", [](KYRAutoTest&, Params) { ReplyText(kReply, 0x01, Version(0)); }},
+        {0x00, 0, "version, field 9", [](KYRAutoTest&, Params) { ReplyText(kInfoAcquireReply, 0x00, Version(9)); }},
+        {0x01, 0, "version, field 0", [](KYRAutoTest&, Params) { ReplyText(kInfoAcquireReply, 0x01, Version(0)); }},
         {0x04, 0, "BT version",
          [](KYRAutoTest& engine, Params) {
              const std::string version = engine.BtAttribute(KYRBtType::ATTRIBUTE_VERSION);
              KYR_LOG_DEBUG("BT version: %s", version.c_str());
-             ReplyText(kReply, 0x04, version);
+             ReplyText(kInfoAcquireReply, 0x04, version);
          }},
-        {0x06, 0, "project name", [](KYRAutoTest&, Params) { ReplyText(kReply, 0x06, ConfigText(kProjectNameKey)); }},
-        {0x1E, 0, "version, field 2", [](KYRAutoTest&, Params) { ReplyText(kReply, 0x1E, Version(2)); }},
+        {0x06, 0, "project name",
+         [](KYRAutoTest&, Params) { ReplyText(kInfoAcquireReply, 0x06, ConfigText(kProjectNameKey)); }},
+        {0x1E, 0, "version, field 2", [](KYRAutoTest&, Params) { ReplyText(kInfoAcquireReply, 0x1E, Version(2)); }},
     });
     static_assert(CodesAscend(kCommands));
     return kCommands;

@@ -1,11 +1,12 @@
-#define KYR_LOG_FUNCTION "HandleMediaCommands"
-
 #include <array>
 #include <cstdio>
 
 #include "engineering/EngineeringSignals.h"
 #include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
+
+#undef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION "HandleMediaCommands"
 
 // The HMI carries all of it out. It reports track indices later, through D-Bus; the group itself never answers.
 

@@ -1,5 +1,3 @@
-#define KYR_LOG_FUNCTION "HandleOtherCommands"
-
 #include <array>
 
 #include "KYRSystemUpdate.h"
@@ -8,9 +6,12 @@
 #include "engineering/autotest/KYRAutoTest.h"
 #include "protocol/CommandGroups.h"
 
+#undef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION "HandleOtherCommands"
+
 namespace {
 
-constexpr unsigned char kReply = protocol::replyGroup(protocol::kOther);
+constexpr unsigned char kOtherReply = protocol::replyGroup(protocol::kOther);
 constexpr int kUpdateCode = 13;
 
 }  // namespace
@@ -25,7 +26,7 @@ std::span<const Command> KYRAutoTest::OtherCommands()
                  engine.m_iFlag = params[0];
              KYR_LOG_DEBUG("HandleOtherCommands, m_iFlag = %d", engine.m_iFlag);
          }},
-        {0x01, 0, "get flag", [](KYRAutoTest& engine, Params) { Reply(kReply, 0x01, {engine.m_iFlag}); }},
+        {0x01, 0, "get flag", [](KYRAutoTest& engine, Params) { Reply(kOtherReply, 0x01, {engine.m_iFlag}); }},
         {0x02, 1, "aging audio",
          [](KYRAutoTest&, Params params) {
              if (params[0] != 1)
@@ -36,7 +37,7 @@ std::span<const Command> KYRAutoTest::OtherCommands()
              if (source != KYRSource::SOURCE_USB_MEDIA)
                  KYRSource::Request(KYRSource::SOURCE_USB_MEDIA, KYRSource::AUDIO_GAIN_DEFAULT);
          }},
-        {0x03, 0, "get status", [](KYRAutoTest& engine, Params) { Reply(kReply, 0x03, {engine.m_ucStatusFlag}); }},
+        {0x03, 0, "get status", [](KYRAutoTest& engine, Params) { Reply(kOtherReply, 0x03, {engine.m_ucStatusFlag}); }},
         {0x05, 0, "system update",
          [](KYRAutoTest&, Params) {
              if (KYRSystemUpdate* const update = KYR_GetSystemUpdateProxy())

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr unsigned char kReply = protocol::replyGroup(protocol::kTestMode);
+constexpr unsigned char kTestModeReply = protocol::replyGroup(protocol::kTestMode);
 
 }  // namespace
 
@@ -24,11 +24,11 @@ std::span<const Command> KYRAutoTest::TestModeCommands()
              }
              std::printf("[auto test]HandleTestMode, m_bIsAutoTestMode = %d", engine.m_bIsAutoTestMode ? 1 : 0);
              // WIRE: the byte comes back as it was sent, also one that switched the mode off; without one, none.
-             Reply(kReply, 0x00, {params.begin(), params.begin() + (params.empty() ? 0 : 1)});
+             Reply(kTestModeReply, 0x00, {params.begin(), params.begin() + (params.empty() ? 0 : 1)});
          }},
         {0xFF, 0, "get test mode",
          [](KYRAutoTest& engine, Params) {
-             Reply(kReply, 0xFF, {static_cast<unsigned char>(engine.m_bIsAutoTestMode ? 1 : 0)});
+             Reply(kTestModeReply, 0xFF, {static_cast<unsigned char>(engine.m_bIsAutoTestMode ? 1 : 0)});
          }},
     });
     static_assert(CodesAscend(kCommands));

@@ -1,5 +1,3 @@
-#define KYR_LOG_FUNCTION "HandleWifiConnectCommands"
-
 #include <array>
 
 #include "KYRWifi.h"
@@ -8,9 +6,12 @@
 #include "engineering/autotest/NetworkInterfaces.h"
 #include "protocol/CommandGroups.h"
 
+#undef KYR_LOG_FUNCTION
+#define KYR_LOG_FUNCTION "HandleWifiConnectCommands"
+
 namespace {
 
-constexpr unsigned char kReply = protocol::replyGroup(protocol::kWifiConnect);
+constexpr unsigned char kWifiConnectReply = protocol::replyGroup(protocol::kWifiConnect);
 constexpr int kWifiProcess = 1;
 
 }  // namespace
@@ -34,7 +35,7 @@ std::span<const Command> KYRAutoTest::WifiConnectCommands()
         {0x05, 0, "BT name",
          [](KYRAutoTest& engine, Params) {
              if (engine.m_nWifiModuleReady != 0)
-                 ReplyText(kReply, 0x05, engine.BtAttribute(KYRBtType::ATTRIBUTE_LOCAL_NAME));
+                 ReplyText(kWifiConnectReply, 0x05, engine.BtAttribute(KYRBtType::ATTRIBUTE_LOCAL_NAME));
          }},
         {0x06, 0, "Wi-Fi text",
          [](KYRAutoTest& engine, Params) {
@@ -43,16 +44,16 @@ std::span<const Command> KYRAutoTest::WifiConnectCommands()
              KYRWifi* const wifi = KYR_GetWifiService();
              if (wifi == nullptr)
                  KYR_LOG_ERROR("HandleWifiConnectCommands, no Wi-Fi service, no text");
-             ReplyText(kReply, 0x06, wifi != nullptr ? wifi->GetText() : std::string());
+             ReplyText(kWifiConnectReply, 0x06, wifi != nullptr ? wifi->GetText() : std::string());
          }},
         {0x07, 0, "IPv4 address",
          [](KYRAutoTest& engine, Params) {
              if (engine.m_nWifiModuleReady != 0)
-                 ReplyText(kReply, 0x07, GetWiFiInterfaceIP());
+                 ReplyText(kWifiConnectReply, 0x07, GetWiFiInterfaceIP());
          }},
         {0x09, 0, "Wi-Fi ready",
          [](KYRAutoTest& engine, Params) {
-             Reply(kReply, 0x09, {static_cast<unsigned char>(engine.m_nWifiModuleReady)});
+             Reply(kWifiConnectReply, 0x09, {static_cast<unsigned char>(engine.m_nWifiModuleReady)});
          }},
     });
     static_assert(CodesAscend(kCommands));

@@ -1,4 +1,4 @@
-#include "CallRecord.h"
+#include "platform/bench/CallRecord.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

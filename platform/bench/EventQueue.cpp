@@ -1,6 +1,6 @@
-#include "EventQueue.h"
+#include "platform/bench/EventQueue.h"
 
-#include "RunGuarded.h"
+#include "platform/runtime/RunGuarded.h"
 
 namespace bench {
 
@@ -58,7 +58,7 @@ void EventQueue::run()
             const std::function<void()> event = std::move(events_.front());
             events_.pop_front();
             lock.unlock();
-            runGuarded("a listener threw", event);
+            runtime::runGuarded("a listener threw", event);
         }
         lock.lock();
         ++done_;

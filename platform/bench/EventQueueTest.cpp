@@ -1,4 +1,4 @@
-#include "EventQueue.h"
+#include "platform/bench/EventQueue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

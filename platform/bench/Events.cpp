@@ -1,19 +1,18 @@
-#include "Events.h"
+#include "platform/bench/Events.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <limits>
 
-#include "FakeContext.h"
-#include "JsonText.h"
+#include "platform/bench/FakeContext.h"
+#include "platform/bench/JsonText.h"
 #include "protocol/Printable.h"
 
 namespace bench {
 namespace {
 
 using nlohmann::json;
-using Kind = EventError::Kind;
 using enum ArgumentType;
 
 constexpr std::size_t kMostSatellites = std::size(_GpsSatelliteData{}.nNumber);
@@ -206,7 +205,7 @@ bool isIntegerBetween(const json& value, std::int64_t least, std::int64_t most)
     return value.is_number_integer() && value.get<std::int64_t>() >= least && value.get<std::int64_t>() <= most;
 }
 
-bool isInt(const json& value)
+bool isIntArgument(const json& value)
 {
     using Limits = std::numeric_limits<std::int32_t>;
     return isIntegerBetween(value, Limits::min(), Limits::max());
@@ -214,14 +213,14 @@ bool isInt(const json& value)
 
 bool isSatellite(const json& value)
 {
-    return value.is_array() && value.size() == 2 && isInt(value[0]) && isInt(value[1]);
+    return value.is_array() && value.size() == 2 && isIntArgument(value[0]) && isIntArgument(value[1]);
 }
 
 bool fits(ArgumentType type, const json& value)
 {
     switch (type) {
         case Int:
-            return isInt(value);
+            return isIntArgument(value);
         case Unsigned:
             return isIntegerBetween(value, 0, std::numeric_limits<std::uint32_t>::max());
         case Byte:
@@ -265,8 +264,9 @@ std::string listOfArguments(const Event& event)
 
 [[noreturn]] void refuse(const Event& event, const std::string& why)
 {
-    throw EventError(Kind::InvalidArguments, protocol::printable(std::string(event.name) + ": " + why +
-                                                                 "; its arguments are: " + listOfArguments(event)));
+    throw EventError(
+        EventError::Kind::InvalidArguments,
+        protocol::printable(std::string(event.name) + ": " + why + "; its arguments are: " + listOfArguments(event)));
 }
 
 void checkArguments(const Event& event, const json& arguments)
@@ -294,7 +294,8 @@ const Event& findEvent(const std::string& name)
     std::string names;
     for (const Event& each : kEvents)
         names += (names.empty() ? "" : ", ") + std::string(each.name);
-    throw EventError(Kind::UnknownEvent, protocol::printable("there is no event \"" + name + "\"; there are " + names));
+    throw EventError(EventError::Kind::UnknownEvent,
+                     protocol::printable("there is no event \"" + name + "\"; there are " + names));
 }
 
 }  // namespace

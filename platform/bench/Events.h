@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 

@@ -1,11 +1,11 @@
-#include "Events.h"
+#include "platform/bench/Events.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <set>
 
-#include "HeadUnit.h"
+#include "platform/bench/HeadUnit.h"
 
 namespace bench {
 namespace {

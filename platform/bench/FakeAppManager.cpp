@@ -1,16 +1,19 @@
-#include "FakeAppManager.h"
+#include "platform/bench/FakeAppManager.h"
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 namespace {
 
-constexpr const char* kService = "app_manager";
+constexpr const char* kAppManagerService = "app_manager";
 constexpr int kWifiProcess = 1;
 
 }  // namespace
 
-FakeAppManager::FakeAppManager(const FakeContext& context, TimerService& timers) : context_(context), timers_(timers) {}
+FakeAppManager::FakeAppManager(const FakeContext& context, runtime::TimerService& timers)
+    : context_(context), timers_(timers)
+{
+}
 
 FakeAppManager::~FakeAppManager()
 {
@@ -24,7 +27,7 @@ int FakeAppManager::InitInstance()
 
 void FakeAppManager::NotifyModuleInitBegin(ServiceModule module)
 {
-    context_.calls.add(kService, "NotifyModuleInitBegin", {int{module}});
+    context_.calls.add(kAppManagerService, "NotifyModuleInitBegin", {int{module}});
 }
 
 void FakeAppManager::NotifyModuleReady(ServiceModule module)
@@ -33,7 +36,7 @@ void FakeAppManager::NotifyModuleReady(ServiceModule module)
         const std::lock_guard lock(mutex_);
         serviceReady_ = true;
     }
-    context_.calls.add(kService, "NotifyModuleReady", {int{module}});
+    context_.calls.add(kAppManagerService, "NotifyModuleReady", {int{module}});
 }
 
 void FakeAppManager::SetStartServiceAction(ServiceModule module, StartAction action)
@@ -42,12 +45,12 @@ void FakeAppManager::SetStartServiceAction(ServiceModule module, StartAction act
         const std::lock_guard lock(mutex_);
         startActions_[module] = action;
     }
-    context_.calls.add(kService, "SetStartServiceAction", {int{module}});
+    context_.calls.add(kAppManagerService, "SetStartServiceAction", {int{module}});
 }
 
 int FakeAppManager::RequestStartModuleProcess(int process, int requester)
 {
-    context_.calls.add(kService, "RequestStartModuleProcess", {process, requester});
+    context_.calls.add(kAppManagerService, "RequestStartModuleProcess", {process, requester});
     if (process != kWifiProcess)
         return 0;
     if (!context_.state.flag("/app_manager/starts_on_request"))

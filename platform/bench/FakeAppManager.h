@@ -6,8 +6,8 @@
 #include <mutex>
 #include <optional>
 
-#include "FakeContext.h"
-#include "TimerService.h"
+#include "platform/bench/FakeContext.h"
+#include "platform/runtime/TimerService.h"
 
 namespace bench {
 
@@ -16,7 +16,7 @@ class FakeAppManager : public KYRAppMgrService
 {
 public:
     /// @param timers what the delay of a requested start runs on; not owned
-    FakeAppManager(const FakeContext& context, TimerService& timers);
+    FakeAppManager(const FakeContext& context, runtime::TimerService& timers);
 
     /// As cancelStarts().
     ~FakeAppManager() override;
@@ -42,7 +42,7 @@ public:
 
 private:
     const FakeContext context_;
-    TimerService& timers_;
+    runtime::TimerService& timers_;
     std::mutex mutex_;
     std::map<int, StartAction> startActions_;  // guarded by mutex_
     bool serviceReady_ = false;                // guarded by mutex_

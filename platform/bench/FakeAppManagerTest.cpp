@@ -1,4 +1,4 @@
-#include "FakeAppManager.h"
+#include "platform/bench/FakeAppManager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "HeadUnit.h"
+#include "platform/bench/HeadUnit.h"
 
 namespace bench {
 namespace {
@@ -57,7 +57,7 @@ protected:
         return happened;
     }
 
-    TimerService timers_{TimerService::Clock::Manual};
+    runtime::TimerService timers_{runtime::TimerService::Clock::Manual};
     HeadUnit unit_{timers_};
     KYRAppMgrService* manager_ = nullptr;
     Reports reports_;

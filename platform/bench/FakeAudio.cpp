@@ -1,6 +1,6 @@
-#include "FakeAudio.h"
+#include "platform/bench/FakeAudio.h"
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 

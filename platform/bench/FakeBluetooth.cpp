@@ -1,17 +1,17 @@
-#include "FakeBluetooth.h"
+#include "platform/bench/FakeBluetooth.h"
 
 #include <KYRMutex.h>
 
 #include <map>
 #include <vector>
 
-#include "DeliveryTurns.h"
-#include "Services.h"
+#include "platform/bench/Services.h"
+#include "platform/runtime/DeliveryTurns.h"
 
 namespace bench {
 namespace {
 
-constexpr const char* kService = "bluetooth";
+constexpr const char* kBluetoothService = "bluetooth";
 
 /// The adapter's clients. They are not a head unit's: a KYRBtCom may outlive the one under which it was made.
 struct Clients {
@@ -45,11 +45,11 @@ int FakeBluetooth::getAttribute(int attribute, std::string& value) const
 
 int FakeBluetooth::deletePairings()
 {
-    context_.calls.add(kService, "DeletePairDeviceList", {});
+    context_.calls.add(kBluetoothService, "DeletePairDeviceList", {});
     const int result = context_.state.number("/bluetooth/delete_pairings_result");
     // A command's reply comes before the end of what it has begun, as on a unit, where that takes a while.
-    context_.events.post([result, turn = DeliveryTurns::instance().current()] {
-        DeliveryTurns::instance().waitForEnd(turn);
+    context_.events.post([result, turn = runtime::DeliveryTurns::instance().current()] {
+        runtime::DeliveryTurns::instance().waitForEnd(turn);
         tellClients([result](IKYRBtComListener& listener) { listener.OnDeletePairStatusChanged(result); });
     });
     return result;
@@ -57,7 +57,7 @@ int FakeBluetooth::deletePairings()
 
 void FakeBluetooth::setCapability(int capability, int value)
 {
-    context_.calls.add(kService, "SetCapability", {capability, value});
+    context_.calls.add(kBluetoothService, "SetCapability", {capability, value});
     context_.state.set("/bluetooth/capabilities/" + std::to_string(capability), value);
 }
 
@@ -68,17 +68,17 @@ int FakeBluetooth::capability(int capability) const
 
 void FakeBluetooth::answerPair(const std::string& address, const std::string& name, int state)
 {
-    context_.calls.add(kService, "AnswerPair", {address, name, state});
+    context_.calls.add(kBluetoothService, "AnswerPair", {address, name, state});
 }
 
 void FakeBluetooth::acceptCall()
 {
-    context_.calls.add(kService, "AcceptCall", {});
+    context_.calls.add(kBluetoothService, "AcceptCall", {});
 }
 
 void FakeBluetooth::terminateCall()
 {
-    context_.calls.add(kService, "TerminateCall", {});
+    context_.calls.add(kBluetoothService, "TerminateCall", {});
 }
 
 KYRBtConnectionState FakeBluetooth::phoneConnection() const

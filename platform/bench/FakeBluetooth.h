@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "FakeContext.h"
+#include "platform/bench/FakeContext.h"
 
 namespace bench {
 

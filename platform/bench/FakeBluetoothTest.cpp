@@ -1,4 +1,4 @@
-#include "FakeBluetooth.h"
+#include "platform/bench/FakeBluetooth.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <memory>
 #include <thread>
 
-#include "HeadUnit.h"
+#include "platform/bench/HeadUnit.h"
 
 namespace bench {
 namespace {

@@ -1,6 +1,6 @@
-#include "FakeConfig.h"
+#include "platform/bench/FakeConfig.h"
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 

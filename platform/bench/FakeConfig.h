@@ -2,7 +2,7 @@
 
 #include <KYRConfig.h>
 
-#include "FakeContext.h"
+#include "platform/bench/FakeContext.h"
 
 namespace bench {
 

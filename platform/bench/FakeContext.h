@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "CallRecord.h"
-#include "EventQueue.h"
-#include "State.h"
+#include "platform/bench/CallRecord.h"
+#include "platform/bench/EventQueue.h"
+#include "platform/bench/State.h"
 
 namespace bench {
 

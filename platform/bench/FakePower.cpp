@@ -1,17 +1,17 @@
-#include "FakePower.h"
+#include "platform/bench/FakePower.h"
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 namespace {
 
-constexpr const char* kService = "power";
+constexpr const char* kPowerService = "power";
 
 }  // namespace
 
 void FakePower::SetPowerState(PowerState state)
 {
-    context_.calls.add(kService, "SetPowerState", {int{state}});
+    context_.calls.add(kPowerService, "SetPowerState", {int{state}});
     if (state == PS_SHUT_DOWN)
         context_.state.set("/power/shut_down", true);
 }
@@ -28,7 +28,7 @@ int FakePower::GetPowerStatus()
 
 void FakePower::SwitchPowerMode(int on)
 {
-    context_.calls.add(kService, "SwitchPowerMode", {on});
+    context_.calls.add(kPowerService, "SwitchPowerMode", {on});
     if (on == 0 || on == 1)
         context_.state.set("/power/status", int{on == 1 ? POWER_STATUS_ON : POWER_STATUS_OFF});
 }
@@ -40,7 +40,7 @@ int FakePower::GetCurScreenLightType()
 
 void FakePower::RestartSystem()
 {
-    context_.calls.add(kService, "RestartSystem", {});
+    context_.calls.add(kPowerService, "RestartSystem", {});
 }
 
 }  // namespace bench

@@ -2,7 +2,7 @@
 
 #include <KYRPower.h>
 
-#include "FakeContext.h"
+#include "platform/bench/FakeContext.h"
 
 namespace bench {
 

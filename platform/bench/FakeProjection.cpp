@@ -1,6 +1,6 @@
-#include "FakeProjection.h"
+#include "platform/bench/FakeProjection.h"
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 

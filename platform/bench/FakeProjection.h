@@ -4,7 +4,7 @@
 #include <KYRCarPlay.h>
 #include <KYRDeviceApp.h>
 
-#include "FakeContext.h"
+#include "platform/bench/FakeContext.h"
 
 namespace bench {
 

@@ -1,8 +1,8 @@
-#include "FakeProxies.h"
+#include "platform/bench/FakeProxies.h"
 
 #include <algorithm>
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 

@@ -7,7 +7,7 @@
 #include <KYRSystemUpdate.h>
 #include <KYRU6Persist.h>
 
-#include "FakeContext.h"
+#include "platform/bench/FakeContext.h"
 
 namespace bench {
 

@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "HeadUnit.h"
-#include "Services.h"
+#include "platform/bench/HeadUnit.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 namespace {

@@ -1,8 +1,8 @@
-#include "FakeSourceManager.h"
+#include "platform/bench/FakeSourceManager.h"
 
 #include <algorithm>
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 

@@ -3,7 +3,7 @@
 #include <IKYRListener.h>
 #include <KYRSource.h>
 
-#include "FakeContext.h"
+#include "platform/bench/FakeContext.h"
 
 namespace bench {
 

@@ -1,4 +1,4 @@
-#include "FakeSystem.h"
+#include "platform/bench/FakeSystem.h"
 
 #include <KYRSystem.h>
 #include <fcntl.h>
@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "RootText.h"
-#include "Services.h"
+#include "platform/bench/RootText.h"
+#include "platform/bench/Services.h"
 
 extern char** environ;
 
@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kService = "system";
+constexpr const char* kSystemService = "system";
 
 bool beginsWithAny(const std::string& text, const std::vector<std::string>& beginnings)
 {
@@ -121,7 +121,7 @@ bool removeFilesThatBegin(const std::string& beginning, bool force)
 bool FakeSystem::execute(const std::string& command, bool waits)
 {
     const std::string named = commandLessRoot(command, KYR_GetRootPath());
-    context_.calls.add(kService, "Execute", {named});
+    context_.calls.add(kSystemService, "Execute", {named});
     if (beginsWithAny(named, context_.state.texts("/system/failing_commands")))
         return false;
     return runShell(command, waits);
@@ -130,7 +130,7 @@ bool FakeSystem::execute(const std::string& command, bool waits)
 bool FakeSystem::remove(const std::string& path, bool force)
 {
     const std::string named = pathLessRoot(path, KYR_GetRootPath());
-    context_.calls.add(kService, "RemoveFile", {named});
+    context_.calls.add(kSystemService, "RemoveFile", {named});
     if (beginsWithAny(named, context_.state.texts("/system/failing_removals")))
         return false;
     if (path.ends_with('*'))

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "FakeContext.h"
+#include "platform/bench/FakeContext.h"
 
 namespace bench {
 

@@ -1,6 +1,6 @@
-#include "FakeSystemMisc.h"
+#include "platform/bench/FakeSystemMisc.h"
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 

@@ -2,7 +2,7 @@
 
 #include <KYRSystemMisc.h>
 
-#include "FakeContext.h"
+#include "platform/bench/FakeContext.h"
 
 namespace bench {
 

@@ -1,4 +1,4 @@
-#include "FakeSystem.h"
+#include "platform/bench/FakeSystem.h"
 
 #include <KYRSystem.h>
 #include <fcntl.h>
@@ -11,8 +11,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "HeadUnit.h"
-#include "Root.h"
+#include "platform/bench/HeadUnit.h"
+#include "platform/runtime/Root.h"
 #include "tests/support/TempDir.h"
 
 namespace bench {
@@ -193,14 +193,14 @@ TEST_F(FakeSystemTest, SystemProxiesStart)
 
 TEST_F(FakeSystemTest, CommandsAndPathsAreRecordedLessTheRoot)
 {
-    setRoot(path("my root"));
+    runtime::setRoot(path("my root"));
     fs::create_directories(path("my root/perm_data"));
     unit_.state().set("/system/failing_removals", {"/perm_data/keep"});
     write("my root/perm_data/keep");
 
     KYR_ExecSystemCmd(("mkdir '" + path("my root") + "'/perm_data/data").c_str(), 1);
     KYR_RemoveFile(path("my root/perm_data/keep").c_str(), 1);
-    setRoot("");
+    runtime::setRoot("");
 
     EXPECT_TRUE(fs::is_directory(path("my root/perm_data/data")));
     EXPECT_TRUE(fs::exists(path("my root/perm_data/keep")));

@@ -1,16 +1,16 @@
-#include "FakeTuner.h"
+#include "platform/bench/FakeTuner.h"
 
 #include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 namespace {
 
-constexpr const char* kService = "tuner";
+constexpr const char* kTunerService = "tuner";
 constexpr int kDown = 0;
 constexpr int kUp = 1;
 
@@ -47,19 +47,19 @@ unsigned int FakeTuner::GetFrequency(BandID band)
 
 void FakeTuner::Play(BandID band, unsigned int frequency, unsigned int service, int audible)
 {
-    context_.calls.add(kService, "Play", {int{band}, frequency, service, audible});
+    context_.calls.add(kTunerService, "Play", {int{band}, frequency, service, audible});
     tune(band, static_cast<int>(frequency));
 }
 
 void FakeTuner::SwitchBandRequest(BandID band)
 {
-    context_.calls.add(kService, "SwitchBandRequest", {int{band}});
+    context_.calls.add(kTunerService, "SwitchBandRequest", {int{band}});
     context_.state.set("/tuner/band", int{band});
 }
 
 void FakeTuner::Seek(BandID band, int direction)
 {
-    context_.calls.add(kService, "Seek", {int{band}, direction});
+    context_.calls.add(kTunerService, "Seek", {int{band}, direction});
     if (direction != kUp && direction != kDown)
         return;
     const int frequency = context_.state.numberAt("/tuner/frequency", band).value_or(0);
@@ -69,23 +69,23 @@ void FakeTuner::Seek(BandID band, int direction)
 
 void FakeTuner::AutoStore()
 {
-    context_.calls.add(kService, "AutoStore", {});
+    context_.calls.add(kTunerService, "AutoStore", {});
 }
 
 void FakeTuner::Scan(BandID band)
 {
-    context_.calls.add(kService, "Scan", {int{band}});
+    context_.calls.add(kTunerService, "Scan", {int{band}});
 }
 
 void FakeTuner::SwitchRdsAFSetting(unsigned char on)
 {
-    context_.calls.add(kService, "SwitchRdsAFSetting", {int{on}});
+    context_.calls.add(kTunerService, "SwitchRdsAFSetting", {int{on}});
     context_.state.set("/tuner/rds_af", int{on});
 }
 
 void FakeTuner::SwitchRdsTASetting(unsigned char on)
 {
-    context_.calls.add(kService, "SwitchRdsTASetting", {int{on}});
+    context_.calls.add(kTunerService, "SwitchRdsTASetting", {int{on}});
     context_.state.set("/tuner/rds_ta", int{on});
 }
 

@@ -1,4 +1,4 @@
-#include "FakeTuner.h"
+#include "platform/bench/FakeTuner.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include <tuple>
 #include <vector>
 
-#include "HeadUnit.h"
+#include "platform/bench/HeadUnit.h"
 
 namespace bench {
 namespace {

@@ -1,6 +1,6 @@
-#include "FakeWifi.h"
+#include "platform/bench/FakeWifi.h"
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 

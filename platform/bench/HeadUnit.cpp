@@ -1,8 +1,8 @@
-#include "HeadUnit.h"
+#include "platform/bench/HeadUnit.h"
 
 #include <atomic>
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 namespace {
@@ -11,9 +11,9 @@ std::atomic<HeadUnit*> theInstalled{nullptr};
 
 }  // namespace
 
-HeadUnit::HeadUnit() : HeadUnit(TimerService::instance()) {}
+HeadUnit::HeadUnit() : HeadUnit(runtime::TimerService::instance()) {}
 
-HeadUnit::HeadUnit(TimerService& timers)
+HeadUnit::HeadUnit(runtime::TimerService& timers)
     : services_(std::make_unique<Services>(FakeContext{state_, calls_, events_}, timers))
 {
 }

@@ -5,11 +5,11 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "CallRecord.h"
-#include "EventQueue.h"
-#include "Events.h"
-#include "Services.h"
-#include "State.h"
+#include "platform/bench/CallRecord.h"
+#include "platform/bench/EventQueue.h"
+#include "platform/bench/Events.h"
+#include "platform/bench/Services.h"
+#include "platform/bench/State.h"
 
 namespace bench {
 
@@ -21,7 +21,7 @@ public:
     HeadUnit();
 
     /// @param timers what delays run on; not owned
-    explicit HeadUnit(TimerService& timers);
+    explicit HeadUnit(runtime::TimerService& timers);
 
     /// Uninstalls and stops it. Nobody may hold what the getters gave any more.
     ~HeadUnit();

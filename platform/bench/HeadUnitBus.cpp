@@ -1,4 +1,4 @@
-#include "HeadUnitBus.h"
+#include "platform/bench/HeadUnitBus.h"
 
 #include <gio/gio.h>
 
@@ -9,10 +9,10 @@
 #include <mutex>
 #include <thread>
 
-#include "JsonText.h"
-#include "Report.h"
-#include "SignalOutbox.h"
 #include "headunit_dbus.h"
+#include "platform/bench/JsonText.h"
+#include "platform/bench/SignalOutbox.h"
+#include "platform/runtime/Report.h"
 #include "protocol/Printable.h"
 
 namespace bench {
@@ -38,7 +38,7 @@ using Ref = std::unique_ptr<Object, Unref<Object>>;
 struct Free {
     void operator()(char* text) const { g_free(text); }
 };
-using Text = std::unique_ptr<char, Free>;
+using GText = std::unique_ptr<char, Free>;
 
 /// A GError that is freed, and its message.
 class Error
@@ -104,7 +104,7 @@ public:
 private:
     void refuseAs(const std::string& name, const char* message)
     {
-        const Text valid(g_utf8_make_valid(message, -1));
+        const GText valid(g_utf8_make_valid(message, -1));
         g_dbus_method_invocation_return_dbus_error(std::exchange(invocation_, nullptr), name.c_str(), valid.get());
     }
 
@@ -123,9 +123,9 @@ gboolean answering(GDBusMethodInvocation* invocation, Action action)
     } catch (const EventError& error) {
         call->refuse(error);
     } catch (const std::exception& error) {
-        report(std::string("the head unit's bus: ") + error.what());
+        runtime::report(std::string("the head unit's bus: ") + error.what());
     } catch (...) {
-        report("the head unit's bus: something that is no std::exception");
+        runtime::report("the head unit's bus: something that is no std::exception");
     }
     return TRUE;
 }
@@ -242,7 +242,7 @@ private:
     std::string open()
     {
         Error error;
-        const Text address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_.get(), error.out()));
+        const GText address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_.get(), error.out()));
         if (!address)
             return "no session bus: " + error.text();
         // Not the process's shared connection, which ends the process when the bus goes.
@@ -272,10 +272,10 @@ private:
         connection_.reset();
         const std::string error = open();
         if (error.empty()) {
-            report(std::string("lost the session bus, connected again as ") + kBusName);
+            runtime::report(std::string("lost the session bus, connected again as ") + kBusName);
         } else {
             unobserve();
-            report(std::string("the session bus is gone, and ") + kBusName + " with it: " + error);
+            runtime::report(std::string("the session bus is gone, and ") + kBusName + " with it: " + error);
         }
     }
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "HeadUnit.h"
+#include "platform/bench/HeadUnit.h"
 
 namespace bench {
 

@@ -1,4 +1,4 @@
-#include "HeadUnitBus.h"
+#include "platform/bench/HeadUnitBus.h"
 
 #include <KYRAppMgr.h>
 #include <KYRSystem.h>

@@ -1,9 +1,9 @@
-#include "HeadUnit.h"
+#include "platform/bench/HeadUnit.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 namespace {

@@ -1,4 +1,4 @@
-#include "JsonText.h"
+#include "platform/bench/JsonText.h"
 
 #include "protocol/Printable.h"
 

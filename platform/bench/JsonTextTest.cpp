@@ -1,4 +1,4 @@
-#include "JsonText.h"
+#include "platform/bench/JsonText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

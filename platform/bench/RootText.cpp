@@ -1,4 +1,4 @@
-#include "RootText.h"
+#include "platform/bench/RootText.h"
 
 #include <algorithm>
 #include <cctype>

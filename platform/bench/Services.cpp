@@ -1,8 +1,8 @@
-#include "Services.h"
+#include "platform/bench/Services.h"
 
 namespace bench {
 
-Services::Services(const FakeContext& shared, TimerService& timers)
+Services::Services(const FakeContext& shared, runtime::TimerService& timers)
     : context(shared)
     , androidAuto(shared)
     , appManager(shared, timers)

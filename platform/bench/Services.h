@@ -1,24 +1,24 @@
 #pragma once
 
-#include "FakeAppManager.h"
-#include "FakeAudio.h"
-#include "FakeBluetooth.h"
-#include "FakeConfig.h"
-#include "FakeContext.h"
-#include "FakePower.h"
-#include "FakeProjection.h"
-#include "FakeProxies.h"
-#include "FakeSourceManager.h"
-#include "FakeSystem.h"
-#include "FakeSystemMisc.h"
-#include "FakeTuner.h"
-#include "FakeWifi.h"
+#include "platform/bench/FakeAppManager.h"
+#include "platform/bench/FakeAudio.h"
+#include "platform/bench/FakeBluetooth.h"
+#include "platform/bench/FakeConfig.h"
+#include "platform/bench/FakeContext.h"
+#include "platform/bench/FakePower.h"
+#include "platform/bench/FakeProjection.h"
+#include "platform/bench/FakeProxies.h"
+#include "platform/bench/FakeSourceManager.h"
+#include "platform/bench/FakeSystem.h"
+#include "platform/bench/FakeSystemMisc.h"
+#include "platform/bench/FakeTuner.h"
+#include "platform/bench/FakeWifi.h"
 
 namespace bench {
 
 /// The services of one simulated head unit.
 struct Services {
-    Services(const FakeContext& shared, TimerService& timers);
+    Services(const FakeContext& shared, runtime::TimerService& timers);
 
     const FakeContext context;
     FakeAndroidAuto androidAuto;

@@ -1,4 +1,4 @@
-#include "SignalOutbox.h"
+#include "platform/bench/SignalOutbox.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "State.h"
+#include "platform/bench/State.h"
 
 #include <mutex>
 
-#include "StateSchema.h"
+#include "platform/bench/StateSchema.h"
 
 namespace bench {
 

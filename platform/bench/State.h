@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Announcer.h"
+#include "platform/bench/Announcer.h"
 
 namespace bench {
 

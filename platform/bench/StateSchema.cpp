@@ -1,17 +1,16 @@
-#include "StateSchema.h"
+#include "platform/bench/StateSchema.h"
 
 #include <algorithm>
 #include <charconv>
 #include <limits>
 
-#include "JsonText.h"
+#include "platform/bench/JsonText.h"
 #include "protocol/Printable.h"
 
 namespace bench {
 namespace {
 
 using nlohmann::json;
-using Kind = StateError::Kind;
 
 constexpr std::size_t kVersionCount = 11;
 
@@ -69,13 +68,14 @@ std::string found(const json& value)
 
 [[noreturn]] void refuseValue(const std::string& path, const json& value, const std::string& right)
 {
-    throw StateError(Kind::InvalidValue, protocol::printable((path.empty() ? "the state" : path) + " cannot be " +
-                                                             found(value) + ", it must be " + right));
+    throw StateError(StateError::Kind::InvalidValue,
+                     protocol::printable((path.empty() ? "the state" : path) + " cannot be " + found(value) +
+                                         ", it must be " + right));
 }
 
 [[noreturn]] void refusePath(const std::string& path, const std::string& why)
 {
-    throw StateError(Kind::UnknownPath, protocol::printable("the state has no \"" + path + "\": " + why));
+    throw StateError(StateError::Kind::UnknownPath, protocol::printable("the state has no \"" + path + "\": " + why));
 }
 
 std::string listOfKeys(const json& object)
@@ -247,7 +247,7 @@ void checkNode(const json& node, const std::string& path, const json& value, con
     for (const auto& [key, child] : node.items()) {
         const auto item = value.find(key);
         if (item == value.end())
-            throw StateError(Kind::InvalidValue, below(path, key) + " is missing, it cannot be removed");
+            throw StateError(StateError::Kind::InvalidValue, below(path, key) + " is missing, it cannot be removed");
         checkNode(child, below(path, key), *item, current.at(key));
     }
 }

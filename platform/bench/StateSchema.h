@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "State.h"
+#include "platform/bench/State.h"
 
 namespace bench {
 

@@ -1,4 +1,4 @@
-#include "State.h"
+#include "platform/bench/State.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -22,7 +22,7 @@ namespace {
 namespace catalogue = protocol::catalogue;
 using nlohmann::ordered_json;
 
-void print(const std::string& text)
+void printText(const std::string& text)
 {
     std::fputs(text.c_str(), stdout);
 }
@@ -39,7 +39,7 @@ int showAll(bool json)
     }
     const char* between = "";
     for (const catalogue::Group& group : catalogue::groups()) {
-        print(between + groupText(group));
+        printText(between + groupText(group));
         between = "\n";
     }
     return kPassed;
@@ -52,11 +52,11 @@ int show(const std::string& key, bool json)
         return showAll(json);
     }
     if (const auto* group = catalogue::findGroup(groups, std::string_view(key))) {
-        json ? printJson(groupJson(*group)) : print(groupText(*group));
+        json ? printJson(groupJson(*group)) : printText(groupText(*group));
     } else if (const auto* command = catalogue::findCommand(groups, std::string_view(key))) {
-        json ? printJson(commandJson(groups, *command)) : print(commandText(groups, *command));
+        json ? printJson(commandJson(groups, *command)) : printText(commandText(groups, *command));
     } else if (const auto* notice = catalogue::findNotice(groups, key)) {
-        json ? printJson(noticeJson(groups, *notice)) : print(noticeText(groups, *notice));
+        json ? printJson(noticeJson(groups, *notice)) : printText(noticeText(groups, *notice));
     } else {
         throw WrongUse(catalogue::noSuchCommand(groups, key));
     }
@@ -67,7 +67,7 @@ int list(bool json)
 {
     const auto groups = catalogue::groups();
     if (!json) {
-        print(listText(groups));
+        printText(listText(groups));
         return kPassed;
     }
     ordered_json keys = ordered_json::array();
@@ -112,13 +112,13 @@ int check(const std::string& path, Tool& tool)
             complainOfFile(protocol::toml_file::format(path, problem));
         }
         if (problems.empty()) {
-            print(station::record::printable(path) + ": sound, " + countText(document.groups()) + "\n");
+            printText(station::record::printable(path) + ": sound, " + countText(document.groups()) + "\n");
         }
     }
     return problems.empty() ? kPassed : kWrongUse;
 }
 
-void addShow(Tool& tool, CLI::App& noun)
+void addCatalogueShow(Tool& tool, CLI::App& noun)
 {
     const auto key = std::make_shared<std::string>();
     CLI::App* verb = noun.add_subcommand("show",
@@ -134,7 +134,7 @@ void addShow(Tool& tool, CLI::App& noun)
     verb->callback([&tool, key] { tool.action = [&tool, key] { return show(*key, tool.json); }; });
 }
 
-void addList(Tool& tool, CLI::App& noun)
+void addCatalogueList(Tool& tool, CLI::App& noun)
 {
     CLI::App* verb =
         noun.add_subcommand("list",
@@ -143,7 +143,7 @@ void addList(Tool& tool, CLI::App& noun)
     verb->callback([&tool] { tool.action = [&tool] { return list(tool.json); }; });
 }
 
-void addCheck(Tool& tool, CLI::App& noun)
+void addCatalogueCheck(Tool& tool, CLI::App& noun)
 {
     const auto path = std::make_shared<std::string>();
     CLI::App* verb = noun.add_subcommand(
@@ -167,9 +167,9 @@ void addCatalogue(Tool& tool)
                                              "The catalogue that was compiled into the tool says what every command, "
                                              "reply and notice means.");
     noun->require_subcommand(1);
-    addShow(tool, *noun);
-    addList(tool, *noun);
-    addCheck(tool, *noun);
+    addCatalogueShow(tool, *noun);
+    addCatalogueList(tool, *noun);
+    addCatalogueCheck(tool, *noun);
 }
 
 }  // namespace programs::station_tool

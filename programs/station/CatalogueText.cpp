@@ -15,7 +15,7 @@ namespace {
 
 using namespace protocol::catalogue;
 
-constexpr std::size_t kWidth = 100;
+constexpr std::size_t kTextWidth = 100;
 
 using Row = std::vector<std::string>;
 
@@ -50,7 +50,7 @@ std::string table(const std::vector<Row>& rows)
 std::string paragraph(std::string_view text)
 {
     std::string lines;
-    for (const std::string& line : wrapped(std::string(text), kWidth)) {
+    for (const std::string& line : wrapped(std::string(text), kTextWidth)) {
         lines += line + "\n";
     }
     return lines;

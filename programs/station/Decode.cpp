@@ -30,7 +30,7 @@ namespace catalogue = protocol::catalogue;
 
 enum class Side { kAuto, kUnit, kStation };
 
-struct Options {
+struct DecodeOptions {
     std::vector<std::string> inputs;
     std::string from = "auto";
 };
@@ -44,10 +44,10 @@ Side sideOf(const std::string& from)
 }
 
 /// Prints frames with their meaning, one a line, and what else was there.
-class Printer
+class DecodePrinter
 {
 public:
-    Printer(Side side, bool json) : side_(side), json_(json) {}
+    DecodePrinter(Side side, bool json) : side_(side), json_(json) {}
 
     void print(const ScannedPiece& piece)
     {
@@ -100,7 +100,7 @@ private:
             }
             if (good) {
                 object["from"] = sender;
-                object.update(toJson(groups, decoded, event.frame));
+                object.update(frameJson(groups, decoded, event.frame));
             } else if (hasFrame(event.kind)) {
                 object["cmd_one"] = event.frame.cmdOne;
                 object["cmd_two"] = event.frame.cmdTwo;
@@ -151,7 +151,7 @@ private:
     station::SecretMask mask_{catalogue::groups()};
 };
 
-void decodeCapture(const std::string& name, const std::string& content, Printer& printer)
+void decodeCapture(const std::string& name, const std::string& content, DecodePrinter& printer)
 {
     std::istringstream stream(content);
     station::pcapng::Reader reader(stream, name);
@@ -168,7 +168,7 @@ void decodeCapture(const std::string& name, const std::string& content, Printer&
     }
 }
 
-void decodeContent(const std::string& name, const std::string& content, Printer& printer)
+void decodeContent(const std::string& name, const std::string& content, DecodePrinter& printer)
 {
     if (isCapture(content)) {
         decodeCapture(name, content, printer);
@@ -197,9 +197,9 @@ bool areFiles(const std::vector<std::string>& inputs)
     return false;
 }
 
-int decode(const Options& options, Tool& tool)
+int decode(const DecodeOptions& options, Tool& tool)
 {
-    Printer printer(sideOf(options.from), tool.json);
+    DecodePrinter printer(sideOf(options.from), tool.json);
     if (areFiles(options.inputs)) {
         const auto inputs = options.inputs.empty() ? std::vector<std::string>{"-"} : options.inputs;
         for (const std::string& input : inputs) {
@@ -227,7 +227,7 @@ int decode(const Options& options, Tool& tool)
 
 void addDecode(Tool& tool)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DecodeOptions>();
     CLI::App* verb = tool.app.add_subcommand(
         "decode",
         "Print what frames mean\n"

@@ -16,7 +16,7 @@ namespace {
 
 namespace catalogue = protocol::catalogue;
 
-struct Options {
+struct EncodeOptions {
     std::string command;
     std::vector<std::string> arguments;
 };
@@ -29,7 +29,7 @@ int printFrame(const Request& request, bool json)
     const std::string bytes = catalogue::formatHexBytes(protocol::Bytes(buffer).first(length));
     if (json) {
         const auto groups = catalogue::groups();
-        printJson({{"bytes", bytes}, {"request", toJson(groups, catalogue::decodeRequest(groups, frame), frame)}});
+        printJson({{"bytes", bytes}, {"request", frameJson(groups, catalogue::decodeRequest(groups, frame), frame)}});
     } else {
         std::puts(bytes.c_str());
     }
@@ -40,7 +40,7 @@ int printFrame(const Request& request, bool json)
 
 void addEncode(Tool& tool)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<EncodeOptions>();
     CLI::App* verb = tool.app.add_subcommand("encode",
                                              "Print the bytes of a command's frame\n"
                                              "They are those that 'send' would put on the line. No port is used.");

@@ -83,7 +83,7 @@ const char* kindOf(const catalogue::Decoded& decoded)
 
 }  // namespace
 
-ordered_json toJson(catalogue::Groups groups, const catalogue::Decoded& decoded, const protocol::Frame& frame)
+ordered_json frameJson(catalogue::Groups groups, const catalogue::Decoded& decoded, const protocol::Frame& frame)
 {
     protocol::Frame shown = frame;
     const bool masked = catalogue::maskSecrets(groups, shown);

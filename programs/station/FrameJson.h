@@ -13,7 +13,7 @@ namespace programs::station_tool {
 ///
 /// "kind" is "request", "reply", "later", "notice" or "unknown". Further keys are there where they apply: "when", and
 /// "rest" (hexadecimal); of a field "choice", "unit", "scaled" with "value" and "unit", "problem".
-nlohmann::ordered_json toJson(protocol::catalogue::Groups groups, const protocol::catalogue::Decoded& decoded,
-                              const protocol::Frame& frame);
+nlohmann::ordered_json frameJson(protocol::catalogue::Groups groups, const protocol::catalogue::Decoded& decoded,
+                                 const protocol::Frame& frame);
 
 }  // namespace programs::station_tool

@@ -9,7 +9,7 @@ namespace programs::station_tool {
 
 namespace {
 
-constexpr std::size_t kWidth = 100;
+constexpr std::size_t kHelpWidth = 100;
 constexpr std::size_t kLeftColumn = 26;
 
 /// A row of two columns; the left one has a line of its own when it is too long.
@@ -17,7 +17,7 @@ std::string row(const std::string& left, const std::string& right)
 {
     std::string text = "  " + left;
     std::size_t column = text.size();
-    for (const std::string& line : wrapped(right, kWidth - kLeftColumn)) {
+    for (const std::string& line : wrapped(right, kHelpWidth - kLeftColumn)) {
         if (column + 2 > kLeftColumn) {
             text += '\n';
             column = 0;
@@ -124,7 +124,7 @@ std::string usageOf(const CLI::App& verb)
 std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const
 {
     std::string text = "Usage: " + usageOf(*app) + "\n\n";
-    for (const std::string& line : wrapped(app->get_description(), kWidth)) {
+    for (const std::string& line : wrapped(app->get_description(), kHelpWidth)) {
         text += line + "\n";
     }
     std::string verbs;

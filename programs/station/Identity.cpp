@@ -39,9 +39,9 @@ using identity::Stored;
 using identity::Wanted;
 
 /// How long a device that has gone is waited for when the user wants an end.
-constexpr auto kRestoreWait = std::chrono::seconds(1);
+constexpr auto kSessionRestoreWait = std::chrono::seconds(1);
 
-struct Options {
+struct IdentityOptions {
     bool showSecrets = false;
     station::PortSpec port;
     // A record is on the disk when the next frame is answered, and a flash may take its time.
@@ -114,7 +114,7 @@ ordered_json toJson(const Done& shown)
 class Session
 {
 public:
-    Session(const Options& options, Tool& tool)
+    Session(const IdentityOptions& options, Tool& tool)
         : tool_(tool)
         , connection_(options.port, {.reconnect = fromSeconds(options.reconnectSeconds), .interrupt = &tool.interrupt})
         , unit_(connection_, catalogue::groups(), fromSeconds(options.timeoutSeconds))
@@ -149,7 +149,7 @@ private:
         const bool interrupted = tool_.interrupt.requested();
         tool_.interrupt.clear();
         if (interrupted) {
-            connection_.waitAtMost(kRestoreWait);
+            connection_.waitAtMost(kSessionRestoreWait);
         }
         bool finished = true;
         try {
@@ -172,7 +172,7 @@ private:
     std::string failure_;
 };
 
-int read(const Options& options, Tool& tool)
+int readIdentity(const IdentityOptions& options, Tool& tool)
 {
     const auto all = identity::records(catalogue::groups());
     std::vector<const Record*> chosen;
@@ -224,7 +224,7 @@ int read(const Options& options, Tool& tool)
 class Source
 {
 public:
-    Source(const Options& options, Tool& tool)
+    Source(const IdentityOptions& options, Tool& tool)
         : options_(options), tool_(tool), rules_(tool.station->config().unit), records_(tool.station->records())
     {
         takeOptions();
@@ -492,7 +492,7 @@ private:
         return all;
     }
 
-    const Options& options_;
+    const IdentityOptions& options_;
     Tool& tool_;
     const identity::UnitRules& rules_;
     const std::vector<Record>& records_;
@@ -543,7 +543,7 @@ void complainAbout(const std::vector<Done>& all, bool json)
 
 /// Runs `work(unit)`; what keeps a value from being given away is told in one line.
 template <class Work>
-int runWithValues(const Options& options, Tool& tool, Work work)
+int runWithValues(const IdentityOptions& options, Tool& tool, Work work)
 {
     return Session(options, tool).run([&](identity::UnitIdentity& unit) -> int {
         try {
@@ -559,7 +559,7 @@ int runWithValues(const Options& options, Tool& tool, Work work)
     });
 }
 
-int write(const Options& options, Tool& tool)
+int writeIdentity(const IdentityOptions& options, Tool& tool)
 {
     Source source(options, tool);
     const std::string path = options.journal.empty() ? defaultJournal() : options.journal;
@@ -612,7 +612,7 @@ int write(const Options& options, Tool& tool)
     });
 }
 
-int verify(const Options& options, Tool& tool)
+int verifyIdentity(const IdentityOptions& options, Tool& tool)
 {
     Source source(options, tool);
     return runWithValues(options, tool, [&](identity::UnitIdentity& unit) -> int {
@@ -622,7 +622,7 @@ int verify(const Options& options, Tool& tool)
     });
 }
 
-void addSources(CLI::App& verb, Options& options)
+void addSources(CLI::App& verb, IdentityOptions& options)
 {
     verb.add_option("--set", options.set, "RECORD=VALUE; may be given several times")
         ->type_name("RECORD=VALUE")
@@ -645,7 +645,7 @@ void addIdentity(Tool& tool)
                                              "Auto-test mode is switched on for it, and back to what it was.");
     noun->require_subcommand(1);
 
-    const auto reading = std::make_shared<Options>();
+    const auto reading = std::make_shared<IdentityOptions>();
     CLI::App* verb = noun->add_subcommand("read",
                                           "Prints a unit's identity records\n"
                                           "All of them, or those named. Of the Bluetooth address a unit only tells "
@@ -659,9 +659,9 @@ void addIdentity(Tool& tool)
         "Examples:\n"
         "  engineering-station identity read\n"
         "  engineering-station identity read factory-serial --json");
-    verb->callback([&tool, reading] { tool.action = [&tool, reading] { return read(*reading, tool); }; });
+    verb->callback([&tool, reading] { tool.action = [&tool, reading] { return readIdentity(*reading, tool); }; });
 
-    const auto writing = std::make_shared<Options>();
+    const auto writing = std::make_shared<IdentityOptions>();
     verb = noun->add_subcommand(
         "write",
         "Writes identity records and reads them back\n"
@@ -711,9 +711,9 @@ void addIdentity(Tool& tool)
         "  engineering-station identity write --csv units.csv --unit PCB-4711\n"
         "  engineering-station identity write --csv units.csv --serial SN123 --dry-run\n"
         "  engineering-station identity write --range 'factory-serial=SN{000100..000999}' --unit PCB-4711");
-    verb->callback([&tool, writing] { tool.action = [&tool, writing] { return write(*writing, tool); }; });
+    verb->callback([&tool, writing] { tool.action = [&tool, writing] { return writeIdentity(*writing, tool); }; });
 
-    const auto verifying = std::make_shared<Options>();
+    const auto verifying = std::make_shared<IdentityOptions>();
     verb = noun->add_subcommand(
         "verify",
         "Compares a unit's identity records with what they should be\n"
@@ -728,7 +728,8 @@ void addIdentity(Tool& tool)
         "Examples:\n"
         "  engineering-station identity verify --set factory-serial=SN123\n"
         "  engineering-station identity verify --csv units.csv");
-    verb->callback([&tool, verifying] { tool.action = [&tool, verifying] { return verify(*verifying, tool); }; });
+    verb->callback(
+        [&tool, verifying] { tool.action = [&tool, verifying] { return verifyIdentity(*verifying, tool); }; });
 
     addIdentityRegistry(tool, *noun);
 }

@@ -17,7 +17,7 @@ namespace identity = station::identity;
 using identity::Registry;
 using station::record::printable;
 
-struct Options {
+struct IdentityRegistryOptions {
     std::string value;
     std::string file;
     std::string reason;
@@ -118,7 +118,7 @@ void addIdentityRegistry(Tool& tool, CLI::App& parent)
     verb->footer("  engineering-station identity registry list --json");
     verb->callback([&tool] { tool.action = [&tool] { return list(tool); }; });
 
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<IdentityRegistryOptions>();
     verb = noun->add_subcommand("who", "Tells which unit has a value; exit status 1 when nobody has");
     verb->add_option("VALUE", options->value, "A serial number, or an address in any spelling")->required();
     verb->footer("  engineering-station identity registry who 00:1A:7D:00:00:01");

@@ -38,7 +38,7 @@ namespace catalogue = protocol::catalogue;
 /// How long a device that has gone is waited for at the end, to give the unit its mode back.
 constexpr auto kRestoreWait = std::chrono::seconds(1);
 
-struct Options {
+struct MonitorOptions {
     station::PortSpec port;
     std::string filter;
     std::string pcapng;
@@ -107,7 +107,7 @@ private:
         } else {
             object["direction"] = event.kind == Kind::kSent ? "sent" : "received";
             object["from"] = event.kind == Kind::kSent ? "station" : "unit";
-            object.update(toJson(attribution_.groups(), decoded, event.frame));
+            object.update(frameJson(attribution_.groups(), decoded, event.frame));
             if (event.masked) {
                 object["masked"] = true;
             }
@@ -126,7 +126,7 @@ private:
     bool back_ = false;
 };
 
-station::EventFilter filterOf(const Options& options)
+station::EventFilter filterOf(const MonitorOptions& options)
 {
     if (options.filter.empty()) {
         return {};
@@ -151,7 +151,7 @@ private:
     station::SecretMask mask_{catalogue::groups()};
 };
 
-int replay(const Options& options, Printer& printer)
+int replay(const MonitorOptions& options, Printer& printer)
 {
     std::ifstream file(options.replay, std::ios::binary);
     if (!file) {
@@ -176,7 +176,10 @@ int replay(const Options& options, Printer& printer)
 class Monitor
 {
 public:
-    Monitor(const Options& options, Tool& tool, Printer& printer) : options_(options), tool_(tool), printer_(printer) {}
+    Monitor(const MonitorOptions& options, Tool& tool, Printer& printer)
+        : options_(options), tool_(tool), printer_(printer)
+    {
+    }
 
     int run()
     {
@@ -275,7 +278,7 @@ private:
         complain(kProgram, capture_->failure());
     }
 
-    const Options& options_;
+    const MonitorOptions& options_;
     Tool& tool_;
     Printer& printer_;
     std::optional<station::pcapng::File> capture_;
@@ -283,7 +286,7 @@ private:
     int status_ = kPassed;
 };
 
-int monitor(const Options& options, Tool& tool)
+int monitor(const MonitorOptions& options, Tool& tool)
 {
     Printer printer(filterOf(options), options.hex, tool.json);
     return options.replay.empty() ? Monitor(options, tool, printer).run() : replay(options, printer);
@@ -293,7 +296,7 @@ int monitor(const Options& options, Tool& tool)
 
 void addMonitor(Tool& tool)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<MonitorOptions>();
     CLI::App* verb = tool.app.add_subcommand(
         "monitor",
         "Shows what passes on a line\n"

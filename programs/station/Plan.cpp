@@ -117,7 +117,7 @@ int list(const Tool& tool, const std::vector<std::string>& directories)
     return sound ? kPassed : kWrongUse;
 }
 
-void addCheck(Tool& tool, CLI::App& noun)
+void addPlanCheck(Tool& tool, CLI::App& noun)
 {
     CLI::App* const verb =
         noun.add_subcommand("check",
@@ -129,7 +129,7 @@ void addCheck(Tool& tool, CLI::App& noun)
     verb->callback([&tool, paths] { tool.action = [&tool, paths] { return check(tool, *paths); }; });
 }
 
-void addList(Tool& tool, CLI::App& noun)
+void addPlanList(Tool& tool, CLI::App& noun)
 {
     CLI::App* const verb = noun.add_subcommand(
         "list",
@@ -226,9 +226,9 @@ void addPlan(Tool& tool)
 {
     CLI::App* const noun = tool.app.add_subcommand("plan", "Test plans: check, run, list (see docs/plans.md)");
     noun->require_subcommand(1);
-    addCheck(tool, *noun);
+    addPlanCheck(tool, *noun);
     addRun(tool, *noun);
-    addList(tool, *noun);
+    addPlanList(tool, *noun);
 }
 
 }  // namespace programs::station_tool

@@ -48,7 +48,7 @@ int guarded(const std::function<int()>& action)
     }
 }
 
-void print(const std::string& text)
+void printReport(const std::string& text)
 {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
@@ -178,7 +178,7 @@ int list(const std::string& directory, bool json)
     return found.broken.empty() ? kPassed : kWrongUse;
 }
 
-void addList(Tool& tool, CLI::App& noun)
+void addReportList(Tool& tool, CLI::App& noun)
 {
     const auto directory = std::make_shared<std::string>();
     CLI::App* verb = noun.add_subcommand("list",
@@ -214,7 +214,7 @@ void addRun(CLI::App& verb, Chosen& chosen)
         ->default_str(record::kDefaultResults);
 }
 
-record::Run read(const Tool& tool, const Chosen& chosen)
+record::Run readRun(const Tool& tool, const Chosen& chosen)
 {
     return record::readRun(record::findRecord(resultsFolder(tool, chosen.directory), chosen.run));
 }
@@ -223,17 +223,17 @@ record::Run read(const Tool& tool, const Chosen& chosen)
 
 int show(const Tool& tool, const Chosen& chosen, bool allFrames)
 {
-    const record::Run run = read(tool, chosen);
+    const record::Run run = readRun(tool, chosen);
     const auto groups = protocol::catalogue::groups();
     if (tool.json) {
         printJson(record::toJson(run, groups));
     } else {
-        print(record::textReport(run, groups, {.colour = colourWanted(), .allFrames = allFrames}));
+        printReport(record::textReport(run, groups, {.colour = colourWanted(), .allFrames = allFrames}));
     }
     return kPassed;
 }
 
-void addShow(Tool& tool, CLI::App& noun)
+void addReportShow(Tool& tool, CLI::App& noun)
 {
     struct Options {
         Chosen chosen;
@@ -284,7 +284,7 @@ std::vector<std::string> formatNames()
 
 int exportRun(const Tool& tool, const Chosen& chosen, const std::string& format, const std::string& output)
 {
-    const record::Run run = read(tool, chosen);
+    const record::Run run = readRun(tool, chosen);
     const auto known = std::ranges::find_if(formats(), [&](const Format& each) { return each.name == format; });
     const std::string text = known->make(run);
     if (!output.empty()) {
@@ -295,7 +295,7 @@ int exportRun(const Tool& tool, const Chosen& chosen, const std::string& format,
         object[output.empty() ? "content" : "file"] = output.empty() ? text : output;
         printJson(std::move(object));
     } else if (output.empty()) {
-        print(text);
+        printReport(text);
     }
     return kPassed;
 }
@@ -339,8 +339,8 @@ void addReport(Tool& tool)
                                              "docs/results.md describes the folder of a run and every key of its "
                                              "record.");
     noun->require_subcommand(1);
-    addList(tool, *noun);
-    addShow(tool, *noun);
+    addReportList(tool, *noun);
+    addReportShow(tool, *noun);
     addExport(tool, *noun);
 }
 

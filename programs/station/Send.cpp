@@ -22,7 +22,7 @@ using protocol::Frame;
 using Connection = station::Connection;
 namespace catalogue = protocol::catalogue;
 
-struct Options {
+struct SendOptions {
     std::string command;
     std::vector<std::string> arguments;
     station::PortSpec port;
@@ -44,7 +44,7 @@ struct Answer {
 class Conversation
 {
 public:
-    Conversation(const Options& options, Request request, Tool& tool)
+    Conversation(const SendOptions& options, Request request, Tool& tool)
         : options_(options), request_(std::move(request)), tool_(tool)
     {
     }
@@ -162,11 +162,11 @@ private:
         const auto groups = catalogue::groups();
         ordered_json replies = ordered_json::array();
         for (const Frame& frame : frames()) {
-            replies.push_back(toJson(groups, catalogue::decodeFromUnit(groups, frame, request_.command), frame));
+            replies.push_back(frameJson(groups, catalogue::decodeFromUnit(groups, frame, request_.command), frame));
         }
         ordered_json object{
             {"port", options_.port.path},
-            {"request", toJson(groups, catalogue::decodeRequest(groups, request_.frame), request_.frame)},
+            {"request", frameJson(groups, catalogue::decodeRequest(groups, request_.frame), request_.frame)},
             {"replies", replies},
             {"corrupt", answer_.corrupt},
             {"status", status}};
@@ -222,13 +222,13 @@ private:
         return text;
     }
 
-    const Options& options_;
+    const SendOptions& options_;
     const Request request_;
     Tool& tool_;
     Answer answer_;
 };
 
-void check(const Options& options, const Request& request)
+void check(const SendOptions& options, const Request& request)
 {
     if (request.command != nullptr && request.command->destructive && !options.yes) {
         throw WrongUse(request.title() + " is destructive (" + std::string(request.command->title) +
@@ -246,7 +246,7 @@ void check(const Options& options, const Request& request)
 
 void addSend(Tool& tool)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<SendOptions>();
     CLI::App* verb = tool.app.add_subcommand(
         "send",
         "Send one command and print what answers it\n"

@@ -14,14 +14,14 @@ namespace {
 namespace catalogue = protocol::catalogue;
 
 /// A record is on the disk when the next frame is answered, and a flash may take its time.
-constexpr auto kPatience = std::chrono::seconds(5);
+constexpr auto kReadBackPatience = std::chrono::seconds(5);
 
 /// @returns what the unit holds; nothing when it does not answer.
 std::optional<std::string> read(Connection& connection, const Record& record)
 {
     const auto outcome = connection.request(
         catalogue::encode(*record.read, {}),
-        [&](const protocol::Frame& frame) { return catalogue::answers(*record.read, frame); }, kPatience,
+        [&](const protocol::Frame& frame) { return catalogue::answers(*record.read, frame); }, kReadBackPatience,
         record.read->repeatable);
     if (!outcome.reply) {
         return std::nullopt;

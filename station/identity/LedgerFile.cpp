@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 using nlohmann::ordered_json;
 
 /// A ledger is held for a moment only; a station that was stopped in it must not stop all others without a word.
-constexpr auto kPatience = std::chrono::seconds(10);
+constexpr auto kLockPatience = std::chrono::seconds(10);
 constexpr int kLookAgainMs = 10;
 
 /// Stands for the whole file, beyond every line that there can be.
@@ -58,7 +58,7 @@ LedgerFile::LedgerFile(std::string path, const Interrupt* interrupt, bool mayCre
         std::string text;
         std::array<char, 65536> chunk;
         ssize_t got = 0;
-        while ((got = read(descriptor_, chunk.data(), chunk.size())) > 0 && text.size() < kMostBytes) {
+        while ((got = ::read(descriptor_, chunk.data(), chunk.size())) > 0 && text.size() < kMostBytes) {
             text.append(chunk.data(), static_cast<std::size_t>(got));
         }
         if (got != 0) {
@@ -91,7 +91,7 @@ void LedgerFile::lock(const Interrupt* interrupt)
     request.l_type = F_WRLCK;
     request.l_start = kWhole;
     request.l_len = 1;
-    const auto giveUpAt = std::chrono::steady_clock::now() + kPatience;
+    const auto giveUpAt = std::chrono::steady_clock::now() + kLockPatience;
     while (fcntl(descriptor_, F_OFD_SETLK, &request) != 0) {
         if (errno != EAGAIN && errno != EACCES) {
             fail("cannot be locked: " + std::generic_category().message(errno));

@@ -30,7 +30,7 @@ using sqlite::Database;
 using sqlite::Statement;
 using sqlite::Transaction;
 
-constexpr std::int64_t kSchema = 1;
+constexpr std::int64_t kRegistrySchema = 1;
 /// Tells the file from other SQLite databases: "ENGR".
 constexpr std::int64_t kApplication = 0x454E4752;
 
@@ -313,7 +313,7 @@ struct Registry::Impl {
         if (number("SELECT count(*) FROM sqlite_schema") == 0) {
             database->runAll(kTables);
             database->run("INSERT INTO registry VALUES(?, ?)", newUuid(), markOf(path));
-            database->runAll(("PRAGMA user_version = " + std::to_string(kSchema) +
+            database->runAll(("PRAGMA user_version = " + std::to_string(kRegistrySchema) +
                               "; PRAGMA application_id = " + std::to_string(kApplication))
                                  .c_str());
         }
@@ -323,8 +323,8 @@ struct Registry::Impl {
     /// Reads what the file says of itself; refuses to give from what is not the registry.
     void check()
     {
-        if (number("PRAGMA application_id") != kApplication || number("PRAGMA user_version") != kSchema) {
-            throw RegistryError(path + ": expected a registry of schema " + std::to_string(kSchema) +
+        if (number("PRAGMA application_id") != kApplication || number("PRAGMA user_version") != kRegistrySchema) {
+            throw RegistryError(path + ": expected a registry of schema " + std::to_string(kRegistrySchema) +
                                 ", got another database");
         }
         Statement statement = database->prepare("SELECT uuid, mark FROM registry");

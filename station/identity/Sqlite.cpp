@@ -11,7 +11,7 @@ namespace station::identity::sqlite {
 namespace {
 
 /// A registry is locked for a moment only; a station that was stopped in it must not stop all others for ever.
-constexpr auto kPatience = std::chrono::seconds(10);
+constexpr auto kBusyPatience = std::chrono::seconds(10);
 constexpr int kLookAgainMs = 5;
 
 }  // namespace
@@ -90,7 +90,7 @@ int Database::onBusy(void* self, int count)
     auto& database = *static_cast<Database*>(self);
     const auto now = std::chrono::steady_clock::now();
     if (count == 0) {
-        database.giveUpAt_ = now + kPatience;
+        database.giveUpAt_ = now + kBusyPatience;
     }
     pollfd request{database.interrupt_ == nullptr ? -1 : database.interrupt_->descriptor(), POLLIN, 0};
     return now < database.giveUpAt_ && poll(&request, 1, kLookAgainMs) == 0 ? 1 : 0;

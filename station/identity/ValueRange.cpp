@@ -11,7 +11,7 @@ namespace station::identity {
 namespace {
 
 constexpr int kAddressBits = 48;
-constexpr int kAddressDigits = 12;
+constexpr int kAddressWidth = 12;
 /// All addresses of a block are multicast, or none is.
 constexpr std::uint64_t kFewestBits = 8;
 constexpr std::uint64_t kMulticast = std::uint64_t{1} << 40;
@@ -114,7 +114,7 @@ ValueRange parseMacBlock(Records records, std::string_view text)
         throw std::invalid_argument("'" + whole +
                                     "': expected a block of single devices' addresses, got multicast ones");
     }
-    return {&record, "", "", first, first + size - 1, kAddressDigits, 16};
+    return {&record, "", "", first, first + size - 1, kAddressWidth, 16};
 }
 
 }  // namespace station::identity

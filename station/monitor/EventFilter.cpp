@@ -16,12 +16,11 @@ namespace station {
 namespace {
 
 namespace catalogue = protocol::catalogue;
-using Kind = TraceEvent::Kind;
 
-constexpr auto kDirections = std::to_array<std::pair<std::string_view, Kind>>({
-    {"sent", Kind::kSent},
-    {"received", Kind::kReceived},
-    {"corrupt", Kind::kCorrupt},
+constexpr auto kDirections = std::to_array<std::pair<std::string_view, TraceEvent::Kind>>({
+    {"sent", TraceEvent::Kind::kSent},
+    {"received", TraceEvent::Kind::kReceived},
+    {"corrupt", TraceEvent::Kind::kCorrupt},
 });
 
 constexpr std::uint8_t kGroupMask = static_cast<std::uint8_t>(~protocol::kReplyBit);
@@ -90,7 +89,7 @@ EventFilter::Term EventFilter::parse(catalogue::Groups groups, std::string_view 
         term.negated = true;
         word.remove_prefix(1);
     }
-    const auto direction = std::ranges::find(kDirections, word, &std::pair<std::string_view, Kind>::first);
+    const auto direction = std::ranges::find(kDirections, word, &std::pair<std::string_view, TraceEvent::Kind>::first);
     if (direction != kDirections.end()) {
         term.kind = direction->second;
         return term;

@@ -32,25 +32,25 @@ struct Counts {
     }
 };
 
-void set(pugi::xml_node node, const char* name, const std::string& text)
+void setAttribute(pugi::xml_node node, const char* name, const std::string& text)
 {
     node.append_attribute(name).set_value(printable(text).c_str());
 }
 
-std::string seconds(std::chrono::nanoseconds duration)
+std::string secondsText(std::chrono::nanoseconds duration)
 {
     char text[32];
     std::snprintf(text, sizeof text, "%.6f", std::chrono::duration<double>(duration).count());
     return text;
 }
 
-void set(pugi::xml_node node, const Counts& counts)
+void setAttribute(pugi::xml_node node, const Counts& counts)
 {
-    set(node, "tests", std::to_string(counts.tests));
-    set(node, "failures", std::to_string(counts.failures));
-    set(node, "errors", std::to_string(counts.errors));
-    set(node, "skipped", std::to_string(counts.skipped));
-    set(node, "time", seconds(counts.time));
+    setAttribute(node, "tests", std::to_string(counts.tests));
+    setAttribute(node, "failures", std::to_string(counts.failures));
+    setAttribute(node, "errors", std::to_string(counts.errors));
+    setAttribute(node, "skipped", std::to_string(counts.skipped));
+    setAttribute(node, "time", secondsText(counts.time));
 }
 
 /// Adds what a verdict is in JUnit, and counts it.
@@ -77,8 +77,8 @@ void addVerdict(pugi::xml_node testcase, Verdict verdict, const std::string& rea
             break;
     }
     pugi::xml_node node = testcase.append_child(element);
-    set(node, "message", reason.empty() ? meaning(verdict) : reason);
-    set(node, "type", name(verdict));
+    setAttribute(node, "message", reason.empty() ? meaning(verdict) : reason);
+    setAttribute(node, "type", name(verdict));
 }
 
 std::string describe(const Measurement& measurement)
@@ -116,9 +116,9 @@ Counts addStep(pugi::xml_node suite, const Run& run, const std::string& suiteNam
     Counts counts;
     counts.time = durationOf(step);
     pugi::xml_node testcase = suite.append_child("testcase");
-    set(testcase, "name", step.name + suffix);
-    set(testcase, "classname", suiteName);
-    set(testcase, "time", seconds(counts.time));
+    setAttribute(testcase, "name", step.name + suffix);
+    setAttribute(testcase, "classname", suiteName);
+    setAttribute(testcase, "time", secondsText(counts.time));
     addVerdict(testcase, verdictOf(step), reasonOf(step), counts);
     // Without invisible characters: each line has been made printable.
     testcase.append_child("system-out").text().set(protocolOf(run, step, groups).c_str());
@@ -130,9 +130,9 @@ Counts addNote(pugi::xml_node suite, const std::string& suiteName, Verdict verdi
 {
     Counts counts;
     pugi::xml_node testcase = suite.append_child("testcase");
-    set(testcase, "name", suiteName);
-    set(testcase, "classname", suiteName);
-    set(testcase, "time", seconds(counts.time));
+    setAttribute(testcase, "name", suiteName);
+    setAttribute(testcase, "classname", suiteName);
+    setAttribute(testcase, "time", secondsText(counts.time));
     addVerdict(testcase, verdict, reason, counts);
     return counts;
 }
@@ -143,8 +143,8 @@ void addProperties(pugi::xml_node suite, const Run& run)
     const auto add = [&properties](const char* key, const std::string& value) {
         if (!value.empty()) {
             pugi::xml_node property = properties.append_child("property");
-            set(property, "name", key);
-            set(property, "value", value);
+            setAttribute(property, "name", key);
+            setAttribute(property, "value", value);
         }
     };
     add("run", run.id);
@@ -174,11 +174,11 @@ std::string isoSeconds(std::chrono::system_clock::time_point time)
 pugi::xml_node beginSuite(pugi::xml_node root, const std::string& name, const Run& run)
 {
     pugi::xml_node suite = root.append_child("testsuite");
-    set(suite, "name", name);
+    setAttribute(suite, "name", name);
     if (run.started != std::chrono::system_clock::time_point{}) {
-        set(suite, "timestamp", isoSeconds(run.started));
+        setAttribute(suite, "timestamp", isoSeconds(run.started));
     }
-    set(suite, "hostname", run.station.host);
+    setAttribute(suite, "hostname", run.station.host);
     return suite;
 }
 
@@ -223,7 +223,7 @@ Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const G
     if (!earlier.empty()) {
         suite.append_child("system-out").text().set(earlier.c_str());
     }
-    set(suite, counts);
+    setAttribute(suite, counts);
     return counts;
 }
 
@@ -236,7 +236,7 @@ std::string junitReport(const Run& run, Groups groups)
     declaration.append_attribute("version") = "1.0";
     declaration.append_attribute("encoding") = "UTF-8";
     pugi::xml_node root = document.append_child("testsuites");
-    set(root, "name", run.plan.title.empty() ? run.plan.name : run.plan.title);
+    setAttribute(root, "name", run.plan.title.empty() ? run.plan.name : run.plan.title);
     Counts counts;
     for (const Phase& phase : run.phases) {
         for (const Group& group : phase.groups) {
@@ -256,12 +256,12 @@ std::string junitReport(const Run& run, Groups groups)
         for (const Finding& finding : outside) {
             notes.add(addNote(suite, "run", finding.verdict, finding.text));
         }
-        set(suite, notes);
+        setAttribute(suite, notes);
         counts.add(notes);
     }
     if (!headline.beside.empty()) {
         pugi::xml_node suite = beginSuite(root, "beside", run);
-        set(suite, Counts{});
+        setAttribute(suite, Counts{});
         std::string text;
         for (const std::string& each : headline.beside) {
             text += printable(each) + '\n';
@@ -271,7 +271,7 @@ std::string junitReport(const Run& run, Groups groups)
     if (run.ended > run.started) {
         counts.time = durationOf(run);
     }
-    set(root, counts);
+    setAttribute(root, counts);
     std::ostringstream out;
     document.save(out, " ", pugi::format_default, pugi::encoding_utf8);
     return out.str();

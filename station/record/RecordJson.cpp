@@ -131,10 +131,10 @@ Json events(const Events& all, EventRange range, Groups groups)
 }
 
 /// Puts a run into JSON.
-class Writer
+class JsonWriter
 {
 public:
-    Writer(const Run& run, Groups groups) : run_(run), groups_(groups) {}
+    JsonWriter(const Run& run, Groups groups) : run_(run), groups_(groups) {}
 
     Json write() const
     {
@@ -516,7 +516,7 @@ private:
 
 nlohmann::ordered_json toJson(const Run& run, Groups groups)
 {
-    return Writer(run, groups).write();
+    return JsonWriter(run, groups).write();
 }
 
 std::string serialise(const nlohmann::ordered_json& json)

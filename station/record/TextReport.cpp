@@ -31,10 +31,10 @@ const char* colourOf(Verdict verdict)
     return "";
 }
 
-class Writer
+class TextWriter
 {
 public:
-    Writer(const Run& run, Groups groups, TextStyle style)
+    TextWriter(const Run& run, Groups groups, TextStyle style)
         : run_(run), groups_(groups), style_(style), outcome_(outcomeOf(run)), headline_(headlineOf(run))
     {
     }
@@ -200,7 +200,7 @@ std::string coloured(Verdict verdict, bool colour)
 
 std::string textReport(const Run& run, Groups groups, TextStyle style)
 {
-    return Writer(run, groups, style).write();
+    return TextWriter(run, groups, style).write();
 }
 
 }  // namespace station::record

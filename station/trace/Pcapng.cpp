@@ -14,19 +14,14 @@ namespace station::pcapng {
 
 namespace {
 
-constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;
-constexpr std::uint32_t kInterfaceDescription = 1;
-constexpr std::uint32_t kEnhancedPacket = 6;
 constexpr std::uint32_t kByteOrderMagic = 0x1A2B3C4D;
 
 // Options. Numbers are per block type but for the first two.
 constexpr std::uint16_t kEndOfOptions = 0;
-constexpr std::uint16_t kComment = 1;
 constexpr std::uint16_t kSectionApplication = 4;
 constexpr std::uint16_t kInterfaceName = 2;
 constexpr std::uint16_t kInterfaceSpeed = 8;
 constexpr std::uint16_t kInterfaceTimeResolution = 9;
-constexpr std::uint16_t kPacketFlags = 2;
 
 constexpr std::uint32_t kInbound = 1;
 constexpr std::uint32_t kOutbound = 2;

@@ -17,6 +17,15 @@ namespace station::pcapng {
 /// DLT_USER0: what it means, whoever captures and whoever reads agree on.
 inline constexpr std::uint16_t kUser0 = 147;
 
+/// Types of blocks.
+inline constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;
+inline constexpr std::uint32_t kInterfaceDescription = 1;
+inline constexpr std::uint32_t kEnhancedPacket = 6;
+
+/// Options of a packet.
+inline constexpr std::uint16_t kComment = 1;
+inline constexpr std::uint16_t kPacketFlags = 2;
+
 struct Source {
     std::string application;  ///< "engineering-station 1.0.0"
     std::string port;         ///< the device's path

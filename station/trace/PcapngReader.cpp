@@ -11,11 +11,8 @@ namespace station::pcapng {
 
 namespace {
 
-constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;
-constexpr std::uint32_t kInterfaceDescription = 1;
 constexpr std::uint32_t kObsoletePacket = 2;
 constexpr std::uint32_t kSimplePacket = 3;
-constexpr std::uint32_t kEnhancedPacket = 6;
 
 constexpr std::size_t kBlockHead = 8;
 constexpr std::size_t kBlockTail = 4;
@@ -175,11 +172,9 @@ void Reader::addPacket(std::uint32_t interfaceNumber, const Packet& packet)
     TraceEvent event;
     std::uint32_t flags = 0;
     eachOption(packet.options, [&](std::uint16_t code, std::string_view value) {
-        constexpr std::uint16_t kComment = 1;
-        constexpr std::uint16_t kFlags = 2;
         if (code == kComment) {
             event.text = value;
-        } else if (code == kFlags && value.size() == 4) {
+        } else if (code == kPacketFlags && value.size() == 4) {
             flags = number<std::uint32_t>(value, 0);
         }
     });

@@ -21,17 +21,11 @@
 #include "engineering/autotest/Timers.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/bench/HeadUnitBus.h"
-#include "platform/bench/Root.h"
+#include "platform/runtime/Root.h"
 #include "tests/support/BusClient.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/RecordedWire.h"
 #include "tests/support/TempDir.h"
-
-/// zlog 1.2.18 sets its defaults up twice when it is configured from a text, and loses the first.
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:libzlog";
-}
 
 namespace {
 
@@ -59,8 +53,8 @@ struct Service {
     {
         silenceLog();
         setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
-        bench::setRoot(root.path().string());
-        bench::makeHeadUnitDirectories(root.path().string());
+        runtime::setRoot(root.path().string());
+        runtime::makeHeadUnitDirectories(root.path().string());
         // Shells would be the slowest by far.
         unit.mergeState({{"app_manager", {{"start_delay_ms", 1}}}, {"system", {{"failing_commands", {"sync", "cp"}}}}});
         unit.install();

@@ -5,14 +5,14 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/bench/Root.h"
+#include "platform/runtime/Root.h"
 #include "tests/support/Text.h"
 
 EngineTest::EngineTest()
 {
-    bench::setRoot(root.path().string());
-    bench::makeHeadUnitDirectories(root.path().string());
-    bench::TimerService::setInstance(&timers);
+    runtime::setRoot(root.path().string());
+    runtime::makeHeadUnitDirectories(root.path().string());
+    runtime::TimerService::setInstance(&timers);
     unit.install();
     hmi.clear();
 }
@@ -23,8 +23,8 @@ EngineTest::~EngineTest()
     unit.stop();
     KYRSingleton<KYRUARTManage>::DestroyInstance();
     KYRSingleton<KYRAutoTest>::DestroyInstance();
-    bench::TimerService::setInstance(nullptr);
-    bench::setRoot("");
+    runtime::TimerService::setInstance(nullptr);
+    runtime::setRoot("");
 }
 
 void EngineTest::start()

@@ -11,7 +11,7 @@
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "engineering/autotest/KYRAutoTest.h"
 #include "platform/bench/HeadUnit.h"
-#include "platform/bench/TimerService.h"
+#include "platform/runtime/TimerService.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/RecordedWire.h"
 #include "tests/support/SignalRecorder.h"
@@ -57,7 +57,7 @@ public:
 
     LogRecorder log;
     tests::TempDir root;
-    bench::TimerService timers{bench::TimerService::Clock::Manual};
+    runtime::TimerService timers{runtime::TimerService::Clock::Manual};
     bench::HeadUnit unit{timers};
     RecordedWire station;
     SignalRecorder hmi;

@@ -8,12 +8,12 @@
 
 RecordedWire::RecordedWire()
 {
-    bench::installWire(this);
+    runtime::installWire(this);
 }
 
 RecordedWire::~RecordedWire()
 {
-    bench::installWire(nullptr);
+    runtime::installWire(nullptr);
 }
 
 void RecordedWire::attach(Receiver receiver)

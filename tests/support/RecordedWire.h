@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/bench/Wire.h"
+#include "platform/runtime/Wire.h"
 
 /// The station's line in memory: what the unit sends is recorded, what the station sends is delivered on the caller's
 /// thread, so that everything it causes there has happened when the call returns.
-class RecordedWire : public bench::Wire
+class RecordedWire : public runtime::Wire
 {
 public:
     using Bytes = std::vector<std::uint8_t>;

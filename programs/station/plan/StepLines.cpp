@@ -45,7 +45,7 @@ std::string ratio(const station::plan::Speed& speed)
     return text;
 }
 
-std::string milliseconds(station::plan::Duration time)
+std::string millisecondsText(station::plan::Duration time)
 {
     char text[32];
     std::snprintf(text, sizeof text, "%.3f ms", std::chrono::duration<double, std::milli>(time).count());
@@ -134,8 +134,8 @@ std::string summary(const UnitResult& unit, bool colour)
         text += ", on the line " + station::record::toText(speed.wire) + ratio(speed);
     }
     if (speed.steps > 0) {
-        text +=
-            ", added per step " + milliseconds(speed.addedPerStep) + " (median of " + std::to_string(speed.steps) + ")";
+        text += ", added per step " + millisecondsText(speed.addedPerStep) + " (median of " +
+                std::to_string(speed.steps) + ")";
     }
     text += "\n";
     if (!unit.folder.empty()) {

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::string_view kMark = "local groups = {}\n";
 
-std::string literal(std::string_view text)
+std::string luaLiteral(std::string_view text)
 {
     std::string out = "\"";
     for (const char c : text) {
@@ -26,15 +26,15 @@ std::string fields(std::span<const Field> list)
 {
     std::string text = "{";
     for (const Field& field : list) {
-        text += (text.size() == 1 ? "" : ", ") + ("{ name = " + literal(field.name)) +
-                ", type = " + literal(nameOf(field.type));
+        text += (text.size() == 1 ? "" : ", ") + ("{ name = " + luaLiteral(field.name)) +
+                ", type = " + luaLiteral(nameOf(field.type));
         if (!field.unit.empty()) {
-            text += ", unit = " + literal(field.unit);
+            text += ", unit = " + luaLiteral(field.unit);
         }
         if (!field.choices.empty()) {
             text += ", choices = {";
             for (const Choice& choice : field.choices) {
-                text += " [" + std::to_string(choice.value) + "] = " + literal(choice.name) + ",";
+                text += " [" + std::to_string(choice.value) + "] = " + luaLiteral(choice.name) + ",";
             }
             text += " }";
         }
@@ -56,7 +56,7 @@ std::string fields(std::span<const Field> list)
 /// What the head unit sends, by both bytes: the usual answer of a code stands before an exception under the same code.
 void addFromUnit(std::string& usual, std::string& exceptions, const Group& group, const Command& command)
 {
-    const std::string key = literal(std::string(group.key) + "." + std::string(command.key));
+    const std::string key = luaLiteral(std::string(group.key) + "." + std::string(command.key));
     const auto line = [&](const Reply& reply) {
         return "    { " + std::to_string(reply.cmdOne) + ", " + std::to_string(reply.cmdTwo) + ", " + key + ", " +
                fields(reply.fields) + " },\n";
@@ -82,16 +82,16 @@ std::string writeLua(Groups groups, std::string_view code)
     std::string usual;
     std::string exceptions;
     for (const Group& group : groups) {
-        titles += "    [" + std::to_string(group.code) + "] = " + literal(group.title) + ",\n";
+        titles += "    [" + std::to_string(group.code) + "] = " + luaLiteral(group.title) + ",\n";
         for (const Command& command : group.commands) {
             requests += "    { " + std::to_string(command.cmdOne) + ", " + std::to_string(command.cmdTwo) + ", " +
-                        literal(std::string(group.key) + "." + std::string(command.key)) + ", " +
+                        luaLiteral(std::string(group.key) + "." + std::string(command.key)) + ", " +
                         fields(command.params) + " },\n";
             addFromUnit(usual, exceptions, group, command);
         }
         for (const Notice& notice : group.notices) {
             usual += "    { " + std::to_string(notice.cmdOne) + ", " + std::to_string(notice.cmdTwo) + ", " +
-                     literal(std::string(group.key) + "." + std::string(notice.key)) + ", " + fields(notice.fields) +
+                     luaLiteral(std::string(group.key) + "." + std::string(notice.key)) + ", " + fields(notice.fields) +
                      " },\n";
         }
     }

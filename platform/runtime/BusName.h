@@ -1,0 +1,25 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace runtime {
+
+/// What became of a bus name that another part of this process asks for.
+struct BusName {
+    enum class State {
+        Owned,  ///< by this process
+        NoBus,  ///< there is no session bus, or it does not answer
+        Taken,  ///< another process has it
+        Late,   ///< nobody has it in time
+    };
+
+    State state;
+    std::string reason;  ///< of NoBus, in one line
+};
+
+/// Waits until it is clear whether this process owns `name` on the session bus. Looks from outside, on a connection of
+/// its own, and asks for nothing itself.
+BusName awaitBusName(const std::string& name, std::chrono::milliseconds patience);
+
+}  // namespace runtime

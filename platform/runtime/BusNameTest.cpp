@@ -1,0 +1,126 @@
+#include "platform/runtime/BusName.h"
+
+#include <gio/gio.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <future>
+
+#include "tests/support/PrivateBus.h"
+
+namespace runtime {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using State = BusName::State;
+
+constexpr const char* kName = "com.example.bench";
+constexpr seconds kGenerous{20};
+
+/// A client of the bus that can have a name.
+class Client
+{
+public:
+    explicit Client(const std::string& address)
+        : connection_(g_dbus_connection_new_for_address_sync(
+              address.c_str(),
+              static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+              nullptr, nullptr, nullptr))
+    {
+    }
+    ~Client() { g_object_unref(connection_); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    void requestName()
+    {
+        GVariant* const reply = g_dbus_connection_call_sync(
+            connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+            g_variant_new("(su)", kName, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+        ASSERT_NE(reply, nullptr);
+        g_variant_unref(reply);
+    }
+
+private:
+    GDBusConnection* const connection_;
+};
+
+class BusNameTest : public testing::Test
+{
+protected:
+    BusNameTest() { setenv("DBUS_SESSION_BUS_ADDRESS", bus_.address().c_str(), 1); }
+
+    tests::PrivateBus bus_;
+};
+
+TEST_F(BusNameTest, ThatThisProcessHasIsOwned)
+{
+    Client client(bus_.address());
+    client.requestName();
+
+    EXPECT_EQ(awaitBusName(kName, kGenerous).state, State::Owned);
+}
+
+TEST_F(BusNameTest, ThatThisProcessGetsMeanwhileIsOwned)
+{
+    Client client(bus_.address());
+    auto outcome = std::async(std::launch::async, [] { return awaitBusName(kName, kGenerous); });
+
+    client.requestName();
+
+    EXPECT_EQ(outcome.get().state, State::Owned);
+}
+
+TEST_F(BusNameTest, ThatAnotherProcessHasIsTakenWithoutWaiting)
+{
+    const auto before = std::chrono::steady_clock::now();
+
+    // The daemon itself is another process with a name.
+    EXPECT_EQ(awaitBusName("org.freedesktop.DBus", kGenerous).state, State::Taken);
+
+    EXPECT_LT(std::chrono::steady_clock::now() - before, kGenerous);
+}
+
+TEST_F(BusNameTest, ThatNobodyTakesIsLate)
+{
+    // Long enough for a slow machine to connect, since a bus that has not answered is none.
+    EXPECT_EQ(awaitBusName(kName, seconds(3)).state, State::Late);
+}
+
+TEST_F(BusNameTest, OnABusThatIsGoneIsNoBusWithAReason)
+{
+    bus_.kill();
+
+    const BusName outcome = awaitBusName(kName, kGenerous);
+
+    EXPECT_EQ(outcome.state, State::NoBus);
+    EXPECT_FALSE(outcome.reason.empty());
+}
+
+TEST_F(BusNameTest, OnABusThatGoesMeanwhileIsNoBusWithoutWaiting)
+{
+    const auto start = std::chrono::steady_clock::now();
+    auto outcome = std::async(std::launch::async, [] { return awaitBusName(kName, kGenerous); });
+
+    bus_.kill();
+
+    EXPECT_EQ(outcome.get().state, State::NoBus);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kGenerous / 2);
+}
+
+TEST_F(BusNameTest, OnABusThatStandsStillIsNoBusInTime)
+{
+    bus_.stop();
+
+    const BusName outcome = awaitBusName(kName, milliseconds(100));
+
+    EXPECT_EQ(outcome.state, State::NoBus);
+    EXPECT_THAT(outcome.reason, testing::HasSubstr("does not answer"));
+    bus_.cont();
+}
+
+}  // namespace
+}  // namespace runtime

@@ -1,0 +1,195 @@
+#include "platform/runtime/FrameWriter.h"
+
+#include <poll.h>
+
+#include <array>
+#include <utility>
+
+namespace runtime {
+namespace {
+
+/// How often a line that takes nothing is looked at anyway: not every terminal driver wakes a poll() when its reader
+/// throws its input away.
+constexpr int kLookAgainMs = 200;
+
+}  // namespace
+
+FrameWriter::FrameWriter(std::string name, Reporter reporter, std::chrono::milliseconds patience)
+    : name_(std::move(name)), reporter_(std::move(reporter)), patience_(patience)
+{
+}
+
+FrameWriter::~FrameWriter()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        closeLocked();
+        ending_ = true;
+    }
+    wakeup_.signal();
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void FrameWriter::open(std::shared_ptr<const Descriptor> line)
+{
+    const std::lock_guard lock(mutex_);
+    closeLocked();
+    line_ = std::move(line);
+    wakeup_.signal();
+}
+
+void FrameWriter::close()
+{
+    std::unique_lock lock(mutex_);
+    closeLocked();
+    wakeup_.signal();
+    settled_.wait(lock, [this] { return !watching_; });
+}
+
+bool FrameWriter::send(std::span<const std::uint8_t> frame)
+{
+    const auto deadline = std::chrono::steady_clock::now() + patience_;
+    std::unique_lock lock(mutex_);
+    if (stalled_)
+        ++dropped_;
+    if (stalled_ || !line_)
+        return false;
+
+    const std::size_t written = queue_.empty() ? writeSomeLocked(frame) : 0;
+    if (written == frame.size())
+        return true;
+    if (!line_)
+        return false;
+
+    const auto rest = frame.subspan(written);
+    const auto waiting = std::make_shared<Waiting>(Waiting{{rest.begin(), rest.end()}, written > 0});
+    queue_.push_back(waiting);
+    // Behind the queue: where no thread can be had, a later frame finds the rest of this one still before it.
+    if (!thread_.joinable())
+        thread_ = std::thread([this] { run(); });
+    wakeup_.signal();
+    if (!settled_.wait_until(lock, deadline, [&] { return waiting->fate != Fate::Waiting; }))
+        beginStallLocked();
+    return waiting->fate == Fate::Taken;
+}
+
+/// @returns how much the line took; a line that is gone takes nothing and is given up.
+std::size_t FrameWriter::writeSomeLocked(std::span<const std::uint8_t> bytes)
+{
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+        const ssize_t count = write(line_->get(), bytes.data() + written, bytes.size() - written);
+        if (count > 0) {
+            written += static_cast<std::size_t>(count);
+            continue;
+        }
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK)
+            closeLocked();
+        break;
+    }
+    return written;
+}
+
+void FrameWriter::advanceLocked()
+{
+    while (line_ && !queue_.empty()) {
+        const auto first = queue_.front();
+        const std::size_t written = writeSomeLocked(first->rest);
+        if (!line_)
+            return;
+        first->rest.erase(first->rest.begin(), first->rest.begin() + static_cast<std::ptrdiff_t>(written));
+        first->begun = first->begun || written > 0;
+        if (!first->rest.empty())
+            return;
+        queue_.pop_front();
+        settleLocked(*first, Fate::Taken);
+    }
+}
+
+void FrameWriter::settleLocked(Waiting& frame, Fate fate)
+{
+    frame.fate = fate;
+    settled_.notify_all();
+}
+
+void FrameWriter::beginStallLocked()
+{
+    stalled_ = true;
+    reports_.push_back(name_ + ": the station does not read, frames are dropped until it does");
+    // What has begun is the first in the queue, and stays there.
+    while (!queue_.empty() && !queue_.back()->begun) {
+        settleLocked(*queue_.back(), Fate::Dropped);
+        queue_.pop_back();
+        ++dropped_;
+    }
+    if (!queue_.empty())
+        settleLocked(*queue_.front(), Fate::Taken);
+    wakeup_.signal();
+}
+
+void FrameWriter::endStallLocked()
+{
+    if (!std::exchange(stalled_, false))
+        return;
+    reports_.push_back(name_ + ": the stall is over, frames dropped: " + std::to_string(dropped_));
+    dropped_ = 0;
+}
+
+void FrameWriter::closeLocked()
+{
+    endStallLocked();
+    line_.reset();
+    for (const auto& frame : queue_)
+        settleLocked(*frame, Fate::Dropped);
+    queue_.clear();
+}
+
+void FrameWriter::run()
+{
+    std::unique_lock lock(mutex_);
+    while (!ending_) {
+        tell(lock);
+        watch(lock);
+    }
+    tell(lock);
+}
+
+/// Waits for the line, when there is something to write or a stall to end, and for the wakeup in any case.
+void FrameWriter::watch(std::unique_lock<std::mutex>& lock)
+{
+    auto line = stalled_ || !queue_.empty() ? line_ : nullptr;  // stays open while it is polled
+    watching_ = line != nullptr;
+    lock.unlock();
+    std::array<pollfd, 2> polled{{{wakeup_.descriptor(), POLLIN, 0}, {line ? line->get() : -1, POLLOUT, 0}}};
+    poll(polled.data(), polled.size(), line ? kLookAgainMs : -1);
+    wakeup_.clear();
+    lock.lock();
+
+    const bool current = line && line == line_;
+    line.reset();
+    watching_ = false;
+    settled_.notify_all();
+    if (!current)
+        return;
+    advanceLocked();
+    const bool takesMore = (polled[1].revents & POLLOUT) != 0 && queue_.empty();
+    if (takesMore || (polled[1].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0)
+        endStallLocked();
+}
+
+/// Without the lock: standard error may be held up.
+void FrameWriter::tell(std::unique_lock<std::mutex>& lock)
+{
+    while (!reports_.empty()) {
+        const std::string text = std::move(reports_.front());
+        reports_.pop_front();
+        lock.unlock();
+        reporter_(text);
+        lock.lock();
+    }
+}
+
+}  // namespace runtime

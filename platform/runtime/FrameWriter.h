@@ -1,0 +1,90 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/runtime/Descriptor.h"
+#include "platform/runtime/Report.h"
+
+namespace runtime {
+
+/// Puts frames on a non-blocking descriptor, whole and in order, and bounds the time that this takes.
+///
+/// A frame that the line has not taken within the patience begins a stall: it is dropped, those that wait with it are,
+/// and so is every other at once until the line takes bytes again. Of a frame that has begun, though, the rest stays
+/// and goes first. The beginning and the end of a stall are reported, the end with the number of dropped frames.
+class FrameWriter
+{
+public:
+    static constexpr std::chrono::milliseconds kPatience{1000};
+
+    /// @param name what the reports call the line
+    explicit FrameWriter(std::string name, Reporter reporter = report, std::chrono::milliseconds patience = kPatience);
+
+    /// As close(); nobody may be sending.
+    ~FrameWriter();
+    FrameWriter(const FrameWriter&) = delete;
+    FrameWriter& operator=(const FrameWriter&) = delete;
+
+    /// Writes to `line` from now on.
+    void open(std::shared_ptr<const Descriptor> line);
+
+    /// Gives the line up with all that waits for it, and ends a stall. Frames are dropped from now on. Not from the
+    /// reporter.
+    void close();
+
+    /// Writes one frame. Any thread; returns after the patience at the latest.
+    /// @returns whether the frame was taken: written, or so far that its rest will be.
+    bool send(std::span<const std::uint8_t> frame);
+
+private:
+    enum class Fate {
+        Waiting,
+        Taken,
+        Dropped,
+    };
+
+    /// A frame that did not fit at once. Guarded by mutex_.
+    struct Waiting {
+        std::vector<std::uint8_t> rest;
+        bool begun = false;
+        Fate fate = Fate::Waiting;
+    };
+
+    std::size_t writeSomeLocked(std::span<const std::uint8_t> bytes);
+    void advanceLocked();
+    void settleLocked(Waiting& frame, Fate fate);
+    void beginStallLocked();
+    void endStallLocked();
+    void closeLocked();
+    void run();
+    void watch(std::unique_lock<std::mutex>& lock);
+    void tell(std::unique_lock<std::mutex>& lock);
+
+    const std::string name_;
+    const Reporter reporter_;
+    const std::chrono::milliseconds patience_;
+    const Wakeup wakeup_;
+
+    std::mutex mutex_;
+    std::condition_variable settled_;
+    std::shared_ptr<const Descriptor> line_;      // null: none; guarded by mutex_
+    std::deque<std::shared_ptr<Waiting>> queue_;  // only the first has perhaps begun; guarded by mutex_
+    bool stalled_ = false;                        // guarded by mutex_
+    std::size_t dropped_ = 0;                     // in the stall; guarded by mutex_
+    std::deque<std::string> reports_;             // not yet told; guarded by mutex_
+    bool watching_ = false;                       // the thread has hold of the line; guarded by mutex_
+    bool ending_ = false;                         // guarded by mutex_
+    std::thread thread_;  // writes what did not fit at once, and reports; runs from the first such frame on
+                          // guarded by mutex_
+};
+
+}  // namespace runtime

@@ -1,0 +1,173 @@
+#include "platform/runtime/PseudoTerminal.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace runtime {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Another service needs the lock for a few system calls.
+constexpr std::chrono::seconds kLockPatience{1};
+constexpr int kLockRetryMs = 10;
+
+[[noreturn]] void refuseLink(const fs::path& link, const std::string& reason)
+{
+    throw TerminalError("no pseudo-terminal can be had at " + link.string() + ": " + reason);
+}
+
+[[noreturn]] void refuseLink(const fs::path& link)
+{
+    refuseLink(link, std::generic_category().message(errno));
+}
+
+/// Where the mark of a service is that runs at `link`: another place for every link, since the number of a terminal is
+/// soon given to the next, and far from the bytes that station programs may lock.
+flock64 markOf(const fs::path& link)
+{
+    std::error_code error;
+    const fs::path directory = fs::canonical(link.parent_path(), error);
+    flock64 range{};
+    range.l_type = F_WRLCK;
+    range.l_whence = SEEK_SET;
+    const std::uint64_t hash = fs::hash_value(directory / link.filename());
+    range.l_start = static_cast<off64_t>(hash >> 2 | std::uint64_t{1} << 61);
+    range.l_len = 1;
+    return range;
+}
+
+/// Marks the station's end as served. A record lock, since station programs take flock() and TIOCEXCL for themselves.
+void markServed(int stationEnd, const fs::path& link)
+{
+    flock64 range = markOf(link);
+    fcntl(stationEnd, F_OFD_SETLK, &range);
+}
+
+/// @returns whether `path` is one that the kernel gives a terminal: what else is written like one may be any file.
+bool isTerminalName(std::string_view path)
+{
+    constexpr std::string_view kDirectory = "/dev/pts/";
+    return path.starts_with(kDirectory) && path.size() > kDirectory.size() &&
+           path.find_first_not_of("0123456789", kDirectory.size()) == std::string_view::npos;
+}
+
+/// @returns whether `link` leads to the terminal of another service that runs there.
+/// @param own this service's terminal, to which the link of one that was killed may lead as well
+bool isServed(const fs::path& link, const std::string& own)
+{
+    std::error_code error;
+    const std::string target = fs::read_symlink(link, error).string();
+    if (!isTerminalName(target) || target == own)
+        return false;
+    const Descriptor end(open(target.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!end.valid())
+        return false;
+    flock64 range = markOf(link);
+    return fcntl(end.get(), F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
+}
+
+void makeRaw(int terminal)
+{
+    termios settings{};
+    tcgetattr(terminal, &settings);
+    cfmakeraw(&settings);
+    tcsetattr(terminal, TCSANOW, &settings);
+}
+
+void replaceLink(const std::string& target, const fs::path& link)
+{
+    // Made under another name and moved into place, so that a station never finds nothing there.
+    const fs::path fresh = link.parent_path() / ("." + link.filename().string() + "." + std::to_string(getpid()));
+    unlink(fresh.c_str());
+    if (symlink(target.c_str(), fresh.c_str()) != 0)
+        refuseLink(link);
+    if (rename(fresh.c_str(), link.c_str()) != 0) {
+        const int error = errno;
+        unlink(fresh.c_str());
+        errno = error;
+        refuseLink(link);
+    }
+}
+
+/// Lets one service at a time look at the links of a directory and make its own, until the descriptor is closed.
+std::unique_ptr<const Descriptor> lockDirectoryOf(const fs::path& link)
+{
+    auto directory =
+        std::make_unique<const Descriptor>(open(link.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory->valid())
+        refuseLink(link);
+    const auto deadline = std::chrono::steady_clock::now() + kLockPatience;
+    while (flock(directory->get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK)
+            refuseLink(link);
+        if (std::chrono::steady_clock::now() > deadline)
+            refuseLink(link, "another process keeps its directory locked");
+        poll(nullptr, 0, kLockRetryMs);
+    }
+    return directory;
+}
+
+void makeLink(const std::string& target, const fs::path& link)
+{
+    const auto lock = lockDirectoryOf(link);
+    if (symlink(target.c_str(), link.c_str()) == 0)
+        return;
+    if (errno != EEXIST)
+        refuseLink(link);
+    if (!fs::is_symlink(fs::symlink_status(link)))
+        refuseLink(link, "something is there that is no symbolic link; it is left as it is");
+    if (isServed(link, target))
+        refuseLink(link, "another service is running there");
+    replaceLink(target, link);
+}
+
+}  // namespace
+
+PseudoTerminal::PseudoTerminal(const fs::path& link) : link_(fs::absolute(link).lexically_normal())
+{
+    master_ = std::make_shared<const Descriptor>(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    std::array<char, 64> name{};
+    if (!master_->valid() || grantpt(master_->get()) != 0 || unlockpt(master_->get()) != 0 ||
+        ptsname_r(master_->get(), name.data(), name.size()) != 0)
+        refuseLink(link_);
+    stationEnd_ = name.data();
+
+    station_ = std::make_unique<Descriptor>(::open(stationEnd_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!station_->valid() || fchmod(station_->get(), S_IRUSR | S_IWUSR) != 0)
+        refuseLink(link_);
+    makeRaw(station_->get());
+    markServed(station_->get(), link_);
+    makeLink(stationEnd_, link_);
+    linked_ = true;
+}
+
+PseudoTerminal::~PseudoTerminal()
+{
+    withdraw();
+}
+
+void PseudoTerminal::withdraw()
+{
+    const std::lock_guard lock(mutex_);
+    if (!std::exchange(linked_, false))
+        return;
+    std::error_code error;
+    if (fs::read_symlink(link_, error) == stationEnd_)
+        unlink(link_.c_str());
+}
+
+}  // namespace runtime

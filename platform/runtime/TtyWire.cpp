@@ -1,0 +1,163 @@
+#include "platform/runtime/TtyWire.h"
+
+#include <poll.h>
+#include <algorithm>
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace runtime {
+namespace {
+
+/// What is delivered at once, at most.
+constexpr std::size_t kChunkSize = 4096;
+
+/// How often a lost line is tried.
+constexpr int kRetryMs = 250;
+
+/// What Linux's terminals give at a time at most.
+constexpr std::size_t kTerminalHolds = 4095;
+
+enum class ReadEnd {
+    Empty,  ///< nothing more is there
+    Full,   ///< the buffer is
+    Lost,   ///< the line is
+};
+
+/// Reads what is there into `buffer`, as much as fits.
+/// @param count in and out: how much is in the buffer
+ReadEnd readAvailable(int line, std::span<std::uint8_t> buffer, std::size_t& count)
+{
+    while (count < buffer.size()) {
+        const std::size_t room = buffer.size() - count;
+        const ssize_t got = read(line, buffer.data() + count, room);
+        if (got > 0) {
+            count += static_cast<std::size_t>(got);
+            // A raw terminal gives all that it has, 4095 bytes at most: to ask it again after less would only cost
+            // time.
+            if (static_cast<std::size_t>(got) < std::min(room, kTerminalHolds))
+                return ReadEnd::Empty;
+        } else if (got == 0)
+            return ReadEnd::Lost;
+        else if (errno == EAGAIN || errno == EWOULDBLOCK)
+            return ReadEnd::Empty;
+        else if (errno != EINTR)
+            return ReadEnd::Lost;
+    }
+    return ReadEnd::Full;
+}
+
+}  // namespace
+
+TtyWire::TtyWire(std::unique_ptr<Terminal> terminal, Reporter reporter)
+    : terminal_(std::move(terminal))
+    , reporter_(std::move(reporter))
+    , name_("uart " + terminal_->path().string())
+    , line_(terminal_->open())
+    , writer_(name_, reporter_)
+{
+    writer_.open(line_);
+}
+
+TtyWire::~TtyWire()
+{
+    stop();
+}
+
+void TtyWire::attach(Receiver receiver)
+{
+    const std::lock_guard lock(mutex_);
+    if (stopped_)
+        return;
+    detachLocked();
+    wakeup_.clear();
+    stopping_ = false;
+    thread_ = std::thread([this, deliver = std::move(receiver)] { run(deliver); });
+}
+
+void TtyWire::detach()
+{
+    if (onDeliveryThread()) {
+        stopping_ = true;  // the thread ends when the receiver returns
+        return;
+    }
+    const std::lock_guard lock(mutex_);
+    detachLocked();
+}
+
+void TtyWire::detachLocked()
+{
+    if (!thread_.joinable())
+        return;
+    stopping_ = true;
+    wakeup_.signal();
+    thread_.join();
+}
+
+void TtyWire::stop()
+{
+    withdraw();
+    // First the writer, so that a receiver that is sending returns.
+    writer_.close();
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+    detachLocked();
+    writer_.close();
+    line_.reset();
+}
+
+void TtyWire::run(const Receiver& receiver)
+{
+    deliveryThread_ = std::this_thread::get_id();
+    while (!stopping_) {
+        if (!line_)
+            recover();
+        else if (waitForInput() && !deliverChunk(receiver))
+            lose();
+    }
+    deliveryThread_ = std::thread::id();
+}
+
+/// @returns whether the line has something to read, its end included.
+bool TtyWire::waitForInput()
+{
+    std::array<pollfd, 2> polled{{{wakeup_.descriptor(), POLLIN, 0}, {line_->get(), POLLIN, 0}}};
+    poll(polled.data(), polled.size(), -1);
+    return !stopping_ && polled[1].revents != 0;
+}
+
+/// @returns whether the line is still there.
+bool TtyWire::deliverChunk(const Receiver& receiver)
+{
+    std::array<std::uint8_t, kChunkSize> buffer;
+    std::size_t count = 0;
+    const ReadEnd end = readAvailable(line_->get(), buffer, count);
+    if (count > 0)
+        receiver(std::span(buffer).first(count));
+    return end != ReadEnd::Lost;
+}
+
+void TtyWire::lose()
+{
+    // Before the line can be had again it must be free, and it is not while the writer holds it.
+    writer_.close();
+    line_.reset();
+    reporter_(name_ + ": the line is lost; waiting for it to come back");
+}
+
+void TtyWire::recover()
+{
+    pollfd polled{wakeup_.descriptor(), POLLIN, 0};
+    if (poll(&polled, 1, kRetryMs) != 0)
+        return;
+    try {
+        line_ = terminal_->open();
+    } catch (const TerminalError&) {
+        return;  // not back yet
+    }
+    writer_.open(line_);
+    reporter_(name_ + ": the line is back");
+}
+
+}  // namespace runtime

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "platform/runtime/Descriptor.h"
+#include "platform/runtime/FrameWriter.h"
+#include "platform/runtime/Report.h"
+#include "platform/runtime/Terminal.h"
+#include "platform/runtime/Wire.h"
+
+namespace runtime {
+
+/// The station's line over a terminal. A line that is lost is opened again as soon as it can be, while somebody is
+/// attached; one report says that it was lost, one that it is back.
+class TtyWire : public Wire
+{
+public:
+    /// Opens the line. What arrives is kept by the terminal until somebody attaches.
+    /// @throws TerminalError
+    explicit TtyWire(std::unique_ptr<Terminal> terminal, Reporter reporter = report);
+
+    /// As stop(). Not on the delivery thread.
+    ~TtyWire() override;
+    TtyWire(const TtyWire&) = delete;
+    TtyWire& operator=(const TtyWire&) = delete;
+
+    void attach(Receiver receiver) override;
+    void detach() override;
+    bool send(std::span<const std::uint8_t> frame) override { return writer_.send(frame); }
+
+    /// Removes what leads the station here; the line itself goes on. Any thread.
+    void withdraw() { terminal_->withdraw(); }
+
+    /// Withdraws, ends the delivery and closes the line; frames are dropped from now on, and whoever attaches later
+    /// gets nothing. Not on the delivery thread.
+    void stop();
+
+    /// @returns the absolute path of the line.
+    const std::filesystem::path& path() const { return terminal_->path(); }
+
+private:
+    void run(const Receiver& receiver);
+    bool waitForInput();
+    bool deliverChunk(const Receiver& receiver);
+    void lose();
+    void recover();
+    void detachLocked();
+    bool onDeliveryThread() const { return std::this_thread::get_id() == deliveryThread_; }
+
+    const std::unique_ptr<Terminal> terminal_;
+    const Reporter reporter_;
+    const std::string name_;
+    const Wakeup wakeup_;                     // ends the delivery thread's waiting
+    std::shared_ptr<const Descriptor> line_;  // null: lost; the delivery thread's own while there is one
+    FrameWriter writer_;
+
+    std::mutex mutex_;      // attach, detach and stop
+    std::thread thread_;    // guarded by mutex_
+    bool stopped_ = false;  // guarded by mutex_
+    std::atomic<std::thread::id> deliveryThread_{};
+    std::atomic<bool> stopping_ = false;
+};
+
+}  // namespace runtime
