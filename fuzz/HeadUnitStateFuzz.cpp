@@ -6,7 +6,7 @@
 #include "fuzz/TextLines.h"
 #include "platform/bench/JsonText.h"
 #include "platform/bench/State.h"
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 using fuzz::expect;
 using nlohmann::json;

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace programs {
 

@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cstdio>
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 namespace programs {
 
 namespace {

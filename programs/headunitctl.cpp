@@ -12,7 +12,7 @@
 
 #include "programs/Cli.h"
 #include "programs/SessionBus.h"
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace {
 

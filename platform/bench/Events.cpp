@@ -7,7 +7,7 @@
 
 #include "platform/bench/FakeContext.h"
 #include "platform/bench/JsonText.h"
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace bench {
 namespace {

@@ -13,7 +13,7 @@
 #include "platform/bench/JsonText.h"
 #include "platform/bench/SignalOutbox.h"
 #include "platform/runtime/Report.h"
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace bench {
 namespace {

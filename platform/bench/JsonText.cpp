@@ -1,6 +1,6 @@
 #include "platform/bench/JsonText.h"
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace bench {
 namespace {

@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "platform/bench/JsonText.h"
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace bench {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace runtime {
 

@@ -10,6 +10,7 @@
 #include "programs/station/CatalogueText.h"
 #include "programs/station/InputFile.h"
 #include "programs/station/Tool.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Document.h"
 #include "protocol/catalogue/Suggest.h"
 #include "protocol/toml/Problem.h"
@@ -93,7 +94,7 @@ std::string countText(catalogue::Groups groups)
         commands += group.commands.size();
         notices += group.notices.size();
     }
-    return station::record::count(commands, "command") + ", " + station::record::count(notices, "notice");
+    return protocol::plural(commands, "command") + ", " + protocol::plural(notices, "notice");
 }
 
 int check(const std::string& path, Tool& tool)

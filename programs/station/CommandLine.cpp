@@ -26,7 +26,7 @@ const CLI::App& deepest(const CLI::App& app)
 std::string didYouMean(const std::string& typed, const std::vector<std::string>& words)
 {
     const std::vector<std::string_view> views(words.begin(), words.end());
-    return protocol::catalogue::didYouMean(typed, views);
+    return protocol::didYouMean(typed, views);
 }
 
 std::vector<std::string> longNames(const CLI::App& verb)

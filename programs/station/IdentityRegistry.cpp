@@ -6,6 +6,7 @@
 #include "programs/station/InputFile.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
+#include "protocol/Text.h"
 #include "station/identity/LedgerFile.h"
 #include "station/record/Text.h"
 
@@ -96,8 +97,7 @@ int importFile(Tool& tool, const std::string& path)
     if (tool.json) {
         printJson({{"file", path}, {"values", fresh}, {"given_twice", registry->givenTwice()}});
     } else {
-        std::printf("%s: %s new in the registry\n", printable(path).c_str(),
-                    station::record::count(fresh, "value").c_str());
+        std::printf("%s: %s new in the registry\n", printable(path).c_str(), protocol::plural(fresh, "value").c_str());
     }
     return kPassed;
 }

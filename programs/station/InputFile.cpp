@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "programs/station/Tool.h"
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace programs::station_tool {
 

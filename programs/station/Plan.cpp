@@ -9,6 +9,7 @@
 #include "programs/station/Tool.h"
 #include "programs/station/plan/PlanFile.h"
 #include "programs/station/plan/PlanRun.h"
+#include "protocol/Text.h"
 #include "station/SerialLink.h"
 #include "station/record/Results.h"
 #include "station/record/Text.h"
@@ -56,7 +57,7 @@ int check(const Tool& tool, const std::vector<std::string>& paths)
         printProblems(path, file.loaded.warnings, "warning: ");
         if (file.loaded.plan) {
             std::printf("%s: sound, %s\n", printable(path).c_str(),
-                        station::record::count(file.loaded.plan->stepCount(), "step").c_str());
+                        protocol::plural(file.loaded.plan->stepCount(), "step").c_str());
         }
     }
     if (tool.json) {

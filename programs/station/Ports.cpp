@@ -6,7 +6,7 @@
 
 #include "programs/Cli.h"
 #include "programs/station/Tool.h"
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 #include "station/PortUsers.h"
 #include "station/SerialLink.h"
 #include "station/ports/SerialPorts.h"

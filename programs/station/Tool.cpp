@@ -9,7 +9,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 #include "station/SerialLink.h"
 #include "station/record/Results.h"
 

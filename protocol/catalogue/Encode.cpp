@@ -2,7 +2,7 @@
 #include <string>
 
 #include "protocol/BigEndian.h"
-#include "protocol/InQuotes.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/HexBytes.h"

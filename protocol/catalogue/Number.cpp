@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "protocol/InQuotes.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/Suggest.h"

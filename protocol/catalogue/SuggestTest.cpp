@@ -5,6 +5,7 @@
 #include <array>
 #include <string>
 
+#include "protocol/Text.h"
 #include "protocol/catalogue/SampleCatalogue.h"
 
 namespace protocol::catalogue {

@@ -6,8 +6,7 @@
 #include <tuple>
 #include <utility>
 
-#include "protocol/InQuotes.h"
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Suggest.h"
 
 namespace protocol::toml_file {
@@ -286,7 +285,7 @@ void TableReader::finish()
     for (const auto& [key, value] : table_) {
         if (!known_.contains(key.str())) {
             problems_.push_back(at(key.source().begin, "the " + what_ + " has no key " + inQuotes(key.str()) +
-                                                           catalogue::didYouMean(key.str(), words)));
+                                                           protocol::didYouMean(key.str(), words)));
         }
     }
 }

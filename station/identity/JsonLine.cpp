@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 #include "station/ClockText.h"
 
 namespace station::identity {

@@ -62,7 +62,7 @@ const Record& require(Records records, std::string_view name)
         names.push_back(record.name);
         list += (list.empty() ? "" : ", ") + std::string(record.name);
     }
-    const std::string hint = catalogue::didYouMean(name, names);
+    const std::string hint = protocol::didYouMean(name, names);
     throw std::invalid_argument("'" + std::string(name) + "' is no record" +
                                 (hint.empty() ? "; there are " + list : hint));
 }

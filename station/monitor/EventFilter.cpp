@@ -8,7 +8,7 @@
 
 #include "protocol/Frame.h"
 #include "protocol/catalogue/Catalogue.h"
-#include "protocol/catalogue/Suggest.h"
+#include "protocol/Text.h"
 #include "station/Hex.h"
 
 namespace station {
@@ -61,7 +61,7 @@ std::uint8_t groupCode(const TraceEvent& event, const catalogue::Decoded& decode
     }
     const std::vector<std::string_view> words(keys.begin(), keys.end());
     throw std::invalid_argument("'" + std::string(word) + "' is no direction, group, command or hexadecimal code" +
-                                catalogue::didYouMean(word, words));
+                                protocol::didYouMean(word, words));
 }
 
 }  // namespace

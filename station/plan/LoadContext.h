@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "protocol/InQuotes.h"
+#include "protocol/Text.h"
 #include "protocol/toml/TableReader.h"
 #include "station/plan/Plan.h"
 

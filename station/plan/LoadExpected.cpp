@@ -166,7 +166,7 @@ std::vector<Expected> loadExpected(Context& context, const toml::table& table, c
             names.push_back(field->name);
             all += (all.empty() ? "" : ", ") + std::string(field->name);
         }
-        std::string suggestion = catalogue::didYouMean(key.str(), names);
+        std::string suggestion = protocol::didYouMean(key.str(), names);
         if (suggestion.empty()) {
             suggestion = all.empty() ? ": it has no fields" : ": it has " + all;
         }

@@ -58,7 +58,7 @@ std::string noSuchNotice(catalogue::Groups groups, std::string_view key)
         all += (all.empty() ? "" : ", ") + each;
     }
     const std::vector<std::string_view> words(keys.begin(), keys.end());
-    const std::string suggestion = catalogue::didYouMean(key, words);
+    const std::string suggestion = protocol::didYouMean(key, words);
     return inQuotes(key) + " never comes by itself" + (suggestion.empty() ? ": one of " + all : suggestion);
 }
 
@@ -187,7 +187,7 @@ private:
         if (param == params.end()) {
             std::vector<std::string_view> names;
             std::ranges::transform(params, std::back_inserter(names), &Field::name);
-            const std::string suggestion = catalogue::didYouMean(key.str(), names);
+            const std::string suggestion = protocol::didYouMean(key.str(), names);
             report(context_, key,
                    inQuotes(key.str()) + " is no parameter of " + inQuotes(step_.name) +
                        (params.empty()       ? ": it takes none"
@@ -397,7 +397,7 @@ private:
                     std::vector<std::string_view> names;
                     std::ranges::transform(fields, std::back_inserter(names), &Field::name);
                     problem(value, field ? inQuotes(*field) + " is no field of " + inQuotes(frame) +
-                                               protocol::catalogue::didYouMean(*field, names)
+                                               protocol::didYouMean(*field, names)
                                          : "a field of " + inQuotes(frame) + " is expected");
                     continue;
                 }

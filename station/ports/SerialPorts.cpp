@@ -6,7 +6,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 namespace station {
 

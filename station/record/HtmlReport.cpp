@@ -318,7 +318,8 @@ private:
             return;
         }
         Node folded = add(parent, "details");
-        addText(folded, "summary", count(attempt.events.end - attempt.events.begin, "event") + " on the line");
+        addText(folded, "summary",
+                protocol::plural(attempt.events.end - attempt.events.begin, "event") + " on the line");
         Node table = add(folded, "table", "frames");
         addText(table, "caption", "What passed on the line during " + step.name + ", times from its start", "hidden");
         Node titles = add(add(table, "thead"), "tr");

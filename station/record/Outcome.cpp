@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "protocol/Text.h"
 #include "station/record/Text.h"
 #include "station/trace/Describe.h"
 
@@ -209,7 +210,8 @@ std::string summaryOf(const Run& run, const Outcome& outcome)
     const auto were = [](std::size_t number) { return std::to_string(number) + (number == 1 ? " was" : " were"); };
     const auto wrong = static_cast<std::size_t>(std::ranges::count_if(
         outcome.failed, [](const PlacedStep& placed) { return placed.verdict != Verdict::kAborted; }));
-    const std::string passed = std::to_string(outcome.passed) + " of " + count(outcome.total, "step") + " passed";
+    const std::string passed =
+        std::to_string(outcome.passed) + " of " + protocol::plural(outcome.total, "step") + " passed";
     std::string text;
     if (outcome.total == 0) {
         text = "No step was run";
@@ -219,7 +221,7 @@ std::string summaryOf(const Run& run, const Outcome& outcome)
         const std::size_t ended = outcome.failed.size() - wrong;
         text += ended > 0 ? ", " + were(ended) + " ended" : "";
     } else if (wrong > 0) {
-        text = std::to_string(wrong) + " of " + count(outcome.total, "step") + " went wrong";
+        text = std::to_string(wrong) + " of " + protocol::plural(outcome.total, "step") + " went wrong";
     } else if (outcome.passed == outcome.total) {
         text = outcome.total == 1 ? "The step passed" : "All " + std::to_string(outcome.total) + " steps passed";
     } else {
@@ -256,7 +258,7 @@ std::vector<EventLine> linesOf(const Events& events, EventRange range, protocol:
     std::size_t next = range.begin;
     const auto gapUntil = [&](std::size_t number) {
         if (number > next) {
-            lines.push_back({nullptr, "", count(number - next, "event") + " left out"});
+            lines.push_back({nullptr, "", protocol::plural(number - next, "event") + " left out"});
         }
         next = number + 1;
     };

@@ -153,9 +153,4 @@ const char* meaning(Verdict verdict)
     return "";
 }
 
-std::string count(std::size_t number, const std::string& noun)
-{
-    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
-}
-
 }  // namespace station::record

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 #include "station/record/RunRecord.h"
 
 /// How what stands in a record is written for people.
@@ -43,8 +43,5 @@ std::string isoText(std::chrono::system_clock::time_point time);
 
 /// @returns what a verdict means, in words for somebody who sees one for the first time.
 const char* meaning(Verdict verdict);
-
-/// @returns "1 step", "2 steps".
-std::string count(std::size_t number, const std::string& noun);
 
 }  // namespace station::record

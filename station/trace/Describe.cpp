@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/Hex.h"
 

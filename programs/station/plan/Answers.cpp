@@ -58,9 +58,9 @@ void reportUnknown(Problems& problems, const toml::key& key, std::span<const Pro
     std::ranges::transform(prompts, std::back_inserter(ids),
                            [](const Prompt* prompt) { return std::string_view(prompt->id); });
     const auto place = key.source().begin;
-    problems.push_back({place.line, place.column,
-                        "the plan has no question '" + std::string(key.str()) + "'" +
-                            protocol::catalogue::didYouMean(key.str(), ids)});
+    problems.push_back(
+        {place.line, place.column,
+         "the plan has no question '" + std::string(key.str()) + "'" + protocol::didYouMean(key.str(), ids)});
 }
 
 std::string_view trimmed(std::string_view text)

@@ -1,4 +1,4 @@
-#include "protocol/Printable.h"
+#include "protocol/Text.h"
 
 #include <gtest/gtest.h>
 
