@@ -28,7 +28,11 @@ else()
   install(DIRECTORY docs/ DESTINATION share/doc/${package} FILES_MATCHING PATTERN *.md)
   install(FILES README.md DESTINATION share/doc/${package})
   install(DIRECTORY share/ DESTINATION share/engineering)
-  include(cmake/Manuals.cmake)
+  # Only a package needs them.
+  find_program(HELP2MAN help2man)
+  if(HELP2MAN)
+    include(cmake/Manuals.cmake)
+  endif()
   set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "engineering service of a car head unit, on the bench")
   set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
     "The service over a simulated head unit, a test station, a stand-in for the\n\

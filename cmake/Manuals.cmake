@@ -1,5 +1,4 @@
 # Manual pages and shell completion: the build runs the programs and installs what they print.
-find_program(HELP2MAN help2man REQUIRED)
 find_program(GZIP gzip REQUIRED)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/printed)
 add_custom_target(manuals ALL)

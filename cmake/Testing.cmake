@@ -1,20 +1,40 @@
-find_package(GTest REQUIRED)
-include(GoogleTest)
-precompiled_headers(test_headers
-  HEADERS <gmock/gmock.h> <gtest/gtest.h> <nlohmann/json.hpp> LIBRARIES GTest::gmock GTest::gtest)
+# unit_test(NAME SOURCES ... [LIBRARIES ...] [DEFINITIONS ...] [PROGRAMS ...] [TIMEOUT SECONDS]): a test program, or more
+# tests for one that exists. ctest runs each test in its own process. The tests of PROGRAMS find their paths in
+# definitions: ENGINEERING_SERVICE for engineering-service. Without BUILD_TESTING it does nothing.
+if(BUILD_TESTING)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+  precompiled_headers(test_headers
+    HEADERS <gmock/gmock.h> <gtest/gtest.h> <nlohmann/json.hpp> LIBRARIES GTest::gmock GTest::gtest)
+endif()
 
-# unit_test(NAME SOURCES ... LIBRARIES ... [TIMEOUT SECONDS]): a test program. ctest runs each test in its own process.
 function(unit_test name)
-  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
-  if(NOT arg_TIMEOUT)
-    set(arg_TIMEOUT 60)
+  if(NOT BUILD_TESTING)
+    return()
   endif()
-  add_executable(${name} ${arg_SOURCES})
-  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest GTest::gtest_main)
-  precompile(${name} test_headers)
-  set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT}
-    ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0")
+  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBRARIES;DEFINITIONS;PROGRAMS" ${ARGN})
+  if(NOT TARGET ${name})
+    if(NOT arg_TIMEOUT)
+      set(arg_TIMEOUT 60)
+    endif()
+    add_executable(${name})
+    target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest GTest::gtest_main)
+    precompile(${name} test_headers)
+    # Each file of tests has its own names. Samples leave out members that do not matter.
+    set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
+    target_compile_options(${name} PRIVATE -Wno-missing-field-initializers)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT}
+      ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0")
+  endif()
+  target_sources(${name} PRIVATE ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
+  target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
+  foreach(program ${arg_PROGRAMS})
+    string(TOUPPER ${program} definition)
+    string(REPLACE "-" "_" definition ${definition})
+    target_compile_definitions(${name} PRIVATE ${definition}="$<TARGET_FILE:${program}>")
+    add_dependencies(${name} ${program})
+  endforeach()
 endfunction()
 
 # allocation_test(…): a unit_test that counts heap allocations. It replaces operators that the sanitizers replace, too.
