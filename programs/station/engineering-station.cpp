@@ -15,6 +15,7 @@
 #include "programs/station/Output.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
+#include "protocol/Errors.h"
 #include "protocol/catalogue/Codec.h"
 
 namespace {
@@ -76,6 +77,9 @@ int run(const std::function<int()>& action)
     } catch (const WrongUse& error) {
         programs::complain(kProgram, error.what());
         return kWrongUse;
+    } catch (const protocol::Error& error) {
+        programs::complain(kProgram, error.what());
+        return error.status();
     } catch (const protocol::catalogue::EncodeError& error) {
         programs::complain(kProgram, error.what());
         return kWrongUse;

@@ -98,10 +98,10 @@ private:
                 section.report("serial",
                                "'" + *name + "' is not a serial number: expected factory-serial or hu-serial");
             }
-            config_.unit.serialRecord = *name;
+            config_.unit.serial.name = *name;
         }
         if (section.node("placeholders") != nullptr) {
-            config_.unit.placeholders = texts(section, "placeholders");
+            config_.unit.serial.placeholders = texts(section, "placeholders");
         }
         section.finish();
     }

@@ -55,7 +55,7 @@ pattern = "SN[0-9]{6}"
     EXPECT_EQ(config.results, "/etc/engineering/results");
     EXPECT_EQ(config.registry, "/var/lib/engineering/registry.sqlite");
     EXPECT_THAT(config.plans, ElementsAre("/etc/engineering/plans", "/srv/plans"));
-    EXPECT_EQ(config.unit.serialRecord, "factory-serial");
+    EXPECT_EQ(config.unit.serial.name, "factory-serial");
     const auto& serial = identity::require(records, "factory-serial");
     EXPECT_TRUE(config.unit.isPlaceholder(serial, "TEST"));
     EXPECT_FALSE(config.unit.isPlaceholder(serial, "00000000"));
@@ -71,7 +71,7 @@ TEST_F(StationConfigTest, EmptyFileLeavesTheDefaults)
 
     EXPECT_THAT(messages(), IsEmpty());
     const auto& serial = identity::require(records, "hu-serial");
-    EXPECT_EQ(config.unit.serialRecord, "hu-serial");
+    EXPECT_EQ(config.unit.serial.name, "hu-serial");
     EXPECT_TRUE(config.unit.isPlaceholder(serial, "00000000"));
     EXPECT_TRUE(config.unit.isPlaceholder(serial, "\xFF\xFF"));
     EXPECT_FALSE(config.unit.isPlaceholder(serial, "FF"));

@@ -43,7 +43,7 @@ Values readHeld(Connection& connection, Records records, const UnitRules& rules,
         }
         return value.has_value();
     };
-    if (const Record* serial = find(records, rules.serialRecord)) {
+    if (const Record* serial = find(records, rules.serial.name)) {
         if (!take(*serial)) {
             return {};
         }

@@ -404,7 +404,7 @@ struct Registry::Impl {
         }
         Statement statement = database->prepare(
             "SELECT value FROM value WHERE unit = ? AND record IN (?, ?) ORDER BY record = ? DESC, time DESC", unit,
-            rules.serialRecord, kFactorySerial, rules.serialRecord);
+            rules.serial.name, kFactorySerial, rules.serial.name);
         return statement.step() ? statement.text(0) : "#" + std::to_string(unit);
     }
 
@@ -445,7 +445,7 @@ struct Registry::Impl {
             if (record == nullptr || !record->unique || rules.isPlaceholder(*record, value)) {
                 continue;
             }
-            const auto place = record->name == rules.serialRecord ? all.begin() : all.end();
+            const auto place = record->name == rules.serial.name ? all.begin() : all.end();
             all.insert(place, {record, registryText(*record, value)});
         }
         return all;
@@ -462,8 +462,8 @@ struct Registry::Impl {
                 continue;
             }
             // A value that was copied from another unit does not make it that unit.
-            const bool contradicted = held.front().first->name == rules.serialRecord && &held.front().second != &text &&
-                                      !otherValue(owner->unit, rules.serialRecord, held.front().second).empty();
+            const bool contradicted = held.front().first->name == rules.serial.name && &held.front().second != &text &&
+                                      !otherValue(owner->unit, rules.serial.name, held.front().second).empty();
             if (known.unit == kNobody && !contradicted) {
                 known.unit = owner->unit;
                 by = shown(record->name, text);

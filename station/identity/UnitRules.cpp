@@ -69,9 +69,14 @@ bool isText(std::string_view bytes)
 
 bool UnitRules::isPlaceholder(const Record& record, std::string_view value) const
 {
-    const std::string digits = record.isAddress() ? digitsOf(value) : "";
-    return value.empty() || consistsOf(value, '\xFF') || consistsOf(digits, '0') || consistsOf(digits, 'F') ||
-           (!record.isAddress() && std::ranges::find(placeholders, value) != placeholders.end());
+    if (value.empty()) {
+        return true;
+    }
+    if (!record.isAddress()) {
+        return serial.isNone(value);
+    }
+    const std::string digits = digitsOf(value);
+    return consistsOf(value, '\xFF') || consistsOf(digits, '0') || consistsOf(digits, 'F');
 }
 
 std::string UnitRules::objection(const Record& record, std::string_view value) const

@@ -6,18 +6,15 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "station/SerialRecord.h"
 #include "station/identity/Record.h"
 
 namespace station::identity {
 
 /// What a station knows about the values of its units.
 struct UnitRules {
-    /// The record that is *the* serial number of a unit.
-    std::string serialRecord = "hu-serial";
-    /// Serial numbers that mean "none".
-    std::vector<std::string> placeholders{"", "00000000"};
+    SerialRecord serial = {};
     /// What a record's whole value must match, by name of the record.
     std::map<std::string, std::shared_ptr<const re2::RE2>, std::less<>> patterns = {};
 

@@ -1,18 +1,10 @@
 #include "station/plan/UnitSerial.h"
 
-#include <algorithm>
-
 #include "station/record/Text.h"
 
 namespace station::plan {
 
 using record::printable;
-
-bool SerialRecord::isNone(std::string_view serial) const
-{
-    return std::ranges::find(placeholders, serial) != placeholders.end() ||
-           std::ranges::all_of(serial, [](char c) { return c == '\xFF'; });
-}
 
 void SerialsAtPorts::add(const std::string& port, const std::string& serial)
 {

@@ -5,22 +5,13 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
+
+#include "station/SerialRecord.h"
 
 namespace station::plan {
 
 /// What a plan stores under this name is the unit's serial number.
 inline constexpr std::string_view kSerialVariable = "serial";
-
-/// Where a unit keeps its serial number.
-struct SerialRecord {
-    /// Of the catalogue's identity group: `identity.NAME` reads it, `identity.write-NAME` writes it.
-    std::string name = "hu-serial";
-    /// Serials that mean "none". So does any serial of FF bytes, which is erased memory.
-    std::vector<std::string> placeholders = {"", "00000000"};
-
-    bool isNone(std::string_view serial) const;
-};
 
 /// What the units of runs at several ports hold: no two of them have the same serial. All functions may be called from
 /// any thread.

@@ -178,7 +178,7 @@ public:
         , surroundings_{protocol::catalogue::groups(), prompter_, headUnit_}
     {
         const station::StationConfig& config = tool.station->config();
-        surroundings_.serialRecord = {config.unit.serialRecord, config.unit.placeholders};
+        surroundings_.serialRecord = config.unit.serial;
         known_.unit.serial = options.serial;
         known_.station = {config.name.empty() ? hostName() : config.name, options.operatorName, ENGINEERING_VERSION,
                           config.line};
