@@ -343,7 +343,8 @@ Connection::Connection(PortSpec port, Options options)
 Connection::~Connection() = default;
 Connection::Connection(Connection&&) noexcept = default;
 
-Connection::Outcome Connection::request(const Frame& command, const Answers& answers, Duration timeout, bool repeatable)
+Connection::Exchange Connection::request(const Frame& command, const Answers& answers, Duration timeout,
+                                         bool repeatable)
 {
     const auto bytes = encode(command);
     State& state = *state_;
@@ -358,7 +359,7 @@ Connection::Outcome Connection::request(const Frame& command, const Answers& ans
 
         const auto deadline =
             written + wireTime(bytes.size(), state.port.baud) + std::clamp<Duration>(timeout, Duration(0), kLongest);
-        Outcome outcome;
+        Exchange outcome;
         while (const auto arrival = state.next(line, deadline)) {
             if (!arrival->stale && answers(arrival->frame)) {
                 outcome.reply = arrival->frame;

@@ -97,7 +97,7 @@ public:
     /// Says what counts as the answer to a command.
     using Answers = std::function<bool(const protocol::Frame&)>;
 
-    struct Outcome {
+    struct Exchange {
         /// Nothing when no answer came within the time.
         std::optional<protocol::Frame> reply;
         /// From the last byte written to the last byte of the reply.
@@ -111,7 +111,7 @@ public:
     /// the whole time-out); any other, if a byte of it may have reached the device, ends with LinkError at once.
     /// The time-out counts from when the command's last byte can have left the device.
     /// Throws NotSent, and std::length_error for more than protocol::kMaxStationParams parameters.
-    Outcome request(const protocol::Frame& command, const Answers& answers, Duration timeout, bool repeatable);
+    Exchange request(const protocol::Frame& command, const Answers& answers, Duration timeout, bool repeatable);
 
     /// Sends without waiting for anything. Never sends twice: LinkError when the device goes in the middle.
     /// Throws NotSent, and std::length_error for more than protocol::kMaxStationParams parameters.

@@ -116,7 +116,7 @@ protected:
         return Connection({port()}, {.reconnect = reconnect, .trace = &trace, .interrupt = &interrupt});
     }
 
-    static Connection::Outcome ask(Connection& connection, Connection::Duration timeout = kGenerous)
+    static Connection::Exchange ask(Connection& connection, Connection::Duration timeout = kGenerous)
     {
         return connection.request(kAskMode, answersAskMode, timeout, true);
     }

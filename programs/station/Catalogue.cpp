@@ -14,7 +14,7 @@
 #include "protocol/catalogue/Document.h"
 #include "protocol/catalogue/Suggest.h"
 #include "protocol/toml/Problem.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 namespace programs::station_tool {
 

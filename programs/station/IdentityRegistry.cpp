@@ -8,7 +8,7 @@
 #include "programs/station/Tool.h"
 #include "protocol/Text.h"
 #include "station/identity/LedgerFile.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 namespace programs::station_tool {
 

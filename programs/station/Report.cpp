@@ -16,10 +16,10 @@
 #include "station/record/JunitReport.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
-#include "station/record/Results.h"
-#include "station/record/Store.h"
-#include "station/record/Text.h"
+#include "station/record/ResultsFolder.h"
+#include "station/record/RunList.h"
 #include "station/record/TextReport.h"
+#include "station/record/ValueText.h"
 
 namespace programs::station_tool {
 
@@ -27,9 +27,9 @@ namespace {
 
 namespace record = station::record;
 using nlohmann::ordered_json;
+using record::ListedRun;
 using record::printable;
 using record::RunList;
-using record::RunSummary;
 
 /// Does `action`; what the user named and cannot be read is wrong use.
 int guarded(const std::function<int()>& action)
@@ -55,17 +55,17 @@ void printReport(const std::string& text)
 
 // report list
 
-std::string verdictOf(const RunSummary& run, bool colour)
+std::string verdictOf(const ListedRun& run, bool colour)
 {
     return run.running ? "RUNNING" : record::coloured(run.verdict, colour);
 }
 
-std::chrono::nanoseconds durationOf(const RunSummary& run)
+std::chrono::nanoseconds durationOf(const ListedRun& run)
 {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(run.ended - run.started);
 }
 
-std::string failureOf(const RunSummary& run)
+std::string failureOf(const ListedRun& run)
 {
     if (run.failedStep.empty()) {
         return printable(run.running ? "" : run.reason);
@@ -106,7 +106,7 @@ void printTable(const RunList& list)
 {
     std::vector<std::vector<std::string>> rows{{"STARTED", "PLAN", "UNIT", "VERDICT", "TOOK", "RUN", "FAILED"}};
     std::vector<std::string> verdicts{"VERDICT"};
-    for (const RunSummary& run : list.runs) {
+    for (const ListedRun& run : list.runs) {
         rows.push_back({record::toText(run.started), printable(run.plan), printable(run.unit), verdictOf(run, false),
                         run.ended < run.started ? "-" : record::toText(durationOf(run)),
                         printable(run.folder.filename().string()), failureOf(run)});
@@ -115,7 +115,7 @@ void printTable(const RunList& list)
     printTable(rows, verdicts);
 }
 
-ordered_json toJson(const RunSummary& run)
+ordered_json toJson(const ListedRun& run)
 {
     ordered_json json{{"run", run.id},
                       {"folder", run.folder.string()},
@@ -146,7 +146,7 @@ ordered_json toJson(const RunSummary& run)
 void printJsonList(const std::string& directory, const RunList& list)
 {
     ordered_json runs = ordered_json::array();
-    for (const RunSummary& run : list.runs) {
+    for (const ListedRun& run : list.runs) {
         runs.push_back(toJson(run));
     }
     ordered_json passedOver = ordered_json::array();

@@ -12,7 +12,7 @@
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/RecordJson.h"
-#include "station/record/Results.h"
+#include "station/record/ResultsFolder.h"
 #include "station/record/SampleRuns.h"
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/support/TempDir.h"
@@ -58,7 +58,7 @@ protected:
     void keep(record::Run which, const std::string& id)
     {
         which.id = id;
-        record::Results(directory_, which, protocol::catalogue::groups()).finish(which);
+        record::ResultsFolder(directory_, which, protocol::catalogue::groups()).finish(which);
     }
 
     std::string path(const char* name) const { return directory_ / name; }
@@ -104,7 +104,7 @@ TEST_F(ReportVerb, ListHasAnObjectForEachRun)
 TEST_F(ReportVerb, RunThatGoesOnHasNoVerdictInTheList)
 {
     record::Run which = record::samples::passed();
-    const record::Results goesOn(directory_, which, protocol::catalogue::groups());
+    const record::ResultsFolder goesOn(directory_, which, protocol::catalogue::groups());
 
     const json object = json::parse(run({"report", "list", directory_, "--json"}).out);
 

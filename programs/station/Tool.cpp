@@ -11,7 +11,7 @@
 
 #include "protocol/Text.h"
 #include "station/SerialLink.h"
-#include "station/record/Results.h"
+#include "station/record/ResultsFolder.h"
 
 namespace programs::station_tool {
 

@@ -12,8 +12,8 @@
 /// The verbs of engineering-station, one file each: `addX` puts the noun or verb with its options into the tree.
 namespace programs::station_tool {
 
-/// Exit statuses of engineering-station beside those of every program.
-enum Exit : int {
+/// StationExit statuses of engineering-station beside those of every program.
+enum StationExit : int {
     kPassed = 0,
     kFailed = 1,
     kWrongUse = 2,

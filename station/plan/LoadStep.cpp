@@ -371,9 +371,9 @@ private:
         }
     }
 
-    std::vector<Store> loadStore(const std::vector<const Field*>& fields, const std::string& frame)
+    std::vector<StoredField> loadStore(const std::vector<const Field*>& fields, const std::string& frame)
     {
-        std::vector<Store> list;
+        std::vector<StoredField> list;
         const toml::node* node = reader_.node("store");
         if (node == nullptr) {
             return list;

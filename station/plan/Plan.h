@@ -39,7 +39,7 @@ struct Expected {
 };
 
 /// Keeps a field's value under a name for later steps.
-struct Store {
+struct StoredField {
     std::string variable;
     std::string field;
 };
@@ -58,7 +58,7 @@ struct Send {
     /// Whether the answer that comes later, through the HMI or the middleware, is awaited too.
     bool later = false;
     std::vector<Expected> expectLater;
-    std::vector<Store> store;
+    std::vector<StoredField> store;
 };
 
 /// Waits for a frame that the unit sends on its own.
@@ -68,7 +68,7 @@ struct Wait {
     const protocol::catalogue::Notice* notice = nullptr;
     const protocol::catalogue::Command* command = nullptr;
     std::vector<Expected> expect;
-    std::vector<Store> store;
+    std::vector<StoredField> store;
 };
 
 /// Asks the operator.

@@ -63,7 +63,7 @@ std::string misshape(const catalogue::Decoded& decoded)
 
 }  // namespace
 
-StepRunner::StepRunner(Connection& connection, LineRecord& line, const Surroundings& surroundings, RunControl& control,
+StepRunner::StepRunner(Connection& connection, LineWatch& line, const Surroundings& surroundings, RunControl& control,
                        record::Run& run, UnitSerial& serial, Observer& observer)
     : connection_(connection)
     , line_(line)
@@ -127,7 +127,7 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
         line_.attribution().settle();
         attribute();
     } else if (const auto reply = exchange(send, frame, step.timeout, attempt)) {
-        judgeFrame(*reply, send.command, send.expect, send.later ? std::vector<Store>() : send.store, attempt);
+        judgeFrame(*reply, send.command, send.expect, send.later ? std::vector<StoredField>() : send.store, attempt);
         listenBriefly();
         attribute();
     }
@@ -229,7 +229,7 @@ void StepRunner::attribute()
     }
 }
 
-void StepRunner::attribute(LineRecord::Arrival& arrival, const Attribution::Request& request)
+void StepRunner::attribute(LineWatch::Arrival& arrival, const Attribution::Request& request)
 {
     const auto sender = std::find_if(senders_.rbegin(), senders_.rend(),
                                      [&](const Sender& each) { return each.firstRequest <= request.number; });
@@ -254,7 +254,7 @@ void StepRunner::attribute(LineRecord::Arrival& arrival, const Attribution::Requ
 }
 
 void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked, const std::vector<Expected>& expected,
-                            const std::vector<Store>& store, Attempt& attempt)
+                            const std::vector<StoredField>& store, Attempt& attempt)
 {
     const auto decoded = catalogue::decodeFromUnit(surroundings_.groups, frame, asked);
     lookForMode(decoded);
@@ -270,7 +270,7 @@ void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked,
         fail(attempt, Verdict::kError,
              formatMasked(surroundings_.groups, frame) + " does not fit the catalogue: " + wrong);
     }
-    for (const Store& each : store) {
+    for (const StoredField& each : store) {
         const auto field = std::ranges::find_if(
             decoded.fields, [&](const auto& candidate) { return candidate.field->name == each.field; });
         // A record that does not exist is answered without a byte.
@@ -340,7 +340,7 @@ std::optional<Frame> StepRunner::awaitFrame(const std::function<bool(const Frame
     std::size_t looked = 0;
     for (bool last = false;;) {
         auto& arrivals = line_.arrivals();
-        for (auto at = std::ranges::lower_bound(arrivals, looked, {}, &LineRecord::Arrival::number);
+        for (auto at = std::ranges::lower_bound(arrivals, looked, {}, &LineWatch::Arrival::number);
              at != arrivals.end(); ++at) {
             if (!at->claimed && wanted(at->event.frame)) {
                 line_.claim(*at);

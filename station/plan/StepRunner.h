@@ -5,8 +5,8 @@
 #include <string>
 
 #include "station/Connection.h"
-#include "station/plan/Engine.h"
-#include "station/plan/LineRecord.h"
+#include "station/plan/LineWatch.h"
+#include "station/plan/Runner.h"
 #include "station/plan/TimeLimit.h"
 #include "station/plan/UnitSerial.h"
 #include "station/plan/Variables.h"
@@ -17,7 +17,7 @@ namespace station::plan {
 class StepRunner
 {
 public:
-    StepRunner(Connection& connection, LineRecord& line, const Surroundings& surroundings, RunControl& control,
+    StepRunner(Connection& connection, LineWatch& line, const Surroundings& surroundings, RunControl& control,
                record::Run& run, UnitSerial& serial, Observer& observer);
 
     /// Adds an attempt to the step's record.
@@ -58,11 +58,12 @@ private:
     void explainSilence(const Send& send, Duration timeout, std::size_t corrupt, record::Attempt& attempt);
     /// Adds what came to the attempts that it belongs to.
     void attribute();
-    void attribute(LineRecord::Arrival& arrival, const Attribution::Request& request);
+    void attribute(LineWatch::Arrival& arrival, const Attribution::Request& request);
     /// Takes in what came together with an answer.
     void listenBriefly();
     void judgeFrame(const protocol::Frame& frame, const protocol::catalogue::Command* asked,
-                    const std::vector<Expected>& expected, const std::vector<Store>& store, record::Attempt& attempt);
+                    const std::vector<Expected>& expected, const std::vector<StoredField>& store,
+                    record::Attempt& attempt);
     std::optional<protocol::Frame> awaitFrame(const std::function<bool(const protocol::Frame&)>& wanted,
                                               Duration timeout);
     /// @returns whether the command sets or reads auto-test mode, and so is answered without it.
@@ -72,7 +73,7 @@ private:
     bool isSerialCommand(const protocol::catalogue::Command& command, const char* prefix) const;
 
     Connection& connection_;
-    LineRecord& line_;
+    LineWatch& line_;
     const Surroundings& surroundings_;
     RunControl& control_;
     record::Run& run_;

@@ -1,6 +1,6 @@
 #include "station/plan/UnitSerial.h"
 
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 namespace station::plan {
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "station/record/Results.h"
+#include "station/record/ResultsFolder.h"
 
 namespace station::record {
 

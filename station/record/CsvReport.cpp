@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "station/record/Outcome.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 namespace station::record {
 

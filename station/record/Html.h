@@ -4,7 +4,7 @@
 #include <string>
 
 #include "station/record/RunRecord.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 /// Small words for building a page as a tree: whatever text goes in, it stays text.
 namespace station::record::html {

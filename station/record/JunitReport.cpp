@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "station/record/Outcome.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 #include "station/trace/Describe.h"
 
 namespace station::record {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "protocol/Text.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 #include "station/trace/Describe.h"
 
 namespace station::record {

@@ -15,7 +15,7 @@
 #include "protocol/catalogue/HexBytes.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordReader.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 #include "station/trace/Describe.h"
 
 namespace station::record {

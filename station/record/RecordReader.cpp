@@ -5,7 +5,7 @@
 
 #include "station/Hex.h"
 #include "station/record/RecordJson.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 namespace station::record {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "station/record/Outcome.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 #include "station/trace/Describe.h"
 
 namespace station::record {

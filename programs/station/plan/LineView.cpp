@@ -4,7 +4,7 @@
 
 #include "programs/station/plan/RunView.h"
 #include "programs/station/plan/StepLines.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 namespace programs::station_tool {
 

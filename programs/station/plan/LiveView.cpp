@@ -11,7 +11,7 @@
 #include "programs/station/plan/StepLines.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/Outcome.h"
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 #include "station/trace/Describe.h"
 
 namespace programs::station_tool {

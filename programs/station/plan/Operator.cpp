@@ -8,7 +8,7 @@
 #include <array>
 #include <cstdio>
 
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 namespace programs::station_tool {
 

@@ -20,7 +20,7 @@
 #include "programs/station/plan/RunView.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/Outcome.h"
-#include "station/record/Results.h"
+#include "station/record/ResultsFolder.h"
 
 namespace programs::station_tool {
 
@@ -117,7 +117,7 @@ private:
 
     station::plan::Observer& view_;
     const std::string directory_;
-    std::optional<station::record::Results> results_;
+    std::optional<station::record::ResultsFolder> results_;
     std::string folder_;
     std::string error_;
 };
@@ -240,7 +240,7 @@ private:
     /// Another unit may have told the serial of this one after this one's run had ended.
     void addLateClash(Worker& worker)
     {
-        station::plan::Result& result = worker.unit.result;
+        station::plan::RunResult& result = worker.unit.result;
         const std::string clash = surroundings_.serials->clashOf(worker.port.path);
         if (!clash.empty() && !result.serialClashed) {
             result.run.findings.push_back({station::record::Verdict::kError, clash});
@@ -282,7 +282,7 @@ private:
                 complain(kProgram, each);
             }
         }
-        const Exit status = exitStatusOf(units);
+        const StationExit status = exitStatusOf(units);
         const bool comesBefore = status == kInterrupted || status == kPortUnavailable || status == kLinkFailed;
         return failed && !comesBefore ? kNotRecorded : status;
     }

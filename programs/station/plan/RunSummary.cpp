@@ -54,7 +54,7 @@ std::string headlineText(const UnitResult& unit)
     return verdict == Verdict::kPass && !unit.recordError.empty() ? kNotRecordedText : station::record::name(verdict);
 }
 
-Exit exitStatusOf(const UnitResult& unit)
+StationExit exitStatusOf(const UnitResult& unit)
 {
     const Verdict verdict = verdictOf(unit.result.run);
     if (verdict == Verdict::kAborted) {
@@ -83,7 +83,7 @@ Exit exitStatusOf(const UnitResult& unit)
     }
 }
 
-Exit exitStatusOf(std::span<const UnitResult> units)
+StationExit exitStatusOf(std::span<const UnitResult> units)
 {
     std::size_t worst = kOrder.size() - 1;
     for (const UnitResult& unit : units) {

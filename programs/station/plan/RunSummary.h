@@ -5,13 +5,13 @@
 #include <string>
 
 #include "programs/station/Tool.h"
-#include "station/plan/Engine.h"
+#include "station/plan/Runner.h"
 
 namespace programs::station_tool {
 
 /// What became of one unit.
 struct UnitResult {
-    station::plan::Result result;
+    station::plan::RunResult result;
     /// Where the record is; empty for none.
     std::string folder;
     /// "not recorded: REASON", "a report is missing: REASON; the record itself is complete"; empty when all was
@@ -34,9 +34,9 @@ std::string headlineText(const UnitResult& unit);
 
 /// The exit status of one unit. The first that holds: interrupted, port unavailable, link failed, results not written;
 /// then by the verdict: failed, no answer, error, nothing run, passed.
-Exit exitStatusOf(const UnitResult& unit);
+StationExit exitStatusOf(const UnitResult& unit);
 
 /// The exit status of several units: the worst, in the order of the line above.
-Exit exitStatusOf(std::span<const UnitResult> units);
+StationExit exitStatusOf(std::span<const UnitResult> units);
 
 }  // namespace programs::station_tool

@@ -39,7 +39,7 @@ UnitResult unitOf(const std::vector<Verdict>& verdicts, const std::vector<Verdic
 struct StatusCase {
     const char* name;
     std::vector<Verdict> verdicts;
-    Exit status;
+    StationExit status;
     std::vector<Verdict> teardown = {Verdict::kPass};
 };
 

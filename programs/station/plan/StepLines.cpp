@@ -7,8 +7,8 @@
 #include "station/plan/Judge.h"
 #include "station/plan/Speed.h"
 #include "station/record/Outcome.h"
-#include "station/record/Results.h"
-#include "station/record/Text.h"
+#include "station/record/ResultsFolder.h"
+#include "station/record/ValueText.h"
 
 namespace programs::station_tool {
 

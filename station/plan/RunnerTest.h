@@ -14,8 +14,8 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "station/WireBytes.h"
-#include "station/plan/Engine.h"
 #include "station/plan/Load.h"
+#include "station/plan/Runner.h"
 #include "station/plan/ScriptedUnit.h"
 #include "station/record/Outcome.h"
 
@@ -80,7 +80,7 @@ public:
 };
 
 /// A unit that answers some commands as it should, and others as the test says.
-class EngineTest : public testing::Test
+class RunnerTest : public testing::Test
 {
 protected:
     /// What the unit does when it gets a command of this code; by default it keeps silent.
@@ -128,7 +128,7 @@ protected:
     record::Run known;
     SerialRecord serialRecord;
     std::shared_ptr<SerialsAtPorts> serials = std::make_shared<SerialsAtPorts>();
-    Result result;
+    RunResult result;
     ReadyOperator prompter;
     HeadUnitStub headUnit;
     Observer observer;

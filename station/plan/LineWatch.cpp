@@ -1,4 +1,4 @@
-#include "station/plan/LineRecord.h"
+#include "station/plan/LineWatch.h"
 
 namespace station::plan {
 
@@ -9,7 +9,7 @@ constexpr std::size_t kMostArrivals = 4096;
 
 }  // namespace
 
-void LineRecord::on(const TraceEvent& event)
+void LineWatch::on(const TraceEvent& event)
 {
     // The steps see the secrets, the record and whoever watches do not.
     const TraceEvent shown = mask_(event);
@@ -33,13 +33,13 @@ void LineRecord::on(const TraceEvent& event)
     observer_.onFrame(shown);
 }
 
-void LineRecord::claim(Arrival& arrival)
+void LineWatch::claim(Arrival& arrival)
 {
     arrival.claimed = true;
     run_.events.claim(arrival.number, mask_(arrival.event));
 }
 
-bool LineRecord::latestAnswers() const
+bool LineWatch::latestAnswers() const
 {
     if (arrivals_.empty()) {
         return false;
@@ -48,7 +48,7 @@ bool LineRecord::latestAnswers() const
     return request && request->number == attribution_.requests() && !request->answered;
 }
 
-Duration LineRecord::wireTime() const
+Duration LineWatch::wireTime() const
 {
     constexpr std::size_t kBitsPerByte = 10;
     const unsigned baud = run_.unit.baud;

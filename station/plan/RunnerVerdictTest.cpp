@@ -1,4 +1,4 @@
-#include "station/plan/EngineTest.h"
+#include "station/plan/RunnerTest.h"
 #include "station/record/RecordJson.h"
 
 namespace station::plan::tests {
@@ -15,7 +15,7 @@ constexpr unsigned kFrequency = 0x0201;
 constexpr unsigned kMode = 0x0FFF;
 constexpr const char* kAsk = R"({ send = "tuner.frequency", timeout = 0.05 })";
 
-TEST_F(EngineTest, ReplyWithinItsLimitsPassesAndIsMeasured)
+TEST_F(RunnerTest, ReplyWithinItsLimitsPassesAndIsMeasured)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
 
@@ -37,7 +37,7 @@ TEST_F(EngineTest, ReplyWithinItsLimitsPassesAndIsMeasured)
     EXPECT_THAT(run.events.kept(), SizeIs(2));
 }
 
-TEST_F(EngineTest, ReplyBeyondItsLimitsFailsWithWhatCameAndWhatWasExpected)
+TEST_F(RunnerTest, ReplyBeyondItsLimitsFailsWithWhatCameAndWhatWasExpected)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x24, 0xFE}); };
 
@@ -49,7 +49,7 @@ TEST_F(EngineTest, ReplyBeyondItsLimitsFailsWithWhatCameAndWhatWasExpected)
     EXPECT_EQ(headlineOf(run).reason, "G / tuner.frequency: " + reasonOf(step(0)));
 }
 
-TEST_F(EngineTest, ScaledValueAtItsLimitPassesAndTheNextOneFails)
+TEST_F(RunnerTest, ScaledValueAtItsLimitPassesAndTheNextOneFails)
 {
     // 8707 * 0.01 is 87.07000000000001 in binary
     std::uint8_t low = 0x03;
@@ -63,7 +63,7 @@ TEST_F(EngineTest, ScaledValueAtItsLimitPassesAndTheNextOneFails)
     EXPECT_EQ(verdictOf(step(1)), Verdict::kFail);
 }
 
-TEST_F(EngineTest, ExpectedValueIsRecordedInTheUnitOfTheMeasuredOne)
+TEST_F(RunnerTest, ExpectedValueIsRecordedInTheUnitOfTheMeasuredOne)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
 
@@ -76,7 +76,7 @@ TEST_F(EngineTest, ExpectedValueIsRecordedInTheUnitOfTheMeasuredOne)
     EXPECT_EQ(std::get<double>(*measurement.limits.equals), 87.5);
 }
 
-TEST_F(EngineTest, VariableInAPatternStandsForItself)
+TEST_F(RunnerTest, VariableInAPatternStandsForItself)
 {
     std::atomic<bool> renamed = false;
     on[0x040D] = [&](const Frame&) {
@@ -97,7 +97,7 @@ TEST_F(EngineTest, VariableInAPatternStandsForItself)
     EXPECT_EQ(verdictOf(step(3)), Verdict::kFail);
 }
 
-TEST_F(EngineTest, PatternOnALongAnswerNeitherHangsNorCrashes)
+TEST_F(RunnerTest, PatternOnALongAnswerNeitherHangsNorCrashes)
 {
     prompter.answers = {{"long", std::string(20'000, 'a')}, {"again", std::string(20'000, 'a')}};
 
@@ -109,7 +109,7 @@ TEST_F(EngineTest, PatternOnALongAnswerNeitherHangsNorCrashes)
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass);
 }
 
-TEST_F(EngineTest, PatternMatchesBytesThatAreNotUtf8AsLatin1)
+TEST_F(RunnerTest, PatternMatchesBytesThatAreNotUtf8AsLatin1)
 {
     on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {0xFF, 0xFF, 0xFC}); };
 
@@ -123,7 +123,7 @@ TEST_F(EngineTest, PatternMatchesBytesThatAreNotUtf8AsLatin1)
     EXPECT_THAT(reasonOf(step(2)), HasSubstr("expected the whole text to match /[A-Z]*/"));
 }
 
-TEST_F(EngineTest, PatternThatAVariableBreaksIsAnError)
+TEST_F(RunnerTest, PatternThatAVariableBreaksIsAnError)
 {
     on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {'2'}); };
 
@@ -135,7 +135,7 @@ TEST_F(EngineTest, PatternThatAVariableBreaksIsAnError)
     EXPECT_EQ(reasonOf(step(1)), "invalid repetition size: {5,2}");
 }
 
-TEST_F(EngineTest, SecretIsJudgedAndNowhereInTheRecord)
+TEST_F(RunnerTest, SecretIsJudgedAndNowhereInTheRecord)
 {
     // Long enough to be in no time stamp.
     static constexpr std::string_view kSecret = "739182645037";
@@ -162,7 +162,7 @@ TEST_F(EngineTest, SecretIsJudgedAndNowhereInTheRecord)
     EXPECT_THAT(json, HasSubstr("\"masked\": true"));
 }
 
-TEST_F(EngineTest, EveryFieldThatMissesIsNamed)
+TEST_F(RunnerTest, EveryFieldThatMissesIsNamed)
 {
     on[0x0502] = [&](const Frame&) { reply(0x85, 0x02, {0, 0, 0, 1, 0, 0, 0, 2}); };
 
@@ -172,7 +172,7 @@ TEST_F(EngineTest, EveryFieldThatMissesIsNamed)
     EXPECT_THAT(reasonOf(step(0)), HasSubstr("longitude is 2"));
 }
 
-TEST_F(EngineTest, ChoicesTextsAndBytesAreCompared)
+TEST_F(RunnerTest, ChoicesTextsAndBytesAreCompared)
 {
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
     on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {'H', 'U', '7'}); };
@@ -194,7 +194,7 @@ TEST_F(EngineTest, ChoicesTextsAndBytesAreCompared)
     EXPECT_EQ(reasonOf(step(5)), "address is 00 1A 7D DA 71 13, expected 00 1A 7D DA 71 14");
 }
 
-TEST_F(EngineTest, SilenceIsATimeoutThatSaysWhenTheUnitIsSilent)
+TEST_F(RunnerTest, SilenceIsATimeoutThatSaysWhenTheUnitIsSilent)
 {
     const auto& run = runSteps(kAsk);
 
@@ -203,7 +203,7 @@ TEST_F(EngineTest, SilenceIsATimeoutThatSaysWhenTheUnitIsSilent)
               "no answer within 0.05 s: the unit is silent without a tuner, or when auto-test mode is off");
 }
 
-TEST_F(EngineTest, SilenceIsNotPutDownToAModeThatTheUnitHasSaidIsOn)
+TEST_F(RunnerTest, SilenceIsNotPutDownToAModeThatTheUnitHasSaidIsOn)
 {
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
 
@@ -212,7 +212,7 @@ TEST_F(EngineTest, SilenceIsNotPutDownToAModeThatTheUnitHasSaidIsOn)
     EXPECT_EQ(reasonOf(step(1)), "no answer within 0.05 s: the unit is silent without a tuner");
 }
 
-TEST_F(EngineTest, SilenceAfterTheModeWasSwitchedOffIsPutDownToThat)
+TEST_F(RunnerTest, SilenceAfterTheModeWasSwitchedOffIsPutDownToThat)
 {
     bool mode = true;
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(std::exchange(mode, false))}); };
@@ -222,14 +222,14 @@ TEST_F(EngineTest, SilenceAfterTheModeWasSwitchedOffIsPutDownToThat)
     EXPECT_EQ(reasonOf(step(2)), "no answer within 0.05 s: is auto-test mode on?");
 }
 
-TEST_F(EngineTest, NoiseInsteadOfAnAnswerIsATimeout)
+TEST_F(RunnerTest, NoiseInsteadOfAnAnswerIsATimeout)
 {
     on[kFrequency] = [&](const Frame&) { unit.write({0x2A, 0x00, 0xA2, 0xFF, 0x55, 0x2A}); };
 
     EXPECT_EQ(verdictOf(runSteps(kAsk)), Verdict::kTimeout);
 }
 
-TEST_F(EngineTest, WrongChecksumInsteadOfAnAnswerIsAnError)
+TEST_F(RunnerTest, WrongChecksumInsteadOfAnAnswerIsAnError)
 {
     // the sum 04+82+01+22+2E = 00D7 wants FF29
     on[kFrequency] = [&](const Frame&) { unit.write({0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x22, 0x2E, 0xFF, 0x28}); };
@@ -238,7 +238,7 @@ TEST_F(EngineTest, WrongChecksumInsteadOfAnAnswerIsAnError)
     EXPECT_EQ(reasonOf(step(0)), "no answer within 0.05 s, but 1 frame with a wrong checksum");
 }
 
-TEST_F(EngineTest, AnswerUnderTheWrongGroupIsAnErrorThatNamesBoth)
+TEST_F(RunnerTest, AnswerUnderTheWrongGroupIsAnErrorThatNamesBoth)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x83, 0x01, {0x22, 0x2E}); };
 
@@ -246,14 +246,14 @@ TEST_F(EngineTest, AnswerUnderTheWrongGroupIsAnErrorThatNamesBoth)
     EXPECT_EQ(reasonOf(step(0)), "no answer within 0.05 s under 82 01; what came instead: 83 01 [22 2E]");
 }
 
-TEST_F(EngineTest, NoticeMeanwhileIsNoAnswerAndNoError)
+TEST_F(RunnerTest, NoticeMeanwhileIsNoAnswerAndNoError)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x86, 0x11, {0x25, 0x04}); };
 
     EXPECT_EQ(verdictOf(runSteps(kAsk)), Verdict::kTimeout);
 }
 
-TEST_F(EngineTest, AnswerWithTooManyBytesIsAnError)
+TEST_F(RunnerTest, AnswerWithTooManyBytesIsAnError)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E, 0x00}); };
 
@@ -261,7 +261,7 @@ TEST_F(EngineTest, AnswerWithTooManyBytesIsAnError)
     EXPECT_EQ(reasonOf(step(0)), "82 01 [22 2E 00] does not fit the catalogue: 1 byte too many");
 }
 
-TEST_F(EngineTest, AnswerWithTooFewBytesIsAnError)
+TEST_F(RunnerTest, AnswerWithTooFewBytesIsAnError)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22}); };
 
@@ -269,7 +269,7 @@ TEST_F(EngineTest, AnswerWithTooFewBytesIsAnError)
     EXPECT_THAT(reasonOf(step(0)), HasSubstr("82 01 [22] does not fit the catalogue"));
 }
 
-TEST_F(EngineTest, ValueThatTheCatalogueDoesNotKnowFails)
+TEST_F(RunnerTest, ValueThatTheCatalogueDoesNotKnowFails)
 {
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {7}); };
 
@@ -277,7 +277,7 @@ TEST_F(EngineTest, ValueThatTheCatalogueDoesNotKnowFails)
     EXPECT_THAT(reasonOf(step(0)), HasSubstr("mode is 7"));
 }
 
-TEST_F(EngineTest, TwoAnswersAtOnceAreAnError)
+TEST_F(RunnerTest, TwoAnswersAtOnceAreAnError)
 {
     on[kFrequency] = [&](const Frame&) {
         auto twice = wireBytes(Frame{0x82, 0x01, {0x22, 0x2E}});
@@ -290,7 +290,7 @@ TEST_F(EngineTest, TwoAnswersAtOnceAreAnError)
     EXPECT_EQ(reasonOf(step(0)), "answered twice, the second time by 82 01 [24 FE]");
 }
 
-TEST_F(EngineTest, SecondAnswerThatComesDuringTheNextStepIsAnErrorOfTheFirst)
+TEST_F(RunnerTest, SecondAnswerThatComesDuringTheNextStepIsAnErrorOfTheFirst)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
     on[kMode] = [&](const Frame&) {
@@ -306,7 +306,7 @@ TEST_F(EngineTest, SecondAnswerThatComesDuringTheNextStepIsAnErrorOfTheFirst)
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
 }
 
-TEST_F(EngineTest, SecondAnswerThatComesDuringAWaitIsAnErrorOfItsStep)
+TEST_F(RunnerTest, SecondAnswerThatComesDuringAWaitIsAnErrorOfItsStep)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
     on[0x0200] = [&](const Frame&) {
@@ -321,7 +321,7 @@ TEST_F(EngineTest, SecondAnswerThatComesDuringAWaitIsAnErrorOfItsStep)
     EXPECT_EQ(verdictOf(step(2)), Verdict::kPass) << reasonOf(step(2));
 }
 
-TEST_F(EngineTest, LateAnswerIsATimeoutThatSaysHowLate)
+TEST_F(RunnerTest, LateAnswerIsATimeoutThatSaysHowLate)
 {
     on[kMode] = [&](const Frame&) {
         reply(0x82, 0x01, {0x22, 0x2E});
@@ -335,7 +335,7 @@ TEST_F(EngineTest, LateAnswerIsATimeoutThatSaysHowLate)
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
 }
 
-TEST_F(EngineTest, LateAnswerThatARetryTakesForItsOwnIsNoSecondAnswer)
+TEST_F(RunnerTest, LateAnswerThatARetryTakesForItsOwnIsNoSecondAnswer)
 {
     int asked = 0;
     on[kFrequency] = [&](const Frame&) {
@@ -353,7 +353,7 @@ TEST_F(EngineTest, LateAnswerThatARetryTakesForItsOwnIsNoSecondAnswer)
     EXPECT_THAT(step(0).attempts, SizeIs(2));
 }
 
-TEST_F(EngineTest, AssertedSilencePassesWithoutAnAnswerAndFailsWithOne)
+TEST_F(RunnerTest, AssertedSilencePassesWithoutAnAnswerAndFailsWithOne)
 {
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
 
@@ -366,7 +366,7 @@ TEST_F(EngineTest, AssertedSilencePassesWithoutAnAnswerAndFailsWithOne)
     EXPECT_THAT(reasonOf(step(1)), testing::MatchesRegex("answered by 8F FF .01. after [0-9]+ ms, expected silence"));
 }
 
-TEST_F(EngineTest, AnswerAfterTheAssertedSilenceFailsItToo)
+TEST_F(RunnerTest, AnswerAfterTheAssertedSilenceFailsItToo)
 {
     on[kMode] = [&](const Frame&) {
         reply(0x82, 0x01, {0x22, 0x2E});
@@ -388,7 +388,7 @@ TEST_F(EngineTest, AnswerAfterTheAssertedSilenceFailsItToo)
     EXPECT_EQ(verdictOf(step(2)), Verdict::kPass) << reasonOf(step(2));
 }
 
-TEST_F(EngineTest, SecondAnswerIsNotExcusedByAStepThatWaitedForNone)
+TEST_F(RunnerTest, SecondAnswerIsNotExcusedByAStepThatWaitedForNone)
 {
     int asked = 0;
     on[kFrequency] = [&](const Frame&) {
@@ -410,7 +410,7 @@ TEST_F(EngineTest, SecondAnswerIsNotExcusedByAStepThatWaitedForNone)
     EXPECT_EQ(reasonOf(step(2)), "answered twice, the second time by 82 01 [22 2E]");
 }
 
-TEST_F(EngineTest, CommandThatTheCatalogueCallsUnansweredFailsAssertedSilenceWhenAnswered)
+TEST_F(RunnerTest, CommandThatTheCatalogueCallsUnansweredFailsAssertedSilenceWhenAnswered)
 {
     on[0x0100] = [&](const Frame&) { reply(0x81, 0x00, {}); };
 
@@ -419,13 +419,13 @@ TEST_F(EngineTest, CommandThatTheCatalogueCallsUnansweredFailsAssertedSilenceWhe
     EXPECT_THAT(reasonOf(step(0)), testing::MatchesRegex("answered by 81 00 .. after [0-9]+ ms, expected silence"));
 }
 
-TEST_F(EngineTest, OptionalReplyMayStayAway)
+TEST_F(RunnerTest, OptionalReplyMayStayAway)
 {
     EXPECT_EQ(verdictOf(runSteps(R"({ send = "tuner.frequency", reply = "optional", timeout = 0.05 })")),
               Verdict::kPass);
 }
 
-TEST_F(EngineTest, FieldThatIsNotThereMissesUnlessItIsExpectedSo)
+TEST_F(RunnerTest, FieldThatIsNotThereMissesUnlessItIsExpectedSo)
 {
     on[0x0203] = [&](const Frame&) { reply(0x82, 0x03, {}); };
 
@@ -436,7 +436,7 @@ TEST_F(EngineTest, FieldThatIsNotThereMissesUnlessItIsExpectedSo)
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
 }
 
-TEST_F(EngineTest, MissingCarPlayRecordIsAnEmptyValue)
+TEST_F(RunnerTest, MissingCarPlayRecordIsAnEmptyValue)
 {
     on[0x0A12] = [&](const Frame&) { reply(0x8A, 0x0F, {}); };
 
@@ -447,7 +447,7 @@ TEST_F(EngineTest, MissingCarPlayRecordIsAnEmptyValue)
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
 }
 
-TEST_F(EngineTest, NoticeIsAwaited)
+TEST_F(RunnerTest, NoticeIsAwaited)
 {
     on[0x060B] = [&](const Frame&) {
         reply(0x86, 0x0B, {1});
@@ -467,7 +467,7 @@ TEST_F(EngineTest, NoticeIsAwaited)
     EXPECT_EQ(reasonOf(step(3)), "no keys.pressed came within 0.05 s");
 }
 
-TEST_F(EngineTest, UnitThatNeverFallsSilentDoesNotHoldUpAWait)
+TEST_F(RunnerTest, UnitThatNeverFallsSilentDoesNotHoldUpAWait)
 {
     on[kMode] = [&](const Frame&) {
         reply(0x8F, 0xFF, {1});
@@ -480,7 +480,7 @@ TEST_F(EngineTest, UnitThatNeverFallsSilentDoesNotHoldUpAWait)
     EXPECT_EQ(reasonOf(step(1)), "no keys.pressed came within 0.05 s");
 }
 
-TEST_F(EngineTest, LaterAnswerIsAwaitedAndCompared)
+TEST_F(RunnerTest, LaterAnswerIsAwaitedAndCompared)
 {
     on[0x0305] = [&](const Frame&) { reply(0x83, 0x05, {2}); };
 
@@ -493,7 +493,7 @@ TEST_F(EngineTest, LaterAnswerIsAwaitedAndCompared)
     EXPECT_EQ(reasonOf(step(2)), "what is to come later did not come within 0.05 s");
 }
 
-TEST_F(EngineTest, StoredValueIsSentAndSerialNamesTheUnit)
+TEST_F(RunnerTest, StoredValueIsSentAndSerialNamesTheUnit)
 {
     std::vector<std::uint8_t> sent;
     on[0x0A14] = [&](const Frame&) { reply(0x8A, 0x14, {'H', 'U', '7'}); };
@@ -509,7 +509,7 @@ TEST_F(EngineTest, StoredValueIsSentAndSerialNamesTheUnit)
     EXPECT_EQ(run.unit.serial, "HU7");
 }
 
-TEST_F(EngineTest, OperatorsAnswersAreMeasuredAndLimited)
+TEST_F(RunnerTest, OperatorsAnswersAreMeasuredAndLimited)
 {
     prompter.answers = {{"lit", "no"}, {"voltage", "14.5"}, {"label", "A7"}};
 
@@ -525,7 +525,7 @@ TEST_F(EngineTest, OperatorsAnswersAreMeasuredAndLimited)
     EXPECT_EQ(reasonOf(step(3)), "nobody answers");
 }
 
-TEST_F(EngineTest, HeadUnitIsSetWhereThereIsOne)
+TEST_F(RunnerTest, HeadUnitIsSetWhereThereIsOne)
 {
     runSteps(R"({ headunit = { set = "/system_misc/gps_antenna", value = 3 } },
                 { headunit = { event = "OnCarSpeedChange", with = { speed = 70 } } })");
@@ -533,7 +533,7 @@ TEST_F(EngineTest, HeadUnitIsSetWhereThereIsOne)
     EXPECT_THAT(headUnit.told, ElementsAre("/system_misc/gps_antenna 3", R"(OnCarSpeedChange {"speed":70})"));
 }
 
-TEST_F(EngineTest, StepThatNeedsTheHeadUnitIsSkippedWhereThereIsNone)
+TEST_F(RunnerTest, StepThatNeedsTheHeadUnitIsSkippedWhereThereIsNone)
 {
     headUnit.there = false;
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
@@ -547,7 +547,7 @@ TEST_F(EngineTest, StepThatNeedsTheHeadUnitIsSkippedWhereThereIsNone)
     EXPECT_THAT(unit.codes(), ElementsAre(kMode));
 }
 
-TEST_F(EngineTest, VariableThatASkippedStepWouldHaveStoredIsAnError)
+TEST_F(RunnerTest, VariableThatASkippedStepWouldHaveStoredIsAnError)
 {
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
     headUnit.there = false;

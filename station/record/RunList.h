@@ -18,7 +18,7 @@ public:
 };
 
 /// What a list says of a run.
-struct RunSummary {
+struct ListedRun {
     std::filesystem::path folder;
     std::string id;
     std::chrono::system_clock::time_point started;
@@ -36,7 +36,7 @@ struct RunSummary {
 
 struct RunList {
     /// The newest first.
-    std::vector<RunSummary> runs;
+    std::vector<ListedRun> runs;
     /// Records that cannot be read, one line each with path and place.
     std::vector<std::string> broken;
     /// Folders without a record.

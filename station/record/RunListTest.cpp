@@ -1,4 +1,4 @@
-#include "station/record/Store.h"
+#include "station/record/RunList.h"
 
 #include <gmock/gmock.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/record/Results.h"
+#include "station/record/ResultsFolder.h"
 #include "station/record/SampleRuns.h"
 #include "tests/support/TempDir.h"
 
@@ -26,7 +26,7 @@ protected:
         run.id = std::move(id);
         run.started += later;
         run.ended += later;
-        Results(directory_, run, protocol::catalogue::groups()).finish(run);
+        ResultsFolder(directory_, run, protocol::catalogue::groups()).finish(run);
     }
 
     tests::TempDir temporary_;
@@ -76,8 +76,8 @@ TEST_F(ResultsStore, TellsARunThatGoesOnFromOneThatWasKilled)
     record::Run killed = samples::passed();
     killed.id = "killed";
     killed.started -= std::chrono::seconds(60);
-    const Results results(directory_, going, {});
-    Results(directory_, killed, {});
+    const ResultsFolder results(directory_, going, {});
+    ResultsFolder(directory_, killed, {});
 
     const RunList list = listRuns(directory_);
 
@@ -104,7 +104,7 @@ TEST_F(ResultsStore, FindsARunByItsNameItsFolderItsFileOrAsTheLatest)
     keep(samples::passed(), "second", std::chrono::seconds(5));
     record::Run killed = samples::passed();
     killed.id = "killed";
-    Results(directory_, killed, {});
+    ResultsFolder(directory_, killed, {});
     const fs::path second = directory_ / "second" / "record.json";
 
     EXPECT_EQ(findRecord(directory_, "second"), second);

@@ -23,7 +23,7 @@ struct Surroundings {
     std::shared_ptr<SerialsAtPorts> serials = std::make_shared<SerialsAtPorts>();
 };
 
-struct Result {
+struct RunResult {
     record::Run run;
     /// The port could not be opened; nothing was done.
     bool portUnavailable = false;
@@ -43,7 +43,7 @@ struct Result {
 ///
 /// @param run what is known beforehand: unit.serial (the operator's), station, plan.sha256, catalogueSha256
 /// @param reconnect how long a device that has gone is waited for
-Result runPlan(const Plan& plan, const PortSpec& port, const Surroundings& surroundings, RunControl& control,
-               Observer& observer, record::Run run, Duration reconnect = std::chrono::seconds(10));
+RunResult runPlan(const Plan& plan, const PortSpec& port, const Surroundings& surroundings, RunControl& control,
+                  Observer& observer, record::Run run, Duration reconnect = std::chrono::seconds(10));
 
 }  // namespace station::plan

@@ -1,4 +1,4 @@
-#include "station/record/Store.h"
+#include "station/record/RunList.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "station/record/Outcome.h"
-#include "station/record/Results.h"
+#include "station/record/ResultsFolder.h"
 
 namespace station::record {
 
@@ -33,7 +33,7 @@ bool isRunning(const fs::path& folder)
     return held;
 }
 
-RunSummary summary(const fs::path& folder, const Run& run)
+ListedRun summary(const fs::path& folder, const Run& run)
 {
     const Outcome outcome = outcomeOf(run);
     const Headline headline = headlineOf(run);
@@ -86,7 +86,7 @@ RunList listRuns(const fs::path& directory)
             list.broken.emplace_back(broken.what());
         }
     }
-    std::ranges::stable_sort(list.runs, std::greater(), &RunSummary::started);
+    std::ranges::stable_sort(list.runs, std::greater(), &ListedRun::started);
     return list;
 }
 

@@ -1,4 +1,4 @@
-#include "station/record/Text.h"
+#include "station/record/ValueText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "station/record/Results.h"
+#include "station/record/ResultsFolder.h"
 
 #include <gmock/gmock.h>
 #include <sys/wait.h>
@@ -45,20 +45,20 @@ std::vector<std::string> namesIn(const fs::path& directory)
     return names;
 }
 
-class ResultsFolder : public testing::Test
+class ResultsFolderTest : public testing::Test
 {
 protected:
-    Results begin(record::Run& run) { return Results(directory_, run, protocol::catalogue::groups()); }
+    ResultsFolder begin(record::Run& run) { return ResultsFolder(directory_, run, protocol::catalogue::groups()); }
 
     tests::TempDir temporary_;
     const fs::path directory_ = temporary_.path() / "plant" / "results";
 };
 
-TEST_F(ResultsFolder, IsCalledRunningAndHoldsAnAbortedRecordFromTheStart)
+TEST_F(ResultsFolderTest, IsCalledRunningAndHoldsAnAbortedRecordFromTheStart)
 {
     record::Run run = samples::withoutSteps();
 
-    const Results results = begin(run);
+    const ResultsFolder results = begin(run);
 
     EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0.running"));
     EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
@@ -68,10 +68,10 @@ TEST_F(ResultsFolder, IsCalledRunningAndHoldsAnAbortedRecordFromTheStart)
     EXPECT_EQ(read.ended, std::chrono::system_clock::time_point{});
 }
 
-TEST_F(ResultsFolder, KeepsWhatWasSavedAndStillSaysAborted)
+TEST_F(ResultsFolderTest, KeepsWhatWasSavedAndStillSaysAborted)
 {
     record::Run run = samples::withoutSteps();
-    Results results = begin(run);
+    ResultsFolder results = begin(run);
 
     results.save(samples::passed());
 
@@ -81,10 +81,10 @@ TEST_F(ResultsFolder, KeepsWhatWasSavedAndStillSaysAborted)
     EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
 }
 
-TEST_F(ResultsFolder, HoldsEveryFileUnderItsFinalNameAtTheEnd)
+TEST_F(ResultsFolderTest, HoldsEveryFileUnderItsFinalNameAtTheEnd)
 {
     record::Run run = samples::failed();
-    Results results = begin(run);
+    ResultsFolder results = begin(run);
 
     const fs::path folder = results.finish(run);
 
@@ -94,10 +94,10 @@ TEST_F(ResultsFolder, HoldsEveryFileUnderItsFinalNameAtTheEnd)
     EXPECT_EQ(readRun(folder / "record.json"), samples::failed());
 }
 
-TEST_F(ResultsFolder, SaysInEveryReportWhatWasFoundAfterTheEnd)
+TEST_F(ResultsFolderTest, SaysInEveryReportWhatWasFoundAfterTheEnd)
 {
     record::Run run = samples::passed();
-    Results results = begin(run);
+    ResultsFolder results = begin(run);
     const fs::path folder = results.finish(run);
 
     run.findings.push_back({Verdict::kError, "found late"});
@@ -111,10 +111,10 @@ TEST_F(ResultsFolder, SaysInEveryReportWhatWasFoundAfterTheEnd)
     EXPECT_THAT(namesIn(folder), ElementsAre("junit.xml", "record.json", "report.html", "trace.pcapng"));
 }
 
-TEST_F(ResultsFolder, HoldsEverythingThatPassedOnTheLineAsACapture)
+TEST_F(ResultsFolderTest, HoldsEverythingThatPassedOnTheLineAsACapture)
 {
     record::Run run = samples::failed();
-    Results results = begin(run);
+    ResultsFolder results = begin(run);
 
     for (const auto& [number, event] : run.events.kept()) {
         results.capture(event);
@@ -137,15 +137,15 @@ TEST_F(ResultsFolder, HoldsEverythingThatPassedOnTheLineAsACapture)
     EXPECT_THAT(comments, testing::Contains("tuner.frequency: frequency=990 (9.9 MHz on FM)"));
 }
 
-TEST_F(ResultsFolder, OfARunOfTheSameNameGetsANumber)
+TEST_F(ResultsFolderTest, OfARunOfTheSameNameGetsANumber)
 {
     record::Run first = samples::passed();
     record::Run second = samples::passed();
     record::Run third = samples::passed();
 
     begin(first).finish(first);
-    Results running = begin(second);
-    Results last = begin(third);
+    ResultsFolder running = begin(second);
+    ResultsFolder last = begin(third);
     running.finish(second);
     last.finish(third);
 
@@ -156,7 +156,7 @@ TEST_F(ResultsFolder, OfARunOfTheSameNameGetsANumber)
     EXPECT_EQ(readRun(last.folder() / "record.json").id, third.id);
 }
 
-TEST_F(ResultsFolder, OfARunThatWasKilledStaysAsItIs)
+TEST_F(ResultsFolderTest, OfARunThatWasKilledStaysAsItIs)
 {
     record::Run killed = samples::passed();
     begin(killed);
@@ -168,7 +168,7 @@ TEST_F(ResultsFolder, OfARunThatWasKilledStaysAsItIs)
                                                  "end-of-line-20261121-140508.123-ttyUSB0.running"));
 }
 
-TEST_F(ResultsFolder, HoldsAWholeRecordAtWhateverMomentTheStationIsKilled)
+TEST_F(ResultsFolderTest, HoldsAWholeRecordAtWhateverMomentTheStationIsKilled)
 {
     for (int saves = 1; saves <= 16; ++saves) {
         record::Run run = samples::failed();
@@ -177,7 +177,7 @@ TEST_F(ResultsFolder, HoldsAWholeRecordAtWhateverMomentTheStationIsKilled)
         ASSERT_EQ(::pipe(pipe.data()), 0);
         const pid_t station = fork();
         if (station == 0) {
-            Results results(directory_, run, {});
+            ResultsFolder results(directory_, run, {});
             for (;;) {
                 [[maybe_unused]] const auto told = ::write(pipe[1], "s", 1);
                 results.save(run);
@@ -199,10 +199,10 @@ TEST_F(ResultsFolder, HoldsAWholeRecordAtWhateverMomentTheStationIsKilled)
     }
 }
 
-TEST_F(ResultsFolder, KeepsTheLastWholeRecordWhenTheDiskIsFull)
+TEST_F(ResultsFolderTest, KeepsTheLastWholeRecordWhenTheDiskIsFull)
 {
     record::Run run = samples::passed();
-    Results results = begin(run);
+    ResultsFolder results = begin(run);
     const std::string before = content(results.folder() / "record.json");
 
     std::optional<std::string> complaint;
@@ -222,10 +222,10 @@ TEST_F(ResultsFolder, KeepsTheLastWholeRecordWhenTheDiskIsFull)
     EXPECT_EQ(verdictOf(readRun(results.folder() / "record.json")), Verdict::kAborted);
 }
 
-TEST_F(ResultsFolder, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit)
+TEST_F(ResultsFolderTest, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit)
 {
     record::Run run = samples::aborted();
-    Results results = begin(run);
+    ResultsFolder results = begin(run);
     const auto recordSize = fs::file_size(results.folder() / "record.json");
 
     std::optional<std::string> complaint;
@@ -246,7 +246,7 @@ TEST_F(ResultsFolder, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit)
     EXPECT_THAT(namesIn(results.folder()), ElementsAre("junit.xml", "record.json", "trace.pcapng"));
 }
 
-TEST_F(ResultsFolder, LeavesNothingBehindWhenItsFirstRecordCannotBeWritten)
+TEST_F(ResultsFolderTest, LeavesNothingBehindWhenItsFirstRecordCannotBeWritten)
 {
     record::Run run = samples::failed();
     bool refused = false;
@@ -263,16 +263,16 @@ TEST_F(ResultsFolder, LeavesNothingBehindWhenItsFirstRecordCannotBeWritten)
     EXPECT_THAT(namesIn(directory_), ElementsAre());
 }
 
-TEST_F(ResultsFolder, IsRefusedWhereNoDirectoryCanBeMade)
+TEST_F(ResultsFolderTest, IsRefusedWhereNoDirectoryCanBeMade)
 {
     std::ofstream(temporary_.path() / "file") << "x";
     record::Run run = samples::passed();
 
-    EXPECT_THROW(Results(temporary_.path() / "file", run, {}), ResultsError);
-    EXPECT_THROW(Results("/dev/null/results", run, {}), ResultsError);
+    EXPECT_THROW(ResultsFolder(temporary_.path() / "file", run, {}), ResultsError);
+    EXPECT_THROW(ResultsFolder("/dev/null/results", run, {}), ResultsError);
 }
 
-TEST_F(ResultsFolder, IsRefusedForANameThatLeadsElsewhere)
+TEST_F(ResultsFolderTest, IsRefusedForANameThatLeadsElsewhere)
 {
     for (const char* id : {"", ".", "..", "../elsewhere", "a/b"}) {
         record::Run run = samples::passed();

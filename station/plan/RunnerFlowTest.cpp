@@ -1,6 +1,6 @@
 #include <future>
 
-#include "station/plan/EngineTest.h"
+#include "station/plan/RunnerTest.h"
 
 namespace station::plan::tests {
 namespace {
@@ -27,10 +27,10 @@ name = "T"
 steps = [{ send = "other.flag", timeout = 0.05 }]
 )";
 
-class EngineFlowTest : public EngineTest
+class RunnerFlowTest : public RunnerTest
 {
 protected:
-    EngineFlowTest()
+    RunnerFlowTest()
     {
         on[kMode] = [this](const Frame&) { reply(0x8F, 0xFF, {1}); };
         on[kFrequency] = [this](const Frame&) { reply(0x82, 0x01, {0x22, 0x2E}); };
@@ -50,13 +50,13 @@ protected:
     }
 };
 
-TEST_F(EngineFlowTest, PhasesRunInOrder)
+TEST_F(RunnerFlowTest, PhasesRunInOrder)
 {
     EXPECT_EQ(verdictOf(runText(kThreePhases)), Verdict::kPass);
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency, kFrequency, kFlag));
 }
 
-TEST_F(EngineFlowTest, FailedSetupSkipsTheMainPartAndTearsDown)
+TEST_F(RunnerFlowTest, FailedSetupSkipsTheMainPartAndTearsDown)
 {
     on[kMode] = {};
     on.erase(kMode);
@@ -70,7 +70,7 @@ TEST_F(EngineFlowTest, FailedSetupSkipsTheMainPartAndTearsDown)
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFlag));
 }
 
-TEST_F(EngineFlowTest, FailureIsFollowedAsThePlanSays)
+TEST_F(RunnerFlowTest, FailureIsFollowedAsThePlanSays)
 {
     runText(R"(
 [[main]]
@@ -97,7 +97,7 @@ steps = [{ send = "tuner.frequency" }]
     EXPECT_EQ(reasonOf(group(3).tries[0].steps[0]), "'test.mode' in group 'C' did not pass");
 }
 
-TEST_F(EngineFlowTest, RetriesAreAllKeptAndTheLastDecides)
+TEST_F(RunnerFlowTest, RetriesAreAllKeptAndTheLastDecides)
 {
     int asked = 0;
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked == 3)}); };
@@ -110,7 +110,7 @@ TEST_F(EngineFlowTest, RetriesAreAllKeptAndTheLastDecides)
     EXPECT_EQ(step(0).attempts[2].verdict, Verdict::kPass);
 }
 
-TEST_F(EngineFlowTest, RepetitionsAllHaveToPass)
+TEST_F(RunnerFlowTest, RepetitionsAllHaveToPass)
 {
     int asked = 0;
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked != 2)}); };
@@ -122,7 +122,7 @@ TEST_F(EngineFlowTest, RepetitionsAllHaveToPass)
     EXPECT_EQ(reasonOf(step(0)), "mode is 0 (off), expected 1 (on)");
 }
 
-TEST_F(EngineFlowTest, GroupIsTriedAgainAsAWhole)
+TEST_F(RunnerFlowTest, GroupIsTriedAgainAsAWhole)
 {
     int asked = 0;
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked == 2)}); };
@@ -148,7 +148,7 @@ steps = [{ send = "tuner.frequency" }]
     EXPECT_THAT(group(1).tries, SizeIs(2));
 }
 
-TEST_F(EngineFlowTest, PortThatIsNotThereSkipsEverything)
+TEST_F(RunnerFlowTest, PortThatIsNotThereSkipsEverything)
 {
     const Plan plan = planOf(kThreePhases);
 
@@ -162,7 +162,7 @@ TEST_F(EngineFlowTest, PortThatIsNotThereSkipsEverything)
     EXPECT_EQ(phase(2), Verdict::kSkipped);
 }
 
-TEST_F(EngineFlowTest, PortThatIsInUseSkipsEverything)
+TEST_F(RunnerFlowTest, PortThatIsInUseSkipsEverything)
 {
     const Connection other({unit.path()}, {});
 
@@ -172,7 +172,7 @@ TEST_F(EngineFlowTest, PortThatIsInUseSkipsEverything)
     EXPECT_THAT(unit.codes(), IsEmpty());
 }
 
-TEST_F(EngineFlowTest, PortThatGoesInTheSetupIsAnErrorThere)
+TEST_F(RunnerFlowTest, PortThatGoesInTheSetupIsAnErrorThere)
 {
     on[kMode] = [&](const Frame&) { unit.vanish(); };
 
@@ -185,7 +185,7 @@ TEST_F(EngineFlowTest, PortThatGoesInTheSetupIsAnErrorThere)
     EXPECT_EQ(phase(2), Verdict::kError);  // the teardown is tried all the same
 }
 
-TEST_F(EngineFlowTest, PortThatGoesInTheMainPartStopsIt)
+TEST_F(RunnerFlowTest, PortThatGoesInTheMainPartStopsIt)
 {
     on[kFrequency] = [&](const Frame&) { unit.vanish(); };
 
@@ -198,7 +198,7 @@ TEST_F(EngineFlowTest, PortThatGoesInTheMainPartStopsIt)
     EXPECT_EQ(phase(2), Verdict::kError);
 }
 
-TEST_F(EngineFlowTest, PortThatGoesInTheTeardownIsAnErrorThere)
+TEST_F(RunnerFlowTest, PortThatGoesInTheTeardownIsAnErrorThere)
 {
     on[kFlag] = [&](const Frame&) { unit.vanish(); };
 
@@ -209,7 +209,7 @@ TEST_F(EngineFlowTest, PortThatGoesInTheTeardownIsAnErrorThere)
 }
 
 /// A unit whose line is lost once, at the first command for the frequency, and comes back.
-class LostLineTest : public EngineFlowTest
+class LostLineTest : public RunnerFlowTest
 {
 protected:
     LostLineTest()
@@ -244,7 +244,7 @@ TEST_F(LostLineTest, LineThatWasLostAndCameBackIsAnErrorThatSaysWhen)
 }
 
 /// A unit whose line is lost when it is told a volume, which it does not answer; an operator who answers after that.
-class LineLostBehindABackTest : public EngineFlowTest
+class LineLostBehindABackTest : public RunnerFlowTest
 {
 protected:
     LineLostBehindABackTest()
@@ -344,7 +344,7 @@ TEST_F(LostLineTest, UnitThatComesBackWithoutAutoTestModeHasRestarted)
     EXPECT_EQ(phase(2), Verdict::kPass);
 }
 
-TEST_F(EngineFlowTest, AfterThreeTimeOutsInARowAUnitThatLeftAutoTestModeEndsTheMainPart)
+TEST_F(RunnerFlowTest, AfterThreeTimeOutsInARowAUnitThatLeftAutoTestModeEndsTheMainPart)
 {
     std::uint8_t mode = 1;
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {std::exchange(mode, std::uint8_t{0})}); };
@@ -363,7 +363,7 @@ steps = [{ send = "tuner.frequency", timeout = 0.02, repeat = 22 }]
     EXPECT_THAT(group(0).tries[0].steps[0].attempts, SizeIs(3));
 }
 
-TEST_F(EngineFlowTest, SilentUnitThatIsStillInAutoTestModeIsTestedOn)
+TEST_F(RunnerFlowTest, SilentUnitThatIsStillInAutoTestModeIsTestedOn)
 {
     on.erase(kFrequency);
 
@@ -381,7 +381,7 @@ steps = [{ send = "tuner.frequency", timeout = 0.02, repeat = 7 }]
     EXPECT_EQ(std::ranges::count(unit.codes(), kMode), 3);
 }
 
-TEST_F(EngineFlowTest, OfABabblingUnitTheFirstAndTheLastFramesAreKept)
+TEST_F(RunnerFlowTest, OfABabblingUnitTheFirstAndTheLastFramesAreKept)
 {
     std::vector<std::uint8_t> notices;
     for (int i = 0; i < 50; ++i) {
@@ -411,7 +411,7 @@ struct LineLimit {
     const char* reason;
 };
 
-class LineLimitTest : public EngineFlowTest, public testing::WithParamInterface<LineLimit>
+class LineLimitTest : public RunnerFlowTest, public testing::WithParamInterface<LineLimit>
 {
 };
 
@@ -434,7 +434,7 @@ steps = [{ send = "tuner.frequency" }]
     EXPECT_EQ(headlineOf(run).reason, GetParam().reason);
 }
 
-INSTANTIATE_TEST_SUITE_P(EngineFlowTest, LineLimitTest,
+INSTANTIATE_TEST_SUITE_P(RunnerFlowTest, LineLimitTest,
                          testing::Values(LineLimit{"None", "", Verdict::kPass, ""},
                                          LineLimit{"Met", "[line]\nmax_corrupt = 1\nmax_garbage = 3\n", Verdict::kPass,
                                                    ""},
@@ -454,7 +454,7 @@ TEST_F(LostLineTest, ReconnectsAndRepeatedSendsHaveLimits)
     EXPECT_THAT(headlineOf(run).beside, testing::Contains("repeated sends on the line: expected at most 0, got 1"));
 }
 
-TEST_F(EngineFlowTest, EndInTheSetupTearsDownAndIsAborted)
+TEST_F(RunnerFlowTest, EndInTheSetupTearsDownAndIsAborted)
 {
     on[kMode] = [&](const Frame&) { control.request(); };
 
@@ -467,7 +467,7 @@ TEST_F(EngineFlowTest, EndInTheSetupTearsDownAndIsAborted)
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFlag));
 }
 
-TEST_F(EngineFlowTest, EndInTheMainPartTearsDownAndIsAborted)
+TEST_F(RunnerFlowTest, EndInTheMainPartTearsDownAndIsAborted)
 {
     on[kFrequency] = [&](const Frame&) { control.request(); };
 
@@ -479,14 +479,14 @@ TEST_F(EngineFlowTest, EndInTheMainPartTearsDownAndIsAborted)
     EXPECT_EQ(phase(2), Verdict::kPass);
 }
 
-TEST_F(EngineFlowTest, EndDuringAQuestionIsAborted)
+TEST_F(RunnerFlowTest, EndDuringAQuestionIsAborted)
 {
     prompter.beforeAnswering = [&] { control.request(); };
 
     EXPECT_EQ(verdictOf(runSteps(R"({ prompt = "Lit?", id = "lit" })")), Verdict::kAborted);
 }
 
-TEST_F(EngineFlowTest, EndStopsAGroupWhoseStepsAreAllSkipped)
+TEST_F(RunnerFlowTest, EndStopsAGroupWhoseStepsAreAllSkipped)
 {
     int looks = 0;
     headUnit.there = false;
@@ -501,7 +501,7 @@ TEST_F(EngineFlowTest, EndStopsAGroupWhoseStepsAreAllSkipped)
     EXPECT_EQ(verdictOf(result.run), Verdict::kAborted);
 }
 
-TEST_F(EngineFlowTest, EndBeforeTheBeginningDoesNothingButTearDown)
+TEST_F(RunnerFlowTest, EndBeforeTheBeginningDoesNothingButTearDown)
 {
     control.request();
 
@@ -511,7 +511,7 @@ TEST_F(EngineFlowTest, EndBeforeTheBeginningDoesNothingButTearDown)
     EXPECT_EQ(phase(1), Verdict::kSkipped);
 }
 
-TEST_F(EngineFlowTest, FirstEndInTheTeardownLetsItFinish)
+TEST_F(RunnerFlowTest, FirstEndInTheTeardownLetsItFinish)
 {
     on[kFlag] = [&](const Frame&) {
         control.request();
@@ -524,7 +524,7 @@ TEST_F(EngineFlowTest, FirstEndInTheTeardownLetsItFinish)
     EXPECT_EQ(phase(2), Verdict::kPass);
 }
 
-TEST_F(EngineFlowTest, SecondEndEndsTheTeardown)
+TEST_F(RunnerFlowTest, SecondEndEndsTheTeardown)
 {
     on[kFrequency] = [&](const Frame&) { control.request(); };
     on[kFlag] = [&](const Frame&) { control.request(); };
@@ -538,7 +538,7 @@ TEST_F(EngineFlowTest, SecondEndEndsTheTeardown)
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency, kFlag));
 }
 
-TEST_F(EngineFlowTest, TwoEndsAtOnceSkipTheTeardown)
+TEST_F(RunnerFlowTest, TwoEndsAtOnceSkipTheTeardown)
 {
     on[kFrequency] = [&](const Frame&) {
         control.request();
@@ -549,7 +549,7 @@ TEST_F(EngineFlowTest, TwoEndsAtOnceSkipTheTeardown)
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kFrequency));
 }
 
-TEST_F(EngineFlowTest, TeardownEndsWithItsTime)
+TEST_F(RunnerFlowTest, TeardownEndsWithItsTime)
 {
     on.erase(kFlag);
 
@@ -570,7 +570,7 @@ steps = [{ send = "other.flag", timeout = 3600 }, { send = "test.mode" }]
     EXPECT_EQ(verdictOf(run.phases[2].groups[0].tries[0].steps[1]), Verdict::kSkipped);
 }
 
-TEST_F(EngineFlowTest, TeardownWhoseTimeEndsBetweenStepsIsATimeout)
+TEST_F(RunnerFlowTest, TeardownWhoseTimeEndsBetweenStepsIsATimeout)
 {
     const auto& run = runText(R"(
 [defaults]
@@ -590,7 +590,7 @@ steps = [{ send = "test.mode", expect = { mode = "off" } }]
     EXPECT_EQ(reasonOf(run.phases[2]), "the teardown took longer than it may");
 }
 
-TEST_F(EngineFlowTest, TimeOutInTheTeardownStandsBesideALimitThatWasMissed)
+TEST_F(RunnerFlowTest, TimeOutInTheTeardownStandsBesideALimitThatWasMissed)
 {
     on.erase(kFlag);
 
@@ -611,7 +611,7 @@ steps = [{ send = "other.flag", timeout = 0.05 }]
         testing::ElementsAre(testing::StartsWith("teardown: TIMEOUT: T / other.flag: no answer within 0.05 s")));
 }
 
-TEST_F(EngineFlowTest, FailureInAnEarlierRoundIsTheReason)
+TEST_F(RunnerFlowTest, FailureInAnEarlierRoundIsTheReason)
 {
     int asked = 0;
     on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked != 1)}); };
@@ -627,7 +627,7 @@ steps = [{ send = "test.mode", expect = { mode = "on" } }]
     EXPECT_EQ(headlineOf(run).reason, "A / test.mode: mode is 0 (off), expected 1 (on)");
 }
 
-TEST_F(EngineFlowTest, RunWhoseMainPartIsSkippedIsSkipped)
+TEST_F(RunnerFlowTest, RunWhoseMainPartIsSkippedIsSkipped)
 {
     headUnit.there = false;
 
@@ -646,7 +646,7 @@ steps = [{ send = "test.mode" }]
     EXPECT_EQ(headlineOf(run).reason, "nothing of the main part was run");
 }
 
-TEST_F(EngineFlowTest, PrompterIsToldHowFarTheRunIs)
+TEST_F(RunnerFlowTest, PrompterIsToldHowFarTheRunIs)
 {
     headUnit.there = false;
 
@@ -668,7 +668,7 @@ steps = [{ send = "other.flag" }]
     EXPECT_THAT(prompter.stepsOfTeardown, ElementsAre(5));
 }
 
-TEST_F(EngineFlowTest, SeveralUnitsRunAtOnce)
+TEST_F(RunnerFlowTest, SeveralUnitsRunAtOnce)
 {
     // Each waits in its first step until the other has come as far.
     std::atomic<int> arrived = 0;
@@ -691,7 +691,7 @@ TEST_F(EngineFlowTest, SeveralUnitsRunAtOnce)
 
     unit.start();
     second->start();
-    Result other;
+    RunResult other;
     std::thread worker([&] { other = runPlan(plan, {second->path()}, shared, otherControl, otherObserver, {}); });
     result = runPlan(plan, {unit.path()}, shared, control, observer, {});
     worker.join();

@@ -1,11 +1,11 @@
-#include "station/plan/Engine.h"
+#include "station/plan/Runner.h"
 
 #include <poll.h>
 
 #include <algorithm>
 #include <string>
 
-#include "station/plan/LineRecord.h"
+#include "station/plan/LineWatch.h"
 #include "station/plan/StepRunner.h"
 #include "station/plan/TimeLimit.h"
 #include "station/record/Outcome.h"
@@ -17,10 +17,10 @@ using record::Verdict;
 namespace {
 
 /// One run of one plan.
-class Engine
+class Runner
 {
 public:
-    Engine(const Plan& plan, const PortSpec& port, const Surroundings& surroundings, RunControl& control,
+    Runner(const Plan& plan, const PortSpec& port, const Surroundings& surroundings, RunControl& control,
            Observer& observer, record::Run run, Duration reconnect)
         : plan_(plan)
         , surroundings_(surroundings)
@@ -45,7 +45,7 @@ public:
         run_.phases = {{"setup", {}, {}}, {"main", {}, {}}, {"teardown", {}, {}}};
     }
 
-    Result run()
+    RunResult run()
     {
         observer_.onStarted(run_);
         try {
@@ -304,9 +304,9 @@ private:
     Observer& observer_;
     const PortSpec port_;
     const Duration reconnect_;
-    Result result_;
+    RunResult result_;
     record::Run& run_;
-    LineRecord line_;
+    LineWatch line_;
     UnitSerial serial_;
     StepRunner* runner_ = nullptr;
     const TimeLimit* limit_ = nullptr;
@@ -322,10 +322,10 @@ private:
 
 }  // namespace
 
-Result runPlan(const Plan& plan, const PortSpec& port, const Surroundings& surroundings, RunControl& control,
-               Observer& observer, record::Run run, Duration reconnect)
+RunResult runPlan(const Plan& plan, const PortSpec& port, const Surroundings& surroundings, RunControl& control,
+                  Observer& observer, record::Run run, Duration reconnect)
 {
-    return Engine(plan, port, surroundings, control, observer, std::move(run), reconnect).run();
+    return Runner(plan, port, surroundings, control, observer, std::move(run), reconnect).run();
 }
 
 }  // namespace station::plan

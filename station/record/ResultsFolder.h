@@ -55,17 +55,17 @@ std::string makeUuid();
 /// Its record.json is there from the start and says ABORTED until the run has ended, so that also a run that was killed
 /// leaves a record behind. Every file is replaced as a whole: it is the old one or the new one, never a part.
 /// For one thread; several runs may share a results directory.
-class Results
+class ResultsFolder
 {
 public:
     /// Makes the folder (and `directory`, with its parents) and the first record in it.
     /// Puts "-2", "-3", … behind `run.id` when a folder of that name is there.
     /// @param groups what the record's frames are put into words with; catalogue::groups() outlives everything.
     /// Throws ResultsError.
-    Results(std::filesystem::path directory, Run& run, protocol::catalogue::Groups groups);
-    ~Results();
-    Results(const Results&) = delete;
-    Results& operator=(const Results&) = delete;
+    ResultsFolder(std::filesystem::path directory, Run& run, protocol::catalogue::Groups groups);
+    ~ResultsFolder();
+    ResultsFolder(const ResultsFolder&) = delete;
+    ResultsFolder& operator=(const ResultsFolder&) = delete;
 
     /// Replaces record.json by what has been done so far, with the verdict ABORTED and no end time, whatever `run` says
     /// about these. To be called at the end of each group. Throws ResultsError; the record before it then stands.

@@ -11,10 +11,10 @@
 namespace station::plan {
 
 /// Keeps what passes on the line, for the record and for the steps that look at it. For one thread.
-class LineRecord : public TraceSink
+class LineWatch : public TraceSink
 {
 public:
-    LineRecord(record::Run& run, Observer& observer, protocol::catalogue::Groups groups)
+    LineWatch(record::Run& run, Observer& observer, protocol::catalogue::Groups groups)
         : run_(run), observer_(observer), attribution_(groups), mask_(groups)
     {
     }

@@ -1,4 +1,4 @@
-#include "station/plan/EngineTest.h"
+#include "station/plan/RunnerTest.h"
 
 namespace station::plan::tests {
 namespace {
@@ -38,10 +38,10 @@ steps = [{ send = "other.flag" }]
 )";
 
 /// A unit whose serial is HU7.
-class EngineSerialTest : public EngineTest
+class RunnerSerialTest : public RunnerTest
 {
 protected:
-    EngineSerialTest()
+    RunnerSerialTest()
     {
         on[kMode] = [this](const Frame&) { reply(0x8F, 0xFF, {1}); };
         on[kFlag] = [this](const Frame&) { reply(0x8E, 0x01, {0}); };
@@ -52,7 +52,7 @@ protected:
     std::string reason() const { return headlineOf(result.run).reason; }
 };
 
-TEST_F(EngineSerialTest, UnitWithTheSerialOfTheOperatorPasses)
+TEST_F(RunnerSerialTest, UnitWithTheSerialOfTheOperatorPasses)
 {
     known.unit.serial = "HU7";
 
@@ -60,7 +60,7 @@ TEST_F(EngineSerialTest, UnitWithTheSerialOfTheOperatorPasses)
     EXPECT_EQ(result.run.unit.serial, "HU7");
 }
 
-TEST_F(EngineSerialTest, OtherUnitEndsTheRunBeforeTheMainPartWhereTheSetupReadsItsSerial)
+TEST_F(RunnerSerialTest, OtherUnitEndsTheRunBeforeTheMainPartWhereTheSetupReadsItsSerial)
 {
     known.unit.serial = "HU8";
 
@@ -71,7 +71,7 @@ TEST_F(EngineSerialTest, OtherUnitEndsTheRunBeforeTheMainPartWhereTheSetupReadsI
     EXPECT_EQ(result.run.unit.serial, "HU7");
 }
 
-TEST_F(EngineSerialTest, OtherUnitEndsTheMainPartAsSoonAsItsSerialIsRead)
+TEST_F(RunnerSerialTest, OtherUnitEndsTheMainPartAsSoonAsItsSerialIsRead)
 {
     known.unit.serial = "HU8";
 
@@ -81,7 +81,7 @@ TEST_F(EngineSerialTest, OtherUnitEndsTheMainPartAsSoonAsItsSerialIsRead)
     EXPECT_EQ(verdictOf(step(2)), Verdict::kSkipped);
 }
 
-TEST_F(EngineSerialTest, OtherUnitInTheTeardownLetsTheTeardownEnd)
+TEST_F(RunnerSerialTest, OtherUnitInTheTeardownLetsTheTeardownEnd)
 {
     known.unit.serial = "HU8";
 
@@ -97,7 +97,7 @@ steps = [{ send = "identity.hu-serial" }, { send = "other.flag" }]
     EXPECT_THAT(unit.codes(), ElementsAre(kMode, kReadSerial, kFlag));
 }
 
-TEST_F(EngineSerialTest, AnswerOfTheOperatorIsComparedToo)
+TEST_F(RunnerSerialTest, AnswerOfTheOperatorIsComparedToo)
 {
     prompter.answers = {{"label", "HU8"}};
 
@@ -109,7 +109,7 @@ TEST_F(EngineSerialTest, AnswerOfTheOperatorIsComparedToo)
     EXPECT_THAT(unit.codes(), ElementsAre(kReadSerial));
 }
 
-TEST_F(EngineSerialTest, WhatAStepStoresAsSerialIsWhatTheUnitHolds)
+TEST_F(RunnerSerialTest, WhatAStepStoresAsSerialIsWhatTheUnitHolds)
 {
     known.unit.serial = "HU8";
 
@@ -119,7 +119,7 @@ TEST_F(EngineSerialTest, WhatAStepStoresAsSerialIsWhatTheUnitHolds)
     EXPECT_THAT(unit.codes(), ElementsAre(kReadFactorySerial));
 }
 
-TEST_F(EngineSerialTest, RecordOfTheSerialIsThatOfTheStation)
+TEST_F(RunnerSerialTest, RecordOfTheSerialIsThatOfTheStation)
 {
     serialRecord.name = "factory-serial";
     known.unit.serial = "SN1";
@@ -130,7 +130,7 @@ TEST_F(EngineSerialTest, RecordOfTheSerialIsThatOfTheStation)
     EXPECT_EQ(result.run.unit.serial, "SN1");
 }
 
-TEST_F(EngineSerialTest, SerialThatThePlanWritesMayBeAnother)
+TEST_F(RunnerSerialTest, SerialThatThePlanWritesMayBeAnother)
 {
     known.unit.serial = "HU8";
 
@@ -141,7 +141,7 @@ TEST_F(EngineSerialTest, SerialThatThePlanWritesMayBeAnother)
     EXPECT_EQ(result.run.unit.serial, "HU7");
 }
 
-TEST_F(EngineSerialTest, UnitWithoutASerialIsThatOfTheOperator)
+TEST_F(RunnerSerialTest, UnitWithoutASerialIsThatOfTheOperator)
 {
     on[kReadSerial] = [this](const Frame&) { reply(0x8A, 0x14, {'0', '0', '0', '0', '0', '0', '0', '0'}); };
     known.unit.serial = "HU8";
@@ -150,7 +150,7 @@ TEST_F(EngineSerialTest, UnitWithoutASerialIsThatOfTheOperator)
     EXPECT_EQ(result.run.unit.serial, "HU8");
 }
 
-TEST_F(EngineSerialTest, ErasedSerialIsNone)
+TEST_F(RunnerSerialTest, ErasedSerialIsNone)
 {
     on[kReadSerial] = [this](const Frame&) { reply(0x8A, 0x14, {0xFF, 0xFF, 0xFF, 0xFF}); };
     known.unit.serial = "HU8";
@@ -161,7 +161,7 @@ TEST_F(EngineSerialTest, ErasedSerialIsNone)
     EXPECT_EQ(result.run.unit.serial, "HU8");
 }
 
-TEST_F(EngineSerialTest, RefusedAnswerIsNeitherTheSerialNorAVariable)
+TEST_F(RunnerSerialTest, RefusedAnswerIsNeitherTheSerialNorAVariable)
 {
     prompter.answers = {{"label", "HU8"}};
 
@@ -173,7 +173,7 @@ TEST_F(EngineSerialTest, RefusedAnswerIsNeitherTheSerialNorAVariable)
     EXPECT_EQ(result.run.unit.serial, "");
 }
 
-TEST_F(EngineSerialTest, SerialOfAnotherPortEndsTheRunAtOnce)
+TEST_F(RunnerSerialTest, SerialOfAnotherPortEndsTheRunAtOnce)
 {
     serials->add("/dev/other", "HU7");
 
@@ -183,7 +183,7 @@ TEST_F(EngineSerialTest, SerialOfAnotherPortEndsTheRunAtOnce)
     EXPECT_TRUE(result.serialClashed);
 }
 
-TEST_F(EngineSerialTest, SerialThatAnotherPortTellsLaterEndsTheRunBeforeTheNextAttempt)
+TEST_F(RunnerSerialTest, SerialThatAnotherPortTellsLaterEndsTheRunBeforeTheNextAttempt)
 {
     prompter.answers = {{"lit", "yes"}};
     prompter.beforeAnswering = [this] { serials->add("/dev/other", "HU7"); };
@@ -196,7 +196,7 @@ TEST_F(EngineSerialTest, SerialThatAnotherPortTellsLaterEndsTheRunBeforeTheNextA
     EXPECT_EQ(verdictOf(step(2)), Verdict::kSkipped);
 }
 
-TEST_F(EngineSerialTest, OtherSerialsAtOtherPortsAreWelcome)
+TEST_F(RunnerSerialTest, OtherSerialsAtOtherPortsAreWelcome)
 {
     serials->add("/dev/other", "HU8");
 

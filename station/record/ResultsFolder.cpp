@@ -1,4 +1,4 @@
-#include "station/record/Results.h"
+#include "station/record/ResultsFolder.h"
 
 #include <fcntl.h>
 #include <glib.h>
@@ -97,7 +97,7 @@ std::string makeUuid()
     return text.get();
 }
 
-Results::Results(fs::path directory, Run& run, protocol::catalogue::Groups groups)
+ResultsFolder::ResultsFolder(fs::path directory, Run& run, protocol::catalogue::Groups groups)
     : directory_(std::move(directory))
     , groups_(groups)
     , source_{"engineering-station " + run.station.version, run.unit.port, run.unit.baud}
@@ -130,19 +130,19 @@ Results::Results(fs::path directory, Run& run, protocol::catalogue::Groups group
     }
 }
 
-Results::~Results()
+ResultsFolder::~ResultsFolder()
 {
     if (lock_ >= 0) {
         ::close(lock_);
     }
 }
 
-void Results::save(const Run& run)
+void ResultsFolder::save(const Run& run)
 {
     writeAtomically(folder_ / kRecordFile, serialise(unfinished(run, groups_)));
 }
 
-void Results::openCapture()
+void ResultsFolder::openCapture()
 {
     if (capture_ || !captureFailure_.empty()) {
         return;
@@ -159,7 +159,7 @@ void Results::openCapture()
     }
 }
 
-void Results::capture(const TraceEvent& event)
+void ResultsFolder::capture(const TraceEvent& event)
 {
     openCapture();
     if (capture_) {
@@ -168,7 +168,7 @@ void Results::capture(const TraceEvent& event)
     }
 }
 
-void Results::amend(const Run& run)
+void ResultsFolder::amend(const Run& run)
 {
     writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));
     try {
@@ -179,7 +179,7 @@ void Results::amend(const Run& run)
     }
 }
 
-fs::path Results::finish(const Run& run)
+fs::path ResultsFolder::finish(const Run& run)
 {
     writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));
 
