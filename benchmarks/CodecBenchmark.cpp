@@ -28,8 +28,9 @@ Stream framesOf(std::size_t paramCount, std::size_t size = kStreamSize)
     Stream stream;
     protocol::FrameBuffer frame;
     while (stream.size() < size) {
-        for (std::uint8_t& byte : params)
+        for (std::uint8_t& byte : params) {
             byte = static_cast<std::uint8_t>(random());
+        }
         const std::size_t length = protocol::encode(frame, 0x02, 0x03, params);
         stream.insert(stream.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(length));
     }
@@ -42,9 +43,9 @@ Stream garbage(std::size_t size)
     std::mt19937 random(2);
     Stream stream(size);
     for (std::uint8_t& byte : stream) {
-        do
+        do {
             byte = static_cast<std::uint8_t>(random());
-        while (byte == protocol::kHeader2);
+        } while (byte == protocol::kHeader2);
     }
     return stream;
 }
@@ -52,8 +53,9 @@ Stream garbage(std::size_t size)
 template <class Take>
 void inChunks(const Stream& stream, std::size_t chunk, Take take)
 {
-    for (std::size_t at = 0; at < stream.size(); at += chunk)
+    for (std::size_t at = 0; at < stream.size(); at += chunk) {
         take(protocol::Bytes(stream).subspan(at, std::min(chunk, stream.size() - at)));
+    }
 }
 
 void decodeAll(const Stream& stream, std::size_t chunk)
@@ -62,10 +64,12 @@ void decodeAll(const Stream& stream, std::size_t chunk)
     std::uint64_t digest = 0;
     inChunks(stream, chunk, [&](protocol::Bytes bytes) {
         assembler.append(bytes);
-        if (!assembler.worthParsing())
+        if (!assembler.worthParsing()) {
             return;
-        while (const auto frame = assembler.next())
+        }
+        while (const auto frame = assembler.next()) {
             digest = digest * 31 + frame->cmdOne + frame->params().size() + (frame->checksumHolds ? 1 : 0);
+        }
     });
     benchmark::DoNotOptimize(digest);
 }
@@ -79,8 +83,9 @@ void tell(benchmark::State& state, const Stream& stream)
 void Decode(benchmark::State& state)
 {
     const Stream stream = framesOf(static_cast<std::size_t>(state.range(0)) - 8);
-    for ([[maybe_unused]] auto round : state)
+    for ([[maybe_unused]] auto round : state) {
         decodeAll(stream, static_cast<std::size_t>(state.range(1)));
+    }
     tell(state, stream);
 }
 
@@ -136,8 +141,9 @@ BENCHMARK(FloorOfEncode)->Arg(0)->Arg(1)->Arg(2)->Arg(8)->Arg(240)->Name("Floor/
 
 void decodeEach(benchmark::State& state, const Stream& stream, std::size_t chunk)
 {
-    for ([[maybe_unused]] auto round : state)
+    for ([[maybe_unused]] auto round : state) {
         decodeAll(stream, chunk);
+    }
     tell(state, stream);
 }
 
@@ -160,8 +166,9 @@ BENCHMARK_CAPTURE(GrowthOfBurst, quarter, kQuarter)->Name("Floor/GrowthOfBurst")
 void GrowthOfHeaders(benchmark::State& state, std::size_t size)
 {
     Stream stream;
-    while (stream.size() < size)
+    while (stream.size() < size) {
         stream.insert(stream.end(), {0x2A, 0xA2, 0x00, 0xFE});
+    }
     decodeEach(state, stream, 64);
 }
 BENCHMARK_CAPTURE(GrowthOfHeaders, whole, kStreamSize)->Name("GrowthOfHeaders");

@@ -11,7 +11,7 @@
 
 #include "benchmarks/FloorReporter.h"
 #include "engineering/Log.h"
-#include "platform/runtime/Descriptor.h"
+#include "host/Descriptor.h"
 #include "platform/runtime/Root.h"
 #include "tests/support/TempDir.h"
 
@@ -59,8 +59,9 @@ BENCHMARK(FloorOfLogFiltered)->Name("Floor/LogFiltered");
 
 void LogWritten(benchmark::State& state)
 {
-    for ([[maybe_unused]] auto round : state)
+    for ([[maybe_unused]] auto round : state) {
         KYR_LOG_INFO("[rkb] ParseData, checksum_param = %x", 0xFF00U);
+    }
 }
 BENCHMARK(LogWritten);
 
@@ -68,14 +69,15 @@ void FloorOfLogWritten(benchmark::State& state)
 {
     const std::string line(lineLength() - 1, 'x');
     const std::string text = line + "\n";
-    const runtime::Descriptor file(
+    const host::Descriptor file(
         open((theDirectory / "floor").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     int lines = 0;
     for ([[maybe_unused]] auto round : state) {
         benchmark::DoNotOptimize(write(file.get(), text.data(), text.size()));
         // As short as a part of the log: a file that grows for ever pays for fresh memory.
-        if (++lines % kLinesBeforeCut == 0)
+        if (++lines % kLinesBeforeCut == 0) {
             benchmark::DoNotOptimize(ftruncate(file.get(), 0));
+        }
     }
 }
 BENCHMARK(FloorOfLogWritten)->Name("Floor/LogWritten");
@@ -88,7 +90,8 @@ int main(int argc, char** argv)
     theDirectory = directory.path();
     runtime::setRoot(theDirectory.string());
     runtime::makeHeadUnitDirectories(theDirectory.string());
-    if (log_system_init("engineering") == 0)
+    if (log_system_init("engineering") == 0) {
         return 1;
+    }
     return benchmarks::runBenchmarks(argc, argv);
 }

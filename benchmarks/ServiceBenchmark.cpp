@@ -71,9 +71,11 @@ void print(const Figures& figures, const Figures& floors, const char* unit)
 double readStatus(pid_t pid, const std::string& key)
 {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with(key + ":"))
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(key + ":")) {
             return std::strtod(line.c_str() + key.size() + 1, nullptr);
+        }
+    }
     throw std::runtime_error("the process " + std::to_string(pid) + " has ended");
 }
 
@@ -87,8 +89,9 @@ public:
 
     void awaitReady()
     {
-        if (!process_.waitForLine(ChildProcess::Stream::kErr, "ready uart="))
+        if (!process_.waitForLine(ChildProcess::Stream::kErr, "ready uart=")) {
             throw std::runtime_error("the service is not ready: " + process_.output(ChildProcess::Stream::kErr));
+        }
     }
 
     std::string link() const { return (directory_.path() / "uart").string(); }
@@ -130,8 +133,9 @@ void measureLines(const std::string& program, const ChildProcess::Environment& e
     Figures times, timeFloors, rates, rateFloors;
     for (int run = 0; run <= kRuns; ++run) {
         if (run == 1) {  // the first one was to warm up
-            for (Figures* const figures : {&times, &timeFloors, &rates, &rateFloors})
+            for (Figures* const figures : {&times, &timeFloors, &rates, &rateFloors}) {
                 figures->clear();
+            }
         }
         for (const Mode& mode : modes) {
             measureLine(line, mode, times, rates);
@@ -147,8 +151,9 @@ void measureLines(const std::string& program, const ChildProcess::Environment& e
 void measureFlood(const std::string& program, const std::string& self, const ChildProcess::Environment& environment)
 {
     ChildProcess subscriber({self, "--subscribe"}, environment);
-    if (!subscriber.waitForLine(ChildProcess::Stream::kOut, "subscribed"))
+    if (!subscriber.waitForLine(ChildProcess::Stream::kOut, "subscribed")) {
         throw std::runtime_error("no subscriber");
+    }
     Service service(program, environment);
     service.awaitReady();
     StationLoad line(service.link(), service.pid());
@@ -189,8 +194,9 @@ public:
 
     void wait(bool owned)
     {
-        while (!known_ || owned_ != owned)
+        while (!known_ || owned_ != owned) {
             g_main_loop_run(loop_);
+        }
     }
 
 private:
@@ -238,8 +244,9 @@ void measureStarts(const std::string& program, const std::string& self, const Ch
     Figures times, timeFloors, sizes, sizeFloors, threads, threadFloors;
     for (int run = 0; run <= kRuns; ++run) {
         if (run == 1) {
-            for (Figures* const figures : {&times, &timeFloors, &sizes, &sizeFloors, &threads, &threadFloors})
+            for (Figures* const figures : {&times, &timeFloors, &sizes, &sizeFloors, &threads, &threadFloors}) {
                 figures->clear();
+            }
         }
         measureStart(
             bus, kServiceName,
@@ -298,15 +305,18 @@ int usage()
 int main(int argc, char** argv)
 {
     const std::vector<std::string_view> arguments(argv + 1, argv + argc);
-    if (arguments == std::vector<std::string_view>{"--own-name"})
+    if (arguments == std::vector<std::string_view>{"--own-name"}) {
         ownName();
-    if (arguments == std::vector<std::string_view>{"--subscribe"})
+    }
+    if (arguments == std::vector<std::string_view>{"--subscribe"}) {
         subscribe();
+    }
     std::string program = ENGINEERING_SERVICE;
-    if (arguments.size() == 2 && arguments[0] == "--service")
+    if (arguments.size() == 2 && arguments[0] == "--service") {
         program = arguments[1];
-    else if (!arguments.empty())
+    } else if (!arguments.empty()) {
         return usage();
+    }
 
     try {
         const tests::PrivateBus bus;

@@ -52,8 +52,9 @@ void Republish(benchmark::State& state)
 {
     const auto params = paramsOf(state);
     while (state.KeepRunningBatch(kBatch)) {
-        for (int signal = 0; signal < kBatch; ++signal)
+        for (int signal = 0; signal < kBatch; ++signal) {
             emit_uart_data_changed_signal(0x02, 0x03, params.data(), static_cast<unsigned>(params.size()));
+        }
         g_dbus_connection_flush_sync(connection(), nullptr, nullptr);
     }
 }
@@ -64,8 +65,9 @@ void FloorOfRepublish(benchmark::State& state)
     GVariant* const param = gvariant_data_build(params.data(), static_cast<int>(params.size()));
     GVariant* const body = g_variant_ref_sink(bodyOf(param, params.size()));
     while (state.KeepRunningBatch(kBatch)) {
-        for (int signal = 0; signal < kBatch; ++signal)
+        for (int signal = 0; signal < kBatch; ++signal) {
             g_dbus_connection_emit_signal(connection(), nullptr, kPath, kName, kSignal, body, nullptr);
+        }
         g_dbus_connection_flush_sync(connection(), nullptr, nullptr);
     }
     g_variant_unref(body);
@@ -111,10 +113,11 @@ int main(int argc, char** argv)
     setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
     runtime::setRoot(directory.path().string());
     runtime::makeHeadUnitDirectories(directory.path().string());
-    if (log_system_init("engineering") == 0)
+    if (log_system_init("engineering") == 0) {
         return 1;
+    }
     KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init();
-    if (runtime::awaitBusName(kName, std::chrono::seconds(10)).state != runtime::BusName::State::Owned) {
+    if (runtime::awaitBusName(kName, std::chrono::seconds(10)).state != runtime::BusName::State::kOwned) {
         std::fprintf(stderr, "signal_benchmark: the bus name was not had in 10 s\n");
         return 1;
     }

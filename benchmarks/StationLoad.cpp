@@ -32,8 +32,9 @@ double microsecondsSince(Clock::time_point start)
 void makeRaw(int terminal)
 {
     termios settings{};
-    if (tcgetattr(terminal, &settings) != 0)
+    if (tcgetattr(terminal, &settings) != 0) {
         throw std::runtime_error("the line is no terminal");
+    }
     cfmakeraw(&settings);
     tcsetattr(terminal, TCSANOW, &settings);
 }
@@ -48,11 +49,13 @@ void makeRaw(int terminal)
         pollfd polled{line, POLLIN, 0};
         poll(&polled, 1, -1);
         const ssize_t got = ::read(line, buffer.data(), buffer.size());
-        if (got <= 0)
+        if (got <= 0) {
             _exit(1);
+        }
         for (pending += static_cast<std::size_t>(got); pending >= requestSize; pending -= requestSize) {
-            if (::write(line, reply.data(), reply.size()) != static_cast<ssize_t>(reply.size()))
+            if (::write(line, reply.data(), reply.size()) != static_cast<ssize_t>(reply.size())) {
                 _exit(1);
+            }
         }
     }
 }
@@ -61,11 +64,13 @@ void makeRaw(int terminal)
 
 StationLoad::StationLoad(const std::string& path, pid_t pid) : line_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC))
 {
-    if (line_ < 0)
+    if (line_ < 0) {
         throw std::runtime_error("the line " + path + " cannot be opened");
+    }
     makeRaw(line_);
-    if (clock_getcpuclockid(pid, &clock_) != 0)
+    if (clock_getcpuclockid(pid, &clock_) != 0) {
         throw std::runtime_error("there is no process " + std::to_string(pid));
+    }
 }
 
 StationLoad::~StationLoad()
@@ -101,8 +106,9 @@ StationLoad::Latency StationLoad::roundTrip(const Bytes& request, std::size_t re
 double StationLoad::window(const Bytes& request, std::size_t replySize, int count, std::size_t mostUnderWay)
 {
     Bytes requests;
-    for (std::size_t i = 0; i < mostUnderWay; ++i)
+    for (std::size_t i = 0; i < mostUnderWay; ++i) {
         requests.insert(requests.end(), request.begin(), request.end());
+    }
     const auto total = static_cast<std::size_t>(count);
     std::size_t sent = 0;
     std::size_t received = 0;  // bytes
@@ -116,11 +122,13 @@ double StationLoad::window(const Bytes& request, std::size_t replySize, int coun
         }
         std::array<std::uint8_t, 4096> buffer;
         pollfd polled{line_, POLLIN, 0};
-        if (poll(&polled, 1, kPatienceMs) <= 0)
+        if (poll(&polled, 1, kPatienceMs) <= 0) {
             throw std::runtime_error("no reply in time");
+        }
         const ssize_t got = ::read(line_, buffer.data(), buffer.size());
-        if (got <= 0)
+        if (got <= 0) {
             throw std::runtime_error("the line was closed");
+        }
         received += static_cast<std::size_t>(got);
     }
     return static_cast<double>(count) * 1e3 / microsecondsSince(start);
@@ -143,8 +151,9 @@ void StationLoad::write(const std::uint8_t* bytes, std::size_t size) const
 {
     while (size > 0) {
         const ssize_t written = ::write(line_, bytes, size);
-        if (written <= 0)
+        if (written <= 0) {
             throw std::runtime_error("the line takes nothing");
+        }
         bytes += written;
         size -= static_cast<std::size_t>(written);
     }
@@ -155,11 +164,13 @@ void StationLoad::read(std::size_t size) const
     std::array<std::uint8_t, 4096> buffer;
     while (size > 0) {
         pollfd polled{line_, POLLIN, 0};
-        if (poll(&polled, 1, kPatienceMs) <= 0)
+        if (poll(&polled, 1, kPatienceMs) <= 0) {
             throw std::runtime_error("no reply in time");
+        }
         const ssize_t got = ::read(line_, buffer.data(), std::min(size, buffer.size()));
-        if (got <= 0)
+        if (got <= 0) {
             throw std::runtime_error("the line was closed");
+        }
         size -= static_cast<std::size_t>(got);
     }
 }
@@ -174,14 +185,16 @@ double StationLoad::cpuSeconds() const
 Echo::Echo(std::size_t requestSize, std::size_t replySize)
 {
     const int line = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (line < 0 || grantpt(line) != 0 || unlockpt(line) != 0)
+    if (line < 0 || grantpt(line) != 0 || unlockpt(line) != 0) {
         throw std::runtime_error("no pseudo-terminal can be had");
+    }
     path_ = ptsname(line);
     const int station = open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     makeRaw(station);
     pid_ = fork();
-    if (pid_ == 0)
+    if (pid_ == 0) {
         answer(line, requestSize, replySize);  // keeps the station's end open as well, until somebody has opened it
+    }
     close(line);
     close(station);
 }

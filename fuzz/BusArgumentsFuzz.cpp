@@ -35,14 +35,16 @@ int g_answers = 0;
 GDBusConnection* closedConnection()
 {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0)
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
         std::abort();
+    }
     GSocket* const socket = g_socket_new_from_fd(ends[0], nullptr);
     GSocketConnection* const stream = g_socket_connection_factory_create_connection(socket);
     GDBusConnection* const connection = g_dbus_connection_new_sync(
         G_IO_STREAM(stream), nullptr, G_DBUS_CONNECTION_FLAGS_NONE, nullptr, nullptr, nullptr);
-    if (connection == nullptr)
+    if (connection == nullptr) {
         std::abort();
+    }
     return connection;
 }
 
@@ -140,8 +142,9 @@ void sendUartData(fuzz::ByteReader& input)
     expect(handled, "uart_send_data was not handled");
     const auto replies = bridge().station.replies();
     expect(replies.size() == (isSent ? 1U : 0U), "frames sent: " + std::to_string(replies.size()));
-    if (isSent)
+    if (isSent) {
         expect(replies[0] == frameText(cmdOne, cmdTwo, expected), "other bytes sent: " + replies[0]);
+    }
 }
 
 void call(const char* signal, fuzz::ByteReader& input)
@@ -229,8 +232,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 unit.station.sendCommand(0x06, 0x0B, {input.byte()});
         }
         expect(g_answers == (which < 3 ? 1 : 0), "answers to one call: " + std::to_string(g_answers));
-        for (const std::string& line : unit.log.lines())
+        for (const std::string& line : unit.log.lines()) {
             expect(!line.starts_with("ERROR D-Bus method call"), line);  // ended by an exception
+        }
         unit.log.clear();
     }
     return 0;

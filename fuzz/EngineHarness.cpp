@@ -50,10 +50,12 @@ void EngineHarness::setCommandsSucceed(bool succeed)
 void EngineHarness::check()
 {
     unit.events().drain();
-    for (const std::string& line : log.lines())
+    for (const std::string& line : log.lines()) {
         expect(!line.starts_with("ERROR command 0x"), line);  // ended by an exception
-    for (const std::string& reply : station.replies())
+    }
+    for (const std::string& reply : station.replies()) {
         expect(!reply.starts_with("no frame"), reply);
+    }
 
     // More than the longest frame, of a byte that begins none.
     station.deliver(RecordedWire::Bytes(300, 0x55));

@@ -18,8 +18,9 @@ public:
 /// Throws a Finding unless `holds`.
 inline void expect(bool holds, const std::string& what)
 {
-    if (!holds)
+    if (!holds) {
         throw Finding(what);
+    }
 }
 
 /// Gives every place of `bytes` that looks like a frame, and has all its bytes, the checksum that it needs: hardly any

@@ -26,29 +26,33 @@ int numberOf(const std::string& text, int base = 10)
 void send(fuzz::EngineHarness& harness, std::string_view line)
 {
     RecordedWire::Bytes bytes;
-    while (!line.empty() && bytes.size() < 254)
+    while (!line.empty() && bytes.size() < 254) {
         bytes.push_back(static_cast<std::uint8_t>(numberOf(fuzz::takeWord(line, ' '), 16)));
-    if (bytes.size() >= 2)
+    }
+    if (bytes.size() >= 2) {
         harness.station.sendCommand(bytes[0], bytes[1], {bytes.begin() + 2, bytes.end()});
+    }
 }
 
 void carryOut(fuzz::EngineHarness& harness, std::string_view line)
 {
     const std::string what = fuzz::takeWord(line, ' ');
-    if (what == "send")
+    if (what == "send") {
         return send(harness, line);
+    }
     const std::string first = fuzz::takeWord(line, ' ');
-    if (what == "raise")
+    if (what == "raise") {
         harness.raise(first, bench::parseJson(line));
-    else if (what == "set")
+    } else if (what == "set") {
         harness.set(first, bench::parseJson(line));
-    else if (what == "start")
+    } else if (what == "start") {
         harness.unit.startModule(numberOf(first));
-    else if (what == "key")
+    } else if (what == "key") {
         harness.link().AutoTestFeedbackKeyEvent(static_cast<E_KeyVKey>(numberOf(first)),
                                                 static_cast<E_KeyStatus>(numberOf(std::string(line))));
-    else if (what == "advance")
+    } else if (what == "advance") {
         harness.timers.advance(std::chrono::milliseconds(numberOf(first)));
+    }
 }
 
 }  // namespace

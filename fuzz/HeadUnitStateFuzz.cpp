@@ -81,8 +81,9 @@ void carryOut(bench::State& state, std::string_view line, json& before)
     const bool isMerge = what == "merge";
     const std::string path = isMerge ? "" : fuzz::takeWord(line, ' ');
     json value;
-    if (!isUtf8(path) || !accepted([&] { value = bench::parseJson(line); }))
+    if (!isUtf8(path) || !accepted([&] { value = bench::parseJson(line); })) {
         return;
+    }
     const bool changes = accepted([&] { isMerge ? state.merge(value) : state.set(path, value); });
     expect(isMerge || !changes || state.get(path) == value, path + " is not what it was set to");
     json after = state.get("");
@@ -97,8 +98,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     bench::State state;
     json whole = state.get("");
     std::string_view text(reinterpret_cast<const char*>(data), size);
-    for (int line = 0; line < kMostLines && !text.empty(); ++line)
+    for (int line = 0; line < kMostLines && !text.empty(); ++line) {
         carryOut(state, fuzz::takeWord(text, '\n'), whole);
+    }
     expect(bench::parseJson(bench::toText(whole)) == whole, "the state does not survive its text");
     read(state);
     return 0;

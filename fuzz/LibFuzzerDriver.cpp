@@ -17,7 +17,8 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
                                                unsigned int seed)
 {
     const std::size_t mutated = LLVMFuzzerMutate(data, size, maxSize);
-    if (seed % 4 != 0)
+    if (seed % 4 != 0) {
         fuzz::repairChecksums({data, mutated});
+    }
     return mutated;
 }

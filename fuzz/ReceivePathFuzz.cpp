@@ -37,15 +37,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::uint8_t circumstances = input.byte();
 
     fuzz::EngineHarness harness;
-    if ((circumstances & 2) != 0)
+    if ((circumstances & 2) != 0) {
         harness.set("/config/~1engineering~1open_debug", true);
-    if ((circumstances & 4) != 0)
-        for (const char* service : {"/audio", "/tuner", "/system_misc", "/power", "/wifi"})
+    }
+    if ((circumstances & 4) != 0) {
+        for (const char* service : {"/audio", "/tuner", "/system_misc", "/power", "/wifi"}) {
             harness.set(std::string(service) + "/available", false);
+        }
+    }
     harness.setCommandsSucceed((circumstances & 8) == 0);
     harness.start();
-    if ((circumstances & 1) != 0)
+    if ((circumstances & 1) != 0) {
         harness.station.sendCommand(0x0F, 0x00, {0x01});
+    }
 
     std::mt19937 random(static_cast<unsigned>(size));
     while (!input.atEnd()) {

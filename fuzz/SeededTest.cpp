@@ -81,8 +81,9 @@ Bytes mutated(const std::vector<Seed>& seeds, const Bytes& original, std::mt1993
             }
         }
     }
-    if (random() % 4 != 0)
+    if (random() % 4 != 0) {
         fuzz::repairChecksums(bytes);
+    }
     return bytes;
 }
 
@@ -92,8 +93,9 @@ TEST(FuzzTarget, TakesItsCorpusAndNothingAtAll)
     ASSERT_FALSE(seeds.empty()) << FUZZ_CORPUS;
 
     run({}, "nothing");
-    for (const Seed& seed : seeds)
+    for (const Seed& seed : seeds) {
         run(seed.bytes, seed.name);
+    }
 }
 
 TEST(FuzzTarget, TakesMutationsOfItsCorpus)

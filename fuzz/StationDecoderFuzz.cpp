@@ -49,8 +49,9 @@ void compareWithPlainReceiver(const std::vector<std::uint8_t>& stream, std::size
         std::vector<tests::SeenFrame> seen;
         while (assembler.worthParsing() || !seen.empty()) {
             auto frame = assembler.next();
-            if (!frame)
+            if (!frame) {
                 break;
+            }
             const auto params = frame->params();
             seen.push_back({frame->cmdOne,
                             frame->cmdTwo,
@@ -68,8 +69,9 @@ void receiveUpToTheEnd()
     for (;;) {
         const auto frame = line().station.receive(station::Connection::Clock::now() + std::chrono::seconds(20));
         expect(frame.has_value(), "the frame at the end did not come");
-        if (*frame == kEnd)
+        if (*frame == kEnd) {
             return;
+        }
         const std::string text = station::format(*frame);
         expect(text.size() == 8 + 3 * frame->params.size() - (frame->params.empty() ? 0 : 1), "wrong text: " + text);
     }
@@ -82,8 +84,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::ByteReader input({data, size});
     const std::size_t chunk = 1U + input.byte();
     const auto bytes = input.bytes(kMostBytes);
-    if (std::search(bytes.begin(), bytes.end(), kEndBytes.begin() + 4, kEndBytes.begin() + 8) != bytes.end())
+    if (std::search(bytes.begin(), bytes.end(), kEndBytes.begin() + 4, kEndBytes.begin() + 8) != bytes.end()) {
         return 0;  // would seem to be the end
+    }
 
     std::vector<std::uint8_t> stream(bytes.begin(), bytes.end());
     // More than the longest frame, of a byte that begins none: whatever has begun ends.

@@ -16,8 +16,9 @@ public:
     CancelAfter(GCancellable* cancellable, std::chrono::milliseconds patience)
         : thread_([this, cancellable, patience] {
             std::unique_lock lock(mutex_);
-            if (!over_.wait_for(lock, patience, [this] { return done_; }))
+            if (!over_.wait_for(lock, patience, [this] { return done_; })) {
                 g_cancellable_cancel(cancellable);
+            }
         })
     {
     }
@@ -62,8 +63,9 @@ inline GDBusConnection* connectToSessionBus(GError** error)
         }
     }
     g_object_unref(cancellable);
-    if (connection != nullptr)
+    if (connection != nullptr) {
         g_dbus_connection_set_exit_on_close(connection, FALSE);
+    }
     return connection;
 }
 

@@ -17,11 +17,9 @@
 #include "platform/bench/HeadUnitBus.h"
 #include "platform/bench/JsonText.h"
 #include "platform/runtime/LogSystem.h"
-#include "platform/runtime/PseudoTerminal.h"
 #include "platform/runtime/Root.h"
-#include "platform/runtime/RunDirectory.h"
-#include "platform/runtime/SerialDevice.h"
 #include "platform/runtime/ServiceFramework.h"
+#include "platform/runtime/Terminal.h"
 #include "platform/runtime/TtyWire.h"
 #include "platform/runtime/UartOption.h"
 #include "platform/runtime/Wire.h"
@@ -71,11 +69,13 @@ std::string readFile(const std::string& path)
         throw WrongUse("the head unit's state " + path + " cannot be read: " + reason);
     };
     std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored))
+    if (std::filesystem::is_directory(path, ignored)) {
         refuse("it is a directory");
+    }
     std::ifstream stream(path, std::ios::binary);
-    if (!stream)
+    if (!stream) {
         refuse(std::generic_category().message(errno));
+    }
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
@@ -92,14 +92,16 @@ void mergeState(bench::HeadUnit& unit, const std::string& text, const std::strin
 
 void useLogConfiguration(const std::string& path)
 {
-    if (const std::string error = runtime::useLogConfiguration(path); !error.empty())
+    if (const std::string error = runtime::useLogConfiguration(path); !error.empty()) {
         throw WrongUse(error);
+    }
 }
 
 std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& option)
 {
-    if (option.kind == runtime::UartOption::Kind::Device)
+    if (option.kind == runtime::UartOption::Kind::kDevice) {
         return std::make_unique<runtime::SerialDevice>(option.path, option.baud);
+    }
     return std::make_unique<runtime::PseudoTerminal>(option.path.empty() ? runtime::makeRunDirectory() / "uart"
                                                                          : option.path);
 }
@@ -113,10 +115,12 @@ std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& optio
     const std::string state = hasState ? readFile(options.headUnit) : "";
     runtime::holdEndSignals();
     bench::HeadUnit unit;
-    if (hasState)
+    if (hasState) {
         mergeState(unit, state, options.headUnit);
-    if (given.count("--log-conf") > 0)
+    }
+    if (given.count("--log-conf") > 0) {
         useLogConfiguration(options.logConfiguration);
+    }
 
     runtime::TtyWire wire(openTerminal(uart));
     runtime::ServiceFramework framework(wire);
@@ -145,8 +149,9 @@ int main(int argc, char** argv)
     CLI::App app("The engineering service on the bench, with a simulated head unit behind it.", kProgram);
     Options options;
     addOptions(app, options);
-    if (const auto status = programs::parse(app, argc, argv))
+    if (const auto status = programs::parse(app, argc, argv)) {
         return *status;
+    }
 
     runtime::prepareProcess();
     try {

@@ -51,8 +51,9 @@ std::string take(GError* error)
 Failure failureOf(GError* error)
 {
     if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ||
-        g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY))
+        g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY)) {
         return {programs::kNoAnswer, "the head unit does not answer: " + take(error)};
+    }
     if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
         g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
         g_clear_error(&error);
@@ -76,8 +77,9 @@ Connection connect()
         g_clear_error(&error);
         throw Failure{programs::kNoAnswer, "the session bus does not answer"};
     }
-    if (connection == nullptr)
+    if (connection == nullptr) {
         throw Failure{programs::kFailed, "no session bus, is DBUS_SESSION_BUS_ADDRESS set? " + take(error)};
+    }
     return Connection(connection);
 }
 
@@ -87,8 +89,9 @@ Reply call(GDBusConnection* connection, const char* method, GVariant* arguments)
     GError* error = nullptr;
     GVariant* const reply = g_dbus_connection_call_sync(connection, kBusName, kObjectPath, kBusName, method, arguments,
                                                         nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, &error);
-    if (reply == nullptr)
+    if (reply == nullptr) {
         throw failureOf(error);
+    }
     return Reply(reply);
 }
 
@@ -102,8 +105,9 @@ std::string textOf(const Reply& reply)
 /// @returns an argument of the command line, which a message on the bus can carry.
 const char* wireText(const std::string& argument)
 {
-    if (!g_utf8_validate_len(argument.data(), argument.size(), nullptr))
+    if (!g_utf8_validate_len(argument.data(), argument.size(), nullptr)) {
         throw Failure{programs::kWrongUse, "an argument is not UTF-8"};
+    }
     return argument.c_str();
 }
 
@@ -111,10 +115,11 @@ const char* wireText(const std::string& argument)
 const char* jsonText(const std::string& argument)
 {
     const char* const text = wireText(argument);
-    if (!Json::accept(argument))
+    if (!Json::accept(argument)) {
         throw Failure{
             programs::kWrongUse,
             "not JSON: " + argument + " (numbers as they are, texts in double quotes: '\"text\"', see --help)"};
+    }
     return text;
 }
 
@@ -155,10 +160,12 @@ void startModule(std::uint32_t module)
 void showCalls(bool clears)
 {
     const Connection connection = connect();
-    for (const Json& each : Json::parse(textOf(call(connection.get(), "GetCalls", nullptr))))
+    for (const Json& each : Json::parse(textOf(call(connection.get(), "GetCalls", nullptr)))) {
         print(each, -1);
-    if (clears)
+    }
+    if (clears) {
         call(connection.get(), "ClearCalls", nullptr);
+    }
 }
 
 /// Follows the head unit until it leaves the bus or the user has seen enough. Connects once more when its connection is
@@ -211,11 +218,12 @@ private:
     static void onSignal(GDBusConnection*, const char*, const char*, const char*, const char* name, GVariant* arguments,
                          gpointer)
     {
-        if (g_str_equal(name, "Called") != FALSE && g_variant_is_of_type(arguments, G_VARIANT_TYPE("(s)")) != FALSE)
+        if (g_str_equal(name, "Called") != FALSE && g_variant_is_of_type(arguments, G_VARIANT_TYPE("(s)")) != FALSE) {
             showCall(arguments);
-        else if (g_str_equal(name, "StateChanged") != FALSE &&
-                 g_variant_is_of_type(arguments, G_VARIANT_TYPE("(ss)")) != FALSE)
+        } else if (g_str_equal(name, "StateChanged") != FALSE &&
+                   g_variant_is_of_type(arguments, G_VARIANT_TYPE("(ss)")) != FALSE) {
             showChange(arguments);
+        }
     }
 
     static void showCall(GVariant* arguments)
@@ -246,8 +254,9 @@ private:
     {
         const char* owner = nullptr;
         g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &owner);
-        if (*owner == '\0')
+        if (*owner == '\0') {
             g_main_loop_quit(static_cast<Watch*>(data)->loop_);
+        }
     }
 
     static void onBusClosed(GDBusConnection*, gboolean, GError*, gpointer data)
@@ -362,8 +371,9 @@ private:
 int main(int argc, char** argv)
 {
     Commands commands;
-    if (const auto status = programs::parse(commands.app(), argc, argv))
+    if (const auto status = programs::parse(commands.app(), argc, argv)) {
         return *status;
+    }
     try {
         commands.run();
         return programs::kDone;

@@ -37,23 +37,26 @@ public:
     void enqueue(Event event)
     {
         const std::lock_guard lock(mutex_);
-        if (!observers_.empty())
+        if (!observers_.empty()) {
             pending_.push_back(std::move(event));
+        }
     }
 
     void deliver()
     {
         std::unique_lock lock(mutex_);
-        if (delivering_)
+        if (delivering_) {
             return;
+        }
         delivering_ = true;
         while (!pending_.empty()) {
             const Event event = std::move(pending_.front());
             pending_.pop_front();
             const auto observers = observers_;
             lock.unlock();
-            for (const Entry& entry : observers)
+            for (const Entry& entry : observers) {
                 (*entry.observer)(event);
+            }
             lock.lock();
         }
         delivering_ = false;

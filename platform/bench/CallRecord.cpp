@@ -13,8 +13,9 @@ void CallRecord::add(std::string service, std::string op, nlohmann::json::array_
     {
         const std::lock_guard lock(mutex_);
         calls_.push_back(call);
-        if (calls_.size() > kLimit)
+        if (calls_.size() > kLimit) {
             calls_.pop_front();
+        }
         additions_.enqueue(std::move(call));
     }
     changed_.notify_all();

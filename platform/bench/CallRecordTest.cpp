@@ -36,8 +36,9 @@ TEST(CallRecord, KeepsTheNewestTenThousand)
 {
     CallRecord record;
 
-    for (int number = 0; number < 10'003; ++number)
+    for (int number = 0; number < 10'003; ++number) {
         record.add("tuner", "Scan", {number});
+    }
 
     const auto calls = record.list();
     ASSERT_EQ(calls.size(), 10'000u);

@@ -1,6 +1,6 @@
 #include "platform/bench/EventQueue.h"
 
-#include "platform/runtime/RunGuarded.h"
+#include "platform/runtime/Report.h"
 
 namespace bench {
 
@@ -15,8 +15,9 @@ bool EventQueue::post(std::function<void()> event)
 {
     {
         const std::lock_guard lock(mutex_);
-        if (stopped_)
+        if (stopped_) {
             return false;
+        }
         events_.push_back(std::move(event));
         ++posted_;
     }
@@ -26,8 +27,9 @@ bool EventQueue::post(std::function<void()> event)
 
 void EventQueue::drain()
 {
-    if (std::this_thread::get_id() == listener_)
+    if (std::this_thread::get_id() == listener_) {
         return;
+    }
     std::unique_lock lock(mutex_);
     const std::uint64_t last = posted_;
     changed_.wait(lock, [&] { return done_ >= last || stopped_; });
@@ -42,8 +44,9 @@ void EventQueue::stop()
         dropped.swap(events_);
     }
     changed_.notify_all();
-    if (thread_.joinable())
+    if (thread_.joinable()) {
         thread_.join();
+    }
     // `dropped` is destroyed here, without the lock: what the events own may call back.
 }
 
@@ -52,8 +55,9 @@ void EventQueue::run()
     std::unique_lock lock(mutex_);
     for (;;) {
         changed_.wait(lock, [this] { return stopped_ || !events_.empty(); });
-        if (stopped_)
+        if (stopped_) {
             return;
+        }
         {
             const std::function<void()> event = std::move(events_.front());
             events_.pop_front();

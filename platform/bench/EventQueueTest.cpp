@@ -19,11 +19,12 @@ TEST(EventQueue, RunsEventsInTheirOrderOnOneThreadOfItsOwn)
     std::vector<int> order;
     std::vector<std::thread::id> threads;
 
-    for (int number = 1; number <= 3; ++number)
+    for (int number = 1; number <= 3; ++number) {
         queue.post([&, number] {
             order.push_back(number);
             threads.push_back(std::this_thread::get_id());
         });
+    }
     queue.drain();
 
     EXPECT_THAT(order, ElementsAre(1, 2, 3));

@@ -52,19 +52,19 @@ _GpsSatelliteData satellitesOf(const json& arguments)
     return data;
 }
 
-constexpr EventArgument kModule[] = {{"module", Int}};
-constexpr EventArgument kSpeed[] = {{"speed", Unsigned}};
-constexpr EventArgument kState[] = {{"state", Int}};
-constexpr EventArgument kStatus[] = {{"status", Int}};
-constexpr EventArgument kPairRequest[] = {{"address", Text}, {"name", Text}, {"type", Int}, {"state", Int}};
-constexpr EventArgument kFrequency[] = {{"band", Int}, {"value", Unsigned}, {"frequency", Unsigned}};
-constexpr EventArgument kAnnouncement[] = {{"freq", Unsigned}, {"active", Int}};
-constexpr EventArgument kMute[] = {{"state", Int}, {"channel", Int}};
-constexpr EventArgument kSatellites[] = {{"satellites", Satellites}, {"count", Int, false}};
-constexpr EventArgument kPosition[] = {{"latitude", Int}, {"longitude", Int}};
-constexpr EventArgument kCarInfo[] = {{"value", Byte}};
-constexpr EventArgument kSource[] = {{"source", Int}, {"status", Int}};
-constexpr EventArgument kPersistData[] = {{"module", Int}, {"value", Unsigned}};
+constexpr EventArgument kModule[] = {{"module", kInt}};
+constexpr EventArgument kSpeed[] = {{"speed", kUnsigned}};
+constexpr EventArgument kState[] = {{"state", kInt}};
+constexpr EventArgument kStatus[] = {{"status", kInt}};
+constexpr EventArgument kPairRequest[] = {{"address", kText}, {"name", kText}, {"type", kInt}, {"state", kInt}};
+constexpr EventArgument kFrequency[] = {{"band", kInt}, {"value", kUnsigned}, {"frequency", kUnsigned}};
+constexpr EventArgument kAnnouncement[] = {{"freq", kUnsigned}, {"active", kInt}};
+constexpr EventArgument kMute[] = {{"state", kInt}, {"channel", kInt}};
+constexpr EventArgument kSatelliteRows[] = {{"satellites", kSatellites}, {"count", kInt, false}};
+constexpr EventArgument kPosition[] = {{"latitude", kInt}, {"longitude", kInt}};
+constexpr EventArgument kCarInfo[] = {{"value", kByte}};
+constexpr EventArgument kSource[] = {{"source", kInt}, {"status", kInt}};
+constexpr EventArgument kPersistData[] = {{"module", kInt}, {"value", kUnsigned}};
 
 constexpr auto kEvents = std::to_array<Event>({
     {"OnModuleStatusChanged", kModule,
@@ -144,7 +144,7 @@ constexpr auto kEvents = std::to_array<Event>({
          tellListeners(services.deviceApp, [&](auto& listener) { listener.OnConnectionStatusChanged(info); });
      }},
 
-    {"OnAASatinfoChange", kSatellites,
+    {"OnAASatinfoChange", kSatelliteRows,
      [](Services& services, const json& arguments) {
          const auto data = satellitesOf(arguments);
          tellListeners(services.location, [&](auto& listener) { listener.OnAASatinfoChange(data); });
@@ -200,8 +200,9 @@ constexpr auto kEvents = std::to_array<Event>({
 
 bool isIntegerBetween(const json& value, std::int64_t least, std::int64_t most)
 {
-    if (value.is_number_unsigned())
+    if (value.is_number_unsigned()) {
         return value.get<std::uint64_t>() <= static_cast<std::uint64_t>(most);
+    }
     return value.is_number_integer() && value.get<std::int64_t>() >= least && value.get<std::int64_t>() <= most;
 }
 
@@ -219,15 +220,15 @@ bool isSatellite(const json& value)
 bool fits(ArgumentType type, const json& value)
 {
     switch (type) {
-        case Int:
+        case kInt:
             return isIntArgument(value);
-        case Unsigned:
+        case kUnsigned:
             return isIntegerBetween(value, 0, std::numeric_limits<std::uint32_t>::max());
-        case Byte:
+        case kByte:
             return isIntegerBetween(value, 0, 255);
-        case Text:
+        case kText:
             return value.is_string();
-        case Satellites:
+        case kSatellites:
             return value.is_array() && value.size() <= kMostSatellites && std::ranges::all_of(value, isSatellite);
     }
     return false;
@@ -236,15 +237,15 @@ bool fits(ArgumentType type, const json& value)
 const char* wanted(ArgumentType type)
 {
     switch (type) {
-        case Int:
+        case kInt:
             return "an integer from -2147483648 to 2147483647";
-        case Unsigned:
+        case kUnsigned:
             return "an integer from 0 to 4294967295";
-        case Byte:
+        case kByte:
             return "an integer from 0 to 255";
-        case Text:
+        case kText:
             return "a text";
-        case Satellites:
+        case kSatellites:
             return "an array of at most 20 arrays [number, signal]";
     }
     return "something else";
@@ -252,8 +253,9 @@ const char* wanted(ArgumentType type)
 
 std::string listOfArguments(const Event& event)
 {
-    if (event.arguments.empty())
+    if (event.arguments.empty()) {
         return "none";
+    }
     std::string list;
     for (const EventArgument& argument : event.arguments) {
         list += list.empty() ? "" : ", ";
@@ -265,36 +267,42 @@ std::string listOfArguments(const Event& event)
 [[noreturn]] void refuse(const Event& event, const std::string& why)
 {
     throw EventError(
-        EventError::Kind::InvalidArguments,
+        EventError::Kind::kInvalidArguments,
         protocol::printable(std::string(event.name) + ": " + why + "; its arguments are: " + listOfArguments(event)));
 }
 
 void checkArguments(const Event& event, const json& arguments)
 {
-    if (!arguments.is_object())
+    if (!arguments.is_object()) {
         refuse(event, "the arguments must be an object");
+    }
     for (const auto& [name, value] : arguments.items()) {
-        if (std::ranges::find(event.arguments, name, &EventArgument::name) == event.arguments.end())
+        if (std::ranges::find(event.arguments, name, &EventArgument::name) == event.arguments.end()) {
             refuse(event, "there is no argument \"" + name + "\"");
+        }
     }
     for (const EventArgument& argument : event.arguments) {
         const auto value = arguments.find(argument.name);
-        if (value == arguments.end() && argument.required)
+        if (value == arguments.end() && argument.required) {
             refuse(event, "\"" + std::string(argument.name) + "\" is missing");
-        if (value != arguments.end() && !fits(argument.type, *value))
+        }
+        if (value != arguments.end() && !fits(argument.type, *value)) {
             refuse(event, "\"" + std::string(argument.name) + "\" must be " + wanted(argument.type));
+        }
     }
 }
 
 const Event& findEvent(const std::string& name)
 {
     const auto event = std::ranges::find_if(kEvents, [&name](const Event& each) { return name == each.name; });
-    if (event != kEvents.end())
+    if (event != kEvents.end()) {
         return *event;
+    }
     std::string names;
-    for (const Event& each : kEvents)
+    for (const Event& each : kEvents) {
         names += (names.empty() ? "" : ", ") + std::string(each.name);
-    throw EventError(EventError::Kind::UnknownEvent,
+    }
+    throw EventError(EventError::Kind::kUnknownEvent,
                      protocol::printable("there is no event \"" + name + "\"; there are " + names));
 }
 

@@ -14,7 +14,7 @@ namespace bench {
 class EventError : public std::runtime_error
 {
 public:
-    enum class Kind { UnknownEvent, InvalidArguments, NoStartAction };
+    enum class Kind { kUnknownEvent, kInvalidArguments, kNoStartAction };
 
     EventError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
 
@@ -26,11 +26,11 @@ private:
 
 /// What an argument of an event may be.
 enum class ArgumentType {
-    Int,       ///< 32 bits and a sign
-    Unsigned,  ///< 32 bits
-    Byte,      ///< 0 to 255
-    Text,
-    Satellites,  ///< array of at most 20 arrays of two integers: number and signal
+    kInt,       ///< 32 bits and a sign
+    kUnsigned,  ///< 32 bits
+    kByte,      ///< 0 to 255
+    kText,
+    kSatellites,  ///< array of at most 20 arrays of two integers: number and signal
 };
 
 struct EventArgument {

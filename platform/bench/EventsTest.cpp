@@ -179,7 +179,7 @@ TEST_P(DeliveryTest, LacksNoArgument)
             unit_.raise(GetParam().event, lacking);
             ADD_FAILURE() << "delivered without " << name;
         } catch (const EventError& error) {
-            EXPECT_EQ(error.kind(), Kind::InvalidArguments);
+            EXPECT_EQ(error.kind(), Kind::kInvalidArguments);
             EXPECT_THAT(error.what(), HasSubstr("\"" + name + "\" is missing"));
         }
     }
@@ -191,12 +191,14 @@ INSTANTIATE_TEST_SUITE_P(Events, DeliveryTest, testing::ValuesIn(eventCases()),
 TEST(Events, EachIsTested)
 {
     std::set<std::string> tested;
-    for (const EventCase& each : eventCases())
+    for (const EventCase& each : eventCases()) {
         tested.insert(each.event);
+    }
 
     std::set<std::string> there;
-    for (const Event& event : allEvents())
+    for (const Event& event : allEvents()) {
         there.insert(event.name);
+    }
 
     EXPECT_EQ(tested, there);
 }
@@ -229,38 +231,38 @@ TEST_P(EventRefusalTest, SaysWhyAndNobodyIsTold)
 INSTANTIATE_TEST_SUITE_P(
     Events, EventRefusalTest,
     testing::Values(
-        RefusedEventCase{"UnknownName", "OnCarSpeed", R"({"speed":1})", Kind::UnknownEvent, "OnCarSpeedChange"},
-        RefusedEventCase{"UnknownNameWithLineEnd", "On\nCar", "{}", Kind::UnknownEvent, "\"On␊Car\""},
-        RefusedEventCase{"ArgumentsThatAreNoObject", "OnCarSpeedChange", "[1]", Kind::InvalidArguments, "an object"},
-        RefusedEventCase{"UnknownArgument", "OnCarSpeedChange", R"({"speed":1,"unit":2})", Kind::InvalidArguments,
+        RefusedEventCase{"UnknownName", "OnCarSpeed", R"({"speed":1})", Kind::kUnknownEvent, "OnCarSpeedChange"},
+        RefusedEventCase{"UnknownNameWithLineEnd", "On\nCar", "{}", Kind::kUnknownEvent, "\"On␊Car\""},
+        RefusedEventCase{"ArgumentsThatAreNoObject", "OnCarSpeedChange", "[1]", Kind::kInvalidArguments, "an object"},
+        RefusedEventCase{"UnknownArgument", "OnCarSpeedChange", R"({"speed":1,"unit":2})", Kind::kInvalidArguments,
                          "no argument \"unit\""},
-        RefusedEventCase{"ArgumentWhereNoneIsTaken", "OnFactoryResetMode", R"({"x":1})", Kind::InvalidArguments,
+        RefusedEventCase{"ArgumentWhereNoneIsTaken", "OnFactoryResetMode", R"({"x":1})", Kind::kInvalidArguments,
                          "its arguments are: none"},
-        RefusedEventCase{"TextForInteger", "OnCarSpeedChange", R"({"speed":"1"})", Kind::InvalidArguments,
+        RefusedEventCase{"TextForInteger", "OnCarSpeedChange", R"({"speed":"1"})", Kind::kInvalidArguments,
                          "\"speed\" must be an integer from 0 to 4294967295"},
-        RefusedEventCase{"FractionForInteger", "OnStatusChange", R"({"status":1.5})", Kind::InvalidArguments,
+        RefusedEventCase{"FractionForInteger", "OnStatusChange", R"({"status":1.5})", Kind::kInvalidArguments,
                          "\"status\" must be"},
-        RefusedEventCase{"NegativeForUnsigned", "OnCarSpeedChange", R"({"speed":-1})", Kind::InvalidArguments,
+        RefusedEventCase{"NegativeForUnsigned", "OnCarSpeedChange", R"({"speed":-1})", Kind::kInvalidArguments,
                          "from 0"},
-        RefusedEventCase{"AboveUnsigned", "OnCarSpeedChange", R"({"speed":4294967296})", Kind::InvalidArguments,
+        RefusedEventCase{"AboveUnsigned", "OnCarSpeedChange", R"({"speed":4294967296})", Kind::kInvalidArguments,
                          "to 4294967295"},
-        RefusedEventCase{"AboveSigned", "OnStatusChange", R"({"status":2147483648})", Kind::InvalidArguments,
+        RefusedEventCase{"AboveSigned", "OnStatusChange", R"({"status":2147483648})", Kind::kInvalidArguments,
                          "to 2147483647"},
-        RefusedEventCase{"BelowSigned", "OnStatusChange", R"({"status":-2147483649})", Kind::InvalidArguments,
+        RefusedEventCase{"BelowSigned", "OnStatusChange", R"({"status":-2147483649})", Kind::kInvalidArguments,
                          "from -2147483648"},
-        RefusedEventCase{"AboveByte", "OnLCarInfoChange", R"({"value":256})", Kind::InvalidArguments, "from 0 to 255"},
+        RefusedEventCase{"AboveByte", "OnLCarInfoChange", R"({"value":256})", Kind::kInvalidArguments, "from 0 to 255"},
         RefusedEventCase{"IntegerForText", "OnAnswerPairRequest", R"({"address":1,"name":"","type":0,"state":0})",
-                         Kind::InvalidArguments, "\"address\" must be a text"},
+                         Kind::kInvalidArguments, "\"address\" must be a text"},
         RefusedEventCase{"TwentyOneSatellites", "OnAASatinfoChange",
                          R"({"satellites":[[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],
                                            [1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1],[1,1]]})",
-                         Kind::InvalidArguments, "at most 20"},
+                         Kind::kInvalidArguments, "at most 20"},
         RefusedEventCase{"SatelliteWithoutSignal", "OnAASatinfoChange", R"({"satellites":[[1]]})",
-                         Kind::InvalidArguments, "[number, signal]"},
+                         Kind::kInvalidArguments, "[number, signal]"},
         RefusedEventCase{"SatelliteThatIsAnInteger", "OnAASatinfoChange", R"({"satellites":[1]})",
-                         Kind::InvalidArguments, "[number, signal]"},
+                         Kind::kInvalidArguments, "[number, signal]"},
         RefusedEventCase{"CountThatIsAText", "OnAASatinfoChange", R"({"satellites":[],"count":"1"})",
-                         Kind::InvalidArguments, "\"count\" must be"}),
+                         Kind::kInvalidArguments, "\"count\" must be"}),
     [](const auto& each) { return each.param.name; });
 
 TEST_F(EventsTest, SatelliteCountMayDifferFromTheRows)
@@ -273,8 +275,9 @@ TEST_F(EventsTest, SatelliteCountMayDifferFromTheRows)
 TEST_F(EventsTest, TwentySatellitesHaveRoom)
 {
     json rows = json::array();
-    for (int number = 1; number <= 20; ++number)
+    for (int number = 1; number <= 20; ++number) {
         rows.push_back({number, 100 + number});
+    }
 
     unit_.raiseAndWait("OnAASatinfoChange", {{"satellites", rows}});
 

@@ -51,10 +51,12 @@ void FakeAppManager::SetStartServiceAction(ServiceModule module, StartAction act
 int FakeAppManager::RequestStartModuleProcess(int process, int requester)
 {
     context_.calls.add(kAppManagerService, "RequestStartModuleProcess", {process, requester});
-    if (process != kWifiProcess)
+    if (process != kWifiProcess) {
         return 0;
-    if (!context_.state.flag("/app_manager/starts_on_request"))
+    }
+    if (!context_.state.flag("/app_manager/starts_on_request")) {
         return 1;
+    }
     const std::chrono::milliseconds delay(context_.state.number("/app_manager/start_delay_ms"));
     timers_.after(
         delay, [this] { context_.events.post([this] { bringUp(MODULE_WIFI); }); }, this);
@@ -65,11 +67,13 @@ void FakeAppManager::serviceInitialised()
 {
     {
         const std::lock_guard lock(mutex_);
-        if (!serviceReady_)
+        if (!serviceReady_) {
             return;
+        }
     }
-    for (const int module : context_.state.numbers("/app_manager/boot_modules"))
+    for (const int module : context_.state.numbers("/app_manager/boot_modules")) {
         context_.events.post([this, module] { bringUp(module); });
+    }
 }
 
 std::optional<int> FakeAppManager::startModule(int module)
@@ -77,11 +81,13 @@ std::optional<int> FakeAppManager::startModule(int module)
     StartAction action = nullptr;
     {
         const std::lock_guard lock(mutex_);
-        if (const auto found = startActions_.find(module); found != startActions_.end())
+        if (const auto found = startActions_.find(module); found != startActions_.end()) {
             action = found->second;
+        }
     }
-    if (action == nullptr)
+    if (action == nullptr) {
         return std::nullopt;
+    }
     return action(static_cast<ServiceModule>(module));
 }
 

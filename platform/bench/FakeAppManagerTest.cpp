@@ -57,7 +57,7 @@ protected:
         return happened;
     }
 
-    runtime::TimerService timers_{runtime::TimerService::Clock::Manual};
+    runtime::TimerService timers_{runtime::TimerService::Clock::kManual};
     HeadUnit unit_{timers_};
     KYRAppMgrService* manager_ = nullptr;
     Reports reports_;
@@ -150,7 +150,7 @@ TEST_F(FakeAppManagerTest, ModuleWithoutStartActionIsRefused)
         unit_.startModule(4);
         FAIL() << "started";
     } catch (const EventError& error) {
-        EXPECT_EQ(error.kind(), EventError::Kind::NoStartAction);
+        EXPECT_EQ(error.kind(), EventError::Kind::kNoStartAction);
         EXPECT_STREQ(error.what(), "the service has registered no start action for module 4");
     }
 }

@@ -37,8 +37,9 @@ FakeBluetooth* adapter()
 int FakeBluetooth::getAttribute(int attribute, std::string& value) const
 {
     const auto text = context_.state.textAt("/bluetooth/attributes", attribute);
-    if (!text)
+    if (!text) {
         return 0;
+    }
     value = *text;
     return 1;
 }
@@ -107,17 +108,20 @@ void FakeBluetooth::tellClients(const std::function<void(IKYRBtComListener&)>& t
 {
     Clients& all = clients();
     const KYRAutoLock lock(all.mutex);
-    for (const auto& [client, listener] : std::vector(all.listenerOf.begin(), all.listenerOf.end()))
-        if (all.listenerOf.contains(client))
+    for (const auto& [client, listener] : std::vector(all.listenerOf.begin(), all.listenerOf.end())) {
+        if (all.listenerOf.contains(client)) {
             tell(*listener);
+        }
+    }
 }
 
 }  // namespace bench
 
 KYRBtCom::KYRBtCom(IKYRBtComListener* pListener) : m_pListener(pListener)
 {
-    if (m_pListener == nullptr)
+    if (m_pListener == nullptr) {
         return;
+    }
     bench::Clients& all = bench::clients();
     const KYRAutoLock lock(all.mutex);
     all.listenerOf[this] = m_pListener;
@@ -144,8 +148,9 @@ int KYRBtCom::DeletePairDeviceList()
 
 void KYRBtCom::SetCapability(KYRBtType::Capability eCapability, int nValue)
 {
-    if (bench::FakeBluetooth* const bluetooth = bench::adapter())
+    if (bench::FakeBluetooth* const bluetooth = bench::adapter()) {
         bluetooth->setCapability(eCapability, nValue);
+    }
 }
 
 int KYRBtCom::GetCapability(KYRBtType::Capability eCapability)
@@ -156,20 +161,23 @@ int KYRBtCom::GetCapability(KYRBtType::Capability eCapability)
 
 void KYRBtCom::AnswerPair(const std::string& strAddress, const std::string& strName, KYRBtType::PairRequestState eState)
 {
-    if (bench::FakeBluetooth* const bluetooth = bench::adapter())
+    if (bench::FakeBluetooth* const bluetooth = bench::adapter()) {
         bluetooth->answerPair(strAddress, strName, eState);
+    }
 }
 
 void KYRBtPhone::AcceptCall()
 {
-    if (bench::FakeBluetooth* const bluetooth = bench::adapter())
+    if (bench::FakeBluetooth* const bluetooth = bench::adapter()) {
         bluetooth->acceptCall();
+    }
 }
 
 void KYRBtPhone::TerminateCall()
 {
-    if (bench::FakeBluetooth* const bluetooth = bench::adapter())
+    if (bench::FakeBluetooth* const bluetooth = bench::adapter()) {
         bluetooth->terminateCall();
+    }
 }
 
 KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
@@ -180,8 +188,9 @@ KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
 
 void KYRBtPhone::GetCurrentCallInfo(KYRTypeCallInfo& info)
 {
-    if (const bench::FakeBluetooth* const bluetooth = bench::adapter())
+    if (const bench::FakeBluetooth* const bluetooth = bench::adapter()) {
         info.eCallState = bluetooth->callState();
+    }
 }
 
 KYRBtConnectionState KYRBtMedia::GetMediaConnectionState()

@@ -12,8 +12,9 @@ int FakeConfig::GetBool(const char* key)
 int FakeConfig::GetText(const char* key, std::string& value)
 {
     auto text = context_.state.configText(key);
-    if (!text)
+    if (!text) {
         return 0;
+    }
     value = std::move(*text);
     return 1;
 }

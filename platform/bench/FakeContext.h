@@ -30,9 +30,11 @@ void tellListeners(Registry& registry, Tell tell)
     } const lock(registry);
 
     const auto& listeners = *registry.GetListeners();
-    for (auto* const listener : std::vector(listeners.begin(), listeners.end()))
-        if (listeners.contains(listener))
+    for (auto* const listener : std::vector(listeners.begin(), listeners.end())) {
+        if (listeners.contains(listener)) {
             tell(*listener);
+        }
+    }
 }
 
 }  // namespace bench

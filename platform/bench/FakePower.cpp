@@ -12,8 +12,9 @@ constexpr const char* kPowerService = "power";
 void FakePower::SetPowerState(PowerState state)
 {
     context_.calls.add(kPowerService, "SetPowerState", {int{state}});
-    if (state == PS_SHUT_DOWN)
+    if (state == PS_SHUT_DOWN) {
         context_.state.set("/power/shut_down", true);
+    }
 }
 
 int FakePower::GetPowerState()
@@ -29,8 +30,9 @@ int FakePower::GetPowerStatus()
 void FakePower::SwitchPowerMode(int on)
 {
     context_.calls.add(kPowerService, "SwitchPowerMode", {on});
-    if (on == 0 || on == 1)
+    if (on == 0 || on == 1) {
         context_.state.set("/power/status", int{on == 1 ? POWER_STATUS_ON : POWER_STATUS_OFF});
+    }
 }
 
 int FakePower::GetCurScreenLightType()

@@ -10,8 +10,9 @@ int FakeSourceManager::request(int source, KYRSource::AudioGainType gain)
 {
     context_.calls.add("source", "Request", {source, int{gain}});
     const auto available = context_.state.numbers("/source/available");
-    if (std::ranges::find(available, source) == available.end())
+    if (std::ranges::find(available, source) == available.end()) {
         return 0;
+    }
     context_.state.set("/source/current", source);
     return 1;
 }
@@ -40,12 +41,14 @@ KYRSource::SourceID KYRSource::GetCurrentSource(SourceType)
 
 void KYRSource::AddListener(IKYRSourceListener* pListener)
 {
-    if (bench::Services* const services = bench::installedServices())
+    if (bench::Services* const services = bench::installedServices()) {
         services->sourceManager.AddListener(pListener);
+    }
 }
 
 void KYRSource::RemoveListener(IKYRSourceListener* pListener)
 {
-    if (bench::Services* const services = bench::installedServices())
+    if (bench::Services* const services = bench::installedServices()) {
         services->sourceManager.RemoveListener(pListener);
+    }
 }

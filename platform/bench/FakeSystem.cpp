@@ -76,20 +76,24 @@ bool runShell(std::string command, bool waits)
 
     const SpawnSettings settings;
     pid_t child = 0;
-    if (posix_spawn(&child, "/bin/sh", settings.actions(), settings.attributes(), arguments, environ) != 0)
+    if (posix_spawn(&child, "/bin/sh", settings.actions(), settings.attributes(), arguments, environ) != 0) {
         return false;
+    }
     int status = 0;
-    while (waitpid(child, &status, 0) == -1)
-        if (errno != EINTR)
+    while (waitpid(child, &status, 0) == -1) {
+        if (errno != EINTR) {
             return false;
+        }
+    }
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 /// @returns whether there is no such file now.
 bool removeFile(const std::string& path, bool force)
 {
-    if (!force && access(path.c_str(), F_OK) == 0 && access(path.c_str(), W_OK) != 0)
+    if (!force && access(path.c_str(), F_OK) == 0 && access(path.c_str(), W_OK) != 0) {
         return false;
+    }
     return unlink(path.c_str()) == 0 || errno == ENOENT || errno == ENOTDIR;
 }
 
@@ -100,18 +104,21 @@ bool removeFilesThatBegin(const std::string& beginning, bool force)
     const std::string nameBegins = fs::path(beginning).filename();
     std::error_code error;
     fs::directory_iterator entry(directory.empty() ? "." : directory, error);
-    if (error)
+    if (error) {
         return error == std::errc::no_such_file_or_directory;
+    }
 
     std::vector<std::string> files;  // read first: removing while reading may skip entries
     for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
         std::error_code unknown;
         const bool isDirectory = entry->symlink_status(unknown).type() == fs::file_type::directory;
-        if (!isDirectory && entry->path().filename().string().starts_with(nameBegins))
+        if (!isDirectory && entry->path().filename().string().starts_with(nameBegins)) {
             files.push_back(entry->path());
+        }
     }
-    if (error)
+    if (error) {
         return false;
+    }
     // All are tried, also after a failure.
     return std::ranges::count_if(files, [force](const std::string& file) { return !removeFile(file, force); }) == 0;
 }
@@ -122,8 +129,9 @@ bool FakeSystem::execute(const std::string& command, bool waits)
 {
     const std::string named = commandLessRoot(command, KYR_GetRootPath());
     context_.calls.add(kSystemService, "Execute", {named});
-    if (beginsWithAny(named, context_.state.texts("/system/failing_commands")))
+    if (beginsWithAny(named, context_.state.texts("/system/failing_commands"))) {
         return false;
+    }
     return runShell(command, waits);
 }
 
@@ -131,10 +139,12 @@ bool FakeSystem::remove(const std::string& path, bool force)
 {
     const std::string named = pathLessRoot(path, KYR_GetRootPath());
     context_.calls.add(kSystemService, "RemoveFile", {named});
-    if (beginsWithAny(named, context_.state.texts("/system/failing_removals")))
+    if (beginsWithAny(named, context_.state.texts("/system/failing_removals"))) {
         return false;
-    if (path.ends_with('*'))
+    }
+    if (path.ends_with('*')) {
         return removeFilesThatBegin(path.substr(0, path.size() - 1), force);
+    }
     return removeFile(path, force);
 }
 

@@ -45,8 +45,9 @@ protected:
     std::vector<std::string> names() const
     {
         std::vector<std::string> all;
-        for (const auto& entry : fs::directory_iterator(directory_.path()))
+        for (const auto& entry : fs::directory_iterator(directory_.path())) {
             all.push_back(entry.path().filename());
+        }
         return all;
     }
 

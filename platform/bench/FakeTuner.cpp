@@ -17,8 +17,9 @@ constexpr int kUp = 1;
 /// @returns the station next to `frequency`, round at the band's end; nothing without stations.
 std::optional<int> nextStation(std::vector<int> stations, int frequency, int direction)
 {
-    if (stations.empty())
+    if (stations.empty()) {
         return std::nullopt;
+    }
     std::ranges::sort(stations);
     if (direction == kUp) {
         const auto above = std::ranges::upper_bound(stations, frequency);
@@ -60,11 +61,13 @@ void FakeTuner::SwitchBandRequest(BandID band)
 void FakeTuner::Seek(BandID band, int direction)
 {
     context_.calls.add(kTunerService, "Seek", {int{band}, direction});
-    if (direction != kUp && direction != kDown)
+    if (direction != kUp && direction != kDown) {
         return;
+    }
     const int frequency = context_.state.numberAt("/tuner/frequency", band).value_or(0);
-    if (const auto station = nextStation(context_.state.numbersAt("/tuner/stations", band), frequency, direction))
+    if (const auto station = nextStation(context_.state.numbersAt("/tuner/stations", band), frequency, direction)) {
         tune(band, *station);
+    }
 }
 
 void FakeTuner::AutoStore()

@@ -44,8 +44,9 @@ void HeadUnit::raise(const std::string& name, const nlohmann::json& arguments, s
 {
     events_.post([deliver = makeEvent(*services_, name, arguments), finish = std::move(then)] {
         deliver();
-        if (finish)
+        if (finish) {
             finish();
+        }
     });
 }
 
@@ -57,9 +58,10 @@ void HeadUnit::raiseAndWait(const std::string& name, const nlohmann::json& argum
 
 int HeadUnit::startModule(int module)
 {
-    if (const auto result = services_->appManager.startModule(module))
+    if (const auto result = services_->appManager.startModule(module)) {
         return *result;
-    throw EventError(EventError::Kind::NoStartAction,
+    }
+    throw EventError(EventError::Kind::kNoStartAction,
                      "the service has registered no start action for module " + std::to_string(module));
 }
 

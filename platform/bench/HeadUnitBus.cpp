@@ -58,17 +58,17 @@ private:
 
 const char* nameOf(StateError::Kind kind)
 {
-    return kind == StateError::Kind::UnknownPath ? "UnknownPath" : "InvalidValue";
+    return kind == StateError::Kind::kUnknownPath ? "UnknownPath" : "InvalidValue";
 }
 
 const char* nameOf(EventError::Kind kind)
 {
     switch (kind) {
-        case EventError::Kind::UnknownEvent:
+        case EventError::Kind::kUnknownEvent:
             return "UnknownEvent";
-        case EventError::Kind::InvalidArguments:
+        case EventError::Kind::kInvalidArguments:
             return "InvalidArguments";
-        case EventError::Kind::NoStartAction:
+        case EventError::Kind::kNoStartAction:
             return "NoStartAction";
     }
     return "InvalidArguments";
@@ -81,8 +81,9 @@ public:
     explicit PendingCall(GDBusMethodInvocation* invocation) : invocation_(invocation) {}
     ~PendingCall()
     {
-        if (invocation_ != nullptr)
+        if (invocation_ != nullptr) {
             refuseAs("org.freedesktop.DBus.Error.Failed", "the head unit has stopped, or a listener has failed");
+        }
     }
     PendingCall(const PendingCall&) = delete;
     PendingCall& operator=(const PendingCall&) = delete;
@@ -135,7 +136,7 @@ nlohmann::json parseValue(const char* text)
     try {
         return parseJson(text);
     } catch (const JsonError& error) {
-        throw StateError(StateError::Kind::InvalidValue, std::string("the value is ") + error.what());
+        throw StateError(StateError::Kind::kInvalidValue, std::string("the value is ") + error.what());
     }
 }
 
@@ -144,7 +145,7 @@ nlohmann::json parseArguments(const char* text)
     try {
         return parseJson(text);
     } catch (const JsonError& error) {
-        throw EventError(EventError::Kind::InvalidArguments, std::string("the arguments are ") + error.what());
+        throw EventError(EventError::Kind::kInvalidArguments, std::string("the arguments are ") + error.what());
     }
 }
 
@@ -169,16 +170,18 @@ public:
         std::promise<std::string> outcome;
         auto result = outcome.get_future();
         thread_ = std::thread([this, given = std::move(outcome)]() mutable { run(std::move(given)); });
-        if (result.wait_for(kStartTimeout) == std::future_status::timeout)
+        if (result.wait_for(kStartTimeout) == std::future_status::timeout) {
             g_cancellable_cancel(cancellable_.get());
+        }
         error = result.get();
         return error.empty();
     }
 
     void stop()
     {
-        if (!thread_.joinable())
+        if (!thread_.joinable()) {
             return;
+        }
         attach([](gpointer self) -> gboolean {
             static_cast<Session*>(self)->stopped_ = true;
             return G_SOURCE_REMOVE;
@@ -198,11 +201,13 @@ private:
         void push(OutgoingSignal signal)
         {
             const std::lock_guard lock(mutex);
-            if (session == nullptr)
+            if (session == nullptr) {
                 return;
+            }
             signals.push(std::move(signal));
-            if (std::exchange(scheduled, true))
+            if (std::exchange(scheduled, true)) {
                 return;
+            }
             // Under the lock, so that the session is there; attaching only wakes its thread.
             session->attach([](gpointer self) -> gboolean {
                 static_cast<Session*>(self)->sendSignals();
@@ -225,13 +230,15 @@ private:
     {
         g_main_context_push_thread_default(context_);
         const std::string error = open();
-        if (error.empty())
+        if (error.empty()) {
             observe();
+        }
         outcome.set_value(error);
         while (error.empty() && !stopped_) {
             g_main_context_iteration(context_, TRUE);
-            if (std::exchange(lost_, false))
+            if (std::exchange(lost_, false)) {
                 reopen();
+            }
         }
         unobserve();
         close();
@@ -243,24 +250,27 @@ private:
     {
         Error error;
         const GText address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_.get(), error.out()));
-        if (!address)
+        if (!address) {
             return "no session bus: " + error.text();
+        }
         // Not the process's shared connection, which ends the process when the bus goes.
         connection_.reset(g_dbus_connection_new_for_address_sync(
             address.get(),
             static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                               G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
             nullptr, cancellable_.get(), error.out()));
-        if (!connection_)
+        if (!connection_) {
             return "no session bus: " + error.text();
+        }
         g_dbus_connection_set_exit_on_close(connection_.get(), FALSE);
         g_signal_connect(connection_.get(), "closed",
                          G_CALLBACK(+[](GDBusConnection*, gboolean, GError*, gpointer self) {
                              static_cast<Session*>(self)->lost_ = true;
                          }),
                          this);
-        if (!offerObject(error))
+        if (!offerObject(error)) {
             return "the head unit cannot be offered on the session bus: " + error.text();
+        }
         return ownName();
     }
 
@@ -302,13 +312,15 @@ private:
             connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
             g_variant_new("(su)", kBusName, kDoNotQueue), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE,
             static_cast<gint>(std::chrono::milliseconds(kStartTimeout).count()), cancellable_.get(), error.out());
-        if (reply == nullptr)
+        if (reply == nullptr) {
             return std::string("the bus name ") + kBusName + " cannot be had: " + error.text();
+        }
         guint32 result = 0;
         g_variant_get(reply, "(u)", &result);
         g_variant_unref(reply);
-        if (result != kPrimaryOwner)
+        if (result != kPrimaryOwner) {
             return std::string("the bus name ") + kBusName + " is taken by another process";
+        }
         return "";
     }
 
@@ -326,8 +338,9 @@ private:
 
     void unobserve()
     {
-        if (!outbox_)
+        if (!outbox_) {
             return;
+        }
         unit_.state().changes().remove(changeObserver_);
         unit_.calls().additions().remove(callObserver_);
         const std::lock_guard lock(outbox_->mutex);
@@ -338,17 +351,20 @@ private:
     void sendSignals()
     {
         constexpr int kBatch = 64;
-        if (flushing_ || !connection_)
+        if (flushing_ || !connection_) {
             return;
+        }
         for (int count = 0; count < kBatch; ++count) {
             const auto signal = nextSignal();
-            if (!signal)
+            if (!signal) {
                 break;
+            }
             emit(*signal);
             flushing_ = true;
         }
-        if (flushing_)
+        if (flushing_) {
             g_dbus_connection_flush(connection_.get(), nullptr, onFlushed, this);
+        }
     }
 
     std::optional<OutgoingSignal> nextSignal()
@@ -373,15 +389,17 @@ private:
         auto* const self = static_cast<Session*>(data);
         g_dbus_connection_flush_finish(G_DBUS_CONNECTION(connection), result, nullptr);
         self->flushing_ = false;
-        if (!self->stopped_)
+        if (!self->stopped_) {
             self->sendSignals();
+        }
     }
 
     /// Closes the connection, which gives the name back, and waits for that as long as is decent.
     void close()
     {
-        if (!connection_)
+        if (!connection_) {
             return;
+        }
         g_signal_handlers_disconnect_by_data(connection_.get(), this);
         if (object_) {
             g_dbus_interface_skeleton_unexport(G_DBUS_INTERFACE_SKELETON(object_.get()));
@@ -398,8 +416,9 @@ private:
             },
             &late, nullptr);
         g_source_attach(timeout, context_);
-        while ((!closed_ || flushing_) && !late)
+        while ((!closed_ || flushing_) && !late) {
             g_main_context_iteration(context_, TRUE);
+        }
         g_source_destroy(timeout);
         g_source_unref(timeout);
     }
@@ -454,8 +473,9 @@ private:
     {
         return answering(invocation, [&](const auto& call) {
             auto record = nlohmann::ordered_json::array();
-            for (const Call& each : static_cast<Session*>(data)->unit_.calls().list())
+            for (const Call& each : static_cast<Session*>(data)->unit_.calls().list()) {
                 record.push_back(toJson(each));
+            }
             call->answer(toText(record));
         });
     }
@@ -470,9 +490,10 @@ private:
 
     static int moduleNumber(guint module)
     {
-        if (module > static_cast<guint>(std::numeric_limits<int>::max()))
-            throw EventError(EventError::Kind::NoStartAction,
+        if (module > static_cast<guint>(std::numeric_limits<int>::max())) {
+            throw EventError(EventError::Kind::kNoStartAction,
                              "the service has registered no start action for module " + std::to_string(module));
+        }
         return static_cast<int>(module);
     }
 
@@ -501,8 +522,9 @@ HeadUnitBus::~HeadUnitBus()
 bool HeadUnitBus::start(std::string& error)
 {
     auto session = std::make_unique<Session>(unit_);
-    if (!session->start(error))
+    if (!session->start(error)) {
         return false;
+    }
     session_ = std::move(session);
     return true;
 }

@@ -67,8 +67,9 @@ public:
         GError* error = nullptr;
         GVariant* const reply = g_dbus_connection_call_sync(connection_, kName, kPath, kName, method, arguments,
                                                             nullptr, G_DBUS_CALL_FLAGS_NONE, 20'000, nullptr, &error);
-        if (reply == nullptr)
+        if (reply == nullptr) {
             return refused(error);
+        }
         char* const text = g_variant_print(reply, FALSE);
         Answer answer{text, "", ""};
         g_free(text);
@@ -81,8 +82,9 @@ public:
     {
         GVariant* const reply = g_dbus_connection_call_sync(connection_, kName, kPath, kName, method, arguments,
                                                             nullptr, G_DBUS_CALL_FLAGS_NONE, 20'000, nullptr, nullptr);
-        if (reply == nullptr)
+        if (reply == nullptr) {
             return "no answer";
+        }
         const char* text = nullptr;
         g_variant_get(reply, "(&s)", &text);
         json value = json::parse(text);
@@ -104,8 +106,9 @@ public:
             },
             &late, nullptr);
         g_source_attach(deadline, context_);
-        while (signals_.size() < count && !late)
+        while (signals_.size() < count && !late) {
             g_main_context_iteration(context_, TRUE);
+        }
         g_source_destroy(deadline);
         g_source_unref(deadline);
         return signals_;
@@ -141,16 +144,18 @@ class SessionBusAddress
 public:
     explicit SessionBusAddress(const std::string& address)
     {
-        if (const char* const before = std::getenv("DBUS_SESSION_BUS_ADDRESS"))
+        if (const char* const before = std::getenv("DBUS_SESSION_BUS_ADDRESS")) {
             before_ = before;
+        }
         setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
     }
     ~SessionBusAddress()
     {
-        if (before_)
+        if (before_) {
             setenv("DBUS_SESSION_BUS_ADDRESS", before_->c_str(), 1);
-        else
+        } else {
             unsetenv("DBUS_SESSION_BUS_ADDRESS");
+        }
     }
 
 private:
@@ -370,8 +375,9 @@ TEST_F(HeadUnitBusTest, BusThatStandsStillHoldsNobodyUpAndGetsTheNewestLater)
     const std::string last = "StateChanged('/wifi/text', '\"last\"')";
     bus_.stop();
 
-    for (int number = 0; number < 200; ++number)
+    for (int number = 0; number < 200; ++number) {
         unit_.state().set("/wifi/text", large);
+    }
     unit_.state().set("/wifi/text", "last");
     bus_.cont();
 
@@ -388,8 +394,9 @@ TEST_F(HeadUnitBusTest, StoppingDoesNotWaitForABusThatStandsStill)
 {
     const std::string large(100'000, 'x');
     bus_.stop();
-    for (int number = 0; number < 20; ++number)
+    for (int number = 0; number < 20; ++number) {
         unit_.state().set("/wifi/text", large);
+    }
 
     const auto begin = std::chrono::steady_clock::now();
     headUnitBus_.stop();

@@ -20,8 +20,9 @@ std::string withoutIdentifier(const std::string& message)
 nlohmann::json parseJson(std::string_view text)
 {
     const auto limitDepth = [](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
-        if (depth > kDeepestNesting)
+        if (depth > kDeepestNesting) {
             throw JsonError("nested deeper than " + std::to_string(kDeepestNesting) + " levels");
+        }
         return true;
     };
     try {

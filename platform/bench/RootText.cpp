@@ -22,10 +22,11 @@ std::string inQuotes(std::string_view text)
 {
     std::string result = "'";
     for (const char character : text) {
-        if (character == '\'')
+        if (character == '\'') {
             result += kQuoteInQuotes;
-        else
+        } else {
             result += character;
+        }
     }
     return result + "'";
 }
@@ -82,10 +83,12 @@ std::string commandLessRoot(std::string_view command, std::string_view root)
                 continue;
             }
         }
-        if (atStart && hasRoot(command, root))
+        if (atStart && hasRoot(command, root)) {
             command.remove_prefix(root.size());
-        if (command.empty())
+        }
+        if (command.empty()) {
             break;
+        }
         result += command.front();
         atStart = command.front() == ' ' || command.front() == '=' || command.front() == '>';
         command.remove_prefix(1);

@@ -21,8 +21,9 @@ TEST(SignalOutbox, DropsTheOldestWhenThereIsNoSpace)
     SignalOutbox outbox;
     const std::size_t pushed = 3 * SignalOutbox::kMostBytes / 1000;
 
-    for (std::size_t number = 0; number < pushed; ++number)
+    for (std::size_t number = 0; number < pushed; ++number) {
         outbox.push({"Called", std::to_string(number), std::string(1000, 'x')});
+    }
 
     std::size_t kept = 0;
     std::string last;

@@ -29,7 +29,7 @@ void State::set(const std::string& path, const json& value)
             checkState(candidate, document_);
         } catch (const StateError& error) {
             // The path was right; a name that the state does not have stands in the value.
-            throw StateError(StateError::Kind::InvalidValue, error.what());
+            throw StateError(StateError::Kind::kInvalidValue, error.what());
         }
         replaceLocked(std::move(candidate));
         changes_.enqueue({path, value});
@@ -95,8 +95,9 @@ std::optional<bool> State::configFlag(const char* key) const
     const std::shared_lock lock(mutex_);
     const json& config = rowLocked("/config");
     const auto item = config.find(key);
-    if (item == config.end() || !item->is_boolean())
+    if (item == config.end() || !item->is_boolean()) {
         return std::nullopt;
+    }
     return item->get<bool>();
 }
 
@@ -105,8 +106,9 @@ std::optional<std::string> State::configText(const char* key) const
     const std::shared_lock lock(mutex_);
     const json& config = rowLocked("/config");
     const auto item = config.find(key);
-    if (item == config.end() || !item->is_string())
+    if (item == config.end() || !item->is_string()) {
         return std::nullopt;
+    }
     return item->get<std::string>();
 }
 
@@ -123,8 +125,9 @@ std::optional<Value> State::readAt(StateKey key, int number) const
     const std::shared_lock lock(mutex_);
     const json& row = rowLocked(key);
     const auto item = row.find(std::to_string(number));
-    if (item == row.end())
+    if (item == row.end()) {
         return std::nullopt;
+    }
     return item->get<Value>();
 }
 
@@ -132,13 +135,15 @@ void State::replaceLocked(json candidate)
 {
     static const auto pointers = [] {
         std::vector<json::json_pointer> all;
-        for (const StateRow& row : kStateRows)
+        for (const StateRow& row : kStateRows) {
             all.emplace_back(std::string(row.path));
+        }
         return all;
     }();
     document_ = std::move(candidate);
-    for (std::size_t row = 0; row < kStateRows.size(); ++row)
+    for (std::size_t row = 0; row < kStateRows.size(); ++row) {
         rows_[row] = &document_.at(pointers[row]);
+    }
 }
 
 }  // namespace bench

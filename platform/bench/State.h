@@ -15,16 +15,16 @@ namespace bench {
 
 /// What a value of the state may be. Integers have 32 bits and a sign.
 enum class StateType {
-    Bool,
-    Int,
-    Text,
-    IntArray,
-    TextArray,
-    Versions,     ///< exactly 11 texts
-    IntMap,       ///< integers by decimal number; open: a new number may be set
-    TextMap,      ///< texts by decimal number; open
-    IntArrayMap,  ///< arrays of integers by decimal number; open
-    Config,       ///< true or false, integers and texts by keys that begin with '/'; open; a key keeps its type
+    kBool,
+    kInt,
+    kText,
+    kIntArray,
+    kTextArray,
+    kVersions,     ///< exactly 11 texts
+    kIntMap,       ///< integers by decimal number; open: a new number may be set
+    kTextMap,      ///< texts by decimal number; open
+    kIntArrayMap,  ///< arrays of integers by decimal number; open
+    kConfig,       ///< true or false, integers and texts by keys that begin with '/'; open; a key keeps its type
 };
 
 struct StateRow {
@@ -37,64 +37,64 @@ struct StateRow {
 inline constexpr auto kStateRows = std::to_array<StateRow>({
     // The application manager: whether it can be reached; the modules it starts once this service is ready; whether a
     // request brings Wi-Fi up, and after how many milliseconds.
-    {"/app_manager/available", StateType::Bool, "true"},
-    {"/app_manager/boot_modules", StateType::IntArray, "[1,2,3,5,7,8,9,15,20]"},
-    {"/app_manager/starts_on_request", StateType::Bool, "true"},
-    {"/app_manager/start_delay_ms", StateType::Int, "200"},
+    {"/app_manager/available", StateType::kBool, "true"},
+    {"/app_manager/boot_modules", StateType::kIntArray, "[1,2,3,5,7,8,9,15,20]"},
+    {"/app_manager/starts_on_request", StateType::kBool, "true"},
+    {"/app_manager/start_delay_ms", StateType::kInt, "200"},
 
     // Beginnings of the commands and of the paths to remove that fail without being carried out.
-    {"/system/failing_commands", StateType::TextArray, "[]"},
-    {"/system/failing_removals", StateType::TextArray, "[]"},
+    {"/system/failing_commands", StateType::kTextArray, "[]"},
+    {"/system/failing_removals", StateType::kTextArray, "[]"},
 
-    {"/source/current", StateType::Int, "1"},
-    {"/source/available", StateType::IntArray, "[1,3,6,7,9,10,14,16,25,30,44]"},
+    {"/source/current", StateType::kInt, "1"},
+    {"/source/available", StateType::kIntArray, "[1,3,6,7,9,10,14,16,25,30,44]"},
 
     // An `available` that is false takes the service away from whoever asks for it next. Mute is by channel.
-    {"/audio/available", StateType::Bool, "true"},
-    {"/audio/volume_limit", StateType::Int, "40"},
-    {"/audio/volume", StateType::Int, "12"},
-    {"/audio/mute", StateType::IntMap, R"({"6":0})"},
+    {"/audio/available", StateType::kBool, "true"},
+    {"/audio/volume_limit", StateType::kInt, "40"},
+    {"/audio/volume", StateType::kInt, "12"},
+    {"/audio/mute", StateType::kIntMap, R"({"6":0})"},
 
     // Frequencies and stations are by band, in the tuner's unit for the band (FM: 10 kHz).
-    {"/tuner/available", StateType::Bool, "true"},
-    {"/tuner/band", StateType::Int, "1"},
-    {"/tuner/frequency", StateType::IntMap, R"({"0":990,"1":8750,"3":0,"4":0})"},
-    {"/tuner/stations", StateType::IntArrayMap, R"({"0":[639,990],"1":[8750,9470,10110]})"},
-    {"/tuner/rds_af", StateType::Int, "0"},
-    {"/tuner/rds_ta", StateType::Int, "0"},
+    {"/tuner/available", StateType::kBool, "true"},
+    {"/tuner/band", StateType::kInt, "1"},
+    {"/tuner/frequency", StateType::kIntMap, R"({"0":990,"1":8750,"3":0,"4":0})"},
+    {"/tuner/stations", StateType::kIntArrayMap, R"({"0":[639,990],"1":[8750,9470,10110]})"},
+    {"/tuner/rds_af", StateType::kInt, "0"},
+    {"/tuner/rds_ta", StateType::kInt, "0"},
 
     // An antenna in state 4 is good.
-    {"/system_misc/available", StateType::Bool, "true"},
-    {"/system_misc/radio_antenna", StateType::Int, "4"},
-    {"/system_misc/dab_antenna", StateType::Int, "4"},
-    {"/system_misc/gps_antenna", StateType::Int, "4"},
-    {"/system_misc/state", StateType::Int, "0"},
+    {"/system_misc/available", StateType::kBool, "true"},
+    {"/system_misc/radio_antenna", StateType::kInt, "4"},
+    {"/system_misc/dab_antenna", StateType::kInt, "4"},
+    {"/system_misc/gps_antenna", StateType::kInt, "4"},
+    {"/system_misc/state", StateType::kInt, "0"},
 
-    {"/bluetooth/attributes", StateType::TextMap, R"({"2":"5.2","3":"00:1A:7D:DA:71:13","4":"HeadUnit"})"},
-    {"/bluetooth/capabilities", StateType::IntMap, R"({"0":1,"9":0})"},
-    {"/bluetooth/media_connection/state", StateType::Int, "0"},
-    {"/bluetooth/media_connection/text", StateType::Text, R"("")"},
-    {"/bluetooth/phone_connection/state", StateType::Int, "0"},
-    {"/bluetooth/phone_connection/text", StateType::Text, R"("")"},
-    {"/bluetooth/music_status", StateType::Int, "0"},
-    {"/bluetooth/call_state", StateType::Int, "0"},
-    {"/bluetooth/delete_pairings_result", StateType::Int, "1"},
+    {"/bluetooth/attributes", StateType::kTextMap, R"({"2":"5.2","3":"00:1A:7D:DA:71:13","4":"HeadUnit"})"},
+    {"/bluetooth/capabilities", StateType::kIntMap, R"({"0":1,"9":0})"},
+    {"/bluetooth/media_connection/state", StateType::kInt, "0"},
+    {"/bluetooth/media_connection/text", StateType::kText, R"("")"},
+    {"/bluetooth/phone_connection/state", StateType::kInt, "0"},
+    {"/bluetooth/phone_connection/text", StateType::kText, R"("")"},
+    {"/bluetooth/music_status", StateType::kInt, "0"},
+    {"/bluetooth/call_state", StateType::kInt, "0"},
+    {"/bluetooth/delete_pairings_result", StateType::kInt, "1"},
 
-    {"/power/available", StateType::Bool, "true"},
-    {"/power/screen_light_type", StateType::Int, "1"},
-    {"/power/status", StateType::Int, "16"},
-    {"/power/state", StateType::Int, "0"},
-    {"/power/shut_down", StateType::Bool, "false"},
+    {"/power/available", StateType::kBool, "true"},
+    {"/power/screen_light_type", StateType::kInt, "1"},
+    {"/power/status", StateType::kInt, "16"},
+    {"/power/state", StateType::kInt, "0"},
+    {"/power/shut_down", StateType::kBool, "false"},
 
-    {"/system_info/versions", StateType::Versions,
+    {"/system_info/versions", StateType::kVersions,
      R"(["field0","field1","field2","field3","field4","field5","field6","field7","field8","field9","field10"])"},
 
-    {"/wifi/available", StateType::Bool, "true"},
-    {"/wifi/text", StateType::Text, R"("HeadUnit-WLAN")"},
+    {"/wifi/available", StateType::kBool, "true"},
+    {"/wifi/text", StateType::kText, R"("HeadUnit-WLAN")"},
 
-    {"/android_auto/state", StateType::Int, "0"},
+    {"/android_auto/state", StateType::kInt, "0"},
 
-    {"/config", StateType::Config,
+    {"/config", StateType::kConfig,
      R"({"/engineering/open_debug":false,"/system/enable_cp_test":false,"/project/project_name":"bench"})"},
 });
 
@@ -110,9 +110,11 @@ public:
 private:
     static consteval std::size_t find(std::string_view path)
     {
-        for (std::size_t index = 0; index < kStateRows.size(); ++index)
-            if (kStateRows[index].path == path)
+        for (std::size_t index = 0; index < kStateRows.size(); ++index) {
+            if (kStateRows[index].path == path) {
                 return index;
+            }
+        }
         throw "no such path in kStateRows";
     }
 
@@ -124,7 +126,7 @@ private:
 class StateError : public std::runtime_error
 {
 public:
-    enum class Kind { UnknownPath, InvalidValue };
+    enum class Kind { kUnknownPath, kInvalidValue };
 
     StateError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
 

@@ -19,8 +19,9 @@ const json& schema()
 {
     static const json tree = [] {
         json root = json::object();
-        for (std::size_t row = 0; row < kStateRows.size(); ++row)
+        for (std::size_t row = 0; row < kStateRows.size(); ++row) {
             root[json::json_pointer(std::string(kStateRows[row].path))] = row;
+        }
         return root;
     }();
     return tree;
@@ -29,25 +30,25 @@ const json& schema()
 const char* wanted(StateType type)
 {
     switch (type) {
-        case StateType::Bool:
+        case StateType::kBool:
             return "true or false";
-        case StateType::Int:
+        case StateType::kInt:
             return "an integer from -2147483648 to 2147483647";
-        case StateType::Text:
+        case StateType::kText:
             return "a text";
-        case StateType::IntArray:
+        case StateType::kIntArray:
             return "an array of integers";
-        case StateType::TextArray:
+        case StateType::kTextArray:
             return "an array of texts";
-        case StateType::Versions:
+        case StateType::kVersions:
             return "an array of 11 texts";
-        case StateType::IntMap:
+        case StateType::kIntMap:
             return "an object of integers by decimal number";
-        case StateType::TextMap:
+        case StateType::kTextMap:
             return "an object of texts by decimal number";
-        case StateType::IntArrayMap:
+        case StateType::kIntArrayMap:
             return "an object of arrays of integers by decimal number";
-        case StateType::Config:
+        case StateType::kConfig:
             return "an object of true or false, integers and texts by keys that begin with '/'";
     }
     return "something else";
@@ -55,41 +56,47 @@ const char* wanted(StateType type)
 
 std::string found(const json& value)
 {
-    if (value.is_number())
+    if (value.is_number()) {
         return toText(value);
-    if (value.is_string())
+    }
+    if (value.is_string()) {
         return "a text";
-    if (value.is_array())
+    }
+    if (value.is_array()) {
         return "an array of " + std::to_string(value.size());
-    if (value.is_object())
+    }
+    if (value.is_object()) {
         return "an object";
+    }
     return toText(value);  // null, true, false
 }
 
 [[noreturn]] void refuseValue(const std::string& path, const json& value, const std::string& right)
 {
-    throw StateError(StateError::Kind::InvalidValue,
+    throw StateError(StateError::Kind::kInvalidValue,
                      protocol::printable((path.empty() ? "the state" : path) + " cannot be " + found(value) +
                                          ", it must be " + right));
 }
 
 [[noreturn]] void refusePath(const std::string& path, const std::string& why)
 {
-    throw StateError(StateError::Kind::UnknownPath, protocol::printable("the state has no \"" + path + "\": " + why));
+    throw StateError(StateError::Kind::kUnknownPath, protocol::printable("the state has no \"" + path + "\": " + why));
 }
 
 std::string listOfKeys(const json& object)
 {
     std::string list;
-    for (const auto& [key, value] : object.items())
+    for (const auto& [key, value] : object.items()) {
         list += (list.empty() ? "" : ", ") + key;
+    }
     return list;
 }
 
 std::string escaped(std::string key)
 {
-    for (std::size_t at = 0; (at = key.find_first_of("~/", at)) != std::string::npos; at += 2)
+    for (std::size_t at = 0; (at = key.find_first_of("~/", at)) != std::string::npos; at += 2) {
         key.replace(at, 1, key[at] == '~' ? "~0" : "~1");
+    }
     return key;
 }
 
@@ -101,8 +108,9 @@ std::string below(const std::string& path, const std::string& key)
 bool isInt(const json& value)
 {
     using Limits = std::numeric_limits<std::int32_t>;
-    if (value.is_number_unsigned())
+    if (value.is_number_unsigned()) {
         return value.get<std::uint64_t>() <= static_cast<std::uint64_t>(Limits::max());
+    }
     return value.is_number_integer() && value.get<std::int64_t>() >= Limits::min() &&
            value.get<std::int64_t>() <= Limits::max();
 }
@@ -127,40 +135,46 @@ bool isConfigKey(const std::string& key)
 
 bool isOpen(StateType type)
 {
-    return type == StateType::IntMap || type == StateType::TextMap || type == StateType::IntArrayMap ||
-           type == StateType::Config;
+    return type == StateType::kIntMap || type == StateType::kTextMap || type == StateType::kIntArrayMap ||
+           type == StateType::kConfig;
 }
 
 bool isKeyOf(StateType type, const std::string& key)
 {
-    return type == StateType::Config ? isConfigKey(key) : isNumberKey(key);
+    return type == StateType::kConfig ? isConfigKey(key) : isNumberKey(key);
 }
 
 const char* keyWanted(StateType type)
 {
-    return type == StateType::Config ? "its keys begin with '/', which a path spells ~1"
-                                     : "its keys are decimal numbers";
+    return type == StateType::kConfig ? "its keys begin with '/', which a path spells ~1"
+                                      : "its keys are decimal numbers";
 }
 
 using Check = bool (*)(const json&);
 
 void checkArray(const std::string& path, const json& value, Check fits, StateType type)
 {
-    if (!value.is_array() || (type == StateType::Versions && value.size() != kVersionCount))
+    if (!value.is_array() || (type == StateType::kVersions && value.size() != kVersionCount)) {
         refuseValue(path, value, wanted(type));
-    for (std::size_t index = 0; index < value.size(); ++index)
-        if (!fits(value[index]))
+    }
+    for (std::size_t index = 0; index < value.size(); ++index) {
+        if (!fits(value[index])) {
             refuseValue(path + "/" + std::to_string(index), value[index],
-                        wanted(fits == isInt ? StateType::Int : StateType::Text));
+                        wanted(fits == isInt ? StateType::kInt : StateType::kText));
+        }
+    }
 }
 
 void checkKeys(const std::string& path, const json& value, StateType type)
 {
-    if (!value.is_object())
+    if (!value.is_object()) {
         refuseValue(path, value, wanted(type));
-    for (const auto& [key, item] : value.items())
-        if (!isKeyOf(type, key))
+    }
+    for (const auto& [key, item] : value.items()) {
+        if (!isKeyOf(type, key)) {
             refusePath(below(path, key), keyWanted(type));
+        }
+    }
 }
 
 void checkMap(const std::string& path, const json& value, StateType type)
@@ -168,32 +182,38 @@ void checkMap(const std::string& path, const json& value, StateType type)
     checkKeys(path, value, type);
     for (const auto& [key, item] : value.items()) {
         const std::string itemPath = below(path, key);
-        if (type == StateType::IntArrayMap)
-            checkArray(itemPath, item, isInt, StateType::IntArray);
-        else if (type == StateType::IntMap && !isInt(item))
-            refuseValue(itemPath, item, wanted(StateType::Int));
-        else if (type == StateType::TextMap && !isText(item))
-            refuseValue(itemPath, item, wanted(StateType::Text));
+        if (type == StateType::kIntArrayMap) {
+            checkArray(itemPath, item, isInt, StateType::kIntArray);
+        } else if (type == StateType::kIntMap && !isInt(item)) {
+            refuseValue(itemPath, item, wanted(StateType::kInt));
+        } else if (type == StateType::kTextMap && !isText(item)) {
+            refuseValue(itemPath, item, wanted(StateType::kText));
+        }
     }
 }
 
 void checkConfigItem(const std::string& path, const json& item, const json* before)
 {
-    if (!item.is_boolean() && !isInt(item) && !isText(item))
+    if (!item.is_boolean() && !isInt(item) && !isText(item)) {
         refuseValue(path, item, "true or false, an integer or a text");
-    if (before == nullptr)
+    }
+    if (before == nullptr) {
         return;
-    if (before->is_boolean() && !item.is_boolean())
-        refuseValue(path, item, wanted(StateType::Bool));
-    if (before->is_number() && !isInt(item))
-        refuseValue(path, item, wanted(StateType::Int));
-    if (before->is_string() && !isText(item))
-        refuseValue(path, item, wanted(StateType::Text));
+    }
+    if (before->is_boolean() && !item.is_boolean()) {
+        refuseValue(path, item, wanted(StateType::kBool));
+    }
+    if (before->is_number() && !isInt(item)) {
+        refuseValue(path, item, wanted(StateType::kInt));
+    }
+    if (before->is_string() && !isText(item)) {
+        refuseValue(path, item, wanted(StateType::kText));
+    }
 }
 
 void checkConfig(const std::string& path, const json& value, const json& current)
 {
-    checkKeys(path, value, StateType::Config);
+    checkKeys(path, value, StateType::kConfig);
     for (const auto& [key, item] : value.items()) {
         const auto before = current.find(key);
         checkConfigItem(below(path, key), item, before == current.end() ? nullptr : &*before);
@@ -203,31 +223,34 @@ void checkConfig(const std::string& path, const json& value, const json& current
 void checkRow(StateType type, const std::string& path, const json& value, const json& current)
 {
     switch (type) {
-        case StateType::Bool:
-            if (!value.is_boolean())
+        case StateType::kBool:
+            if (!value.is_boolean()) {
                 refuseValue(path, value, wanted(type));
+            }
             break;
-        case StateType::Int:
-            if (!isInt(value))
+        case StateType::kInt:
+            if (!isInt(value)) {
                 refuseValue(path, value, wanted(type));
+            }
             break;
-        case StateType::Text:
-            if (!isText(value))
+        case StateType::kText:
+            if (!isText(value)) {
                 refuseValue(path, value, wanted(type));
+            }
             break;
-        case StateType::IntArray:
+        case StateType::kIntArray:
             checkArray(path, value, isInt, type);
             break;
-        case StateType::TextArray:
-        case StateType::Versions:
+        case StateType::kTextArray:
+        case StateType::kVersions:
             checkArray(path, value, isText, type);
             break;
-        case StateType::IntMap:
-        case StateType::TextMap:
-        case StateType::IntArrayMap:
+        case StateType::kIntMap:
+        case StateType::kTextMap:
+        case StateType::kIntArrayMap:
             checkMap(path, value, type);
             break;
-        case StateType::Config:
+        case StateType::kConfig:
             checkConfig(path, value, current);
             break;
     }
@@ -239,15 +262,19 @@ void checkNode(const json& node, const std::string& path, const json& value, con
         checkRow(kStateRows[node.get<std::size_t>()].type, path, value, current);
         return;
     }
-    if (!value.is_object())
+    if (!value.is_object()) {
         refuseValue(path, value, "an object of " + listOfKeys(node));
-    for (const auto& [key, item] : value.items())
-        if (!node.contains(key))
+    }
+    for (const auto& [key, item] : value.items()) {
+        if (!node.contains(key)) {
             refusePath(below(path, key), "there are " + listOfKeys(node));
+        }
+    }
     for (const auto& [key, child] : node.items()) {
         const auto item = value.find(key);
-        if (item == value.end())
-            throw StateError(StateError::Kind::InvalidValue, below(path, key) + " is missing, it cannot be removed");
+        if (item == value.end()) {
+            throw StateError(StateError::Kind::kInvalidValue, below(path, key) + " is missing, it cannot be removed");
+        }
         checkNode(child, below(path, key), *item, current.at(key));
     }
 }
@@ -265,8 +292,9 @@ json::json_pointer parsePointer(const std::string& path)
 std::vector<std::string> tokens(json::json_pointer pointer)
 {
     std::vector<std::string> names;
-    for (; !pointer.empty(); pointer.pop_back())
+    for (; !pointer.empty(); pointer.pop_back()) {
         names.push_back(pointer.back());
+    }
     std::ranges::reverse(names);
     return names;
 }
@@ -276,8 +304,9 @@ std::size_t arrayIndex(const json& array, const std::string& name, const std::st
     std::size_t index = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), index);
     const bool isIndex = error == std::errc() && end == name.data() + name.size() && std::to_string(index) == name;
-    if (!isIndex || index >= array.size())
+    if (!isIndex || index >= array.size()) {
         refusePath(path, "the array has " + std::to_string(array.size()) + " elements, counted from 0");
+    }
     return index;
 }
 
@@ -302,17 +331,20 @@ Json& resolve(Json& document, const std::string& path, bool mayAdd)
             value = &(*value)[arrayIndex(*value, name, path)];
             continue;
         }
-        if (!value->is_object())
+        if (!value->is_object()) {
             refusePath(path, "a single value has nothing below it");
+        }
         if constexpr (!std::is_const_v<Json>) {
             const bool atRow = schemaNode != nullptr && !schemaNode->is_object();
-            const StateType type = atRow ? kStateRows[schemaNode->template get<std::size_t>()].type : StateType::Bool;
-            if (mayAdd && depth + 1 == names.size() && isOpen(type) && isKeyOf(type, name) && !value->contains(name))
+            const StateType type = atRow ? kStateRows[schemaNode->template get<std::size_t>()].type : StateType::kBool;
+            if (mayAdd && depth + 1 == names.size() && isOpen(type) && isKeyOf(type, name) && !value->contains(name)) {
                 (*value)[name] = nullptr;
+            }
         }
         const auto item = value->find(name);
-        if (item == value->end())
+        if (item == value->end()) {
             refuseName(*value, schemaNode, path);
+        }
         value = &*item;
         schemaNode = schemaNode != nullptr && schemaNode->is_object() ? &schemaNode->at(name) : nullptr;
     }
@@ -324,8 +356,9 @@ Json& resolve(Json& document, const std::string& path, bool mayAdd)
 json builtInState()
 {
     json document = json::object();
-    for (const StateRow& row : kStateRows)
+    for (const StateRow& row : kStateRows) {
         document[json::json_pointer(std::string(row.path))] = json::parse(row.initial);
+    }
     return document;
 }
 

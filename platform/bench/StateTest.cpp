@@ -152,46 +152,47 @@ TEST_P(StateRefusalTest, SaysWhyAndNothingChanges)
 INSTANTIATE_TEST_SUITE_P(
     State, StateRefusalTest,
     testing::Values(
-        RefusedSetCase{"UnknownPath", "/audio/volum", "1", Kind::UnknownPath, "available, mute, volume, volume_limit"},
-        RefusedSetCase{"UnknownBranch", "/video", "1", Kind::UnknownPath, "there are android_auto"},
-        RefusedSetCase{"PathWithoutSlash", "audio/volume", "1", Kind::UnknownPath, "begins with '/'"},
-        RefusedSetCase{"PathWithLoneTilde", "/audio/~", "1", Kind::UnknownPath, "~0"},
-        RefusedSetCase{"PathBelowASingleValue", "/audio/volume/x", "1", Kind::UnknownPath, "nothing below"},
-        RefusedSetCase{"PathWithLineEnd", "/audio/\n", "1", Kind::UnknownPath, "/audio/␊"},
-        RefusedSetCase{"ElementBeyondTheArray", "/source/available/11", "1", Kind::UnknownPath, "11 elements"},
-        RefusedSetCase{"ElementAfterTheArray", "/source/available/-", "1", Kind::UnknownPath, "11 elements"},
-        RefusedSetCase{"ElementWithLeadingZero", "/source/available/01", "1", Kind::UnknownPath, "11 elements"},
-        RefusedSetCase{"ElementOfANewNumber", "/tuner/stations/7/0", "1", Kind::UnknownPath, "decimal numbers"},
-        RefusedSetCase{"NumberThatIsNone", "/audio/mute/six", "1", Kind::UnknownPath, "decimal numbers"},
-        RefusedSetCase{"NumberSpelledOtherwise", "/audio/mute/06", "1", Kind::UnknownPath, "decimal numbers"},
-        RefusedSetCase{"ConfigKeyWithoutSlash", "/config/open_debug", "true", Kind::UnknownPath, "spells ~1"},
-        RefusedSetCase{"TextForInteger", "/audio/volume", R"("12")", Kind::InvalidValue,
+        RefusedSetCase{"UnknownPath", "/audio/volum", "1", Kind::kUnknownPath, "available, mute, volume, volume_limit"},
+        RefusedSetCase{"UnknownBranch", "/video", "1", Kind::kUnknownPath, "there are android_auto"},
+        RefusedSetCase{"PathWithoutSlash", "audio/volume", "1", Kind::kUnknownPath, "begins with '/'"},
+        RefusedSetCase{"PathWithLoneTilde", "/audio/~", "1", Kind::kUnknownPath, "~0"},
+        RefusedSetCase{"PathBelowASingleValue", "/audio/volume/x", "1", Kind::kUnknownPath, "nothing below"},
+        RefusedSetCase{"PathWithLineEnd", "/audio/\n", "1", Kind::kUnknownPath, "/audio/␊"},
+        RefusedSetCase{"ElementBeyondTheArray", "/source/available/11", "1", Kind::kUnknownPath, "11 elements"},
+        RefusedSetCase{"ElementAfterTheArray", "/source/available/-", "1", Kind::kUnknownPath, "11 elements"},
+        RefusedSetCase{"ElementWithLeadingZero", "/source/available/01", "1", Kind::kUnknownPath, "11 elements"},
+        RefusedSetCase{"ElementOfANewNumber", "/tuner/stations/7/0", "1", Kind::kUnknownPath, "decimal numbers"},
+        RefusedSetCase{"NumberThatIsNone", "/audio/mute/six", "1", Kind::kUnknownPath, "decimal numbers"},
+        RefusedSetCase{"NumberSpelledOtherwise", "/audio/mute/06", "1", Kind::kUnknownPath, "decimal numbers"},
+        RefusedSetCase{"ConfigKeyWithoutSlash", "/config/open_debug", "true", Kind::kUnknownPath, "spells ~1"},
+        RefusedSetCase{"TextForInteger", "/audio/volume", R"("12")", Kind::kInvalidValue,
                        "/audio/volume cannot be a text"},
-        RefusedSetCase{"FractionForInteger", "/audio/volume", "1.5", Kind::InvalidValue, "cannot be 1.5"},
-        RefusedSetCase{"IntegerAboveItsType", "/audio/volume", "2147483648", Kind::InvalidValue, "to 2147483647"},
-        RefusedSetCase{"IntegerBelowItsType", "/audio/volume", "-2147483649", Kind::InvalidValue, "-2147483648"},
-        RefusedSetCase{"IntegerForBool", "/audio/available", "1", Kind::InvalidValue, "true or false"},
-        RefusedSetCase{"NullForText", "/wifi/text", "null", Kind::InvalidValue, "cannot be null, it must be a text"},
-        RefusedSetCase{"IntegerForArray", "/source/available", "1", Kind::InvalidValue, "an array of integers"},
-        RefusedSetCase{"TextInIntegers", "/source/available", R"([1,"2"])", Kind::InvalidValue, "/source/available/1"},
-        RefusedSetCase{"TenVersions", "/system_info/versions", R"(["","","","","","","","","",""])", Kind::InvalidValue,
-                       "an array of 10, it must be an array of 11 texts"},
-        RefusedSetCase{"IntegerInVersions", "/system_info/versions/0", "1", Kind::InvalidValue, "must be a text"},
-        RefusedSetCase{"TextUnderANumberOfIntegers", "/audio/mute/7", R"("x")", Kind::InvalidValue, "/audio/mute/7"},
-        RefusedSetCase{"IntegerUnderANumberOfTexts", "/bluetooth/attributes/5", "1", Kind::InvalidValue, "a text"},
-        RefusedSetCase{"IntegerUnderANumberOfArrays", "/tuner/stations/1", "1", Kind::InvalidValue, "an array"},
-        RefusedSetCase{"WrongKeyInNumbers", "/audio/mute", R"({"x":1})", Kind::InvalidValue, "decimal numbers"},
-        RefusedSetCase{"ArrayForNumbers", "/audio/mute", "[]", Kind::InvalidValue, "an object of integers"},
-        RefusedSetCase{"ConfigKeyOfOtherType", "/config/~1engineering~1open_debug", "1", Kind::InvalidValue,
+        RefusedSetCase{"FractionForInteger", "/audio/volume", "1.5", Kind::kInvalidValue, "cannot be 1.5"},
+        RefusedSetCase{"IntegerAboveItsType", "/audio/volume", "2147483648", Kind::kInvalidValue, "to 2147483647"},
+        RefusedSetCase{"IntegerBelowItsType", "/audio/volume", "-2147483649", Kind::kInvalidValue, "-2147483648"},
+        RefusedSetCase{"IntegerForBool", "/audio/available", "1", Kind::kInvalidValue, "true or false"},
+        RefusedSetCase{"NullForText", "/wifi/text", "null", Kind::kInvalidValue, "cannot be null, it must be a text"},
+        RefusedSetCase{"IntegerForArray", "/source/available", "1", Kind::kInvalidValue, "an array of integers"},
+        RefusedSetCase{"TextInIntegers", "/source/available", R"([1,"2"])", Kind::kInvalidValue, "/source/available/1"},
+        RefusedSetCase{"TenVersions", "/system_info/versions", R"(["","","","","","","","","",""])",
+                       Kind::kInvalidValue, "an array of 10, it must be an array of 11 texts"},
+        RefusedSetCase{"IntegerInVersions", "/system_info/versions/0", "1", Kind::kInvalidValue, "must be a text"},
+        RefusedSetCase{"TextUnderANumberOfIntegers", "/audio/mute/7", R"("x")", Kind::kInvalidValue, "/audio/mute/7"},
+        RefusedSetCase{"IntegerUnderANumberOfTexts", "/bluetooth/attributes/5", "1", Kind::kInvalidValue, "a text"},
+        RefusedSetCase{"IntegerUnderANumberOfArrays", "/tuner/stations/1", "1", Kind::kInvalidValue, "an array"},
+        RefusedSetCase{"WrongKeyInNumbers", "/audio/mute", R"({"x":1})", Kind::kInvalidValue, "decimal numbers"},
+        RefusedSetCase{"ArrayForNumbers", "/audio/mute", "[]", Kind::kInvalidValue, "an object of integers"},
+        RefusedSetCase{"ConfigKeyOfOtherType", "/config/~1engineering~1open_debug", "1", Kind::kInvalidValue,
                        "/config/~1engineering~1open_debug cannot be 1, it must be true or false"},
-        RefusedSetCase{"ConfigTextTurnedBool", "/config/~1project~1project_name", "true", Kind::InvalidValue, "a text"},
-        RefusedSetCase{"ConfigNull", "/config/~1a", "null", Kind::InvalidValue, "an integer or a text"},
-        RefusedSetCase{"BranchWithUnknownName", "/wifi", R"({"available":true,"text":"","x":1})", Kind::InvalidValue,
+        RefusedSetCase{"ConfigTextTurnedBool", "/config/~1project~1project_name", "true", Kind::kInvalidValue,
+                       "a text"},
+        RefusedSetCase{"ConfigNull", "/config/~1a", "null", Kind::kInvalidValue, "an integer or a text"},
+        RefusedSetCase{"BranchWithUnknownName", "/wifi", R"({"available":true,"text":"","x":1})", Kind::kInvalidValue,
                        "\"/wifi/x\""},
-        RefusedSetCase{"BranchWithoutAName", "/wifi", R"({"available":true})", Kind::InvalidValue,
+        RefusedSetCase{"BranchWithoutAName", "/wifi", R"({"available":true})", Kind::kInvalidValue,
                        "/wifi/text is missing"},
-        RefusedSetCase{"SingleValueForBranch", "/wifi", "1", Kind::InvalidValue, "an object of available, text"},
-        RefusedSetCase{"SingleValueForTheWhole", "", "1", Kind::InvalidValue, "the state cannot be 1"}),
+        RefusedSetCase{"SingleValueForBranch", "/wifi", "1", Kind::kInvalidValue, "an object of available, text"},
+        RefusedSetCase{"SingleValueForTheWhole", "", "1", Kind::kInvalidValue, "the state cannot be 1"}),
     [](const auto& each) { return each.param.name; });
 
 TEST(State, ReadingAnUnknownPathIsRefused)
@@ -200,7 +201,7 @@ TEST(State, ReadingAnUnknownPathIsRefused)
 
     const Refusal refusal = refusalOf([&] { state.get("/audio/mute/7"); });
 
-    EXPECT_EQ(refusal.kind, Kind::UnknownPath);
+    EXPECT_EQ(refusal.kind, Kind::kUnknownPath);
     EXPECT_THAT(refusal.message, HasSubstr("/audio/mute/7"));
 }
 
@@ -211,7 +212,7 @@ TEST(State, NewConfigIntegerKeepsItsTypeFromThenOn)
 
     const Refusal refusal = refusalOf([&] { state.set("/config/~1level", "high"); });
 
-    EXPECT_EQ(refusal.kind, Kind::InvalidValue);
+    EXPECT_EQ(refusal.kind, Kind::kInvalidValue);
     EXPECT_EQ(state.get("/config/~1level"), 3);
 }
 
@@ -245,7 +246,7 @@ TEST(State, PatchWithUnknownNameIsRefusedAsAWhole)
 
     const Refusal refusal = refusalOf([&] { state.merge({{"audio", {{"volume", 3}, {"volum", 4}}}}); });
 
-    EXPECT_EQ(refusal.kind, Kind::UnknownPath);
+    EXPECT_EQ(refusal.kind, Kind::kUnknownPath);
     EXPECT_THAT(refusal.message, HasSubstr("/audio/volum"));
     EXPECT_EQ(state.get(""), documentedState());
 }
@@ -256,7 +257,7 @@ TEST(State, PatchCannotRemoveWhatTheHeadUnitHas)
 
     const Refusal refusal = refusalOf([&] { state.merge({{"audio", {{"volume", nullptr}}}}); });
 
-    EXPECT_EQ(refusal.kind, Kind::InvalidValue);
+    EXPECT_EQ(refusal.kind, Kind::kInvalidValue);
     EXPECT_THAT(refusal.message, HasSubstr("/audio/volume is missing"));
 }
 
@@ -264,7 +265,7 @@ TEST(State, PatchThatIsNoObjectIsRefused)
 {
     State state;
 
-    EXPECT_EQ(refusalOf([&] { state.merge(json::array()); }).kind, Kind::InvalidValue);
+    EXPECT_EQ(refusalOf([&] { state.merge(json::array()); }).kind, Kind::kInvalidValue);
 }
 
 TEST(State, FakesReadEachTypeAsItIs)
@@ -317,8 +318,9 @@ TEST(State, ChangeThatAnObserverMakesIsToldAfterItsCause)
     State state;
     std::vector<std::string> told;
     state.changes().add([&](const StateChange& change) {
-        if (change.path == "/tuner/band")
+        if (change.path == "/tuner/band") {
             state.set("/audio/volume", 9);
+        }
         told.push_back(change.path);
     });
 
@@ -361,11 +363,13 @@ TEST(State, ObserverSeesTheChangesOfSeveralThreadsInTheirOrder)
 
     {
         std::vector<std::jthread> writers;
-        for (int writer = 0; writer < 4; ++writer)
+        for (int writer = 0; writer < 4; ++writer) {
             writers.emplace_back([&state, writer] {
-                for (int value = 0; value < 50; ++value)
+                for (int value = 0; value < 50; ++value) {
                     state.set("/audio/volume", writer * 1000 + value);
+                }
             });
+        }
     }
 
     EXPECT_EQ(last, state.get("/audio/volume"));

@@ -72,8 +72,9 @@ private:
     template <class Condition>
     void iterateUntil(Condition condition)
     {
-        while (!condition())
+        while (!condition()) {
             g_main_context_iteration(context_.get(), TRUE);
+        }
     }
 
     void startDeadline(std::chrono::milliseconds patience)
@@ -91,16 +92,18 @@ private:
 
     void onDeadline()
     {
-        if (answered_)
-            decide(BusName::State::Late);
-        else
-            decide(BusName::State::NoBus, "the session bus does not answer");
+        if (answered_) {
+            decide(BusName::State::kLate);
+        } else {
+            decide(BusName::State::kNoBus, "the session bus does not answer");
+        }
     }
 
     void decide(BusName::State state, const std::string& reason = "")
     {
-        if (!outcome_)
+        if (!outcome_) {
             outcome_ = BusName{state, reason};
+        }
     }
 
     void connect()
@@ -108,7 +111,7 @@ private:
         GError* error = nullptr;
         const Text address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, &error));
         if (!address) {
-            decide(BusName::State::NoBus, Error(error)->message);
+            decide(BusName::State::kNoBus, Error(error)->message);
             return;
         }
         // A connection of its own, which closes when nobody needs it and ends no process when the bus goes.
@@ -127,12 +130,13 @@ private:
         GError* error = nullptr;
         connection_.reset(g_dbus_connection_new_for_address_finish(result, &error));
         if (!connection_) {
-            decide(BusName::State::NoBus, Error(error)->message);
+            decide(BusName::State::kNoBus, Error(error)->message);
             return;
         }
         closed_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(onClosed), this);
-        if (g_dbus_connection_is_closed(connection_.get()) != FALSE)
+        if (g_dbus_connection_is_closed(connection_.get()) != FALSE) {
             onClosed(nullptr, FALSE, nullptr, this);
+        }
         // First the signal, then the question, so that no change is missed between the two.
         subscription_ = g_dbus_connection_signal_subscribe(
             connection_.get(), kBus, kBus, "NameOwnerChanged", kBusPath, name_.c_str(), G_DBUS_SIGNAL_FLAGS_NONE,
@@ -144,26 +148,28 @@ private:
 
     static void onClosed(GDBusConnection*, gboolean, GError*, gpointer self)
     {
-        static_cast<Watch*>(self)->decide(BusName::State::NoBus, "the session bus has gone");
+        static_cast<Watch*>(self)->decide(BusName::State::kNoBus, "the session bus has gone");
     }
 
     void onOwnerChanged(GVariant* arguments)
     {
         const gchar* owner = nullptr;
         g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &owner);
-        if (*owner != '\0')
+        if (*owner != '\0') {
             ask("GetConnectionUnixProcessID", owner, &Watch::onProcess);
+        }
     }
 
     void onProcess(GVariant* reply)
     {
         answered_ = true;
-        if (reply == nullptr)
+        if (reply == nullptr) {
             return;  // nobody has the name: the signal will tell
+        }
         guint32 process = 0;
         g_variant_get(reply, "(u)", &process);
         const bool ours = process == static_cast<guint32>(getpid());
-        decide(ours ? BusName::State::Owned : BusName::State::Taken);
+        decide(ours ? BusName::State::kOwned : BusName::State::kTaken);
     }
 
     using Answer = void (Watch::*)(GVariant*);
@@ -191,8 +197,9 @@ private:
         GError* error = nullptr;
         const Value reply(g_dbus_connection_call_finish(connection, result, &error));
         const Error given(error);
-        if (!outcome_)
+        if (!outcome_) {
             (this->*answer)(reply.get());
+        }
     }
 
     void begin() { ++pending_; }

@@ -8,10 +8,10 @@ namespace runtime {
 /// What became of a bus name that another part of this process asks for.
 struct BusName {
     enum class State {
-        Owned,  ///< by this process
-        NoBus,  ///< there is no session bus, or it does not answer
-        Taken,  ///< another process has it
-        Late,   ///< nobody has it in time
+        kOwned,  ///< by this process
+        kNoBus,  ///< there is no session bus, or it does not answer
+        kTaken,  ///< another process has it
+        kLate,   ///< nobody has it in time
     };
 
     State state;

@@ -61,7 +61,7 @@ TEST_F(BusNameTest, ThatThisProcessHasIsOwned)
     Client client(bus_.address());
     client.requestName();
 
-    EXPECT_EQ(awaitBusName(kName, kGenerous).state, State::Owned);
+    EXPECT_EQ(awaitBusName(kName, kGenerous).state, State::kOwned);
 }
 
 TEST_F(BusNameTest, ThatThisProcessGetsMeanwhileIsOwned)
@@ -71,7 +71,7 @@ TEST_F(BusNameTest, ThatThisProcessGetsMeanwhileIsOwned)
 
     client.requestName();
 
-    EXPECT_EQ(outcome.get().state, State::Owned);
+    EXPECT_EQ(outcome.get().state, State::kOwned);
 }
 
 TEST_F(BusNameTest, ThatAnotherProcessHasIsTakenWithoutWaiting)
@@ -79,7 +79,7 @@ TEST_F(BusNameTest, ThatAnotherProcessHasIsTakenWithoutWaiting)
     const auto before = std::chrono::steady_clock::now();
 
     // The daemon itself is another process with a name.
-    EXPECT_EQ(awaitBusName("org.freedesktop.DBus", kGenerous).state, State::Taken);
+    EXPECT_EQ(awaitBusName("org.freedesktop.DBus", kGenerous).state, State::kTaken);
 
     EXPECT_LT(std::chrono::steady_clock::now() - before, kGenerous);
 }
@@ -87,7 +87,7 @@ TEST_F(BusNameTest, ThatAnotherProcessHasIsTakenWithoutWaiting)
 TEST_F(BusNameTest, ThatNobodyTakesIsLate)
 {
     // Long enough for a slow machine to connect, since a bus that has not answered is none.
-    EXPECT_EQ(awaitBusName(kName, seconds(3)).state, State::Late);
+    EXPECT_EQ(awaitBusName(kName, seconds(3)).state, State::kLate);
 }
 
 TEST_F(BusNameTest, OnABusThatIsGoneIsNoBusWithAReason)
@@ -96,7 +96,7 @@ TEST_F(BusNameTest, OnABusThatIsGoneIsNoBusWithAReason)
 
     const BusName outcome = awaitBusName(kName, kGenerous);
 
-    EXPECT_EQ(outcome.state, State::NoBus);
+    EXPECT_EQ(outcome.state, State::kNoBus);
     EXPECT_FALSE(outcome.reason.empty());
 }
 
@@ -107,7 +107,7 @@ TEST_F(BusNameTest, OnABusThatGoesMeanwhileIsNoBusWithoutWaiting)
 
     bus_.kill();
 
-    EXPECT_EQ(outcome.get().state, State::NoBus);
+    EXPECT_EQ(outcome.get().state, State::kNoBus);
     EXPECT_LT(std::chrono::steady_clock::now() - start, kGenerous / 2);
 }
 
@@ -117,7 +117,7 @@ TEST_F(BusNameTest, OnABusThatStandsStillIsNoBusInTime)
 
     const BusName outcome = awaitBusName(kName, milliseconds(100));
 
-    EXPECT_EQ(outcome.state, State::NoBus);
+    EXPECT_EQ(outcome.state, State::kNoBus);
     EXPECT_THAT(outcome.reason, testing::HasSubstr("does not answer"));
     bus_.cont();
 }

@@ -35,8 +35,9 @@ void DeliveryTurns::waitForEnd(std::uint64_t turn)
 {
     constexpr std::chrono::seconds kMost{3};
     std::unique_lock lock(mutex_);
-    if (turn != 0)
+    if (turn != 0) {
         ended_.wait_for(lock, kMost, [&] { return current_ != turn; });
+    }
 }
 
 }  // namespace runtime

@@ -27,11 +27,12 @@ FrameWriter::~FrameWriter()
         ending_ = true;
     }
     wakeup_.signal();
-    if (thread_.joinable())
+    if (thread_.joinable()) {
         thread_.join();
+    }
 }
 
-void FrameWriter::open(std::shared_ptr<const Descriptor> line)
+void FrameWriter::open(std::shared_ptr<const host::Descriptor> line)
 {
     const std::lock_guard lock(mutex_);
     closeLocked();
@@ -51,27 +52,33 @@ bool FrameWriter::send(std::span<const std::uint8_t> frame)
 {
     const auto deadline = std::chrono::steady_clock::now() + patience_;
     std::unique_lock lock(mutex_);
-    if (stalled_)
+    if (stalled_) {
         ++dropped_;
-    if (stalled_ || !line_)
+    }
+    if (stalled_ || !line_) {
         return false;
+    }
 
     const std::size_t written = queue_.empty() ? writeSomeLocked(frame) : 0;
-    if (written == frame.size())
+    if (written == frame.size()) {
         return true;
-    if (!line_)
+    }
+    if (!line_) {
         return false;
+    }
 
     const auto rest = frame.subspan(written);
     const auto waiting = std::make_shared<Waiting>(Waiting{{rest.begin(), rest.end()}, written > 0});
     queue_.push_back(waiting);
     // Behind the queue: where no thread can be had, a later frame finds the rest of this one still before it.
-    if (!thread_.joinable())
+    if (!thread_.joinable()) {
         thread_ = std::thread([this] { run(); });
+    }
     wakeup_.signal();
-    if (!settled_.wait_until(lock, deadline, [&] { return waiting->fate != Fate::Waiting; }))
+    if (!settled_.wait_until(lock, deadline, [&] { return waiting->fate != Fate::kWaiting; })) {
         beginStallLocked();
-    return waiting->fate == Fate::Taken;
+    }
+    return waiting->fate == Fate::kTaken;
 }
 
 /// @returns how much the line took; a line that is gone takes nothing and is given up.
@@ -84,10 +91,12 @@ std::size_t FrameWriter::writeSomeLocked(std::span<const std::uint8_t> bytes)
             written += static_cast<std::size_t>(count);
             continue;
         }
-        if (count < 0 && errno == EINTR)
+        if (count < 0 && errno == EINTR) {
             continue;
-        if (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK)
+        }
+        if (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
             closeLocked();
+        }
         break;
     }
     return written;
@@ -98,14 +107,16 @@ void FrameWriter::advanceLocked()
     while (line_ && !queue_.empty()) {
         const auto first = queue_.front();
         const std::size_t written = writeSomeLocked(first->rest);
-        if (!line_)
+        if (!line_) {
             return;
+        }
         first->rest.erase(first->rest.begin(), first->rest.begin() + static_cast<std::ptrdiff_t>(written));
         first->begun = first->begun || written > 0;
-        if (!first->rest.empty())
+        if (!first->rest.empty()) {
             return;
+        }
         queue_.pop_front();
-        settleLocked(*first, Fate::Taken);
+        settleLocked(*first, Fate::kTaken);
     }
 }
 
@@ -121,19 +132,21 @@ void FrameWriter::beginStallLocked()
     reports_.push_back(name_ + ": the station does not read, frames are dropped until it does");
     // What has begun is the first in the queue, and stays there.
     while (!queue_.empty() && !queue_.back()->begun) {
-        settleLocked(*queue_.back(), Fate::Dropped);
+        settleLocked(*queue_.back(), Fate::kDropped);
         queue_.pop_back();
         ++dropped_;
     }
-    if (!queue_.empty())
-        settleLocked(*queue_.front(), Fate::Taken);
+    if (!queue_.empty()) {
+        settleLocked(*queue_.front(), Fate::kTaken);
+    }
     wakeup_.signal();
 }
 
 void FrameWriter::endStallLocked()
 {
-    if (!std::exchange(stalled_, false))
+    if (!std::exchange(stalled_, false)) {
         return;
+    }
     reports_.push_back(name_ + ": the stall is over, frames dropped: " + std::to_string(dropped_));
     dropped_ = 0;
 }
@@ -142,8 +155,9 @@ void FrameWriter::closeLocked()
 {
     endStallLocked();
     line_.reset();
-    for (const auto& frame : queue_)
-        settleLocked(*frame, Fate::Dropped);
+    for (const auto& frame : queue_) {
+        settleLocked(*frame, Fate::kDropped);
+    }
     queue_.clear();
 }
 
@@ -172,12 +186,14 @@ void FrameWriter::watch(std::unique_lock<std::mutex>& lock)
     line.reset();
     watching_ = false;
     settled_.notify_all();
-    if (!current)
+    if (!current) {
         return;
+    }
     advanceLocked();
     const bool takesMore = (polled[1].revents & POLLOUT) != 0 && queue_.empty();
-    if (takesMore || (polled[1].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0)
+    if (takesMore || (polled[1].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
         endStallLocked();
+    }
 }
 
 /// Without the lock: standard error may be held up.

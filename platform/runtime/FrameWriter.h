@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/runtime/Descriptor.h"
+#include "host/Descriptor.h"
 #include "platform/runtime/Report.h"
 
 namespace runtime {
@@ -35,7 +35,7 @@ public:
     FrameWriter& operator=(const FrameWriter&) = delete;
 
     /// Writes to `line` from now on.
-    void open(std::shared_ptr<const Descriptor> line);
+    void open(std::shared_ptr<const host::Descriptor> line);
 
     /// Gives the line up with all that waits for it, and ends a stall. Frames are dropped from now on. Not from the
     /// reporter.
@@ -47,16 +47,16 @@ public:
 
 private:
     enum class Fate {
-        Waiting,
-        Taken,
-        Dropped,
+        kWaiting,
+        kTaken,
+        kDropped,
     };
 
     /// A frame that did not fit at once. Guarded by mutex_.
     struct Waiting {
         std::vector<std::uint8_t> rest;
         bool begun = false;
-        Fate fate = Fate::Waiting;
+        Fate fate = Fate::kWaiting;
     };
 
     std::size_t writeSomeLocked(std::span<const std::uint8_t> bytes);
@@ -72,17 +72,17 @@ private:
     const std::string name_;
     const Reporter reporter_;
     const std::chrono::milliseconds patience_;
-    const Wakeup wakeup_;
+    const host::Wakeup wakeup_;
 
     std::mutex mutex_;
     std::condition_variable settled_;
-    std::shared_ptr<const Descriptor> line_;      // null: none; guarded by mutex_
-    std::deque<std::shared_ptr<Waiting>> queue_;  // only the first has perhaps begun; guarded by mutex_
-    bool stalled_ = false;                        // guarded by mutex_
-    std::size_t dropped_ = 0;                     // in the stall; guarded by mutex_
-    std::deque<std::string> reports_;             // not yet told; guarded by mutex_
-    bool watching_ = false;                       // the thread has hold of the line; guarded by mutex_
-    bool ending_ = false;                         // guarded by mutex_
+    std::shared_ptr<const host::Descriptor> line_;  // null: none; guarded by mutex_
+    std::deque<std::shared_ptr<Waiting>> queue_;    // only the first has perhaps begun; guarded by mutex_
+    bool stalled_ = false;                          // guarded by mutex_
+    std::size_t dropped_ = 0;                       // in the stall; guarded by mutex_
+    std::deque<std::string> reports_;               // not yet told; guarded by mutex_
+    bool watching_ = false;                         // the thread has hold of the line; guarded by mutex_
+    bool ending_ = false;                           // guarded by mutex_
     std::thread thread_;  // writes what did not fit at once, and reports; runs from the first such frame on
                           // guarded by mutex_
 };

@@ -46,10 +46,11 @@ protected:
     {
         std::array<int, 2> ends{};
         if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0 ||
-            fcntl(ends[1], F_SETPIPE_SZ, kRoom) != static_cast<int>(kRoom))
+            fcntl(ends[1], F_SETPIPE_SZ, kRoom) != static_cast<int>(kRoom)) {
             throw std::runtime_error("no pipe of the wanted size can be had");
-        station_ = std::make_unique<Descriptor>(ends[0]);
-        line_ = std::make_shared<const Descriptor>(ends[1]);
+        }
+        station_ = std::make_unique<host::Descriptor>(ends[0]);
+        line_ = std::make_shared<const host::Descriptor>(ends[1]);
     }
 
     std::unique_ptr<FrameWriter> makeWriter(milliseconds patience)
@@ -62,8 +63,8 @@ protected:
     Bytes read(std::size_t count) { return readBytes(station_->get(), count); }
 
     testsupport::Reports reports_;
-    std::unique_ptr<Descriptor> station_;
-    std::shared_ptr<const Descriptor> line_;
+    std::unique_ptr<host::Descriptor> station_;
+    std::shared_ptr<const host::Descriptor> line_;
 };
 
 TEST_F(FrameWriterTest, FrameThatFitsIsWrittenAsItIs)
@@ -115,8 +116,9 @@ TEST_F(FrameWriterTest, InAStallFramesAreDroppedAtOnce)
     ASSERT_FALSE(writer->send(filled(10, 'b')));
     const auto before = std::chrono::steady_clock::now();
 
-    for (int count = 0; count < kFrames; ++count)
+    for (int count = 0; count < kFrames; ++count) {
         EXPECT_FALSE(writer->send(filled(10, 'c')));
+    }
 
     EXPECT_LT(std::chrono::steady_clock::now() - before, kGenerous);
 }
@@ -125,8 +127,9 @@ TEST_F(FrameWriterTest, StallEndsWhenTheStationReadsAndTellsTheDroppedFrames)
 {
     const auto writer = makeWriter(kShort);
     ASSERT_TRUE(writer->send(filled(kRoom, 'a')));
-    for (int count = 0; count < 3; ++count)
+    for (int count = 0; count < 3; ++count) {
         ASSERT_FALSE(writer->send(filled(10, 'b')));
+    }
 
     EXPECT_EQ(read(kRoom), filled(kRoom, 'a'));
 
@@ -173,7 +176,7 @@ TEST_F(FrameWriterTest, SendersNeverInterleaveAndKeepTheirOrder)
     constexpr std::size_t kSize = 251;  // does not divide the room
     const auto writer = makeWriter(kLong);
     std::vector<std::jthread> senders;
-    for (std::size_t sender = 0; sender < kSenders; ++sender)
+    for (std::size_t sender = 0; sender < kSenders; ++sender) {
         senders.emplace_back([&, sender] {
             for (std::size_t number = 0; number < kFrames; ++number) {
                 Bytes frame = filled(kSize, static_cast<std::uint8_t>(sender));
@@ -181,6 +184,7 @@ TEST_F(FrameWriterTest, SendersNeverInterleaveAndKeepTheirOrder)
                 EXPECT_TRUE(writer->send(frame));
             }
         });
+    }
 
     const Bytes all = read(kSenders * kFrames * kSize);
 
@@ -203,11 +207,13 @@ TEST_F(FrameWriterTest, SendersThatWaitTogetherAreReleasedTogether)
     const auto before = std::chrono::steady_clock::now();
 
     std::vector<std::future<bool>> sent;
-    for (int sender = 0; sender < kSenders; ++sender)
+    for (int sender = 0; sender < kSenders; ++sender) {
         sent.push_back(std::async(std::launch::async, [&] { return writer->send(filled(10, 'b')); }));
+    }
 
-    for (auto& taken : sent)
+    for (auto& taken : sent) {
         EXPECT_FALSE(taken.get());
+    }
     EXPECT_LT(std::chrono::steady_clock::now() - before, 5 * kPatience);
     EXPECT_THAT(reports_.waitFor(1), ElementsAre(kStallBegins));
 }

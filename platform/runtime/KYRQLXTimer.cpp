@@ -24,8 +24,9 @@ int KYRQLXTimer::StartNormalTimer(int id, int interval, TimerType type, LoopType
 {
     const bool bKnownType = type == TIMER_MILLISECONDS || type == TIMER_TENTHS_OF_SECOND;
     const bool bKnownLoop = loop == LOOP_ONCE || loop == LOOP_REPEAT;
-    if (!bKnownType || !bKnownLoop)
+    if (!bKnownType || !bKnownLoop) {
         return 0;
+    }
 
     const std::chrono::milliseconds unit(type == TIMER_MILLISECONDS ? 1 : 100);
     const std::chrono::milliseconds time = std::max(interval, 1) * unit;
@@ -43,8 +44,9 @@ void KYRQLXTimer::KillNormalTimer(int id)
 {
     const std::lock_guard lock(m_pImpl->mutex);
     const auto found = m_pImpl->mapIds.find(id);
-    if (found == m_pImpl->mapIds.end())
+    if (found == m_pImpl->mapIds.end()) {
         return;
+    }
     m_pImpl->service.cancel(found->second);
     m_pImpl->mapIds.erase(found);
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <mutex>
 
+#include "KYRMutex.h"
+
 namespace {
 
 /// Head-unit code asks for stacks of a few dozen KiB; workstation libraries, and sanitizers above all, need more.
@@ -27,38 +29,68 @@ KYRThread::KYRThread(int nStackSize)
 
 KYRThread::~KYRThread()
 {
-    if (!m_pImpl->bStarted || m_pImpl->bDetached)
+    if (!m_pImpl->bStarted || m_pImpl->bDetached) {
         return;
+    }
     // An object that is destroyed on its own thread cannot wait for it.
-    if (pthread_equal(m_pImpl->thread, pthread_self()) != 0)
+    if (pthread_equal(m_pImpl->thread, pthread_self()) != 0) {
         pthread_detach(m_pImpl->thread);
-    else
+    } else {
         pthread_join(m_pImpl->thread, nullptr);
+    }
 }
 
 void KYRThread::Detach()
 {
     const std::lock_guard lock(m_pImpl->mutex);
-    if (m_pImpl->bDetached)
+    if (m_pImpl->bDetached) {
         return;
+    }
     m_pImpl->bDetached = true;
-    if (m_pImpl->bStarted)
+    if (m_pImpl->bStarted) {
         pthread_detach(m_pImpl->thread);
+    }
 }
 
 int KYRThread::Start(Entry entry, void* pArgument)
 {
     const std::lock_guard lock(m_pImpl->mutex);
-    if (m_pImpl->bStarted)
+    if (m_pImpl->bStarted) {
         return 0;
+    }
 
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, m_pImpl->nStackSize);
-    if (m_pImpl->bDetached)
+    if (m_pImpl->bDetached) {
         pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    }
     const int nError = pthread_create(&m_pImpl->thread, &attributes, entry, pArgument);
     pthread_attr_destroy(&attributes);
     m_pImpl->bStarted = nError == 0;
     return m_pImpl->bStarted ? 1 : 0;
+}
+
+KYRMutex::KYRMutex()
+{
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(&m_mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+KYRMutex::~KYRMutex()
+{
+    pthread_mutex_destroy(&m_mutex);
+}
+
+void KYRMutex::Lock()
+{
+    pthread_mutex_lock(&m_mutex);
+}
+
+void KYRMutex::Unlock()
+{
+    pthread_mutex_unlock(&m_mutex);
 }

@@ -7,7 +7,7 @@
 #include "KYRMutex.h"
 #include "KYRUart.h"
 #include "platform/runtime/DeliveryTurns.h"
-#include "platform/runtime/RunGuarded.h"
+#include "platform/runtime/Report.h"
 #include "platform/runtime/Wire.h"
 
 namespace runtime {
@@ -64,15 +64,17 @@ int KYRUartAdapter::Exit()
     }
     runtime::Wire* const pWire = m_pImpl->pWire.exchange(nullptr);
     // Without the lock, which a chunk that is being delivered may be waiting for.
-    if (bDetach)
+    if (bDetach) {
         pWire->detach();
+    }
     return 1;
 }
 
 void KYRUartAdapter::RegisterSkeleton(KYRRmtSkeleton* pSkeleton)
 {
-    if (pSkeleton == nullptr)
+    if (pSkeleton == nullptr) {
         return;
+    }
     {
         const KYRAutoLock lock(m_pImpl->csSkeletons);
         auto pLonger = std::make_shared<Impl::SkeletonList>(*m_pImpl->pSkeletons);
@@ -85,8 +87,9 @@ void KYRUartAdapter::RegisterSkeleton(KYRRmtSkeleton* pSkeleton)
 int KYRUartAdapter::SendAutoTestCommand(KYRRmtParameter* pParameter)
 {
     runtime::Wire* const pWire = m_pImpl->pWire;
-    if (pWire == nullptr || pParameter == nullptr)
+    if (pWire == nullptr || pParameter == nullptr) {
         return 0;
+    }
     return pWire->send({pParameter->m_ucData, pParameter->m_ucLength}) ? 1 : 0;
 }
 
@@ -95,8 +98,9 @@ void KYRUartAdapter::Impl::AttachWhenWanted()
     runtime::Wire* const pConnected = pWire;
     {
         const KYRAutoLock lock(csSkeletons);
-        if (pConnected == nullptr || pSkeletons->empty() || bAttached)
+        if (pConnected == nullptr || pSkeletons->empty() || bAttached) {
             return;
+        }
         bAttached = true;
     }
     pConnected->attach([this](std::span<std::uint8_t> chunk) { Deliver(chunk); });

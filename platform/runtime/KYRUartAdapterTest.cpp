@@ -51,10 +51,12 @@ public:
     void MsgDecode(unsigned char* pData, int nLength) override
     {
         chunks.emplace_back(pData, pData + nLength);
-        if (fails)
+        if (fails) {
             throw std::runtime_error("on purpose");
-        if (failsOddly)
+        }
+        if (failsOddly) {
             throw 42;
+        }
     }
 
     std::vector<Bytes> chunks;

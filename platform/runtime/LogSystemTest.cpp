@@ -86,15 +86,35 @@ TEST_F(BuiltInLogTest, KeepsInfoAndAboveInTheLogDirectoryAndRotates)
                              "engineering/Some\\.cpp:42 DoIt\\(\\) but this\n"));
 
     const std::string kilobyte(1000, 'x');
-    for (int count = 0; count < 5000; ++count)
+    for (int count = 0; count < 5000; ++count) {
         logLine(ZLOG_LEVEL_ERROR, kilobyte.c_str());
+    }
 
     std::uintmax_t total = 0;
-    for (const auto& entry : fs::directory_iterator(logs))
-        if (entry.path().filename().string().starts_with("log_engineering"))
+    for (const auto& entry : fs::directory_iterator(logs)) {
+        if (entry.path().filename().string().starts_with("log_engineering")) {
             total += entry.file_size();
+        }
+    }
     EXPECT_LE(total, 4u * 1024 * 1024 + 2000);
     EXPECT_GE(total, 3u * 1024 * 1024 - 2000);
+}
+
+TEST_F(BuiltInLogTest, GoesOnBehindAnEarlierRunAndInANewFileAfterAFactoryReset)
+{
+    makeHeadUnitDirectories(root_.string());
+    const fs::path log = root_ / "perm_data/log/log_engineering.log";
+    std::ofstream(log) << "earlier\n";
+
+    ASSERT_EQ(log_system_init("engineering"), 1);
+    logLine(ZLOG_LEVEL_INFO, "first");
+    EXPECT_THAT(content(log), AllOf(testing::StartsWith("earlier\n"), HasSubstr("first\n")));
+
+    fs::remove(log);
+    logLine(ZLOG_LEVEL_INFO, "second");
+
+    EXPECT_THAT(content(log), AllOf(HasSubstr("second\n"), testing::Not(HasSubstr("first"))));
+    EXPECT_EQ(fs::status(log).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
 class LogWithoutDirectoryTest : public LogSystemTest
@@ -137,10 +157,10 @@ TEST_F(LogConfigurationTest, ThatDoesNotExistIsRefused)
 
 TEST_F(LogConfigurationTest, DirectoryIsRefused)
 {
-    EXPECT_THAT(useLogConfiguration(directory_.path().string()), HasSubstr("no file"));
+    EXPECT_THAT(useLogConfiguration(directory_.path().string()), HasSubstr("not a regular file"));
 }
 
-TEST_F(LogConfigurationTest, ThatIsNoneIsRefused)
+TEST_F(LogConfigurationTest, RefusedByZlogIsReported)
 {
     const fs::path file = writeConfiguration("this is no configuration\n");
 

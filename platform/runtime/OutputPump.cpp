@@ -39,15 +39,18 @@ bool isRegularFile(int descriptor)
 OutputPump::OutputPump(int descriptor)
     : descriptor_(descriptor), original_(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
 {
-    if (!original_.valid())
+    if (!original_.valid()) {
         fail("output descriptor");
-    if (isRegularFile(descriptor))
+    }
+    if (isRegularFile(descriptor)) {
         return;
+    }
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         fail("pipe");
-    pipe_ = std::make_unique<const Descriptor>(ends[0]);
-    const Descriptor written(ends[1]);
+    }
+    pipe_.reset(ends[0]);
+    const host::Descriptor written(ends[1]);
     fcntl(written.get(), F_SETFL, O_NONBLOCK);
     fcntl(written.get(), F_SETPIPE_SZ, kPipeSize);
     thread_ = std::thread([this] { run(); });
@@ -65,8 +68,9 @@ OutputPump::~OutputPump()
 
 void OutputPump::stop()
 {
-    if (!thread_.joinable())
+    if (!thread_.joinable()) {
         return;
+    }
     // Nobody has the other end any more, so that the thread finds the pipe's end behind what is in it.
     dup2(original_.get(), descriptor_);
     thread_.join();
@@ -76,11 +80,12 @@ void OutputPump::run() const
 {
     std::array<char, 4096> chunk;
     for (;;) {
-        const ssize_t count = read(pipe_->get(), chunk.data(), chunk.size());
-        if (count > 0)
+        const ssize_t count = read(pipe_.get(), chunk.data(), chunk.size());
+        if (count > 0) {
             passOn(chunk.data(), static_cast<std::size_t>(count));
-        else if (count == 0 || errno != EINTR)
+        } else if (count == 0 || errno != EINTR) {
             return;
+        }
     }
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <memory>
 #include <thread>
 
-#include "platform/runtime/Descriptor.h"
+#include "host/Descriptor.h"
 
 namespace runtime {
 
@@ -32,8 +31,8 @@ private:
     void passOn(const char* data, std::size_t size) const;
 
     const int descriptor_;
-    const Descriptor original_;
-    std::unique_ptr<const Descriptor> pipe_;  // the end that is read
+    const host::Descriptor original_;
+    host::Descriptor pipe_;  // the end that is read
     std::thread thread_;
 };
 

@@ -24,8 +24,8 @@ protected:
     {
         std::array<int, 2> ends{};
         EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-        reader_ = std::make_unique<Descriptor>(ends[0]);
-        output_ = std::make_unique<Descriptor>(ends[1]);
+        reader_ = std::make_unique<host::Descriptor>(ends[0]);
+        output_ = std::make_unique<host::Descriptor>(ends[1]);
     }
 
     bool put(const std::string& text) const
@@ -38,13 +38,14 @@ protected:
     {
         std::string all;
         std::array<char, 4096> chunk;
-        for (ssize_t count = 0; (count = read(reader_->get(), chunk.data(), chunk.size())) > 0;)
+        for (ssize_t count = 0; (count = read(reader_->get(), chunk.data(), chunk.size())) > 0;) {
             all.append(chunk.data(), static_cast<std::size_t>(count));
+        }
         return all;
     }
 
-    std::unique_ptr<Descriptor> reader_;
-    std::unique_ptr<Descriptor> output_;
+    std::unique_ptr<host::Descriptor> reader_;
+    std::unique_ptr<host::Descriptor> output_;
 };
 
 TEST_F(OutputPumpTest, PassesOnWhatIsWrittenAllOfItBeforeItStops)
@@ -67,8 +68,9 @@ TEST_F(OutputPumpTest, WriterOfWhatNobodyReadsIsRefusedAndDoesNotWait)
     const std::string line(1023, 'x');
     auto pump = std::make_unique<OutputPump>(output_->get());
     std::size_t taken = 0;
-    while (put(line + "\n"))
+    while (put(line + "\n")) {
         ++taken;
+    }
     EXPECT_EQ(errno, EAGAIN);
 
     auto read = std::async(std::launch::async, [this] { return readAll(); });
@@ -92,7 +94,7 @@ TEST_F(OutputPumpTest, ReaderThatGoesAwayHoldsUpNobody)
 TEST_F(OutputPumpTest, RegularFileStaysAsItIs)
 {
     const tests::TempDir directory;
-    const Descriptor file(open((directory.path() / "file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const host::Descriptor file(open((directory.path() / "file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
 
     const OutputPump pump(file.get());
 

@@ -1,4 +1,4 @@
-#include "platform/runtime/PseudoTerminal.h"
+#include "platform/runtime/Terminal.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -71,11 +71,13 @@ bool isServed(const fs::path& link, const std::string& own)
 {
     std::error_code error;
     const std::string target = fs::read_symlink(link, error).string();
-    if (!isTerminalName(target) || target == own)
+    if (!isTerminalName(target) || target == own) {
         return false;
-    const Descriptor end(open(target.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    if (!end.valid())
+    }
+    const host::Descriptor end(open(target.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!end.valid()) {
         return false;
+    }
     flock64 range = markOf(link);
     return fcntl(end.get(), F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
 }
@@ -93,8 +95,9 @@ void replaceLink(const std::string& target, const fs::path& link)
     // Made under another name and moved into place, so that a station never finds nothing there.
     const fs::path fresh = link.parent_path() / ("." + link.filename().string() + "." + std::to_string(getpid()));
     unlink(fresh.c_str());
-    if (symlink(target.c_str(), fresh.c_str()) != 0)
+    if (symlink(target.c_str(), fresh.c_str()) != 0) {
         refuseLink(link);
+    }
     if (rename(fresh.c_str(), link.c_str()) != 0) {
         const int error = errno;
         unlink(fresh.c_str());
@@ -104,18 +107,20 @@ void replaceLink(const std::string& target, const fs::path& link)
 }
 
 /// Lets one service at a time look at the links of a directory and make its own, until the descriptor is closed.
-std::unique_ptr<const Descriptor> lockDirectoryOf(const fs::path& link)
+host::Descriptor lockDirectoryOf(const fs::path& link)
 {
-    auto directory =
-        std::make_unique<const Descriptor>(open(link.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!directory->valid())
+    host::Descriptor directory(open(link.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.valid()) {
         refuseLink(link);
+    }
     const auto deadline = std::chrono::steady_clock::now() + kLockPatience;
-    while (flock(directory->get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK)
+    while (flock(directory.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK) {
             refuseLink(link);
-        if (std::chrono::steady_clock::now() > deadline)
+        }
+        if (std::chrono::steady_clock::now() > deadline) {
             refuseLink(link, "another process keeps its directory locked");
+        }
         poll(nullptr, 0, kLockRetryMs);
     }
     return directory;
@@ -124,14 +129,18 @@ std::unique_ptr<const Descriptor> lockDirectoryOf(const fs::path& link)
 void makeLink(const std::string& target, const fs::path& link)
 {
     const auto lock = lockDirectoryOf(link);
-    if (symlink(target.c_str(), link.c_str()) == 0)
+    if (symlink(target.c_str(), link.c_str()) == 0) {
         return;
-    if (errno != EEXIST)
+    }
+    if (errno != EEXIST) {
         refuseLink(link);
-    if (!fs::is_symlink(fs::symlink_status(link)))
+    }
+    if (!fs::is_symlink(fs::symlink_status(link))) {
         refuseLink(link, "something is there that is no symbolic link; it is left as it is");
-    if (isServed(link, target))
+    }
+    if (isServed(link, target)) {
         refuseLink(link, "another service is running there");
+    }
     replaceLink(target, link);
 }
 
@@ -139,18 +148,20 @@ void makeLink(const std::string& target, const fs::path& link)
 
 PseudoTerminal::PseudoTerminal(const fs::path& link) : link_(fs::absolute(link).lexically_normal())
 {
-    master_ = std::make_shared<const Descriptor>(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    master_ = std::make_shared<const host::Descriptor>(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     std::array<char, 64> name{};
     if (!master_->valid() || grantpt(master_->get()) != 0 || unlockpt(master_->get()) != 0 ||
-        ptsname_r(master_->get(), name.data(), name.size()) != 0)
+        ptsname_r(master_->get(), name.data(), name.size()) != 0) {
         refuseLink(link_);
+    }
     stationEnd_ = name.data();
 
-    station_ = std::make_unique<Descriptor>(::open(stationEnd_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    if (!station_->valid() || fchmod(station_->get(), S_IRUSR | S_IWUSR) != 0)
+    station_.reset(::open(stationEnd_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!station_.valid() || fchmod(station_.get(), S_IRUSR | S_IWUSR) != 0) {
         refuseLink(link_);
-    makeRaw(station_->get());
-    markServed(station_->get(), link_);
+    }
+    makeRaw(station_.get());
+    markServed(station_.get(), link_);
     makeLink(stationEnd_, link_);
     linked_ = true;
 }
@@ -163,11 +174,13 @@ PseudoTerminal::~PseudoTerminal()
 void PseudoTerminal::withdraw()
 {
     const std::lock_guard lock(mutex_);
-    if (!std::exchange(linked_, false))
+    if (!std::exchange(linked_, false)) {
         return;
+    }
     std::error_code error;
-    if (fs::read_symlink(link_, error) == stationEnd_)
+    if (fs::read_symlink(link_, error) == stationEnd_) {
         unlink(link_.c_str());
+    }
 }
 
 }  // namespace runtime

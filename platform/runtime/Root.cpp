@@ -1,9 +1,17 @@
 #include "platform/runtime/Root.h"
 
-#include <filesystem>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
 #include <fstream>
+#include <stdexcept>
+#include <system_error>
 
 #include "KYRSystem.h"
+#include "host/Descriptor.h"
 #include "platform/runtime/Report.h"
 
 namespace runtime {
@@ -33,13 +41,29 @@ std::string& rootPath()
 void makeStore(const fs::path& directory)
 {
     const fs::path file = directory / kStoreFile;
-    if (fs::exists(fs::symlink_status(file)))
+    if (fs::exists(fs::symlink_status(file))) {
         return;
+    }
     std::ofstream stream(file, std::ios::binary);
     stream << kDefaultStore;
     stream.close();
-    if (!stream)
+    if (!stream) {
         throw fs::filesystem_error("cannot write", file, std::make_error_code(std::errc::io_error));
+    }
+}
+
+fs::path runDirectory()
+{
+    const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime != nullptr && *runtime != '\0') {
+        return fs::absolute(runtime) / "engineering";
+    }
+    return "/tmp/engineering-" + std::to_string(getuid());
+}
+
+[[noreturn]] void refuseDirectory(const fs::path& path, const std::string& reason)
+{
+    throw std::runtime_error("the run directory " + path.string() + " cannot be used: " + reason);
 }
 
 }  // namespace
@@ -51,18 +75,21 @@ void setRoot(const std::string& directory)
         return;
     }
     std::string path = fs::absolute(directory).lexically_normal().string();
-    while (path.ends_with('/'))
+    while (path.ends_with('/')) {
         path.pop_back();
+    }
     rootPath() = path;
 }
 
 bool makeHeadUnitDirectories(const std::string& root)
 {
-    if (root.empty())
+    if (root.empty()) {
         return true;
+    }
     try {
-        for (const char* const directory : {"perm_data/data/bluetooth", "perm_data/log", "media", kStoreDirectory})
+        for (const char* const directory : {"perm_data/data/bluetooth", "perm_data/log", "media", kStoreDirectory}) {
             fs::create_directories(fs::path(root) / directory);
+        }
         makeStore(fs::path(root) / kStoreDirectory);
         return true;
     } catch (const fs::filesystem_error& error) {
@@ -70,6 +97,32 @@ bool makeHeadUnitDirectories(const std::string& root)
                error.code().message());
         return false;
     }
+}
+
+std::filesystem::path makeRunDirectory()
+{
+    const fs::path path = runDirectory();
+    if (mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        refuseDirectory(path, std::generic_category().message(errno));
+    }
+
+    // Asked of the open directory, so that nobody can put another in its place in between; /tmp is everybody's.
+    const host::Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!directory.valid()) {
+        refuseDirectory(
+            path, errno == ELOOP || errno == ENOTDIR ? "it is no directory" : std::generic_category().message(errno));
+    }
+    struct stat status = {};
+    if (fstat(directory.get(), &status) != 0) {
+        refuseDirectory(path, std::generic_category().message(errno));
+    }
+    if (status.st_uid != getuid()) {
+        refuseDirectory(path, "it belongs to another user");
+    }
+    if (fchmod(directory.get(), S_IRWXU) != 0) {
+        refuseDirectory(path, std::generic_category().message(errno));
+    }
+    return path;
 }
 
 }  // namespace runtime

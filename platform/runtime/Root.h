@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace runtime {
@@ -13,5 +14,11 @@ void setRoot(const std::string& directory);
 /// line.
 /// @returns whether everything is there.
 bool makeHeadUnitDirectories(const std::string& root);
+
+/// Makes the directory for what exists only while the programs of the bench run: $XDG_RUNTIME_DIR/engineering, or
+/// /tmp/engineering-$UID where that is not set. Nobody but its owner can enter it.
+/// @returns its absolute path.
+/// @throws std::runtime_error with one line when it cannot be had, or when what is there is no directory of this user.
+std::filesystem::path makeRunDirectory();
 
 }  // namespace runtime

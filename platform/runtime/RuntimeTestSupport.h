@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/runtime/Descriptor.h"
+#include "host/Descriptor.h"
 #include "platform/runtime/Report.h"
 #include "platform/runtime/Wire.h"
 
@@ -109,8 +109,9 @@ private:
     Bytes joinedLocked() const
     {
         Bytes all;
-        for (const Bytes& chunk : chunks_)
+        for (const Bytes& chunk : chunks_) {
             all.insert(all.end(), chunk.begin(), chunk.end());
+        }
         return all;
     }
 
@@ -128,8 +129,9 @@ inline Bytes readBytes(int descriptor, std::size_t count)
     while (bytes.size() < count && poll(&polled, 1, static_cast<int>(kGenerous.count()) * 1000) > 0) {
         std::array<std::uint8_t, 4096> chunk{};
         const ssize_t got = read(descriptor, chunk.data(), std::min(chunk.size(), count - bytes.size()));
-        if (got <= 0)
+        if (got <= 0) {
             break;
+        }
         bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + got);
     }
     return bytes;
@@ -160,7 +162,7 @@ public:
     }
 
 private:
-    Descriptor end_;
+    host::Descriptor end_;
 };
 
 }  // namespace runtime::testsupport

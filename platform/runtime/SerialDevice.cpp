@@ -1,33 +1,19 @@
-#include "platform/runtime/SerialDevice.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <system_error>
+
+#include "host/Baud.h"
+#include "platform/runtime/Terminal.h"
 
 // termios directly, and not libserialport: that finds a port by what sysfs lists, and so refuses the pseudo-terminals
 // of virtual null modems and the links by which udev names an adapter however it is plugged in (/dev/serial/by-id).
 
 namespace runtime {
 namespace {
-
-struct Baud {
-    unsigned bitsPerSecond;
-    speed_t speed;
-};
-
-constexpr auto kBauds = std::to_array<Baud>({
-    {1200, B1200},       {2400, B2400},       {4800, B4800},       {9600, B9600},       {19200, B19200},
-    {38400, B38400},     {57600, B57600},     {115200, B115200},   {230400, B230400},   {460800, B460800},
-    {500000, B500000},   {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
-    {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000}, {3500000, B3500000},
-    {4000000, B4000000},
-});
 
 [[noreturn]] void refuseDevice(const std::filesystem::path& path, const std::string& reason)
 {
@@ -37,25 +23,29 @@ constexpr auto kBauds = std::to_array<Baud>({
 [[noreturn]] void refuseDevice(const std::filesystem::path& path)
 {
     // EBUSY: another process has made it its own with TIOCEXCL. EWOULDBLOCK: with flock().
-    if (errno == EBUSY || errno == EWOULDBLOCK)
+    if (errno == EBUSY || errno == EWOULDBLOCK) {
         refuseDevice(path, "another process is using it");
-    if (errno == ENOTTY)
+    }
+    if (errno == ENOTTY) {
         refuseDevice(path, "it is no terminal");
+    }
     refuseDevice(path, std::generic_category().message(errno));
 }
 
 void claim(const std::filesystem::path& path, int descriptor)
 {
     // Both, because root's open() passes TIOCEXCL by, and programs that know nothing of flock() heed TIOCEXCL.
-    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 || ioctl(descriptor, TIOCEXCL) != 0)
+    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 || ioctl(descriptor, TIOCEXCL) != 0) {
         refuseDevice(path);
+    }
 }
 
 void configure(const std::filesystem::path& path, int descriptor, speed_t speed)
 {
     termios settings{};
-    if (tcgetattr(descriptor, &settings) != 0)
+    if (tcgetattr(descriptor, &settings) != 0) {
         refuseDevice(path);
+    }
     cfmakeraw(&settings);
     settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | CRTSCTS);
     settings.c_cflag |= CLOCAL | CREAD;
@@ -63,12 +53,13 @@ void configure(const std::filesystem::path& path, int descriptor, speed_t speed)
     cfsetispeed(&settings, speed);
     cfsetospeed(&settings, speed);
     // At once, and without discarding what the station has sent already.
-    if (tcsetattr(descriptor, TCSANOW, &settings) != 0)
+    if (tcsetattr(descriptor, TCSANOW, &settings) != 0) {
         refuseDevice(path);
+    }
 }
 
 /// The mark of TIOCEXCL stays as long as anybody has the terminal open, so it has to be taken off.
-void release(const Descriptor* line)
+void release(const host::Descriptor* line)
 {
     ioctl(line->get(), TIOCNXCL);
     delete line;
@@ -76,35 +67,24 @@ void release(const Descriptor* line)
 
 }  // namespace
 
-bool isKnownBaud(unsigned baud)
-{
-    return std::ranges::find(kBauds, baud, &Baud::bitsPerSecond) != kBauds.end();
-}
-
-std::string knownBauds()
-{
-    std::string list;
-    for (const Baud& baud : kBauds)
-        list += (list.empty() ? "" : ", ") + std::to_string(baud.bitsPerSecond);
-    return list;
-}
-
 SerialDevice::SerialDevice(const std::filesystem::path& path, unsigned baud)
     : path_(std::filesystem::absolute(path).lexically_normal()), baud_(baud)
 {
 }
 
-std::shared_ptr<const Descriptor> SerialDevice::open()
+std::shared_ptr<const host::Descriptor> SerialDevice::open()
 {
     // Non-blocking, so that neither a modem without carrier nor a pipe without a writer holds us up.
-    auto opened = std::make_unique<Descriptor>(::open(path_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    if (!opened->valid())
+    auto opened = std::make_unique<host::Descriptor>(::open(path_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!opened->valid()) {
         refuseDevice(path_);
-    if (isatty(opened->get()) == 0)
+    }
+    if (isatty(opened->get()) == 0) {
         refuseDevice(path_, "it is no terminal");
+    }
     claim(path_, opened->get());
-    std::shared_ptr<const Descriptor> line(opened.release(), release);
-    configure(path_, line->get(), std::ranges::find(kBauds, baud_, &Baud::bitsPerSecond)->speed);
+    std::shared_ptr<const host::Descriptor> line(opened.release(), release);
+    configure(path_, line->get(), *host::speedOf(baud_));
     return line;
 }
 

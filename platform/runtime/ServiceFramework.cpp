@@ -16,7 +16,6 @@
 
 #include "KYRServiceFw.h"
 #include "platform/runtime/BusName.h"
-#include "platform/runtime/GlibLog.h"
 #include "platform/runtime/Report.h"
 
 namespace runtime {
@@ -30,11 +29,11 @@ constexpr suseconds_t kEndUs = 900'000;
 
 /// How far the service's start has come. Static, since the thread that waits for signals outlives everything.
 enum class Phase {
-    Before,
-    Initialising,
-    Running,
+    kBefore,
+    kInitialising,
+    kRunning,
 };
-std::atomic<Phase> thePhase = Phase::Before;
+std::atomic<Phase> thePhase = Phase::kBefore;
 
 sigset_t endSignals()
 {
@@ -66,10 +65,11 @@ void armWatchdog()
 
 void deinitialise()
 {
-    if (thePhase == Phase::Before)
+    if (thePhase == Phase::kBefore) {
         return;
+    }
     // What is half there cannot be taken away. Should this take too long, the watchdog ends it.
-    thePhase.wait(Phase::Initialising);
+    thePhase.wait(Phase::kInitialising);
     KYR_ServiceFw_Deinit();
 }
 
@@ -101,9 +101,9 @@ void endOnSignal(TtyWire& wire, OutputPump& out, OutputPump& error)
 void openStandardDescriptors()
 {
     int null = 0;
-    do
+    do {
         null = open("/dev/null", O_RDWR);
-    while (null >= 0 && null <= STDERR_FILENO);
+    } while (null >= 0 && null <= STDERR_FILENO);
     close(null);
 }
 
@@ -141,9 +141,9 @@ ServiceFramework::ServiceFramework(TtyWire& wire) : wire_(wire), out_(STDOUT_FIL
 void ServiceFramework::initialise(int argc, char** argv)
 {
     KYRServiceFw_Args args{argc, argv};
-    thePhase = Phase::Initialising;
+    thePhase = Phase::kInitialising;
     KYR_ServiceFw_Init(args);
-    thePhase = Phase::Running;
+    thePhase = Phase::kRunning;
     thePhase.notify_all();
 }
 
@@ -154,16 +154,21 @@ void ServiceFramework::announceReady(const std::function<std::string()>& hint)
     const std::string elseMissing = hint();
     // One line in all: what is wrong with the service's name, and what else is not on the bus.
     std::string trouble;
-    if (outcome.state == BusName::State::NoBus)
+    if (outcome.state == BusName::State::kNoBus) {
         trouble = "no session bus, so only the station's line is served: " + outcome.reason;
-    if (outcome.state == BusName::State::Taken)
+    }
+    if (outcome.state == BusName::State::kTaken) {
         trouble = "another process has the bus name " + name + ", so only the station's line is served";
-    if (outcome.state == BusName::State::Late)
+    }
+    if (outcome.state == BusName::State::kLate) {
         trouble = "the bus name " + name + " is not there in time, so at first only the station's line is served";
-    if (outcome.state != BusName::State::NoBus && !elseMissing.empty())
+    }
+    if (outcome.state != BusName::State::kNoBus && !elseMissing.empty()) {
         trouble += (trouble.empty() ? "" : "; ") + elseMissing;
-    if (!trouble.empty())
+    }
+    if (!trouble.empty()) {
         report(trouble);
+    }
 
     std::fprintf(stderr, "ready uart=%s\n", wire_.path().c_str());
     sd_notify(0, "READY=1");
@@ -173,8 +178,9 @@ void ServiceFramework::run()
 {
     KYR_ServiceFw_Exec();
     // KYR_ServiceFw_Exec does not return; should a service's do, the signals still decide when the process ends.
-    for (;;)
+    for (;;) {
         pause();
+    }
 }
 
 }  // namespace runtime

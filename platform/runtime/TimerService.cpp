@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <atomic>
 
-#include "platform/runtime/RunGuarded.h"
+#include "platform/runtime/Report.h"
 
 namespace runtime {
 namespace {
@@ -17,8 +17,9 @@ std::atomic<TimerService*> theInstance = nullptr;
 TimerService::TimerService(Clock clock) : clock_(clock)
 {
     const std::lock_guard lock(mutex_);
-    if (clock_ == Clock::Manual)
+    if (clock_ == Clock::kManual) {
         startLocked();  // time may be told to pass before there is any timer
+    }
 }
 
 TimerService::~TimerService()
@@ -28,21 +29,24 @@ TimerService::~TimerService()
         ending_ = true;
     }
     changed_.notify_all();
-    if (thread_.joinable())
+    if (thread_.joinable()) {
         thread_.join();
+    }
 }
 
 /// Under the lock, since the thread compares thread_ with itself.
 void TimerService::startLocked()
 {
-    if (!thread_.joinable())
+    if (!thread_.joinable()) {
         thread_ = std::thread([this] { run(); });
+    }
 }
 
 TimerService& TimerService::instance()
 {
-    if (TimerService* const set = theInstance; set != nullptr)
+    if (TimerService* const set = theInstance; set != nullptr) {
         return *set;
+    }
     static TimerService* const own = new TimerService;  // timers may be used until the process has ended
     return *own;
 }
@@ -88,8 +92,9 @@ void TimerService::cancelAllOf(const void* owner)
 {
     std::unique_lock lock(mutex_);
     std::erase_if(timers_, [owner](const auto& entry) { return entry.second.owner == owner; });
-    if (!onTimerThread())
+    if (!onTimerThread()) {
         settled_.wait(lock, [&] { return runningOwner_ != owner; });
+    }
 }
 
 bool TimerService::isPending(Id id) const
@@ -111,17 +116,18 @@ void TimerService::run()
     std::unique_lock lock(mutex_);
     while (!ending_) {
         const auto next = nextLocked();
-        const TimePoint limit = clock_ == Clock::Manual ? manualTarget_ : nowLocked();
-        if (next != timers_.end() && next->second.due <= limit)
+        const TimePoint limit = clock_ == Clock::kManual ? manualTarget_ : nowLocked();
+        if (next != timers_.end() && next->second.due <= limit) {
             expireLocked(next, lock);
-        else
+        } else {
             waitLocked(next, lock);
+        }
     }
 }
 
 TimerService::TimePoint TimerService::nowLocked() const
 {
-    return clock_ == Clock::Manual ? manualNow_ : std::chrono::steady_clock::now();
+    return clock_ == Clock::kManual ? manualNow_ : std::chrono::steady_clock::now();
 }
 
 TimerService::Timers::iterator TimerService::nextLocked()
@@ -134,10 +140,11 @@ void TimerService::expireLocked(Timers::iterator next, std::unique_lock<std::mut
     manualNow_ = std::max(manualNow_, next->second.due);
     auto action = next->second.action;
     runningOwner_ = next->second.owner;
-    if (next->second.period == milliseconds(0))
+    if (next->second.period == milliseconds(0)) {
         timers_.erase(next);
-    else
+    } else {
         next->second.due = std::max(next->second.due + next->second.period, nowLocked());
+    }
 
     lock.unlock();
     runGuarded("a timer's action has failed", *action);
@@ -149,11 +156,11 @@ void TimerService::expireLocked(Timers::iterator next, std::unique_lock<std::mut
 
 void TimerService::waitLocked(Timers::iterator next, std::unique_lock<std::mutex>& lock)
 {
-    if (clock_ == Clock::Manual && settledUpTo_ < manualTarget_) {
+    if (clock_ == Clock::kManual && settledUpTo_ < manualTarget_) {
         manualNow_ = settledUpTo_ = manualTarget_;
         settled_.notify_all();
     }
-    if (clock_ == Clock::Manual || next == timers_.end()) {
+    if (clock_ == Clock::kManual || next == timers_.end()) {
         changed_.wait(lock);
         return;
     }

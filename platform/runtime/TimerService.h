@@ -18,13 +18,13 @@ class TimerService
 {
 public:
     enum class Clock {
-        Steady,
-        Manual,  ///< stands still but for advance()
+        kSteady,
+        kManual,  ///< stands still but for advance()
     };
     using Id = std::uint64_t;
     using Action = std::function<void()>;
 
-    explicit TimerService(Clock clock = Clock::Steady);
+    explicit TimerService(Clock clock = Clock::kSteady);
 
     /// Forgets what has not expired and waits for an expiry that is under way. Not on the timer thread.
     ~TimerService();

@@ -26,7 +26,7 @@ protected:
     }
 
     testsupport::Recorder<int> expired_;
-    TimerService timers_{TimerService::Clock::Manual};
+    TimerService timers_{TimerService::Clock::kManual};
 };
 
 TEST_F(TimerServiceTest, ActionRunsWhenItsTimeHasComeAndNotBefore)
@@ -184,8 +184,9 @@ protected:
     public:
         ~Object() override
         {
-            for (const int id : {1, 2, 20})
+            for (const int id : {1, 2, 20}) {
                 KillNormalTimer(id);
+            }
         }
 
         void OnTimerHandleFunc(int id) override
@@ -206,7 +207,7 @@ protected:
         Installed& operator=(const Installed&) = delete;
     };
 
-    TimerService timers_{TimerService::Clock::Manual};
+    TimerService timers_{TimerService::Clock::kManual};
     const Installed installed_{timers_};
     Object object_;
 };

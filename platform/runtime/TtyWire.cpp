@@ -20,9 +20,9 @@ constexpr int kRetryMs = 250;
 constexpr std::size_t kTerminalHolds = 4095;
 
 enum class ReadEnd {
-    Empty,  ///< nothing more is there
-    Full,   ///< the buffer is
-    Lost,   ///< the line is
+    kEmpty,  ///< nothing more is there
+    kFull,   ///< the buffer is
+    kLost,   ///< the line is
 };
 
 /// Reads what is there into `buffer`, as much as fits.
@@ -36,16 +36,18 @@ ReadEnd readAvailable(int line, std::span<std::uint8_t> buffer, std::size_t& cou
             count += static_cast<std::size_t>(got);
             // A raw terminal gives all that it has, 4095 bytes at most: to ask it again after less would only cost
             // time.
-            if (static_cast<std::size_t>(got) < std::min(room, kTerminalHolds))
-                return ReadEnd::Empty;
-        } else if (got == 0)
-            return ReadEnd::Lost;
-        else if (errno == EAGAIN || errno == EWOULDBLOCK)
-            return ReadEnd::Empty;
-        else if (errno != EINTR)
-            return ReadEnd::Lost;
+            if (static_cast<std::size_t>(got) < std::min(room, kTerminalHolds)) {
+                return ReadEnd::kEmpty;
+            }
+        } else if (got == 0) {
+            return ReadEnd::kLost;
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            return ReadEnd::kEmpty;
+        } else if (errno != EINTR) {
+            return ReadEnd::kLost;
+        }
     }
-    return ReadEnd::Full;
+    return ReadEnd::kFull;
 }
 
 }  // namespace
@@ -68,8 +70,9 @@ TtyWire::~TtyWire()
 void TtyWire::attach(Receiver receiver)
 {
     const std::lock_guard lock(mutex_);
-    if (stopped_)
+    if (stopped_) {
         return;
+    }
     detachLocked();
     wakeup_.clear();
     stopping_ = false;
@@ -88,8 +91,9 @@ void TtyWire::detach()
 
 void TtyWire::detachLocked()
 {
-    if (!thread_.joinable())
+    if (!thread_.joinable()) {
         return;
+    }
     stopping_ = true;
     wakeup_.signal();
     thread_.join();
@@ -111,10 +115,11 @@ void TtyWire::run(const Receiver& receiver)
 {
     deliveryThread_ = std::this_thread::get_id();
     while (!stopping_) {
-        if (!line_)
+        if (!line_) {
             recover();
-        else if (waitForInput() && !deliverChunk(receiver))
+        } else if (waitForInput() && !deliverChunk(receiver)) {
             lose();
+        }
     }
     deliveryThread_ = std::thread::id();
 }
@@ -133,9 +138,10 @@ bool TtyWire::deliverChunk(const Receiver& receiver)
     std::array<std::uint8_t, kChunkSize> buffer;
     std::size_t count = 0;
     const ReadEnd end = readAvailable(line_->get(), buffer, count);
-    if (count > 0)
+    if (count > 0) {
         receiver(std::span(buffer).first(count));
-    return end != ReadEnd::Lost;
+    }
+    return end != ReadEnd::kLost;
 }
 
 void TtyWire::lose()
@@ -149,8 +155,9 @@ void TtyWire::lose()
 void TtyWire::recover()
 {
     pollfd polled{wakeup_.descriptor(), POLLIN, 0};
-    if (poll(&polled, 1, kRetryMs) != 0)
+    if (poll(&polled, 1, kRetryMs) != 0) {
         return;
+    }
     try {
         line_ = terminal_->open();
     } catch (const TerminalError&) {

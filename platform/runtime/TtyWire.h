@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/runtime/Descriptor.h"
+#include "host/Descriptor.h"
 #include "platform/runtime/FrameWriter.h"
 #include "platform/runtime/Report.h"
 #include "platform/runtime/Terminal.h"
@@ -54,8 +54,8 @@ private:
     const std::unique_ptr<Terminal> terminal_;
     const Reporter reporter_;
     const std::string name_;
-    const Wakeup wakeup_;                     // ends the delivery thread's waiting
-    std::shared_ptr<const Descriptor> line_;  // null: lost; the delivery thread's own while there is one
+    const host::Wakeup wakeup_;                     // ends the delivery thread's waiting
+    std::shared_ptr<const host::Descriptor> line_;  // null: lost; the delivery thread's own while there is one
     FrameWriter writer_;
 
     std::mutex mutex_;      // attach, detach and stop

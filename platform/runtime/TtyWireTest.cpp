@@ -11,9 +11,8 @@
 #include <future>
 #include <numeric>
 
-#include "platform/runtime/PseudoTerminal.h"
 #include "platform/runtime/RuntimeTestSupport.h"
-#include "platform/runtime/SerialDevice.h"
+#include "platform/runtime/Terminal.h"
 #include "tests/support/PtyPeer.h"
 #include "tests/support/TempDir.h"
 
@@ -123,8 +122,9 @@ TEST_F(PtyWireTest, WhatIsThereIsOneChunkOfUpTo4096Bytes)
     ASSERT_TRUE(station.write(everyByte(1000)));
     const auto deadline = std::chrono::steady_clock::now() + testsupport::kGenerous;
     int arrived = 0;
-    while (arrived < 3000 && std::chrono::steady_clock::now() < deadline)
+    while (arrived < 3000 && std::chrono::steady_clock::now() < deadline) {
         ioctl(line, FIONREAD, &arrived);
+    }
 
     wire.attach(chunks_.receiver());
 
@@ -226,8 +226,9 @@ TEST_F(PtyWireTest, StationThatDoesNotReadGetsWholeFramesOnceItDoes)
     constexpr std::size_t kSize = 251;
     const auto wire = makeWire();
     std::size_t taken = 0;
-    while (wire->send(everyByte(kSize)))
+    while (wire->send(everyByte(kSize))) {
         ++taken;
+    }
     EXPECT_THAT(reports_.waitFor(1), ElementsAre(AllOf(StartsWith("uart " + link_.string()), HasSubstr("not read"))));
 
     const StationEnd station(link_);
@@ -237,8 +238,9 @@ TEST_F(PtyWireTest, StationThatDoesNotReadGetsWholeFramesOnceItDoes)
     EXPECT_TRUE(wire->send(Bytes{0x55}));
     EXPECT_EQ(station.read(1), Bytes{0x55});
     ASSERT_EQ(all.size(), taken * kSize);
-    for (auto at = all.begin(); at != all.end(); at += kSize)
+    for (auto at = all.begin(); at != all.end(); at += kSize) {
         EXPECT_EQ(Bytes(at, at + kSize), everyByte(kSize));
+    }
 }
 
 TEST_F(PtyWireTest, ReceiverThatAnswersAStationThatDoesNotReadGoesOnReceiving)
@@ -246,8 +248,9 @@ TEST_F(PtyWireTest, ReceiverThatAnswersAStationThatDoesNotReadGoesOnReceiving)
     const auto record = chunks_.receiver();
     const auto wire = makeWire();
     wire->attach([&](std::span<std::uint8_t> chunk) {
-        for (int count = 0; count < 200; ++count)
+        for (int count = 0; count < 200; ++count) {
             wire->send(everyByte(255));
+        }
         record(chunk);
     });
     const StationEnd station(link_);
@@ -373,7 +376,7 @@ TEST_F(PtyWireTest, LinkToAFileThatOnlyBeginsLikeATerminalsIsReplaced)
 {
     // The file looks like a served terminal: somebody holds a lock on all of it.
     const fs::path file = directory_.path() / "x";
-    const Descriptor locked(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    const host::Descriptor locked(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     flock64 all{};
     all.l_type = F_WRLCK;
     all.l_whence = SEEK_SET;
@@ -387,7 +390,7 @@ TEST_F(PtyWireTest, LinkToAFileThatOnlyBeginsLikeATerminalsIsReplaced)
 
 TEST_F(PtyWireTest, DirectoryThatAnotherHasLockedIsRefusedAfterASecond)
 {
-    const Descriptor locked(open(directory_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const host::Descriptor locked(open(directory_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     ASSERT_EQ(flock(locked.get(), LOCK_EX), 0);
 
     EXPECT_THAT(refusal(), AllOf(HasSubstr(link_.string()), HasSubstr("locked")));

@@ -4,41 +4,54 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/runtime/SerialDevice.h"
+#include "host/Baud.h"
 
 namespace runtime {
 namespace {
 
 constexpr std::string_view kPtyPrefix = "pty:";
-constexpr unsigned kDefaultBaud = 115200;
 
 std::optional<unsigned> parseNumber(std::string_view text)
 {
     unsigned number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size())
+    if (error != std::errc() || end != text.data() + text.size()) {
         return std::nullopt;
+    }
     return number;
+}
+
+std::string knownBauds()
+{
+    std::string list;
+    for (const auto& [baud, speed] : host::kBauds) {
+        list += (list.empty() ? "" : ", ") + std::to_string(baud);
+    }
+    return list;
 }
 
 }  // namespace
 
 UartOption parseUartOption(const std::string& text)
 {
-    if (text.starts_with(kPtyPrefix))
-        return {UartOption::Kind::PseudoTerminal, text.substr(kPtyPrefix.size()), 0};
+    if (text.starts_with(kPtyPrefix)) {
+        return {UartOption::Kind::kPseudoTerminal, text.substr(kPtyPrefix.size()), 0};
+    }
 
     const auto comma = text.rfind(',');
-    UartOption option{UartOption::Kind::Device, text.substr(0, comma), kDefaultBaud};
-    if (option.path.empty())
-        throw UartOptionError("'" + text + "' names no line: pty:LINK or DEVICE[,BAUD] was expected");
-    if (comma == std::string::npos)
+    UartOption option{UartOption::Kind::kDevice, text.substr(0, comma), host::kDefaultBaud};
+    if (option.path.empty()) {
+        throw UartOptionError("--uart: expected pty:LINK or DEVICE[,BAUD], got '" + text + "'");
+    }
+    if (comma == std::string::npos) {
         return option;
+    }
 
     const std::string rate = text.substr(comma + 1);
     const auto baud = parseNumber(rate);
-    if (!baud || !isKnownBaud(*baud))
-        throw UartOptionError("'" + rate + "' is no baud rate: one of " + knownBauds() + " was expected");
+    if (!baud || !host::speedOf(*baud)) {
+        throw UartOptionError("--uart: expected a baud rate (" + knownBauds() + "), got '" + rate + "'");
+    }
     option.baud = *baud;
     return option;
 }

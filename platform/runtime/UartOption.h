@@ -16,11 +16,11 @@ public:
 /// Which line the station is on.
 struct UartOption {
     enum class Kind {
-        PseudoTerminal,
-        Device,
+        kPseudoTerminal,
+        kDevice,
     };
 
-    Kind kind = Kind::PseudoTerminal;
+    Kind kind = Kind::kPseudoTerminal;
     std::filesystem::path path;  ///< the link to make (empty: the default one) or the device
     unsigned baud = 0;           ///< of a device
 };

@@ -23,7 +23,7 @@ TEST(UartOption, PtyNamesALink)
 {
     const auto option = parseUartOption("pty:/run/line,1");
 
-    EXPECT_EQ(option.kind, Kind::PseudoTerminal);
+    EXPECT_EQ(option.kind, Kind::kPseudoTerminal);
     EXPECT_EQ(option.path, "/run/line,1");
 }
 
@@ -31,7 +31,7 @@ TEST(UartOption, PtyAloneStandsForTheDefaultLink)
 {
     const auto option = parseUartOption("pty:");
 
-    EXPECT_EQ(option.kind, Kind::PseudoTerminal);
+    EXPECT_EQ(option.kind, Kind::kPseudoTerminal);
     EXPECT_TRUE(option.path.empty());
 }
 
@@ -39,7 +39,7 @@ TEST(UartOption, DeviceAloneHas115200Baud)
 {
     const auto option = parseUartOption("/dev/ttyUSB0");
 
-    EXPECT_EQ(option.kind, Kind::Device);
+    EXPECT_EQ(option.kind, Kind::kDevice);
     EXPECT_EQ(option.path, "/dev/ttyUSB0");
     EXPECT_EQ(option.baud, 115200u);
 }
@@ -59,9 +59,10 @@ TEST(UartOption, LastCommaIsTheRates)
 
 TEST(UartOption, RateThatNoLineHasIsRefusedWithTheRatesThereAre)
 {
-    for (const char* rate : {"12345", "0", "-9600", "9600x", "fast", "", " 9600", "99999999999999999999"})
+    for (const char* rate : {"12345", "0", "-9600", "9600x", "fast", "", " 9600", "99999999999999999999"}) {
         EXPECT_THAT(refusal(std::string("/dev/ttyUSB0,") + rate),
                     testing::AllOf(HasSubstr(std::string("'") + rate + "'"), HasSubstr("115200")));
+    }
 }
 
 TEST(UartOption, EmptyLineIsRefused)

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <thread>
 
-#include "platform/runtime/Descriptor.h"
+#include "host/Descriptor.h"
 #include "tests/integration/BenchTest.h"
 #include "tests/support/WireVectors.h"
 
@@ -16,7 +16,7 @@ namespace tests {
 namespace {
 
 namespace fs = std::filesystem;
-using runtime::Descriptor;
+using host::Descriptor;
 using testing::HasSubstr;
 using testing::Not;
 using wire::kAskMode;

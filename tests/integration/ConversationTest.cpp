@@ -65,8 +65,9 @@ private:
     {
         const auto deadline = std::chrono::steady_clock::now() + kGenerous;
         std::string got = read();
-        while (!wanted(got) && std::chrono::steady_clock::now() < deadline)
+        while (!wanted(got) && std::chrono::steady_clock::now() < deadline) {
             got = read();
+        }
         return got;
     }
 
@@ -74,8 +75,9 @@ private:
     {
         std::vector<std::string> arguments = {ENGINEERING_STATION, "send"};
         std::istringstream words(command);
-        for (std::string word; words >> word;)
+        for (std::string word; words >> word;) {
             arguments.push_back(word);
+        }
         arguments.insert(arguments.end(), {"--port", link().string(), "--yes"});
         arguments.insert(arguments.end(), options.begin(), options.end());
         const Outcome outcome = run(arguments);

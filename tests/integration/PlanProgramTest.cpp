@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "platform/runtime/Descriptor.h"
+#include "host/Descriptor.h"
 #include "tests/integration/BenchTest.h"
 #include "tests/support/PtyPeer.h"
 
@@ -287,7 +287,7 @@ TEST_F(PlanProgramTest, ThirdInterruptEndsARunWhoseOutputNobodyReads)
                                              std::string(8000, 'x') + "\", send = \"test.mode\" }]\n");
     const std::string pipe = (directory() / "pipe").string();
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const runtime::Descriptor reader(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+    const host::Descriptor reader(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(fcntl(reader.get(), F_SETPIPE_SZ, 4096), 4096);
     ChildProcess& tool =
         start({"sh", "-c", "exec " + shellWords(ENGINEERING_STATION) + " plan run " + plan + " --no-record > " + pipe});

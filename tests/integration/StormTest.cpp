@@ -76,10 +76,13 @@ void floodFromStation(Service& service)
 {
     static const std::vector<std::uint8_t> kParams = {1, 0, '4', '2', 'A', 'F', '0', '1', '2', '3', '4', '5'};
     std::vector<std::pair<std::uint8_t, std::uint8_t>> commands;
-    for (const KYRAutoTest::Group& group : KYRAutoTest::Groups())
-        for (const Command& command : group.commands())
-            if (group.code != 0x0F && !(group.code == 0x06 && command.code == 0x13))
+    for (const KYRAutoTest::Group& group : KYRAutoTest::Groups()) {
+        for (const Command& command : group.commands()) {
+            if (group.code != 0x0F && !(group.code == 0x06 && command.code == 0x13)) {
                 commands.emplace_back(group.code, command.code);
+            }
+        }
+    }
 
     for (int i = 0; i < kCommands; ++i) {
         const auto [group, command] = commands[static_cast<std::size_t>(i) % commands.size()];
@@ -95,12 +98,15 @@ void floodFromBus(Service& service, const std::string& marker, std::atomic<int>&
     for (int i = 0; i < kCallsPerClient; ++i) {
         const std::string number = std::to_string(i % 80);
         if (client.callEngineering("uart_send_data", "(byte 0x8E, byte 0x7F, <[byte " + marker + "]>, uint16 1)") ==
-            "()")
+            "()") {
             ++answers;
-        if (client.callEngineering("auto_test_set_track_index", "(byte 2, byte " + number + ")") == "()")
+        }
+        if (client.callEngineering("auto_test_set_track_index", "(byte 2, byte " + number + ")") == "()") {
             ++answers;
-        if (client.callEngineering("auto_test_feedback_key_event", "(byte " + number + ", byte 16)") == "()")
+        }
+        if (client.callEngineering("auto_test_feedback_key_event", "(byte " + number + ", byte 16)") == "()") {
             ++answers;
+        }
     }
 }
 
@@ -138,8 +144,9 @@ void floodFromHeadUnit(Service& service)
 void changeState(Service& service)
 {
     for (int i = 0; i < kStateChanges; ++i) {
-        for (const char* path : {"/tuner/available", "/wifi/available", "/system_misc/available", "/audio/available"})
+        for (const char* path : {"/tuner/available", "/wifi/available", "/system_misc/available", "/audio/available"}) {
             service.unit.state().set(path, i % 2 == 0);
+        }
         service.unit.state().set("/config/~1project~1project_name", "project " + std::to_string(i));
     }
     service.unit.mergeState({{"tuner", {{"available", true}}}, {"wifi", {{"available", true}}}});
@@ -151,14 +158,16 @@ int runTimers(Service& service)
 {
     const auto expired = std::make_shared<std::counting_semaphore<>>(0);
     service.unit.calls().additions().add([expired](const bench::Call& call) {
-        if (call.op == "RestartSystem")
+        if (call.op == "RestartSystem") {
             expired->release();
+        }
     });
     int expiries = 0;
     for (int i = 0; i < kExpiries; ++i) {
         KYRSingleton<KYRAutoTest>::GetInstance()->StartNormalTimer(kRestartTimer, 1, TIMER_MILLISECONDS, LOOP_ONCE);
-        if (expired->try_acquire_for(tests::kGenerous))
+        if (expired->try_acquire_for(tests::kGenerous)) {
             ++expiries;
+        }
     }
     return expiries;
 }

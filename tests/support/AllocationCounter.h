@@ -16,8 +16,9 @@ std::atomic<std::size_t> theAllocations = 0;
 void* operator new(std::size_t size)
 {
     ++theAllocations;
-    if (void* const memory = std::malloc(size))
+    if (void* const memory = std::malloc(size)) {
         return memory;
+    }
     throw std::bad_alloc();
 }
 

@@ -42,8 +42,9 @@ void EngineTest::startInTestMode()
 std::vector<std::string> EngineTest::calls()
 {
     std::vector<std::string> texts;
-    for (const bench::Call& call : unit.calls().list())
+    for (const bench::Call& call : unit.calls().list()) {
         texts.push_back(callText(call));
+    }
     return texts;
 }
 
@@ -91,8 +92,9 @@ void expectSilenceBeyond(EngineTest& test, std::uint8_t group, const std::vector
 {
     test.startInTestMode();
     for (int code = 0; code <= 0xFF; ++code) {
-        if (std::ranges::find(codes, code) != codes.end())
+        if (std::ranges::find(codes, code) != codes.end()) {
             continue;
+        }
 
         test.station.sendCommand(group, static_cast<std::uint8_t>(code), {1, 1, 1, 1});
 

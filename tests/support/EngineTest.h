@@ -57,7 +57,7 @@ public:
 
     LogRecorder log;
     tests::TempDir root;
-    runtime::TimerService timers{runtime::TimerService::Clock::Manual};
+    runtime::TimerService timers{runtime::TimerService::Clock::kManual};
     bench::HeadUnit unit{timers};
     RecordedWire station;
     SignalRecorder hmi;

@@ -22,8 +22,9 @@ struct SeenFrame {
 inline std::ostream& operator<<(std::ostream& out, const SeenFrame& frame)
 {
     out << std::hex << int{frame.cmdOne} << ' ' << int{frame.cmdTwo} << " [";
-    for (const std::uint8_t byte : frame.params)
+    for (const std::uint8_t byte : frame.params) {
         out << ' ' << int{byte};
+    }
     return out << " ] checksum " << frame.checksum << (frame.sound ? "" : ", bad") << std::dec;
 }
 
@@ -37,8 +38,9 @@ public:
     {
         buffer_.insert(buffer_.end(), chunk.begin(), chunk.end());
         std::vector<SeenFrame> seen;
-        if (buffer_.size() <= 7)
+        if (buffer_.size() <= 7) {
             return seen;
+        }
         std::size_t i = 0;
         while (i < buffer_.size()) {
             if (!frameStartsAt(i)) {
@@ -59,13 +61,16 @@ private:
 
     bool frameStartsAt(std::size_t i) const
     {
-        if (at(i) != 0x2A || at(i + 1) != 0xA2)
+        if (at(i) != 0x2A || at(i + 1) != 0xA2) {
             return false;
-        if (!(i + 3 < buffer_.size()))
+        }
+        if (!(i + 3 < buffer_.size())) {
             return false;
+        }
         const unsigned length = at(i + 3);
-        if (length < 2)
+        if (length < 2) {
             return false;
+        }
         const unsigned padded = (length % 2 == 0 ? length : length + 1) & 0xFFU;  // 8 bits: 255 becomes 0
         return i + 5 + padded < buffer_.size();
     }
@@ -90,10 +95,11 @@ private:
                         checksum == ((0x10000U - sum) & 0xFFFFU)};
         frame.params.assign(area.begin(), area.begin() + static_cast<std::ptrdiff_t>(length - 2));
         const std::size_t end = i + 8 + count;
-        if (end < buffer_.size())
+        if (end < buffer_.size()) {
             buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(end));
-        else
+        } else {
             buffer_.clear();
+        }
         return frame;
     }
 

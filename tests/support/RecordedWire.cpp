@@ -31,8 +31,9 @@ bool RecordedWire::send(std::span<const std::uint8_t> frame)
     {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return !held_; });
-        if (throw_)
+        if (throw_) {
             throw std::runtime_error(*std::exchange(throw_, std::nullopt));
+        }
         sent_.emplace_back(frame.begin(), frame.end());
     }
     changed_.notify_all();
@@ -41,8 +42,9 @@ bool RecordedWire::send(std::span<const std::uint8_t> frame)
 
 void RecordedWire::deliver(Bytes bytes)
 {
-    if (receiver_)
+    if (receiver_) {
         receiver_(bytes);
+    }
 }
 
 void RecordedWire::sendCommand(std::uint8_t cmdOne, std::uint8_t cmdTwo, const Bytes& params)
@@ -50,8 +52,9 @@ void RecordedWire::sendCommand(std::uint8_t cmdOne, std::uint8_t cmdTwo, const B
     const auto length = static_cast<std::uint8_t>(params.size() + 2);
     Bytes frame = {protocol::kHeader1, protocol::kHeader2, 0, length, cmdOne, cmdTwo};
     frame.insert(frame.end(), params.begin(), params.end());
-    if (params.size() % 2 != 0)
+    if (params.size() % 2 != 0) {
         frame.push_back(0);
+    }
     const std::uint16_t check = protocol::checksum(length, cmdOne, cmdTwo, params);
     frame.push_back(static_cast<std::uint8_t>(check >> 8));
     frame.push_back(static_cast<std::uint8_t>(check & 0xFF));

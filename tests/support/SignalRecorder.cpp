@@ -21,8 +21,9 @@ void record(std::string text)
 void record(const char* name, const std::vector<long>& arguments)
 {
     std::string text = std::string(name) + "(";
-    for (std::size_t i = 0; i < arguments.size(); ++i)
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
         text += (i == 0 ? "" : ", ") + std::to_string(arguments[i]);
+    }
     record(text + ")");
 }
 
