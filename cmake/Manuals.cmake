@@ -30,5 +30,9 @@ manual_page(engineering-service "the engineering service on the bench")
 printed_file(engineering-station.1 ${CMAKE_INSTALL_MANDIR}/man1 engineering-station engineering-station man)
 printed_file(engineering-station ${CMAKE_INSTALL_DATADIR}/bash-completion/completions engineering-station
   engineering-station completion bash)
+printed_file(_engineering-station ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions engineering-station
+  engineering-station completion zsh)
+printed_file(engineering-station.fish ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d engineering-station
+  engineering-station completion fish)
 manual_page(engineering-hmi "stand-in for a head unit's HMI")
 manual_page(headunitctl "the simulated head unit's controls")

@@ -29,15 +29,11 @@ std::string didYouMean(const std::string& typed, const std::vector<std::string>&
     return protocol::didYouMean(typed, views);
 }
 
-std::vector<std::string> longNames(const CLI::App& verb)
+std::vector<std::string> optionNames(const CLI::App& verb)
 {
     std::vector<std::string> names;
-    for (const CLI::App* each = &verb; each != nullptr; each = each->get_parent()) {
-        for (const CLI::Option* option : optionsOf(*each)) {
-            for (const std::string& name : option->get_lnames()) {
-                names.push_back("--" + name);
-            }
-        }
+    for (const CLI::Option* option : allOptionsOf(verb)) {
+        std::ranges::copy(namesOf(*option), std::back_inserter(names));
     }
     return names;
 }
@@ -63,7 +59,7 @@ std::string explainWord(const CLI::App& verb, const std::string& word)
 {
     if (word.starts_with("-") && word.size() > 1) {
         const std::string option = word.substr(0, word.find('='));
-        return "'" + option + "' is no option of '" + pathOf(verb) + "'" + didYouMean(option, longNames(verb));
+        return "'" + option + "' is no option of '" + pathOf(verb) + "'" + didYouMean(option, optionNames(verb));
     }
     const auto names = namesOf(verbsOf(verb));
     if (names.empty()) {
@@ -156,6 +152,36 @@ std::vector<const CLI::Option*> positionalsOf(const CLI::App& verb)
 {
     return verb.get_options(
         [](const CLI::Option* option) { return option->get_positional() && !option->get_group().empty(); });
+}
+
+std::vector<const CLI::Option*> inheritedOptionsOf(const CLI::App& verb)
+{
+    std::vector<const CLI::Option*> options;
+    for (const CLI::App* above = verb.get_parent(); above != nullptr; above = above->get_parent()) {
+        std::ranges::copy_if(optionsOf(*above), std::back_inserter(options), [&](const CLI::Option* option) {
+            return option != above->get_help_ptr() && !option->check_lname("version");
+        });
+    }
+    return options;
+}
+
+std::vector<const CLI::Option*> allOptionsOf(const CLI::App& verb)
+{
+    auto options = optionsOf(verb);
+    std::ranges::copy(inheritedOptionsOf(verb), std::back_inserter(options));
+    return options;
+}
+
+std::vector<std::string> namesOf(const CLI::Option& option)
+{
+    std::vector<std::string> names;
+    for (const std::string& name : option.get_lnames()) {
+        names.push_back("--" + name);
+    }
+    for (const std::string& name : option.get_snames()) {
+        names.push_back("-" + name);
+    }
+    return names;
 }
 
 bool takesValue(const CLI::Option& option)

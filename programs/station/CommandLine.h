@@ -32,6 +32,13 @@ std::vector<const CLI::App*> verbsOf(const CLI::App& app);
 std::vector<const CLI::Option*> optionsOf(const CLI::App& verb);
 std::vector<const CLI::Option*> positionalsOf(const CLI::App& verb);
 
+/// @returns the options of `verb`, and those of the nouns above it that it takes too.
+std::vector<const CLI::Option*> allOptionsOf(const CLI::App& verb);
+std::vector<const CLI::Option*> inheritedOptionsOf(const CLI::App& verb);
+
+/// @returns the option's spellings: "--help", "-h".
+std::vector<std::string> namesOf(const CLI::Option& option);
+
 /// @returns whether the option takes a value.
 bool takesValue(const CLI::Option& option);
 

@@ -1,120 +1,46 @@
+#include "programs/station/Completion.h"
+
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <map>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "programs/station/CommandLine.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
+#include "station/ports/SerialPorts.h"
 
 namespace programs::station_tool {
 
 namespace {
 
-namespace catalogue = protocol::catalogue;
-
-/// What the script does with the tables that are put before it. A word is taken from the line rather than from
-/// COMP_WORDS, which are cut at every '=' and ':'.
-constexpr std::string_view kFunctions = R"bash(
-_engineering_station_offer() {
-    local cur=$1 words=$2
-    COMPREPLY=($(compgen -W "$words" -- "$cur"))
-}
-
-_engineering_station_files() {
-    local IFS=$'\n'
-    COMPREPLY=($(compgen "$2" -- "$1"))
-    compopt -o filenames 2>/dev/null
-}
-
-_engineering_station_ports() {
-    local cur=$1 port
-    COMPREPLY=()
-    for port in "${XDG_RUNTIME_DIR:+$XDG_RUNTIME_DIR/engineering/uart}" "/tmp/engineering-$UID/uart" \
-        /dev/serial/by-id/* /dev/ttyUSB* /dev/ttyACM*; do
-        [[ -n $port && -e $port && $port == "$cur"* ]] && COMPREPLY+=("$port")
-    done
-    if [[ ${#COMPREPLY[@]} -eq 0 && -n $cur ]]; then
-        _engineering_station_files "$cur" -f
-    fi
-}
-
-_engineering_station_value() {
-    local cur=$1 kind=$2
-    case $kind in
-        @file) _engineering_station_files "$cur" -f ;;
-        @directory) _engineering_station_files "$cur" -d ;;
-        @port) _engineering_station_ports "$cur" ;;
-        @command) _engineering_station_offer "$cur" "$_engineering_station_commands" ;;
-        @group) _engineering_station_offer "$cur" "$_engineering_station_groups" ;;
-        @key) _engineering_station_offer "$cur" \
-            "$_engineering_station_groups $_engineering_station_commands $_engineering_station_notices" ;;
-        @none | '') COMPREPLY=() ;;
-        *) _engineering_station_offer "$cur" "$kind" ;;
-    esac
-}
-
-_engineering_station_argument() {
-    local cur=$1 command=$2 name names=()
-    if [[ $cur == *=* ]]; then
-        name=${cur%%=*}
-        COMPREPLY=($(compgen -P "$name=" -W "${_engineering_station_choices["$command $name"]}" -- "${cur#*=}"))
-    else
-        for name in ${_engineering_station_parameters["$command"]}; do
-            names+=("$name=")
-        done
-        _engineering_station_offer "$cur" "${names[*]}"
-        compopt -o nospace 2>/dev/null
-    fi
-}
-
+/// The words of the line are taken from COMP_LINE: bash cuts COMP_WORDS at every '=' and ':'.
+constexpr const char* kBash = R"bash(# bash completion of engineering-station
 _engineering_station() {
-    local words=() word path=engineering-station option='' first='' count=0 i cur
+    local line words=() cur option='' word meaning break
     if [[ -n $COMP_LINE ]]; then
-        local line=${COMP_LINE:0:COMP_POINT}
+        line=${COMP_LINE:0:COMP_POINT}
         read -ra words <<<"$line"
         [[ $line == *[[:space:]] ]] && words+=('')
     else
         words=("${COMP_WORDS[@]:0:COMP_CWORD+1}")
     fi
     cur=${words[${#words[@]} - 1]}
-    for ((i = 1; i < ${#words[@]} - 1; i++)); do
-        word=${words[i]}
-        if [[ -n $option ]]; then
-            option=''
-        elif [[ $word == --*=* ]]; then
-            :
-        elif [[ $word == -* ]]; then
-            [[ -n ${_engineering_station_values["$path $word"]} ]] && option=$word
-        elif [[ $first == '' && " ${_engineering_station_verbs["$path"]} " == *" $word "* ]]; then
-            path+=" $word"
-        else
-            [[ $count -eq 0 ]] && first=$word
-            count=$((count + 1))
-        fi
-    done
+    [[ $cur == --*=* ]] && option=${cur%%=*}=
 
     COMPREPLY=()
-    local positional=${_engineering_station_positionals["$path"]}
-    if [[ -n $option ]]; then
-        _engineering_station_value "$cur" "${_engineering_station_values["$path $option"]}"
-    elif [[ $cur == --*=* ]]; then
-        option=${cur%%=*}
-        _engineering_station_value "${cur#*=}" "${_engineering_station_values["$path $option"]}"
-        COMPREPLY=("${COMPREPLY[@]/#/$option=}")
-    elif [[ $cur == -* ]]; then
-        _engineering_station_offer "$cur" "${_engineering_station_options["$path"]}"
-    elif [[ -n ${_engineering_station_verbs["$path"]} ]]; then
-        _engineering_station_offer "$cur" "${_engineering_station_verbs["$path"]}"
-    elif [[ $positional == @command && $count -gt 0 ]]; then
-        _engineering_station_argument "$cur" "$first"
-    else
-        _engineering_station_value "$cur" "$positional"
-    fi
+    while IFS=$'\t' read -r word meaning; do
+        local IFS=$'\n'
+        case $word in
+            :files) COMPREPLY+=($(compgen -P "$option" -f -- "${cur#"$option"}")); compopt -o filenames 2>/dev/null ;;
+            :directories) COMPREPLY+=($(compgen -P "$option" -d -- "${cur#"$option"}")); compopt -o filenames 2>/dev/null ;;
+            *=) COMPREPLY+=("$word"); compopt -o nospace 2>/dev/null ;;
+            *) COMPREPLY+=("$word") ;;
+        esac
+    done < <("${words[0]/#\~/$HOME}" __complete "${words[@]:1}" 2>/dev/null)
 
-    # Where the shell has cut the word before its last '=' or ':', it wants what stands behind.
-    local break
+    # Where bash has cut the word at its last '=' or ':', it expects the rest only.
     for break in '=' ':'; do
         if [[ $cur == *"$break"* && $COMP_WORDBREAKS == *"$break"* ]]; then
             COMPREPLY=("${COMPREPLY[@]#"${cur%"$break"*}$break"}")
@@ -125,168 +51,268 @@ _engineering_station() {
 complete -F _engineering_station engineering-station
 )bash";
 
-std::string shellQuoted(std::string_view text)
-{
-    std::string out = "'";
-    for (const char c : text) {
-        out += c == '\'' ? "'\\''" : std::string(1, c);
-    }
-    return out + "'";
+constexpr const char* kZsh = R"zsh(#compdef engineering-station
+# zsh completion of engineering-station
+_engineering-station() {
+    local word meaning
+    local -a spaced open
+    while IFS=$'\t' read -r word meaning; do
+        case $word in
+            :files) [[ $PREFIX == --*=* ]] && compset -P '*='; _files ;;
+            :directories) [[ $PREFIX == --*=* ]] && compset -P '*='; _files -/ ;;
+            *=) open+=("${word//:/\\:}:$meaning") ;;
+            *) spaced+=("${word//:/\\:}:$meaning") ;;
+        esac
+    done < <("${words[1]/#\~/$HOME}" __complete "${(@Q)words[2,CURRENT-1]}" "${(Q)PREFIX}" 2>/dev/null)
+    (( $#spaced )) && _describe 'word' spaced
+    (( $#open )) && _describe 'parameter' open -S ''
+    return 0
 }
 
-/// An associative array of the shell.
-class Table
+# In a file of $fpath this text is the function itself.
+if [[ $funcstack[1] == _engineering-station ]]; then
+    _engineering-station
+else
+    compdef _engineering-station engineering-station
+fi
+)zsh";
+
+constexpr const char* kFish = R"fish(# fish completion of engineering-station
+function __engineering_station
+    set -l words (commandline -opc)
+    set -l current (commandline -ct)
+    set -l option (string match -r -- '^--[^=]*=' $current)
+    for line in (command $words[1] __complete $words[2..-1] "$current" 2>/dev/null)
+        switch $line
+            case ':files*'
+                printf "$option%s\n" (__fish_complete_path (string replace -- "$option" '' $current))
+            case ':directories*'
+                printf "$option%s\n" (__fish_complete_directories (string replace -- "$option" '' $current))
+            case '*'
+                echo $line
+        end
+    end
+end
+
+complete --command engineering-station --no-files --arguments '(__engineering_station)'
+)fish";
+
+const std::map<std::string, const char*> kScripts{{"bash", kBash}, {"zsh", kZsh}, {"fish", kFish}};
+
+using Candidates = std::vector<Candidate>;
+
+/// Completes one command line.
+class Completer
 {
 public:
-    void add(const std::string& key, const std::string& words)
+    Completer(const CLI::App& app, const std::function<Candidates()>& ports) : verb_(&app), ports_(ports) {}
+
+    void pass(const std::string& word)
     {
-        if (!words.empty()) {
-            rows_ += "    [" + shellQuoted(key) + "]=" + shellQuoted(words) + "\n";
+        if (option_ != nullptr) {
+            option_ = nullptr;
+        } else if (word.starts_with("-") && word.size() > 1) {
+            const CLI::Option* option = find(word);
+            option_ = option != nullptr && takesValue(*option) ? option : nullptr;
+        } else if (const CLI::App* below = arguments_.empty() ? verbBelow(word) : nullptr) {
+            verb_ = below;
+        } else {
+            arguments_.push_back(word);
         }
     }
 
-    std::string text(const char* name) const
+    Candidates complete(const std::string& current) const
     {
-        return std::string("declare -gA _engineering_station_") + name + "=(\n" + rows_ + ")\n";
+        if (option_ != nullptr) {
+            return values(*option_, current);
+        }
+        if (const auto equals = current.find('='); current.starts_with("--") && equals != std::string::npos) {
+            const CLI::Option* option = find(current.substr(0, equals));
+            return option != nullptr ? behind(current, values(*option, current.substr(equals + 1))) : Candidates();
+        }
+        Candidates all;
+        if (current.starts_with("-")) {
+            for (const CLI::Option* option : allOptionsOf(*verb_)) {
+                for (const std::string& name : namesOf(*option)) {
+                    all.push_back({name, option->get_description()});
+                }
+            }
+            return matching(std::move(all), current);
+        }
+        for (const CLI::App* below : verbsOf(*verb_)) {
+            all.push_back({below->get_name(), titleOf(*below)});
+        }
+        if (!all.empty()) {
+            return matching(std::move(all), current);
+        }
+        const auto positionals = positionalsOf(*verb_);
+        if (positionals.empty()) {
+            return {};
+        }
+        const CLI::Option& first = *positionals.front();
+        return valueName(first) == "COMMAND" && !arguments_.empty() ? parameters(current) : values(first, current);
     }
 
 private:
-    std::string rows_;
-};
-
-void append(std::string& words, std::string_view word)
-{
-    words += (words.empty() ? "" : " ") + std::string(word);
-}
-
-std::vector<std::string> spellings(const CLI::Option& option)
-{
-    std::vector<std::string> names;
-    for (const std::string& name : option.get_lnames()) {
-        names.push_back("--" + name);
+    static Candidates matching(Candidates all, const std::string& current)
+    {
+        std::erase_if(all, [&](const Candidate& each) { return !each.word.starts_with(current); });
+        return all;
     }
-    for (const std::string& name : option.get_snames()) {
-        names.push_back("-" + name);
-    }
-    return names;
-}
 
-/// @returns the words that may stand there, or how to find them.
-std::string kindOf(const CLI::Option& option)
-{
-    static const std::map<std::string, std::string> kKinds{
-        {"FILE", "@file"},       {"DIR", "@directory"}, {"PORT", "@port"},
-        {"COMMAND", "@command"}, {"GROUP", "@group"},   {"KEY", "@key"},
-    };
-    std::string words;
-    for (const std::string& value : valuesOf(option)) {
-        append(words, value);
-    }
-    if (!words.empty()) {
-        return words;
-    }
-    const auto kind = kKinds.find(valueName(option));
-    return kind == kKinds.end() ? "@none" : kind->second;
-}
-
-struct TreeTables {
-    Table verbs;
-    Table options;
-    Table values;
-    Table positionals;
-};
-
-void addVerb(TreeTables& tables, const CLI::App& verb)
-{
-    // The shell has no empty keys, so the program's name stands in front of every path.
-    const std::string path = pathOf(verb);
-    std::string names;
-    for (const CLI::App* below : verbsOf(verb)) {
-        append(names, below->get_name());
-        addVerb(tables, *below);
-    }
-    tables.verbs.add(path, names);
-
-    std::string options;
-    for (const CLI::App* each = &verb; each != nullptr; each = each->get_parent()) {
-        for (const CLI::Option* option : optionsOf(*each)) {
-            const bool repeated = each != &verb && (option == each->get_help_ptr() || option->check_lname("version"));
-            if (repeated) {
-                continue;
+    /// @returns the values with what stands before them in `current`, up to its first '='.
+    static Candidates behind(const std::string& current, Candidates values)
+    {
+        for (Candidate& value : values) {
+            if (!value.word.starts_with(":")) {
+                value.word.insert(0, current, 0, current.find('=') + 1);
             }
-            for (const std::string& name : spellings(*option)) {
-                append(options, name);
-                if (takesValue(*option)) {
-                    tables.values.add(std::string(path).append(" ").append(name), kindOf(*option));
+        }
+        return values;
+    }
+
+    const CLI::App* verbBelow(const std::string& name) const
+    {
+        const auto verbs = verbsOf(*verb_);
+        const auto found = std::ranges::find(verbs, name, [](const CLI::App* each) { return each->get_name(); });
+        return found == verbs.end() ? nullptr : *found;
+    }
+
+    const CLI::Option* find(const std::string& name) const
+    {
+        for (const CLI::Option* option : allOptionsOf(*verb_)) {
+            if (std::ranges::count(namesOf(*option), name) > 0) {
+                return option;
+            }
+        }
+        return nullptr;
+    }
+
+    Candidates values(const CLI::Option& option, const std::string& current) const
+    {
+        const std::string kind = valueName(option);
+        Candidates all;
+        for (const std::string& value : valuesOf(option)) {
+            all.push_back({value, ""});
+        }
+        if (kind == "FILE") {
+            return {{kFileNames, ""}};
+        }
+        if (kind == "DIR") {
+            return {{kDirectoryNames, ""}};
+        }
+        if (kind == "PORT") {
+            all = matching(ports_(), current);
+            return all.empty() && !current.empty() ? Candidates{{kFileNames, ""}} : all;
+        }
+        if (kind == "COMMAND" || kind == "KEY") {
+            addKeys(all, kind == "KEY");
+        }
+        return matching(std::move(all), current);
+    }
+
+    static void addKeys(Candidates& all, bool withGroupsAndNotices)
+    {
+        namespace catalogue = protocol::catalogue;
+        const auto groups = catalogue::groups();
+        for (const catalogue::Group& group : groups) {
+            if (withGroupsAndNotices) {
+                all.push_back({std::string(group.key), std::string(group.title)});
+                for (const catalogue::Notice& notice : group.notices) {
+                    all.push_back({catalogue::fullKey(groups, notice), std::string(notice.title)});
                 }
             }
-        }
-    }
-    tables.options.add(path, options);
-    if (const auto positionals = positionalsOf(verb); !positionals.empty()) {
-        tables.positionals.add(path, kindOf(*positionals.front()));
-    }
-}
-
-std::string catalogueTables()
-{
-    std::string groups;
-    std::string commands;
-    std::string notices;
-    Table parameters;
-    Table choices;
-    for (const catalogue::Group& group : catalogue::groups()) {
-        append(groups, group.key);
-        for (const catalogue::Command& command : group.commands) {
-            const std::string key = catalogue::fullKey(catalogue::groups(), command);
-            std::string names;
-            append(commands, key);
-            for (const catalogue::Field& field : command.params) {
-                append(names, field.name);
-                std::string words;
-                for (const catalogue::Choice& choice : field.choices) {
-                    append(words, choice.name);
-                }
-                choices.add(key + " " + std::string(field.name), words);
+            for (const catalogue::Command& command : group.commands) {
+                all.push_back({catalogue::fullKey(groups, command), std::string(command.title)});
             }
-            parameters.add(key, names);
-        }
-        for (const catalogue::Notice& notice : group.notices) {
-            append(notices, catalogue::fullKey(catalogue::groups(), notice));
         }
     }
-    return "_engineering_station_groups=" + shellQuoted(groups) +
-           "\n_engineering_station_commands=" + shellQuoted(commands) +
-           "\n_engineering_station_notices=" + shellQuoted(notices) + "\n" + parameters.text("parameters") +
-           choices.text("choices");
-}
 
-std::string bashScript(const CLI::App& app)
+    /// NAME=VALUE of the command that is the first argument.
+    Candidates parameters(const std::string& current) const
+    {
+        namespace catalogue = protocol::catalogue;
+        const auto* command = catalogue::findCommand(catalogue::groups(), std::string_view(arguments_.front()));
+        Candidates all;
+        if (command == nullptr) {
+            return all;
+        }
+        for (const catalogue::Field& field : command->params) {
+            const std::string name = std::string(field.name) + "=";
+            if (!current.starts_with(name)) {
+                all.push_back({name, std::string(field.meaning)});
+            }
+            for (const catalogue::Choice& choice :
+                 current.starts_with(name) ? field.choices : decltype(field.choices)()) {
+                all.push_back({name + std::string(choice.name), std::to_string(choice.value)});
+            }
+        }
+        return matching(std::move(all), current);
+    }
+
+    const CLI::App* verb_;
+    const std::function<Candidates()>& ports_;
+    const CLI::Option* option_ = nullptr;  ///< the next word is its value
+    std::vector<std::string> arguments_;
+};
+
+/// @returns the bench's link and the machine's ports.
+Candidates knownPorts()
 {
-    TreeTables tables;
-    addVerb(tables, app);
-    return "# bash completion of engineering-station, written by 'engineering-station completion bash'.\n\n" +
-           tables.verbs.text("verbs") + tables.options.text("options") + tables.values.text("values") +
-           tables.positionals.text("positionals") + catalogueTables() + std::string(kFunctions);
+    Candidates all;
+    std::error_code error;
+    if (std::filesystem::exists(defaultPort(), error)) {
+        all.push_back({defaultPort(), "bench"});
+    }
+    for (const station::SerialPort& port : station::listSerialPorts()) {
+        for (const std::string& name : port.stableNames) {
+            all.push_back({name, port.product});
+        }
+        all.push_back({port.device, port.product});
+    }
+    return all;
 }
 
 }  // namespace
+
+std::vector<Candidate> completions(const CLI::App& app, const std::vector<std::string>& words,
+                                   const std::function<std::vector<Candidate>()>& ports)
+{
+    if (words.empty()) {
+        return {};
+    }
+    Completer completer(app, ports);
+    std::for_each(words.begin(), words.end() - 1, [&](const std::string& word) { completer.pass(word); });
+    return completer.complete(words.back());
+}
+
+bool printCompletions(const CLI::App& app, int argc, char** argv)
+{
+    if (argc < 2 || std::string_view(argv[1]) != "__complete") {
+        return false;
+    }
+    for (const Candidate& each : completions(app, {argv + 2, argv + argc}, knownPorts)) {
+        std::printf("%s\t%s\n", each.word.c_str(), each.meaning.c_str());
+    }
+    return true;
+}
 
 void addCompletion(Tool& tool)
 {
     const auto shell = std::make_shared<std::string>();
     CLI::App* verb = tool.app.add_subcommand("completion",
-                                             "Print the script that completes this tool's words in a shell\n"
-                                             "It knows verbs, options, the names of the catalogue, parameters, choices "
-                                             "and ports.");
-    verb->add_option("SHELL", *shell, "The shell")->check(CLI::IsMember({"bash"}))->required();
+                                             "Print the script that completes the command line in a shell\n"
+                                             "The script asks the tool for verbs, options, names of the catalogue, "
+                                             "parameters, choices and ports.");
+    verb->add_option("SHELL", *shell, "The shell")->check(CLI::IsMember({"bash", "zsh", "fish"}))->required();
     verb->footer(
         "Examples:\n"
-        "  engineering-station completion bash > ~/.local/share/bash-completion/completions/engineering-station\n"
-        "  source <(engineering-station completion bash)");
+        "  source <(engineering-station completion bash)\n"
+        "  engineering-station completion zsh > ~/.zfunc/_engineering-station\n"
+        "  engineering-station completion fish > ~/.config/fish/completions/engineering-station.fish");
     verb->callback([&tool, shell] {
-        tool.action = [&tool] {
-            printText(bashScript(tool.app), tool.json);
+        tool.action = [&tool, shell] {
+            printText(kScripts.at(*shell), tool.json);
             return static_cast<int>(kPassed);
         };
     });

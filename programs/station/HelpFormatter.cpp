@@ -37,27 +37,6 @@ std::string section(const std::string& title, const std::vector<const CLI::Optio
     return text.empty() ? "" : "\n" + title + ":\n" + text;
 }
 
-std::vector<const CLI::Option*> withoutHelp(const CLI::App& app)
-{
-    auto options = optionsOf(app);
-    std::erase_if(options, [&](const CLI::Option* option) { return option == app.get_help_ptr(); });
-    return options;
-}
-
-/// The options of the nouns above, which every verb takes too.
-std::vector<const CLI::Option*> inherited(const CLI::App& app)
-{
-    std::vector<const CLI::Option*> options;
-    for (const CLI::App* above = app.get_parent(); above != nullptr; above = above->get_parent()) {
-        for (const CLI::Option* option : withoutHelp(*above)) {
-            if (!option->check_lname("version")) {
-                options.push_back(option);
-            }
-        }
-    }
-    return options;
-}
-
 }  // namespace
 
 std::vector<std::string> wrapped(const std::string& text, std::size_t width)
@@ -134,7 +113,7 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppF
     text += verbs.empty() ? "" : "\nVerbs:\n" + verbs;
     text += section("Arguments", positionalsOf(*app));
     text += section("Options", optionsOf(*app));
-    text += section("Options of every verb", inherited(*app));
+    text += section("Options of every verb", inheritedOptionsOf(*app));
     if (!app->get_footer().empty()) {
         text += "\n" + app->get_footer() + "\n";
     }

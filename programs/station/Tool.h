@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -95,18 +96,16 @@ std::string resultsFolder(const Tool& tool, const std::string& given);
 /// Adds --timeout SECONDS with its check.
 void addTimeout(CLI::App& verb, double& seconds);
 
-void addPorts(Tool& tool);
-void addSend(Tool& tool);
-void addEncode(Tool& tool);
-void addDecode(Tool& tool);
-void addMonitor(Tool& tool);
-void addIdentity(Tool& tool);
+/// Puts a noun or verb with its options into the tree.
+using AddVerb = void(Tool& tool);
+
+AddVerb addPorts, addSend, addEncode, addDecode, addMonitor, addIdentity, addReport, addPlan, addStation, addCatalogue,
+    addCompletion, addMan;
+
+/// In the order of the help.
+inline constexpr std::array kVerbs{&addPorts,  &addSend, &addEncode,  &addDecode,    &addMonitor,    &addIdentity,
+                                   &addReport, &addPlan, &addStation, &addCatalogue, &addCompletion, &addMan};
+
 void addIdentityRegistry(Tool& tool, CLI::App& noun);
-void addPlan(Tool& tool);
-void addReport(Tool& tool);
-void addStation(Tool& tool);
-void addCatalogue(Tool& tool);
-void addCompletion(Tool& tool);
-void addMan(Tool& tool);
 
 }  // namespace programs::station_tool

@@ -11,6 +11,7 @@
 
 #include "programs/Cli.h"
 #include "programs/station/CommandLine.h"
+#include "programs/station/Completion.h"
 #include "programs/station/ExitStatuses.h"
 #include "programs/station/Output.h"
 #include "programs/station/Station.h"
@@ -120,18 +121,12 @@ int main(int argc, char** argv)
                        "The station's file; by default $ENGINEERING_STATION, else /etc/engineering/station.toml")
             ->type_name("FILE");
         app.footer(exitStatusText());
-        addPorts(tool);
-        addSend(tool);
-        addEncode(tool);
-        addDecode(tool);
-        addMonitor(tool);
-        addIdentity(tool);
-        addReport(tool);
-        addPlan(tool);
-        addStation(tool);
-        addCatalogue(tool);
-        addCompletion(tool);
-        addMan(tool);
+        for (AddVerb* const add : kVerbs) {
+            add(tool);
+        }
+        if (printCompletions(app, argc, argv)) {
+            return withOutputWritten(kPassed);
+        }
         if (const auto status = parseCommandLine(app, argc, argv)) {
             return withOutputWritten(*status);
         }
