@@ -63,7 +63,7 @@ void encodeAndDecode(const Command& command, const std::vector<Argument>& argume
         const Decoded decoded = decodeRequest(groups(), frame);
         expect(decoded.command == &command, "another command has come back");
         expect(decoded.problems.empty(), "what has been encoded does not fit the catalogue");
-    } catch (const EncodeError& error) {
+    } catch (const protocol::UserError& error) {
         expect(std::string_view(error.what()).size() > 0, "a refusal without words");
     }
 }

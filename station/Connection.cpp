@@ -1,5 +1,6 @@
 #include "station/Connection.h"
 
+#include <fmt/format.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include "protocol/FrameAssembler.h"
 #include "station/SerialLink.h"
 #include "station/WireBytes.h"
+#include "station/ports/SerialPorts.h"
 
 namespace station {
 
@@ -20,6 +22,7 @@ namespace {
 
 using protocol::Bytes;
 using protocol::Frame;
+using protocol::LineError;
 using protocol::ReceivedFrame;
 using Clock = Connection::Clock;
 using Duration = Connection::Duration;
@@ -46,7 +49,17 @@ Duration wireTime(std::size_t bytes, unsigned baud)
 std::string durationText(Duration time)
 {
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-    return ms % 1000 == 0 ? std::to_string(ms / 1000) + " s" : std::to_string(ms) + " ms";
+    return ms % 1000 == 0 ? fmt::format("{} s", ms / 1000) : fmt::format("{} ms", ms);
+}
+
+/// @returns what to do about a port that cannot be opened, to be put behind the reason.
+std::string remedyFor(const std::string& path, const std::error_code& error)
+{
+    if (error != std::errc::no_such_file_or_directory) {
+        return "";
+    }
+    return path == defaultPort() ? "; is a bench running? (scripts/run)"
+                                 : "; 'engineering-station ports' lists the ports of this machine";
 }
 
 /// Gives a variable a value for as long as this object lives.
@@ -75,8 +88,8 @@ std::vector<std::uint8_t> encode(const Frame& command)
     protocol::StationFrameBuffer buffer;
     const std::size_t length = protocol::encode(buffer, command.cmdOne, command.cmdTwo, command.params);
     if (length == 0) {
-        throw std::length_error("a frame holds at most " + std::to_string(protocol::kMaxStationParams) +
-                                " parameter bytes, not " + std::to_string(command.params.size()));
+        throw std::length_error(fmt::format("expected at most {} parameter bytes in a frame, got {}",
+                                            protocol::kMaxStationParams, command.params.size()));
     }
     return {buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(length)};
 }
@@ -158,7 +171,7 @@ struct Connection::State {
         throwIfInterrupted();
     }
 
-    /// Lets the device go. Throws LinkError when it has been going and coming for too long.
+    /// Lets the device go. Throws LineError when it has been going and coming for too long.
     void lose(const std::system_error& error)
     {
         link.reset();
@@ -170,7 +183,7 @@ struct Connection::State {
         if (!giveUpAt) {
             giveUpAt = Clock::now() + std::clamp<Duration>(options.reconnect, Duration(0), kLongest);
         } else if (Clock::now() >= *giveUpAt) {
-            throw LinkError(error.what());
+            throw LineError(error.what(), protocol::kLineFailed);
         }
     }
 
@@ -186,8 +199,9 @@ struct Connection::State {
                 tellNow(TraceEvent::Kind::kBack, {});
             } catch (const std::system_error& error) {
                 if (Clock::now() >= *giveUpAt) {
-                    throw LinkError("the device went away and was not back after " + durationText(options.reconnect) +
-                                    ": " + error.what());
+                    throw LineError(fmt::format("the device went away and was not back after {}: {}",
+                                                durationText(options.reconnect), error.what()),
+                                    protocol::kLineFailed);
                 }
                 if (Clock::now() >= until) {
                     return nullptr;
@@ -269,7 +283,7 @@ struct Connection::State {
     }
 
     /// Asks the guard.
-    /// @returns up to how many losses the frame may be sent; throws NotSent when it may not be at all.
+    /// @returns up to how many losses the frame may be sent; throws what the guard throws.
     std::size_t letOut(Connection& connection, const Frame& command)
     {
         if (guard == nullptr || guardAsks) {
@@ -284,7 +298,8 @@ struct Connection::State {
     void write(SerialLink& to, Bytes bytes, bool& begun, std::size_t lossesAllowed) const
     {
         if (quality.losses > lossesAllowed) {
-            throw NotSent("the device went away after the unit had been asked who it is: nothing more is sent");
+            throw LineError("the device went away after the unit said who it is: nothing more is sent",
+                            protocol::kFailed);
         }
         const auto deadline = Clock::now() + wireTime(bytes.size(), port.baud) + kStalled;
         while (!bytes.empty()) {
@@ -313,12 +328,14 @@ struct Connection::State {
                 return result;
             } catch (const std::system_error& error) {
                 if (error.code() == std::errc::timed_out) {
-                    throw LinkError(error.what());
+                    throw LineError(error.what(), protocol::kLineFailed);
                 }
                 lose(error);
                 if (begun && !repeatable) {
-                    throw LinkError(std::string(error.what()) +
-                                    "; the command may have been carried out and is not sent a second time");
+                    throw LineError(
+                        fmt::format("{}; the unit may have carried out the command, so it is not sent again",
+                                    error.what()),
+                        protocol::kLineFailed);
                 }
                 again = begun;
             }
@@ -336,7 +353,7 @@ Connection::Connection(PortSpec port, Options options)
     try {
         state_ = std::make_unique<State>(port, options);
     } catch (const std::system_error& error) {
-        throw PortError(error.what(), port.path);
+        throw LineError(error.what() + remedyFor(port.path, error.code()), protocol::kPortUnavailable);
     }
 }
 

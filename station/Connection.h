@@ -5,9 +5,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
+#include "protocol/Errors.h"
 #include "protocol/Frame.h"
 #include "station/Interrupt.h"
 #include "station/trace/Trace.h"
@@ -23,33 +23,6 @@ struct PortSpec {
     bool ownOnly = false;
 };
 
-/// The port is not there, or somebody else uses it; the text names the path and the reason.
-class PortError : public std::runtime_error
-{
-public:
-    PortError(const std::string& text, std::string path) : std::runtime_error(text), path_(std::move(path)) {}
-
-    /// As it was given.
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-/// The line failed while it was used and did not come back in time.
-class LinkError : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// A connection's guard did not let a frame out; one line says why. Not a byte of it was sent.
-class NotSent : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
-
 class Connection;
 
 /// Stands between everything that sends and the line: one for each connection. Is told what happens on the line like
@@ -58,7 +31,7 @@ class SendGuard : public TraceSink
 {
 public:
     /// Called before a frame leaves. May send reading commands on `connection`, which are not checked themselves.
-    /// Throws NotSent, and what the connection throws.
+    /// Throws protocol::Error if the frame may not leave; the line says why.
     /// @returns whether the frame is for the unit that is on the line now, and none that comes after a loss.
     virtual bool check(Connection& connection, const protocol::Frame& command) = 0;
 };
@@ -68,7 +41,7 @@ public:
 /// time. For one thread.
 ///
 /// Every call that finds the device gone waits for it, up to Options::reconnect counted from the loss, before it does
-/// its work; then it throws LinkError. After that each further call looks once and does not wait.
+/// its work; then it throws LineError (kLineFailed). After that each further call looks once and does not wait.
 class Connection
 {
 public:
@@ -76,7 +49,7 @@ public:
     using Duration = std::chrono::nanoseconds;
 
     struct Options {
-        /// How long a device that has gone is waited for before LinkError.
+        /// How long a device that has gone is waited for before LineError.
         Duration reconnect = std::chrono::seconds(10);
         /// Is told everything; may be nullptr; outlives the connection.
         TraceSink* trace = nullptr;
@@ -89,7 +62,7 @@ public:
     using MakeGuard = std::function<std::unique_ptr<SendGuard>()>;
     static void guardBy(MakeGuard make);
 
-    /// Throws PortError.
+    /// Throws LineError (kPortUnavailable) with the path, the reason and what to do.
     Connection(PortSpec port, Options options);
     ~Connection();
     Connection(Connection&&) noexcept;
@@ -108,13 +81,13 @@ public:
 
     /// Drops what is left from before, sends `command` and waits for the frame that `answers` accepts; others are
     /// traced and passed over. When the device goes meanwhile and comes back, a repeatable command is sent again (with
-    /// the whole time-out); any other, if a byte of it may have reached the device, ends with LinkError at once.
+    /// the whole time-out); any other, if a byte of it may have reached the device, ends with LineError at once.
     /// The time-out counts from when the command's last byte can have left the device.
-    /// Throws NotSent, and std::length_error for more than protocol::kMaxStationParams parameters.
+    /// Throws what the guard throws, and std::length_error for more than protocol::kMaxStationParams parameters.
     Exchange request(const protocol::Frame& command, const Answers& answers, Duration timeout, bool repeatable);
 
-    /// Sends without waiting for anything. Never sends twice: LinkError when the device goes in the middle.
-    /// Throws NotSent, and std::length_error for more than protocol::kMaxStationParams parameters.
+    /// Sends without waiting for anything. Never sends twice: LineError when the device goes in the middle.
+    /// Throws what the guard throws, and std::length_error for more than protocol::kMaxStationParams parameters.
     void send(const protocol::Frame& command);
 
     /// @returns the next frame, received before or after this call; nothing when none came by `deadline`, also when the

@@ -139,7 +139,7 @@ public:
             return false;
         }
         if (!connection.request(kAskMode, answersAskMode, kGenerous, true).reply) {
-            throw NotSent("nobody is there");
+            throw protocol::LineError("no answer", protocol::kNoAnswer);
         }
         behind_();
         return true;
@@ -163,12 +163,13 @@ protected:
     std::function<void()> behind = [] {};
 };
 
-template <class Error>
+template <protocol::ExitStatus kStatus>
 std::string messageOf(const auto& action)
 {
     try {
         action();
-    } catch (const Error& error) {
+    } catch (const protocol::Error& error) {
+        EXPECT_EQ(error.status(), kStatus);
         return error.what();
     }
     return "(nothing was thrown)";
@@ -207,12 +208,12 @@ TEST_F(GuardedConnectionTest, WhatTheGuardDoesNotAskForIsNotItsOwn)
 TEST_F(GuardedConnectionTest, FrameThatTheGuardRefusesDoesNotLeave)
 {
     Connection connection = connect();
-    behind = [] { throw NotSent("given to another unit"); };
+    behind = [] { throw protocol::LineError("given to another unit", protocol::kFailed); };
     trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
 
-    EXPECT_EQ(messageOf<NotSent>([&] { connection.send(kWrite); }), "given to another unit");
+    EXPECT_EQ(messageOf<protocol::kFailed>([&] { connection.send(kWrite); }), "given to another unit");
     trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
-    EXPECT_THROW(connection.request(kWrite, answersAskMode, kGenerous, true), NotSent);
+    EXPECT_THROW(connection.request(kWrite, answersAskMode, kGenerous, true), protocol::LineError);
 
     EXPECT_EQ(unit->read(16), kAskModeBytes + kAskModeBytes);
 }
@@ -226,7 +227,7 @@ TEST_F(GuardedConnectionTest, FrameForOneUnitDoesNotGoToTheNextOneBehindTheSameN
         plugIn();
     };
 
-    EXPECT_THAT(messageOf<NotSent>([&] { connection.request(kWrite, answersAskMode, kGenerous, true); }),
+    EXPECT_THAT(messageOf<protocol::kFailed>([&] { connection.request(kWrite, answersAskMode, kGenerous, true); }),
                 HasSubstr("nothing more is sent"));
     behind = [] {};
     trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
@@ -428,8 +429,9 @@ TEST_F(ConnectionTest, CommandThatIsNotRepeatableIsNeverSentTwice)
     trace.at(Kind::kSent, [&] { unplug(); });
     trace.at(Kind::kLost, [&] { plugIn(); });
 
-    EXPECT_THAT(messageOf<LinkError>([&] { connection.request(kAskMode, answersAskMode, kGenerous, false); }),
-                AllOf(HasSubstr(port()), HasSubstr("not sent a second time")));
+    EXPECT_THAT(
+        messageOf<protocol::kLineFailed>([&] { connection.request(kAskMode, answersAskMode, kGenerous, false); }),
+        AllOf(HasSubstr(port()), HasSubstr("not sent a second time")));
     EXPECT_THAT(trace.kinds(), ElementsAre(Kind::kSent, Kind::kLost));
 }
 
@@ -448,7 +450,7 @@ TEST_F(ConnectionTest, LineIsUsableAgainAfterALinkError)
     Connection connection = connect();
     trace.at(Kind::kSent, [&] { unplug(); });
     trace.at(Kind::kLost, [&] { plugIn(); });
-    EXPECT_THROW(connection.request(kAskMode, answersAskMode, kGenerous, false), LinkError);
+    EXPECT_THROW(connection.request(kAskMode, answersAskMode, kGenerous, false), protocol::LineError);
     trace.at(Kind::kSent, [&] { unit->write(kModeIsOnBytes); });
 
     EXPECT_EQ(ask(connection).reply, kModeIsOn);
@@ -500,7 +502,7 @@ TEST_F(ConnectionTest, DeviceThatIsAwayIsGivenUpInTimeThoughNobodyWaitsThatLongA
                 connection.receive(Connection::Clock::now() + 1ms);
             }
         },
-        LinkError);
+        protocol::LineError);
 }
 
 TEST_F(ConnectionTest, WaitForADeviceThatIsAwayCanBeCutShort)
@@ -511,7 +513,7 @@ TEST_F(ConnectionTest, WaitForADeviceThatIsAwayCanBeCutShort)
 
     connection.waitAtMost(60ms);
 
-    EXPECT_THROW(ask(connection), LinkError);
+    EXPECT_THROW(ask(connection), protocol::LineError);
 }
 
 TEST_F(ConnectionTest, DeviceThatDoesNotComeBackIsALinkErrorThatSaysSo)
@@ -520,7 +522,7 @@ TEST_F(ConnectionTest, DeviceThatDoesNotComeBackIsALinkErrorThatSaysSo)
     unplug();
     const auto before = Connection::Clock::now();
 
-    EXPECT_THAT(messageOf<LinkError>([&] { ask(connection); }),
+    EXPECT_THAT(messageOf<protocol::kLineFailed>([&] { ask(connection); }),
                 AllOf(HasSubstr("not back after 60 ms"), HasSubstr(port()), HasSubstr("No such file")));
     EXPECT_GE(Connection::Clock::now() - before, 60ms);
 }
@@ -529,10 +531,10 @@ TEST_F(ConnectionTest, DeviceThatWasWaitedForInVainIsNotWaitedForAgain)
 {
     Connection connection = connect(500ms);
     unplug();
-    EXPECT_THROW(ask(connection), LinkError);
+    EXPECT_THROW(ask(connection), protocol::LineError);
     const auto before = Connection::Clock::now();
 
-    EXPECT_THROW(ask(connection), LinkError);
+    EXPECT_THROW(ask(connection), protocol::LineError);
     EXPECT_LT(Connection::Clock::now() - before, 500ms);
 
     plugIn();
@@ -550,7 +552,7 @@ TEST_F(ConnectionTest, DeviceThatComesAndGoesAllTheTimeIsGivenUp)
     };
     trace.at(Kind::kSent, goAgain);
 
-    EXPECT_THROW(ask(connection), LinkError);
+    EXPECT_THROW(ask(connection), protocol::LineError);
 }
 
 TEST_F(ConnectionTest, DeviceThatGoesWhileTheLineTakesNoMoreBytesIsALinkError)
@@ -568,20 +570,20 @@ TEST_F(ConnectionTest, DeviceThatGoesWhileTheLineTakesNoMoreBytesIsALinkError)
                 connection.send(longest);
             }
         },
-        LinkError);
+        protocol::LineError);
 }
 
 // The port.
 
-TEST_F(ConnectionTest, PortThatDoesNotExistIsAPortErrorThatNamesIt)
+TEST_F(ConnectionTest, PortThatDoesNotExistIsRefusedThatNamesIt)
 {
-    EXPECT_THAT(messageOf<PortError>([] { Connection({"/dev/no-such-line"}, {}); }),
+    EXPECT_THAT(messageOf<protocol::kPortUnavailable>([] { Connection({"/dev/no-such-line"}, {}); }),
                 AllOf(HasSubstr("/dev/no-such-line"), HasSubstr("No such file")));
 }
 
-TEST_F(ConnectionTest, FileThatIsNoTerminalIsAPortError)
+TEST_F(ConnectionTest, FileThatIsNoTerminalIsRefused)
 {
-    EXPECT_THAT(messageOf<PortError>([] { Connection({"/dev/null"}, {}); }),
+    EXPECT_THAT(messageOf<protocol::kPortUnavailable>([] { Connection({"/dev/null"}, {}); }),
                 AllOf(HasSubstr("/dev/null"), HasSubstr("not a serial line")));
 }
 
@@ -591,11 +593,11 @@ std::string nameOfThisProcess()
     return "(station_test|qemu-[a-z0-9]+) .process " + std::to_string(getpid()) + ".";
 }
 
-TEST_F(ConnectionTest, BusyPortIsAPortErrorThatSaysWhoHasItAndLeavesItAlone)
+TEST_F(ConnectionTest, BusyPortIsRefusedThatSaysWhoHasItAndLeavesItAlone)
 {
     Connection first = connect();
 
-    EXPECT_THAT(messageOf<PortError>([&] {
+    EXPECT_THAT(messageOf<protocol::kPortUnavailable>([&] {
                     Connection({unit->path(), 9600}, {});
                 }),
                 AllOf(HasSubstr(unit->path()), ContainsRegex("in use by " + nameOfThisProcess())));
@@ -622,7 +624,7 @@ TEST_F(ConnectionTest, ConnectionThatWasMovedKeepsThePort)
     Connection second(std::move(first));
 
     EXPECT_EQ(second.port().path, port());
-    EXPECT_THROW(connect(), PortError);
+    EXPECT_THROW(connect(), protocol::LineError);
 }
 
 // The user wants an end.

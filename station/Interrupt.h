@@ -1,19 +1,20 @@
 #pragma once
 
 #include <memory>
-#include <stdexcept>
+
+#include "protocol/Errors.h"
 
 namespace station {
 
-/// The user wants an end: thrown out of whatever waits.
-class Interrupted : public std::runtime_error
+/// The user asks for the end: thrown out of every wait.
+class Interrupted : public protocol::Error
 {
 public:
-    Interrupted() : std::runtime_error("interrupted") {}
+    Interrupted() : Error("interrupted", "interrupted", protocol::kInterrupted) {}
 };
 
-/// A flag that ends waiting, settable from a signal handler: `request` is async-signal-safe and wakes whoever waits
-/// in poll on `descriptor`. All functions may be called from any thread.
+/// A flag that ends waiting. A signal handler may set it: `request` is async-signal-safe and wakes a poll on
+/// `descriptor`. All functions may be called from any thread.
 class Interrupt
 {
 public:
@@ -24,10 +25,10 @@ public:
     Interrupt& operator=(const Interrupt&) = delete;
 
     void request() noexcept;
-    /// Takes the wish back, so that a teardown can wait again.
+    /// Takes the request back, so that a teardown can wait again.
     void clear() noexcept;
     bool requested() const noexcept;
-    /// Readable while the end is wished for.
+    /// Readable from `request` to `clear`.
     int descriptor() const noexcept;
 
 private:

@@ -1,18 +1,19 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "protocol/Errors.h"
 
 /// Regular expressions of plans, in RE2's syntax: the time of a match is in proportion to the text, and neither pattern
 /// nor text can exhaust the stack.
 namespace station {
 
 /// RE2 does not take the pattern; the text says why: "look-ahead '(?=' is not supported".
-class PatternError : public std::runtime_error
+class PatternError : public protocol::UserError
 {
 public:
-    PatternError(const std::string& problem, bool inNumbers) : std::runtime_error(problem), inNumbers_(inNumbers) {}
+    PatternError(const std::string& problem, bool inNumbers) : UserError(problem), inNumbers_(inNumbers) {}
 
     /// @returns whether the pattern may be sound with other values in its ranges and repetitions, such as {5,2}.
     bool inNumbers() const { return inNumbers_; }

@@ -134,7 +134,7 @@ std::string exampleText(Groups groups, const Command& command)
         const std::size_t length = protocol::encode(buffer, frame.cmdOne, frame.cmdTwo, frame.params);
         return "\nExample:\n" + line + (command.destructive ? " --yes" : "") + "\n  " +
                formatHexBytes(protocol::Bytes(buffer).first(length)) + "\n";
-    } catch (const EncodeError&) {
+    } catch (const protocol::UserError&) {
         return {};
     }
 }

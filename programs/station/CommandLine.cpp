@@ -1,5 +1,7 @@
 #include "programs/station/CommandLine.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
@@ -8,6 +10,7 @@
 
 #include "programs/Cli.h"
 #include "programs/station/HelpFormatter.h"
+#include "programs/station/Station.h"
 #include "protocol/catalogue/Suggest.h"
 
 namespace programs::station_tool {
@@ -33,7 +36,7 @@ std::vector<std::string> optionNames(const CLI::App& verb)
 {
     std::vector<std::string> names;
     for (const CLI::Option* option : allOptionsOf(verb)) {
-        std::ranges::copy(namesOf(*option), std::back_inserter(names));
+        std::ranges::copy(spellings(*option), std::back_inserter(names));
     }
     return names;
 }
@@ -87,15 +90,27 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error)
 
 }  // namespace
 
-void setUp(CLI::App& app, bool& json)
+void setUp(Tool& tool)
 {
+    CLI::App& app = tool.app;
     app.name(kProgram);
     app.formatter(std::make_shared<HelpFormatter>());
     app.require_subcommand(1);
     app.fallthrough();
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.set_version_flag("--version", std::string(kProgram) + " " ENGINEERING_VERSION, "Print the version and exit");
-    app.add_flag("--json", json, "Print data as JSON, one object a line, each with the number \"schema\"");
+    app.add_flag("--json", tool.json, "Print data as JSON, one object a line, each with the number \"schema\"");
+    app.add_option("--config", tool.station->given,
+                   "The station's file; by default $ENGINEERING_STATION, else /etc/engineering/station.toml")
+        ->type_name("FILE");
+    std::string statuses = "Exit status:";
+    for (const StatusMeaning& each : kStatusMeanings) {
+        statuses += fmt::format("\n{:6}  {}", static_cast<int>(each.status), each.meaning);
+    }
+    app.footer(statuses);
+    for (AddVerb* const add : kVerbs) {
+        add(tool);
+    }
 }
 
 std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv)
@@ -172,7 +187,7 @@ std::vector<const CLI::Option*> allOptionsOf(const CLI::App& verb)
     return options;
 }
 
-std::vector<std::string> namesOf(const CLI::Option& option)
+std::vector<std::string> spellings(const CLI::Option& option)
 {
     std::vector<std::string> names;
     for (const std::string& name : option.get_lnames()) {

@@ -9,8 +9,8 @@
 
 namespace programs::station_tool {
 
-/// Makes the root of the tree: the options that every verb takes, the layout of the help.
-void setUp(CLI::App& app, bool& json);
+/// Fills the tree: the options that every verb takes, all verbs, the layout of the help.
+void setUp(Tool& tool);
 
 /// Reads the command line into the tree.
 /// @returns the exit status when nothing is left to do: --help, --version or wrong use.
@@ -37,7 +37,7 @@ std::vector<const CLI::Option*> allOptionsOf(const CLI::App& verb);
 std::vector<const CLI::Option*> inheritedOptionsOf(const CLI::App& verb);
 
 /// @returns the option's spellings: "--help", "-h".
-std::vector<std::string> namesOf(const CLI::Option& option);
+std::vector<std::string> spellings(const CLI::Option& option);
 
 /// @returns whether the option takes a value.
 bool takesValue(const CLI::Option& option);

@@ -133,7 +133,7 @@ public:
         Candidates all;
         if (current.starts_with("-")) {
             for (const CLI::Option* option : allOptionsOf(*verb_)) {
-                for (const std::string& name : namesOf(*option)) {
+                for (const std::string& name : spellings(*option)) {
                     all.push_back({name, option->get_description()});
                 }
             }
@@ -181,7 +181,7 @@ private:
     const CLI::Option* find(const std::string& name) const
     {
         for (const CLI::Option* option : allOptionsOf(*verb_)) {
-            if (std::ranges::count(namesOf(*option), name) > 0) {
+            if (std::ranges::count(spellings(*option), name) > 0) {
                 return option;
             }
         }
@@ -261,8 +261,8 @@ Candidates knownPorts()
 {
     Candidates all;
     std::error_code error;
-    if (std::filesystem::exists(defaultPort(), error)) {
-        all.push_back({defaultPort(), "bench"});
+    if (std::filesystem::exists(station::defaultPort(), error)) {
+        all.push_back({station::defaultPort(), "bench"});
     }
     for (const station::SerialPort& port : station::listSerialPorts()) {
         for (const std::string& name : port.stableNames) {

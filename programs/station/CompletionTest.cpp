@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "programs/station/CommandLine.h"
+#include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 
 namespace programs::station_tool {
@@ -15,11 +16,9 @@ std::vector<Candidate> complete(const Words& line)
 {
     station::Interrupt interrupt;
     CLI::App app;
-    Tool tool{app, false, {}, interrupt};
-    setUp(app, tool.json);
-    for (AddVerb* const add : kVerbs) {
-        add(tool);
-    }
+    Station station(interrupt);
+    Tool tool{app, false, {}, interrupt, &station};
+    setUp(tool);
     return completions(app, line, [] { return std::vector<Candidate>{{"/dev/ttyUSB7", "Adapter"}}; });
 }
 

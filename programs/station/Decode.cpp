@@ -155,12 +155,8 @@ void decodeCapture(const std::string& name, const std::string& content, DecodePr
 {
     std::istringstream stream(content);
     station::pcapng::Reader reader(stream, name);
-    try {
-        while (auto event = reader.next()) {
-            printer.print(std::move(*event));
-        }
-    } catch (const station::pcapng::Error& error) {
-        throw WrongUse(error.what());
+    while (auto event = reader.next()) {
+        printer.print(std::move(*event));
     }
     if (reader.foreign() > 0) {
         complain(kProgram, name + ": packets of other link types than USER0 were passed over: " +

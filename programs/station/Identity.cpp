@@ -552,8 +552,6 @@ int runWithValues(const IdentityOptions& options, Tool& tool, Work work)
             complain(kProgram, error.what());
         } catch (const identity::RegistryError& error) {
             complain(kProgram, error.what());
-        } catch (const station::NotSent& error) {
-            complain(kProgram, error.what());
         }
         return kFailed;
     });

@@ -3,7 +3,6 @@
 #include <string>
 
 #include "programs/station/CommandLine.h"
-#include "programs/station/ExitStatuses.h"
 #include "programs/station/HelpFormatter.h"
 #include "programs/station/Tool.h"
 
@@ -125,7 +124,7 @@ std::string manual(const CLI::App& app)
         out += verbText(*verb);
     }
     out += ".SH EXIT STATUS\n";
-    for (const ExitStatus& each : kExitStatuses) {
+    for (const StatusMeaning& each : kStatusMeanings) {
         out += item(std::to_string(each.status), each.meaning);
     }
     out += ".SH ENVIRONMENT\n";

@@ -159,12 +159,8 @@ int replay(const MonitorOptions& options, Printer& printer)
     }
     station::pcapng::Reader reader(file, options.replay);
     MaskedTrace trace(printer);
-    try {
-        while (const auto event = reader.next()) {
-            trace.on(*event);
-        }
-    } catch (const station::pcapng::Error& error) {
-        throw WrongUse(error.what());
+    while (const auto event = reader.next()) {
+        trace.on(*event);
     }
     if (reader.foreign() > 0) {
         complain(kProgram, options.replay + ": packets of other link types than USER0 were passed over: " +

@@ -29,7 +29,7 @@ std::vector<Listed> list()
 {
     std::vector<Listed> all;
     std::error_code error;
-    const std::string link = defaultPort();
+    const std::string link = station::defaultPort();
     if (station::SerialLink::isInOwnDirectory(link) && std::filesystem::exists(link, error)) {
         SerialPort bench;
         bench.device = std::filesystem::canonical(link, error).string();
@@ -115,7 +115,7 @@ int ports(const Tool& tool)
     }
     printText(all);
     if (all.empty()) {
-        complain(kProgram, "no serial port was found, and no bench at " + defaultPort());
+        complain(kProgram, "no serial port was found, and no bench at " + station::defaultPort());
     }
     return kPassed;
 }

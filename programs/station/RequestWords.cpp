@@ -67,7 +67,7 @@ Request parseNamed(const std::string& key, const std::vector<std::string>& words
     }
     try {
         return {catalogue::encode(*command, arguments), command, true};
-    } catch (const catalogue::EncodeError& error) {
+    } catch (const protocol::UserError& error) {
         throw WrongUse(key + ": " + error.what());
     }
 }

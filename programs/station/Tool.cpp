@@ -11,6 +11,7 @@
 
 #include "protocol/Text.h"
 #include "station/SerialLink.h"
+#include "station/ports/SerialPorts.h"
 #include "station/record/ResultsFolder.h"
 
 namespace programs::station_tool {
@@ -35,7 +36,7 @@ station::PortSpec parsePort(std::string_view text)
         }
     }
     // Below /tmp anybody can be the first to make its directory.
-    port.ownOnly = port.path == defaultPort();
+    port.ownOnly = port.path == station::defaultPort();
     return port;
 }
 
@@ -87,33 +88,15 @@ bool colourWanted(int descriptor)
     return (refused == nullptr || *refused == '\0') && !isDumbTerminal() && isatty(descriptor) == 1;
 }
 
-std::string defaultPort()
-{
-    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0') {
-        return std::string(runtime) + "/engineering/uart";
-    }
-    return "/tmp/engineering-" + std::to_string(getuid()) + "/uart";
-}
-
-std::string missingPortHint(const std::string& path)
-{
-    std::error_code error;
-    if (std::filesystem::exists(path, error) || error) {
-        return "";
-    }
-    return path == defaultPort() ? "; is a bench running? (scripts/run)"
-                                 : std::string("; see '") + kProgram + " ports' for those that there are";
-}
-
 void addPort(CLI::App& verb, station::PortSpec& port)
 {
-    port = parsePort(defaultPort());
+    port = parsePort(station::defaultPort());
     verb.add_option_function<std::string>(
             "--port", [&port](const std::string& text) { port = parsePort(text); },
             "PATH[,BAUD]: serial device or pseudo-terminal, 115200 baud unless told otherwise")
         ->check(checkPort)
         ->type_name("PORT")
-        ->default_str(defaultPort());
+        ->default_str(station::defaultPort());
 }
 
 std::string resultsFolder(const Tool& tool, const std::string& given)

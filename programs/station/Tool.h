@@ -4,28 +4,36 @@
 #include <array>
 #include <functional>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "protocol/Errors.h"
 #include "station/Connection.h"
 
 /// The verbs of engineering-station, one file each: `addX` puts the noun or verb with its options into the tree.
 namespace programs::station_tool {
 
-/// StationExit statuses of engineering-station beside those of every program.
-enum StationExit : int {
-    kPassed = 0,
-    kFailed = 1,
-    kWrongUse = 2,
-    kNoAnswer = 3,
-    kInterrupted = 4,
-    kNothingRun = 5,
-    kError = 6,
-    kNotRecorded = 7,
-    kPortUnavailable = 10,
-    kLinkFailed = 11,
-    kReadBackDiffers = 12,
+using protocol::ExitStatus;
+using enum protocol::ExitStatus;
+
+struct StatusMeaning {
+    ExitStatus status;
+    const char* meaning;
+};
+
+/// For help and manual page.
+inline constexpr std::array kStatusMeanings{
+    StatusMeaning{kPassed, "done; plan: all passed"},
+    StatusMeaning{kFailed, "failed; plan: a limit was missed"},
+    StatusMeaning{kWrongUse, "wrong use, or an error in a file"},
+    StatusMeaning{kNoAnswer, "no answer in time"},
+    StatusMeaning{kInterrupted, "interrupted"},
+    StatusMeaning{kNothingRun, "nothing was run"},
+    StatusMeaning{kError, "plan: a step ended in an error"},
+    StatusMeaning{kNotRecorded, "the results could not be written"},
+    StatusMeaning{kPortUnavailable, "the port is missing or busy"},
+    StatusMeaning{kLineFailed, "the line failed during use"},
+    StatusMeaning{kReadBackDiffers, "the value read back differs from the value written"},
 };
 
 class Station;
@@ -49,12 +57,7 @@ inline constexpr const char* kProgram = "engineering-station";
 /// The number that every JSON object of the tool carries as "schema".
 inline constexpr int kSchema = 1;
 
-/// The user asked for what cannot be; the text says in one line what would be right. Ends the tool with kWrongUse.
-class WrongUse : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
+using WrongUse = protocol::UserError;
 
 /// What a value may be is told by the type name of its option, so that completion knows: type_name("FILE"), "DIR",
 /// "PORT", "COMMAND" (a GROUP.COMMAND, with its arguments behind it), "GROUP"; CLI::IsMember names the values itself.
@@ -74,12 +77,6 @@ bool isDumbTerminal();
 /// @returns whether standard output (or the given descriptor) takes colour: a terminal that is not dumb, and NO_COLOR
 /// unset.
 bool colourWanted(int descriptor = 1);
-
-/// @returns the link at which the service is found when nothing else was said to either side.
-std::string defaultPort();
-
-/// @returns what to do about a port that is not there, to be put behind the message; empty for one that is.
-std::string missingPortHint(const std::string& path);
 
 /// Takes PATH[,BAUD] apart.
 station::PortSpec parsePort(std::string_view text);

@@ -12,12 +12,9 @@
 #include "programs/Cli.h"
 #include "programs/station/CommandLine.h"
 #include "programs/station/Completion.h"
-#include "programs/station/ExitStatuses.h"
 #include "programs/station/Output.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
-#include "protocol/Errors.h"
-#include "protocol/catalogue/Codec.h"
 
 namespace {
 
@@ -62,31 +59,24 @@ void endOnSignals(station::Interrupt& interrupt)
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-int run(const std::function<int()>& action)
+int report(const Tool& tool, const char* line, const char* kind, int status)
+{
+    if (tool.json) {
+        printJson({{"error", line}, {"kind", kind}, {"status", status}});
+    } else {
+        programs::complain(kProgram, line);
+    }
+    return status;
+}
+
+int run(const Tool& tool)
 {
     try {
-        return action();
-    } catch (const station::PortError& error) {
-        programs::complain(kProgram, error.what() + missingPortHint(error.path()));
-        return kPortUnavailable;
-    } catch (const station::LinkError& error) {
-        programs::complain(kProgram, error.what());
-        return kLinkFailed;
-    } catch (const station::Interrupted& error) {
-        programs::complain(kProgram, error.what());
-        return kInterrupted;
-    } catch (const WrongUse& error) {
-        programs::complain(kProgram, error.what());
-        return kWrongUse;
+        return tool.action();
     } catch (const protocol::Error& error) {
-        programs::complain(kProgram, error.what());
-        return error.status();
-    } catch (const protocol::catalogue::EncodeError& error) {
-        programs::complain(kProgram, error.what());
-        return kWrongUse;
+        return report(tool, error.what(), error.kind(), error.status());
     } catch (const std::exception& error) {
-        programs::complain(kProgram, error.what());
-        return kFailed;
+        return report(tool, error.what(), "internal", kFailed);
     }
 }
 
@@ -116,21 +106,14 @@ int main(int argc, char** argv)
         Station station(interrupt);
         station.guardConnections();
         Tool tool{app, false, {}, interrupt, &station, [&station] { return station.config().results; }};
-        setUp(app, tool.json);
-        app.add_option("--config", station.given,
-                       "The station's file; by default $ENGINEERING_STATION, else /etc/engineering/station.toml")
-            ->type_name("FILE");
-        app.footer(exitStatusText());
-        for (AddVerb* const add : kVerbs) {
-            add(tool);
-        }
+        setUp(tool);
         if (printCompletions(app, argc, argv)) {
             return withOutputWritten(kPassed);
         }
         if (const auto status = parseCommandLine(app, argc, argv)) {
             return withOutputWritten(*status);
         }
-        return withOutputWritten(run(tool.action));
+        return withOutputWritten(run(tool));
     } catch (const std::exception& error) {
         programs::complain(kProgram, error.what());
         return kFailed;

@@ -2,24 +2,17 @@
 
 #include <cstdint>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "protocol/Errors.h"
 #include "protocol/Frame.h"
 #include "protocol/catalogue/Model.h"
 
 namespace protocol::catalogue {
-
-/// Says which argument is wrong and what would be right, in one line.
-class EncodeError : public std::invalid_argument
-{
-public:
-    using std::invalid_argument::invalid_argument;
-};
 
 /// NAME=VALUE, taken apart.
 using Argument = std::pair<std::string, std::string>;
@@ -27,7 +20,7 @@ using Argument = std::pair<std::string, std::string>;
 /// Makes the frame of a command out of values by name. A value is a number (decimal, 0x hexadecimal), the name of a
 /// choice, a number with the unit of the field's scale ("87.5MHz"), text, bytes in hexadecimal ("00 1A 7D" or
 /// "00:1A:7D"), or records ("5:35 9:28"). It is checked against the catalogue's range as it was written, before any
-/// conversion. Parameters that the catalogue calls optional may be left out from the end. Throws EncodeError for an
+/// conversion. Parameters that the catalogue calls optional may be left out from the end. Throws UserError for an
 /// unknown, missing or doubled name, and for a value out of its range.
 Frame encode(const Command& command, std::span<const Argument> arguments);
 

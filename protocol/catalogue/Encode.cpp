@@ -55,12 +55,12 @@ void checkNames(std::span<const Field> params, std::span<const Argument> argumen
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
         const std::string& name = argument->first;
         if (std::ranges::find(names, name) == names.end()) {
-            throw EncodeError("there is no parameter " + inQuotes(name) +
-                              (names.empty() ? "; the command has none" : "; it has: " + listed(names)) +
-                              didYouMean(name, names));
+            throw UserError("there is no parameter " + inQuotes(name) +
+                            (names.empty() ? "; the command has none" : "; it has: " + listed(names)) +
+                            didYouMean(name, names));
         }
         if (std::any_of(arguments.begin(), argument, [&](const Argument& each) { return each.first == name; })) {
-            throw EncodeError(inQuotes(name) + " is given twice");
+            throw UserError(inQuotes(name) + " is given twice");
         }
     }
 }
@@ -69,8 +69,8 @@ void checkSize(const Field& field, std::size_t size)
 {
     const auto count = static_cast<std::int64_t>(size);
     if (count < field.minimum || count > field.maximum) {
-        throw EncodeError(std::string(field.name) + ": " + describe(field) + " were expected, not " +
-                          std::to_string(size));
+        throw UserError(std::string(field.name) + ": " + describe(field) + " were expected, not " +
+                        std::to_string(size));
     }
 }
 
@@ -78,7 +78,7 @@ void appendAscii(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
 {
     const bool printable = std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; });
     if (!printable) {
-        throw EncodeError(std::string(field.name) + ": the text has characters that are no printable ASCII");
+        throw UserError(std::string(field.name) + ": the text has characters that are no printable ASCII");
     }
     checkSize(field, text.size());
     bytes.insert(bytes.end(), text.begin(), text.end());
@@ -88,8 +88,8 @@ void appendHexText(std::vector<std::uint8_t>& bytes, const Field& field, std::st
 {
     const auto wrong = text.find_first_not_of("0123456789ABCDEFabcdef");
     if (wrong != std::string_view::npos) {
-        throw EncodeError(std::string(field.name) + ": " + inQuotes(text) + " is not hexadecimal throughout; " +
-                          describe(field) + " without separators were expected");
+        throw UserError(std::string(field.name) + ": " + inQuotes(text) + " is not hexadecimal throughout; " +
+                        describe(field) + " without separators were expected");
     }
     checkSize(field, text.size());
     bytes.insert(bytes.end(), text.begin(), text.end());
@@ -99,8 +99,8 @@ void appendBytes(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
 {
     const auto parsed = parseHexBytes(text);
     if (!parsed) {
-        throw EncodeError(std::string(field.name) + ": " + inQuotes(text) + " is not hexadecimal; expected " +
-                          describe(field) + ", as in '00 1A 7D'");
+        throw UserError(std::string(field.name) + ": " + inQuotes(text) + " is not hexadecimal; expected " +
+                        describe(field) + ", as in '00 1A 7D'");
     }
     checkSize(field, parsed->size());
     bytes.insert(bytes.end(), parsed->begin(), parsed->end());
@@ -118,8 +118,8 @@ void appendRecords(std::vector<std::uint8_t>& bytes, const Field& field, std::st
     for (const auto record : pieces(text, ' ')) {
         const auto numbers = pieces(record, ':');
         if (numbers.size() != field.fields.size()) {
-            throw EncodeError(std::string(field.name) + ": " + inQuotes(record) + " is no record; " +
-                              listed(namesOf(field.fields)) + " were expected, with ':' between them");
+            throw UserError(std::string(field.name) + ": " + inQuotes(record) + " is no record; " +
+                            listed(namesOf(field.fields)) + " were expected, with ':' between them");
         }
         for (std::size_t i = 0; i < numbers.size(); ++i) {
             appendNumber(bytes, field.fields[i], numbers[i]);
@@ -157,19 +157,19 @@ Frame encode(const Command& command, std::span<const Argument> arguments)
         const auto given = std::ranges::find(arguments, field.name, &Argument::first);
         if (given == arguments.end()) {
             if (!field.optional) {
-                throw EncodeError(expectation(field));
+                throw UserError(expectation(field));
             }
             leftOut = leftOut == nullptr ? &field : leftOut;
             continue;
         }
         if (leftOut != nullptr) {
-            throw EncodeError(expectation(*leftOut) + "; " + inQuotes(field.name) + " stands behind it");
+            throw UserError(expectation(*leftOut) + "; " + inQuotes(field.name) + " stands behind it");
         }
         append(frame.params, field, given->second);
     }
     if (frame.params.size() > kMaxStationParams) {
-        throw EncodeError("a frame holds at most " + std::to_string(kMaxStationParams) + " parameter bytes, not " +
-                          std::to_string(frame.params.size()));
+        throw UserError("a frame holds at most " + std::to_string(kMaxStationParams) + " parameter bytes, not " +
+                        std::to_string(frame.params.size()));
     }
     return frame;
 }

@@ -26,7 +26,7 @@ std::string refusal(const char* key, const std::vector<Argument>& arguments)
     try {
         encodeNamed(key, arguments);
         return {};
-    } catch (const EncodeError& error) {
+    } catch (const UserError& error) {
         return error.what();
     }
 }

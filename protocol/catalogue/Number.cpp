@@ -62,12 +62,12 @@ bool parseMeasured(std::string_view text, Measured& measured)
     if (!field.example.empty()) {
         what += ", for example " + std::string(field.example);
     }
-    throw EncodeError(what + didYouMean(text, names));
+    throw UserError(what + didYouMean(text, names));
 }
 
 [[noreturn]] void refuseRange(const Field& field, std::string_view text, const std::string& range)
 {
-    throw EncodeError(std::string(field.name) + ": " + std::string(text) + " is out of range " + range);
+    throw UserError(std::string(field.name) + ": " + std::string(text) + " is out of range " + range);
 }
 
 std::int64_t parseScaled(const Field& field, const Scale& scale, std::string_view text, double number)
@@ -87,8 +87,8 @@ std::int64_t parseScaled(const Field& field, const Scale& scale, std::string_vie
     const double steps = number / scale.factor;
     const double whole = std::round(steps);
     if (std::abs(steps - whole) > 1e-4) {
-        throw EncodeError(std::string(field.name) + ": " + std::string(text) + " is no multiple of " +
-                          scaled(1, scale.factor) + " " + std::string(scale.unit));
+        throw UserError(std::string(field.name) + ": " + std::string(text) + " is no multiple of " +
+                        scaled(1, scale.factor) + " " + std::string(scale.unit));
     }
     return static_cast<std::int64_t>(whole);
 }
@@ -143,7 +143,7 @@ std::int64_t parseNumber(const Field& field, std::string_view text)
     if (parseInteger(text, number)) {
         if (const std::string problem = numberProblem(field, number); !problem.empty()) {
             // As it was written: 0x100 is not shown as 256, nor a huge number as what it was cut to.
-            throw EncodeError(std::string(field.name) + ": " + std::string(text) + problem.substr(problem.find(' ')));
+            throw UserError(std::string(field.name) + ": " + std::string(text) + problem.substr(problem.find(' ')));
         }
         return number;
     }

@@ -9,7 +9,7 @@ namespace protocol::catalogue {
 
 /// Reads a value of a numeric field as a user writes it: decimal, 0x hexadecimal, a choice's name, or a number with the
 /// unit of the field's scale. It is compared with the range as it was written, before it is scaled.
-/// Throws EncodeError, whose text names the value and what would be right.
+/// Throws UserError, whose text names the value and what would be right.
 std::int64_t parseNumber(const Field& field, std::string_view text);
 
 /// @returns what is wrong with `number` as a value of `field`: "12 is out of range 0 to 3"; empty when nothing is.

@@ -123,7 +123,7 @@ bool IdentityGuard::check(Connection& connection, const protocol::Frame& command
         objection = reservedAddress(*found, value);
     }
     if (!objection.empty()) {
-        throw NotSent(objection);
+        throw protocol::UserError(objection, protocol::kFailed);
     }
     if (!found->unique || rules_.isPlaceholder(*found, value)) {
         return false;
@@ -153,9 +153,9 @@ bool IdentityGuard::check(Connection& connection, const protocol::Frame& command
             sent_.push_back({&*found, value, State::kSending});
         }
     } catch (const NotGiven& error) {
-        throw NotSent(error.what());
+        throw protocol::UserError(error.what(), protocol::kFailed);
     } catch (const RegistryError& error) {
-        throw NotSent(error.what());
+        throw protocol::UserError(error.what(), protocol::kFailed);
     }
     return true;
 }

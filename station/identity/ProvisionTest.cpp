@@ -301,7 +301,7 @@ TEST_F(ProvisionTest, LineThatGoesWhileAValueIsWrittenIsALinkError)
         return value;
     };
 
-    EXPECT_THROW(write({{&serial, "SN1"}}), LinkError);
+    EXPECT_THROW(write({{&serial, "SN1"}}), protocol::LineError);
 }
 
 /// A unit on a line that the registry guards.
@@ -355,7 +355,7 @@ TEST_F(GuardedUnitTest, UnitThatIsSwappedWithoutALossDoesNotGetTheValuesOfTheOne
     peer.stored.clear();
 
     for (const auto& [record, value] : {std::pair{"hu-serial", "HU7"}, {"carplay-mac", "001A7D000001"}}) {
-        EXPECT_THROW(send(record, value), NotSent) << record;
+        EXPECT_THROW(send(record, value), protocol::UserError) << record;
     }
     EXPECT_EQ(peer.writes(), before);
     EXPECT_THAT(peer.stored, testing::IsEmpty());

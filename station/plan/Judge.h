@@ -22,7 +22,7 @@ struct Judgement {
 
 /// Compares a frame's fields. A field that nobody expects anything of becomes a measurement without limits; one out of
 /// the catalogue's range misses.
-/// Throws UnknownVariable, and EncodeError for a variable whose value is none of the field.
+/// Throws UnknownVariable, and protocol::UserError for a variable whose value is none of the field.
 Judgement judge(std::span<const Expected> expected, std::span<const protocol::catalogue::DecodedField> fields,
                 const Variables& variables);
 

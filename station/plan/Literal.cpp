@@ -26,7 +26,7 @@ std::string upper(std::string text)
 Value literal(const catalogue::Field& field, const std::string& written)
 {
     if (field.type == Type::kRecords) {
-        throw catalogue::EncodeError("records cannot be compared: expect their count");
+        throw protocol::UserError("records cannot be compared: expect their count");
     }
     if (written.empty() && field.type == Type::kBytes) {
         return std::vector<std::uint8_t>();
@@ -48,7 +48,7 @@ Value literal(const catalogue::Field& field, const std::string& written)
     group.commands = std::span(&command, 1);
     auto decoded = catalogue::decodeRequest(std::span(&group, 1), frame);
     if (decoded.fields.empty()) {
-        throw catalogue::EncodeError("'" + written + "' is no value of " + std::string(field.name));
+        throw protocol::UserError("'" + written + "' is no value of " + std::string(field.name));
     }
     return std::move(decoded.fields.front().value);
 }

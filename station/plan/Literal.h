@@ -8,7 +8,7 @@ namespace station::plan {
 
 /// Reads a value as a user writes it for `field`: 8750, "87.5MHz", "on", "HeadUnit", "00 1A 7D". Empty text is a value
 /// of every text and of bytes.
-/// Throws protocol::catalogue::EncodeError, which says what is wrong and what would be right.
+/// Throws protocol::UserError, which says what is wrong and what would be right.
 protocol::catalogue::Value literal(const protocol::catalogue::Field& field, const std::string& written);
 
 /// @returns whether a frame's value is the expected one; hexadecimal text in either case.

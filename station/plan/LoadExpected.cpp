@@ -100,7 +100,7 @@ void checkLiteral(Context& context, const toml::node& node, const Field& field, 
     }
     try {
         literal(field, text);
-    } catch (const catalogue::EncodeError& error) {
+    } catch (const protocol::UserError& error) {
         protocol::toml_file::report(context.problems, node, error.what());
     }
 }

@@ -205,7 +205,7 @@ private:
         }
         try {
             literal(*param, *text);
-        } catch (const catalogue::EncodeError& error) {
+        } catch (const protocol::UserError& error) {
             problem(node, error.what());
         }
         return false;
@@ -215,7 +215,7 @@ private:
     {
         try {
             catalogue::encode(*send.command, send.with);
-        } catch (const catalogue::EncodeError& error) {
+        } catch (const protocol::UserError& error) {
             const toml::node* with = reader_.node("with");
             problem(with != nullptr ? *with : *reader_.node("send"), error.what());
         }

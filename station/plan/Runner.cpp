@@ -54,7 +54,10 @@ public:
             runner_ = &runner;
             runPhases();
             runner_ = nullptr;
-        } catch (const PortError& error) {
+        } catch (const protocol::LineError& error) {
+            if (error.status() != protocol::kPortUnavailable) {
+                throw;
+            }
             result_.portUnavailable = true;
             run_.findings.push_back({Verdict::kError, error.what()});
             stop_ = "the port could not be opened";

@@ -95,8 +95,8 @@ void StepRunner::attempt(const Step& step, const StepPlace& place, record::Step&
         } else {
             fail(attempt, Verdict::kAborted, "ended by the user");
         }
-    } catch (const LinkError& error) {
-        linkFailed_ = true;
+    } catch (const protocol::LineError& error) {
+        linkFailed_ = linkFailed_ || error.status() == protocol::kLineFailed;
         fail(attempt, Verdict::kError, error.what());
     } catch (const std::exception& error) {
         fail(attempt, Verdict::kError, error.what());

@@ -1,8 +1,11 @@
 #include "station/ports/SerialPorts.h"
 
+#include <fmt/format.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <system_error>
 
@@ -58,6 +61,14 @@ std::vector<std::string> stableNames(const fs::path& root, const fs::path& devic
 }
 
 }  // namespace
+
+std::string defaultPort()
+{
+    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0') {
+        return fmt::format("{}/engineering/uart", runtime);
+    }
+    return fmt::format("/tmp/engineering-{}/uart", getuid());
+}
 
 std::vector<SerialPort> listSerialPorts(const fs::path& root)
 {

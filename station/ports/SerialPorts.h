@@ -6,6 +6,9 @@
 
 namespace station {
 
+/// @returns the link at which a bench is found when neither side is told a port.
+std::string defaultPort();
+
 /// A serial device of this machine. Texts that the device does not tell are empty.
 struct SerialPort {
     std::string device;                    ///< "/dev/ttyUSB0": may be another one the next time

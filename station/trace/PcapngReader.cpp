@@ -1,5 +1,7 @@
 #include "station/trace/PcapngReader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <limits>
 #include <utility>
@@ -253,7 +255,7 @@ void Reader::eachOption(std::string_view options, Visit visit) const
 
 void Reader::fail(const std::string& what) const
 {
-    throw Error(name_ + ": byte " + std::to_string(offset_) + ": " + what);
+    throw protocol::UserError(fmt::format("{}: byte {}: {}", name_, offset_, what));
 }
 
 }  // namespace station::pcapng

@@ -5,22 +5,15 @@
 #include <deque>
 #include <istream>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "protocol/Errors.h"
 #include "protocol/FrameAssembler.h"
 #include "station/trace/Trace.h"
 
 namespace station::pcapng {
-
-/// A capture that cannot be read (further): one line that says where and why.
-class Error : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
 
 /// Reads the frames of a capture: our own, or anybody's whose packets have link type USER0 and hold pieces of the
 /// line's bytes, cut where they may. Either byte order, any number of sections and interfaces; packets of other link
@@ -29,12 +22,13 @@ class Reader
 {
 public:
     /// @param in binary; outlives the reader.
-    /// @param name of the file, for what Error says.
+    /// @param name of the file, for error messages.
     Reader(std::istream& in, std::string name);
 
-    /// @returns the next event, nothing at the end. Throws Error at the place where the capture is broken; what stands
-    /// before it has been returned by then. The direction is the packet's, or, when it does not say, told from bit 7 of
-    /// cmd_one. `steady` is not set, and `at` is 1970 where the capture has no time. `text` is the packet's comment.
+    /// @returns the next event, nothing at the end. Throws UserError at the place where the capture is broken, after it
+    /// has returned every event before that place. The direction is the packet's; if the packet has none, bit 7 of
+    /// cmd_one tells it. `steady` is not set, and `at` is 1970 if the capture has no time. `text` is the packet's
+    /// comment.
     std::optional<TraceEvent> next();
 
     /// @returns how many packets were of another link type so far.

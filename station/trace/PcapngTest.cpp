@@ -68,7 +68,7 @@ std::vector<TraceEvent> readAll(const std::string& bytes, std::string* error = n
         while (auto next = reader.next()) {
             events.push_back(std::move(*next));
         }
-    } catch (const Error& failure) {
+    } catch (const protocol::UserError& failure) {
         if (error == nullptr) {
             throw;
         }

@@ -276,7 +276,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"MistypedSubverb", "$STATION catalogue chekc x", "did you mean 'check'?"},
         Mistake{"OneArgumentTooMany", "$STATION catalogue list tuner", "'tuner' is one argument too many"},
         Mistake{"UnknownKeyToShow", "$STATION catalogue show tuner.tone", "did you mean 'tuner.tune'?"},
-        Mistake{"UnknownShell", "$STATION completion fish", "bash"},
+        Mistake{"UnknownShell", "$STATION completion tcsh", "bash"},
         Mistake{"UnknownSender", "$STATION decode 00 --from nobody", "station"},
         Mistake{"NoSuchFileToDecode", "$STATION decode trace.pcapng", "there is no file 'trace.pcapng'"},
         Mistake{"NoHexadecimalInAFile", "printf '00\\nxyz\\n' | $STATION decode",

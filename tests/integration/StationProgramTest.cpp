@@ -107,8 +107,8 @@ INSTANTIATE_TEST_SUITE_P(
             "DefaultPort", {"send", "0F", "00"}, "No such file or directory; is a bench running? (scripts/run)"},
         MissingPort{"NamedPort",
                     {"send", "0F", "00", "--port", "/dev/no-such-line"},
-                    "/dev/no-such-line: cannot open: No such file or directory; see 'engineering-station ports' for "
-                    "those that there are"},
+                    "/dev/no-such-line: cannot open: No such file or directory; 'engineering-station ports' lists "
+                    "the ports of this machine"},
         MissingPort{"MonitoredPort", {"monitor"}, "is a bench running? (scripts/run)"},
         MissingPort{"PortOfAUnit", {"identity", "read"}, "is a bench running? (scripts/run)"},
         MissingPort{"FileThatIsNoPort",

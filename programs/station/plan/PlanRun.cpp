@@ -267,7 +267,7 @@ private:
             }
             const std::string reason = headlineOf(worker.unit.result.run).reason;
             if (worker.unit.result.portUnavailable) {
-                complaints.push_back(reason + missingPortHint(worker.port.path));
+                complaints.push_back(reason);
             } else if (worker.unit.result.linkFailed) {
                 complaints.push_back(reason);
             }
@@ -282,8 +282,8 @@ private:
                 complain(kProgram, each);
             }
         }
-        const StationExit status = exitStatusOf(units);
-        const bool comesBefore = status == kInterrupted || status == kPortUnavailable || status == kLinkFailed;
+        const ExitStatus status = exitStatusOf(units);
+        const bool comesBefore = status == kInterrupted || status == kPortUnavailable || status == kLineFailed;
         return failed && !comesBefore ? kNotRecorded : status;
     }
 

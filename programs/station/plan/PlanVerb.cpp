@@ -11,6 +11,7 @@
 #include "programs/station/plan/PlanRun.h"
 #include "protocol/Text.h"
 #include "station/SerialLink.h"
+#include "station/ports/SerialPorts.h"
 #include "station/record/ResultsFolder.h"
 #include "station/record/ValueText.h"
 
@@ -205,7 +206,7 @@ void addRun(Tool& tool, CLI::App& noun)
         "  engineering-station plan run eol.toml --port /dev/ttyUSB0 --port /dev/ttyUSB1 --answers shift.toml");
     verb->callback([&tool, options] {
         if (options->ports.empty()) {
-            options->ports.push_back(parsePort(defaultPort()));
+            options->ports.push_back(parsePort(station::defaultPort()));
         }
         tool.action = [&tool, options] {
             const bool stations = options->results.empty() && !tool.stationsResults().empty();

@@ -13,7 +13,7 @@ using station::record::Verdict;
 namespace {
 
 /// The worst first.
-constexpr std::array kOrder{kInterrupted, kPortUnavailable, kLinkFailed, kNotRecorded, kFailed,
+constexpr std::array kOrder{kInterrupted, kPortUnavailable, kLineFailed, kNotRecorded, kFailed,
                             kNoAnswer,    kError,           kNothingRun, kPassed};
 
 }  // namespace
@@ -54,7 +54,7 @@ std::string headlineText(const UnitResult& unit)
     return verdict == Verdict::kPass && !unit.recordError.empty() ? kNotRecordedText : station::record::name(verdict);
 }
 
-StationExit exitStatusOf(const UnitResult& unit)
+ExitStatus exitStatusOf(const UnitResult& unit)
 {
     const Verdict verdict = verdictOf(unit.result.run);
     if (verdict == Verdict::kAborted) {
@@ -64,7 +64,7 @@ StationExit exitStatusOf(const UnitResult& unit)
         return kPortUnavailable;
     }
     if (unit.result.linkFailed) {
-        return kLinkFailed;
+        return kLineFailed;
     }
     if (!unit.recordError.empty()) {
         return kNotRecorded;
@@ -83,7 +83,7 @@ StationExit exitStatusOf(const UnitResult& unit)
     }
 }
 
-StationExit exitStatusOf(std::span<const UnitResult> units)
+ExitStatus exitStatusOf(std::span<const UnitResult> units)
 {
     std::size_t worst = kOrder.size() - 1;
     for (const UnitResult& unit : units) {

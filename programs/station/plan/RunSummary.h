@@ -34,9 +34,9 @@ std::string headlineText(const UnitResult& unit);
 
 /// The exit status of one unit. The first that holds: interrupted, port unavailable, link failed, results not written;
 /// then by the verdict: failed, no answer, error, nothing run, passed.
-StationExit exitStatusOf(const UnitResult& unit);
+ExitStatus exitStatusOf(const UnitResult& unit);
 
 /// The exit status of several units: the worst, in the order of the line above.
-StationExit exitStatusOf(std::span<const UnitResult> units);
+ExitStatus exitStatusOf(std::span<const UnitResult> units);
 
 }  // namespace programs::station_tool

@@ -39,7 +39,7 @@ UnitResult unitOf(const std::vector<Verdict>& verdicts, const std::vector<Verdic
 struct StatusCase {
     const char* name;
     std::vector<Verdict> verdicts;
-    StationExit status;
+    ExitStatus status;
     std::vector<Verdict> teardown = {Verdict::kPass};
 };
 
@@ -87,7 +87,7 @@ TEST(RunSummary, PortAndLineComeBeforeWhatTheyCaused)
     noLine.result.linkFailed = true;
 
     EXPECT_EQ(exitStatusOf(noPort), kPortUnavailable);
-    EXPECT_EQ(exitStatusOf(noLine), kLinkFailed);
+    EXPECT_EQ(exitStatusOf(noLine), kLineFailed);
 }
 
 TEST(RunSummary, PassWhoseResultsCouldNotBeWrittenIsNotRecorded)
