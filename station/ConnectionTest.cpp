@@ -431,7 +431,7 @@ TEST_F(ConnectionTest, CommandThatIsNotRepeatableIsNeverSentTwice)
 
     EXPECT_THAT(
         messageOf<protocol::kLineFailed>([&] { connection.request(kAskMode, answersAskMode, kGenerous, false); }),
-        AllOf(HasSubstr(port()), HasSubstr("not sent a second time")));
+        AllOf(HasSubstr(port()), HasSubstr("it is not sent again")));
     EXPECT_THAT(trace.kinds(), ElementsAre(Kind::kSent, Kind::kLost));
 }
 

@@ -159,7 +159,7 @@ void addRun(Tool& tool, CLI::App& noun)
         "A terminal shows progress, the current step and the latest frames; otherwise there is a line per step. The "
         "record is kept in any case.\n"
         "Ctrl-C ends the run: the teardown follows, a second Ctrl-C ends that too, a third ends the tool at once.\n"
-        "StationExit status, the first that holds for any unit: 4 interrupted, 10 port missing or busy, 11 the line "
+        "Exit status, the first that holds for any unit: 4 interrupted, 10 port missing or busy, 11 the line "
         "failed, 7 "
         "the results could not be written, 1 a limit was missed, 3 no answer in time, 6 a step ended in an error, 5 "
         "nothing was run, 0 all passed; 2 for a plan, answers or options that are wrong.");
