@@ -10,7 +10,7 @@
 #include <string>
 
 #include "benchmarks/FloorReporter.h"
-#include "engineering/Log.h"
+#include "engineering/base/Log.h"
 #include "host/Descriptor.h"
 #include "platform/runtime/Root.h"
 #include "tests/support/TempDir.h"

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "benchmarks/FloorReporter.h"
-#include "engineering/EngineeringSignals.h"
 #include "engineering/KYREngineeringService_IPC.h"
-#include "engineering/KYRSingleton.h"
-#include "engineering/Log.h"
+#include "engineering/base/KYRSingleton.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/Outlets.h"
 #include "platform/runtime/BusName.h"
 #include "platform/runtime/Root.h"
 #include "tests/support/PrivateBus.h"

@@ -3,8 +3,8 @@
 #include "KYRAppMgr.h"
 #include "KYRServiceFw.h"
 #include "engineering/KYREngineeringService_Server.h"
-#include "engineering/KYRSingleton.h"
-#include "engineering/Log.h"
+#include "engineering/base/KYRSingleton.h"
+#include "engineering/base/Log.h"
 
 int KYR_ServiceFw_Init(KYRServiceFw_Args&)
 {

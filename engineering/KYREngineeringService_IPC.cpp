@@ -9,15 +9,13 @@
 
 #include "KYRHmi.h"
 #include "KYRKey.h"
-#include "engineering/BusBacklog.h"
 #include "engineering/BusCalls.h"
 #include "engineering/BusSocket.h"
-#include "engineering/EngineeringSignals.h"
-#include "engineering/KYRSingleton.h"
-#include "engineering/Log.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/base/BusSignals.h"
+#include "engineering/base/KYRSingleton.h"
+#include "engineering/base/Log.h"
 
-std::atomic<ComZentLinuxEngineering*> pSkeleton = nullptr;
 GMainLoop* pLoop = nullptr;
 
 namespace {
@@ -25,15 +23,13 @@ namespace {
 constexpr const char* kBusName = "com.zent.linux.engineering";
 constexpr int kThreadStackSize = 51200;
 
-/// What a method call and a signal have room for.
+/// Parameter bytes that a method call may carry.
 constexpr std::size_t kMethodParams = 20;
-constexpr std::size_t kSignalParams = 256;
 
 /// ExportDbusEnv()'s command, and then its output: the environment refers to it for as long as the process lives.
 char g_DbusEnv[256] = "dbus-launch --config-file=/etc/dbus-1/session.conf |grep DBUS_SESSION_BUS_ADDRESS";
 
-// Made before any thread is, and never destroyed: GDBus's own thread may use them until the process has ended.
-BusBacklog& g_Backlog = *new BusBacklog;
+// Made before any thread starts and never destroyed: GDBus's own thread may use it until the process has ended.
 BusCalls& g_Calls = *new BusCalls;
 
 /// Held while the loop is made and the name asked for.
@@ -231,12 +227,6 @@ void* DbusThreadCallBack(void* pArgument)
     return nullptr;
 }
 
-GVariant* gvariant_data_build(const unsigned char* bytes, int length)
-{
-    const gsize count = static_cast<gsize>(std::max(length, 0));
-    return g_variant_new_variant(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes, count, sizeof(guchar)));
-}
-
 bool gvariant_data_extract(std::span<unsigned char> buffer, GVariant* variant)
 {
     GVariant* const inner = g_variant_get_variant(variant);
@@ -249,93 +239,4 @@ bool gvariant_data_extract(std::span<unsigned char> buffer, GVariant* variant)
     }
     g_variant_unref(inner);
     return bIsByteArray;
-}
-
-// The generated function refuses a skeleton that is null, before the bus has been acquired.
-
-void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two, const unsigned char* param,
-                                   unsigned int param_size)
-{
-    KYR_LOG_DEBUG("[rkb] emit_uart_data_changed_signal, cmd_one = %x, cmd_two = %x, param_size = %d", cmd_one, cmd_two,
-                  param_size);
-    if (!g_Backlog.Admit())
-        return;
-    const std::size_t count = std::min<std::size_t>(param_size, kSignalParams);
-    GVariant* const data = g_variant_ref_sink(gvariant_data_build(param, static_cast<int>(count)));
-    // WIRE: of the count only the low 8 bits travel.
-    com_zent_linux_engineering_emit_uart_data_changed_signal(pSkeleton, cmd_one, cmd_two, data,
-                                                             static_cast<guchar>(param_size));
-    g_variant_unref(data);
-}
-
-void emit_on_auto_test_media_play_action_signal(MEDIA_TYPE media_type, MEDIA_PLAY_ACTION media_play_action)
-{
-    KYR_LOG_DEBUG("emit_on_auto_test_media_play_action_signal, media_type = %d, media_play_action = %d", media_type,
-                  media_play_action);
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_media_play_action_signal(
-            pSkeleton, static_cast<guchar>(media_type), static_cast<guchar>(media_play_action));
-}
-
-void emit_on_auto_test_media_select_track_signal(MEDIA_TYPE media_type, unsigned char track_index)
-{
-    KYR_LOG_DEBUG("emit_on_auto_test_media_select_track_signal, media_type = %d, track_index = %d", media_type,
-                  track_index);
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_media_select_track_signal(
-            pSkeleton, static_cast<guchar>(media_type), track_index);
-}
-
-void emit_on_auto_test_get_media_track_signal(MEDIA_TYPE media_type)
-{
-    KYR_LOG_DEBUG("emit_on_auto_test_get_media_track_signal, media_type = %d", media_type);
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_get_media_track_index_signal(pSkeleton,
-                                                                                  static_cast<guchar>(media_type));
-}
-
-void emit_on_auto_test_volume_change_signal(unsigned char volume)
-{
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_volume_change_signal(pSkeleton, volume);
-}
-
-void emit_on_auto_test_mode_changed_signal(int is_auto_test_mode)
-{
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_mode_change_signal(pSkeleton, is_auto_test_mode);
-    KYR_LOG_INFO("emit_on_auto_test_mode_changed_signal, is_auto_test_mode = %d", is_auto_test_mode);
-}
-
-void emit_on_auto_test_set_fader_balance_signal(unsigned char fader_value, unsigned char balance_value)
-{
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_set_fader_balance_signal(pSkeleton, fader_value, balance_value);
-    KYR_LOG_INFO("emit_on_auto_test_set_fader_balance_signal, fader_value = %d, balance_value = %d", fader_value,
-                 balance_value);
-}
-
-void emit_on_auto_test_enter_aging_test_signal(int is_aging_test_mode)
-{
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_enter_aging_test_signal(pSkeleton, is_aging_test_mode);
-    KYR_LOG_INFO("emit_on_auto_test_enter_aging_test_signal, is_aging_test_mode = %d", is_aging_test_mode);
-}
-
-void emit_on_auto_test_require_aging_test_signal()
-{
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_require_aging_test_state_signal(pSkeleton);
-}
-
-void emit_on_auto_test_select_page_signal(AUTO_TEST_PAGE_TYPE page)
-{
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_select_page_signal(pSkeleton, page);
-}
-
-void emit_on_auto_test_set_eq_switch_signal(int is_switch_on)
-{
-    if (g_Backlog.Admit())
-        com_zent_linux_engineering_emit_on_auto_test_set_eq_switch_signal(pSkeleton, is_switch_on);
 }

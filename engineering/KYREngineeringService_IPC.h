@@ -1,9 +1,7 @@
 #pragma once
 
-#include <engineering_dbus.h>
 #include <gio/gio.h>
 
-#include <atomic>
 #include <memory>
 #include <span>
 
@@ -11,7 +9,7 @@
 
 /// Joins the service to the session bus: owns the bus name com.zent.linux.engineering, exports the one skeleton at
 /// /com/zent/linux/engineering, and runs the main loop of the default main context on a thread of its own, on which
-/// all bus callbacks and method calls arrive. The emit functions (EngineeringSignals.h) send through it.
+/// all bus callbacks and method calls arrive. The emit functions (Outlets.h) send through it.
 /// Lives until the process ends. When the name is lost, another process has it, or there is no bus, the loop ends
 /// for good, the claim to the name is given up, and the service goes on without.
 class KYREngineeringService_IPC
@@ -41,14 +39,8 @@ private:
 /// The thread's entry; the argument is the bridge.
 void* DbusThreadCallBack(void* pArgument);
 
-/// The exported object; null until the bus has been acquired, then set for the life of the process.
-extern std::atomic<ComZentLinuxEngineering*> pSkeleton;
-
 /// The bridge's main loop; null before InitDbusConnect().
 extern GMainLoop* pLoop;
-
-/// @returns a new floating variant of type "v" that holds `length` bytes as an array "ay"; an empty one for 0 and less.
-GVariant* gvariant_data_build(const unsigned char* bytes, int length);
 
 /// Writes the bytes of a "v" that holds an "ay" to the beginning of `buffer`, as many as it has room for.
 /// @returns false, and leaves `buffer` as it is, when the variant holds anything else.

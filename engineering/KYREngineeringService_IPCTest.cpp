@@ -13,12 +13,12 @@
 #include <filesystem>
 #include <fstream>
 
-#include "engineering/BusBacklog.h"
 #include "engineering/BusCalls.h"
 #include "engineering/BusSocket.h"
-#include "engineering/EngineeringSignals.h"
-#include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/base/BusSignals.h"
+#include "engineering/base/KYRSingleton.h"
+#include "engineering/base/Outlets.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/runtime/Root.h"
 #include "tests/support/BusClient.h"

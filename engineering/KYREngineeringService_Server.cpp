@@ -10,9 +10,9 @@
 #include "KYRTuner.h"
 #include "KYRWifi.h"
 #include "engineering/KYREngineeringService_IPC.h"
-#include "engineering/KYRSingleton.h"
-#include "engineering/Log.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/base/KYRSingleton.h"
+#include "engineering/base/Log.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <cstring>
 #include <vector>
 
-#include "engineering/EngineeringSignals.h"
 #include "engineering/KYREngineeringService_IPC.h"
-#include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/base/KYRSingleton.h"
+#include "engineering/base/Outlets.h"
 #include "fuzz/ByteReader.h"
 #include "fuzz/Fuzz.h"
 #include "platform/bench/HeadUnit.h"

@@ -10,8 +10,8 @@
 
 #include <algorithm>
 
-#include "engineering/EngineeringSignals.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/base/Outlets.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "engineering/UARTMgr/KYRAutoTestSkeletonBase.h"
 
-#include "engineering/Log.h"
+#include "engineering/base/Log.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <exception>
 
-#include "engineering/Config.h"
-#include "engineering/KYRSingleton.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Config.h"
+#include "engineering/base/KYRSingleton.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/Outlets.h"
 
 std::atomic<int> m_bIsCPTest = 0;
 std::atomic<unsigned char> m_iACKStatus = 0;
@@ -17,6 +17,11 @@ std::atomic<unsigned char> m_iACKStatus = 0;
 KYRUARTManage::KYRUARTManage()
 {
     KYR_LOG_INFO("[rkb] UARTManage::UARTManage() created!!!");
+    // Before the first frame: the engine answers through it. The singleton, so that an answer waits for this
+    // constructor.
+    g_pSendToStation = [](unsigned char cmd_one, unsigned char cmd_two, std::vector<unsigned char> param) {
+        KYRSingleton<KYRUARTManage>::GetInstance()->SendData(cmd_one, cmd_two, std::move(param));
+    };
     Init();
     m_bIsCPTest = ConfigFlag(kEnableCpTestKey) ? 1 : 0;
     KYR_LOG_INFO("UARTManage() m_bIsCPTest = %d", m_bIsCPTest.load());
@@ -109,8 +114,8 @@ void KYRUARTManage::AutoTestSetTrackIndex(MEDIA_TYPE type, unsigned char track_i
     KYR_LOG_DEBUG("AutoTestSetTrackIndex, track_index = %d", track_index);
     for (const auto& report : kTrackReports) {
         if (report.type == type)
-            KYRSingleton<KYRUARTManage>::GetInstance()->SendData(protocol::replyGroup(protocol::kMedia), report.cmd_two,
-                                                                 {track_index});
+            KYRSingleton<KYRUARTManage>::GetInstance()->SendData(KYRAutoTest::kMedia | protocol::kReplyBit,
+                                                                 report.cmd_two, {track_index});
     }
 }
 

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/base/KYRSingleton.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/runtime/Root.h"
 #include "platform/runtime/Wire.h"

@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <iostream>
 
-#include "engineering/Log.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/base/Log.h"
 
 namespace {
 

@@ -4,18 +4,15 @@
 #include <cstdio>
 #include <optional>
 
-#include "engineering/EngineeringSignals.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "engineering/autotest/SplitString.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/Outlets.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleBTCommands"
 
 namespace {
 
-constexpr unsigned char kBluetoothReply = protocol::replyGroup(protocol::kBluetooth);
 constexpr int kConnected = 1;
 
 bool IsHexadecimal(const std::string& text)
@@ -70,6 +67,21 @@ std::vector<unsigned char> CallCode(int state)
 
 }  // namespace
 
+void splitString(std::vector<std::string>& pieces, const std::string& text, const std::string& separator)
+{
+    std::size_t start = 0;
+    if (!separator.empty()) {
+        for (auto pos = text.find(separator); pos != std::string::npos; pos = text.find(separator, start)) {
+            while (start < pos && (text[start] == ' ' || text[start] == '\t'))
+                ++start;
+            pieces.push_back(text.substr(start, pos - start));
+            start = pos + separator.size();
+        }
+    }
+    if (start < text.size())
+        pieces.push_back(text.substr(start));
+}
+
 std::string KYRAutoTest::BtAttribute(KYRBtType::Attribute attribute)
 {
     std::string text;
@@ -111,14 +123,14 @@ std::span<const Command> KYRAutoTest::BTCommands()
                  KYR_LOG_ERROR("BT address %s is not hexadecimal, not sent", address.c_str());
                  return;
              }
-             Reply(kBluetoothReply, 0x07, *bytes);
+             Reply(kBluetooth, 0x07, *bytes);
          }},
         {0x08, 0, "delete pairings",
          [](KYRAutoTest& engine, Params) {
              const int ret = engine.m_BtCom.DeletePairDeviceList();
              KYR_LOG_INFO("HandleBTCommands, DeletePairDeviceList, ret = %d", ret);
              // WIRE: answered under the tuner's group; the end of the deletion is told under this one.
-             Reply(protocol::replyGroup(protocol::kTuner), 0x08, {static_cast<unsigned char>(ret)});
+             Reply(kTuner, 0x08, {static_cast<unsigned char>(ret)});
          }},
         {0x0B, 1, "set capability 0",
          [](KYRAutoTest& engine, Params params) {
@@ -127,38 +139,38 @@ std::span<const Command> KYRAutoTest::BTCommands()
          }},
         {0x0C, 0, "power status",
          [](KYRAutoTest& engine, Params) {
-             Reply(kBluetoothReply, 0x0C, {static_cast<unsigned char>(engine.m_nBtPowerStatus)});
+             Reply(kBluetooth, 0x0C, {static_cast<unsigned char>(engine.m_nBtPowerStatus)});
          }},
         {0x0D, 0, "name",
          [](KYRAutoTest& engine, Params) {
              const std::string name = engine.BtAttribute(KYRBtType::ATTRIBUTE_LOCAL_NAME);
              KYR_LOG_DEBUG("BT Name: %s", name.c_str());
-             ReplyText(kBluetoothReply, 0x0D, name);
+             ReplyText(kBluetooth, 0x0D, name);
          }},
         {0x0E, 0, "audio connection",
          [](KYRAutoTest& engine, Params) {
              const KYRBtConnectionState state = engine.m_BtMedia.GetMediaConnectionState();
              KYR_LOG_DEBUG("bt_audio_connect_state: %d----%s", state.nState, state.strText.c_str());
-             Reply(kBluetoothReply, 0x0E, IsConnected(state));
+             Reply(kBluetooth, 0x0E, IsConnected(state));
          }},
         {0x0F, 0, "phone connection",
          [](KYRAutoTest& engine, Params) {
              const KYRBtConnectionState state = engine.m_BtPhone.GetPhoneConnectionState();
              KYR_LOG_DEBUG("bt_phone_connect_state: %d----%s", state.nState, state.strText.c_str());
-             Reply(kBluetoothReply, 0x0F, IsConnected(state));
+             Reply(kBluetooth, 0x0F, IsConnected(state));
          }},
         {0x14, 0, "music status",
          [](KYRAutoTest& engine, Params) {
              const int status = engine.m_BtMedia.GetMusicPlayStatus();
              KYR_LOG_DEBUG("bt_music_status = %d", status);
-             Reply(kBluetoothReply, 0x14, MusicCode(status));
+             Reply(kBluetooth, 0x14, MusicCode(status));
          }},
         {0x15, 0, "call state",
          [](KYRAutoTest& engine, Params) {
              KYRTypeCallInfo info;
              engine.m_BtPhone.GetCurrentCallInfo(info);
              KYR_LOG_DEBUG("bt_call_state = %d", info.eCallState);
-             Reply(kBluetoothReply, 0x15, CallCode(info.eCallState));
+             Reply(kBluetooth, 0x15, CallCode(info.eCallState));
          }},
         {0x16, 1, "set capability 9",
          [](KYRAutoTest& engine, Params params) {
@@ -168,7 +180,7 @@ std::span<const Command> KYRAutoTest::BTCommands()
         {0x17, 0, "get capability 9",
          [](KYRAutoTest& engine, Params) {
              const int value = engine.m_BtCom.GetCapability(KYRBtType::CAPABILITY_9);
-             Reply(kBluetoothReply, 0x17, {static_cast<unsigned char>(value)});
+             Reply(kBluetooth, 0x17, {static_cast<unsigned char>(value)});
          }},
     });
     static_assert(CodesAscend(kCommands));
@@ -185,7 +197,7 @@ void KYRAutoTest::OnDeletePairStatusChanged(int bStatus)
     if (!m_bIsAutoTestMode)
         return;
     std::printf("[auto test]OnDeletePairStatus, bStatus = %d\n", bStatus);
-    Reply(kBluetoothReply, 0x08, {static_cast<unsigned char>(bStatus)});
+    Reply(kBluetooth, 0x08, {static_cast<unsigned char>(bStatus)});
 }
 
 void KYRAutoTest::OnAnswerPairRequest(const std::string&, const std::string&, int nType,

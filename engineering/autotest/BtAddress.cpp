@@ -7,10 +7,10 @@
 #include <string_view>
 
 #include "KYRSystem.h"
-#include "engineering/Log.h"
-#include "engineering/PersistentPath.h"
 #include "engineering/autotest/IdentityRecord.h"
 #include "engineering/autotest/KYRAutoTest.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/PersistentPath.h"
 
 namespace {
 

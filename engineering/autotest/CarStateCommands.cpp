@@ -1,16 +1,14 @@
 #include <array>
 
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
+#include "engineering/base/Log.h"
 #include "protocol/BigEndian.h"
-#include "protocol/CommandGroups.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleCarState"
 
 namespace {
 
-constexpr unsigned char kCarStateReply = protocol::replyGroup(protocol::kCarState);
 constexpr int kReportedLightType = 1;
 
 }  // namespace
@@ -38,19 +36,19 @@ std::span<const Command> KYRAutoTest::CarStateCommands()
              if (misc == nullptr)
                  KYR_LOG_ERROR("HandleCarState, no system-misc proxy, its state counts as 0");
              const bool active = misc != nullptr && misc->GetState() != 0;
-             Reply(kCarStateReply, 0x00, {static_cast<unsigned char>(active ? 1 : 0)});
+             Reply(kCarState, 0x00, {static_cast<unsigned char>(active ? 1 : 0)});
          }},
         {0x06, 0, "screen light type",
          [](KYRAutoTest& engine, Params) {
              // WIRE: without a power proxy the reply has no parameter.
              if (engine.m_PowerService == nullptr) {
                  KYR_LOG_ERROR("HandleCarState, no power proxy, no screen light type");
-                 Reply(kCarStateReply, 0x06, {});
+                 Reply(kCarState, 0x06, {});
                  return;
              }
              const int type = engine.m_PowerService->GetCurScreenLightType();
              KYR_LOG_DEBUG("GetCurScreenLightType, type = %d", type);
-             Reply(kCarStateReply, 0x06, {static_cast<unsigned char>(type == kReportedLightType ? 1 : 0)});
+             Reply(kCarState, 0x06, {static_cast<unsigned char>(type == kReportedLightType ? 1 : 0)});
          }},
         {0x0B, 0, "car speed",
          [](KYRAutoTest& engine, Params) {
@@ -58,7 +56,7 @@ std::span<const Command> KYRAutoTest::CarStateCommands()
              KYR_LOG_DEBUG("HandleCarState, m_iCarSpeed = %d", speed);
              std::vector<unsigned char> reply;
              protocol::appendBigEndian(reply, speed, 2);  // WIRE: higher bits are dropped
-             Reply(kCarStateReply, 0x0B, reply);
+             Reply(kCarState, 0x0B, reply);
          }},
         {0x0C, 0, "shut down",
          [](KYRAutoTest& engine, Params) {

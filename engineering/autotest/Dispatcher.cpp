@@ -1,43 +1,16 @@
 #include <algorithm>
-#include <array>
 #include <cstdio>
 
-#include "engineering/Config.h"
-#include "engineering/EngineeringSignals.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
-
-using namespace protocol;
+#include "engineering/base/Config.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/Outlets.h"
 
 namespace {
 
 constexpr unsigned char kReadyCommand = 0x01;
 
 }  // namespace
-
-std::span<const KYRAutoTest::Group> KYRAutoTest::Groups()
-{
-    static constexpr auto kGroups = std::to_array<Group>({
-        {kSource, "source", &KYRAutoTest::HandleSourceCommands, SourceCommands},
-        {kEq, "EQ and audio", &KYRAutoTest::HandleEQCommands, EQCommands},
-        {kTuner, "tuner", &KYRAutoTest::HandleTunerCommands, TunerCommands},
-        {kMedia, "media", &KYRAutoTest::HandleMediaCommands, MediaCommands},
-        {kBluetooth, "Bluetooth", &KYRAutoTest::HandleBTCommands, BTCommands},
-        {kGps, "GPS", &KYRAutoTest::HandleGPSCommands, GPSCommands},
-        {kHardKeyAndDisplay, "hard keys and display", &KYRAutoTest::HandleHardKeyAndDisplay, HardKeyAndDisplayCommands},
-        {kInfoAcquire, "information acquisition", &KYRAutoTest::HandleInfoAcquireCommands, InfoAcquireCommands},
-        {kCarState, "car state", &KYRAutoTest::HandleCarState, CarStateCommands},
-        {kHuInfoWrite, "head-unit information write", &KYRAutoTest::HandleHUInfoWrite, HUInfoWriteCommands},
-        {kOther, "other", &KYRAutoTest::HandleOtherCommands, OtherCommands},
-        {kTestMode, "test mode", &KYRAutoTest::HandleTestMode, TestModeCommands},
-        {kWifiConnect, "Wi-Fi connection", &KYRAutoTest::HandleWifiConnectCommands, WifiConnectCommands},
-        {kPhoneConnected, "phone connected", &KYRAutoTest::HandlePhoneConnected, PhoneConnectedCommands},
-    });
-    static_assert(std::ranges::adjacent_find(kGroups, std::ranges::greater_equal{}, &Group::code) == kGroups.end(),
-                  "codes ascend, each once");
-    return kGroups;
-}
 
 void KYRAutoTest::HandleAutoTestCommands(unsigned char cmd_one, unsigned char cmd_two, unsigned char* param,
                                          int param_len)
@@ -47,7 +20,7 @@ void KYRAutoTest::HandleAutoTestCommands(unsigned char cmd_one, unsigned char cm
     if (cmd_one == kTestMode) {
         HandleTestMode(cmd_two, param, param_len);
         if (cmd_two == kReadyCommand)
-            Reply(replyGroup(kTestMode), kReadyCommand, {static_cast<unsigned char>(m_bMediaModuleReady ? 1 : 0)});
+            Reply(kTestMode, kReadyCommand, {static_cast<unsigned char>(m_bMediaModuleReady ? 1 : 0)});
     }
     if (ConfigFlag(kOpenDebugKey))
         std::printf("[auto test]KYRAutoTest::HandleAutoTestCommands, m_bIsAutoTestMode = %d\n",

@@ -1,9 +1,8 @@
 #include <array>
 
-#include "engineering/EngineeringSignals.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/Outlets.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleEQCommands"
@@ -12,8 +11,6 @@
 // service.
 
 namespace {
-
-constexpr unsigned char kEqReply = protocol::replyGroup(protocol::kEq);
 
 }  // namespace
 
@@ -31,7 +28,7 @@ std::span<const Command> KYRAutoTest::EQCommands()
              unsigned char limit = 0;
              unsigned char volume = 0;
              engine.m_AudioService->GetVolume(limit, volume);
-             Reply(kEqReply, 0x01, {volume});
+             Reply(kEq, 0x01, {volume});
          }},
         {0x0D, 2, "set fader, balance",
          [](KYRAutoTest&, Params params) {
@@ -47,7 +44,7 @@ std::span<const Command> KYRAutoTest::EQCommands()
              // WIRE: the service's answer, not the state that OnAudioMuteStateChanged() reported last.
              const int mute_state = engine.m_AudioService->GetMuteState(KYRAudio::CHANNEL_HARDWARE);
              KYR_LOG_DEBUG("HandleEQCommands, hardware_mute_state = %d", mute_state);
-             Reply(kEqReply, 0x13, {static_cast<unsigned char>(mute_state)});
+             Reply(kEq, 0x13, {static_cast<unsigned char>(mute_state)});
          }},
         {0x17, 0, "set EQ switch",
          [](KYRAutoTest& engine, Params params) {
@@ -60,7 +57,7 @@ std::span<const Command> KYRAutoTest::EQCommands()
          [](KYRAutoTest& engine, Params) {
              // WIRE: what 0x17 stored, whether or not the HMI applied it; 1 before the first.
              KYR_LOG_DEBUG("HandleEQCommands, check EQ switch on = %d", engine.m_nEqSwitch);
-             Reply(kEqReply, 0x18, {static_cast<unsigned char>(engine.m_nEqSwitch)});
+             Reply(kEq, 0x18, {static_cast<unsigned char>(engine.m_nEqSwitch)});
          }},
     });
     static_assert(CodesAscend(kCommands));

@@ -1,11 +1,14 @@
 // A factory reset deletes this service's log files and tells the station. The identity records stay.
 
+#include <sys/wait.h>
+
+#include <cstdlib>
+
 #include "KYRSystem.h"
-#include "engineering/Log.h"
-#include "engineering/PersistentPath.h"
 #include "engineering/autotest/IdentityRecord.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/PersistentPath.h"
 
 namespace {
 
@@ -26,7 +29,7 @@ void DeleteLogs(const char* pFailureText)
 
 void KYRAutoTest::SendFactoryResetNotice()
 {
-    Reply(protocol::replyGroup(protocol::kHardKeyAndDisplay), kFactoryResetNotice, {0x01});
+    Reply(kHardKeyAndDisplay, kFactoryResetNotice, {0x01});
 }
 
 void KYRAutoTest::OnU6PersistFactoryResetMode()
@@ -48,4 +51,23 @@ void KYRAutoTest::OnU6PersistAutoFactoryResetMode()
 void KYRAutoTest::OnFactoryResetMode()
 {
     SendFactoryResetNotice();
+}
+
+unsigned int SystemCall(const char* command)
+{
+    const int nStatus = system(command);
+    if (nStatus == -1) {
+        KYR_LOG_ERROR("[SystemCall] system(%s) call error", command);
+        return 0;
+    }
+    if (!WIFEXITED(nStatus)) {
+        KYR_LOG_ERROR("[SystemCall] system(%s) error(WIFEXITED)", command);
+        return 0;
+    }
+    if (WEXITSTATUS(nStatus) != 0) {
+        KYR_LOG_ERROR("[SystemCall] system(%s) error(WEXITSTATUS)", command);
+        return 0;
+    }
+    KYR_LOG_INFO("[SystemCall] system(%s) success", command);
+    return 1;
 }

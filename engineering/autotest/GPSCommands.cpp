@@ -2,17 +2,14 @@
 #include <array>
 #include <functional>
 
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
+#include "engineering/base/Log.h"
 #include "protocol/BigEndian.h"
-#include "protocol/CommandGroups.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleGPSCommands"
 
 namespace {
-
-constexpr unsigned char kGpsReply = protocol::replyGroup(protocol::kGps);
 
 }  // namespace
 
@@ -35,7 +32,7 @@ std::span<const Command> KYRAutoTest::GPSCommands()
                  }
              }
              KYR_LOG_ERROR("HandleGPSCommands, m_iStarNumberInView = %d", count);
-             Reply(kGpsReply, 0x00, reply);
+             Reply(kGps, 0x00, reply);
          }},
         {0x02, 0, "position",
          [](KYRAutoTest& engine, Params) {
@@ -51,7 +48,7 @@ std::span<const Command> KYRAutoTest::GPSCommands()
              std::vector<unsigned char> reply;
              protocol::appendBigEndian(reply, static_cast<std::uint32_t>(position.m_iLatitude), 4);
              protocol::appendBigEndian(reply, static_cast<std::uint32_t>(position.m_iLongitude), 4);
-             Reply(kGpsReply, 0x02, reply);
+             Reply(kGps, 0x02, reply);
          }},
         {0x0B, 0, "GPS antenna",
          [](KYRAutoTest&, Params) {
@@ -60,9 +57,9 @@ std::span<const Command> KYRAutoTest::GPSCommands()
                  KYR_LOG_ERROR("HandleGPSCommands, no system-misc proxy, the antenna counts as 0");
              // WIRE: the state as it is, unlike the tuner's antennas.
              const int state = misc != nullptr ? misc->GetGpsAntState() : 0;
-             Reply(kGpsReply, 0x0B, {static_cast<unsigned char>(state)});
+             Reply(kGps, 0x0B, {static_cast<unsigned char>(state)});
          }},
-        {0x0D, 0, "car information", [](KYRAutoTest& engine, Params) { Reply(kGpsReply, 0x0D, {engine.m_ucCarInfo}); }},
+        {0x0D, 0, "car information", [](KYRAutoTest& engine, Params) { Reply(kGps, 0x0D, {engine.m_ucCarInfo}); }},
     });
     static_assert(CodesAscend(kCommands));
     return kCommands;

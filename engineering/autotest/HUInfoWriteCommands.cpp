@@ -4,15 +4,13 @@
 #include <array>
 
 #include "KYRSystem.h"
-#include "engineering/Log.h"
-#include "engineering/PersistentPath.h"
 #include "engineering/autotest/IdentityRecord.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/PersistentPath.h"
 
 namespace {
 
-constexpr unsigned char kHuInfoWriteReply = protocol::replyGroup(protocol::kHuInfoWrite);
 constexpr char kSeparator = ':';
 
 }  // namespace
@@ -87,7 +85,7 @@ void KYRAutoTest::FeedBackRecord(const IdentityRecord& record)
     switch (ReadRecord(strPath, strValue)) {
         case FileRead::kFailed:
             KYR_LOG_INFO("[%s] open %s failed!", record.feedBackTag, strPath.c_str());
-            Reply(kHuInfoWriteReply, record.missingCode, {});
+            Reply(kHuInfoWrite, record.missingCode, {});
             return;
         case FileRead::kTooLong:
             return;  // WIRE: no reply, as for a value that does not fit a frame
@@ -97,13 +95,13 @@ void KYRAutoTest::FeedBackRecord(const IdentityRecord& record)
     KYR_LOG_DEBUG("[%s] %s = %s", record.feedBackTag, record.valueWord, strValue.c_str());
     if (record.bIsSeparated)
         std::erase(strValue, kSeparator);
-    ReplyText(kHuInfoWriteReply, record.feedBackCode, strValue);
+    ReplyText(kHuInfoWrite, record.feedBackCode, strValue);
 }
 
 void KYRAutoTest::ReplyPresence(unsigned char cmd_two, const IdentityRecord& record)
 {
     const bool bIsThere = access(IdentityRecordPath(record).c_str(), F_OK) == 0;
-    Reply(kHuInfoWriteReply, cmd_two, {static_cast<unsigned char>(bIsThere ? 1 : 0)});
+    Reply(kHuInfoWrite, cmd_two, {static_cast<unsigned char>(bIsThere ? 1 : 0)});
 }
 
 std::span<const Command> KYRAutoTest::HUInfoWriteCommands()

@@ -1,17 +1,13 @@
 #include <array>
 
 #include "KYRFileMgr.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "engineering/autotest/Timers.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleHardKeyAndDisplay"
 
 namespace {
-
-constexpr unsigned char kHardKeyAndDisplayReply = protocol::replyGroup(protocol::kHardKeyAndDisplay);
 
 /// What the echo commands answer: the first parameter byte, or nothing.
 std::vector<unsigned char> FirstOrNone(Params params)
@@ -34,20 +30,20 @@ std::span<const Command> KYRAutoTest::HardKeyAndDisplayCommands()
         {0x0A, 0, "echo",
          [](KYRAutoTest&, Params params) {
              LogFirst(params);
-             Reply(kHardKeyAndDisplayReply, 0x0A, FirstOrNone(params));
+             Reply(kHardKeyAndDisplay, 0x0A, FirstOrNone(params));
          }},
         {0x0B, 0, "set key feedback",
          [](KYRAutoTest& engine, Params params) {
              if (!params.empty())
                  engine.m_ucKeyFeedback = params[0];
-             Reply(kHardKeyAndDisplayReply, 0x0B, FirstOrNone(params));
+             Reply(kHardKeyAndDisplay, 0x0B, FirstOrNone(params));
          }},
         {0x10, 0, "get key feedback",
-         [](KYRAutoTest& engine, Params) { Reply(kHardKeyAndDisplayReply, 0x10, {engine.m_ucKeyFeedback}); }},
+         [](KYRAutoTest& engine, Params) { Reply(kHardKeyAndDisplay, 0x10, {engine.m_ucKeyFeedback}); }},
         {0x12, 0, "echo",
          [](KYRAutoTest&, Params params) {
              LogFirst(params);
-             Reply(kHardKeyAndDisplayReply, 0x12, FirstOrNone(params));
+             Reply(kHardKeyAndDisplay, 0x12, FirstOrNone(params));
          }},
         {0x13, 1, "factory settings",
          [](KYRAutoTest& engine, Params params) {
@@ -72,7 +68,7 @@ std::span<const Command> KYRAutoTest::HardKeyAndDisplayCommands()
                  KYR_LOG_ERROR("HandleHardKeyAndDisplay, no power proxy, no power state");
                  return;
              }
-             Reply(kHardKeyAndDisplayReply, 0x14, {static_cast<unsigned char>(power->GetPowerState())});
+             Reply(kHardKeyAndDisplay, 0x14, {static_cast<unsigned char>(power->GetPowerState())});
          }},
     });
     static_assert(CodesAscend(kCommands));

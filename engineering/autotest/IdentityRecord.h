@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "engineering/PersistentFile.h"
+#include "engineering/base/PersistentFile.h"
 
 inline constexpr const char* kIdentityDirectory = "/perm_data/data/engineering/";
 

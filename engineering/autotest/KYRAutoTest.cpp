@@ -5,12 +5,11 @@
 #include <algorithm>
 
 #include "KYRSystem.h"
-#include "engineering/KYRSingleton.h"
-#include "engineering/Log.h"
-#include "engineering/PersistentPath.h"
-#include "engineering/UARTMgr/KYRUARTManage.h"
 #include "engineering/autotest/IdentityRecord.h"
-#include "engineering/autotest/Timers.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/Outlets.h"
+#include "engineering/base/PersistentPath.h"
+#include "protocol/Frame.h"
 
 namespace {
 
@@ -122,12 +121,13 @@ void KYRAutoTest::Run(std::span<const Command> commands, unsigned char cmd_two, 
     command->action(*this, params);
 }
 
-void KYRAutoTest::Reply(unsigned char cmd_one, unsigned char cmd_two, std::vector<unsigned char> params)
+void KYRAutoTest::Reply(GroupCode group, unsigned char cmd_two, std::vector<unsigned char> params)
 {
-    KYRSingleton<KYRUARTManage>::GetInstance()->SendData(cmd_one, cmd_two, std::move(params));
+    if (const auto pSend = g_pSendToStation.load())
+        pSend(static_cast<unsigned char>(group | protocol::kReplyBit), cmd_two, std::move(params));
 }
 
-void KYRAutoTest::ReplyText(unsigned char cmd_one, unsigned char cmd_two, const std::string& text)
+void KYRAutoTest::ReplyText(GroupCode group, unsigned char cmd_two, const std::string& text)
 {
-    Reply(cmd_one, cmd_two, {text.begin(), text.end()});
+    Reply(group, cmd_two, {text.begin(), text.end()});
 }

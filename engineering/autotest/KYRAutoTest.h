@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <mutex>
@@ -21,9 +22,30 @@
 #include "KYRSystemMisc.h"
 #include "KYRTuner.h"
 #include "KYRU6Persist.h"
-#include "engineering/autotest/CommandTable.h"
 
+class KYRAutoTest;
 struct IdentityRecord;
+
+/// A request's parameter bytes. They belong to the receive path and are gone after the command.
+using Params = std::span<const unsigned char>;
+
+/// One command of a group. The tables of these are the only list of what the station may ask.
+struct Command {
+    unsigned char code;     // cmd_two
+    std::size_t minParams;  // with fewer parameter bytes the command is ignored
+    const char* name;
+    void (*action)(KYRAutoTest& engine, Params params);
+};
+
+/// @returns whether the codes of a table stand in ascending order, each once.
+constexpr bool CodesAscend(std::span<const Command> commands)
+{
+    for (std::size_t i = 1; i < commands.size(); ++i) {
+        if (commands[i - 1].code >= commands[i].code)
+            return false;
+    }
+    return true;
+}
 
 /// The auto-test engine: keeps the auto-test mode, dispatches the station's frames to the handlers of their command
 /// groups, and listens to the platform's services for the values that the handlers report. One per process,
@@ -59,18 +81,25 @@ public:
     /// only while auto-test mode is on.
     void HandleAutoTestCommands(unsigned char cmd_one, unsigned char cmd_two, unsigned char* param, int param_len);
 
-    /// A command group: what the dispatcher looks up.
-    struct Group {
-        unsigned char code;  // cmd_one
-        const char* name;
-        void (KYRAutoTest::*handler)(unsigned char cmd_two, unsigned char* param, int param_len);
-        std::span<const Command> (*commands)();
+    // ---- command groups: each one's handler and table stand in its own file, <Group>Commands.cpp ----
+
+    /// cmd_one of what the station sends.
+    enum GroupCode : unsigned char {
+        kSource = 0x00,
+        kEq = 0x01,
+        kTuner = 0x02,
+        kMedia = 0x03,
+        kBluetooth = 0x04,
+        kGps = 0x05,
+        kHardKeyAndDisplay = 0x06,
+        kInfoAcquire = 0x07,
+        kCarState = 0x09,
+        kHuInfoWrite = 0x0A,
+        kOther = 0x0E,
+        kTestMode = 0x0F,
+        kWifiConnect = 0x10,
+        kPhoneConnected = 0x11,
     };
-
-    /// Every group, by code.
-    static std::span<const Group> Groups();
-
-    // ---- command groups: one handler and one table each, in a file of their own ----
 
     void HandleSourceCommands(unsigned char cmd_two, unsigned char* param, int param_len);
     void HandleEQCommands(unsigned char cmd_two, unsigned char* param, int param_len);
@@ -101,6 +130,39 @@ public:
     static std::span<const Command> TestModeCommands();
     static std::span<const Command> WifiConnectCommands();
     static std::span<const Command> PhoneConnectedCommands();
+
+    /// What the dispatcher looks up.
+    struct Group {
+        unsigned char code;  // cmd_one
+        const char* name;
+        void (KYRAutoTest::*handler)(unsigned char cmd_two, unsigned char* param, int param_len);
+        std::span<const Command> (*commands)();
+    };
+
+    /// Every group, by code.
+    static std::span<const Group> Groups()
+    {
+        static constexpr auto kGroups = std::to_array<Group>({
+            {kSource, "source", &KYRAutoTest::HandleSourceCommands, SourceCommands},
+            {kEq, "EQ and audio", &KYRAutoTest::HandleEQCommands, EQCommands},
+            {kTuner, "tuner", &KYRAutoTest::HandleTunerCommands, TunerCommands},
+            {kMedia, "media", &KYRAutoTest::HandleMediaCommands, MediaCommands},
+            {kBluetooth, "Bluetooth", &KYRAutoTest::HandleBTCommands, BTCommands},
+            {kGps, "GPS", &KYRAutoTest::HandleGPSCommands, GPSCommands},
+            {kHardKeyAndDisplay, "hard keys and display", &KYRAutoTest::HandleHardKeyAndDisplay,
+             HardKeyAndDisplayCommands},
+            {kInfoAcquire, "information acquisition", &KYRAutoTest::HandleInfoAcquireCommands, InfoAcquireCommands},
+            {kCarState, "car state", &KYRAutoTest::HandleCarState, CarStateCommands},
+            {kHuInfoWrite, "head-unit information write", &KYRAutoTest::HandleHUInfoWrite, HUInfoWriteCommands},
+            {kOther, "other", &KYRAutoTest::HandleOtherCommands, OtherCommands},
+            {kTestMode, "test mode", &KYRAutoTest::HandleTestMode, TestModeCommands},
+            {kWifiConnect, "Wi-Fi connection", &KYRAutoTest::HandleWifiConnectCommands, WifiConnectCommands},
+            {kPhoneConnected, "phone connected", &KYRAutoTest::HandlePhoneConnected, PhoneConnectedCommands},
+        });
+        static_assert(std::ranges::adjacent_find(kGroups, std::ranges::greater_equal{}, &Group::code) == kGroups.end(),
+                      "codes ascend, each once");
+        return kGroups;
+    }
 
     // ---- key reports ----
 
@@ -185,16 +247,20 @@ public:
     void OnAASatinfoChange(const _GpsSatelliteData& data) override;
     void OnAALocationChange(const _LocationData& data) override;
 
-    /// Timer 20 restarts the unit, a while after its settings have been put back. Timer thread.
+    /// Restarts the unit after the hard-key group has put its settings back.
+    static constexpr int kRestartTimer = 20;
+    static constexpr int kRestartDelay = 10;  // tenths of a second
+
+    /// Timer thread.
     void OnTimerHandleFunc(int id) override;
 
 private:
     /// Looks the command up in its group's table and carries it out.
     void Run(std::span<const Command> commands, unsigned char cmd_two, unsigned char* param, int param_len);
 
-    /// Sends a frame to the station; any thread.
-    static void Reply(unsigned char cmd_one, unsigned char cmd_two, std::vector<unsigned char> params);
-    static void ReplyText(unsigned char cmd_one, unsigned char cmd_two, const std::string& text);
+    /// Sends a frame of a group to the station; any thread.
+    static void Reply(GroupCode group, unsigned char cmd_two, std::vector<unsigned char> params);
+    static void ReplyText(GroupCode group, unsigned char cmd_two, const std::string& text);
 
     /// Tells the station that a factory reset is under way.
     static void SendFactoryResetNotice();
@@ -261,3 +327,12 @@ private:
     KYRBtPhone m_BtPhone;
     KYRBtMedia m_BtMedia;
 };
+
+/// Appends the pieces of `text` between the separators to `pieces`. Blanks and tabs at the beginning of a piece are
+/// left out, but not those of the last one. A separator at the end makes no empty piece behind it; an empty separator
+/// separates nothing.
+void splitString(std::vector<std::string>& pieces, const std::string& text, const std::string& separator);
+
+/// Runs a shell command and waits for it.
+/// @returns 1 when it ran and exited with status 0, else 0; the log says why.
+unsigned int SystemCall(const char* command);

@@ -1,7 +1,6 @@
 #include <array>
 
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
 
 namespace {
 
@@ -35,7 +34,7 @@ void KYRAutoTest::FeedBackKeyEvent(E_KeyVKey key, E_KeyStatus status)
     std::vector<unsigned char> params = {ChangeKeyTypeToAutoTestKey(key)};
     if (status == KEY_STATUS_LONG)
         params.push_back(kLongPress);
-    Reply(protocol::replyGroup(protocol::kHardKeyAndDisplay), kKeyReport, params);
+    Reply(kHardKeyAndDisplay, kKeyReport, params);
 }
 
 unsigned char KYRAutoTest::ChangeKeyTypeToAutoTestKey(E_KeyVKey key)

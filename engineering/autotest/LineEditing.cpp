@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "engineering/Log.h"
-#include "engineering/PersistentFile.h"
-#include "engineering/PersistentPath.h"
 #include "engineering/autotest/KYRAutoTest.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/PersistentFile.h"
+#include "engineering/base/PersistentPath.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 #include <array>
 #include <cstdio>
 
-#include "engineering/EngineeringSignals.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/Outlets.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleMediaCommands"

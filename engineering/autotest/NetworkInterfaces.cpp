@@ -10,7 +10,7 @@
 #include <cstring>
 #include <memory>
 
-#include "engineering/Log.h"
+#include "engineering/base/Log.h"
 
 InterfaceList g_InterfaceList = {getifaddrs, freeifaddrs};
 

@@ -1,17 +1,15 @@
 #include <array>
 
 #include "KYRSystemUpdate.h"
-#include "engineering/EngineeringSignals.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
+#include "engineering/base/Outlets.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleOtherCommands"
 
 namespace {
 
-constexpr unsigned char kOtherReply = protocol::replyGroup(protocol::kOther);
 constexpr int kUpdateCode = 13;
 
 }  // namespace
@@ -26,7 +24,7 @@ std::span<const Command> KYRAutoTest::OtherCommands()
                  engine.m_iFlag = params[0];
              KYR_LOG_DEBUG("HandleOtherCommands, m_iFlag = %d", engine.m_iFlag);
          }},
-        {0x01, 0, "get flag", [](KYRAutoTest& engine, Params) { Reply(kOtherReply, 0x01, {engine.m_iFlag}); }},
+        {0x01, 0, "get flag", [](KYRAutoTest& engine, Params) { Reply(kOther, 0x01, {engine.m_iFlag}); }},
         {0x02, 1, "aging audio",
          [](KYRAutoTest&, Params params) {
              if (params[0] != 1)
@@ -37,7 +35,7 @@ std::span<const Command> KYRAutoTest::OtherCommands()
              if (source != KYRSource::SOURCE_USB_MEDIA)
                  KYRSource::Request(KYRSource::SOURCE_USB_MEDIA, KYRSource::AUDIO_GAIN_DEFAULT);
          }},
-        {0x03, 0, "get status", [](KYRAutoTest& engine, Params) { Reply(kOtherReply, 0x03, {engine.m_ucStatusFlag}); }},
+        {0x03, 0, "get status", [](KYRAutoTest& engine, Params) { Reply(kOther, 0x03, {engine.m_ucStatusFlag}); }},
         {0x05, 0, "system update",
          [](KYRAutoTest&, Params) {
              if (KYRSystemUpdate* const update = KYR_GetSystemUpdateProxy())

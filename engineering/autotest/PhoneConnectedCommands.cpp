@@ -2,18 +2,15 @@
 #include <cstdio>
 
 #include "KYRAndroidAuto.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/IdentityRecord.h"
 #include "engineering/autotest/KYRAutoTest.h"
 #include "engineering/autotest/NetworkInterfaces.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandlePhoneConnected"
 
 namespace {
-
-constexpr unsigned char kPhoneConnectedReply = protocol::replyGroup(protocol::kPhoneConnected);
 
 using Mac = std::array<unsigned char, 6>;
 
@@ -55,7 +52,7 @@ std::span<const Command> KYRAutoTest::PhoneConnectedCommands()
         // cmd_two, least number of parameters, name, action
         {0x01, 0, "CarPlay connected",
          [](KYRAutoTest& engine, Params) {
-             Reply(kPhoneConnectedReply, 0x01, {static_cast<unsigned char>(engine.m_bCarPlayConnected ? 1 : 0)});
+             Reply(kPhoneConnected, 0x01, {static_cast<unsigned char>(engine.m_bCarPlayConnected ? 1 : 0)});
          }},
         {0x05, 0, "Android Auto state",
          [](KYRAutoTest&, Params) {
@@ -66,20 +63,19 @@ std::span<const Command> KYRAutoTest::PhoneConnectedCommands()
              }
              const int state = androidAuto->GetState();
              KYR_LOG_DEBUG("HandlePhoneConnected, AA_STATE = %d", state);
-             Reply(kPhoneConnectedReply, 0x05, {static_cast<unsigned char>(state)});
+             Reply(kPhoneConnected, 0x05, {static_cast<unsigned char>(state)});
          }},
         {0x06, 0, "USB MAC",
          [](KYRAutoTest&, Params) {
              Mac mac{};
              GetUsbInterfaceMac(mac);
-             ReplyText(kPhoneConnectedReply, 0x06, MacText(mac, ""));
+             ReplyText(kPhoneConnected, 0x06, MacText(mac, ""));
          }},
         {0x07, 0, "USB MAC is CarPlay's",
          [](KYRAutoTest&, Params) {
              Mac mac{};
              GetUsbInterfaceMac(mac);
-             Reply(kPhoneConnectedReply, 0x07,
-                   {static_cast<unsigned char>(IsStoredCarPlayMac(MacText(mac, ":")) ? 1 : 0)});
+             Reply(kPhoneConnected, 0x07, {static_cast<unsigned char>(IsStoredCarPlayMac(MacText(mac, ":")) ? 1 : 0)});
          }},
     });
     static_assert(CodesAscend(kCommands));

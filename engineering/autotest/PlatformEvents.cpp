@@ -2,8 +2,8 @@
 // that the values are current when the station switches auto-test mode on. The GPS and Bluetooth groups' own events
 // stand in those groups' files, the factory resets in FactoryReset.cpp.
 
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
+#include "engineering/base/Log.h"
 
 void KYRAutoTest::OnU6PersistDataChange(U6Persist::E_ModuleName, unsigned int) {}
 

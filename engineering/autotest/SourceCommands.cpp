@@ -1,15 +1,12 @@
 #include <array>
 
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleSourceCommands"
 
 namespace {
-
-constexpr unsigned char kSourceReply = protocol::replyGroup(protocol::kSource);
 
 // WIRE: the two tables are no inverses of each other: sources 6 and 14 report as 18 and 16, which cannot be requested.
 
@@ -56,7 +53,7 @@ std::span<const Command> KYRAutoTest::SourceCommands()
          [](KYRAutoTest& engine, Params) {
              engine.m_ucLastSource =
                  engine.ChangeSourcrMgrSourceID(KYRSource::GetCurrentSource(KYRSource::SOURCE_TYPE_MAIN));
-             Reply(kSourceReply, 0x01, {engine.m_ucLastSource});
+             Reply(kSource, 0x01, {engine.m_ucLastSource});
          }},
     });
     static_assert(CodesAscend(kCommands));

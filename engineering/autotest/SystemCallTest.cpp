@@ -1,4 +1,4 @@
-#include "engineering/autotest/SystemCall.h"
+#include "engineering/autotest/KYRAutoTest.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,17 +1,14 @@
 #include <array>
 #include <cstdio>
 
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
+#include "engineering/base/Log.h"
 #include "protocol/BigEndian.h"
-#include "protocol/CommandGroups.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleTunerCommands"
 
 namespace {
-
-constexpr unsigned char kTunerReply = protocol::replyGroup(protocol::kTuner);
 
 // WIRE: the two mappings are no inverses: codes 2 to 4 select a band that reports nothing.
 
@@ -49,7 +46,7 @@ KYRTuner* KYRAutoTest::TunerOrLog()
 
 void KYRAutoTest::ReplyAntenna(unsigned char cmd_two, bool bGood)
 {
-    Reply(kTunerReply, cmd_two, {static_cast<unsigned char>(bGood ? 1 : 0)});
+    Reply(kTuner, cmd_two, {static_cast<unsigned char>(bGood ? 1 : 0)});
 }
 
 std::span<const Command> KYRAutoTest::TunerCommands()
@@ -76,7 +73,7 @@ std::span<const Command> KYRAutoTest::TunerCommands()
              std::printf("[auto test], Get frequence, band = %d, freq = %d\n", band, frequency);
              std::vector<unsigned char> reply;
              protocol::appendBigEndian(reply, frequency, 2);
-             Reply(kTunerReply, 0x01, reply);
+             Reply(kTuner, 0x01, reply);
          }},
         {0x02, 1, "switch band",
          [](KYRAutoTest& engine, Params params) {
@@ -92,7 +89,7 @@ std::span<const Command> KYRAutoTest::TunerCommands()
              // WIRE: the one command that answers without a tuner: an empty reply says that there is none.
              KYRTuner* const tuner = engine.TunerOrLog();
              const KYRTuner::BandID band = tuner != nullptr ? tuner->GetCurrentBand() : KYRTuner::BAND_4;
-             Reply(kTunerReply, 0x03, CodeOfBand(band));
+             Reply(kTuner, 0x03, CodeOfBand(band));
              std::printf("[auto test], Send the band  = %d\n", band);
          }},
         {0x04, 1, "tune action",
@@ -152,14 +149,12 @@ std::span<const Command> KYRAutoTest::TunerCommands()
              engine.ReplyAntenna(0x13, state == SystemMisc::ANT_STATE_OK);
          }},
         {0x17, 0, "get TA state",
-         [](KYRAutoTest& engine, Params) {
-             Reply(kTunerReply, 0x17, {static_cast<unsigned char>(engine.m_nTAActive)});
-         }},
+         [](KYRAutoTest& engine, Params) { Reply(kTuner, 0x17, {static_cast<unsigned char>(engine.m_nTAActive)}); }},
         {0x18, 0, "last FM frequency",
          [](KYRAutoTest& engine, Params) {
              std::vector<unsigned char> reply;
              protocol::appendBigEndian(reply, engine.m_nFmFrequency, 4);
-             Reply(kTunerReply, 0x18, reply);
+             Reply(kTuner, 0x18, reply);
          }},
     });
     static_assert(CodesAscend(kCommands));

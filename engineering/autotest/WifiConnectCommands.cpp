@@ -1,17 +1,15 @@
 #include <array>
 
 #include "KYRWifi.h"
-#include "engineering/Log.h"
 #include "engineering/autotest/KYRAutoTest.h"
 #include "engineering/autotest/NetworkInterfaces.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Log.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleWifiConnectCommands"
 
 namespace {
 
-constexpr unsigned char kWifiConnectReply = protocol::replyGroup(protocol::kWifiConnect);
 constexpr int kWifiProcess = 1;
 
 }  // namespace
@@ -35,7 +33,7 @@ std::span<const Command> KYRAutoTest::WifiConnectCommands()
         {0x05, 0, "BT name",
          [](KYRAutoTest& engine, Params) {
              if (engine.m_nWifiModuleReady != 0)
-                 ReplyText(kWifiConnectReply, 0x05, engine.BtAttribute(KYRBtType::ATTRIBUTE_LOCAL_NAME));
+                 ReplyText(kWifiConnect, 0x05, engine.BtAttribute(KYRBtType::ATTRIBUTE_LOCAL_NAME));
          }},
         {0x06, 0, "Wi-Fi text",
          [](KYRAutoTest& engine, Params) {
@@ -44,16 +42,16 @@ std::span<const Command> KYRAutoTest::WifiConnectCommands()
              KYRWifi* const wifi = KYR_GetWifiService();
              if (wifi == nullptr)
                  KYR_LOG_ERROR("HandleWifiConnectCommands, no Wi-Fi service, no text");
-             ReplyText(kWifiConnectReply, 0x06, wifi != nullptr ? wifi->GetText() : std::string());
+             ReplyText(kWifiConnect, 0x06, wifi != nullptr ? wifi->GetText() : std::string());
          }},
         {0x07, 0, "IPv4 address",
          [](KYRAutoTest& engine, Params) {
              if (engine.m_nWifiModuleReady != 0)
-                 ReplyText(kWifiConnectReply, 0x07, GetWiFiInterfaceIP());
+                 ReplyText(kWifiConnect, 0x07, GetWiFiInterfaceIP());
          }},
         {0x09, 0, "Wi-Fi ready",
          [](KYRAutoTest& engine, Params) {
-             Reply(kWifiConnectReply, 0x09, {static_cast<unsigned char>(engine.m_nWifiModuleReady)});
+             Reply(kWifiConnect, 0x09, {static_cast<unsigned char>(engine.m_nWifiModuleReady)});
          }},
     });
     static_assert(CodesAscend(kCommands));

@@ -15,10 +15,9 @@
 
 #include "KYRLog.h"
 #include "engineering/KYREngineeringService_IPC.h"
-#include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "engineering/autotest/Timers.h"
+#include "engineering/base/KYRSingleton.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/bench/HeadUnitBus.h"
 #include "platform/runtime/Root.h"
@@ -164,7 +163,8 @@ int runTimers(Service& service)
     });
     int expiries = 0;
     for (int i = 0; i < kExpiries; ++i) {
-        KYRSingleton<KYRAutoTest>::GetInstance()->StartNormalTimer(kRestartTimer, 1, TIMER_MILLISECONDS, LOOP_ONCE);
+        KYRSingleton<KYRAutoTest>::GetInstance()->StartNormalTimer(KYRAutoTest::kRestartTimer, 1, TIMER_MILLISECONDS,
+                                                                   LOOP_ONCE);
         if (expired->try_acquire_for(tests::kGenerous)) {
             ++expiries;
         }

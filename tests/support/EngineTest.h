@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "engineering/KYRSingleton.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "engineering/autotest/KYRAutoTest.h"
+#include "engineering/base/KYRSingleton.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/runtime/TimerService.h"
 #include "tests/support/LogRecorder.h"

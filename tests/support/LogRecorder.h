@@ -12,7 +12,7 @@ public:
 
     std::vector<std::string> lines() const;
 
-    /// Where each of the lines comes from, "engineering/Log.cpp:12 DoIt".
+    /// Where each of the lines comes from, "engineering/base/Log.cpp:12 DoIt".
     std::vector<std::string> places() const;
 
     /// The lines of error level.

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-#include "engineering/EngineeringSignals.h"
+#include "engineering/base/Outlets.h"
 #include "tests/support/Text.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "engineering/PersistentPath.h"
+#include "engineering/base/PersistentPath.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "engineering/Log.h"
+#include "engineering/base/Log.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -50,7 +50,7 @@ TEST(Log, WithoutACategoryTheMessageIsDroppedAndStandardOutputSaysSo)
     const std::string strOutput = testing::internal::GetCapturedStdout();
     const std::string strProcess = std::to_string(getpid());
     const std::string strLine = std::to_string(nLine);
-    EXPECT_EQ(strOutput, "[" + strProcess + "][file:engineering/LogTest.cpp][func:TestBody][line:" + strLine +
+    EXPECT_EQ(strOutput, "[" + strProcess + "][file:engineering/base/LogTest.cpp][func:TestBody][line:" + strLine +
                              "]Warn:Log system not init.\n");
     EXPECT_THAT(log.lines(), IsEmpty());
 }

@@ -1,10 +1,21 @@
 #pragma once
 
+#include <atomic>
+#include <vector>
+
 #include "KYRHmi.h"
 
-// How the service talks to the HMI: each function sends one signal of com.zent.linux.engineering, at once, on the
-// calling thread. Any thread may call them at any time; without a bus nothing is sent. A bus that does not take
-// signals costs the caller a moment once, then signals are dropped until it does.
+// What leaves the service: frames to the station and signals to the HMI. The engine and the link manager use these; the
+// link manager and the bridge, which stand above the engine, carry them out.
+
+/// Sends one frame to the station; any thread, at any time after the link manager has begun to exist. The link manager
+/// stores its SendData() here.
+inline std::atomic<void (*)(unsigned char cmd_one, unsigned char cmd_two, std::vector<unsigned char> param)>
+    g_pSendToStation = nullptr;
+
+// Each emit function sends one signal of com.zent.linux.engineering, at once, on the calling thread. Any thread may
+// call them at any time; without a bus nothing is sent. A bus that does not take signals delays the caller once, by a
+// moment; then signals are dropped until it does.
 
 /// A frame has come from the station. Parameters beyond 256 bytes do not travel, and of their number only the low
 /// 8 bits.

@@ -1,4 +1,4 @@
-#include "engineering/PersistentFile.h"
+#include "engineering/base/PersistentFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

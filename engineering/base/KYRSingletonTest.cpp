@@ -1,4 +1,4 @@
-#include "engineering/KYRSingleton.h"
+#include "engineering/base/KYRSingleton.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

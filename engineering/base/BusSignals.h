@@ -1,7 +1,9 @@
 #pragma once
 
+#include <engineering_dbus.h>
 #include <gio/gio.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -39,3 +41,14 @@ private:
     unsigned int m_nDropped = 0;               // guarded by m_mutex
     bool m_bStopped = false;                   // guarded by m_mutex
 };
+
+// What the emit functions (Outlets.h) share with the bridge, which brings the bus.
+
+/// The exported object; null until the bus has been acquired, then set for the life of the process.
+extern std::atomic<ComZentLinuxEngineering*> pSkeleton;
+
+/// Counts the signals of `pSkeleton`.
+extern BusBacklog& g_Backlog;
+
+/// @returns a new floating variant of type "v" that holds `length` bytes as an array "ay"; an empty one for 0 and less.
+GVariant* gvariant_data_build(const unsigned char* bytes, int length);

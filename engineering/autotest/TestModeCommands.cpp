@@ -1,13 +1,10 @@
 #include <array>
 #include <cstdio>
 
-#include "engineering/EngineeringSignals.h"
 #include "engineering/autotest/KYRAutoTest.h"
-#include "protocol/CommandGroups.h"
+#include "engineering/base/Outlets.h"
 
 namespace {
-
-constexpr unsigned char kTestModeReply = protocol::replyGroup(protocol::kTestMode);
 
 }  // namespace
 
@@ -24,11 +21,11 @@ std::span<const Command> KYRAutoTest::TestModeCommands()
              }
              std::printf("[auto test]HandleTestMode, m_bIsAutoTestMode = %d", engine.m_bIsAutoTestMode ? 1 : 0);
              // WIRE: the byte comes back as it was sent, also one that switched the mode off; without one, none.
-             Reply(kTestModeReply, 0x00, {params.begin(), params.begin() + (params.empty() ? 0 : 1)});
+             Reply(kTestMode, 0x00, {params.begin(), params.begin() + (params.empty() ? 0 : 1)});
          }},
         {0xFF, 0, "get test mode",
          [](KYRAutoTest& engine, Params) {
-             Reply(kTestModeReply, 0xFF, {static_cast<unsigned char>(engine.m_bIsAutoTestMode ? 1 : 0)});
+             Reply(kTestMode, 0xFF, {static_cast<unsigned char>(engine.m_bIsAutoTestMode ? 1 : 0)});
          }},
     });
     static_assert(CodesAscend(kCommands));
