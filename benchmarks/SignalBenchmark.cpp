@@ -11,6 +11,7 @@
 
 #include "benchmarks/FloorReporter.h"
 #include "engineering/KYREngineeringService_IPC.h"
+#include "engineering/base/BusSignals.h"
 #include "engineering/base/KYRSingleton.h"
 #include "engineering/base/Log.h"
 #include "engineering/base/Outlets.h"

@@ -14,7 +14,6 @@
 #include "engineering/base/KYRSingleton.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/runtime/Root.h"
-#include "tests/engine/NoHeadUnit.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/RecordedWire.h"
 #include "tests/support/TempDir.h"
@@ -184,7 +183,7 @@ TEST_F(EntryPointTest, WithoutAnApplicationManagerNothingIsReportedOrRegistered)
 {
     init();
     host().unit.calls().clear();
-    takeTheHeadUnitAway();
+    bench::HeadUnit{}.install();  // takes itself away again: every getter of the platform returns null
 
     KYRSingleton<KYREngineeringService_Server>::GetInstance()->EngineeringServiceReady();
 

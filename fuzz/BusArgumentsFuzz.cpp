@@ -14,6 +14,7 @@
 
 #include "engineering/KYREngineeringService_IPC.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
+#include "engineering/base/BusSignals.h"
 #include "engineering/base/KYRSingleton.h"
 #include "engineering/base/Outlets.h"
 #include "fuzz/ByteReader.h"

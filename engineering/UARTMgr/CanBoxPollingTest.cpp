@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/engine/UartManageProbe.h"
 #include "tests/support/EngineTest.h"
 
 namespace {

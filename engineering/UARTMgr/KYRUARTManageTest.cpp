@@ -30,14 +30,6 @@ public:
         set("/config",
             {{"/engineering/open_debug", on}, {"/system/enable_cp_test", false}, {"/project/project_name", "bench"}});
     }
-
-    std::string printedBy(const std::function<void()>& work)
-    {
-        testing::internal::CaptureStdout();
-        work();
-        std::fflush(stdout);
-        return testing::internal::GetCapturedStdout();
-    }
 };
 
 wire::Bytes joined(const wire::Bytes& first, const wire::Bytes& second)

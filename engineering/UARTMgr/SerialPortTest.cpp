@@ -13,8 +13,6 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "tests/engine/GroupChecks.h"
-#include "tests/engine/UartManageProbe.h"
 #include "tests/support/EngineTest.h"
 #include "tests/support/PtyPeer.h"
 

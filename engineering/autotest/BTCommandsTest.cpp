@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -27,13 +27,11 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"Extra01IsIgnored", {0x04, 0x01, 0x01, 0x00}, {}, {"OnAutoTestMediaPlayActionSignal(4, 1)"}, {}},
         CommandCase{"Two01IsSilent", {0x04, 0x01, 0x02}, {}, {}, {}},
         CommandCase{"Highest01IsSilent", {0x04, 0x01, 0xFF}, {}, {}, {}},
-        CommandCase{"None01IsTooFew", {0x04, 0x01}, {}, {}, {}},
         CommandCase{"Zero02IsAction3", {0x04, 0x02, 0x00}, {}, {"OnAutoTestMediaPlayActionSignal(4, 3)"}, {}},
         CommandCase{"One02IsAction4", {0x04, 0x02, 0x01}, {}, {"OnAutoTestMediaPlayActionSignal(4, 4)"}, {}},
         CommandCase{"Extra02IsIgnored", {0x04, 0x02, 0x00, 0x01}, {}, {"OnAutoTestMediaPlayActionSignal(4, 3)"}, {}},
         CommandCase{"Two02IsSilent", {0x04, 0x02, 0x02}, {}, {}, {}},
-        CommandCase{"Highest02IsSilent", {0x04, 0x02, 0xFF}, {}, {}, {}},
-        CommandCase{"None02IsTooFew", {0x04, 0x02}, {}, {}, {}}),
+        CommandCase{"Highest02IsSilent", {0x04, 0x02, 0xFF}, {}, {}, {}}),
     caseName);
 
 INSTANTIATE_TEST_SUITE_P(
@@ -42,8 +40,7 @@ INSTANTIATE_TEST_SUITE_P(
                     CommandCase{"OneTerminates", {0x04, 0x03, 0x01}, {}, {}, {"bluetooth TerminateCall []"}},
                     CommandCase{"ExtraIsIgnored", {0x04, 0x03, 0x00, 0x01}, {}, {}, {"bluetooth AcceptCall []"}},
                     CommandCase{"TwoIsSilent", {0x04, 0x03, 0x02}, {}, {}, {}},
-                    CommandCase{"HighestIsSilent", {0x04, 0x03, 0xFF}, {}, {}, {}},
-                    CommandCase{"NoneIsTooFew", {0x04, 0x03}, {}, {}, {}}),
+                    CommandCase{"HighestIsSilent", {0x04, 0x03, 0xFF}, {}, {}, {}}),
     caseName);
 
 json attribute(const char* number, const json& text)
@@ -92,13 +89,11 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{"Extra0BIsIgnored", {0x04, 0x0B, 0x01, 0x00}, {}, {}, {"bluetooth SetCapability [0,1]"}},
         CommandCase{"Two0BIsSilent", {0x04, 0x0B, 0x02}, {}, {}, {}},
         CommandCase{"Highest0BIsSilent", {0x04, 0x0B, 0xFF}, {}, {}, {}},
-        CommandCase{"None0BIsTooFew", {0x04, 0x0B}, {}, {}, {}},
         CommandCase{"Zero16Clears9", {0x04, 0x16, 0x00}, {}, {}, {"bluetooth SetCapability [9,0]"}},
         CommandCase{"One16Sets9", {0x04, 0x16, 0x01}, {}, {}, {"bluetooth SetCapability [9,1]"}},
         CommandCase{"Extra16IsIgnored", {0x04, 0x16, 0x00, 0x01}, {}, {}, {"bluetooth SetCapability [9,0]"}},
         CommandCase{"Two16IsSilent", {0x04, 0x16, 0x02}, {}, {}, {}},
         CommandCase{"Highest16IsSilent", {0x04, 0x16, 0xFF}, {}, {}, {}},
-        CommandCase{"None16IsTooFew", {0x04, 0x16}, {}, {}, {}},
         CommandCase{"Get9Off", {0x04, 0x17}, {"84 17 [00]"}, {}, {}},
         CommandCase{"Get9On", {0x04, 0x17}, {"84 17 [01]"}, {}, {}, capability("9", 1)},
         CommandCase{"Get9IsTheLowByte", {0x04, 0x17}, {"84 17 [02]"}, {}, {}, capability("9", 0x0102)}),
@@ -150,19 +145,6 @@ INSTANTIATE_TEST_SUITE_P(
 class BluetoothTest : public EngineTest
 {
 };
-
-TEST_F(BluetoothTest, HasTheseCommandsAndIsSilentBeyond)
-{
-    const std::vector<int> codes = {0x01, 0x02, 0x03, 0x07, 0x08, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x14, 0x15, 0x16, 0x17};
-
-    EXPECT_EQ(codesOf(KYRAutoTest::BTCommands()), codes);
-    expectSilenceBeyond(*this, 0x04, codes);
-}
-
-TEST_F(BluetoothTest, WithTheModeOffNothingHappens)
-{
-    expectNothingWithTheModeOff(*this, 0x04);
-}
 
 TEST_F(BluetoothTest, DeletingThePairingsIsAnsweredUnderTheTunersGroupAndItsEndIsToldUnderBluetooths)
 {

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "platform/runtime/Root.h"
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 #include "tests/support/Umask.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -11,8 +11,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 using namespace nlohmann::literals;
-
-const std::vector<int> kCodes = {0x00, 0x06, 0x0B, 0x0C, 0x10};
 
 const nlohmann::json kNoPower = R"({"power": {"available": false}})"_json;
 const nlohmann::json kNoMisc = R"({"system_misc": {"available": false}})"_json;
@@ -77,21 +75,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, CarStateCommandTest, testing::ValuesIn(kCases), c
 class CarStateCommandsTest : public EngineTest
 {
 };
-
-TEST_F(CarStateCommandsTest, AreTheseFive)
-{
-    EXPECT_EQ(codesOf(KYRAutoTest::CarStateCommands()), kCodes);
-}
-
-TEST_F(CarStateCommandsTest, AnyOtherIsIgnored)
-{
-    expectSilenceBeyond(*this, 0x09, kCodes);
-}
-
-TEST_F(CarStateCommandsTest, DoNothingWithTheModeOff)
-{
-    expectNothingWithTheModeOff(*this, 0x09);
-}
 
 // WIRE: two bytes, highest first; 70000 is 0x11170 and loses its highest bit.
 TEST_F(CarStateCommandsTest, TheSpeedIsTheLowestTwoBytesOfTheLastReport)

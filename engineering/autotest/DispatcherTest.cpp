@@ -17,14 +17,6 @@ public:
         start();
         forget();
     }
-
-    std::string printedBy(std::uint8_t group, std::uint8_t command, const std::vector<std::uint8_t>& params)
-    {
-        testing::internal::CaptureStdout();
-        station.sendCommand(group, command, params);
-        std::fflush(stdout);
-        return testing::internal::GetCapturedStdout();
-    }
 };
 
 TEST_F(DispatcherTest, WithTheModeOffAFrameIsDroppedWithoutAnswerOrSignal)
@@ -86,9 +78,13 @@ TEST_F(DispatcherTest, TheModeIsToldInEitherMode)
 
 TEST_F(DispatcherTest, TheModeTraceHasNoLineEnd)
 {
-    EXPECT_EQ(printedBy(0x0F, 0x00, {0x01}), "[auto test]HandleTestMode, m_bIsAutoTestMode = 1");
-    EXPECT_EQ(printedBy(0x0F, 0x00, {}), "[auto test]HandleTestMode, m_bIsAutoTestMode = 1");
-    EXPECT_EQ(printedBy(0x0F, 0x00, {0x00}), "[auto test]HandleTestMode, m_bIsAutoTestMode = 0");
+    const auto printedFor = [this](const std::vector<std::uint8_t>& params) {
+        return printedBy([&] { station.sendCommand(0x0F, 0x00, params); });
+    };
+
+    EXPECT_EQ(printedFor({0x01}), "[auto test]HandleTestMode, m_bIsAutoTestMode = 1");
+    EXPECT_EQ(printedFor({}), "[auto test]HandleTestMode, m_bIsAutoTestMode = 1");
+    EXPECT_EQ(printedFor({0x00}), "[auto test]HandleTestMode, m_bIsAutoTestMode = 0");
 }
 
 TEST_F(DispatcherTest, ReadyIsToldOnceModuleNineHasStarted)
@@ -100,11 +96,6 @@ TEST_F(DispatcherTest, ReadyIsToldOnceModuleNineHasStarted)
     station.sendCommand(0x0F, 0x01);
 
     EXPECT_THAT(station.replies(), ElementsAre("8F 01 [00]", "8F 01 [00]", "8F 01 [01]"));
-}
-
-TEST_F(DispatcherTest, AnUnknownTestModeCommandIsSilentButPublishedWhileTheModeIsOn)
-{
-    expectSilenceBeyond(*this, 0x0F, {0x00, 0x01, 0xFF});
 }
 
 TEST_F(DispatcherTest, AGroup15FrameIsHandledOnce)
@@ -121,11 +112,11 @@ TEST_F(DispatcherTest, AGroup15FrameIsHandledOnce)
 TEST_F(DispatcherTest, AGroupWithoutAHandlerIsPublishedAndOtherwiseIgnored)
 {
     startInTestMode();
-    std::vector<std::uint8_t> groups = {0x08, 0x0B, 0x0C, 0x0D};
-    for (int group = 0x12; group <= 0xFF; ++group)
-        groups.push_back(static_cast<std::uint8_t>(group));
-    for (const std::uint8_t group : groups) {
-        station.sendCommand(group, 0x01, {0x0A, 0x0B});
+    for (int group = 0; group <= 0xFF; ++group) {
+        if (std::ranges::binary_search(KYRAutoTest::Groups(), group, {}, &KYRAutoTest::Group::code))
+            continue;
+
+        station.sendCommand(static_cast<std::uint8_t>(group), 0x01, {0x0A, 0x0B});
 
         char signal[64];
         std::snprintf(signal, sizeof signal, "uart_data_changed_signal(%02X 01 [0A 0B])", group);
@@ -134,18 +125,6 @@ TEST_F(DispatcherTest, AGroupWithoutAHandlerIsPublishedAndOtherwiseIgnored)
         EXPECT_THAT(calls(), IsEmpty());
         forget();
     }
-}
-
-TEST_F(DispatcherTest, EveryGroupStandsInTheListOnceWithItsTableInOrder)
-{
-    std::vector<int> codes;
-    for (const KYRAutoTest::Group& group : KYRAutoTest::Groups()) {
-        codes.push_back(group.code);
-        EXPECT_TRUE(CodesAscend(group.commands())) << group.name;
-        EXPECT_FALSE(group.commands().empty()) << group.name;
-    }
-
-    EXPECT_THAT(codes, ElementsAre(0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x09, 0x0A, 0x0E, 0x0F, 0x10, 0x11));
 }
 
 TEST_F(DispatcherTest, AFrameIsPublishedBeforeItsGroupAnswers)

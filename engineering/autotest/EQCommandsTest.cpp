@@ -1,4 +1,4 @@
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -10,15 +10,12 @@ using testing::Not;
 
 using namespace nlohmann::literals;
 
-const std::vector<int> kCodes = {0x00, 0x01, 0x0D, 0x13, 0x17, 0x18};
-
 const nlohmann::json kNoAudio = R"({"audio": {"available": false}})"_json;
 
 const std::vector<CommandCase> kCases = {
     {"SetVolume0", {0x01, 0x00, 0}, {}, {"OnAutoTestVolumeChangeSignal(0)"}, {}},
     {"SetVolume40", {0x01, 0x00, 0x28}, {}, {"OnAutoTestVolumeChangeSignal(40)"}, {}},
     {"SetVolume255", {0x01, 0x00, 0xFF}, {}, {"OnAutoTestVolumeChangeSignal(255)"}, {}},
-    {"SetVolumeWithoutVolume", {0x01, 0x00}, {}, {}, {}},
     {"SetVolumeIgnoresFurtherBytes", {0x01, 0x00, 7, 8}, {}, {"OnAutoTestVolumeChangeSignal(7)"}, {}},
     {"SetVolumeNeedsNoAudioService", {0x01, 0x00, 7}, {}, {"OnAutoTestVolumeChangeSignal(7)"}, {}, kNoAudio},
 
@@ -32,8 +29,6 @@ const std::vector<CommandCase> kCases = {
     {"SetFaderBalance", {0x01, 0x0D, 0x07, 0x0A}, {}, {"OnAutoTestSetFaderBalanceSignal(7, 10)"}, {}},
     {"SetFaderBalance0", {0x01, 0x0D, 0, 0}, {}, {"OnAutoTestSetFaderBalanceSignal(0, 0)"}, {}},
     {"SetFaderBalance255", {0x01, 0x0D, 255, 254}, {}, {"OnAutoTestSetFaderBalanceSignal(255, 254)"}, {}},
-    {"SetFaderWithoutBalance", {0x01, 0x0D, 7}, {}, {}, {}},
-    {"SetFaderBalanceWithoutBytes", {0x01, 0x0D}, {}, {}, {}},
     {"SetFaderBalanceIgnoresFurtherBytes", {0x01, 0x0D, 1, 2, 3}, {}, {"OnAutoTestSetFaderBalanceSignal(1, 2)"}, {}},
 
     // channel 6 and no other
@@ -69,21 +64,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, EQCommandTest, testing::ValuesIn(kCases), caseNam
 class EQCommandsTest : public EngineTest
 {
 };
-
-TEST_F(EQCommandsTest, AreTheseSix)
-{
-    EXPECT_EQ(codesOf(KYRAutoTest::EQCommands()), kCodes);
-}
-
-TEST_F(EQCommandsTest, AnyOtherIsIgnored)
-{
-    expectSilenceBeyond(*this, 0x01, kCodes);
-}
-
-TEST_F(EQCommandsTest, DoNothingWithTheModeOff)
-{
-    expectNothingWithTheModeOff(*this, 0x01);
-}
 
 TEST_F(EQCommandsTest, ReadBacksWithoutAnAudioServiceAreLoggedAsErrors)
 {

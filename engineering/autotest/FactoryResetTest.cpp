@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -63,19 +63,6 @@ public:
         raise("OnAALocationChange", {{"latitude", latitude}, {"longitude", longitude}});
     }
 };
-
-TEST_F(GpsTest, HasTheseCommandsAndIsSilentBeyond)
-{
-    const std::vector<int> codes = {0x00, 0x02, 0x0B, 0x0D};
-
-    EXPECT_EQ(codesOf(KYRAutoTest::GPSCommands()), codes);
-    expectSilenceBeyond(*this, 0x05, codes);
-}
-
-TEST_F(GpsTest, WithTheModeOffNothingHappens)
-{
-    expectNothingWithTheModeOff(*this, 0x05);
-}
 
 TEST_F(GpsTest, SignalsAreReportedStrongestFirstAndNumbersInTheOrderOfTheReport)
 {

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "tests/engine/FileSizeLimit.h"
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 #include "tests/support/Text.h"
 #include "tests/support/Umask.h"
 
@@ -351,21 +351,6 @@ public:
 
     static Bytes bytes(const std::string& text) { return {text.begin(), text.end()}; }
 };
-
-TEST_F(IdentityTest, HasTheseCommandsAndIsSilentBeyond)
-{
-    const std::vector<int> codes = {0x02, 0x03, 0x04, 0x05, 0x0E, 0x0F, 0x10, 0x11,
-                                    0x12, 0x13, 0x14, 0x15, 0x16, 0x1A, 0x1B};
-
-    EXPECT_EQ(codesOf(KYRAutoTest::HUInfoWriteCommands()), codes);
-    expectSilenceBeyond(*this, 0x0A, codes);
-}
-
-TEST_F(IdentityTest, WithTheModeOffNothingHappens)
-{
-    expectNothingWithTheModeOff(*this, 0x0A);
-    EXPECT_TRUE(fs::is_empty(path(kDirectory)));
-}
 
 TEST_F(IdentityTest, UnknownCommandsAreNotLogged)
 {

@@ -1,6 +1,5 @@
 #include "platform/runtime/TimerService.h"
-#include "tests/engine/GroupChecks.h"
-#include "tests/engine/NoHeadUnit.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -12,8 +11,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 using namespace nlohmann::literals;
-
-const std::vector<int> kCodes = {0x0A, 0x0B, 0x10, 0x12, 0x13, 0x14};
 
 const nlohmann::json kNoPower = R"({"power": {"available": false}})"_json;
 const nlohmann::json kNoMisc = R"({"system_misc": {"available": false}})"_json;
@@ -49,7 +46,6 @@ const std::vector<CommandCase> kCases = {
     {"FactorySettings0IsNone", {0x06, 0x13, 0}, {}, {}, {}},
     {"FactorySettings2IsNone", {0x06, 0x13, 2}, {}, {}, {}},
     {"FactorySettings255IsNone", {0x06, 0x13, 255}, {}, {}, {}},
-    {"FactorySettingsWithoutByteIsNone", {0x06, 0x13}, {}, {}, {}},
     {"FactorySettingsIgnoresFurtherBytes",
      {0x06, 0x13, 1, 0},
      {},
@@ -85,21 +81,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, HardKeyAndDisplayCommandTest, testing::ValuesIn(k
 class HardKeyAndDisplayCommandsTest : public EngineTest
 {
 };
-
-TEST_F(HardKeyAndDisplayCommandsTest, AreTheseSix)
-{
-    EXPECT_EQ(codesOf(KYRAutoTest::HardKeyAndDisplayCommands()), kCodes);
-}
-
-TEST_F(HardKeyAndDisplayCommandsTest, AnyOtherIsIgnored)
-{
-    expectSilenceBeyond(*this, 0x06, kCodes);
-}
-
-TEST_F(HardKeyAndDisplayCommandsTest, DoNothingWithTheModeOff)
-{
-    expectNothingWithTheModeOff(*this, 0x06);
-}
 
 TEST_F(HardKeyAndDisplayCommandsTest, EveryCommandIsLoggedAlsoAnUnknownOne)
 {

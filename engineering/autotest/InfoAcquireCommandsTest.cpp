@@ -1,8 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/engine/GroupChecks.h"
-#include "tests/engine/NoHeadUnit.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -54,19 +53,6 @@ INSTANTIATE_TEST_SUITE_P(
 class InfoTest : public EngineTest
 {
 };
-
-TEST_F(InfoTest, HasTheseCommandsAndIsSilentBeyond)
-{
-    const std::vector<int> codes = {0x00, 0x01, 0x04, 0x06, 0x1E};
-
-    EXPECT_EQ(codesOf(KYRAutoTest::InfoAcquireCommands()), codes);
-    expectSilenceBeyond(*this, 0x07, codes);
-}
-
-TEST_F(InfoTest, WithTheModeOffNothingHappens)
-{
-    expectNothingWithTheModeOff(*this, 0x07);
-}
 
 TEST_F(InfoTest, WithoutSystemInformationAVersionIsEmptyAndTheLogSaysWhy)
 {

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "tests/engine/FileSizeLimit.h"
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 

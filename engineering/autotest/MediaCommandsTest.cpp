@@ -1,4 +1,4 @@
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -7,15 +7,12 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-const std::vector<int> kCodes = {0x00, 0x01, 0x02, 0x05, 0x0A, 0x0B, 0x0D};
-
 // The play action is followed by media type and action, the track by media type and index.
 const std::vector<CommandCase> kCases = {
     {"PlayAction0", {0x03, 0x00, 0}, {}, {"OnAutoTestMediaPlayActionSignal(1, 1)"}, {}},
     {"PlayAction1", {0x03, 0x00, 1}, {}, {"OnAutoTestMediaPlayActionSignal(1, 2)"}, {}},
     {"PlayAction2IsNone", {0x03, 0x00, 2}, {}, {}, {}},
     {"PlayAction255IsNone", {0x03, 0x00, 255}, {}, {}, {}},
-    {"PlayActionWithoutNumber", {0x03, 0x00}, {}, {}, {}},
     {"PlayActionIgnoresFurtherBytes", {0x03, 0x00, 1, 0, 0}, {}, {"OnAutoTestMediaPlayActionSignal(1, 2)"}, {}},
 
     // 0x01 counts from 1 on the wire and from 0 at the HMI
@@ -23,8 +20,6 @@ const std::vector<CommandCase> kCases = {
     {"SelectTrack1", {0x03, 0x01, 9, 1}, {}, {"OnAutoTestMediaSelectTrackSignal(1, 0)"}, {}},
     {"SelectTrack2", {0x03, 0x01, 9, 2}, {}, {"OnAutoTestMediaSelectTrackSignal(1, 1)"}, {}},
     {"SelectTrack255", {0x03, 0x01, 9, 255}, {}, {"OnAutoTestMediaSelectTrackSignal(1, 254)"}, {}},
-    {"SelectTrackWithOneByte", {0x03, 0x01, 1}, {}, {}, {}},
-    {"SelectTrackWithoutBytes", {0x03, 0x01}, {}, {}, {}},
     {"SelectTrackIgnoresFurtherBytes", {0x03, 0x01, 0, 3, 7}, {}, {"OnAutoTestMediaSelectTrackSignal(1, 2)"}, {}},
 
     // 0x02 the other way round than 0x00
@@ -32,7 +27,6 @@ const std::vector<CommandCase> kCases = {
     {"SkipAction1", {0x03, 0x02, 1}, {}, {"OnAutoTestMediaPlayActionSignal(1, 3)"}, {}},
     {"SkipAction2IsNone", {0x03, 0x02, 2}, {}, {}, {}},
     {"SkipAction255IsNone", {0x03, 0x02, 255}, {}, {}, {}},
-    {"SkipActionWithoutNumber", {0x03, 0x02}, {}, {}, {}},
     {"SkipActionIgnoresFurtherBytes", {0x03, 0x02, 0, 1}, {}, {"OnAutoTestMediaPlayActionSignal(1, 4)"}, {}},
 
     {"GetTrackType1", {0x03, 0x05}, {}, {"OnAutoTestGetMediaTrackIndexSignal(1)"}, {}},
@@ -43,8 +37,6 @@ const std::vector<CommandCase> kCases = {
     {"SelectTrackType3Of1", {0x03, 0x0A, 9, 1}, {}, {"OnAutoTestMediaSelectTrackSignal(3, 1)"}, {}},
     {"SelectTrackType3Of5", {0x03, 0x0A, 9, 5}, {}, {"OnAutoTestMediaSelectTrackSignal(3, 5)"}, {}},
     {"SelectTrackType3Of255", {0x03, 0x0A, 9, 255}, {}, {"OnAutoTestMediaSelectTrackSignal(3, 255)"}, {}},
-    {"SelectTrackType3WithOneByte", {0x03, 0x0A, 5}, {}, {}, {}},
-    {"SelectTrackType3WithoutBytes", {0x03, 0x0A}, {}, {}, {}},
     {"SelectTrackType3IgnoresFurtherBytes", {0x03, 0x0A, 0, 3, 7}, {}, {"OnAutoTestMediaSelectTrackSignal(3, 3)"}, {}},
 
     {"GetTrackType3", {0x03, 0x0B}, {}, {"OnAutoTestGetMediaTrackIndexSignal(3)"}, {}},
@@ -72,21 +64,6 @@ public:
         return printedBy([&] { station.sendCommand(0x03, command, params); });
     }
 };
-
-TEST_F(MediaCommandsTest, AreTheseSeven)
-{
-    EXPECT_EQ(codesOf(KYRAutoTest::MediaCommands()), kCodes);
-}
-
-TEST_F(MediaCommandsTest, AnyOtherIsIgnored)
-{
-    expectSilenceBeyond(*this, 0x03, kCodes);
-}
-
-TEST_F(MediaCommandsTest, DoNothingWithTheModeOff)
-{
-    expectNothingWithTheModeOff(*this, 0x03);
-}
 
 // WIRE: the same bytes select the actions in reversed order.
 TEST_F(MediaCommandsTest, TheActionPairsOfTheTwoCommandsRunInOppositeOrder)

@@ -1,5 +1,4 @@
-#include "tests/engine/GroupChecks.h"
-#include "tests/engine/NoHeadUnit.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -10,8 +9,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 using namespace nlohmann::literals;
-
-const std::vector<int> kCodes = {0x00, 0x01, 0x02, 0x03, 0x05, 0x06};
 
 const nlohmann::json kSource16 = R"({"source": {"current": 16}})"_json;
 
@@ -28,7 +25,6 @@ const std::vector<CommandCase> kCases = {
     {"AgingAudio0IsNone", {0x0E, 0x02, 0}, {}, {}, {}},
     {"AgingAudio2IsNone", {0x0E, 0x02, 2}, {}, {}, {}},
     {"AgingAudio255IsNone", {0x0E, 0x02, 255}, {}, {}, {}},
-    {"AgingAudioWithoutNumber", {0x0E, 0x02}, {}, {}, {}},
     {"AgingAudioIgnoresFurtherBytes", {0x0E, 0x02, 1, 0}, {}, {}, {"source Request [16,0]"}},
 
     {"Status", {0x0E, 0x03}, {"8E 03 [00]"}, {}, {}},
@@ -40,7 +36,6 @@ const std::vector<CommandCase> kCases = {
     {"SelectPage0", {0x0E, 0x06, 0}, {}, {"OnAutoTestSelectPageSignal(0)"}, {}},
     {"SelectPage2", {0x0E, 0x06, 2}, {}, {"OnAutoTestSelectPageSignal(2)"}, {}},
     {"SelectPage255", {0x0E, 0x06, 255}, {}, {"OnAutoTestSelectPageSignal(255)"}, {}},
-    {"SelectPageWithoutPage", {0x0E, 0x06}, {}, {}, {}},
     {"SelectPageIgnoresFurtherBytes", {0x0E, 0x06, 2, 3}, {}, {"OnAutoTestSelectPageSignal(2)"}, {}},
 };
 
@@ -58,21 +53,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, OtherCommandTest, testing::ValuesIn(kCases), case
 class OtherCommandsTest : public EngineTest
 {
 };
-
-TEST_F(OtherCommandsTest, AreTheseSix)
-{
-    EXPECT_EQ(codesOf(KYRAutoTest::OtherCommands()), kCodes);
-}
-
-TEST_F(OtherCommandsTest, AnyOtherIsIgnored)
-{
-    expectSilenceBeyond(*this, 0x0E, kCodes);
-}
-
-TEST_F(OtherCommandsTest, DoNothingWithTheModeOff)
-{
-    expectNothingWithTheModeOff(*this, 0x0E);
-}
 
 TEST_F(OtherCommandsTest, AFlagIsReadBackAndStaysWithoutANewOne)
 {

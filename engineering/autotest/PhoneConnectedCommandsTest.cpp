@@ -4,9 +4,8 @@
 
 #include <filesystem>
 
-#include "tests/engine/GroupChecks.h"
-#include "tests/engine/NoHeadUnit.h"
 #include "tests/engine/ScriptedInterfaces.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -67,19 +66,6 @@ public:
 
     ScriptedInterfaces interfaces;
 };
-
-TEST_F(PhoneTest, HasTheseCommandsAndIsSilentBeyond)
-{
-    const std::vector<int> codes = {0x01, 0x05, 0x06, 0x07};
-
-    EXPECT_EQ(codesOf(KYRAutoTest::PhoneConnectedCommands()), codes);
-    expectSilenceBeyond(*this, 0x11, codes);
-}
-
-TEST_F(PhoneTest, WithTheModeOffNothingHappens)
-{
-    expectNothingWithTheModeOff(*this, 0x11);
-}
 
 TEST_F(PhoneTest, WithoutAndroidAutoThereIsNoReplyAndTheLogSaysWhy)
 {

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 
-#include "tests/engine/NoHeadUnit.h"
 #include "tests/support/EngineTest.h"
 
 namespace {

@@ -1,7 +1,6 @@
 #include <climits>
 
-#include "tests/engine/GroupChecks.h"
-#include "tests/engine/NoHeadUnit.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -12,8 +11,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 using namespace nlohmann::literals;
-
-const std::vector<int> kCodes = {0x00, 0x01};
 
 // Request is followed by source and gain type.
 const std::vector<CommandCase> kCases = {
@@ -40,7 +37,6 @@ const std::vector<CommandCase> kCases = {
     {"SetSource19", {0x00, 0x00, 19}, {}, {}, {"source Request [44,0]"}},
     {"SetSource20RequestsNone", {0x00, 0x00, 20}, {}, {}, {"source Request [0,0]"}},
     {"SetSource255RequestsNone", {0x00, 0x00, 255}, {}, {}, {"source Request [0,0]"}},
-    {"SetSourceWithoutNumber", {0x00, 0x00}, {}, {}, {}},
     {"SetSourceIgnoresFurtherBytes", {0x00, 0x00, 4, 1, 1}, {}, {}, {"source Request [3,0]"}},
 
     // 0x01 get source: the platform's number -> the station's
@@ -76,21 +72,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, SourceCommandTest, testing::ValuesIn(kCases), cas
 class SourceCommandsTest : public EngineTest
 {
 };
-
-TEST_F(SourceCommandsTest, AreTheseTwo)
-{
-    EXPECT_EQ(codesOf(KYRAutoTest::SourceCommands()), kCodes);
-}
-
-TEST_F(SourceCommandsTest, AnyOtherIsIgnored)
-{
-    expectSilenceBeyond(*this, 0x00, kCodes);
-}
-
-TEST_F(SourceCommandsTest, DoNothingWithTheModeOff)
-{
-    expectNothingWithTheModeOff(*this, 0x00);
-}
 
 TEST_F(SourceCommandsTest, ASourceThatWasSetIsReadBack)
 {

@@ -1,4 +1,4 @@
-#include "tests/engine/GroupChecks.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -10,8 +10,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 using namespace nlohmann::literals;
-
-const std::vector<int> kCodes = {0x00, 0x01, 0x02, 0x03, 0x04, 0x0B, 0x0C, 0x12, 0x13, 0x17, 0x18};
 
 const nlohmann::json kNoTuner = R"({"tuner": {"available": false}})"_json;
 const nlohmann::json kNoMisc = R"({"system_misc": {"available": false}})"_json;
@@ -28,8 +26,6 @@ const std::vector<CommandCase> kCases = {
      {},
      {"tuner Play [0,639,0,1]"},
      R"({"tuner": {"band": 0}})"_json},
-    {"PlayWithOneByte", {0x02, 0x00, 0x22}, {}, {}, {}},
-    {"PlayWithoutFrequency", {0x02, 0x00}, {}, {}, {}},
     {"PlayIgnoresFurtherBytes", {0x02, 0x00, 0x22, 0x2E, 1}, {}, {}, {"tuner Play [1,8750,0,1]"}},
     {"PlayWithoutTuner", {0x02, 0x00, 0x22, 0x2E}, {}, {}, {}, kNoTuner},
 
@@ -55,7 +51,6 @@ const std::vector<CommandCase> kCases = {
     {"SwitchBand6", {0x02, 0x02, 6}, {}, {}, {"tuner SwitchBandRequest [4]"}},
     {"SwitchBand9", {0x02, 0x02, 9}, {}, {}, {"tuner SwitchBandRequest [4]"}},
     {"SwitchBand255", {0x02, 0x02, 255}, {}, {}, {"tuner SwitchBandRequest [4]"}},
-    {"SwitchBandWithoutBand", {0x02, 0x02}, {}, {}, {}},
     {"SwitchBandIgnoresFurtherBytes", {0x02, 0x02, 5, 1}, {}, {}, {"tuner SwitchBandRequest [3]"}},
     {"SwitchBandWithoutTuner", {0x02, 0x02, 5}, {}, {}, {}, kNoTuner},
 
@@ -77,21 +72,18 @@ const std::vector<CommandCase> kCases = {
     {"ScanOfTheCurrentBand", {0x02, 0x04, 3}, {}, {}, {"tuner Scan [3]"}, R"({"tuner": {"band": 3}})"_json},
     {"TuneAction4IsNone", {0x02, 0x04, 4}, {}, {}, {}},
     {"TuneAction255IsNone", {0x02, 0x04, 255}, {}, {}, {}},
-    {"TuneActionWithoutNumber", {0x02, 0x04}, {}, {}, {}},
     {"TuneActionIgnoresFurtherBytes", {0x02, 0x04, 2, 1}, {}, {}, {"tuner AutoStore []"}},
     {"TuneActionWithoutTuner", {0x02, 0x04, 1}, {}, {}, {}, kNoTuner},
 
     {"SetAf0", {0x02, 0x0B, 0}, {}, {}, {"tuner SwitchRdsAFSetting [0]"}},
     {"SetAf1", {0x02, 0x0B, 1}, {}, {}, {"tuner SwitchRdsAFSetting [1]"}},
     {"SetAf255", {0x02, 0x0B, 255}, {}, {}, {"tuner SwitchRdsAFSetting [255]"}},
-    {"SetAfWithoutSetting", {0x02, 0x0B}, {}, {}, {}},
     {"SetAfIgnoresFurtherBytes", {0x02, 0x0B, 1, 0}, {}, {}, {"tuner SwitchRdsAFSetting [1]"}},
     {"SetAfWithoutTuner", {0x02, 0x0B, 1}, {}, {}, {}, kNoTuner},
 
     {"SetTa0", {0x02, 0x0C, 0}, {}, {}, {"tuner SwitchRdsTASetting [0]"}},
     {"SetTa1", {0x02, 0x0C, 1}, {}, {}, {"tuner SwitchRdsTASetting [1]"}},
     {"SetTa255", {0x02, 0x0C, 255}, {}, {}, {"tuner SwitchRdsTASetting [255]"}},
-    {"SetTaWithoutSetting", {0x02, 0x0C}, {}, {}, {}},
     {"SetTaIgnoresFurtherBytes", {0x02, 0x0C, 1, 0}, {}, {}, {"tuner SwitchRdsTASetting [1]"}},
     {"SetTaWithoutTuner", {0x02, 0x0C, 1}, {}, {}, {}, kNoTuner},
 
@@ -150,21 +142,6 @@ public:
         return printedBy([&] { station.sendCommand(0x02, command, params); });
     }
 };
-
-TEST_F(TunerCommandsTest, AreTheseEleven)
-{
-    EXPECT_EQ(codesOf(KYRAutoTest::TunerCommands()), kCodes);
-}
-
-TEST_F(TunerCommandsTest, AnyOtherIsIgnored)
-{
-    expectSilenceBeyond(*this, 0x02, kCodes);
-}
-
-TEST_F(TunerCommandsTest, DoNothingWithTheModeOff)
-{
-    expectNothingWithTheModeOff(*this, 0x02);
-}
 
 TEST_F(TunerCommandsTest, APlayedFrequencyIsReadBack)
 {

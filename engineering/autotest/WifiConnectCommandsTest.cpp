@@ -2,9 +2,8 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 
-#include "tests/engine/GroupChecks.h"
-#include "tests/engine/NoHeadUnit.h"
 #include "tests/engine/ScriptedInterfaces.h"
+#include "tests/support/EngineTest.h"
 
 namespace {
 
@@ -32,7 +31,6 @@ INSTANTIATE_TEST_SUITE_P(
                     CommandCase{"ZeroIsSilent", {0x10, 0x00, 0x00}, {}, {}, {}},
                     CommandCase{"TwoIsSilent", {0x10, 0x00, 0x02}, {}, {}, {}},
                     CommandCase{"HighestIsSilent", {0x10, 0x00, 0xFF}, {}, {}, {}},
-                    CommandCase{"NoneIsTooFew", {0x10, 0x00}, {}, {}, {}},
                     CommandCase{"BluetoothNameIsSilent", {0x10, 0x05}, {}, {}, {}},
                     CommandCase{"TextIsSilent", {0x10, 0x06}, {}, {}, {}},
                     CommandCase{"AddressIsSilent", {0x10, 0x07}, {}, {}, {}},
@@ -54,14 +52,6 @@ public:
     ScriptedInterfaces interfaces;
 };
 
-TEST_F(WifiTest, HasTheseCommandsAndIsSilentBeyond)
-{
-    const std::vector<int> codes = {0x00, 0x05, 0x06, 0x07, 0x09};
-
-    EXPECT_EQ(codesOf(KYRAutoTest::WifiConnectCommands()), codes);
-    expectSilenceBeyond(*this, 0x10, codes);
-}
-
 TEST_F(WifiTest, WithoutAnApplicationManagerNothingIsStartedAndTheLogSaysWhy)
 {
     startInTestMode();
@@ -72,11 +62,6 @@ TEST_F(WifiTest, WithoutAnApplicationManagerNothingIsStartedAndTheLogSaysWhy)
     EXPECT_THAT(station.replies(), testing::IsEmpty());
     EXPECT_THAT(log.errors(),
                 testing::ElementsAre("ERROR HandleWifiConnectCommands, no application manager, Wi-Fi not started"));
-}
-
-TEST_F(WifiTest, WithTheModeOffNothingHappens)
-{
-    expectNothingWithTheModeOff(*this, 0x10);
 }
 
 TEST_F(WifiTest, TheRequestIsLogged)

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <set>
 #include <utility>
 
 #include "protocol/catalogue/Codec.h"
@@ -33,17 +32,6 @@ std::vector<Argument> examplesOf(std::span<const Field> fields)
         arguments.emplace_back(field.name, field.example);
     }
     return arguments;
-}
-
-TEST(CatalogueTest, HasEveryGroupOfTheWire)
-{
-    std::vector<int> codes;
-    for (const Group& group : groups()) {
-        codes.push_back(group.code);
-    }
-
-    EXPECT_THAT(codes, testing::UnorderedElementsAre(0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x09, 0x0A, 0x0E,
-                                                     0x0F, 0x10, 0x11));
 }
 
 TEST(CatalogueTest, FindsACommandByNameAndByCode)

@@ -1,7 +1,6 @@
 #include "tests/support/EngineTest.h"
 
-#include <algorithm>
-#include <filesystem>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
@@ -88,19 +87,16 @@ void CommandTest::sendAndCompare()
     EXPECT_EQ(calls(), row.calls);
 }
 
-void expectSilenceBeyond(EngineTest& test, std::uint8_t group, const std::vector<int>& codes)
+std::string printedBy(const std::function<void()>& work)
 {
-    test.startInTestMode();
-    for (int code = 0; code <= 0xFF; ++code) {
-        if (std::ranges::find(codes, code) != codes.end()) {
-            continue;
-        }
+    testing::internal::CaptureStdout();
+    work();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
 
-        test.station.sendCommand(group, static_cast<std::uint8_t>(code), {1, 1, 1, 1});
-
-        EXPECT_THAT(test.station.replies(), testing::IsEmpty()) << code;
-        EXPECT_THAT(test.hmi.signals(), testing::SizeIs(1)) << code;
-        EXPECT_THAT(test.calls(), testing::IsEmpty()) << code;
-        test.forget();
-    }
+void takeTheHeadUnitAway()
+{
+    bench::HeadUnit other;
+    other.install();
 }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -86,7 +87,18 @@ inline std::string caseName(const testing::TestParamInfo<CommandCase>& info)
     return info.param.name;
 }
 
-/// For every command of a group that its table has not: the unit answers nothing, asks the HMI for nothing and does
-/// nothing.
-/// @param codes the group's commands
-void expectSilenceBeyond(EngineTest& test, std::uint8_t group, const std::vector<int>& codes);
+/// @returns what `work` writes to standard output.
+std::string printedBy(const std::function<void()>& work);
+
+/// Leaves the platform's getters without a head unit: each returns null. The services that the engine holds stay.
+void takeTheHeadUnitAway();
+
+/// Reaches what only tests of the link manager's idle parts need.
+class UartManageProbe
+{
+public:
+    static std::vector<unsigned char>& canBuffer(KYRUARTManage& link) { return link.m_vCANRecvBuf; }
+    static unsigned char& canState(KYRUARTManage& link) { return link.m_ucCANLinkState; }
+    static unsigned char& canRetries(KYRUARTManage& link) { return link.m_ucCANRetryCount; }
+    static int& port(KYRUARTManage& link) { return link.m_nPortFd; }
+};
