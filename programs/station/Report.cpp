@@ -1,7 +1,8 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -10,15 +11,12 @@
 #include "programs/Cli.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
-#include "station/record/AtomicFile.h"
-#include "station/record/CsvReport.h"
-#include "station/record/HtmlReport.h"
-#include "station/record/JunitReport.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
+#include "station/record/Reports.h"
 #include "station/record/ResultsFolder.h"
 #include "station/record/RunList.h"
-#include "station/record/TextReport.h"
+#include "station/record/StoredFile.h"
 #include "station/record/ValueText.h"
 
 namespace programs::station_tool {
@@ -30,23 +28,6 @@ using nlohmann::ordered_json;
 using record::ListedRun;
 using record::printable;
 using record::RunList;
-
-/// Does `action`; what the user named and cannot be read is wrong use.
-int guarded(const std::function<int()>& action)
-{
-    try {
-        return action();
-    } catch (const record::RecordError& error) {
-        complain(kProgram, error.what());
-        return kWrongUse;
-    } catch (const record::StoreError& error) {
-        complain(kProgram, error.what());
-        return kWrongUse;
-    } catch (const record::ResultsError& error) {
-        complain(kProgram, error.what());
-        return station_tool::kFailed;
-    }
-}
 
 void printReport(const std::string& text)
 {
@@ -70,7 +51,7 @@ std::string failureOf(const ListedRun& run)
     if (run.failedStep.empty()) {
         return printable(run.running ? "" : run.reason);
     }
-    const std::string more = run.failedSteps > 1 ? " and " + std::to_string(run.failedSteps - 1) + " more" : "";
+    const std::string more = run.failedSteps > 1 ? fmt::format(" and {} more", run.failedSteps - 1) : "";
     return printable(run.failedStep) + more;
 }
 
@@ -163,7 +144,7 @@ int list(const std::string& directory, bool json)
 {
     const RunList found = record::listRuns(directory);
     for (const auto& folder : found.passedOver) {
-        complain(kProgram, folder.string() + " is passed over: it holds no " + record::kRecordFile);
+        complain(kProgram, fmt::format("{} is not a run: it has no {}", folder.string(), record::kRecordFile));
     }
     for (const std::string& broken : found.broken) {
         complain(kProgram, broken);
@@ -183,17 +164,15 @@ void addReportList(Tool& tool, CLI::App& noun)
     const auto directory = std::make_shared<std::string>();
     CLI::App* verb = noun.add_subcommand("list",
                                          "List the runs in a results directory, the newest first\n"
-                                         "Folders without a record are passed over with a word. A record that cannot "
-                                         "be read is a line on standard error; the exit status is then 2.");
+                                         "Standard error names folders without a record, and records that cannot be "
+                                         "read; the latter make the exit status 2.");
     verb->add_option("DIR", *directory, "Results directory")->type_name("DIR")->default_str(record::kDefaultResults);
     verb->footer(
         "Examples:\n"
         "  engineering-station report list\n"
         "  engineering-station report list --json | jq '.runs[] | select(.verdict != \"PASS\")'");
     verb->callback([&tool, directory] {
-        tool.action = [&tool, directory] {
-            return guarded([&] { return list(resultsFolder(tool, *directory), tool.json); });
-        };
+        tool.action = [&tool, directory] { return list(resultsFolder(tool, *directory), tool.json); };
     });
 }
 
@@ -241,8 +220,8 @@ void addReportShow(Tool& tool, CLI::App& noun)
     };
     const auto options = std::make_shared<Options>();
     CLI::App* verb = noun.add_subcommand("show",
-                                         "Print a run: what went wrong first, then every step\n"
-                                         "With --json the record itself. The exit status does not depend on the "
+                                         "Print a run: the steps that went wrong, then every step\n"
+                                         "--json prints the record itself. The exit status does not depend on the "
                                          "verdict.");
     addRun(*verb, options->chosen);
     verb->add_flag("--frames", options->allFrames, "Print the frames of every step, not only of those that went wrong");
@@ -250,43 +229,25 @@ void addReportShow(Tool& tool, CLI::App& noun)
         "Examples:\n"
         "  engineering-station report show latest");
     verb->callback([&tool, options] {
-        tool.action = [&tool, options] {
-            return guarded([&] { return show(tool, options->chosen, options->allFrames); });
-        };
+        tool.action = [&tool, options] { return show(tool, options->chosen, options->allFrames); };
     });
 }
 
 // report export
 
-struct Format {
-    const char* name;
-    std::function<std::string(const record::Run&)> make;
-};
-
-const std::vector<Format>& formats()
-{
-    using protocol::catalogue::groups;
-    static const std::vector<Format> kFormats{
-        {"html", [](const record::Run& run) { return record::htmlReport(run, groups()); }},
-        {"junit", [](const record::Run& run) { return record::junitReport(run, groups()); }},
-        {"csv", [](const record::Run& run) { return record::csvReport(run); }},
-        {"json", [](const record::Run& run) { return record::serialise(record::toJson(run, groups())); }},
-    };
-    return kFormats;
-}
-
 std::vector<std::string> formatNames()
 {
     std::vector<std::string> names;
-    std::ranges::transform(formats(), std::back_inserter(names), &Format::name);
+    std::ranges::transform(record::kReportFormats, std::back_inserter(names), &record::ReportFormat::name);
     return names;
 }
 
 int exportRun(const Tool& tool, const Chosen& chosen, const std::string& format, const std::string& output)
 {
     const record::Run run = readRun(tool, chosen);
-    const auto known = std::ranges::find_if(formats(), [&](const Format& each) { return each.name == format; });
-    const std::string text = known->make(run);
+    const auto* known = std::ranges::find(record::kReportFormats, format,
+                                          [](const record::ReportFormat& each) { return std::string(each.name); });
+    const std::string text = known->write(run, protocol::catalogue::groups());
     if (!output.empty()) {
         record::writeAtomically(output, text);
     }
@@ -309,24 +270,21 @@ void addExport(Tool& tool, CLI::App& noun)
     };
     const auto options = std::make_shared<Options>();
     CLI::App* verb = noun.add_subcommand("export",
-                                         "Make a report out of a run's record\n"
-                                         "The record is the truth: whatever else lies in the run's folder is not "
-                                         "looked at.");
+                                         "Make a report from a run's record\n"
+                                         "The report is made from the record alone, whatever the run's folder has "
+                                         "beside it.");
     addRun(*verb, options->chosen);
-    verb->add_option("--format", options->format, "What to make")
+    verb->add_option("--format", options->format, "Format of the report")
         ->check(CLI::IsMember(formatNames()))
         ->type_name("FORMAT")
         ->required();
-    verb->add_option("--output", options->output, "File to write; standard output unless told otherwise")
-        ->type_name("FILE");
+    verb->add_option("--output", options->output, "File to write; standard output by default")->type_name("FILE");
     verb->footer(
         "Examples:\n"
         "  engineering-station report export latest --format html --output report.html\n"
         "  engineering-station report export latest --format csv");
     verb->callback([&tool, options] {
-        tool.action = [&tool, options] {
-            return guarded([&] { return exportRun(tool, options->chosen, options->format, options->output); });
-        };
+        tool.action = [&tool, options] { return exportRun(tool, options->chosen, options->format, options->output); };
     });
 }
 
@@ -335,7 +293,7 @@ void addExport(Tool& tool, CLI::App& noun)
 void addReport(Tool& tool)
 {
     CLI::App* noun = tool.app.add_subcommand("report",
-                                             "List and print the runs of plans, and make reports out of them\n"
+                                             "List and print the runs of plans, and make reports from them\n"
                                              "docs/results.md describes the folder of a run and every key of its "
                                              "record.");
     noun->require_subcommand(1);

@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "programs/Cli.h"
 #include "programs/station/Tool.h"
+#include "protocol/Errors.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/RecordJson.h"
 #include "station/record/ResultsFolder.h"
@@ -48,7 +50,12 @@ protected:
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
         Outcome outcome;
-        outcome.status = tool.action();
+        try {
+            outcome.status = tool.action();
+        } catch (const protocol::Error& error) {  // as main does
+            complain(kProgram, error.what());
+            outcome.status = error.status();
+        }
         std::fflush(stdout);
         outcome.out = testing::internal::GetCapturedStdout();
         outcome.error = testing::internal::GetCapturedStderr();
@@ -124,9 +131,9 @@ TEST_F(ReportVerb, ListPassesOverOtherFoldersWithAWordAndRefusesABrokenRecord)
 
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.error, "engineering-station: " + path("notes") +
-                                 " is passed over: it holds no record.json\n"
+                                 " is not a run: it has no record.json\n"
                                  "engineering-station: " +
-                                 path("broken") + "/record.json: at the top: the key \"id\" is missing\n");
+                                 path("broken") + "/record.json: top level: the key \"id\" is missing\n");
     EXPECT_THAT(outcome.out, HasSubstr("run-1"));
 }
 
@@ -189,8 +196,8 @@ TEST_F(ReportVerb, ShowOfARunThatIsNotThereSaysWhatWouldBeRight)
     const Outcome outcome = run({"report", "show", "nothing", "--results", directory_});
 
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.error, "engineering-station: there is no run 'nothing' in " + directory_.string() +
-                                 ": the name of a folder there was expected, its path, or 'latest'\n");
+    EXPECT_EQ(outcome.error, "engineering-station: " + directory_.string() +
+                                 ": expected the name or path of a run's folder, or 'latest', got 'nothing'\n");
 }
 
 TEST_F(ReportVerb, ExportMakesTheSameFilesAsTheRun)

@@ -1,11 +1,12 @@
-#include "station/record/CsvReport.h"
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <array>
 #include <optional>
-#include <span>
 #include <string_view>
 
 #include "station/record/Outcome.h"
+#include "station/record/Reports.h"
 #include "station/record/ValueText.h"
 
 namespace station::record {
@@ -18,7 +19,7 @@ constexpr auto kColumns = std::to_array<std::string_view>(
      "value",      "unit_of_value",  "minimum",        "maximum",         "equals", "matches",    "passed",
      "reconnects", "repeated_sends", "corrupt_frames", "garbage_bytes"});
 
-/// Always in quotes: whatever separates cells for a spreadsheet, blanks and semicolons too, the cell stays one.
+/// Always in quotes, so the cell stays one, whatever separates cells for a spreadsheet.
 std::string textCell(std::string_view text)
 {
     const std::string safe = printable(text);
@@ -32,15 +33,18 @@ std::string textCell(std::string_view text)
     return out + '"';
 }
 
+const char* flagCell(bool yes)
+{
+    return yes ? "true" : "false";
+}
+
 std::string scalarCell(const Scalar& value)
 {
     if (const auto* number = std::get_if<double>(&value)) {
         return toText(*number);
     }
-    if (const auto* yes = std::get_if<bool>(&value)) {
-        return *yes ? "true" : "false";
-    }
-    return textCell(std::get<std::string>(value));
+    const auto* yes = std::get_if<bool>(&value);
+    return yes != nullptr ? flagCell(*yes) : textCell(std::get<std::string>(value));
 }
 
 std::string limitCell(const std::optional<double>& limit)
@@ -50,11 +54,10 @@ std::string limitCell(const std::optional<double>& limit)
 
 std::string attemptCells(const Attempt* attempt, std::size_t number, const Step& step)
 {
-    if (attempt == nullptr) {
-        return ",," + textCell(reasonOf(step)) + ",";
-    }
-    return std::to_string(number) + ',' + textCell(name(attempt->verdict)) + ',' + textCell(attempt->reason) + ',' +
-           toText(std::chrono::duration<double>(attempt->duration).count());
+    return attempt == nullptr
+               ? fmt::format(",,{},", textCell(reasonOf(step)))
+               : fmt::format("{},{},{},{}", number, textCell(name(attempt->verdict)), textCell(attempt->reason),
+                             toText(std::chrono::duration<double>(attempt->duration).count()));
 }
 
 std::string measurementCells(const Measurement* measurement)
@@ -63,32 +66,27 @@ std::string measurementCells(const Measurement* measurement)
         return ",,,,,,,";
     }
     const Limits& limits = measurement->limits;
-    return textCell(measurement->name) + ',' + scalarCell(measurement->value) + ',' + textCell(measurement->unit) +
-           ',' + limitCell(limits.minimum) + ',' + limitCell(limits.maximum) + ',' +
-           (limits.equals ? scalarCell(*limits.equals) : "") + ',' + (limits.matches ? textCell(*limits.matches) : "") +
-           ',' + (measurement->passed ? "true" : "false");
+    return fmt::format("{},{},{},{},{},{},{},{}", textCell(measurement->name), scalarCell(measurement->value),
+                       textCell(measurement->unit), limitCell(limits.minimum), limitCell(limits.maximum),
+                       limits.equals ? scalarCell(*limits.equals) : "", limits.matches ? textCell(*limits.matches) : "",
+                       flagCell(measurement->passed));
 }
 
 }  // namespace
 
-std::string csvReport(const Run& run)
+std::string csvReport(const Run& run, Groups)
 {
-    const std::string right = ',' + std::to_string(run.line.reconnects) + ',' + std::to_string(run.line.repeatedSends) +
-                              ',' + std::to_string(run.line.corruptFrames) + ',' +
-                              std::to_string(run.line.garbageBytes) + "\r\n";
-    std::string out;
-    for (const std::string_view column : kColumns) {
-        out += (out.empty() ? "" : ",") + textCell(column);
-    }
-    out += "\r\n";
+    std::string out = fmt::format("\"{}\"\r\n", fmt::join(kColumns, "\",\""));
     for (const PlacedStep& placed : outcomeOf(run).steps) {
         const Step& step = *placed.step;
         const std::string left =
-            textCell(run.id) + ',' + textCell(run.unit.serial) + ',' + textCell(placed.phase->name) + ',' +
-            textCell(placed.group->name) + ',' + std::to_string(placed.groupTry + 1) + ',' + textCell(step.name) + ',' +
-            textCell(step.kind) + ',' + textCell(step.what) + ',' + textCell(name(placed.verdict)) + ',';
+            fmt::format("{},{},{},{},{},{},{},{},{}", textCell(run.id), textCell(run.unit.serial),
+                        textCell(placed.phase->name), textCell(placed.group->name), placed.groupTry + 1,
+                        textCell(step.name), textCell(step.kind), textCell(step.what), textCell(name(placed.verdict)));
         const auto add = [&](const Attempt* attempt, std::size_t number, const Measurement* measurement) {
-            out += left + attemptCells(attempt, number, step) + ',' + measurementCells(measurement) + right;
+            out += fmt::format("{},{},{},{},{},{},{}\r\n", left, attemptCells(attempt, number, step),
+                               measurementCells(measurement), run.line.reconnects, run.line.repeatedSends,
+                               run.line.corruptFrames, run.line.garbageBytes);
         };
         if (step.attempts.empty()) {
             add(nullptr, 0, nullptr);

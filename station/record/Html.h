@@ -6,7 +6,7 @@
 #include "station/record/RunRecord.h"
 #include "station/record/ValueText.h"
 
-/// Small words for building a page as a tree: whatever text goes in, it stays text.
+/// Builds a page as a tree, in which every text stays text.
 namespace station::record::html {
 
 using Node = pugi::xml_node;
@@ -35,30 +35,23 @@ inline Node addText(Node parent, const char* element, const std::string& text, c
     return write(add(parent, element, styleClass), text);
 }
 
-/// @returns the style class that gives a verdict its colour.
-inline const char* classOf(Verdict verdict)
-{
-    switch (verdict) {
-        case Verdict::kPass:
-            return "pass";
-        case Verdict::kFail:
-            return "fail";
-        case Verdict::kError:
-            return "error";
-        case Verdict::kTimeout:
-            return "timeout";
-        case Verdict::kAborted:
-            return "aborted";
-        case Verdict::kSkipped:
-            return "skipped";
-    }
-    return "";
-}
-
 /// A verdict as a coloured word.
 inline Node addChip(Node parent, Verdict verdict)
 {
-    return addText(parent, "span", name(verdict), std::string("chip ") + classOf(verdict));
+    return addText(parent, "span", name(verdict), std::string("chip ") + wordsOf(verdict).style);
 }
 
 }  // namespace station::record::html
+
+namespace station::record {
+
+/// @returns whether a chart can show the measurement: a number with numeric limits. An exact number without a unit is a
+/// code, which has no more or less.
+bool isDrawn(const Measurement& measurement);
+
+/// Adds an SVG that shows a number against its limits: the allowed range as a band, and the value as a dot in it or a
+/// cross beside it. A value too far away to be drawn to scale is an arrow at the edge. Adds nothing if !isDrawn().
+/// @param large with the numbers
+void addLimitChart(pugi::xml_node parent, const Measurement& measurement, bool large);
+
+}  // namespace station::record

@@ -1,4 +1,4 @@
-#include "station/record/HtmlReport.h"
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <map>
@@ -7,9 +7,8 @@
 #include <vector>
 
 #include "station/record/Html.h"
-#include "station/record/HtmlStyle.h"
-#include "station/record/LimitChart.h"
 #include "station/record/Outcome.h"
+#include "station/record/Reports.h"
 #include "station/trace/Describe.h"
 
 namespace station::record {
@@ -19,13 +18,21 @@ namespace {
 using html::add;
 using html::addChip;
 using html::addText;
-using html::classOf;
 using html::Node;
 using html::set;
 using html::write;
-using protocol::catalogue::Groups;
 
-/// More segments would be thinner than what an eye tells apart.
+/// The style sheet, which the build makes a literal.
+constexpr const char* kStyle =
+#include "report.css.inc"
+    ;
+
+const char* classOf(Verdict verdict)
+{
+    return wordsOf(verdict).style;
+}
+
+/// An eye cannot tell more segments apart.
 constexpr std::size_t kLongestStrip = 400;
 
 /// Builds the page for one run.
@@ -52,7 +59,7 @@ public:
     }
 
 private:
-    std::string anchor(const Step& step) const { return "step-" + std::to_string(numbers_.at(&step)); }
+    std::string anchor(const Step& step) const { return fmt::format("step-{}", numbers_.at(&step)); }
 
     void addTop(Node page)
     {
@@ -72,7 +79,7 @@ private:
         addFact(facts, "Unit", run_.unit.serial.empty() ? "not known" : run_.unit.serial);
         addFact(facts, "Started", toText(run_.started));
         addFact(facts, "Took", run_.ended < run_.started ? "not known" : toText(durationOf(run_)));
-        addFact(facts, "Port", run_.unit.port + ", " + std::to_string(run_.unit.baud) + " baud");
+        addFact(facts, "Port", fmt::format("{}, {} baud", run_.unit.port, run_.unit.baud));
         addFact(facts, "Line", lineText(run_.line));
         addFact(facts, "Station", run_.station.host);
         addFact(facts, "Production line", run_.station.line);
@@ -130,7 +137,8 @@ private:
             Node heading = add(card, "h3");
             addChip(heading, headline_.verdict);
             addText(heading, "span", "The run as a whole");
-            addText(card, "p", headline_.reason.empty() ? meaning(headline_.verdict) : headline_.reason, "reason");
+            addText(card, "p", headline_.reason.empty() ? wordsOf(headline_.verdict).meaning : headline_.reason,
+                    "reason");
         }
     }
 
@@ -144,15 +152,14 @@ private:
         addText(heading, "span", step.name);
         Node where = addText(card, "p", placed.phase->name + " › " + placed.group->name, "where");
         if (placed.group->tries.size() > 1) {
-            write(where, " › try " + std::to_string(placed.groupTry + 1) + " of " +
-                             std::to_string(placed.group->tries.size()));
+            write(where, fmt::format(" › try {} of {}", placed.groupTry + 1, placed.group->tries.size()));
         }
         if (!step.what.empty()) {
             write(where, " · ");
             addText(where, "code", step.what);
         }
         addText(card, "p", whyOf(step), "reason");
-        addText(card, "p", meaning(placed.verdict), "meaning");
+        addText(card, "p", wordsOf(placed.verdict).meaning, "meaning");
         addAttempts(card, step, true);
     }
 
@@ -175,14 +182,11 @@ private:
             Node item = add(list, "li");
             Node link = addText(item, "a", placed.step->name);
             set(link, "href", '#' + anchor(*placed.step));
-            std::string how = ", " + placed.phase->name + " › " + placed.group->name + ":";
-            if (placed.step->attempts.size() > 1) {
-                how += " attempt " + std::to_string(placed.step->attempts.size());
-            }
-            if (placed.groupTry > 0) {
-                how += std::string(placed.step->attempts.size() > 1 ? "," : "") + " try " +
-                       std::to_string(placed.groupTry + 1) + " of the group";
-            }
+            const std::size_t attempts = placed.step->attempts.size();
+            std::string how = fmt::format(", {} › {}:", placed.phase->name, placed.group->name);
+            how += attempts > 1 ? fmt::format(" attempt {}", attempts) : "";
+            how += attempts > 1 && placed.groupTry > 0 ? "," : "";
+            how += placed.groupTry > 0 ? fmt::format(" try {} of the group", placed.groupTry + 1) : "";
             addText(item, "span", how, "soft");
         }
     }
@@ -219,8 +223,7 @@ private:
             const Group::Try& each = group.tries[i];
             const bool counting = !each.superseded;
             if (group.tries.size() > 1) {
-                Node title = addText(
-                    box, "h5", "Try " + std::to_string(i + 1) + " of " + std::to_string(group.tries.size()) + " ");
+                Node title = addText(box, "h5", fmt::format("Try {} of {} ", i + 1, group.tries.size()));
                 addChip(title, verdictOf(each));
             }
             if (each.steps.empty()) {
@@ -269,8 +272,8 @@ private:
             if (step.attempts.size() > 1) {
                 Node line = add(parent, "p", std::string("attempt ") + classOf(attempt.verdict));
                 addChip(line, attempt.verdict);
-                write(line, " Attempt " + std::to_string(i + 1) + " of " + std::to_string(step.attempts.size()) +
-                                (attempt.reason.empty() ? "" : ": " + attempt.reason));
+                write(line, fmt::format(" Attempt {} of {}{}", i + 1, step.attempts.size(),
+                                        attempt.reason.empty() ? "" : ": " + attempt.reason));
             }
             addMeasurements(parent, step, attempt, large);
             addFrames(parent, step, attempt);
@@ -346,10 +349,9 @@ private:
         Node footer = add(page, "footer");
         addText(footer, "h2", "What the words mean");
         Node legend = add(footer, "dl", "legend");
-        for (const Verdict verdict : {Verdict::kPass, Verdict::kFail, Verdict::kError, Verdict::kTimeout,
-                                      Verdict::kAborted, Verdict::kSkipped}) {
+        for (const Verdict verdict : kVerdicts) {
             addChip(add(legend, "dt"), verdict);
-            addText(legend, "dd", meaning(verdict));
+            addText(legend, "dd", wordsOf(verdict).meaning);
         }
         addText(footer, "h2", "Where this comes from");
         Node origin = add(footer, "dl", "origin");
@@ -376,11 +378,11 @@ std::string htmlReport(const Run& run, Groups groups)
     Page(run, groups).build(document.append_child("body"));
     pugi::xml_document title;
     addText(title, "title",
-            std::string(name(verdictOf(run))) + " – " + (run.plan.title.empty() ? run.plan.name : run.plan.title) +
-                (run.unit.serial.empty() ? "" : " – " + run.unit.serial));
+            fmt::format("{} – {}{}", name(verdictOf(run)), run.plan.title.empty() ? run.plan.name : run.plan.title,
+                        run.unit.serial.empty() ? "" : " – " + run.unit.serial));
 
     std::ostringstream out;
-    // Nothing is fetched and nothing is executed, whatever a unit managed to bring in.
+    // The browser fetches and executes nothing, whatever a unit managed to bring in.
     out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
            "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'\"/>\n"
            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
@@ -388,7 +390,7 @@ std::string htmlReport(const Run& run, Groups groups)
     // HTML has no short form of empty elements.
     constexpr unsigned kFlags = pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags;
     title.save(out, "", kFlags, pugi::encoding_utf8);
-    out << "\n<style>" << htmlStyle() << "</style>\n</head>\n";
+    out << "\n<style>" << kStyle << "</style>\n</head>\n";
     document.save(out, "", kFlags, pugi::encoding_utf8);
     out << "\n</html>\n";
     return out.str();

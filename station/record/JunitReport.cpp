@@ -1,19 +1,17 @@
-#include "station/record/JunitReport.h"
+#include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <pugixml.hpp>
 #include <sstream>
 
 #include "station/record/Outcome.h"
+#include "station/record/Reports.h"
 #include "station/record/ValueText.h"
 #include "station/trace/Describe.h"
 
 namespace station::record {
 
 namespace {
-
-using protocol::catalogue::Groups;
 
 struct Counts {
     std::size_t tests = 0;
@@ -39,9 +37,7 @@ void setAttribute(pugi::xml_node node, const char* name, const std::string& text
 
 std::string secondsText(std::chrono::nanoseconds duration)
 {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6f", std::chrono::duration<double>(duration).count());
-    return text;
+    return fmt::format("{:.6f}", std::chrono::duration<double>(duration).count());
 }
 
 void setAttribute(pugi::xml_node node, const Counts& counts)
@@ -77,34 +73,32 @@ void addVerdict(pugi::xml_node testcase, Verdict verdict, const std::string& rea
             break;
     }
     pugi::xml_node node = testcase.append_child(element);
-    setAttribute(node, "message", reason.empty() ? meaning(verdict) : reason);
+    setAttribute(node, "message", reason.empty() ? wordsOf(verdict).meaning : reason);
     setAttribute(node, "type", name(verdict));
 }
 
 std::string describe(const Measurement& measurement)
 {
-    std::string line = printable(measurement.name) + " = " + withUnit(toText(measurement.value), measurement.unit);
-    if (any(measurement.limits)) {
-        line += measurement.passed ? ", as demanded: " : ", but demanded: ";
-        line += toText(measurement.limits, measurement.unit);
-    }
-    return line;
+    const char* demand = !any(measurement.limits) ? "" : measurement.passed ? ", as demanded: " : ", but demanded: ";
+    return fmt::format("{} = {}{}{}", printable(measurement.name),
+                       withUnit(toText(measurement.value), measurement.unit), demand,
+                       toText(measurement.limits, measurement.unit));
 }
 
-/// Everything that the step's attempts brought, as lines.
+/// The attempts of a step, with measurements and frames, as lines.
 std::string protocolOf(const Run& run, const Step& step, Groups groups)
 {
     std::string text = step.what.empty() ? "" : printable(step.what) + '\n';
     for (std::size_t i = 0; i < step.attempts.size(); ++i) {
         const Attempt& attempt = step.attempts[i];
-        text += "attempt " + std::to_string(i + 1) + ": " + name(attempt.verdict) + " after " +
-                toText(attempt.duration) + (attempt.reason.empty() ? "" : ": " + printable(attempt.reason)) + '\n';
+        text += fmt::format("attempt {}: {} after {}{}\n", i + 1, name(attempt.verdict), toText(attempt.duration),
+                            attempt.reason.empty() ? "" : ": " + printable(attempt.reason));
         for (const Measurement& measurement : attempt.measurements) {
-            text += "  " + describe(measurement) + '\n';
+            text += fmt::format("  {}\n", describe(measurement));
         }
         for (const EventLine& line : linesOf(run.events, attempt.events, groups)) {
-            text += "  " + std::string(line.event == nullptr ? "…" : name(line.event->kind)) +
-                    (line.bytes.empty() ? "" : " " + line.bytes) + "  " + line.meaning + '\n';
+            text += fmt::format("  {}{}  {}\n", line.event == nullptr ? "…" : name(line.event->kind),
+                                line.bytes.empty() ? "" : " " + line.bytes, line.meaning);
         }
     }
     return text;
@@ -125,7 +119,7 @@ Counts addStep(pugi::xml_node suite, const Run& run, const std::string& suiteNam
     return counts;
 }
 
-/// What went wrong outside of every step would be lost on a reader who counts test cases.
+/// A reader who counts test cases would miss a finding outside of all steps: it is a case, too.
 Counts addNote(pugi::xml_node suite, const std::string& suiteName, Verdict verdict, const std::string& reason)
 {
     Counts counts;
@@ -182,14 +176,14 @@ pugi::xml_node beginSuite(pugi::xml_node root, const std::string& name, const Ru
     return suite;
 }
 
-/// @returns all about a try that does not count.
+/// @returns the steps of a try that does not count, as lines.
 std::string triesText(const Run& run, const std::string& which, const Group::Try& each, Groups groups)
 {
-    std::string text = which + ": " + name(verdictOf(each)) + '\n';
+    std::string text = fmt::format("{}: {}\n", which, name(verdictOf(each)));
     for (const Step& step : each.steps) {
         const std::string reason = reasonOf(step);
-        text += printable(step.name) + ": " + name(verdictOf(step)) + (reason.empty() ? "" : ": " + printable(reason)) +
-                '\n' + protocolOf(run, step, groups);
+        text += fmt::format("{}: {}{}\n{}", printable(step.name), name(verdictOf(step)),
+                            reason.empty() ? "" : ": " + printable(reason), protocolOf(run, step, groups));
     }
     return text;
 }
@@ -200,14 +194,11 @@ Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const G
     pugi::xml_node suite = beginSuite(root, suiteName, run);
     addProperties(suite, run);
     Counts counts;
-    std::size_t countingTries = 0;
-    for (std::size_t i = 0; i < group.tries.size(); ++i) {
-        countingTries += group.tries[i].superseded ? 0 : 1;
-    }
+    const auto countingTries = std::ranges::count(group.tries, false, &Group::Try::superseded);
     std::string earlier;
     for (std::size_t i = 0; i < group.tries.size(); ++i) {
         const Group::Try& each = group.tries[i];
-        const std::string which = group.tries.size() > 1 ? "try " + std::to_string(i + 1) : "";
+        const std::string which = group.tries.size() > 1 ? fmt::format("try {}", i + 1) : "";
         if (each.superseded) {
             earlier += triesText(run, which, each, groups);
             continue;

@@ -1,8 +1,7 @@
-#include "station/record/LimitChart.h"
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <optional>
 #include <string>
 
@@ -95,7 +94,7 @@ public:
     {
         Node node = add(svg_, "path", styleClass);
         set(node, "d", path);
-        set(node, "transform", "translate(" + text(at) + " " + text(frame_.middle) + ")");
+        set(node, "transform", fmt::format("translate({:.1f} {:.1f})", at, frame_.middle));
     }
 
     void label(double at, double y, const char* anchor, const std::string& words, const std::string& styleClass)
@@ -107,14 +106,10 @@ public:
     }
 
 private:
-    static std::string text(double value)
+    static void number(Node node, const char* attribute, double value)
     {
-        char buffer[32];
-        std::snprintf(buffer, sizeof buffer, "%.1f", value);
-        return buffer;
+        set(node, attribute, fmt::format("{:.1f}", value));
     }
-
-    static void number(Node node, const char* attribute, double value) { set(node, attribute, text(value)); }
 
     Node svg_;
     const Axis& axis_;
@@ -129,8 +124,9 @@ constexpr const char* kArrowRight = "M-3 -5L5 0L-3 5z";
 std::string sentence(const Measurement& measurement)
 {
     const std::string missed = miss(measurement);
-    return measurement.name + ": " + withUnit(toText(measurement.value), measurement.unit) + ", allowed is " +
-           toText(measurement.limits, measurement.unit) + (missed.empty() ? "" : "; " + missed);
+    return fmt::format("{}: {}, allowed is {}{}", measurement.name,
+                       withUnit(toText(measurement.value), measurement.unit),
+                       toText(measurement.limits, measurement.unit), missed.empty() ? "" : "; " + missed);
 }
 
 }  // namespace
@@ -149,8 +145,7 @@ void addLimitChart(Node parent, const Measurement& measurement, bool large)
     const double value = std::get<double>(measurement.value);
     const Frame frame = large ? Frame{340, 44, 48, 22} : Frame{160, 16, 8, 8};
     Node svg = add(parent, "svg", large ? "chart large" : "chart");
-    set(svg, "viewBox",
-        "0 0 " + std::to_string(static_cast<int>(frame.width)) + " " + std::to_string(static_cast<int>(frame.height)));
+    set(svg, "viewBox", fmt::format("0 0 {} {}", frame.width, frame.height));
     set(svg, "role", "img");
     set(svg, "aria-label", sentence(measurement));
 
@@ -169,9 +164,9 @@ void addLimitChart(Node parent, const Measurement& measurement, bool large)
     const bool left = value < axis->from;
     const bool right = value > axis->to;
     const char* shape = left ? kArrowLeft : right ? kArrowRight : measurement.passed ? kDot : kCross;
-    drawing.marker(
-        at, shape,
-        std::string(left || right || measurement.passed ? "dot " : "cross ") + (measurement.passed ? "pass" : "fail"));
+    drawing.marker(at, shape,
+                   fmt::format("{} {}", left || right || measurement.passed ? "dot" : "cross",
+                               measurement.passed ? "pass" : "fail"));
     if (!large) {
         return;
     }

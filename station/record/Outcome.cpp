@@ -1,5 +1,8 @@
 #include "station/record/Outcome.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 #include <string>
 
@@ -43,7 +46,7 @@ std::string troubleIn(const Phase& phase)
         for (const Group::Try& one : group.tries) {
             for (const Step& step : one.steps) {
                 if (!one.superseded && isBad(verdictOf(step))) {
-                    return group.name + " / " + step.name + ": " + reasonOf(step);
+                    return fmt::format("{} / {}: {}", group.name, step.name, reasonOf(step));
                 }
             }
         }
@@ -62,7 +65,7 @@ void addLosses(const Run& run, std::vector<std::string>& lines)
         }
     }
     if (seen > kShown) {
-        lines.push_back(std::to_string(seen - kShown) + " more losses and returns are in the record");
+        lines.push_back(fmt::format("{} more losses and returns are in the record", seen - kShown));
     }
 }
 
@@ -114,10 +117,10 @@ std::string reasonOf(const Phase& phase)
 
 std::string lineText(const LineQuality& line)
 {
-    std::string text;
-    const auto add = [&text](std::size_t number, const char* one, const char* several) {
+    std::vector<std::string> texts;
+    const auto add = [&texts](std::size_t number, const char* one, const char* several) {
         if (number > 0) {
-            text += (text.empty() ? "" : ", ") + std::to_string(number) + ' ' + (number == 1 ? one : several);
+            texts.push_back(fmt::format("{} {}", number, number == 1 ? one : several));
         }
     };
     add(line.losses, "loss", "losses");
@@ -125,7 +128,7 @@ std::string lineText(const LineQuality& line)
     add(line.repeatedSends, "repeated send", "repeated sends");
     add(line.corruptFrames, "corrupt frame", "corrupt frames");
     add(line.garbageBytes, "byte of garbage", "bytes of garbage");
-    return text.empty() ? "clean" : text;
+    return texts.empty() ? "clean" : fmt::format("{}", fmt::join(texts, ", "));
 }
 
 Headline headlineOf(const Run& run)
@@ -162,7 +165,7 @@ Headline headlineOf(const Run& run)
         }
     }
     if (isBad(afterwards)) {
-        note(headline.verdict, "teardown: " + std::string(name(afterwards)) + ": " + troubleIn(*teardown));
+        note(headline.verdict, fmt::format("teardown: {}: {}", name(afterwards), troubleIn(*teardown)));
     }
     addLosses(run, headline.beside);
     return headline;
@@ -207,33 +210,36 @@ Outcome outcomeOf(const Run& run)
 
 std::string summaryOf(const Run& run, const Outcome& outcome)
 {
-    const auto were = [](std::size_t number) { return std::to_string(number) + (number == 1 ? " was" : " were"); };
+    const auto were = [](std::size_t number) { return fmt::format("{} {}", number, number == 1 ? "was" : "were"); };
     const auto wrong = static_cast<std::size_t>(std::ranges::count_if(
         outcome.failed, [](const PlacedStep& placed) { return placed.verdict != Verdict::kAborted; }));
-    const std::string passed =
-        std::to_string(outcome.passed) + " of " + protocol::plural(outcome.total, "step") + " passed";
-    std::string text;
+    const std::string steps = protocol::plural(outcome.total, "step");
+    const std::string passed = fmt::format("{} of {} passed", outcome.passed, steps);
+    std::vector<std::string> parts;
     if (outcome.total == 0) {
-        text = "No step was run";
+        parts = {"No step was run"};
     } else if (verdictOf(run) == Verdict::kAborted) {
-        text = "Ended before it was through: " + passed;
-        text += wrong > 0 ? ", " + std::to_string(wrong) + " went wrong" : "";
-        const std::size_t ended = outcome.failed.size() - wrong;
-        text += ended > 0 ? ", " + were(ended) + " ended" : "";
+        parts = {"Ended early: " + passed};
+        if (wrong > 0) {
+            parts.push_back(fmt::format("{} went wrong", wrong));
+        }
+        if (wrong < outcome.failed.size()) {
+            parts.push_back(were(outcome.failed.size() - wrong) + " ended");
+        }
     } else if (wrong > 0) {
-        text = std::to_string(wrong) + " of " + protocol::plural(outcome.total, "step") + " went wrong";
+        parts = {fmt::format("{} of {} went wrong", wrong, steps)};
     } else if (outcome.passed == outcome.total) {
-        text = outcome.total == 1 ? "The step passed" : "All " + std::to_string(outcome.total) + " steps passed";
+        parts = {outcome.total == 1 ? "The step passed" : fmt::format("All {} passed", steps)};
     } else {
-        text = passed;
+        parts = {passed};
     }
     if (outcome.total > 0 && outcome.skipped > 0) {
-        text += ", " + were(outcome.skipped) + " not run";
+        parts.push_back(were(outcome.skipped) + " not run");
     }
     if (!outcome.repeated.empty()) {
-        text += ", " + std::to_string(outcome.repeated.size()) + " passed only when repeated";
+        parts.push_back(fmt::format("{} passed only when repeated", outcome.repeated.size()));
     }
-    return text + '.';
+    return fmt::format("{}.", fmt::join(parts, ", "));
 }
 
 std::chrono::nanoseconds durationOf(const Run& run)

@@ -8,7 +8,7 @@
 #include "protocol/catalogue/Model.h"
 #include "station/record/RunRecord.h"
 
-/// What the facts of a run amount to: the one place that computes verdicts, and what a reader wants to see first.
+/// The only place that computes verdicts from the facts of a run, and what a reader wants to see first.
 namespace station::record {
 
 /// @returns whether something went wrong: neither PASS nor SKIPPED.
@@ -17,39 +17,39 @@ constexpr bool isBad(Verdict verdict)
     return verdict != Verdict::kPass && verdict != Verdict::kSkipped;
 }
 
-/// Of its attempts those count that were not superseded; the worst decides.
+/// The worst of the attempts that were not superseded.
 Verdict verdictOf(const Step& step);
-/// @returns why it has its verdict; empty for PASS.
+/// @returns the reason for the verdict; empty for PASS.
 std::string reasonOf(const Step& step);
 
 Verdict verdictOf(const Group::Try& one);
-/// Of its tries those count that were not superseded; the worst decides.
+/// The worst of the tries that were not superseded.
 Verdict verdictOf(const Group& group);
 
 Verdict verdictOf(const Phase& phase);
-/// @returns why it ended early; empty when it did not.
+/// @returns why it ended early; empty if it did not.
 std::string reasonOf(const Phase& phase);
 
-/// @returns what was wrong with a line: "1 loss, 1 reconnect, 3 corrupt frames"; "clean" for nothing.
+/// @returns the faults of a line: "1 loss, 1 reconnect, 3 corrupt frames"; "clean" if it had none.
 std::string lineText(const LineQuality& line);
 
-/// What is said of a run in its first lines.
+/// The first lines of every report.
 struct Headline {
     Verdict verdict = Verdict::kSkipped;
     /// Why; empty for PASS.
     std::string reason;
-    /// What stands beside it: further findings, trouble in the teardown, when the line was lost and came back.
+    /// Further findings, trouble in the teardown, and when the line was lost and came back.
     std::vector<std::string> beside;
 };
 
-/// Setup, main part and findings decide. A run of whose main part nothing was done is SKIPPED. Trouble in the teardown
-/// stands beside the verdict, and turns only PASS into ERROR.
+/// Setup, main part and findings decide. A run that did nothing of its main part is SKIPPED. Trouble in the teardown
+/// is listed beside the verdict; it turns only PASS into ERROR.
 Headline headlineOf(const Run& run);
 
 /// @returns the verdict alone.
 Verdict verdictOf(const Run& run);
 
-/// A step with where it stands. Points into the run.
+/// A step and its place. Points into the run.
 struct PlacedStep {
     const Phase* phase = nullptr;
     const Group* group = nullptr;
@@ -58,16 +58,16 @@ struct PlacedStep {
     std::size_t groupTry = 0;
     Verdict verdict = Verdict::kSkipped;
 
-    /// @returns whether the group's verdict rests on it.
+    /// @returns whether it contributes to the verdict of its group.
     bool counts() const { return !group->tries[groupTry].superseded; }
 };
 
 struct Outcome {
     /// Every step of every try, in order.
     std::vector<PlacedStep> steps;
-    /// Those that count and went wrong.
+    /// Steps that count and went wrong.
     std::vector<PlacedStep> failed;
-    /// Steps that passed after an attempt, or a try of their group, that had not.
+    /// Steps that passed only after another attempt or another try of their group.
     std::vector<PlacedStep> repeated;
     /// Steps that count, by verdict.
     std::size_t passed = 0;
@@ -77,13 +77,13 @@ struct Outcome {
 
 Outcome outcomeOf(const Run& run);
 
-/// @returns one sentence on the whole: "2 of 34 steps went wrong, 5 were not run."
+/// @returns one sentence about the run: "2 of 34 steps went wrong, 5 were not run."
 std::string summaryOf(const Run& run, const Outcome& outcome);
 
-/// @returns how long the run took; 0 when it did not end.
+/// @returns the duration of the run; 0 if it did not end.
 std::chrono::nanoseconds durationOf(const Run& run);
 
-/// @returns how long all attempts of a step took.
+/// @returns the duration of all attempts of a step.
 std::chrono::nanoseconds durationOf(const Step& step);
 
 /// A line event in words, or a gap where events were left out.
@@ -93,8 +93,8 @@ struct EventLine {
     std::string meaning;                ///< printable
 };
 
-/// @returns what passed on the line within a range.
-/// @param groups what the frames are put into words with
+/// @returns the events of a range.
+/// @param groups put the frames into words
 std::vector<EventLine> linesOf(const Events& events, EventRange range, protocol::catalogue::Groups groups);
 
 }  // namespace station::record

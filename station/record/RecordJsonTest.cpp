@@ -11,8 +11,8 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/Outcome.h"
+#include "station/record/Reports.h"
 #include "station/record/SampleRuns.h"
-#include "station/record/TextReport.h"
 
 namespace station::record {
 namespace {
@@ -169,34 +169,34 @@ TEST_P(BrokenRecord, IsRefusedWithThePlace)
 
 const Damage kDamages[] = {
     {"MissingKey", [](ordered_json& r) { r["phases"][1]["groups"][2].erase("name"); },
-     "at /phases/1/groups/2: the key \"name\" is missing"},
+     "/phases/1/groups/2: the key \"name\" is missing"},
     {"UnknownVerdict", [](ordered_json& r) { r["verdict"] = "GOOD"; },
-     "at /verdict: PASS, FAIL, ERROR, TIMEOUT, ABORTED or SKIPPED was expected, not \"GOOD\""},
-    {"LaterSchema", [](ordered_json& r) { r["schema"] = 2; }, "at /schema: this program reads schema 1 only, not 2"},
-    {"NoObject", [](ordered_json& r) { r = ordered_json::array(); }, "at the top: an object was expected, not array"},
-    {"NoArray", [](ordered_json& r) { r["phases"] = 7; }, "at /phases: an array was expected, not 7"},
-    {"NoText", [](ordered_json& r) { r["unit"]["serial"] = 7; }, "at /unit/serial: a text was expected, not 7"},
+     "/verdict: expected PASS, FAIL, ERROR, TIMEOUT, ABORTED or SKIPPED, got \"GOOD\""},
+    {"LaterSchema", [](ordered_json& r) { r["schema"] = 2; }, "/schema: expected schema 1, got 2"},
+    {"NoObject", [](ordered_json& r) { r = ordered_json::array(); }, "top level: expected an object, got array"},
+    {"NoArray", [](ordered_json& r) { r["phases"] = 7; }, "/phases: expected an array, got 7"},
+    {"NoText", [](ordered_json& r) { r["unit"]["serial"] = 7; }, "/unit/serial: expected a text, got 7"},
     {"NoWholeNumber", [](ordered_json& r) { r["unit"]["baud"] = -1; },
-     "at /unit/baud: a whole number from 0 on was expected, not -1"},
+     "/unit/baud: expected a whole number from 0 on, got -1"},
     {"NoTime", [](ordered_json& r) { r["started"] = "yesterday"; },
-     "at /started: a time such as 2026-11-21T14:05:08.123Z was expected, not \"yesterday\""},
+     "/started: expected a time such as 2026-11-21T14:05:08.123Z, got \"yesterday\""},
     {"TimeWithRest", [](ordered_json& r) { r["started"] = "2026-11-21T14:05:08.123Zulu"; },
-     "at /started: a time such as 2026-11-21T14:05:08.123Z was expected, not \"2026-11-21T14:05:08.123Zulu\""},
+     "/started: expected a time such as 2026-11-21T14:05:08.123Z, got \"2026-11-21T14:05:08.123Zulu\""},
     {"YearBeyondTheClock", [](ordered_json& r) { r["started"] = "9999-11-21T14:05:08Z"; },
-     "at /started: a year from 1900 to 2200 was expected, not \"9999-11-21T14:05:08Z\""},
+     "/started: expected a year from 1900 to 2200, got \"9999-11-21T14:05:08Z\""},
     {"EndlessDuration",
      [](ordered_json& r) { r["phases"][0]["groups"][0]["tries"][0]["steps"][0]["attempts"][0]["wire_s"] = 1e99; },
-     "at /phases/0/groups/0/tries/0/steps/0/attempts/0/wire_s: a number of seconds was expected, not 1e+99"},
+     "/phases/0/groups/0/tries/0/steps/0/attempts/0/wire_s: expected a number of seconds, got 1e+99"},
     {"UnknownKindOfEvent", [](ordered_json& r) { r["trace"][0]["kind"] = "seen"; },
-     "at /trace/0/kind: sent, received, corrupt, lost or back was expected, not \"seen\""},
+     "/trace/0/kind: expected sent, received, corrupt, lost or back, got \"seen\""},
     {"NoByte", [](ordered_json& r) { r["trace"][0]["cmd_one"] = "F"; },
-     "at /trace/0/cmd_one: two hexadecimal digits were expected, not \"F\""},
+     "/trace/0/cmd_one: expected two hexadecimal digits, got \"F\""},
     {"BytesWithoutSpace", [](ordered_json& r) { r["trace"][0]["params"] = "0102"; },
-     "at /trace/0/params: bytes in hexadecimal with one space between were expected, not \"0102\""},
+     "/trace/0/params: expected bytes in hexadecimal with one space between, got \"0102\""},
     {"BytesWithSpaceAtTheEnd", [](ordered_json& r) { r["trace"][0]["params"] = "01 "; },
-     "at /trace/0/params: bytes in hexadecimal with one space between were expected, not \"01 \""},
+     "/trace/0/params: expected bytes in hexadecimal with one space between, got \"01 \""},
     {"HalfAByte", [](ordered_json& r) { r["trace"][0]["params"] = "01 2"; },
-     "at /trace/0/params: bytes in hexadecimal with one space between were expected, not \"01 2\""},
+     "/trace/0/params: expected bytes in hexadecimal with one space between, got \"01 2\""},
 };
 
 INSTANTIATE_TEST_SUITE_P(Each, BrokenRecord, testing::ValuesIn(kDamages),

@@ -10,13 +10,9 @@
 #include <vector>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/record/CsvReport.h"
-#include "station/record/HtmlReport.h"
-#include "station/record/JunitReport.h"
-#include "station/record/LimitChart.h"
-#include "station/record/RecordJson.h"
+#include "station/record/Html.h"
+#include "station/record/Reports.h"
 #include "station/record/SampleRuns.h"
-#include "station/record/TextReport.h"
 
 namespace station::record {
 namespace {
@@ -144,7 +140,7 @@ TEST_P(EveryRun, IsPrintedWithoutAnythingThatSteersATerminal)
 
 TEST_P(EveryRun, IsJsonWithoutAnythingThatSteersATerminal)
 {
-    const std::string text = serialise(toJson(GetParam().make(), groups()));
+    const std::string text = jsonReport(GetParam().make(), groups());
 
     EXPECT_TRUE(std::ranges::none_of(text, [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7F; }));
     EXPECT_THAT(text, AllOf(Not(HasSubstr("\u009B")), Not(HasSubstr("\u202E"))));
@@ -152,7 +148,7 @@ TEST_P(EveryRun, IsJsonWithoutAnythingThatSteersATerminal)
 
 TEST_P(EveryRun, IsCsvWithAsManyCellsInEveryLine)
 {
-    const std::string csv = csvReport(GetParam().make());
+    const std::string csv = csvReport(GetParam().make(), groups());
 
     bool quoted = false;
     std::size_t cells = 1;
@@ -221,7 +217,7 @@ TEST(HtmlReport, OfARunThatWasEndedTellsWhere)
     const auto document = parsed(html(samples::aborted()));
 
     EXPECT_THAT(texts(document, "//p[@class='lead']"),
-                ElementsAre("Ended before it was through: 2 of 4 steps passed, 1 was ended, 1 was not run."));
+                ElementsAre("Ended early: 2 of 4 steps passed, 1 was ended, 1 was not run."));
     EXPECT_THAT(texts(document, "//p[@class='why']"), ElementsAre("interrupted by the operator"));
     EXPECT_STREQ(document.select_node("//h2").node().text().get(), "Where the run was ended");
     EXPECT_THAT(texts(document, "//article/p[@class='reason']"), ElementsAre("interrupted after 2.3 s"));
@@ -442,7 +438,7 @@ TEST(JunitReport, ShowsAFindingBesideStepsThatWentWrong)
 
 TEST(CsvReport, HasALineForEachMeasurement)
 {
-    const std::string csv = csvReport(samples::failed());
+    const std::string csv = csvReport(samples::failed(), groups());
 
     EXPECT_THAT(csv,
                 HasSubstr(R"("end-of-line-20261121-140508.123-ttyUSB0","HU-2611-004711","main","Tuner",1,"Frequency )"
@@ -460,12 +456,12 @@ TEST(CsvReport, GivesASpreadsheetNoFormula)
     record::Run run = samples::passed();
     run.unit.serial = "=cmd|'/c calc'!A1";
 
-    EXPECT_THAT(csvReport(run), HasSubstr(",\"'=cmd|'/c calc'!A1\","));
+    EXPECT_THAT(csvReport(run, groups()), HasSubstr(",\"'=cmd|'/c calc'!A1\","));
 }
 
 TEST_P(EveryRun, IsCsvWithEveryTextInQuotes)
 {
-    const std::string csv = csvReport(GetParam().make());
+    const std::string csv = csvReport(GetParam().make(), groups());
 
     // Between the quotes stand numbers, true and false only.
     bool quoted = false;

@@ -1,6 +1,7 @@
 #include "station/record/ResultsFolder.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <glib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -13,11 +14,12 @@
 #include <system_error>
 #include <utility>
 
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
 #include "station/ClockText.h"
-#include "station/record/AtomicFile.h"
-#include "station/record/HtmlReport.h"
-#include "station/record/JunitReport.h"
 #include "station/record/RecordJson.h"
+#include "station/record/Reports.h"
+#include "station/record/StoredFile.h"
 #include "station/trace/Describe.h"
 
 namespace station::record {
@@ -31,14 +33,14 @@ constexpr std::int64_t kLargestCapture = std::int64_t{256} << 20;
 
 constexpr const char* kUnfinished = "the run did not end: the station was stopped or lost its power";
 
-[[noreturn]] void fail(const std::string& what, const fs::path& path, int error)
+[[noreturn]] void failToMake(const fs::path& path, int error)
 {
-    throw ResultsError("cannot " + what + " " + path.string() + ": " + std::strerror(error));
+    throw protocol::StorageError(fmt::format("cannot make {}: {}", path.string(), std::strerror(error)));
 }
 
 std::string plain(std::string_view text)
 {
-    // Well below what a file system takes, with room for what is put around it.
+    // Well below the limit of a file system, with room for the parts around it.
     constexpr std::size_t kLongest = 64;
     std::string out(text.substr(0, kLongest));
     for (char& c : out) {
@@ -59,22 +61,29 @@ nlohmann::ordered_json unfinished(const Run& run, protocol::catalogue::Groups gr
     return json;
 }
 
-/// @returns whether the folder is this program's own now; false when a run of that name is there.
+/// @returns whether this program has got the folder; false if a run has that name already.
 bool takeName(const fs::path& running, const fs::path& final)
 {
     if (::mkdir(running.c_str(), 0750) != 0) {
         if (errno == EEXIST) {
             return false;
         }
-        fail("make", running, errno);
+        failToMake(running, errno);
     }
     std::error_code error;
-    // Only who has ID.running may become ID: asked in this order, nobody slips in between.
+    // Only the owner of ID.running may become ID, so no other run takes the name after this check.
     if (fs::symlink_status(final, error).type() != fs::file_type::not_found) {
         ::rmdir(running.c_str());
         return false;
     }
     return true;
+}
+
+void expectNoFailure(const std::string& ofReport)
+{
+    if (!ofReport.empty()) {
+        throw protocol::StorageError(fmt::format("a report is missing: {}; the record itself is complete", ofReport));
+    }
 }
 
 }  // namespace
@@ -105,19 +114,19 @@ ResultsFolder::ResultsFolder(fs::path directory, Run& run, protocol::catalogue::
     std::error_code error;
     fs::create_directories(directory_, error);
     if (error) {
-        fail("make", directory_, error.value());
+        failToMake(directory_, error.value());
     }
     if (run.id.empty() || run.id.find('/') != std::string::npos || run.id == "." || run.id == "..") {
-        throw ResultsError("'" + run.id + "' cannot name a folder");
+        throw protocol::StorageError("expected the name of a folder, got " + protocol::inQuotes(run.id));
     }
     const std::string wanted = run.id;
     for (int n = 2; !takeName(folder_ = directory_ / (run.id + kRunningSuffix), directory_ / run.id); ++n) {
-        run.id = wanted + '-' + std::to_string(n);
+        run.id = fmt::format("{}-{}", wanted, n);
     }
-    // Held as long as the run goes on: `report list` tells a run that goes on from one that was killed by it.
+    // Held while the run goes on: by it `report list` tells such a run from one that was killed.
     lock_ = ::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (lock_ >= 0) {
-        // Readers hold it for a moment only.
+        // Readers hold it only for a moment.
         ::flock(lock_, LOCK_EX);
     }
     try {
@@ -168,54 +177,57 @@ void ResultsFolder::capture(const TraceEvent& event)
     }
 }
 
-void ResultsFolder::amend(const Run& run)
+void ResultsFolder::writeRecord(const nlohmann::ordered_json& json)
 {
-    writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));
     try {
-        writeAtomically(folder_ / kJunitFile, junitReport(run, groups_));
-        writeAtomically(folder_ / kHtmlFile, htmlReport(run, groups_));
-    } catch (const std::exception& error) {
-        throw ReportError(error.what());
+        writeAtomically(folder_ / kRecordFile, serialise(json));
+    } catch (const protocol::StorageError& error) {
+        throw protocol::StorageError(fmt::format("not recorded: {}", error.what()));
     }
 }
 
-fs::path ResultsFolder::finish(const Run& run)
+std::string ResultsFolder::writeReports(const Run& run)
 {
-    writeAtomically(folder_ / kRecordFile, serialise(toJson(run, groups_)));
-
-    std::string trouble;
-    const auto attempt = [&trouble](const auto& write) {
+    std::string failure;
+    for (const ReportFormat& format : kReportFormats) {
         try {
-            write();
+            if (format.file != nullptr) {
+                writeAtomically(folder_ / format.file, format.write(run, groups_));
+            }
         } catch (const std::exception& error) {
             // The first tells the cause: a full disk fails the others, too.
-            trouble = trouble.empty() ? error.what() : trouble;
+            failure = failure.empty() ? error.what() : failure;
         }
-    };
-    attempt([&] {
-        openCapture();
-        if (!captureFailure_.empty()) {
-            throw ResultsError(captureFailure_);
-        }
-        capture_.reset();
-    });
-    attempt([&] { writeAtomically(folder_ / kJunitFile, junitReport(run, groups_)); });
-    attempt([&] { writeAtomically(folder_ / kHtmlFile, htmlReport(run, groups_)); });
+    }
+    return failure;
+}
+
+void ResultsFolder::amend(const Run& run)
+{
+    writeRecord(toJson(run, groups_));
+    expectNoFailure(writeReports(run));
+}
+
+void ResultsFolder::finish(const Run& run)
+{
+    writeRecord(toJson(run, groups_));
+    openCapture();
+    capture_.reset();
+    const std::string ofReports = writeReports(run);
+    std::string failure = captureFailure_.empty() ? ofReports : captureFailure_;
 
     const fs::path final = directory_ / run.id;
     if (std::rename(folder_.c_str(), final.c_str()) != 0) {
-        fail("rename " + folder_.string() + " to", final, errno);
+        throw protocol::StorageError(fmt::format("not recorded: cannot rename {} to {}: {}", folder_.string(),
+                                                 final.string(), std::strerror(errno)));
     }
-    // Its message, should one come, names the file where it is now.
-    if (const auto at = trouble.find(folder_.string()); at != std::string::npos) {
-        trouble.replace(at, folder_.string().size(), final.string());
+    // The message names the file at its final place.
+    if (const auto at = failure.find(folder_.string()); at != std::string::npos) {
+        failure.replace(at, folder_.string().size(), final.string());
     }
     folder_ = final;
     syncDirectory(directory_);
-    if (!trouble.empty()) {
-        throw ReportError(trouble);
-    }
-    return folder_;
+    expectNoFailure(failure);
 }
 
 }  // namespace station::record

@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/record/AtomicFile.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
 #include "station/record/SampleRuns.h"
+#include "station/record/StoredFile.h"
 #include "station/trace/PcapngReader.h"
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/support/TempDir.h"
@@ -86,7 +86,8 @@ TEST_F(ResultsFolderTest, HoldsEveryFileUnderItsFinalNameAtTheEnd)
     record::Run run = samples::failed();
     ResultsFolder results = begin(run);
 
-    const fs::path folder = results.finish(run);
+    results.finish(run);
+    const fs::path folder = results.folder();
 
     EXPECT_EQ(folder, directory_ / "end-of-line-20261121-140508.123-ttyUSB0");
     EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0"));
@@ -98,7 +99,8 @@ TEST_F(ResultsFolderTest, SaysInEveryReportWhatWasFoundAfterTheEnd)
 {
     record::Run run = samples::passed();
     ResultsFolder results = begin(run);
-    const fs::path folder = results.finish(run);
+    results.finish(run);
+    const fs::path folder = results.folder();
 
     run.findings.push_back({Verdict::kError, "found late"});
     results.amend(run);
@@ -119,7 +121,8 @@ TEST_F(ResultsFolderTest, HoldsEverythingThatPassedOnTheLineAsACapture)
     for (const auto& [number, event] : run.events.kept()) {
         results.capture(event);
     }
-    const fs::path folder = results.finish(run);
+    results.finish(run);
+    const fs::path folder = results.folder();
 
     std::ifstream file(folder / "trace.pcapng", std::ios::binary);
     pcapng::Reader reader(file, "trace.pcapng");
@@ -210,13 +213,14 @@ TEST_F(ResultsFolderTest, KeepsTheLastWholeRecordWhenTheDiskIsFull)
         const FileSizeLimit disk(4096);
         try {
             results.finish(samples::failed());
-        } catch (const ResultsError& error) {
+        } catch (const protocol::StorageError& error) {
             complaint = error.what();
         }
     }
 
     ASSERT_TRUE(complaint);
-    EXPECT_EQ(*complaint, "cannot write " + (results.folder() / "record.json").string() + ": File too large");
+    EXPECT_EQ(*complaint,
+              "not recorded: cannot write " + (results.folder() / "record.json").string() + ": File too large");
     EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
     EXPECT_EQ(content(results.folder() / "record.json"), before);
     EXPECT_EQ(verdictOf(readRun(results.folder() / "record.json")), Verdict::kAborted);
@@ -233,7 +237,7 @@ TEST_F(ResultsFolderTest, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit
         const FileSizeLimit disk(recordSize + 1000);
         try {
             results.finish(run);
-        } catch (const ResultsError& error) {
+        } catch (const protocol::StorageError& error) {
             complaint = error.what();
         }
     }
@@ -254,7 +258,7 @@ TEST_F(ResultsFolderTest, LeavesNothingBehindWhenItsFirstRecordCannotBeWritten)
         const FileSizeLimit disk(100);
         try {
             begin(run);
-        } catch (const ResultsError&) {
+        } catch (const protocol::StorageError&) {
             refused = true;
         }
     }
@@ -268,8 +272,8 @@ TEST_F(ResultsFolderTest, IsRefusedWhereNoDirectoryCanBeMade)
     std::ofstream(temporary_.path() / "file") << "x";
     record::Run run = samples::passed();
 
-    EXPECT_THROW(ResultsFolder(temporary_.path() / "file", run, {}), ResultsError);
-    EXPECT_THROW(ResultsFolder("/dev/null/results", run, {}), ResultsError);
+    EXPECT_THROW(ResultsFolder(temporary_.path() / "file", run, {}), protocol::StorageError);
+    EXPECT_THROW(ResultsFolder("/dev/null/results", run, {}), protocol::StorageError);
 }
 
 TEST_F(ResultsFolderTest, IsRefusedForANameThatLeadsElsewhere)
@@ -277,7 +281,7 @@ TEST_F(ResultsFolderTest, IsRefusedForANameThatLeadsElsewhere)
     for (const char* id : {"", ".", "..", "../elsewhere", "a/b"}) {
         record::Run run = samples::passed();
         run.id = id;
-        EXPECT_THROW(begin(run), ResultsError) << id;
+        EXPECT_THROW(begin(run), protocol::StorageError) << id;
     }
 }
 
@@ -289,7 +293,16 @@ TEST(RunId, IsMadeOfHarmlessCharacters)
     EXPECT_EQ(makeRunId("smoke", time, ""), "smoke-20261121-140508.123");
 }
 
-TEST(AtomicFile, ReplacesAFileAsAWhole)
+// The values of FIPS 180-2, appendix B, and of the empty message.
+TEST(StoredFile, HasTheHashOfThePublishedExamples)
+{
+    EXPECT_EQ(sha256(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(sha256("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(sha256("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+              "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
+}
+
+TEST(StoredFile, ReplacesAFileAsAWhole)
 {
     const tests::TempDir directory;
     const fs::path path = directory.path() / "file";
@@ -301,7 +314,7 @@ TEST(AtomicFile, ReplacesAFileAsAWhole)
     EXPECT_THAT(namesIn(directory.path()), ElementsAre("file"));
 }
 
-TEST(AtomicFile, ThatCannotBeWrittenStaysWhatItWas)
+TEST(StoredFile, ThatCannotBeWrittenStaysWhatItWas)
 {
     const tests::TempDir directory;
     const fs::path path = directory.path() / "file";
@@ -312,7 +325,7 @@ TEST(AtomicFile, ThatCannotBeWrittenStaysWhatItWas)
         const FileSizeLimit disk(4);
         try {
             writeAtomically(path, "longer than the disk");
-        } catch (const ResultsError&) {
+        } catch (const protocol::StorageError&) {
             refused = true;
         }
     }

@@ -1,6 +1,7 @@
 #include "station/record/RunList.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -9,7 +10,10 @@
 #include <system_error>
 #include <utility>
 
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
 #include "station/record/Outcome.h"
+#include "station/record/RecordJson.h"
 #include "station/record/ResultsFolder.h"
 
 namespace station::record {
@@ -18,7 +22,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// @returns whether the folder's writer is still there.
+/// @returns whether a station still writes into the folder.
 bool isRunning(const fs::path& folder)
 {
     if (!folder.filename().string().ends_with(kRunningSuffix)) {
@@ -62,7 +66,8 @@ std::vector<fs::path> foldersOf(const fs::path& directory)
         }
     }
     if (error) {
-        throw StoreError("cannot read the results in " + directory.string() + ": " + error.message());
+        throw protocol::StorageError(
+            fmt::format("cannot read the results in {}: {}", directory.string(), error.message()), protocol::kWrongUse);
     }
     std::ranges::sort(folders);
     return folders;
@@ -96,7 +101,7 @@ fs::path findRecord(const fs::path& directory, const std::string& run)
     if (run == "latest") {
         const RunList list = listRuns(directory);
         if (list.runs.empty()) {
-            throw StoreError("there is no run in " + directory.string());
+            throw protocol::UserError("there is no run in " + directory.string());
         }
         return list.runs.front().folder / kRecordFile;
     }
@@ -108,8 +113,8 @@ fs::path findRecord(const fs::path& directory, const std::string& run)
     if (fs::is_regular_file(run, error)) {
         return run;
     }
-    throw StoreError("there is no run '" + run + "' in " + directory.string() +
-                     ": the name of a folder there was expected, its path, or 'latest'");
+    throw protocol::UserError(fmt::format("{}: expected the name or path of a run's folder, or 'latest', got {}",
+                                          directory.string(), protocol::inQuotes(run)));
 }
 
 }  // namespace station::record

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <string>
 
+#include "protocol/Errors.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/ResultsFolder.h"
 #include "station/record/SampleRuns.h"
@@ -18,7 +19,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-class ResultsStore : public testing::Test
+class RunListTest : public testing::Test
 {
 protected:
     void keep(record::Run run, std::string id, std::chrono::seconds later)
@@ -33,7 +34,7 @@ protected:
     const fs::path directory_ = temporary_.path();
 };
 
-TEST_F(ResultsStore, ListsTheNewestFirstWithWhatWentWrong)
+TEST_F(RunListTest, ListsTheNewestFirstWithWhatWentWrong)
 {
     keep(samples::passed(), "b-old", std::chrono::seconds(0));
     keep(samples::failed(), "a-new", std::chrono::seconds(60));
@@ -52,7 +53,7 @@ TEST_F(ResultsStore, ListsTheNewestFirstWithWhatWentWrong)
     EXPECT_THAT(list.passedOver, IsEmpty());
 }
 
-TEST_F(ResultsStore, PassesOverWhatIsNoRunAndTellsABrokenRecord)
+TEST_F(RunListTest, PassesOverWhatIsNoRunAndTellsABrokenRecord)
 {
     keep(samples::passed(), "good", std::chrono::seconds(0));
     fs::create_directories(directory_ / "notes");
@@ -69,7 +70,7 @@ TEST_F(ResultsStore, PassesOverWhatIsNoRunAndTellsABrokenRecord)
                                                     ": parse error at line 1, column 2: "));
 }
 
-TEST_F(ResultsStore, TellsARunThatGoesOnFromOneThatWasKilled)
+TEST_F(RunListTest, TellsARunThatGoesOnFromOneThatWasKilled)
 {
     record::Run going = samples::passed();
     going.id = "going";
@@ -87,18 +88,18 @@ TEST_F(ResultsStore, TellsARunThatGoesOnFromOneThatWasKilled)
     EXPECT_EQ(list.runs[1].verdict, Verdict::kAborted);
 }
 
-TEST_F(ResultsStore, RefusesADirectoryThatIsNotThere)
+TEST_F(RunListTest, RefusesADirectoryThatIsNotThere)
 {
     try {
         listRuns(directory_ / "nothing");
         FAIL() << "it was listed";
-    } catch (const StoreError& error) {
+    } catch (const protocol::StorageError& error) {
         EXPECT_EQ(error.what(),
                   "cannot read the results in " + (directory_ / "nothing").string() + ": No such file or directory");
     }
 }
 
-TEST_F(ResultsStore, FindsARunByItsNameItsFolderItsFileOrAsTheLatest)
+TEST_F(RunListTest, FindsARunByItsNameItsFolderItsFileOrAsTheLatest)
 {
     keep(samples::passed(), "first", std::chrono::seconds(0));
     keep(samples::passed(), "second", std::chrono::seconds(5));
@@ -112,8 +113,8 @@ TEST_F(ResultsStore, FindsARunByItsNameItsFolderItsFileOrAsTheLatest)
     EXPECT_EQ(findRecord("/elsewhere", (directory_ / "second").string()), second);
     EXPECT_EQ(findRecord("/elsewhere", second.string()), second);
     EXPECT_EQ(findRecord(directory_, "killed"), directory_ / "killed.running" / "record.json");
-    EXPECT_THROW(findRecord(directory_, "third"), StoreError);
-    EXPECT_THROW(findRecord("/elsewhere", "latest"), StoreError);
+    EXPECT_THROW(findRecord(directory_, "third"), protocol::UserError);
+    EXPECT_THROW(findRecord("/elsewhere", "latest"), protocol::StorageError);
 }
 
 }  // namespace

@@ -2,27 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 namespace station::record {
 
 namespace {
-
-/// The worst last.
-constexpr std::array kBySeverity{
-    std::pair{Verdict::kSkipped, "SKIPPED"}, std::pair{Verdict::kPass, "PASS"},
-    std::pair{Verdict::kFail, "FAIL"},       std::pair{Verdict::kTimeout, "TIMEOUT"},
-    std::pair{Verdict::kError, "ERROR"},     std::pair{Verdict::kAborted, "ABORTED"},
-};
-
-std::size_t severity(Verdict verdict)
-{
-    std::size_t place = 0;
-    while (place + 1 < kBySeverity.size() && kBySeverity[place].first != verdict) {
-        ++place;
-    }
-    return place;
-}
 
 /// @returns whether the number was there.
 bool eraseSorted(std::deque<std::size_t>& numbers, std::size_t number)
@@ -37,14 +20,19 @@ bool eraseSorted(std::deque<std::size_t>& numbers, std::size_t number)
 
 }  // namespace
 
-const char* name(Verdict verdict)
+const VerdictWords& wordsOf(Verdict verdict)
 {
-    return kBySeverity[severity(verdict)].second;
-}
-
-Verdict worse(Verdict one, Verdict other)
-{
-    return severity(one) >= severity(other) ? one : other;
+    static constexpr std::array kWords{
+        VerdictWords{"SKIPPED", "skipped", "skipped", "\033[2m", "Not run."},
+        VerdictWords{"PASS", "passed", "pass", "\033[32m", "Every value is as the plan demands."},
+        VerdictWords{"FAIL", "failed", "fail", "\033[1;31m",
+                     "The unit answered, but a value is not as the plan demands."},
+        VerdictWords{"TIMEOUT", "timed out", "timeout", "\033[1;33m", "The unit did not answer in time."},
+        VerdictWords{"ERROR", "in error", "error", "\033[1;31m",
+                     "The line to the unit failed, or the unit sent something that cannot be understood."},
+        VerdictWords{"ABORTED", "aborted", "aborted", "\033[1;35m", "The user ended the run early."},
+    };
+    return kWords[static_cast<std::size_t>(verdict)];
 }
 
 std::size_t Events::add(TraceEvent event)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -12,25 +13,45 @@
 
 #include "station/trace/Trace.h"
 
-/// What a run of a plan did. The plan's engine appends facts to it: attempts with their measurements, line events, what
-/// cut something short. Outcome.h has the functions that compute verdicts from them; no verdict of a step, group, phase
-/// or run is stored.
+/// What a run of a plan did. The plan's runner appends facts: attempts with their measurements, events of the line, the
+/// reasons for which something ended early. Outcome.h computes the verdicts of steps, groups, phases and the run from
+/// them; no such verdict is stored.
 namespace station::record {
 
+/// From the best to the worst: a step, group, phase or run has the worst verdict of its parts.
 enum class Verdict : std::uint8_t {
+    kSkipped,  ///< not run, because of an earlier step or because something is missing
     kPass,
-    kFail,     ///< a limit was missed
-    kError,    ///< the link failed, or what came could not be understood
+    kFail,     ///< a value missed its limits
     kTimeout,  ///< nothing came in time
+    kError,    ///< the line failed, or the unit sent something that cannot be understood
     kAborted,  ///< the user ended it
-    kSkipped,  ///< not run, on account of what went before or of what is not there
 };
 
-/// @returns "PASS", "FAIL", "ERROR", "TIMEOUT", "ABORTED", "SKIPPED".
-const char* name(Verdict verdict);
+/// In the order in which reports list them.
+inline constexpr std::array kVerdicts{Verdict::kPass,    Verdict::kFail,    Verdict::kError,
+                                      Verdict::kTimeout, Verdict::kAborted, Verdict::kSkipped};
 
-/// @returns the worse of two: ABORTED, ERROR, TIMEOUT, FAIL, PASS, SKIPPED, the worst first.
-Verdict worse(Verdict one, Verdict other);
+/// The words for a verdict.
+struct VerdictWords {
+    const char* name;     ///< "PASS", "FAIL", "ERROR", "TIMEOUT", "ABORTED", "SKIPPED"
+    const char* counted;  ///< after a number of steps: "passed", "timed out"
+    const char* style;    ///< class in the style sheet
+    const char* colour;   ///< control sequence for a terminal
+    const char* meaning;  ///< a sentence for a reader who sees the verdict for the first time
+};
+
+const VerdictWords& wordsOf(Verdict verdict);
+
+inline const char* name(Verdict verdict)
+{
+    return wordsOf(verdict).name;
+}
+
+constexpr Verdict worse(Verdict one, Verdict other)
+{
+    return one >= other ? one : other;
+}
 
 /// A number, text, or yes/no.
 using Scalar = std::variant<double, std::string, bool>;

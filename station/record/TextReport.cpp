@@ -1,8 +1,9 @@
-#include "station/record/TextReport.h"
+#include <fmt/format.h>
 
 #include <algorithm>
 
 #include "station/record/Outcome.h"
+#include "station/record/Reports.h"
 #include "station/record/ValueText.h"
 #include "station/trace/Describe.h"
 
@@ -10,25 +11,10 @@ namespace station::record {
 
 namespace {
 
-using protocol::catalogue::Groups;
-
-const char* colourOf(Verdict verdict)
+/// @returns `text`, made printable, behind a separator; empty for an empty text.
+std::string behind(const char* separator, const std::string& text)
 {
-    switch (verdict) {
-        case Verdict::kPass:
-            return "\033[32m";
-        case Verdict::kFail:
-            return "\033[1;31m";
-        case Verdict::kError:
-            return "\033[1;31m";
-        case Verdict::kTimeout:
-            return "\033[1;33m";
-        case Verdict::kAborted:
-            return "\033[1;35m";
-        case Verdict::kSkipped:
-            return "\033[2m";
-    }
-    return "";
+    return text.empty() ? "" : separator + printable(text);
 }
 
 class TextWriter
@@ -60,8 +46,8 @@ private:
 
     void head()
     {
-        line(0, verdict(headline_.verdict) + "  " +
-                    bold(printable(run_.plan.title.empty() ? run_.plan.name : run_.plan.title)));
+        line(0, fmt::format("{}  {}", verdict(headline_.verdict),
+                            bold(printable(run_.plan.title.empty() ? run_.plan.name : run_.plan.title))));
         line(0, summaryOf(run_, outcome_));
         if (!headline_.reason.empty()) {
             line(0, printable(headline_.reason));
@@ -69,16 +55,12 @@ private:
         for (const std::string& each : headline_.beside) {
             line(0, printable(each));
         }
-        std::string facts = "Unit " + (run_.unit.serial.empty() ? "not known" : printable(run_.unit.serial)) + " at " +
-                            printable(run_.unit.port) + ", " + std::to_string(run_.unit.baud) + " baud; started " +
-                            toText(run_.started);
-        if (run_.ended >= run_.started) {
-            facts += ", took " + toText(durationOf(run_));
-        }
-        line(0, facts);
+        line(0, fmt::format("Unit {} at {}, {} baud; started {}{}",
+                            run_.unit.serial.empty() ? "not known" : printable(run_.unit.serial),
+                            printable(run_.unit.port), run_.unit.baud, toText(run_.started),
+                            run_.ended < run_.started ? "" : ", took " + toText(durationOf(run_))));
         line(0, "Line " + lineText(run_.line));
-        line(0, "Run " + printable(run_.id) +
-                    (run_.station.operatorName.empty() ? "" : ", operator " + printable(run_.station.operatorName)));
+        line(0, "Run " + printable(run_.id) + behind(", operator ", run_.station.operatorName));
     }
 
     void failed()
@@ -93,14 +75,12 @@ private:
             const Step& step = *placed.step;
             line(0, "");
             line(2, verdict(placed.verdict) + "  " + bold(printable(step.name)));
-            std::string where = printable(placed.phase->name) + " > " + printable(placed.group->name);
-            if (placed.group->tries.size() > 1) {
-                where += " > try " + std::to_string(placed.groupTry + 1) + " of " +
-                         std::to_string(placed.group->tries.size());
-            }
-            line(4, where + (step.what.empty() ? "" : ": " + printable(step.what)));
+            const std::size_t tries = placed.group->tries.size();
+            line(4, fmt::format("{} > {}{}{}", printable(placed.phase->name), printable(placed.group->name),
+                                tries > 1 ? fmt::format(" > try {} of {}", placed.groupTry + 1, tries) : "",
+                                behind(": ", step.what)));
             const std::string reason = reasonOf(step);
-            line(4, reason.empty() ? meaning(placed.verdict) : printable(reason));
+            line(4, reason.empty() ? wordsOf(placed.verdict).meaning : printable(reason));
             attempts(4, step, true);
         }
     }
@@ -113,16 +93,15 @@ private:
             line(2, "The run ended before its first step.");
         }
         for (const Phase& phase : run_.phases) {
-            const std::string reason = reasonOf(phase);
-            line(2, printable(phase.name) + "  " + verdict(verdictOf(phase)) +
-                        (reason.empty() ? "" : "  " + printable(reason)));
+            line(2, fmt::format("{}  {}{}", printable(phase.name), verdict(verdictOf(phase)),
+                                behind("  ", reasonOf(phase))));
             for (const Group& group : phase.groups) {
                 line(4, printable(group.name) + "  " + verdict(verdictOf(group)));
                 for (std::size_t i = 0; i < group.tries.size(); ++i) {
                     const bool counting = !group.tries[i].superseded;
                     if (group.tries.size() > 1) {
-                        line(6, "try " + std::to_string(i + 1) + " of " + std::to_string(group.tries.size()) + "  " +
-                                    verdict(verdictOf(group.tries[i])));
+                        line(6, fmt::format("try {} of {}  {}", i + 1, group.tries.size(),
+                                            verdict(verdictOf(group.tries[i]))));
                     }
                     for (const Step& step : group.tries[i].steps) {
                         this->step(step, counting);
@@ -153,9 +132,8 @@ private:
         for (std::size_t i = 0; i < step.attempts.size(); ++i) {
             const Attempt& attempt = step.attempts[i];
             if (step.attempts.size() > 1) {
-                line(indent, "attempt " + std::to_string(i + 1) + " of " + std::to_string(step.attempts.size()) + "  " +
-                                 verdict(attempt.verdict) +
-                                 (attempt.reason.empty() ? "" : "  " + printable(attempt.reason)));
+                line(indent, fmt::format("attempt {} of {}  {}{}", i + 1, step.attempts.size(),
+                                         verdict(attempt.verdict), behind("  ", attempt.reason)));
             }
             for (const Measurement& each : attempt.measurements) {
                 measurement(indent, each);
@@ -172,15 +150,11 @@ private:
 
     void measurement(int indent, const Measurement& each)
     {
-        std::string text = std::string(each.passed ? "" : "✕ ") + printable(each.name) + " = " +
-                           withUnit(toText(each.value), each.unit);
-        if (any(each.limits)) {
-            text += ", expected " + toText(each.limits, each.unit);
-        }
-        if (const std::string missed = miss(each); !missed.empty()) {
-            text += ": " + missed;
-        }
-        line(indent, text);
+        const std::string missed = miss(each);
+        line(indent, fmt::format("{}{} = {}{}{}", each.passed ? "" : "✕ ", printable(each.name),
+                                 withUnit(toText(each.value), each.unit),
+                                 any(each.limits) ? ", expected " + toText(each.limits, each.unit) : "",
+                                 missed.empty() ? "" : ": " + missed));
     }
 
     const Run& run_;
@@ -195,7 +169,7 @@ private:
 
 std::string coloured(Verdict verdict, bool colour)
 {
-    return colour ? colourOf(verdict) + std::string(name(verdict)) + "\033[0m" : name(verdict);
+    return colour ? fmt::format("{}{}\033[0m", wordsOf(verdict).colour, name(verdict)) : name(verdict);
 }
 
 std::string textReport(const Run& run, Groups groups, TextStyle style)

@@ -1,10 +1,12 @@
 #include "station/record/ValueText.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
+#include <vector>
 
 #include "station/ClockText.h"
 
@@ -15,21 +17,6 @@ namespace {
 /// Beyond these a number is easier to read with an exponent.
 constexpr double kSmallestPlain = 1e-6;
 constexpr double kLargestPlain = 1e15;
-
-std::string fixed(double number, int digits)
-{
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%.*f", digits, number);
-    return text.data();
-}
-
-/// @returns the number with twelve digits: a difference of decimal fractions then shows no binary noise.
-double withoutNoise(double number)
-{
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%.12g", number);
-    return std::strtod(text.data(), nullptr);
-}
 
 }  // namespace
 
@@ -43,6 +30,11 @@ std::string toText(double number)
     return {text.data(), end.ptr};
 }
 
+std::string shortText(double number)
+{
+    return fmt::format("{:.12g}", number);
+}
+
 std::string toText(const Scalar& value)
 {
     if (const auto* number = std::get_if<double>(&value)) {
@@ -51,7 +43,7 @@ std::string toText(const Scalar& value)
     if (const auto* yes = std::get_if<bool>(&value)) {
         return *yes ? "yes" : "no";
     }
-    return '"' + printable(std::get<std::string>(value)) + '"';
+    return fmt::format("\"{}\"", printable(std::get<std::string>(value)));
 }
 
 std::string withUnit(const std::string& value, const std::string& unit)
@@ -65,23 +57,22 @@ std::string withUnit(const std::string& value, const std::string& unit)
 
 std::string toText(const Limits& limits, const std::string& unit)
 {
-    std::string text;
-    const auto add = [&text](const std::string& demand) { text += (text.empty() ? "" : ", ") + demand; };
+    std::vector<std::string> demands;
     if (limits.equals) {
         const bool number = std::holds_alternative<double>(*limits.equals);
-        add("exactly " + withUnit(toText(*limits.equals), number ? unit : ""));
+        demands.push_back("exactly " + withUnit(toText(*limits.equals), number ? unit : ""));
     }
     if (limits.minimum && limits.maximum) {
-        add(withUnit(toText(*limits.minimum) + " to " + toText(*limits.maximum), unit));
+        demands.push_back(withUnit(fmt::format("{} to {}", toText(*limits.minimum), toText(*limits.maximum)), unit));
     } else if (limits.minimum) {
-        add("at least " + withUnit(toText(*limits.minimum), unit));
+        demands.push_back("at least " + withUnit(toText(*limits.minimum), unit));
     } else if (limits.maximum) {
-        add("at most " + withUnit(toText(*limits.maximum), unit));
+        demands.push_back("at most " + withUnit(toText(*limits.maximum), unit));
     }
     if (limits.matches) {
-        add("whole text matching /" + printable(*limits.matches) + "/");
+        demands.push_back(fmt::format("whole text matching /{}/", printable(*limits.matches)));
     }
-    return text;
+    return fmt::format("{}", fmt::join(demands, ", "));
 }
 
 bool any(const Limits& limits)
@@ -96,7 +87,7 @@ std::string miss(const Measurement& measurement)
         return {};
     }
     const auto by = [&measurement](double difference, const char* where) {
-        return withUnit(toText(withoutNoise(difference)), measurement.unit) + where;
+        return withUnit(shortText(difference), measurement.unit) + where;
     };
     const Limits& limits = measurement.limits;
     if (limits.minimum && *number < *limits.minimum) {
@@ -112,16 +103,14 @@ std::string toText(std::chrono::nanoseconds duration)
 {
     const double seconds = std::chrono::duration<double>(duration).count();
     if (seconds < 0.9995) {
-        return fixed(seconds * 1e3, seconds < 0.09995 ? 1 : 0) + " ms";
+        return fmt::format("{:.{}f} ms", seconds * 1e3, seconds < 0.09995 ? 1 : 0);
     }
     if (seconds < 59.995) {
-        return fixed(seconds, 2) + " s";
+        return fmt::format("{:.2f} s", seconds);
     }
     const auto whole = std::chrono::round<std::chrono::seconds>(duration).count();
-    if (whole < 3600) {
-        return std::to_string(whole / 60) + " min " + std::to_string(whole % 60) + " s";
-    }
-    return std::to_string(whole / 3600) + " h " + std::to_string(whole % 3600 / 60) + " min";
+    return whole < 3600 ? fmt::format("{} min {} s", whole / 60, whole % 60)
+                        : fmt::format("{} h {} min", whole / 3600, whole % 3600 / 60);
 }
 
 std::string toText(std::chrono::system_clock::time_point time)
@@ -132,25 +121,6 @@ std::string toText(std::chrono::system_clock::time_point time)
 std::string isoText(std::chrono::system_clock::time_point time)
 {
     return time == std::chrono::system_clock::time_point{} ? "" : isoUtc(time, 9);
-}
-
-const char* meaning(Verdict verdict)
-{
-    switch (verdict) {
-        case Verdict::kPass:
-            return "Everything was as the plan demands.";
-        case Verdict::kFail:
-            return "The unit answered, but a value is not what the plan demands.";
-        case Verdict::kError:
-            return "The line to the unit failed, or what the unit sent could not be understood.";
-        case Verdict::kTimeout:
-            return "The unit did not answer in time.";
-        case Verdict::kAborted:
-            return "The run was ended before it was through.";
-        case Verdict::kSkipped:
-            return "Not run.";
-    }
-    return "";
 }
 
 }  // namespace station::record

@@ -4,7 +4,7 @@
 #include <system_error>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/record/Sha256.h"
+#include "station/record/StoredFile.h"
 
 namespace programs::station_tool {
 

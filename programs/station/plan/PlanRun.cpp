@@ -72,19 +72,20 @@ public:
     void onGroupEnded(std::string_view phase, const station::record::Group& group,
                       const station::record::Run& run) override
     {
-        // The unit must not stay half tested for the sake of the record.
-        guarded([&] { results_->save(run); });
+        try {
+            if (results_) {
+                results_->save(run);
+            }
+        } catch (const std::exception&) {
+            // The unit must not stay half tested for the sake of the record, and the end writes everything again.
+        }
         view_.onGroupEnded(phase, group, run);
     }
 
     void onEnded(const station::record::Run& run) override
     {
-        // Every file is written again: what could not be written before counts no more.
-        error_.clear();
-        guarded([&] { folder_ = results_->finish(run).string(); });
-        if (results_ && folder_.empty()) {
-            folder_ = results_->folder().string();
-        }
+        guarded([&] { results_->finish(run); });
+        folder_ = results_ ? results_->folder().string() : "";
         view_.onEnded(run);
     }
 
@@ -106,14 +107,10 @@ private:
         }
         try {
             work();
-        } catch (const station::record::ReportError& error) {
-            note(error.what());
         } catch (const std::exception& error) {
-            note(std::string("not recorded: ") + error.what());
+            error_ = error_.empty() ? error.what() : error_;
         }
     }
-
-    void note(const std::string& error) { error_ = error_.empty() ? error : error_; }
 
     station::plan::Observer& view_;
     const std::string directory_;
