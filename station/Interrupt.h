@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "protocol/Errors.h"
 
@@ -10,7 +11,9 @@ namespace station {
 class Interrupted : public protocol::Error
 {
 public:
-    Interrupted() : Error("interrupted", "interrupted", protocol::kInterrupted) {}
+    explicit Interrupted(const std::string& line = "interrupted") : Error(line, "interrupted", protocol::kInterrupted)
+    {
+    }
 };
 
 /// A flag that ends waiting. A signal handler may set it: `request` is async-signal-safe and wakes a poll on

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -7,8 +9,6 @@
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 #include "protocol/Text.h"
-#include "station/identity/LedgerFile.h"
-#include "station/record/ValueText.h"
 
 namespace programs::station_tool {
 
@@ -16,7 +16,7 @@ namespace {
 
 namespace identity = station::identity;
 using identity::Registry;
-using station::record::printable;
+using protocol::printable;
 
 struct IdentityRegistryOptions {
     std::string value;
@@ -38,12 +38,13 @@ void print(const Registry::Entry& entry, bool json)
         return;
     }
     const std::string owner = entry.unit.empty() ? entry.reason : "unit " + entry.unit + ", " + entry.record;
-    std::printf("%-14s  %-20s  %-8s  %s  %s\n", entry.space.c_str(), printable(entry.value).c_str(), name(entry.state),
-                entry.time.c_str(), printable(owner).c_str());
+    std::puts(fmt::format("{:<14}  {:<20}  {:<8}  {}  {}", entry.space, printable(entry.value), name(entry.state),
+                          entry.time, printable(owner))
+                  .c_str());
     for (const auto& one : entry.events) {
-        const std::string unit = one.unit.empty() ? "" : "unit " + one.unit;
-        const std::string reason = one.reason.empty() ? "" : (unit.empty() ? "" : ", ") + one.reason;
-        std::printf("  %s  %-11s  %s\n", one.time.c_str(), one.event.c_str(), printable(unit + reason).c_str());
+        std::string text = one.unit.empty() ? "" : "unit " + one.unit;
+        text += (text.empty() || one.reason.empty() ? "" : ", ") + one.reason;
+        std::puts(fmt::format("  {}  {:<11}  {}", one.time, one.event, printable(text)).c_str());
     }
 }
 
@@ -68,7 +69,7 @@ int who(Tool& tool, const std::string& value)
             },
             value);
     if (!found) {
-        complain(kProgram, "'" + printable(value) + "' is not in the registry");
+        complain(kProgram, protocol::inQuotes(value) + " is not in the registry");
     }
     return found ? kPassed : kFailed;
 }
@@ -76,7 +77,7 @@ int who(Tool& tool, const std::string& value)
 int importFile(Tool& tool, const std::string& path)
 {
     if (path == "-") {
-        throw WrongUse("expected a file to import, got standard input: a ledger is changed, too");
+        throw protocol::UserError("expected a file, got standard input: the import writes into a ledger");
     }
     const std::string text = readInput(path, tool.interrupt);
     const auto registry = tool.station->openRegistry();
@@ -84,15 +85,11 @@ int importFile(Tool& tool, const std::string& path)
     if (text.starts_with("{") || path.ends_with(".ledger")) {
         fresh = registry->importLedger(path);
     } else {
-        try {
-            fresh = registry->importTable(identity::readCsv(text, path, tool.station->records()));
-        } catch (const identity::CsvError& error) {
-            throw WrongUse(error.what());
-        }
+        fresh = registry->importTable(identity::readCsv(text, path, tool.station->records()));
     }
     if (const auto& twice = registry->givenTwice(); !twice.empty()) {
-        const std::string more = twice.size() == 1 ? "" : " (and " + std::to_string(twice.size() - 1) + " more)";
-        complain(kProgram, path + " gives another unit " + printable(twice.front()) + more);
+        const std::string more = twice.size() == 1 ? "" : fmt::format(" (and {} more)", twice.size() - 1);
+        complain(kProgram, fmt::format("{}: gives another unit {}{}", path, twice.front(), more));
     }
     if (tool.json) {
         printJson({{"file", path}, {"values", fresh}, {"given_twice", registry->givenTwice()}});
@@ -108,10 +105,10 @@ void addIdentityRegistry(Tool& tool, CLI::App& parent)
 {
     CLI::App* const noun = parent.add_subcommand(
         "registry",
-        "Shows and fills the registry of the values that were given to units\n"
-        "The station's file says where it is ([paths] registry); by default it is "
+        "Lists and fills the registry of the values that were given to units\n"
+        "The registry is the file of [paths] registry in the station's file; by default "
         "$XDG_STATE_HOME/engineering-station/registry.sqlite. A value in it is never given to a second unit, and never "
-        "taken out again.");
+        "removed.");
     noun->require_subcommand(1);
 
     CLI::App* verb = noun->add_subcommand("list", "Lists all values: name space, value, state, time, unit");
@@ -119,21 +116,20 @@ void addIdentityRegistry(Tool& tool, CLI::App& parent)
     verb->callback([&tool] { tool.action = [&tool] { return list(tool); }; });
 
     const auto options = std::make_shared<IdentityRegistryOptions>();
-    verb = noun->add_subcommand("who", "Tells which unit has a value; exit status 1 when nobody has");
+    verb = noun->add_subcommand("who", "Prints which unit has a value; exit status 1 if no unit has it");
     verb->add_option("VALUE", options->value, "A serial number, or an address in any spelling")->required();
     verb->footer("  engineering-station identity registry who 00:1A:7D:00:00:01");
     verb->callback([&tool, options] { tool.action = [&tool, options] { return who(tool, options->value); }; });
 
     verb = noun->add_subcommand("import",
-                                "Takes over values that units have\n"
+                                "Adds values that units have\n"
                                 "From the ledger beside a CSV file (FILE.csv.ledger), which names this registry from "
-                                "then on, or from a CSV file "
-                                "each row of which a unit has.");
+                                "then on, or from a CSV file whose rows all belong to units.");
     verb->add_option("FILE", options->file, "The ledger, or the CSV file")->required()->type_name("FILE");
     verb->footer("  engineering-station identity registry import units.csv.ledger");
     verb->callback([&tool, options] { tool.action = [&tool, options] { return importFile(tool, options->file); }; });
 
-    verb = noun->add_subcommand("block", "Keeps a value from being given to any unit");
+    verb = noun->add_subcommand("block", "Makes sure that a value is never given");
     verb->add_option("VALUE", options->value, "A serial number, or an address")->required();
     verb->add_option("--reason", options->reason, "Why")->type_name("REASON");
     verb->footer("  engineering-station identity registry block 001A7D0000FF --reason 'used in the laboratory'");
@@ -145,10 +141,9 @@ void addIdentityRegistry(Tool& tool, CLI::App& parent)
     });
 
     verb = noun->add_subcommand("adopt",
-                                "Makes a copied or restored registry the one that gives values\n"
-                                "Values that the other one gave after the copy was made have to be imported or blocked "
-                                "first: this registry does "
-                                "not know them.");
+                                "Lets a copied or restored registry give values\n"
+                                "First import or block the values that the other registry gave after the copy was "
+                                "made: this registry does not know them.");
     verb->footer("  engineering-station identity registry adopt");
     verb->callback([&tool] {
         tool.action = [&tool] {

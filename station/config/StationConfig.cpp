@@ -1,8 +1,17 @@
 #include "station/config/StationConfig.h"
 
-#include <algorithm>
-#include <filesystem>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <glib.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
 #include "protocol/toml/TableReader.h"
 #include "station/Pattern.h"
 
@@ -63,14 +72,14 @@ private:
             return all;
         }
         if (!node->is_array()) {
-            section.report(key, "'" + std::string(key) + "': expected an array of texts");
+            section.report(key, fmt::format("'{}': expected an array of texts", key));
             return all;
         }
         for (const toml::node& element : *node->as_array()) {
             if (const auto* text = element.as_string()) {
                 all.push_back(text->get());
             } else {
-                protocol::toml_file::report(problems_, element, "'" + std::string(key) + "': expected a text");
+                protocol::toml_file::report(problems_, element, fmt::format("'{}': expected a text", key));
             }
         }
         return all;
@@ -78,15 +87,12 @@ private:
 
     const identity::Record* record(std::string_view name, const toml::node& place)
     {
-        const identity::Record* found = find(records_, name);
-        if (found == nullptr) {
-            try {
-                require(records_, name);
-            } catch (const std::invalid_argument& error) {
-                protocol::toml_file::report(problems_, place, error.what());
-            }
+        try {
+            return &require(records_, name);
+        } catch (const protocol::UserError& error) {
+            protocol::toml_file::report(problems_, place, error.what());
+            return nullptr;
         }
-        return found;
     }
 
     void readUnit(const toml::table& table)
@@ -95,8 +101,8 @@ private:
         if (const auto name = section.optionalText("serial")) {
             const identity::Record* found = record(*name, *table.get("serial"));
             if (found != nullptr && (!found->unique || found->isAddress())) {
-                section.report("serial",
-                               "'" + *name + "' is not a serial number: expected factory-serial or hu-serial");
+                section.report("serial", fmt::format("'serial': expected factory-serial or hu-serial, got {}",
+                                                     protocol::inQuotes(*name)));
             }
             config_.unit.serial.name = *name;
         }
@@ -144,6 +150,21 @@ private:
     Problems& problems_;
 };
 
+/// @returns why the tool cannot write in a folder that it would make with its parents; empty if it can.
+std::string obstacleAt(fs::path folder)
+{
+    std::error_code error;
+    while (folder.has_parent_path() && !fs::exists(folder, error)) {
+        folder = folder.parent_path();
+    }
+    if (!fs::is_directory(folder, error)) {
+        return folder.string() + " is not a directory";
+    }
+    return access(folder.c_str(), W_OK | X_OK) == 0
+               ? ""
+               : fmt::format("cannot write in {}: {}", folder.string(), std::generic_category().message(errno));
+}
+
 }  // namespace
 
 StationConfig readStationConfig(std::string_view text, const std::string& file, identity::Records records,
@@ -157,6 +178,68 @@ StationConfig readStationConfig(std::string_view text, const std::string& file, 
     }
     protocol::toml_file::sort(problems);
     return config;
+}
+
+std::string findStationFile(const std::string& given)
+{
+    constexpr const char* kSystemFile = "/etc/engineering/station.toml";
+    if (!given.empty()) {
+        return given;
+    }
+    if (const char* named = g_getenv("ENGINEERING_STATION"); named != nullptr && *named != '\0') {
+        return named;
+    }
+    std::error_code error;
+    return fs::exists(kSystemFile, error) ? kSystemFile : "";
+}
+
+std::string stateFolder()
+{
+    return std::string(g_get_user_state_dir()) + "/engineering-station";
+}
+
+std::string registryPath(const StationConfig& config)
+{
+    return config.registry.empty() ? stateFolder() + "/registry.sqlite" : config.registry;
+}
+
+std::string findPlan(const std::string& plan, const std::vector<std::string>& folders)
+{
+    std::error_code error;
+    if (plan.find('/') != std::string::npos || fs::exists(plan, error)) {
+        return plan;
+    }
+    for (const std::string& folder : folders) {
+        for (const char* ending : {"", ".toml"}) {
+            const fs::path path = fs::path(folder) / (plan + ending);
+            if (fs::is_regular_file(path, error)) {
+                return path.string();
+            }
+        }
+    }
+    throw protocol::UserError(
+        fmt::format("there is no plan {}; looked in ., {}", protocol::inQuotes(plan), fmt::join(folders, ", ")));
+}
+
+std::vector<std::string> unusablePaths(const StationConfig& config)
+{
+    std::vector<std::string> lines;
+    const auto add = [&lines](const char* key, const std::string& obstacle) {
+        if (!obstacle.empty()) {
+            lines.push_back(fmt::format("[paths] {}: {}", key, obstacle));
+        }
+    };
+    if (!config.registry.empty()) {
+        add("registry", obstacleAt(fs::absolute(config.registry).parent_path()));
+    }
+    if (!config.results.empty()) {
+        add("results", obstacleAt(fs::absolute(config.results)));
+    }
+    for (const std::string& folder : config.plans) {
+        std::error_code error;
+        add("plans", fs::is_directory(folder, error) ? "" : folder + " is not a directory");
+    }
+    return lines;
 }
 
 }  // namespace station

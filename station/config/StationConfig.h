@@ -9,20 +9,37 @@
 
 namespace station {
 
-/// What one place of the plant has of its own: station.toml.
+/// The settings of a station: station.toml.
 struct StationConfig {
-    std::string file;  ///< empty: there is none, and the defaults hold
+    std::string file;  ///< empty for none: the defaults hold
     std::string name;
     std::string line;
-    // Paths of the file are relative to its folder.
+    // Paths in the file are relative to its folder.
     std::string results;             ///< empty for the default
     std::string registry;            ///< empty for the default
     std::vector<std::string> plans;  ///< folders that are searched for a plan's name
     identity::UnitRules unit;
 };
 
-/// Reads the text of a station.toml. Everything that is wrong is put into `problems`, sorted by place.
+/// Reads the text of a station.toml. Puts all its errors into `problems`, sorted by place.
 StationConfig readStationConfig(std::string_view text, const std::string& file, identity::Records records,
                                 protocol::toml_file::Problems& problems);
+
+/// @returns the path of the station's file: `given`, else $ENGINEERING_STATION, else /etc/engineering/station.toml if
+/// it exists; empty for none.
+std::string findStationFile(const std::string& given);
+
+/// @returns the folder of the files that the tool keeps: $XDG_STATE_HOME/engineering-station.
+std::string stateFolder();
+
+/// @returns the path of the registry: the station's, else in the state folder.
+std::string registryPath(const StationConfig& config);
+
+/// @returns the path of a plan: `plan` itself if it is a path or a file, else that of the first folder that has it.
+/// Throws UserError if none has it.
+std::string findPlan(const std::string& plan, const std::vector<std::string>& folders);
+
+/// @returns a line for each path in the file that this machine cannot use.
+std::vector<std::string> unusablePaths(const StationConfig& config);
 
 }  // namespace station

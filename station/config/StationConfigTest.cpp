@@ -3,7 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "protocol/Errors.h"
 #include "protocol/catalogue/Catalogue.h"
+#include "tests/support/TempDir.h"
 
 namespace station {
 namespace {
@@ -106,6 +112,61 @@ pattern = "("
                 ElementsAre(testing::StartsWith("f:2:1: "), testing::StartsWith("f:4:"), testing::StartsWith("f:6:"),
                             testing::StartsWith("f:7:"), testing::StartsWith("f:8:"), testing::StartsWith("f:11:"),
                             testing::StartsWith("f:12:")));
+}
+
+TEST_F(StationConfigTest, PathsThatTheMachineCannotUseAreReported)
+{
+    const tests::TempDir directory;
+    const std::string plain = directory.path() / "plain";
+    std::ofstream{plain};
+    StationConfig config;
+    config.registry = plain + "/registry.sqlite";
+    config.results = plain + "/results";
+    config.plans = {directory.path() / "none", directory.path()};
+
+    EXPECT_THAT(unusablePaths(config), ElementsAre("[paths] registry: " + plain + " is not a directory",
+                                                   "[paths] results: " + plain + " is not a directory",
+                                                   "[paths] plans: " + config.plans[0] + " is not a directory"));
+    EXPECT_THAT(unusablePaths({}), IsEmpty());
+}
+
+TEST_F(StationConfigTest, PlanIsFoundInTheFirstFolderThatHasIt)
+{
+    const tests::TempDir directory;
+    const std::string first = directory.path() / "first";
+    const std::string second = directory.path() / "second";
+    for (const std::string& folder : {first, second}) {
+        std::filesystem::create_directory(folder);
+        std::ofstream(folder + "/two.toml");
+    }
+    std::ofstream(second + "/one.toml");
+
+    EXPECT_EQ(findPlan("one", {first, second}), second + "/one.toml");
+    EXPECT_EQ(findPlan("two.toml", {first, second}), first + "/two.toml");
+    EXPECT_EQ(findPlan("./one", {second}), "./one");
+    try {
+        findPlan("three", {first, second});
+        FAIL() << "it was found";
+    } catch (const protocol::UserError& error) {
+        EXPECT_EQ(error.what(), "there is no plan 'three'; looked in ., " + first + ", " + second);
+    }
+}
+
+TEST_F(StationConfigTest, FileOfTheCommandLineComesBeforeThatOfTheEnvironment)
+{
+    setenv("ENGINEERING_STATION", "/named.toml", 1);
+    EXPECT_EQ(findStationFile(""), "/named.toml");
+    EXPECT_EQ(findStationFile("/given.toml"), "/given.toml");
+    unsetenv("ENGINEERING_STATION");
+}
+
+TEST_F(StationConfigTest, RegistryIsInTheStateFolderUnlessTheFileNamesOne)
+{
+    StationConfig config;
+    EXPECT_EQ(registryPath(config), stateFolder() + "/registry.sqlite");
+
+    config.registry = "/var/lib/registry.sqlite";
+    EXPECT_EQ(registryPath(config), "/var/lib/registry.sqlite");
 }
 
 }  // namespace

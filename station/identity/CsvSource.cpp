@@ -1,10 +1,13 @@
 #include "station/identity/CsvSource.h"
 
 #include <csv.h>
+#include <fmt/format.h>
 
+#include <algorithm>
 #include <memory>
-#include <set>
 #include <utility>
+
+#include "protocol/Text.h"
 
 namespace station::identity {
 
@@ -15,7 +18,7 @@ constexpr std::size_t kLongestLine = 1u << 20;
 
 [[noreturn]] void fail(const std::string& path, std::size_t line, const std::string& what)
 {
-    throw CsvError(path + ":" + std::to_string(line) + ": " + what);
+    throw protocol::UserError(fmt::format("{}:{}: {}", path, line, what));
 }
 
 /// libcsv, row by row.
@@ -31,15 +34,15 @@ public:
     RowParser(const RowParser&) = delete;
     RowParser& operator=(const RowParser&) = delete;
 
-    /// Takes a line with its end.
-    /// @returns an error's text, nullptr for none.
+    /// Takes a line with its line end.
+    /// @returns the text of an error; nullptr for none.
     const char* feed(const std::string& line)
     {
         const bool taken = csv_parse(&parser_, line.data(), line.size(), onField, onRow, this) == line.size();
         return taken ? nullptr : csv_strerror(csv_error(&parser_));
     }
 
-    /// @returns whether a row has ended, and it.
+    /// @returns whether a row has ended, and puts it into `row`.
     bool take(std::vector<std::string>& row)
     {
         if (!complete_) {
@@ -83,7 +86,7 @@ public:
             std::string line(text.substr(0, end));
             text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
             if (line.size() > kLongestLine) {
-                fail(table_.path, number, "a line of more than a million characters");
+                fail(table_.path, number, "expected a line of at most 1048576 characters");
             }
             if (number == 1 && line.starts_with("\xEF\xBB\xBF")) {
                 line.erase(0, 3);
@@ -97,19 +100,19 @@ public:
                 parser = std::make_unique<RowParser>(semicolons ? ';' : ',');
             }
             if (const char* error = parser->feed(line + "\n")) {
-                fail(table_.path, number, std::string("no CSV: ") + error);
+                fail(table_.path, number, fmt::format("expected comma-separated values: {}", error));
             }
             std::vector<std::string> row;
             if (!parser->take(row)) {
-                fail(table_.path, number, "no CSV: a quote that is not closed on its line");
+                fail(table_.path, number, "expected a closing quote before the end of the line");
             }
             take(number, row);
         }
         if (columns_.empty()) {
-            fail(table_.path, 1, "a line with the names of records was expected, as in 'factory-serial,carplay-mac'");
+            fail(table_.path, 1, "expected a line with the names of records, as in 'factory-serial,carplay-mac'");
         }
         if (table_.rows.empty()) {
-            fail(table_.path, number + 1, "a row of values was expected behind the names");
+            fail(table_.path, number + 1, "expected a row of values after the names");
         }
         return std::move(table_);
     }
@@ -126,16 +129,17 @@ private:
 
     void takeNames(std::size_t line, const std::vector<std::string>& names)
     {
-        std::set<std::string_view> seen;
         for (const std::string& name : names) {
+            const Record* record = nullptr;
             try {
-                columns_.push_back(&require(records_, name));
-            } catch (const std::invalid_argument& error) {
+                record = &require(records_, name);
+            } catch (const protocol::UserError& error) {
                 fail(table_.path, line, error.what());
             }
-            if (!seen.insert(columns_.back()->name).second) {
-                fail(table_.path, line, "two columns '" + name + "'");
+            if (std::ranges::find(columns_, record) != columns_.end()) {
+                fail(table_.path, line, fmt::format("expected one column {}, got two", protocol::inQuotes(name)));
             }
+            columns_.push_back(record);
         }
     }
 
@@ -143,8 +147,8 @@ private:
     {
         if (cells.size() != columns_.size()) {
             fail(table_.path, line,
-                 std::to_string(cells.size()) + " values, not " + std::to_string(columns_.size()) +
-                     " as there are names in the first line");
+                 fmt::format("expected {} for the names of the first line, got {}",
+                             protocol::plural(columns_.size(), "value"), cells.size()));
         }
         CsvRow row{line, {}};
         bool unique = false;
@@ -157,24 +161,24 @@ private:
             std::string value;
             try {
                 value = normalise(record, cells[i]);
-            } catch (const std::invalid_argument& error) {
-                fail(table_.path, line, name + ": " + error.what());
+            } catch (const protocol::UserError& error) {
+                fail(table_.path, line, error.what());
             }
             if (record.unique) {
                 unique = true;
-                const auto [where, fresh] = lines_.try_emplace({kindOf(record), value}, Place{line, name});
+                const auto [where, fresh] = lines_.try_emplace({std::string(record.space), value}, Place{line, name});
                 const Place& first = where->second;
-                // A unit may use one address for both.
+                // One unit may use one address for both kinds.
                 if (!fresh && (first.line != line || first.name == name)) {
                     fail(table_.path, line,
-                         name + " " + value + " stands in line " + std::to_string(first.line) + " already" +
-                             (first.name == name ? "" : ", as " + first.name));
+                         fmt::format("{} {} is already in line {}{}", name, value, first.line,
+                                     first.name == name ? "" : ", as " + first.name));
                 }
             }
             row.values.emplace(name, std::move(value));
         }
         if (!unique) {
-            fail(table_.path, line, "no value that tells the unit from others, such as factory-serial");
+            fail(table_.path, line, "expected a value of a unique record, such as factory-serial");
         }
         table_.rows.push_back(std::move(row));
     }
@@ -184,17 +188,10 @@ private:
         std::string name;
     };
 
-    /// @returns within what values must differ.
-    static std::string kindOf(const Record& record)
-    {
-        const bool address = record.write->params.front().type == protocol::catalogue::Type::kHexText;
-        return address ? "address" : std::string(record.name);
-    }
-
     Records records_;
     CsvTable table_;
     std::vector<const Record*> columns_;
-    std::map<std::pair<std::string, std::string>, Place> lines_;  // of unique values
+    std::map<std::pair<std::string, std::string>, Place> lines_;  // by name space and value
 };
 
 }  // namespace
@@ -204,16 +201,21 @@ CsvTable readCsv(std::string_view text, const std::string& path, Records records
     return TableReader(path, records).read(text);
 }
 
-Values uniqueValues(const Values& values, Records records)
+const CsvRow* CsvTable::find(const std::string& serial) const
 {
-    Values unique;
-    for (const auto& [name, value] : values) {
-        const Record* record = find(records, name);
-        if (record != nullptr && record->unique) {
-            unique.emplace(name, value);
-        }
+    const auto found = std::ranges::find_if(rows, [&](const CsvRow& row) {
+        const auto value = row.values.find("factory-serial");
+        return value != row.values.end() && value->second == serial;
+    });
+    return found == rows.end() ? nullptr : &*found;
+}
+
+const CsvRow& CsvTable::rowOf(const std::string& serial) const
+{
+    if (const CsvRow* row = find(serial)) {
+        return *row;
     }
-    return unique;
+    throw NotGiven(fmt::format("{}: no row has factory serial {}", path, serial));
 }
 
 }  // namespace station::identity

@@ -9,7 +9,6 @@ namespace station::identity {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Pair;
 
 class CsvSourceTest : public testing::Test
@@ -22,7 +21,7 @@ protected:
     {
         try {
             read(content);
-        } catch (const CsvError& error) {
+        } catch (const protocol::UserError& error) {
             const std::string what = error.what();
             return what.starts_with(path) ? what.substr(path.size()) : "(the file is not named) " + what;
         }
@@ -77,34 +76,33 @@ TEST_P(BrokenCsv, IsRefusedWithItsLine)
 INSTANTIATE_TEST_SUITE_P(
     CsvSource, BrokenCsv,
     testing::Values(
-        Broken{"NothingInIt", "",
-               ":1: a line with the names of records was expected, as in 'factory-serial,carplay-mac'"},
-        Broken{"NamesOnly", "factory-serial\n", ":2: a row of values was expected behind the names"},
-        Broken{
-            "NameThatIsNone", "factory-serial,color\nSN1,red\n",
-            ":1: 'color' is no record; there are factory-serial, production-date, password-number, bluetooth-address, "
-            "carplay-mac, hu-serial, drawing-code"},
-        Broken{"NameTwice", "factory-serial,factory-serial\nSN1,SN2\n", ":1: two columns 'factory-serial'"},
-        Broken{"ValueTooMany", "factory-serial\nSN1\nSN2,x\n",
-               ":3: 2 values, not 1 as there are names in the first line"},
+        Broken{"NothingInIt", "", ":1: expected a line with the names of records, as in 'factory-serial,carplay-mac'"},
+        Broken{"NamesOnly", "factory-serial\n", ":2: expected a row of values after the names"},
+        Broken{"UnknownName", "factory-serial,color\nSN1,red\n",
+               ":1: expected one of factory-serial, production-date, password-number, bluetooth-address, carplay-mac, "
+               "hu-serial, drawing-code, got 'color'"},
+        Broken{"NameTwice", "factory-serial,factory-serial\nSN1,SN2\n",
+               ":1: expected one column 'factory-serial', got two"},
+        Broken{"TooManyValues", "factory-serial\nSN1\nSN2,x\n",
+               ":3: expected 1 value for the names of the first line, got 2"},
         Broken{"ValueMissing", "factory-serial,hu-serial\nSN1\n",
-               ":2: 1 values, not 2 as there are names in the first line"},
-        Broken{"ValueThatIsNone", "factory-serial,carplay-mac\nSN1,0011\n",
-               ":2: carplay-mac: '0011' is no value: 12 hexadecimal digits were expected"},
+               ":2: expected 2 values for the names of the first line, got 1"},
+        Broken{"WrongValue", "factory-serial,carplay-mac\nSN1,0011\n",
+               ":2: carplay-mac: expected 12 hexadecimal digits, got '0011'"},
         Broken{"SameAddressTwice", "factory-serial,carplay-mac\nSN1,001122334455\nSN2,00:11:22:33:44:55\n",
-               ":3: carplay-mac 001122334455 stands in line 2 already"},
+               ":3: carplay-mac 001122334455 is already in line 2"},
         Broken{"SameAddressInAnotherColumn",
                "carplay-mac,bluetooth-address\n001122334455,001122334456\n001122334457,00:11:22:33:44:55\n",
-               ":3: bluetooth-address 001122334455 stands in line 2 already, as carplay-mac"},
-        Broken{"RowThatTellsNothing", "factory-serial,drawing-code\n,D-42\n",
-               ":2: no value that tells the unit from others, such as factory-serial"},
-        Broken{"QuoteThatIsNotClosed", "factory-serial\n\"SN1\nSN2\n",
-               ":2: no CSV: a quote that is not closed on its line"},
+               ":3: bluetooth-address 001122334455 is already in line 2, as carplay-mac"},
+        Broken{"RowWithoutAUniqueValue", "factory-serial,drawing-code\n,D-42\n",
+               ":2: expected a value of a unique record, such as factory-serial"},
+        Broken{"UnclosedQuote", "factory-serial\n\"SN1\nSN2\n",
+               ":2: expected a closing quote before the end of the line"},
         Broken{"QuoteWithinAValue", "factory-serial\nSN\"1\n",
-               ":2: no CSV: error parsing data while strict checking enabled"},
-        Broken{"NoText", "\x01\x02\x03\n",
-               ":1: '\x01\x02\x03' is no record; there are factory-serial, production-date, "
-               "password-number, bluetooth-address, carplay-mac, hu-serial, drawing-code"}),
+               ":2: expected comma-separated values: error parsing data while strict checking enabled"},
+        Broken{"ControlCharacters", "\x01\x02\x03\n",
+               ":1: expected one of factory-serial, production-date, password-number, bluetooth-address, carplay-mac, "
+               "hu-serial, drawing-code, got '\x01\x02\x03'"}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(CsvSourceTest, UnitMayUseOneAddressForBoth)
@@ -112,11 +110,13 @@ TEST_F(CsvSourceTest, UnitMayUseOneAddressForBoth)
     EXPECT_EQ(read("carplay-mac,bluetooth-address\n001122334455,001122334455\n").rows.size(), 1u);
 }
 
-TEST_F(CsvSourceTest, UniqueValuesAreThoseOfUniqueRecords)
+TEST_F(CsvSourceTest, RowIsFoundByItsFactorySerial)
 {
-    EXPECT_THAT(uniqueValues({{"factory-serial", "SN1"}, {"drawing-code", "D"}}, all),
-                ElementsAre(Pair("factory-serial", "SN1")));
-    EXPECT_THAT(uniqueValues({{"drawing-code", "D"}}, all), IsEmpty());
+    const auto table = read("factory-serial,hu-serial\nSN1,HU1\n,HU2\n");
+
+    EXPECT_EQ(table.find("SN1"), &table.rows[0]);
+    EXPECT_EQ(table.find("HU2"), nullptr);
+    EXPECT_THROW(table.rowOf("SN2"), NotGiven);
 }
 
 }  // namespace

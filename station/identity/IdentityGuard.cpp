@@ -13,10 +13,10 @@ namespace {
 
 namespace catalogue = protocol::catalogue;
 
-/// A record is on the disk when the next frame is answered, and a flash may take its time.
+/// The unit answers once the record before is on its disk, and a flash may be slow.
 constexpr auto kReadBackPatience = std::chrono::seconds(5);
 
-/// @returns what the unit holds; nothing when it does not answer.
+/// @returns the value that the unit holds; nothing if it does not answer.
 std::optional<std::string> read(Connection& connection, const Record& record)
 {
     const auto outcome = connection.request(
@@ -29,9 +29,9 @@ std::optional<std::string> read(Connection& connection, const Record& record)
     return std::string(outcome.reply->params.begin(), outcome.reply->params.end());
 }
 
-/// Reads the serial number and the record that is to be written; to find out who a unit without a serial number is, all
-/// unique records.
-/// @returns what it holds, and nothing of a unit that does not answer.
+/// Reads the serial number and the record to write; of a unit without a serial number, all unique records.
+/// @param known whether it is known which unit this is
+/// @returns the values that the unit holds; none if it does not answer.
 Values readHeld(Connection& connection, Records records, const UnitRules& rules, const Record& written, bool known)
 {
     Values held;
@@ -74,11 +74,11 @@ IdentityGuard::~IdentityGuard()
     try {
         registry_->conclude(*unit_, sent_);
     } catch (const std::exception&) {
-        // The values stay "sending", which gives them to nobody else either.
+        // The values stay "sending"; no other unit gets them.
     }
 }
 
-/// @returns false when another unit is on the line than the one that was sent the last value, with no loss between.
+/// @returns false if the unit on the line is not the one that got the last value, although the line was not lost.
 bool IdentityGuard::holdsWitness(Connection& connection)
 {
     const auto& [record, value] = witness_;
@@ -100,8 +100,8 @@ void IdentityGuard::concludeVerified()
     try {
         registry_->conclude(*unit_, verified);
         std::erase_if(sent_, [](const Registry::Arrival& one) { return one.state == State::kVerified; });
-    } catch (const RegistryError&) {
-        // There is another time at the connection's end.
+    } catch (const protocol::StorageError&) {
+        // The connection's end tries again.
     }
 }
 
@@ -128,34 +128,28 @@ bool IdentityGuard::check(Connection& connection, const protocol::Frame& command
     if (!found->unique || rules_.isPlaceholder(*found, value)) {
         return false;
     }
-    try {
-        if (registry_ == nullptr) {
-            registry_ = open_();
-        }
-        const auto known = unit_ ? unit_ : terms_.unit;
-        lost_ = known && (lost_ || !holdsWitness(connection));
-        const bool same = known && !lost_;
-        const UnitOnLine line{terms_.label, readHeld(connection, records_, rules_, *found, same), terms_.erased,
-                              terms_.reissue};
-        const auto [unit, gives] = registry_->send(*found, value, line, lost_ ? std::nullopt : known);
-        if (unit_ && *unit_ != unit) {
-            registry_->conclude(*unit_, sent_);
-            sent_.clear();
-        }
-        unit_ = unit;
-        if (!found->presenceOnly) {
-            witness_ = {&*found, value};
-        } else if (lost_) {
-            witness_ = {};
-        }
-        lost_ = false;
-        if (gives) {
-            sent_.push_back({&*found, value, State::kSending});
-        }
-    } catch (const NotGiven& error) {
-        throw protocol::UserError(error.what(), protocol::kFailed);
-    } catch (const RegistryError& error) {
-        throw protocol::UserError(error.what(), protocol::kFailed);
+    if (registry_ == nullptr) {
+        registry_ = open_(Registry::Access::kGive);
+    }
+    const auto known = unit_ ? unit_ : terms_.unit;
+    lost_ = known && (lost_ || !holdsWitness(connection));
+    const bool same = known && !lost_;
+    UnitOnLine line = terms_.line;
+    line.held = readHeld(connection, records_, rules_, *found, same);
+    const auto [unit, gives] = registry_->send(*found, value, line, lost_ ? std::nullopt : known);
+    if (unit_ && *unit_ != unit) {
+        registry_->conclude(*unit_, sent_);
+        sent_.clear();
+    }
+    unit_ = unit;
+    if (!found->presenceOnly) {
+        witness_ = {&*found, value};
+    } else if (lost_) {
+        witness_ = {};
+    }
+    lost_ = false;
+    if (gives) {
+        sent_.push_back({&*found, value, State::kSending});
     }
     return true;
 }
@@ -170,7 +164,7 @@ void IdentityGuard::on(const TraceEvent& event)
             const auto is = [&](const catalogue::Command& command) {
                 return command.cmdOne == event.frame.cmdOne && command.cmdTwo == event.frame.cmdTwo;
             };
-            // Once it is asked for, the answer counts.
+            // After a question, the answer counts.
             one.state = is(*record.write) ? State::kWritten : is(*record.read) ? State::kSending : one.state;
         } else if (event.kind == TraceEvent::Kind::kReceived && catalogue::answers(*record.read, event.frame)) {
             const bool present = record.presenceOnly && !value.empty() && value.front() != 0;

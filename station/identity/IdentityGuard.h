@@ -12,27 +12,22 @@
 
 namespace station::identity {
 
-/// What a user has said of the unit on the line, for the frames that write its records.
+/// What the user says about the unit on the line.
 struct GuardTerms {
-    std::string label = {};
-    std::string reissue = {};
-    bool erased = false;
+    UnitOnLine line = {};  ///< without the values that the unit holds
     bool allowAnyAddress = false;
     /// The unit for which values have been reserved in this session.
     std::optional<UnitId> unit = {};
 };
 
-/// The one place where the registry is asked: no frame that writes a unique record leaves a connection without it,
-/// whoever sends it. Asks the unit first which one it is; a unit that does not answer is an unknown one, which gets
-/// new values only. Also refuses addresses that no device has and values that the station's rules do not allow.
-/// At the connection's end it notes how the values have arrived.
+/// The one place where the registry is asked: every frame that writes a unique record passes it before it leaves a
+/// connection, whoever sends it. The guard first asks the unit which one it is. A unit that does not answer is unknown
+/// and gets only new values. The guard also refuses addresses that no device may have, and values that the station's
+/// rules do not allow. At the connection's end it notes how the values have arrived.
 class IdentityGuard : public SendGuard
 {
 public:
-    using OpenRegistry = std::function<std::unique_ptr<Registry>()>;
-
     /// @param records,rules,terms outlive the guard; `terms` may change between two frames.
-    /// @param open is called when the registry is needed first.
     IdentityGuard(Records records, const UnitRules& rules, const GuardTerms& terms, OpenRegistry open);
     ~IdentityGuard() override;
 
@@ -50,7 +45,7 @@ private:
     std::unique_ptr<Registry> registry_;
     std::optional<UnitId> unit_;
     bool lost_ = false;
-    /// The value that was sent last, of those that can be read: a unit that does not hold it is another one.
+    /// The readable value that was sent last: a unit that does not hold it is another one.
     std::pair<const Record*, std::string> witness_;
     std::vector<Registry::Arrival> sent_;
 };

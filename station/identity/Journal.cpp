@@ -1,15 +1,9 @@
 #include "station/identity/Journal.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <system_error>
-
-#include "station/identity/JsonLine.h"
+#include <utility>
 
 namespace station::identity {
 
@@ -22,26 +16,23 @@ ordered_json valueOf(const Stored& stored)
     return stored.present ? ordered_json(stored.value) : ordered_json(nullptr);
 }
 
+const std::string& withFolder(const std::string& path)
+{
+    std::error_code error;  // opening the file tells
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
+    return path;
+}
+
 }  // namespace
 
-Journal::Journal(const std::string& path) : path_(path), descriptor_(-1)
+Journal::Journal(const std::string& path, std::string port)
+    : file_(withFolder(path), O_RDWR | O_APPEND | O_CREAT, 0600, protocol::kWrongUse), port_(std::move(port))
 {
-    std::error_code error;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
-    descriptor_ = open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    if (descriptor_ < 0) {
-        fail();
-    }
 }
 
-Journal::~Journal()
+void Journal::note(const std::string& unit, const Done& done, const std::string& waived)
 {
-    close(descriptor_);
-}
-
-void Journal::note(const std::string& port, const std::string& unit, const Done& done, const std::string& waived)
-{
-    ordered_json line{{"port", port},
+    ordered_json line{{"port", port_},
                       {"unit", unit},
                       {"record", done.record->name},
                       {"old", valueOf(done.before)},
@@ -51,41 +42,21 @@ void Journal::note(const std::string& port, const std::string& unit, const Done&
     if (!waived.empty()) {
         line["waived"] = waived;
     }
-    append(jsonLine(line));
+    append(line);
 }
 
-void Journal::noteEnd(const std::string& port, const std::string& unit, const std::string& why)
+void Journal::noteEnd(const std::string& unit, const std::string& why)
 {
-    append(jsonLine({{"port", port}, {"unit", unit}, {"result", "ended"}, {"reason", why}}));
+    append({{"port", port_}, {"unit", unit}, {"result", "ended"}, {"reason", why}});
 }
 
-/// @returns whether the last line has no end: a disk was full, or a station died.
-bool Journal::endsWithinALine() const
+void Journal::append(const ordered_json& line)
 {
-    struct stat file = {};
-    char last = '\n';
-    return fstat(descriptor_, &file) == 0 && S_ISREG(file.st_mode) && file.st_size > 0 &&
-           pread(descriptor_, &last, 1, file.st_size - 1) == 1 && last != '\n';
-}
-
-void Journal::append(std::string line)
-{
-    if (endsWithinALine()) {
-        line.insert(0, 1, '\n');
+    try {
+        file_.append(line);
+    } catch (const protocol::StorageError& error) {
+        trouble_ = error.what();
     }
-    // One call: what is appended at once does not mix with what others append.
-    const ssize_t written = ::write(descriptor_, line.data(), line.size());
-    if (written >= 0 && static_cast<std::size_t>(written) != line.size()) {
-        errno = ENOSPC;
-    }
-    if (written != static_cast<ssize_t>(line.size()) || (fsync(descriptor_) != 0 && errno != EINVAL)) {
-        fail();
-    }
-}
-
-void Journal::fail() const
-{
-    throw std::system_error(errno, std::generic_category(), path_ + ": cannot write the journal");
 }
 
 }  // namespace station::identity

@@ -3,37 +3,36 @@
 #include <string>
 
 #include "station/identity/Provision.h"
+#include "station/identity/SharedFile.h"
 
 namespace station::identity {
 
-/// What was done to units, for whoever asks later: one JSON object a line with "schema", "time", "port", "unit",
-/// "record", "old", "new" and "result", and "waived" where a rule was waived. Lines of several stations do not mix, and
-/// are on the disk when `note` returns. What was left unfinished, on a full disk for one, stays a line of its own. As
-/// it holds passwords, a new one is for its owner only.
+/// The log of what was done to units: one JSON object a line with "schema", "time", "port", "unit", "record", "old",
+/// "new", "read" and "result", and "waived" if a rule was waived. A line is on the disk when its function returns.
+/// Because the journal holds passwords, only its owner can read a new one.
 class Journal
 {
 public:
-    /// Opens or creates the file, its folder included. Throws std::system_error with a text that names it.
-    explicit Journal(const std::string& path);
-    ~Journal();
-    Journal(const Journal&) = delete;
-    Journal& operator=(const Journal&) = delete;
+    /// Opens or creates the file and its folder. Throws StorageError with the status of wrong use.
+    /// @param port as every line names it
+    Journal(const std::string& path, std::string port);
 
-    /// Throws std::system_error.
-    /// @param unit may be empty.
-    /// @param waived what the user waived for the value, in words; empty for nothing
-    void note(const std::string& port, const std::string& unit, const Done& done, const std::string& waived = {});
+    /// @param unit may be empty
+    /// @param waived the rules that the user waived for the value; empty for none
+    void note(const std::string& unit, const Done& done, const std::string& waived = {});
 
-    /// Notes that a run ended early; `why` in one line.
-    void noteEnd(const std::string& port, const std::string& unit, const std::string& why);
+    /// Notes that the work ended early.
+    void noteEnd(const std::string& unit, const std::string& why);
+
+    /// @returns why a line could not be written, in one line; empty if all were.
+    const std::string& trouble() const { return trouble_; }
 
 private:
-    void append(std::string line);
-    bool endsWithinALine() const;
-    [[noreturn]] void fail() const;
+    void append(const nlohmann::ordered_json& line);
 
-    std::string path_;
-    int descriptor_;
+    SharedFile file_;
+    const std::string port_;
+    std::string trouble_;
 };
 
 }  // namespace station::identity

@@ -6,10 +6,8 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/identity/JsonLine.h"
 #include "tests/support/TempDir.h"
 
 namespace station::identity {
@@ -38,7 +36,7 @@ protected:
 
 TEST_F(JournalTest, LineSaysWhatWasDoneWhereAndWhen)
 {
-    Journal(path).note("/dev/x", "U1", {&all[0], {true, "SN1"}, "SN2", {true, "SN2"}, Result::kWritten});
+    Journal(path, "/dev/x").note("U1", {&all[0], {true, "SN1"}, "SN2", {true, "SN2"}, Result::kWritten});
 
     ASSERT_THAT(lines(), SizeIs(1));
     auto line = lines()[0];
@@ -51,7 +49,7 @@ TEST_F(JournalTest, LineSaysWhatWasDoneWhereAndWhen)
 
 TEST_F(JournalTest, NothingIsNull)
 {
-    Journal(path).note("/dev/x", "", {&all[0], {}, "SN2", {}, Result::kMissing});
+    Journal(path, "/dev/x").note("", {&all[0], {}, "SN2", {}, Result::kMissing});
 
     EXPECT_TRUE(lines().at(0)["old"].is_null());
     EXPECT_TRUE(lines().at(0)["read"].is_null());
@@ -59,8 +57,8 @@ TEST_F(JournalTest, NothingIsNull)
 
 TEST_F(JournalTest, IsAddedTo)
 {
-    Journal(path).noteEnd("/dev/x", "U1", "the link failed");
-    Journal(path).noteEnd("/dev/x", "U1", "again");
+    Journal(path, "/dev/x").noteEnd("U1", "the link failed");
+    Journal(path, "/dev/x").noteEnd("U1", "again");
 
     ASSERT_THAT(lines(), SizeIs(2));
     EXPECT_EQ(lines()[0]["reason"], "the link failed");
@@ -68,11 +66,11 @@ TEST_F(JournalTest, IsAddedTo)
 
 TEST_F(JournalTest, LineThatWasNotFinishedDoesNotSpoilTheNext)
 {
-    Journal journal(path);
-    journal.noteEnd("/dev/x", "U1", "first");
+    Journal journal(path, "/dev/x");
+    journal.noteEnd("U1", "first");
     std::ofstream(path, std::ios::app) << R"({"schema":1,"ti)";
 
-    journal.noteEnd("/dev/x", "U1", "second");
+    journal.noteEnd("U1", "second");
 
     std::ifstream in(path);
     std::vector<std::string> found;
@@ -86,27 +84,32 @@ TEST_F(JournalTest, LineThatWasNotFinishedDoesNotSpoilTheNext)
 
 TEST_F(JournalTest, IsForItsOwnerOnly)
 {
-    const Journal journal(path);
+    const Journal journal(path, "/dev/x");
     struct stat file = {};
     ASSERT_EQ(stat(path.c_str(), &file), 0);
 
     EXPECT_EQ(file.st_mode & 0777, 0600u);
 }
 
-TEST_F(JournalTest, ThatCannotBeWrittenIsNamed)
+TEST_F(JournalTest, FileThatCannotBeOpenedIsNamed)
 {
     try {
-        Journal("/proc/none/journal.jsonl");
+        Journal("/proc/none/journal.jsonl", "/dev/x");
         FAIL() << "it was made";
-    } catch (const std::system_error& error) {
-        EXPECT_THAT(error.what(), HasSubstr("/proc/none/journal.jsonl"));
+    } catch (const protocol::StorageError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("/proc/none/journal.jsonl: cannot be opened: "));
+        EXPECT_EQ(error.status(), protocol::kWrongUse);
     }
-    try {
-        Journal("/dev/full").noteEnd("", "", "");
-        FAIL() << "it was written";
-    } catch (const std::system_error& error) {
-        EXPECT_THAT(error.what(), HasSubstr("/dev/full"));
-    }
+}
+
+TEST_F(JournalTest, LineThatCannotBeWrittenIsTrouble)
+{
+    Journal journal("/dev/full", "/dev/x");
+    EXPECT_EQ(journal.trouble(), "");
+
+    journal.noteEnd("", "");
+
+    EXPECT_EQ(journal.trouble(), "/dev/full: cannot be written: No space left on device");
 }
 
 }  // namespace

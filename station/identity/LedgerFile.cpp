@@ -1,6 +1,6 @@
 #include "station/identity/LedgerFile.h"
 
-#include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -11,24 +11,17 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <system_error>
-#include <utility>
-
-#include "station/identity/JsonLine.h"
-#include "station/identity/Registry.h"
 
 namespace station::identity {
 
 namespace {
 
-namespace fs = std::filesystem;
-using nlohmann::ordered_json;
-
-/// A ledger is held for a moment only; a station that was stopped in it must not stop all others without a word.
+/// Stations hold a ledger for a moment; one that was stopped meanwhile must not block the others for ever.
 constexpr auto kLockPatience = std::chrono::seconds(10);
-constexpr int kLookAgainMs = 10;
+constexpr int kTryLockAgainMs = 10;
 
-/// Stands for the whole file, beyond every line that there can be.
-constexpr off_t kWhole = off_t{1} << 60;
+/// Stands for the whole file; behind every line that there can be.
+constexpr off_t kWholeFile = off_t{1} << 60;
 
 /// More than a million units take.
 constexpr std::size_t kMostBytes = std::size_t{1} << 29;
@@ -38,79 +31,65 @@ constexpr std::size_t kMostBytes = std::size_t{1} << 29;
 std::string ledgerPath(const std::string& csvPath)
 {
     std::error_code error;
-    const fs::path file = fs::canonical(csvPath, error);
-    return (error ? fs::path(csvPath) : file).string() + ".ledger";
+    const std::filesystem::path file = std::filesystem::canonical(csvPath, error);
+    return (error ? csvPath : file.string()) + ".ledger";
 }
 
-LedgerFile::LedgerFile(std::string path, const Interrupt* interrupt, bool mayCreate) : path_(std::move(path))
+LedgerFile::LedgerFile(const std::string& path, const Interrupt* interrupt, bool mayCreate)
+    : file_(path, (mayCreate ? O_RDWR | O_CREAT : O_RDONLY) | O_APPEND, 0666)
 {
-    descriptor_ = open(path_.c_str(), (mayCreate ? O_RDWR | O_CREAT : O_RDONLY) | O_APPEND | O_CLOEXEC, 0666);
-    if (descriptor_ < 0 && (mayCreate || errno != ENOENT)) {
-        fail(std::generic_category().message(errno));
-    }
-    if (descriptor_ < 0) {
+    if (!file_.isOpen()) {
         return;
     }
-    try {
-        if (mayCreate) {
-            lock(interrupt);
-        }
-        std::string text;
-        std::array<char, 65536> chunk;
-        ssize_t got = 0;
-        while ((got = ::read(descriptor_, chunk.data(), chunk.size())) > 0 && text.size() < kMostBytes) {
-            text.append(chunk.data(), static_cast<std::size_t>(got));
-        }
-        if (got != 0) {
-            fail(got < 0 ? std::generic_category().message(errno) : "expected a ledger of less than 512 MiB");
-        }
-        end_ = static_cast<off_t>(text.size());
-        endsWithinLine_ = !text.empty() && text.back() != '\n';
-        std::size_t number = 0;
-        for (std::size_t begin = 0; begin < text.size();) {
-            const std::size_t end = std::min(text.find('\n', begin), text.size());
-            take(text.substr(begin, end - begin), ++number);
-            begin = end + 1;
-        }
-    } catch (...) {
-        close(descriptor_);
-        throw;
+    if (mayCreate) {
+        lock(interrupt);
+    }
+    const std::string text = read();
+    end_ = static_cast<off_t>(text.size());
+    std::size_t number = 0;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        take(text.substr(begin, end - begin), ++number);
+        begin = end + 1;
     }
 }
 
-LedgerFile::~LedgerFile()
+void LedgerFile::lock(const Interrupt* interrupt) const
 {
-    if (descriptor_ >= 0) {
-        close(descriptor_);
-    }
-}
-
-void LedgerFile::lock(const Interrupt* interrupt)
-{
-    struct flock request = {};
-    request.l_type = F_WRLCK;
-    request.l_start = kWhole;
-    request.l_len = 1;
     const auto giveUpAt = std::chrono::steady_clock::now() + kLockPatience;
-    while (fcntl(descriptor_, F_OFD_SETLK, &request) != 0) {
-        if (errno != EAGAIN && errno != EACCES) {
-            fail("cannot be locked: " + std::generic_category().message(errno));
+    while (const int error = file_.lockByte(kWholeFile)) {
+        if (error != EAGAIN && error != EACCES) {
+            file_.fail("cannot be locked: " + std::generic_category().message(error));
         }
         if (std::chrono::steady_clock::now() >= giveUpAt) {
-            fail("another station keeps it locked");
+            file_.fail("another station keeps it locked");
         }
         pollfd wish{interrupt == nullptr ? -1 : interrupt->descriptor(), POLLIN, 0};
-        poll(&wish, 1, kLookAgainMs);
+        poll(&wish, 1, kTryLockAgainMs);
         if (wish.revents != 0) {
             throw Interrupted();
         }
     }
 }
 
+std::string LedgerFile::read() const
+{
+    std::string text;
+    std::array<char, 65536> chunk;
+    ssize_t got = 0;
+    while ((got = ::read(file_.descriptor(), chunk.data(), chunk.size())) > 0 && text.size() < kMostBytes) {
+        text.append(chunk.data(), static_cast<std::size_t>(got));
+    }
+    if (got != 0) {
+        file_.fail(got < 0 ? std::generic_category().message(errno) : "expected a ledger of less than 512 MiB");
+    }
+    return text;
+}
+
 void LedgerFile::take(const std::string& text, std::size_t number)
 {
     try {
-        const auto line = ordered_json::parse(text);
+        const auto line = nlohmann::json::parse(text);
         const std::string event = line.at("event").get<std::string>();
         if (event == "registry") {
             registry_ = line.at("uuid").get<std::string>();
@@ -127,8 +106,8 @@ void LedgerFile::take(const std::string& text, std::size_t number)
             reservations_[own->second].used = true;  // "verified" or "written"
         }
     } catch (const nlohmann::json::exception&) {
-        fail("line " + std::to_string(number) +
-             " cannot be read: nothing is given away until somebody has looked which unit it stands for");
+        file_.fail(
+            fmt::format("line {}: expected a JSON object of a ledger; no value is given until you repair it", number));
     }
 }
 
@@ -137,22 +116,14 @@ void LedgerFile::nameRegistry(const std::string& uuid)
     if (registry_ == uuid && reservations_.empty()) {
         return;
     }
-    const std::string line = (endsWithinLine_ ? "\n" : "") + jsonLine({{"event", "registry"}, {"uuid", uuid}});
-    errno = ENOSPC;  // of a write that took a part only
-    const ssize_t written = ::write(descriptor_, line.data(), line.size());
-    if (written == static_cast<ssize_t>(line.size()) && fsync(descriptor_) == 0) {
-        registry_ = uuid;
-        return;
+    try {
+        file_.append({{"event", "registry"}, {"uuid", uuid}});
+    } catch (const protocol::StorageError&) {
+        // Half a line would make the ledger unreadable.
+        [[maybe_unused]] const int cut = ftruncate(file_.descriptor(), end_);
+        throw;
     }
-    const std::string why = std::generic_category().message(errno);
-    // Half a line would keep everybody from using it.
-    [[maybe_unused]] const int cut = ftruncate(descriptor_, end_);
-    fail("cannot be written: " + why);
-}
-
-void LedgerFile::fail(const std::string& what) const
-{
-    throw RegistryError(path_ + ": " + what);
+    registry_ = uuid;
 }
 
 }  // namespace station::identity

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <map>
 #include <string>
 #include <utility>
@@ -9,31 +7,29 @@
 
 #include "station/Interrupt.h"
 #include "station/identity/CsvSource.h"
+#include "station/identity/SharedFile.h"
 
 namespace station::identity {
 
 /// The file beside a CSV file, FILE.ledger, by which stations share its rows: JSON lines. It names the registry that
-/// they ask; in ledgers from before there were registries, lines say which unit has which row. Locked while this
-/// object lives (fcntl, an open file description lock). Throws RegistryError and Interrupted.
+/// gives out the rows. In ledgers from before there were registries, lines say which unit has which row. Locked while
+/// this object lives. Throws StorageError and Interrupted.
 class LedgerFile
 {
 public:
-    /// Reads it. A last line without its line end counts like any other, and one that cannot be read is an error.
-    /// @param mayCreate whether a file that is not there is made; otherwise it reads as an empty one.
-    LedgerFile(std::string path, const Interrupt* interrupt, bool mayCreate);
-    ~LedgerFile();
-    LedgerFile(const LedgerFile&) = delete;
-    LedgerFile& operator=(const LedgerFile&) = delete;
+    /// Reads it. The last line counts even without a line end; a line that cannot be read is an error.
+    /// @param mayCreate whether a file that does not exist is made; otherwise it reads as an empty one.
+    LedgerFile(const std::string& path, const Interrupt* interrupt, bool mayCreate);
 
     struct Reservation {
         std::string unit;
-        std::string by;    ///< "label" or "serial" is what `unit` is; empty in the oldest ledgers
+        std::string by;    ///< "label" or "serial", which `unit` is; empty in the oldest ledgers
         std::string held;  ///< factory serial number that the unit had then
         Values values;
         bool used = false;  ///< the unit had its values
     };
 
-    /// @returns all since it named a registry last.
+    /// @returns all reservations since it named a registry last.
     const std::vector<Reservation>& reservations() const { return reservations_; }
 
     /// @returns the UUID of the registry that it names; empty for none.
@@ -42,24 +38,21 @@ public:
     /// Lets it name this registry; on the disk when this returns.
     void nameRegistry(const std::string& uuid);
 
-    /// @returns whether there is a file.
-    bool exists() const { return descriptor_ >= 0; }
+    const std::string& path() const { return file_.path(); }
 
 private:
-    void lock(const Interrupt* interrupt);
+    void lock(const Interrupt* interrupt) const;
+    std::string read() const;
     void take(const std::string& line, std::size_t number);
-    [[noreturn]] void fail(const std::string& what) const;
 
-    std::string path_;
-    int descriptor_ = -1;
+    const SharedFile file_;
     off_t end_ = 0;
-    bool endsWithinLine_ = false;
     std::vector<Reservation> reservations_;
     std::map<std::pair<std::string, std::string>, std::size_t> newest_;  // by name and kind of name
     std::string registry_;
 };
 
-/// @returns the path of the ledger beside a CSV file, whatever links lead to it.
+/// @returns the path of the ledger beside a CSV file; symbolic links to the CSV file are followed.
 std::string ledgerPath(const std::string& csvPath);
 
 }  // namespace station::identity

@@ -1,6 +1,9 @@
 #include "station/identity/Provision.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
 
 namespace station::identity {
 
@@ -39,35 +42,17 @@ std::string shown(const Stored& stored, const Record& record)
     if (!record.presenceOnly) {
         return stored.value;
     }
-    return "one that cannot be read" +
-           (stored.value.empty() ? "" : "; the controller runs " + stored.value + " until the unit starts again");
+    return "an address that cannot be read" +
+           (stored.value.empty() ? "" : "; the controller uses " + stored.value + " until the unit starts again");
 }
 
 }  // namespace
 
 const char* name(Result result)
 {
-    switch (result) {
-        case Result::kWritten:
-            return "written";
-        case Result::kPresent:
-            return "present";
-        case Result::kUnchanged:
-            return "unchanged";
-        case Result::kWouldWrite:
-            return "would-write";
-        case Result::kRefused:
-            return "refused";
-        case Result::kSkipped:
-            return "skipped";
-        case Result::kMatches:
-            return "matches";
-        case Result::kDiffers:
-            return "differs";
-        case Result::kMissing:
-            return "missing";
-    }
-    return "";
+    constexpr std::array kNames{"written", "present", "unchanged", "would-write", "refused",
+                                "skipped", "matches", "differs",   "missing"};
+    return kNames.at(static_cast<std::size_t>(result));
 }
 
 std::vector<Done> write(UnitIdentity& unit, std::span<const Wanted> wanted, WriteOptions options, const Report& report)
@@ -110,31 +95,31 @@ std::vector<Done> verify(UnitIdentity& unit, std::span<const Wanted> wanted, con
 std::string describe(const Done& done)
 {
     const Record& record = *done.record;
-    const std::string begin = std::string(record.name) + ": ";
+    const auto line = [&](const char* words, const std::string& more = {}) {
+        return fmt::format("{}: {} {}{}", record.name, words, done.wanted, more);
+    };
     switch (done.result) {
         case Result::kWritten:
         case Result::kPresent:
-            return begin + "written " + done.wanted + " (was " + shown(done.before, record) + ")" +
-                   (record.presenceOnly
-                        ? "; the unit only tells that there is one, which the controller runs from the next start"
-                        : "");
-        case Result::kUnchanged:
-            return begin + "unchanged " + done.wanted;
+            return line("written", fmt::format(" (was {}){}", shown(done.before, record),
+                                               record.presenceOnly ? "; the unit only reports that it has an address, "
+                                                                     "which the controller uses from the next start"
+                                                                   : ""));
         case Result::kWouldWrite:
-            return begin + "would write " + done.wanted + " (is " + shown(done.before, record) + ")";
+            return line("would write", fmt::format(" (is {})", shown(done.before, record)));
         case Result::kRefused:
-            return begin + "refused " + done.wanted + ", the unit has " + shown(done.before, record) +
-                   " (--overwrite replaces it)";
+            return line("refused",
+                        fmt::format(", the unit has {} (--overwrite replaces it)", shown(done.before, record)));
         case Result::kSkipped:
-            return begin + "skipped " + done.wanted + " on account of another record";
-        case Result::kMatches:
-            return begin + "matches " + done.wanted;
+            return line("skipped", " because of another record");
         case Result::kDiffers:
-            return begin + "differs: " + done.wanted + " expected, " + shown(done.after, record);
         case Result::kMissing:
-            return begin + "missing: " + done.wanted + " expected, the unit has nothing";
+            return fmt::format("{}: expected {}, got {}", record.name, done.wanted, shown(done.after, record));
+        case Result::kUnchanged:
+        case Result::kMatches:
+            break;
     }
-    return begin;
+    return line(name(done.result));
 }
 
 }  // namespace station::identity

@@ -12,24 +12,24 @@ namespace station::identity {
 
 enum class Result : std::uint8_t {
     kWritten,     ///< written, and read back as it was sent
-    kPresent,     ///< written; the unit only tells that there is a value, and not which
+    kPresent,     ///< written; the unit only reports that it has a value
     kUnchanged,   ///< the unit had this value already
-    kWouldWrite,  ///< on a dry run: would have been written
-    kRefused,     ///< the unit has another value, which was not to be overwritten
-    kSkipped,     ///< not written on account of another record
-    kMatches,     ///< on verifying: the unit has this value
-    kDiffers,     ///< what was read back is another value
-    kMissing,     ///< what was read back is no value
+    kWouldWrite,  ///< not written on a dry run
+    kRefused,     ///< not written: the unit has another value
+    kSkipped,     ///< not written because of another record
+    kMatches,     ///< verified: the unit has this value
+    kDiffers,     ///< the unit sent back another value
+    kMissing,     ///< the unit sent back no value
 };
 
 /// @returns "written", "present", "unchanged", "would-write", "refused", "skipped", "matches", "differs", "missing".
 const char* name(Result result);
 
-/// What a unit is to have.
+/// A value that a unit should have.
 struct Wanted {
     const Record* record = nullptr;
     std::string value;  ///< normalised
-    /// The value was given to this unit before: then an address that is there, but cannot be read, is its own.
+    /// The value was given to this unit before: if the unit has an address that cannot be read, it is this one.
     bool own = false;
 };
 
@@ -37,7 +37,7 @@ struct Done {
     const Record* record = nullptr;
     Stored before;
     std::string wanted;
-    /// Read back; as `before` when nothing was written.
+    /// Read back; equal to `before` if nothing was written.
     Stored after;
     Result result = Result::kSkipped;
 };
@@ -47,17 +47,16 @@ struct WriteOptions {
     bool dryRun = false;
 };
 
-/// Is told of each record as soon as it is done with.
+/// Gets the result of each record as soon as it is known.
 using Report = std::function<void(const Done&)>;
 
-/// Looks at all records first: when one of them has another value and `overwrite` is not set, nothing is written. Then
-/// writes one after the other, reads each back and compares byte by byte; stops at the first that differs. Of a record
-/// that only tells its presence, the presence counts.
-/// @returns one for each wanted, in their order.
+/// Reads all records first: if one of them has another value and `overwrite` is not set, it writes nothing. Then writes
+/// one after the other, reads each back and compares byte by byte; stops at the first difference. If the unit only
+/// reports the presence of a record, the presence counts.
+/// @returns a result for each wanted value, in their order
 std::vector<Done> write(UnitIdentity& unit, std::span<const Wanted> wanted, WriteOptions options, const Report& report);
 
-/// Compares all. Of the Bluetooth address, the one that the controller runs counts, which a written one becomes when
-/// the unit starts again.
+/// Compares all. The Bluetooth address is the one that the controller uses: a written one from the unit's next start.
 std::vector<Done> verify(UnitIdentity& unit, std::span<const Wanted> wanted, const Report& report);
 
 /// @returns one line: "factory-serial: written SN2 (was SN1)".

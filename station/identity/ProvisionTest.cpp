@@ -3,104 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <functional>
-#include <map>
-
 #include "protocol/catalogue/Catalogue.h"
-#include "station/WireBytes.h"
-#include "station/identity/IdentityGuard.h"
-#include "tests/support/PtyPeer.h"
-#include "tests/support/TempDir.h"
+#include "station/identity/ScriptedUnit.h"
 
 namespace station::identity {
 namespace {
 
 using namespace std::chrono_literals;
-using protocol::Frame;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-/// A unit that answers each frame as soon as it has been sent, on the station's thread.
-class ScriptedUnit : public TraceSink
-{
-public:
-    void on(const TraceEvent& event) override
-    {
-        if (event.kind == TraceEvent::Kind::kSent) {
-            received.push_back(event.frame);
-            handle(event.frame);
-        }
-    }
-
-    tests::PtyPeer line;
-    bool testMode = false;
-    std::map<int, std::string> stored;  // by the reader's command
-    std::optional<std::vector<std::uint8_t>> controllerAddress{{0x00, 0x1A, 0x7D, 0xDA, 0x71, 0x13}};
-    bool hasBluetoothAddress = false;
-    /// What becomes of a value that is written.
-    std::function<std::string(std::string)> store = [](std::string value) { return value; };
-    std::vector<Frame> received;
-
-    /// @returns how many of the frames were writers.
-    std::size_t writes() const
-    {
-        return static_cast<std::size_t>(std::ranges::count_if(
-            received, [](const Frame& frame) { return frame.cmdOne == 0x0A && !frame.params.empty(); }));
-    }
-
-private:
-    void handle(const Frame& frame)
-    {
-        const std::string text(frame.params.begin(), frame.params.end());
-        if (frame.cmdOne == 0x0F && frame.cmdTwo == 0xFF) {
-            answer({0x8F, 0xFF, {testMode}});
-        } else if (frame.cmdOne == 0x0F && frame.cmdTwo == 0x00) {
-            testMode = frame.params.at(0) == 1;
-            answer({0x8F, 0x00, frame.params});
-        } else if (!testMode) {
-            return;
-        } else if (frame.cmdOne == 0x04 && frame.cmdTwo == 0x07 && controllerAddress) {
-            answer({0x84, 0x07, *controllerAddress});
-        } else if (frame.cmdOne == 0x0A) {
-            identity(frame, text);
-        }
-    }
-
-    void identity(const Frame& frame, const std::string& text)
-    {
-        switch (frame.cmdTwo) {
-            case 0x02:
-                stored[0x03] = store(text);
-                break;
-            case 0x11:
-                stored[0x12] = store(text);
-                break;
-            case 0x13:
-                stored[0x14] = store(text);
-                break;
-            case 0x15:
-                stored[0x16] = store(text);
-                break;
-            case 0x10:
-                hasBluetoothAddress = true;
-                break;
-            case 0x1A:
-                answer({0x8A, 0x1A, {hasBluetoothAddress}});
-                break;
-            default: {
-                const auto found = stored.find(frame.cmdTwo);
-                if (found == stored.end()) {
-                    answer({0x8A, frame.cmdTwo == 0x12 ? std::uint8_t{0x0F} : frame.cmdTwo, {}});
-                } else {
-                    answer({0x8A, frame.cmdTwo, {found->second.begin(), found->second.end()}});
-                }
-            }
-        }
-    }
-
-    void answer(const Frame& frame) { line.write(wireBytes(frame)); }
-};
 
 class ProvisionTest : public testing::Test
 {
@@ -263,9 +174,10 @@ TEST_F(ProvisionTest, BluetoothAddressIsWrittenWhenItsPresenceShows)
     unit.enterTestMode();
 
     EXPECT_THAT(write({wanted("bluetooth-address", "0002F5A1B2C3")}), ElementsAre(Result::kPresent));
-    EXPECT_EQ(describe(last),
-              "bluetooth-address: written 0002F5A1B2C3 (was nothing); the unit only tells that there is one, which the "
-              "controller runs from the next start");
+    EXPECT_EQ(
+        describe(last),
+        "bluetooth-address: written 0002F5A1B2C3 (was nothing); the unit only reports that it has an address, which "
+        "the controller uses from the next start");
 }
 
 TEST_F(ProvisionTest, BluetoothAddressThatIsThereIsRefusedUnlessItIsTheUnitsOwnOrRuns)
@@ -304,72 +216,38 @@ TEST_F(ProvisionTest, LineThatGoesWhileAValueIsWrittenIsALinkError)
     EXPECT_THROW(write({{&serial, "SN1"}}), protocol::LineError);
 }
 
-/// A unit on a line that the registry guards.
-class GuardedUnitTest : public testing::Test
+TEST_F(ProvisionTest, GarbageCorruptAndForeignFramesAreNotTheReadBack)
 {
-protected:
-    GuardedUnitTest()
-    {
-        Connection::guardBy(
-            [this] { return std::make_unique<IdentityGuard>(all, rules, terms, [this] { return open(); }); });
-        connection.emplace(PortSpec{peer.line.path()}, Connection::Options{.reconnect = 0ms, .trace = &peer});
-        peer.testMode = true;
-    }
-    ~GuardedUnitTest() override { Connection::guardBy({}); }
+    unit.enterTestMode();
+    peer.before = [&](const Frame& frame) {
+        if (peer.writes() == 1 && frame == Frame{0x0A, 0x03, {}}) {
+            auto corrupt = wireBytes({0x8A, 0x03, {'S', 'N', '2'}});
+            corrupt.back() ^= 0x01;
+            peer.line.write({0x00, 0xFF, 0x2A, 0x2A, 0xA2});
+            peer.line.write(corrupt);
+            peer.answer({0x8F, 0xFF, {0x01}});
+        }
+        return true;
+    };
 
-    std::unique_ptr<Registry> open(Registry::Access access = Registry::Access::kGive)
-    {
-        return std::make_unique<Registry>(directory.path() / "registry.sqlite", all, rules, nullptr, access);
-    }
-
-    void send(std::string_view name, const std::string& value)
-    {
-        connection->send(writeFrame(require(all, name), value));
-    }
-
-    /// @returns "VALUE STATE" of all that the registry has.
-    std::vector<std::string> values()
-    {
-        std::vector<std::string> told;
-        open(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {
-            told.push_back(entry.value + " " + name(entry.state));
-        });
-        return told;
-    }
-
-    tests::TempDir directory;
-    std::vector<Record> all = records(protocol::catalogue::groups());
-    UnitRules rules;
-    GuardTerms terms;
-    ScriptedUnit peer;
-    std::optional<Connection> connection;
-};
-
-TEST_F(GuardedUnitTest, UnitThatIsSwappedWithoutALossDoesNotGetTheValuesOfTheOneBefore)
-{
-    terms.label = "U1";
-    send("hu-serial", "HU7");
-    send("carplay-mac", "001A7D000001");
-    const std::size_t before = peer.writes();
-
-    peer.stored.clear();
-
-    for (const auto& [record, value] : {std::pair{"hu-serial", "HU7"}, {"carplay-mac", "001A7D000001"}}) {
-        EXPECT_THROW(send(record, value), protocol::UserError) << record;
-    }
-    EXPECT_EQ(peer.writes(), before);
-    EXPECT_THAT(peer.stored, testing::IsEmpty());
+    EXPECT_THAT(write({wanted("factory-serial", "SN1")}), ElementsAre(Result::kWritten));
 }
 
-TEST_F(GuardedUnitTest, ValueThatWasReadBackIsVerifiedWhenTheNextFrameLeaves)
+TEST_F(ProvisionTest, WrittenAddressCountsOnlyOnceTheControllerUsesIt)
 {
-    send("hu-serial", "HU7");
-    EXPECT_THAT(values(), ElementsAre("HU7 sending"));
+    unit.enterTestMode();
+    const Wanted address = wanted("bluetooth-address", "0002F5A1B2C3");
+    write({address});
 
-    send("carplay-mac", "001A7D000001");
-    connection->send({0x0F, 0xFF, {}});
+    EXPECT_THAT(verify({address}), ElementsAre(Result::kDiffers));
+    EXPECT_EQ(describe(last),
+              "bluetooth-address: expected 0002F5A1B2C3, got an address that cannot be read; the controller uses "
+              "001A7DDA7113 until the unit starts again");
+    EXPECT_THAT(write({address}), ElementsAre(Result::kRefused));
 
-    EXPECT_THAT(values(), ElementsAre("001A7D000001 sending", "HU7 verified"));
+    peer.controllerAddress = {{0x00, 0x02, 0xF5, 0xA1, 0xB2, 0xC3}};
+    EXPECT_THAT(verify({address}), ElementsAre(Result::kMatches));
+    EXPECT_THAT(write({address}), ElementsAre(Result::kUnchanged));
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 #include "station/identity/Record.h"
 
-#include <algorithm>
-#include <stdexcept>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include <algorithm>
+
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Describe.h"
-#include "protocol/catalogue/Suggest.h"
 
 namespace station::identity {
 
@@ -57,40 +60,36 @@ const Record& require(Records records, std::string_view name)
         return *record;
     }
     std::vector<std::string_view> names;
-    std::string list;
     for (const Record& record : records) {
         names.push_back(record.name);
-        list += (list.empty() ? "" : ", ") + std::string(record.name);
     }
     const std::string hint = protocol::didYouMean(name, names);
-    throw std::invalid_argument("'" + std::string(name) + "' is no record" +
-                                (hint.empty() ? "; there are " + list : hint));
+    throw protocol::UserError(
+        hint.empty() ? fmt::format("expected one of {}, got {}", fmt::join(names, ", "), protocol::inQuotes(name))
+                     : fmt::format("expected a record, got {}{}", protocol::inQuotes(name), hint));
 }
 
 std::string normalise(const Record& record, std::string_view value)
 {
     const catalogue::Field& field = record.write->params.front();
+    const bool address = record.isAddress();
     std::string text(value);
-    if (field.type == catalogue::Type::kHexText) {
+    if (address) {
         std::erase_if(text, isSeparator);
         std::ranges::transform(text, text.begin(),
                                [](char c) { return c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c; });
     }
     const auto legal = [&](char c) {
-        return field.type == catalogue::Type::kHexText ? (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')
-                                                       : c >= 0x20 && c <= 0x7E;
+        return address ? (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') : c >= 0x20 && c <= 0x7E;
     };
-    const auto size = static_cast<std::int64_t>(text.size());
-    // Longer than that, the unit could not send it back.
+    // The unit can send back so many.
     const auto maximum = std::min<std::int64_t>(field.maximum, protocol::kMaxParams);
-    if (text.empty() || size < field.minimum || size > maximum || !std::ranges::all_of(text, legal)) {
-        const auto minimum = std::max<std::int64_t>(field.minimum, 1);
-        const std::string count =
-            minimum == maximum ? std::to_string(minimum) : std::to_string(minimum) + " to " + std::to_string(maximum);
-        throw std::invalid_argument(
-            "'" + std::string(value) + "' is no value: " + count +
-            (field.type == catalogue::Type::kHexText ? " hexadecimal digits" : " printable ASCII characters") +
-            " were expected");
+    const auto minimum = std::max<std::int64_t>(field.minimum, 1);
+    const auto size = static_cast<std::int64_t>(text.size());
+    if (size < minimum || size > maximum || !std::ranges::all_of(text, legal)) {
+        throw protocol::UserError(fmt::format(
+            "{}: expected {}{} {}, got {}", record.name, minimum == maximum ? "" : fmt::format("{} to ", minimum),
+            maximum, address ? "hexadecimal digits" : "printable ASCII characters", protocol::inQuotes(value)));
     }
     return text;
 }

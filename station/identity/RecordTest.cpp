@@ -3,8 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
+#include "protocol/Errors.h"
 #include "protocol/catalogue/Catalogue.h"
 
 namespace station::identity {
@@ -21,7 +20,7 @@ protected:
     {
         try {
             normalise(require(all, name), value);
-        } catch (const std::invalid_argument& error) {
+        } catch (const protocol::UserError& error) {
             return error.what();
         }
         return "";
@@ -30,7 +29,7 @@ protected:
     std::vector<Record> all = records(protocol::catalogue::groups());
 };
 
-TEST_F(RecordTest, AreTheCataloguesWritersAndTheirReadBacks)
+TEST_F(RecordTest, RecordsAreTheWritersOfTheCatalogueAndTheirReadBacks)
 {
     std::vector<std::string> names;
     for (const Record& record : all) {
@@ -54,35 +53,37 @@ TEST_F(RecordTest, SerialsAndAddressesAreUniqueAndTheRestIsNot)
     }
 }
 
-TEST_F(RecordTest, NameThatIsNoneIsRefusedWithTheOneThatWasMeant)
+TEST_F(RecordTest, UnknownNameIsRefusedWithTheNearestOne)
 {
     try {
         require(all, "factory-serail");
         FAIL() << "there is such a record";
-    } catch (const std::invalid_argument& error) {
-        EXPECT_THAT(error.what(), AllOf(HasSubstr("'factory-serail' is no record"), HasSubstr("'factory-serial'")));
+    } catch (const protocol::UserError& error) {
+        EXPECT_THAT(error.what(),
+                    AllOf(HasSubstr("expected a record, got 'factory-serail'"), HasSubstr("'factory-serial'")));
     }
 }
 
-TEST_F(RecordTest, CharactersAreTakenAsTheyAre)
+TEST_F(RecordTest, CharactersAreSentUnchanged)
 {
     EXPECT_EQ(normalise(require(all, "factory-serial"), "sn 12:3-a"), "sn 12:3-a");
 }
 
-TEST_F(RecordTest, AddressesLoseTheirSeparatorsAndGetUpperCase)
+TEST_F(RecordTest, AddressesAreSentInUpperCaseWithoutSeparators)
 {
     EXPECT_EQ(normalise(require(all, "carplay-mac"), "00:11:aa:33:44:5f"), "0011AA33445F");
     EXPECT_EQ(normalise(require(all, "bluetooth-address"), "0002-F5A1-B2C3"), "0002F5A1B2C3");
 }
 
-TEST_F(RecordTest, WhatTheUnitCouldNotGiveBackIsRefused)
+TEST_F(RecordTest, ValueThatTheUnitCouldNotSendBackIsRefused)
 {
-    EXPECT_THAT(errorOf("factory-serial", ""), HasSubstr("1 to 246 printable ASCII characters were expected"));
+    EXPECT_THAT(errorOf("factory-serial", ""),
+                HasSubstr("factory-serial: expected 1 to 246 printable ASCII characters, got ''"));
     EXPECT_THAT(errorOf("factory-serial", std::string(247, 'x')), HasSubstr("1 to 246"));
     EXPECT_THAT(errorOf("factory-serial", "line\n"), HasSubstr("printable"));
     EXPECT_THAT(errorOf("factory-serial", "\xC3\xA4"), HasSubstr("printable"));
-    EXPECT_THAT(errorOf("carplay-mac", "00112233445"), HasSubstr("12 hexadecimal digits were expected"));
-    EXPECT_THAT(errorOf("carplay-mac", "0011223344GG"), HasSubstr("12 hexadecimal digits were expected"));
+    EXPECT_THAT(errorOf("carplay-mac", "00112233445"), HasSubstr("carplay-mac: expected 12 hexadecimal digits"));
+    EXPECT_THAT(errorOf("carplay-mac", "0011223344GG"), HasSubstr("carplay-mac: expected 12 hexadecimal digits"));
     EXPECT_EQ(errorOf("factory-serial", std::string(246, 'x')), "");
 }
 

@@ -4,7 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stdexcept>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,28 +16,13 @@
 
 namespace station::identity {
 
-/// A value is not given to the unit on the line: one line that says why.
-class NotGiven : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/// The registry cannot be used: one line with its name. Nothing may be given away then.
-class RegistryError : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
-
 /// Which unit is on the line.
 struct UnitOnLine {
-    std::string label = {};  ///< what tells it from others before it has a serial: printed on it, for one
-    Values held = {};        ///< unique records that it holds, byte by byte, as far as they are known
-    /// Somebody vouches that a unit without anything that it was given is the one that it was given to: its memory was
-    /// erased.
+    std::string label = {};  ///< its name before it has a serial number; printed on it, for example
+    Values held = {};        ///< the unique records that it holds, byte by byte, as far as they are known
+    /// The user states that a unit which holds none of its values is the same unit, and that its memory was erased.
     bool erased = false;
-    /// Why values of another unit go to this one, whose board replaces the other's; empty: they do not.
+    /// Why this unit gets the values of another one, whose board it replaces; empty if it does not.
     std::string reissue = {};
 };
 
@@ -45,35 +30,35 @@ struct UnitOnLine {
 using UnitId = std::int64_t;
 
 enum class State : std::uint8_t {
-    kReserved,  ///< chosen for a unit, which has not seen it
-    kSending,   ///< on its way: the unit may have it
-    kWritten,   ///< sent, and not read back
+    kReserved,  ///< chosen for a unit, not sent yet
+    kSending,   ///< noted before the frame goes out: the unit may have it
+    kWritten,   ///< sent, not read back
     kVerified,  ///< read back
-    kSeen,      ///< a unit was found with it
-    kBlocked,   ///< never to be given
+    kSeen,      ///< found in a unit
+    kBlocked,   ///< never given
 };
 
 /// @returns "reserved", "sending", "written", "verified", "seen", "blocked".
 const char* name(State state);
 
 /// Every unique value that was given to a unit, seen in one, or blocked, so that no value is given twice: one SQLite
-/// database, which any number of stations may share where file locks work. A value is never taken back. For one
-/// thread.
+/// database, which any number of stations may share on a file system with working locks. A value is never taken back.
+/// For one thread.
 ///
 /// The same unit gets its own values again. It is known by a unique value that it holds, then by its label; a
-/// placeholder tells no unit from another. Once values have been sent, a unit that holds none of them does not count
-/// as the same one.
+/// placeholder identifies no unit. Once values have been sent, a unit that holds none of them does not count as the
+/// same one.
 ///
-/// All functions throw RegistryError and Interrupted; those that give also throw NotGiven.
+/// All functions throw StorageError if the registry cannot be used, and Interrupted; those that give throw NotGiven.
 class Registry
 {
 public:
     enum class Access {
-        kGive,  ///< the database is made when there is none; refused for a copy of a registry
-        kLook,  ///< nothing is made and nothing changed
+        kGive,  ///< makes the database if there is none; a copy of a registry gives nothing
+        kLook,  ///< makes and changes nothing
     };
 
-    /// @param path of the database; its folder is made when it is missing.
+    /// @param path of the database; its folder is made if it is missing.
     /// @param records,rules,interrupt outlive the registry; `interrupt` may be nullptr.
     Registry(const std::string& path, Records records, const UnitRules& rules, const Interrupt* interrupt,
              Access access = Access::kGive);
@@ -83,33 +68,33 @@ public:
 
     struct Grant {
         UnitId unit = 0;
-        /// The unit as the registry calls it.
-        std::string name;
+        std::string name;  ///< the registry's name for the unit
         CsvRow row;
         /// The unit was given these values before.
         bool again = false;
     };
 
-    /// Chooses the row for a unit: its own when it has one; else that with the factory serial number `serial`, when
-    /// that is given; else, for a unit without a label, that of the factory serial number which it holds; else the
-    /// first that is free. Reserves it, unless `dryRun`, and keeps the unit locked against other stations until this
-    /// object's end. A ledger beside the file is imported first, and names this registry from then on.
-    Grant reserve(const CsvTable& table, const UnitOnLine& unit, const std::optional<std::string>& serial, bool dryRun);
+    /// Chooses the row for a unit: its own if it has one; else that of the factory serial number `serial`, if there is
+    /// one; else, for a unit without a label, that of the factory serial number that it holds; else the first free one.
+    /// Unless `dryRun`, reserves the row and keeps the unit locked against other stations until this object's end. A
+    /// ledger beside the file is imported first, and names this registry from then on.
+    /// @param serial may be empty
+    Grant reserve(const CsvTable& table, const UnitOnLine& unit, const std::string& serial, bool dryRun);
 
-    /// Reserves these values for a unit, and the next free ones of the ranges; its own when it has some of a range
-    /// already. Locks the unit as `reserve` does. The values of the grant's row are all of them.
+    /// Reserves these values for a unit, and the next free ones of the ranges, or its own if it has some of a range.
+    /// Locks the unit as `reserve` does. The grant's row has all the values.
     Grant claim(const Values& values, std::span<const ValueRange> ranges, const UnitOnLine& unit, bool dryRun);
 
-    /// @returns the row that the unit of this label has been given; nothing for none.
+    /// @returns the row that the unit with this label has been given; nothing for none.
     std::optional<CsvRow> rowOf(const CsvTable& table, const std::string& label);
 
-    /// Says whether a value may be sent to the unit on the line now, and notes that before it is.
+    /// Refuses a value that must not go to the unit on the line, or notes that it is sent now.
     /// @param known the unit that was on the line before, if it cannot have been changed since
-    /// @returns the unit, and whether anything is given: writing back what the unit holds gives nothing.
+    /// @returns the unit, and whether the value is given: writing back what the unit holds gives nothing.
     std::pair<UnitId, bool> send(const Record& record, std::string_view value, const UnitOnLine& unit,
                                  std::optional<UnitId> known);
 
-    /// Notes how values that were sent have arrived: kWritten or kVerified; what was kVerified before stays so.
+    /// Notes how values that were sent have arrived: kWritten or kVerified. A value that is kVerified stays so.
     struct Arrival {
         const Record* record = nullptr;
         std::string value;
@@ -120,11 +105,11 @@ public:
     struct Entry {
         std::string space;
         std::string value;
-        std::string record;  ///< as which it was given; empty for a blocked one
-        std::string unit;    ///< as the registry calls it; empty for a blocked one
+        std::string record;  ///< empty for a blocked value
+        std::string unit;    ///< the registry's name for the unit; empty for a blocked value
         State state = State::kSeen;
         std::string time;    ///< of the state, UTC
-        std::string reason;  ///< of a blocked one
+        std::string reason;  ///< why it is blocked
 
         struct Event {
             std::string time;  ///< UTC
@@ -132,25 +117,25 @@ public:
             std::string unit;  ///< empty for none
             std::string reason;
         };
-        std::vector<Event> events;  ///< what has happened to it, oldest first; only when one value is asked for
+        std::vector<Event> events;  ///< its history, oldest first; only with `value`
     };
 
-    /// Tells of all values, or of those that are `value` in whatever spelling, in the order of their names.
-    void list(const std::function<void(const Entry&)>& tell, const std::optional<std::string>& value = {});
+    /// Reports all values in the order of their names, or those that are `value` in any spelling.
+    void list(const std::function<void(const Entry&)>& report, const std::optional<std::string>& value = {});
 
-    /// Keeps a value from being given, in every name space in which it could be a value.
+    /// Makes sure that a value is never given, in every name space in which it could be a value.
     void block(const std::string& value, const std::string& reason);
 
-    /// Takes over a ledger, FILE.csv.ledger, which names this registry from then on, or the values of a CSV file, each
-    /// row of which a unit has.
-    /// @returns how many values are new.
+    /// Adds the values of a ledger, FILE.csv.ledger, which names this registry from then on, or those of a CSV file
+    /// whose rows all belong to units.
+    /// @returns how many values are new
     std::size_t importLedger(const std::string& path);
     std::size_t importTable(const CsvTable& table);
 
-    /// @returns which values the imports found that another unit has already, "factory-serial SN1, which unit U1 has".
+    /// @returns the imported values that another unit had already, "factory-serial SN1, which unit U1 has".
     const std::vector<std::string>& givenTwice() const;
 
-    /// Makes a copy, or a database that was put in the place of a newer one, the registry that it was.
+    /// Lets a copied or restored database give values.
     void adopt();
 
     const std::string& uuid() const;
@@ -160,5 +145,8 @@ private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };
+
+/// Opens the registry of the station; called when it is needed first.
+using OpenRegistry = std::function<std::unique_ptr<Registry>(Registry::Access)>;
 
 }  // namespace station::identity

@@ -50,7 +50,7 @@ protected:
     const Record& record(std::string_view name) const { return require(all, name); }
 
     /// A station of its own, which ends with the call.
-    Registry::Grant reserve(const UnitOnLine& unit, const std::optional<std::string>& serial = {}, bool dryRun = false)
+    Registry::Grant reserve(const UnitOnLine& unit, const std::string& serial = {}, bool dryRun = false)
     {
         return open()->reserve(table, unit, serial, dryRun);
     }
@@ -94,13 +94,13 @@ protected:
     {
         try {
             work();
-        } catch (const RegistryError& error) {
+        } catch (const protocol::StorageError& error) {
             return error.what();
         }
         return "";
     }
 
-    std::string refusal(const UnitOnLine& unit, const std::optional<std::string>& serial = {})
+    std::string refusal(const UnitOnLine& unit, const std::string& serial = {})
     {
         return refusal([&] { reserve(unit, serial); });
     }
@@ -411,7 +411,8 @@ TEST_F(RegistryTest, ValueIsFoundAndBlockedInTheSpellingInWhichItIsListed)
 
 TEST_F(RegistryTest, PlaceholderIsNotBlocked)
 {
-    EXPECT_THAT(refusal([&] { open()->block("00000000", ""); }), HasSubstr("'00000000' means that a unit has no"));
+    EXPECT_THAT(refusal([&] { open()->block("00000000", ""); }),
+                HasSubstr("'00000000': expected the factory-serial of a unit, got a placeholder"));
     EXPECT_THAT(states(), IsEmpty());
 }
 
@@ -486,9 +487,9 @@ TEST_F(RegistryTest, StationWithAnotherRegistryIsRefused)
     const std::string first = open()->uuid();
     path = directory.path() / "other.sqlite";
 
-    EXPECT_THAT(error([&] { reserve({"U2"}); }),
-                AllOf(HasSubstr("values.csv.ledger: its values are given away by registry " + first),
-                      HasSubstr("other.sqlite")));
+    EXPECT_THAT(
+        error([&] { reserve({"U2"}); }),
+        AllOf(HasSubstr("values.csv.ledger: registry " + first + " gives out its values"), HasSubstr("other.sqlite")));
 }
 
 TEST_F(RegistryTest, LinksToOneFileShareItsLedger)
@@ -764,7 +765,7 @@ TEST_P(WrongRangeTest, IsRefusedWithWhatWouldBeRight)
     try {
         GetParam().block ? parseMacBlock(all, GetParam().text) : parseRange(all, GetParam().text);
         FAIL() << "it was taken";
-    } catch (const std::invalid_argument& error) {
+    } catch (const protocol::UserError& error) {
         EXPECT_THAT(error.what(), HasSubstr(GetParam().message));
     }
 }

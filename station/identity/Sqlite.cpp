@@ -4,22 +4,24 @@
 
 #include <utility>
 
-#include "station/identity/Registry.h"
+#include "protocol/Errors.h"
 
 namespace station::identity::sqlite {
 
 namespace {
 
-/// A registry is locked for a moment only; a station that was stopped in it must not stop all others for ever.
+/// Stations lock a registry for a moment; one that was stopped meanwhile must not block the others for ever.
 constexpr auto kBusyPatience = std::chrono::seconds(10);
-constexpr int kLookAgainMs = 5;
+constexpr int kBusyRetryMs = 5;
 
 }  // namespace
 
-Statement::Statement(Database& database, const char* sql) : database_(database), statement_(nullptr, sqlite3_finalize)
+Statement::Statement(Database& database, std::string_view sql)
+    : database_(database), statement_(nullptr, sqlite3_finalize)
 {
     sqlite3_stmt* statement = nullptr;
-    const int code = sqlite3_prepare_v2(database.handle_.get(), sql, -1, &statement, nullptr);
+    const int code =
+        sqlite3_prepare_v2(database.handle_.get(), sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
     statement_.reset(statement);
     if (code != SQLITE_OK) {
         database.fail(code);
@@ -28,7 +30,9 @@ Statement::Statement(Database& database, const char* sql) : database_(database),
 
 void Statement::bind(int index, std::string_view value)
 {
-    sqlite3_bind_text(statement_.get(), index, value.data(), static_cast<int>(value.size()), SQLITE_TRANSIENT);
+    // Without characters a text must not become NULL.
+    sqlite3_bind_text(statement_.get(), index, value.empty() ? "" : value.data(), static_cast<int>(value.size()),
+                      SQLITE_TRANSIENT);
 }
 
 void Statement::bind(int index, std::int64_t value)
@@ -65,9 +69,9 @@ Database::Database(std::string path, int flags, const Interrupt* interrupt)
     sqlite3_busy_handler(handle, onBusy, this);
 }
 
-void Database::runAll(const char* sql)
+void Database::runAll(const std::string& sql)
 {
-    const int code = sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr);
+    const int code = sqlite3_exec(handle_.get(), sql.c_str(), nullptr, nullptr, nullptr);
     if (code != SQLITE_OK) {
         fail(code);
     }
@@ -79,10 +83,10 @@ void Database::fail(int code) const
         throw Interrupted();
     }
     if ((code & 0xFF) == SQLITE_BUSY) {
-        throw RegistryError(path_ + ": another station keeps the registry locked");
+        throw protocol::StorageError(path_ + ": another station keeps the registry locked");
     }
-    throw RegistryError(path_ + ": the registry cannot be used: " +
-                        (handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_.get())));
+    throw protocol::StorageError(path_ + ": the registry cannot be used: " +
+                                 (handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_.get())));
 }
 
 int Database::onBusy(void* self, int count)
@@ -93,7 +97,7 @@ int Database::onBusy(void* self, int count)
         database.giveUpAt_ = now + kBusyPatience;
     }
     pollfd request{database.interrupt_ == nullptr ? -1 : database.interrupt_->descriptor(), POLLIN, 0};
-    return now < database.giveUpAt_ && poll(&request, 1, kLookAgainMs) == 0 ? 1 : 0;
+    return now < database.giveUpAt_ && poll(&request, 1, kBusyRetryMs) == 0 ? 1 : 0;
 }
 
 Transaction::Transaction(Database& database) : database_(&database)

@@ -12,14 +12,14 @@
 
 namespace station::identity::sqlite {
 
-/// A statement that has been prepared. Lives no longer than its database. Throws RegistryError.
+/// A prepared statement. Lives no longer than its database. Throws StorageError.
 class Statement
 {
 public:
     /// @returns whether there is a row; false at the end.
     bool step();
 
-    /// Takes the statement back to its beginning, and gives it these values.
+    /// Starts the statement again with these values.
     template <class... Values>
     void bindAll(const Values&... values)
     {
@@ -34,7 +34,7 @@ public:
 
 private:
     friend class Database;
-    Statement(class Database& database, const char* sql);
+    Statement(class Database& database, std::string_view sql);
     void bind(int index, std::string_view value);
     void bind(int index, std::int64_t value);
 
@@ -42,8 +42,8 @@ private:
     std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> statement_;
 };
 
-/// An SQLite database for one thread. Whatever goes wrong is a RegistryError with the path; waiting for another
-/// process's lock has a limit and ends with Interrupted.
+/// An SQLite database for one thread. Every error is a StorageError with the path. It waits for another process's lock
+/// for a limited time; Interrupted ends the wait.
 class Database
 {
 public:
@@ -52,7 +52,7 @@ public:
     Database(std::string path, int flags, const Interrupt* interrupt);
 
     template <class... Values>
-    Statement prepare(const char* sql, const Values&... values)
+    Statement prepare(std::string_view sql, const Values&... values)
     {
         Statement statement(*this, sql);
         statement.bindAll(values...);
@@ -61,7 +61,7 @@ public:
 
     /// Runs one statement to its end.
     template <class... Values>
-    void run(const char* sql, const Values&... values)
+    void run(std::string_view sql, const Values&... values)
     {
         Statement statement = prepare(sql, values...);
         while (statement.step()) {
@@ -69,10 +69,9 @@ public:
     }
 
     /// Runs several statements.
-    void runAll(const char* sql);
+    void runAll(const std::string& sql);
 
     std::int64_t lastRow() const { return sqlite3_last_insert_rowid(handle_.get()); }
-    const std::string& path() const { return path_; }
     sqlite3* handle() const { return handle_.get(); }
 
     /// Turns SQLite's answer into an exception.
@@ -88,7 +87,7 @@ private:
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> handle_;
 };
 
-/// What is done while it lives is undone at its end, unless it was committed. Nobody else writes meanwhile.
+/// Changes while it lives are undone at its end unless they are committed. No other process writes meanwhile.
 class Transaction
 {
 public:
@@ -97,7 +96,7 @@ public:
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
 
-    /// All of it is on the disk when this returns.
+    /// The changes are on the disk when this returns.
     void commit();
 
 private:

@@ -1,5 +1,7 @@
 #include "station/identity/UnitIdentity.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 #include "protocol/catalogue/Catalogue.h"
@@ -54,12 +56,12 @@ void UnitIdentity::restoreMode()
 Stored UnitIdentity::read(const Record& record)
 {
     const Frame reply = ask(*record.read);
-    // A missing record is answered with no characters, under whatever code.
+    // The reply for a missing record has no characters, whatever its code.
     if (!record.presenceOnly) {
         return {!reply.params.empty(), {reply.params.begin(), reply.params.end()}};
     }
     Stored stored{!reply.params.empty() && reply.params.front() != 0, {}};
-    // The unit says nothing when its controller's address is not hexadecimal.
+    // The unit does not answer if its controller's address is not hexadecimal.
     if (const auto address = tryToAsk(command(kControllerAddress))) {
         stored.value = catalogue::formatHexBytes(address->params, "");
     }
@@ -76,7 +78,7 @@ Frame UnitIdentity::ask(const catalogue::Command& command, const Arguments& argu
     if (auto reply = tryToAsk(command, arguments)) {
         return *std::move(reply);
     }
-    // A unit that started again meanwhile has left auto-test mode.
+    // A unit that has started again meanwhile has left auto-test mode.
     if (modeBefore_ && &command != &this->command(kMode)) {
         const auto now = tryToAsk(this->command(kMode));
         if (now && !isOn(*now) && tryToAsk(this->command(kSetMode), mode("on"))) {
@@ -85,11 +87,8 @@ Frame UnitIdentity::ask(const catalogue::Command& command, const Arguments& argu
             }
         }
     }
-    std::string message = "no reply to " + catalogue::fullKey(groups_, command) + " came in time";
-    if (corrupt_ > 0) {
-        message += "; frames with a wrong checksum: " + std::to_string(corrupt_);
-    }
-    throw NoAnswer(message);
+    throw NoAnswer(fmt::format("no reply to {} came in time{}", catalogue::fullKey(groups_, command),
+                               corrupt_ == 0 ? "" : fmt::format("; frames with a wrong checksum: {}", corrupt_)));
 }
 
 bool UnitIdentity::isOn(const Frame& mode) const
@@ -111,7 +110,7 @@ const catalogue::Command& UnitIdentity::command(std::string_view key) const
 {
     const catalogue::Command* found = catalogue::findCommand(groups_, key);
     if (found == nullptr) {
-        throw std::logic_error("the catalogue has no " + std::string(key));
+        throw std::logic_error(fmt::format("the catalogue has no {}", key));
     }
     return *found;
 }

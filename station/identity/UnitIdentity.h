@@ -1,10 +1,10 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "protocol/Errors.h"
 #include "protocol/catalogue/Codec.h"
 #include "station/Connection.h"
 #include "station/identity/Record.h"
@@ -12,21 +12,21 @@
 namespace station::identity {
 
 /// The unit did not answer.
-class NoAnswer : public std::runtime_error
+class NoAnswer : public protocol::LineError
 {
 public:
-    using std::runtime_error::runtime_error;
+    explicit NoAnswer(const std::string& line) : LineError(line, protocol::kNoAnswer) {}
 };
 
-/// What a unit has under a record's name.
+/// An identity record as the unit reports it.
 struct Stored {
     bool present = false;
-    /// The characters; for a record of which the unit only tells the presence, the value that runs, if the unit tells:
-    /// the Bluetooth controller's address, which becomes the written one when the unit starts again.
+    /// The characters. For a record of which the unit only reports the presence: the address that the Bluetooth
+    /// controller uses, if the unit reports it; the controller uses a written address from the unit's next start.
     std::string value;
 };
 
-/// The identity records of the unit on a line. Switches auto-test mode on, as the unit answers nothing else without.
+/// The identity records of the unit on a line. Switches auto-test mode on; without it the unit answers nothing else.
 /// Every function throws what the Connection throws, and NoAnswer.
 class UnitIdentity
 {
@@ -34,18 +34,18 @@ public:
     /// @param groups the catalogue; outlives this, as does `connection`.
     UnitIdentity(Connection& connection, protocol::catalogue::Groups groups, Connection::Duration timeout);
 
-    /// Switches auto-test mode on and remembers what it was before.
+    /// Switches auto-test mode on and remembers the mode before.
     void enterTestMode();
 
-    /// Switches the mode on again when a unit that was put into it has left it, as one that started again has.
+    /// Switches the mode on again if the unit has left it, as a unit that started again has.
     void keepTestMode();
 
-    /// Gives the unit the mode back that it had; nothing when it was on before, or `enterTestMode` found nothing out.
+    /// Restores the mode that the unit had, if `enterTestMode` has changed it.
     void restoreMode();
 
     Stored read(const Record& record);
 
-    /// Writes without looking. The unit answers nothing.
+    /// Writes without reading back. The unit does not answer.
     /// @param value normalised.
     void write(const Record& record, std::string_view value);
 

@@ -1,5 +1,8 @@
 #include "station/identity/UnitRules.h"
 
+#include <fmt/format.h>
+#include <glib.h>
+
 #include <algorithm>
 #include <cstdint>
 
@@ -11,7 +14,7 @@ namespace {
 
 constexpr std::size_t kAddressDigits = 12;
 
-/// @returns the 12 digits of an address, in capitals; empty for what is not one.
+/// @returns the 12 digits of an address, in capitals; empty if it is not an address.
 std::string digitsOf(std::string_view value)
 {
     std::string digits;
@@ -35,34 +38,18 @@ bool consistsOf(std::string_view value, char wanted)
 /// @returns whether the bytes are UTF-8 without control characters.
 bool isText(std::string_view bytes)
 {
-    std::size_t more = 0;  // bytes that the character still needs
-    std::uint32_t character = 0;
-    std::uint32_t least = 0;
-    for (const char c : bytes) {
-        const auto byte = static_cast<std::uint8_t>(c);
-        if (more > 0) {
-            if ((byte & 0xC0) != 0x80) {
-                return false;
-            }
-            character = character << 6 | (byte & 0x3Fu);
-            --more;
-        } else if (byte < 0x80) {
-            character = byte;
-            least = 0;
-        } else if (byte >= 0xC2 && byte <= 0xF4) {
-            more = byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : 1;
-            character = byte & (0x3Fu >> more);
-            least = more == 3 ? 0x10000u : more == 2 ? 0x800u : 0x80u;
-        } else {
-            return false;
-        }
-        const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
-        const bool surrogate = character >= 0xD800 && character < 0xE000;
-        if (more == 0 && (control || surrogate || character < least || character > 0x10FFFF)) {
+    if (bytes.empty()) {
+        return true;
+    }
+    if (!g_utf8_validate_len(bytes.data(), bytes.size(), nullptr)) {
+        return false;
+    }
+    for (const char* at = bytes.data(); at < bytes.data() + bytes.size(); at += g_utf8_skip[static_cast<guchar>(*at)]) {
+        if (g_unichar_iscntrl(g_utf8_get_char(at)) != FALSE) {
             return false;
         }
     }
-    return more == 0;
+    return true;
 }
 
 }  // namespace
@@ -85,8 +72,8 @@ std::string UnitRules::objection(const Record& record, std::string_view value) c
     if (found == patterns.end() || re2::RE2::FullMatch({value.data(), value.size()}, *found->second)) {
         return {};
     }
-    return std::string(record.name) + ": expected a value that matches " + found->second->pattern() + ", got " +
-           registryText(record, value);
+    return fmt::format("{}: expected a value that matches {}, got {}", record.name, found->second->pattern(),
+                       registryText(record, value));
 }
 
 std::string reservedAddress(const Record& record, std::string_view value)
@@ -99,9 +86,9 @@ std::string reservedAddress(const Record& record, std::string_view value)
                        : consistsOf(digits, 'F')                                           ? "all F"
                        : std::string_view("13579BDF").find(digits[1]) != std::string::npos ? "a multicast address"
                                                                                            : nullptr;
-    return kind == nullptr ? ""
-                           : std::string(record.name) + ": expected the address of one device, got " + digits +
-                                 ", which is " + kind;
+    return kind == nullptr
+               ? ""
+               : fmt::format("{}: expected the address of one device, got {}, which is {}", record.name, digits, kind);
 }
 
 std::string mangled(const Record& record, std::string_view value)
@@ -114,7 +101,7 @@ std::string mangled(const Record& record, std::string_view value)
     }
     return expected == nullptr
                ? ""
-               : std::string(record.name) + ": expected " + expected + ", got " + registryText(record, value);
+               : fmt::format("{}: expected {}, got {}", record.name, expected, registryText(record, value));
 }
 
 std::string registryText(const Record& record, std::string_view value)

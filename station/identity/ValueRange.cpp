@@ -1,21 +1,26 @@
 #include "station/identity/ValueRange.h"
 
-#include <algorithm>
-#include <array>
+#include <fmt/format.h>
+
 #include <charconv>
 #include <optional>
-#include <stdexcept>
+
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
 
 namespace station::identity {
 
 namespace {
+
+using protocol::inQuotes;
+using protocol::UserError;
 
 constexpr int kAddressBits = 48;
 constexpr int kAddressWidth = 12;
 /// All addresses of a block are multicast, or none is.
 constexpr std::uint64_t kFewestBits = 8;
 constexpr std::uint64_t kMulticast = std::uint64_t{1} << 40;
-/// What 64 bits hold in any case.
+/// 64 bits hold every number of so many digits.
 constexpr std::size_t kMostDigits = 18;
 
 std::optional<std::uint64_t> numberIn(std::string_view digits, int base)
@@ -26,16 +31,17 @@ std::optional<std::uint64_t> numberIn(std::string_view digits, int base)
     return whole ? std::optional(number) : std::nullopt;
 }
 
-/// @returns the record before the '=', and takes both off `text`.
+/// @returns the record before the '=', and removes both from `text`.
 const Record& takeRecord(Records records, std::string_view& text, const char* example)
 {
     const auto equals = text.find('=');
     if (equals == std::string_view::npos) {
-        throw std::invalid_argument("expected " + std::string(example) + ", got '" + std::string(text) + "'");
+        throw UserError(fmt::format("expected {}, got {}", example, inQuotes(text)));
     }
     const Record& record = require(records, text.substr(0, equals));
     if (!record.unique) {
-        throw std::invalid_argument(std::string(record.name) + ": several units may have the same value of it");
+        throw UserError(fmt::format("expected a unique record, got {}, of which several units may have the same value",
+                                    record.name));
     }
     text.remove_prefix(equals + 1);
     return record;
@@ -45,13 +51,8 @@ const Record& takeRecord(Records records, std::string_view& text, const char* ex
 
 std::string ValueRange::value(std::uint64_t number) const
 {
-    std::array<char, 24> digits{};
-    const auto end = std::to_chars(digits.begin(), digits.end(), number, base).ptr;
-    const auto length = static_cast<std::size_t>(end - digits.begin());
-    std::ranges::transform(digits, digits.begin(),
-                           [](char c) { return c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c; });
-    const auto wanted = static_cast<std::size_t>(width);
-    return before + std::string(wanted - std::min(wanted, length), '0') + std::string(digits.data(), length) + after;
+    return base == 16 ? fmt::format("{}{:0{}X}{}", before, number, width, after)
+                      : fmt::format("{}{:0{}}{}", before, number, width, after);
 }
 
 bool ValueRange::contains(std::string_view text, std::uint64_t& number) const
@@ -74,7 +75,7 @@ ValueRange parseRange(Records records, std::string_view text)
     const auto dots = text.find("..", open == std::string_view::npos ? 0 : open);
     const auto close = text.find('}', dots == std::string_view::npos ? 0 : dots);
     if (open == std::string_view::npos || dots == std::string_view::npos || close == std::string_view::npos) {
-        throw std::invalid_argument("expected " + std::string(kExample) + ", got '" + whole + "'");
+        throw UserError(fmt::format("expected {}, got {}", kExample, inQuotes(whole)));
     }
     const auto first = text.substr(open + 1, dots - open - 1);
     const auto last = text.substr(dots + 2, close - dots - 2);
@@ -82,8 +83,9 @@ ValueRange parseRange(Records records, std::string_view text)
     const auto highest = numberIn(last, 10);
     if (!lowest || !highest || first.size() != last.size() || first.size() > kMostDigits || *lowest > *highest ||
         record.isAddress()) {
-        throw std::invalid_argument("'" + whole + "': expected two numbers of the same width, the lower one first" +
-                                    (record.isAddress() ? "; addresses come from --mac-block" : ""));
+        throw UserError(fmt::format("expected two numbers of the same width, the lower one first, got {}{}",
+                                    inQuotes(whole),
+                                    record.isAddress() ? "; --mac-block is the option for addresses" : ""));
     }
     ValueRange range{&record,  std::string(text.substr(0, open)), std::string(text.substr(close + 1)), *lowest,
                      *highest, static_cast<int>(first.size())};
@@ -99,20 +101,19 @@ ValueRange parseMacBlock(Records records, std::string_view text)
     const auto slash = text.find('/');
     const auto bits = slash == std::string_view::npos ? std::nullopt : numberIn(text.substr(slash + 1), 10);
     if (!record.isAddress() || !bits || *bits > kAddressBits || *bits < kFewestBits) {
-        throw std::invalid_argument("expected " + std::string(kExample) + ", BITS from " + std::to_string(kFewestBits) +
-                                    " to " + std::to_string(kAddressBits) + ", got '" + whole + "'");
+        throw UserError(fmt::format("expected {}, BITS from {} to {}, got {}", kExample, kFewestBits, kAddressBits,
+                                    inQuotes(whole)));
     }
     const std::string address = normalise(record, text.substr(0, slash));
     const std::uint64_t first = *numberIn(address, 16);
     const std::uint64_t size = std::uint64_t{1} << (kAddressBits - *bits);
     if (first % size != 0) {
-        throw std::invalid_argument("'" + whole +
-                                    "': expected the first address of the block, with nothing behind its " +
-                                    std::to_string(*bits) + " bits");
+        throw UserError(fmt::format("expected the first address of the block, with zeros after its {} bits, got {}",
+                                    *bits, inQuotes(whole)));
     }
     if ((first & kMulticast) != 0) {
-        throw std::invalid_argument("'" + whole +
-                                    "': expected a block of single devices' addresses, got multicast ones");
+        throw UserError(fmt::format("expected a block of addresses of single devices, got multicast addresses, {}",
+                                    inQuotes(whole)));
     }
     return {&record, "", "", first, first + size - 1, kAddressWidth, 16};
 }

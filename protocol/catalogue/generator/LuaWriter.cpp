@@ -1,3 +1,4 @@
+#include <array>
 #include <span>
 #include <stdexcept>
 
@@ -26,10 +27,7 @@ std::string fields(std::span<const Field> list)
     std::string text = "{";
     for (const Field& field : list) {
         text += (text.size() == 1 ? "" : ", ") + ("{ name = " + luaLiteral(field.name)) +
-                ", type = " + luaLiteral(infoOf(field.type).name);
-        if (sizeOf(field.type) > 0) {
-            text += ", size = " + std::to_string(sizeOf(field.type));
-        }
+                ", type = " + luaLiteral(nameOf(field.type));
         if (!field.unit.empty()) {
             text += ", unit = " + luaLiteral(field.unit);
         }

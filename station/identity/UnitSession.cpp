@@ -1,0 +1,70 @@
+#include "station/identity/UnitSession.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <utility>
+
+#include "protocol/catalogue/Catalogue.h"
+
+namespace station::identity {
+
+namespace {
+
+/// For a device that has gone, once the user wants an end.
+constexpr auto kRestoreReconnect = std::chrono::seconds(1);
+
+}  // namespace
+
+UnitSession::UnitSession(const PortSpec& port, const Connection::Options& options, Connection::Duration timeout,
+                         Warn warn)
+    : interrupt_(options.interrupt)
+    , warn_(std::move(warn))
+    , connection_(port, options)
+    , unit_(connection_, protocol::catalogue::groups(), timeout)
+{
+}
+
+void UnitSession::run(const std::function<void(UnitIdentity&)>& work)
+{
+    try {
+        unit_.enterTestMode();
+        work(unit_);
+    } catch (const std::exception& error) {
+        restore(error.what());
+        throw;
+    }
+    restore({});
+}
+
+void UnitSession::restore(const std::string& failure)
+{
+    // Ctrl-C ends the work, but not the cleaning up after it.
+    const bool interrupted = interrupt_ != nullptr && interrupt_->requested();
+    if (interrupted) {
+        interrupt_->clear();
+        connection_.waitAtMost(kRestoreReconnect);
+    }
+    const auto leftOn = [](const std::exception& error) {
+        return fmt::format("auto-test mode may be left on: {}", error.what());
+    };
+    try {
+        unit_.restoreMode();
+    } catch (const Interrupted& error) {
+        if (failure.empty()) {
+            throw Interrupted(leftOn(error));
+        }
+        warn_(leftOn(error));
+    } catch (const NoAnswer& error) {
+        if (error.what() != failure) {
+            warn_(leftOn(error));
+        }
+    } catch (const std::exception& error) {
+        warn_(leftOn(error));
+    }
+    if (interrupted) {
+        interrupt_->request();
+    }
+}
+
+}  // namespace station::identity
