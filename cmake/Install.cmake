@@ -25,9 +25,9 @@ else()
   install(TARGETS engineering-service engineering-station engineering-hmi headunitctl)
   install(FILES ipc/com.zent.linux.engineering.xml platform/bench/com.zent.linux.headunit.xml
     DESTINATION share/dbus-1/interfaces)
-  install(DIRECTORY docs/ DESTINATION share/doc/${package} FILES_MATCHING PATTERN *.md)
-  install(FILES README.md DESTINATION share/doc/${package})
-  install(DIRECTORY share/ DESTINATION share/engineering)
+  install(DIRECTORY docs/ DESTINATION share/doc/${package} FILES_MATCHING PATTERN *.md PATTERN protocol.md EXCLUDE)
+  install(FILES README.md ${CMAKE_BINARY_DIR}/share/doc/protocol.md DESTINATION share/doc/${package})
+  install(DIRECTORY share/plans ${CMAKE_BINARY_DIR}/share/wireshark DESTINATION share/engineering)
   # Only a package needs them.
   find_program(HELP2MAN help2man)
   if(HELP2MAN)

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <deque>
-#include <limits>
+#include <iterator>
 #include <optional>
 #include <set>
 #include <string>
@@ -23,17 +23,6 @@ struct Range {
     std::int64_t minimum;
     std::int64_t maximum;
 };
-
-/// What a number of the type can be; for the other types what a frame can hold of them.
-Range rangeOf(Type type)
-{
-    if (type == Type::kI32be) {
-        return {std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()};
-    }
-    const auto size = sizeOf(type);
-    // The unit's own frames have no room for more, and what it cannot send back cannot be verified either.
-    return {0, size > 0 ? (std::int64_t{1} << (8 * size)) - 1 : static_cast<std::int64_t>(kMaxParams)};
-}
 
 bool isKey(std::string_view text)
 {
@@ -148,13 +137,13 @@ Field Document::Storage::readField(const toml::table& table, bool inRecord)
     TableReader reader(table, "field", problems);
     Field field;
     field.name = key(reader, "name");
-    const auto type =
-        reader.oneOf("type", {"u8", "u16be", "u24be", "u32be", "i32be", "bytes", "ascii", "hex", "records"}, true);
-    field.type = static_cast<Type>(type.value_or(0));
+    std::vector<std::string_view> types;
+    std::ranges::transform(kTypes, std::back_inserter(types), &TypeInfo::name);
+    field.type = static_cast<Type>(reader.oneOf("type", types, true).value_or(0));
     field.meaning = text(reader, "meaning");
     field.unit = text(reader, "unit");
     field.scale = readScale(reader);
-    const Range whole = rangeOf(field.type);
+    const TypeInfo& whole = infoOf(field.type);
     field.minimum = reader.integer("minimum", false, whole.minimum, whole.maximum).value_or(whole.minimum);
     field.maximum = reader.integer("maximum", false, whole.minimum, whole.maximum).value_or(whole.maximum);
     if (field.minimum > field.maximum) {

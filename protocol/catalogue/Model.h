@@ -1,10 +1,14 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string_view>
+
+#include "protocol/Frame.h"
 
 /// What the station protocol says, as data: groups, commands, replies and what the head unit sends unasked.
 /// Everything here only points to text and arrays of somebody else: the compiled table, which lives as long as the
@@ -24,22 +28,38 @@ enum class Type : std::uint8_t {
     kRecords,  ///< records one behind the other, as many as the numeric field before them says
 };
 
-/// @returns how many bytes a number of this type takes; 0 for the types that are no number.
+/// What the catalogue's file calls a type, how many bytes a number of it takes (0: it is not a number), and its range:
+/// of a number its value, of the others what a frame can hold. The unit's own frames have no room for more, and what it
+/// cannot send back cannot be verified.
+struct TypeInfo {
+    std::string_view name;
+    std::size_t size;
+    std::int64_t minimum;
+    std::int64_t maximum;
+};
+
+/// Every type, in the order of Type.
+inline constexpr std::array<TypeInfo, 9> kTypes{{
+    {"u8", 1, 0, 0xFF},
+    {"u16be", 2, 0, 0xFFFF},
+    {"u24be", 3, 0, 0xFFFFFF},
+    {"u32be", 4, 0, 0xFFFFFFFF},
+    {"i32be", 4, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()},
+    {"bytes", 0, 0, kMaxParams},
+    {"ascii", 0, 0, kMaxParams},
+    {"hex", 0, 0, kMaxParams},
+    {"records", 0, 0, kMaxParams},
+}};
+
+constexpr const TypeInfo& infoOf(Type type)
+{
+    return kTypes.at(static_cast<std::size_t>(type));
+}
+
+/// @returns how many bytes a number of this type takes; 0 for a type that is not a number.
 constexpr std::size_t sizeOf(Type type)
 {
-    switch (type) {
-        case Type::kU8:
-            return 1;
-        case Type::kU16be:
-            return 2;
-        case Type::kU24be:
-            return 3;
-        case Type::kU32be:
-        case Type::kI32be:
-            return 4;
-        default:
-            return 0;
-    }
+    return infoOf(type).size;
 }
 
 /// A number that has a name.

@@ -226,7 +226,7 @@ bool TableReader::boolean(std::string_view key, bool otherwise)
     return found->as_boolean()->get();
 }
 
-std::optional<std::size_t> TableReader::oneOf(std::string_view key, std::initializer_list<std::string_view> words,
+std::optional<std::size_t> TableReader::oneOf(std::string_view key, const std::vector<std::string_view>& words,
                                               bool required)
 {
     if (look(key, required, alternatives(words)) == nullptr) {

@@ -39,7 +39,7 @@ public:
     bool boolean(std::string_view key, bool otherwise);
 
     /// One of `words`; their index, or nothing.
-    std::optional<std::size_t> oneOf(std::string_view key, std::initializer_list<std::string_view> words,
+    std::optional<std::size_t> oneOf(std::string_view key, const std::vector<std::string_view>& words,
                                      bool required = false);
 
     const toml::table* table(std::string_view key, bool required = false);

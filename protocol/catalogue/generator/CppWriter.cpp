@@ -1,4 +1,3 @@
-#include <array>
 #include <cstdint>
 #include <span>
 
@@ -7,9 +6,6 @@
 namespace protocol::catalogue::generator {
 
 namespace {
-
-constexpr std::array<std::string_view, 9> kTypes{"kU8",    "kU16be", "kU24be",   "kU32be",  "kI32be",
-                                                 "kBytes", "kAscii", "kHexText", "kRecords"};
 
 std::string literal(std::string_view text)
 {
@@ -50,8 +46,7 @@ public:
                                           ? "Scale{" + std::to_string(field.scale->factor) + ", " +
                                                 literal(field.scale->unit) + ", " + literal(field.scale->only) + "}"
                                           : "std::nullopt";
-            return "{" + literal(field.name) +
-                   ", Type::" + std::string(kTypes.at(static_cast<std::size_t>(field.type))) + ", " +
+            return "{" + literal(field.name) + ", Type{" + std::to_string(static_cast<int>(field.type)) + "}, " +
                    literal(field.meaning) + ", " + literal(field.unit) + ", " + scale + ", " +
                    std::to_string(field.minimum) + ", " + std::to_string(field.maximum) + ", " + named + ", " +
                    truth(field.open) + ", " + truth(field.optional) + ", " + literal(field.example) + ", " + inner +

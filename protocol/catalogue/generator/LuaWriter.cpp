@@ -1,4 +1,3 @@
-#include <array>
 #include <span>
 #include <stdexcept>
 
@@ -27,7 +26,10 @@ std::string fields(std::span<const Field> list)
     std::string text = "{";
     for (const Field& field : list) {
         text += (text.size() == 1 ? "" : ", ") + ("{ name = " + luaLiteral(field.name)) +
-                ", type = " + luaLiteral(nameOf(field.type));
+                ", type = " + luaLiteral(infoOf(field.type).name);
+        if (sizeOf(field.type) > 0) {
+            text += ", size = " + std::to_string(sizeOf(field.type));
+        }
         if (!field.unit.empty()) {
             text += ", unit = " + luaLiteral(field.unit);
         }

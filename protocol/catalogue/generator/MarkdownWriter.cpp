@@ -1,9 +1,10 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
+#include <iterator>
 #include <span>
-#include <stdexcept>
 #include <vector>
 
 #include "protocol/Frame.h"
@@ -14,10 +15,6 @@
 namespace protocol::catalogue::generator {
 
 namespace {
-
-constexpr std::string_view kBegin =
-    "<!-- From here to the end mark: made from protocol/catalogue.toml by scripts/generate -->\n";
-constexpr std::string_view kEnd = "<!-- end mark -->\n";
 
 std::string hex(std::uint8_t byte)
 {
@@ -48,29 +45,31 @@ std::string exampleFrame(std::uint8_t one, std::uint8_t two, std::span<const Fie
 
 std::string rangeOf(const Field& field)
 {
-    const bool number = sizeOf(field.type) > 0;
-    const std::int64_t most = field.type == Type::kI32be ? 0x7FFFFFFF
-                              : number                   ? (std::int64_t{1} << (8 * sizeOf(field.type))) - 1
-                                                         : static_cast<std::int64_t>(kMaxParams);
-    const std::int64_t least = field.type == Type::kI32be ? -std::int64_t{0x80000000} : 0;
-    if (field.minimum == least && field.maximum == most) {
+    const TypeInfo& whole = infoOf(field.type);
+    if (field.minimum == whole.minimum && field.maximum == whole.maximum) {
         return "";
     }
-    const std::string range = field.minimum == field.maximum
-                                  ? std::to_string(field.minimum)
-                                  : std::to_string(field.minimum) + " to " + std::to_string(field.maximum);
-    return number ? range : field.type == Type::kRecords ? range + " of them" : range + " bytes";
+    const std::string range = field.minimum == field.maximum ? fmt::to_string(field.minimum)
+                                                             : fmt::format("{} to {}", field.minimum, field.maximum);
+    return range + (whole.size > 0 ? "" : field.type == Type::kRecords ? " of them" : " bytes");
+}
+
+/// @returns the texts of a list, `separator` between them.
+template <class T, class Write>
+std::string joined(std::span<const T> list, std::string_view separator, Write write)
+{
+    std::vector<std::string> texts;
+    std::ranges::transform(list, std::back_inserter(texts), write);
+    return fmt::format("{}", fmt::join(texts, separator));
 }
 
 std::string describe(const Field& field)
 {
-    std::vector<std::string> notes{std::string(nameOf(field.type))};
+    std::vector<std::string> notes{std::string(infoOf(field.type).name)};
     if (field.type == Type::kRecords) {
-        std::string inner;
-        for (const Field& each : field.fields) {
-            inner += (inner.empty() ? "" : ", ") + std::string(each.name) + " " + std::string(nameOf(each.type));
-        }
-        notes.back() = "for each: " + inner;
+        notes.back() = "for each: " + joined(field.fields, ", ", [](const Field& each) {
+                           return fmt::format("{} {}", each.name, infoOf(each.type).name);
+                       });
     }
     if (!field.unit.empty()) {
         notes.emplace_back(field.unit);
@@ -78,12 +77,10 @@ std::string describe(const Field& field)
     if (const auto range = rangeOf(field); !range.empty() && field.choices.empty()) {
         notes.push_back(range);
     }
-    std::string named;
-    for (const Choice& choice : field.choices) {
-        named += (named.empty() ? "" : ", ") + std::to_string(choice.value) + " " + std::string(choice.name);
-    }
-    if (!named.empty()) {
-        notes.push_back(named + (field.open ? ", or another" : ""));
+    if (!field.choices.empty()) {
+        notes.push_back(joined(field.choices, ", ",
+                               [](const Choice& choice) { return fmt::format("{} {}", choice.value, choice.name); }) +
+                        (field.open ? ", or another" : ""));
     }
     if (field.optional) {
         notes.emplace_back("may be missing");
@@ -91,27 +88,19 @@ std::string describe(const Field& field)
     if (!field.meaning.empty()) {
         notes.emplace_back(field.meaning);
     }
-    std::string text = "*" + std::string(field.name) + "* (";
-    for (std::size_t i = 0; i < notes.size(); ++i) {
-        text += (i == 0 ? "" : "; ") + notes[i];
-    }
-    return text + ")";
+    return fmt::format("*{}* ({})", field.name, fmt::join(notes, "; "));
 }
 
 std::string describe(std::span<const Field> fields)
 {
-    std::string text;
-    for (const Field& field : fields) {
-        text += (text.empty() ? "" : ", ") + describe(field);
-    }
-    return text;
+    return joined(fields, ", ", [](const Field& field) { return describe(field); });
 }
 
 std::string describe(const Reply& reply)
 {
-    std::string text = code(reply.cmdOne, reply.cmdTwo);
-    text += reply.fields.empty() ? ", no byte" : ": " + describe(reply.fields);
-    return reply.when.empty() ? text : text + " when " + std::string(reply.when);
+    const std::string text =
+        code(reply.cmdOne, reply.cmdTwo) + (reply.fields.empty() ? ", no byte" : ": " + describe(reply.fields));
+    return reply.when.empty() ? text : fmt::format("{} when {}", text, reply.when);
 }
 
 std::string repliesOf(const Command& command)
@@ -121,16 +110,12 @@ std::string repliesOf(const Command& command)
         parts.push_back(describe(reply));
     }
     if (!command.silentWhen.empty()) {
-        parts.push_back("none " + std::string(command.silentWhen));
+        parts.push_back(fmt::format("none {}", command.silentWhen));
     }
     for (const Reply& reply : command.later) {
         parts.push_back("later " + describe(reply));
     }
-    std::string text;
-    for (const auto& part : parts) {
-        text += (text.empty() ? "" : "; ") + part;
-    }
-    return text.empty() ? "none" : text;
+    return parts.empty() ? "none" : fmt::format("{}", fmt::join(parts, "; "));
 }
 
 std::string effectOf(const Command& command)
@@ -155,17 +140,18 @@ std::string row(const Group& group, const Command& command)
     if (!answers.empty()) {
         example += "<br>" + exampleFrame(answers.front().cmdOne, answers.front().cmdTwo, answers.front().fields);
     }
-    return "| " + code(command.cmdOne, command.cmdTwo) + "<br>`" + std::string(group.key) + "." +
-           std::string(command.key) + "` | " + (command.params.empty() ? "—" : describe(command.params)) + " | " +
-           effectOf(command) + " | " + repliesOf(command) + " | " + example + " |\n";
+    return fmt::format("| {}<br>`{}.{}` | {} | {} | {} | {} |\n", code(command.cmdOne, command.cmdTwo), group.key,
+                       command.key, command.params.empty() ? "—" : describe(command.params), effectOf(command),
+                       repliesOf(command), example);
 }
 
 std::string section(const Group& group)
 {
-    std::string text = "## " + std::string(group.title) + ", group `" + hex(group.code) + "`, `" +
-                       std::string(group.key) + "`\n\n" + std::string(group.meaning) + "\n\n" +
-                       "| command | parameters | what happens | reply | example: request, then reply |\n"
-                       "| --- | --- | --- | --- | --- |\n";
+    std::string text = fmt::format(
+        "\n## {}, group `{}`, `{}`\n\n{}\n\n"
+        "| command | parameters | what happens | reply | example: request, then reply |\n"
+        "| --- | --- | --- | --- | --- |\n",
+        group.title, hex(group.code), group.key, group.meaning);
     for (const Command& command : group.commands) {
         text += row(group, command);
     }
@@ -173,35 +159,22 @@ std::string section(const Group& group)
         text += "\nThe unit sends on its own:\n\n| frame | fields | when | example |\n| --- | --- | --- | --- |\n";
     }
     for (const Notice& notice : group.notices) {
-        text += "| " + code(notice.cmdOne, notice.cmdTwo) + "<br>`" + std::string(group.key) + "." +
-                std::string(notice.key) + "` | " + describe(notice.fields) + " | " + std::string(notice.meaning) +
-                " | " + exampleFrame(notice.cmdOne, notice.cmdTwo, notice.fields) + " |\n";
+        text += fmt::format("| {}<br>`{}.{}` | {} | {} | {} |\n", code(notice.cmdOne, notice.cmdTwo), group.key,
+                            notice.key, describe(notice.fields), notice.meaning,
+                            exampleFrame(notice.cmdOne, notice.cmdTwo, notice.fields));
     }
-    return text + "\n";
+    return text;
 }
 
 }  // namespace
 
-std::string_view nameOf(Type type)
+std::string writeMarkdown(Groups groups)
 {
-    constexpr std::array<std::string_view, 9> kNames{"u8",    "u16be", "u24be", "u32be",  "i32be",
-                                                     "bytes", "ascii", "hex",   "records"};
-    return kNames.at(static_cast<std::size_t>(type));
-}
-
-std::string writeMarkdown(Groups groups, std::string_view page)
-{
-    const auto begin = page.find(kBegin);
-    const auto end = page.find(kEnd);
-    if (begin == std::string_view::npos || end == std::string_view::npos || end < begin) {
-        throw std::runtime_error("the page has no marks around the tables");
-    }
-    std::string text(page.substr(0, begin + kBegin.size()));
-    text += "\n";
+    std::string text;
     for (const Group& group : groups) {
         text += section(group);
     }
-    return text + std::string(page.substr(end));
+    return text;
 }
 
 }  // namespace protocol::catalogue::generator

@@ -34,7 +34,6 @@ local no_frame = ProtoExpert.new("engineering.expert.garbage", "Bytes that are n
   expert.severity.NOTE)
 engineering.experts = { bad_checksum, out_of_range, cut_short, left_over, no_frame }
 
-local sizes = { u8 = 1, u16be = 2, u24be = 3, u32be = 4, i32be = 4 }
 local makers = {
   u8 = ProtoField.uint8, u16be = ProtoField.uint16, u24be = ProtoField.uint24, u32be = ProtoField.uint32,
   i32be = ProtoField.int32,
@@ -89,13 +88,13 @@ end
 
 local function add_records(tree, params, offset, field, count)
   local size = 0
-  for _, inner in ipairs(field.fields) do size = size + sizes[inner.type] end
+  for _, inner in ipairs(field.fields) do size = size + inner.size end
   local present = math.min(count, math.floor((params:len() - offset) / size))
   for i = 1, present do
     local record = tree:add(params(offset, size), field.name .. " " .. i)
     for _, inner in ipairs(field.fields) do
-      add_number(record, params(offset, sizes[inner.type]), inner)
-      offset = offset + sizes[inner.type]
+      add_number(record, params(offset, inner.size), inner)
+      offset = offset + inner.size
     end
   end
   if present < count then tree:add_proto_expert_info(cut_short) end
@@ -107,7 +106,7 @@ local function add_fields(tree, params, entry, from_unit)
   local offset, texts, last = 0, {}, 0
   local length = params and params:len() or 0
   for _, field in ipairs(entry[4]) do
-    local size = sizes[field.type]
+    local size = field.size
     local text
     if field.type == "records" then
       if params then offset, text = add_records(tree, params, offset, field, last) end

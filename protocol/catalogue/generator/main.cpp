@@ -1,4 +1,5 @@
-// Makes from the catalogue what others read: the tools' table, the protocol's page, the Wireshark dissector.
+// Makes from the catalogue what others read: the tools' table, the protocol's page (PAGE and the tables after it), the
+// Wireshark dissector (SCRIPT with the table in it).
 
 #include <glib.h>
 
@@ -42,7 +43,7 @@ std::string generate(const std::string& what, const Document& document, const st
         return generator::writeCpp(document.groups(), hashOf(text));
     }
     if (what == "markdown" && other != nullptr) {
-        return generator::writeMarkdown(document.groups(), readFile(other));
+        return readFile(other) + generator::writeMarkdown(document.groups());
     }
     if (what == "lua" && other != nullptr) {
         return generator::writeLua(document.groups(), readFile(other));
