@@ -8,7 +8,6 @@
 
 #include "programs/Cli.h"
 #include "programs/station/CatalogueText.h"
-#include "programs/station/InputFile.h"
 #include "programs/station/Tool.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Document.h"

@@ -129,8 +129,8 @@ std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv)
         }
         return status;
     } catch (const CLI::ParseError& error) {
-        complain(kProgram, explain(app, error) + " (see '" + pathOf(deepest(app)) + " --help')");
-        return kWrongUse;
+        const std::string line = explain(app, error) + " (see '" + pathOf(deepest(app)) + " --help')";
+        return printError(line, "user", kWrongUse, app.get_option("--json")->as<bool>());
     }
 }
 

@@ -88,7 +88,7 @@ TEST(Completion, SaysWhatAWordMeans)
 {
     const auto verbs = complete({"monit"});
     ASSERT_EQ(verbs.size(), 1U);
-    EXPECT_EQ(verbs.front().meaning, "Shows what passes on a line");
+    EXPECT_EQ(verbs.front().meaning, "Show the traffic on a line");
 
     const auto ports = complete({"send", "--port", "/dev/tty"});
     ASSERT_EQ(ports.size(), 1U);

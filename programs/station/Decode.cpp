@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -7,13 +9,12 @@
 #include <vector>
 
 #include "programs/Cli.h"
-#include "programs/station/DecodeInput.h"
 #include "programs/station/FrameJson.h"
-#include "programs/station/InputFile.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
+#include "station/DecodeInput.h"
 #include "station/trace/Describe.h"
 #include "station/trace/PcapngReader.h"
 #include "station/trace/Secrets.h"
@@ -158,20 +159,18 @@ void decodeCapture(const std::string& name, const std::string& content, DecodePr
     while (auto event = reader.next()) {
         printer.print(std::move(*event));
     }
-    if (reader.foreign() > 0) {
-        complain(kProgram, name + ": packets of other link types than USER0 were passed over: " +
-                               std::to_string(reader.foreign()));
-    }
+    complainOfForeign(name, reader.foreign());
 }
 
 void decodeContent(const std::string& name, const std::string& content, DecodePrinter& printer)
 {
-    if (isCapture(content)) {
+    if (station::isCapture(content)) {
         decodeCapture(name, content, printer);
         return;
     }
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(content.data());
-    const auto pieces = isBinary(content) ? station::scanFrames({bytes, content.size()}) : readHexText(name, content);
+    const auto pieces =
+        station::isBinary(content) ? station::scanFrames({bytes, content.size()}) : station::readHexText(name, content);
     for (const ScannedPiece& piece : pieces) {
         printer.print(piece);
     }
@@ -204,9 +203,9 @@ int decode(const DecodeOptions& options, Tool& tool)
     } else {
         const std::string& first = options.inputs.front();
         if (options.inputs.size() == 1 && first.find_first_of("./") != std::string::npos) {
-            throw WrongUse("there is no file '" + first + "'");
+            throw protocol::UserError(fmt::format("{}: expected a file, got none", first));
         }
-        for (const ScannedPiece& piece : readHexArguments(options.inputs)) {
+        for (const ScannedPiece& piece : station::readHexArguments(options.inputs)) {
             printer.print(piece);
         }
     }

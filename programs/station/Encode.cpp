@@ -4,32 +4,24 @@
 #include <vector>
 
 #include "programs/station/FrameJson.h"
-#include "programs/station/RequestWords.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
+#include "station/Conversation.h"
 
 namespace programs::station_tool {
 
 namespace {
 
-namespace catalogue = protocol::catalogue;
-
-struct EncodeOptions {
-    std::string command;
-    std::vector<std::string> arguments;
-};
-
-int printFrame(const Request& request, bool json)
+int printFrame(const protocol::Frame& frame, bool json)
 {
     protocol::StationFrameBuffer buffer;
-    const auto& frame = request.frame;
     const std::size_t length = protocol::encode(buffer, frame.cmdOne, frame.cmdTwo, frame.params);
-    const std::string bytes = catalogue::formatHexBytes(protocol::Bytes(buffer).first(length));
+    const std::string bytes = protocol::catalogue::formatHexBytes(protocol::Bytes(buffer).first(length));
     if (json) {
-        const auto groups = catalogue::groups();
-        printJson({{"bytes", bytes}, {"request", frameJson(groups, catalogue::decodeRequest(groups, frame), frame)}});
+        const auto groups = protocol::catalogue::groups();
+        printJson({{"bytes", bytes}, {"request", frameJson(groups, decodeRequest(groups, frame), frame)}});
     } else {
         std::puts(bytes.c_str());
     }
@@ -40,23 +32,20 @@ int printFrame(const Request& request, bool json)
 
 void addEncode(Tool& tool)
 {
-    const auto options = std::make_shared<EncodeOptions>();
+    const auto command = std::make_shared<std::string>();
+    const auto arguments = std::make_shared<std::vector<std::string>>();
     CLI::App* verb = tool.app.add_subcommand("encode",
                                              "Print the bytes of a command's frame\n"
-                                             "They are those that 'send' would put on the line. No port is used.");
-    verb->add_option("COMMAND", options->command,
-                     "GROUP.COMMAND as 'catalogue list' prints it; or the group's code, hexadecimal")
-        ->type_name("COMMAND")
-        ->required();
-    verb->add_option("ARGUMENT", options->arguments,
-                     "NAME=VALUE for each parameter; or the command's code and parameter bytes, hexadecimal");
+                                             "They are the bytes that 'send' writes to the line. No port is used.");
+    addCommandWords(*verb, *command, *arguments);
     verb->footer(
         "Examples:\n"
         "  engineering-station encode tuner.play frequency=8750\n"
         "  engineering-station encode 0F 00 01");
-    verb->callback([&tool, options] {
-        tool.action = [&tool, options] {
-            return printFrame(parseRequest(options->command, options->arguments), tool.json);
+    verb->callback([&tool, command, arguments] {
+        tool.action = [&tool, command, arguments] {
+            return printFrame(station::parseRequest(protocol::catalogue::groups(), *command, *arguments).frame,
+                              tool.json);
         };
     });
 }

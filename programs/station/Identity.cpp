@@ -8,8 +8,6 @@
 #include <vector>
 
 #include "programs/Cli.h"
-#include "programs/station/InputFile.h"
-#include "programs/station/LineOptions.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 #include "protocol/Text.h"

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "programs/Cli.h"
-#include "programs/station/InputFile.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 #include "protocol/Text.h"

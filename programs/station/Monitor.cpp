@@ -1,26 +1,25 @@
+#include <fmt/format.h>
+
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 #include "programs/Cli.h"
 #include "programs/station/FrameJson.h"
-#include "programs/station/LineOptions.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/ClockText.h"
-#include "station/Connection.h"
 #include "station/WireBytes.h"
-#include "station/identity/UnitIdentity.h"
 #include "station/monitor/EventFilter.h"
+#include "station/monitor/Monitor.h"
 #include "station/trace/Attribution.h"
 #include "station/trace/Describe.h"
-#include "station/trace/FanOut.h"
 #include "station/trace/Pcapng.h"
 #include "station/trace/PcapngReader.h"
 #include "station/trace/Secrets.h"
@@ -30,13 +29,9 @@ namespace programs::station_tool {
 namespace {
 
 using nlohmann::ordered_json;
-using station::Connection;
 using station::TraceEvent;
 using Kind = TraceEvent::Kind;
 namespace catalogue = protocol::catalogue;
-
-/// How long a device that has gone is waited for at the end, to give the unit its mode back.
-constexpr auto kRestoreWait = std::chrono::seconds(1);
 
 struct MonitorOptions {
     station::PortSpec port;
@@ -45,7 +40,7 @@ struct MonitorOptions {
     std::string replay;
     double timeoutSeconds = 1;
     double durationSeconds = 0;
-    // Whoever watches waits for the device as long as it takes.
+    // A user who watches waits for the device as long as it takes.
     double reconnectSeconds = kForEver;
     bool hex = false;
     bool enterTestMode = false;
@@ -68,7 +63,6 @@ public:
 
     void on(const TraceEvent& event) override
     {
-        back_ = back_ || event.kind == Kind::kBack;
         const auto decoded = attribution_.on(event).decoded;
         if (!filter_.passes(event, decoded)) {
             return;
@@ -76,9 +70,6 @@ public:
         json_ ? printObject(event, decoded) : printLine(event, decoded);
         std::fflush(stdout);
     }
-
-    /// @returns whether the device has come back since this was asked last.
-    bool takeBack() { return std::exchange(back_, false); }
 
 private:
     void printLine(const TraceEvent& event, const catalogue::Decoded& decoded) const
@@ -123,169 +114,57 @@ private:
     bool hex_;
     bool json_;
     bool colour_;
-    bool back_ = false;
-};
-
-station::EventFilter filterOf(const MonitorOptions& options)
-{
-    if (options.filter.empty()) {
-        return {};
-    }
-    try {
-        return {catalogue::groups(), options.filter};
-    } catch (const std::invalid_argument& error) {
-        throw WrongUse(std::string("--filter: ") + error.what());
-    }
-}
-
-/// Shows the line without its secrets.
-class MaskedTrace : public station::TraceSink
-{
-public:
-    explicit MaskedTrace(station::TraceSink& next) : next_(next) {}
-
-    void on(const TraceEvent& event) override { next_.on(mask_(event)); }
-
-private:
-    station::TraceSink& next_;
-    station::SecretMask mask_{catalogue::groups()};
 };
 
 int replay(const MonitorOptions& options, Printer& printer)
 {
     std::ifstream file(options.replay, std::ios::binary);
     if (!file) {
-        throw WrongUse(options.replay + ": the capture cannot be opened");
+        throw protocol::UserError(fmt::format("{}: expected a capture, got {}", options.replay, std::strerror(errno)));
     }
     station::pcapng::Reader reader(file, options.replay);
-    MaskedTrace trace(printer);
-    while (const auto event = reader.next()) {
-        trace.on(*event);
+    station::SecretMask mask(catalogue::groups());
+    while (auto event = reader.next()) {
+        printer.on(mask(*std::move(event)));
     }
-    if (reader.foreign() > 0) {
-        complain(kProgram, options.replay + ": packets of other link types than USER0 were passed over: " +
-                               std::to_string(reader.foreign()));
-    }
+    complainOfForeign(options.replay, reader.foreign());
     return kPassed;
 }
 
-class Monitor
+/// Begins a capture of the port's line.
+std::optional<station::pcapng::File> captureOf(const MonitorOptions& options)
 {
-public:
-    Monitor(const MonitorOptions& options, Tool& tool, Printer& printer)
-        : options_(options), tool_(tool), printer_(printer)
-    {
+    if (options.pcapng.empty()) {
+        return std::nullopt;
     }
-
-    int run()
-    {
-        std::vector<station::TraceSink*> sinks;
-        if (!options_.pcapng.empty()) {
-            openCapture();
-            // First: what has been seen is in the capture, whatever happens then.
-            sinks.push_back(&*capture_);
-        }
-        sinks.push_back(&printer_);
-        station::FanOut everybody(sinks);
-        MaskedTrace trace(everybody);
-        Connection connection(
-            options_.port,
-            {.reconnect = fromSeconds(options_.reconnectSeconds), .trace = &trace, .interrupt = &tool_.interrupt});
-        station::identity::UnitIdentity unit(connection, catalogue::groups(), fromSeconds(options_.timeoutSeconds));
-        try {
-            if (options_.enterTestMode) {
-                unit.enterTestMode();
-            }
-            watch(connection, unit);
-        } catch (const station::Interrupted&) {
-            // The usual end.
-        } catch (const station::identity::NoAnswer& error) {
-            complain(kProgram, error.what());
-            status_ = kNoAnswer;
-        }
-        restore(connection, unit);
-        if (capture_ && !capture_->failure().empty() && !complained_) {
-            complainAboutCapture();
-        }
-        return status_;
+    try {
+        return std::optional<station::pcapng::File>(
+            std::in_place, options.pcapng,
+            station::pcapng::Source{std::string(kProgram) + " " ENGINEERING_VERSION, options.port.path,
+                                    options.port.baud},
+            [attribution = station::Attribution(catalogue::groups())](const TraceEvent& event) mutable {
+                return describe(attribution.groups(), event, attribution.on(event).decoded);
+            });
+    } catch (const std::system_error& error) {
+        throw protocol::UserError(error.what());
     }
+}
 
-private:
-    void openCapture()
-    {
-        const station::pcapng::Source source{std::string(kProgram) + " " ENGINEERING_VERSION, options_.port.path,
-                                             options_.port.baud};
-        try {
-            capture_.emplace(
-                options_.pcapng, source,
-                [attribution = station::Attribution(catalogue::groups())](const TraceEvent& event) mutable {
-                    return describe(attribution.groups(), event, attribution.on(event).decoded);
-                });
-        } catch (const std::system_error& error) {
-            throw WrongUse(error.what());
-        }
-    }
-
-    void watch(Connection& connection, station::identity::UnitIdentity& unit)
-    {
-        const double seconds = options_.durationSeconds > 0 ? options_.durationSeconds : kForEver;
-        const auto end = Connection::Clock::now() + fromSeconds(seconds);
-        while (Connection::Clock::now() < end && std::ferror(stdout) == 0) {
-            // The looks at what came back and at the capture are no reason to wake up often.
-            connection.receive(std::min(end, Connection::Clock::now() + std::chrono::seconds(1)));
-            if (printer_.takeBack() && options_.enterTestMode) {
-                enterAgain(unit);
-            }
-            if (capture_ && !capture_->failure().empty() && !complained_) {
-                complainAboutCapture();
-            }
-        }
-    }
-
-    /// A unit that started again has left the mode; one that is not up yet is asked later.
-    void enterAgain(station::identity::UnitIdentity& unit)
-    {
-        try {
-            unit.keepTestMode();
-        } catch (const station::identity::NoAnswer& error) {
-            complain(kProgram, error.what());
-        }
-    }
-
-    void restore(Connection& connection, station::identity::UnitIdentity& unit)
-    {
-        if (!options_.enterTestMode) {
-            return;
-        }
-        tool_.interrupt.clear();
-        // The watching may wait for ever, its end may not.
-        connection.waitAtMost(kRestoreWait);
-        try {
-            unit.restoreMode();
-        } catch (const std::exception& error) {
-            complain(kProgram, std::string("auto-test mode is left on: ") + error.what());
-        }
-    }
-
-    void complainAboutCapture()
-    {
-        complained_ = true;
-        status_ = kFailed;
-        complain(kProgram, capture_->failure());
-    }
-
-    const MonitorOptions& options_;
-    Tool& tool_;
-    Printer& printer_;
-    std::optional<station::pcapng::File> capture_;
-    bool complained_ = false;
-    int status_ = kPassed;
-};
-
-int monitor(const MonitorOptions& options, Tool& tool)
+int monitorLine(const MonitorOptions& options, Tool& tool)
 {
-    Printer printer(filterOf(options), options.hex, tool.json);
-    return options.replay.empty() ? Monitor(options, tool, printer).run() : replay(options, printer);
+    Printer printer({catalogue::groups(), options.filter}, options.hex, tool.json);
+    if (!options.replay.empty()) {
+        return replay(options, printer);
+    }
+    auto capture = captureOf(options);
+    const station::MonitorTerms terms{
+        options.port, fromSeconds(options.timeoutSeconds), fromSeconds(options.reconnectSeconds),
+        options.durationSeconds > 0 ? std::optional(fromSeconds(options.durationSeconds)) : std::nullopt,
+        options.enterTestMode};
+    const station::MonitorOutput output{printer, capture ? &*capture : nullptr,
+                                        [](const std::string& line) { complain(kProgram, line); },
+                                        [] { return std::ferror(stdout) != 0; }};
+    return monitor(catalogue::groups(), terms, output, tool.interrupt);
 }
 
 }  // namespace
@@ -295,33 +174,31 @@ void addMonitor(Tool& tool)
     const auto options = std::make_shared<MonitorOptions>();
     CLI::App* verb = tool.app.add_subcommand(
         "monitor",
-        "Shows what passes on a line\n"
-        "A line a frame: time, direction as the station sees it (sent, received, corrupt), meaning. The port is this "
-        "program's alone meanwhile, so what comes is what the unit sends by itself, which it mostly does in auto-test "
-        "mode only: see --enter-test-mode. Key reports come only while they are switched on, before monitor has the "
-        "port: 'send keys.set-feedback value=on' in auto-test mode. A device that goes is waited for; that it went and "
-        "came back is shown. "
-        "Ctrl-C ends it, with exit status 0.\n"
+        "Show the traffic on a line\n"
+        "Each frame is one line: time, direction as the station sees it (sent, received, corrupt), meaning. The port "
+        "belongs to this program meanwhile, so you see what the unit sends by itself. Most units do that in auto-test "
+        "mode only: see --enter-test-mode. A unit sends key reports only after 'send keys.set-feedback value=on' in "
+        "auto-test mode; send it before you start monitor. The tool waits for a device that disappears, and shows when "
+        "it went and came back. Ctrl-C ends it, with exit status 0.\n"
         "\n"
-        "A filter has alternatives between commas; words between blanks must all hold, one behind ! must not:\n"
+        "A filter has alternatives, with commas between them. An alternative is one or more words, with blanks between "
+        "them; all must hold. A word behind ! must not hold.\n"
         "sent, received, corrupt: the direction\n"
         "tuner: a group\n"
-        "tuner.frequency: a command with what answers it, or what the unit sends by itself\n"
-        "02, 02.01: codes on the line, hexadecimal, bit 7 of the group aside");
+        "tuner.frequency: a command and its replies, or a notice\n"
+        "02, 02.01: codes on the line, hexadecimal, without bit 7 of the group");
     addPort(*verb, options->port);
     addTimeout(*verb, options->timeoutSeconds);
     addReconnect(*verb, options->reconnectSeconds);
-    verb->add_flag("--hex", options->hex, "Show the bytes too");
-    verb->add_option("--filter", options->filter, "Which frames to show; a capture holds all of them")
-        ->type_name("EXPR");
+    verb->add_flag("--hex", options->hex, "Also show the bytes");
+    verb->add_option("--filter", options->filter, "Frames to show; a capture holds all")->type_name("EXPR");
     auto* pcapng =
-        verb->add_option(
-                "--pcapng", options->pcapng,
-                "Capture into this file, for Wireshark: link type USER0, comments; one that exists is replaced")
+        verb->add_option("--pcapng", options->pcapng,
+                         "Capture into this file, for Wireshark (link type USER0, with comments); replaces the file")
             ->type_name("FILE");
-    auto* enter = verb->add_flag("--enter-test-mode", options->enterTestMode,
-                                 "Switch auto-test mode on, and back to what it was at the end");
-    verb->add_option("--duration", options->durationSeconds, "End after so many seconds; 0 for never")
+    auto* enter =
+        verb->add_flag("--enter-test-mode", options->enterTestMode, "Switch auto-test mode on, and at the end back");
+    verb->add_option("--duration", options->durationSeconds, "End after this time, in seconds; 0 for never")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, kForEver))
         ->default_str("0");
@@ -335,7 +212,7 @@ void addMonitor(Tool& tool)
         "  engineering-station monitor --enter-test-mode\n"
         "  engineering-station monitor --hex --filter 'received keys, corrupt' --pcapng trace.pcapng\n"
         "  engineering-station monitor --replay trace.pcapng --json");
-    verb->callback([&tool, options] { tool.action = [&tool, options] { return monitor(*options, tool); }; });
+    verb->callback([&tool, options] { tool.action = [&tool, options] { return monitorLine(*options, tool); }; });
 }
 
 }  // namespace programs::station_tool

@@ -6,7 +6,6 @@
 #include <filesystem>
 
 #include "programs/Cli.h"
-#include "programs/station/InputFile.h"
 #include "programs/station/Tool.h"
 #include "programs/station/plan/PlanFile.h"
 #include "protocol/catalogue/Catalogue.h"

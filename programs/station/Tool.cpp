@@ -1,14 +1,23 @@
 #include "programs/station/Tool.h"
 
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
 
+#include "host/Descriptor.h"
+#include "programs/Cli.h"
 #include "protocol/Text.h"
 #include "station/SerialLink.h"
 #include "station/ports/SerialPorts.h"
@@ -18,7 +27,7 @@ namespace programs::station_tool {
 
 namespace {
 
-/// Longer than anybody waits, and far below what a clock's time point holds.
+/// A day: far below the end of a clock.
 constexpr double kLongestTimeout = 86400;
 
 }  // namespace
@@ -35,7 +44,7 @@ station::PortSpec parsePort(std::string_view text)
             port = {std::string(text.substr(0, comma)), baud};
         }
     }
-    // Below /tmp anybody can be the first to make its directory.
+    // In /tmp any user can be the first to make its directory.
     port.ownOnly = port.path == station::defaultPort();
     return port;
 }
@@ -45,7 +54,7 @@ std::string checkPort(const std::string& text)
     const unsigned baud = parsePort(text).baud;
     return station::SerialLink::isKnownBaud(baud)
                ? ""
-               : std::to_string(baud) + " is no baud rate: a common one such as 9600, 115200 or 921600 was expected";
+               : fmt::format("expected a baud rate such as 9600, 115200 or 921600, got {}", baud);
 }
 
 namespace {
@@ -57,7 +66,7 @@ std::string checkTimeout(const std::string& text)
     const bool complete = result.ec == std::errc() && result.ptr == text.data() + text.size();
     return complete && seconds >= 0 && seconds <= kLongestTimeout
                ? ""
-               : "'" + text + "' is no number of seconds from 0 to 86400";
+               : fmt::format("expected a number of seconds from 0 to 86400, got '{}'", text);
 }
 
 }  // namespace
@@ -66,7 +75,7 @@ void printJson(nlohmann::ordered_json object)
 {
     nlohmann::ordered_json line{{"schema", kSchema}};
     line.update(object);
-    // Bytes that are no UTF-8 come from the line: they are replaced, never a reason to fail.
+    // The line may send bytes that are not UTF-8.
     const std::string text = line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
     std::puts(protocol::printableJson(text).c_str());
 }
@@ -74,6 +83,16 @@ void printJson(nlohmann::ordered_json object)
 void printText(const std::string& text, bool json)
 {
     json ? printJson({{"text", text}}) : static_cast<void>(std::fputs(text.c_str(), stdout));
+}
+
+int printError(const std::string& line, const char* kind, ExitStatus status, bool json)
+{
+    if (json) {
+        printJson({{"error", line}, {"kind", kind}, {"status", static_cast<int>(status)}});
+    } else {
+        complain(kProgram, line);
+    }
+    return status;
 }
 
 bool isDumbTerminal()
@@ -111,6 +130,138 @@ void addTimeout(CLI::App& verb, double& seconds)
         ->check(checkTimeout)
         ->type_name("SECONDS")
         ->default_val(seconds);
+}
+
+void addReconnect(CLI::App& verb, double& seconds)
+{
+    CLI::Option* option =
+        verb.add_option("--reconnect", seconds, "How long to wait for a device that has gone, in seconds")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(0.0, kForEver));
+    if (seconds >= kForEver) {
+        option->default_str("as long as it takes");
+    } else {
+        option->default_val(seconds);
+    }
+}
+
+std::chrono::nanoseconds fromSeconds(double seconds)
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(std::max(seconds, 0.0)));
+}
+
+void addCommandWords(CLI::App& verb, std::string& command, std::vector<std::string>& arguments)
+{
+    verb.add_option("COMMAND", command, "GROUP.COMMAND as 'catalogue list' prints it; or the group's code, hexadecimal")
+        ->type_name("COMMAND")
+        ->required();
+    verb.add_option("ARGUMENT", arguments,
+                    "NAME=VALUE for each parameter: a number, the name of a choice, a number with its unit (87.5MHz), "
+                    "text, or bytes (00:1A:7D); or the command's code and at most 252 parameter bytes, hexadecimal");
+}
+
+namespace {
+
+[[noreturn]] void failToRead(const std::string& path, int error)
+{
+    throw protocol::UserError(
+        fmt::format("{}: cannot be read: {}", path == "-" ? "standard input" : path, std::strerror(error)));
+}
+
+}  // namespace
+
+std::string readInput(const std::string& path, const station::Interrupt& interrupt)
+{
+    // Without O_NONBLOCK the opening of a pipe without a writer would wait, and could not be interrupted.
+    const host::Descriptor file(path == "-" ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (path != "-" && !file.valid()) {
+        failToRead(path, errno);
+    }
+    const int input = path == "-" ? STDIN_FILENO : file.get();
+    std::string text;
+    std::array<char, 65536> chunk;
+    for (;;) {
+        std::array<pollfd, 2> waits{pollfd{input, POLLIN, 0}, pollfd{interrupt.descriptor(), POLLIN, 0}};
+        if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) {
+            failToRead(path, errno);
+        }
+        if (interrupt.requested()) {
+            throw station::Interrupted();
+        }
+        if (waits[0].revents == 0) {
+            continue;
+        }
+        const ssize_t count = read(input, chunk.data(), chunk.size());
+        if (count < 0 && errno != EINTR && errno != EAGAIN) {
+            failToRead(path, errno);
+        }
+        if (count == 0) {
+            return text;
+        }
+        text.append(chunk.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        if (text.size() > kLongestInput) {
+            throw protocol::UserError(fmt::format("{}: expected at most {} MiB, got more", path, kLongestInput >> 20));
+        }
+    }
+}
+
+void complainOfFile(const std::string& line)
+{
+    std::fprintf(stderr, "%s\n", protocol::printable(line).c_str());
+}
+
+void complainOfForeign(const std::string& capture, std::size_t packets)
+{
+    if (packets > 0) {
+        complain(kProgram, fmt::format("{}: ignored {} of other link types than USER0", capture,
+                                       protocol::plural(packets, "packet")));
+    }
+}
+
+namespace {
+
+/// The errno of the first write that failed; 0 for none.
+std::atomic<int> failure = 0;
+
+/// Writes all of it.
+/// @returns how much was written: less when that failed.
+ssize_t writeOut(void*, const char* data, std::size_t size)
+{
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t written = write(STDOUT_FILENO, data + done, size - done);
+        if (written < 0) {
+            int none = 0;
+            failure.compare_exchange_strong(none, errno);
+            break;
+        }
+        done += static_cast<std::size_t>(written);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+}  // namespace
+
+void watchStandardOutput()
+{
+    // A stream only remembers that it failed. At the end, errno is from another call.
+    cookie_io_functions_t functions{};
+    functions.write = writeOut;
+    FILE* watched = fopencookie(nullptr, "w", functions);
+    if (watched == nullptr) {
+        return;
+    }
+    std::setvbuf(watched, nullptr, isatty(STDOUT_FILENO) == 1 ? _IOLBF : _IOFBF, BUFSIZ);
+    stdout = watched;
+}
+
+int flushStandardOutput()
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+        return 0;
+    }
+    const int first = failure;
+    return first != 0 ? first : EIO;
 }
 
 }  // namespace programs::station_tool

@@ -2,10 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <chrono>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "protocol/Errors.h"
 #include "station/Connection.h"
@@ -71,6 +73,10 @@ void printJson(nlohmann::ordered_json object);
 /// Prints a text that is made for people or other programs than readers of JSON; with --json as {"text": …}.
 void printText(const std::string& text, bool json);
 
+/// Prints an error as one line on standard error, or as one JSON object on standard output.
+/// @returns `status`.
+int printError(const std::string& line, const char* kind, ExitStatus status, bool json);
+
 /// @returns whether TERM names no terminal that obeys control sequences.
 bool isDumbTerminal();
 
@@ -92,6 +98,40 @@ std::string resultsFolder(const Tool& tool, const std::string& given);
 
 /// Adds --timeout SECONDS with its check.
 void addTimeout(CLI::App& verb, double& seconds);
+
+/// A time without end on the command line: a year.
+inline constexpr double kForEver = 86400.0 * 365;
+
+/// Adds --reconnect SECONDS.
+void addReconnect(CLI::App& verb, double& seconds);
+
+/// @returns a time of the command line; 0 for a negative one.
+std::chrono::nanoseconds fromSeconds(double seconds);
+
+/// Adds the words of one command: COMMAND and ARGUMENT…
+void addCommandWords(CLI::App& verb, std::string& command, std::vector<std::string>& arguments);
+
+/// The longest file that the tool reads: far longer than a catalogue, a plan, a list of bytes or a capture of a day.
+inline constexpr std::size_t kLongestInput = std::size_t{256} << 20;
+
+/// Reads a whole file; "-" is standard input. Throws UserError if it cannot be read, is a directory or is longer than
+/// kLongestInput, and Interrupted if the user ends the wait for standard input or a pipe.
+std::string readInput(const std::string& path, const station::Interrupt& interrupt);
+
+/// Prints on standard error a line that begins with the place in the user's file. The program's name does not stand
+/// before it, so editors find the place.
+void complainOfFile(const std::string& line);
+
+/// Prints on standard error how many packets of a capture were ignored, unless it is none.
+void complainOfForeign(const std::string& capture, std::size_t packets);
+
+/// Makes standard output remember the first error of a write. To be called before anything is printed; std::cout does
+/// not take part.
+void watchStandardOutput();
+
+/// @returns 0 if everything that was printed has reached standard output, else the errno of the first write that
+/// failed.
+int flushStandardOutput();
 
 /// Puts a noun or verb with its options into the tree.
 using AddVerb = void(Tool& tool);

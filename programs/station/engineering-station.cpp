@@ -12,7 +12,6 @@
 #include "programs/Cli.h"
 #include "programs/station/CommandLine.h"
 #include "programs/station/Completion.h"
-#include "programs/station/Output.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 
@@ -59,24 +58,14 @@ void endOnSignals(station::Interrupt& interrupt)
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-int report(const Tool& tool, const char* line, const char* kind, int status)
-{
-    if (tool.json) {
-        printJson({{"error", line}, {"kind", kind}, {"status", status}});
-    } else {
-        programs::complain(kProgram, line);
-    }
-    return status;
-}
-
 int run(const Tool& tool)
 {
     try {
         return tool.action();
     } catch (const protocol::Error& error) {
-        return report(tool, error.what(), error.kind(), error.status());
+        return printError(error.what(), error.kind(), error.status(), tool.json);
     } catch (const std::exception& error) {
-        return report(tool, error.what(), "internal", kFailed);
+        return printError(error.what(), "internal", kFailed, tool.json);
     }
 }
 

@@ -1,14 +1,16 @@
 #include "station/monitor/EventFilter.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <ranges>
-#include <stdexcept>
 #include <utility>
 
+#include "protocol/Errors.h"
 #include "protocol/Frame.h"
-#include "protocol/catalogue/Catalogue.h"
 #include "protocol/Text.h"
+#include "protocol/catalogue/Catalogue.h"
 #include "station/Hex.h"
 
 namespace station {
@@ -60,14 +62,18 @@ std::uint8_t groupCode(const TraceEvent& event, const catalogue::Decoded& decode
         }
     }
     const std::vector<std::string_view> words(keys.begin(), keys.end());
-    throw std::invalid_argument("'" + std::string(word) + "' is no direction, group, command or hexadecimal code" +
-                                protocol::didYouMean(word, words));
+    throw protocol::UserError(
+        fmt::format("--filter: expected a direction, a group, a command or a hexadecimal code, got {}{}",
+                    protocol::inQuotes(word), protocol::didYouMean(word, words)));
 }
 
 }  // namespace
 
 EventFilter::EventFilter(catalogue::Groups groups, std::string_view expression)
 {
+    if (expression.empty()) {
+        return;
+    }
     for (const std::string& part : split(expression, ',')) {
         Alternative terms;
         for (const std::string& word : split(part, ' ')) {
@@ -76,7 +82,7 @@ EventFilter::EventFilter(catalogue::Groups groups, std::string_view expression)
             }
         }
         if (terms.empty()) {
-            throw std::invalid_argument("a filter's alternative is empty: words were expected, as in 'received tuner'");
+            throw protocol::UserError("--filter: expected words between the commas, as in 'received tuner', got none");
         }
         alternatives_.push_back(std::move(terms));
     }

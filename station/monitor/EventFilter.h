@@ -12,24 +12,22 @@
 
 namespace station {
 
-/// Says which frames somebody wants to see:
+/// Selects frames:
 ///
-///     filter      = alternative { "," alternative }     one of them holds
-///     alternative = term { " " term }                   all of them hold
-///     term        = [ "!" ] word                        "!": the word does not hold
+///     filter      = alternative { "," alternative }     one of them must hold
+///     alternative = term { " " term }                   all of them must hold
+///     term        = [ "!" ] word                        "!": the word must not hold
 ///     word        = "sent" | "received" | "corrupt"     direction
 ///                 | GROUP                               "tuner"
-///                 | GROUP.COMMAND | GROUP.NOTICE        "tuner.play": the command and what answers it
-///                 | HEX | HEX.HEX                       "02", "02.01": codes on the wire, bit 7 of the group aside
+///                 | GROUP.COMMAND | GROUP.NOTICE        "tuner.play": the command and its replies
+///                 | HEX | HEX.HEX                       "02", "02.01": codes on the wire, without bit 7 of the group
 ///
-/// That the device went or came back passes every filter.
+/// Events without a frame pass every filter.
 class EventFilter
 {
 public:
-    /// Passes everything.
-    EventFilter() = default;
-
-    /// Throws std::invalid_argument with one line that says which word is wrong.
+    /// Throws UserError with the word that is wrong.
+    /// @param expression passes everything if it is empty.
     /// @param groups outlive the filter.
     EventFilter(protocol::catalogue::Groups groups, std::string_view expression);
 

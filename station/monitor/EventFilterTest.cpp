@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
 #include "protocol/catalogue/Catalogue.h"
 #include "station/trace/Attribution.h"
 
@@ -72,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(EventFilter, WithoutAnExpressionPassesEverything)
 {
-    EXPECT_TRUE(EventFilter().passes(kUnknown, {}));
+    EXPECT_TRUE(EventFilter(protocol::catalogue::groups(), "").passes(kUnknown, {}));
 }
 
 // WIRE: the reply to "delete pairings" stands under the tuner's code.
@@ -93,7 +91,7 @@ std::string errorOf(const std::string& expression)
 {
     try {
         EventFilter(protocol::catalogue::groups(), expression);
-    } catch (const std::invalid_argument& error) {
+    } catch (const protocol::UserError& error) {
         return error.what();
     }
     return "";
@@ -101,14 +99,14 @@ std::string errorOf(const std::string& expression)
 
 TEST(EventFilter, WordThatIsNothingIsNamedWithWhatItMayHaveBeen)
 {
-    EXPECT_THAT(errorOf("received tunre"), AllOf(HasSubstr("'tunre' is no direction"), HasSubstr("'tuner'")));
-    EXPECT_THAT(errorOf("02.GG"), HasSubstr("'02.GG' is no direction"));
+    EXPECT_THAT(errorOf("received tunre"), AllOf(HasSubstr("got 'tunre'"), HasSubstr("'tuner'")));
+    EXPECT_THAT(errorOf("02.GG"), HasSubstr("got '02.GG'"));
 }
 
 TEST(EventFilter, EmptyAlternativeIsRefused)
 {
-    EXPECT_THAT(errorOf(""), HasSubstr("alternative is empty"));
-    EXPECT_THAT(errorOf("tuner,,gps"), HasSubstr("alternative is empty"));
+    EXPECT_THAT(errorOf(" "), HasSubstr("between the commas"));
+    EXPECT_THAT(errorOf("tuner,,gps"), HasSubstr("between the commas"));
 }
 
 }  // namespace

@@ -57,38 +57,6 @@ TEST_F(StationMonitorTest, ShowsWhatTheUnitSendsByItselfAndGivesTheModeBack)
     EXPECT_THAT(run({ENGINEERING_STATION, "send", "0F", "FF"}).out, HasSubstr("8F FF [00]"));
 }
 
-TEST_F(StationMonitorTest, DurationEndsItAlsoWhileTheDeviceIsAway)
-{
-    PtyPeer unit;
-    auto& process = monitor({"--port", unit.path(), "--enter-test-mode", "--duration", "0.5"});
-    // 0F FF [], 8F FF [01]
-    unit.read(8);
-    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0xFF, 0x01, 0x00, 0xFE, 0x6E});
-    expectLine(process, "test.mode: mode=1 (on)");
-    unit.hangUp();
-
-    expectLine(process, "lost");
-    expectEnd(process, 0);
-}
-
-TEST_F(StationMonitorTest, InterruptEndsItWhileTheDeviceIsAwayAndItsModeCannotBeGivenBack)
-{
-    PtyPeer unit;
-    auto& process = monitor({"--port", unit.path(), "--enter-test-mode"});
-    // 0F FF [], 8F FF [00]; 0F 00 [01], 8F 00 [01]
-    unit.read(8);
-    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0xFF, 0x00, 0x00, 0xFE, 0x6F});
-    unit.read(10);
-    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0x00, 0x01, 0x00, 0xFF, 0x6D});
-    expectLine(process, "test.set-mode: mode=1 (on)");
-    unit.hangUp();
-    expectLine(process, "lost");
-
-    interrupt(process);
-
-    EXPECT_THAT(linesOf(process.output(Stream::kErr)), ElementsAre(HasSubstr("auto-test mode is left on")));
-}
-
 TEST_F(StationMonitorTest, FilterHidesTheRestAndTheCaptureHoldsAll)
 {
     startService();
@@ -133,30 +101,6 @@ TEST_F(StationMonitorTest, ServiceThatEndsAndStartsAgainIsShownAndPutIntoTestMod
     interrupt(process);
 }
 
-TEST_F(StationMonitorTest, DeviceThatDoesNotComeBackInTheTimeGivenIsALinkError)
-{
-    PtyPeer unit;
-    auto& process = monitor({"--port", unit.path(), "--reconnect", "0.1"});
-    // 86 11 [05]: 03+86+11+05 = 009F, two's complement FF61
-    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x86, 0x11, 0x05, 0x00, 0xFF, 0x61});
-    expectLine(process, "received  ");
-
-    unit.hangUp();
-
-    expectEnd(process, 11);
-    EXPECT_THAT(linesOf(process.output(Stream::kErr)), SizeIs(1));
-}
-
-TEST_F(StationMonitorTest, NoiseAndCorruptFramesAreShownForWhatTheyAre)
-{
-    PtyPeer unit;
-    auto& process = monitor({"--port", unit.path(), "--filter", "corrupt"});
-    unit.write({0x00, 0xFF, 0x2A, 0x2A, 0xA2, 0x00, 0x03, 0x86, 0x11, 0x05, 0x00, 0xFF, 0x62});
-
-    expectLine(process, "corrupt   86 11 [05]: wrong checksum");
-    interrupt(process);
-}
-
 TEST_F(StationMonitorTest, PortIsItsOwn)
 {
     PtyPeer unit;
@@ -187,16 +131,6 @@ TEST_F(StationMonitorTest, KilledMonitorLeavesACaptureThatCanBeRead)
 
     EXPECT_THAT(outcome.out, HasSubstr("10\t"));
     EXPECT_THAT(linesOf(outcome.out), SizeIs(1));
-}
-
-TEST_F(StationMonitorTest, SilentUnitDoesNotEnterTestMode)
-{
-    PtyPeer unit;
-    const auto outcome =
-        run({ENGINEERING_STATION, "monitor", "--port", unit.path(), "--enter-test-mode", "--timeout", "0.05"});
-
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("no reply to test.mode")));
 }
 
 TEST_F(StationMonitorTest, DurationEndsIt)

@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <nlohmann/json.hpp>
+
 #include "tests/integration/BenchTest.h"
 #include "tests/support/PtyPeer.h"
 
@@ -126,6 +129,45 @@ TEST_F(StationProgramTest, SendIgnoresWhatWasLeftInTheLine)
     EXPECT_EQ(send({"0F", "00", "01", "--port", peer.path(), "--timeout", "0.1"}).status, 3);
 }
 
+struct Failure {
+    const char* name;
+    std::vector<std::string> arguments;
+    const char* kind;
+    int status;
+};
+
+class FailureTest : public BenchTest, public testing::WithParamInterface<Failure>
+{
+};
+
+TEST_P(FailureTest, IsOneJsonObjectWithKindAndStatus)
+{
+    std::ofstream(directory() / "record.json") << "not JSON";
+    std::vector<std::string> all{ENGINEERING_STATION, "--json"};
+    for (const std::string& argument : GetParam().arguments) {
+        all.push_back(argument == "RECORD" ? directory().string() : argument);
+    }
+
+    const auto outcome = run(all);
+
+    EXPECT_EQ(outcome.status, GetParam().status);
+    EXPECT_THAT(outcome.err, IsEmpty());
+    ASSERT_THAT(linesOf(outcome.out), SizeIs(1));
+    const auto object = nlohmann::json::parse(outcome.out);
+    EXPECT_EQ(object["schema"], 1);
+    EXPECT_EQ(object["kind"], GetParam().kind);
+    EXPECT_EQ(object["status"], GetParam().status);
+    EXPECT_NE(object["error"], "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    StationProgram, FailureTest,
+    testing::Values(Failure{"WrongWord", {"send", "tuner.pla"}, "user", 2},
+                    Failure{"WrongOption", {"send", "--tiemout", "1"}, "user", 2},
+                    Failure{"MissingPort", {"send", "0F", "00", "--port", "/dev/no-such-line"}, "line", 10},
+                    Failure{"RecordThatCannotBeRead", {"report", "show", "RECORD"}, "storage", 2}),
+    [](const auto& row) { return row.param.name; });
+
 struct WrongUse {
     const char* name;
     std::vector<std::string> arguments;
@@ -144,16 +186,11 @@ TEST_P(WrongUseTest, OfSendIsOneLineWithStatusTwo)
 }
 
 INSTANTIATE_TEST_SUITE_P(StationProgram, WrongUseTest,
-                         testing::Values(WrongUse{"NoCommand", {}}, WrongUse{"HalfACommand", {"0F"}},
-                                         WrongUse{"NoHexDigits", {"0F", "GG"}},
-                                         WrongUse{"GroupBeyondAByte", {"100", "00"}},
-                                         WrongUse{"ParameterBeyondAByte", {"0F", "00", "1FF"}},
+                         testing::Values(WrongUse{"NoCommand", {}}, WrongUse{"NoHexDigits", {"0F", "GG"}},
                                          WrongUse{"TimeoutIsNoNumber", {"0F", "00", "--timeout", "soon"}},
                                          WrongUse{"TimeoutIsNegative", {"0F", "00", "--timeout", "-1"}},
                                          WrongUse{"TimeoutIsNotANumber", {"0F", "00", "--timeout", "nan"}},
-                                         // group, command and one parameter more than a frame holds
-                                         WrongUse{"BaudThatNoLineHas", {"0F", "00", "--port", "/dev/null,12345"}},
-                                         WrongUse{"TooManyParameters", std::vector<std::string>(255, "00")}),
+                                         WrongUse{"BaudThatNoLineHas", {"0F", "00", "--port", "/dev/null,12345"}}),
                          [](const auto& row) { return row.param.name; });
 
 }  // namespace

@@ -1,21 +1,23 @@
-#include "programs/station/DecodeInput.h"
+#include "station/DecodeInput.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <iterator>
 
-#include "programs/station/Tool.h"
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
 
-namespace programs::station_tool {
+namespace station {
 
 namespace {
 
 using protocol::catalogue::parseHexBytes;
-using station::ScannedPiece;
 
 constexpr std::size_t kShownOfALine = 40;
 
-/// Collects bytes until something else interrupts them.
+/// Collects bytes and frames in their order.
 class Collector
 {
 public:
@@ -36,7 +38,7 @@ public:
 private:
     void scan()
     {
-        std::ranges::move(station::scanFrames(stream_), std::back_inserter(pieces_));
+        std::ranges::move(scanFrames(stream_), std::back_inserter(pieces_));
         stream_.clear();
     }
 
@@ -51,13 +53,14 @@ bool isBlank(std::string_view text)
 
 [[noreturn]] void refuse(const std::string& name, std::size_t number, std::string_view line)
 {
-    const std::string place = name.empty() ? "" : name + ":" + std::to_string(number) + ": ";
-    throw WrongUse(place + "'" + std::string(line.substr(0, kShownOfALine)) + (line.size() > kShownOfALine ? "…" : "") +
-                   "' is not hexadecimal; expected bytes as in '2A A2 00 02 0F 01 FF EE' or '8F 00 [01]'");
+    throw protocol::UserError(
+        fmt::format("{}expected hexadecimal, as in '2A A2 00 02 0F 01 FF EE' or '8F 00 [01]', got '{}{}'",
+                    name.empty() ? "" : fmt::format("{}:{}: ", name, number), line.substr(0, kShownOfALine),
+                    line.size() > kShownOfALine ? "…" : ""));
 }
 
-/// Of any number of contents, `82 01 [24 FE] 8F 00 [01]`.
-/// @returns whether nothing else stands there.
+/// Adds any number of contents, `82 01 [24 FE] 8F 00 [01]`.
+/// @returns whether the line has nothing else.
 bool addContents(Collector& collector, std::string_view line)
 {
     while (!isBlank(line)) {
@@ -89,7 +92,7 @@ bool addLine(Collector& collector, std::string_view line)
     return bytes.has_value();
 }
 
-/// Tells the bare bytes among arguments from the contents of frames.
+/// Separates bare bytes from the contents of frames.
 class Arguments
 {
 public:
@@ -117,7 +120,7 @@ public:
     }
 
 private:
-    /// Of a content whose words the shell has cut apart, `82 01 [24 FE]`, the first two stand before its bracket.
+    /// Moves the two codes before a bracket from the bare words: the shell has cut `82 01 [24 FE]` into words.
     void takeCodes()
     {
         for (std::size_t count = 0; count < 2 && !bare_.empty(); bare_.pop_back()) {
@@ -129,10 +132,7 @@ private:
 
     void finishBare()
     {
-        std::string line;
-        for (const std::string& word : bare_) {
-            line += (line.empty() ? "" : " ") + word;
-        }
+        std::string line = fmt::format("{}", fmt::join(bare_, " "));
         bare_.clear();
         finish(line);
     }
@@ -150,7 +150,7 @@ private:
     std::string content_;
 };
 
-/// Calls `take(number, line)` for each line, without what stands behind a '#'.
+/// Calls `take(number, line)` for each line, without its comment.
 template <class Take>
 void forEachLine(std::string_view text, Take take)
 {
@@ -198,4 +198,4 @@ bool isCapture(std::string_view text)
     return text.starts_with("\x0A\x0D\x0D\x0A");
 }
 
-}  // namespace programs::station_tool
+}  // namespace station
