@@ -145,11 +145,10 @@ TEST_P(SessionPhaseTest, InterruptEndsTheWorkAndTheModeIsRestored)
     EXPECT_THAT(warnings, IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Identity, SessionPhaseTest, testing::Range(std::size_t{0}, std::size_t{5}), [](const auto& phase) {
-        constexpr std::array kPhases{"AskingTheMode", "SettingTheMode", "LookingBefore", "Writing", "ReadingBack"};
-        return kPhases.at(phase.param);
-    });
+constexpr std::array kPhases{"AskingTheMode", "SettingTheMode", "LookingBefore", "Writing", "ReadingBack"};
+
+INSTANTIATE_TEST_SUITE_P(Identity, SessionPhaseTest, testing::Range(std::size_t{0}, kPhases.size()),
+                         [](const auto& phase) { return kPhases.at(phase.param); });
 
 }  // namespace
 }  // namespace station::identity

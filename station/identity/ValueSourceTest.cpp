@@ -63,8 +63,8 @@ protected:
     {
         ValueSource values = source(std::move(options), text);
         std::vector<std::string> found;
-        for (const Wanted& one : with(peer, [&](UnitIdentity& unit) { return values.find(unit); })) {
-            found.push_back(std::string(one.record->name) + "=" + one.value);
+        for (const Wanted& value : with(peer, [&](UnitIdentity& unit) { return values.find(unit); })) {
+            found.push_back(std::string(value.record->name) + "=" + value.value);
         }
         return found;
     }
