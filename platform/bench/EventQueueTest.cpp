@@ -79,7 +79,7 @@ TEST(EventQueue, EventThatThrowsShowsInOneLineAndTheNextOneRuns)
 
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "engineering-service: a listener threw: no tuner\n"
-              "engineering-service: a listener threw: something that is no std::exception\n");
+              "engineering-service: a listener threw: not a std::exception\n");
     EXPECT_TRUE(next);
 }
 

@@ -2,8 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <concepts>
 #include <cstdint>
+#include <iterator>
 #include <limits>
+#include <span>
+#include <type_traits>
+#include <utility>
 
 #include "platform/bench/FakeContext.h"
 #include "platform/bench/JsonText.h"
@@ -13,38 +18,104 @@ namespace bench {
 namespace {
 
 using nlohmann::json;
-using enum ArgumentType;
 
 constexpr std::size_t kMostSatellites = std::size(_GpsSatelliteData{}.nNumber);
 
-int intOf(const json& arguments, const char* name)
+/// What an argument of an event may be.
+enum class ArgumentType {
+    kInt,       ///< 32 bits and a sign
+    kUnsigned,  ///< 32 bits
+    kByte,      ///< 0 to 255
+    kText,
+    kSatellites,  ///< array of at most 20 arrays of two integers: number and signal
+};
+using enum ArgumentType;
+
+struct EventArgument {
+    const char* name;  ///< null: no argument
+    ArgumentType type;
+    bool required = true;
+};
+
+/// One listener operation.
+struct Event {
+    const char* name;
+    std::array<EventArgument, 4> slots;
+    /// Calls the operation on every listener, with arguments that have been checked. Listener thread.
+    void (*deliver)(const Event& event, Services& services, const json& arguments);
+
+    std::span<const EventArgument> arguments() const
+    {
+        const auto end = std::ranges::find(slots, nullptr, &EventArgument::name);
+        return {slots.begin(), end};
+    }
+};
+
+template <class Value>
+constexpr ArgumentType argumentType()
 {
-    return arguments.at(name).get<int>();
+    if constexpr (std::is_same_v<Value, std::string>) {
+        return kText;
+    } else {
+        static_assert(sizeof(Value) == sizeof(int));
+        return std::is_same_v<Value, unsigned int> ? kUnsigned : kInt;
+    }
 }
 
-unsigned int unsignedOf(const json& arguments, const char* name)
+/// An enumeration takes any number, in or out of its values.
+template <class Value>
+Value valueOf(const json& value)
 {
-    return arguments.at(name).get<unsigned int>();
+    if constexpr (std::is_enum_v<Value>) {
+        return static_cast<Value>(value.get<int>());
+    } else {
+        return value.get<Value>();
+    }
 }
 
-std::string textOf(const json& arguments, const char* name)
+template <class Listener, class Registry>
+void tellAll(Registry& registry, const std::function<void(Listener&)>& tell)
 {
-    return arguments.at(name).get<std::string>();
+    if constexpr (std::is_same_v<Registry, FakeBluetooth>) {
+        FakeBluetooth::tellClients(tell);
+    } else {
+        tellListeners(registry, tell);
+    }
 }
 
-/// The argument as a number of one of the platform's enumerations, in or out of its values.
-template <class Enumeration>
-Enumeration enumOf(const json& arguments, const char* name)
-{
-    static_assert(sizeof(Enumeration) == sizeof(int));
-    return static_cast<Enumeration>(intOf(arguments, name));
-}
+/// An event whose arguments are the parameters of the operation, in their order.
+template <auto kService, auto kOperation>
+struct Operation;
+
+template <auto kService, class Listener, class... Parameters, void (Listener::*kOperation)(Parameters...)>
+struct Operation<kService, kOperation> {
+    static constexpr Event event(const char* name, std::convertible_to<const char*> auto... names)
+    {
+        static_assert(sizeof...(names) == sizeof...(Parameters));
+        return {name, {EventArgument{names, argumentType<std::remove_cvref_t<Parameters>>()}...}, deliver};
+    }
+
+    static void deliver(const Event& event, Services& services, const json& arguments)
+    {
+        deliverFrom(event, services, arguments, std::index_sequence_for<Parameters...>());
+    }
+
+    template <std::size_t... kPlaces>
+    static void deliverFrom(const Event& event, Services& services, [[maybe_unused]] const json& arguments,
+                            std::index_sequence<kPlaces...>)
+    {
+        tellAll<Listener>(services.*kService, [&](Listener& listener) {
+            (listener.*
+             kOperation)(valueOf<std::remove_cvref_t<Parameters>>(arguments.at(event.slots[kPlaces].name))...);
+        });
+    }
+};
 
 _GpsSatelliteData satellitesOf(const json& arguments)
 {
     const json& rows = arguments.at("satellites");
     _GpsSatelliteData data{};
-    data.nCount = arguments.contains("count") ? intOf(arguments, "count") : static_cast<int>(rows.size());
+    data.nCount = arguments.value("count", static_cast<int>(rows.size()));
     for (std::size_t row = 0; row < rows.size(); ++row) {
         data.nNumber[row] = rows[row][0].get<int>();
         data.nSignal[row] = rows[row][1].get<int>();
@@ -52,151 +123,76 @@ _GpsSatelliteData satellitesOf(const json& arguments)
     return data;
 }
 
-constexpr EventArgument kModule[] = {{"module", kInt}};
-constexpr EventArgument kSpeed[] = {{"speed", kUnsigned}};
-constexpr EventArgument kState[] = {{"state", kInt}};
-constexpr EventArgument kStatus[] = {{"status", kInt}};
-constexpr EventArgument kPairRequest[] = {{"address", kText}, {"name", kText}, {"type", kInt}, {"state", kInt}};
-constexpr EventArgument kFrequency[] = {{"band", kInt}, {"value", kUnsigned}, {"frequency", kUnsigned}};
-constexpr EventArgument kAnnouncement[] = {{"freq", kUnsigned}, {"active", kInt}};
-constexpr EventArgument kMute[] = {{"state", kInt}, {"channel", kInt}};
-constexpr EventArgument kSatelliteRows[] = {{"satellites", kSatellites}, {"count", kInt, false}};
-constexpr EventArgument kPosition[] = {{"latitude", kInt}, {"longitude", kInt}};
-constexpr EventArgument kCarInfo[] = {{"value", kByte}};
-constexpr EventArgument kSource[] = {{"source", kInt}, {"status", kInt}};
-constexpr EventArgument kPersistData[] = {{"module", kInt}, {"value", kUnsigned}};
-
-constexpr auto kEvents = std::to_array<Event>({
-    {"OnModuleStatusChanged", kModule,
-     [](Services& services, const json& arguments) { services.appManager.bringUp(intOf(arguments, "module")); }},
-
-    {"OnCarSpeedChange", kSpeed,
-     [](Services& services, const json& arguments) {
-         const auto speed = unsignedOf(arguments, "speed");
-         tellListeners(services.systemMisc, [&](auto& listener) { listener.OnCarSpeedChange(speed); });
-     }},
-
-    {"OnRadioAntStateChange", kState,
-     [](Services& services, const json& arguments) {
-         const auto state = enumOf<SystemMisc::AntState>(arguments, "state");
-         tellListeners(services.systemMisc, [&](auto& listener) { listener.OnRadioAntStateChange(state); });
-     }},
-
-    {"OnGpsAntStateChange", kState,
-     [](Services& services, const json& arguments) {
-         const auto state = enumOf<SystemMisc::AntState>(arguments, "state");
-         tellListeners(services.systemMisc, [&](auto& listener) { listener.OnGpsAntStateChange(state); });
-     }},
-
-    {"OnOpenBtStatusChanged", kStatus,
-     [](Services&, const json& arguments) {
-         const auto status = enumOf<KYRBtType::PowerStatus>(arguments, "status");
-         FakeBluetooth::tellClients([&](auto& listener) { listener.OnOpenBtStatusChanged(status); });
-     }},
-
-    {"OnDeletePairStatusChanged", kStatus,
-     [](Services&, const json& arguments) {
-         const int status = intOf(arguments, "status");
-         FakeBluetooth::tellClients([&](auto& listener) { listener.OnDeletePairStatusChanged(status); });
-     }},
-
-    {"OnAnswerPairRequest", kPairRequest,
-     [](Services&, const json& arguments) {
-         const auto address = textOf(arguments, "address");
-         const auto name = textOf(arguments, "name");
-         const int type = intOf(arguments, "type");
-         const auto state = enumOf<KYRBtType::PairRequestState>(arguments, "state");
-         FakeBluetooth::tellClients([&](auto& listener) { listener.OnAnswerPairRequest(address, name, type, state); });
-     }},
-
-    {"OnFrequencyChanged", kFrequency,
-     [](Services& services, const json& arguments) {
-         const auto band = enumOf<KYRTuner::BandID>(arguments, "band");
-         const auto value = unsignedOf(arguments, "value");
-         const auto frequency = unsignedOf(arguments, "frequency");
-         tellListeners(services.tuner, [&](auto& listener) { listener.OnFrequencyChanged(band, value, frequency); });
-     }},
-
-    {"OnTAChanged", kAnnouncement,
-     [](Services& services, const json& arguments) {
-         const auto frequency = unsignedOf(arguments, "freq");
-         const int active = intOf(arguments, "active");
-         tellListeners(services.tuner, [&](auto& listener) { listener.OnTAChanged(frequency, active); });
-     }},
-
-    {"OnAudioMuteStateChanged", kMute,
-     [](Services& services, const json& arguments) {
-         const auto state = enumOf<KYRAudio::MuteState>(arguments, "state");
-         const auto channel = enumOf<KYRAudio::AudioChannel>(arguments, "channel");
-         tellListeners(services.audio, [&](auto& listener) { listener.OnAudioMuteStateChanged(state, channel); });
-     }},
-
-    {"OnStatusChange", kStatus,
-     [](Services& services, const json& arguments) {
-         const auto status = enumOf<KYRCarPlay::CarPlayConnectStatus>(arguments, "status");
-         tellListeners(services.carPlay, [&](auto& listener) { listener.OnStatusChange(status); });
-     }},
-
-    {"OnConnectionStatusChanged", kStatus,
-     [](Services& services, const json& arguments) {
-         KYRDeviceApp::_ConnectionInfo info{};
-         info.status = intOf(arguments, "status");
-         tellListeners(services.deviceApp, [&](auto& listener) { listener.OnConnectionStatusChanged(info); });
-     }},
-
-    {"OnAASatinfoChange", kSatelliteRows,
-     [](Services& services, const json& arguments) {
-         const auto data = satellitesOf(arguments);
-         tellListeners(services.location, [&](auto& listener) { listener.OnAASatinfoChange(data); });
-     }},
-
-    {"OnAALocationChange", kPosition,
-     [](Services& services, const json& arguments) {
-         _LocationData data{};
-         data.nLatitude = intOf(arguments, "latitude");
-         data.nLongitude = intOf(arguments, "longitude");
-         tellListeners(services.location, [&](auto& listener) { listener.OnAALocationChange(data); });
-     }},
-
-    {"OnLCarInfoChange", kCarInfo,
-     [](Services& services, const json& arguments) {
-         _LCarInfo info{};
-         info.ucValue = static_cast<unsigned char>(intOf(arguments, "value"));
-         tellListeners(services.systemMisc, [&](auto& listener) { listener.OnLCarInfoChange(info); });
-     }},
-
-    {"OnSourceStatusChanged", kSource,
-     [](Services& services, const json& arguments) {
-         const auto source = enumOf<KYRSource::SourceID>(arguments, "source");
-         const auto status = enumOf<KYRSource::SourceStatus>(arguments, "status");
-         tellListeners(services.sourceManager, [&](auto& listener) { listener.OnSourceStatusChanged(source, status); });
-     }},
-
-    {"OnU6PersistDataChange", kPersistData,
-     [](Services& services, const json& arguments) {
-         const auto module = enumOf<U6Persist::E_ModuleName>(arguments, "module");
-         const auto value = unsignedOf(arguments, "value");
-         tellListeners(services.u6Persist, [&](auto& listener) { listener.OnU6PersistDataChange(module, value); });
-     }},
-
-    {"OnU6PersistFactoryResetMode",
-     {},
-     [](Services& services, const json&) {
-         tellListeners(services.u6Persist, [](auto& listener) { listener.OnU6PersistFactoryResetMode(); });
-     }},
-
-    {"OnU6PersistAutoFactoryResetMode",
-     {},
-     [](Services& services, const json&) {
-         tellListeners(services.u6Persist, [](auto& listener) { listener.OnU6PersistAutoFactoryResetMode(); });
-     }},
-
-    {"OnFactoryResetMode",
-     {},
-     [](Services& services, const json&) {
-         tellListeners(services.systemMisc, [](auto& listener) { listener.OnFactoryResetMode(); });
-     }},
-});
+constexpr auto
+    kEvents =
+        std::
+            to_array<Event>(
+                {
+                    {"OnModuleStatusChanged",
+                     {{{"module", kInt}}},
+                     [](const Event&, Services& services, const json& arguments) {
+                         services.appManager.bringUp(arguments.at("module").get<int>());
+                     }},
+                    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnCarSpeedChange>::event(
+                        "OnCarSpeedChange", "speed"),
+                    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnRadioAntStateChange>::event(
+                        "OnRadioAntStateChange", "state"),
+                    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnGpsAntStateChange>::event(
+                        "OnGpsAntStateChange", "state"),
+                    Operation<&Services::bluetooth, &IKYRBtComListener::OnOpenBtStatusChanged>::event(
+                        "OnOpenBtStatusChanged", "status"),
+                    Operation<&Services::bluetooth, &IKYRBtComListener::OnDeletePairStatusChanged>::event(
+                        "OnDeletePairStatusChanged", "status"),
+                    Operation<&Services::bluetooth, &IKYRBtComListener::OnAnswerPairRequest>::event(
+                        "OnAnswerPairRequest", "address", "name", "type", "state"),
+                    Operation<&Services::tuner, &IKYRRadioListener::OnFrequencyChanged>::event(
+                        "OnFrequencyChanged", "band", "value", "frequency"),
+                    Operation<&Services::tuner, &IKYRRadioListener::OnTAChanged>::event("OnTAChanged", "freq",
+                                                                                        "active"),
+                    Operation<&Services::audio, &IKYRAudioListener::OnAudioMuteStateChanged>::event(
+                        "OnAudioMuteStateChanged", "state", "channel"),
+                    Operation<&Services::carPlay, &IKYRCarPlayListener::OnStatusChange>::event("OnStatusChange",
+                                                                                               "status"),
+                    {"OnConnectionStatusChanged",
+                     {{{"status", kInt}}},
+                     [](const Event&, Services& services, const json& arguments) {
+                         KYRDeviceApp::_ConnectionInfo info{};
+                         info.status = arguments.at("status").get<int>();
+                         tellListeners(services.deviceApp,
+                                       [&](auto& listener) { listener.OnConnectionStatusChanged(info); });
+                     }},
+                    {"OnAASatinfoChange",
+                     {{{"satellites", kSatellites}, {"count", kInt, false}}},
+                     [](const Event&, Services& services, const json& arguments) {
+                         const auto data = satellitesOf(arguments);
+                         tellListeners(services.location, [&](auto& listener) { listener.OnAASatinfoChange(data); });
+                     }},
+                    {"OnAALocationChange",
+                     {{{"latitude", kInt}, {"longitude", kInt}}},
+                     [](const Event&, Services& services, const json& arguments) {
+                         _LocationData data{};
+                         data.nLatitude = arguments.at("latitude").get<int>();
+                         data.nLongitude = arguments.at("longitude").get<int>();
+                         tellListeners(services.location, [&](auto& listener) { listener.OnAALocationChange(data); });
+                     }},
+                    {"OnLCarInfoChange",
+                     {{{"value", kByte}}},
+                     [](const Event&, Services& services, const json& arguments) {
+                         _LCarInfo info{};
+                         info.ucValue = arguments.at("value").get<unsigned char>();
+                         tellListeners(services.systemMisc, [&](auto& listener) { listener.OnLCarInfoChange(info); });
+                     }},
+                    Operation<&Services::sourceManager, &IKYRSourceListener::OnSourceStatusChanged>::event(
+                        "OnSourceStatusChanged", "source", "status"),
+                    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistDataChange>::event(
+                        "OnU6PersistDataChange", "module", "value"),
+                    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistFactoryResetMode>::event(
+                        "OnU6PersistFactoryResetMode"),
+                    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistAutoFactoryResetMode>::event(
+                        "OnU6PersistAutoFactoryResetMode"),
+                    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnFactoryResetMode>::event(
+                        "OnFactoryResetMode"),
+                });
 
 bool isIntegerBetween(const json& value, std::int64_t least, std::int64_t most)
 {
@@ -253,11 +249,11 @@ const char* wanted(ArgumentType type)
 
 std::string listOfArguments(const Event& event)
 {
-    if (event.arguments.empty()) {
+    if (event.arguments().empty()) {
         return "none";
     }
     std::string list;
-    for (const EventArgument& argument : event.arguments) {
+    for (const EventArgument& argument : event.arguments()) {
         list += list.empty() ? "" : ", ";
         list += argument.required ? argument.name : "[" + std::string(argument.name) + "]";
     }
@@ -273,15 +269,16 @@ std::string listOfArguments(const Event& event)
 
 void checkArguments(const Event& event, const json& arguments)
 {
+    const auto taken = event.arguments();
     if (!arguments.is_object()) {
         refuse(event, "the arguments must be an object");
     }
     for (const auto& [name, value] : arguments.items()) {
-        if (std::ranges::find(event.arguments, name, &EventArgument::name) == event.arguments.end()) {
+        if (std::ranges::find(taken, name, &EventArgument::name) == taken.end()) {
             refuse(event, "there is no argument \"" + name + "\"");
         }
     }
-    for (const EventArgument& argument : event.arguments) {
+    for (const EventArgument& argument : taken) {
         const auto value = arguments.find(argument.name);
         if (value == arguments.end() && argument.required) {
             refuse(event, "\"" + std::string(argument.name) + "\" is missing");
@@ -308,16 +305,18 @@ const Event& findEvent(const std::string& name)
 
 }  // namespace
 
-std::span<const Event> allEvents()
+std::vector<std::string> eventNames()
 {
-    return kEvents;
+    std::vector<std::string> names;
+    std::ranges::transform(kEvents, std::back_inserter(names), &Event::name);
+    return names;
 }
 
 std::function<void()> makeEvent(Services& services, const std::string& name, const json& arguments)
 {
     const Event& event = findEvent(name);
     checkArguments(event, arguments);
-    return [&services, &event, arguments] { event.deliver(services, arguments); };
+    return [&services, &event, arguments] { event.deliver(event, services, arguments); };
 }
 
 }  // namespace bench

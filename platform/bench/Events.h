@@ -2,9 +2,9 @@
 
 #include <functional>
 #include <nlohmann/json.hpp>
-#include <span>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/bench/Services.h"
 
@@ -24,31 +24,8 @@ private:
     Kind kind_;
 };
 
-/// What an argument of an event may be.
-enum class ArgumentType {
-    kInt,       ///< 32 bits and a sign
-    kUnsigned,  ///< 32 bits
-    kByte,      ///< 0 to 255
-    kText,
-    kSatellites,  ///< array of at most 20 arrays of two integers: number and signal
-};
-
-struct EventArgument {
-    const char* name;
-    ArgumentType type;
-    bool required = true;
-};
-
-/// One listener operation.
-struct Event {
-    const char* name;
-    std::span<const EventArgument> arguments;
-    /// Calls the operation on every listener, with arguments that have been checked. Listener thread.
-    void (*deliver)(Services& services, const nlohmann::json& arguments);
-};
-
-/// @returns every event there is.
-std::span<const Event> allEvents();
+/// @returns the names of all events.
+std::vector<std::string> eventNames();
 
 /// Checks an event.
 /// @returns what delivers it, to be run on the listener thread while `services` lives.

@@ -1,7 +1,5 @@
 #include "platform/bench/FakeAppManager.h"
 
-#include "platform/bench/Services.h"
-
 namespace bench {
 namespace {
 
@@ -107,9 +105,3 @@ void FakeAppManager::cancelStarts()
 }
 
 }  // namespace bench
-
-KYRAppMgrService* KYR_GetAppMgrService()
-{
-    bench::Services* const services = bench::installedServices();
-    return services == nullptr ? nullptr : &services->appManager;
-}

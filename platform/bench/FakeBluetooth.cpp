@@ -26,10 +26,12 @@ Clients& clients()
     return instance;
 }
 
-FakeBluetooth* adapter()
+/// Calls `action` with the adapter.
+/// @returns its result; a default value if no head unit is installed.
+template <class Action>
+auto withAdapter(Action action)
 {
-    Services* const services = installedServices();
-    return services == nullptr ? nullptr : &services->bluetooth;
+    return withServices([&](Services& services) { return action(services.bluetooth); });
 }
 
 }  // namespace
@@ -136,73 +138,57 @@ KYRBtCom::~KYRBtCom()
 
 int KYRBtCom::GetAttribute(KYRBtType::Attribute eAttribute, std::string& strValue)
 {
-    const bench::FakeBluetooth* const bluetooth = bench::adapter();
-    return bluetooth == nullptr ? 0 : bluetooth->getAttribute(eAttribute, strValue);
+    return bench::withAdapter([&](auto& adapter) { return adapter.getAttribute(eAttribute, strValue); });
 }
 
 int KYRBtCom::DeletePairDeviceList()
 {
-    bench::FakeBluetooth* const bluetooth = bench::adapter();
-    return bluetooth == nullptr ? 0 : bluetooth->deletePairings();
+    return bench::withAdapter([](auto& adapter) { return adapter.deletePairings(); });
 }
 
 void KYRBtCom::SetCapability(KYRBtType::Capability eCapability, int nValue)
 {
-    if (bench::FakeBluetooth* const bluetooth = bench::adapter()) {
-        bluetooth->setCapability(eCapability, nValue);
-    }
+    bench::withAdapter([&](auto& adapter) { adapter.setCapability(eCapability, nValue); });
 }
 
 int KYRBtCom::GetCapability(KYRBtType::Capability eCapability)
 {
-    const bench::FakeBluetooth* const bluetooth = bench::adapter();
-    return bluetooth == nullptr ? 0 : bluetooth->capability(eCapability);
+    return bench::withAdapter([&](auto& adapter) { return adapter.capability(eCapability); });
 }
 
 void KYRBtCom::AnswerPair(const std::string& strAddress, const std::string& strName, KYRBtType::PairRequestState eState)
 {
-    if (bench::FakeBluetooth* const bluetooth = bench::adapter()) {
-        bluetooth->answerPair(strAddress, strName, eState);
-    }
+    bench::withAdapter([&](auto& adapter) { adapter.answerPair(strAddress, strName, eState); });
 }
 
 void KYRBtPhone::AcceptCall()
 {
-    if (bench::FakeBluetooth* const bluetooth = bench::adapter()) {
-        bluetooth->acceptCall();
-    }
+    bench::withAdapter([](auto& adapter) { adapter.acceptCall(); });
 }
 
 void KYRBtPhone::TerminateCall()
 {
-    if (bench::FakeBluetooth* const bluetooth = bench::adapter()) {
-        bluetooth->terminateCall();
-    }
+    bench::withAdapter([](auto& adapter) { adapter.terminateCall(); });
 }
 
 KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
 {
-    const bench::FakeBluetooth* const bluetooth = bench::adapter();
-    return bluetooth == nullptr ? KYRBtConnectionState{} : bluetooth->phoneConnection();
+    return bench::withAdapter([](auto& adapter) { return adapter.phoneConnection(); });
 }
 
 void KYRBtPhone::GetCurrentCallInfo(KYRTypeCallInfo& info)
 {
-    if (const bench::FakeBluetooth* const bluetooth = bench::adapter()) {
-        info.eCallState = bluetooth->callState();
-    }
+    bench::withAdapter([&](auto& adapter) { info.eCallState = adapter.callState(); });
 }
 
 KYRBtConnectionState KYRBtMedia::GetMediaConnectionState()
 {
-    const bench::FakeBluetooth* const bluetooth = bench::adapter();
-    return bluetooth == nullptr ? KYRBtConnectionState{} : bluetooth->mediaConnection();
+    return bench::withAdapter([](auto& adapter) { return adapter.mediaConnection(); });
 }
 
 KYRBtType::MusicStatus KYRBtMedia::GetMusicPlayStatus()
 {
-    const bench::FakeBluetooth* const bluetooth = bench::adapter();
-    return bluetooth == nullptr ? KYRBtType::MusicStatus{} : bluetooth->musicStatus();
+    return bench::withAdapter([](auto& adapter) { return adapter.musicStatus(); });
 }
 
 // The Bluetooth services run in the process of the bench: there is no client to start.

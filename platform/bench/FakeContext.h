@@ -15,6 +15,25 @@ struct FakeContext {
     EventQueue& events;  ///< the listener thread
 };
 
+/// A fake of `Service`.
+template <class Service>
+class Fake : public Service
+{
+public:
+    explicit Fake(const FakeContext& context) : context_(context) {}
+
+protected:
+    State& state() const { return context_.state; }
+
+    /// Records an action of the service.
+    void record(const char* service, const char* op, nlohmann::json::array_t args = {}) const
+    {
+        context_.calls.add(service, op, std::move(args));
+    }
+
+    const FakeContext context_;
+};
+
 /// Calls `tell` with every listener of a service. A listener that is removed meanwhile is not called any more.
 /// The registry stays locked while the listeners run, as IKYRListener promises: whoever removes a listener knows that
 /// it is not running.

@@ -5,12 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/bench/Services.h"
-
 namespace bench {
 namespace {
 
-constexpr const char* kTunerService = "tuner";
 constexpr int kDown = 0;
 constexpr int kUp = 1;
 
@@ -33,68 +30,68 @@ std::optional<int> nextStation(std::vector<int> stations, int frequency, int dir
 
 int FakeTuner::InitInstance()
 {
-    return context_.state.flag("/tuner/available") ? 1 : 0;
+    return state().flag("/tuner/available") ? 1 : 0;
 }
 
 KYRTuner::BandID FakeTuner::GetCurrentBand()
 {
-    return static_cast<BandID>(context_.state.number("/tuner/band"));
+    return static_cast<BandID>(state().number("/tuner/band"));
 }
 
 unsigned int FakeTuner::GetFrequency(BandID band)
 {
-    return static_cast<unsigned int>(context_.state.numberAt("/tuner/frequency", band).value_or(0));
+    return static_cast<unsigned int>(state().numberAt("/tuner/frequency", band).value_or(0));
 }
 
 void FakeTuner::Play(BandID band, unsigned int frequency, unsigned int service, int audible)
 {
-    context_.calls.add(kTunerService, "Play", {int{band}, frequency, service, audible});
+    record("tuner", "Play", {int{band}, frequency, service, audible});
     tune(band, static_cast<int>(frequency));
 }
 
 void FakeTuner::SwitchBandRequest(BandID band)
 {
-    context_.calls.add(kTunerService, "SwitchBandRequest", {int{band}});
-    context_.state.set("/tuner/band", int{band});
+    record("tuner", "SwitchBandRequest", {int{band}});
+    state().set("/tuner/band", int{band});
 }
 
 void FakeTuner::Seek(BandID band, int direction)
 {
-    context_.calls.add(kTunerService, "Seek", {int{band}, direction});
+    record("tuner", "Seek", {int{band}, direction});
     if (direction != kUp && direction != kDown) {
         return;
     }
-    const int frequency = context_.state.numberAt("/tuner/frequency", band).value_or(0);
-    if (const auto station = nextStation(context_.state.numbersAt("/tuner/stations", band), frequency, direction)) {
+    const int frequency = state().numberAt("/tuner/frequency", band).value_or(0);
+    if (const auto station = nextStation(state().numbersAt("/tuner/stations", band), frequency, direction)) {
         tune(band, *station);
     }
 }
 
 void FakeTuner::AutoStore()
 {
-    context_.calls.add(kTunerService, "AutoStore", {});
+    record("tuner", "AutoStore");
 }
 
 void FakeTuner::Scan(BandID band)
 {
-    context_.calls.add(kTunerService, "Scan", {int{band}});
+    record("tuner", "Scan", {int{band}});
 }
 
 void FakeTuner::SwitchRdsAFSetting(unsigned char on)
 {
-    context_.calls.add(kTunerService, "SwitchRdsAFSetting", {int{on}});
-    context_.state.set("/tuner/rds_af", int{on});
+    record("tuner", "SwitchRdsAFSetting", {int{on}});
+    state().set("/tuner/rds_af", int{on});
 }
 
 void FakeTuner::SwitchRdsTASetting(unsigned char on)
 {
-    context_.calls.add(kTunerService, "SwitchRdsTASetting", {int{on}});
-    context_.state.set("/tuner/rds_ta", int{on});
+    record("tuner", "SwitchRdsTASetting", {int{on}});
+    state().set("/tuner/rds_ta", int{on});
 }
 
 void FakeTuner::tune(BandID band, int frequency)
 {
-    context_.state.set("/tuner/frequency/" + std::to_string(band), frequency);
+    state().set("/tuner/frequency/" + std::to_string(band), frequency);
     context_.events.post([this, band, frequency] {
         tellListeners(*this, [&](IKYRRadioListener& listener) {
             listener.OnFrequencyChanged(band, 0, static_cast<unsigned int>(frequency));
@@ -103,8 +100,3 @@ void FakeTuner::tune(BandID band, int frequency)
 }
 
 }  // namespace bench
-
-KYRTuner* KYR_GetTunerService()
-{
-    return bench::installedService(&bench::Services::tuner, "/tuner/available");
-}

@@ -7,10 +7,10 @@
 namespace bench {
 
 /// The tuner service: a frequency per band, and stations to seek.
-class FakeTuner : public KYRTuner
+class FakeTuner : public Fake<KYRTuner>
 {
 public:
-    explicit FakeTuner(const FakeContext& context) : context_(context) {}
+    using Fake::Fake;
 
     int InitInstance() override;
     BandID GetCurrentBand() override;
@@ -25,8 +25,6 @@ public:
 
 private:
     void tune(BandID band, int frequency);
-
-    const FakeContext context_;
 };
 
 }  // namespace bench

@@ -126,7 +126,7 @@ gboolean answering(GDBusMethodInvocation* invocation, Action action)
     } catch (const std::exception& error) {
         runtime::report(std::string("the head unit's bus: ") + error.what());
     } catch (...) {
-        runtime::report("the head unit's bus: something that is no std::exception");
+        runtime::report("the head unit's bus: not a std::exception");
     }
     return TRUE;
 }
