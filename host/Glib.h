@@ -2,8 +2,12 @@
 
 #include <gio/gio.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace host {
 
@@ -13,6 +17,12 @@ struct GlibDelete {
     void operator()(GVariant* value) const { g_variant_unref(value); }
     void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
     void operator()(GMainContext* context) const { g_main_context_unref(context); }
+    /// Also removes the source from its context.
+    void operator()(GSource* source) const
+    {
+        g_source_destroy(source);
+        g_source_unref(source);
+    }
     template <class Object>
     void operator()(Object* object) const
     {
@@ -86,6 +96,48 @@ inline GlibPtr<GDBusConnection> connectToBus(GCancellable* cancellable, GlibErro
         g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
     }
     return connection;
+}
+
+/// Cancels a GCancellable when `patience` has passed, unless this object is destroyed first.
+class CancelAfter
+{
+public:
+    CancelAfter(GCancellable* cancellable, std::chrono::milliseconds patience)
+        : thread_([this, cancellable, patience] {
+            std::unique_lock lock(mutex_);
+            if (!over_.wait_for(lock, patience, [this] { return done_; })) {
+                g_cancellable_cancel(cancellable);
+            }
+        })
+    {
+    }
+    ~CancelAfter()
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            done_ = true;
+        }
+        over_.notify_all();
+        thread_.join();
+    }
+    CancelAfter(const CancelAfter&) = delete;
+    CancelAfter& operator=(const CancelAfter&) = delete;
+
+private:
+    std::mutex mutex_;
+    std::condition_variable over_;
+    bool done_ = false;  // guarded by mutex_
+    std::thread thread_;
+};
+
+/// Connects to the session bus as connectToBus() does, within `patience`.
+/// @param error G_IO_ERROR_CANCELLED if the bus does not answer in time
+inline GlibPtr<GDBusConnection> connectToSessionBus(GlibError& error,
+                                                    std::chrono::milliseconds patience = std::chrono::seconds(5))
+{
+    const GlibPtr<GCancellable> cancellable(g_cancellable_new());
+    const CancelAfter limit(cancellable.get(), patience);
+    return connectToBus(cancellable.get(), error);
 }
 
 }  // namespace host

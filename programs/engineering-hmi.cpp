@@ -1,20 +1,18 @@
 // A stand-in for the HMI: follows every signal of the engineering service and answers as an HMI would.
 
 #include <engineering_dbus.h>
-#include <gio/gio.h>
 #include <glib-unix.h>
 
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host/Glib.h"
 #include "programs/Cli.h"
 #include "programs/Hmi.h"
-#include "programs/SessionBus.h"
 
 namespace {
 
@@ -25,22 +23,6 @@ constexpr const char* kServiceName = "com.zent.linux.engineering";
 constexpr const char* kServicePath = "/com/zent/linux/engineering";
 constexpr const char* kHeadUnitName = "com.zent.linux.headunit";
 constexpr const char* kHeadUnitPath = "/com/zent/linux/headunit";
-
-struct ObjectDeleter {
-    void operator()(gpointer object) const { g_object_unref(object); }
-};
-template <class T>
-using ObjectPtr = std::unique_ptr<T, ObjectDeleter>;
-
-struct ErrorDeleter {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-using ErrorPtr = std::unique_ptr<GError, ErrorDeleter>;
-
-struct VariantDeleter {
-    void operator()(GVariant* variant) const { g_variant_unref(variant); }
-};
-using VariantPtr = std::unique_ptr<GVariant, VariantDeleter>;
 
 /// What the signal handlers share; lives in main. Everything runs on the main thread, in the main loop.
 struct Follower {
@@ -56,7 +38,7 @@ struct Follower {
 nlohmann::ordered_json toJson(GVariant* value)
 {
     if (g_variant_is_of_type(value, G_VARIANT_TYPE_VARIANT)) {
-        const VariantPtr inner(g_variant_get_variant(value));
+        const host::GlibPtr<GVariant> inner(g_variant_get_variant(value));
         return toJson(inner.get());
     }
     if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN)) {
@@ -86,32 +68,30 @@ programs::Signal toSignal(const char* name, GVariant* parameters)
         return signal;
     }
     for (gsize i = 0; i < g_variant_n_children(parameters) && info->args[i] != nullptr; ++i) {
-        const VariantPtr value(g_variant_get_child_value(parameters, i));
+        const host::GlibPtr<GVariant> value(g_variant_get_child_value(parameters, i));
         signal.arguments[info->args[i]->name] = toJson(value.get());
     }
     return signal;
 }
 
-void complainAbout(const char* what, GError* error)
+void complainAbout(const char* what, host::GlibError& error)
 {
-    const ErrorPtr owned(error);
-    g_dbus_error_strip_remote_error(error);
-    complain(kProgram, std::string(what) + ": " + error->message);
+    complain(kProgram, std::string(what) + ": " + error.message());
 }
 
 void trackReported(GObject* source, GAsyncResult* result, gpointer)
 {
-    GError* error = nullptr;
+    host::GlibError error;
     if (!com_zent_linux_engineering_call_auto_test_set_track_index_finish(COM_ZENT_LINUX_ENGINEERING(source), result,
-                                                                          &error)) {
+                                                                          error.out())) {
         complainAbout("the service did not take the track index", error);
     }
 }
 
 void volumeApplied(GObject* source, GAsyncResult* result, gpointer)
 {
-    GError* error = nullptr;
-    const VariantPtr reply(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
+    host::GlibError error;
+    const host::GlibPtr<GVariant> reply(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, error.out()));
     if (!reply) {
         complainAbout("the head unit did not take the volume", error);
     }
@@ -151,12 +131,11 @@ void signalReceived(GDBusProxy*, gchar*, gchar* name, GVariant* parameters, gpoi
 
 void noteOwner(Follower& follower)
 {
-    gchar* owner = g_dbus_proxy_get_name_owner(G_DBUS_PROXY(follower.proxy));
-    if (owner == nullptr && !follower.waiting) {
+    const host::GlibPtr<char> owner(g_dbus_proxy_get_name_owner(G_DBUS_PROXY(follower.proxy)));
+    if (!owner && !follower.waiting) {
         follower.waiting = true;
         complain(kProgram, std::string("waiting for ") + kServiceName + " on the session bus");
     }
-    g_free(owner);
 }
 
 void connectionClosed(GDBusConnection*, gboolean, GError*, gpointer data)
@@ -174,10 +153,10 @@ gboolean askedToEnd(gpointer data)
 
 /// @returns a proxy that hears the service's signals, whether the service is there yet or not; null after an error
 /// was said.
-ObjectPtr<ComZentLinuxEngineering> subscribe(Follower& follower)
+host::GlibPtr<ComZentLinuxEngineering> subscribe(Follower& follower)
 {
-    GError* error = nullptr;
-    const ObjectPtr<GDBusConnection> bus(programs::connectToSessionBus(&error));
+    host::GlibError error;
+    const auto bus = host::connectToSessionBus(error);
     if (!bus) {
         complainAbout("no session bus", error);
         return nullptr;
@@ -185,8 +164,8 @@ ObjectPtr<ComZentLinuxEngineering> subscribe(Follower& follower)
     g_signal_connect(bus.get(), "closed", G_CALLBACK(connectionClosed), &follower);
     constexpr auto kFlags =
         static_cast<GDBusProxyFlags>(G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES | G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START);
-    ObjectPtr<ComZentLinuxEngineering> proxy(
-        com_zent_linux_engineering_proxy_new_sync(bus.get(), kFlags, kServiceName, kServicePath, nullptr, &error));
+    host::GlibPtr<ComZentLinuxEngineering> proxy(
+        com_zent_linux_engineering_proxy_new_sync(bus.get(), kFlags, kServiceName, kServicePath, nullptr, error.out()));
     if (!proxy) {
         complainAbout("cannot follow the service", error);
         return nullptr;
@@ -205,8 +184,7 @@ void runLoop(Follower& follower, ComZentLinuxEngineering* proxy)
 
 int follow(Follower& follower)
 {
-    const std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop(g_main_loop_new(nullptr, FALSE),
-                                                                        g_main_loop_unref);
+    const host::GlibPtr<GMainLoop> loop(g_main_loop_new(nullptr, FALSE));
     follower.loop = loop.get();
     auto proxy = subscribe(follower);
     if (!proxy) {

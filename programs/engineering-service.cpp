@@ -24,6 +24,7 @@
 #include "platform/runtime/UartOption.h"
 #include "platform/runtime/Wire.h"
 #include "programs/Cli.h"
+#include "protocol/Errors.h"
 
 namespace {
 
@@ -36,12 +37,7 @@ struct Options {
     std::string logConfiguration;
 };
 
-/// A file or value given on the command line that cannot be used.
-class WrongUse : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
+using protocol::UserError;
 
 void addOptions(CLI::App& app, Options& options)
 {
@@ -65,12 +61,10 @@ void addOptions(CLI::App& app, Options& options)
 
 std::string readFile(const std::string& path)
 {
-    const auto refuse = [&](const std::string& reason) {
-        throw WrongUse("the head unit's state " + path + " cannot be read: " + reason);
-    };
+    const auto refuse = [&](const std::string& reason) { throw UserError("--headunit " + path + ": " + reason); };
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored)) {
-        refuse("it is a directory");
+        refuse("expected a file, got a directory");
     }
     std::ifstream stream(path, std::ios::binary);
     if (!stream) {
@@ -83,17 +77,8 @@ void mergeState(bench::HeadUnit& unit, const std::string& text, const std::strin
 {
     try {
         unit.mergeState(bench::parseJson(text));
-    } catch (const bench::JsonError& error) {
-        throw WrongUse("the head unit's state in " + path + " is " + error.what());
-    } catch (const bench::StateError& error) {
-        throw WrongUse("the head unit's state in " + path + " is refused: " + error.what());
-    }
-}
-
-void useLogConfiguration(const std::string& path)
-{
-    if (const std::string error = runtime::useLogConfiguration(path); !error.empty()) {
-        throw WrongUse(error);
+    } catch (const std::runtime_error& error) {
+        throw UserError("--headunit " + path + ": " + error.what());
     }
 }
 
@@ -119,7 +104,7 @@ std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& optio
         mergeState(unit, state, options.headUnit);
     }
     if (given.count("--log-conf") > 0) {
-        useLogConfiguration(options.logConfiguration);
+        runtime::useLogConfiguration(options.logConfiguration);
     }
 
     runtime::TtyWire wire(openTerminal(uart));
@@ -156,12 +141,9 @@ int main(int argc, char** argv)
     runtime::prepareProcess();
     try {
         run(app, options, argc, argv);
-    } catch (const runtime::UartOptionError& error) {
+    } catch (const protocol::Error& error) {
         runtime::report(error.what());
-        return programs::kWrongUse;
-    } catch (const WrongUse& error) {
-        runtime::report(error.what());
-        return programs::kWrongUse;
+        return error.status();
     } catch (const std::exception& error) {
         runtime::report(error.what());
         return programs::kFailed;

@@ -1,17 +1,17 @@
-#include <gio/gio.h>
 #include <glib-unix.h>
 
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "host/Glib.h"
 #include "programs/Cli.h"
-#include "programs/SessionBus.h"
+#include "protocol/Errors.h"
 #include "protocol/Text.h"
 
 namespace {
@@ -23,76 +23,50 @@ constexpr const char* kErrorPrefix = "com.zent.linux.headunit.Error.";
 
 using Json = nlohmann::ordered_json;  // members are shown in the order in which they came
 
-template <class Object>
-struct Unref {
-    void operator()(Object* object) const { g_object_unref(object); }
-};
-struct UnrefVariant {
-    void operator()(GVariant* value) const { g_variant_unref(value); }
-};
-using Connection = std::unique_ptr<GDBusConnection, Unref<GDBusConnection>>;
-using Reply = std::unique_ptr<GVariant, UnrefVariant>;
+using Reply = host::GlibPtr<GVariant>;
+using protocol::LineError;
+using protocol::UserError;
 
-/// Why the program ends before it has done what it was asked to do.
-struct Failure {
-    programs::Exit status;
-    std::string message;
-};
-
-/// @returns the message of `error`, which is freed.
-std::string take(GError* error)
+/// Throws what a failed call to the head unit means to the user.
+[[noreturn]] void fail(host::GlibError& error)
 {
-    std::string message = error == nullptr ? "unknown reason" : error->message;
-    g_clear_error(&error);
-    return message;
+    if (error.is(G_IO_ERROR, G_IO_ERROR_TIMED_OUT) || error.is(G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY)) {
+        throw LineError("the head unit does not answer: " + error.message(), protocol::kNoAnswer);
+    }
+    if (error.is(G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
+        error.is(G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
+        throw LineError(
+            std::string("no head unit is on the session bus (") + kBusName + "): start engineering-service on this bus",
+            protocol::kFailed);
+    }
+    const std::string name = error.remoteName();
+    const std::string kind = name.starts_with(kErrorPrefix) ? name.substr(std::string(kErrorPrefix).size()) : name;
+    throw UserError((kind.empty() ? "" : kind + ": ") + error.message(), protocol::kFailed);
 }
 
-/// What a failed call to the head unit means to the user; frees `error`.
-Failure failureOf(GError* error)
+host::GlibPtr<GDBusConnection> connect()
 {
-    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ||
-        g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY)) {
-        return {programs::kNoAnswer, "the head unit does not answer: " + take(error)};
+    host::GlibError error;
+    auto connection = host::connectToSessionBus(error);
+    if (!connection && error.is(G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
+        throw LineError("the session bus does not answer", protocol::kNoAnswer);
     }
-    if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
-        g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
-        g_clear_error(&error);
-        return {programs::kFailed, std::string("no head unit is on the session bus (") + kBusName +
-                                       "): start engineering-service on this bus"};
+    if (!connection) {
+        throw LineError("no session bus, is DBUS_SESSION_BUS_ADDRESS set? " + error.message(), protocol::kFailed);
     }
-    if (char* const name = g_dbus_error_get_remote_error(error)) {
-        const std::string kind = g_str_has_prefix(name, kErrorPrefix) ? name + std::string(kErrorPrefix).size() : name;
-        g_free(name);
-        g_dbus_error_strip_remote_error(error);
-        return {programs::kFailed, kind + ": " + take(error)};
-    }
-    return {programs::kFailed, take(error)};
-}
-
-Connection connect()
-{
-    GError* error = nullptr;
-    GDBusConnection* const connection = programs::connectToSessionBus(&error);
-    if (connection == nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
-        g_clear_error(&error);
-        throw Failure{programs::kNoAnswer, "the session bus does not answer"};
-    }
-    if (connection == nullptr) {
-        throw Failure{programs::kFailed, "no session bus, is DBUS_SESSION_BUS_ADDRESS set? " + take(error)};
-    }
-    return Connection(connection);
+    return connection;
 }
 
 /// @param arguments floating tuple, null for none
 Reply call(GDBusConnection* connection, const char* method, GVariant* arguments)
 {
-    GError* error = nullptr;
-    GVariant* const reply = g_dbus_connection_call_sync(connection, kBusName, kObjectPath, kBusName, method, arguments,
-                                                        nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, &error);
-    if (reply == nullptr) {
-        throw failureOf(error);
+    host::GlibError error;
+    Reply reply(g_dbus_connection_call_sync(connection, kBusName, kObjectPath, kBusName, method, arguments, nullptr,
+                                            G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, error.out()));
+    if (!reply) {
+        fail(error);
     }
-    return Reply(reply);
+    return reply;
 }
 
 std::string textOf(const Reply& reply)
@@ -106,7 +80,7 @@ std::string textOf(const Reply& reply)
 const char* wireText(const std::string& argument)
 {
     if (!g_utf8_validate_len(argument.data(), argument.size(), nullptr)) {
-        throw Failure{programs::kWrongUse, "an argument is not UTF-8"};
+        throw UserError("expected UTF-8, got an argument that is not");
     }
     return argument.c_str();
 }
@@ -116,9 +90,8 @@ const char* jsonText(const std::string& argument)
 {
     const char* const text = wireText(argument);
     if (!Json::accept(argument)) {
-        throw Failure{
-            programs::kWrongUse,
-            "not JSON: " + argument + " (numbers as they are, texts in double quotes: '\"text\"', see --help)"};
+        throw UserError("not JSON: " + argument +
+                        " (numbers as they are, texts in double quotes: '\"text\"', see --help)");
     }
     return text;
 }
@@ -131,22 +104,16 @@ void print(const Json& value, int indent)
 
 void showState(const std::string& path)
 {
-    const Connection connection = connect();
+    const auto connection = connect();
     print(Json::parse(textOf(call(connection.get(), "GetState", g_variant_new("(s)", wireText(path))))), 2);
 }
 
-void setState(const std::string& path, const std::string& json)
+/// Calls a method with two texts, of which the second is JSON.
+void callWith(const char* method, const std::string& first, const std::string& json)
 {
-    GVariant* const arguments = g_variant_ref_sink(g_variant_new("(ss)", wireText(path), jsonText(json)));
-    const Reply holder(arguments);
-    call(connect().get(), "SetState", arguments);
-}
-
-void raiseEvent(const std::string& name, const std::string& json)
-{
-    GVariant* const arguments = g_variant_ref_sink(g_variant_new("(ss)", wireText(name), jsonText(json)));
-    const Reply holder(arguments);
-    call(connect().get(), "RaiseEvent", arguments);
+    // Checks both before it connects.
+    const Reply arguments(g_variant_ref_sink(g_variant_new("(ss)", wireText(first), jsonText(json))));
+    call(connect().get(), method, arguments.get());
 }
 
 void startModule(std::uint32_t module)
@@ -159,7 +126,7 @@ void startModule(std::uint32_t module)
 
 void showCalls(bool clears)
 {
-    const Connection connection = connect();
+    const auto connection = connect();
     for (const Json& each : Json::parse(textOf(call(connection.get(), "GetCalls", nullptr)))) {
         print(each, -1);
     }
@@ -173,8 +140,8 @@ void showCalls(bool clears)
 class Watch
 {
 public:
-    Watch() : connection_(connect()), loop_(g_main_loop_new(nullptr, FALSE)) {}
-    ~Watch() { g_main_loop_unref(loop_); }
+    Watch() = default;
+    ~Watch() { unwatch(); }
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
 
@@ -183,11 +150,11 @@ public:
         follow();
         g_unix_signal_add(SIGINT, onInterrupt, this);
         g_unix_signal_add(SIGTERM, onInterrupt, this);
-        g_main_loop_run(loop_);
+        g_main_loop_run(loop_.get());
         while (std::exchange(lost_, false)) {
             connectAgain();
             follow();
-            g_main_loop_run(loop_);
+            g_main_loop_run(loop_.get());
         }
     }
 
@@ -196,21 +163,28 @@ private:
     {
         g_dbus_connection_signal_subscribe(connection_.get(), kBusName, kBusName, nullptr, kObjectPath, nullptr,
                                            G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
-        g_dbus_connection_signal_subscribe(connection_.get(), "org.freedesktop.DBus", "org.freedesktop.DBus",
-                                           "NameOwnerChanged", "/org/freedesktop/DBus", kBusName,
-                                           G_DBUS_SIGNAL_FLAGS_NONE, onOwnerChanged, this, nullptr);
+        owner_ = g_bus_watch_name_on_connection(connection_.get(), kBusName, G_BUS_NAME_WATCHER_FLAGS_NONE, nullptr,
+                                                onHeadUnitGone, this, nullptr);
         g_signal_connect(connection_.get(), "closed", G_CALLBACK(onBusClosed), this);
         // The bus answers in order: once it has, it knows of the subscriptions.
         call(connection_.get(), "GetState", g_variant_new("(s)", "/source/current"));
         std::fputs("ready\n", stderr);
     }
 
+    void unwatch()
+    {
+        if (owner_ != 0) {
+            g_bus_unwatch_name(std::exchange(owner_, 0));
+        }
+    }
+
     void connectAgain()
     {
+        unwatch();
         try {
             connection_ = connect();
-        } catch (const Failure&) {
-            throw Failure{programs::kFailed, "the session bus is gone"};
+        } catch (const LineError&) {
+            throw LineError("the session bus is gone", protocol::kFailed);
         }
         programs::complain(kProgram, "lost the session bus, connected again: lines may be missing here");
     }
@@ -249,30 +223,26 @@ private:
         std::fflush(stdout);
     }
 
-    static void onOwnerChanged(GDBusConnection*, const char*, const char*, const char*, const char*,
-                               GVariant* arguments, gpointer data)
+    static void onHeadUnitGone(GDBusConnection*, const char*, gpointer data)
     {
-        const char* owner = nullptr;
-        g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &owner);
-        if (*owner == '\0') {
-            g_main_loop_quit(static_cast<Watch*>(data)->loop_);
-        }
+        g_main_loop_quit(static_cast<Watch*>(data)->loop_.get());
     }
 
     static void onBusClosed(GDBusConnection*, gboolean, GError*, gpointer data)
     {
         static_cast<Watch*>(data)->lost_ = true;
-        g_main_loop_quit(static_cast<Watch*>(data)->loop_);
+        g_main_loop_quit(static_cast<Watch*>(data)->loop_.get());
     }
 
     static gboolean onInterrupt(gpointer data)
     {
-        g_main_loop_quit(static_cast<Watch*>(data)->loop_);
+        g_main_loop_quit(static_cast<Watch*>(data)->loop_.get());
         return G_SOURCE_CONTINUE;
     }
 
-    Connection connection_;
-    GMainLoop* const loop_;
+    host::GlibPtr<GDBusConnection> connection_ = connect();
+    const host::GlibPtr<GMainLoop> loop_{g_main_loop_new(nullptr, FALSE)};
+    guint owner_ = 0;    // watches the head unit's name
     bool lost_ = false;  // the connection has been closed
 };
 
@@ -314,7 +284,7 @@ private:
             "Examples: headunitctl set /audio/volume 20\n          headunitctl set /wifi/text '\"Unit 7\"'");
         command->add_option("PATH", path_, "JSON Pointer")->required();
         command->add_option("JSON", json_, "the new value, of the old one's type")->required();
-        command->callback([this] { action_ = [this] { setState(path_, json_); }; });
+        command->callback([this] { action_ = [this] { callWith("SetState", path_, json_); }; });
     }
 
     void addEvent()
@@ -323,7 +293,7 @@ private:
         command->footer("Example: headunitctl event OnCarSpeedChange '{\"speed\": 80}'");
         command->add_option("NAME", name_, "name of the listener operation")->required();
         command->add_option("JSON", arguments_, "object of its arguments")->capture_default_str();
-        command->callback([this] { action_ = [this] { raiseEvent(name_, arguments_); }; });
+        command->callback([this] { action_ = [this] { callWith("RaiseEvent", name_, arguments_); }; });
     }
 
     void addStartModule()
@@ -377,9 +347,9 @@ int main(int argc, char** argv)
     try {
         commands.run();
         return programs::kDone;
-    } catch (const Failure& failure) {
-        programs::complain(kProgram, failure.message);
-        return failure.status;
+    } catch (const protocol::Error& error) {
+        programs::complain(kProgram, error.what());
+        return error.status();
     } catch (const std::exception& error) {
         programs::complain(kProgram, error.what());
         return programs::kFailed;

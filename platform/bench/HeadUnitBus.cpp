@@ -1,7 +1,5 @@
 #include "platform/bench/HeadUnitBus.h"
 
-#include <gio/gio.h>
-
 #include <chrono>
 #include <exception>
 #include <future>
@@ -10,6 +8,7 @@
 #include <thread>
 
 #include "headunit_dbus.h"
+#include "host/Glib.h"
 #include "platform/bench/JsonText.h"
 #include "platform/bench/SignalOutbox.h"
 #include "platform/runtime/Report.h"
@@ -27,34 +26,6 @@ constexpr std::chrono::milliseconds kCloseTimeout{500};
 // The bus daemon's numbers for a name that must be ours alone.
 constexpr guint32 kDoNotQueue = 4;
 constexpr guint32 kPrimaryOwner = 1;
-
-template <class Object>
-struct Unref {
-    void operator()(Object* object) const { g_object_unref(object); }
-};
-template <class Object>
-using Ref = std::unique_ptr<Object, Unref<Object>>;
-
-struct Free {
-    void operator()(char* text) const { g_free(text); }
-};
-using GText = std::unique_ptr<char, Free>;
-
-/// A GError that is freed, and its message.
-class Error
-{
-public:
-    Error() = default;
-    ~Error() { g_clear_error(&error_); }
-    Error(const Error&) = delete;
-    Error& operator=(const Error&) = delete;
-
-    GError** out() { return &error_; }
-    std::string text() const { return error_ == nullptr ? "unknown reason" : protocol::printable(error_->message); }
-
-private:
-    GError* error_ = nullptr;
-};
 
 const char* nameOf(StateError::Kind kind)
 {
@@ -105,7 +76,7 @@ public:
 private:
     void refuseAs(const std::string& name, const char* message)
     {
-        const GText valid(g_utf8_make_valid(message, -1));
+        const host::GlibPtr<char> valid(g_utf8_make_valid(message, -1));
         g_dbus_method_invocation_return_dbus_error(std::exchange(invocation_, nullptr), name.c_str(), valid.get());
     }
 
@@ -157,11 +128,7 @@ class HeadUnitBus::Session
 public:
     explicit Session(HeadUnit& unit) : unit_(unit), cancellable_(g_cancellable_new()), context_(g_main_context_new()) {}
 
-    ~Session()
-    {
-        stop();
-        g_main_context_unref(context_);
-    }
+    ~Session() { stop(); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -222,54 +189,44 @@ private:
         GSource* const source = g_idle_source_new();
         g_source_set_priority(source, G_PRIORITY_DEFAULT);
         g_source_set_callback(source, step, this, nullptr);
-        g_source_attach(source, context_);
+        g_source_attach(source, context_.get());
         g_source_unref(source);
     }
 
     void run(std::promise<std::string> outcome)
     {
-        g_main_context_push_thread_default(context_);
+        g_main_context_push_thread_default(context_.get());
         const std::string error = open();
         if (error.empty()) {
             observe();
         }
         outcome.set_value(error);
         while (error.empty() && !stopped_) {
-            g_main_context_iteration(context_, TRUE);
+            g_main_context_iteration(context_.get(), TRUE);
             if (std::exchange(lost_, false)) {
                 reopen();
             }
         }
         unobserve();
         close();
-        g_main_context_pop_thread_default(context_);
+        g_main_context_pop_thread_default(context_.get());
     }
 
     /// @returns why the interface cannot be offered, empty when it is.
     std::string open()
     {
-        Error error;
-        const GText address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_.get(), error.out()));
-        if (!address) {
-            return "no session bus: " + error.text();
-        }
-        // Not the process's shared connection, which ends the process when the bus goes.
-        connection_.reset(g_dbus_connection_new_for_address_sync(
-            address.get(),
-            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-            nullptr, cancellable_.get(), error.out()));
+        host::GlibError error;
+        connection_ = host::connectToBus(cancellable_.get(), error);
         if (!connection_) {
-            return "no session bus: " + error.text();
+            return "no session bus: " + protocol::printable(error.message());
         }
-        g_dbus_connection_set_exit_on_close(connection_.get(), FALSE);
         g_signal_connect(connection_.get(), "closed",
                          G_CALLBACK(+[](GDBusConnection*, gboolean, GError*, gpointer self) {
                              static_cast<Session*>(self)->lost_ = true;
                          }),
                          this);
         if (!offerObject(error)) {
-            return "the head unit cannot be offered on the session bus: " + error.text();
+            return "the head unit cannot be offered on the session bus: " + protocol::printable(error.message());
         }
         return ownName();
     }
@@ -289,7 +246,7 @@ private:
         }
     }
 
-    bool offerObject(Error& error)
+    bool offerObject(host::GlibError& error)
     {
         object_.reset(com_zent_linux_headunit_skeleton_new());
         const auto handle = [this](const char* method, GCallback handler) {
@@ -307,17 +264,16 @@ private:
 
     std::string ownName()
     {
-        Error error;
-        GVariant* const reply = g_dbus_connection_call_sync(
+        host::GlibError error;
+        const host::GlibPtr<GVariant> reply(g_dbus_connection_call_sync(
             connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
             g_variant_new("(su)", kBusName, kDoNotQueue), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE,
-            static_cast<gint>(std::chrono::milliseconds(kStartTimeout).count()), cancellable_.get(), error.out());
-        if (reply == nullptr) {
-            return std::string("the bus name ") + kBusName + " cannot be had: " + error.text();
+            static_cast<gint>(std::chrono::milliseconds(kStartTimeout).count()), cancellable_.get(), error.out()));
+        if (!reply) {
+            return std::string("the bus name ") + kBusName + " cannot be had: " + protocol::printable(error.message());
         }
         guint32 result = 0;
-        g_variant_get(reply, "(u)", &result);
-        g_variant_unref(reply);
+        g_variant_get(reply.get(), "(u)", &result);
         if (result != kPrimaryOwner) {
             return std::string("the bus name ") + kBusName + " is taken by another process";
         }
@@ -406,21 +362,19 @@ private:
             g_signal_handlers_disconnect_by_data(object_.get(), this);
         }
         g_dbus_connection_close(connection_.get(), nullptr, onClosed, this);
-        GSource* const timeout = g_timeout_source_new(static_cast<guint>(kCloseTimeout.count()));
+        const host::GlibPtr<GSource> timeout(g_timeout_source_new(static_cast<guint>(kCloseTimeout.count())));
         bool late = false;
         g_source_set_callback(
-            timeout,
+            timeout.get(),
             [](gpointer flag) -> gboolean {
                 *static_cast<bool*>(flag) = true;
                 return G_SOURCE_REMOVE;
             },
             &late, nullptr);
-        g_source_attach(timeout, context_);
+        g_source_attach(timeout.get(), context_.get());
         while ((!closed_ || flushing_) && !late) {
-            g_main_context_iteration(context_, TRUE);
+            g_main_context_iteration(context_.get(), TRUE);
         }
-        g_source_destroy(timeout);
-        g_source_unref(timeout);
     }
 
     static void onClosed(GObject* connection, GAsyncResult* result, gpointer data)
@@ -498,11 +452,11 @@ private:
     }
 
     HeadUnit& unit_;
-    const Ref<GCancellable> cancellable_;  // any thread
-    GMainContext* const context_;          // any thread
-    std::thread thread_;                   // of whoever starts and stops
-    Ref<GDBusConnection> connection_;
-    Ref<ComZentLinuxHeadunit> object_;
+    const host::GlibPtr<GCancellable> cancellable_;  // any thread
+    const host::GlibPtr<GMainContext> context_;      // any thread
+    std::thread thread_;                             // of whoever starts and stops
+    host::GlibPtr<GDBusConnection> connection_;
+    host::GlibPtr<ComZentLinuxHeadunit> object_;
     std::shared_ptr<Outbox> outbox_;
     int changeObserver_ = 0;
     int callObserver_ = 0;

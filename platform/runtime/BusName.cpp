@@ -1,56 +1,33 @@
 #include "platform/runtime/BusName.h"
 
-#include <gio/gio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
+
+#include "host/Glib.h"
 
 namespace runtime {
 namespace {
 
 constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
+constexpr const char* kNoAnswer = "the session bus does not answer";
 
-template <class Object>
-struct Unref {
-    void operator()(Object* object) const { g_object_unref(object); }
-};
-template <class Object>
-using Ref = std::unique_ptr<Object, Unref<Object>>;
-
-struct FreeError {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-using Error = std::unique_ptr<GError, FreeError>;
-
-struct FreeText {
-    void operator()(char* text) const { g_free(text); }
-};
-using Text = std::unique_ptr<char, FreeText>;
-
-struct UnrefVariant {
-    void operator()(GVariant* value) const { g_variant_unref(value); }
-};
-using Value = std::unique_ptr<GVariant, UnrefVariant>;
-
-/// A main context that is this thread's default for as long as the object lives.
+/// A main context that is this thread's default as long as the object lives.
 class OwnContext
 {
 public:
-    OwnContext() : context_(g_main_context_new()) { g_main_context_push_thread_default(context_); }
-    ~OwnContext()
-    {
-        g_main_context_pop_thread_default(context_);
-        g_main_context_unref(context_);
-    }
+    OwnContext() { g_main_context_push_thread_default(get()); }
+    ~OwnContext() { g_main_context_pop_thread_default(get()); }
     OwnContext(const OwnContext&) = delete;
     OwnContext& operator=(const OwnContext&) = delete;
 
-    GMainContext* get() const { return context_; }
+    GMainContext* get() const { return context_.get(); }
 
 private:
-    GMainContext* const context_;
+    const host::GlibPtr<GMainContext> context_{g_main_context_new()};
 };
 
 /// One look at the bus; everything runs on the thread that calls wait().
@@ -61,8 +38,15 @@ public:
 
     BusName wait(std::chrono::milliseconds patience)
     {
-        startDeadline(patience);
-        connect();
+        const auto deadline = std::chrono::steady_clock::now() + patience;
+        host::GlibError error;
+        connection_ = host::connectToSessionBus(error, patience);
+        if (!connection_) {
+            return {BusName::State::kNoBus, error.is(G_IO_ERROR, G_IO_ERROR_CANCELLED) ? kNoAnswer : error.message()};
+        }
+        startDeadline(
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()));
+        follow();
         iterateUntil([this] { return outcome_.has_value(); });
         end();
         return *outcome_;
@@ -79,24 +63,16 @@ private:
 
     void startDeadline(std::chrono::milliseconds patience)
     {
-        deadline_ = g_timeout_source_new(static_cast<guint>(patience.count()));
+        deadline_.reset(g_timeout_source_new(static_cast<guint>(std::max<std::int64_t>(patience.count(), 0))));
         g_source_set_callback(
-            deadline_,
-            [](gpointer self) -> gboolean {
-                static_cast<Watch*>(self)->onDeadline();
+            deadline_.get(),
+            [](gpointer data) -> gboolean {
+                auto& self = *static_cast<Watch*>(data);
+                self.answered_ ? self.decide(BusName::State::kLate) : self.decide(BusName::State::kNoBus, kNoAnswer);
                 return G_SOURCE_REMOVE;
             },
             this, nullptr);
-        g_source_attach(deadline_, context_.get());
-    }
-
-    void onDeadline()
-    {
-        if (answered_) {
-            decide(BusName::State::kLate);
-        } else {
-            decide(BusName::State::kNoBus, "the session bus does not answer");
-        }
+        g_source_attach(deadline_.get(), context_.get());
     }
 
     void decide(BusName::State state, const std::string& reason = "")
@@ -106,33 +82,8 @@ private:
         }
     }
 
-    void connect()
+    void follow()
     {
-        GError* error = nullptr;
-        const Text address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, &error));
-        if (!address) {
-            decide(BusName::State::kNoBus, Error(error)->message);
-            return;
-        }
-        // A connection of its own, which closes when nobody needs it and ends no process when the bus goes.
-        constexpr auto kFlags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                                  G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        begin();
-        g_dbus_connection_new_for_address(
-            address.get(), kFlags, nullptr, cancellable_.get(),
-            [](GObject*, GAsyncResult* result, gpointer self) { static_cast<Watch*>(self)->onConnected(result); },
-            this);
-    }
-
-    void onConnected(GAsyncResult* result)
-    {
-        --pending_;
-        GError* error = nullptr;
-        connection_.reset(g_dbus_connection_new_for_address_finish(result, &error));
-        if (!connection_) {
-            decide(BusName::State::kNoBus, Error(error)->message);
-            return;
-        }
         closed_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(onClosed), this);
         if (g_dbus_connection_is_closed(connection_.get()) != FALSE) {
             onClosed(nullptr, FALSE, nullptr, this);
@@ -143,7 +94,7 @@ private:
             [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GVariant* arguments,
                gpointer self) { static_cast<Watch*>(self)->onOwnerChanged(arguments); },
             this, nullptr);
-        ask("GetConnectionUnixProcessID", name_, &Watch::onProcess);
+        ask(name_.c_str());
     }
 
     static void onClosed(GDBusConnection*, gboolean, GError*, gpointer self)
@@ -156,74 +107,55 @@ private:
         const gchar* owner = nullptr;
         g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &owner);
         if (*owner != '\0') {
-            ask("GetConnectionUnixProcessID", owner, &Watch::onProcess);
+            ask(owner);
         }
     }
 
-    void onProcess(GVariant* reply)
+    void onProcess(GAsyncResult* result)
     {
+        --pending_;
+        host::GlibError error;
+        const host::GlibPtr<GVariant> reply(g_dbus_connection_call_finish(connection_.get(), result, error.out()));
+        if (outcome_) {
+            return;
+        }
         answered_ = true;
-        if (reply == nullptr) {
-            return;  // nobody has the name: the signal will tell
+        if (!reply) {
+            return;  // the name has no owner yet; the signal reports one
         }
         guint32 process = 0;
-        g_variant_get(reply, "(u)", &process);
+        g_variant_get(reply.get(), "(u)", &process);
         const bool ours = process == static_cast<guint32>(getpid());
         decide(ours ? BusName::State::kOwned : BusName::State::kTaken);
     }
 
-    using Answer = void (Watch::*)(GVariant*);
-    struct Question {
-        Watch& watch;
-        Answer answer;
-    };
-
-    void ask(const char* method, const std::string& argument, Answer answer)
+    /// Asks the bus for the process that has a name, or is a connection.
+    void ask(const char* owner)
     {
-        begin();
+        ++pending_;
         g_dbus_connection_call(
-            connection_.get(), kBus, kBusPath, kBus, method, g_variant_new("(s)", argument.c_str()), nullptr,
+            connection_.get(), kBus, kBusPath, kBus, "GetConnectionUnixProcessID", g_variant_new("(s)", owner), nullptr,
             G_DBUS_CALL_FLAGS_NONE, -1, cancellable_.get(),
-            [](GObject* connection, GAsyncResult* result, gpointer data) {
-                const std::unique_ptr<Question> question(static_cast<Question*>(data));
-                question->watch.onAnswer(G_DBUS_CONNECTION(connection), result, question->answer);
-            },
-            new Question{*this, answer});
+            [](GObject*, GAsyncResult* result, gpointer self) { static_cast<Watch*>(self)->onProcess(result); }, this);
     }
-
-    void onAnswer(GDBusConnection* connection, GAsyncResult* result, Answer answer)
-    {
-        --pending_;
-        GError* error = nullptr;
-        const Value reply(g_dbus_connection_call_finish(connection, result, &error));
-        const Error given(error);
-        if (!outcome_) {
-            (this->*answer)(reply.get());
-        }
-    }
-
-    void begin() { ++pending_; }
 
     /// Gives up what is under way and waits until nothing refers to this object any more.
     void end()
     {
-        g_source_destroy(deadline_);
-        g_source_unref(deadline_);
-        if (connection_) {
-            g_dbus_connection_signal_unsubscribe(connection_.get(), subscription_);
-            g_signal_handler_disconnect(connection_.get(), closed_);
-        }
+        deadline_.reset();
+        g_dbus_connection_signal_unsubscribe(connection_.get(), subscription_);
+        g_signal_handler_disconnect(connection_.get(), closed_);
         g_cancellable_cancel(cancellable_.get());
         iterateUntil([this] { return pending_ == 0; });
     }
 
     const std::string name_;
     const OwnContext context_;
-    const Ref<GCancellable> cancellable_;
-    Ref<GDBusConnection> connection_;
+    const host::GlibPtr<GCancellable> cancellable_;
+    host::GlibPtr<GDBusConnection> connection_;
     guint subscription_ = 0;
     gulong closed_ = 0;
-    GSource* deadline_ = nullptr;
+    host::GlibPtr<GSource> deadline_;
     int pending_ = 0;
     bool answered_ = false;
     std::optional<BusName> outcome_;

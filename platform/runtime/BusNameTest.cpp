@@ -1,12 +1,12 @@
 #include "platform/runtime/BusName.h"
 
-#include <gio/gio.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <future>
 
+#include "host/Glib.h"
 #include "tests/support/PrivateBus.h"
 
 namespace runtime {
@@ -24,28 +24,21 @@ class Client
 {
 public:
     explicit Client(const std::string& address)
-        : connection_(g_dbus_connection_new_for_address_sync(
-              address.c_str(),
-              static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-              nullptr, nullptr, nullptr))
     {
+        host::GlibError error;
+        connection_ = host::connectToBus(nullptr, error, address.c_str());
     }
-    ~Client() { g_object_unref(connection_); }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
 
     void requestName()
     {
-        GVariant* const reply = g_dbus_connection_call_sync(
-            connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
-            g_variant_new("(su)", kName, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-        ASSERT_NE(reply, nullptr);
-        g_variant_unref(reply);
+        const host::GlibPtr<GVariant> reply(g_dbus_connection_call_sync(
+            connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+            g_variant_new("(su)", kName, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+        ASSERT_TRUE(reply);
     }
 
 private:
-    GDBusConnection* const connection_;
+    host::GlibPtr<GDBusConnection> connection_;
 };
 
 class BusNameTest : public testing::Test

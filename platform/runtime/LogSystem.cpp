@@ -11,6 +11,7 @@
 #include "KYRSystem.h"
 #include "host/Descriptor.h"
 #include "platform/runtime/Report.h"
+#include "protocol/Errors.h"
 
 zlog_category_t* liblog_category = nullptr;
 
@@ -58,18 +59,17 @@ std::string configureBuiltIn()
 
 }  // namespace
 
-std::string useLogConfiguration(const std::string& file)
+void useLogConfiguration(const std::string& file)
 {
     // zlog reads a directory as an empty configuration, and waits for ever for the writer of a pipe.
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error)) {
-        return "--log-conf " + file + ": " + (error ? error.message() : "not a regular file");
+        throw protocol::UserError("--log-conf " + file + ": " + (error ? error.message() : "not a regular file"));
     }
     if (zlog_init(file.c_str()) != 0) {
-        return "--log-conf " + file + ": zlog refuses it, or cannot open one of its outputs";
+        throw protocol::UserError("--log-conf " + file + ": zlog refuses it, or cannot open one of its outputs");
     }
     g_configured = true;
-    return "";
 }
 
 }  // namespace runtime

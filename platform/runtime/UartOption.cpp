@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "host/Baud.h"
+#include "protocol/Errors.h"
 
 namespace runtime {
 namespace {
@@ -41,7 +42,7 @@ UartOption parseUartOption(const std::string& text)
     const auto comma = text.rfind(',');
     UartOption option{UartOption::Kind::kDevice, text.substr(0, comma), host::kDefaultBaud};
     if (option.path.empty()) {
-        throw UartOptionError("--uart: expected pty:LINK or DEVICE[,BAUD], got '" + text + "'");
+        throw protocol::UserError("--uart: expected pty:LINK or DEVICE[,BAUD], got '" + text + "'");
     }
     if (comma == std::string::npos) {
         return option;
@@ -50,7 +51,7 @@ UartOption parseUartOption(const std::string& text)
     const std::string rate = text.substr(comma + 1);
     const auto baud = parseNumber(rate);
     if (!baud || !host::speedOf(*baud)) {
-        throw UartOptionError("--uart: expected a baud rate (" + knownBauds() + "), got '" + rate + "'");
+        throw protocol::UserError("--uart: expected a baud rate (" + knownBauds() + "), got '" + rate + "'");
     }
     option.baud = *baud;
     return option;

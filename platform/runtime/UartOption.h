@@ -1,17 +1,9 @@
 #pragma once
 
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 
 namespace runtime {
-
-/// A value of --uart that is none; what() says in one line what was wrong and what would be right.
-class UartOptionError : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
 
 /// Which line the station is on.
 struct UartOption {
@@ -27,7 +19,7 @@ struct UartOption {
 
 /// Reads "pty:LINK" or "DEVICE[,BAUD]". The last comma is the one before the rate, so a device whose name has a comma
 /// is given with its rate.
-/// @throws UartOptionError
+/// @throws protocol::UserError
 UartOption parseUartOption(const std::string& text);
 
 }  // namespace runtime

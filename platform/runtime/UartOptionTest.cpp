@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "protocol/Errors.h"
+
 namespace runtime {
 namespace {
 
@@ -14,7 +16,7 @@ std::string refusal(const std::string& text)
     try {
         parseUartOption(text);
         return "";
-    } catch (const UartOptionError& error) {
+    } catch (const protocol::UserError& error) {
         return error.what();
     }
 }

@@ -20,58 +20,45 @@ constexpr int kTimeoutMs = 20'000;
 
 std::string print(GVariant* value)
 {
-    gchar* text = g_variant_print(value, TRUE);
-    std::string printed(text);
-    g_free(text);
-    return printed;
+    return host::GlibPtr<char>(g_variant_print(value, TRUE)).get();
 }
 
-/// @returns a reference of the caller's, not a floating one.
-GVariant* parse(const std::string& text)
+host::GlibPtr<GVariant> parse(const std::string& text)
 {
-    GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr);
-    if (value == nullptr) {
+    host::GlibPtr<GVariant> value(g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr));
+    if (!value) {
         throw std::runtime_error("no arguments: " + text);
     }
     return value;
 }
 
-/// @returns `reply` as text, or the name of `error` (its message where it did not come over the bus). Frees either.
-std::string outcomeOf(GVariant* reply, GError* error)
+/// @returns the reply as text, or the name of the error (its message if it did not come over the bus).
+std::string outcomeOf(const host::GlibPtr<GVariant>& reply, host::GlibError& error)
 {
-    if (reply == nullptr) {
-        gchar* const name = g_dbus_error_get_remote_error(error);
-        std::string text(name != nullptr ? name : error->message);
-        g_free(name);
-        g_error_free(error);
-        return text;
+    if (reply) {
+        return print(reply.get());
     }
-    std::string text = print(reply);
-    g_variant_unref(reply);
-    return text;
+    const std::string name = error.remoteName();
+    return name.empty() ? error.message() : name;
 }
 
 }  // namespace
 
 BusClient::BusClient(const std::string& address)
-    : context_(g_main_context_new())
-    , loop_(g_main_loop_new(context_, FALSE))
-    , connection_(g_dbus_connection_new_for_address_sync(
-          address.c_str(),
-          static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                            G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-          nullptr, nullptr, nullptr))
+    : context_(g_main_context_new()), loop_(g_main_loop_new(context_.get(), FALSE))
 {
-    if (connection_ == nullptr) {
+    host::GlibError error;
+    connection_ = host::connectToBus(nullptr, error, address.c_str());
+    if (!connection_.get()) {
         throw std::runtime_error("no bus at " + address);
     }
     std::promise<void> subscribed;
     thread_ = std::thread([this, &subscribed] {
-        g_main_context_push_thread_default(context_);
+        g_main_context_push_thread_default(context_.get());
         subscribe();
         subscribed.set_value();
-        g_main_loop_run(loop_);
-        g_main_context_pop_thread_default(context_);
+        g_main_loop_run(loop_.get());
+        g_main_context_pop_thread_default(context_.get());
     });
     subscribed.get_future().wait();
     // The bus serves a client's messages in their order: when it answers this one, the subscription holds.
@@ -82,23 +69,20 @@ BusClient::~BusClient()
 {
     // In the loop's own thread, so that it is running when it is told to end.
     g_main_context_invoke(
-        context_,
+        context_.get(),
         [](gpointer loop) -> gboolean {
             g_main_loop_quit(static_cast<GMainLoop*>(loop));
             return G_SOURCE_REMOVE;
         },
-        loop_);
+        loop_.get());
     thread_.join();
-    g_dbus_connection_close_sync(connection_, nullptr, nullptr);
-    g_object_unref(connection_);
-    g_main_loop_unref(loop_);
-    g_main_context_unref(context_);
+    g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
 }
 
 void BusClient::subscribe()
 {
     g_dbus_connection_signal_subscribe(
-        connection_, nullptr, kEngineering, nullptr, kEngineeringPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+        connection_.get(), nullptr, kEngineering, nullptr, kEngineeringPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
         [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* name, GVariant* arguments,
            gpointer self) { static_cast<BusClient*>(self)->record(name, arguments); },
         this, nullptr);
@@ -120,10 +104,7 @@ std::vector<std::string> BusClient::waitForSignals(std::size_t count)
 
 std::string BusClient::callEngineering(const std::string& method, const std::string& arguments)
 {
-    GVariant* const parsed = parse(arguments);
-    const std::string reply = call(kEngineering, kEngineeringPath, kEngineering, method, parsed);
-    g_variant_unref(parsed);
-    return reply;
+    return call(kEngineering, kEngineeringPath, kEngineering, method, parse(arguments).get());
 }
 
 std::string BusClient::pingEngineering()
@@ -133,18 +114,12 @@ std::string BusClient::pingEngineering()
 
 std::string BusClient::callHeadUnit(const std::string& method, const std::string& arguments)
 {
-    GVariant* const parsed = parse(arguments);
-    const std::string reply = call(kHeadUnit, kHeadUnitPath, kHeadUnit, method, parsed);
-    g_variant_unref(parsed);
-    return reply;
+    return call(kHeadUnit, kHeadUnitPath, kHeadUnit, method, parse(arguments).get());
 }
 
 std::string BusClient::callBus(const std::string& method, const std::string& arguments)
 {
-    GVariant* const parsed = parse(arguments);
-    const std::string reply = call(kBus, kBusPath, kBus, method, parsed);
-    g_variant_unref(parsed);
-    return reply;
+    return call(kBus, kBusPath, kBus, method, parse(arguments).get());
 }
 
 bool BusClient::waitForOwner(const std::string& name, bool wanted)
@@ -160,15 +135,15 @@ bool BusClient::waitForOwner(const std::string& name, bool wanted)
 
 std::vector<std::string> BusClient::connectionsOf(pid_t process)
 {
-    GVariant* const reply =
-        g_dbus_connection_call_sync(connection_, kBus, kBusPath, kBus, "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
-                                    G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    if (reply == nullptr) {
+    const host::GlibPtr<GVariant> reply(g_dbus_connection_call_sync(connection_.get(), kBus, kBusPath, kBus,
+                                                                    "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
+                                                                    G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    if (!reply) {
         throw std::runtime_error("the bus lists no names");
     }
     std::vector<std::string> names;
     GVariantIter* each = nullptr;
-    g_variant_get(reply, "(as)", &each);
+    g_variant_get(reply.get(), "(as)", &each);
     const std::string wanted = "(uint32 " + std::to_string(process) + ",)";
     for (const gchar* name = nullptr; g_variant_iter_next(each, "&s", &name);) {
         if (*name == ':' && callBus("GetConnectionUnixProcessID", "('" + std::string(name) + "',)") == wanted) {
@@ -176,7 +151,6 @@ std::vector<std::string> BusClient::connectionsOf(pid_t process)
         }
     }
     g_variant_iter_free(each);
-    g_variant_unref(reply);
     return names;
 }
 
@@ -186,7 +160,8 @@ void BusClient::sendUndecodable(const std::string& destination, GDBusMessageType
     for (int depth = 0; depth < 64; ++depth) {
         value = g_variant_new_variant(value);
     }
-    GDBusMessage* const message = g_dbus_message_new();
+    const host::GlibPtr<GDBusMessage> owner(g_dbus_message_new());
+    GDBusMessage* const message = owner.get();
     g_dbus_message_set_message_type(message, type);
     g_dbus_message_set_flags(message, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
     g_dbus_message_set_destination(message, destination.c_str());
@@ -194,33 +169,31 @@ void BusClient::sendUndecodable(const std::string& destination, GDBusMessageType
     g_dbus_message_set_interface(message, kEngineering);
     g_dbus_message_set_member(message, "uart_send_data");
     g_dbus_message_set_body(message, g_variant_new("(yy@vq)", 0x83, 0x05, value, 1));
-    g_dbus_connection_send_message(connection_, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-    g_dbus_connection_flush_sync(connection_, nullptr, nullptr);
-    g_object_unref(message);
+    g_dbus_connection_send_message(connection_.get(), message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+    g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);
 }
 
 std::string BusClient::call(const char* name, const char* path, const char* interface, const std::string& method,
                             GVariant* arguments)
 {
-    GError* error = nullptr;
-    GVariant* const reply =
-        g_dbus_connection_call_sync(connection_, name, path, interface, method.c_str(), arguments, nullptr,
-                                    G_DBUS_CALL_FLAGS_NO_AUTO_START, kTimeoutMs, nullptr, &error);
+    host::GlibError error;
+    const host::GlibPtr<GVariant> reply(
+        g_dbus_connection_call_sync(connection_.get(), name, path, interface, method.c_str(), arguments, nullptr,
+                                    G_DBUS_CALL_FLAGS_NO_AUTO_START, kTimeoutMs, nullptr, error.out()));
     return outcomeOf(reply, error);
 }
 
 std::string BusClient::callWithDescriptors(const std::string& destination, int count)
 {
-    GUnixFDList* const descriptors = g_unix_fd_list_new();
+    const host::GlibPtr<GUnixFDList> descriptors(g_unix_fd_list_new());
     for (int i = 0; i < count; ++i) {
-        g_unix_fd_list_append(descriptors, STDERR_FILENO, nullptr);
+        g_unix_fd_list_append(descriptors.get(), STDERR_FILENO, nullptr);
     }
-    GError* error = nullptr;
-    GVariant* const reply = g_dbus_connection_call_with_unix_fd_list_sync(
-        connection_, destination.c_str(), kEngineeringPath, kEngineering, "auto_test_set_track_index",
-        g_variant_new("(yy)", 0, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, kTimeoutMs, descriptors, nullptr, nullptr,
-        &error);
-    g_object_unref(descriptors);
+    host::GlibError error;
+    const host::GlibPtr<GVariant> reply(g_dbus_connection_call_with_unix_fd_list_sync(
+        connection_.get(), destination.c_str(), kEngineeringPath, kEngineering, "auto_test_set_track_index",
+        g_variant_new("(yy)", 0, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, kTimeoutMs, descriptors.get(), nullptr, nullptr,
+        error.out()));
     return outcomeOf(reply, error);
 }
 
@@ -232,10 +205,8 @@ bool BusClient::own(const std::string& name)
 
 void BusClient::emitEngineering(const std::string& signal, const std::string& arguments)
 {
-    GVariant* const parsed = parse(arguments);
-    g_dbus_connection_emit_signal(connection_, nullptr, kEngineeringPath, kEngineering, signal.c_str(), parsed,
-                                  nullptr);
-    g_variant_unref(parsed);
+    g_dbus_connection_emit_signal(connection_.get(), nullptr, kEngineeringPath, kEngineering, signal.c_str(),
+                                  parse(arguments).get(), nullptr);
 }
 
 }  // namespace tests

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gio/gio.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -10,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/Glib.h"
 #include "tests/support/ChildProcess.h"
 
 namespace tests {
@@ -66,7 +65,7 @@ public:
     /// Broadcasts a signal of the engineering interface, as if this were the service.
     void emitEngineering(const std::string& signal, const std::string& arguments);
 
-    GDBusConnection* connection() const { return connection_; }
+    GDBusConnection* connection() const { return connection_.get(); }
 
 private:
     void record(const char* name, GVariant* arguments);
@@ -74,9 +73,9 @@ private:
                      GVariant* arguments);
     void subscribe();
 
-    GMainContext* context_;
-    GMainLoop* loop_;
-    GDBusConnection* connection_;
+    const host::GlibPtr<GMainContext> context_;
+    const host::GlibPtr<GMainLoop> loop_;
+    host::GlibPtr<GDBusConnection> connection_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> signals_;  // guarded by mutex_

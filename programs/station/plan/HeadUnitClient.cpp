@@ -1,11 +1,9 @@
 #include "programs/station/plan/HeadUnitClient.h"
 
-#include <gio/gio.h>
-
 #include <cstdlib>
 #include <mutex>
 
-#include "programs/SessionBus.h"
+#include "host/Glib.h"
 
 namespace programs::station_tool {
 
@@ -15,64 +13,44 @@ constexpr const char* kName = "com.zent.linux.headunit";
 constexpr const char* kPath = "/com/zent/linux/headunit";
 constexpr int kPatienceMs = 5000;
 
-/// @returns the error's text without the name of its kind; frees it.
-std::string take(GError* error)
-{
-    if (error == nullptr) {
-        return "unknown reason";
-    }
-    g_dbus_error_strip_remote_error(error);
-    std::string text = error->message;
-    g_error_free(error);
-    return text;
-}
-
 }  // namespace
 
 struct HeadUnitClient::State {
     std::once_flag connected;
-    GDBusConnection* bus = nullptr;
+    host::GlibPtr<GDBusConnection> bus;
 
     GDBusConnection* connection()
     {
         std::call_once(connected, [this] {
             // Without an address the bus would be looked for by starting one.
-            if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS"); address == nullptr || *address == '\0') {
-                return;
+            if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS"); address != nullptr && *address != '\0') {
+                host::GlibError ignored;
+                bus = host::connectToSessionBus(ignored);
             }
-            GError* error = nullptr;
-            bus = connectToSessionBus(&error);
-            g_clear_error(&error);
         });
-        return bus;
+        return bus.get();
     }
 
     /// @param arguments floating
     void call(const char* method, GVariant* arguments)
     {
-        GVariant* const owned = g_variant_ref_sink(arguments);
+        const host::GlibPtr<GVariant> owned(g_variant_ref_sink(arguments));
         GDBusConnection* const at = connection();
-        GError* error = nullptr;
-        GVariant* const reply =
-            at == nullptr ? nullptr
-                          : g_dbus_connection_call_sync(at, kName, kPath, kName, method, owned, nullptr,
-                                                        G_DBUS_CALL_FLAGS_NO_AUTO_START, kPatienceMs, nullptr, &error);
-        g_variant_unref(owned);
-        if (reply == nullptr) {
-            throw station::plan::HeadUnitError("the simulated head unit refused: " + take(error));
+        host::GlibError error;
+        const host::GlibPtr<GVariant> reply(
+            at == nullptr
+                ? nullptr
+                : g_dbus_connection_call_sync(at, kName, kPath, kName, method, owned.get(), nullptr,
+                                              G_DBUS_CALL_FLAGS_NO_AUTO_START, kPatienceMs, nullptr, error.out()));
+        if (!reply) {
+            throw station::plan::HeadUnitError("the simulated head unit refused: " + error.message());
         }
-        g_variant_unref(reply);
     }
 };
 
 HeadUnitClient::HeadUnitClient() : state_(std::make_unique<State>()) {}
 
-HeadUnitClient::~HeadUnitClient()
-{
-    if (state_->bus != nullptr) {
-        g_object_unref(state_->bus);
-    }
-}
+HeadUnitClient::~HeadUnitClient() = default;
 
 bool HeadUnitClient::present()
 {
@@ -80,13 +58,12 @@ bool HeadUnitClient::present()
     if (bus == nullptr) {
         return false;
     }
-    GVariant* const reply = g_dbus_connection_call_sync(
+    const host::GlibPtr<GVariant> reply(g_dbus_connection_call_sync(
         bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
-        g_variant_new("(s)", kName), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, kPatienceMs, nullptr, nullptr);
+        g_variant_new("(s)", kName), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, kPatienceMs, nullptr, nullptr));
     gboolean owned = FALSE;
-    if (reply != nullptr) {
-        g_variant_get(reply, "(b)", &owned);
-        g_variant_unref(reply);
+    if (reply) {
+        g_variant_get(reply.get(), "(b)", &owned);
     }
     return owned != FALSE;
 }
