@@ -16,6 +16,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/PtyPeer.h"
+
 namespace benchmarks {
 namespace {
 
@@ -184,19 +186,12 @@ double StationLoad::cpuSeconds() const
 
 Echo::Echo(std::size_t requestSize, std::size_t replySize)
 {
-    const int line = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (line < 0 || grantpt(line) != 0 || unlockpt(line) != 0) {
-        throw std::runtime_error("no pseudo-terminal can be had");
-    }
-    path_ = ptsname(line);
-    const int station = open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    makeRaw(station);
+    const tests::PtyPeer peer;
+    path_ = peer.path();
     pid_ = fork();
     if (pid_ == 0) {
-        answer(line, requestSize, replySize);  // keeps the station's end open as well, until somebody has opened it
+        answer(peer.descriptor(), requestSize, replySize);  // also keeps the station's end open
     }
-    close(line);
-    close(station);
 }
 
 Echo::~Echo()

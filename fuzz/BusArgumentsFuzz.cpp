@@ -17,7 +17,6 @@
 #include "engineering/base/BusSignals.h"
 #include "engineering/base/KYRSingleton.h"
 #include "engineering/base/Outlets.h"
-#include "fuzz/ByteReader.h"
 #include "fuzz/Fuzz.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/runtime/Root.h"

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/ByteReader.h"
 #include "fuzz/Fuzz.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"

@@ -9,7 +9,6 @@
 
 #include "fuzz/EngineHarness.h"
 #include "fuzz/Fuzz.h"
-#include "fuzz/TextLines.h"
 #include "platform/bench/JsonText.h"
 
 namespace {

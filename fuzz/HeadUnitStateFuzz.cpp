@@ -3,7 +3,6 @@
 // Input: lines `merge JSON`, `set PATH JSON` and `get PATH`.
 
 #include "fuzz/Fuzz.h"
-#include "fuzz/TextLines.h"
 #include "platform/bench/JsonText.h"
 #include "platform/bench/State.h"
 #include "protocol/Text.h"

@@ -8,7 +8,6 @@
 #include <array>
 #include <random>
 
-#include "fuzz/ByteReader.h"
 #include "fuzz/EngineHarness.h"
 #include "fuzz/Fuzz.h"
 

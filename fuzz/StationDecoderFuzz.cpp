@@ -7,7 +7,6 @@
 #include <array>
 #include <vector>
 
-#include "fuzz/ByteReader.h"
 #include "fuzz/Fuzz.h"
 #include "protocol/FrameAssembler.h"
 #include "station/Connection.h"

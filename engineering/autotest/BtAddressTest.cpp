@@ -6,7 +6,7 @@
 
 #include "platform/runtime/Root.h"
 #include "tests/support/EngineTest.h"
-#include "tests/support/Umask.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/support/EngineTest.h"
+#include "tests/support/TempDir.h"
 #include "tests/support/Text.h"
-#include "tests/support/Umask.h"
 
 namespace {
 

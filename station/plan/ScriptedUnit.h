@@ -1,10 +1,6 @@
 #pragma once
 
-#include <fcntl.h>
 #include <poll.h>
-#include <pty.h>
-#include <sys/eventfd.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,12 +8,15 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "host/Descriptor.h"
 #include "protocol/Frame.h"
 #include "protocol/FrameAssembler.h"
+#include "tests/support/PtyPeer.h"
 #include "tests/support/TempDir.h"
 
 namespace station::plan::tests {
@@ -31,19 +30,9 @@ class ScriptedUnit
 public:
     using Script = std::function<void(const Frame&)>;
 
-    explicit ScriptedUnit(Script script = {}) : script_(std::move(script)), stop_(eventfd(0, EFD_CLOEXEC)) { plugIn(); }
+    explicit ScriptedUnit(Script script = {}) : script_(std::move(script)) { plugIn(); }
 
-    ~ScriptedUnit()
-    {
-        stop();
-        if (master_ >= 0) {
-            close(master_);
-        }
-        if (slave_ >= 0) {
-            close(slave_);
-        }
-        close(stop_);
-    }
+    ~ScriptedUnit() { stop(); }
 
     ScriptedUnit(const ScriptedUnit&) = delete;
     ScriptedUnit& operator=(const ScriptedUnit&) = delete;
@@ -58,7 +47,7 @@ public:
     void stop()
     {
         if (thread_.joinable()) {
-            eventfd_write(stop_, 1);
+            stop_.signal();
             thread_.join();
         }
     }
@@ -66,18 +55,13 @@ public:
     const std::string& path() const { return path_; }
 
     /// For the script.
-    void write(const std::vector<std::uint8_t>& bytes)
-    {
-        if (::write(master_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-            throw std::runtime_error("the pseudo-terminal took less than it was given");
-        }
-    }
+    void write(const std::vector<std::uint8_t>& bytes) { peer_->write(bytes); }
 
     /// For the script: sends these bytes again and again until the unit is stopped.
     void flood(const std::vector<std::uint8_t>& bytes)
     {
         constexpr int kLookMs = 10;
-        std::array<pollfd, 2> wanted{{{master_, POLLOUT, 0}, {stop_, POLLIN, 0}}};
+        std::array<pollfd, 2> wanted{{{peer_->descriptor(), POLLOUT, 0}, {stop_.descriptor(), POLLIN, 0}}};
         while (poll(wanted.data(), wanted.size(), kLookMs) >= 0 && (wanted[1].revents & POLLIN) == 0) {
             if ((wanted[0].revents & POLLOUT) != 0) {
                 write(bytes);
@@ -88,9 +72,7 @@ public:
     /// For the script: the device is gone when it returns.
     void vanish()
     {
-        close(master_);
-        close(slave_);
-        master_ = slave_ = -1;
+        peer_.reset();
         std::filesystem::remove(path_);
     }
 
@@ -107,27 +89,20 @@ public:
 private:
     void plugIn()
     {
-        std::array<char, 128> name{};
-        if (openpty(&master_, &slave_, name.data(), nullptr, nullptr) != 0) {
-            throw std::runtime_error("no pseudo-terminal can be had");
-        }
-        termios raw{};
-        tcgetattr(slave_, &raw);
-        cfmakeraw(&raw);
-        tcsetattr(slave_, TCSANOW, &raw);
-        std::filesystem::create_symlink(name.data(), path_);
+        peer_.emplace();
+        std::filesystem::create_symlink(peer_->path(), path_);
     }
 
     void serve()
     {
         protocol::FrameAssembler assembler;
-        while (master_ >= 0) {
-            std::array<pollfd, 2> wanted{{{master_, POLLIN, 0}, {stop_, POLLIN, 0}}};
+        while (peer_) {
+            std::array<pollfd, 2> wanted{{{peer_->descriptor(), POLLIN, 0}, {stop_.descriptor(), POLLIN, 0}}};
             if (poll(wanted.data(), wanted.size(), -1) < 0 || (wanted[1].revents & POLLIN) != 0) {
                 return;
             }
             std::array<std::uint8_t, 512> chunk;
-            const ssize_t count = ::read(master_, chunk.data(), chunk.size());
+            const ssize_t count = ::read(peer_->descriptor(), chunk.data(), chunk.size());
             if (count <= 0) {
                 return;
             }
@@ -147,9 +122,8 @@ private:
     }
 
     Script script_;
-    int stop_;
-    int master_ = -1;
-    int slave_ = -1;
+    const host::Wakeup stop_;
+    std::optional<::tests::PtyPeer> peer_;  // nothing: the device is gone
     const ::tests::TempDir directory_;
     const std::string path_ = directory_.path() / "unit";
     mutable std::mutex mutex_;

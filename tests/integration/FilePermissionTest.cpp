@@ -5,7 +5,7 @@
 #include <map>
 
 #include "tests/integration/BenchTest.h"
-#include "tests/support/Umask.h"
+#include "tests/support/TempDir.h"
 #include "tests/support/WireVectors.h"
 
 namespace tests {

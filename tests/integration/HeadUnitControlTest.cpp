@@ -10,8 +10,6 @@ namespace tests {
 namespace {
 
 using nlohmann::json;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 using Stream = ChildProcess::Stream;
 
@@ -23,16 +21,6 @@ protected:
         std::vector<std::string> all{HEADUNITCTL};
         all.insert(all.end(), arguments.begin(), arguments.end());
         return run(all);
-    }
-
-    /// Expects that a command is refused: `status`, and one line that contains `part`.
-    void expectRefused(const std::vector<std::string>& arguments, const std::string& part, int status = 1)
-    {
-        const auto outcome = control(arguments);
-        EXPECT_EQ(outcome.status, status);
-        EXPECT_THAT(linesOf(outcome.err), SizeIs(1));
-        EXPECT_THAT(outcome.err, HasSubstr(part));
-        EXPECT_THAT(outcome.out, IsEmpty());
     }
 
     json state(const std::string& path) { return json::parse(control({"state", path}).out); }
@@ -47,24 +35,6 @@ protected:
     }
 };
 
-TEST_F(HeadUnitControlTest, StateIsTheValueAtThePath)
-{
-    startService();
-
-    EXPECT_EQ(state("/audio/volume"), 12);
-    EXPECT_EQ(state("/bluetooth/attributes/4"), "HeadUnit");
-}
-
-TEST_F(HeadUnitControlTest, StateWithoutPathIsTheWholeState)
-{
-    startService();
-
-    const json whole = json::parse(control({"state"}).out);
-
-    EXPECT_EQ(whole.at("audio").at("volume"), 12);
-    EXPECT_EQ(whole.at("tuner").at("band"), 1);
-}
-
 TEST_F(HeadUnitControlTest, HeadUnitFileIsMergedOverTheState)
 {
     const auto file = directory() / "headunit.json";
@@ -73,45 +43,6 @@ TEST_F(HeadUnitControlTest, HeadUnitFileIsMergedOverTheState)
 
     EXPECT_EQ(state("/audio/volume"), 7);
     EXPECT_EQ(state("/audio/volume_limit"), 40);
-}
-
-TEST_F(HeadUnitControlTest, SetReplacesTheValue)
-{
-    startService();
-
-    EXPECT_EQ(control({"set", "/audio/volume", "21"}).status, 0);
-
-    EXPECT_EQ(state("/audio/volume"), 21);
-}
-
-TEST_F(HeadUnitControlTest, SetOfAnUnknownPathAWrongTypeOrNoJsonIsRefusedAndChangesNothing)
-{
-    startService();
-    const json before = state("");
-
-    expectRefused({"set", "/audio/loudness", "3"}, "/audio/loudness");
-    expectRefused({"set", "/audio/volume", R"("loud")"}, "/audio/volume");
-    expectRefused({"set", "/audio/volume", "loud"}, "JSON", 2);
-    expectRefused({"state", "/no/such/path"}, "/no/such/path");
-
-    EXPECT_EQ(state(""), before);
-}
-
-TEST_F(HeadUnitControlTest, EventWithItsArgumentsIsDelivered)
-{
-    startService();
-
-    EXPECT_EQ(control({"event", "OnCarSpeedChange", R"({"speed": 50})"}).status, 0);
-    EXPECT_EQ(control({"event", "OnFactoryResetMode"}).status, 0);
-}
-
-TEST_F(HeadUnitControlTest, UnknownEventOrWrongArgumentsAreRefused)
-{
-    startService();
-
-    expectRefused({"event", "OnMoonPhase", "{}"}, "OnMoonPhase");
-    expectRefused({"event", "OnCarSpeedChange"}, "speed");
-    expectRefused({"event", "OnCarSpeedChange", R"({"speed": "fast"})"}, "speed");
 }
 
 TEST_F(HeadUnitControlTest, CallsShowTheBringUpInOrder)
@@ -124,28 +55,6 @@ TEST_F(HeadUnitControlTest, CallsShowTheBringUpInOrder)
     EXPECT_EQ(records[0], (json{{"service", "app_manager"}, {"op", "NotifyModuleInitBegin"}, {"args", {14}}}));
     EXPECT_THAT(records,
                 testing::Contains(json{{"service", "app_manager"}, {"op", "NotifyModuleReady"}, {"args", {14}}}));
-}
-
-TEST_F(HeadUnitControlTest, ClearedCallsAreGone)
-{
-    startService();
-
-    EXPECT_EQ(control({"calls", "--clear"}).status, 0);
-
-    EXPECT_THAT(calls(), IsEmpty());
-}
-
-TEST_F(HeadUnitControlTest, WatchShowsAChangeAsItComes)
-{
-    startService();
-    ChildProcess& watch = start({HEADUNITCTL, "watch"});
-    ASSERT_TRUE(watch.waitForLine(Stream::kErr, "ready"));
-
-    control({"set", "/audio/volume", "21"});
-
-    const auto change = watch.waitForLine(Stream::kOut, "/audio/volume");
-    ASSERT_TRUE(change);
-    EXPECT_EQ(json::parse(*change), (json{{"path", "/audio/volume"}, {"value", 21}}));
 }
 
 TEST_F(HeadUnitControlTest, WatchFollowsAgainAfterASignalThatGDBusCannotDecode)
@@ -184,25 +93,6 @@ TEST_F(HeadUnitControlTest, StartModuleRunsTheRegisteredAction)
 
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "1\n");
-}
-
-TEST_F(HeadUnitControlTest, StartModuleWithoutActionIsRefused)
-{
-    startService();
-
-    expectRefused({"start-module", "4"}, "4");
-}
-
-TEST_F(HeadUnitControlTest, WithoutAHeadUnitOnTheBusFails)
-{
-    expectRefused({"state"}, "com.zent.linux.headunit");
-}
-
-TEST_F(HeadUnitControlTest, WithoutABusFails)
-{
-    hideBus();
-
-    expectRefused({"state"}, "bus");
 }
 
 }  // namespace

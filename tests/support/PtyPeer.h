@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "host/Descriptor.h"
+
 namespace tests {
 
 /// The head unit's end of a pseudo-terminal, for tests: reads and writes when it is told to.
@@ -23,37 +25,32 @@ public:
     PtyPeer()
     {
         std::array<char, 128> name{};
-        if (openpty(&master_, &slave_, name.data(), nullptr, nullptr) != 0) {
+        int master = -1;
+        int slave = -1;
+        if (openpty(&master, &slave, name.data(), nullptr, nullptr) != 0) {
             throw std::runtime_error("no pseudo-terminal can be had");
         }
-        // A program that the test starts must not keep the line open.
-        fcntl(master_, F_SETFD, FD_CLOEXEC);
-        fcntl(slave_, F_SETFD, FD_CLOEXEC);
+        master_.reset(master);
+        slave_.reset(slave);
         path_ = name.data();
         // A program that the test starts must not keep the line open.
-        for (const int descriptor : {master_, slave_}) {
+        for (const int descriptor : {master, slave}) {
             fcntl(descriptor, F_SETFD, FD_CLOEXEC);
         }
         termios raw{};
-        tcgetattr(slave_, &raw);
+        tcgetattr(slave, &raw);
         cfmakeraw(&raw);
-        tcsetattr(slave_, TCSANOW, &raw);
+        tcsetattr(slave, TCSANOW, &raw);
     }
-
-    ~PtyPeer()
-    {
-        hangUp();
-        close(slave_);
-    }
-
-    PtyPeer(const PtyPeer&) = delete;
-    PtyPeer& operator=(const PtyPeer&) = delete;
 
     const std::string& path() const { return path_; }
 
+    /// The head unit's end.
+    int descriptor() const { return master_.get(); }
+
     void write(const std::vector<std::uint8_t>& bytes)
     {
-        if (::write(master_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+        if (::write(master_.get(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
             throw std::runtime_error("the pseudo-terminal took less than it was given");
         }
     }
@@ -62,10 +59,10 @@ public:
     std::vector<std::uint8_t> read(std::size_t count)
     {
         std::vector<std::uint8_t> bytes;
-        pollfd request{master_, POLLIN, 0};
+        pollfd request{master_.get(), POLLIN, 0};
         while (bytes.size() < count && poll(&request, 1, 20'000) > 0) {
             std::array<std::uint8_t, 256> chunk;
-            const ssize_t got = ::read(master_, chunk.data(), std::min(chunk.size(), count - bytes.size()));
+            const ssize_t got = ::read(master_.get(), chunk.data(), std::min(chunk.size(), count - bytes.size()));
             if (got <= 0) {
                 break;
             }
@@ -77,10 +74,10 @@ public:
     /// Waits until the station's end has `count` bytes to read: a pseudo-terminal passes them on a little later.
     void waitUntilArrived(int count)
     {
-        pollfd request{slave_, POLLIN, 0};
+        pollfd request{slave_.get(), POLLIN, 0};
         int arrived = 0;
         while (arrived < count && poll(&request, 1, 20'000) > 0) {
-            ioctl(slave_, FIONREAD, &arrived);
+            ioctl(slave_.get(), FIONREAD, &arrived);
         }
     }
 
@@ -88,22 +85,16 @@ public:
     void waitUntilTaken()
     {
         for (int left = 1; left > 0;) {
-            ioctl(slave_, FIONREAD, &left);
+            ioctl(slave_.get(), FIONREAD, &left);
         }
     }
 
     /// Closes the head unit's end.
-    void hangUp()
-    {
-        if (master_ >= 0) {
-            close(master_);
-            master_ = -1;
-        }
-    }
+    void hangUp() { master_.reset(); }
 
 private:
-    int master_ = -1;
-    int slave_ = -1;  // kept open, so that bytes survive a station that comes later or again
+    host::Descriptor master_;
+    host::Descriptor slave_;  // open, so that bytes survive until a station comes, or comes again
     std::string path_;
 };
 

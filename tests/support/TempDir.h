@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <filesystem>
 
 namespace tests {
@@ -18,6 +20,20 @@ public:
 
 private:
     std::filesystem::path path_;
+};
+
+/// Sets this process's umask, which the programs that it starts inherit, as long as the object lives.
+class Umask
+{
+public:
+    explicit Umask(mode_t mask) : old_(umask(mask)) {}
+    ~Umask() { umask(old_); }
+
+    Umask(const Umask&) = delete;
+    Umask& operator=(const Umask&) = delete;
+
+private:
+    const mode_t old_;
 };
 
 }  // namespace tests
