@@ -23,14 +23,6 @@ namespace {
 
 using FileStatus = struct stat;
 
-constexpr auto kSpeeds = std::to_array<std::pair<unsigned, speed_t>>({
-    {1200, B1200},       {2400, B2400},       {4800, B4800},       {9600, B9600},       {19200, B19200},
-    {38400, B38400},     {57600, B57600},     {115200, B115200},   {230400, B230400},   {460800, B460800},
-    {500000, B500000},   {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
-    {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000}, {3500000, B3500000},
-    {4000000, B4000000},
-});
-
 timespec timeLeft(SerialLink::Clock::time_point deadline)
 {
     const auto left = std::clamp<std::chrono::nanoseconds>(deadline - SerialLink::Clock::now(),
@@ -50,7 +42,7 @@ bool SerialLink::isInOwnDirectory(const std::string& path)
 
 bool SerialLink::isKnownBaud(unsigned baud)
 {
-    return std::ranges::find(kSpeeds, baud, &std::pair<unsigned, speed_t>::first) != kSpeeds.end();
+    return host::speedOf(baud).has_value();
 }
 
 SerialLink::SerialLink(const std::string& path, unsigned baud) : SerialLink(path, baud, Options{}) {}
@@ -61,35 +53,18 @@ SerialLink::SerialLink(const std::string& path, unsigned baud, Options options)
     // Without O_NONBLOCK the opening of a device would wait for a carrier.
     , descriptor_(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK))
 {
-    if (descriptor_ < 0) {
+    if (!descriptor_.valid()) {
         const int error = errno;
         const std::string user = error == EBUSY ? otherUser(path) : "";
         fail(error, user.empty() ? "cannot open" : "in use by " + user);
     }
-    try {
-        if (options.ownOnly) {
-            refuseForeign();
-        }
-        if (options.exclusive) {
-            lock();
-        }
-        configure(baud);
-    } catch (...) {
-        close(descriptor_);
-        throw;
+    if (options.ownOnly) {
+        refuseForeign();
     }
-}
-
-SerialLink::~SerialLink()
-{
-    if (descriptor_ >= 0) {
-        close(descriptor_);
+    if (options.exclusive) {
+        lock();
     }
-}
-
-SerialLink::SerialLink(SerialLink&& other) noexcept
-    : path_(std::move(other.path_)), interrupt_(other.interrupt_), descriptor_(std::exchange(other.descriptor_, -1))
-{
+    configure(baud);
 }
 
 void SerialLink::refuseForeign() const
@@ -99,7 +74,7 @@ void SerialLink::refuseForeign() const
     }
     // A link that was left behind leads to whoever has the terminal's number now.
     FileStatus device{};
-    if (fstat(descriptor_, &device) != 0 || device.st_uid != getuid()) {
+    if (fstat(descriptor_.get(), &device) != 0 || device.st_uid != getuid()) {
         fail(EPERM, "it leads to a terminal of another user");
     }
 }
@@ -107,9 +82,9 @@ void SerialLink::refuseForeign() const
 void SerialLink::lock()
 {
     // First of all: a station that lost the race must not have touched the winner's settings.
-    if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+    if (flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0) {
         const int error = errno == EWOULDBLOCK ? EBUSY : errno;
-        std::string user = lockHolder(descriptor_);
+        std::string user = lockHolder(descriptor_.get());
         if (user.empty()) {
             user = otherUser(path_);
         }
@@ -118,34 +93,34 @@ void SerialLink::lock()
     // A pseudo-terminal keeps the flag until its other end is closed: a station that was killed would lock everybody
     // out for as long as the service runs.
     FileStatus file{};
-    if (fstat(descriptor_, &file) == 0 && !isPseudoTerminal(file.st_rdev)) {
-        ioctl(descriptor_, TIOCEXCL);
+    if (fstat(descriptor_.get(), &file) == 0 && !isPseudoTerminal(file.st_rdev)) {
+        ioctl(descriptor_.get(), TIOCEXCL);
     }
 }
 
 void SerialLink::configure(unsigned baud)
 {
-    const auto speed = std::ranges::find(kSpeeds, baud, &std::pair<unsigned, speed_t>::first);
-    if (speed == kSpeeds.end()) {
+    const auto speed = host::speedOf(baud);
+    if (!speed) {
         fail(EINVAL, "no serial device runs at this number of baud");
     }
     termios settings{};
-    if (tcgetattr(descriptor_, &settings) != 0) {
+    if (tcgetattr(descriptor_.get(), &settings) != 0) {
         fail(errno, "not a serial line");
     }
     cfmakeraw(&settings);
     settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | CRTSCTS);
     settings.c_cflag |= CLOCAL | CREAD;
-    cfsetispeed(&settings, speed->second);
-    cfsetospeed(&settings, speed->second);
-    if (tcsetattr(descriptor_, TCSANOW, &settings) != 0) {
+    cfsetispeed(&settings, *speed);
+    cfsetospeed(&settings, *speed);
+    if (tcsetattr(descriptor_.get(), TCSANOW, &settings) != 0) {
         fail(errno, "cannot set up");
     }
 }
 
 void SerialLink::discardInput()
 {
-    tcflush(descriptor_, TCIFLUSH);
+    tcflush(descriptor_.get(), TCIFLUSH);
     // What a pseudo-terminal has taken from its other end, but not yet passed on, the flush does not reach.
     // It holds far less than what is read here at most; a line on which bytes come without end is not waited for.
     constexpr int kReads = 64;
@@ -164,7 +139,7 @@ void SerialLink::write(protocol::Bytes bytes, Clock::time_point deadline)
 std::size_t SerialLink::writeSome(protocol::Bytes bytes, Clock::time_point deadline)
 {
     for (;;) {
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+        const ssize_t written = ::write(descriptor_.get(), bytes.data(), bytes.size());
         if (written > 0) {
             return static_cast<std::size_t>(written);
         }
@@ -190,7 +165,7 @@ std::size_t SerialLink::read(std::span<std::uint8_t> out, Clock::time_point dead
 bool SerialLink::waitFor(short events, Clock::time_point deadline) const
 {
     std::array<pollfd, 2> requests{{
-        {descriptor_, events, 0},
+        {descriptor_.get(), events, 0},
         {interrupt_ == nullptr ? -1 : interrupt_->descriptor(), POLLIN, 0},
     }};
     for (;;) {
@@ -213,7 +188,7 @@ bool SerialLink::waitFor(short events, Clock::time_point deadline) const
 
 std::size_t SerialLink::readAvailable(std::span<std::uint8_t> out)
 {
-    const ssize_t count = ::read(descriptor_, out.data(), out.size());
+    const ssize_t count = ::read(descriptor_.get(), out.data(), out.size());
     if (count > 0) {
         return static_cast<std::size_t>(count);
     }

@@ -5,6 +5,8 @@
 #include <span>
 #include <string>
 
+#include "host/Baud.h"
+#include "host/Descriptor.h"
 #include "protocol/Frame.h"
 #include "station/Interrupt.h"
 
@@ -18,7 +20,7 @@ class SerialLink
 public:
     using Clock = std::chrono::steady_clock;
 
-    static constexpr unsigned kDefaultBaud = 115200;
+    static constexpr unsigned kDefaultBaud = host::kDefaultBaud;
 
     struct Options {
         /// Locks the device against other stations, and against every program that is not root's where that ends with
@@ -42,12 +44,6 @@ public:
     /// @param baud bits per second; one of those that a serial device knows, else std::errc::invalid_argument.
     explicit SerialLink(const std::string& path, unsigned baud = kDefaultBaud);
     SerialLink(const std::string& path, unsigned baud, Options options);
-    ~SerialLink();
-
-    SerialLink(SerialLink&& other) noexcept;
-    SerialLink& operator=(SerialLink&&) = delete;
-    SerialLink(const SerialLink&) = delete;
-    SerialLink& operator=(const SerialLink&) = delete;
 
     /// Drops what has been received and not been read.
     void discardInput();
@@ -73,7 +69,7 @@ private:
 
     std::string path_;
     const Interrupt* interrupt_ = nullptr;
-    int descriptor_;
+    host::Descriptor descriptor_;
 };
 
 }  // namespace station

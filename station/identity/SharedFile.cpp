@@ -33,16 +33,9 @@ bool endsWithinALine(int descriptor)
 SharedFile::SharedFile(std::string path, int flags, mode_t mode, protocol::ExitStatus status)
     : path_(std::move(path)), descriptor_(open(path_.c_str(), flags | O_CLOEXEC, mode))
 {
-    if (descriptor_ < 0 && ((flags & O_CREAT) != 0 || errno != ENOENT)) {
+    if (!isOpen() && ((flags & O_CREAT) != 0 || errno != ENOENT)) {
         throw protocol::StorageError(
             fmt::format("{}: cannot be opened: {}", path_, std::generic_category().message(errno)), status);
-    }
-}
-
-SharedFile::~SharedFile()
-{
-    if (isOpen()) {
-        close(descriptor_);
     }
 }
 
@@ -53,7 +46,7 @@ int SharedFile::lockByte(off_t offset, short type) const
     lock.l_whence = SEEK_SET;
     lock.l_start = offset;
     lock.l_len = 1;
-    return fcntl(descriptor_, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
+    return fcntl(descriptor(), F_OFD_SETLK, &lock) == 0 ? 0 : errno;
 }
 
 void SharedFile::append(const nlohmann::ordered_json& object) const
@@ -61,15 +54,15 @@ void SharedFile::append(const nlohmann::ordered_json& object) const
     nlohmann::ordered_json line{{"schema", kLineSchema}, {"time", isoUtc(std::chrono::system_clock::now(), 6)}};
     line.update(object);
     const std::string text =
-        (endsWithinALine(descriptor_) ? "\n" : "") +
+        (endsWithinALine(descriptor()) ? "\n" : "") +
         protocol::printableJson(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)) + "\n";
     // One call: text that is appended at once does not mix with that of others.
-    const ssize_t written = ::write(descriptor_, text.data(), text.size());
+    const ssize_t written = ::write(descriptor(), text.data(), text.size());
     if (written >= 0 && written != static_cast<ssize_t>(text.size())) {
         errno = ENOSPC;
     }
     // Files that are not on a disk cannot be synchronised: EINVAL.
-    if (written != static_cast<ssize_t>(text.size()) || (fsync(descriptor_) != 0 && errno != EINVAL)) {
+    if (written != static_cast<ssize_t>(text.size()) || (fsync(descriptor()) != 0 && errno != EINVAL)) {
         fail("cannot be written: " + std::generic_category().message(errno));
     }
 }

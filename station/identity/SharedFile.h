@@ -6,6 +6,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "host/Descriptor.h"
 #include "protocol/Errors.h"
 
 namespace station::identity {
@@ -18,12 +19,11 @@ public:
     /// @param flags,mode as open() takes them
     /// @param status of the error if the file cannot be opened
     SharedFile(std::string path, int flags, mode_t mode, protocol::ExitStatus status = protocol::kFailed);
-    ~SharedFile();
     SharedFile(const SharedFile&) = delete;
     SharedFile& operator=(const SharedFile&) = delete;
 
-    bool isOpen() const { return descriptor_ >= 0; }
-    int descriptor() const { return descriptor_; }
+    bool isOpen() const { return descriptor_.valid(); }
+    int descriptor() const { return descriptor_.get(); }
     const std::string& path() const { return path_; }
 
     /// Locks a byte for this object, an open file description lock, or unlocks it with F_UNLCK; does not wait.
@@ -38,7 +38,7 @@ public:
 
 private:
     const std::string path_;
-    const int descriptor_;
+    const host::Descriptor descriptor_;
 };
 
 }  // namespace station::identity

@@ -124,25 +124,17 @@ ResultsFolder::ResultsFolder(fs::path directory, Run& run, protocol::catalogue::
         run.id = fmt::format("{}-{}", wanted, n);
     }
     // Held while the run goes on: by it `report list` tells such a run from one that was killed.
-    lock_ = ::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (lock_ >= 0) {
+    lock_.reset(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (lock_.valid()) {
         // Readers hold it only for a moment.
-        ::flock(lock_, LOCK_EX);
+        ::flock(lock_.get(), LOCK_EX);
     }
     try {
         save(run);
         syncDirectory(directory_);
     } catch (...) {
         fs::remove_all(folder_, error);
-        ::close(lock_);
         throw;
-    }
-}
-
-ResultsFolder::~ResultsFolder()
-{
-    if (lock_ >= 0) {
-        ::close(lock_);
     }
 }
 

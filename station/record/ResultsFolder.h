@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/Descriptor.h"
 #include "protocol/catalogue/Model.h"
 #include "station/record/RunRecord.h"
 #include "station/trace/Pcapng.h"
@@ -43,7 +44,6 @@ public:
     /// @param groups put the frames into words; they outlive this object
     /// Throws protocol::StorageError.
     ResultsFolder(std::filesystem::path directory, Run& run, protocol::catalogue::Groups groups);
-    ~ResultsFolder();
     ResultsFolder(const ResultsFolder&) = delete;
     ResultsFolder& operator=(const ResultsFolder&) = delete;
 
@@ -81,7 +81,7 @@ private:
     std::optional<pcapng::File> capture_;
     /// Why the capture ended; empty while it goes on.
     std::string captureFailure_;
-    int lock_ = -1;
+    host::Descriptor lock_;
 };
 
 }  // namespace station::record

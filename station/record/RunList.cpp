@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "host/Descriptor.h"
 #include "protocol/Errors.h"
 #include "protocol/Text.h"
 #include "station/record/Outcome.h"
@@ -28,13 +29,8 @@ bool isRunning(const fs::path& folder)
     if (!folder.filename().string().ends_with(kRunningSuffix)) {
         return false;
     }
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) {
-        return false;
-    }
-    const bool held = ::flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    ::close(descriptor);
-    return held;
+    const host::Descriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return lock.valid() && ::flock(lock.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 ListedRun summary(const fs::path& folder, const Run& run)

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "host/Descriptor.h"
 #include "protocol/Errors.h"
 
 namespace station::record {
@@ -39,15 +40,11 @@ void writeAtomically(const std::filesystem::path& path, std::string_view content
 
 void syncDirectory(const std::filesystem::path& directory)
 {
-    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const host::Descriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // EINVAL: the file system has nothing to sync.
-    const bool synced = descriptor >= 0 && (::fsync(descriptor) == 0 || errno == EINVAL);
-    const int error = errno;
-    if (descriptor >= 0) {
-        ::close(descriptor);
-    }
+    const bool synced = opened.valid() && (::fsync(opened.get()) == 0 || errno == EINVAL);
     if (!synced) {
-        failToWrite(directory, std::strerror(error));
+        failToWrite(directory, std::strerror(errno));
     }
 }
 

@@ -163,20 +163,18 @@ File::File(const std::string& path, const Source& source, Describe describe, std
     , limit_(limit)
     , descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640))
 {
-    if (descriptor_ < 0) {
+    if (!descriptor_.valid()) {
         throw std::system_error(errno, std::generic_category(), path + ": cannot write the capture");
     }
     append(header(source));
     if (!failure_.empty()) {
-        close(descriptor_);
         throw std::system_error(std::make_error_code(std::errc::io_error), failure_);
     }
 }
 
 File::~File()
 {
-    fdatasync(descriptor_);
-    close(descriptor_);
+    fdatasync(descriptor_.get());
 }
 
 void File::on(const TraceEvent& event)
@@ -201,13 +199,13 @@ void File::on(const TraceEvent& event)
 void File::append(std::string_view block)
 {
     for (std::string_view rest = block; !rest.empty();) {
-        const ssize_t written = write(descriptor_, rest.data(), rest.size());
+        const ssize_t written = write(descriptor_.get(), rest.data(), rest.size());
         if (written > 0) {
             rest.remove_prefix(static_cast<std::size_t>(written));
         } else if (written == 0 || errno != EINTR) {
             failure_ = path_ + ": cannot write the capture: " + std::generic_category().message(errno);
             // Half a block would make a reader refuse the file. On what cannot be cut, a pipe for one, it stays.
-            [[maybe_unused]] const int cut = ftruncate(descriptor_, end_);
+            [[maybe_unused]] const int cut = ftruncate(descriptor_.get(), end_);
             return;
         }
     }

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/Descriptor.h"
 #include "station/trace/Trace.h"
 
 /// Captures in the pcapng format, for Wireshark and for ourselves. Each frame is a packet of link type USER0 that
@@ -70,7 +71,7 @@ private:
     std::int64_t end_ = 0;  // of the last whole block
     std::int64_t limit_;
     bool full_ = false;
-    int descriptor_ = -1;
+    host::Descriptor descriptor_;
 };
 
 }  // namespace station::pcapng

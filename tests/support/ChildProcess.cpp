@@ -14,41 +14,27 @@
 #include <system_error>
 #include <utility>
 
+#include "host/Descriptor.h"
+
 extern char** environ;
 
 namespace tests {
 
 namespace {
 
-class Pipe
-{
-public:
+struct Pipe {
     Pipe()
     {
-        if (pipe2(ends_.data(), O_CLOEXEC) != 0) {
+        std::array<int, 2> ends{};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
             throw std::system_error(errno, std::generic_category(), "pipe");
         }
-    }
-    ~Pipe()
-    {
-        closeEnd(0);
-        closeEnd(1);
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-
-    int writeEnd() const { return ends_[1]; }
-    int releaseReadEnd() { return std::exchange(ends_[0], -1); }
-
-private:
-    void closeEnd(std::size_t end) const
-    {
-        if (ends_[end] >= 0) {
-            close(ends_[end]);
-        }
+        readEnd.reset(ends[0]);
+        writeEnd.reset(ends[1]);
     }
 
-    std::array<int, 2> ends_{-1, -1};
+    host::Descriptor readEnd;
+    host::Descriptor writeEnd;
 };
 
 std::vector<std::string> merge(const ChildProcess::Environment& changes)
@@ -122,19 +108,18 @@ ChildProcess::ChildProcess(const std::vector<std::string>& arguments, const Envi
     const auto environmentPointers = pointersTo(environmentTexts);
     Pipe out;
     Pipe err;
-    const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const host::Descriptor in(open("/dev/null", O_RDONLY | O_CLOEXEC));
     const pid_t self = getpid();
     pid_ = fork();
     if (pid_ == 0) {
-        becomeProgram(const_cast<char**>(argumentPointers.data()), const_cast<char**>(environmentPointers.data()), in,
-                      out.writeEnd(), err.writeEnd(), self);
+        becomeProgram(const_cast<char**>(argumentPointers.data()), const_cast<char**>(environmentPointers.data()),
+                      in.get(), out.writeEnd.get(), err.writeEnd.get(), self);
     }
-    close(in);
     if (pid_ < 0) {
         throw std::system_error(errno, std::generic_category(), "fork");
     }
-    outReader_ = std::thread([this, end = out.releaseReadEnd()] { collect(end, out_); });
-    errReader_ = std::thread([this, end = err.releaseReadEnd()] { collect(end, err_); });
+    outReader_ = std::thread([this, end = out.readEnd.release()] { collect(end, out_); });
+    errReader_ = std::thread([this, end = err.readEnd.release()] { collect(end, err_); });
     waiter_ = std::thread([this] { awaitEnd(); });
 }
 
@@ -213,6 +198,7 @@ std::vector<std::string> ChildProcess::linesLocked(const Output& output)
 
 void ChildProcess::collect(int descriptor, Output& output)
 {
+    const host::Descriptor closed(descriptor);
     std::array<char, 4096> chunk;
     for (;;) {
         const ssize_t count = read(descriptor, chunk.data(), chunk.size());
@@ -229,7 +215,6 @@ void ChildProcess::collect(int descriptor, Output& output)
             break;
         }
     }
-    close(descriptor);
 }
 
 void ChildProcess::awaitEnd()
