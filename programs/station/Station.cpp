@@ -7,8 +7,8 @@
 
 #include "programs/Cli.h"
 #include "programs/station/Tool.h"
-#include "programs/station/plan/PlanFile.h"
 #include "protocol/catalogue/Catalogue.h"
+#include "station/plan/Load.h"
 
 namespace programs::station_tool {
 
@@ -39,7 +39,7 @@ std::vector<std::string> Station::planFolders()
 {
     std::vector<std::string> folders = config().plans;
     std::error_code error;
-    folders.push_back(shippedPlans(std::filesystem::read_symlink("/proc/self/exe", error)));
+    folders.push_back(station::plan::shippedPlans(std::filesystem::read_symlink("/proc/self/exe", error)));
     return folders;
 }
 

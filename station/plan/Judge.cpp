@@ -1,11 +1,18 @@
 #include "station/plan/Judge.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
+#include "protocol/catalogue/HexBytes.h"
 #include "station/Pattern.h"
-#include "station/plan/Literal.h"
+#include "station/record/ValueText.h"
 
 namespace station::plan {
 
@@ -14,14 +21,11 @@ using record::Measurement;
 
 namespace {
 
-std::string inDoubleQuotes(std::string_view text)
+std::string upper(std::string text)
 {
-    return "\"" + std::string(text) + "\"";
-}
-
-std::string withUnit(std::string text, const std::string& unit)
-{
-    return unit.empty() ? text : text + " " + unit;
+    std::ranges::transform(text, text.begin(),
+                           [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    return text;
 }
 
 /// @returns "8700 to 8800 10 kHz", "at least 3".
@@ -29,9 +33,11 @@ std::string rangeText(const Expected& expected)
 {
     const auto& [low, high] = std::pair(expected.minimum, expected.maximum);
     if (low && high) {
-        return withUnit(numberText(*low) + " to " + numberText(*high), expected.unit);
+        return record::withUnit(fmt::format("{} to {}", record::shortText(*low), record::shortText(*high)),
+                                expected.unit);
     }
-    return withUnit(low ? "at least " + numberText(*low) : "at most " + numberText(*high), expected.unit);
+    return record::withUnit(low ? "at least " + record::shortText(*low) : "at most " + record::shortText(*high),
+                            expected.unit);
 }
 
 bool inRange(const Expected& expected, double value)
@@ -67,7 +73,7 @@ record::Scalar scalarOf(const catalogue::DecodedField& field, bool asNumber, dou
     return written(field);
 }
 
-/// What one field is compared with, and what came of it.
+/// Compares one field.
 class FieldJudge
 {
 public:
@@ -97,17 +103,18 @@ public:
             comparePattern();
         }
         if (expected_.present && !*expected_.present) {
-            miss("none");
+            miss("no value");
         }
         if (measurement_.passed && !field_.problem.empty()) {
             measurement_.passed = false;
-            wanted_ = "what the catalogue allows (" + field_.problem + ")";
+            wanted_ = fmt::format("a value that the catalogue allows ({})", field_.problem);
         }
         if (const std::string mask = catalogue::maskOf(field_); !mask.empty()) {
             measurement_.value = mask;
         }
         if (!measurement_.passed) {
-            judgement.misses.push_back(expected_.name + " is " + catalogue::format(field_) + ", expected " + wanted_);
+            judgement.misses.push_back(
+                fmt::format("{}: expected {}, got {}", expected_.name, wanted_, catalogue::format(field_)));
         }
         judgement.measurements.push_back(std::move(measurement_));
     }
@@ -144,7 +151,7 @@ private:
         const std::string pattern = substituteInPattern(*expected_.matches, variables_);
         measurement_.limits.matches = shownPattern(pattern, field_.field->secret);
         if (!matches(written(field_), pattern)) {
-            miss("the whole text to match /" + *measurement_.limits.matches + "/");
+            miss(fmt::format("a text that matches /{}/", *measurement_.limits.matches));
         }
     }
 
@@ -160,7 +167,7 @@ void judgeMissing(const Expected& expected, const Variables& variables, Judgemen
     if (expected.present && !*expected.present) {
         return;
     }
-    // A record that does not exist is answered without a byte, as an empty text would be.
+    // The unit answers for a missing record without a byte, as for an empty text.
     const bool empty = expected.equals && substitute(*expected.equals, variables).empty();
     Measurement measurement;
     measurement.name = expected.name;
@@ -177,19 +184,12 @@ void judgeMissing(const Expected& expected, const Variables& variables, Judgemen
     }
     measurement.passed = empty;
     if (!empty) {
-        judgement.misses.push_back("the answer holds no " + expected.name);
+        judgement.misses.push_back(fmt::format("{}: the answer lacks this field", expected.name));
     }
     judgement.measurements.push_back(std::move(measurement));
 }
 
 }  // namespace
-
-std::string numberText(double number)
-{
-    char buffer[32];
-    const auto end = std::to_chars(buffer, buffer + sizeof buffer, number, std::chars_format::general, 12).ptr;
-    return {buffer, end};
-}
 
 bool isAtMost(double value, double limit)
 {
@@ -201,11 +201,7 @@ bool isAtMost(double value, double limit)
 
 std::string Judgement::reason() const
 {
-    std::string text;
-    for (const std::string& miss : misses) {
-        text += (text.empty() ? "" : "; ") + miss;
-    }
-    return text;
+    return fmt::format("{}", fmt::join(misses, "; "));
 }
 
 Judgement judge(std::span<const Expected> expected, std::span<const catalogue::DecodedField> fields,
@@ -253,12 +249,12 @@ Judgement judge(const Prompt& prompt, const std::string& answer, const Variables
         if (expected.equals) {
             const std::string text = substitute(*expected.equals, variables);
             measurement.limits.equals = text;
-            wanted = answer == text ? "" : inDoubleQuotes(text);
+            wanted = answer == text ? "" : fmt::format("\"{}\"", text);
         }
         if (expected.matches) {
             const std::string pattern = substituteInPattern(*expected.matches, variables);
             measurement.limits.matches = pattern;
-            wanted = matches(answer, pattern) ? wanted : "the whole text to match /" + pattern + "/";
+            wanted = matches(answer, pattern) ? wanted : fmt::format("a text that matches /{}/", pattern);
         }
     }
     measurement.passed = wanted.empty();
@@ -267,14 +263,79 @@ Judgement judge(const Prompt& prompt, const std::string& answer, const Variables
         measurement.value = std::string(answer.size(), catalogue::kMask);
         measurement.limits = {};
         if (!wanted.empty()) {
-            judgement.misses.push_back("the operator's answer to " + prompt.id + " (masked) is not as expected");
+            judgement.misses.push_back(fmt::format("{}: expected another answer of the operator (masked)", prompt.id));
         }
     } else if (!wanted.empty()) {
-        const std::string said = prompt.kind == Prompt::Kind::kText ? inDoubleQuotes(answer) : answer;
-        judgement.misses.push_back("the operator's answer to " + prompt.id + " is " + said + ", expected " + wanted);
+        const std::string said = prompt.kind == Prompt::Kind::kText ? fmt::format("\"{}\"", answer) : answer;
+        judgement.misses.push_back(fmt::format("{}: expected {} from the operator, got {}", prompt.id, wanted, said));
     }
     judgement.measurements.push_back(std::move(measurement));
     return judgement;
+}
+
+catalogue::Value literal(const catalogue::Field& field, const std::string& written)
+{
+    if (field.type == catalogue::Type::kRecords) {
+        throw protocol::UserError("expected the count of the records, got the records");
+    }
+    if (written.empty() && field.type == catalogue::Type::kBytes) {
+        return std::vector<std::uint8_t>();
+    }
+    if (written.empty() && catalogue::sizeOf(field.type) == 0) {
+        return std::string();
+    }
+    // A command that has this field only: the codec knows all ways to write a value.
+    catalogue::Field only = field;
+    only.optional = false;
+    catalogue::Command command;
+    command.key = "value";
+    command.params = std::span(&only, 1);
+    const std::array<catalogue::Argument, 1> argument{{{std::string(field.name), written}}};
+    const protocol::Frame frame = catalogue::encode(command, argument);
+
+    catalogue::Group group;
+    group.key = "a";
+    group.commands = std::span(&command, 1);
+    auto decoded = catalogue::decodeRequest(std::span(&group, 1), frame);
+    if (decoded.fields.empty()) {
+        throw protocol::UserError(
+            fmt::format("{}: expected a value of the field, got {}", field.name, protocol::inQuotes(written)));
+    }
+    return std::move(decoded.fields.front().value);
+}
+
+bool same(const catalogue::Field& field, const catalogue::Value& one, const catalogue::Value& other)
+{
+    if (field.type == catalogue::Type::kHexText) {
+        const auto* left = std::get_if<std::string>(&one);
+        const auto* right = std::get_if<std::string>(&other);
+        return left != nullptr && right != nullptr && upper(*left) == upper(*right);
+    }
+    return std::visit(
+        [&other](const auto& left) {
+            using Type = std::decay_t<decltype(left)>;
+            if constexpr (std::is_same_v<Type, std::vector<catalogue::Record>>) {
+                return false;
+            } else {
+                const auto* right = std::get_if<Type>(&other);
+                return right != nullptr && left == *right;
+            }
+        },
+        one);
+}
+
+std::string written(const catalogue::DecodedField& field)
+{
+    if (const auto* number = std::get_if<std::int64_t>(&field.value)) {
+        return std::to_string(*number);
+    }
+    if (const auto* text = std::get_if<std::string>(&field.value)) {
+        return *text;
+    }
+    if (const auto* bytes = std::get_if<std::vector<std::uint8_t>>(&field.value)) {
+        return catalogue::formatHexBytes(*bytes);
+    }
+    return catalogue::format(field);
 }
 
 }  // namespace station::plan

@@ -4,13 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "protocol/catalogue/Codec.h"
 #include "station/plan/Plan.h"
 #include "station/plan/Variables.h"
 #include "station/record/RunRecord.h"
 
 namespace station::plan {
 
-/// What came of comparing values with what was expected.
+/// The result of a comparison with expected values.
 struct Judgement {
     std::vector<record::Measurement> measurements;
     /// One line per value that missed; empty when all hold.
@@ -20,19 +21,29 @@ struct Judgement {
     std::string reason() const;
 };
 
-/// Compares a frame's fields. A field that nobody expects anything of becomes a measurement without limits; one out of
-/// the catalogue's range misses.
-/// Throws UnknownVariable, and protocol::UserError for a variable whose value is none of the field.
+/// Compares a frame's fields. A field without expectation becomes a measurement without limits; one out of the
+/// catalogue's range misses.
+/// Throws protocol::UserError for a variable without value, or with a value that the field cannot have.
 Judgement judge(std::span<const Expected> expected, std::span<const protocol::catalogue::DecodedField> fields,
                 const Variables& variables);
 
-/// Compares an operator's answer, which is of the kind that the question asks for. Throws UnknownVariable.
+/// Compares an operator's answer, which is of the kind that the question asks for. Throws protocol::UserError for a
+/// variable without value.
 Judgement judge(const Prompt& prompt, const std::string& answer, const Variables& variables);
 
 /// @returns whether `value` is `limit` or less, give or take what a factor rounds off: 8707 × 0.01 is at most 87.07.
 bool isAtMost(double value, double limit);
 
-/// @returns a number without needless digits: "87.5", "8750".
-std::string numberText(double number);
+/// Reads a value as a user writes it for `field`: 8750, "87.5MHz", "on", "HeadUnit", "00 1A 7D". Every text field and
+/// bytes may be empty.
+/// Throws protocol::UserError, which says what is wrong and what would be right.
+protocol::catalogue::Value literal(const protocol::catalogue::Field& field, const std::string& written);
+
+/// @returns whether a frame's value is the expected one; hexadecimal text in either case.
+bool same(const protocol::catalogue::Field& field, const protocol::catalogue::Value& one,
+          const protocol::catalogue::Value& other);
+
+/// @returns the value as a user would write it for a parameter: a choice's name stays a number.
+std::string written(const protocol::catalogue::DecodedField& field);
 
 }  // namespace station::plan

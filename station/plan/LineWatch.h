@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <deque>
 
-#include "station/plan/Observer.h"
+#include "station/plan/Surroundings.h"
 #include "station/record/RunRecord.h"
 #include "station/trace/Attribution.h"
 #include "station/trace/Secrets.h"

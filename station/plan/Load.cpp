@@ -1,5 +1,7 @@
 #include "station/plan/Load.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -9,6 +11,7 @@
 
 #include "station/plan/LoadContext.h"
 #include "station/plan/Variables.h"
+#include "station/record/StoredFile.h"
 
 namespace station::plan {
 
@@ -92,12 +95,12 @@ void loadPlan(Context& context, const toml::table& table, Plan& plan)
 {
     TableReader reader(table, "plan", context.problems);
     if (const auto schema = reader.integer("schema", true); schema && *schema != kSchema) {
-        reader.report("schema", "this tool reads plans of schema 1, not " + std::to_string(*schema));
+        reader.report("schema", fmt::format("'schema': expected {}, got {}", kSchema, *schema));
     }
     plan.name = reader.text("name", true);
     if (!plan.name.empty() && !isPlanName(plan.name)) {
-        reader.report("name", protocol::inQuotes(plan.name) +
-                                  " is no name for a plan: small letters, digits and '-' are expected, 64 at most");
+        reader.report("name", fmt::format("'name': expected at most 64 small letters, digits and '-', got {}",
+                                          protocol::inQuotes(plan.name)));
     }
     plan.title = reader.text("title", true);
     plan.description = reader.text("description");
@@ -109,7 +112,7 @@ void loadPlan(Context& context, const toml::table& table, Plan& plan)
     plan.main = loadPhase(context, reader, "main", otherwise);
     plan.teardown = loadPhase(context, reader, "teardown", OnFailure::kNext);
     if (plan.main.empty() && reader.node("main") == nullptr) {
-        protocol::toml_file::report(context.problems, table, "the plan has no [[main]] group: it would do nothing");
+        protocol::toml_file::report(context.problems, table, "expected a [[main]] group");
     }
     reader.finish();
 }
@@ -206,6 +209,32 @@ std::string readFile(const std::string& path)
         fail(EIO);
     }
     return text;
+}
+
+PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups)
+{
+    PlanFile file{path, {}, {}};
+    try {
+        const std::string text = readFile(path);
+        file.sha256 = record::sha256(text);
+        file.loaded = load(text, path, groups);
+    } catch (const std::system_error& error) {
+        file.loaded.problems.push_back({1, 1, "cannot be read: " + error.code().message()});
+    }
+    return file;
+}
+
+std::string shippedPlans(const std::filesystem::path& program)
+{
+    const auto folder = program.parent_path();
+    for (const std::filesystem::path& each : {std::filesystem::path(kShippedPlans), folder / "../../.." / kShippedPlans,
+                                              folder / "../share/engineering/plans"}) {
+        std::error_code error;
+        if (std::filesystem::is_directory(each, error)) {
+            return each.lexically_normal().string();
+        }
+    }
+    return kShippedPlans;
 }
 
 }  // namespace station::plan

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,19 +11,37 @@
 namespace station::plan {
 
 struct Loaded {
-    /// Nothing when there are problems.
+    /// Nothing if there are problems.
     std::optional<Plan> plan;
-    /// All that is wrong, by place. A file that is no TOML has one: nobody knows how it goes on.
+    /// In the order of their places. A file that is not TOML has only one.
     protocol::toml_file::Problems problems;
-    /// What is right and deserves a thought.
+    /// Sound steps that deserve a thought.
     protocol::toml_file::Problems warnings;
 };
 
-/// Reads a plan and checks it against the catalogue. Never throws on account of the text.
-/// @param path where the text comes from; also gives the plan its name when it has none
+/// Reads a plan and checks it against the catalogue. Throws nothing, whatever the text is.
+/// @param path of the file of the text
 Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups);
 
-/// Reads a file. Throws std::system_error when it cannot be read.
+/// Reads a file of up to 4 MiB. Throws std::system_error if it cannot be read.
 std::string readFile(const std::string& path);
+
+/// A plan on the disk.
+struct PlanFile {
+    std::string path;
+    std::string sha256;
+    Loaded loaded;
+};
+
+/// Reads and checks a plan. A file that cannot be read has one problem, at its beginning.
+PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups);
+
+/// The default folder of the plans that come with the tool, from the root of the source tree.
+inline constexpr const char* kShippedPlans = "share/plans";
+
+/// @param program path of the running program, in build/PRESET/bin of the source tree or in bin where it is installed
+/// @returns the directory of the plans that come with it: below the working directory, else of the source tree, else
+/// where they are installed; kShippedPlans if there is none.
+std::string shippedPlans(const std::filesystem::path& program);
 
 }  // namespace station::plan

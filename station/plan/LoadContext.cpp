@@ -1,9 +1,12 @@
 #include "station/plan/LoadContext.h"
 
-#include <cmath>
+#include <fmt/format.h>
+
+#include <algorithm>
 
 #include "station/plan/Judge.h"
 #include "station/plan/Variables.h"
+#include "station/record/ValueText.h"
 
 namespace station::plan::loading {
 
@@ -22,7 +25,7 @@ void checkVariables(Context& context, const toml::node& node, std::string_view t
         if (!context.variables.contains(name)) {
             protocol::toml_file::report(
                 context.problems, node,
-                "no step before this one stores " + inQuotes(name) + ": give one store = \"" + name + "\"");
+                fmt::format("no earlier step stores {}: give one store = \"{}\"", inQuotes(name), name));
         }
     }
 }
@@ -33,17 +36,16 @@ std::optional<std::string> writtenValue(Context& context, const toml::node& node
         return std::to_string(integer->get());
     }
     if (const auto* number = node.as_floating_point()) {
-        return numberText(number->get());
+        return record::shortText(number->get());
     }
     if (const auto* text = node.as_string()) {
         checkVariables(context, node, text->get());
         return text->get();
     }
-    protocol::toml_file::report(context.problems, node,
-                                inQuotes(name) +
-                                    (node.is_boolean() ? " is true or false: the name of a choice"
-                                                       : " is neither a number nor a text: one of them") +
-                                    " is expected");
+    protocol::toml_file::report(
+        context.problems, node,
+        fmt::format("{}: expected {}", inQuotes(name),
+                    node.is_boolean() ? "the name of a choice, got true or false" : "a number or a text"));
     return std::nullopt;
 }
 
@@ -55,8 +57,8 @@ Duration seconds(TableReader& reader, std::string_view key, Duration otherwise, 
         return otherwise;
     }
     if (*value < least || *value > kDay) {
-        reader.report(key, inQuotes(key) + " is " + numberText(*value) + ": seconds from " + numberText(least) +
-                               " to 86400 are expected");
+        reader.report(key, fmt::format("{}: expected seconds from {} to 86400, got {}", inQuotes(key),
+                                       record::shortText(least), record::shortText(*value)));
         return otherwise;
     }
     return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(*value));
@@ -80,7 +82,7 @@ std::vector<std::pair<std::string, std::string>> loadConditions(Context& context
     if (const auto* table = reader.table("only_if")) {
         for (const auto& [key, node] : *table) {
             if (!context.variables.contains(key.str())) {
-                report(context, key, "no step before this one stores " + inQuotes(key.str()));
+                report(context, key, "no earlier step stores " + inQuotes(key.str()));
             }
             if (const auto value = writtenValue(context, node, key.str())) {
                 list.emplace_back(key.str(), *value);
@@ -94,7 +96,7 @@ bool loadRequires(TableReader& reader)
 {
     const auto word = reader.optionalText("requires");
     if (word && *word != "headunit") {
-        reader.report("requires", inQuotes(*word) + " cannot be required: \"headunit\" is expected");
+        reader.report("requires", "'requires': expected 'headunit', got " + inQuotes(*word));
     }
     return word.has_value();
 }

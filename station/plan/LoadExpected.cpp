@@ -1,11 +1,15 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
+#include <iterator>
 
 #include "protocol/catalogue/Suggest.h"
 #include "station/Pattern.h"
 #include "station/plan/Judge.h"
-#include "station/plan/Literal.h"
 #include "station/plan/LoadContext.h"
 #include "station/plan/Variables.h"
+#include "station/record/ValueText.h"
 
 namespace station::plan::loading {
 
@@ -26,15 +30,6 @@ bool isUnitOf(const Field& field, std::string_view unit)
     return unit == field.unit || (field.unit.starts_with(unit) && field.unit.substr(unit.size()).starts_with(" "));
 }
 
-std::string unitsOf(const Field& field)
-{
-    std::string text = field.unit.empty() ? "" : inQuotes(field.unit);
-    if (field.scale && !field.scale->unit.empty()) {
-        text += (text.empty() ? "" : " or ") + inQuotes(field.scale->unit);
-    }
-    return text.empty() ? "it has none" : text + " is expected";
-}
-
 void loadUnit(TableReader& reader, const Field& field, Expected& expected)
 {
     expected.unit = field.unit;
@@ -42,7 +37,15 @@ void loadUnit(TableReader& reader, const Field& field, Expected& expected)
         expected.unit = *unit;
         expected.scaled = field.scale && *unit == field.scale->unit;
         if (!expected.scaled && !isUnitOf(field, *unit)) {
-            reader.report("unit", inQuotes(*unit) + " is no unit of " + inQuotes(field.name) + ": " + unitsOf(field));
+            std::vector<std::string> units;
+            for (const auto& each : {field.unit, field.scale ? field.scale->unit : field.unit}) {
+                if (!each.empty() && (units.empty() || units.back() != inQuotes(each))) {
+                    units.push_back(inQuotes(each));
+                }
+            }
+            reader.report("unit", fmt::format("'unit': expected {}, got {}",
+                                              units.empty() ? "none" : fmt::format("{}", fmt::join(units, " or ")),
+                                              inQuotes(*unit)));
         }
     }
 }
@@ -56,11 +59,12 @@ void checkRange(TableReader& reader, const Field& field, const Expected& expecte
     }
     const std::string_view key = low ? "min" : "max";
     if (!isNumber(field)) {
-        reader.report(key, inQuotes(field.name) + " is no number: expect it with equals or matches");
+        reader.report(key, inQuotes(field.name) + " is not a number: expect it with equals or matches");
         return;
     }
     if (low && high && *low > *high) {
-        reader.report("max", "'max' is " + numberText(*high) + ", less than 'min'");
+        reader.report("max", fmt::format("'max': expected at least {}, got {}", record::shortText(*low),
+                                         record::shortText(*high)));
         return;
     }
     const double factor = expected.scaled ? field.scale->factor : 1;
@@ -68,15 +72,17 @@ void checkRange(TableReader& reader, const Field& field, const Expected& expecte
     const double most = static_cast<double>(field.maximum) * factor;
     const bool tooHigh = low && !isAtMost(*low, most);
     if (tooHigh || (high && !isAtMost(least, *high))) {
-        reader.report(tooHigh ? "min" : "max", "no " + inQuotes(field.name) + " can hold that: it goes from " +
-                                                   numberText(least) + " to " + numberText(most));
+        const char* wrong = tooHigh ? "min" : "max";
+        reader.report(wrong,
+                      fmt::format("'{}': expected a limit from {} to {}, got {}", wrong, record::shortText(least),
+                                  record::shortText(most), record::shortText(tooHigh ? *low : *high)));
     }
 }
 
 void checkPattern(Context& context, const toml::node& node, const std::string& pattern)
 {
     checkVariables(context, node, pattern);
-    // Values that nobody knows yet: any will do to find what is never supported.
+    // The values are not known yet, but any finds the syntax that RE2 never supports.
     Variables values;
     for (const std::string& name : variablesIn(pattern)) {
         values[name] = "0";
@@ -87,7 +93,7 @@ void checkPattern(Context& context, const toml::node& node, const std::string& p
         if (values.empty() || !error.inNumbers()) {
             protocol::toml_file::report(
                 context.problems, node,
-                inQuotes(pattern) + " is not a regular expression in RE2's syntax: " + error.what());
+                fmt::format("{} is not a regular expression in RE2's syntax: {}", inQuotes(pattern), error.what()));
         }
     }
 }
@@ -161,16 +167,12 @@ std::vector<Expected> loadExpected(Context& context, const toml::table& table, c
             continue;
         }
         std::vector<std::string_view> names;
-        std::string all;
-        for (const Field* field : fields) {
-            names.push_back(field->name);
-            all += (all.empty() ? "" : ", ") + std::string(field->name);
+        std::ranges::transform(fields, std::back_inserter(names), &Field::name);
+        std::string hint = protocol::didYouMean(key.str(), names);
+        if (hint.empty()) {
+            hint = names.empty() ? ": it has no fields" : fmt::format(": it has {}", fmt::join(names, ", "));
         }
-        std::string suggestion = protocol::didYouMean(key.str(), names);
-        if (suggestion.empty()) {
-            suggestion = all.empty() ? ": it has no fields" : ": it has " + all;
-        }
-        report(context, key, inQuotes(key.str()) + " is no field of " + frame + suggestion);
+        report(context, key, fmt::format("{} is not a field of {}{}", inQuotes(key.str()), frame, hint));
     }
     return list;
 }
@@ -183,7 +185,7 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
         case Prompt::Kind::kYesNo: {
             const std::string text = node.is_string() ? node.as_string()->get() : "";
             if (text != "yes" && text != "no") {
-                protocol::toml_file::report(context.problems, node, "\"yes\" or \"no\" is expected");
+                protocol::toml_file::report(context.problems, node, "'expect': expected \"yes\" or \"no\"");
                 return std::nullopt;
             }
             expected.equals = text;
@@ -192,7 +194,7 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
         case Prompt::Kind::kNumber: {
             if (!node.is_table()) {
                 protocol::toml_file::report(context.problems, node,
-                                            "a number is expected within limits: { min = …, max = …, unit = \"…\" }");
+                                            "'expect': expected limits: { min = …, max = …, unit = \"…\" }");
                 return std::nullopt;
             }
             TableReader reader(*node.as_table(), "expectation", context.problems);
@@ -200,7 +202,9 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
             expected.maximum = reader.number("max");
             expected.unit = reader.text("unit");
             if (expected.minimum && expected.maximum && *expected.minimum > *expected.maximum) {
-                reader.report("max", "'max' is " + numberText(*expected.maximum) + ", less than 'min'");
+                reader.report("max",
+                              fmt::format("'max': expected at least {}, got {}", record::shortText(*expected.minimum),
+                                          record::shortText(*expected.maximum)));
             }
             reader.finish();
             return expected;

@@ -1,11 +1,13 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <nlohmann/json.hpp>
 
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Suggest.h"
-#include "station/plan/JsonValue.h"
-#include "station/plan/Literal.h"
+#include "station/plan/Judge.h"
 #include "station/plan/LoadContext.h"
 #include "station/plan/Variables.h"
 
@@ -18,7 +20,7 @@ using protocol::toml_file::TableReader;
 
 namespace {
 
-/// Silence that is asserted is waited for in any case: shorter than an answer is waited for.
+/// How long a step listens that asserts silence: it always takes the whole time, so less than for an answer.
 constexpr auto kSilence = std::chrono::milliseconds(200);
 
 std::vector<const Field*> fieldsOf(std::span<const catalogue::Reply> replies)
@@ -45,21 +47,64 @@ std::string noSuchNotice(catalogue::Groups groups, std::string_view key)
     std::vector<std::string> keys;
     for (const auto& group : groups) {
         for (const auto& notice : group.notices) {
-            keys.push_back(std::string(group.key) + "." + std::string(notice.key));
+            keys.push_back(fmt::format("{}.{}", group.key, notice.key));
         }
         for (const auto& command : group.commands) {
             if (!command.later.empty()) {
-                keys.push_back(std::string(group.key) + "." + std::string(command.key));
+                keys.push_back(fmt::format("{}.{}", group.key, command.key));
             }
         }
     }
-    std::string all;
-    for (const auto& each : keys) {
-        all += (all.empty() ? "" : ", ") + each;
-    }
     const std::vector<std::string_view> words(keys.begin(), keys.end());
-    const std::string suggestion = protocol::didYouMean(key, words);
-    return inQuotes(key) + " never comes by itself" + (suggestion.empty() ? ": one of " + all : suggestion);
+    const std::string hint = protocol::didYouMean(key, words);
+    return fmt::format("{} is not a notice or a later reply{}", inQuotes(key),
+                       hint.empty() ? fmt::format(": expected one of {}", fmt::join(keys, ", ")) : hint);
+}
+
+using Json = nlohmann::ordered_json;
+
+struct NoJson {
+};
+
+Json convert(const toml::node& node)
+{
+    if (const auto* table = node.as_table()) {
+        Json object = Json::object();
+        for (const auto& [key, value] : *table) {
+            object[std::string(key.str())] = convert(value);
+        }
+        return object;
+    }
+    if (const auto* array = node.as_array()) {
+        Json list = Json::array();
+        for (const auto& value : *array) {
+            list.push_back(convert(value));
+        }
+        return list;
+    }
+    if (const auto* text = node.as_string()) {
+        return text->get();
+    }
+    if (const auto* integer = node.as_integer()) {
+        return integer->get();
+    }
+    if (const auto* number = node.as_floating_point()) {
+        return number->get();
+    }
+    if (const auto* flag = node.as_boolean()) {
+        return flag->get();
+    }
+    throw NoJson();
+}
+
+/// @returns the value as JSON; nothing for a date or a time, which JSON lacks.
+std::optional<std::string> jsonText(const toml::node& node)
+{
+    try {
+        return convert(node).dump(-1, ' ', false, Json::error_handler_t::replace);
+    } catch (const NoJson&) {
+        return std::nullopt;
+    }
 }
 
 /// Reads one step; a member function per kind.
@@ -94,9 +139,9 @@ private:
         std::ranges::copy_if(kKinds, std::back_inserter(found),
                              [&](std::string_view kind) { return reader_.node(kind) != nullptr; });
         if (found.size() != 1) {
-            problem(table_, found.empty() ? "the step does nothing: send, wait, prompt or headunit is expected"
-                                          : "the step has both " + inQuotes(found[0]) + " and " + inQuotes(found[1]) +
-                                                ": make two steps of it");
+            problem(table_, found.empty() ? "expected one of 'send', 'wait', 'prompt' and 'headunit'"
+                                          : fmt::format("the step has both {} and {}: make two steps of it",
+                                                        inQuotes(found[0]), inQuotes(found[1])));
             acceptAll();
             return;
         }
@@ -111,7 +156,7 @@ private:
         }
     }
 
-    /// What the step is, is not known: no key of it is unknown then.
+    /// Accepts every key of a step whose kind is unknown.
     void acceptAll()
     {
         for (const char* key : {"with", "reply", "expect", "expect_later", "store", "id", "answer"}) {
@@ -162,8 +207,8 @@ private:
             const bool given = with != nullptr && with->contains(param.name);
             if (!given && !param.optional && context_.problems.size() == before) {
                 problem(with != nullptr ? static_cast<const toml::node&>(*with) : *reader_.node("send"),
-                        inQuotes(step_.name) + " needs " + inQuotes(param.name) + ": with = { " +
-                            std::string(param.name) + " = " + std::string(param.example) + " }");
+                        fmt::format("{} needs {}: with = {{ {} = {} }}", inQuotes(step_.name), inQuotes(param.name),
+                                    param.name, param.example));
             }
         }
         if (context_.problems.size() == before && !variable) {
@@ -175,7 +220,8 @@ private:
         });
         for (const auto& [name, value] : send.with) {
             const bool masked = std::ranges::find(params, name, &Field::name)->secret && variablesIn(value).empty();
-            step_.what += " " + name + "=" + shown(masked ? std::string(value.size(), catalogue::kMask) : value);
+            step_.what +=
+                fmt::format(" {}={}", name, shown(masked ? std::string(value.size(), catalogue::kMask) : value));
         }
     }
 
@@ -189,10 +235,10 @@ private:
             std::ranges::transform(params, std::back_inserter(names), &Field::name);
             const std::string suggestion = protocol::didYouMean(key.str(), names);
             report(context_, key,
-                   inQuotes(key.str()) + " is no parameter of " + inQuotes(step_.name) +
-                       (params.empty()       ? ": it takes none"
-                        : suggestion.empty() ? ", which takes " + inQuotes(names.front())
-                                             : suggestion));
+                   fmt::format("{} is not a parameter of {}{}", inQuotes(key.str()), inQuotes(step_.name),
+                               params.empty()       ? ": it takes none"
+                               : suggestion.empty() ? ", which takes " + inQuotes(names.front())
+                                                    : suggestion));
             return false;
         }
         const auto text = writtenValue(context_, node, key.str());
@@ -237,7 +283,7 @@ private:
             return;
         }
         if (send.reply == ReplyRule::kNone) {
-            reader_.report("expect", "nothing can be expected of a reply that is not to come");
+            reader_.report("expect", "reply = \"none\" expects silence: there is no reply to compare");
         } else if (send.command->replies.empty()) {
             reader_.report("expect", inQuotes(step_.name) + " is not answered" + readBackHint(send));
         } else {
@@ -261,12 +307,12 @@ private:
             return;
         }
         if (send.command->later.empty()) {
-            reader_.report("expect_later", "nothing comes later on account of " + inQuotes(step_.name));
+            reader_.report("expect_later", inQuotes(step_.name) + " has no later reply");
             return;
         }
         send.later = true;
         send.expectLater = loadExpected(context_, *expect, fieldsOf(send.command->later),
-                                        "what comes later for " + inQuotes(step_.name));
+                                        "the later reply to " + inQuotes(step_.name));
     }
 
     void loadWait()
@@ -306,7 +352,7 @@ private:
         step_.what = prompt.text;
         step_.timeout = Duration(0);
         if (!prompt.id.empty() && !isVariableName(prompt.id)) {
-            reader_.report("id", inQuotes(prompt.id) + " is no id: letters, digits, '-' and '_' are expected");
+            reader_.report("id", "'id': expected letters, digits, '-' and '_', got " + inQuotes(prompt.id));
         } else if (!prompt.id.empty() && !context_.questions.insert(prompt.id).second) {
             reader_.report("id", "another question has the id " + inQuotes(prompt.id) + " already");
         }
@@ -335,13 +381,12 @@ private:
             const bool sets = reader.node("set") != nullptr;
             const bool raises = reader.node("event") != nullptr;
             if (sets == raises) {
-                problem(*table, "either set = \"/PATH\" with a value, or event = \"NAME\" is expected");
+                problem(*table, "expected set = \"/PATH\" with a value, or event = \"NAME\"");
             }
             action.raisesEvent = raises;
             action.target = reader.text(sets ? "set" : "event", sets || raises);
             if (sets && !action.target.empty() && !action.target.starts_with('/')) {
-                reader.report("set",
-                              inQuotes(action.target) + " is no path: it begins with '/', as in '/audio/volume'");
+                reader.report("set", "'set': expected a path such as '/audio/volume', got " + inQuotes(action.target));
             }
             if (sets != raises) {
                 loadJson(reader, *table, action);
@@ -361,11 +406,11 @@ private:
         if (value == nullptr && !action.raisesEvent) {
             problem(table, "the headunit step has no 'value'");
         } else if (value != nullptr && action.raisesEvent && !value->is_table()) {
-            problem(*value, "'with' is no table of arguments");
+            problem(*value, "'with': expected a table of arguments");
         } else {
             const auto json = value == nullptr ? std::optional<std::string>("{}") : jsonText(*value);
             if (!json) {
-                problem(*value, "dates and times are no JSON: write a text");
+                problem(*value, "expected a value that JSON has, got a date or a time: write a text");
             }
             action.json = json.value_or("");
         }
@@ -379,11 +424,11 @@ private:
             return list;
         }
         if (fields.empty()) {
-            problem(*node, inQuotes(frame) + " brings nothing that could be stored");
+            problem(*node, inQuotes(frame) + " has no field to store");
         } else if (const auto* text = node->as_string()) {
             if (fields.size() != 1) {
-                problem(*node, inQuotes(frame) + " has several fields: store = { " + text->get() + " = \"" +
-                                   std::string(fields.front()->name) + "\" }");
+                problem(*node, fmt::format("{} has several fields: store = {{ {} = \"{}\" }}", inQuotes(frame),
+                                           text->get(), fields.front()->name));
                 return list;
             }
             addVariable(*node, text->get());
@@ -396,16 +441,16 @@ private:
                 if (found == fields.end()) {
                     std::vector<std::string_view> names;
                     std::ranges::transform(fields, std::back_inserter(names), &Field::name);
-                    problem(value, field ? inQuotes(*field) + " is no field of " + inQuotes(frame) +
-                                               protocol::didYouMean(*field, names)
-                                         : "a field of " + inQuotes(frame) + " is expected");
+                    problem(value, field ? fmt::format("{} is not a field of {}{}", inQuotes(*field), inQuotes(frame),
+                                                       protocol::didYouMean(*field, names))
+                                         : "expected a field of " + inQuotes(frame));
                     continue;
                 }
                 addVariable(value, std::string(key.str()));
                 list.push_back({std::string(key.str()), *field});
             }
         } else {
-            problem(*node, "a name is expected, or { NAME = \"FIELD\" }");
+            problem(*node, "expected a name or { NAME = \"FIELD\" }");
         }
         return list;
     }
@@ -413,7 +458,7 @@ private:
     void addVariable(const toml::node& node, const std::string& name)
     {
         if (!isVariableName(name)) {
-            problem(node, inQuotes(name) + " is no name: letters, digits, '-' and '_' are expected");
+            problem(node, "expected letters, digits, '-' and '_', got " + inQuotes(name));
         }
         context_.variables.insert(name);
     }
@@ -433,7 +478,7 @@ private:
         step_.onlyIf = loadConditions(context_, reader_);
         step_.ifStored = reader_.text("if_stored");
         if (!step_.ifStored.empty() && !context_.variables.contains(step_.ifStored)) {
-            reader_.report("if_stored", "no step before this one stores " + inQuotes(step_.ifStored));
+            reader_.report("if_stored", "no earlier step stores " + inQuotes(step_.ifStored));
         }
     }
 

@@ -1,13 +1,14 @@
 #include "station/plan/Runner.h"
 
+#include <fmt/format.h>
 #include <poll.h>
 
 #include <algorithm>
 #include <string>
 
 #include "station/plan/LineWatch.h"
+#include "station/plan/RunControl.h"
 #include "station/plan/StepRunner.h"
-#include "station/plan/TimeLimit.h"
 #include "station/record/Outcome.h"
 
 namespace station::plan {
@@ -97,7 +98,7 @@ private:
         runner_->limitBy(nullptr);
         limit_ = nullptr;
         if (limit.over()) {
-            run_.phases[record::Run::kTeardown].cut = {Verdict::kTimeout, "the teardown took longer than it may"};
+            run_.phases[record::Run::kTeardown].cut = {Verdict::kTimeout, "the teardown exceeded its time limit"};
         }
     }
 
@@ -156,9 +157,9 @@ private:
             }
             const Verdict verdict = step(group, each, skipped);
             if (record::isBad(verdict) && skipped.empty() && each.onFailure != OnFailure::kNext) {
-                skipped = "'" + each.name + "' before it did not pass";
+                skipped = fmt::format("the earlier step '{}' did not pass", each.name);
                 if (each.onFailure == OnFailure::kStop) {
-                    stopAfterGroup_ = "'" + each.name + "' in group '" + group.name + "' did not pass";
+                    stopAfterGroup_ = fmt::format("'{}' in group '{}' did not pass", each.name, group.name);
                 }
             }
         }
@@ -175,7 +176,7 @@ private:
         const StepPlace place{run_.phases[phase_].name, group.name, groupRecord().tries.size(), index_++, total_};
         std::string skipped = skippedBefore.empty() ? unmet(step.needsHeadUnit, step.onlyIf) : skippedBefore;
         if (skipped.empty() && !step.ifStored.empty() && !runner_->variables().contains(step.ifStored)) {
-            skipped = "nothing has been stored as '" + step.ifStored + "'";
+            skipped = fmt::format("nothing has been stored as '{}'", step.ifStored);
         }
         if (skipped.empty()) {
             attempts(place, step, record);
@@ -226,11 +227,11 @@ private:
         }
     }
 
-    /// @returns whether nothing more is to be done in this phase.
+    /// @returns whether this phase ends here.
     bool checkStop()
     {
         if (stop_.empty() && control_.interrupt().requested()) {
-            stop_ = teardownLate() ? "the teardown's time was over" : "the user ended the run";
+            stop_ = teardownLate() ? "the teardown ran out of time" : "the user ended the run";
         }
         if (stop_.empty() && phase_ != record::Run::kTeardown) {
             stop_ = serial_.mismatch().empty() ? surroundings_.serials->clashOf(port_.path) : serial_.mismatch();
@@ -238,7 +239,7 @@ private:
         return !stop_.empty();
     }
 
-    /// @returns whether the teardown's time, not the user, has ended it.
+    /// @returns whether its time limit, not the user, has ended the teardown.
     bool teardownLate() const { return limit_ != nullptr && limit_->over() && !control_.teardownRefused(); }
 
     void pause(Duration time)
@@ -249,7 +250,7 @@ private:
         ppoll(&request, 1, &left, nullptr);
     }
 
-    /// @returns why a step or group is skipped; empty when it is not.
+    /// @returns why a step or group is skipped; empty if it is not.
     std::string unmet(bool needsHeadUnit, const std::vector<std::pair<std::string, std::string>>& onlyIf)
     {
         if (needsHeadUnit && !surroundings_.headUnit.present()) {
@@ -258,7 +259,7 @@ private:
         for (const auto& [name, value] : onlyIf) {
             const auto found = runner_->variables().find(name);
             if (found == runner_->variables().end() || found->second != value) {
-                return "only for " + name + " = " + value;
+                return fmt::format("only for {} = {}", name, value);
             }
         }
         return {};
@@ -280,8 +281,8 @@ private:
         result_.linkFailed = result_.linkFailed || away;
         const auto limit = [this](const char* what, std::size_t got, const std::optional<std::size_t>& most) {
             if (most && got > *most) {
-                run_.findings.push_back({Verdict::kFail, std::string(what) + " on the line: expected at most " +
-                                                             std::to_string(*most) + ", got " + std::to_string(got)});
+                run_.findings.push_back(
+                    {Verdict::kFail, fmt::format("{} on the line: expected at most {}, got {}", what, *most, got)});
             }
         };
         limit("reconnects", run_.line.reconnects, plan_.line.reconnects);
@@ -317,9 +318,9 @@ private:
     std::size_t index_ = 0;
     Progress progress_;
     const std::size_t total_;
-    /// Why nothing more is done in this phase; empty while it goes on.
+    /// Why this phase ends early; empty while it goes on.
     std::string stop_;
-    /// The same, once the group has failed for good.
+    /// The same, for the time after the group has failed its last try.
     std::string stopAfterGroup_;
 };
 

@@ -1,48 +1,33 @@
 #pragma once
 
-#include <memory>
-
 #include "station/Connection.h"
-#include "station/plan/HeadUnit.h"
-#include "station/plan/Observer.h"
 #include "station/plan/Plan.h"
-#include "station/plan/Prompter.h"
 #include "station/plan/RunControl.h"
-#include "station/plan/UnitSerial.h"
+#include "station/plan/Surroundings.h"
 #include "station/record/RunRecord.h"
 
 namespace station::plan {
 
-/// What a run works with. All of it outlives the run and may be shared by several, but for `control`.
-struct Surroundings {
-    protocol::catalogue::Groups groups;
-    Prompter& prompter;
-    HeadUnit& headUnit;
-    SerialRecord serialRecord = {};
-    /// What the units at the ports of these runs hold.
-    std::shared_ptr<SerialsAtPorts> serials = std::make_shared<SerialsAtPorts>();
-};
-
 struct RunResult {
     record::Run run;
-    /// The port could not be opened; nothing was done.
+    /// The port could not be opened, so nothing was done.
     bool portUnavailable = false;
-    /// The line failed on the way.
+    /// The line failed during the run.
     bool linkFailed = false;
-    /// The unit at another port holds the same serial; the run has the finding.
+    /// The unit at another port has the same serial number; the run has the finding.
     bool serialClashed = false;
 };
 
-/// Runs a plan with the unit at one port, on the caller's thread, from setup to teardown. Whatever happens ends in the
-/// result; only what the observer throws comes out of here.
+/// Runs a plan with the unit at one port, on the caller's thread, from setup to teardown. Every failure becomes part of
+/// the result; only exceptions of the observer leave this function.
 ///
-/// The teardown runs whenever the port could be opened, within its own time.
+/// The teardown runs whenever the port could be opened, within its own time limit.
 ///
-/// A run belongs to one unit: it is in error, and its main part ends, when the unit holds another serial than the
+/// A run belongs to one unit. It is in error, and its main part ends, if the unit has another serial number than the
 /// operator gave, or the same as the unit at another port of `surroundings`.
 ///
-/// @param run what is known beforehand: unit.serial (the operator's), station, plan.sha256, catalogueSha256
-/// @param reconnect how long a device that has gone is waited for
+/// @param run the facts that are known before: unit.serial (the operator's), station, plan.sha256, catalogueSha256
+/// @param reconnect how long to wait for a device that has gone
 RunResult runPlan(const Plan& plan, const PortSpec& port, const Surroundings& surroundings, RunControl& control,
                   Observer& observer, record::Run run, Duration reconnect = std::chrono::seconds(10));
 

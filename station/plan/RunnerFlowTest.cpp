@@ -91,7 +91,7 @@ steps = [{ send = "tuner.frequency" }]
 
     EXPECT_THAT(verdicts(group(0).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kPass));
     EXPECT_THAT(verdicts(group(1).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kSkipped));
-    EXPECT_EQ(reasonOf(group(1).tries[0].steps[1]), "'test.mode' before it did not pass");
+    EXPECT_EQ(reasonOf(group(1).tries[0].steps[1]), "the earlier step 'test.mode' did not pass");
     EXPECT_THAT(verdicts(group(2).tries[0].steps), ElementsAre(Verdict::kFail, Verdict::kSkipped));
     EXPECT_THAT(verdicts(group(3).tries[0].steps), ElementsAre(Verdict::kSkipped));
     EXPECT_EQ(reasonOf(group(3).tries[0].steps[0]), "'test.mode' in group 'C' did not pass");
@@ -119,7 +119,7 @@ TEST_F(RunnerFlowTest, RepetitionsAllHaveToPass)
 
     EXPECT_THAT(step(0).attempts, SizeIs(3));
     EXPECT_EQ(verdictOf(step(0)), Verdict::kFail);
-    EXPECT_EQ(reasonOf(step(0)), "mode is 0 (off), expected 1 (on)");
+    EXPECT_EQ(reasonOf(step(0)), "mode: expected 1 (on), got 0 (off)");
 }
 
 TEST_F(RunnerFlowTest, GroupIsTriedAgainAsAWhole)
@@ -304,7 +304,7 @@ name = "M"
 steps = [{ send = "audio.set-volume", with = { volume = 3 } }, { wait = "keys.pressed", timeout = 1 }]
 )");
 
-    EXPECT_EQ(reasonOf(step(1)), "the line was lost while keys.pressed was awaited");
+    EXPECT_EQ(reasonOf(step(1)), "the line was lost during the wait for keys.pressed");
     EXPECT_EQ(verdictOf(run), Verdict::kError);
     EXPECT_EQ(run.line.repeatedSends, 0U);
     EXPECT_TRUE(result.linkFailed);
@@ -566,7 +566,7 @@ steps = [{ send = "other.flag", timeout = 3600 }, { send = "test.mode" }]
 
     EXPECT_EQ(verdictOf(run), Verdict::kError);
     EXPECT_EQ(verdictOf(run.phases[2]), Verdict::kTimeout);
-    EXPECT_EQ(reasonOf(run.phases[2].groups[0].tries[0].steps[0]), "the teardown's time was over");
+    EXPECT_EQ(reasonOf(run.phases[2].groups[0].tries[0].steps[0]), "the teardown ran out of time");
     EXPECT_EQ(verdictOf(run.phases[2].groups[0].tries[0].steps[1]), Verdict::kSkipped);
 }
 
@@ -586,8 +586,8 @@ steps = [{ send = "test.mode", expect = { mode = "off" } }]
 )");
 
     EXPECT_EQ(verdictOf(run), Verdict::kError);
-    EXPECT_EQ(headlineOf(run).reason, "teardown: TIMEOUT: T / test.mode: the teardown's time was over");
-    EXPECT_EQ(reasonOf(run.phases[2]), "the teardown took longer than it may");
+    EXPECT_EQ(headlineOf(run).reason, "teardown: TIMEOUT: T / test.mode: the teardown ran out of time");
+    EXPECT_EQ(reasonOf(run.phases[2]), "the teardown exceeded its time limit");
 }
 
 TEST_F(RunnerFlowTest, TimeOutInTheTeardownStandsBesideALimitThatWasMissed)
@@ -605,7 +605,7 @@ steps = [{ send = "other.flag", timeout = 0.05 }]
 
     const record::Headline headline = headlineOf(run);
     EXPECT_EQ(headline.verdict, Verdict::kFail);
-    EXPECT_EQ(headline.reason, "M / test.mode: mode is 1 (on), expected 0 (off)");
+    EXPECT_EQ(headline.reason, "M / test.mode: mode: expected 0 (off), got 1 (on)");
     EXPECT_THAT(
         headline.beside,
         testing::ElementsAre(testing::StartsWith("teardown: TIMEOUT: T / other.flag: no answer within 0.05 s")));
@@ -624,7 +624,7 @@ steps = [{ send = "test.mode", expect = { mode = "on" } }]
 )");
 
     EXPECT_EQ(verdictOf(run), Verdict::kFail);
-    EXPECT_EQ(headlineOf(run).reason, "A / test.mode: mode is 0 (off), expected 1 (on)");
+    EXPECT_EQ(headlineOf(run).reason, "A / test.mode: mode: expected 1 (on), got 0 (off)");
 }
 
 TEST_F(RunnerFlowTest, RunWhoseMainPartIsSkippedIsSkipped)
@@ -643,7 +643,7 @@ steps = [{ send = "test.mode" }]
 
     EXPECT_EQ(phase(0), Verdict::kPass);
     EXPECT_EQ(verdictOf(run), Verdict::kSkipped);
-    EXPECT_EQ(headlineOf(run).reason, "nothing of the main part was run");
+    EXPECT_EQ(headlineOf(run).reason, "no step of the main part was run");
 }
 
 TEST_F(RunnerFlowTest, PrompterIsToldHowFarTheRunIs)

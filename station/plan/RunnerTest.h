@@ -52,7 +52,7 @@ public:
         }
         const auto found = answers.find(question.prompt.id);
         if (found == answers.end()) {
-            throw NoAnswer("nobody answers");
+            throw protocol::UserError("the operator is away");
         }
         return found->second;
     }

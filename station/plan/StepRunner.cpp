@@ -1,13 +1,17 @@
 #include "station/plan/StepRunner.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "station/Hex.h"
 #include "station/plan/Judge.h"
-#include "station/plan/Literal.h"
 
 namespace station::plan {
 
@@ -20,12 +24,12 @@ namespace {
 
 std::string secondsText(Duration time)
 {
-    return numberText(std::chrono::duration<double>(time).count()) + " s";
+    return fmt::format("{:.12g} s", std::chrono::duration<double>(time).count());
 }
 
 std::string milliseconds(Duration time)
 {
-    return std::to_string(std::chrono::round<std::chrono::milliseconds>(time).count()) + " ms";
+    return fmt::format("{} ms", std::chrono::round<std::chrono::milliseconds>(time).count());
 }
 
 void fail(Attempt& attempt, Verdict verdict, std::string reason)
@@ -46,19 +50,16 @@ Attribution::Due dueOf(ReplyRule rule)
     return Attribution::Due::kSilence;
 }
 
-/// What of a frame does not fit the catalogue although every field that it holds does, or nothing.
+/// @returns how a frame differs from the catalogue although each of its fields fits; empty if it does not.
 std::string misshape(const catalogue::Decoded& decoded)
 {
-    std::string text;
-    for (const std::string& problem : decoded.problems) {
-        const bool ofField = std::ranges::any_of(decoded.fields, [&](const catalogue::DecodedField& field) {
+    std::vector<std::string> problems;
+    std::ranges::copy_if(decoded.problems, std::back_inserter(problems), [&](const std::string& problem) {
+        return std::ranges::none_of(decoded.fields, [&](const catalogue::DecodedField& field) {
             return !field.problem.empty() && problem.ends_with(field.problem);
         });
-        if (!ofField) {
-            text += (text.empty() ? "" : "; ") + problem;
-        }
-    }
-    return text;
+    });
+    return fmt::format("{}", fmt::join(problems, "; "));
 }
 
 }  // namespace
@@ -91,7 +92,7 @@ void StepRunner::attempt(const Step& step, const StepPlace& place, record::Step&
     } catch (const Interrupted&) {
         interrupted_ = true;
         if (limit_ != nullptr && limit_->over() && !control_.teardownRefused()) {
-            fail(attempt, Verdict::kTimeout, "the teardown's time was over");
+            fail(attempt, Verdict::kTimeout, "the teardown ran out of time");
         } else {
             fail(attempt, Verdict::kAborted, "ended by the user");
         }
@@ -139,7 +140,7 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
         if (later) {
             judgeFrame(*later, send.command, send.expectLater, send.store, attempt);
         } else {
-            fail(attempt, Verdict::kTimeout, "what is to come later did not come within " + secondsText(step.timeout));
+            fail(attempt, Verdict::kTimeout, "no later reply within " + secondsText(step.timeout));
         }
     }
 }
@@ -165,31 +166,28 @@ void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t 
 {
     const catalogue::Reply& usual = send.command->replies.front();
     constexpr std::size_t kShown = 8;
+    std::vector<std::string> strange;
     std::size_t count = 0;
-    std::string strange;
     for (const auto& arrival : line_.arrivals()) {
         const Frame& frame = arrival.event.frame;
-        // What answers nothing that was asked, and is nothing that comes by itself.
+        // Neither an answer to a command nor a frame that comes by itself.
         const auto& decoded = arrival.meaning.decoded;
         const bool byItself = decoded.notice != nullptr || isLater(*send.command, frame) ||
                               (decoded.command != nullptr && isLater(*decoded.command, frame));
         if (!arrival.claimed && arrival.afterSending && !byItself) {
             if (count++ < kShown) {
-                strange += (strange.empty() ? "" : ", ") + formatMasked(surroundings_.groups, frame);
+                strange.push_back(formatMasked(surroundings_.groups, frame));
             }
         }
-    }
-    if (count > kShown) {
-        strange += " and " + std::to_string(count - kShown) + " more";
     }
     const std::string within = "no answer within " + secondsText(timeout);
     if (corrupt > 0) {
         fail(attempt, Verdict::kError,
-             within + ", but " + std::to_string(corrupt) +
-                 (corrupt == 1 ? " frame with a wrong checksum" : " frames with a wrong checksum"));
+             fmt::format("{}, but {} with a wrong checksum", within, protocol::plural(corrupt, "frame")));
     } else if (!strange.empty()) {
-        const std::string code = station::format(Frame{usual.cmdOne, usual.cmdTwo, {}}).substr(0, 5);
-        fail(attempt, Verdict::kError, within + " under " + code + "; what came instead: " + strange);
+        fail(attempt, Verdict::kError,
+             fmt::format("{} under {:02X} {:02X}; the unit sent {}{}", within, usual.cmdOne, usual.cmdTwo,
+                         fmt::join(strange, ", "), count > kShown ? fmt::format(" and {} more", count - kShown) : ""));
     } else {
         std::string causes =
             send.command->silentWhen.empty() ? "" : ": the unit is silent " + std::string(send.command->silentWhen);
@@ -202,7 +200,7 @@ void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t 
 
 void StepRunner::listenBriefly()
 {
-    // What came with the answer; more of it shows in the steps behind.
+    // Frames that came with the answer; later ones show in the steps that follow.
     constexpr int kMost = 16;
     for (int i = 0; i < kMost && connection_.receive(Connection::Clock::now()); ++i) {
     }
@@ -214,7 +212,7 @@ void StepRunner::lookAtLine()
         listenBriefly();
         attribute();
     } catch (const std::exception&) {
-        // The line's events tell of the loss.
+        // The events of the line record the loss.
     }
     run_.line = connection_.quality();
 }
@@ -240,9 +238,9 @@ void StepRunner::attribute(LineWatch::Arrival& arrival, const Attribution::Reque
     const std::string frame = formatMasked(surroundings_.groups, arrival.event.frame);
     const std::string after = milliseconds(arrival.event.steady - request.at);
     if (request.due == Attribution::Due::kSilence) {
-        fail(*sender->attempt, Verdict::kFail, "answered by " + frame + " after " + after + ", expected silence");
+        fail(*sender->attempt, Verdict::kFail, fmt::format("expected silence, got {} after {}", frame, after));
     } else if (request.answered) {
-        fail(*sender->attempt, Verdict::kError, "answered twice, the second time by " + frame);
+        fail(*sender->attempt, Verdict::kError, "expected one answer, got a second: " + frame);
     } else if (running) {
         return;  // the answer to a command that was sent again
     } else {
@@ -268,12 +266,12 @@ void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked,
     }
     if (const std::string wrong = misshape(decoded); !wrong.empty()) {
         fail(attempt, Verdict::kError,
-             formatMasked(surroundings_.groups, frame) + " does not fit the catalogue: " + wrong);
+             fmt::format("{} does not fit the catalogue: {}", formatMasked(surroundings_.groups, frame), wrong));
     }
     for (const StoredField& each : store) {
         const auto field = std::ranges::find_if(
             decoded.fields, [&](const auto& candidate) { return candidate.field->name == each.field; });
-        // A record that does not exist is answered without a byte.
+        // The unit answers for a missing record without a byte.
         const std::string& value = variables_[each.variable] =
             field == decoded.fields.end() ? std::string() : written(*field);
         if (each.variable == kSerialVariable) {
@@ -327,7 +325,7 @@ bool StepRunner::unitRestarted()
             lookForMode(catalogue::decodeFromUnit(surroundings_.groups, *outcome.reply, command));
         }
     } catch (const std::exception&) {
-        // The next step meets the same line, or the user's wish, and says so.
+        // The next step meets the same line, or the user's request to end, and reports it.
     }
     line_.attribution().settle();
     run_.line = connection_.quality();
@@ -348,7 +346,7 @@ std::optional<Frame> StepRunner::awaitFrame(const std::function<bool(const Frame
             }
         }
         looked = line_.position();
-        // A unit that never falls silent has always another frame: then the time decides.
+        // The time decides for a unit that never falls silent.
         if (std::exchange(last, Connection::Clock::now() >= deadline) || !connection_.receive(deadline)) {
             return std::nullopt;
         }
@@ -365,11 +363,11 @@ void StepRunner::run(const Wait& wait, const Step& step, Attempt& attempt)
     const auto frame = awaitFrame(wanted, step.timeout);
     attribute();
     if (!frame && connection_.quality().losses > losses) {
-        fail(attempt, Verdict::kError, "the line was lost while " + wait.key + " was awaited");
+        fail(attempt, Verdict::kError, fmt::format("the line was lost during the wait for {}", wait.key));
         return;
     }
     if (!frame) {
-        fail(attempt, Verdict::kTimeout, "no " + wait.key + " came within " + secondsText(step.timeout));
+        fail(attempt, Verdict::kTimeout, fmt::format("no {} within {}", wait.key, secondsText(step.timeout)));
         return;
     }
     judgeFrame(*frame, wait.command, wait.expect, wait.store, attempt);

@@ -6,8 +6,8 @@
 
 #include "station/Connection.h"
 #include "station/plan/LineWatch.h"
+#include "station/plan/RunControl.h"
 #include "station/plan/Runner.h"
-#include "station/plan/TimeLimit.h"
 #include "station/plan/UnitSerial.h"
 #include "station/plan/Variables.h"
 

@@ -1,7 +1,12 @@
 #include "station/plan/Variables.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <functional>
+
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
 
 namespace station::plan {
 
@@ -42,7 +47,8 @@ std::string substitute(std::string_view text, const Variables& variables)
         [&](std::string_view name) {
             const auto found = variables.find(name);
             if (found == variables.end()) {
-                throw UnknownVariable(name);
+                throw protocol::UserError(
+                    fmt::format("nothing has been stored as {} in this run", protocol::inQuotes(name)));
             }
             result += found->second;
         });

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,20 +10,10 @@ namespace station::plan {
 /// Values that a run has kept, by name.
 using Variables = std::map<std::string, std::string, std::less<>>;
 
-/// A text asks for a variable that has no value.
-class UnknownVariable : public std::runtime_error
-{
-public:
-    explicit UnknownVariable(std::string_view name)
-        : std::runtime_error("nothing has been stored as '" + std::string(name) + "' in this run")
-    {
-    }
-};
-
 /// @returns the names that `text` asks for with ${name}, in order.
 std::vector<std::string> variablesIn(std::string_view text);
 
-/// @returns `text` with the values in place of ${name}. Throws UnknownVariable.
+/// @returns `text` with the values in place of ${name}. Throws protocol::UserError for a name without value.
 std::string substitute(std::string_view text, const Variables& variables);
 
 /// @returns whether `name` can name a variable: letters, digits, '-' and '_'.

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "protocol/Errors.h"
+
 namespace station::plan {
 namespace {
 
@@ -34,7 +36,7 @@ TEST(Variables, UnknownOneIsNamed)
     try {
         substitute("${serial}", {});
         FAIL() << "it was taken";
-    } catch (const UnknownVariable& error) {
+    } catch (const protocol::UserError& error) {
         EXPECT_STREQ(error.what(), "nothing has been stored as 'serial' in this run");
     }
 }

@@ -150,7 +150,7 @@ Headline headlineOf(const Run& run)
     }
     if (headline.verdict == Verdict::kPass && run.phases.size() > Run::kMain && !anyDone(run.phases[Run::kMain])) {
         headline.verdict = Verdict::kSkipped;
-        headline.reason = "nothing of the main part was run";
+        headline.reason = "no step of the main part was run";
     }
     const Verdict afterwards = teardown == nullptr ? Verdict::kSkipped : verdictOf(*teardown);
     if (headline.verdict == Verdict::kPass && isBad(afterwards)) {

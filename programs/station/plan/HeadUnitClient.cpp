@@ -43,7 +43,7 @@ struct HeadUnitClient::State {
                 : g_dbus_connection_call_sync(at, kName, kPath, kName, method, owned.get(), nullptr,
                                               G_DBUS_CALL_FLAGS_NO_AUTO_START, kPatienceMs, nullptr, error.out()));
         if (!reply) {
-            throw station::plan::HeadUnitError("the simulated head unit refused: " + error.message());
+            throw protocol::LineError("the simulated head unit refused: " + error.message(), protocol::kError);
         }
     }
 };

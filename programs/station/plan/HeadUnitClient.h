@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "station/plan/HeadUnit.h"
+#include "station/plan/Surroundings.h"
 
 namespace programs::station_tool {
 

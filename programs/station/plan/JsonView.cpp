@@ -3,7 +3,6 @@
 #include <mutex>
 
 #include "programs/station/plan/RunView.h"
-#include "station/plan/Speed.h"
 #include "station/record/Outcome.h"
 #include "station/trace/Describe.h"
 
@@ -25,20 +24,20 @@ public:
 
     station::plan::Observer& add(const std::string& port) override { return observers_.emplace_back(*this, port); }
 
-    void finish(std::span<const UnitResult> units) override
+    void finish(std::span<const station::plan::UnitResult> units) override
     {
-        for (const UnitResult& unit : units) {
+        for (const station::plan::UnitResult& unit : units) {
             const auto& run = unit.result.run;
             const auto speed = station::plan::speedOf(run);
             const auto headline = station::record::headlineOf(run);
             Json steps = Json::object();
-            for (const auto& [verdict, count] : tally(run)) {
+            for (const auto& [verdict, count] : station::plan::tally(run)) {
                 steps[station::record::name(verdict)] = count;
             }
             print({{"event", "ended"},
                    {"port", run.unit.port},
                    {"serial", run.unit.serial},
-                   {"verdict", headlineText(unit)},
+                   {"verdict", station::plan::headlineText(unit)},
                    {"reason", headline.reason},
                    {"beside", headline.beside},
                    {"line",
@@ -53,7 +52,7 @@ public:
                    {"time_ms", milliseconds(speed.total)},
                    {"wire_ms", milliseconds(speed.wire)},
                    {"added_per_step_ms", milliseconds(speed.addedPerStep)},
-                   {"exit", static_cast<int>(exitStatusOf(unit))}});
+                   {"exit", static_cast<int>(station::plan::exitStatusOf(unit))}});
         }
     }
 

@@ -3,7 +3,6 @@
 #include <mutex>
 
 #include "programs/station/plan/RunView.h"
-#include "programs/station/plan/StepLines.h"
 #include "station/record/ValueText.h"
 
 namespace programs::station_tool {
@@ -20,10 +19,10 @@ public:
         return observers_.emplace_back(*this, labelled_ ? port : "");
     }
 
-    void finish(std::span<const UnitResult> units) override
+    void finish(std::span<const station::plan::UnitResult> units) override
     {
-        for (const UnitResult& unit : units) {
-            print(summary(unit, colour_));
+        for (const station::plan::UnitResult& unit : units) {
+            print(station::plan::summary(unit, colour_));
         }
     }
 
@@ -41,7 +40,7 @@ private:
             // Somebody may have to do something at the unit for it to come.
             if (!view_.quiet_ && attempt == 1 && step.kind() == "wait") {
                 view_.print((label_.empty() ? "" : "[" + station::record::printable(label_) + "] ") + "waiting for " +
-                            placeText(place, step.name) + "\n");
+                            station::plan::placeText(place, step.name) + "\n");
             }
         }
 
@@ -62,7 +61,7 @@ private:
     private:
         LineView& view_;
         const std::string label_;
-        StepLines lines_;
+        station::plan::StepLines lines_;
     };
 
     void print(const std::string& text)

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "programs/station/plan/RunView.h"
-#include "programs/station/plan/StepLines.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/Outcome.h"
 #include "station/record/ValueText.h"
@@ -58,7 +57,7 @@ struct UnitState {
     std::string label;
     std::string step = "connecting";
     std::size_t done = 0;
-    Tally tally;
+    station::plan::Tally tally;
     std::deque<std::string> frames;
     station::Attribution attribution{catalogue::groups()};
     std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
@@ -93,12 +92,12 @@ public:
         });
     }
 
-    void finish(std::span<const UnitResult> units) override
+    void finish(std::span<const station::plan::UnitResult> units) override
     {
         draw([this, units] {
             std::string text = composeLocked(false);
-            for (const UnitResult& unit : units) {
-                text += summary(unit, colour_);
+            for (const station::plan::UnitResult& unit : units) {
+                text += station::plan::summary(unit, colour_);
             }
             return text;
         });
@@ -117,7 +116,8 @@ private:
                        std::size_t attempt) override
         {
             const std::lock_guard lock(view_.mutex_);
-            state_.step = placeText(place, step.name) + (step.what == step.name ? "" : ": " + printable(step.what)) +
+            state_.step = station::plan::placeText(place, step.name) +
+                          (step.what == step.name ? "" : ": " + printable(step.what)) +
                           (attempt > 1 ? ", attempt " + std::to_string(attempt) : "");
         }
 
@@ -155,7 +155,7 @@ private:
     private:
         LiveView& view_;
         UnitState& state_;
-        StepLines lines_;
+        station::plan::StepLines lines_;
     };
 
     std::vector<std::string> blockLocked(const UnitState& unit) const
@@ -165,7 +165,7 @@ private:
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - unit.started).count();
         char time[32];
         std::snprintf(time, sizeof time, "%.1f s", seconds);
-        const std::string counts = format(unit.tally);
+        const std::string counts = station::plan::format(unit.tally);
         std::vector<std::string> lines;
         lines.push_back((unit.label.empty() ? plan_.name : printable(unit.label)) + " [" + std::string(filled, '#') +
                         std::string(kWidth - filled, '-') + "] " + std::to_string(unit.done) + "/" +

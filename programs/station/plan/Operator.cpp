@@ -1,5 +1,6 @@
 #include "programs/station/plan/Operator.h"
 
+#include <fmt/format.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -8,11 +9,11 @@
 #include <array>
 #include <cstdio>
 
-#include "station/record/ValueText.h"
+#include "protocol/Errors.h"
+#include "protocol/Text.h"
 
 namespace programs::station_tool {
 
-using station::plan::NoAnswer;
 using station::plan::Prompt;
 using station::plan::Question;
 
@@ -78,7 +79,8 @@ private:
     Port& port_;
 };
 
-Operator::Operator(const Answers& answers, const std::vector<std::string>& ports, std::function<void(bool)> aside)
+Operator::Operator(const station::plan::Answers& answers, const std::vector<std::string>& ports,
+                   std::function<void(bool)> aside)
     : answers_(answers), labelled_(ports.size() > 1), aside_(std::move(aside))
 {
     for (const std::string& port : ports) {
@@ -148,15 +150,18 @@ std::optional<std::string> Operator::ask(const Question& question, station::Inte
     }
     if (auto answer = answers_.find(question.port, question.prompt.id)) {
         if (const std::string port = takenBy(question, *answer); !port.empty()) {
-            throw NoAnswer("the answer '" + (question.prompt.secret ? "***" : *answer) + "' to '" + question.prompt.id +
-                           "' has gone to " + port +
-                           " already: give each port a table of its own, [\"PORT\"], in the file of answers");
+            throw protocol::UserError(fmt::format(
+                "{}: expected another answer for each unit, got {} for {} and {}; give each port a table of "
+                "its own, [\"PORT\"], in the file of answers",
+                question.prompt.id, question.prompt.secret ? "***" : protocol::inQuotes(*answer), port, question.port));
         }
         return answer;
     }
     if (isatty(STDIN_FILENO) != 1) {
-        throw NoAnswer("there is no terminal to ask at, and no answer to '" + question.prompt.id +
-                       "' was given with --answers");
+        throw protocol::UserError(
+            fmt::format("{}: expected an answer in the file of --answers, because there is no "
+                        "terminal to ask at",
+                        question.prompt.id));
     }
     const Turn turn(*this, portOf(question.port));
     turn.await(interrupt);
@@ -170,23 +175,23 @@ std::optional<std::string> Operator::askAtTerminal(const Question& question, sta
 {
     const Aside aside(aside_);
     const char* hint = question.prompt.kind == Prompt::Kind::kYesNo ? " [y/n] " : " ";
-    const std::string label = labelled_ ? "[" + station::record::printable(question.port) + "] " : "";
+    const std::string label = labelled_ ? "[" + protocol::printable(question.port) + "] " : "";
     for (;;) {
-        // What was typed before the question is no answer to it.
+        // Keys that were pressed before the question do not answer it.
         tcflush(STDIN_FILENO, TCIFLUSH);
         typed_.clear();
-        std::fprintf(stderr, "%s%s%s", label.c_str(), station::record::printable(question.prompt.text).c_str(), hint);
+        std::fprintf(stderr, "%s%s%s", label.c_str(), protocol::printable(question.prompt.text).c_str(), hint);
         std::fflush(stderr);
         const auto line = readLine(interrupt, deadline);
         if (!line) {
             std::fputs("\n", stderr);
             return std::nullopt;
         }
-        const auto answer = parseAnswer(question.prompt.kind, *line);
+        const auto answer = station::plan::parseAnswer(question.prompt.kind, *line);
         if (!answer) {
-            std::fprintf(stderr, "%s is expected\n", describe(question.prompt.kind));
+            std::fprintf(stderr, "expected %s\n", describe(question.prompt.kind));
         } else if (const std::string port = takenBy(question, *answer); !port.empty()) {
-            std::fprintf(stderr, "that was given to %s already\n", station::record::printable(port).c_str());
+            std::fprintf(stderr, "%s has got this answer already\n", protocol::printable(port).c_str());
         } else {
             return answer;
         }
@@ -229,7 +234,7 @@ std::optional<std::string> Operator::readLine(station::Interrupt& interrupt, Clo
         std::array<char, 512> chunk;
         const ssize_t count = read(STDIN_FILENO, chunk.data(), chunk.size());
         if (count <= 0 || typed_.size() > kLongestLine) {
-            throw NoAnswer("the operator's input ended without an answer");
+            throw protocol::UserError("expected an answer of the operator, got the end of the input");
         }
         typed_.append(chunk.data(), static_cast<std::size_t>(count));
     }

@@ -7,21 +7,22 @@
 #include <string>
 #include <vector>
 
-#include "programs/station/plan/Answers.h"
-#include "station/plan/Prompter.h"
+#include "station/plan/Answers.h"
+#include "station/plan/Surroundings.h"
 
 namespace programs::station_tool {
 
-/// Takes answers from a file, else from whoever sits at the terminal: one question at a time, whatever the number of
-/// units. The ports get a question in their order: it is shown for one when those before it have been asked or have
-/// gone past it. In a teardown, whose time is limited, only ports that tear down too are waited for.
+/// Takes answers from a file, else from the operator at the terminal: one question at a time, for any number of units.
+/// The ports get a question in their order: a port waits until the ports before it have been asked or are past the
+/// step. In a teardown, whose time is limited, it waits only for ports that tear down, too.
 class Operator : public station::plan::Prompter
 {
 public:
     /// @param answers outlives this object
     /// @param ports of the runs, in their order; with several of them a question begins with its port
     /// @param aside is called with true before a question is shown and with false after it, to keep other output away
-    Operator(const Answers& answers, const std::vector<std::string>& ports, std::function<void(bool)> aside);
+    Operator(const station::plan::Answers& answers, const std::vector<std::string>& ports,
+             std::function<void(bool)> aside);
 
     std::optional<std::string> ask(const station::plan::Question& question, station::Interrupt& interrupt) override;
     void reached(const std::string& port, const station::plan::Progress& progress) override;
@@ -54,7 +55,7 @@ private:
     std::string takenBy(const station::plan::Question& question, const std::string& answer);
     std::optional<std::string> readLine(station::Interrupt& interrupt, Clock::time_point deadline);
 
-    const Answers& answers_;
+    const station::plan::Answers& answers_;
     const bool labelled_;
     const std::function<void(bool)> aside_;
     std::mutex mutex_;

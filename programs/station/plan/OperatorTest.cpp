@@ -65,7 +65,7 @@ protected:
 private:
     tests::PtyPeer peer_;
     const int standardInput_;
-    const Answers answers_;
+    const station::plan::Answers answers_;
     const Prompt prompt_{"lit", "Lit?", Prompt::Kind::kYesNo, {}, {}, false};
     mutable std::mutex mutex_;
     std::vector<std::string> log_;  // guarded by mutex_

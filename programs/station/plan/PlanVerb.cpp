@@ -1,4 +1,9 @@
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
@@ -7,22 +12,30 @@
 #include "programs/Cli.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
-#include "programs/station/plan/PlanFile.h"
-#include "programs/station/plan/PlanRun.h"
+#include "programs/station/plan/HeadUnitClient.h"
+#include "programs/station/plan/Operator.h"
+#include "programs/station/plan/RunView.h"
 #include "protocol/Text.h"
+#include "protocol/catalogue/Catalogue.h"
 #include "station/SerialLink.h"
+#include "station/plan/Answers.h"
+#include "station/plan/Load.h"
+#include "station/plan/PlanRuns.h"
 #include "station/ports/SerialPorts.h"
 #include "station/record/ResultsFolder.h"
-#include "station/record/ValueText.h"
 
 namespace programs::station_tool {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-using station::record::printable;
+using protocol::printable;
+using protocol::catalogue::groups;
+using protocol::toml_file::Problems;
+using station::plan::PlanFile;
+using station::plan::readPlan;
 
-Json problemsJson(const protocol::toml_file::Problems& problems)
+Json problemsJson(const Problems& problems)
 {
     Json list = Json::array();
     for (const auto& problem : problems) {
@@ -31,13 +44,20 @@ Json problemsJson(const protocol::toml_file::Problems& problems)
     return list;
 }
 
-/// @returns "0.4 s", or "0.4 s and more" for a plan that waits for somebody.
+/// @returns "0.4 s", or "0.4 s and more" for a plan that waits for a person or an event.
 std::string durationText(const station::plan::Estimate& estimate)
 {
-    char text[48];
-    std::snprintf(text, sizeof text, "%.1f s%s", std::chrono::duration<double>(estimate.duration).count(),
-                  estimate.open > 0 ? " and more" : "");
-    return text;
+    return fmt::format("{:.1f} s{}", std::chrono::duration<double>(estimate.duration).count(),
+                       estimate.open > 0 ? " and more" : "");
+}
+
+/// Prints FILE:LINE:COLUMN: TEXT, a line each, on standard error.
+void printProblems(const std::string& path, Problems problems, const char* kind = "")
+{
+    for (auto& problem : problems) {
+        problem.text.insert(0, kind);
+        std::fprintf(stderr, "%s\n", format(path, problem).c_str());
+    }
 }
 
 int check(const Tool& tool, const std::vector<std::string>& paths)
@@ -45,7 +65,7 @@ int check(const Tool& tool, const std::vector<std::string>& paths)
     Json files = Json::array();
     bool sound = true;
     for (const auto& path : paths) {
-        const PlanFile file = readPlan(path);
+        const PlanFile file = readPlan(path, groups());
         sound = sound && file.loaded.plan.has_value();
         if (tool.json) {
             files.push_back({{"file", path},
@@ -57,8 +77,9 @@ int check(const Tool& tool, const std::vector<std::string>& paths)
         printProblems(path, file.loaded.problems);
         printProblems(path, file.loaded.warnings, "warning: ");
         if (file.loaded.plan) {
-            std::printf("%s: sound, %s\n", printable(path).c_str(),
-                        protocol::plural(file.loaded.plan->stepCount(), "step").c_str());
+            std::puts(
+                fmt::format("{}: sound, {}", printable(path), protocol::plural(file.loaded.plan->stepCount(), "step"))
+                    .c_str());
         }
     }
     if (tool.json) {
@@ -87,13 +108,13 @@ int list(const Tool& tool, const std::vector<std::string>& directories)
         try {
             std::ranges::move(plansIn(directory), std::back_inserter(paths));
         } catch (const std::filesystem::filesystem_error& error) {
-            complain(kProgram, directory + ": expected a directory of plans: " + error.code().message());
+            complain(kProgram, fmt::format("{}: expected a directory of plans: {}", directory, error.code().message()));
             sound = false;
         }
     }
     Json plans = Json::array();
     for (const auto& path : paths) {
-        const PlanFile file = readPlan(path);
+        const PlanFile file = readPlan(path, groups());
         printProblems(path, file.loaded.problems);
         sound = sound && file.loaded.plan.has_value();
         if (!file.loaded.plan) {
@@ -109,14 +130,113 @@ int list(const Tool& tool, const std::vector<std::string>& directories)
                              {"at_least_s", std::chrono::duration<double>(estimate.duration).count()},
                              {"open_steps", estimate.open}});
         } else {
-            std::printf("%-16s %4zu steps  %-16s  %s\n", plan.name.c_str(), plan.stepCount(),
-                        durationText(estimate).c_str(), printable(plan.title).c_str());
+            std::puts(fmt::format("{:<16} {:4} steps  {:<16}  {}", plan.name, plan.stepCount(), durationText(estimate),
+                                  printable(plan.title))
+                          .c_str());
         }
     }
     if (tool.json) {
         printJson({{"plans", std::move(plans)}});
     }
     return sound ? kPassed : kWrongUse;
+}
+
+struct PlanRunOptions {
+    std::string plan;
+    std::string answers;
+    double reconnectSeconds = 10;
+    bool quiet = false;
+    bool noRecord = false;
+    std::string operatorName;
+    station::plan::RunRequest request;
+};
+
+std::string hostName()
+{
+    std::array<char, 256> name{};
+    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
+std::unique_ptr<RunView> chooseView(const Tool& tool, const PlanRunOptions& options, const station::plan::Plan& plan)
+{
+    const bool labelled = options.request.ports.size() > 1;
+    if (tool.json) {
+        return makeJsonView(plan);
+    }
+    if (!options.quiet && isatty(STDOUT_FILENO) == 1 && !isDumbTerminal()) {
+        return makeLiveView(plan, labelled);
+    }
+    return makeLineView(plan, labelled, options.quiet);
+}
+
+/// Draws, and passes the user's wish to end on, until all runs have ended.
+void attend(Tool& tool, RunView& view, station::plan::PlanRuns& runs)
+{
+    constexpr int kTickMs = 100;
+    while (runs.running()) {
+        view.tick();
+        std::array<pollfd, 2> wanted{{{tool.interrupt.descriptor(), POLLIN, 0}, {runs.over().descriptor(), POLLIN, 0}}};
+        poll(wanted.data(), wanted.size(), kTickMs);
+        if (tool.interrupt.requested()) {
+            tool.interrupt.clear();
+            runs.requestEnd();
+        }
+    }
+}
+
+int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::Plan& plan,
+               const station::plan::Answers& answers)
+{
+    std::vector<std::string> paths;
+    std::ranges::transform(options.request.ports, std::back_inserter(paths), &station::PortSpec::path);
+    const std::unique_ptr<RunView> view = chooseView(tool, options, plan);
+    Operator prompter(answers, paths, [&view](bool aside) { view->aside(aside); });
+    HeadUnitClient headUnit;
+    station::plan::Surroundings surroundings{groups(), prompter, headUnit};
+    surroundings.serialRecord = tool.station->config().unit.serial;
+    station::plan::PlanRuns runs(
+        plan, options.request, surroundings,
+        [&view](const std::string& port) -> station::plan::Observer& { return view->add(port); },
+        [&prompter](const std::string& port) { prompter.ended(port); });
+    attend(tool, *view, runs);
+    const auto conclusion = runs.conclude();
+    // Complaints follow the summary: the view erases the lines below it.
+    view->finish(conclusion.units);
+    for (const std::string& each : conclusion.complaints) {
+        complain(kProgram, each);
+    }
+    return conclusion.status;
+}
+
+int runPlanAtPorts(Tool& tool, PlanRunOptions options)
+{
+    const PlanFile file = readPlan(options.plan, groups());
+    if (!file.loaded.plan) {
+        printProblems(options.plan, file.loaded.problems);
+        return kWrongUse;
+    }
+    expectRunnable(*file.loaded.plan, options.request);
+    Problems problems;
+    station::plan::Answers answers;
+    if (!options.answers.empty()) {
+        answers = station::plan::readAnswers(options.answers, *file.loaded.plan, problems);
+    }
+    if (!problems.empty()) {
+        printProblems(options.answers, problems);
+        return kWrongUse;
+    }
+    const station::StationConfig& config = tool.station->config();
+    station::record::Run& known = options.request.known;
+    known.station = {config.name.empty() ? hostName() : config.name, options.operatorName, ENGINEERING_VERSION,
+                     config.line};
+    known.plan.sha256 = file.sha256;
+    known.catalogueSha256 = protocol::catalogue::hash();
+    options.request.reconnect =
+        std::chrono::duration_cast<station::plan::Duration>(std::chrono::duration<double>(options.reconnectSeconds));
+    if (options.noRecord) {
+        options.request.results.clear();
+    }
+    return runAtPorts(tool, options, *file.loaded.plan, answers);
 }
 
 void addPlanCheck(Tool& tool, CLI::App& noun)
@@ -173,7 +293,7 @@ void addRun(Tool& tool, CLI::App& noun)
             "--port",
             [options](const std::vector<std::string>& texts) {
                 for (const auto& text : texts) {
-                    options->ports.push_back(parsePort(text));
+                    options->request.ports.push_back(parsePort(text));
                 }
             },
             "PATH[,BAUD] of a unit; once per unit, all of them are tested at once")
@@ -184,11 +304,11 @@ void addRun(Tool& tool, CLI::App& noun)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->type_name("PORT");
     verb->add_option("--answers", options->answers, "TOML file of answers to the plan's questions")->type_name("FILE");
-    verb->add_option("--results", options->results, "Directory of the results, a folder per run")
+    verb->add_option("--results", options->request.results, "Directory of the results, a folder per run")
         ->type_name("DIR")
         ->default_str(station::record::kDefaultResults);
     verb->add_option("--operator", options->operatorName, "Who runs it, for the record")->type_name("NAME");
-    verb->add_option("--serial", options->serial,
+    verb->add_option("--serial", options->request.known.unit.serial,
                      "Serial number of the unit; when the plan reads another one from it, the run is an ERROR")
         ->check([](const std::string& serial) {
             return serial.empty() ? std::string("expected a serial number, got ''") : std::string();
@@ -198,23 +318,23 @@ void addRun(Tool& tool, CLI::App& noun)
         ->check(CLI::Range(0.0, 86400.0))
         ->type_name("SECONDS")
         ->capture_default_str();
-    verb->add_flag("--yes", options->destructive, "Run plans with commands that cannot be undone");
+    verb->add_flag("--yes", options->request.destructive, "Run plans with commands that cannot be undone");
     verb->add_flag("-q,--quiet", options->quiet, "Print the summary only");
     verb->add_flag("--no-record", options->noRecord, "Keep no results");
     verb->footer(
         "  engineering-station plan run share/plans/smoke.toml\n"
         "  engineering-station plan run eol.toml --port /dev/ttyUSB0 --port /dev/ttyUSB1 --answers shift.toml");
     verb->callback([&tool, options] {
-        if (options->ports.empty()) {
-            options->ports.push_back(parsePort(station::defaultPort()));
+        if (options->request.ports.empty()) {
+            options->request.ports.push_back(parsePort(station::defaultPort()));
         }
         tool.action = [&tool, options] {
-            const bool stations = options->results.empty() && !tool.stationsResults().empty();
-            options->results = resultsFolder(tool, options->results);
+            const bool stations = options->request.results.empty() && !tool.stationsResults().empty();
+            options->request.results = resultsFolder(tool, options->request.results);
             std::error_code error;
-            if (!options->noRecord && std::filesystem::exists(options->results, error) &&
-                !std::filesystem::is_directory(options->results, error)) {
-                throw WrongUse((stations ? "[paths] results: " : "--results: ") + options->results +
+            if (!options->noRecord && std::filesystem::exists(options->request.results, error) &&
+                !std::filesystem::is_directory(options->request.results, error)) {
+                throw WrongUse((stations ? "[paths] results: " : "--results: ") + options->request.results +
                                " is not a directory");
             }
             options->plan = tool.station->findPlan(options->plan);

@@ -3,8 +3,8 @@
 #include <memory>
 #include <string>
 
-#include "programs/station/plan/RunSummary.h"
-#include "station/plan/Observer.h"
+#include "station/plan/RunSummary.h"
+#include "station/plan/Surroundings.h"
 
 namespace programs::station_tool {
 
@@ -22,7 +22,7 @@ public:
     /// Keeps off the screen while a question stands there.
     virtual void aside(bool) {}
     /// All runs have ended.
-    virtual void finish(std::span<const UnitResult> units) = 0;
+    virtual void finish(std::span<const station::plan::UnitResult> units) = 0;
 };
 
 /// A line per step and a summary.

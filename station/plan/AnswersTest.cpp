@@ -1,4 +1,4 @@
-#include "programs/station/plan/Answers.h"
+#include "station/plan/Answers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,16 +6,15 @@
 #include "protocol/catalogue/Catalogue.h"
 #include "station/plan/Load.h"
 
-namespace programs::station_tool {
+namespace station::plan {
 namespace {
 
-using station::plan::Prompt;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-station::plan::Plan askingPlan()
+Plan askingPlan()
 {
-    return station::plan::load(R"(
+    return load(R"(
 schema = 1
 name = "test"
 title = "Test"
@@ -27,7 +26,7 @@ steps = [
   { prompt = "Label?", id = "label", answer = "text" },
 ]
 )",
-                               "test.toml", protocol::catalogue::groups())
+                "test.toml", protocol::catalogue::groups())
         .plan.value();
 }
 
@@ -55,10 +54,10 @@ TEST(Answers, WhateverIsWrongIsReportedWithItsPlace)
     for (const auto& problem : problems) {
         lines.push_back(format("F", problem));
     }
-    EXPECT_THAT(lines, ElementsAre("F:1:1: the plan has no question 'litt'; did you mean 'lit'?",
-                                   "F:2:11: that is no answer to 'current': a number is expected",
-                                   "F:3:9: that is no answer to 'label': a text is expected",
-                                   "F:5:7: that is no answer to 'lit': yes or no is expected"));
+    EXPECT_THAT(lines, ElementsAre("F:1:1: expected a question of the plan, got 'litt'; did you mean 'lit'?",
+                                   "F:2:11: current: expected a number, got 'much'",
+                                   "F:3:9: label: expected a text, got another type",
+                                   "F:5:7: lit: expected yes or no, got '3'"));
 }
 
 TEST(Answers, AreReadAsPeopleGiveThem)
@@ -74,4 +73,4 @@ TEST(Answers, AreReadAsPeopleGiveThem)
 }
 
 }  // namespace
-}  // namespace programs::station_tool
+}  // namespace station::plan

@@ -1,5 +1,6 @@
-#include "programs/station/plan/Answers.h"
+#include "station/plan/Answers.h"
 
+#include <fmt/format.h>
 #include <toml++/toml.h>
 #include <algorithm>
 #include <charconv>
@@ -9,13 +10,12 @@
 
 #include "protocol/catalogue/Suggest.h"
 #include "protocol/toml/TableReader.h"
-#include "station/plan/Judge.h"
+#include "station/plan/Load.h"
+#include "station/record/ValueText.h"
 
-namespace programs::station_tool {
+namespace station::plan {
 
 using protocol::toml_file::Problems;
-using station::plan::Plan;
-using station::plan::Prompt;
 
 namespace {
 
@@ -47,7 +47,7 @@ std::optional<std::string> typed(const toml::node& node)
         return std::to_string(integer->get());
     }
     if (const auto* number = node.as_floating_point()) {
-        return station::plan::numberText(number->get());
+        return record::shortText(number->get());
     }
     return std::nullopt;
 }
@@ -58,9 +58,9 @@ void reportUnknown(Problems& problems, const toml::key& key, std::span<const Pro
     std::ranges::transform(prompts, std::back_inserter(ids),
                            [](const Prompt* prompt) { return std::string_view(prompt->id); });
     const auto place = key.source().begin;
-    problems.push_back(
-        {place.line, place.column,
-         "the plan has no question '" + std::string(key.str()) + "'" + protocol::didYouMean(key.str(), ids)});
+    problems.push_back({place.line, place.column,
+                        fmt::format("expected a question of the plan, got {}{}", protocol::inQuotes(key.str()),
+                                    protocol::didYouMean(key.str(), ids))});
 }
 
 std::string_view trimmed(std::string_view text)
@@ -89,7 +89,8 @@ Answers::Answers(std::string_view text, const Plan& plan, Problems& problems)
             if (!answer) {
                 protocol::toml_file::report(
                     problems, node,
-                    "that is no answer to '" + (*prompt)->id + "': " + describe((*prompt)->kind) + " is expected");
+                    fmt::format("{}: expected {}, got {}", (*prompt)->id, describe((*prompt)->kind),
+                                given && !(*prompt)->secret ? protocol::inQuotes(*given) : "another type"));
                 continue;
             }
             into.emplace(key.str(), *answer);
@@ -138,6 +139,16 @@ std::optional<std::string> parseAnswer(Prompt::Kind kind, std::string_view text)
     return answer.empty() ? std::nullopt : std::optional(std::string(answer));
 }
 
+Answers readAnswers(const std::string& path, const Plan& plan, Problems& problems)
+{
+    try {
+        return {readFile(path), plan, problems};
+    } catch (const std::system_error& error) {
+        problems.push_back({1, 1, "cannot be read: " + error.code().message()});
+        return {};
+    }
+}
+
 const char* describe(Prompt::Kind kind)
 {
     switch (kind) {
@@ -151,4 +162,4 @@ const char* describe(Prompt::Kind kind)
     return "a text";
 }
 
-}  // namespace programs::station_tool
+}  // namespace station::plan

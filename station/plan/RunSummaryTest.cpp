@@ -1,23 +1,23 @@
-#include "programs/station/plan/RunSummary.h"
+#include "station/plan/RunSummary.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "programs/station/plan/StepLines.h"
-
-namespace programs::station_tool {
+namespace station::plan {
 namespace {
 
-using station::record::Verdict;
+using namespace protocol;
+using namespace std::chrono_literals;
+using record::Verdict;
 
-station::record::Group groupOf(const std::vector<Verdict>& verdicts)
+record::Group groupOf(const std::vector<Verdict>& verdicts)
 {
-    station::record::Group group;
+    record::Group group;
     group.tries.emplace_back();
     for (const Verdict verdict : verdicts) {
-        station::record::Step step;
+        record::Step step;
         if (verdict != Verdict::kSkipped) {
             step.attempts.emplace_back().verdict = verdict;
         }
@@ -123,6 +123,20 @@ TEST(RunSummary, WorstUnitDecides)
     EXPECT_EQ(exitStatusOf(std::span(units).first(1)), kPassed);
 }
 
+TEST(StepLines, OnlyTheFirstStepThatIsSkippedNamesTheReason)
+{
+    StepLines lines("", false);
+    record::Step step;
+    step.name = "GPS antenna";
+    step.cut = {Verdict::kSkipped, "the port could not be opened"};
+    const StepPlace place{"main", "GPS"};
+
+    EXPECT_EQ(lines.ended(place, step), "SKIPPED GPS / GPS antenna\n        the port could not be opened");
+    EXPECT_EQ(lines.ended(place, step), "SKIPPED GPS / GPS antenna");
+    step.cut->text = "the setup failed";
+    EXPECT_EQ(lines.ended(place, step), "SKIPPED GPS / GPS antenna\n        the setup failed");
+}
+
 TEST(RunSummary, TallyIsInWords)
 {
     const auto unit = unitOf({Verdict::kPass, Verdict::kPass, Verdict::kFail, Verdict::kSkipped});
@@ -130,5 +144,59 @@ TEST(RunSummary, TallyIsInWords)
     EXPECT_EQ(format(tally(unit.result.run)), "4 passed, 1 failed, 1 skipped");
 }
 
+record::Step stepOf(record::Run& run, std::chrono::milliseconds began, std::chrono::milliseconds duration,
+                    std::chrono::milliseconds unitTook, record::Verdict verdict = record::Verdict::kPass)
+{
+    record::Attempt attempt;
+    attempt.started = std::chrono::system_clock::time_point(began);
+    attempt.duration = duration;
+    attempt.wireTime = 2ms;
+    attempt.verdict = verdict;
+    TraceEvent sent;
+    attempt.events.begin = run.events.add(sent);
+    TraceEvent received;
+    received.kind = TraceEvent::Kind::kReceived;
+    received.steady = sent.steady + unitTook;
+    attempt.events.end = run.events.add(received) + 1;
+    record::Step step;
+    step.kind = "send";
+    step.attempts = {attempt};
+    return step;
+}
+
+TEST(Speed, IsWhatTheStationAddsToTheUnitsTime)
+{
+    record::Run run;
+    run.started = std::chrono::system_clock::time_point(0ms);
+    run.ended = std::chrono::system_clock::time_point(100ms);
+    record::Group group;
+    // From begin to begin less the unit's time: 20 - 15 = 5, 30 - 28 = 2, and 9 - 1 = 8 for the last.
+    group.tries.push_back(
+        {{stepOf(run, 10ms, 16ms, 15ms), stepOf(run, 30ms, 29ms, 28ms), stepOf(run, 60ms, 9ms, 1ms)}});
+    run.phases.push_back({"main", {group}, {}});
+
+    const Speed speed = speedOf(run);
+
+    EXPECT_EQ(speed.total, 100ms);
+    EXPECT_EQ(speed.wire, 6ms);
+    EXPECT_EQ(speed.addedPerStep, 5ms);
+    EXPECT_EQ(speed.steps, 3u);
+}
+
+TEST(Speed, StepThatWaitedForItsTimeDoesNotCount)
+{
+    record::Run run;
+    record::Group group;
+    group.tries.push_back({{stepOf(run, 10ms, 1000ms, 0ms, record::Verdict::kTimeout)}});
+    run.phases.push_back({"main", {group}, {}});
+
+    EXPECT_EQ(speedOf(run).steps, 0u);
+}
+
+TEST(Speed, OfNothingIsNothing)
+{
+    EXPECT_EQ(speedOf({}).steps, 0u);
+}
+
 }  // namespace
-}  // namespace programs::station_tool
+}  // namespace station::plan

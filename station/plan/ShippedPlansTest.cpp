@@ -1,4 +1,4 @@
-#include "programs/station/plan/PlanFile.h"
+#include "station/plan/Load.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 #include "tests/support/TempDir.h"
 
-namespace programs::station_tool {
+namespace station::plan {
 namespace {
 
 namespace fs = std::filesystem;
@@ -25,7 +25,7 @@ protected:
     ~ShippedPlans() override { fs::current_path(before_); }
 
 private:
-    const tests::TempDir directory_;
+    const ::tests::TempDir directory_;
     const fs::path before_ = fs::current_path();
 
 protected:
@@ -63,4 +63,4 @@ TEST_F(ShippedPlans, AreNamedAsInTheSourceTreeWhenThereAreNone)
 }
 
 }  // namespace
-}  // namespace programs::station_tool
+}  // namespace station::plan

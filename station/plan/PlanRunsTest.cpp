@@ -1,0 +1,168 @@
+#include "station/plan/PlanRuns.h"
+
+#include <filesystem>
+#include <fstream>
+#include <latch>
+
+#include "station/plan/RunnerTest.h"
+#include "tests/support/TempDir.h"
+
+namespace station::plan::tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace fs = std::filesystem;
+
+/// Two units with one serial number. The second tells it after the run of the first has ended.
+class PlanRunsTest : public RunnerTest
+{
+protected:
+    PlanRunsTest()
+    {
+        request.ports = {{unit.path()}, {other_.path()}};
+        request.results = results_.path() / "results";
+        request.reconnect = 0ms;
+        on[0x0A14] = [this](const Frame&) { reply(0x8A, 0x14, {'H', 'U', '7'}); };
+    }
+
+    Conclusion runAll(
+        const Plan& plan, const PlanRuns::OnEnded& onEnded = [](const std::string&) {})
+    {
+        unit.start();
+        other_.start();
+        const Surroundings surroundings{protocol::catalogue::groups(), prompter, headUnit, serialRecord, serials};
+        PlanRuns runs(
+            plan, request, surroundings, [this](const std::string&) -> Observer& { return observer; },
+            [&](const std::string& port) {
+                onEnded(port);
+                if (port == unit.path()) {
+                    firstEnded_.count_down();
+                }
+            });
+        Conclusion conclusion = runs.conclude();
+        unit.stop();
+        other_.stop();
+        return conclusion;
+    }
+
+    std::string otherPath() const { return other_.path(); }
+
+    RunRequest request;
+
+private:
+    const ::tests::TempDir results_;
+    std::latch firstEnded_{1};
+    ScriptedUnit other_{[this](const Frame& frame) {
+        if (frame.cmdOne == 0x0A) {
+            firstEnded_.wait();
+            other_.write(wireBytes(Frame{0x8A, 0x14, {'H', 'U', '7'}}));
+        }
+    }};
+};
+
+constexpr const char* kReadSerial = "[[main]]\nname = \"G\"\nsteps = [{ send = \"identity.hu-serial\" }]\n";
+
+TEST_F(PlanRunsTest, UnitsWithOneSerialNumberAreBothInErrorInEveryFile)
+{
+    const Conclusion conclusion = runAll(planOf(kReadSerial));
+
+    EXPECT_EQ(conclusion.status, protocol::kError);
+    ASSERT_THAT(conclusion.units, SizeIs(2));
+    for (const UnitResult& each : conclusion.units) {
+        EXPECT_EQ(verdictOf(each.result.run), Verdict::kError);
+        for (const char* name : {"record.json", "junit.xml", "report.html"}) {
+            std::ifstream file(fs::path(each.folder) / name);
+            EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}), HasSubstr("the same serial"))
+                << each.folder << name;
+        }
+    }
+}
+
+TEST_F(PlanRunsTest, EveryRunReportsItsEnd)
+{
+    std::mutex mutex;
+    std::vector<std::string> ended;
+
+    runAll(planOf(kReadSerial), [&](const std::string& port) {
+        const std::lock_guard lock(mutex);
+        ended.push_back(port);
+    });
+
+    EXPECT_THAT(ended, testing::UnorderedElementsAre(unit.path(), otherPath()));
+}
+
+TEST_F(PlanRunsTest, SeveralUnitsComplainOnceAboutResultsThatCannotBeWritten)
+{
+    request.results = "/dev/null/results";
+
+    const Conclusion conclusion = runAll(planOf(kReadSerial));
+
+    EXPECT_EQ(conclusion.status, protocol::kNotRecorded);
+    EXPECT_THAT(conclusion.units, IsEmpty());
+    EXPECT_THAT(conclusion.complaints, ElementsAre("cannot make /dev/null/results: Not a directory"));
+}
+
+TEST_F(PlanRunsTest, WithoutResultsNoRecordIsKept)
+{
+    request.results.clear();
+    request.ports.pop_back();
+
+    const Conclusion conclusion = runAll(planOf(kReadSerial));
+
+    EXPECT_EQ(conclusion.status, protocol::kPassed);
+    EXPECT_EQ(conclusion.units.at(0).folder, "");
+    EXPECT_THAT(conclusion.complaints, IsEmpty());
+}
+
+TEST_F(PlanRunsTest, MissingPortIsAComplaintAndComesBeforeRecordsThatCannotBeBegun)
+{
+    request.ports = {{"/dev/no-such-line"}};
+
+    const Conclusion conclusion = runAll(planOf(kReadSerial));
+
+    EXPECT_EQ(conclusion.status, protocol::kPortUnavailable);
+    EXPECT_THAT(conclusion.complaints, ElementsAre(HasSubstr("/dev/no-such-line")));
+}
+
+/// @returns the text of the error, "" for a plan that may run.
+std::string refusal(const Plan& plan, const RunRequest& request)
+{
+    try {
+        expectRunnable(plan, request);
+        return "";
+    } catch (const protocol::UserError& error) {
+        return error.what();
+    }
+}
+
+TEST_F(PlanRunsTest, DestructivePlanNeedsConsent)
+{
+    const Plan plan = planOf("[[main]]\nname = \"End\"\nsteps = [{ send = \"car.shut-down\" }]\n");
+
+    EXPECT_EQ(refusal(plan, request), "test.toml:6: expected --yes, because 'car.shut-down' cannot be undone");
+    request.destructive = true;
+    EXPECT_EQ(refusal(plan, request), "");
+}
+
+TEST_F(PlanRunsTest, PortIsNotGivenTwice)
+{
+    request.ports = {{"/a"}, {"/b"}, {"/a"}};
+
+    EXPECT_EQ(refusal(planOf(kReadSerial), request), "--port: expected each unit once, got /a twice");
+}
+
+TEST_F(PlanRunsTest, SerialNumberIsNotGivenToSeveralUnits)
+{
+    request.known.unit.serial = "A";
+
+    EXPECT_THAT(refusal(planOf(kReadSerial), request), HasSubstr("--serial: expected one unit"));
+    request.ports.pop_back();
+    EXPECT_EQ(refusal(planOf(kReadSerial), request), "");
+}
+
+}  // namespace
+}  // namespace station::plan::tests

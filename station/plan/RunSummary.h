@@ -1,0 +1,90 @@
+#pragma once
+
+#include <map>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "protocol/Errors.h"
+#include "station/plan/Runner.h"
+#include "station/plan/Surroundings.h"
+
+/// The result of a run for the user of `plan run`: its lines, its speed and its exit status.
+namespace station::plan {
+
+/// The speed of a run.
+struct Speed {
+    /// From the start of the run to its end.
+    Duration total{0};
+    /// Time of its frames on the line, at the rate of the port.
+    Duration wire{0};
+    /// The time that the station adds to a step: from its start to the next start, less the time between the last byte
+    /// of the command and that of the answer. The median of the steps that got the answer they expected.
+    Duration addedPerStep{0};
+    std::size_t steps = 0;
+};
+
+Speed speedOf(const record::Run& run);
+
+/// The run of one unit, and its record.
+struct UnitResult {
+    RunResult result;
+    /// The folder of the record; empty for none.
+    std::string folder;
+    /// "not recorded: REASON", "a report is missing: REASON; the record itself is complete"; empty if everything was
+    /// written.
+    std::string recordError;
+};
+
+/// The number of steps of each verdict, in all rounds of their groups, without tries that were superseded.
+using Tally = std::map<record::Verdict, std::size_t>;
+Tally tally(const record::Run& run);
+
+/// @returns "22 passed, 1 failed, 1 skipped".
+std::string format(const Tally& tally);
+
+/// Takes the place of PASS if the results could not be written.
+inline constexpr const char* kNotRecordedText = "NOT RECORDED";
+
+/// @returns the name of the run's verdict, or kNotRecordedText.
+std::string headlineText(const UnitResult& unit);
+
+/// The exit status of one unit. The first that holds: interrupted, port unavailable, link failed, results not written;
+/// then by the verdict: failed, no answer, error, nothing run, passed.
+protocol::ExitStatus exitStatusOf(const UnitResult& unit);
+
+/// The exit status of several units: the worst, in the same order.
+protocol::ExitStatus exitStatusOf(std::span<const UnitResult> units);
+
+/// @returns the verdict in its colour, padded to the longest one.
+std::string verdictText(record::Verdict verdict, bool colour);
+
+/// The lines of one unit's steps, in order. Of steps that are skipped for one reason, only the first names it.
+class StepLines
+{
+public:
+    /// @param label the port, or empty
+    StepLines(std::string label, bool colour) : label_(std::move(label)), colour_(colour) {}
+
+    /// @returns "PASS     Tuner / tuner.frequency (1.2 ms)", with the reason in a second line if there is one; no
+    /// line end. The text is printable.
+    std::string ended(const StepPlace& place, const record::Step& step);
+
+    /// The same for a step that has ended and got another verdict later.
+    std::string amended(const StepPlace& place, const record::Step& step) const;
+
+private:
+    std::string headOf(const StepPlace& place, const record::Step& step) const;
+
+    const std::string label_;
+    const bool colour_;
+    std::string skippedFor_;
+};
+
+/// @returns "Tuner / tuner.frequency", "Tuner, round 2 / tuner.frequency"; printable.
+std::string placeText(const StepPlace& place, std::string_view step);
+
+/// @returns the summary of the run: several lines, each with its end.
+std::string summary(const UnitResult& unit, bool colour);
+
+}  // namespace station::plan
