@@ -5,7 +5,7 @@
 
 namespace {
 
-/// @returns the size in bytes; the largest there is when it cannot be had.
+/// @returns the size in bytes; G_MAXSIZE if it is unknown.
 gsize SizeOf(GDBusMessage* pMessage)
 {
     gsize nSize = G_MAXSIZE;
@@ -77,7 +77,7 @@ bool BusCalls::Admit(GDBusConnection* pConnection, GDBusMessage* pCall)
 void BusCalls::CountUntilServed()
 {
     ++m_nWaiting;
-    // The loop takes what is of one priority in the order in which it came: this first, then GDBus's own entry.
+    // The loop serves sources of one priority in the order of their arrival: this one, then GDBus's own.
     GSource* const pSource = g_idle_source_new();
     g_source_set_priority(pSource, G_PRIORITY_DEFAULT);
     g_source_set_callback(

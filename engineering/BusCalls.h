@@ -23,8 +23,7 @@ public:
     /// context serves. Called once.
     void Watch(GDBusConnection* pConnection);
 
-    /// Has every further call answered with org.freedesktop.DBus.Error.ServiceUnknown, since the main loop serves none
-    /// any more. Any thread.
+    /// Answers every further call with org.freedesktop.DBus.Error.ServiceUnknown: the main loop has ended. Any thread.
     void Stop() { m_bStopped = true; }
 
 private:

@@ -4,7 +4,7 @@ namespace {
 
 /// Is ready when its connection has closed.
 struct ClosedSource {
-    GSource source;  // the first, so that the pointer to it is one to the whole
+    GSource source;  // first, so that a pointer to it also points to the whole
     GDBusConnection* pConnection;
     void (*pOnClosed)();
 };
@@ -25,7 +25,7 @@ gboolean CloseSocket(GSource* pSource, GSourceFunc, gpointer)
 
 GSourceFuncs g_Functions = {IsClosed, nullptr, CloseSocket, nullptr, nullptr, nullptr};
 
-// Filters run on GDBus's own thread. There the source is asked after everything that the thread does.
+// Filters run on GDBus's own thread. That thread checks the source after each of its steps.
 GDBusMessage* OnMessage(GDBusConnection* pConnection, GDBusMessage* pMessage, gboolean, gpointer pOnClosed)
 {
     constexpr const char* kKey = "engineering-closed-source";

@@ -2,9 +2,9 @@
 
 #include <gio/gio.h>
 
-/// Has the socket of a bus connection closed with it. By itself GDBus keeps the socket, and the bus the names, for as
-/// long as anybody holds the connection: also after GDBus has given it up because of a message that the bus daemon lets
-/// pass and GDBus cannot decode. Holds from the next message on that comes or goes.
+/// Closes the socket of a bus connection together with the connection. GDBus alone keeps the socket, and the bus keeps
+/// the names, for as long as anything holds the connection. That is so even after GDBus has given the connection up
+/// because of a message that the bus daemon accepts and GDBus cannot decode. Takes effect with the next message.
 /// @param pConnection lives as long as the process
 /// @param pOnClosed called once, when the socket is about to be closed, on GDBus's own thread, which does not wait for
 /// the main loop

@@ -36,7 +36,7 @@ BusCalls& g_Calls = *new BusCalls;
 std::mutex g_InitMutex;
 guint g_nOwnerId = 0;  // of the claim to the name; guarded by g_InitMutex
 
-/// Runs a method call's work. What it throws must not pass through the C code that called back.
+/// Runs a method call's work. An exception must not pass through the C code that called back.
 template <class Work>
 void RunGuarded(Work work)
 {
@@ -63,13 +63,13 @@ void SendUartData(unsigned char cmd_one, unsigned char cmd_two, std::span<const 
         return;
     }
     if (param_size > 0 && !bIsByteArray) {
-        KYR_LOG_ERROR("uart_send_data, param is no array of bytes, nothing is sent");
+        KYR_LOG_ERROR("uart_send_data, param: expected an array of bytes, got another type; nothing is sent");
         return;
     }
     UartManage()->SendData(cmd_one, cmd_two, {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(param_size)});
 }
 
-// In all three: the caller has its answer before the work begins, whatever becomes of it.
+// In all three the caller gets its answer before the work begins, whether the work succeeds or not.
 
 gboolean callback_send_uart_data(ComZentLinuxEngineering* skeleton, GDBusMethodInvocation* invocation, guchar cmd_one,
                                  guchar cmd_two, GVariant* param, guint16 param_size, gpointer)
@@ -101,10 +101,9 @@ gboolean callback_auto_test_feedback_key_event(ComZentLinuxEngineering* skeleton
     return TRUE;
 }
 
-/// By itself GDBus ends the process when the bus goes away, and the station link must go on. To be called before the
-/// loop runs: it is the loop that tells that a connection has closed, and one may close as soon as it is there. The
-/// process's shared connection, the one on which the name is asked for, is kept for good. Without a bus the name will
-/// be lost.
+/// GDBus ends the process when the bus goes away, unless told otherwise, and the station link must go on. Call this
+/// before the loop runs: the loop reports that a connection has closed, and a new connection may close at once. Keeps the
+/// process's shared connection, the one that asks for the name, for good. Without a bus the name will be lost.
 void KeepProcessWithoutBus()
 {
     GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
@@ -120,7 +119,7 @@ void connectionClosedCB()
 void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
 {
     KYR_LOG_INFO("engineering: bus_acquired_cb call.");
-    // Once more, for a bus that was not there yet when the thread began.
+    // Again, for a bus that appeared after the thread began.
     g_dbus_connection_set_exit_on_close(connection, FALSE);
     ComZentLinuxEngineering* const skeleton = com_zent_linux_engineering_skeleton_new();
     g_signal_connect(skeleton, "handle-uart-send-data", G_CALLBACK(callback_send_uart_data), nullptr);
@@ -133,7 +132,7 @@ void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
     GError* error = nullptr;
     if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection, BusCalls::kObjectPath,
                                          &error)) {
-        // Not before: a signal that is counted must also leave.
+        // Only now: a counted signal must also leave.
         g_Backlog.Watch(connection);
         g_Calls.Watch(connection);
         CloseSocketWith(connection, connectionClosedCB);
@@ -149,8 +148,8 @@ void nameAcquiredCB(GDBusConnection*, const gchar* name, gpointer)
     KYR_LOG_INFO("[rkb]engineering: nameAcquiredCB , Acquired bus name: %s.", name);
 }
 
-/// Once the loop has ended, calls are not served. The bus would give the name to this process when its owner ends, so
-/// that the claim is given up; calls that waited for the loop are served, further ones refused.
+/// After the loop has ended, the bridge serves no calls. It gives up its claim, or the bus would give the name to this
+/// process when the owner ends. It serves the calls that waited for the loop and refuses further ones.
 void LeaveBus()
 {
     g_Calls.Stop();

@@ -10,8 +10,8 @@
 /// Joins the service to the session bus: owns the bus name com.zent.linux.engineering, exports the one skeleton at
 /// /com/zent/linux/engineering, and runs the main loop of the default main context on a thread of its own, on which
 /// all bus callbacks and method calls arrive. The emit functions (Outlets.h) send through it.
-/// Lives until the process ends. When the name is lost, another process has it, or there is no bus, the loop ends
-/// for good, the claim to the name is given up, and the service goes on without.
+/// Lives until the process ends. If the name is lost, if another process has it, or without a bus, the loop ends for
+/// good, the bridge gives up its claim to the name, and the service goes on without the bus.
 class KYREngineeringService_IPC
 {
 public:
@@ -28,8 +28,7 @@ public:
     /// Runs the main loop until it is quit, then leaves the bus; the bridge's thread.
     void DbusThreadHandle();
 
-    /// Puts the address of a session bus that it starts into the environment. For a process that has none; nothing
-    /// calls it.
+    /// Starts a session bus and puts its address into the environment. Nothing calls it.
     void ExportDbusEnv();
 
 private:
@@ -42,6 +41,6 @@ void* DbusThreadCallBack(void* pArgument);
 /// The bridge's main loop; null before InitDbusConnect().
 extern GMainLoop* pLoop;
 
-/// Writes the bytes of a "v" that holds an "ay" to the beginning of `buffer`, as many as it has room for.
-/// @returns false, and leaves `buffer` as it is, when the variant holds anything else.
+/// Writes the bytes of a "v" that holds an "ay" to the beginning of `buffer`, as many as fit.
+/// @returns false, and leaves `buffer` unchanged, if the variant holds anything else.
 bool gvariant_data_extract(std::span<unsigned char> buffer, GVariant* variant);

@@ -338,7 +338,7 @@ TEST_F(BridgeTest, UartSendDataRefusesAParameterThatIsNoArrayOfBytes)
 
     ASSERT_TRUE(bridge().station.waitForFrames(1));
     EXPECT_THAT(replies(), ElementsAre("8E 02 [09]"));
-    EXPECT_THAT(log.errors(), ElementsAre("ERROR uart_send_data, param is no array of bytes, nothing is sent"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR uart_send_data, param: expected an array of bytes, got another type; nothing is sent"));
 }
 
 TEST_F(BridgeTest, CallsBeyond256UnderWayAreRefusedAtOnceAndTheOthersServed)
@@ -453,7 +453,7 @@ TEST_F(BridgeTest, ABusThatStandsStillCostsAMomentAndThenNothing)
     EXPECT_LT(took, std::chrono::seconds(5));
     EXPECT_THAT(log.lines(), Contains("WARN D-Bus takes no signals, they are dropped until it does"));
 
-    // It takes signals again by itself.
+    // Without any further step the bus reads signals again.
     const auto signals = client.waitForSignals(BusBacklog::kLimit);
     EXPECT_LT(signals.size(), 20'000U);
     for (std::size_t count = client.waitForSignals(0).size();;) {

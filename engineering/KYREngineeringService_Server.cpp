@@ -17,7 +17,7 @@
 namespace {
 
 /// Starts a service unless it is started.
-/// @returns its started flag, 0 also when there is no such service.
+/// @returns its started flag, 0 without the service.
 template <class Service>
 int StartOnce(Service* pService)
 {
@@ -109,7 +109,7 @@ int KYREngineeringService_Server::StartServiceAction(ServiceModule eModule)
             KYR_CreateBlueTooth();
             return 1;
         case MODULE_MEDIA_PLAYER:
-            // A player that keeps the default InitInstance() is started by it as by no call at all: with 1.
+            // The interface's default InitInstance() returns 1, so a player that keeps it counts as started.
             return StartOnce(KYR_GetMediaPlayer());
         case MODULE_LOCATION:
             return StartOnce(KYR_GetLocationService());

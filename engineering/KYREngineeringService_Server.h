@@ -18,10 +18,10 @@ public:
     /// Connects to the application manager.
     void ConnectServiceHandle();
 
-    /// Creates the D-Bus bridge; whether it gets its name shows later.
+    /// Creates the D-Bus bridge, which gets its name later or never.
     void ConnectDBus();
 
-    /// Reports this module ready, when all three pillars stand, and registers the start actions, in any case.
+    /// Reports this module ready if all three pillars stand. Registers the start actions in any case.
     void EngineeringServiceReady();
 
     /// @returns 1.
@@ -29,7 +29,7 @@ public:
     int ExitInstance();
 
     /// Starts a platform module in this process. Runs on a thread of the application manager.
-    /// @returns non-zero when the module is started; 0 for a module that this process does not start.
+    /// @returns non-zero if the module is started, 0 for a module that this process does not start.
     static int StartServiceAction(ServiceModule eModule);
 
     static void AsyncConnectService(KYREngineeringService_Server* pServer) { pServer->ConnectServiceHandle(); }

@@ -35,14 +35,12 @@ void FrameAssembler::makeRoom(std::size_t count)
         moveToFront();
     if (count <= buffer_.size() - end_)
         return;
-    work_ += end_;
     buffer_.resize(std::max({kLeastRoom, end_ + count, 2 * buffer_.size()}));
 }
 
 void FrameAssembler::moveToFront()
 {
     std::copy(buffer_.data() + head_, buffer_.data() + end_, buffer_.data());
-    work_ += size();
     end_ -= head_;
     scanned_ -= head_;
     if (firstOpen_ != kNever) {

@@ -100,10 +100,6 @@ public:
     /// The bytes not yet consumed; valid until the next call of append() or next().
     std::span<std::uint8_t> bytes() { return std::span(buffer_).subspan(head_, size()); }
 
-    /// @returns how many places have been searched and how many bytes moved since the object was made, to tell that
-    /// both are proportional to what append() took.
-    std::size_t work() const { return work_; }
-
 private:
     static constexpr std::size_t kHeadSize = kLengthOffset + 1;  // what must be there to know a frame's length
     static constexpr std::size_t kNever = static_cast<std::size_t>(-1);
@@ -127,7 +123,6 @@ private:
     std::size_t scanned_ = 0;         // before it every place is decided, but for the frames that are still coming
     std::size_t firstOpen_ = kNever;  // the first of these
     std::size_t needed_ = kNever;     // where end_ must be for one of them to be complete
-    std::size_t work_ = 0;
     std::array<std::uint8_t, 256> wrappedArea_{};  // the parameters of a frame of kWrappingLength
 };
 
@@ -138,7 +133,6 @@ inline std::size_t FrameAssembler::find()
 {
     // Once one of the frames that were coming is complete, they are looked at again: the first may be another one.
     std::size_t at = needed_ <= end_ ? firstOpen_ : scanned_;
-    const std::size_t from = at;
     std::size_t found = kNever;
     const std::uint8_t* const bytes = buffer_.data();
     for (; at + kHeadSize <= end_; ++at) {
@@ -164,7 +158,6 @@ inline std::size_t FrameAssembler::find()
         firstOpen_ = std::min(firstOpen_, at);
         needed_ = std::min(needed_, needed);
     }
-    work_ += at - from;
     scanned_ = at;
     return found;
 }

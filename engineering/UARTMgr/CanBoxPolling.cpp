@@ -88,7 +88,7 @@ void KYRUARTManage::ParseCANData()
     auto start = std::find(m_vCANRecvBuf.begin(), m_vCANRecvBuf.end(), kStart);
     for (; start != m_vCANRecvBuf.end(); start = std::find(start + 1, m_vCANRecvBuf.end(), kStart)) {
         const std::size_t nAfter = static_cast<std::size_t>(m_vCANRecvBuf.end() - start);
-        // Complete with its trailing byte?
+        // Are the data and the trailing byte complete?
         if (nAfter <= kDataOffset || nAfter <= kDataOffset + start[2])
             continue;
         const unsigned char ucType = start[1];

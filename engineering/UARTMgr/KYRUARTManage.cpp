@@ -25,7 +25,7 @@ KYRUARTManage::KYRUARTManage()
     Init();
     m_bIsCPTest = ConfigFlag(kEnableCpTestKey) ? 1 : 0;
     KYR_LOG_INFO("UARTManage() m_bIsCPTest = %d", m_bIsCPTest.load());
-    // The engine is to exist before the first frame needs it.
+    // The engine must exist before the first frame needs it.
     KYRSingleton<KYRAutoTest>::GetInstance();
 }
 
@@ -56,7 +56,7 @@ void KYRUARTManage::HandleFrame(protocol::ReceivedFrame& frame)
 {
     KYR_LOG_INFO("[rkb] ParseData, checksum_param = %x", frame.receivedChecksum);
     if (frame.checksumHolds) {
-        // Whatever goes wrong in a command ends that command, not the delivery thread.
+        // A command that throws must not end the delivery thread.
         try {
             HandleCommands(frame.cmdOne, frame.cmdTwo, frame.area, frame.length - 2);
         } catch (const std::exception& error) {
@@ -105,7 +105,7 @@ void KYRUARTManage::PrintData(const char* tag, unsigned char* data, int len)
 
 void KYRUARTManage::AutoTestSetTrackIndex(MEDIA_TYPE type, unsigned char track_index)
 {
-    // WIRE: the codes of the media group's get-track commands, whatever asked for the track.
+    // WIRE: the codes of the media group's get-track commands, even if another command asked for the track.
     static constexpr struct {
         MEDIA_TYPE type;
         unsigned char cmd_two;

@@ -26,7 +26,7 @@ public:
     /// Attaches to the UART client and makes sure that the engine exists. Frames may arrive before it returns.
     KYRUARTManage();
 
-    /// The platform has stopped delivering by then.
+    /// Call it after the platform has stopped delivering.
     ~KYRUARTManage() override;
 
     // ---- station to unit; the adapter's delivery thread ----
@@ -42,17 +42,17 @@ public:
 
     // ---- unit to station; any thread, at any time ----
 
-    /// Sends one frame, whole. Never fails visibly: one that does not fit the platform's carrier (more than 246
-    /// parameters) or that the station does not take is dropped.
+    /// Sends one whole frame. Drops, without telling the caller, a frame that does not fit the platform's carrier (more
+    /// than 246 parameters) and one that the station does not read.
     void SendData(unsigned char cmd_one, unsigned char cmd_two, std::vector<unsigned char> param);
 
-    /// Tells the station which track plays; nothing for a media type other than 1, 2 and 3.
+    /// Tells the station which track plays, for the media types 1, 2 and 3 only.
     void AutoTestSetTrackIndex(MEDIA_TYPE type, unsigned char track_index);
 
-    /// Reports a key to the station, when it wants key reports.
+    /// Reports a key to the station, if it has switched key reports on.
     void AutoTestFeedbackKeyEvent(E_KeyVKey key, E_KeyStatus status);
 
-    /// Prints up to 170 bytes in hexadecimal on standard output; nothing when there are more.
+    /// Prints up to 170 bytes in hexadecimal on standard output; prints nothing for more.
     void PrintData(const char* tag, unsigned char* data, int len);
 
     // ---- the CAN box: idle, nothing in the service starts it ----
@@ -78,11 +78,11 @@ public:
     int PortInit(const char* path, unsigned int baudrate);
 
     /// Configures the open port, raw.
-    /// @param nSpeed bits per second; one that is not supported leaves the speed as it is
+    /// @param nSpeed bits per second; an unsupported one leaves the speed unchanged
     /// @param nDataBits 7 or 8
     /// @param nStopBits 1 or 2
     /// @param cParity 'n', 'o', 'e' or 's' (space), either case
-    /// @returns 1, or 0 on failure: the port keeps its settings.
+    /// @returns 1, or 0 on failure, when the port keeps its settings.
     int SetupSerial(int nSpeed, int nDataBits, int nStopBits, char cParity);
 
     /// Waits up to 10 s until the manager's port can be read (direction 0) or written (1).
@@ -95,7 +95,7 @@ public:
     int UARTReadData(int fd, unsigned char* pBuffer, int nLength);
     int UARTWriteData(int fd, unsigned char* pBuffer, int nLength);
 
-    /// @returns what close() does. The manager keeps the number of the descriptor.
+    /// @returns the result of close(). The manager keeps the number of the descriptor.
     int UARTClose(int fd);
 
 private:

@@ -1,4 +1,4 @@
-// The direct serial port: what a unit without the platform's UART client would drive the link with.
+// The direct serial port, for a unit without the platform's UART client.
 
 #include <fcntl.h>
 #include <termios.h>
@@ -151,7 +151,7 @@ int KYRUARTManage::WaitEvent(fd_set* pSet, unsigned int nDirection)
         perror("[rkb]WaitEvent: pset is NULL");
         return 0;
     }
-    // A descriptor that select() has no room for cannot be waited for.
+    // select() cannot wait for a descriptor of FD_SETSIZE or above.
     if (m_nPortFd == -1 || m_nPortFd >= FD_SETSIZE) {
         perror("[rkb]WaitEvent: fd == -1");
         return 0;

@@ -20,8 +20,8 @@ bool IsHexadecimal(const std::string& text)
     return std::ranges::all_of(text, [](unsigned char c) { return std::isxdigit(c) != 0; });
 }
 
-/// The bytes of an address text, in its order; fields that are not two characters long are passed over.
-/// @returns nothing when a field of two is no hexadecimal number.
+/// The bytes of an address text, in its order. Skips fields that are not two characters long.
+/// @returns nothing if a field of two characters is not a hexadecimal number.
 std::optional<std::vector<unsigned char>> AddressBytes(const std::string& address)
 {
     std::vector<std::string> fields;
@@ -42,7 +42,7 @@ std::vector<unsigned char> IsConnected(const KYRBtConnectionState& state)
     return {static_cast<unsigned char>(state.nState == kConnected ? 1 : 0)};
 }
 
-/// The station's code of a music status: no byte for one that has none.
+/// The station's code of a music status; empty for a status without one.
 std::vector<unsigned char> MusicCode(int status)
 {
     switch (status) {
@@ -55,7 +55,7 @@ std::vector<unsigned char> MusicCode(int status)
     }
 }
 
-/// The station's code of a call state: no byte for one that has none.
+/// The station's code of a call state; empty for a state without one.
 std::vector<unsigned char> CallCode(int state)
 {
     // WIRE: 2 and 3 are swapped.
@@ -129,7 +129,7 @@ std::span<const Command> KYRAutoTest::BTCommands()
          [](KYRAutoTest& engine, Params) {
              const int ret = engine.m_BtCom.DeletePairDeviceList();
              KYR_LOG_INFO("HandleBTCommands, DeletePairDeviceList, ret = %d", ret);
-             // WIRE: answered under the tuner's group; the end of the deletion is told under this one.
+             // WIRE: the answer stands under the tuner's group; the notice at the end of the deletion stands under this one.
              Reply(kTuner, 0x08, {static_cast<unsigned char>(ret)});
          }},
         {0x0B, 1, "set capability 0",
@@ -206,7 +206,7 @@ void KYRAutoTest::OnAnswerPairRequest(const std::string&, const std::string&, in
     if (!m_bIsAutoTestMode || nType != 0)
         return;
     std::printf("OnAnswerPairRequest, pairState = %d\n", eState);
-    // The adapter knows which request is meant, so that no device is named.
+    // The adapter knows the request, so the answer names no device.
     if (eState == KYRBtType::PAIR_REQUESTED)
         m_BtCom.AnswerPair("", "", KYRBtType::PAIR_REQUESTED);
 }

@@ -1,5 +1,5 @@
-// Provisions the Bluetooth controller's address: its persistent store is a text file, whose line 2 holds the address as
-// key 0001.
+// Provisions the Bluetooth controller's address. The controller's persistent store is a text file; its line 2 holds the
+// address as key 0001.
 
 #include <sys/stat.h>
 
@@ -26,14 +26,14 @@ bool IsControlCharacter(unsigned char c)
     return c < 0x20 || c == 0x7F;
 }
 
-/// @returns whether something is there that cannot be the store: to copy the default onto a pipe would never end.
+/// @returns whether the path names something other than a file. A copy of the default onto a pipe would never end.
 bool IsNotAFile(const std::string& strPath)
 {
     struct stat status = {};
     return stat(strPath.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
-/// The name that belonged to the old address.
+/// The stored device name belongs to the old address.
 void RemoveStaleName()
 {
     const std::string strPath = PersistentPath(kNameFile);
@@ -75,10 +75,10 @@ std::string StoreLine(std::string_view address)
 void KYRAutoTest::SaveBtMacAddress(const unsigned char* param, int param_len)
 {
     if (param_len < kAddressLength) {
-        KYR_LOG_ERROR("[SaveBtMacAddress] %d characters are no address, %d are needed", param_len, kAddressLength);
+        KYR_LOG_ERROR("[SaveBtMacAddress] address: expected %d characters, got %d", kAddressLength, param_len);
         return;
     }
-    // A line end among them would give the store another line.
+    // A line end would add a line to the store.
     if (std::any_of(param, param + kAddressLength, IsControlCharacter)) {
         KYR_LOG_ERROR("[SaveBtMacAddress] the address contains a control character, nothing is written");
         return;

@@ -306,9 +306,9 @@ TEST_F(BtAddressTest, OfFewerThanTwelveCharactersIsRefusedBeforeAnyFileIsTouched
     provision("0");
     provision("0002F5A1B2C");
 
-    EXPECT_THAT(log.errors(), ElementsAre("ERROR [SaveBtMacAddress] 0 characters are no address, 12 are needed",
-                                          "ERROR [SaveBtMacAddress] 1 characters are no address, 12 are needed",
-                                          "ERROR [SaveBtMacAddress] 11 characters are no address, 12 are needed"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR [SaveBtMacAddress] address: expected 12 characters, got 0",
+                                          "ERROR [SaveBtMacAddress] address: expected 12 characters, got 1",
+                                          "ERROR [SaveBtMacAddress] address: expected 12 characters, got 11"));
     EXPECT_THAT(calls(), IsEmpty());
     EXPECT_EQ(content(kStore), "// keys\n&0001 = 0000 0000 0000 0000\n&01f6 = 0014\n");
     EXPECT_TRUE(fs::exists(path(kName)));

@@ -13,7 +13,7 @@ constexpr int kReportedLightType = 1;
 
 }  // namespace
 
-// Switches only from the opposite status, so that a repeated request does no harm.
+// Switches only from the opposite status: a repeated request must not do harm.
 void KYRAutoTest::SwitchPowerModeFrom(int nExpectedStatus, int nMode)
 {
     if (m_PowerService == nullptr) {

@@ -7,7 +7,7 @@
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleEQCommands"
 
-// What sets something goes to the HMI, which applies it as for its user; what reads something back asks the audio
+// Commands that set something go to the HMI, which applies them as for its user. Commands that read ask the audio
 // service.
 
 namespace {
@@ -55,7 +55,7 @@ std::span<const Command> KYRAutoTest::EQCommands()
          }},
         {0x18, 0, "check EQ switch",
          [](KYRAutoTest& engine, Params) {
-             // WIRE: what 0x17 stored, whether or not the HMI applied it; 1 before the first.
+             // WIRE: the value that 0x17 stored, even if the HMI did not apply it; 1 before the first.
              KYR_LOG_DEBUG("HandleEQCommands, check EQ switch on = %d", engine.m_nEqSwitch);
              Reply(kEq, 0x18, {static_cast<unsigned char>(engine.m_nEqSwitch)});
          }},

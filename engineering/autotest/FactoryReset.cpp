@@ -1,4 +1,4 @@
-// A factory reset deletes this service's log files and tells the station. The identity records stay.
+// A factory reset deletes this service's log files and sends the station a notice. The identity records stay.
 
 #include <sys/wait.h>
 
@@ -15,7 +15,7 @@ namespace {
 constexpr const char* kLogFiles = "/perm_data/log/log_engineering*";
 constexpr unsigned char kFactoryResetNotice = 0x13;
 
-/// Each reset has its own words for the failure.
+/// Each of the two resets words the failure differently.
 void DeleteLogs(const char* pFailureText)
 {
     if (KYR_RemoveFile(PersistentPath(kLogFiles).c_str(), 1) == 0) {
@@ -47,7 +47,7 @@ void KYRAutoTest::OnU6PersistAutoFactoryResetMode()
         DeleteLogs("KYR_RemoveFile /perm_data/log/log_engineering*, Failed!!!");
 }
 
-// WIRE: the station is told in every mode.
+// WIRE: the notice goes out in every mode.
 void KYRAutoTest::OnFactoryResetMode()
 {
     SendFactoryResetNotice();

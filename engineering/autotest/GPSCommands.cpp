@@ -55,7 +55,7 @@ std::span<const Command> KYRAutoTest::GPSCommands()
              KYRSystemMisc* const misc = KYR_GetSystemMiscProxy();
              if (misc == nullptr)
                  KYR_LOG_ERROR("HandleGPSCommands, no system-misc proxy, the antenna counts as 0");
-             // WIRE: the state as it is, unlike the tuner's antennas.
+             // WIRE: the state unchanged, unlike the tuner's antennas.
              const int state = misc != nullptr ? misc->GetGpsAntState() : 0;
              Reply(kGps, 0x0B, {static_cast<unsigned char>(state)});
          }},
@@ -78,8 +78,8 @@ void KYRAutoTest::OnAASatinfoChange(const _GpsSatelliteData& data)
     m_Satellites.m_iStarNumberInView = std::min(data.nCount, static_cast<int>(kMaxSatellites));
     if (data.nCount < 0)
         return;
-    // WIRE: the signals are sorted without their numbers; the station reads the strongest first, whose it is does not
-    //       matter to it.
+    // WIRE: the signals are sorted, the numbers are not. The station reads the strongest signal first, and does not care
+    //       which satellite sent it.
     const int count = m_Satellites.m_iStarNumberInView;
     std::copy_n(std::begin(data.nNumber), count, m_Satellites.number.begin());
     std::copy_n(std::begin(data.nSignal), count, m_Satellites.signal.begin());

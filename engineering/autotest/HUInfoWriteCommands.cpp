@@ -15,8 +15,8 @@ constexpr char kSeparator = ':';
 
 }  // namespace
 
-// The password's reader logs under the factory serial's tag, as it always has.
-// WIRE: a missing CarPlay record is answered under the password's code 0F.
+// The password's reader logs under the factory serial's tag: service engineers search for it.
+// WIRE: the reply for a missing CarPlay record has the password's code 0F.
 const IdentityRecord kFactorySerialNum = {
     "factory_serial_num", "SaveFactorySerialNum", "FeedBackFactorySerialNum", "str_SN", 0x03, 0x03, false};
 const IdentityRecord kProductionDate = {

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// What the echo commands answer: the first parameter byte, or nothing.
+/// The parameters of an echo command's answer: the first parameter byte, or nothing.
 std::vector<unsigned char> FirstOrNone(Params params)
 {
     return {params.begin(), params.begin() + (params.empty() ? 0 : 1)};
@@ -57,7 +57,7 @@ std::span<const Command> KYRAutoTest::HardKeyAndDisplayCommands()
                  files->ClearUserData();
              else
                  KYR_LOG_ERROR("HandleHardKeyAndDisplay, no file manager, user data not cleared");
-             // A second request while the restart is pending does not put it off.
+             // A second request does not delay a pending restart.
              if (engine.IsNormalTimerActive(kRestartTimer) == 0)
                  engine.StartNormalTimer(kRestartTimer, kRestartDelay, TIMER_TENTHS_OF_SECOND, LOOP_ONCE);
          }},

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// @returns a version by its position in the platform's record, empty when it cannot be had.
+/// @returns a version by its position in the platform's record; empty without the proxy.
 std::string Version(std::size_t nField)
 {
     SystemInfo::VersionInfo info;

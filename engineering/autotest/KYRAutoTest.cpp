@@ -109,7 +109,7 @@ void KYRAutoTest::OnTimerHandleFunc(int id)
     if (KYRPower* const pPower = KYR_GetSystemPowerProxy())
         pPower->RestartSystem();
     else
-        KYR_LOG_ERROR("no power proxy, the unit is not restarted");
+        KYR_LOG_ERROR("no power proxy, the unit does not restart");
 }
 
 void KYRAutoTest::Run(std::span<const Command> commands, unsigned char cmd_two, unsigned char* param, int param_len)

@@ -26,13 +26,13 @@
 class KYRAutoTest;
 struct IdentityRecord;
 
-/// A request's parameter bytes. They belong to the receive path and are gone after the command.
+/// A request's parameter bytes. They belong to the receive path, which reuses them after the command.
 using Params = std::span<const unsigned char>;
 
-/// One command of a group. The tables of these are the only list of what the station may ask.
+/// One command of a group. The tables are the only list of commands.
 struct Command {
     unsigned char code;     // cmd_two
-    std::size_t minParams;  // with fewer parameter bytes the command is ignored
+    std::size_t minParams;  // the engine ignores a command with fewer parameter bytes
     const char* name;
     void (*action)(KYRAutoTest& engine, Params params);
 };
@@ -52,7 +52,7 @@ constexpr bool CodesAscend(std::span<const Command> commands)
 /// KYRSingleton<KYRAutoTest>.
 ///
 /// Commands arrive on the UART adapter's delivery thread, one at a time; events on the platform's listener and timer
-/// threads; key reports on the D-Bus thread. What more than one of them touches is atomic or guarded.
+/// threads; key reports on the D-Bus thread. Members that several threads use are atomic or guarded.
 class KYRAutoTest : public IKYRAppListener,
                     public IKYRU6PersistListener,
                     public IKYRCarPlayListener,
@@ -68,17 +68,17 @@ class KYRAutoTest : public IKYRAppListener,
                     public IKYRDeviceAppListener
 {
 public:
-    /// Registers as listener of every service that is there and makes sure that the directory of the identity
-    /// records exists. Events may arrive before it returns.
+    /// Registers as listener of every service that exists. Creates the directory of the identity records if it is
+    /// missing. Events may arrive before it returns.
     KYRAutoTest();
 
-    /// Leaves no listener list: the engine outlives every service, and ends with the process.
+    /// Stays in the listener lists: the engine lives as long as the process.
     ~KYRAutoTest() override;
 
     // ---- dispatcher ----
 
-    /// A good frame from the station. Group 15 is always served; every other one, and the re-publication on D-Bus,
-    /// only while auto-test mode is on.
+    /// A good frame from the station. Always serves group 15. Serves every other group, and publishes the frame on
+    /// D-Bus, only while auto-test mode is on.
     void HandleAutoTestCommands(unsigned char cmd_one, unsigned char cmd_two, unsigned char* param, int param_len);
 
     // ---- command groups: each one's handler and table stand in its own file, <Group>Commands.cpp ----
@@ -166,18 +166,18 @@ public:
 
     // ---- key reports ----
 
-    /// Reports a key to the station, while it has switched key reports on. Any thread.
+    /// Reports a key to the station, if it has switched key reports on. Any thread.
     void FeedBackKeyEvent(E_KeyVKey key, E_KeyStatus status);
 
-    /// @returns the station's code of a key, 0xFF for one that it does not know.
+    /// @returns the station's code of a key, 0xFF for an unknown key.
     unsigned char ChangeKeyTypeToAutoTestKey(E_KeyVKey key);
 
     // ---- sources ----
 
-    /// @returns the platform's source for the station's number of it, SOURCE_NONE when there is none.
+    /// @returns the platform's source for the station's number, SOURCE_NONE for a number without one.
     KYRSource::SourceID ChangeSourceID(unsigned char test_id);
 
-    /// @returns the station's number for a source of the platform, 0 when it has none.
+    /// @returns the station's number for a source of the platform, 0 for a source without one.
     unsigned char ChangeSourcrMgrSourceID(KYRSource::SourceID source_id);
 
     // ---- identity records; each change is followed by a sync ----
@@ -197,24 +197,24 @@ public:
     void FeedBackProductionDate();
 
     /// Writes the Bluetooth address into the controller's persistent store.
-    /// @param param the address as hexadecimal characters, most significant first; the first 12 count, with fewer
-    ///   nothing is done, nor with a control character among them
+    /// @param param the address as hexadecimal characters, most significant first. Only the first 12 count. Does
+    ///   nothing for fewer, or if one of them is a control character.
     void SaveBtMacAddress(const unsigned char* param, int param_len);
 
-    // ---- line-oriented files of at most 1 MiB; paths as they are, no root is put in front ----
+    // ---- line-oriented files of at most 1 MiB; the root is not put in front of the paths ----
 
-    /// @returns the number of lines, a last one without line end included; 0 when the file cannot be read or is longer.
+    /// @returns the number of lines, a last line without line end included; 0 if the file is unreadable or longer.
     int CountLines(std::string path);
 
-    /// Copies a text file. The destination is emptied even when the source cannot be read.
-    /// @returns whether all of it was copied.
+    /// Copies a text file. Empties the destination even if the source is unreadable.
+    /// @returns whether the copy is complete.
     bool CopyFile(std::string src, std::string dst);
 
-    /// Replaces line `line_no`, counted from 1, by `new_text` and a line end. Refuses a line that is not there, and
-    /// leaves the file alone when no backup of it can be made. The backup "/media/backup.txt" stays.
+    /// Replaces line `line_no`, counted from 1, by `new_text` and a line end. Refuses a missing line. Leaves the file
+    /// unchanged if it cannot make a backup. The backup "/media/backup.txt" stays.
     void ResetLineContents(std::string path, int line_no, std::string new_text);
 
-    // ---- connections to the services; 1 when connected, 0 when the platform has none ----
+    // ---- connections to the services; 1 if connected, 0 without the service ----
 
     int InitPowerService();
     int InitPersistService();
@@ -247,7 +247,7 @@ public:
     void OnAASatinfoChange(const _GpsSatelliteData& data) override;
     void OnAALocationChange(const _LocationData& data) override;
 
-    /// Restarts the unit after the hard-key group has put its settings back.
+    /// Restarts the unit after the hard-key group has restored its settings.
     static constexpr int kRestartTimer = 20;
     static constexpr int kRestartDelay = 10;  // tenths of a second
 
@@ -262,7 +262,7 @@ private:
     static void Reply(GroupCode group, unsigned char cmd_two, std::vector<unsigned char> params);
     static void ReplyText(GroupCode group, unsigned char cmd_two, const std::string& text);
 
-    /// Tells the station that a factory reset is under way.
+    /// Tells the station that a factory reset has begun.
     static void SendFactoryResetNotice();
 
     std::string BtAttribute(KYRBtType::Attribute attribute);
@@ -273,8 +273,7 @@ private:
     void FeedBackRecord(const IdentityRecord& record);
     void ReplyPresence(unsigned char cmd_two, const IdentityRecord& record);
 
-    /// Fills the hardware address of the first USB network interface that is up; leaves `mac` as it is without one.
-    /// @returns what getifaddrs() returned.
+    /// FindUsbInterfaceMac() of NetworkInterfaces.h.
     static int GetUsbInterfaceMac(std::array<unsigned char, 6>& mac);
 
     static constexpr std::size_t kMaxSatellites = 20;
@@ -283,7 +282,7 @@ private:
     struct Satellites {
         int m_iStarNumberInView = 0;
         std::array<int, kMaxSatellites> number{};
-        std::array<int, kMaxSatellites> signal{};  // strongest first, so not in the order of `number`
+        std::array<int, kMaxSatellites> signal{};  // strongest first, not in the order of `number`
     };
 
     struct Position {
@@ -316,23 +315,22 @@ private:
     unsigned char m_iFlag = 0;
     unsigned char m_ucStatusFlag = 0;
 
-    // The platform's, null where it has none; set by the constructor.
+    // The platform's services, null if missing; set by the constructor.
     KYRPower* m_PowerService = nullptr;
     KYRAudio* m_AudioService = nullptr;
     KYRMediaPlayer* m_MediaPlayer = nullptr;
     KYRTuner* m_TuerService = nullptr;
 
-    // Last: their events need all of the above.
+    // Last, because their events need the members above.
     KYRBtCom m_BtCom{this};
     KYRBtPhone m_BtPhone;
     KYRBtMedia m_BtMedia;
 };
 
-/// Appends the pieces of `text` between the separators to `pieces`. Blanks and tabs at the beginning of a piece are
-/// left out, but not those of the last one. A separator at the end makes no empty piece behind it; an empty separator
-/// separates nothing.
+/// Appends the pieces of `text` between the separators to `pieces`. Removes blanks and tabs at the beginning of every
+/// piece but the last. A separator at the end adds no empty piece; an empty separator separates nothing.
 void splitString(std::vector<std::string>& pieces, const std::string& text, const std::string& separator);
 
 /// Runs a shell command and waits for it.
-/// @returns 1 when it ran and exited with status 0, else 0; the log says why.
+/// @returns 1 if it ran and exited with status 0, else 0; the log says why.
 unsigned int SystemCall(const char* command);

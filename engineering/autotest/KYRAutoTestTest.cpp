@@ -131,7 +131,7 @@ TEST_F(EngineStartTest, Timer20WithoutAPowerProxyIsLogged)
     engine().OnTimerHandleFunc(20);
 
     EXPECT_THAT(calls(), IsEmpty());
-    EXPECT_THAT(log.errors(), ElementsAre("ERROR no power proxy, the unit is not restarted"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR no power proxy, the unit does not restart"));
 }
 
 }  // namespace

@@ -39,6 +39,6 @@ void KYRAutoTest::FeedBackKeyEvent(E_KeyVKey key, E_KeyStatus status)
 
 unsigned char KYRAutoTest::ChangeKeyTypeToAutoTestKey(E_KeyVKey key)
 {
-    const auto nIndex = static_cast<std::size_t>(key);  // a negative one is beyond the table, too
+    const auto nIndex = static_cast<std::size_t>(key);  // a negative key is beyond the table, too
     return nIndex < kKeyCodes.size() ? kKeyCodes[nIndex] : kUnknownKey;
 }

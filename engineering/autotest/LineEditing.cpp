@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kBackupFile = "/media/backup.txt";
 
-/// What a file may hold that is counted, copied or edited: it is held in memory.
+/// The largest file that is counted, copied or edited: the whole file stands in memory.
 constexpr std::size_t kMaxSize = 1 << 20;
 
 int LinesIn(const std::string& strText)
@@ -21,7 +21,7 @@ int LinesIn(const std::string& strText)
     return static_cast<int>(std::ranges::count(strText, '\n')) + (bOpenEnd ? 1 : 0);
 }
 
-/// @param line_no one that is there
+/// @param line_no an existing line
 void ReplaceLine(std::string& strText, int line_no, const std::string& new_text)
 {
     std::size_t nBegin = 0;

@@ -8,7 +8,7 @@
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleMediaCommands"
 
-// The HMI carries all of it out. It reports track indices later, through D-Bus; the group itself never answers.
+// The HMI carries these commands out and reports track indices later, through D-Bus. The group itself never answers.
 
 std::span<const Command> KYRAutoTest::MediaCommands()
 {
@@ -34,7 +34,7 @@ std::span<const Command> KYRAutoTest::MediaCommands()
          }},
         {0x02, 1, "play action 4 or 3",
          [](KYRAutoTest&, Params params) {
-             // WIRE: the other way round than 0x00: the lower byte selects the higher action.
+             // WIRE: the reverse of 0x00: the lower byte selects the higher action.
              if (params[0] == 0)
                  emit_on_auto_test_media_play_action_signal(MEDIA_TYPE_1, MEDIA_PLAY_ACTION_4);
              else if (params[0] == 1)
@@ -45,7 +45,7 @@ std::span<const Command> KYRAutoTest::MediaCommands()
         {0x0A, 2, "select track, type 3",
          [](KYRAutoTest&, Params params) {
              KYR_LOG_DEBUG("HandleMediaCommands, param[1] = %d", params[1]);
-             // WIRE: forwarded as it comes, unlike 0x01; 0 selects nothing here, either.
+             // WIRE: forwarded unchanged, unlike 0x01; 0 selects nothing here either.
              if (params[1] != 0)
                  emit_on_auto_test_media_select_track_signal(MEDIA_TYPE_3, params[1]);
          }},

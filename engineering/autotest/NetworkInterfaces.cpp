@@ -34,7 +34,7 @@ Interfaces ListInterfaces()
     return interfaces;
 }
 
-/// @returns the entry's address when it belongs to an interface that is up and leads outside, else null.
+/// @returns the entry's address if its interface is up and is not a loopback, else null.
 const sockaddr* UsableAddress(const ifaddrs& entry, int nFamily)
 {
     const bool bUsable = (entry.ifa_flags & IFF_UP) != 0 && (entry.ifa_flags & IFF_LOOPBACK) == 0;

@@ -5,17 +5,17 @@
 #include <array>
 #include <string>
 
-/// How the interfaces are listed and the list is freed: getifaddrs() and freeifaddrs(), which tests replace.
+/// The functions that list the interfaces and free the list: getifaddrs() and freeifaddrs(). Tests replace them.
 struct InterfaceList {
     int (*get)(ifaddrs** list);
     void (*free)(ifaddrs* list);
 };
 extern InterfaceList g_InterfaceList;
 
-/// @returns the IPv4 address of the first wireless interface that is up, as dotted text; empty when there is none.
+/// @returns the IPv4 address of the first wireless interface that is up, as dotted text; empty without one.
 std::string GetWiFiInterfaceIP();
 
-/// Fills the hardware address of the first USB network interface ("usb0...") that is up; leaves `mac` as it is when
-/// there is none.
-/// @returns what getifaddrs() returned.
+/// Fills in the hardware address of the first USB network interface ("usb0...") that is up. Leaves `mac` unchanged
+/// without one.
+/// @returns the result of getifaddrs().
 int FindUsbInterfaceMac(std::array<unsigned char, 6>& mac);

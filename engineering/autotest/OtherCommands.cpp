@@ -31,7 +31,7 @@ std::span<const Command> KYRAutoTest::OtherCommands()
                  return;
              const KYRSource::SourceID source = KYRSource::GetCurrentSource(KYRSource::SOURCE_TYPE_MAIN);
              KYR_LOG_DEBUG("HandleOtherCommands, bg_source = %d", source);
-             // The HMI plays /media/usbstorage0/Aging_test_1kHz.mp3 by itself once that source is active.
+             // When that source becomes active, the HMI plays /media/usbstorage0/Aging_test_1kHz.mp3.
              if (source != KYRSource::SOURCE_USB_MEDIA)
                  KYRSource::Request(KYRSource::SOURCE_USB_MEDIA, KYRSource::AUDIO_GAIN_DEFAULT);
          }},

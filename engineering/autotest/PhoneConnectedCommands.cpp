@@ -27,7 +27,7 @@ std::string MacText(const Mac& mac, const char* separator)
     return strText;
 }
 
-/// WIRE: compared as text: a record in lower case never matches.
+/// WIRE: compares texts, so a record in lower case never matches.
 bool IsStoredCarPlayMac(const std::string& strMac)
 {
     const std::string strPath = IdentityRecordPath(kCarPlayMacAddress);

@@ -1,6 +1,6 @@
-// What the platform's services tell the engine. Most of it is stored for a command group to report, in every mode, so
-// that the values are current when the station switches auto-test mode on. The GPS and Bluetooth groups' own events
-// stand in those groups' files, the factory resets in FactoryReset.cpp.
+// Events of the platform's services. The engine stores most values in every mode, so that they are current when the
+// station switches auto-test mode on and a command group reports them. The events of the GPS and Bluetooth groups stand
+// in the files of those groups, the factory resets in FactoryReset.cpp.
 
 #include "engineering/autotest/KYRAutoTest.h"
 #include "engineering/base/Log.h"

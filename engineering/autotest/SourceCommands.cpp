@@ -8,7 +8,7 @@
 
 namespace {
 
-// WIRE: the two tables are no inverses of each other: sources 6 and 14 report as 18 and 16, which cannot be requested.
+// WIRE: the tables are not inverses: sources 6 and 14 report as 18 and 16, which the station cannot request.
 
 /// The platform's source by the station's number, which counts from 1.
 constexpr std::array<int, 19> kSourceIds = {1, 0, 0, 3, 0, 0, 16, 9, 10, 25, 30, 0, 7, 0, 0, 0, 0, 0, 44};
@@ -27,7 +27,7 @@ constexpr auto kTestIds = [] {
 
 KYRSource::SourceID KYRAutoTest::ChangeSourceID(unsigned char test_id)
 {
-    const std::size_t nIndex = test_id - std::size_t{1};  // 0 is beyond the table, too
+    const std::size_t nIndex = test_id - std::size_t{1};  // for 0 beyond the table, too
     return nIndex < kSourceIds.size() ? static_cast<KYRSource::SourceID>(kSourceIds[nIndex]) : KYRSource::SOURCE_NONE;
 }
 
@@ -43,7 +43,7 @@ std::span<const Command> KYRAutoTest::SourceCommands()
         // cmd_two, least number of parameters, name, action
         {0x00, 1, "set source",
          [](KYRAutoTest& engine, Params params) {
-             // A number without a source requests source 0: the source manager is to refuse it.
+             // A number without a source requests source 0, which the source manager refuses.
              const KYRSource::SourceID source_id = engine.ChangeSourceID(params[0]);
              KYR_LOG_DEBUG("[HandleSourceCommands], source_id = %d", source_id);
              if (KYRSource::Request(source_id, KYRSource::AUDIO_GAIN_DEFAULT) != 1)

@@ -138,7 +138,7 @@ TEST_F(SourceCommandsTest, WithoutASourceManagerTheRequestFailsAndNoSourceIsCurr
     EXPECT_THAT(station.replies(), ElementsAre("80 01 [00]"));
 }
 
-// WIRE: the two tables are no inverses of each other.
+// WIRE: the two tables are not inverses.
 TEST_F(SourceCommandsTest, SourcesSixAndFourteenReportNumbersThatCannotBeRequested)
 {
     startInTestMode();

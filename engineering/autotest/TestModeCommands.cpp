@@ -8,7 +8,7 @@ namespace {
 
 }  // namespace
 
-// The dispatcher answers 0x01 itself.
+// The dispatcher answers 0x01.
 std::span<const Command> KYRAutoTest::TestModeCommands()
 {
     static constexpr auto kCommands = std::to_array<Command>({
@@ -20,7 +20,7 @@ std::span<const Command> KYRAutoTest::TestModeCommands()
                  emit_on_auto_test_mode_changed_signal(engine.m_bIsAutoTestMode ? 1 : 0);
              }
              std::printf("[auto test]HandleTestMode, m_bIsAutoTestMode = %d", engine.m_bIsAutoTestMode ? 1 : 0);
-             // WIRE: the byte comes back as it was sent, also one that switched the mode off; without one, none.
+             // WIRE: the byte comes back unchanged, even if it switched the mode off. Without a byte the reply is empty.
              Reply(kTestMode, 0x00, {params.begin(), params.begin() + (params.empty() ? 0 : 1)});
          }},
         {0xFF, 0, "get test mode",

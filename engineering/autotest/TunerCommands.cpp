@@ -10,7 +10,7 @@
 
 namespace {
 
-// WIRE: the two mappings are no inverses: codes 2 to 4 select a band that reports nothing.
+// WIRE: the two mappings are not inverses: codes 2 to 4 select a band that has no code.
 
 /// The band that the station's code selects.
 KYRTuner::BandID BandOfCode(unsigned char code)
@@ -20,7 +20,7 @@ KYRTuner::BandID BandOfCode(unsigned char code)
     return code < std::size(kBands) ? kBands[code] : KYRTuner::BAND_4;
 }
 
-/// The station's code of a band: no byte for a band that has none.
+/// The station's code of a band; empty for a band without one.
 std::vector<unsigned char> CodeOfBand(KYRTuner::BandID band)
 {
     switch (band) {
@@ -86,7 +86,7 @@ std::span<const Command> KYRAutoTest::TunerCommands()
          }},
         {0x03, 0, "get band",
          [](KYRAutoTest& engine, Params) {
-             // WIRE: the one command that answers without a tuner: an empty reply says that there is none.
+             // WIRE: the only command that answers without a tuner; the reply is then empty.
              KYRTuner* const tuner = engine.TunerOrLog();
              const KYRTuner::BandID band = tuner != nullptr ? tuner->GetCurrentBand() : KYRTuner::BAND_4;
              Reply(kTuner, 0x03, CodeOfBand(band));

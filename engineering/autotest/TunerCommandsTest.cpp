@@ -198,7 +198,7 @@ TEST_F(TunerCommandsTest, ASwitchedBandIsReadBack)
     EXPECT_THAT(station.replies(), ElementsAre("82 03 [01]", "82 03 [05]"));
 }
 
-// WIRE: the band mappings are no inverses.
+// WIRE: the band mappings are not inverses.
 TEST_F(TunerCommandsTest, CodesTwoToFourSelectABandThatReportsNothing)
 {
     startInTestMode();

@@ -31,7 +31,7 @@ void BusBacklog::Watch(GDBusConnection* pConnection)
 bool BusBacklog::Admit()
 {
     std::unique_lock lock(m_mutex);
-    // A connection that is closed takes no signal and so queues none.
+    // A closed connection queues nothing.
     if (m_pConnection == nullptr || g_dbus_connection_is_closed(m_pConnection))
         return true;
     while (!m_bStopped && m_nQueued >= kLimit) {
@@ -55,7 +55,7 @@ bool BusBacklog::Admit()
 // Runs on GDBus's own thread, for every message of the connection, just before an outgoing one is written.
 GDBusMessage* BusBacklog::OnMessage(GDBusConnection*, GDBusMessage* pMessage, gboolean bIncoming, gpointer pSelf)
 {
-    // The connection is the process's shared one: others may send on it, too.
+    // The process shares the connection: others may send on it, too.
     if (!bIncoming && g_dbus_message_get_message_type(pMessage) == G_DBUS_MESSAGE_TYPE_SIGNAL &&
         g_strcmp0(g_dbus_message_get_interface(pMessage), kInterface) == 0)
         static_cast<BusBacklog*>(pSelf)->OnTaken();
@@ -68,7 +68,7 @@ void BusBacklog::OnTaken()
     unsigned int nDropped = 0;
     {
         const std::lock_guard lock(m_mutex);
-        m_nQueued = std::max(m_nQueued - 1, 0);  // one may have been sent before the counting began
+        m_nQueued = std::max(m_nQueued - 1, 0);  // a signal may have left before the counting began
         ++m_nTaken;
         if (m_bStopped && m_nQueued <= kLimit / 2) {
             m_bStopped = false;
@@ -87,7 +87,7 @@ GVariant* gvariant_data_build(const unsigned char* bytes, int length)
     return g_variant_new_variant(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes, count, sizeof(guchar)));
 }
 
-// The generated function refuses a skeleton that is null, before the bus has been acquired.
+// Before the bus has been acquired the skeleton is null. The generated function refuses it.
 
 void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two, const unsigned char* param,
                                    unsigned int param_size)
@@ -98,7 +98,7 @@ void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two,
         return;
     const std::size_t count = std::min<std::size_t>(param_size, kSignalParams);
     GVariant* const data = g_variant_ref_sink(gvariant_data_build(param, static_cast<int>(count)));
-    // WIRE: of the count only the low 8 bits travel.
+    // WIRE: the signal carries only the low 8 bits of the count.
     com_zent_linux_engineering_emit_uart_data_changed_signal(pSkeleton, cmd_one, cmd_two, data,
                                                              static_cast<guchar>(param_size));
     g_variant_unref(data);

@@ -8,24 +8,24 @@
 #include <condition_variable>
 #include <mutex>
 
-/// Bounds what GDBus keeps in memory. GDBus queues every signal until the bus takes it, without a limit: a station at
-/// full speed before a slow or stopped bus would fill the memory. The backlog counts the signals under way, slows the
-/// sender while the bus is slower than it, and has signals dropped while the bus takes nothing.
+/// Bounds what GDBus keeps in memory. GDBus queues every signal until the bus reads it, without a limit: a station at
+/// full speed and a slow or stopped bus would fill the memory. The backlog counts the queued signals. It slows the
+/// sender while the bus is slower, and drops signals while the bus reads nothing.
 class BusBacklog
 {
 public:
-    /// Signals that may be under way; at some 2 kB each in GDBus.
+    /// Signals that may be queued; each takes some 2 kB in GDBus.
     static constexpr int kLimit = 1024;
 
-    /// How long a sender waits for the bus to take a signal before the bus counts as stopped. With what a frame takes
-    /// anyway, the station waits less than a tenth of a second for it.
+    /// How long a sender waits for the bus to read a signal before the bus counts as stopped. Including the time for the
+    /// frame itself, the station waits less than a tenth of a second.
     static constexpr std::chrono::milliseconds kPatience{80};
 
-    /// Begins to count what `pConnection` sends, which outlives this object's use. Called once.
+    /// Begins to count the signals of `pConnection`, which outlives this object's use. Called once.
     void Watch(GDBusConnection* pConnection);
 
-    /// Asks leave to send one signal on the watched connection; any thread but GDBus's own.
-    /// @returns false when it is to be dropped because the bus takes none.
+    /// Reserves a place for one signal on the watched connection; any thread but GDBus's own.
+    /// @returns false if the caller must drop the signal because the bus reads none.
     bool Admit();
 
 private:

@@ -2,7 +2,7 @@
 
 #include "KYRConfig.h"
 
-/// Look-ups that do without a configuration: no key has a value then.
+/// Look-ups for platforms with and without a configuration. Without one, no key has a value.
 
 inline constexpr const char* kOpenDebugKey = "/engineering/open_debug";
 inline constexpr const char* kEnableCpTestKey = "/system/enable_cp_test";
@@ -14,7 +14,7 @@ inline bool ConfigFlag(const char* pKey)
     return pConfigs != nullptr && pConfigs->GetBool(pKey) != 0;
 }
 
-/// @returns empty when there is no such text.
+/// @returns the text, empty if the key has none.
 inline std::string ConfigText(const char* pKey)
 {
     std::string strText;

@@ -4,13 +4,13 @@
 
 #include "KYRMutex.h"
 
-/// The process's one instance of T, created on first use and never destroyed but by DestroyInstance().
+/// The process's one instance of T, created on first use. Only DestroyInstance() destroys it.
 template <class T>
 class KYRSingleton
 {
 public:
-    /// Any thread. The first call constructs the instance while others wait; what the constructor throws passes
-    /// through, and the next call tries again.
+    /// Any thread. The first call constructs the instance while others wait. If the constructor throws, the caller gets
+    /// the exception, and the next call tries again.
     static T* GetInstance()
     {
         if (T* const pInstance = ms_pSingleton.load(std::memory_order_acquire))
@@ -21,7 +21,7 @@ public:
         return ms_pSingleton.load(std::memory_order_relaxed);
     }
 
-    /// Destroys the instance, if there is one; the next GetInstance() makes a new one. Nobody may be using it.
+    /// Destroys the instance, if there is one; the next GetInstance() makes a new one. The instance must not be in use.
     static void DestroyInstance()
     {
         KYRAutoLock lock(ms_cs);

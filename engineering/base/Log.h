@@ -1,6 +1,6 @@
 // The function that a log line names. A file that logs in lambdas, such as the rows of a command table, defines it anew
 // as its handler's name, since a lambda's own name, operator(), says nothing. Every file that includes this header
-// begins with the default, even if several files are compiled as one: therefore there is no include guard here.
+// begins with the default, even if several files are compiled as one: this part of the header has no include guard.
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION __func__
 

@@ -17,8 +17,7 @@ inline std::atomic<void (*)(unsigned char cmd_one, unsigned char cmd_two, std::v
 // call them at any time; without a bus nothing is sent. A bus that does not take signals delays the caller once, by a
 // moment; then signals are dropped until it does.
 
-/// A frame has come from the station. Parameters beyond 256 bytes do not travel, and of their number only the low
-/// 8 bits.
+/// The station has sent a frame. The signal carries at most 256 parameter bytes, and only the low 8 bits of their number.
 void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two, const unsigned char* param,
                                    unsigned int param_size);
 
@@ -30,7 +29,7 @@ void emit_on_auto_test_get_media_track_signal(MEDIA_TYPE media_type);
 
 void emit_on_auto_test_volume_change_signal(unsigned char volume);
 
-/// Sends OnAutoTestModeChangeSignal; the number travels as the truth value.
+/// Sends OnAutoTestModeChangeSignal with the number as its truth value.
 void emit_on_auto_test_mode_changed_signal(int is_auto_test_mode);
 
 void emit_on_auto_test_set_fader_balance_signal(unsigned char fader_value, unsigned char balance_value);

@@ -4,29 +4,29 @@
 #include <string>
 #include <string_view>
 
-/// Whole files on the persistent partition. Nothing but regular files is opened, and no open waits: a pipe in a file's
-/// place would hold up the station's line.
+/// Whole files on the persistent partition. These functions open regular files only and never wait: a pipe in a file's
+/// place would block the station's line.
 
 enum class FileRead {
     kComplete,
-    kFailed,   ///< not there, not readable, or not a regular file
-    kTooLong,  ///< longer than asked for
+    kFailed,   ///< missing, not readable, or not a regular file
+    kTooLong,  ///< longer than the limit
 };
 
 /// Reads a file.
-/// @param text becomes the file's content; empty unless all of it was read
+/// @param text becomes the file's content; empty unless the whole file was read
 /// @param nLimit bytes that the file may have
 FileRead ReadPersistentFile(const std::string& path, std::size_t nLimit, std::string& text);
 
 enum class FileWritten {
     kComplete,
-    kNotOpened,   ///< cannot be opened or made, or is not a regular file; what is there is as it was
-    kIncomplete,  ///< the beginning of the text, if anything
+    kNotOpened,   ///< cannot be opened or created, or is not a regular file; what exists is unchanged
+    kIncomplete,  ///< the file holds the beginning of the text, or nothing
 };
 
-/// Truncates a file and writes it, all of `text`. A file that is not there is made for its owner to write and its group
-/// to read; a stricter umask holds. What is there keeps its mode.
+/// Truncates a file and writes all of `text`. Creates a missing file, which its owner may write and its group read; a
+/// stricter umask applies. An existing file keeps its mode.
 FileWritten WritePersistentFile(const std::string& path, std::string_view text);
 
-/// @returns whether a regular file is there and can be read.
+/// @returns whether the path names a regular file that can be read.
 bool IsReadableFile(const std::string& path);

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-/// @returns where `path` ("/perm_data/...", "/media/...", "/kyr/...") really is: with the platform's root in front.
+/// @returns `path` ("/perm_data/...", "/media/...", "/kyr/...") with the platform's root in front.
 std::string PersistentPath(std::string_view path);
 
 /// @returns the same as a word of a shell command.

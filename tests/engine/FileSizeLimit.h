@@ -4,12 +4,12 @@
 
 #include <csignal>
 
-/// Stands in for a full disk: while one of these is there, no file of this process grows beyond a size; writing more
-/// fails with an error, as it does on a full disk. Printing into a file fails, too: no assertions meanwhile.
+/// Stands in for a full disk: while an object exists, no file of this process grows beyond a size, and writing more
+/// fails. Printing into a file fails, too, so make no assertions meanwhile.
 class FileSizeLimit
 {
 public:
-    /// @param bytes what a file may hold
+    /// @param bytes the largest size of a file
     explicit FileSizeLimit(rlim_t bytes) : oldHandler_(std::signal(SIGXFSZ, SIG_IGN))
     {
         getrlimit(RLIMIT_FSIZE, &old_);

@@ -10,7 +10,7 @@
 
 #include "engineering/autotest/NetworkInterfaces.h"
 
-/// The network interfaces that the service finds, while one of these is there: in place of the machine's own. One at a
+/// While an object exists, the service finds these network interfaces in place of the machine's own. Use one object at a
 /// time, from one thread.
 class ScriptedInterfaces
 {
@@ -22,18 +22,18 @@ public:
     ScriptedInterfaces(const ScriptedInterfaces&) = delete;
     ScriptedInterfaces& operator=(const ScriptedInterfaces&) = delete;
 
-    /// Appends an interface with an address of a family: as many bytes as it has.
+    /// Appends an interface with an address, which has as many bytes as its family takes.
     /// @param flags IFF_UP and others
     void add(const std::string& name, unsigned int flags, int family, const std::vector<std::uint8_t>& address);
 
     /// Appends an interface that has no address at all.
     void addWithoutAddress(const std::string& name, unsigned int flags);
 
-    /// Has the listing give `result`.
-    /// @param withList whether there is a list all the same
+    /// Makes the listing return `result`.
+    /// @param withList whether it fills in a list all the same
     void fail(int result, bool withList);
 
-    /// @returns how often a list was given out and how often one was given back.
+    /// @returns how many lists were returned and how many were freed.
     int listed() const { return listed_; }
     int freed() const { return freed_; }
 

@@ -67,7 +67,7 @@ BusClient::BusClient(const std::string& address)
 
 BusClient::~BusClient()
 {
-    // In the loop's own thread, so that it is running when it is told to end.
+    // In the loop's own thread, so that the loop runs before it is asked to end.
     g_main_context_invoke(
         context_.get(),
         [](gpointer loop) -> gboolean {

@@ -18,7 +18,7 @@
 
 namespace tests {
 
-/// The head unit's end of a pseudo-terminal, for tests: reads and writes when it is told to.
+/// The head unit's end of a pseudo-terminal, for tests: reads and writes on request.
 class PtyPeer
 {
 public:
