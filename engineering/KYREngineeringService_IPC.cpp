@@ -9,8 +9,7 @@
 
 #include "KYRHmi.h"
 #include "KYRKey.h"
-#include "engineering/BusCalls.h"
-#include "engineering/BusSocket.h"
+#include "engineering/BusConnection.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "engineering/base/BusSignals.h"
 #include "engineering/base/KYRSingleton.h"
@@ -102,8 +101,8 @@ gboolean callback_auto_test_feedback_key_event(ComZentLinuxEngineering* skeleton
 }
 
 /// GDBus ends the process when the bus goes away, unless told otherwise, and the station link must go on. Call this
-/// before the loop runs: the loop reports that a connection has closed, and a new connection may close at once. Keeps the
-/// process's shared connection, the one that asks for the name, for good. Without a bus the name will be lost.
+/// before the loop runs: the loop reports that a connection has closed, and a new connection may close at once. Keeps
+/// the process's shared connection, the one that asks for the name, for good. Without a bus the name will be lost.
 void KeepProcessWithoutBus()
 {
     GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);

@@ -13,8 +13,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "engineering/BusCalls.h"
-#include "engineering/BusSocket.h"
+#include "engineering/BusConnection.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "engineering/base/BusSignals.h"
 #include "engineering/base/KYRSingleton.h"
@@ -338,7 +337,9 @@ TEST_F(BridgeTest, UartSendDataRefusesAParameterThatIsNoArrayOfBytes)
 
     ASSERT_TRUE(bridge().station.waitForFrames(1));
     EXPECT_THAT(replies(), ElementsAre("8E 02 [09]"));
-    EXPECT_THAT(log.errors(), ElementsAre("ERROR uart_send_data, param: expected an array of bytes, got another type; nothing is sent"));
+    EXPECT_THAT(
+        log.errors(),
+        ElementsAre("ERROR uart_send_data, param: expected an array of bytes, got another type; nothing is sent"));
 }
 
 TEST_F(BridgeTest, CallsBeyond256UnderWayAreRefusedAtOnceAndTheOthersServed)

@@ -2,7 +2,7 @@
 
 #include "engineering/autotest/KYRAutoTest.h"
 #include "engineering/base/Log.h"
-#include "protocol/BigEndian.h"
+#include "protocol/Frame.h"
 
 #undef KYR_LOG_FUNCTION
 #define KYR_LOG_FUNCTION "HandleCarState"

@@ -275,7 +275,7 @@ TEST_F(FactorySettingsRestartTest, WithoutAPowerProxyIsLoggedAsError)
     station.sendCommand(0x06, 0x13, {0x01});
     timers.advance(milliseconds(1000));
 
-    EXPECT_THAT(log.errors(), ElementsAre("ERROR no power proxy, the unit is not restarted"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR no power proxy, the unit does not restart"));
 }
 
 }  // namespace

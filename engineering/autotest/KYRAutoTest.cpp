@@ -8,7 +8,7 @@
 #include "engineering/autotest/IdentityRecord.h"
 #include "engineering/base/Log.h"
 #include "engineering/base/Outlets.h"
-#include "engineering/base/PersistentPath.h"
+#include "engineering/base/PersistentFile.h"
 #include "protocol/Frame.h"
 
 namespace {

@@ -6,7 +6,6 @@
 #include "engineering/autotest/KYRAutoTest.h"
 #include "engineering/base/Log.h"
 #include "engineering/base/PersistentFile.h"
-#include "engineering/base/PersistentPath.h"
 
 namespace {
 

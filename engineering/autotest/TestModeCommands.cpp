@@ -20,7 +20,8 @@ std::span<const Command> KYRAutoTest::TestModeCommands()
                  emit_on_auto_test_mode_changed_signal(engine.m_bIsAutoTestMode ? 1 : 0);
              }
              std::printf("[auto test]HandleTestMode, m_bIsAutoTestMode = %d", engine.m_bIsAutoTestMode ? 1 : 0);
-             // WIRE: the byte comes back unchanged, even if it switched the mode off. Without a byte the reply is empty.
+             // WIRE: the byte comes back unchanged, even if it switched the mode off. Without a byte the reply is
+             // empty.
              Reply(kTestMode, 0x00, {params.begin(), params.begin() + (params.empty() ? 0 : 1)});
          }},
         {0xFF, 0, "get test mode",

@@ -17,8 +17,8 @@ public:
     /// Signals that may be queued; each takes some 2 kB in GDBus.
     static constexpr int kLimit = 1024;
 
-    /// How long a sender waits for the bus to read a signal before the bus counts as stopped. Including the time for the
-    /// frame itself, the station waits less than a tenth of a second.
+    /// How long a sender waits for the bus to read a signal before the bus counts as stopped. Including the time for
+    /// the frame itself, the station waits less than a tenth of a second.
     static constexpr std::chrono::milliseconds kPatience{80};
 
     /// Begins to count the signals of `pConnection`, which outlives this object's use. Called once.

@@ -17,7 +17,8 @@ inline std::atomic<void (*)(unsigned char cmd_one, unsigned char cmd_two, std::v
 // call them at any time; without a bus nothing is sent. A bus that does not take signals delays the caller once, by a
 // moment; then signals are dropped until it does.
 
-/// The station has sent a frame. The signal carries at most 256 parameter bytes, and only the low 8 bits of their number.
+/// The station has sent a frame. The signal carries at most 256 parameter bytes, and only the low 8 bits of their
+/// number.
 void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two, const unsigned char* param,
                                    unsigned int param_size);
 

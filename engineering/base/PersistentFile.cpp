@@ -8,7 +8,25 @@
 #include <array>
 #include <cerrno>
 
+#include "KYRSystem.h"
+
 namespace {
+
+constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-";
+
+std::string ShellQuoted(std::string_view text)
+{
+    if (text.find_first_not_of(kPlain) == std::string_view::npos)
+        return std::string(text);
+    std::string strQuoted = "'";
+    for (const char c : text) {
+        if (c == '\'')
+            strQuoted += "'\\''";
+        else
+            strQuoted += c;
+    }
+    return strQuoted + "'";
+}
 
 class RegularFile
 {
@@ -53,6 +71,16 @@ bool WriteAll(int nFile, std::string_view text)
 }
 
 }  // namespace
+
+std::string PersistentPath(std::string_view path)
+{
+    return KYR_GetRootPath() + std::string(path);
+}
+
+std::string PersistentShellPath(std::string_view path)
+{
+    return ShellQuoted(KYR_GetRootPath()) + std::string(path);
+}
 
 FileRead ReadPersistentFile(const std::string& path, std::size_t nLimit, std::string& text)
 {

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <string>
 
-#include "protocol/BigEndian.h"
+#include "protocol/Frame.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Describe.h"

@@ -4,7 +4,7 @@
 #include <numeric>
 #include <utility>
 
-#include "protocol/BigEndian.h"
+#include "protocol/Frame.h"
 #include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/Number.h"
 

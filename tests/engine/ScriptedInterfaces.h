@@ -10,8 +10,8 @@
 
 #include "engineering/autotest/NetworkInterfaces.h"
 
-/// While an object exists, the service finds these network interfaces in place of the machine's own. Use one object at a
-/// time, from one thread.
+/// While an object exists, the service finds these network interfaces in place of the machine's own. Use one object at
+/// a time, from one thread.
 class ScriptedInterfaces
 {
 public:

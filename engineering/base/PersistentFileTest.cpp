@@ -1,4 +1,4 @@
-#include "engineering/base/PersistentPath.h"
+#include "engineering/base/PersistentFile.h"
 
 #include <gtest/gtest.h>
 
