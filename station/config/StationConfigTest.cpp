@@ -38,7 +38,7 @@ protected:
     protocol::toml_file::Problems problems;
 };
 
-TEST_F(StationConfigTest, EveryKeyIsTaken)
+TEST_F(StationConfigTest, EveryKeyIsRead)
 {
     const auto config = read(R"(
 [station]
@@ -92,7 +92,7 @@ TEST_F(StationConfigTest, PatternIsCheckedAsInAPlan)
                             "is not supported"));
 }
 
-TEST_F(StationConfigTest, AllMistakesAreToldWithTheirPlace)
+TEST_F(StationConfigTest, AllErrorsAreReportedWithTheirPlace)
 {
     read(R"([station]
 nam = "EOL 3"

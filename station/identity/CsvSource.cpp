@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 #include "protocol/Text.h"
@@ -21,54 +20,27 @@ constexpr std::size_t kLongestLine = 1u << 20;
     throw protocol::UserError(fmt::format("{}:{}: {}", path, line, what));
 }
 
-/// libcsv, row by row.
-class RowParser
+/// @returns the cells of a line. Throws UserError, without the place.
+std::vector<std::string> cellsOf(std::string_view line, char delimiter)
 {
-public:
-    explicit RowParser(char delimiter)
-    {
-        csv_init(&parser_, CSV_STRICT | CSV_APPEND_NULL);
-        csv_set_delim(&parser_, static_cast<unsigned char>(delimiter));
+    std::vector<std::string> cells;
+    const auto onCell = [](void* text, size_t length, void* to) {
+        static_cast<std::vector<std::string>*>(to)->emplace_back(static_cast<const char*>(text), length);
+    };
+    csv_parser parser{};
+    csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI | CSV_APPEND_NULL);
+    csv_set_delim(&parser, static_cast<unsigned char>(delimiter));
+    const bool parsed = csv_parse(&parser, line.data(), line.size(), onCell, nullptr, &cells) == line.size();
+    const std::string error = csv_strerror(csv_error(&parser));
+    const bool closed = csv_fini(&parser, onCell, nullptr, &cells) == 0;
+    csv_free(&parser);
+    if (!parsed) {
+        throw protocol::UserError("expected comma-separated values: " + error);
     }
-    ~RowParser() { csv_free(&parser_); }
-    RowParser(const RowParser&) = delete;
-    RowParser& operator=(const RowParser&) = delete;
-
-    /// Takes a line with its line end.
-    /// @returns the text of an error; nullptr for none.
-    const char* feed(const std::string& line)
-    {
-        const bool taken = csv_parse(&parser_, line.data(), line.size(), onField, onRow, this) == line.size();
-        return taken ? nullptr : csv_strerror(csv_error(&parser_));
+    if (!closed) {
+        throw protocol::UserError("expected a closing quote before the end of the line");
     }
-
-    /// @returns whether a row has ended, and puts it into `row`.
-    bool take(std::vector<std::string>& row)
-    {
-        if (!complete_) {
-            return false;
-        }
-        row = std::exchange(fields_, {});
-        complete_ = false;
-        return true;
-    }
-
-private:
-    static void onField(void* text, size_t length, void* self)
-    {
-        static_cast<RowParser*>(self)->fields_.emplace_back(static_cast<const char*>(text), length);
-    }
-
-    static void onRow(int, void* self) { static_cast<RowParser*>(self)->complete_ = true; }
-
-    csv_parser parser_{};
-    std::vector<std::string> fields_;
-    bool complete_ = false;
-};
-
-bool isBlank(const std::string& line)
-{
-    return line.find_first_not_of(" \t\r\n") == std::string::npos;
+    return cells;
 }
 
 class TableReader
@@ -78,35 +50,31 @@ public:
 
     CsvTable read(std::string_view text)
     {
-        std::unique_ptr<RowParser> parser;
+        char delimiter = '\0';
         std::size_t number = 0;
         while (!text.empty()) {
             ++number;
             const std::size_t end = text.find('\n');
-            std::string line(text.substr(0, end));
+            std::string_view line = text.substr(0, end);
             text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
             if (line.size() > kLongestLine) {
                 fail(table_.path, number, "expected a line of at most 1048576 characters");
             }
             if (number == 1 && line.starts_with("\xEF\xBB\xBF")) {
-                line.erase(0, 3);
+                line.remove_prefix(3);
             }
-            if (isBlank(line)) {
+            if (line.find_first_not_of(" \t\r") == std::string_view::npos) {
                 continue;
             }
-            if (!parser) {
+            if (delimiter == '\0') {
                 // Spreadsheets write semicolons where the comma separates decimals.
-                const bool semicolons = line.find(',') == std::string::npos && line.find(';') != std::string::npos;
-                parser = std::make_unique<RowParser>(semicolons ? ';' : ',');
+                delimiter = line.find(',') == std::string::npos && line.find(';') != std::string::npos ? ';' : ',';
             }
-            if (const char* error = parser->feed(line + "\n")) {
-                fail(table_.path, number, fmt::format("expected comma-separated values: {}", error));
+            try {
+                take(number, cellsOf(line, delimiter));
+            } catch (const protocol::UserError& error) {
+                fail(table_.path, number, error.what());
             }
-            std::vector<std::string> row;
-            if (!parser->take(row)) {
-                fail(table_.path, number, "expected a closing quote before the end of the line");
-            }
-            take(number, row);
         }
         if (columns_.empty()) {
             fail(table_.path, 1, "expected a line with the names of records, as in 'factory-serial,carplay-mac'");
@@ -121,34 +89,28 @@ private:
     void take(std::size_t line, const std::vector<std::string>& cells)
     {
         if (columns_.empty()) {
-            takeNames(line, cells);
+            takeNames(cells);
         } else {
             takeValues(line, cells);
         }
     }
 
-    void takeNames(std::size_t line, const std::vector<std::string>& names)
+    void takeNames(const std::vector<std::string>& names)
     {
         for (const std::string& name : names) {
-            const Record* record = nullptr;
-            try {
-                record = &require(records_, name);
-            } catch (const protocol::UserError& error) {
-                fail(table_.path, line, error.what());
+            const Record& record = require(records_, name);
+            if (std::ranges::find(columns_, &record) != columns_.end()) {
+                throw protocol::UserError(fmt::format("expected one column {}, got two", protocol::inQuotes(name)));
             }
-            if (std::ranges::find(columns_, record) != columns_.end()) {
-                fail(table_.path, line, fmt::format("expected one column {}, got two", protocol::inQuotes(name)));
-            }
-            columns_.push_back(record);
+            columns_.push_back(&record);
         }
     }
 
     void takeValues(std::size_t line, const std::vector<std::string>& cells)
     {
         if (cells.size() != columns_.size()) {
-            fail(table_.path, line,
-                 fmt::format("expected {} for the names of the first line, got {}",
-                             protocol::plural(columns_.size(), "value"), cells.size()));
+            throw protocol::UserError(fmt::format("expected {} for the names of the first line, got {}",
+                                                  protocol::plural(columns_.size(), "value"), cells.size()));
         }
         CsvRow row{line, {}};
         bool unique = false;
@@ -157,41 +119,35 @@ private:
                 continue;
             }
             const Record& record = *columns_[i];
-            const std::string name(record.name);
-            std::string value;
-            try {
-                value = normalise(record, cells[i]);
-            } catch (const protocol::UserError& error) {
-                fail(table_.path, line, error.what());
-            }
+            std::string value = normalise(record, cells[i]);
             if (record.unique) {
                 unique = true;
-                const auto [where, fresh] = lines_.try_emplace({std::string(record.space), value}, Place{line, name});
+                const auto [where, fresh] = lines_.try_emplace({record.space, value}, Place{line, record.name});
                 const Place& first = where->second;
                 // One unit may use one address for both kinds.
-                if (!fresh && (first.line != line || first.name == name)) {
-                    fail(table_.path, line,
-                         fmt::format("{} {} is already in line {}{}", name, value, first.line,
-                                     first.name == name ? "" : ", as " + first.name));
+                if (!fresh && (first.line != line || first.name == record.name)) {
+                    throw protocol::UserError(fmt::format("{} {} is already in line {}{}{}", record.name, value,
+                                                          first.line, first.name == record.name ? "" : ", as ",
+                                                          first.name == record.name ? std::string_view() : first.name));
                 }
             }
-            row.values.emplace(name, std::move(value));
+            row.values.emplace(record.name, std::move(value));
         }
         if (!unique) {
-            fail(table_.path, line, "expected a value of a unique record, such as factory-serial");
+            throw protocol::UserError("expected a value of a unique record, such as factory-serial");
         }
         table_.rows.push_back(std::move(row));
     }
 
     struct Place {
         std::size_t line = 0;
-        std::string name;
+        std::string_view name;
     };
 
     Records records_;
     CsvTable table_;
     std::vector<const Record*> columns_;
-    std::map<std::pair<std::string, std::string>, Place> lines_;  // by name space and value
+    std::map<std::pair<std::string_view, std::string>, Place> lines_;  // by name space and value
 };
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "protocol/Errors.h"
-#include "station/identity/Record.h"
+#include "station/identity/IdentityRecord.h"
 
 namespace station::identity {
 

@@ -34,7 +34,7 @@ protected:
     std::vector<Record> all = records(protocol::catalogue::groups());
 };
 
-TEST_F(JournalTest, LineSaysWhatWasDoneWhereAndWhen)
+TEST_F(JournalTest, LineHasResultPortAndTime)
 {
     Journal(path, "/dev/x").note("U1", {&all[0], {true, "SN1"}, "SN2", {true, "SN2"}, Result::kWritten});
 
@@ -47,7 +47,7 @@ TEST_F(JournalTest, LineSaysWhatWasDoneWhereAndWhen)
                             "read":"SN2","result":"written"})"));
 }
 
-TEST_F(JournalTest, NothingIsNull)
+TEST_F(JournalTest, MissingValueIsNull)
 {
     Journal(path, "/dev/x").note("", {&all[0], {}, "SN2", {}, Result::kMissing});
 
@@ -55,7 +55,7 @@ TEST_F(JournalTest, NothingIsNull)
     EXPECT_TRUE(lines().at(0)["read"].is_null());
 }
 
-TEST_F(JournalTest, IsAddedTo)
+TEST_F(JournalTest, LinesAreAppended)
 {
     Journal(path, "/dev/x").noteEnd("U1", "the link failed");
     Journal(path, "/dev/x").noteEnd("U1", "again");
@@ -64,7 +64,7 @@ TEST_F(JournalTest, IsAddedTo)
     EXPECT_EQ(lines()[0]["reason"], "the link failed");
 }
 
-TEST_F(JournalTest, LineThatWasNotFinishedDoesNotSpoilTheNext)
+TEST_F(JournalTest, UnfinishedLineDoesNotSpoilTheNext)
 {
     Journal journal(path, "/dev/x");
     journal.noteEnd("U1", "first");
@@ -82,7 +82,7 @@ TEST_F(JournalTest, LineThatWasNotFinishedDoesNotSpoilTheNext)
     EXPECT_EQ(nlohmann::json::parse(found[2])["reason"], "second");
 }
 
-TEST_F(JournalTest, IsForItsOwnerOnly)
+TEST_F(JournalTest, OnlyItsOwnerCanReadIt)
 {
     const Journal journal(path, "/dev/x");
     struct stat file = {};

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "station/identity/Record.h"
+#include "station/identity/IdentityRecord.h"
 #include "station/identity/UnitIdentity.h"
 
 namespace station::identity {

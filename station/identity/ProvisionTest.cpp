@@ -65,7 +65,7 @@ TEST_F(ProvisionTest, TestModeThatWasOnStaysOn)
     EXPECT_TRUE(peer.testMode);
 }
 
-TEST_F(ProvisionTest, UnitThatIsSilentIsNoAnswer)
+TEST_F(ProvisionTest, SilentUnitIsNoAnswer)
 {
     try {
         unit.read(record("factory-serial"));
@@ -84,7 +84,7 @@ TEST_F(ProvisionTest, UnitThatStartedAgainMeanwhileIsPutIntoTestModeAgain)
     EXPECT_EQ(unit.read(record("factory-serial")).value, "SN1");
 }
 
-TEST_F(ProvisionTest, RecordThatIsMissingIsNotPresent)
+TEST_F(ProvisionTest, MissingRecordIsNotPresent)
 {
     unit.enterTestMode();
     EXPECT_FALSE(unit.read(record("factory-serial")).present);
@@ -114,7 +114,7 @@ TEST_F(ProvisionTest, ValuesAreWrittenAndReadBack)
     EXPECT_EQ(last.after.value, "001122334455");
 }
 
-TEST_F(ProvisionTest, ValueThatIsThereAlreadyIsNotWrittenAgain)
+TEST_F(ProvisionTest, ValueThatTheUnitHasIsNotWrittenAgain)
 {
     unit.enterTestMode();
     peer.stored[0x03] = "SN1";
@@ -134,7 +134,7 @@ TEST_F(ProvisionTest, OtherValueIsRefusedBeforeAnythingIsWritten)
     EXPECT_EQ(describe(last), "drawing-code: refused D-2, the unit has D-1 (--overwrite replaces it)");
 }
 
-TEST_F(ProvisionTest, OtherValueIsReplacedWhenThatIsWanted)
+TEST_F(ProvisionTest, OtherValueIsReplacedWithOverwrite)
 {
     unit.enterTestMode();
     peer.stored[0x03] = "SN1";
@@ -180,7 +180,7 @@ TEST_F(ProvisionTest, BluetoothAddressIsWrittenWhenItsPresenceShows)
         "the controller uses from the next start");
 }
 
-TEST_F(ProvisionTest, BluetoothAddressThatIsThereIsRefusedUnlessItIsTheUnitsOwnOrRuns)
+TEST_F(ProvisionTest, BluetoothAddressInTheUnitIsRefusedUnlessItIsTheUnitsOwnOrInUse)
 {
     unit.enterTestMode();
     peer.hasBluetoothAddress = true;
@@ -204,7 +204,7 @@ TEST_F(ProvisionTest, VerifyComparesEverythingAndWritesNothing)
     EXPECT_EQ(peer.writes(), 0u);
 }
 
-TEST_F(ProvisionTest, LineThatGoesWhileAValueIsWrittenIsALinkError)
+TEST_F(ProvisionTest, LineThatGoesWhileAValueIsWrittenIsALineError)
 {
     unit.enterTestMode();
     const Record& serial = record("factory-serial");

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <set>
 #include <utility>
@@ -95,7 +94,7 @@ struct Registry::Impl {
             }
             return &row;
         }
-        for (const auto& [record, value] : tables.allGiven(unit)) {
+        for (const auto& [record, value] : tables.given(unit)) {
             const std::string& column = record;
             if (std::ranges::any_of(table.rows, [&](const CsvRow& row) { return row.values.contains(column); })) {
                 throw NotGiven(fmt::format("the row that was given to unit {} ({} {}) is no longer in {}",
@@ -131,7 +130,7 @@ struct Registry::Impl {
             held != line.held.end() && range.contains(registryText(record, held->second), number)) {
             return range.value(number);
         }
-        for (const std::string& own : tables.given(known.unit, record.name)) {
+        for (const auto& [name, own] : tables.given(known.unit, record.name)) {
             if (range.contains(own, number)) {
                 return own;
             }

@@ -101,33 +101,26 @@ void RegistryTables::setLabel(UnitId unit, const std::string& label)
     database_.run("UPDATE unit SET label = ? WHERE id = ?", label, unit);
 }
 
-std::vector<std::string> RegistryTables::given(UnitId unit, std::string_view record)
+std::vector<std::pair<std::string, std::string>> RegistryTables::given(UnitId unit, std::string_view record)
 {
-    std::vector<std::string> all;
+    std::vector<std::pair<std::string, std::string>> all;
     Statement statement = database_.prepare(
-        "SELECT value FROM value WHERE unit = ? AND record = ? AND state NOT IN ('seen', 'blocked')", unit, record);
+        "SELECT record, value FROM value WHERE unit = ?1 AND state NOT IN ('seen', 'blocked') AND ?2 IN ('', record)",
+        unit, record);
     while (statement.step()) {
-        all.push_back(statement.text(0));
+        all.emplace_back(statement.text(0), statement.text(1));
     }
     return all;
 }
 
 std::string RegistryTables::otherValue(UnitId unit, std::string_view record, const std::string& text)
 {
-    const auto all = given(unit, record);
-    const auto other = std::ranges::find_if(all, [&](const std::string& each) { return each != text; });
-    return other == all.end() ? "" : *other;
-}
-
-std::vector<std::pair<std::string, std::string>> RegistryTables::allGiven(UnitId unit)
-{
-    std::vector<std::pair<std::string, std::string>> all;
-    Statement statement =
-        database_.prepare("SELECT record, value FROM value WHERE unit = ? AND state NOT IN ('seen', 'blocked')", unit);
-    while (statement.step()) {
-        all.emplace_back(statement.text(0), statement.text(1));
+    for (const auto& [name, value] : given(unit, record)) {
+        if (value != text) {
+            return value;
+        }
     }
-    return all;
+    return {};
 }
 
 bool RegistryTables::wasSentValues(UnitId unit)

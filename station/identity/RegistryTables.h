@@ -52,12 +52,10 @@ public:
     UnitId addUnit(const std::string& label);
     void setLabel(UnitId unit, const std::string& label);
 
-    /// @returns the values of a record that the unit was given.
-    std::vector<std::string> given(UnitId unit, std::string_view record);
-    /// @returns one of them that is not `text`; empty for none.
+    /// @returns record and text of the values that the unit was given: of one record, or of all.
+    std::vector<std::pair<std::string, std::string>> given(UnitId unit, std::string_view record = {});
+    /// @returns a value of a record, other than `text`, that the unit was given; empty for none.
     std::string otherValue(UnitId unit, std::string_view record, const std::string& text);
-    /// @returns record and text of all values that the unit was given.
-    std::vector<std::pair<std::string, std::string>> allGiven(UnitId unit);
     /// @returns whether values were sent to the unit. One in state `sending` may have arrived before the station was
     /// killed.
     bool wasSentValues(UnitId unit);

@@ -207,7 +207,7 @@ TEST_F(RegistryTest, UnitWhoseFactorySerialStandsInTheFileGetsThatRow)
     EXPECT_EQ(reserve({"U1"}).row.line, 2u);
 }
 
-TEST_F(RegistryTest, UnitThatIsCalledByAnotherUnitsNameIsRefused)
+TEST_F(RegistryTest, UnitWithAnotherUnitsLabelIsRefused)
 {
     reserve({"U1"});
     reserve({"U2"});
@@ -216,7 +216,7 @@ TEST_F(RegistryTest, UnitThatIsCalledByAnotherUnitsNameIsRefused)
                 HasSubstr("it holds factory-serial SN1, which belongs to unit U1"));
 }
 
-TEST_F(RegistryTest, UnitThatHoldsASerialThatNobodyGaveItIsRefused)
+TEST_F(RegistryTest, UnitThatHoldsAnotherSerialThanItWasGivenIsRefused)
 {
     reserve({"U1"});
 
@@ -224,7 +224,7 @@ TEST_F(RegistryTest, UnitThatHoldsASerialThatNobodyGaveItIsRefused)
                 HasSubstr("this is not unit U1: it holds factory-serial SN9, and unit U1 was given SN1"));
 }
 
-TEST_F(RegistryTest, UsedRowIsNotGivenToAnotherUnitThatIsCalledTheSame)
+TEST_F(RegistryTest, UsedRowIsNotGivenToAnotherUnitWithTheSameLabel)
 {
     use({"U1"});
 
@@ -240,14 +240,14 @@ TEST_F(RegistryTest, UsedRowIsGivenAgainToTheUnitThatShowsAValueOfIt)
     EXPECT_TRUE(reserve({"U1", {{"carplay-mac", "001122334455"}}}).again);
 }
 
-TEST_F(RegistryTest, UsedRowIsGivenAgainToAnErasedUnitThatSomebodyVouchesFor)
+TEST_F(RegistryTest, UsedRowIsGivenAgainToAnErasedUnitOnDemand)
 {
     use({"U1"});
 
     EXPECT_EQ(reserve({"U1", {}, true}).row.line, 2u);
 }
 
-TEST_F(RegistryTest, ReplacedBoardGetsItsUnitsValuesAndThatIsKept)
+TEST_F(RegistryTest, BoardThatReplacesAnotherGetsItsUnitsValues)
 {
     use({"U1"});
 
@@ -306,7 +306,7 @@ TEST_F(RegistryTest, UnitsWithAPlaceholderAreNeverTheSameUnit)
     }
 }
 
-TEST_F(RegistryTest, UnitThatDiesBeforeItsReadBackLeavesItsRowToNobodyElse)
+TEST_F(RegistryTest, RowOfAUnitThatDiesBeforeItsReadBackIsNotGivenAgain)
 {
     sendRow({"", {{"factory-serial", "DEFAULT"}}});
 
@@ -314,7 +314,7 @@ TEST_F(RegistryTest, UnitThatDiesBeforeItsReadBackLeavesItsRowToNobodyElse)
     EXPECT_EQ(serialFor({"U2"}), "SN2");
 }
 
-TEST_F(RegistryTest, ValuesOnTheirWayAreNotGivenToAnotherUnitThatIsCalledTheSame)
+TEST_F(RegistryTest, ValuesInStateSendingAreNotGivenToAnotherUnitWithTheSameLabel)
 {
     sendRow({"U1"});
 
@@ -323,7 +323,7 @@ TEST_F(RegistryTest, ValuesOnTheirWayAreNotGivenToAnotherUnitThatIsCalledTheSame
     EXPECT_EQ(reserve({"U1", {}, true}).row.line, 2u);
 }
 
-TEST_F(RegistryTest, LastLineOfALedgerThatLostItsEndCounts)
+TEST_F(RegistryTest, LastLineOfALedgerCountsWithoutALineEnd)
 {
     ledger(kReservedU1);
 
@@ -371,7 +371,7 @@ TEST_F(RegistryTest, TwoUnknownUnitsAreTwoUnits)
 
 // Values.
 
-TEST_F(RegistryTest, AddressesAreOneNameSpaceInWhateverSpelling)
+TEST_F(RegistryTest, AddressesAreOneNameSpaceInAnySpelling)
 {
     send("carplay-mac", "00:1a:7d:00:00:01", {"U1"});
 
@@ -424,7 +424,7 @@ TEST_F(RegistryTest, WritingBackWhatTheUnitHoldsGivesNothingAndIsSeen)
     EXPECT_THAT(refusal([&] { send("hu-serial", "HU7", {}); }), HasSubstr("which was seen with it"));
 }
 
-TEST_F(RegistryTest, ValueIsSendingBeforeItGoesAndVerifiedBehindIt)
+TEST_F(RegistryTest, ValueIsSendingBeforeItIsSentAndVerifiedAfterIt)
 {
     const auto registry = open();
     const auto grant = registry->claim({{"factory-serial", "SN1"}}, {}, {"U1"}, false);
@@ -441,7 +441,7 @@ TEST_F(RegistryTest, ValueIsSendingBeforeItGoesAndVerifiedBehindIt)
     EXPECT_EQ(states().at("SN1"), "verified");
 }
 
-TEST_F(RegistryTest, BlockedValueIsGivenToNobody)
+TEST_F(RegistryTest, BlockedValueIsNotGiven)
 {
     open()->block("SN1", "scrapped");
 
@@ -512,7 +512,7 @@ TEST_F(RegistryTest, LedgersThatGaveOneValueTwiceAreImportedAndItStaysWithTheFir
     EXPECT_EQ(serialFor({"U1", {}, true}), "SN1");
 }
 
-TEST_F(RegistryTest, EmptyLedgerIsImportedAndOneThatIsNotThereIsNotMade)
+TEST_F(RegistryTest, EmptyLedgerIsImportedAndAMissingOneIsNotMade)
 {
     ledger("");
 
@@ -546,7 +546,7 @@ TEST_F(RegistryTest, CopyOfARegistryGivesNothingUntilItIsAdopted)
     EXPECT_EQ(serialFor({"U2"}), "SN2");
 }
 
-TEST_F(RegistryTest, BackupPutInItsPlaceGivesNothing)
+TEST_F(RegistryTest, BackupInTheOriginalsPlaceGivesNothing)
 {
     reserve({"U1"});
     const std::string backup = directory.path() / "backup";
@@ -590,7 +590,7 @@ TEST_F(RegistryTest, OnAFullDiskNothingIsGiven)
     EXPECT_EQ(serialFor({"U3"}), "SN2");
 }
 
-TEST_F(RegistryTest, OnADiskThatIsFullOrReadOnlyNothingIsGivenAndOneLineSaysSo)
+TEST_F(RegistryTest, OnAFullOrReadOnlyDiskNothingIsGivenAndOneLineSaysWhy)
 {
     tests::SmallDisk disk(directory.path() / "state", 512 * 1024);
     if (disk.problem()) {
@@ -652,7 +652,7 @@ TEST_P(RegistryWithoutLocksTest, GivesNothing)
 
 // No locks at all, and locks that two holders can have.
 INSTANTIATE_TEST_SUITE_P(Identity, RegistryWithoutLocksTest, testing::Values(ENOLCK, 0),
-                         [](const auto& row) { return row.param == 0 ? "LocksThatEverybodyGets" : "NoLocks"; });
+                         [](const auto& row) { return row.param == 0 ? "LocksThatAreGivenTwice" : "NoLocks"; });
 
 TEST_F(RegistryTest, InterruptEndsTheWaitForAnotherStation)
 {
@@ -758,7 +758,7 @@ class WrongRangeTest : public testing::TestWithParam<WrongRange>
 {
 };
 
-TEST_P(WrongRangeTest, IsRefusedWithWhatWouldBeRight)
+TEST_P(WrongRangeTest, IsRefusedWithTheExpectedForm)
 {
     const auto all = records(protocol::catalogue::groups());
 

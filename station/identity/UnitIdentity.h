@@ -7,7 +7,7 @@
 #include "protocol/Errors.h"
 #include "protocol/catalogue/Codec.h"
 #include "station/Connection.h"
-#include "station/identity/Record.h"
+#include "station/identity/IdentityRecord.h"
 
 namespace station::identity {
 

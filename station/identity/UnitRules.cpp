@@ -17,17 +17,9 @@ constexpr std::size_t kAddressDigits = 12;
 /// @returns the 12 digits of an address, in capitals; empty if it is not an address.
 std::string digitsOf(std::string_view value)
 {
-    std::string digits;
-    for (const char c : value) {
-        if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')) {
-            digits += c;
-        } else if (c >= 'a' && c <= 'f') {
-            digits += static_cast<char>(c - 'a' + 'A');
-        } else if (c != ':' && c != '-' && c != ' ') {
-            return {};
-        }
-    }
-    return digits.size() == kAddressDigits ? digits : "";
+    std::string digits = withoutSeparators(value);
+    const bool legal = std::ranges::all_of(digits, [](char c) { return g_ascii_isxdigit(c); });
+    return legal && digits.size() == kAddressDigits ? digits : "";
 }
 
 bool consistsOf(std::string_view value, char wanted)

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "station/SerialRecord.h"
-#include "station/identity/Record.h"
+#include "station/identity/IdentityRecord.h"
 
 namespace station::identity {
 

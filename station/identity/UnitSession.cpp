@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <optional>
 #include <utility>
 
 #include "protocol/catalogue/Catalogue.h"

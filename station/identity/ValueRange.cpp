@@ -1,9 +1,11 @@
 #include "station/identity/ValueRange.h"
 
 #include <fmt/format.h>
+#include <re2/re2.h>
 
 #include <charconv>
 #include <optional>
+#include <utility>
 
 #include "protocol/Errors.h"
 #include "protocol/Text.h"
@@ -71,14 +73,14 @@ ValueRange parseRange(Records records, std::string_view text)
     constexpr const char* kExample = "RECORD=TEXT{FIRST..LAST}TEXT, as in factory-serial=SN{000100..000999}";
     const std::string whole(text);
     const Record& record = takeRecord(records, text, kExample);
-    const auto open = text.find('{');
-    const auto dots = text.find("..", open == std::string_view::npos ? 0 : open);
-    const auto close = text.find('}', dots == std::string_view::npos ? 0 : dots);
-    if (open == std::string_view::npos || dots == std::string_view::npos || close == std::string_view::npos) {
+    std::string before;
+    std::string first;
+    std::string last;
+    std::string after;
+    static const re2::RE2 kForm(R"(([^{]*)\{(.*?)\.\.([^}]*)\}(.*))");
+    if (!re2::RE2::FullMatch({text.data(), text.size()}, kForm, &before, &first, &last, &after)) {
         throw UserError(fmt::format("expected {}, got {}", kExample, inQuotes(whole)));
     }
-    const auto first = text.substr(open + 1, dots - open - 1);
-    const auto last = text.substr(dots + 2, close - dots - 2);
     const auto lowest = numberIn(first, 10);
     const auto highest = numberIn(last, 10);
     if (!lowest || !highest || first.size() != last.size() || first.size() > kMostDigits || *lowest > *highest ||
@@ -87,8 +89,7 @@ ValueRange parseRange(Records records, std::string_view text)
                                     inQuotes(whole),
                                     record.isAddress() ? "; --mac-block is the option for addresses" : ""));
     }
-    ValueRange range{&record,  std::string(text.substr(0, open)), std::string(text.substr(close + 1)), *lowest,
-                     *highest, static_cast<int>(first.size())};
+    ValueRange range{&record, std::move(before), std::move(after), *lowest, *highest, static_cast<int>(first.size())};
     normalise(record, range.value(range.first));
     return range;
 }

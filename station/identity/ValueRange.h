@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "station/identity/Record.h"
+#include "station/identity/IdentityRecord.h"
 
 namespace station::identity {
 

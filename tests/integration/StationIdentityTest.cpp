@@ -98,7 +98,7 @@ TEST_F(StationIdentityTest, ValuesAreWrittenIntoTheUnitAndReadBack)
     EXPECT_EQ(identity({"verify", "--set", "factory-serial=SN124"}).status, 12);
 }
 
-TEST_F(StationIdentityTest, PasswordIsSaidToBeMasked)
+TEST_F(StationIdentityTest, MaskedPasswordIsMarkedAsSuch)
 {
     startService();
 
@@ -109,7 +109,7 @@ TEST_F(StationIdentityTest, PasswordIsSaidToBeMasked)
     EXPECT_FALSE(json::parse(identity({"read", "factory-serial", "--json"}).out).contains("masked"));
 }
 
-TEST_F(StationIdentityTest, JournalTellsWhatWasDone)
+TEST_F(StationIdentityTest, JournalHasTheResults)
 {
     startService();
     identity({"write", "--set", "factory-serial=SN1"});
@@ -233,7 +233,7 @@ TEST_F(PlayedUnitTest, ReadBackThatDiffersHasStatusTwelve)
     EXPECT_EQ(journal().at(0)["read"], "SN124");
 }
 
-TEST_F(StationIdentityTest, RefusalIsSaidOnceOnATerminal)
+TEST_F(StationIdentityTest, RefusalIsPrintedOnceOnATerminal)
 {
     startService();
     identity({"write", "--set", "factory-serial=SN1"});
@@ -324,7 +324,7 @@ TEST_F(PlayedUnitTest, StationThatIsKilledLeavesTheRowToItsUnit)
     EXPECT_THAT(again.output(Stream::kOut), HasSubstr("factory-serial: unchanged SN123"));
 }
 
-TEST_F(StationIdentityTest, OutputThatCannotBeWrittenIsToldWithItsReason)
+TEST_F(StationIdentityTest, OutputThatCannotBeWrittenIsReportedWithTheReason)
 {
     startService();
 

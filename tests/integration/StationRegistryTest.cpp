@@ -80,7 +80,7 @@ protected:
     }
 };
 
-TEST_F(StationRegistryTest, ValueOfAUnitReachesNoOtherWhateverSendsIt)
+TEST_F(StationRegistryTest, ValueOfAUnitGoesToNoOtherUnitWhateverSendsIt)
 {
     startUnits();
     ASSERT_EQ(station({"identity", "write", "--set", "hu-serial=HU7", "--unit", "U1"}).status, 0);
@@ -152,7 +152,7 @@ TEST_F(StationRegistryTest, ReplacedBoardGetsItsUnitsValuesWithAReason)
     EXPECT_THAT(text, HasSubstr(R"("waived":"--reissue: board replaced")"));
 }
 
-TEST_F(StationRegistryTest, AddressThatNoDeviceHasIsWrittenOnlyOnDemandAndJournalled)
+TEST_F(StationRegistryTest, AddressThatNoDeviceHasIsWrittenOnlyOnDemand)
 {
     startUnits();
     const std::string multicast = "carplay-mac=01005E000001";
@@ -178,7 +178,7 @@ TEST_F(StationRegistryTest, PatternOfTheStationHoldsForEverySender)
     EXPECT_EQ(station({"identity", "write", "--set", "hu-serial=HU000001"}).status, 0);
 }
 
-TEST_F(StationRegistryTest, RegistryIsListedAskedFilledAndBlocked)
+TEST_F(StationRegistryTest, RegistryListsFindsImportsAndBlocks)
 {
     const std::string csv = file("old.csv", "factory-serial,carplay-mac\nSN1,001A7D000001\n");
 
@@ -199,7 +199,7 @@ TEST_F(StationRegistryTest, RegistryIsListedAskedFilledAndBlocked)
     EXPECT_EQ(station({"identity", "registry", "who", "SN9"}).status, 1);
 }
 
-TEST_F(StationRegistryTest, OnlyFilesThatAreThereAreImported)
+TEST_F(StationRegistryTest, OnlyExistingFilesAreImported)
 {
     const std::string empty = file("units.csv.ledger", "");
     const std::string mixed = file("mixed.csv", "factory-serial,carplay-mac\nSN1,001A7D000002\n");
@@ -231,7 +231,7 @@ TEST_F(StationRegistryTest, CopiedRegistryGivesNothingUntilItIsAdopted)
     EXPECT_EQ(atOther({"send", "identity.write-hu-serial", "value=HU8"}).status, 0);
 }
 
-TEST_F(StationRegistryTest, StationFileIsFoundAndAllItsMistakesAreTold)
+TEST_F(StationRegistryTest, StationFileIsFoundAndAllItsErrorsArePrinted)
 {
     const std::string wrong = file("wrong.toml", "[station]\nnam = \"EOL\"\n[paths]\nregistri = \"x\"\n");
     const std::string right = file("right.toml", "[station]\nname = \"EOL\"\n[paths]\nplans = [\"none\"]\n");

@@ -1,7 +1,8 @@
-#include "station/identity/Record.h"
+#include "station/identity/IdentityRecord.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <glib.h>
 
 #include <algorithm>
 
@@ -18,11 +19,6 @@ namespace catalogue = protocol::catalogue;
 
 constexpr std::string_view kGroup = "identity";
 constexpr std::string_view kWriter = "write-";
-
-bool isSeparator(char c)
-{
-    return c == ':' || c == '-' || c == ' ';
-}
 
 }  // namespace
 
@@ -69,19 +65,23 @@ const Record& require(Records records, std::string_view name)
                      : fmt::format("expected a record, got {}{}", protocol::inQuotes(name), hint));
 }
 
+std::string withoutSeparators(std::string_view address)
+{
+    std::string digits(address);
+    std::erase_if(digits, [](char c) { return c == ':' || c == '-' || c == ' '; });
+    std::ranges::transform(digits, digits.begin(), g_ascii_toupper);
+    return digits;
+}
+
 std::string normalise(const Record& record, std::string_view value)
 {
     const catalogue::Field& field = record.write->params.front();
     const bool address = record.isAddress();
     std::string text(value);
     if (address) {
-        std::erase_if(text, isSeparator);
-        std::ranges::transform(text, text.begin(),
-                               [](char c) { return c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c; });
+        text = withoutSeparators(value);
     }
-    const auto legal = [&](char c) {
-        return address ? (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') : c >= 0x20 && c <= 0x7E;
-    };
+    const auto legal = [&](char c) { return address ? g_ascii_isxdigit(c) : g_ascii_isprint(c); };
     // The unit can send back so many.
     const auto maximum = std::min<std::int64_t>(field.maximum, protocol::kMaxParams);
     const auto minimum = std::max<std::int64_t>(field.minimum, 1);

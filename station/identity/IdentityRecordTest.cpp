@@ -1,4 +1,4 @@
-#include "station/identity/Record.h"
+#include "station/identity/IdentityRecord.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class RecordTest : public testing::Test
+class IdentityRecordTest : public testing::Test
 {
 protected:
     std::string errorOf(std::string_view name, std::string_view value) const
@@ -29,7 +29,7 @@ protected:
     std::vector<Record> all = records(protocol::catalogue::groups());
 };
 
-TEST_F(RecordTest, RecordsAreTheWritersOfTheCatalogueAndTheirReadBacks)
+TEST_F(IdentityRecordTest, RecordsAreTheWritersOfTheCatalogueAndTheirReadBacks)
 {
     std::vector<std::string> names;
     for (const Record& record : all) {
@@ -43,7 +43,7 @@ TEST_F(RecordTest, RecordsAreTheWritersOfTheCatalogueAndTheirReadBacks)
     EXPECT_TRUE(require(all, "bluetooth-address").presenceOnly);
 }
 
-TEST_F(RecordTest, SerialsAndAddressesAreUniqueAndTheRestIsNot)
+TEST_F(IdentityRecordTest, SerialsAndAddressesAreUniqueAndTheRestIsNot)
 {
     for (const char* name : {"factory-serial", "hu-serial", "carplay-mac", "bluetooth-address"}) {
         EXPECT_TRUE(require(all, name).unique) << name;
@@ -53,7 +53,7 @@ TEST_F(RecordTest, SerialsAndAddressesAreUniqueAndTheRestIsNot)
     }
 }
 
-TEST_F(RecordTest, UnknownNameIsRefusedWithTheNearestOne)
+TEST_F(IdentityRecordTest, UnknownNameIsRefusedWithTheNearestOne)
 {
     try {
         require(all, "factory-serail");
@@ -64,18 +64,18 @@ TEST_F(RecordTest, UnknownNameIsRefusedWithTheNearestOne)
     }
 }
 
-TEST_F(RecordTest, CharactersAreSentUnchanged)
+TEST_F(IdentityRecordTest, CharactersAreSentUnchanged)
 {
     EXPECT_EQ(normalise(require(all, "factory-serial"), "sn 12:3-a"), "sn 12:3-a");
 }
 
-TEST_F(RecordTest, AddressesAreSentInUpperCaseWithoutSeparators)
+TEST_F(IdentityRecordTest, AddressesAreSentInUpperCaseWithoutSeparators)
 {
     EXPECT_EQ(normalise(require(all, "carplay-mac"), "00:11:aa:33:44:5f"), "0011AA33445F");
     EXPECT_EQ(normalise(require(all, "bluetooth-address"), "0002-F5A1-B2C3"), "0002F5A1B2C3");
 }
 
-TEST_F(RecordTest, ValueThatTheUnitCouldNotSendBackIsRefused)
+TEST_F(IdentityRecordTest, ValueThatTheUnitCouldNotSendBackIsRefused)
 {
     EXPECT_THAT(errorOf("factory-serial", ""),
                 HasSubstr("factory-serial: expected 1 to 246 printable ASCII characters, got ''"));
@@ -87,7 +87,7 @@ TEST_F(RecordTest, ValueThatTheUnitCouldNotSendBackIsRefused)
     EXPECT_EQ(errorOf("factory-serial", std::string(246, 'x')), "");
 }
 
-TEST_F(RecordTest, WriterIsItsCodeAndTheCharacters)
+TEST_F(IdentityRecordTest, WriterIsItsCodeAndTheCharacters)
 {
     EXPECT_EQ(writeFrame(require(all, "factory-serial"), "SN123"),
               (protocol::Frame{0x0A, 0x02, {0x53, 0x4E, 0x31, 0x32, 0x33}}));

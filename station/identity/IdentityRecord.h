@@ -38,6 +38,9 @@ const Record* find(Records records, std::string_view name);
 /// @returns the record of that name; throws UserError with the nearest name, or all names.
 const Record& require(Records records, std::string_view name);
 
+/// @returns an address in upper case, without ':', '-' and spaces.
+std::string withoutSeparators(std::string_view address);
+
 /// @returns the value as it is sent: hexadecimal digits in upper case and without separators, characters as they are.
 /// Throws UserError for a value that the unit could not send back: empty, too long, or not printable ASCII.
 std::string normalise(const Record& record, std::string_view value);
