@@ -9,14 +9,14 @@
 
 namespace bench {
 
-/// Tells observers what happened, in the order in which it happened, without holding a lock meanwhile.
-/// Whoever changes something calls enqueue() under the lock that orders the changes, and deliver() after releasing it.
-/// Any thread; while one thread delivers, it also delivers what others enqueue.
+/// Calls observers for each event, in the order of the events, without holding a lock. Code that changes something
+/// calls enqueue() with the lock that orders the changes, and deliver() without it. Any thread; the thread that
+/// delivers also delivers the events of other threads.
 template <class Event>
 class Announcer
 {
 public:
-    /// Called on the thread of any change, one call at a time. Must be quick and must not throw; may cause changes.
+    /// Called on the thread of any change, one call at a time. Must be quick and must not throw. May cause changes.
     using Observer = std::function<void(const Event&)>;
 
     /// @returns what remove() takes.
@@ -27,7 +27,7 @@ public:
         return lastId_;
     }
 
-    /// Removes an observer. A call that is under way on another thread goes on, so an observer owns what it uses.
+    /// Removes an observer. A call on another thread may still be running, so an observer owns what it uses.
     void remove(int id)
     {
         const std::lock_guard lock(mutex_);

@@ -13,7 +13,7 @@
 
 namespace bench {
 
-/// One thing that the service had the head unit do.
+/// An action that the service asked of the head unit.
 struct Call {
     std::string service;
     std::string op;
@@ -25,7 +25,7 @@ struct Call {
 /// @returns {"service","op","args"}, in this order.
 nlohmann::ordered_json toJson(const Call& call);
 
-/// What the service had the head unit do, oldest first. Keeps the newest kLimit calls. Any thread.
+/// The actions that the service asked of the head unit, oldest first. Keeps the newest kLimit. Any thread.
 class CallRecord
 {
 public:
@@ -38,12 +38,12 @@ public:
     std::vector<Call> list() const;
     void clear();
 
-    /// Waits until `predicate` holds for the record, or `timeout` has passed; it is asked with the record locked.
+    /// Waits until `predicate` holds for the record, or `timeout` has passed. Calls `predicate` with the record locked.
     /// @returns whether it held.
     bool waitFor(const std::function<bool(const std::deque<Call>&)>& predicate,
                  std::chrono::milliseconds timeout) const;
 
-    /// Told after each call that was added, in their order.
+    /// Announces each added call, in their order.
     Announcer<Call>& additions() { return additions_; }
 
 private:

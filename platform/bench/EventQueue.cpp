@@ -47,7 +47,7 @@ void EventQueue::stop()
     if (thread_.joinable()) {
         thread_.join();
     }
-    // `dropped` is destroyed here, without the lock: what the events own may call back.
+    // `dropped` is destroyed without the lock: the destructors of events may call back.
 }
 
 void EventQueue::run()

@@ -9,7 +9,7 @@
 
 namespace bench {
 
-/// The middleware's listener thread: runs what is posted, first come, first served.
+/// The listener thread of the middleware: runs posted events in their order.
 class EventQueue
 {
 public:
@@ -20,17 +20,17 @@ public:
     EventQueue(const EventQueue&) = delete;
     EventQueue& operator=(const EventQueue&) = delete;
 
-    /// Has `event` run on the listener thread; returns at once. Any thread. What it throws ends it and shows on
+    /// Runs `event` on the listener thread; returns at once. Any thread. An exception ends the event and is reported on
     /// standard error.
-    /// @returns false when the queue has been stopped: `event` is dropped.
+    /// @returns false if the queue is stopped: `event` is dropped.
     bool post(std::function<void()> event);
 
-    /// Returns after everything that was posted before has run, or the queue has been stopped. On the listener thread
-    /// itself, which cannot wait for itself, it returns at once.
+    /// Waits until all events posted before have run, or the queue is stopped. On the listener thread it returns at
+    /// once.
     void drain();
 
-    /// Ends the thread after the event that is running; what is left is dropped. Not on the listener thread. May be
-    /// called more than once.
+    /// Ends the thread after the running event and drops the rest. Not on the listener thread. May be called more than
+    /// once.
     void stop();
 
 private:
@@ -42,8 +42,8 @@ private:
     std::uint64_t posted_ = 0;                  // guarded by mutex_
     std::uint64_t done_ = 0;                    // guarded by mutex_
     bool stopped_ = false;                      // guarded by mutex_
-    std::thread thread_;                        // uses what stands above
-    const std::thread::id listener_;            // stays when thread_ has been joined
+    std::thread thread_;                        // uses the members above
+    const std::thread::id listener_;            // also known after thread_ was joined
 };
 
 }  // namespace bench

@@ -41,7 +41,7 @@ struct EventArgument {
 struct Event {
     const char* name;
     std::array<EventArgument, 4> slots;
-    /// Calls the operation on every listener, with arguments that have been checked. Listener thread.
+    /// Calls the operation on every listener, with checked arguments. Listener thread.
     void (*deliver)(const Event& event, Services& services, const json& arguments);
 
     std::span<const EventArgument> arguments() const
@@ -62,7 +62,7 @@ constexpr ArgumentType argumentType()
     }
 }
 
-/// An enumeration takes any number, in or out of its values.
+/// The number of an enumeration may be outside of its values.
 template <class Value>
 Value valueOf(const json& value)
 {
@@ -123,76 +123,67 @@ _GpsSatelliteData satellitesOf(const json& arguments)
     return data;
 }
 
-constexpr auto
-    kEvents =
-        std::
-            to_array<Event>(
-                {
-                    {"OnModuleStatusChanged",
-                     {{{"module", kInt}}},
-                     [](const Event&, Services& services, const json& arguments) {
-                         services.appManager.bringUp(arguments.at("module").get<int>());
-                     }},
-                    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnCarSpeedChange>::event(
-                        "OnCarSpeedChange", "speed"),
-                    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnRadioAntStateChange>::event(
-                        "OnRadioAntStateChange", "state"),
-                    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnGpsAntStateChange>::event(
-                        "OnGpsAntStateChange", "state"),
-                    Operation<&Services::bluetooth, &IKYRBtComListener::OnOpenBtStatusChanged>::event(
-                        "OnOpenBtStatusChanged", "status"),
-                    Operation<&Services::bluetooth, &IKYRBtComListener::OnDeletePairStatusChanged>::event(
-                        "OnDeletePairStatusChanged", "status"),
-                    Operation<&Services::bluetooth, &IKYRBtComListener::OnAnswerPairRequest>::event(
-                        "OnAnswerPairRequest", "address", "name", "type", "state"),
-                    Operation<&Services::tuner, &IKYRRadioListener::OnFrequencyChanged>::event(
-                        "OnFrequencyChanged", "band", "value", "frequency"),
-                    Operation<&Services::tuner, &IKYRRadioListener::OnTAChanged>::event("OnTAChanged", "freq",
-                                                                                        "active"),
-                    Operation<&Services::audio, &IKYRAudioListener::OnAudioMuteStateChanged>::event(
-                        "OnAudioMuteStateChanged", "state", "channel"),
-                    Operation<&Services::carPlay, &IKYRCarPlayListener::OnStatusChange>::event("OnStatusChange",
-                                                                                               "status"),
-                    {"OnConnectionStatusChanged",
-                     {{{"status", kInt}}},
-                     [](const Event&, Services& services, const json& arguments) {
-                         KYRDeviceApp::_ConnectionInfo info{};
-                         info.status = arguments.at("status").get<int>();
-                         tellListeners(services.deviceApp,
-                                       [&](auto& listener) { listener.OnConnectionStatusChanged(info); });
-                     }},
-                    {"OnAASatinfoChange",
-                     {{{"satellites", kSatellites}, {"count", kInt, false}}},
-                     [](const Event&, Services& services, const json& arguments) {
-                         const auto data = satellitesOf(arguments);
-                         tellListeners(services.location, [&](auto& listener) { listener.OnAASatinfoChange(data); });
-                     }},
-                    {"OnAALocationChange",
-                     {{{"latitude", kInt}, {"longitude", kInt}}},
-                     [](const Event&, Services& services, const json& arguments) {
-                         _LocationData data{};
-                         data.nLatitude = arguments.at("latitude").get<int>();
-                         data.nLongitude = arguments.at("longitude").get<int>();
-                         tellListeners(services.location, [&](auto& listener) { listener.OnAALocationChange(data); });
-                     }},
-                    {"OnLCarInfoChange",
-                     {{{"value", kByte}}},
-                     [](const Event&, Services& services, const json& arguments) {
-                         _LCarInfo info{};
-                         info.ucValue = arguments.at("value").get<unsigned char>();
-                         tellListeners(services.systemMisc, [&](auto& listener) { listener.OnLCarInfoChange(info); });
-                     }},
-                    Operation<&Services::sourceManager, &IKYRSourceListener::OnSourceStatusChanged>::event(
-                        "OnSourceStatusChanged", "source", "status"),
-                    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistDataChange>::event(
-                        "OnU6PersistDataChange", "module", "value"),
-                    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistFactoryResetMode>::event(
-                        "OnU6PersistFactoryResetMode"),
-                    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistAutoFactoryResetMode>::event(
-                        "OnU6PersistAutoFactoryResetMode"),
-                    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnFactoryResetMode>::event(
-                        "OnFactoryResetMode"),
-                });
+constexpr Event kEvents[] = {
+    {"OnModuleStatusChanged",
+     {{{"module", kInt}}},
+     [](const Event&, Services& services, const json& arguments) {
+         services.appManager.bringUp(arguments.at("module").get<int>());
+     }},
+    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnCarSpeedChange>::event("OnCarSpeedChange", "speed"),
+    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnRadioAntStateChange>::event("OnRadioAntStateChange",
+                                                                                            "state"),
+    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnGpsAntStateChange>::event("OnGpsAntStateChange",
+                                                                                          "state"),
+    Operation<&Services::bluetooth, &IKYRBtComListener::OnOpenBtStatusChanged>::event("OnOpenBtStatusChanged",
+                                                                                      "status"),
+    Operation<&Services::bluetooth, &IKYRBtComListener::OnDeletePairStatusChanged>::event("OnDeletePairStatusChanged",
+                                                                                          "status"),
+    Operation<&Services::bluetooth, &IKYRBtComListener::OnAnswerPairRequest>::event("OnAnswerPairRequest", "address",
+                                                                                    "name", "type", "state"),
+    Operation<&Services::tuner, &IKYRRadioListener::OnFrequencyChanged>::event("OnFrequencyChanged", "band", "value",
+                                                                               "frequency"),
+    Operation<&Services::tuner, &IKYRRadioListener::OnTAChanged>::event("OnTAChanged", "freq", "active"),
+    Operation<&Services::audio, &IKYRAudioListener::OnAudioMuteStateChanged>::event("OnAudioMuteStateChanged", "state",
+                                                                                    "channel"),
+    Operation<&Services::carPlay, &IKYRCarPlayListener::OnStatusChange>::event("OnStatusChange", "status"),
+    {"OnConnectionStatusChanged",
+     {{{"status", kInt}}},
+     [](const Event&, Services& services, const json& arguments) {
+         KYRDeviceApp::_ConnectionInfo info{};
+         info.status = arguments.at("status").get<int>();
+         tellListeners(services.deviceApp, [&](auto& listener) { listener.OnConnectionStatusChanged(info); });
+     }},
+    {"OnAASatinfoChange",
+     {{{"satellites", kSatellites}, {"count", kInt, false}}},
+     [](const Event&, Services& services, const json& arguments) {
+         const auto data = satellitesOf(arguments);
+         tellListeners(services.location, [&](auto& listener) { listener.OnAASatinfoChange(data); });
+     }},
+    {"OnAALocationChange",
+     {{{"latitude", kInt}, {"longitude", kInt}}},
+     [](const Event&, Services& services, const json& arguments) {
+         _LocationData data{};
+         data.nLatitude = arguments.at("latitude").get<int>();
+         data.nLongitude = arguments.at("longitude").get<int>();
+         tellListeners(services.location, [&](auto& listener) { listener.OnAALocationChange(data); });
+     }},
+    {"OnLCarInfoChange",
+     {{{"value", kByte}}},
+     [](const Event&, Services& services, const json& arguments) {
+         _LCarInfo info{};
+         info.ucValue = arguments.at("value").get<unsigned char>();
+         tellListeners(services.systemMisc, [&](auto& listener) { listener.OnLCarInfoChange(info); });
+     }},
+    Operation<&Services::sourceManager, &IKYRSourceListener::OnSourceStatusChanged>::event("OnSourceStatusChanged",
+                                                                                           "source", "status"),
+    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistDataChange>::event("OnU6PersistDataChange",
+                                                                                          "module", "value"),
+    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistFactoryResetMode>::event(
+        "OnU6PersistFactoryResetMode"),
+    Operation<&Services::u6Persist, &IKYRU6PersistListener::OnU6PersistAutoFactoryResetMode>::event(
+        "OnU6PersistAutoFactoryResetMode"),
+    Operation<&Services::systemMisc, &IKYRSystemMiscListener::OnFactoryResetMode>::event("OnFactoryResetMode"),
+};
 
 bool isIntegerBetween(const json& value, std::int64_t least, std::int64_t most)
 {
@@ -271,7 +262,7 @@ void checkArguments(const Event& event, const json& arguments)
 {
     const auto taken = event.arguments();
     if (!arguments.is_object()) {
-        refuse(event, "the arguments must be an object");
+        refuse(event, "expected an object of arguments");
     }
     for (const auto& [name, value] : arguments.items()) {
         if (std::ranges::find(taken, name, &EventArgument::name) == taken.end()) {
@@ -292,7 +283,7 @@ void checkArguments(const Event& event, const json& arguments)
 const Event& findEvent(const std::string& name)
 {
     const auto event = std::ranges::find_if(kEvents, [&name](const Event& each) { return name == each.name; });
-    if (event != kEvents.end()) {
+    if (event != std::end(kEvents)) {
         return *event;
     }
     std::string names;

@@ -10,7 +10,7 @@
 
 namespace bench {
 
-/// An event or a start that was refused; what() says in one line what was wrong and what would be right.
+/// A refused event or start. The message says in one line what was wrong and what is expected.
 class EventError : public std::runtime_error
 {
 public:
@@ -28,7 +28,7 @@ private:
 std::vector<std::string> eventNames();
 
 /// Checks an event.
-/// @returns what delivers it, to be run on the listener thread while `services` lives.
+/// @returns the delivery, to be run on the listener thread while `services` exists.
 /// @throws EventError (UnknownEvent, InvalidArguments)
 std::function<void()> makeEvent(Services& services, const std::string& name, const nlohmann::json& arguments);
 

@@ -229,7 +229,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         RefusedEventCase{"UnknownName", "OnCarSpeed", R"({"speed":1})", Kind::kUnknownEvent, "OnCarSpeedChange"},
         RefusedEventCase{"UnknownNameWithLineEnd", "On\nCar", "{}", Kind::kUnknownEvent, "\"On␊Car\""},
-        RefusedEventCase{"ArgumentsThatAreNoObject", "OnCarSpeedChange", "[1]", Kind::kInvalidArguments, "an object"},
+        RefusedEventCase{"ArgumentsThatAreNoObject", "OnCarSpeedChange", "[1]", Kind::kInvalidArguments,
+                         "expected an object"},
         RefusedEventCase{"UnknownArgument", "OnCarSpeedChange", R"({"speed":1,"unit":2})", Kind::kInvalidArguments,
                          "no argument \"unit\""},
         RefusedEventCase{"ArgumentWhereNoneIsTaken", "OnFactoryResetMode", R"({"x":1})", Kind::kInvalidArguments,

@@ -91,7 +91,7 @@ std::optional<int> FakeAppManager::startModule(int module)
 
 void FakeAppManager::bringUp(int module)
 {
-    // Whether the module came up does not matter: an application manager reports what it has started.
+    // An application manager reports the modules that it has started, even if the start action fails.
     startModule(module);
     tellListeners(*this, [module](IKYRAppListener& listener) {
         AppBootInfo info{static_cast<ServiceModule>(module)};

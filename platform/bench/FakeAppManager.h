@@ -11,11 +11,11 @@
 
 namespace bench {
 
-/// The application manager: keeps the start actions and brings modules up with them, on the listener thread.
+/// The application manager: keeps the start actions and starts modules with them, on the listener thread.
 class FakeAppManager : public KYRAppMgrService
 {
 public:
-    /// @param timers what the delay of a requested start runs on; not owned
+    /// @param timers for the delay of a requested start; not owned
     FakeAppManager(const FakeContext& context, runtime::TimerService& timers);
 
     /// As cancelStarts().
@@ -27,17 +27,17 @@ public:
     void SetStartServiceAction(ServiceModule module, StartAction action) override;
     int RequestStartModuleProcess(int process, int requester) override;
 
-    /// The service has come up: starts and reports the boot modules, when it has said that it is ready. Any thread.
+    /// The service has started: if it has reported ready, starts and reports the boot modules. Any thread.
     void serviceInitialised();
 
     /// Runs the start action of a module on the calling thread.
-    /// @returns its result; nothing when none is registered.
+    /// @returns its result; nothing if no action is registered.
     std::optional<int> startModule(int module);
 
     /// Starts a module and tells the listeners. Listener thread.
     void bringUp(int module);
 
-    /// Gives up the requested starts whose delay has not passed. Not on the timer thread.
+    /// Cancels the requested starts that are still delayed. Not on the timer thread.
     void cancelStarts();
 
 private:

@@ -13,7 +13,8 @@ namespace {
 
 constexpr const char* kBluetoothService = "bluetooth";
 
-/// The adapter's clients. They are not a head unit's: a KYRBtCom may outlive the one under which it was made.
+/// The clients of the adapter. They do not belong to a head unit: a KYRBtCom may outlive the unit that was installed
+/// when it was made.
 struct Clients {
     KYRMutex mutex;                                            // recursive: a listener may end a client
     std::map<const KYRBtCom*, IKYRBtComListener*> listenerOf;  // guarded by mutex
@@ -21,7 +22,7 @@ struct Clients {
 
 Clients& clients()
 {
-    // Never destroyed: clients with static storage take themselves off as late as at the end of the process.
+    // Never destroyed: static clients unregister as late as at the end of the process.
     static Clients& instance = *new Clients;
     return instance;
 }
@@ -50,7 +51,7 @@ int FakeBluetooth::deletePairings()
 {
     context_.calls.add(kBluetoothService, "DeletePairDeviceList", {});
     const int result = context_.state.number("/bluetooth/delete_pairings_result");
-    // A command's reply comes before the end of what it has begun, as on a unit, where that takes a while.
+    // The reply to the command comes first, as on a unit, where the deletion takes a while.
     context_.events.post([result, turn = runtime::DeliveryTurns::instance().current()] {
         runtime::DeliveryTurns::instance().waitForEnd(turn);
         tellClients([result](IKYRBtComListener& listener) { listener.OnDeletePairStatusChanged(result); });

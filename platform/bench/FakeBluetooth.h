@@ -9,17 +9,17 @@
 
 namespace bench {
 
-/// The Bluetooth services, which KYRBtCom, KYRBtPhone and KYRBtMedia reach.
+/// The Bluetooth services behind KYRBtCom, KYRBtPhone and KYRBtMedia.
 class FakeBluetooth
 {
 public:
     explicit FakeBluetooth(const FakeContext& context) : context_(context) {}
 
-    /// Fills `value`; leaves it as it is for an attribute that the adapter does not have.
-    /// @returns 1 when it was filled, else 0.
+    /// Fills in `value`; leaves it unchanged if the adapter does not have the attribute.
+    /// @returns 1 if the adapter has the attribute, else 0.
     int getAttribute(int attribute, std::string& value) const;
 
-    /// The result stands in the state; listeners are told the same.
+    /// Returns the result that the state contains, and reports the same to the listeners.
     int deletePairings();
 
     void setCapability(int capability, int value);
@@ -34,8 +34,8 @@ public:
     KYRBtConnectionState mediaConnection() const;
     KYRBtType::MusicStatus musicStatus() const;
 
-    /// Tells the listener of every KYRBtCom there is, holding the lock that KYRBtCom's destructor takes: a client that
-    /// is gone is not told any more. Listener thread.
+    /// Calls `tell` with the listener of every KYRBtCom. Holds the lock that the destructor of KYRBtCom takes, so a
+    /// destroyed client is never called. Listener thread.
     static void tellClients(const std::function<void(IKYRBtComListener&)>& tell);
 
 private:

@@ -8,10 +8,10 @@
 
 namespace bench {
 
-/// What every fake works with; not owned, lives longer than the fakes.
+/// What every fake uses; not owned, outlives the fakes.
 struct FakeContext {
-    State& state;        ///< what queries read and actions change
-    CallRecord& calls;   ///< where actions are recorded
+    State& state;        ///< queries read it, actions change it
+    CallRecord& calls;   ///< records actions
     EventQueue& events;  ///< the listener thread
 };
 
@@ -34,9 +34,8 @@ protected:
     const FakeContext context_;
 };
 
-/// Calls `tell` with every listener of a service. A listener that is removed meanwhile is not called any more.
-/// The registry stays locked while the listeners run, as IKYRListener promises: whoever removes a listener knows that
-/// it is not running.
+/// Calls `tell` with every listener of a service, except those that are removed meanwhile. The registry stays locked
+/// while the listeners run, as IKYRListener promises: a removed listener is not running.
 template <class Registry, class Tell>
 void tellListeners(Registry& registry, Tell tell)
 {

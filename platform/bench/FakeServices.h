@@ -21,7 +21,7 @@
 
 #include "platform/bench/FakeContext.h"
 
-// The services that do little: queries read the state, actions are recorded and change the state.
+// The small services. Queries read the state; actions are recorded and change the state.
 
 namespace bench {
 
@@ -50,7 +50,7 @@ public:
     }
 };
 
-/// The head unit's configuration. The service looks keys up for every frame, so a look-up copies only what it returns.
+/// The configuration of the head unit. The service looks up keys for every frame, so a look-up copies only its result.
 class FakeConfig : public Fake<KYRLibConfigs>
 {
 public:
@@ -94,7 +94,7 @@ public:
     int InitInstance() override { return 1; }
 };
 
-/// The system power proxy. Takes the state as far as the shut-down, and never ends the process.
+/// The system power proxy. Shuts down only in the state, and never ends the process.
 class FakePower : public Fake<KYRPower>
 {
 public:

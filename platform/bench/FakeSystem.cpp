@@ -29,7 +29,7 @@ bool beginsWithAny(const std::string& text, const std::vector<std::string>& begi
     return std::ranges::any_of(beginnings, [&](const std::string& beginning) { return text.starts_with(beginning); });
 }
 
-/// How a child is to begin: with default signal handling, nothing blocked, and no descriptor but the standard ones.
+/// Starts a child with default signal handling, no blocked signals, and only the standard descriptors.
 class SpawnSettings
 {
 public:
@@ -64,13 +64,13 @@ private:
     posix_spawn_file_actions_t actions_;
 };
 
-/// The one place where a command is carried out.
+/// Runs a command. The only place that does.
 /// @returns whether the shell exited with status 0.
 bool runShell(std::string command, bool waits)
 {
     std::string shell = "sh";
     std::string option = "-c";
-    // Without waiting the shell leaves the command to run on, and to be reaped by init.
+    // If nothing waits for the command, the shell leaves it in the background, and init reaps it.
     std::string script = waits ? command : R"(eval "$1" &)";
     char* const arguments[] = {shell.data(), option.data(), script.data(), shell.data(), command.data(), nullptr};
 
@@ -88,7 +88,7 @@ bool runShell(std::string command, bool waits)
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// @returns whether there is no such file now.
+/// @returns whether the file does not exist now.
 bool removeFile(const std::string& path, bool force)
 {
     if (!force && access(path.c_str(), F_OK) == 0 && access(path.c_str(), W_OK) != 0) {
@@ -97,7 +97,7 @@ bool removeFile(const std::string& path, bool force)
     return unlink(path.c_str()) == 0 || errno == ENOENT || errno == ENOTDIR;
 }
 
-/// @returns whether no file is there whose path begins with `beginning`.
+/// @returns whether no file with this beginning of its path is left.
 bool removeFilesThatBegin(const std::string& beginning, bool force)
 {
     const fs::path directory = fs::path(beginning).parent_path();
@@ -119,7 +119,7 @@ bool removeFilesThatBegin(const std::string& beginning, bool force)
     if (error) {
         return false;
     }
-    // All are tried, also after a failure.
+    // Tries all files, even after a failure.
     return std::ranges::count_if(files, [force](const std::string& file) { return !removeFile(file, force); }) == 0;
 }
 

@@ -11,7 +11,8 @@ namespace {
 constexpr int kDown = 0;
 constexpr int kUp = 1;
 
-/// @returns the station next to `frequency`, round at the band's end; nothing without stations.
+/// @returns the next station after `frequency`, continuing at the other end of the band; nothing if there is no
+/// station.
 std::optional<int> nextStation(std::vector<int> stations, int frequency, int direction)
 {
     if (stations.empty()) {

@@ -6,7 +6,7 @@
 
 namespace bench {
 
-/// The tuner service: a frequency per band, and stations to seek.
+/// The tuner service: a frequency for each band, and stations to find.
 class FakeTuner : public Fake<KYRTuner>
 {
 public:

@@ -13,17 +13,17 @@
 
 namespace bench {
 
-/// The simulated head unit: what the service finds behind the platform's getters. Any thread, unless told otherwise.
+/// The simulated head unit behind the platform's getters. Any thread, unless a comment says otherwise.
 class HeadUnit
 {
 public:
-    /// With the built-in state, on the process's timer thread.
+    /// Has the built-in state and uses the timer thread of the process.
     HeadUnit();
 
-    /// @param timers what delays run on; not owned
+    /// @param timers for delays; not owned
     explicit HeadUnit(runtime::TimerService& timers);
 
-    /// Uninstalls and stops it. Nobody may hold what the getters gave any more.
+    /// Uninstalls and stops the unit. The results of the getters become invalid.
     ~HeadUnit();
     HeadUnit(const HeadUnit&) = delete;
     HeadUnit& operator=(const HeadUnit&) = delete;
@@ -32,10 +32,10 @@ public:
     /// @throws StateError; nothing has changed then.
     void mergeState(const nlohmann::json& patch);
 
-    /// Has the platform's getters serve this unit, in place of any other.
+    /// From now on the platform's getters return the services of this unit.
     void install();
 
-    /// @returns the unit that the platform's getters serve, or null.
+    /// @returns the installed unit, or null.
     static HeadUnit* installed();
 
     State& state() { return state_; }
@@ -43,12 +43,12 @@ public:
     EventQueue& events() { return events_; }
     Services& services() { return *services_; }
 
-    /// Has an event delivered on the listener thread; returns at once.
-    /// @param then runs there after it, unless a listener throws or the unit is stopped before; may be empty
-    /// @throws EventError when the event or its arguments are wrong.
+    /// Delivers an event on the listener thread; returns at once.
+    /// @param then runs there afterwards, unless a listener throws or the unit is stopped; may be empty
+    /// @throws EventError if the event or its arguments are wrong.
     void raise(const std::string& name, const nlohmann::json& arguments, std::function<void()> then = {});
 
-    /// As raise(), and returns after it has been delivered; on the listener thread itself at once.
+    /// As raise(), but waits for the delivery. On the listener thread it returns at once.
     void raiseAndWait(const std::string& name, const nlohmann::json& arguments);
 
     /// Runs the start action that the service registered for a module, on the calling thread.
@@ -56,10 +56,10 @@ public:
     /// @throws EventError (NoStartAction)
     int startModule(int module);
 
-    /// The service's start is over: when it has reported ready, the boot modules are started and reported.
+    /// The service has started: if it has reported ready, starts and reports the boot modules.
     void serviceInitialised();
 
-    /// Ends the listener thread and gives up delayed starts; the getters go on serving. Not on the listener thread.
+    /// Ends the listener thread and cancels delayed starts. The getters still work. Not on the listener thread.
     void stop();
 
 private:

@@ -23,7 +23,7 @@ constexpr const char* kErrorPrefix = "com.zent.linux.headunit.Error.";
 constexpr std::chrono::seconds kStartTimeout{3};
 constexpr std::chrono::milliseconds kCloseTimeout{500};
 
-// The bus daemon's numbers for a name that must be ours alone.
+// Numbers of the bus daemon: own the name alone, or not at all.
 constexpr guint32 kDoNotQueue = 4;
 constexpr guint32 kPrimaryOwner = 1;
 
@@ -45,7 +45,7 @@ const char* nameOf(EventError::Kind kind)
     return "InvalidArguments";
 }
 
-/// One method call that is owed an answer, from any thread. A caller who gets none is told so at the end.
+/// A method call that needs an answer, from any thread. At the end, a call without an answer gets an error.
 class PendingCall
 {
 public:
@@ -59,7 +59,7 @@ public:
     PendingCall(const PendingCall&) = delete;
     PendingCall& operator=(const PendingCall&) = delete;
 
-    /// @param result floating tuple of the results, null for none
+    /// @param result floating tuple of results; null if there are none
     void answer(GVariant* result)
     {
         g_dbus_method_invocation_return_value(std::exchange(invocation_, nullptr), result);
@@ -83,7 +83,7 @@ private:
     GDBusMethodInvocation* invocation_;
 };
 
-/// Carries a method call out; what it throws becomes the call's answer, since nothing may leave a C callback.
+/// Handles a method call. An exception becomes the answer, since none may leave a C callback.
 template <class Action>
 gboolean answering(GDBusMethodInvocation* invocation, Action action)
 {
@@ -122,7 +122,7 @@ nlohmann::json parseArguments(const char* text)
 
 }  // namespace
 
-/// One connection from start to stop. What is not marked belongs to the session's own thread.
+/// One connection from start to stop. Members without a comment belong to the thread of the session.
 class HeadUnitBus::Session
 {
 public:
@@ -158,12 +158,12 @@ public:
     }
 
 private:
-    /// What the observers hold: they may still be running when the session has ended.
+    /// Belongs to the observers too: they may run after the session has ended.
     struct Outbox {
         std::mutex mutex;
-        Session* session = nullptr;  // null when nobody sends any more; guarded by mutex
+        Session* session = nullptr;  // null: the session has ended; guarded by mutex
         SignalOutbox signals;        // guarded by mutex
-        bool scheduled = false;      // whether the session is going to look; guarded by mutex
+        bool scheduled = false;      // whether the session will send; guarded by mutex
 
         void push(OutgoingSignal signal)
         {
@@ -175,7 +175,7 @@ private:
             if (std::exchange(scheduled, true)) {
                 return;
             }
-            // Under the lock, so that the session is there; attaching only wakes its thread.
+            // With the lock, so that the session exists; attaching only wakes its thread.
             session->attach([](gpointer self) -> gboolean {
                 static_cast<Session*>(self)->sendSignals();
                 return G_SOURCE_REMOVE;
@@ -183,7 +183,7 @@ private:
         }
     };
 
-    /// Has `step` run on the session's thread. Any thread.
+    /// Runs `step` on the thread of the session. Any thread.
     void attach(GSourceFunc step)
     {
         GSource* const source = g_idle_source_new();
@@ -212,7 +212,7 @@ private:
         g_main_context_pop_thread_default(context_.get());
     }
 
-    /// @returns why the interface cannot be offered, empty when it is.
+    /// @returns why the interface is not exported; empty if it is.
     std::string open()
     {
         host::GlibError error;
@@ -231,10 +231,10 @@ private:
         return ownName();
     }
 
-    /// Connects once more: GDBus also closes a connection upon a message that it cannot decode.
+    /// Connects again: GDBus closes a connection after a message that it cannot decode.
     void reopen()
     {
-        close();  // GDBus has kept the socket, and the bus the name
+        close();  // GDBus keeps the socket, so the bus keeps the name
         closed_ = false;
         connection_.reset();
         const std::string error = open();
@@ -303,7 +303,7 @@ private:
         outbox_->session = nullptr;
     }
 
-    /// Sends one batch of signals, and the next once the bus has read it: what GDBus queues has no limit of its own.
+    /// Sends one batch of signals, and the next after the bus has read it: the queue of GDBus has no limit.
     void sendSignals()
     {
         constexpr int kBatch = 64;
@@ -350,7 +350,7 @@ private:
         }
     }
 
-    /// Closes the connection, which gives the name back, and waits for that as long as is decent.
+    /// Closes the connection, which releases the name. Waits for that for a limited time.
     void close()
     {
         if (!connection_) {
@@ -411,7 +411,7 @@ private:
     static gboolean onStartModule(ComZentLinuxHeadunit*, GDBusMethodInvocation* invocation, guint module, gpointer data)
     {
         return answering(invocation, [&](const auto& call) {
-            // The action may take its time, which this thread does not have.
+            // The action may take long and must not block this thread.
             HeadUnit& unit = static_cast<Session*>(data)->unit_;
             unit.events().post([call, &unit, module] {
                 try {
@@ -461,7 +461,7 @@ private:
     int changeObserver_ = 0;
     int callObserver_ = 0;
     bool stopped_ = false;
-    bool lost_ = false;  // the connection has been closed, not by this object
+    bool lost_ = false;  // the other side has closed the connection
     bool flushing_ = false;
     bool closed_ = false;
 };

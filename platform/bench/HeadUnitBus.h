@@ -7,13 +7,13 @@
 
 namespace bench {
 
-/// The simulated head unit's D-Bus interface (com.zent.linux.headunit.xml), on a connection and a thread of its own:
-/// what becomes of the bus touches nothing else in the process. When the connection is closed it connects once more;
-/// without a bus the interface is gone for good.
+/// The D-Bus interface of the simulated head unit (com.zent.linux.headunit.xml), on a connection and a thread of its
+/// own, so that the bus does not affect the rest of the process. Connects again when the connection closes. If there is
+/// no bus any more, the interface ends for good.
 class HeadUnitBus
 {
 public:
-    /// @param unit not owned; stays until the end of this object
+    /// @param unit not owned; outlives this object
     explicit HeadUnitBus(HeadUnit& unit);
 
     /// As stop().
@@ -21,12 +21,12 @@ public:
     HeadUnitBus(const HeadUnitBus&) = delete;
     HeadUnitBus& operator=(const HeadUnitBus&) = delete;
 
-    /// Offers the interface on the session bus. Waits a few seconds at most.
-    /// @param error one line that says why, when there is no bus or another process has the name
-    /// @returns whether the interface is there; the head unit works without it.
+    /// Exports the interface on the session bus. Waits for a few seconds at most.
+    /// @param error the reason in one line, if there is no bus or another process owns the name
+    /// @returns whether the interface is exported; the head unit also works without it.
     bool start(std::string& error);
 
-    /// Takes the interface away and gives the name back. May be called more than once; not on the listener thread.
+    /// Removes the interface and releases the name. May be called more than once. Not on the listener thread.
     void stop();
 
 private:

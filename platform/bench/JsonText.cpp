@@ -5,10 +5,10 @@
 namespace bench {
 namespace {
 
-// Values are copied by recursion: without a limit a long row of brackets would exhaust the stack.
+// Values are copied by recursion: without a limit, many brackets would exhaust the stack.
 constexpr int kDeepestNesting = 32;
 
-/// The library's messages begin with an identifier of its own in brackets.
+/// Messages of the library begin with an identifier in brackets.
 std::string withoutIdentifier(const std::string& message)
 {
     const auto end = message.find("] ");

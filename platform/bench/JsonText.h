@@ -7,18 +7,18 @@
 
 namespace bench {
 
-/// A text that is no JSON; what() says in one line where it ceases to be.
+/// A text that is not JSON. The message says in one line where the error is.
 class JsonError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Reads JSON that somebody else has written.
-/// @throws JsonError when it is none, or nested deeper than any value of the bench.
+/// Reads JSON from outside.
+/// @throws JsonError if the text is not JSON, or nested more deeply than any value of the bench.
 nlohmann::json parseJson(std::string_view text);
 
-/// @returns `value` as JSON in one line; bytes that are no UTF-8 become U+FFFD.
+/// @returns `value` as JSON in one line. U+FFFD replaces bytes that are not UTF-8.
 template <class Json>
 std::string toText(const Json& value)
 {

@@ -7,7 +7,7 @@
 namespace bench {
 namespace {
 
-/// What a quote within single quotes is spelled in a shell: the quotes end, a quote, and they begin again.
+/// A shell writes a quote within single quotes so: close the quotes, a quote, open the quotes.
 constexpr std::string_view kQuoteInQuotes = R"('\'')";
 
 bool isPlain(std::string_view text)
@@ -41,7 +41,7 @@ struct Quoted {
     std::size_t size;  ///< how much of the command it takes
 };
 
-/// Reads a text in single quotes from its beginning.
+/// Reads a text in single quotes at the beginning of `command`.
 std::optional<Quoted> readQuoted(std::string_view command)
 {
     Quoted result{"", 1};

@@ -5,12 +5,12 @@
 
 namespace bench {
 
-/// @returns `path` as the service names it: less the root.
-/// @param root what KYR_GetRootPath() gives
+/// @returns `path` without the root, as on a head unit.
+/// @param root the result of KYR_GetRootPath()
 std::string pathLessRoot(std::string_view path, std::string_view root);
 
-/// @returns the shell command `command` as it would be on a head unit: less the root in front of its paths. A path in
-/// single quotes loses them with the root when nothing else in it needs them.
+/// @returns the shell command without the root in its paths, as on a head unit. If a path in single quotes no longer
+/// needs them, it loses the quotes too.
 std::string commandLessRoot(std::string_view command, std::string_view root);
 
 }  // namespace bench

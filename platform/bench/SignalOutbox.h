@@ -7,23 +7,23 @@
 
 namespace bench {
 
-/// A signal of the head unit's interface that waits to be sent.
+/// A signal of the interface that waits to be sent.
 struct OutgoingSignal {
     std::string name;
     std::string path;  ///< of a StateChanged
     std::string json;
 };
 
-/// Signals that wait for a bus that does not read, in a limited space. Not safe for use from several threads at once.
+/// Signals that wait for a bus that does not read, in limited space. For one thread at a time.
 class SignalOutbox
 {
 public:
     static constexpr std::size_t kMostBytes = std::size_t{1} << 20;
 
-    /// Appends a signal. When there is no space the oldest are dropped; one that is alone is never too large.
+    /// Appends a signal. Drops the oldest ones if there is no space, but never the newest.
     void push(OutgoingSignal signal);
 
-    /// @returns the oldest signal, nothing when there is none.
+    /// @returns the oldest signal; nothing if there is none.
     std::optional<OutgoingSignal> take();
 
 private:

@@ -10,7 +10,7 @@ using nlohmann::json;
 
 State::State()
 {
-    replaceLocked(builtInState());  // nobody else knows the object yet
+    replaceLocked(builtInState());  // no other thread knows the object yet
 }
 
 json State::get(const std::string& path) const
@@ -28,7 +28,7 @@ void State::set(const std::string& path, const json& value)
         try {
             checkState(candidate, document_);
         } catch (const StateError& error) {
-            // The path was right; a name that the state does not have stands in the value.
+            // The path exists, so the value has a name that the state does not have.
             throw StateError(StateError::Kind::kInvalidValue, error.what());
         }
         replaceLocked(std::move(candidate));

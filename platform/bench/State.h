@@ -13,7 +13,7 @@
 
 namespace bench {
 
-/// What a value of the state may be. Integers have 32 bits and a sign.
+/// Types of values in the state. Integers have 32 bits and a sign.
 enum class StateType {
     kBool,
     kInt,
@@ -29,27 +29,27 @@ enum class StateType {
 
 struct StateRow {
     std::string_view path;     ///< JSON Pointer
-    StateType type;            ///< what the value must be
+    StateType type;            ///< type of the value
     std::string_view initial;  ///< JSON of the built-in value
 };
 
-/// The state of the simulated head unit: the one list of what there is. Everything else follows from it.
+/// The state of the simulated head unit. This is the only list; everything else follows from it.
 inline constexpr auto kStateRows = std::to_array<StateRow>({
-    // The application manager: whether it can be reached; the modules it starts once this service is ready; whether a
-    // request brings Wi-Fi up, and after how many milliseconds.
+    // The application manager: whether it is available; the modules that it starts once the service is ready; whether a
+    // request starts Wi-Fi, and after how many milliseconds.
     {"/app_manager/available", StateType::kBool, "true"},
     {"/app_manager/boot_modules", StateType::kIntArray, "[1,2,3,5,7,8,9,15,20]"},
     {"/app_manager/starts_on_request", StateType::kBool, "true"},
     {"/app_manager/start_delay_ms", StateType::kInt, "200"},
 
-    // Beginnings of the commands and of the paths to remove that fail without being carried out.
+    // Commands, and paths to remove, that begin with one of these fail and are not carried out.
     {"/system/failing_commands", StateType::kTextArray, "[]"},
     {"/system/failing_removals", StateType::kTextArray, "[]"},
 
     {"/source/current", StateType::kInt, "1"},
     {"/source/available", StateType::kIntArray, "[1,3,6,7,9,10,14,16,25,30,44]"},
 
-    // An `available` that is false takes the service away from whoever asks for it next. Mute is by channel.
+    // While `available` is false, the getter of the service returns null. Mute is by channel.
     {"/audio/available", StateType::kBool, "true"},
     {"/audio/volume_limit", StateType::kInt, "40"},
     {"/audio/volume", StateType::kInt, "12"},
@@ -98,11 +98,11 @@ inline constexpr auto kStateRows = std::to_array<StateRow>({
      R"({"/engineering/open_debug":false,"/system/enable_cp_test":false,"/project/project_name":"bench"})"},
 });
 
-/// One row of the state, named by its path; a path that is not in the table does not compile.
+/// One row of the state by its path. A path that is not in the table does not compile.
 class StateKey
 {
 public:
-    // Implicit, so that the fakes can say state.number("/audio/volume").
+    // Implicit, so that fakes can write state.number("/audio/volume").
     consteval StateKey(const char* path) : index_(find(path)) {}
 
     constexpr std::size_t index() const { return index_; }
@@ -121,8 +121,7 @@ private:
     std::size_t index_;
 };
 
-/// A reading or a change of the state that was refused; what() says in one line which path, why, and what would be
-/// right.
+/// A refused query or change of the state. The message is one line: the path, the reason, and what is expected.
 class StateError : public std::runtime_error
 {
 public:
@@ -136,13 +135,13 @@ private:
     Kind kind_;
 };
 
-/// A change of the state that has been made.
+/// A change of the state.
 struct StateChange {
     std::string path;
     nlohmann::json value;
 };
 
-/// The state of the simulated head unit as one JSON document that fits kStateRows at any time. Any thread.
+/// The state of the simulated head unit as one JSON document, which always fits kStateRows. Any thread.
 class State
 {
 public:
@@ -151,36 +150,36 @@ public:
     State& operator=(const State&) = delete;
 
     /// @param path JSON Pointer; empty: the whole state
-    /// @throws StateError (UnknownPath), also for a pointer that is malformed.
+    /// @throws StateError (UnknownPath), also if the pointer is malformed.
     nlohmann::json get(const std::string& path) const;
 
-    /// Replaces the value at `path`, a single one, an array's element or a whole branch.
+    /// Replaces the value at `path`: a single value, an element of an array, or a branch.
     /// @throws StateError; nothing has changed then.
     void set(const std::string& path, const nlohmann::json& value);
 
-    /// Merges `patch` over the state (RFC 7396); observers are told the whole state.
+    /// Merges `patch` over the state (RFC 7396). Observers get the whole state.
     /// @throws StateError; nothing has changed then.
     void merge(const nlohmann::json& patch);
 
-    /// Told after each change, in the order of the changes.
+    /// Announces each change, in the order of the changes.
     Announcer<StateChange>& changes() { return changes_; }
 
-    // What the fakes read. Each must be asked only for rows of its type.
+    // For the fakes. The row must have the type of the result.
     bool flag(StateKey key) const;
     int number(StateKey key) const;
     std::string text(StateKey key) const;
     std::vector<int> numbers(StateKey key) const;
     std::vector<std::string> texts(StateKey key) const;
 
-    // What stands under a number in an open object; nothing, or an empty array, when it is not listed.
+    // The value at a number in an open object; nothing, or an empty array, if the number is not there.
     std::optional<int> numberAt(StateKey key, int number) const;
     std::optional<std::string> textAt(StateKey key, int number) const;
     std::vector<int> numbersAt(StateKey key, int number) const;
 
-    /// @returns the configuration's truth value under `key`; nothing when there is none or it is no truth value.
+    /// @returns the boolean at `key` in the configuration; nothing if there is none.
     std::optional<bool> configFlag(const char* key) const;
 
-    /// @returns the configuration's text under `key`; nothing when there is none or it is no text.
+    /// @returns the text at `key` in the configuration; nothing if there is none.
     std::optional<std::string> configText(const char* key) const;
 
 private:

@@ -14,7 +14,7 @@ using nlohmann::json;
 
 constexpr std::size_t kVersionCount = 11;
 
-/// The tree of the state's names; its leaves are numbers of kStateRows.
+/// The names of the state as a tree. The leaves are indices into kStateRows.
 const json& schema()
 {
     static const json tree = [] {
@@ -120,7 +120,7 @@ bool isText(const json& value)
     return value.is_string();
 }
 
-/// Look-ups go by the number's shortest spelling: a key spelled otherwise would never be found.
+/// Look-ups use the shortest spelling of a number, so a key in another spelling would never be found.
 bool isNumberKey(const std::string& key)
 {
     std::int32_t number = 0;
@@ -288,7 +288,7 @@ json::json_pointer parsePointer(const std::string& path)
     }
 }
 
-/// The names of the pointer from the root on.
+/// The names in the pointer, from the root on.
 std::vector<std::string> tokens(json::json_pointer pointer)
 {
     std::vector<std::string> names;
@@ -318,7 +318,7 @@ std::size_t arrayIndex(const json& array, const std::string& name, const std::st
     refusePath(path, "there are " + listOfKeys(object) + open);
 }
 
-/// @param mayAdd whether a new key of an open object, at the end of the path, is added
+/// @param mayAdd whether to add a new key of an open object at the end of the path
 template <class Json>
 Json& resolve(Json& document, const std::string& path, bool mayAdd)
 {

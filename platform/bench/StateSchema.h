@@ -7,20 +7,20 @@
 
 namespace bench {
 
-/// @returns the document of kStateRows' built-in values.
+/// @returns the built-in values of kStateRows as one document.
 nlohmann::json builtInState();
 
 /// Checks a whole document.
-/// @param candidate the document that is to take the place of `current`
-/// @throws StateError that names the first value that does not fit: UnknownPath for one that the state does not have,
-/// else InvalidValue.
+/// @param candidate the document that will replace `current`
+/// @throws StateError for the first value that does not fit: UnknownPath if the state does not have its path, else
+/// InvalidValue.
 void checkState(const nlohmann::json& candidate, const nlohmann::json& current);
 
 /// @returns the value at `path`.
 /// @throws StateError (UnknownPath)
 const nlohmann::json& findValue(const nlohmann::json& document, const std::string& path);
 
-/// @returns the value at `path` for replacement; null is put there first where `path` is a new key of an open object.
+/// @returns the value at `path`, to be replaced. Adds null if `path` is a new key of an open object.
 /// @throws StateError (UnknownPath)
 nlohmann::json& findOrAddValue(nlohmann::json& document, const std::string& path);
 

@@ -99,7 +99,7 @@ private:
 
     static void onClosed(GDBusConnection*, gboolean, GError*, gpointer self)
     {
-        static_cast<Watch*>(self)->decide(BusName::State::kNoBus, "the session bus has gone");
+        static_cast<Watch*>(self)->decide(BusName::State::kNoBus, "the session bus is gone");
     }
 
     void onOwnerChanged(GVariant* arguments)

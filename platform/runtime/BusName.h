@@ -5,21 +5,21 @@
 
 namespace runtime {
 
-/// What became of a bus name that another part of this process asks for.
+/// Who owns a bus name that another part of this process asks for.
 struct BusName {
     enum class State {
         kOwned,  ///< by this process
         kNoBus,  ///< there is no session bus, or it does not answer
         kTaken,  ///< another process has it
-        kLate,   ///< nobody has it in time
+        kLate,   ///< no process owns it in time
     };
 
     State state;
     std::string reason;  ///< of NoBus, in one line
 };
 
-/// Waits until it is clear whether this process owns `name` on the session bus. Looks from outside, on a connection of
-/// its own, and asks for nothing itself.
+/// Waits until it is clear whether this process owns `name` on the session bus. Watches the bus over a connection of
+/// its own and does not ask for the name.
 BusName awaitBusName(const std::string& name, std::chrono::milliseconds patience);
 
 }  // namespace runtime

@@ -6,7 +6,7 @@ namespace runtime {
 
 DeliveryTurns& DeliveryTurns::instance()
 {
-    static DeliveryTurns* const turns = new DeliveryTurns;  // used until the process has ended
+    static DeliveryTurns* const turns = new DeliveryTurns;  // in use until the process ends
     return *turns;
 }
 

@@ -6,12 +6,12 @@
 
 namespace runtime {
 
-/// Counts the chunks of the station's bytes that are delivered, so that an event that a command causes can wait until
-/// the command has been answered: on a unit what it has begun takes its time. Any thread.
+/// Numbers the chunks of bytes that the station sends. An event that a command causes waits with it until the command
+/// has been answered: on a unit, the action takes its time. Any thread.
 class DeliveryTurns
 {
 public:
-    /// A chunk is being delivered as long as one of these is there.
+    /// A chunk is being delivered while an object of this class exists.
     class Turn
     {
     public:
@@ -24,13 +24,13 @@ public:
         DeliveryTurns& turns_;
     };
 
-    /// The adapter's.
+    /// @returns the adapter's.
     static DeliveryTurns& instance();
 
-    /// @returns the chunk that is being delivered, 0 for none.
+    /// @returns the chunk that is being delivered; 0 if there is none.
     std::uint64_t current() const;
 
-    /// Waits until that chunk has been handled, a few seconds at most; not on the thread that delivers it.
+    /// Waits until that chunk has been handled, for a few seconds at most. Not on the thread that delivers it.
     void waitForEnd(std::uint64_t turn);
 
 private:

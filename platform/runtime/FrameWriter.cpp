@@ -8,8 +8,8 @@
 namespace runtime {
 namespace {
 
-/// How often a line that takes nothing is looked at anyway: not every terminal driver wakes a poll() when its reader
-/// throws its input away.
+/// How often to look at a line that takes nothing: some terminal drivers do not wake a poll() when the reader discards
+/// its input.
 constexpr int kLookAgainMs = 200;
 
 }  // namespace
@@ -70,7 +70,8 @@ bool FrameWriter::send(std::span<const std::uint8_t> frame)
     const auto rest = frame.subspan(written);
     const auto waiting = std::make_shared<Waiting>(Waiting{{rest.begin(), rest.end()}, written > 0});
     queue_.push_back(waiting);
-    // Behind the queue: where no thread can be had, a later frame finds the rest of this one still before it.
+    // After the frame is in the queue: if no thread can be started, a later frame still finds the rest of this one
+    // before it.
     if (!thread_.joinable()) {
         thread_ = std::thread([this] { run(); });
     }
@@ -81,7 +82,7 @@ bool FrameWriter::send(std::span<const std::uint8_t> frame)
     return waiting->fate == Fate::kTaken;
 }
 
-/// @returns how much the line took; a line that is gone takes nothing and is given up.
+/// @returns how many bytes the line took. Gives up a line that is gone.
 std::size_t FrameWriter::writeSomeLocked(std::span<const std::uint8_t> bytes)
 {
     std::size_t written = 0;
@@ -129,8 +130,8 @@ void FrameWriter::settleLocked(Waiting& frame, Fate fate)
 void FrameWriter::beginStallLocked()
 {
     stalled_ = true;
-    reports_.push_back(name_ + ": the station does not read, frames are dropped until it does");
-    // What has begun is the first in the queue, and stays there.
+    reports_.push_back(name_ + ": the station does not read; dropping frames until it does");
+    // Only the first frame can be partly written. It stays.
     while (!queue_.empty() && !queue_.back()->begun) {
         settleLocked(*queue_.back(), Fate::kDropped);
         queue_.pop_back();
@@ -147,7 +148,7 @@ void FrameWriter::endStallLocked()
     if (!std::exchange(stalled_, false)) {
         return;
     }
-    reports_.push_back(name_ + ": the stall is over, frames dropped: " + std::to_string(dropped_));
+    reports_.push_back(name_ + ": the station reads again; frames dropped: " + std::to_string(dropped_));
     dropped_ = 0;
 }
 
@@ -171,7 +172,7 @@ void FrameWriter::run()
     tell(lock);
 }
 
-/// Waits for the line, when there is something to write or a stall to end, and for the wakeup in any case.
+/// Waits for the wakeup, and for the line if there is something to write or a stall to end.
 void FrameWriter::watch(std::unique_lock<std::mutex>& lock)
 {
     auto line = stalled_ || !queue_.empty() ? line_ : nullptr;  // stays open while it is polled
@@ -196,7 +197,7 @@ void FrameWriter::watch(std::unique_lock<std::mutex>& lock)
     }
 }
 
-/// Without the lock: standard error may be held up.
+/// Without the lock: standard error may block.
 void FrameWriter::tell(std::unique_lock<std::mutex>& lock)
 {
     while (!reports_.empty()) {

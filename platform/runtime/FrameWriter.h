@@ -16,20 +16,20 @@
 
 namespace runtime {
 
-/// Puts frames on a non-blocking descriptor, whole and in order, and bounds the time that this takes.
-///
-/// A frame that the line has not taken within the patience begins a stall: it is dropped, those that wait with it are,
-/// and so is every other at once until the line takes bytes again. Of a frame that has begun, though, the rest stays
-/// and goes first. The beginning and the end of a stall are reported, the end with the number of dropped frames.
+/// Writes whole frames in their order to a non-blocking descriptor, within a limited time.
+/// If the line does not take a frame within the patience, a stall begins: the writer drops this frame, the frames that
+/// wait with it, and all others at once, until the line takes bytes again. If a part of a frame has been written, the
+/// rest stays and goes first. The writer reports the begin and the end of a stall, and at the end the number of dropped
+/// frames.
 class FrameWriter
 {
 public:
     static constexpr std::chrono::milliseconds kPatience{1000};
 
-    /// @param name what the reports call the line
+    /// @param name of the line, for the reports
     explicit FrameWriter(std::string name, Reporter reporter = report, std::chrono::milliseconds patience = kPatience);
 
-    /// As close(); nobody may be sending.
+    /// As close(). No thread may be sending.
     ~FrameWriter();
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
@@ -37,12 +37,12 @@ public:
     /// Writes to `line` from now on.
     void open(std::shared_ptr<const host::Descriptor> line);
 
-    /// Gives the line up with all that waits for it, and ends a stall. Frames are dropped from now on. Not from the
-    /// reporter.
+    /// Gives up the line and the frames that wait for it, and ends a stall. The writer drops frames from now on. Not
+    /// from the reporter.
     void close();
 
-    /// Writes one frame. Any thread; returns after the patience at the latest.
-    /// @returns whether the frame was taken: written, or so far that its rest will be.
+    /// Writes one frame. Any thread. Returns within the patience.
+    /// @returns whether the frame was taken: it is written, or its rest will be.
     bool send(std::span<const std::uint8_t> frame);
 
 private:
@@ -77,11 +77,11 @@ private:
     std::mutex mutex_;
     std::condition_variable settled_;
     std::shared_ptr<const host::Descriptor> line_;  // null: none; guarded by mutex_
-    std::deque<std::shared_ptr<Waiting>> queue_;    // only the first has perhaps begun; guarded by mutex_
+    std::deque<std::shared_ptr<Waiting>> queue_;    // only the first may be partly written; guarded by mutex_
     bool stalled_ = false;                          // guarded by mutex_
     std::size_t dropped_ = 0;                       // in the stall; guarded by mutex_
     std::deque<std::string> reports_;               // not yet told; guarded by mutex_
-    bool watching_ = false;                         // the thread has hold of the line; guarded by mutex_
+    bool watching_ = false;                         // the thread uses the line; guarded by mutex_
     bool ending_ = false;                           // guarded by mutex_
     std::thread thread_;  // writes what did not fit at once, and reports; runs from the first such frame on
                           // guarded by mutex_

@@ -22,7 +22,7 @@ using testsupport::readBytes;
 constexpr milliseconds kShort{50};
 constexpr milliseconds kLong{kGenerous};
 
-const std::string kStallBegins = "line: the station does not read, frames are dropped until it does";
+const std::string kStallBegins = "line: the station does not read; dropping frames until it does";
 
 Bytes filled(std::size_t size, std::uint8_t byte)
 {
@@ -133,7 +133,7 @@ TEST_F(FrameWriterTest, StallEndsWhenTheStationReadsAndTellsTheDroppedFrames)
 
     EXPECT_EQ(read(kRoom), filled(kRoom, 'a'));
 
-    EXPECT_THAT(reports_.waitFor(2), ElementsAre(kStallBegins, "line: the stall is over, frames dropped: 3"));
+    EXPECT_THAT(reports_.waitFor(2), ElementsAre(kStallBegins, "line: the station reads again; frames dropped: 3"));
     EXPECT_TRUE(writer->send(filled(10, 'c')));
     EXPECT_EQ(read(10), filled(10, 'c'));
 }
@@ -151,8 +151,8 @@ TEST_F(FrameWriterTest, SecondStallCountsAnew)
     ASSERT_FALSE(writer->send(filled(10, 'd')));
     read(kRoom);
 
-    EXPECT_THAT(reports_.waitFor(4), ElementsAre(kStallBegins, "line: the stall is over, frames dropped: 2",
-                                                 kStallBegins, "line: the stall is over, frames dropped: 1"));
+    EXPECT_THAT(reports_.waitFor(4), ElementsAre(kStallBegins, "line: the station reads again; frames dropped: 2",
+                                                 kStallBegins, "line: the station reads again; frames dropped: 1"));
 }
 
 TEST_F(FrameWriterTest, FrameThatHasBegunIsTakenAndCompletedBeforeAnyOther)
@@ -166,7 +166,7 @@ TEST_F(FrameWriterTest, FrameThatHasBegunIsTakenAndCompletedBeforeAnyOther)
     EXPECT_TRUE(writer->send(filled(10, 'c')));
 
     EXPECT_EQ(begun + read(10), filled(kRoom + 904, 'a') + filled(10, 'c'));
-    EXPECT_THAT(reports_.values(), ElementsAre(kStallBegins, "line: the stall is over, frames dropped: 1"));
+    EXPECT_THAT(reports_.values(), ElementsAre(kStallBegins, "line: the station reads again; frames dropped: 1"));
 }
 
 TEST_F(FrameWriterTest, SendersNeverInterleaveAndKeepTheirOrder)

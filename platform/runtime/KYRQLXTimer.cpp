@@ -10,7 +10,7 @@
 struct KYRQLXTimer::Impl {
     runtime::TimerService& service = runtime::TimerService::instance();
     std::mutex mutex;
-    std::map<int, runtime::TimerService::Id> mapIds;  // by the object's own number, also expired ones; guarded by mutex
+    std::map<int, runtime::TimerService::Id> mapIds;  // by the number of the object, expired ones too; guarded by mutex
 };
 
 KYRQLXTimer::KYRQLXTimer() : m_pImpl(std::make_unique<Impl>()) {}

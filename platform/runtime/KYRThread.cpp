@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Head-unit code asks for stacks of a few dozen KiB; workstation libraries, and sanitizers above all, need more.
+/// Head-unit code asks for stacks of a few dozen KiB. Workstation libraries need more, sanitizers above all.
 constexpr std::size_t kMinimumStack = std::size_t{512} * 1024;
 
 }  // namespace

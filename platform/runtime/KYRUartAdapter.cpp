@@ -63,7 +63,7 @@ int KYRUartAdapter::Exit()
         bDetach = std::exchange(m_pImpl->bAttached, false);
     }
     runtime::Wire* const pWire = m_pImpl->pWire.exchange(nullptr);
-    // Without the lock, which a chunk that is being delivered may be waiting for.
+    // Without the lock: a chunk that is being delivered may wait for it.
     if (bDetach) {
         pWire->detach();
     }
@@ -118,8 +118,7 @@ void KYRUartAdapter::Impl::Deliver(std::span<std::uint8_t> chunk)
 
 std::shared_ptr<const KYRUartAdapter::Impl::SkeletonList> KYRUartAdapter::Impl::Skeletons()
 {
-    // A list that does not change any more, so that nobody is called with the lock held; a skeleton outlives its
-    // adapter.
+    // The list does not change any more, so callers need no lock while they call. A skeleton outlives its adapter.
     const KYRAutoLock lock(csSkeletons);
     return pSkeletons;
 }

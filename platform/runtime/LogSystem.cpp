@@ -23,9 +23,9 @@ bool g_configured = false;
 
 constexpr const char* kLogFile = "log_engineering.log";
 
-/// Info and above; each line names time, level, process and thread, place and function. zlog cuts the file at 1 MiB and
-/// keeps three old parts. Without a lock file of its own, zlog makes one in the current directory.
-/// @param file the path of the log, without a quote or a percent sign: zlog's rules cannot express them
+/// Logs info and above; a line names time, level, process and thread, place and function. zlog starts a new file at 1
+/// MiB and keeps three old ones. By default, zlog would make a lock file in the current directory.
+/// @param file path of the log, without a quote or a percent sign: zlog cannot express them
 std::string builtInRules(const std::string& file)
 {
     return "[global]\n"
@@ -42,12 +42,12 @@ std::string builtInRules(const std::string& file)
 std::string configureBuiltIn()
 {
     const std::string path = std::string(KYR_GetRootPath()) + "/perm_data/log";
-    // Never closed: zlog opens the log through it for every line, whatever characters the root has.
+    // Stays open: zlog opens the log through it for every line, so the root may have any characters.
     const int directory = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (directory < 0) {
         return path + ": " + std::generic_category().message(errno);
     }
-    // zlog reports no file that cannot be opened. Non-blocking: a pipe without a reader may stand there.
+    // zlog does not report a file that cannot be opened. O_NONBLOCK: the file may be a pipe without a reader.
     const host::Descriptor log(openat(
         directory, kLogFile, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, S_IRUSR | S_IWUSR));
     const std::string file = "/proc/self/fd/" + std::to_string(directory) + "/" + kLogFile;
@@ -81,7 +81,7 @@ int log_system_init(const char* name)
     }
     if (!runtime::g_configured) {
         if (const std::string error = runtime::configureBuiltIn(); !error.empty()) {
-            runtime::report("there is no log: " + error);
+            runtime::report("no log: " + error);
             return 0;
         }
         runtime::g_configured = true;

@@ -20,7 +20,7 @@
 namespace runtime {
 namespace {
 
-/// What an unprivileged process may ask for. With less, more is dropped.
+/// The most that an unprivileged process may ask for. With a smaller pipe, the pump drops more.
 constexpr int kPipeSize = 1 << 20;
 
 bool isRegularFile(int descriptor)
@@ -71,7 +71,7 @@ void OutputPump::stop()
     if (!thread_.joinable()) {
         return;
     }
-    // Nobody has the other end any more, so that the thread finds the pipe's end behind what is in it.
+    // This closes the last write end, so the thread reads what is left and then the end of the pipe.
     dup2(original_.get(), descriptor_);
     thread_.join();
 }
@@ -89,7 +89,7 @@ void OutputPump::run() const
     }
 }
 
-/// What a reader that has gone away leaves is dropped.
+/// Drops the data if the reader is gone.
 void OutputPump::passOn(const char* data, std::size_t size) const
 {
     while (size > 0) {

@@ -6,14 +6,14 @@
 
 namespace runtime {
 
-/// Keeps whoever writes to standard output or standard error from waiting for the reader: the descriptor becomes a pipe
-/// of the process's own that takes up to 1 MiB and refuses more, and a thread passes on what is in it. So nobody who
-/// writes needs to know, neither printf() nor zlog nor a library. What does not fit is dropped.
+/// Keeps code that writes to standard output or standard error from waiting for the reader. The descriptor becomes a
+/// pipe of up to 1 MiB, and a thread copies from the pipe to the reader. The pump drops what does not fit. printf(),
+/// zlog and libraries work as before.
 class OutputPump
 {
 public:
-    /// A regular file, for which nobody waits, stays as it is. Sanitizers go on to report past the pipe, since the
-    /// thread ends with the process.
+    /// Leaves a regular file as it is, since a file has no reader to wait for. Sanitizers write their reports directly
+    /// to the original descriptor, since the thread ends with the process.
     /// @param descriptor STDOUT_FILENO or STDERR_FILENO; not owned
     /// @throws std::system_error
     explicit OutputPump(int descriptor);
@@ -23,7 +23,7 @@ public:
     OutputPump(const OutputPump&) = delete;
     OutputPump& operator=(const OutputPump&) = delete;
 
-    /// Puts the descriptor back and waits until the reader has got all that is in the pipe, without limit.
+    /// Restores the descriptor and waits, without limit, until the reader has read everything in the pipe.
     void stop();
 
 private:
@@ -32,7 +32,7 @@ private:
 
     const int descriptor_;
     const host::Descriptor original_;
-    host::Descriptor pipe_;  // the end that is read
+    host::Descriptor pipe_;  // the read end
     std::thread thread_;
 };
 

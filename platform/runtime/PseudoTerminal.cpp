@@ -27,7 +27,7 @@ constexpr int kLockRetryMs = 10;
 
 [[noreturn]] void refuseLink(const fs::path& link, const std::string& reason)
 {
-    throw TerminalError("no pseudo-terminal can be had at " + link.string() + ": " + reason);
+    throw TerminalError("--uart pty:" + link.string() + ": " + reason);
 }
 
 [[noreturn]] void refuseLink(const fs::path& link)
@@ -35,8 +35,8 @@ constexpr int kLockRetryMs = 10;
     refuseLink(link, std::generic_category().message(errno));
 }
 
-/// Where the mark of a service is that runs at `link`: another place for every link, since the number of a terminal is
-/// soon given to the next, and far from the bytes that station programs may lock.
+/// The position of the mark of a service that runs at `link`. It differs for each link, since the kernel soon gives the
+/// number of a terminal to the next, and lies far from the bytes that station programs may lock.
 flock64 markOf(const fs::path& link)
 {
     std::error_code error;
@@ -50,14 +50,14 @@ flock64 markOf(const fs::path& link)
     return range;
 }
 
-/// Marks the station's end as served. A record lock, since station programs take flock() and TIOCEXCL for themselves.
+/// Marks the station's end as served, with a record lock: station programs use flock() and TIOCEXCL.
 void markServed(int stationEnd, const fs::path& link)
 {
     flock64 range = markOf(link);
     fcntl(stationEnd, F_OFD_SETLK, &range);
 }
 
-/// @returns whether `path` is one that the kernel gives a terminal: what else is written like one may be any file.
+/// @returns whether `path` is a name that the kernel gives to terminals.
 bool isTerminalName(std::string_view path)
 {
     constexpr std::string_view kDirectory = "/dev/pts/";
@@ -66,7 +66,7 @@ bool isTerminalName(std::string_view path)
 }
 
 /// @returns whether `link` leads to the terminal of another service that runs there.
-/// @param own this service's terminal, to which the link of one that was killed may lead as well
+/// @param own this service's terminal, to which the link of a killed service may lead
 bool isServed(const fs::path& link, const std::string& own)
 {
     std::error_code error;
@@ -92,7 +92,7 @@ void makeRaw(int terminal)
 
 void replaceLink(const std::string& target, const fs::path& link)
 {
-    // Made under another name and moved into place, so that a station never finds nothing there.
+    // Moved into place, so that a station always finds a link.
     const fs::path fresh = link.parent_path() / ("." + link.filename().string() + "." + std::to_string(getpid()));
     unlink(fresh.c_str());
     if (symlink(target.c_str(), fresh.c_str()) != 0) {
@@ -106,7 +106,7 @@ void replaceLink(const std::string& target, const fs::path& link)
     }
 }
 
-/// Lets one service at a time look at the links of a directory and make its own, until the descriptor is closed.
+/// Only one service at a time may examine and make links in a directory. The lock lasts as long as the descriptor.
 host::Descriptor lockDirectoryOf(const fs::path& link)
 {
     host::Descriptor directory(open(link.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -119,7 +119,7 @@ host::Descriptor lockDirectoryOf(const fs::path& link)
             refuseLink(link);
         }
         if (std::chrono::steady_clock::now() > deadline) {
-            refuseLink(link, "another process keeps its directory locked");
+            refuseLink(link, "another process locks its directory");
         }
         poll(nullptr, 0, kLockRetryMs);
     }
@@ -136,10 +136,10 @@ void makeLink(const std::string& target, const fs::path& link)
         refuseLink(link);
     }
     if (!fs::is_symlink(fs::symlink_status(link))) {
-        refuseLink(link, "something is there that is no symbolic link; it is left as it is");
+        refuseLink(link, "expected a symbolic link or nothing, found another file");
     }
     if (isServed(link, target)) {
-        refuseLink(link, "another service is running there");
+        refuseLink(link, "another service uses this link");
     }
     replaceLink(target, link);
 }

@@ -11,10 +11,10 @@
 namespace runtime {
 namespace {
 
-/// A message may quote what another program sent, of any size.
+/// A message may quote text of any size from another program.
 constexpr std::size_t kMostText = 200;
 
-/// Some messages name addresses or numbers and never come twice.
+/// Messages that name addresses or numbers never repeat.
 constexpr std::size_t kMostMessages = 100;
 
 std::string fieldOf(const GLogField* fields, gsize count, const char* name)
@@ -27,10 +27,10 @@ std::string fieldOf(const GLogField* fields, gsize count, const char* name)
     return "";
 }
 
-/// @returns what is to be reported of a message, empty for nothing.
+/// @returns the text to report; empty for a message that was reported before.
 std::string firstTime(const std::string& message)
 {
-    // Never destroyed: GLib's threads go on until the process has ended.
+    // Never destroyed: GLib's threads run until the process ends.
     static std::mutex& mutex = *new std::mutex;
     static auto& seen = *new std::set<std::string>;
     const std::lock_guard lock(mutex);

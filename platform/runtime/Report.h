@@ -6,17 +6,18 @@
 
 namespace runtime {
 
-/// Takes a message for the person at the bench; replaced in tests.
+/// Takes a message for the user of the bench. Tests replace it.
 using Reporter = std::function<void(const std::string&)>;
 
-/// Prints `message` on standard error as one line of the program's, whatever characters it quotes. Any thread.
+/// Prints `message` as one line on standard error, after the name of the program. Replaces control characters. Any
+/// thread.
 void report(const std::string& message);
 
-/// Reports each warning or error of GLib, and of the libraries on it, in one line and once: without a bus, GLib
-/// complains of every signal, and the reader of standard error may be slow. To be called once.
+/// Reports each warning or error of GLib and its libraries once, in one line: without a bus, GLib complains about every
+/// signal, and the reader of standard error may be slow. To be called once.
 void reportGlibMessagesOnce();
 
-/// Runs `action` and reports what it throws: a fault in the called code must not end the thread.
+/// Runs `action` and reports any exception, so that a fault in the action does not end the thread.
 /// @param what begins the report: "a timer's action has failed"
 template <class Action>
 void runGuarded(const std::string& what, Action&& action)

@@ -22,8 +22,7 @@ namespace fs = std::filesystem;
 constexpr const char* kStoreDirectory = "kyr/etc/bluetooth/bin";
 constexpr const char* kStoreFile = "PSConfig.psr";
 
-/// The controller's keys as it leaves the factory. The second line is the device address, which is what the service
-/// provisions.
+/// The keys of the controller in factory state. The second line is the device address, which the service provisions.
 constexpr const char* kDefaultStore =
     "// PSKEYs\n"
     "&0001 = 0000 0000 0000 0000\n"
@@ -34,7 +33,7 @@ constexpr const char* kDefaultStore =
 
 std::string& rootPath()
 {
-    static std::string* const path = new std::string;  // KYR_GetRootPath() may be called until the process has ended
+    static std::string* const path = new std::string;  // in use until the process ends
     return *path;
 }
 
@@ -63,7 +62,7 @@ fs::path runDirectory()
 
 [[noreturn]] void refuseDirectory(const fs::path& path, const std::string& reason)
 {
-    throw std::runtime_error("the run directory " + path.string() + " cannot be used: " + reason);
+    throw std::runtime_error("run directory " + path.string() + ": " + reason);
 }
 
 }  // namespace
@@ -93,8 +92,7 @@ bool makeHeadUnitDirectories(const std::string& root)
         makeStore(fs::path(root) / kStoreDirectory);
         return true;
     } catch (const fs::filesystem_error& error) {
-        report("the head unit's directories cannot be made below " + root + ": " + error.path1().string() + ": " +
-               error.code().message());
+        report("--root " + root + ": cannot make " + error.path1().string() + ": " + error.code().message());
         return false;
     }
 }
@@ -106,18 +104,18 @@ std::filesystem::path makeRunDirectory()
         refuseDirectory(path, std::generic_category().message(errno));
     }
 
-    // Asked of the open directory, so that nobody can put another in its place in between; /tmp is everybody's.
+    // Checks the open directory, so that no other user can swap it in between: everybody may write to /tmp.
     const host::Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!directory.valid()) {
         refuseDirectory(
-            path, errno == ELOOP || errno == ENOTDIR ? "it is no directory" : std::generic_category().message(errno));
+            path, errno == ELOOP || errno == ENOTDIR ? "not a directory" : std::generic_category().message(errno));
     }
     struct stat status = {};
     if (fstat(directory.get(), &status) != 0) {
         refuseDirectory(path, std::generic_category().message(errno));
     }
     if (status.st_uid != getuid()) {
-        refuseDirectory(path, "it belongs to another user");
+        refuseDirectory(path, "belongs to another user");
     }
     if (fchmod(directory.get(), S_IRWXU) != 0) {
         refuseDirectory(path, std::generic_category().message(errno));

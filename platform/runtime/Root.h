@@ -5,20 +5,19 @@
 
 namespace runtime {
 
-/// Sets what KYR_GetRootPath() returns: `directory` made absolute, without a slash at its end; empty (also for "/"):
-/// the real root. To be called before the service starts.
+/// Sets the result of KYR_GetRootPath(): `directory` as an absolute path without a slash at its end. An empty directory
+/// or "/" is the real root. To be called before the service starts.
 void setRoot(const std::string& directory);
 
-/// Makes the directories that a head unit has, and the default persistent-store file of the Bluetooth controller,
-/// below `root`; what exists is left as it is, and an empty root altogether. What cannot be made is reported in one
-/// line.
-/// @returns whether everything is there.
+/// Makes the directories of a head unit below `root`, and the default persistent-store file of the Bluetooth
+/// controller. Leaves existing files, and an empty root, as they are. Reports a failure in one line.
+/// @returns whether all of them exist.
 bool makeHeadUnitDirectories(const std::string& root);
 
-/// Makes the directory for what exists only while the programs of the bench run: $XDG_RUNTIME_DIR/engineering, or
-/// /tmp/engineering-$UID where that is not set. Nobody but its owner can enter it.
+/// Makes the run directory of the bench: $XDG_RUNTIME_DIR/engineering, or /tmp/engineering-$UID if the variable is not
+/// set. Only its owner can enter it.
 /// @returns its absolute path.
-/// @throws std::runtime_error with one line when it cannot be had, or when what is there is no directory of this user.
+/// @throws std::runtime_error if it cannot be made, or if the path is not a directory of this user.
 std::filesystem::path makeRunDirectory();
 
 }  // namespace runtime

@@ -163,7 +163,7 @@ TEST_F(RunDirectoryTest, FileInItsPlaceIsRefused)
 {
     std::ofstream(expected_) << "mine";
 
-    EXPECT_THAT(refusal(), HasSubstr("no directory"));
+    EXPECT_THAT(refusal(), HasSubstr("not a directory"));
 }
 
 TEST_F(RunDirectoryTest, OfAnotherUserIsRefused)

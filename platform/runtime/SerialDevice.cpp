@@ -9,32 +9,32 @@
 #include "host/Baud.h"
 #include "platform/runtime/Terminal.h"
 
-// termios directly, and not libserialport: that finds a port by what sysfs lists, and so refuses the pseudo-terminals
-// of virtual null modems and the links by which udev names an adapter however it is plugged in (/dev/serial/by-id).
+// termios and not libserialport: that library finds ports through sysfs, so it refuses the pseudo-terminals of virtual
+// null modems and the stable names that udev gives to adapters (/dev/serial/by-id).
 
 namespace runtime {
 namespace {
 
 [[noreturn]] void refuseDevice(const std::filesystem::path& path, const std::string& reason)
 {
-    throw TerminalError(path.string() + " cannot be opened as the station's line: " + reason);
+    throw TerminalError("--uart " + path.string() + ": " + reason);
 }
 
 [[noreturn]] void refuseDevice(const std::filesystem::path& path)
 {
-    // EBUSY: another process has made it its own with TIOCEXCL. EWOULDBLOCK: with flock().
+    // EBUSY: another process holds TIOCEXCL. EWOULDBLOCK: another process holds flock().
     if (errno == EBUSY || errno == EWOULDBLOCK) {
-        refuseDevice(path, "another process is using it");
+        refuseDevice(path, "another process uses it");
     }
     if (errno == ENOTTY) {
-        refuseDevice(path, "it is no terminal");
+        refuseDevice(path, "not a terminal");
     }
     refuseDevice(path, std::generic_category().message(errno));
 }
 
 void claim(const std::filesystem::path& path, int descriptor)
 {
-    // Both, because root's open() passes TIOCEXCL by, and programs that know nothing of flock() heed TIOCEXCL.
+    // Both: TIOCEXCL does not stop root, and not every program uses flock().
     if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 || ioctl(descriptor, TIOCEXCL) != 0) {
         refuseDevice(path);
     }
@@ -52,13 +52,13 @@ void configure(const std::filesystem::path& path, int descriptor, speed_t speed)
     settings.c_iflag &= ~static_cast<tcflag_t>(IXOFF | IXANY);
     cfsetispeed(&settings, speed);
     cfsetospeed(&settings, speed);
-    // At once, and without discarding what the station has sent already.
+    // TCSANOW keeps what the station has already sent.
     if (tcsetattr(descriptor, TCSANOW, &settings) != 0) {
         refuseDevice(path);
     }
 }
 
-/// The mark of TIOCEXCL stays as long as anybody has the terminal open, so it has to be taken off.
+/// TIOCEXCL lasts until the last process closes the terminal, so it has to be removed.
 void release(const host::Descriptor* line)
 {
     ioctl(line->get(), TIOCNXCL);
@@ -74,13 +74,13 @@ SerialDevice::SerialDevice(const std::filesystem::path& path, unsigned baud)
 
 std::shared_ptr<const host::Descriptor> SerialDevice::open()
 {
-    // Non-blocking, so that neither a modem without carrier nor a pipe without a writer holds us up.
+    // Non-blocking: a modem without a carrier or a pipe without a writer must not block.
     auto opened = std::make_unique<host::Descriptor>(::open(path_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     if (!opened->valid()) {
         refuseDevice(path_);
     }
     if (isatty(opened->get()) == 0) {
-        refuseDevice(path_, "it is no terminal");
+        refuseDevice(path_, "not a terminal");
     }
     claim(path_, opened->get());
     std::shared_ptr<const host::Descriptor> line(opened.release(), release);

@@ -24,10 +24,10 @@ namespace {
 constexpr const char* kBusName = "com.zent.linux.engineering";
 constexpr std::chrono::seconds kBusPatience{3};
 
-/// Leaves a tenth of the second in which the process has to be gone.
+/// Leaves a tenth of the second within which the process has to end.
 constexpr suseconds_t kEndUs = 900'000;
 
-/// How far the service's start has come. Static, since the thread that waits for signals outlives everything.
+/// State of the start. Static, since the thread that waits for signals outlives all objects.
 enum class Phase {
     kBefore,
     kInitialising,
@@ -49,7 +49,7 @@ void endNow(int)
     _exit(EXIT_SUCCESS);
 }
 
-/// An alarm rather than a thread: it needs nothing that may hang.
+/// An alarm, not a thread: an alarm needs nothing that may hang.
 void armWatchdog()
 {
     struct sigaction action = {};
@@ -68,7 +68,7 @@ void deinitialise()
     if (thePhase == Phase::kBefore) {
         return;
     }
-    // What is half there cannot be taken away. Should this take too long, the watchdog ends it.
+    // A service that is only partly initialised cannot be deinitialised. The watchdog limits the wait.
     thePhase.wait(Phase::kInitialising);
     KYR_ServiceFw_Deinit();
 }
@@ -77,14 +77,14 @@ void deinitialise()
 {
     armWatchdog();
     wire.withdraw();
-    // Now already: what follows may run into the watchdog, which writes nothing.
+    // At once: the watchdog, which writes nothing, may interrupt the rest.
     std::fflush(stdout);
     deinitialise();
     wire.stop();
     std::fflush(stdout);
     error.stop();
     out.stop();
-    // No destructors: the service's threads run to the end, and use what these would take away.
+    // No destructors: the threads of the service still run and use the objects.
     _exit(EXIT_SUCCESS);
 }
 
@@ -97,7 +97,7 @@ void endOnSignal(TtyWire& wire, OutputPump& out, OutputPump& error)
     endProcess(wire, out, error);
 }
 
-/// A descriptor that is missing would be given to the next file: then what is printed goes into it.
+/// The next file would get the number of a missing descriptor, and printed text would go into that file.
 void openStandardDescriptors()
 {
     int null = 0;
@@ -115,11 +115,11 @@ void prepareProcess()
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     signal(SIGPIPE, SIG_IGN);
     signal(SIGXFSZ, SIG_IGN);
-    signal(SIGCHLD, SIG_DFL);  // a parent that ignores it leaves children that nobody can wait for
+    signal(SIGCHLD, SIG_DFL);  // if the parent ignores it, waitpid() fails
     reportGlibMessagesOnce();
-    // What the process makes is its owner's and, to read, the group's; a stricter mask stays.
+    // Files are for the owner and, to read, for the group. A stricter mask stays.
     umask(umask(S_IRWXG | S_IRWXO) | S_IWGRP | S_IRWXO);
-    // GLib connects to the bus on threads of a pool, of which it would keep several for a while without any use.
+    // GLib connects to the bus on threads of a pool and would keep idle ones for a while.
     g_thread_pool_set_max_unused_threads(0);
     signal(SIGTERM, endNow);
     signal(SIGINT, endNow);
@@ -152,16 +152,16 @@ void ServiceFramework::announceReady(const std::function<std::string()>& hint)
     const std::string name = kBusName;
     const BusName outcome = awaitBusName(name, kBusPatience);
     const std::string elseMissing = hint();
-    // One line in all: what is wrong with the service's name, and what else is not on the bus.
+    // One line for both: the problem with the name of the service, and what else is missing on the bus.
     std::string trouble;
     if (outcome.state == BusName::State::kNoBus) {
-        trouble = "no session bus, so only the station's line is served: " + outcome.reason;
+        trouble = "serving the station only: no session bus: " + outcome.reason;
     }
     if (outcome.state == BusName::State::kTaken) {
-        trouble = "another process has the bus name " + name + ", so only the station's line is served";
+        trouble = "serving the station only: another process owns the bus name " + name;
     }
     if (outcome.state == BusName::State::kLate) {
-        trouble = "the bus name " + name + " is not there in time, so at first only the station's line is served";
+        trouble = "serving the station only, for now: the bus name " + name + " is not available in time";
     }
     if (outcome.state != BusName::State::kNoBus && !elseMissing.empty()) {
         trouble += (trouble.empty() ? "" : "; ") + elseMissing;
@@ -177,7 +177,7 @@ void ServiceFramework::announceReady(const std::function<std::string()>& hint)
 void ServiceFramework::run()
 {
     KYR_ServiceFw_Exec();
-    // KYR_ServiceFw_Exec does not return; should a service's do, the signals still decide when the process ends.
+    // KYR_ServiceFw_Exec() should not return. If it does, signals still end the process.
     for (;;) {
         pause();
     }

@@ -8,34 +8,34 @@
 
 namespace runtime {
 
-/// To be called first of all, before any thread is started and any file opened: the standard descriptors are open,
-/// standard output is line-buffered, neither a reader that has gone away nor a limit on files ends the process,
-/// children can be waited for, files are made for owner and group only, and GLib complains of each thing once. SIGTERM
-/// and SIGINT end the process at once, with status 0.
+/// Prepares the process; to be called before any thread starts and any file is opened. The standard descriptors are
+/// open, and standard output is line-buffered. Neither a closed reader nor a limit on file sizes ends the process.
+/// Children can be waited for. Only owner and group can read new files. GLib reports each problem once. SIGTERM and
+/// SIGINT end the process at once, with status 0.
 void prepareProcess();
 
-/// From now on SIGTERM and SIGINT wait for the framework. To be called before any thread is started and before there is
-/// something that the end of the process has to take back.
+/// From now on SIGTERM and SIGINT wait for the framework. To be called before any thread starts, and before anything
+/// exists that has to be removed at the end.
 void holdEndSignals();
 
-/// The framework around a service: calls the three entry points that the service exports (KYRServiceFw.h) and ends
-/// the process. One per process; it knows the service by nothing but the entry points and the bus name.
+/// The framework around a service: calls the three entry points that the service exports (KYRServiceFw.h) and ends the
+/// process. One per process. It knows only the entry points and the bus name of the service.
 class ServiceFramework
 {
 public:
-    /// From now on SIGTERM and SIGINT end the process with status 0 within a second, whatever hangs: without the
-    /// line's link, and with what stands in standard output's buffer written. Nobody waits for a reader of standard
-    /// output or standard error any more.
-    /// @param wire the station's line; not owned, stays to the end of the process
+    /// From now on SIGTERM and SIGINT end the process with status 0 within a second, even if something hangs. The end
+    /// removes the link of the line and writes the buffer of standard output. From now on no thread waits for a reader
+    /// of standard output or standard error.
+    /// @param wire the line to the station; not owned, outlives the process's threads
     explicit ServiceFramework(TtyWire& wire);
 
-    /// Brings the service up.
+    /// Starts the service.
     void initialise(int argc, char** argv);
 
-    /// Waits a few seconds at most until it is clear what became of the service's bus name, then prints the line that
-    /// says that the service is ready, and tells a supervisor.
-    /// @param hint waits for and gives one line on what else is not on the bus, empty for none. Not printed when there
-    /// is no bus at all.
+    /// Waits a few seconds at most until it is clear who owns the bus name of the service. Then prints the line that
+    /// says that the service is ready, and notifies a supervisor.
+    /// @param hint waits for the other users of the bus and returns one line on what is missing; empty for none. Not
+    /// printed if there is no bus at all.
     void announceReady(const std::function<std::string()>& hint);
 
     /// Runs the service until a signal ends the process.

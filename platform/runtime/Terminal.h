@@ -10,37 +10,37 @@
 
 namespace runtime {
 
-/// A terminal that cannot be had; what() says in one line which and why.
+/// A terminal that cannot be opened. The message is one line that names it and the reason.
 class TerminalError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Where a line comes from: opened anew whenever it was lost.
+/// Opens a line, and opens it again after it was lost.
 class Terminal
 {
 public:
     virtual ~Terminal() = default;
 
-    /// Opens the line, raw and non-blocking. Whoever holds what it returns keeps the line open.
+    /// Opens the line, raw and non-blocking. The line stays open as long as the result exists.
     /// @throws TerminalError
     virtual std::shared_ptr<const host::Descriptor> open() = 0;
 
-    /// Removes what leads the station to the line. May be called more than once and from any thread.
+    /// Removes the link by which the station finds the line. Any thread, any number of times.
     virtual void withdraw() = 0;
 
     /// @returns the absolute path under which the line is known.
     virtual const std::filesystem::path& path() const = 0;
 };
 
-/// A pseudo-terminal whose other end the station opens by a symbolic link. The end is held open here as well, so that
-/// the line stays when the station closes it.
+/// A pseudo-terminal whose other end the station opens through a symbolic link. This object keeps the other end open
+/// too, so the line stays when the station closes it.
 class PseudoTerminal : public Terminal
 {
 public:
-    /// Opens the terminal and makes `link`; a link that leads to no running service's terminal is replaced.
-    /// @throws TerminalError, also when `link` is anything but such a link.
+    /// Opens the terminal and makes `link`. Replaces a link that does not lead to the terminal of a running service.
+    /// @throws TerminalError, also if `link` is not such a link.
     explicit PseudoTerminal(const std::filesystem::path& link);
 
     /// As withdraw().
@@ -48,7 +48,7 @@ public:
 
     std::shared_ptr<const host::Descriptor> open() override { return master_; }
 
-    /// Removes the link, unless it has become another's.
+    /// Removes the link, unless it leads elsewhere by now.
     void withdraw() override;
 
     const std::filesystem::path& path() const override { return link_; }
@@ -62,13 +62,12 @@ private:
     bool linked_ = false;  // guarded by mutex_
 };
 
-/// A serial device, or anything else with the manners of a terminal: 8 bits, no parity, one stop bit, raw, and nobody
-/// else's meanwhile.
+/// A serial device or another terminal, for exclusive use: raw, 8 data bits, no parity, one stop bit.
 class SerialDevice : public Terminal
 {
 public:
-    /// @param path kept as it is, so that a link finds a device that has come back under another name
-    /// @param baud a known one
+    /// @param path used as given, so that a link finds a device that returns under another name
+    /// @param baud one of host::kBauds
     SerialDevice(const std::filesystem::path& path, unsigned baud);
 
     std::shared_ptr<const host::Descriptor> open() override;

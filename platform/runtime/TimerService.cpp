@@ -18,7 +18,7 @@ TimerService::TimerService(Clock clock) : clock_(clock)
 {
     const std::lock_guard lock(mutex_);
     if (clock_ == Clock::kManual) {
-        startLocked();  // time may be told to pass before there is any timer
+        startLocked();  // advance() may be called before there is any timer
     }
 }
 
@@ -34,7 +34,7 @@ TimerService::~TimerService()
     }
 }
 
-/// Under the lock, since the thread compares thread_ with itself.
+/// With the lock, since the thread compares thread_ with itself.
 void TimerService::startLocked()
 {
     if (!thread_.joinable()) {
@@ -47,7 +47,7 @@ TimerService& TimerService::instance()
     if (TimerService* const set = theInstance; set != nullptr) {
         return *set;
     }
-    static TimerService* const own = new TimerService;  // timers may be used until the process has ended
+    static TimerService* const own = new TimerService;  // in use until the process ends
     return *own;
 }
 
@@ -164,7 +164,7 @@ void TimerService::waitLocked(Timers::iterator next, std::unique_lock<std::mutex
         changed_.wait(lock);
         return;
     }
-    const TimePoint due = next->second.due;  // the entry may be gone by the time the wait reads it again
+    const TimePoint due = next->second.due;  // a copy: another thread may remove the entry meanwhile
     changed_.wait_until(lock, due);
 }
 

@@ -10,23 +10,23 @@
 namespace runtime {
 namespace {
 
-/// What is delivered at once, at most.
+/// The largest chunk.
 constexpr std::size_t kChunkSize = 4096;
 
-/// How often a lost line is tried.
+/// How often to try a lost line.
 constexpr int kRetryMs = 250;
 
-/// What Linux's terminals give at a time at most.
+/// The most that a Linux terminal returns in one read.
 constexpr std::size_t kTerminalHolds = 4095;
 
 enum class ReadEnd {
-    kEmpty,  ///< nothing more is there
-    kFull,   ///< the buffer is
-    kLost,   ///< the line is
+    kEmpty,  ///< no more bytes are available
+    kFull,   ///< the buffer is full
+    kLost,   ///< the line is lost
 };
 
-/// Reads what is there into `buffer`, as much as fits.
-/// @param count in and out: how much is in the buffer
+/// Reads the available bytes into `buffer`, as many as fit.
+/// @param count in and out: number of bytes in the buffer
 ReadEnd readAvailable(int line, std::span<std::uint8_t> buffer, std::size_t& count)
 {
     while (count < buffer.size()) {
@@ -34,8 +34,7 @@ ReadEnd readAvailable(int line, std::span<std::uint8_t> buffer, std::size_t& cou
         const ssize_t got = read(line, buffer.data() + count, room);
         if (got > 0) {
             count += static_cast<std::size_t>(got);
-            // A raw terminal gives all that it has, 4095 bytes at most: to ask it again after less would only cost
-            // time.
+            // A raw terminal returns all its bytes, at most 4095. After fewer, another read would only cost time.
             if (static_cast<std::size_t>(got) < std::min(room, kTerminalHolds)) {
                 return ReadEnd::kEmpty;
             }
@@ -102,7 +101,7 @@ void TtyWire::detachLocked()
 void TtyWire::stop()
 {
     withdraw();
-    // First the writer, so that a receiver that is sending returns.
+    // The writer first, so that a receiver that is sending returns.
     writer_.close();
     const std::lock_guard lock(mutex_);
     stopped_ = true;
@@ -124,7 +123,7 @@ void TtyWire::run(const Receiver& receiver)
     deliveryThread_ = std::thread::id();
 }
 
-/// @returns whether the line has something to read, its end included.
+/// @returns whether the line has bytes to read or has ended.
 bool TtyWire::waitForInput()
 {
     std::array<pollfd, 2> polled{{{wakeup_.descriptor(), POLLIN, 0}, {line_->get(), POLLIN, 0}}};
@@ -146,10 +145,10 @@ bool TtyWire::deliverChunk(const Receiver& receiver)
 
 void TtyWire::lose()
 {
-    // Before the line can be had again it must be free, and it is not while the writer holds it.
+    // The line can be opened again only after the writer has closed it.
     writer_.close();
     line_.reset();
-    reporter_(name_ + ": the line is lost; waiting for it to come back");
+    reporter_(name_ + ": line lost; waiting for it to return");
 }
 
 void TtyWire::recover()
@@ -164,7 +163,7 @@ void TtyWire::recover()
         return;  // not back yet
     }
     writer_.open(line_);
-    reporter_(name_ + ": the line is back");
+    reporter_(name_ + ": line is back");
 }
 
 }  // namespace runtime

@@ -14,12 +14,12 @@
 
 namespace runtime {
 
-/// The station's line over a terminal. A line that is lost is opened again as soon as it can be, while somebody is
-/// attached; one report says that it was lost, one that it is back.
+/// The line to the station over a terminal. While a receiver is attached, the wire opens a lost line again as soon as
+/// possible. It reports when the line is lost and when it is back.
 class TtyWire : public Wire
 {
 public:
-    /// Opens the line. What arrives is kept by the terminal until somebody attaches.
+    /// Opens the line. The terminal keeps incoming bytes until a receiver attaches.
     /// @throws TerminalError
     explicit TtyWire(std::unique_ptr<Terminal> terminal, Reporter reporter = report);
 
@@ -32,11 +32,11 @@ public:
     void detach() override;
     bool send(std::span<const std::uint8_t> frame) override { return writer_.send(frame); }
 
-    /// Removes what leads the station here; the line itself goes on. Any thread.
+    /// Removes the link by which the station finds the line. The line itself stays open. Any thread.
     void withdraw() { terminal_->withdraw(); }
 
-    /// Withdraws, ends the delivery and closes the line; frames are dropped from now on, and whoever attaches later
-    /// gets nothing. Not on the delivery thread.
+    /// Withdraws, ends the delivery and closes the line. From now on the wire drops frames and delivers nothing. Not on
+    /// the delivery thread.
     void stop();
 
     /// @returns the absolute path of the line.
@@ -54,8 +54,8 @@ private:
     const std::unique_ptr<Terminal> terminal_;
     const Reporter reporter_;
     const std::string name_;
-    const host::Wakeup wakeup_;                     // ends the delivery thread's waiting
-    std::shared_ptr<const host::Descriptor> line_;  // null: lost; the delivery thread's own while there is one
+    const host::Wakeup wakeup_;                     // wakes the delivery thread
+    std::shared_ptr<const host::Descriptor> line_;  // null: lost; only the delivery thread uses it
     FrameWriter writer_;
 
     std::mutex mutex_;      // attach, detach and stop

@@ -393,14 +393,14 @@ TEST_F(PtyWireTest, DirectoryThatAnotherHasLockedIsRefusedAfterASecond)
     const host::Descriptor locked(open(directory_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     ASSERT_EQ(flock(locked.get(), LOCK_EX), 0);
 
-    EXPECT_THAT(refusal(), AllOf(HasSubstr(link_.string()), HasSubstr("locked")));
+    EXPECT_THAT(refusal(), AllOf(HasSubstr(link_.string()), HasSubstr("locks its directory")));
 }
 
 TEST_F(PtyWireTest, FileInPlaceOfTheLinkIsRefusedAndLeftAsItIs)
 {
     std::ofstream(link_) << "mine";
 
-    EXPECT_THAT(refusal(), AllOf(HasSubstr(link_.string()), HasSubstr("no symbolic link")));
+    EXPECT_THAT(refusal(), AllOf(HasSubstr(link_.string()), HasSubstr("expected a symbolic link")));
 
     EXPECT_EQ(fs::file_size(link_), 4u);
 }
@@ -409,7 +409,7 @@ TEST_F(PtyWireTest, DirectoryInPlaceOfTheLinkIsRefused)
 {
     fs::create_directory(link_);
 
-    EXPECT_THAT(refusal(), HasSubstr("no symbolic link"));
+    EXPECT_THAT(refusal(), HasSubstr("expected a symbolic link"));
 }
 
 TEST_F(PtyWireTest, LinkInADirectoryThatDoesNotExistIsRefused)
@@ -495,7 +495,7 @@ TEST_F(DeviceWireTest, IsNobodyElsesWhileItIsOpen)
     tests::PtyPeer peer;
     const auto wire = makeWire(peer.path());
 
-    EXPECT_THAT(refusal(peer.path()), AllOf(HasSubstr(peer.path()), HasSubstr("another process is using it")));
+    EXPECT_THAT(refusal(peer.path()), AllOf(HasSubstr(peer.path()), HasSubstr("another process uses it")));
 
     wire->stop();
     EXPECT_THAT(refusal(peer.path()), IsEmpty());
@@ -528,8 +528,8 @@ TEST_F(DeviceWireTest, FileThatIsNoTerminalIsRefused)
     const fs::path path = directory_.path() / "file";
     std::ofstream(path) << "mine";
 
-    EXPECT_THAT(refusal(path), AllOf(HasSubstr(path.string()), HasSubstr("no terminal")));
-    EXPECT_THAT(refusal("/dev/null"), HasSubstr("no terminal"));
+    EXPECT_THAT(refusal(path), AllOf(HasSubstr(path.string()), HasSubstr("not a terminal")));
+    EXPECT_THAT(refusal("/dev/null"), HasSubstr("not a terminal"));
 }
 
 TEST_F(DeviceWireTest, LostDeviceIsReportedAndServedAgainWhenItIsBack)
@@ -541,14 +541,12 @@ TEST_F(DeviceWireTest, LostDeviceIsReportedAndServedAgainWhenItIsBack)
     wire->attach(chunks_.receiver());
 
     peer.reset();
-    EXPECT_THAT(reports_.waitFor(1), ElementsAre("uart " + path.string() +
-                                                 ": the line is lost; waiting for it to come "
-                                                 "back"));
+    EXPECT_THAT(reports_.waitFor(1), ElementsAre("uart " + path.string() + ": line lost; waiting for it to return"));
     EXPECT_FALSE(wire->send(Bytes{1}));
     tests::PtyPeer back;
     fs::remove(path);
     fs::create_symlink(back.path(), path);
-    EXPECT_THAT(reports_.waitFor(2), ElementsAre(testing::_, "uart " + path.string() + ": the line is back"));
+    EXPECT_THAT(reports_.waitFor(2), ElementsAre(testing::_, "uart " + path.string() + ": line is back"));
 
     back.write({2});
     EXPECT_EQ(chunks_.waitForBytes(1), Bytes{2});

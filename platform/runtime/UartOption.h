@@ -5,7 +5,7 @@
 
 namespace runtime {
 
-/// Which line the station is on.
+/// The line to the station.
 struct UartOption {
     enum class Kind {
         kPseudoTerminal,
@@ -13,12 +13,12 @@ struct UartOption {
     };
 
     Kind kind = Kind::kPseudoTerminal;
-    std::filesystem::path path;  ///< the link to make (empty: the default one) or the device
+    std::filesystem::path path;  ///< the link to make (empty: the default link), or the device
     unsigned baud = 0;           ///< of a device
 };
 
-/// Reads "pty:LINK" or "DEVICE[,BAUD]". The last comma is the one before the rate, so a device whose name has a comma
-/// is given with its rate.
+/// Reads "pty:LINK" or "DEVICE[,BAUD]". The rate follows the last comma, so a device with a comma in its name needs a
+/// rate.
 /// @throws protocol::UserError
 UartOption parseUartOption(const std::string& text);
 

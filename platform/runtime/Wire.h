@@ -6,7 +6,7 @@
 
 namespace runtime {
 
-/// What carries bytes between the station and KYRUartAdapter: a terminal on the bench, memory in tests.
+/// Carries bytes between the station and KYRUartAdapter: over a terminal on the bench, in memory in tests.
 class Wire
 {
 public:
@@ -14,20 +14,20 @@ public:
 
     virtual ~Wire() = default;
 
-    /// Begins to deliver what the station sends, first of all what has arrived before. The wire calls `receiver` on
-    /// one thread, one chunk at a time.
+    /// Starts to deliver the bytes from the station, beginning with those that have already arrived. Calls `receiver`
+    /// on one thread, one chunk at a time.
     virtual void attach(Receiver receiver) = 0;
 
-    /// Ends the delivery; when it returns `receiver` is not running (unless the call came from it) and will not be
-    /// called again.
+    /// Ends the delivery. After the return, `receiver` is not running, unless it made the call, and is never called
+    /// again.
     virtual void detach() = 0;
 
-    /// Puts one frame on the wire, whole, from any thread.
-    /// @returns false when the station does not read and the frame was dropped.
+    /// Writes one whole frame. Any thread.
+    /// @returns false if the station does not read and the frame was dropped.
     virtual bool send(std::span<const std::uint8_t> frame) = 0;
 };
 
-/// Sets the wire that KYRUartAdapter uses; not owned. To be set before the service starts; null: no UART.
+/// Sets the wire for KYRUartAdapter; not owned. Null: there is no UART. To be called before the service starts.
 void installWire(Wire* wire);
 Wire* installedWire();
 

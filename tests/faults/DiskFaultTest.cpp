@@ -126,7 +126,7 @@ TEST_F(DiskFaultTest, LogThatIsADirectoryIsSaidInOneLineAndTheStationServed)
 
     ChildProcess& service = startInTestMode();
 
-    EXPECT_THAT(service.lines(Stream::kErr), ElementsAre(HasSubstr("there is no log: "), StartsWith("ready uart=")));
+    EXPECT_THAT(service.lines(Stream::kErr), ElementsAre(HasSubstr("no log: "), StartsWith("ready uart=")));
 }
 
 TEST_F(DiskFaultTest, PartitionThatIsReadOnlyFromTheStartIsReadAndServed)
@@ -147,7 +147,7 @@ TEST_F(DiskFaultTest, PartitionThatIsReadOnlyFromTheStartIsReadAndServed)
 
     ChildProcess& service = startInTestMode();
 
-    EXPECT_THAT(service.lines(Stream::kErr), ElementsAre(HasSubstr("there is no log: "), StartsWith("ready uart=")));
+    EXPECT_THAT(service.lines(Stream::kErr), ElementsAre(HasSubstr("no log: "), StartsWith("ready uart=")));
     RawLine line(link());
     line.write(kWriteSerial2);
     line.expectExchange(kReadSerial, kSerialIs1);

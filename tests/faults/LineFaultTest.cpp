@@ -86,9 +86,9 @@ TEST_F(LineFaultTest, DeviceThatComesBackUnderAnotherNameIsServedAsBefore)
 
     for (std::size_t round = 1; round <= rounds && !HasFailure(); ++round) {
         unplug();
-        EXPECT_TRUE(waitForReports(service, "the line is lost", round));
+        EXPECT_TRUE(waitForReports(service, "line lost", round));
         PtyPeer& station = plugIn();
-        EXPECT_TRUE(waitForReports(service, "the line is back", round));
+        EXPECT_TRUE(waitForReports(service, "line is back", round));
 
         station.write(kModeOn);
         EXPECT_EQ(station.read(kModeOnReply.size()), kModeOnReply);
@@ -109,9 +109,9 @@ TEST_P(HangUpTest, InTheMiddleOfARequestCostsTheNextOneAtMost)
     first.waitUntilTaken();
 
     unplug();
-    EXPECT_TRUE(waitForReports(service, "the line is lost", 1));
+    EXPECT_TRUE(waitForReports(service, "line lost", 1));
     PtyPeer& station = plugIn();
-    EXPECT_TRUE(waitForReports(service, "the line is back", 1));
+    EXPECT_TRUE(waitForReports(service, "line is back", 1));
 
     // What has come of a frame is kept. The next one completes it, and is only then recognised as one by itself.
     station.write(kModeOn);
@@ -139,9 +139,9 @@ TEST_F(LineFaultTest, HangUpInTheMiddleOfAReplyLeavesNothingOfItToTheNextStation
     EXPECT_TRUE(waitForReports(service, "the station does not read", 1));
 
     unplug();
-    EXPECT_TRUE(waitForReports(service, "the line is lost", 1));
+    EXPECT_TRUE(waitForReports(service, "line lost", 1));
     PtyPeer& station = plugIn();
-    EXPECT_TRUE(waitForReports(service, "the line is back", 1));
+    EXPECT_TRUE(waitForReports(service, "line is back", 1));
 
     // Twice, since the line may have gone in the middle of a request as well.
     station.write(kAskMode);
