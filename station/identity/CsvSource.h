@@ -39,8 +39,8 @@ struct CsvTable {
 
 /// Reads comma- or semicolon-separated values as spreadsheets write them: the first line holds the names of records;
 /// quotes and a byte-order mark are understood, empty lines are skipped. Each row needs a value of a unique record, and
-/// no such value may stand in two rows. An address counts as one value, whether it stands as CarPlay MAC or as
-/// Bluetooth address. Throws UserError, "FILE:LINE: …", for the first error in the file.
+/// no such value may be in two rows, not even an address as CarPlay MAC in one and as Bluetooth address in the other.
+/// Throws UserError, "FILE:LINE: …", for the first error in the file.
 /// @param path of the file that the text comes from
 CsvTable readCsv(std::string_view text, const std::string& path, Records records);
 

@@ -18,7 +18,7 @@ ordered_json valueOf(const Stored& stored)
 
 const std::string& withFolder(const std::string& path)
 {
-    std::error_code error;  // opening the file tells
+    std::error_code error;  // opening the file fails, too
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
     return path;
 }

@@ -20,7 +20,7 @@ namespace {
 constexpr auto kLockPatience = std::chrono::seconds(10);
 constexpr int kTryLockAgainMs = 10;
 
-/// Stands for the whole file; behind every line that there can be.
+/// The byte that is locked for the whole file, after every line that there can be.
 constexpr off_t kWholeFile = off_t{1} << 60;
 
 /// More than a million units take.

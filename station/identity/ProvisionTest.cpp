@@ -49,22 +49,6 @@ protected:
     Done last;
 };
 
-TEST_F(ProvisionTest, TestModeIsEnteredAndTheModeBeforeRestored)
-{
-    unit.enterTestMode();
-    EXPECT_TRUE(peer.testMode);
-    unit.restoreMode();
-    EXPECT_FALSE(peer.testMode);
-}
-
-TEST_F(ProvisionTest, TestModeThatWasOnStaysOn)
-{
-    peer.testMode = true;
-    unit.enterTestMode();
-    unit.restoreMode();
-    EXPECT_TRUE(peer.testMode);
-}
-
 TEST_F(ProvisionTest, SilentUnitIsNoAnswer)
 {
     try {
@@ -202,18 +186,6 @@ TEST_F(ProvisionTest, VerifyComparesEverythingAndWritesNothing)
                 wanted("bluetooth-address", "001A7DDA7113"), wanted("bluetooth-address", "0002F5A1B2C3")}),
         ElementsAre(Result::kMatches, Result::kDiffers, Result::kMissing, Result::kMatches, Result::kDiffers));
     EXPECT_EQ(peer.writes(), 0u);
-}
-
-TEST_F(ProvisionTest, LineThatGoesWhileAValueIsWrittenIsALineError)
-{
-    unit.enterTestMode();
-    const Record& serial = record("factory-serial");
-    peer.store = [&](std::string value) {
-        peer.line.hangUp();
-        return value;
-    };
-
-    EXPECT_THROW(write({{&serial, "SN1"}}), protocol::LineError);
 }
 
 TEST_F(ProvisionTest, GarbageCorruptAndForeignFramesAreNotTheReadBack)

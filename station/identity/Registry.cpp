@@ -148,14 +148,14 @@ struct Registry::Impl {
                             order),
                 record.space, range.value(from), range.value(range.last));
         };
-        std::uint64_t behindHighest = range.first;
+        std::uint64_t afterHighest = range.first;
         for (Statement down = takenFrom(range.first, "DESC"); down.step();) {
             if (range.contains(down.text(0), number)) {
-                behindHighest = number + 1;
+                afterHighest = number + 1;
                 break;
             }
         }
-        for (std::uint64_t candidate : {behindHighest, range.first}) {
+        for (std::uint64_t candidate : {afterHighest, range.first}) {
             if (candidate > range.last) {
                 continue;
             }

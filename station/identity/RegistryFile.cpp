@@ -51,7 +51,7 @@ std::string newUuid()
                        bits[2] >> 16, bits[2] & 0xFFFF, bits[3]);
 }
 
-/// @returns what tells this file from a copy of it: its inode and, if the file system keeps it, its time of birth.
+/// @returns a mark that a copy of the file does not have: the inode and, if the file system keeps it, the birth time.
 std::string markOf(const std::string& path)
 {
     struct statx file = {};
@@ -92,7 +92,7 @@ std::string lockRefusedByMount(int descriptor)
     return {};
 }
 
-/// Where the bytes that stand for units begin, and those on which locks are tried.
+/// The first byte for units, and the first byte on which locks are tried.
 constexpr off_t kFirstUnit = off_t{1} << 20;
 constexpr off_t kTrial = off_t{1} << 61;
 

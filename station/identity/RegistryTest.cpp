@@ -19,6 +19,7 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "station/identity/LedgerFile.h"
+#include "station/identity/Sqlite.h"
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/faults/SmallDisk.h"
 #include "tests/support/TempDir.h"
@@ -293,7 +294,7 @@ TEST_F(RegistryTest, TwoStationsDoNotWorkOnTheSameUnit)
     EXPECT_EQ(reserve({"U2"}).row.line, 3u);
 }
 
-// The ways by which two units once got one identity.
+// Ways in which two units could get one identity.
 
 TEST_F(RegistryTest, UnitsWithAPlaceholderAreNeverTheSameUnit)
 {
@@ -566,6 +567,20 @@ TEST_F(RegistryTest, RegistryThatWasRemovedIsNotBegunAnew)
     std::filesystem::remove(path);
 
     EXPECT_THAT(error([&] { reserve({"U2"}); }), HasSubstr("older than what the registry had given before"));
+}
+
+TEST_F(RegistryTest, RegistryWithoutTheIndexOfEventsIsReadAndGetsItWhenItGives)
+{
+    reserve({"U1"});
+    sqlite::Database database(path, SQLITE_OPEN_READWRITE, nullptr);
+    database.run("DROP INDEX event_of_value");
+
+    EXPECT_EQ(states().at("SN1"), "reserved");
+    EXPECT_EQ(serialFor({"U2"}), "SN2");
+
+    auto index = database.prepare("SELECT count(*) FROM sqlite_schema WHERE name = 'event_of_value'");
+    ASSERT_TRUE(index.step());
+    EXPECT_EQ(index.number(0), 1);
 }
 
 TEST_F(RegistryTest, FileThatIsNotARegistryIsNamed)

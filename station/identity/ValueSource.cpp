@@ -174,7 +174,7 @@ std::vector<Wanted> ValueSource::find(UnitIdentity& unit)
         serial = unit.read(require(records_, kSerialOfRow)).value;
     }
     if (serial.empty()) {
-        throw NotGiven("the unit has no factory serial that tells its row: give --serial or --unit");
+        throw NotGiven("the unit has no factory serial, by which its row is found: give --serial or --unit");
     }
     return wantedOf(table_->rowOf(serial), true);
 }
@@ -244,7 +244,7 @@ std::vector<Done> ValueSource::preview(UnitIdentity& unit, const std::vector<Wan
     return identity::write(unit, wanted, {options_.overwrite, true}, [](const Done&) {});
 }
 
-/// @returns the unit with its unique values, which tell it from others.
+/// @returns the unit with the unique values that identify it.
 UnitOnLine ValueSource::lineOf(UnitIdentity& unit) const
 {
     UnitOnLine line = terms_.line;
