@@ -37,7 +37,7 @@ Answers readAnswers(const std::string& path, const Plan& plan, protocol::toml_fi
 /// @returns "yes" or "no", the number, or the text; nothing for another kind of answer.
 std::optional<std::string> parseAnswer(Prompt::Kind kind, std::string_view text);
 
-/// @returns what an answer of this kind looks like: "yes or no", "a number", "a text".
+/// @returns the form of an answer of this kind: "yes or no", "a number", "a text".
 const char* describe(Prompt::Kind kind);
 
 }  // namespace station::plan

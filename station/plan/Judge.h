@@ -31,7 +31,7 @@ Judgement judge(std::span<const Expected> expected, std::span<const protocol::ca
 /// variable without value.
 Judgement judge(const Prompt& prompt, const std::string& answer, const Variables& variables);
 
-/// @returns whether `value` is `limit` or less, give or take what a factor rounds off: 8707 × 0.01 is at most 87.07.
+/// @returns whether `value` is `limit` or less, but for rounding: 8707 × 0.01 is at most 87.07.
 bool isAtMost(double value, double limit);
 
 /// Reads a value as a user writes it for `field`: 8750, "87.5MHz", "on", "HeadUnit", "00 1A 7D". Every text field and

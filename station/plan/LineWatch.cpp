@@ -11,7 +11,7 @@ constexpr std::size_t kMostArrivals = 4096;
 
 void LineWatch::on(const TraceEvent& event)
 {
-    // The steps see the secrets, the record and whoever watches do not.
+    // The steps see the secrets; the record and the observer do not.
     const TraceEvent shown = mask_(event);
     const std::size_t number = run_.events.add(shown);
     auto meaning = attribution_.on(event);

@@ -10,7 +10,7 @@
 
 namespace station::plan {
 
-/// Keeps what passes on the line, for the record and for the steps that look at it. For one thread.
+/// Keeps the events of the line for the record and for the steps. For one thread.
 class LineWatch : public TraceSink
 {
 public:
@@ -26,7 +26,7 @@ public:
         TraceEvent event;
         Attribution::Meaning meaning;
         std::size_t number = 0;
-        /// Whether a step has made something of it.
+        /// Whether a step has used it.
         bool claimed = false;
         /// Whether it came after the last frame that was sent.
         bool afterSending = false;

@@ -9,7 +9,7 @@
 #include "protocol/toml/TableReader.h"
 #include "station/plan/Plan.h"
 
-/// What the parts of the plan loader share.
+/// Shared by the parts of the plan loader.
 namespace station::plan::loading {
 
 struct Context {
@@ -23,9 +23,9 @@ struct Context {
     Duration retryDelay = std::chrono::milliseconds(100);
     OnFailure onFailure = OnFailure::kNext;
 
-    /// What the steps so far store.
+    /// Variables that the steps so far store.
     std::set<std::string, std::less<>> variables;
-    /// The questions so far.
+    /// Ids of the questions so far.
     std::set<std::string, std::less<>> questions;
 };
 
@@ -34,28 +34,28 @@ using protocol::inQuotes;
 /// Adds a problem at a key.
 void report(Context& context, const toml::key& key, std::string text);
 
-/// @returns a value as a user would have written it on a command line; nothing, with a problem, for what is no number
-/// and no text. Reports ${variables} that no step before stores.
+/// @returns a value as a user writes it on a command line; nothing, with a problem, for a value that is neither a
+/// number nor a text. Reports ${variables} that no earlier step stores.
 std::optional<std::string> writtenValue(Context& context, const toml::node& node, std::string_view name);
 
-/// Reports ${variables} in the text of `node` that no step before stores.
+/// Reports ${variables} in the text of `node` that no earlier step stores.
 void checkVariables(Context& context, const toml::node& node, std::string_view text);
 
-/// @returns seconds as a duration, from `least` on and up to a day; `otherwise` without the key.
+/// @returns seconds as a duration, from `least` to a day; `otherwise` without the key.
 Duration seconds(protocol::toml_file::TableReader& reader, std::string_view key, Duration otherwise, double least = 0);
 
 std::optional<OnFailure> onFailure(protocol::toml_file::TableReader& reader);
 
-/// @returns how often; `otherwise` without the key.
+/// @returns a number of times; `otherwise` without the key.
 int count(protocol::toml_file::TableReader& reader, std::string_view key, int otherwise, int least);
 
 /// Reads the table of expectations under `key` for a frame that may hold `fields`.
-/// @param frame what the frame is called in problems
+/// @param frame the name of the frame in problems
 std::vector<Expected> loadExpected(Context& context, const toml::table& table,
                                    const std::vector<const protocol::catalogue::Field*>& fields,
                                    const std::string& frame);
 
-/// Reads what is expected of an operator's answer. Nothing with a problem.
+/// Reads the expectation of an operator's answer. @returns nothing, with a problem, for a wrong one.
 std::optional<Expected> loadAnswer(Context& context, const toml::node& node, const Prompt& prompt);
 
 /// Reads a step of any kind. Problems go into the context.
@@ -65,7 +65,7 @@ Step loadStep(Context& context, const toml::table& table);
 std::vector<std::pair<std::string, std::string>> loadConditions(Context& context,
                                                                 protocol::toml_file::TableReader& reader);
 
-/// @returns whether `requires` says that a simulated head unit has to be there.
+/// @returns whether `requires` demands a simulated head unit.
 bool loadRequires(protocol::toml_file::TableReader& reader);
 
 }  // namespace station::plan::loading

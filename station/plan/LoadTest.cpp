@@ -52,7 +52,7 @@ std::vector<std::string> brokenNames()
     return names;
 }
 
-/// A plan that is wrong in one way. Its last lines say what is to be reported: "#! LINE:COLUMN: TEXT".
+/// A plan with mistakes of one kind. Its last lines are the expected reports: "#! LINE:COLUMN: TEXT".
 class BrokenPlan : public testing::TestWithParam<std::string>
 {
 };

@@ -11,16 +11,16 @@
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Model.h"
 
-/// Test plans: what a station does with a unit, step by step. docs/plans.md describes the file.
-/// A plan points into the catalogue that it was checked against.
+/// Test plans: the steps of a test, in order. docs/plans.md describes the file. A plan points into the catalogue that
+/// it was checked against.
 namespace station::plan {
 
 using Duration = std::chrono::nanoseconds;
 
-/// What follows a step that did not pass.
+/// How a run goes on after a step that did not pass.
 enum class OnFailure : std::uint8_t { kNext, kStopGroup, kStop };
 
-/// What a value has to be. All that is set has to hold. Texts may hold ${variables}.
+/// The demands on a value, all of which must hold. Texts may contain ${variables}.
 struct Expected {
     /// Field of the frame, or the question's id.
     std::string name;
@@ -32,7 +32,7 @@ struct Expected {
     std::optional<double> maximum;
     std::optional<std::string> equals;
     std::optional<std::string> matches;
-    /// Of the limits, and of what is shown.
+    /// Of the limits and of the value in reports.
     std::string unit;
     /// Whether the limits are in the unit of the field's scale.
     bool scaled = false;
@@ -46,8 +46,8 @@ struct StoredField {
 
 enum class ReplyRule : std::uint8_t {
     kRequired,
-    kOptional,  ///< silence is as good
-    kNone,      ///< silence only
+    kOptional,  ///< a reply or silence
+    kNone,      ///< silence
 };
 
 struct Send {
@@ -55,16 +55,16 @@ struct Send {
     std::vector<protocol::catalogue::Argument> with;
     ReplyRule reply = ReplyRule::kRequired;
     std::vector<Expected> expect;
-    /// Whether the answer that comes later, through the HMI or the middleware, is awaited too.
+    /// Whether to wait for the later reply, too.
     bool later = false;
     std::vector<Expected> expectLater;
     std::vector<StoredField> store;
 };
 
-/// Waits for a frame that the unit sends on its own.
+/// Waits for a frame that the unit sends by itself.
 struct Wait {
     std::string key;
-    /// One of them is set: a notice, or a command whose later answer is meant.
+    /// One of them is set: a notice, or the command of a later reply.
     const protocol::catalogue::Notice* notice = nullptr;
     const protocol::catalogue::Command* command = nullptr;
     std::vector<Expected> expect;
@@ -83,11 +83,11 @@ struct Prompt {
     std::optional<std::string> store;
     /// Whether no two units of a run may get the same answer.
     bool unique = false;
-    /// Whether the answer is masked wherever it is shown or recorded, since it goes into or stands for a secret field.
+    /// Whether to mask the answer wherever it is shown or recorded, because it belongs to a secret field.
     bool secret = false;
 };
 
-/// Sets the simulated head unit, or has it raise an event.
+/// Changes the state of the simulated head unit, or raises an event on it.
 struct HeadUnitAction {
     bool raisesEvent = false;
     /// JSON Pointer of the state, or the event's name.
@@ -97,19 +97,19 @@ struct HeadUnitAction {
 
 struct Step {
     std::string name;
-    /// What it does, in one line.
+    /// Its action in one line.
     std::string what;
     std::variant<Send, Wait, Prompt, HeadUnitAction> action;
-    /// How long an answer is waited for; zero for a question without limit.
+    /// The longest wait for an answer; zero for a question without limit.
     Duration timeout{0};
-    /// How often the step is done; all of them have to pass.
+    /// How often the step is executed; every time has to pass.
     int repeat = 1;
-    /// How often it is tried again when it does not pass.
+    /// How often it is tried again if it does not pass.
     int retries = 0;
     Duration retryDelay{0};
     OnFailure onFailure = OnFailure::kNext;
     bool needsHeadUnit = false;
-    /// Variables that need a value, else the step is skipped; empty for none.
+    /// Values that variables need, else the step is skipped; empty for none.
     std::vector<std::pair<std::string, std::string>> onlyIf;
     /// A variable without which the step is skipped; empty for none.
     std::string ifStored;
@@ -137,16 +137,16 @@ struct Plan {
     std::vector<Group> setup;
     std::vector<Group> main;
     std::vector<Group> teardown;
-    /// Whether a line that was lost and came back leaves the run a chance to pass.
+    /// Whether the run may pass although the line was lost and came back.
     bool passesAcrossLinkLoss = false;
-    /// How bad the line may be; nothing for no limit.
+    /// Limits on the faults of the line; nothing for no limit.
     struct LineLimits {
         std::optional<std::size_t> reconnects;
         std::optional<std::size_t> repeatedSends;
         std::optional<std::size_t> corruptFrames;
         std::optional<std::size_t> garbageBytes;
     } line;
-    /// How long the teardown may take in all.
+    /// Time limit of the whole teardown.
     Duration teardownLimit = std::chrono::seconds(10);
 
     /// The number of steps, each counted once.
@@ -155,11 +155,11 @@ struct Plan {
     std::vector<const Step*> destructiveSteps() const;
 };
 
-/// How long a plan takes at least, as far as it can be told beforehand.
+/// The shortest duration of a plan, as far as it is known before.
 struct Estimate {
-    /// Frames on the line, and the silence that is asserted.
+    /// Frames on the line, and asserted silence.
     Duration duration{0};
-    /// Steps that wait for somebody, or for something that comes on its own.
+    /// Steps that wait for a person or for a frame that comes by itself.
     std::size_t open = 0;
 };
 

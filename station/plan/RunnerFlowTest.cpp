@@ -14,7 +14,7 @@ constexpr unsigned kFrequency = 0x0201;
 constexpr unsigned kMode = 0x0FFF;
 constexpr unsigned kFlag = 0x0E01;
 
-// Three phases that can be told apart by what they send.
+// Three phases that send different commands.
 constexpr const char* kThreePhases = R"(
 [[setup]]
 name = "S"

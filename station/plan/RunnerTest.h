@@ -61,7 +61,7 @@ private:
     std::mutex mutex_;
 };
 
-/// A simulated head unit that remembers what it was told.
+/// A simulated head unit that remembers its calls.
 class HeadUnitStub : public HeadUnit
 {
 public:
@@ -83,7 +83,7 @@ public:
 class RunnerTest : public testing::Test
 {
 protected:
-    /// What the unit does when it gets a command of this code; by default it keeps silent.
+    /// The reaction of the unit to a command of this code; by default silence.
     std::map<unsigned, std::function<void(const Frame&)>> on;
 
     void reply(std::uint8_t cmdOne, std::uint8_t cmdTwo, std::vector<std::uint8_t> params)
@@ -124,7 +124,7 @@ protected:
         return result.run.phases[1].groups.at(0).tries.at(0).steps.at(index);
     }
 
-    /// What the run begins with.
+    /// The facts that the run begins with.
     record::Run known;
     SerialRecord serialRecord;
     std::shared_ptr<SerialsAtPorts> serials = std::make_shared<SerialsAtPorts>();

@@ -37,13 +37,13 @@ public:
     ScriptedUnit(const ScriptedUnit&) = delete;
     ScriptedUnit& operator=(const ScriptedUnit&) = delete;
 
-    /// From here on the script runs: what it uses has to be ready.
+    /// Starts the script, which needs its objects ready.
     void start()
     {
         thread_ = std::thread([this] { serve(); });
     }
 
-    /// What the script has written can be looked at when this returns.
+    /// A test may read the results of the script after this call.
     void stop()
     {
         if (thread_.joinable()) {
@@ -79,7 +79,7 @@ public:
     /// For the script, after vanish: a device of the same name is there again.
     void comeBack() { plugIn(); }
 
-    /// What has come so far, as "cmd_one cmd_two" in one number each.
+    /// The commands so far, "cmd_one cmd_two" in one number each.
     std::vector<unsigned> codes() const
     {
         const std::lock_guard lock(mutex_);

@@ -21,26 +21,26 @@ public:
                record::Run& run, UnitSerial& serial, Observer& observer);
 
     /// Adds an attempt to the step's record.
-    /// @param place what an observer is told of it; its texts live as long as the plan.
+    /// @param place of the step, for the observer; its texts live as long as the plan
     void attempt(const Step& step, const StepPlace& place, record::Step& record);
 
     bool linkFailed() const { return linkFailed_; }
     bool interrupted() const { return interrupted_; }
 
-    /// Takes in what has come, and whether the line is still there, when no step has looked for a while.
+    /// Receives frames, or the loss of the line, after a time in which no step did.
     void lookAtLine();
 
-    /// After the line came back, and after three time-outs in a row, asks a unit that had auto-test mode on whether it
-    /// still has.
-    /// @returns whether the unit says that it has not.
+    /// After the line came back, and after three time-outs in a row, asks a unit that was in auto-test mode whether it
+    /// still is.
+    /// @returns whether it says no.
     bool unitRestarted();
     const Variables& variables() const { return variables_; }
 
-    /// What limits the time of the steps from here on; nullptr for nothing.
+    /// Limits the time of the following steps; nullptr for no limit.
     void limitBy(const TimeLimit* limit) { limit_ = limit; }
 
 private:
-    /// Whose commands these are: the attempt that sent the commands from this number on.
+    /// The attempt that sent the commands from this number on.
     struct Sender {
         std::size_t firstRequest = 0;
         StepPlace place;
@@ -56,17 +56,17 @@ private:
     std::optional<protocol::Frame> exchange(const Send& send, const protocol::Frame& frame, Duration timeout,
                                             record::Attempt& attempt);
     void explainSilence(const Send& send, Duration timeout, std::size_t corrupt, record::Attempt& attempt);
-    /// Adds what came to the attempts that it belongs to.
+    /// Adds the arrivals to the attempts that they belong to.
     void attribute();
     void attribute(LineWatch::Arrival& arrival, const Attribution::Request& request);
-    /// Takes in what came together with an answer.
+    /// Receives the frames that came with an answer.
     void listenBriefly();
     void judgeFrame(const protocol::Frame& frame, const protocol::catalogue::Command* asked,
                     const std::vector<Expected>& expected, const std::vector<StoredField>& store,
                     record::Attempt& attempt);
     std::optional<protocol::Frame> awaitFrame(const std::function<bool(const protocol::Frame&)>& wanted,
                                               Duration timeout);
-    /// @returns whether the command sets or reads auto-test mode, and so is answered without it.
+    /// @returns whether the command sets or reads auto-test mode: the unit answers it in either mode.
     bool isOfTestMode(const protocol::catalogue::Command& command) const;
     void lookForMode(const protocol::catalogue::Decoded& decoded);
     /// @param prefix "write-" for the command that writes the unit's serial record; "" for the one that reads it

@@ -10,27 +10,26 @@
 
 namespace station::plan {
 
-/// What a plan stores under this name is the unit's serial number.
+/// The variable that holds the unit's serial number.
 inline constexpr std::string_view kSerialVariable = "serial";
 
-/// What the units of runs at several ports hold: no two of them have the same serial. All functions may be called from
-/// any thread.
+/// The serial numbers of the units at several ports, which must differ. All functions may be called from any thread.
 class SerialsAtPorts
 {
 public:
     /// @param serial no placeholder
     void add(const std::string& port, const std::string& serial);
 
-    /// @returns why the run at `port` is in error, in one line; empty when no other port has told one of its serials.
+    /// @returns why the run at `port` is in error, in one line; empty if no other port has one of its serial numbers.
     std::string clashOf(const std::string& port) const;
 
 private:
     mutable std::mutex mutex_;
-    std::map<std::string, std::string> ports_;    // that told a serial first; guarded by mutex_
+    std::map<std::string, std::string> ports_;    // the first with a serial number; guarded by mutex_
     std::map<std::string, std::string> clashes_;  // by port; guarded by mutex_
 };
 
-/// Whose run it is: compares what the operator says with what the unit tells. For one thread.
+/// The unit of a run: compares the serial number that the operator gives with that of the unit. For one thread.
 class UnitSerial
 {
 public:
@@ -40,17 +39,17 @@ public:
     {
     }
 
-    /// The operator says that this is the unit's serial.
+    /// The operator gives the serial number.
     void give(const std::string& serial);
-    /// The unit tells that it holds this serial.
+    /// The unit answers with its serial number.
     void tell(const std::string& serial);
-    /// The plan writes the record: what the unit holds from here on is the plan's doing.
+    /// The plan writes the record: later serial numbers of the unit are not compared.
     void write() { written_ = true; }
 
-    /// @returns what the unit told last, else what the operator gave; empty when neither is known.
+    /// @returns the last serial number of the unit, else the operator's; empty if neither is known.
     const std::string& known() const { return told_.empty() ? given_ : told_; }
 
-    /// @returns why the run is not that of the unit which was meant, in one line; empty while nothing is wrong.
+    /// @returns why the unit is not the one that the operator meant, in one line; empty if it is.
     const std::string& mismatch() const { return mismatch_; }
 
 private:
@@ -61,7 +60,7 @@ private:
     const std::string port_;
     std::string given_;
     std::string told_;
-    /// What the unit told before the plan wrote the record.
+    /// The serial number of the unit before the plan wrote the record.
     std::string brought_;
     std::string mismatch_;
     bool written_ = false;

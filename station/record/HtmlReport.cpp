@@ -166,7 +166,7 @@ private:
     static std::string whyOf(const Step& step)
     {
         const std::string reason = reasonOf(step);
-        return reason.empty() ? "The plan gives no further reason." : reason;
+        return reason.empty() ? "The plan gives no other reason." : reason;
     }
 
     void addRepeated(Node main)
@@ -324,7 +324,7 @@ private:
         addText(folded, "summary",
                 protocol::plural(attempt.events.end - attempt.events.begin, "event") + " on the line");
         Node table = add(folded, "table", "frames");
-        addText(table, "caption", "What passed on the line during " + step.name + ", times from its start", "hidden");
+        addText(table, "caption", "Events on the line during " + step.name + ", times from its start", "hidden");
         Node titles = add(add(table, "thead"), "tr");
         for (const char* title : {"Time", "Direction", "Group, command, [parameters]", "Meaning"}) {
             set(addText(titles, "th", title), "scope", "col");

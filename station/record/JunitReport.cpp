@@ -49,7 +49,7 @@ void setAttribute(pugi::xml_node node, const Counts& counts)
     setAttribute(node, "time", secondsText(counts.time));
 }
 
-/// Adds what a verdict is in JUnit, and counts it.
+/// Adds the element of a verdict, and counts it.
 void addVerdict(pugi::xml_node testcase, Verdict verdict, const std::string& reason, Counts& counts)
 {
     ++counts.tests;

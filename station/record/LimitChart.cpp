@@ -15,10 +15,10 @@ using html::add;
 using html::Node;
 using html::set;
 
-/// How many widths of the allowed range a value may be away to be drawn to scale.
+/// A value farther away than this many widths of the allowed range is not drawn to scale.
 constexpr double kFarthest = 4;
 
-/// What is drawn of the number line.
+/// The part of the number line that is drawn.
 struct Axis {
     double from = 0;
     double to = 0;

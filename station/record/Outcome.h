@@ -8,7 +8,7 @@
 #include "protocol/catalogue/Model.h"
 #include "station/record/RunRecord.h"
 
-/// The only place that computes verdicts from the facts of a run, and what a reader wants to see first.
+/// The only place that computes verdicts, and the first lines of a report, from the facts of a run.
 namespace station::record {
 
 /// @returns whether something went wrong: neither PASS nor SKIPPED.

@@ -34,13 +34,13 @@ TEST(RecordJson, EveryRunComesBackAsItWas)
     }
 }
 
-TEST(RecordJson, BytesThatAreNoTextAreReplacedAndTheRecordStaysReadable)
+TEST(RecordJson, InvalidUtf8IsReplacedAndTheRecordStaysReadable)
 {
     const record::Run run = parseRun(serialise(json(samples::hostile())));
 
     EXPECT_THAT(headlineOf(run).reason,
                 StartsWith("<script>alert('x')</script>&amp;\"]]>--><!-- \x01\x1b[31m\r\n\x7f \uFFFD\uFFFD "));
-    // What was not text in the first place is untouched.
+    // Bytes that are not a text stay as they are.
     EXPECT_EQ(run.events.kept().at(0).frame, samples::hostile().events.kept().at(0).frame);
 }
 
@@ -78,7 +78,7 @@ TEST(RecordJson, NumbersThatJsonCannotHoldAreNull)
     EXPECT_TRUE(std::isnan(std::get<double>(value)));
 }
 
-TEST(RecordJson, KeysOfALaterVersionArePassedOver)
+TEST(RecordJson, KeysOfALaterVersionAreIgnored)
 {
     auto record = json(samples::passed());
     record["phases"][0]["colour"] = "blue";
@@ -202,7 +202,7 @@ const Damage kDamages[] = {
 INSTANTIATE_TEST_SUITE_P(Each, BrokenRecord, testing::ValuesIn(kDamages),
                          [](const auto& each) { return std::string(each.param.name); });
 
-TEST(RecordJson, WhatIsNoJsonIsRefusedWithLineAndColumn)
+TEST(RecordJson, InvalidJsonIsRefusedWithLineAndColumn)
 {
     try {
         parseRun("{\n \"schema\": 1,\n \"id\" \"x\"\n}\n");
@@ -220,13 +220,13 @@ TEST(RecordJson, ARecordCutAnywhereIsRefused)
     }
 }
 
-TEST(RecordJson, ADepthThatNoRecordHasIsRefused)
+TEST(RecordJson, ExcessiveDepthIsRefused)
 {
     EXPECT_THROW(parseRun(std::string(100000, '[')), RecordError);
     EXPECT_THROW(parseRun(R"({"schema": 1e999})"), RecordError);
 }
 
-TEST(RecordJson, AFileThatIsNotThereIsNamed)
+TEST(RecordJson, MissingFileIsNamed)
 {
     try {
         readRun("/nowhere/record.json");

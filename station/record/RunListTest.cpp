@@ -53,7 +53,7 @@ TEST_F(RunListTest, ListsTheNewestFirstWithWhatWentWrong)
     EXPECT_THAT(list.passedOver, IsEmpty());
 }
 
-TEST_F(RunListTest, PassesOverWhatIsNoRunAndTellsABrokenRecord)
+TEST_F(RunListTest, SkipsOtherFoldersAndReportsABrokenRecord)
 {
     keep(samples::passed(), "good", std::chrono::seconds(0));
     fs::create_directories(directory_ / "notes");

@@ -56,7 +56,7 @@ constexpr Verdict worse(Verdict one, Verdict other)
 /// A number, text, or yes/no.
 using Scalar = std::variant<double, std::string, bool>;
 
-/// What a plan demands of a value. All that is set has to hold.
+/// The demands of a plan on a value, all of which must hold.
 struct Limits {
     std::optional<double> minimum;
     std::optional<double> maximum;
@@ -84,8 +84,8 @@ struct EventRange {
     bool operator==(const EventRange&) const = default;
 };
 
-/// What passed on the line, in order, each event once. What belongs to nothing that the plan asked for may come without
-/// end: of it the first and the last kKept events are kept.
+/// The events of the line, in order, each once. A unit may send unexpected frames without end: of these, the first and
+/// the last kKept are kept.
 class Events
 {
 public:
@@ -94,7 +94,7 @@ public:
     /// @returns the number of the event; numbers count all events from 0.
     std::size_t add(TraceEvent event);
 
-    /// Says that an event belongs to what the plan asked for; puts it back when it has been dropped.
+    /// Marks an event as expected; puts it back if it has been dropped.
     void claim(std::size_t number, const TraceEvent& event);
 
     /// Puts an event of a stored record in its place.
@@ -111,12 +111,12 @@ public:
 private:
     std::map<std::size_t, TraceEvent> kept_;
     std::size_t next_ = 0;
-    // Numbers of kept events that belong to nothing, ascending.
+    // Numbers of kept events that are unexpected, ascending.
     std::deque<std::size_t> first_;
     std::deque<std::size_t> last_;
 };
 
-/// Something found outside of attempts, and the verdict that it means.
+/// A fact outside of attempts, and its verdict.
 struct Finding {
     Verdict verdict = Verdict::kSkipped;
     std::string text;
@@ -128,18 +128,18 @@ struct Finding {
 struct Attempt {
     std::chrono::system_clock::time_point started;
     std::chrono::nanoseconds duration{0};
-    /// How much of it the bytes take on the line: bytes sent and received × 10 / baud.
+    /// Time of the bytes on the line: bytes sent and received × 10 / baud.
     std::chrono::nanoseconds wireTime{0};
     Verdict verdict = Verdict::kPass;
-    /// One line for the reader: what was expected and what came; empty for PASS.
+    /// "expected X, got Y" in one line; empty for PASS.
     std::string reason;
     std::vector<Measurement> measurements;
-    /// What passed on the line during it.
+    /// Events of the line during it.
     EventRange events;
-    /// Whether it did not pass and the step was tried again for that: then it does not count.
+    /// Whether another attempt replaces it because it did not pass: then it does not count.
     bool superseded = false;
 
-    /// Adds what went wrong; the worst verdict stays.
+    /// Adds a reason; the worst verdict stays.
     void add(const Finding& finding);
 
     bool operator==(const Attempt&) const = default;
@@ -151,10 +151,10 @@ struct Step {
     std::string name;
     /// "send", "wait", "prompt", "headunit".
     std::string kind;
-    /// What it does in one line: "tuner.play frequency=8750".
+    /// Its action in one line: "tuner.play frequency=8750".
     std::string what;
     std::deque<Attempt> attempts;
-    /// Why it was not done.
+    /// Why it was not executed.
     std::optional<Finding> cut;
 
     bool operator==(const Step&) const = default;
@@ -165,7 +165,7 @@ struct Group {
     /// The steps once per try of the group, all kept.
     struct Try {
         std::deque<Step> steps;
-        /// Whether it failed and the group was tried again for that: then it does not count.
+        /// Whether another try replaces it because it failed: then it does not count.
         bool superseded = false;
 
         bool operator==(const Try&) const = default;
@@ -192,15 +192,15 @@ struct Run {
 
     /// Names the results folder: plan key, start time and port.
     std::string id;
-    /// Tells the run from every other one, wherever it was made; empty in older records.
+    /// Differs from that of every other run at any station; empty in older records.
     std::string uuid;
     std::chrono::system_clock::time_point started;
     std::chrono::system_clock::time_point ended;
-    /// What holds for the run as a whole: the user ended it, the port was not there.
+    /// Of the run as a whole: the user ended it, the port was missing.
     std::vector<Finding> findings;
 
     struct Unit {
-        std::string serial;  ///< given by the operator or read from the unit; empty when not known
+        std::string serial;  ///< given by the operator or read from the unit; empty if not known
         std::string port;
         unsigned baud = 0;
 
@@ -208,9 +208,9 @@ struct Run {
     } unit;
     struct StationInfo {
         std::string host;
-        std::string operatorName;  ///< empty when not given
+        std::string operatorName;  ///< empty if not given
         std::string version;       ///< of the tool
-        std::string line;          ///< the production line; empty when not told
+        std::string line;          ///< the production line; empty if not given
 
         bool operator==(const StationInfo&) const = default;
     } station;
@@ -224,9 +224,9 @@ struct Run {
     } plan;
     std::string catalogueSha256;
 
-    /// Setup, main and teardown, in this order; none where the record ends before.
+    /// Setup, main and teardown, in this order; none if the record ends before.
     std::vector<Phase> phases;
-    /// What passed on the line.
+    /// The events of the line.
     Events events;
     LineQuality line;
 

@@ -34,7 +34,7 @@ TraceEvent notice(std::uint8_t n)
     return {TraceEvent::Kind::kReceived, {}, {}, {0x86, 0x11, {n}}, {}};
 }
 
-TEST(Events, OfWhatBelongsToNothingTheFirstAndTheLastThousandAreKept)
+TEST(Events, TheFirstAndTheLastThousandUnexpectedOnesAreKept)
 {
     Events events;
     for (std::size_t i = 0; i < 5000; ++i) {
@@ -49,7 +49,7 @@ TEST(Events, OfWhatBelongsToNothingTheFirstAndTheLastThousandAreKept)
     EXPECT_TRUE(events.kept().contains(4000));
 }
 
-TEST(Events, WhatWasAskedForIsKeptHoweverMuchComesAfterIt)
+TEST(Events, ExpectedOnesAreKeptHoweverManyFollow)
 {
     Events events;
     for (std::size_t i = 0; i < Events::kKept; ++i) {
@@ -67,7 +67,7 @@ TEST(Events, WhatWasAskedForIsKeptHoweverMuchComesAfterIt)
     EXPECT_EQ(events.kept().size(), 2 * Events::kKept + 2);
 }
 
-TEST(Events, WhatIsAskedForAfterItWasDroppedComesBack)
+TEST(Events, DroppedOneComesBackWhenItIsClaimed)
 {
     Events events;
     for (std::size_t i = 0; i < 3 * Events::kKept; ++i) {

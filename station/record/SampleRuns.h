@@ -2,10 +2,10 @@
 
 #include "station/record/RunRecord.h"
 
-/// Runs made by hand, for tests and for looking at what the reports make of them.
+/// Runs made by hand, for tests and for a look at the reports.
 namespace station::record::samples {
 
-/// Setup, two groups and teardown, everything as it should be.
+/// Setup, two groups and teardown, which all pass.
 Run passed();
 
 /// The tuner's antenna is open: one limit missed, one step without answer, one refused frame, one passed when repeated,
@@ -15,13 +15,13 @@ Run failed();
 /// Ended by the user in its second step.
 Run aborted();
 
-/// The port was not there: no step was run.
+/// The port was missing, so no step was run.
 Run withoutSteps();
 
-/// What a hostile unit could send, wherever a text stands: markup, control characters, bytes that are no UTF-8.
+/// Every text is from a hostile unit: markup, control characters, bytes that are not UTF-8.
 Run hostile();
 
-/// One step with so many frames.
+/// One step with `count` frames.
 Run withFrames(std::size_t count);
 
 }  // namespace station::record::samples

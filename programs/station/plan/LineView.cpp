@@ -37,7 +37,7 @@ private:
         void onAttempt(const station::plan::StepPlace& place, const station::plan::Step& step,
                        std::size_t attempt) override
         {
-            // Somebody may have to do something at the unit for it to come.
+            // The operator may have to act at the unit, such as press a key.
             if (!view_.quiet_ && attempt == 1 && step.kind() == "wait") {
                 view_.print((label_.empty() ? "" : "[" + station::record::printable(label_) + "] ") + "waiting for " +
                             station::plan::placeText(place, step.name) + "\n");

@@ -52,7 +52,7 @@ std::string fitted(const std::string& line, std::size_t columns)
     return line;
 }
 
-/// What is shown of one unit.
+/// The lines of one unit.
 struct UnitState {
     std::string label;
     std::string step = "connecting";
@@ -104,7 +104,7 @@ public:
     }
 
 private:
-    /// The run's thread only notes; the ticks draw.
+    /// The thread of the run only stores; the ticks draw.
     class UnitObserver : public station::plan::Observer
     {
     public:
@@ -175,8 +175,8 @@ private:
         return lines;
     }
 
-    /// Writes what `compose` makes with mutex_ held. A terminal that stands still holds up no run: those note under
-    /// mutex_ only.
+    /// Writes the text that `compose` makes with mutex_ held. A blocked terminal does not delay the runs, which only
+    /// take mutex_.
     template <class Compose>
     void draw(Compose compose)
     {
@@ -190,7 +190,7 @@ private:
         std::fflush(stdout);
     }
 
-    /// @returns what puts the new lines above the block at the bottom, and draws that anew.
+    /// @returns the text that adds the new lines above the block at the bottom and draws the block again.
     std::string composeLocked(bool withBlock)
     {
         std::string text;

@@ -97,7 +97,7 @@ void Operator::reached(const std::string& port, const station::plan::Progress& p
 {
     const std::lock_guard lock(mutex_);
     Port& at = portOf(port);
-    // A group that is tried again does not keep the others waiting.
+    // A group that is tried again does not delay the others.
     if (progress.step > at.progress.step) {
         at.progress = progress;
         at.asked = false;
@@ -122,7 +122,7 @@ bool Operator::goesFirst(const Port& earlier, const Port& later)
            (earlier.progress.step == later.progress.step && !earlier.asked);
 }
 
-/// Gives the terminal, when it is free, to the port that waits for it at the earliest step.
+/// Gives a free terminal to the port that waits for it at the earliest step.
 void Operator::passTurnLocked()
 {
     if (shown_ != nullptr) {
@@ -198,8 +198,8 @@ std::optional<std::string> Operator::askAtTerminal(const Question& question, sta
     }
 }
 
-/// @returns the port of the other unit that has got the answer, when no two may have it; empty when it is free, and
-/// from here on this unit's.
+/// Takes the answer for this unit.
+/// @returns the port of the unit that has taken a unique answer before; empty if there is none.
 std::string Operator::takenBy(const Question& question, const std::string& answer)
 {
     if (!question.prompt.unique) {

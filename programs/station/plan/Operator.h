@@ -26,13 +26,13 @@ public:
 
     std::optional<std::string> ask(const station::plan::Question& question, station::Interrupt& interrupt) override;
     void reached(const std::string& port, const station::plan::Progress& progress) override;
-    /// The run at `port` is over, or has never begun. To be called once for every port, else others wait for it.
+    /// The run at `port` has ended or could not begin. To be called once for every port, else the others wait for it.
     void ended(const std::string& port);
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    /// Guarded by mutex_, but for the name and what `turn` tells.
+    /// Guarded by mutex_, except for `name` and `turn`.
     struct Port {
         explicit Port(std::string portName) : name(std::move(portName)) {}
 
@@ -59,7 +59,7 @@ private:
     const bool labelled_;
     const std::function<void(bool)> aside_;
     std::mutex mutex_;
-    /// Ports by question and answer, of the questions that want another answer for each unit; guarded by mutex_.
+    /// Ports by question and answer, of the questions that need another answer for each unit; guarded by mutex_.
     std::map<std::pair<std::string, std::string>, std::string> given_;
     std::deque<Port> ports_;
     const Port* shown_ = nullptr;  // whose question is shown; guarded by mutex_

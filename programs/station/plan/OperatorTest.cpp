@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 
 thread_local std::string asking;
 
-/// A terminal at which nobody answers: each question is over soon after it has been shown.
+/// A terminal without operator: each question times out soon after it appears.
 class OperatorTest : public testing::Test
 {
 protected:
@@ -112,7 +112,7 @@ TEST_F(OperatorTest, QuestionDoesNotWaitForLaterPorts)
     EXPECT_THAT(log(), ElementsAre("a"));
 }
 
-TEST_F(OperatorTest, GroupThatIsTriedAgainKeepsNobodyWaiting)
+TEST_F(OperatorTest, GroupThatIsTriedAgainDoesNotDelayOthers)
 {
     operator_.reached("a", {5, false});
     operator_.reached("a", {3, false});

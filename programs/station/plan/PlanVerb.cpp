@@ -244,7 +244,7 @@ void addPlanCheck(Tool& tool, CLI::App& noun)
     CLI::App* const verb =
         noun.add_subcommand("check",
                             "Check plans against the catalogue\n"
-                            "Every mistake is a line FILE:LINE:COLUMN: TEXT on standard error, all of a file at once.");
+                            "Standard error lists all mistakes of a file, each as FILE:LINE:COLUMN: TEXT.");
     const auto paths = std::make_shared<std::vector<std::string>>();
     verb->add_option("FILE", *paths, "Plans")->required()->type_name("FILE");
     verb->footer("  engineering-station plan check share/plans/*.toml");
@@ -253,11 +253,10 @@ void addPlanCheck(Tool& tool, CLI::App& noun)
 
 void addPlanList(Tool& tool, CLI::App& noun)
 {
-    CLI::App* const verb = noun.add_subcommand(
-        "list",
-        "List plans: name, steps, the time that they take at least, title\n"
-        "The time is that of the frames on the line and of the silence that is asserted; questions and what comes by "
-        "itself take what they take.");
+    CLI::App* const verb = noun.add_subcommand("list",
+                                               "List plans: name, steps, the time that they take at least, title\n"
+                                               "The time covers frames on the line and asserted silence, without "
+                                               "questions and frames that come by themselves.");
     const auto directory = std::make_shared<std::string>();
     verb->add_option(
             "DIR", *directory,
@@ -278,7 +277,7 @@ void addRun(Tool& tool, CLI::App& noun)
         "Run a plan with one unit or several\n"
         "A terminal shows progress, the current step and the latest frames; otherwise there is a line per step. The "
         "record is kept in any case.\n"
-        "Ctrl-C ends the run: the teardown follows, a second Ctrl-C ends that too, a third ends the tool at once.\n"
+        "Ctrl-C ends the run and starts the teardown; a second Ctrl-C ends the teardown, a third the tool.\n"
         "Exit status, the first that holds for any unit: 4 interrupted, 10 port missing or busy, 11 the line "
         "failed, 7 "
         "the results could not be written, 1 a limit was missed, 3 no answer in time, 6 a step ended in an error, 5 "
@@ -299,7 +298,7 @@ void addRun(Tool& tool, CLI::App& noun)
             "PATH[,BAUD] of a unit; once per unit, all of them are tested at once")
         ->check(checkPort)
         ->expected(1)
-        // What stands behind the port is the plan.
+        // The word after the port is the plan.
         ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->type_name("PORT");
@@ -307,14 +306,15 @@ void addRun(Tool& tool, CLI::App& noun)
     verb->add_option("--results", options->request.results, "Directory of the results, a folder per run")
         ->type_name("DIR")
         ->default_str(station::record::kDefaultResults);
-    verb->add_option("--operator", options->operatorName, "Who runs it, for the record")->type_name("NAME");
+    verb->add_option("--operator", options->operatorName, "Name of the operator, for the record")->type_name("NAME");
     verb->add_option("--serial", options->request.known.unit.serial,
                      "Serial number of the unit; when the plan reads another one from it, the run is an ERROR")
         ->check([](const std::string& serial) {
             return serial.empty() ? std::string("expected a serial number, got ''") : std::string();
         })
         ->type_name("TEXT");
-    verb->add_option("--reconnect", options->reconnectSeconds, "Seconds for which a device that has gone is waited for")
+    verb->add_option("--reconnect", options->reconnectSeconds,
+                     "How long to wait for a device that has gone, in seconds")
         ->check(CLI::Range(0.0, 86400.0))
         ->type_name("SECONDS")
         ->capture_default_str();

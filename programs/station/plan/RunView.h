@@ -14,7 +14,8 @@ class RunView
 public:
     virtual ~RunView() = default;
 
-    /// @returns what shows the run at `port`; it lives as long as the view, and is told on the run's thread.
+    /// @returns the observer that shows the run at `port`; it lives as long as the view. Called on the thread of the
+    /// run.
     virtual station::plan::Observer& add(const std::string& port) = 0;
 
     /// Called ten times a second or so, on one thread.
