@@ -28,14 +28,14 @@ inline constexpr std::size_t kCmdTwoOffset = 5;
 inline constexpr std::size_t kParamsOffset = 6;
 inline constexpr std::size_t kChecksumSize = 2;
 
-/// The longest frame that the head unit can send: the platform's carrier counts its bytes in 8 bits.
+/// The longest frame that the head unit can send: the platform's carrier has a length of 8 bits.
 inline constexpr std::size_t kMaxFrame = 255;
 
 /// The most parameter bytes with which a frame stays within kMaxFrame.
 inline constexpr std::size_t kMaxParams = 246;
 
-/// The most parameter bytes that a station may send, and the frame that they make: a length byte of 255 would mean
-/// something else to the receiver.
+/// The most parameter bytes that a station may send, and the length of their frame. The receiver treats a length byte
+/// of 255 differently.
 inline constexpr std::size_t kMaxStationParams = 252;
 inline constexpr std::size_t kMaxStationFrame = 260;
 
@@ -57,7 +57,7 @@ constexpr std::size_t frameLength(std::size_t paramCount)
     return kParamsOffset + paramCount + paramCount % 2 + kChecksumSize;
 }
 
-/// @returns the sum of the bytes. Inline and plain, so that the compiler makes vector code of it.
+/// @returns the sum of the bytes. Inline and plain, so the compiler makes vector code of it.
 inline std::uint32_t sumOf(Bytes bytes)
 {
     std::uint32_t sum = 0;
@@ -73,13 +73,12 @@ std::uint16_t checksum(std::uint8_t length, std::uint8_t cmdOne, std::uint8_t cm
 using FrameBuffer = std::array<std::uint8_t, kMaxFrame>;
 using StationFrameBuffer = std::array<std::uint8_t, kMaxStationFrame>;
 
-/// Writes the frame to the beginning of `out`, and zeroes behind it.
-/// @returns the frame's length, or 0 when `out` is too short for it or its length byte would be 255 or more: then `out`
-/// is all zero.
+/// Writes the frame to the beginning of `out`, and zeros after it.
+/// @returns the frame's length. Returns 0, and fills `out` with zeros, if `out` is too short or the length byte would
+/// be 255 or more.
 std::size_t encode(std::span<std::uint8_t> out, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params);
 
-// Numbers of several bytes stand on the wire with the highest byte first. These two functions are the only place that
-// knows it.
+// The wire has numbers of several bytes with the highest byte first. Only these two functions depend on that.
 
 /// @returns the number in `bytes`, up to four of them.
 constexpr std::uint32_t fromBigEndian(std::span<const std::uint8_t> bytes)

@@ -4,13 +4,13 @@ namespace protocol {
 
 namespace {
 
-/// Room for a chunk of the size that UART clients deliver and what an earlier one has left, twice.
+/// Twice the room for a chunk of the size that UART clients deliver and the rest of an earlier chunk.
 constexpr std::size_t kLeastRoom = 2 * (4096 + kMaxStationFrame);
 
 }  // namespace
 
-// WIRE: with a padded length of 0 the count of bytes to copy wraps and is capped at the parameter area. What is not
-//       there counts as 0, the checksum included.
+// WIRE: with a padded length of 0 the count of bytes to copy wraps; the size of the parameter area limits it. Missing
+//       bytes count as 0, those of the checksum too.
 ReceivedFrame FrameAssembler::cutWrapping(std::size_t start)
 {
     const std::size_t params = start + kParamsOffset;
@@ -27,8 +27,8 @@ ReceivedFrame FrameAssembler::cutWrapping(std::size_t start)
     return {frame, wrappedArea_.data(), received, holds};
 }
 
-// Moving to the front waits until at least as many bytes have been consumed as there are to move, and growing doubles:
-// so a byte is moved once on average, and a burst of frames costs one move.
+// Bytes move to the front only after at least as many have been consumed, and growing doubles the room. So a byte moves
+// once on average, and a burst of frames costs one move.
 void FrameAssembler::makeRoom(std::size_t count)
 {
     if (head_ >= size())
@@ -50,8 +50,8 @@ void FrameAssembler::moveToFront()
     head_ = 0;
 }
 
-/// Drops what can no longer begin a frame.
-/// @returns how much that was.
+/// Drops the bytes that can no longer begin a frame.
+/// @returns how many.
 std::size_t FrameAssembler::dropStale()
 {
     find();

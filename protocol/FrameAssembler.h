@@ -13,7 +13,7 @@
 
 namespace protocol {
 
-/// A frame that has been cut out of the receive buffer, its checksum good or bad.
+/// A frame from the receive buffer. Its checksum may be wrong.
 struct ReceivedFrame {
     std::uint8_t length;  // the length byte as received
     std::uint8_t cmdOne;
@@ -21,7 +21,7 @@ struct ReceivedFrame {
     bool checksumHolds;
     std::uint16_t receivedChecksum;
 
-    /// What has come from the parameters on stands in the assembler, until its next append() or next().
+    /// The first parameter byte, in the assembler's memory; valid until its next append() or next().
     std::uint8_t* area;
 
     ReceivedFrame(const std::uint8_t* head, std::uint8_t* params, std::uint16_t received, bool holds)
@@ -38,27 +38,27 @@ struct ReceivedFrame {
     std::span<std::uint8_t> params() const { return {area, static_cast<std::size_t>(length) - 2}; }
 };
 
-/// The receive buffer: bytes go in as they come, complete frames come out. Knows no descriptor and no thread; whoever
-/// uses it from several threads guards it.
+/// The receive buffer: bytes go in as they arrive, complete frames come out. It uses no descriptor and no thread; a
+/// caller with several threads guards it.
 ///
 /// A frame is the first place in the buffer that looks like one and is complete: header bytes, a length byte of at
-/// least 2, all of its bytes there. Bytes before it go with it. What looks like a frame but is incomplete stays, and
-/// does not keep a complete one behind it from being found.
+/// least 2, and all of its bytes. next() removes the bytes before it, too. An incomplete frame stays in the buffer, and
+/// a complete frame after it is found all the same.
 ///
-/// The work is linear in the bytes received, however the stream is cut and however long it stays in the buffer: a
-/// place is searched when it comes, and once more at most, when a frame that began before it has become complete.
+/// The work is linear in the bytes received, however the stream is cut and however long it stays in the buffer. A place
+/// is searched when it arrives, and at most once more, when a frame that began before it becomes complete.
 class FrameAssembler
 {
 public:
-    /// Above this many bytes, those that can no longer begin a frame are dropped: a station that sends nothing but
-    /// noise must not take all memory.
+    /// Above this size, the buffer drops the bytes that can no longer begin a frame: a station that sends only noise
+    /// must not fill the memory.
     static constexpr std::size_t kLimit = std::size_t{1} << 20;
 
-    /// A buffer of this many bytes or fewer is not looked at: no sound frame is that short.
+    /// A buffer of this size or less is not searched: every good frame is longer.
     static constexpr std::size_t kTooFew = 7;
 
-    /// Takes bytes at the end of the buffer.
-    /// @returns how many of the oldest bytes were dropped because the buffer had exceeded kLimit; mostly 0.
+    /// Appends bytes to the buffer.
+    /// @returns how many of the oldest bytes it dropped because the buffer exceeded kLimit; usually 0.
     std::size_t append(Bytes bytes)
     {
         if (bytes.size() > buffer_.size() - end_)
@@ -71,11 +71,11 @@ public:
         return size() <= kLimit ? 0 : dropStale();
     }
 
-    /// @returns whether there are enough bytes to look for frames. To be asked once per append, not per frame.
+    /// @returns whether the buffer is long enough to search. Ask once for each append(), not for each frame.
     bool worthParsing() const { return size() > kTooFew; }
 
-    /// Cuts the next complete frame, with all bytes before it, out of the buffer.
-    /// @returns nothing when there is no complete frame.
+    /// Removes the next complete frame and all bytes before it from the buffer.
+    /// @returns nothing without a complete frame.
     std::optional<ReceivedFrame> next()
     {
         const std::size_t start = find();
@@ -87,10 +87,10 @@ public:
             return cutWrapping(start);
         const std::size_t check = kCmdOneOffset + paddedLength(length);
         const auto received = static_cast<std::uint16_t>(frame[check] << 8 | frame[check + 1]);
-        // WIRE: what is received is summed with its padding byte, so that one which is not 0 spoils the checksum.
+        // WIRE: the sum of a received frame includes the padding byte, so a padding other than 0 breaks the checksum.
         const std::uint32_t sum = received + sumOf({frame + kLengthOffset, check - kLengthOffset});
         consumeUpTo(start + check + kChecksumSize);
-        // In place: to copy what has just been written byte by byte costs more than all of the above.
+        // In place: a copy of these members costs more than all of the above.
         return std::optional<ReceivedFrame>(std::in_place, frame, frame + kParamsOffset, received, (sum & 0xFFFF) == 0);
     }
 
@@ -101,10 +101,10 @@ public:
     std::span<std::uint8_t> bytes() { return std::span(buffer_).subspan(head_, size()); }
 
 private:
-    static constexpr std::size_t kHeadSize = kLengthOffset + 1;  // what must be there to know a frame's length
+    static constexpr std::size_t kHeadSize = kLengthOffset + 1;  // the bytes up to and including a frame's length
     static constexpr std::size_t kNever = static_cast<std::size_t>(-1);
 
-    // WIRE: the padded length is an 8-bit number, so that of 255 is 0: such a frame counts as complete with 6 bytes.
+    // WIRE: the padded length is an 8-bit number, 0 for a length of 255: such a frame counts as complete with 6 bytes.
     static constexpr std::uint8_t kWrappingLength = 255;
     static std::size_t paddedLength(std::uint8_t length) { return static_cast<std::uint8_t>(length + length % 2); }
 
@@ -116,22 +116,22 @@ private:
     std::size_t dropStale();
     std::uint8_t byteOrZero(std::size_t index) const { return index < end_ ? buffer_[index] : 0; }
 
-    // All positions are indices into buffer_; what is in it lies between head_ and end_.
+    // All positions are indices into buffer_; its content lies between head_ and end_.
     std::vector<std::uint8_t> buffer_;
     std::size_t head_ = 0;
     std::size_t end_ = 0;
-    std::size_t scanned_ = 0;         // before it every place is decided, but for the frames that are still coming
-    std::size_t firstOpen_ = kNever;  // the first of these
-    std::size_t needed_ = kNever;     // where end_ must be for one of them to be complete
+    std::size_t scanned_ = 0;                      // every place before it is decided, except incomplete frames
+    std::size_t firstOpen_ = kNever;               // the first incomplete frame
+    std::size_t needed_ = kNever;                  // the value of end_ that completes one of them
     std::array<std::uint8_t, 256> wrappedArea_{};  // the parameters of a frame of kWrappingLength
 };
 
-// Inline, as a frame of ten bytes costs little more than the calls would.
+// Inline: a frame of ten bytes costs little more than the calls.
 
 /// @returns where the first complete frame begins, or kNever.
 inline std::size_t FrameAssembler::find()
 {
-    // Once one of the frames that were coming is complete, they are looked at again: the first may be another one.
+    // When an incomplete frame becomes complete, the search starts again at the first: another may be complete first.
     std::size_t at = needed_ <= end_ ? firstOpen_ : scanned_;
     std::size_t found = kNever;
     const std::uint8_t* const bytes = buffer_.data();

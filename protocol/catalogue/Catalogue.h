@@ -9,10 +9,10 @@
 
 namespace protocol::catalogue {
 
-/// The catalogue that was compiled in, in the order of its file.
+/// The compiled catalogue, in the order of its file.
 Groups groups();
 
-/// SHA-256 of the file that it was compiled from, in lower-case hexadecimal.
+/// SHA-256 of the catalogue's file, in lower-case hexadecimal.
 std::string_view hash();
 
 /// @returns the group of a code (without bit 7), nullptr for none.
@@ -33,12 +33,11 @@ std::string fullKey(Groups groups, const Command& command);
 std::string fullKey(Groups groups, const Notice& notice);
 
 /// @returns whether `received` is one of the replies that the catalogue has for `command`.
-/// A frame of the right code whose fields do not fit is one too, but for codes that two replies share: there the
-/// parameters decide.
+/// A frame with the right code and unexpected fields counts, too. If two replies share the code, the parameters decide.
 bool answers(const Command& command, const Frame& received);
 
-/// @returns whether `received` is what a frame that nobody has described is answered with: its group with bit 7 set
-/// and its command.
+/// @returns whether `received` has the code of the reply to an undescribed frame: its group with bit 7 set, and its
+/// command.
 bool answersUnknown(const Frame& command, const Frame& received);
 
 }  // namespace protocol::catalogue

@@ -10,7 +10,7 @@ namespace protocol::catalogue {
 
 namespace {
 
-/// What a frame of the head unit may be.
+/// A possible meaning of a head unit's frame.
 struct Meaning {
     const Command* command = nullptr;
     const Reply* reply = nullptr;
@@ -19,7 +19,7 @@ struct Meaning {
     std::span<const Field> fields() const { return reply != nullptr ? reply->fields : notice->fields; }
 };
 
-/// Lists what a frame may be, the likeliest first.
+/// Lists the possible meanings of a frame, the likeliest first.
 class Meanings
 {
 public:
@@ -148,7 +148,7 @@ bool answers(const Command& command, const Frame& received)
         if (reply.cmdOne != received.cmdOne || reply.cmdTwo != received.cmdTwo) {
             continue;
         }
-        // The first reply's code is the command's own. Any further code is that of another command's reply as well.
+        // The first reply has the command's own code. Further replies share their codes with other commands' replies.
         if (&reply == &command.replies.front() || decodedAs({&command, &reply, nullptr}, received).problems.empty()) {
             return true;
         }

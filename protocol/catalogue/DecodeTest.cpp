@@ -138,9 +138,8 @@ TEST(Decode, SaysThatThereAreMoreRecordsThanThereMayBe)
         frame.params.insert(frame.params.end(), {number, 0x00, 0x00, 0x23});
     }
 
-    EXPECT_THAT(
-        decodeFromUnit(kGroups, frame).problems,
-        ElementsAre("count: 21 is out of range 0 to 20", "satellites: 21 records where 0 to 20 records were expected"));
+    EXPECT_THAT(decodeFromUnit(kGroups, frame).problems,
+                ElementsAre("count: 21 is out of range 0 to 20", "satellites: expected 0 to 20 records, got 21"));
 }
 
 TEST(DecodeFromUnit, ReadsTextsAndBytesToTheEnd)
@@ -192,26 +191,25 @@ INSTANTIATE_TEST_SUITE_P(
         Misfit{
             "OneAboveTheRange", {0x82, 0x01, {0x2A, 0x31}}, {"frequency: 10801 is out of range 100 to 10800"}, 1, {}},
         Misfit{"NoneOfTheChoices", {0x84, 0x08, {0x02}}, {"result: 2 is out of range 0 to 1"}, 1, {}},
-        Misfit{
-            "BytesTooFew", {0x84, 0x07, {0x01}}, {"address: 1 byte where 6 bytes in hexadecimal were expected"}, 1, {}},
+        Misfit{"BytesTooFew", {0x84, 0x07, {0x01}}, {"address: expected 6 bytes in hexadecimal, got 1 byte"}, 1, {}},
         Misfit{"BytesTooMany",
                {0x84, 0x07, Bytes(7, 0x01)},
-               {"address: 7 bytes where 6 bytes in hexadecimal were expected"},
+               {"address: expected 6 bytes in hexadecimal, got 7 bytes"},
                1,
                {}},
         Misfit{"HexTextWithAnotherCharacter",
                {0x8A, 0x12, {0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x47}},
-               {"mac: not all of it are hexadecimal digits"},
+               {"mac: expected hexadecimal digits only"},
                1,
                {}},
         Misfit{"TextWithControlCharacter",
                {0x8A, 0x0F, {0x31, 0x1B}},
-               {"password: not all of it are printable characters"},
+               {"password: expected printable characters only"},
                1,
                {}},
         Misfit{"FewerRecordsThanAnnounced",
                {0x85, 0x00, {0x03, 0x05, 0x00, 0x00, 0x23, 0x09}},
-               {"satellites: 3 records announced, 1 there"},
+               {"satellites: expected 3 records, got 1"},
                2,
                {0x09}},
         Misfit{"MoreRecordsThanAnnounced",
@@ -221,7 +219,7 @@ INSTANTIATE_TEST_SUITE_P(
                {0x05, 0x00, 0x00, 0x23}},
         Misfit{"MoreRecordsThanThereMayBe",
                {0x85, 0x00, {0xFF}},
-               {"count: 255 is out of range 0 to 20", "satellites: 255 records announced, 0 there"},
+               {"count: 255 is out of range 0 to 20", "satellites: expected 255 records, got 0"},
                2,
                {}},
         Misfit{"RecordOutOfRange",

@@ -40,7 +40,7 @@ bool isOneLine(std::string_view text)
 }  // namespace
 
 struct Document::Storage {
-    // Deques, so that what has been stored stays where it is.
+    // Deques: their elements never move.
     std::deque<std::string> texts;
     std::deque<std::vector<Choice>> choices;
     std::deque<std::vector<Field>> fields;
@@ -56,7 +56,7 @@ struct Document::Storage {
     {
         std::string value = reader.text(key, required);
         if (!isOneLine(value)) {
-            reader.report(key, "'" + std::string(key) + "' has control characters: one line is expected");
+            reader.report(key, "'" + std::string(key) + "': expected one line without control characters");
         }
         return keep(std::move(value));
     }
@@ -65,9 +65,8 @@ struct Document::Storage {
     {
         const std::string_view value = text(reader, name, true);
         if (!value.empty() && !isKey(value)) {
-            reader.report(name,
-                          "'" + std::string(value) +
-                              "' is no key: lower-case letters, digits, '-' and '_' are expected, a letter first");
+            reader.report(name, "expected a letter, then lower-case letters, digits, '-' and '_', got '" +
+                                    std::string(value) + "'");
         }
         return value;
     }
@@ -100,12 +99,14 @@ std::span<const Choice> Document::Storage::readChoices(TableReader& reader, Rang
         const std::int64_t number = value.as_integer()->get();
         if (number < range.minimum || number > range.maximum) {
             toml_file::report(problems, value,
-                              "the choice '" + std::string(name.str()) + "' is " + std::to_string(number) +
-                                  ", out of range " + std::to_string(range.minimum) + " to " +
-                                  std::to_string(range.maximum));
+                              "the choice '" + std::string(name.str()) + "': expected " +
+                                  std::to_string(range.minimum) + " to " + std::to_string(range.maximum) + ", got " +
+                                  std::to_string(number));
         }
         if (!isKey(name.str())) {
-            toml_file::report(problems, value, "'" + std::string(name.str()) + "' is no name for a choice");
+            toml_file::report(problems, value,
+                              "a choice: expected a letter, then lower-case letters, digits, '-' and '_', got '" +
+                                  std::string(name.str()) + "'");
         }
         if (std::ranges::find(list, number, &Choice::value) != list.end()) {
             toml_file::report(problems, value, "the number " + std::to_string(number) + " has two names");
@@ -126,7 +127,7 @@ std::optional<Scale> Document::Storage::readScale(TableReader& reader)
     const double factor = scale.number("factor", true).value_or(1);
     const Scale result{factor, text(scale, "unit", true), text(scale, "only")};
     if (!(factor > 0) || factor > 1e9) {
-        scale.report("factor", "'factor' is out of range: more than 0, at most 1e9 is expected");
+        scale.report("factor", "'factor': expected more than 0 and at most 1e9");
     }
     scale.finish();
     return result;
@@ -182,7 +183,7 @@ std::span<const Field> Document::Storage::readFields(TableReader& reader, std::s
             toml_file::report(problems, *table, "'" + std::string(field.name) + "' " + what);
         };
         if (std::ranges::find(list, field.name, &Field::name) != list.end()) {
-            complain("is there twice");
+            complain("occurs twice");
         }
         if (before != nullptr && before->optional && !field.optional) {
             complain("cannot be required behind a field that is optional");
@@ -211,7 +212,7 @@ std::span<const Reply> Document::Storage::readReplies(TableReader& reader, std::
         reply.when = text(entry, "when");
         reply.fields = readFields(entry, "fields");
         if (!list.empty() && reply.when.empty()) {
-            entry.report("when", "a further reply needs 'when': in what case it comes");
+            entry.report("when", "a further reply needs 'when', the case in which it comes");
         }
         entry.finish();
         list.push_back(reply);
@@ -232,7 +233,7 @@ Command Document::Storage::readCommand(const toml::table& table, std::uint8_t gr
     command.destructive = reader.boolean("destructive", false);
     command.repeatable = reader.boolean("repeatable", true);
     if (command.destructive && command.repeatable) {
-        reader.report("repeatable", "what is destructive cannot be repeatable");
+        reader.report("repeatable", "a destructive command cannot be repeatable");
     }
     command.params = readFields(reader, "params");
     std::int64_t most = 0;
@@ -277,7 +278,7 @@ void Document::Storage::readGroup(const toml::table& table)
     std::set<std::string_view> keys;
     const auto checkKey = [&](const toml::table& member, std::string_view name) {
         if (!keys.insert(name).second && !name.empty()) {
-            toml_file::report(problems, member, "'" + std::string(name) + "' is there twice in the group");
+            toml_file::report(problems, member, "'" + std::string(name) + "' occurs twice in the group");
         }
     };
     auto& ownCommands = commands.emplace_back();
@@ -285,7 +286,7 @@ void Document::Storage::readGroup(const toml::table& table)
         const Command command = readCommand(*member, group.code);
         checkKey(*member, command.key);
         if (std::ranges::find(ownCommands, command.cmdTwo, &Command::cmdTwo) != ownCommands.end()) {
-            toml_file::report(problems, *member, "the command's code is there twice in the group");
+            toml_file::report(problems, *member, "the command's code occurs twice in the group");
         }
         ownCommands.push_back(command);
     }
@@ -294,16 +295,16 @@ void Document::Storage::readGroup(const toml::table& table)
         const Notice notice = readNotice(*member, group.code);
         checkKey(*member, notice.key);
         if (std::ranges::find(ownNotices, notice.cmdTwo, &Notice::cmdTwo) != ownNotices.end()) {
-            toml_file::report(problems, *member, "the notice's code is there twice in the group");
+            toml_file::report(problems, *member, "the notice's code occurs twice in the group");
         }
         ownNotices.push_back(notice);
     }
     reader.finish();
     if (std::ranges::find(groups, group.code, &Group::code) != groups.end()) {
-        reader.report("code", "the group's code is there twice");
+        reader.report("code", "the group's code occurs twice");
     }
     if (std::ranges::find(groups, group.key, &Group::key) != groups.end()) {
-        reader.report("key", "the group's key is there twice");
+        reader.report("key", "the group's key occurs twice");
     }
     group.commands = ownCommands;
     group.notices = ownNotices;

@@ -12,16 +12,16 @@ namespace protocol::catalogue {
 class Document
 {
 public:
-    /// Reads the text of a catalogue file. Never throws on account of the text: whatever it is, problems() tells.
+    /// Reads the text of a catalogue file. Does not throw because of the text: problems() has its errors.
     explicit Document(std::string_view text);
     ~Document();
     Document(Document&&) noexcept;
     Document& operator=(Document&&) noexcept;
 
-    /// In the order of the file. Only worth something when there are no problems. Lives as long as the document.
+    /// In the order of the file. Valid only without problems. Lives as long as the document.
     Groups groups() const;
 
-    /// What is wrong with the file, by place; empty for a sound catalogue.
+    /// The file's errors, by place; empty for a valid catalogue.
     const toml_file::Problems& problems() const;
 
 private:

@@ -29,7 +29,7 @@ std::string listed(const std::vector<std::string_view>& names)
     return text;
 }
 
-/// @returns what stands between the separators, empty pieces left out.
+/// @returns the pieces between the separators, without empty ones.
 std::vector<std::string_view> pieces(std::string_view text, char separator)
 {
     std::vector<std::string_view> list;
@@ -55,9 +55,8 @@ void checkNames(std::span<const Field> params, std::span<const Argument> argumen
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
         const std::string& name = argument->first;
         if (std::ranges::find(names, name) == names.end()) {
-            throw UserError("there is no parameter " + inQuotes(name) +
-                            (names.empty() ? "; the command has none" : "; it has: " + listed(names)) +
-                            didYouMean(name, names));
+            throw UserError("unknown parameter " + inQuotes(name) + ": expected " +
+                            (names.empty() ? "none" : listed(names)) + didYouMean(name, names));
         }
         if (std::any_of(arguments.begin(), argument, [&](const Argument& each) { return each.first == name; })) {
             throw UserError(inQuotes(name) + " is given twice");
@@ -69,8 +68,7 @@ void checkSize(const Field& field, std::size_t size)
 {
     const auto count = static_cast<std::int64_t>(size);
     if (count < field.minimum || count > field.maximum) {
-        throw UserError(std::string(field.name) + ": " + describe(field) + " were expected, not " +
-                        std::to_string(size));
+        throw UserError(std::string(field.name) + ": expected " + describe(field) + ", got " + std::to_string(size));
     }
 }
 
@@ -78,7 +76,7 @@ void appendAscii(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
 {
     const bool printable = std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; });
     if (!printable) {
-        throw UserError(std::string(field.name) + ": the text has characters that are no printable ASCII");
+        throw UserError(std::string(field.name) + ": expected printable ASCII characters, got others");
     }
     checkSize(field, text.size());
     bytes.insert(bytes.end(), text.begin(), text.end());
@@ -88,8 +86,8 @@ void appendHexText(std::vector<std::uint8_t>& bytes, const Field& field, std::st
 {
     const auto wrong = text.find_first_not_of("0123456789ABCDEFabcdef");
     if (wrong != std::string_view::npos) {
-        throw UserError(std::string(field.name) + ": " + inQuotes(text) + " is not hexadecimal throughout; " +
-                        describe(field) + " without separators were expected");
+        throw UserError(std::string(field.name) + ": expected " + describe(field) + " without separators, got " +
+                        inQuotes(text));
     }
     checkSize(field, text.size());
     bytes.insert(bytes.end(), text.begin(), text.end());
@@ -99,8 +97,8 @@ void appendBytes(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
 {
     const auto parsed = parseHexBytes(text);
     if (!parsed) {
-        throw UserError(std::string(field.name) + ": " + inQuotes(text) + " is not hexadecimal; expected " +
-                        describe(field) + ", as in '00 1A 7D'");
+        throw UserError(std::string(field.name) + ": expected " + describe(field) + " (as in '00 1A 7D'), got " +
+                        inQuotes(text));
     }
     checkSize(field, parsed->size());
     bytes.insert(bytes.end(), parsed->begin(), parsed->end());
@@ -111,15 +109,15 @@ void appendNumber(std::vector<std::uint8_t>& bytes, const Field& field, std::str
     appendBigEndian(bytes, static_cast<std::uint32_t>(parseNumber(field, text)), static_cast<int>(sizeOf(field.type)));
 }
 
-/// Records stand behind blanks, the numbers of one behind colons: "5:35 9:28".
+/// Blanks separate the records, colons the numbers of one: "5:35 9:28".
 void appendRecords(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
 {
     std::size_t count = 0;
     for (const auto record : pieces(text, ' ')) {
         const auto numbers = pieces(record, ':');
         if (numbers.size() != field.fields.size()) {
-            throw UserError(std::string(field.name) + ": " + inQuotes(record) + " is no record; " +
-                            listed(namesOf(field.fields)) + " were expected, with ':' between them");
+            throw UserError(std::string(field.name) + ": expected " + listed(namesOf(field.fields)) +
+                            " with ':' between them, got " + inQuotes(record));
         }
         for (std::size_t i = 0; i < numbers.size(); ++i) {
             appendNumber(bytes, field.fields[i], numbers[i]);

@@ -76,7 +76,7 @@ private:
         values_.fields.push_back({&field, std::move(value), std::move(problem)});
     }
 
-    /// @returns false when there is nothing behind it to read.
+    /// @returns false if nothing after the field can be read.
     bool readField(const Field& field, std::span<const Field> behind)
     {
         if (left_.empty() && field.optional) {
@@ -107,7 +107,7 @@ private:
         return true;
     }
 
-    /// The last field takes all that is there. One before it leaves what those behind it need.
+    /// The last field takes all bytes. A field before it leaves the bytes that the others need.
     void readText(const Field& field, std::span<const Field> behind)
     {
         std::size_t size = left_.size();
@@ -125,14 +125,14 @@ private:
     {
         const auto size = static_cast<std::int64_t>(bytes.size());
         if (size < field.minimum || size > field.maximum) {
-            return counted(bytes.size(), "byte") + " where " + describe(field) + " were expected";
+            return "expected " + describe(field) + ", got " + counted(bytes.size(), "byte");
         }
         if (field.type == Type::kHexText && !std::ranges::all_of(bytes, isHexDigit)) {
-            return "not all of it are hexadecimal digits";
+            return "expected hexadecimal digits only";
         }
         const auto printable = [](std::uint8_t c) { return c >= 0x20 && c < 0x7F; };
         if (field.type == Type::kAscii && !std::ranges::all_of(bytes, printable)) {
-            return "not all of it are printable characters";
+            return "expected printable characters only";
         }
         return {};
     }
@@ -154,9 +154,9 @@ private:
         const auto read = static_cast<std::int64_t>(records.size());
         const bool whole = records.size() == announced;
         if (!whole) {
-            problem = counted(announced, "record") + " announced, " + std::to_string(read) + " there";
+            problem = "expected " + counted(announced, "record") + ", got " + std::to_string(read);
         } else if (read < field.minimum || read > field.maximum) {
-            problem = counted(records.size(), "record") + " where " + describe(field) + " were expected";
+            problem = "expected " + describe(field) + ", got " + std::to_string(read);
         }
         add(field, std::move(records), std::move(problem));
         return whole;
@@ -164,7 +164,7 @@ private:
 
     std::span<const Field> fields_;
     Bytes left_;
-    /// The number read last: how many records follow, if any do.
+    /// The last number: of the records that follow, if any.
     std::optional<std::int64_t> count_;
     FieldValues values_;
 };

@@ -11,13 +11,13 @@ namespace protocol::catalogue {
 /// Parameter bytes, taken apart by a list of fields.
 struct FieldValues {
     std::vector<DecodedField> fields;
-    /// Bytes beyond the fields, or of a field that was cut short.
+    /// Bytes beyond the fields, or of an incomplete field.
     std::vector<std::uint8_t> rest;
-    /// What does not fit, one line each; bytes left over behind whole fields are no problem here.
+    /// One line for each field that does not fit. Bytes after the last field are not a problem here.
     std::vector<std::string> problems;
 };
 
-/// Never fails, whatever the bytes.
+/// Never fails.
 FieldValues decodeFields(std::span<const Field> fields, Bytes params);
 
 }  // namespace protocol::catalogue

@@ -14,7 +14,7 @@ auto find(const Range& range, Predicate predicate) -> decltype(&*range.begin())
     return found == range.end() ? nullptr : &*found;
 }
 
-/// Takes "tuner.play" apart and looks for "play" in what `members` has of the group "tuner".
+/// Splits "tuner.play" and looks for "play" among the `members` of the group "tuner".
 template <class Member>
 const Member* findMember(Groups groups, std::string_view key, std::span<const Member> Group::*members)
 {

@@ -10,12 +10,11 @@
 
 #include "protocol/Frame.h"
 
-/// What the station protocol says, as data: groups, commands, replies and what the head unit sends unasked.
-/// Everything here only points to text and arrays of somebody else: the compiled table, which lives as long as the
-/// program, or a Document that was read from a file.
+/// The station protocol as data: groups, commands, replies and notices. The types here point to texts and arrays that
+/// they do not own. The owner is the compiled table, which lives as long as the program, or a Document.
 namespace protocol::catalogue {
 
-/// How a field stands on the wire. Numbers of several bytes stand high byte first.
+/// How the wire represents a field. Numbers of several bytes have the high byte first.
 enum class Type : std::uint8_t {
     kU8,
     kU16be,
@@ -25,12 +24,12 @@ enum class Type : std::uint8_t {
     kBytes,    ///< bare bytes
     kAscii,    ///< characters, without length or end mark
     kHexText,  ///< hexadecimal digits as characters: '0' to '9', 'A' to 'F', 'a' to 'f'
-    kRecords,  ///< records one behind the other, as many as the numeric field before them says
+    kRecords,  ///< a sequence of records; the numeric field before it has their number
 };
 
-/// What the catalogue's file calls a type, how many bytes a number of it takes (0: it is not a number), and its range:
-/// of a number its value, of the others what a frame can hold. The unit's own frames have no room for more, and what it
-/// cannot send back cannot be verified.
+/// A type's name in the catalogue's file, the size of a number in bytes (0: the type is not a number), and the range:
+/// of a number its value, of the others their length. The unit's own frames hold no more, and a station cannot verify a
+/// longer value.
 struct TypeInfo {
     std::string_view name;
     std::size_t size;
@@ -68,7 +67,7 @@ struct Choice {
     std::string_view name;
 };
 
-/// A second way to write a number: `number × factor` of `unit`. `only` says when that holds, empty for always.
+/// A second way to write a number: `number × factor` of `unit`. `only` says when it applies; empty for always.
 struct Scale {
     double factor = 1;
     std::string_view unit;
@@ -79,21 +78,21 @@ struct Field {
     std::string_view name;
     Type type = Type::kU8;
     std::string_view meaning;
-    /// What one step of the number is; empty for a bare number.
+    /// The size of one step of the number; empty for a bare number.
     std::string_view unit;
     std::optional<Scale> scale;
-    /// Range of a number, both ends included; what the type holds when the catalogue names none. For bytes and texts
-    /// the number of bytes, for records the number of records.
+    /// Range of a number, both ends included; the type's range if the catalogue has none. For bytes and texts the
+    /// number of bytes, for records the number of records.
     std::int64_t minimum = 0;
     std::int64_t maximum = 0;
     std::span<const Choice> choices;
     /// Whether a number without a name in `choices` is legal too.
     bool open = true;
-    /// Whether the frame may end before this field. A number or a text that is there may still be empty of meaning.
+    /// Whether the frame may end before this field.
     bool optional = false;
     /// One value as a user would write it.
     std::string_view example;
-    /// What one of the records consists of: numbers only.
+    /// The fields of one record: numbers only.
     std::span<const Field> fields;
     /// Whether the value is masked wherever it is shown or recorded. Texts and bytes only.
     bool secret = false;
@@ -101,10 +100,10 @@ struct Field {
 
 /// A frame of the head unit.
 struct Reply {
-    /// cmd_one and cmd_two as they stand on the wire, bit 7 of cmd_one included.
+    /// cmd_one and cmd_two as on the wire, bit 7 of cmd_one included.
     std::uint8_t cmdOne = 0;
     std::uint8_t cmdTwo = 0;
-    /// When this one comes; empty for the reply that always comes.
+    /// The case in which this reply comes; empty for the reply that always comes.
     std::string_view when;
     std::span<const Field> fields;
 };
@@ -118,22 +117,23 @@ struct Command {
     std::string_view title;
     std::string_view meaning;
     Access access = Access::kRead;
-    /// Whether it takes something from the unit that the station cannot give back, or ends the unit's work.
+    /// Whether the station cannot undo it, or it ends the unit's work.
     bool destructive = false;
-    /// Whether sending it twice does what sending it once does: then it may be sent again after a reconnect.
+    /// Whether sending it twice has the effect of sending it once. Only then the station may send it again after a
+    /// reconnect.
     bool repeatable = true;
-    /// How many parameter bytes make the head unit act.
+    /// The least number of parameter bytes with which the head unit acts.
     std::size_t minimumParams = 0;
     std::span<const Field> params;
-    /// What answers it at once; the first is the usual one. Empty: nothing answers.
+    /// The immediate replies, the usual one first. Empty: the command has none.
     std::span<const Reply> replies;
-    /// Whether the reply may stay away although the unit works; says when. Empty: it always comes.
+    /// The case in which a working unit does not reply. Empty: it always replies.
     std::string_view silentWhen;
-    /// What may come later on account of it, sent by the head unit when its HMI or middleware has an answer.
+    /// Later replies, which the head unit sends when its HMI or middleware has an answer.
     std::span<const Reply> later;
     /// Full key, GROUP.COMMAND, of the command that reads back what this one wrote; empty for none.
     std::string_view readBack;
-    /// Name space in which the value that it writes belongs to one unit only; empty: several units may have the same.
+    /// The name space in which only one unit has the value that it writes; empty: several units may have the same.
     std::string_view unique;
 };
 

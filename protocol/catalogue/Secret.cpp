@@ -7,7 +7,7 @@ namespace protocol::catalogue {
 
 namespace {
 
-/// @returns where the first secret field begins; it and what stands behind it is masked.
+/// @returns where the first secret field begins. The mask covers it and all bytes after it.
 std::optional<std::size_t> secretAt(std::span<const Field> fields)
 {
     std::size_t offset = 0;

@@ -5,11 +5,11 @@
 
 namespace protocol::toml_file {
 
-/// What is wrong at a place of a file; lines and columns count from 1.
+/// An error at a place of a file; lines and columns count from 1.
 struct Problem {
     unsigned line = 1;
     unsigned column = 1;
-    /// One line: what is wrong, and what would be right.
+    /// One line: the error, and what was expected.
     std::string text;
 
     bool operator==(const Problem&) const = default;

@@ -15,7 +15,7 @@ namespace {
 
 Problem at(const toml::source_position& place, std::string text)
 {
-    // What has no place in the file stands at its beginning.
+    // A value without a place counts as standing at the beginning of the file.
     return {std::max<unsigned>(1, place.line), std::max<unsigned>(1, place.column), std::move(text)};
 }
 
@@ -40,7 +40,7 @@ std::string rangeText(std::int64_t minimum, std::int64_t maximum)
     return minimum == maximum ? text : text + " to " + std::to_string(maximum);
 }
 
-/// Nested tables are taken apart by recursion, and each part of a key nests one more.
+/// The parser recurses into nested tables, and each part of a key nests one more.
 constexpr std::size_t kMostKeyParts = 16;
 
 /// @returns the length of the comment or string at the beginning of `text`; 0 for anything else.

@@ -13,23 +13,22 @@
 
 namespace protocol::toml_file {
 
-/// Parses the text of a file. A syntax error, or a dotted key with more than 16 parts, is put into `problems`, and the
-/// table is empty.
+/// Parses the text of a file. For a syntax error or a dotted key with more than 16 parts, adds a problem and returns an
+/// empty table.
 toml::table parse(std::string_view text, Problems& problems);
 
 /// Adds a problem at the place of `node`.
 void report(Problems& problems, const toml::node& node, std::string text);
 
-/// Takes a table apart key by key. What is missing, of another type, or unknown goes into the problems with its place;
-/// the reading goes on with a neutral value, so that one look at a file finds all that is wrong.
-/// The table and the problems outlive the reader.
+/// Reads a table key by key. Reports missing and unknown keys and wrong types with their place, and goes on with a
+/// neutral value, so one run finds all errors of a file. The table and the problems outlive the reader.
 class TableReader
 {
 public:
     /// @param what names the table in problems: "command", "step".
     TableReader(const toml::table& table, std::string what, Problems& problems);
 
-    /// For all of them: `required` makes a missing key a problem.
+    /// In all of these, `required` makes a missing key a problem.
     std::string text(std::string_view key, bool required = false);
     std::optional<std::string> optionalText(std::string_view key);
     std::optional<std::int64_t> integer(std::string_view key, bool required = false,
@@ -38,22 +37,22 @@ public:
     std::optional<double> number(std::string_view key, bool required = false);
     bool boolean(std::string_view key, bool otherwise);
 
-    /// One of `words`; their index, or nothing.
+    /// @returns the index of the key's value in `words`, or nothing.
     std::optional<std::size_t> oneOf(std::string_view key, const std::vector<std::string_view>& words,
                                      bool required = false);
 
     const toml::table* table(std::string_view key, bool required = false);
 
-    /// The tables of an array, also of one that holds none; what is no table is a problem.
+    /// The tables of an array, which may be empty. Any other element is a problem.
     std::vector<const toml::table*> tables(std::string_view key, bool required = false);
 
-    /// Whatever stands under the key, nullptr for nothing.
+    /// The key's value of any type, nullptr for a missing key.
     const toml::node* node(std::string_view key);
 
-    /// Reports the keys that nobody has asked for. To be called last.
+    /// Reports the keys that have not been read. Call it last.
     void finish();
 
-    /// Adds a problem at the value of `key`, or at the table when there is none.
+    /// Adds a problem at the value of `key`, or at the table if the key is missing.
     void report(std::string_view key, std::string text);
 
     const toml::table& raw() const { return table_; }
