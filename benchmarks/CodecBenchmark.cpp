@@ -1,5 +1,5 @@
-// What the codec costs. The floor of decoding is to copy each chunk and to add its bytes up, that of encoding to copy
-// the parameters and to add them up; of growth, a quarter of the stream.
+// The cost of the codec. Floor of decoding: copying each chunk and adding its bytes. Floor of encoding: copying the
+// parameters and adding them. Floor of growth: a quarter of the stream.
 
 #include <benchmark/benchmark.h>
 
@@ -37,7 +37,7 @@ Stream framesOf(std::size_t paramCount, std::size_t size = kStreamSize)
     return stream;
 }
 
-/// Random bytes that hold no header, so that none of them may be dropped.
+/// Random bytes without a header, so that none of them may be dropped.
 Stream garbage(std::size_t size)
 {
     std::mt19937 random(2);

@@ -10,7 +10,7 @@ namespace {
 constexpr std::string_view kFloor = "Floor/";
 constexpr std::string_view kMedian = "median";
 
-/// Medians, and figure and floor in the same minutes: a busy neighbour then spoils both.
+/// Medians, with figure and floor in the same minutes, so that other load affects both.
 const char* const kDefaults[] = {"--benchmark_repetitions=5", "--benchmark_min_time=0.02",
                                  "--benchmark_report_aggregates_only=true",
                                  "--benchmark_enable_random_interleaving=true"};
@@ -66,7 +66,7 @@ int runBenchmarks(int argc, char** argv)
     for (const char* const option : kDefaults) {
         arguments.push_back(const_cast<char*>(option));
     }
-    // What is given comes later, and the last one counts.
+    // Options of the command line come last and win.
     arguments.insert(arguments.end(), argv + 1, argv + argc);
     int count = static_cast<int>(arguments.size());
     arguments.push_back(nullptr);

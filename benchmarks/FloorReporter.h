@@ -8,8 +8,8 @@
 
 namespace benchmarks {
 
-/// Prints every figure beside its floor: the benchmark "Floor/NAME" is the floor of the benchmark "NAME". One line
-/// each, when all have run:
+/// Prints every figure with its floor: the benchmark "Floor/NAME" is the floor of the benchmark "NAME". One line each,
+/// after all have run:
 ///
 ///     NAME  figure  floor  ratio
 ///

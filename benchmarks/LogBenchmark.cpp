@@ -1,5 +1,5 @@
-// What a log line of the service costs. The floor of one that its level filters out is to read the category and to
-// call a function; of one that is written, the kernel's part: one write of a line of the same length.
+// The cost of a log line. Floor of a line that its level filters out: reading the category and calling a function.
+// Floor of a written line: one write of a line of the same length.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -17,12 +17,12 @@
 
 namespace {
 
-/// Where the log and the floor's file are.
+/// The directory of the log and of the floor's file.
 std::filesystem::path theDirectory;
 
 constexpr int kLinesBeforeCut = 5000;
 
-/// How long the lines of Log are, to be known after one has been written.
+/// @returns the length of a line; writes one to find out.
 std::size_t lineLength()
 {
     const auto log = theDirectory / "perm_data/log/log_engineering.log";
@@ -74,7 +74,7 @@ void FloorOfLogWritten(benchmark::State& state)
     int lines = 0;
     for ([[maybe_unused]] auto round : state) {
         benchmark::DoNotOptimize(write(file.get(), text.data(), text.size()));
-        // As short as a part of the log: a file that grows for ever pays for fresh memory.
+        // As short as the log before it rotates: a file that always grows needs new memory.
         if (++lines % kLinesBeforeCut == 0) {
             benchmark::DoNotOptimize(ftruncate(file.get(), 0));
         }

@@ -1,5 +1,5 @@
-// What the whole service costs, as a program on a bus of its own and a pseudo-terminal. Each figure stands beside its
-// floor, taken in the same minute: on the line a process that only echoes, at the start one that only owns a name.
+// The cost of the whole service, as a program on a bus of its own and a pseudo-terminal. Each figure stands beside its
+// floor from the same minute: for the line, a process that only echoes; for the start, a process that only owns a name.
 
 #include <gio/gio.h>
 #include <signal.h>
@@ -48,7 +48,7 @@ const StationLoad::Bytes kModeOff = {0x2A, 0xA2, 0x00, 0x03, 0x0F, 0x00, 0x00, 0
 const StationLoad::Bytes kAskReady = {0x2A, 0xA2, 0x00, 0x02, 0x0F, 0x01, 0xFF, 0xEE};
 const StationLoad::Bytes kAskStatus = {0x2A, 0xA2, 0x00, 0x02, 0x0E, 0x03, 0xFF, 0xED};
 
-/// Figures by name; of each the median over the runs is printed.
+/// Figures by name. Prints the median of the runs.
 using Figures = std::map<std::string, std::vector<double>>;
 
 double medianOf(std::vector<double> values)
@@ -67,7 +67,7 @@ void print(const Figures& figures, const Figures& floors, const char* unit)
     std::fflush(stdout);
 }
 
-/// @returns what /proc says of a process under `key`; memory in kB.
+/// @returns the value of `key` in /proc/PID/status; memory in kB.
 double readStatus(pid_t pid, const std::string& key)
 {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");

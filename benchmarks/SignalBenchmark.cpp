@@ -1,5 +1,5 @@
-// What re-publishing a frame on D-Bus costs, on a bus of its own. The floor is GDBus alone: the same signal, emitted
-// with a body that is made once.
+// The cost of republishing a frame on D-Bus, on a bus of its own. The floor is GDBus alone: the same signal with a body
+// that is made once.
 
 #include <benchmark/benchmark.h>
 #include <gio/gio.h>
@@ -26,7 +26,7 @@ constexpr const char* kName = "com.zent.linux.engineering";
 constexpr const char* kPath = "/com/zent/linux/engineering";
 constexpr const char* kSignal = "uart_data_changed_signal";
 
-/// Signals after which all of them have to have left; fewer than the service lets be under way.
+/// Size of a batch, which is sent completely before the next; less than the service allows in its queue.
 constexpr int kBatch = 256;
 
 std::vector<unsigned char> paramsOf(benchmark::State& state)
@@ -41,7 +41,7 @@ GVariant* bodyOf(GVariant* param, std::size_t count)
     return g_variant_new("(yy@vy)", 0x02, 0x03, param, static_cast<guchar>(count));
 }
 
-/// The session's connection, which the bridge sends on as well.
+/// The connection to the session bus, which the bridge uses too.
 GDBusConnection* connection()
 {
     static GDBusConnection* const shared = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);

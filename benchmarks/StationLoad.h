@@ -9,8 +9,8 @@
 
 namespace benchmarks {
 
-/// A program that answers requests on a terminal, seen from the station: how long it takes, and what it costs. Whatever
-/// goes wrong throws std::runtime_error.
+/// Measures a program that answers requests on a terminal, as the station sees it: time and CPU time. Throws
+/// std::runtime_error.
 class StationLoad
 {
 public:
@@ -28,7 +28,7 @@ public:
     StationLoad(const StationLoad&) = delete;
     StationLoad& operator=(const StationLoad&) = delete;
 
-    /// Sends once and drops whatever comes until the line is quiet.
+    /// Sends once and discards replies until the line is quiet.
     void sendAndDrain(const Bytes& bytes);
 
     /// One request at a time, each answered by `replySize` bytes.
@@ -61,8 +61,8 @@ private:
     clockid_t clock_{};
 };
 
-/// A process that answers every `requestSize` bytes with `replySize` of them, each in a write of its own, and does
-/// nothing else: what the kernel takes for a terminal and two processes. It ends with the object.
+/// A process that answers every `requestSize` bytes with one write of `replySize` bytes: the cost of the kernel for a
+/// terminal and two processes. It ends with the object.
 class Echo
 {
 public:

@@ -1,7 +1,6 @@
-// The D-Bus methods and signals of the engineering interface with any arguments, without a bus: the bridge gets a
-// connection that nobody listens to, and its handlers are called as GDBus calls them.
-//
-// Input: calls, one after the other, each a byte that says which, then its arguments.
+// Calls the D-Bus methods and signals of the engineering interface with any arguments and without a bus: the bridge
+// gets a closed connection, and the target calls its handlers as GDBus does.
+// Input: a sequence of calls, each a byte that selects the method or signal, then its arguments.
 
 #include <gio/gio.h>
 #include <sys/socket.h>
@@ -50,7 +49,7 @@ GDBusConnection* closedConnection()
 
 }  // namespace
 
-// The linker puts these in the place of GLib's.
+// The linker uses these instead of those of GLib.
 
 extern "C" guint __wrap_g_bus_own_name(GBusType, const gchar* name, GBusNameOwnerFlags,
                                        GBusAcquiredCallback busAcquired, GBusNameAcquiredCallback, GBusNameLostCallback,
@@ -70,7 +69,7 @@ extern "C" void __wrap_g_dbus_method_invocation_return_value(GDBusMethodInvocati
 
 namespace {
 
-/// The bridge lasts as long as the process, and so does all that it refers to.
+/// The bridge exists as long as the process, and so does everything that it refers to.
 struct Bridge {
     Bridge()
     {
@@ -94,16 +93,16 @@ Bridge& bridge()
     return *instance;
 }
 
-/// A variant "v" of serialised bytes, which need not be a sound one.
+/// A variant "v" of serialised bytes, valid or not.
 GVariant* variantOf(std::span<const std::uint8_t> bytes)
 {
-    // GLib wants them aligned for any type.
+    // GLib expects the bytes aligned for any type.
     void* const copy = g_malloc(bytes.size() + 1);
     std::copy(bytes.begin(), bytes.end(), static_cast<std::uint8_t*>(copy));
     return g_variant_ref_sink(g_variant_new_from_data(G_VARIANT_TYPE_VARIANT, copy, bytes.size(), FALSE, g_free, copy));
 }
 
-/// What stands in the variant when it is an array of bytes.
+/// @returns the bytes in the variant if it contains an array of bytes.
 std::vector<unsigned char> bytesIn(GVariant* variant)
 {
     std::vector<unsigned char> bytes;
@@ -161,7 +160,7 @@ void emitFrame(fuzz::ByteReader& input)
 {
     const unsigned char cmdOne = input.byte();
     const unsigned char cmdTwo = input.byte();
-    // The engine's parameter area has 256 bytes, of which so many count.
+    // The parameter area of the engine has 256 bytes; this many count.
     std::vector<unsigned char> area(256);
     const std::size_t count = std::min<std::size_t>(input.number(), 256);
     std::ranges::copy(input.bytes(count), area.begin());

@@ -1,4 +1,4 @@
-// What the catalogue makes of any frame, and of any text for a parameter.
+// Decodes any frame with the catalogue, and encodes commands with any text for a parameter.
 //
 // Input: one byte chooses. Even: group, command, then parameters of a frame that the unit or the station sends. Odd: a
 // command by its place in the catalogue, then NAME=VALUE lines.

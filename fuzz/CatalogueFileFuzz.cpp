@@ -1,4 +1,4 @@
-// The catalogue's reader with any text for a file.
+// Reads any text as a catalogue.
 
 #include <algorithm>
 #include <string_view>
@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         expect(!problem.text.empty() && line.find('\n') == std::string::npos, "a problem that is no line: " + line);
     }
     if (document.problems().empty()) {
-        // What has been found sound is fit for use.
+        // A valid catalogue can be written as code.
         generator::writeCpp(document.groups(), "");
     }
     return 0;

@@ -14,7 +14,7 @@ std::atomic<bool> g_commandsSucceed = true;
 
 }  // namespace
 
-// The linker puts these two in the place of what the head unit's shell is started with.
+// The linker uses these two instead of those that start the shell of the head unit.
 
 extern "C" int __wrap_posix_spawn(pid_t* child, const char*, const posix_spawn_file_actions_t*,
                                   const posix_spawnattr_t*, char* const*, char* const*)
@@ -33,7 +33,7 @@ namespace fuzz {
 
 EngineHarness::EngineHarness()
 {
-    // What the engine's mkdir would make.
+    // As the mkdir of the engine would.
     std::filesystem::create_directories(path("/perm_data/data/engineering"));
 }
 
@@ -57,7 +57,7 @@ void EngineHarness::check()
         expect(!reply.starts_with("no frame"), reply);
     }
 
-    // More than the longest frame, of a byte that begins none.
+    // Longer than the longest frame, and no byte of it begins a frame.
     station.deliver(RecordedWire::Bytes(300, 0x55));
     station.clear();
     station.sendCommand(0x0F, 0xFF);

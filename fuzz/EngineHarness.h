@@ -4,19 +4,19 @@
 
 namespace fuzz {
 
-/// The link manager and the engine over a simulated head unit, new for each input, so that every input can be repeated
-/// alone. Shell commands are not carried out: they succeed or fail as the harness says.
+/// The link manager and the engine over a simulated head unit. New for each input, so that each input can be repeated
+/// alone. Shell commands do not run; the harness decides whether they succeed.
 class EngineHarness : public EngineTest
 {
 public:
     EngineHarness();
     ~EngineHarness() override;
 
-    /// Whether shell commands succeed; at first they do.
+    /// Sets whether shell commands succeed. They do at first.
     void setCommandsSucceed(bool succeed);
 
-    /// Checks what must hold whatever came in: the unit has sent nothing but sound frames of replies, no command ended
-    /// by an exception, and a station that sends noise until every beginning has ended is answered.
+    /// Checks what must hold after any input: the unit has sent only valid reply frames, no command ended by an
+    /// exception, and the unit answers after noise that ends every frame that has begun.
     /// @throws Finding
     void check();
 

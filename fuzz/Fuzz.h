@@ -12,7 +12,7 @@
 
 namespace fuzz {
 
-/// What a target throws when the service did something that it must never do; what() says what.
+/// A target throws this if the service did something that it must never do.
 class Finding : public std::logic_error
 {
 public:
@@ -27,8 +27,8 @@ inline void expect(bool holds, const std::string& what)
     }
 }
 
-/// Gives every place of `bytes` that looks like a frame, and has all its bytes, the checksum that it needs: hardly any
-/// mutation gets that far by chance.
+/// Sets a valid checksum at every place of `bytes` that contains a complete frame otherwise. By chance, hardly any
+/// mutation gets that far.
 inline void repairChecksums(std::span<std::uint8_t> bytes)
 {
     using namespace protocol;
@@ -50,7 +50,7 @@ inline void repairChecksums(std::span<std::uint8_t> bytes)
     }
 }
 
-/// Takes an input apart from its beginning to its end. Behind the end all numbers are 0.
+/// Reads an input from its beginning to its end. After the end, all numbers are 0.
 class ByteReader
 {
 public:
@@ -71,7 +71,7 @@ public:
         return static_cast<std::uint16_t>(high << 8 | byte());
     }
 
-    /// The next `count` bytes, fewer at the end.
+    /// @returns the next `count` bytes, fewer at the end.
     std::span<const std::uint8_t> bytes(std::size_t count)
     {
         const auto taken = left_.first(std::min(count, left_.size()));
@@ -83,8 +83,8 @@ private:
     std::span<const std::uint8_t> left_;
 };
 
-/// Cuts the text before the first `separator` off `text`, and the separator with it.
-/// @returns all of it when there is none.
+/// Removes the text before the first `separator` from `text`, and the separator.
+/// @returns the removed text; all of it if there is no separator.
 inline std::string takeWord(std::string_view& text, char separator)
 {
     const std::size_t end = text.find(separator);

@@ -1,5 +1,5 @@
-// What happens in the head unit while the station asks: events with any arguments, state that changes, time that
-// passes, modules that start, keys that are pressed.
+// Changes the head unit while the station asks: events with any arguments, changes of the state, time, modules that
+// start, keys.
 //
 // Input: lines `raise NAME JSON`, `set PATH JSON`, `start MODULE`, `send HEX` (group, command, parameters),
 // `key KEY STATUS`, `advance MILLISECONDS`.

@@ -1,4 +1,4 @@
-// The simulated head unit's state: what a --headunit file and SetState bring, and what the fakes then read.
+// Changes the state of the simulated head unit as a --headunit file and SetState do, then reads it as the fakes do.
 //
 // Input: lines `merge JSON`, `set PATH JSON` and `get PATH`.
 
@@ -21,8 +21,8 @@ void checkMessage(const std::exception& error)
     expect(!text.empty() && protocol::printable(text) == text, "a refusal that is not one line: " + text);
 }
 
-/// Carries out what may be refused.
-/// @returns whether it was not.
+/// Runs an action that may be refused.
+/// @returns whether it was accepted.
 template <class Action>
 bool accepted(Action action)
 {
@@ -37,7 +37,7 @@ bool accepted(Action action)
     return false;
 }
 
-/// @returns whether a text can come over D-Bus, which carries nothing but UTF-8.
+/// @returns whether D-Bus can carry the text: it must be UTF-8.
 bool isUtf8(const std::string& text)
 {
     try {
@@ -69,7 +69,7 @@ void read(const bench::State& state)
     }
 }
 
-/// @param before the whole state; becomes what it is then
+/// @param before the whole state before the call; set to the state after it
 void carryOut(bench::State& state, std::string_view line, json& before)
 {
     const std::string what = fuzz::takeWord(line, ' ');

@@ -1,10 +1,10 @@
-// What libFuzzer asks of a target beside the target itself.
+// The functions that libFuzzer expects besides the target.
 
 #include <cstdio>
 
 #include "fuzz/Fuzz.h"
 
-/// The service's own traces say nothing here.
+/// Discards the traces of the service.
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     return std::freopen("/dev/null", "w", stdout) == nullptr ? 1 : 0;
@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize);
 
-/// libFuzzer's own mutations; after three of four the frames get sound checksums.
+/// Mutates as libFuzzer does; after three of four mutations, frames get valid checksums.
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed)
 {

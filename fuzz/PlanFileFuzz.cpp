@@ -1,4 +1,4 @@
-// The reader of plans with any text for a file.
+// Reads any text as a plan.
 
 #include <string_view>
 

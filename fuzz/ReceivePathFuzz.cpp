@@ -1,8 +1,6 @@
-// The receive path: bytes from the line, cut into chunks, into the running engine.
-//
-// Input: one byte of circumstances, then the stream. Of the circumstances bit 0 stands for auto-test mode being on, bit
-// 1 for traces, bit 2 for services that are missing, bit 3 for shell commands that fail, the upper half for how the
-// stream is cut.
+// Sends bytes from the line, cut into chunks, to the running engine.
+// Input: one byte of options, then the stream. Bit 0: auto-test mode is on; bit 1: traces; bit 2: services are missing;
+// bit 3: shell commands fail; upper half: how the stream is cut.
 
 #include <algorithm>
 #include <array>
@@ -13,7 +11,7 @@
 
 namespace {
 
-/// Sizes of chunks; 0: of all sizes up to 16, 1000: of all sizes up to that.
+/// Sizes of chunks; 0: random sizes up to 16; 1000: random sizes up to 1000.
 constexpr std::array<std::size_t, 16> kCuts = {4096, 1, 2, 3, 4, 5, 7, 8, 9, 10, 16, 64, 255, 256, 0, 1000};
 
 std::size_t chunkSize(std::size_t cut, std::mt19937& random)

@@ -1,4 +1,4 @@
-// Runs a fuzz target without libFuzzer: over its corpus, and over mutations of it that are the same every time.
+// Runs a fuzz target without libFuzzer: over its corpus, and over mutations that are the same in every run.
 
 #include <gtest/gtest.h>
 
@@ -55,7 +55,7 @@ void run(const Bytes& input, const std::string& origin)
     }
 }
 
-/// Changes some bytes, cuts, doubles or splices in a piece of another seed.
+/// Changes, removes or inserts bytes, or inserts a piece of another seed.
 Bytes mutated(const std::vector<Seed>& seeds, const Bytes& original, std::mt19937& random)
 {
     Bytes bytes = original;

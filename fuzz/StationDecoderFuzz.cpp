@@ -1,5 +1,5 @@
-// The station's decoder with any bytes from the head unit: the codec against a receiver that is plainly right, in the
-// same chunks, and then the whole station on a pseudo-terminal.
+// Feeds any bytes from the head unit to the decoder of the station: compares the codec with a plain receiver over the
+// same chunks, then runs the whole station on a pseudo-terminal.
 //
 // Input: one byte, the size of the chunks less 1, then the stream.
 
@@ -19,10 +19,10 @@ using protocol::Frame;
 
 namespace {
 
-/// What a pseudo-terminal holds while nobody reads, less the end.
+/// The capacity of a pseudo-terminal that is not read, less the end marker.
 constexpr std::size_t kMostBytes = 3000;
 
-/// Tells the station that nothing follows. 04+FE+ED+C0+DE = 038D, two's complement FC73
+/// The end marker. 04+FE+ED+C0+DE = 038D, two's complement FC73
 constexpr std::array<std::uint8_t, 10> kEndBytes = {0x2A, 0xA2, 0x00, 0x04, 0xFE, 0xED, 0xC0, 0xDE, 0xFC, 0x73};
 const Frame kEnd{0xFE, 0xED, {0xC0, 0xDE}};
 

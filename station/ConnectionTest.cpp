@@ -581,7 +581,7 @@ TEST_F(ConnectionTest, PortThatDoesNotExistIsRefusedThatNamesIt)
                 AllOf(HasSubstr("/dev/no-such-line"), HasSubstr("No such file")));
 }
 
-TEST_F(ConnectionTest, FileThatIsNoTerminalIsRefused)
+TEST_F(ConnectionTest, FileThatIsNotATerminalIsRefused)
 {
     EXPECT_THAT(messageOf<protocol::kPortUnavailable>([] { Connection({"/dev/null"}, {}); }),
                 AllOf(HasSubstr("/dev/null"), HasSubstr("not a serial line")));

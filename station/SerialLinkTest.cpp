@@ -117,7 +117,7 @@ TEST(SerialLink, PathThatDoesNotExistIsNamedInTheError)
     }
 }
 
-TEST(SerialLink, FileThatIsNoTerminalIsRefused)
+TEST(SerialLink, FileThatIsNotATerminalIsRefused)
 {
     EXPECT_EQ(errorOf([] { SerialLink link("/dev/null"); }), std::errc::inappropriate_io_control_operation);
 }

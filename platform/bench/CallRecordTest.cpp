@@ -64,14 +64,14 @@ TEST(CallRecord, WaitingEndsWhenTheCallComes)
     EXPECT_TRUE(record.waitFor([](const auto& calls) { return !calls.empty(); }, 20s));
 }
 
-TEST(CallRecord, WaitingForWhatDoesNotComeEnds)
+TEST(CallRecord, WaitEndsWithoutTheCall)
 {
     const CallRecord record;
 
     EXPECT_FALSE(record.waitFor([](const auto& calls) { return !calls.empty(); }, 1ms));
 }
 
-TEST(CallRecord, ObserverIsToldEachCallAndMayReadTheRecord)
+TEST(CallRecord, ObserverGetsEachCallAndMayReadTheRecord)
 {
     CallRecord record;
     std::vector<std::string> told;

@@ -32,7 +32,7 @@ TEST(EventQueue, RunsEventsInTheirOrderOnOneThreadOfItsOwn)
     EXPECT_NE(threads[0], std::this_thread::get_id());
 }
 
-TEST(EventQueue, DrainWaitsForAnEventThatIsRunning)
+TEST(EventQueue, DrainWaitsForARunningEvent)
 {
     EventQueue queue;
     std::promise<void> begun;

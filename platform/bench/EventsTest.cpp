@@ -161,7 +161,7 @@ TEST_P(DeliveryTest, ReachesTheListenerWithItsArguments)
     EXPECT_THAT(listener_.told, ElementsAre(GetParam().told));
 }
 
-TEST_P(DeliveryTest, WithoutListenerIsNoError)
+TEST_P(DeliveryTest, WithoutAListenerSucceeds)
 {
     HeadUnit deserted;
 
@@ -211,7 +211,7 @@ class EventRefusalTest : public EventsTest, public testing::WithParamInterface<R
 {
 };
 
-TEST_P(EventRefusalTest, SaysWhyAndNobodyIsTold)
+TEST_P(EventRefusalTest, NamesTheReasonAndReachesNoListener)
 {
     try {
         unit_.raise(GetParam().event, json::parse(GetParam().arguments));
@@ -328,7 +328,7 @@ private:
     IKYRSystemMiscListener* other_;
 };
 
-TEST(EventListeners, ListenerThatAnotherOneHasRemovedIsNotCalledAnyMore)
+TEST(EventListeners, ListenerRemovedByAnotherOneIsNotCalled)
 {
     HeadUnit unit;
     unit.install();

@@ -135,7 +135,7 @@ TEST_F(FakeAppManagerTest, LaterStartActionReplacesTheEarlierOne)
     EXPECT_EQ(unit_.startModule(MODULE_AUDIO), 1);
 }
 
-TEST_F(FakeAppManagerTest, StartedModuleGivesWhatItsActionReturnsAndIsNotReported)
+TEST_F(FakeAppManagerTest, StartedModuleReturnsTheResultOfItsActionAndIsNotReported)
 {
     manager_->SetStartServiceAction(MODULE_AUDIO, startedBadly);
 
@@ -203,7 +203,7 @@ TEST_F(FakeAppManagerTest, RequestedWifiStaysDownWhenTheStateSaysSo)
     EXPECT_THAT(whatHappened(), IsEmpty());
 }
 
-TEST_F(FakeAppManagerTest, RequestForAnotherProcessIsNotTaken)
+TEST_F(FakeAppManagerTest, RequestForAnotherProcessIsRefused)
 {
     EXPECT_EQ(manager_->RequestStartModuleProcess(2, 14), 0);
     timers_.advance(std::chrono::seconds(10));
@@ -211,7 +211,7 @@ TEST_F(FakeAppManagerTest, RequestForAnotherProcessIsNotTaken)
     EXPECT_THAT(whatHappened(), IsEmpty());
 }
 
-TEST_F(FakeAppManagerTest, StopGivesUpWhatWasRequested)
+TEST_F(FakeAppManagerTest, StopCancelsRequestedStarts)
 {
     manager_->RequestStartModuleProcess(1, 14);
 

@@ -71,7 +71,7 @@ TEST_F(FakeBluetoothTest, SetCapabilityIsReadBack)
                 ElementsAre(Call{"bluetooth", "SetCapability", {9, 1}}, Call{"bluetooth", "SetCapability", {4, 7}}));
 }
 
-TEST_F(FakeBluetoothTest, CapabilityThatIsNotListedIsZero)
+TEST_F(FakeBluetoothTest, UnlistedCapabilityIsZero)
 {
     EXPECT_EQ(com_.GetCapability(static_cast<KYRBtType::Capability>(4)), 0);
 }
@@ -122,7 +122,7 @@ TEST_F(FakeBluetoothTest, ClientWithoutListenerIsAllowed)
     EXPECT_NO_THROW(unit_.raiseAndWait("OnDeletePairStatusChanged", {{"status", 1}}));
 }
 
-TEST_F(FakeBluetoothTest, EveryClientIsToldUntilItEnds)
+TEST_F(FakeBluetoothTest, EveryClientGetsEventsUntilItEnds)
 {
     auto second = std::make_unique<KYRBtCom>(&listener_);
     unit_.raiseAndWait("OnDeletePairStatusChanged", {{"status", 1}});
@@ -149,7 +149,7 @@ public:
     }
 };
 
-TEST_F(FakeBluetoothTest, EndingAClientWaitsForTheEventThatIsBeingDelivered)
+TEST_F(FakeBluetoothTest, EndOfAClientWaitsForTheRunningEvent)
 {
     SlowAdapter slow;
     auto client = std::make_unique<KYRBtCom>(&slow);

@@ -192,7 +192,7 @@ class AvailableTest : public FakeServicesTest, public testing::WithParamInterfac
 {
 };
 
-TEST_P(AvailableTest, GetterGivesNullWhileItIsNotThere)
+TEST_P(AvailableTest, GetterReturnsNullWhileItIsUnavailable)
 {
     const bool before = GetParam().isThere();
     unit_.state().set(GetParam().path, false);
@@ -214,7 +214,7 @@ INSTANTIATE_TEST_SUITE_P(
                     AvailableCase{"Wifi", "/wifi/available", [] { return KYR_GetWifiService() != nullptr; }}),
     [](const auto& each) { return each.param.name; });
 
-TEST_F(FakeServicesTest, ServiceThatIsTakenAwayDoesNotStartForWhoStillHoldsIt)
+TEST_F(FakeServicesTest, UnavailableServiceDoesNotStartForItsHolders)
 {
     KYRAudio* const audio = KYR_GetAudioService();
     KYRWifi* const wifi = KYR_GetWifiService();

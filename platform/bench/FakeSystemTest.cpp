@@ -82,7 +82,7 @@ TEST_F(FakeSystemTest, FailingCommandIsRecordedAndNotCarriedOut)
     EXPECT_THAT(unit_.calls().list(), ElementsAre(Call{"system", "Execute", {"touch " + path("out")}}));
 }
 
-TEST_F(FakeSystemTest, CommandThatNobodyWaitsForRunsOn)
+TEST_F(FakeSystemTest, CommandWithoutWaitingKeepsRunning)
 {
     ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
 
@@ -144,7 +144,7 @@ TEST_F(FakeSystemTest, FileIsRemovedAndRecorded)
     EXPECT_THAT(unit_.calls().list(), ElementsAre(Call{"system", "RemoveFile", {path("btname")}}));
 }
 
-TEST_F(FakeSystemTest, FileThatIsNotThereIsRemovedAlready)
+TEST_F(FakeSystemTest, MissingFileCountsAsRemoved)
 {
     EXPECT_EQ(KYR_RemoveFile(path("none").c_str(), 1), 1);
     EXPECT_EQ(KYR_RemoveFile(path("none/none").c_str(), 1), 1);
@@ -153,7 +153,7 @@ TEST_F(FakeSystemTest, FileThatIsNotThereIsRemovedAlready)
     EXPECT_EQ(KYR_RemoveFile(nullptr, 1), 0);
 }
 
-TEST_F(FakeSystemTest, DirectoryIsNoFileToRemove)
+TEST_F(FakeSystemTest, DirectoryIsNotRemoved)
 {
     fs::create_directory(path("directory"));
 

@@ -316,7 +316,7 @@ TEST_F(HeadUnitBusTest, IsBackAfterACallThatGDBusCannotDecodeThoughAnotherCallSt
     KYR_GetSystemMiscProxy()->RemoveListener(&listener);
 }
 
-TEST_F(HeadUnitBusTest, RaiseEventWithoutListenerIsNoError)
+TEST_F(HeadUnitBusTest, RaiseEventWithoutAListenerSucceeds)
 {
     EXPECT_EQ(client_.call("RaiseEvent", texts("OnFactoryResetMode", "{}")).value, "()");
 }
@@ -331,7 +331,7 @@ TEST_F(HeadUnitBusTest, EventThatCannotBeDeliveredAnyMoreIsAnswered)
     EXPECT_THAT(answer.message, HasSubstr("has stopped"));
 }
 
-TEST_F(HeadUnitBusTest, StartModuleGivesWhatTheStartActionReturns)
+TEST_F(HeadUnitBusTest, StartModuleReturnsTheResultOfTheStartAction)
 {
     KYR_GetAppMgrService()->SetStartServiceAction(MODULE_AUDIO, [](ServiceModule module) { return -10 * module; });
 
@@ -369,7 +369,7 @@ TEST_F(HeadUnitBusTest, SignalsComeInTheirOrder)
     EXPECT_EQ(client_.signals(500), expected);
 }
 
-TEST_F(HeadUnitBusTest, BusThatStandsStillHoldsNobodyUpAndGetsTheNewestLater)
+TEST_F(HeadUnitBusTest, StoppedBusBlocksNoCallerAndGetsTheNewestSignalsLater)
 {
     const std::string large(100'000, 'x');
     const std::string last = "StateChanged('/wifi/text', '\"last\"')";
@@ -417,7 +417,7 @@ TEST_F(HeadUnitBusTest, BusThatDiesEndsTheInterfaceOnly)
     headUnitBus_.stop();
 }
 
-TEST_F(HeadUnitBusTest, SecondHeadUnitIsToldThatTheNameIsTaken)
+TEST_F(HeadUnitBusTest, SecondHeadUnitFailsBecauseTheNameIsTaken)
 {
     HeadUnit second;
     HeadUnitBus secondBus(second);

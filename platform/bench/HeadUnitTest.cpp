@@ -78,7 +78,7 @@ TEST(HeadUnit, EachBeginsWithTheBuiltInState)
     }
 }
 
-TEST(HeadUnit, GettersGoOnServingOneThatIsStopped)
+TEST(HeadUnit, GettersStillServeAStoppedUnit)
 {
     HeadUnit unit;
     unit.install();

@@ -21,12 +21,12 @@ std::string refusalOf(const std::string& text)
     return "";
 }
 
-TEST(JsonText, ValueIsReadAsItIs)
+TEST(JsonText, ValueIsReadUnchanged)
 {
     EXPECT_EQ(parseJson(R"({"a":[1,"b"]})"), json({{"a", {1, "b"}}}));
 }
 
-TEST(JsonText, TextThatIsNoJsonIsRefusedInOneLineThatSaysWhere)
+TEST(JsonText, TextThatIsNotJsonIsRefusedInOneLineWithThePlace)
 {
     const std::string refusal = refusalOf("{\"a\":\n nonsense}");
 

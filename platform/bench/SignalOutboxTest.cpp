@@ -36,7 +36,7 @@ TEST(SignalOutbox, DropsTheOldestWhenThereIsNoSpace)
     EXPECT_EQ(last, std::to_string(pushed - 1));
 }
 
-TEST(SignalOutbox, KeepsASignalThatIsAloneHoweverLarge)
+TEST(SignalOutbox, KeepsASingleSignalOfAnySize)
 {
     SignalOutbox outbox;
 

@@ -49,7 +49,7 @@ protected:
     tests::PrivateBus bus_;
 };
 
-TEST_F(BusNameTest, ThatThisProcessHasIsOwned)
+TEST_F(BusNameTest, OwnedByThisProcess)
 {
     Client client(bus_.address());
     client.requestName();
@@ -57,7 +57,7 @@ TEST_F(BusNameTest, ThatThisProcessHasIsOwned)
     EXPECT_EQ(awaitBusName(kName, kGenerous).state, State::kOwned);
 }
 
-TEST_F(BusNameTest, ThatThisProcessGetsMeanwhileIsOwned)
+TEST_F(BusNameTest, OwnedByThisProcessAfterAWhile)
 {
     Client client(bus_.address());
     auto outcome = std::async(std::launch::async, [] { return awaitBusName(kName, kGenerous); });
@@ -67,7 +67,7 @@ TEST_F(BusNameTest, ThatThisProcessGetsMeanwhileIsOwned)
     EXPECT_EQ(outcome.get().state, State::kOwned);
 }
 
-TEST_F(BusNameTest, ThatAnotherProcessHasIsTakenWithoutWaiting)
+TEST_F(BusNameTest, TakenByAnotherProcessIsReportedAtOnce)
 {
     const auto before = std::chrono::steady_clock::now();
 
@@ -77,13 +77,13 @@ TEST_F(BusNameTest, ThatAnotherProcessHasIsTakenWithoutWaiting)
     EXPECT_LT(std::chrono::steady_clock::now() - before, kGenerous);
 }
 
-TEST_F(BusNameTest, ThatNobodyTakesIsLate)
+TEST_F(BusNameTest, LateIfNoProcessRequestsIt)
 {
     // Long enough for a slow machine to connect, since a bus that has not answered is none.
     EXPECT_EQ(awaitBusName(kName, seconds(3)).state, State::kLate);
 }
 
-TEST_F(BusNameTest, OnABusThatIsGoneIsNoBusWithAReason)
+TEST_F(BusNameTest, NoBusWithAReasonIfTheBusIsGone)
 {
     bus_.kill();
 
@@ -93,7 +93,7 @@ TEST_F(BusNameTest, OnABusThatIsGoneIsNoBusWithAReason)
     EXPECT_FALSE(outcome.reason.empty());
 }
 
-TEST_F(BusNameTest, OnABusThatGoesMeanwhileIsNoBusWithoutWaiting)
+TEST_F(BusNameTest, NoBusAtOnceIfTheBusEndsMeanwhile)
 {
     const auto start = std::chrono::steady_clock::now();
     auto outcome = std::async(std::launch::async, [] { return awaitBusName(kName, kGenerous); });
@@ -104,7 +104,7 @@ TEST_F(BusNameTest, OnABusThatGoesMeanwhileIsNoBusWithoutWaiting)
     EXPECT_LT(std::chrono::steady_clock::now() - start, kGenerous / 2);
 }
 
-TEST_F(BusNameTest, OnABusThatStandsStillIsNoBusInTime)
+TEST_F(BusNameTest, NoBusInTimeIfTheBusDoesNotAnswer)
 {
     bus_.stop();
 

@@ -67,7 +67,7 @@ protected:
     std::shared_ptr<const host::Descriptor> line_;
 };
 
-TEST_F(FrameWriterTest, FrameThatFitsIsWrittenAsItIs)
+TEST_F(FrameWriterTest, FrameThatFitsIsWrittenUnchanged)
 {
     const auto writer = makeWriter(kLong);
 

@@ -52,7 +52,7 @@ TEST(KyrThread, SecondStartIsRefused)
     EXPECT_EQ(runs, 1);
 }
 
-TEST(KyrThread, ThatIsNeverStartedEndsAtOnce)
+TEST(KyrThread, NeverStartedEndsAtOnce)
 {
     std::atomic<int> runs = 0;
     {

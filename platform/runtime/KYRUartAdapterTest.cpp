@@ -149,7 +149,7 @@ TEST_F(UartAdapterTest, SkeletonThatThrowsEndsNeitherTheChunkNorTheDelivery)
     EXPECT_THAT(second.chunks, ElementsAre(Bytes{1}, Bytes{2}));
 }
 
-TEST_F(UartAdapterTest, FrameOfTheGivenLengthGoesOnTheWire)
+TEST_F(UartAdapterTest, FrameOfTheGivenLengthIsSent)
 {
     adapter_.Init({});
     auto frame = parameter({0x2A, 0xA2, 0x00, 0x02, 0x0F, 0x01, 0xFF, 0xEE});
@@ -159,7 +159,7 @@ TEST_F(UartAdapterTest, FrameOfTheGivenLengthGoesOnTheWire)
     EXPECT_THAT(wire_.sent, ElementsAre(Bytes{0x2A, 0xA2, 0x00, 0x02, 0x0F, 0x01, 0xFF, 0xEE}));
 }
 
-TEST_F(UartAdapterTest, LongestFrameGoesOnTheWireWhole)
+TEST_F(UartAdapterTest, LongestFrameIsSentWhole)
 {
     adapter_.Init({});
     KYRRmtParameter frame;
@@ -173,7 +173,7 @@ TEST_F(UartAdapterTest, LongestFrameGoesOnTheWireWhole)
     EXPECT_EQ(wire_.sent[0].back(), 0x7F);
 }
 
-TEST_F(UartAdapterTest, DroppedFrameIsToldAsZero)
+TEST_F(UartAdapterTest, DroppedFrameIsReportedAsZero)
 {
     adapter_.Init({});
     wire_.reads = false;

@@ -111,7 +111,7 @@ TEST_F(BuiltInLogTest, KeepsInfoAndAboveInTheLogDirectoryAndRotates)
     EXPECT_GE(total, 3u * 1024 * 1024 - 2000);
 }
 
-TEST_F(BuiltInLogTest, GoesOnBehindAnEarlierRunAndInANewFileAfterAFactoryReset)
+TEST_F(BuiltInLogTest, AppendsToTheEarlierLogAndStartsANewFileAfterAFactoryReset)
 {
     makeHeadUnitDirectories(root_.string());
     const fs::path log = root_ / "perm_data/log/log_engineering.log";
@@ -132,7 +132,7 @@ class LogWithoutDirectoryTest : public LogSystemTest
 {
 };
 
-TEST_F(LogWithoutDirectoryTest, IsNoLogAndOneReport)
+TEST_F(LogWithoutDirectoryTest, FailsWithOneReport)
 {
     testing::internal::CaptureStderr();
 

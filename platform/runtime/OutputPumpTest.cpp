@@ -48,7 +48,7 @@ protected:
     std::unique_ptr<host::Descriptor> output_;
 };
 
-TEST_F(OutputPumpTest, PassesOnWhatIsWrittenAllOfItBeforeItStops)
+TEST_F(OutputPumpTest, CopiesEverythingBeforeItStops)
 {
     auto read = std::async(std::launch::async, [this] { return readAll(); });
     {
@@ -63,7 +63,7 @@ TEST_F(OutputPumpTest, PassesOnWhatIsWrittenAllOfItBeforeItStops)
     EXPECT_EQ(read.get(), "a\n" + std::string(500'000, 'b') + "c\n");
 }
 
-TEST_F(OutputPumpTest, WriterOfWhatNobodyReadsIsRefusedAndDoesNotWait)
+TEST_F(OutputPumpTest, UnreadOutputIsRefusedWithoutBlockingTheWriter)
 {
     const std::string line(1023, 'x');
     auto pump = std::make_unique<OutputPump>(output_->get());
@@ -80,7 +80,7 @@ TEST_F(OutputPumpTest, WriterOfWhatNobodyReadsIsRefusedAndDoesNotWait)
     EXPECT_EQ(read.get().size(), taken * 1024);
 }
 
-TEST_F(OutputPumpTest, ReaderThatGoesAwayHoldsUpNobody)
+TEST_F(OutputPumpTest, ClosedReaderBlocksNoWriter)
 {
     std::signal(SIGPIPE, SIG_IGN);
     OutputPump pump(output_->get());
@@ -91,7 +91,7 @@ TEST_F(OutputPumpTest, ReaderThatGoesAwayHoldsUpNobody)
     pump.stop();
 }
 
-TEST_F(OutputPumpTest, RegularFileStaysAsItIs)
+TEST_F(OutputPumpTest, RegularFileStaysUnchanged)
 {
     const tests::TempDir directory;
     const host::Descriptor file(open((directory.path() / "file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));

@@ -81,7 +81,7 @@ TEST_F(RootTest, GetsAStoreFileWhoseSecondLineIsTheAddress)
     EXPECT_THAT(content(store_), testing::EndsWith("\n"));
 }
 
-TEST_F(RootTest, WhatExistsIsLeftAsItIs)
+TEST_F(RootTest, ExistingFilesStayUnchanged)
 {
     fs::create_directories((root_ / store_).parent_path());
     std::ofstream(root_ / store_) << "mine";
@@ -139,7 +139,7 @@ TEST_F(RunDirectoryTest, IsMadeInTheRuntimeDirectoryForItsOwnerOnly)
     EXPECT_EQ(fs::status(expected_).permissions(), fs::perms::owner_all);
 }
 
-TEST_F(RunDirectoryTest, ThatIsThereAlreadyIsUsedAndClosedToOthers)
+TEST_F(RunDirectoryTest, ExistingOneIsUsedAndClosedToOthers)
 {
     fs::create_directory(expected_);
     fs::permissions(expected_, fs::perms::all);

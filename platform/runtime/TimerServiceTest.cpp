@@ -76,7 +76,7 @@ TEST_F(TimerServiceTest, CancelledActionDoesNotRun)
     EXPECT_THAT(expired_.values(), IsEmpty());
 }
 
-TEST_F(TimerServiceTest, WhatAnActionSetsRunsWithinTheSameAdvance)
+TEST_F(TimerServiceTest, TimerSetByAnActionRunsInTheSameAdvance)
 {
     timers_.after(10ms, [this] { timers_.after(10ms, record(1)); });
 

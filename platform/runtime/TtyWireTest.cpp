@@ -112,7 +112,7 @@ TEST_F(PtyWireTest, BytesFromBeforeTheAttachAreKept)
     EXPECT_EQ(chunks_.waitForBytes(1000), everyByte(1000));
 }
 
-TEST_F(PtyWireTest, WhatIsThereIsOneChunkOfUpTo4096Bytes)
+TEST_F(PtyWireTest, AvailableBytesAreOneChunkOfUpTo4096Bytes)
 {
     auto terminal = std::make_unique<PseudoTerminal>(link_);
     const int line = terminal->open()->get();
@@ -243,7 +243,7 @@ TEST_F(PtyWireTest, StationThatDoesNotReadGetsWholeFramesOnceItDoes)
     }
 }
 
-TEST_F(PtyWireTest, ReceiverThatAnswersAStationThatDoesNotReadGoesOnReceiving)
+TEST_F(PtyWireTest, ReceiverStillReceivesWhileTheStationDoesNotRead)
 {
     const auto record = chunks_.receiver();
     const auto wire = makeWire();
@@ -338,7 +338,7 @@ TEST_F(PtyWireTest, StaleLinkIsReplaced)
     EXPECT_THAT(std::vector(fs::directory_iterator(directory_.path()), {}), SizeIs(1));
 }
 
-TEST_F(PtyWireTest, LinkOfARunningServiceIsRefusedAndLeftAsItIs)
+TEST_F(PtyWireTest, LinkOfARunningServiceIsRefusedAndStays)
 {
     const auto wire = makeWire();
     const fs::path target = fs::read_symlink(link_);
@@ -388,7 +388,7 @@ TEST_F(PtyWireTest, LinkToAFileThatOnlyBeginsLikeATerminalsIsReplaced)
     EXPECT_TRUE(fs::is_character_file(link_));
 }
 
-TEST_F(PtyWireTest, DirectoryThatAnotherHasLockedIsRefusedAfterASecond)
+TEST_F(PtyWireTest, LockedDirectoryIsRefusedAfterASecond)
 {
     const host::Descriptor locked(open(directory_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     ASSERT_EQ(flock(locked.get(), LOCK_EX), 0);
@@ -396,7 +396,7 @@ TEST_F(PtyWireTest, DirectoryThatAnotherHasLockedIsRefusedAfterASecond)
     EXPECT_THAT(refusal(), AllOf(HasSubstr(link_.string()), HasSubstr("locks its directory")));
 }
 
-TEST_F(PtyWireTest, FileInPlaceOfTheLinkIsRefusedAndLeftAsItIs)
+TEST_F(PtyWireTest, FileInPlaceOfTheLinkIsRefusedAndStays)
 {
     std::ofstream(link_) << "mine";
 
@@ -490,7 +490,7 @@ TEST_F(DeviceWireTest, IsEightBitsWithoutParityRawAtTheGivenRate)
     EXPECT_EQ(settings.c_oflag & OPOST, 0u);
 }
 
-TEST_F(DeviceWireTest, IsNobodyElsesWhileItIsOpen)
+TEST_F(DeviceWireTest, IsExclusiveWhileItIsOpen)
 {
     tests::PtyPeer peer;
     const auto wire = makeWire(peer.path());
@@ -523,7 +523,7 @@ TEST_F(DeviceWireTest, DeviceThatDoesNotExistIsRefused)
     EXPECT_THAT(refusal(path), AllOf(HasSubstr(path.string()), HasSubstr("No such file")));
 }
 
-TEST_F(DeviceWireTest, FileThatIsNoTerminalIsRefused)
+TEST_F(DeviceWireTest, FileThatIsNotATerminalIsRefused)
 {
     const fs::path path = directory_.path() / "file";
     std::ofstream(path) << "mine";

@@ -122,7 +122,7 @@ TEST_P(HangUpTest, InTheMiddleOfARequestCostsTheNextOneAtMost)
 INSTANTIATE_TEST_SUITE_P(LineFault, HangUpTest, testing::Values(1, 2, 4, 6, 9),
                          [](const auto& row) { return "After" + std::to_string(row.param) + "Bytes"; });
 
-TEST_F(LineFaultTest, HangUpInTheMiddleOfAReplyLeavesNothingOfItToTheNextStation)
+TEST_F(LineFaultTest, HangUpDuringAReplyLeavesNoRestForTheNextStation)
 {
     PtyPeer& deaf = plugIn();
     ChildProcess& service = startOnDevice();

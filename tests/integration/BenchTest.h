@@ -16,7 +16,7 @@
 
 namespace tests {
 
-/// A station's end of the line, in plain bytes: neither the codec nor the station's reply rules stand between.
+/// The station's end of the line in plain bytes, without the codec and the reply rules of the station.
 class RawLine
 {
 public:
@@ -24,7 +24,7 @@ public:
 
     void write(const std::vector<std::uint8_t>& bytes);
 
-    /// @returns `count` bytes, fewer when they have not come within `timeout`.
+    /// @returns `count` bytes, fewer if they do not come within `timeout`.
     std::vector<std::uint8_t> read(std::size_t count, std::chrono::nanoseconds timeout = kGenerous);
 
     /// Writes `request` and reads as many bytes as `reply` has.
@@ -34,8 +34,8 @@ private:
     station::SerialLink link_;
 };
 
-/// A directory, a bus and programs of the test's own. At the end each program that still runs is asked to end, has to
-/// do so with status 0, and must not have reported a sanitizer's finding.
+/// A directory, a bus and programs for one test. At the end, each running program is asked to end; it must do so with
+/// status 0 and without a report of a sanitizer.
 class BenchTest : public testing::Test
 {
 protected:
@@ -56,10 +56,10 @@ protected:
     /// Waits for the end of a program that should end on its own or has been told to.
     void expectEnd(ChildProcess& process, int status);
 
-    /// Lets the programs started from here on have no session bus at all.
+    /// Programs that start from here on have no session bus.
     void hideBus();
 
-    /// Sends `command` until `wanted` says so of its reply.
+    /// Sends `command` until `wanted` accepts the reply.
     template <class Predicate>
     bool pollLine(const std::vector<std::uint8_t>& command, std::size_t replyLength, Predicate wanted)
     {
@@ -87,8 +87,7 @@ private:
     std::vector<std::unique_ptr<ChildProcess>> processes_;
 };
 
-/// Runs a program on a terminal of its own, which all three streams are; at each question the next line of `typed` is
-/// typed.
+/// Runs a program with all three streams on a terminal. Types the next line of `typed` at each question.
 /// @returns what it wrote there, and its status.
 std::pair<std::string, int> runOnTerminal(const std::vector<std::string>& arguments,
                                           const ChildProcess::Environment& environment, const std::string& typed);

@@ -1,5 +1,5 @@
-// The whole service in one process while everything comes at once: the station, D-Bus clients, the head unit's events
-// and state, and timers, each on threads of its own and as fast as it can. For ThreadSanitizer above all.
+// Runs the whole service in one process under all inputs at once: the station, D-Bus clients, events and state of the
+// head unit, and timers, each on its own threads and as fast as possible. Mainly for ThreadSanitizer.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ constexpr int kEvents = 2000;
 constexpr int kStateChanges = 300;
 constexpr int kExpiries = 200;
 
-/// Lets only errors through, and drops them: a recorder's lock would order what the threads do.
+/// Discards errors and filters all other lines: the lock of a recorder would order the threads.
 void silenceLog()
 {
     ASSERT_EQ(zlog_init_from_string("[rules]\nengineering.ERROR \"/dev/null\"\n"), 0);
@@ -54,7 +54,7 @@ struct Service {
         setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
         runtime::setRoot(root.path().string());
         runtime::makeHeadUnitDirectories(root.path().string());
-        // Shells would be the slowest by far.
+        // Shells would be by far the slowest part.
         unit.mergeState({{"app_manager", {{"start_delay_ms", 1}}}, {"system", {{"failing_commands", {"sync", "cp"}}}}});
         unit.install();
         std::string error;
@@ -151,7 +151,7 @@ void changeState(Service& service)
     service.unit.mergeState({{"tuner", {{"available", true}}}, {"wifi", {{"available", true}}}});
 }
 
-/// Lets the engine's timer expire again and again, each time as soon as the last expiry has shown.
+/// Lets the timer of the engine expire again and again, each time as soon as the last expiry is visible.
 /// @returns how often it did.
 int runTimers(Service& service)
 {

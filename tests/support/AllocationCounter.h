@@ -5,7 +5,8 @@
 #include <cstdlib>
 #include <new>
 
-// Counts what a test program takes from the heap. Replaces the global operators: for one source file of a program.
+// Counts the heap allocations of a test program. Replaces the global operators, so include it in one source file of a
+// program.
 
 namespace {
 

@@ -13,12 +13,12 @@
 
 namespace tests {
 
-/// A program on the bus, played by the test: calls methods and records every signal of the engineering interface as
-/// text, `OnAutoTestModeChangeSignal (true,)`, in the notation of the bus's own tools.
+/// A client of the bus for tests. Calls methods, and records every signal of the engineering interface as text,
+/// `OnAutoTestModeChangeSignal (true,)`, as the tools of the bus write it.
 class BusClient
 {
 public:
-    /// Connects to `address` and returns when no signal can be missed any more.
+    /// Connects to `address`. After the return, no signal is missed.
     explicit BusClient(const std::string& address);
     ~BusClient();
 
@@ -29,24 +29,24 @@ public:
     /// @returns the reply as text, or the name of the error.
     std::string callEngineering(const std::string& method, const std::string& arguments);
 
-    /// Calls the service's org.freedesktop.DBus.Peer.Ping, which the bus library answers.
+    /// Calls org.freedesktop.DBus.Peer.Ping of the service, which GDBus answers.
     std::string pingEngineering();
 
     /// As callEngineering() for the simulated head unit.
     std::string callHeadUnit(const std::string& method, const std::string& arguments);
 
-    /// The same for the bus itself.
+    /// As callEngineering() for the bus itself.
     std::string callBus(const std::string& method, const std::string& arguments);
 
-    /// Waits until `name` has an owner, or with false until it has none.
-    /// @returns whether that has come about.
+    /// Waits until `name` has an owner, or with false until it has no owner.
+    /// @returns whether this happened in time.
     bool waitForOwner(const std::string& name, bool wanted);
 
     /// @returns the unique names of a process's connections.
     std::vector<std::string> connectionsOf(pid_t process);
 
-    /// Sends `destination` a message that the bus lets pass and GDBus cannot decode: its argument, in a variant, is
-    /// nested in 63 more.
+    /// Sends `destination` a message that passes the bus and that GDBus cannot decode: its argument is nested in 64
+    /// variants.
     /// @param type a method call or a signal
     void sendUndecodable(const std::string& destination, GDBusMessageType type);
 
@@ -55,10 +55,10 @@ public:
     std::string callWithDescriptors(const std::string& destination, int count);
 
     /// Waits until `count` signals have come.
-    /// @returns all that have come, fewer when they do not come.
+    /// @returns all signals so far, fewer if they do not come in time.
     std::vector<std::string> waitForSignals(std::size_t count);
 
-    /// Asks the bus for a name.
+    /// Requests a name from the bus.
     /// @returns whether this client owns it now.
     bool own(const std::string& name);
 

@@ -15,23 +15,23 @@
 
 namespace tests {
 
-/// What a test waits for anything at most: far more than even a loaded machine needs.
+/// The time limit of tests: far more than even a loaded machine needs.
 inline constexpr std::chrono::seconds kGenerous{20};
 
-/// A program that a test runs. Both output streams are collected all the while, so that it never blocks on them.
-/// Killed and reaped at the end of the object's life, and killed when the test process dies. All functions may be
-/// called from any thread; the object is to be created on a thread that outlives it.
+/// A program that a test runs. Collects both output streams all the time, so the program never blocks on them. The end
+/// of the object kills and reaps the program; the death of the test process kills it too. Any thread may call any
+/// function. The thread that creates the object must outlive it.
 class ChildProcess
 {
 public:
-    /// Variables to set, or with no value to remove; the rest is the test's own environment.
+    /// Variables to set, or without a value to remove. The others come from the environment of the test.
     using Environment = std::map<std::string, std::optional<std::string>>;
     using LinePredicate = std::function<bool(const std::string&)>;
 
     enum class Stream { kOut, kErr };
 
-    /// Starts `arguments[0]`, which is looked up in PATH when it has no slash. Standard input is empty. A program that
-    /// cannot be executed ends with status 127. In a cross build, a program of the build runs under the emulator.
+    /// Starts `arguments[0]`; a name without a slash is looked up in PATH. Standard input is empty. If the program
+    /// cannot be executed, the status is 127. In a cross build, programs of the build run under the emulator.
     explicit ChildProcess(const std::vector<std::string>& arguments, const Environment& environment = {});
     ~ChildProcess();
 
@@ -40,16 +40,16 @@ public:
 
     pid_t pid() const { return pid_; }
 
-    /// Sends `number` to the process; nothing happens when it has ended.
+    /// Sends signal `number` to the process, unless it has ended.
     void signal(int number);
 
     /// Waits until the process has ended and its output is complete.
-    /// @returns its exit status, 128 plus the signal when a signal ended it, or nothing when it still runs after
+    /// @returns its exit status, or 128 plus the number of the signal that ended it; nothing if it still runs after
     /// `timeout`.
     std::optional<int> wait(std::chrono::nanoseconds timeout = kGenerous);
 
-    /// Waits for a line that satisfies `predicate`, those included that came before the call.
-    /// @returns the first such line, or nothing when it did not come within `timeout` or can no longer come.
+    /// Waits for a line that satisfies `predicate`, including earlier lines.
+    /// @returns the first such line; nothing if it does not come within `timeout` or can no longer come.
     std::optional<std::string> waitForLine(Stream stream, const LinePredicate& predicate,
                                            std::chrono::nanoseconds timeout = kGenerous);
 
@@ -57,11 +57,10 @@ public:
     std::optional<std::string> waitForLine(Stream stream, std::string_view part,
                                            std::chrono::nanoseconds timeout = kGenerous);
 
-    /// @returns what has come so far; all of it once wait() has returned a status.
+    /// @returns the output so far; all of it after wait() has returned a status.
     std::string output(Stream stream) const;
 
-    /// @returns the whole lines of what has come so far, and the last one also without its end once the process has
-    /// closed the stream.
+    /// @returns the complete lines so far. After the process has closed the stream, also a last line without its end.
     std::vector<std::string> lines(Stream stream) const;
 
 private:
@@ -98,11 +97,11 @@ Outcome run(const std::vector<std::string>& arguments, const ChildProcess::Envir
 /// @returns the first line of a sanitizer's report in `text`, empty when there is none.
 std::string sanitizerReport(const std::string& text);
 
-/// @returns what starts the program. The machine's own run as they are; what this build has made may be for another
-/// processor, and is then started through the emulator.
+/// @returns the command that starts the program: programs of this build run through the emulator in a cross build,
+/// others directly.
 std::vector<std::string> throughEmulator(std::vector<std::string> arguments);
 
-/// The same for a shell's command line, where it stands without quotes.
+/// The same as words of a shell command, without quotes.
 std::string shellWords(const std::string& program);
 
 }  // namespace tests

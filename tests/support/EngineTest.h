@@ -18,9 +18,9 @@
 #include "tests/support/SignalRecorder.h"
 #include "tests/support/TempDir.h"
 
-/// The link manager and the engine on a simulated head unit of the test's own: `station` is the line, `hmi` the bus,
-/// `log` the log, `root` the file system. The service starts with start() (or startInTestMode()), so that a test can
-/// change `unit` before. Time stands still but for timers.advance().
+/// The link manager and the engine over a simulated head unit: `station` is the line, `hmi` the bus, `log` the log,
+/// `root` the file system. The service starts in start() or startInTestMode(), so a test can change `unit` before. Time
+/// passes only in timers.advance().
 class EngineTest : public testing::Test
 {
 public:
@@ -30,20 +30,20 @@ public:
     /// Makes the link manager and the engine, as the service does.
     void start();
 
-    /// Starts, has the station switch auto-test mode on, and forgets all that this caused.
+    /// Starts, switches auto-test mode on as a station does, and forgets the effects.
     void startInTestMode();
 
     /// Sets one value of the head unit's state.
     void set(const std::string& path, const nlohmann::json& value) { unit.state().set(path, value); }
     nlohmann::json get(const std::string& path) { return unit.state().get(path); }
 
-    /// Has an event delivered, and returns after it has been.
+    /// Delivers an event and returns afterwards.
     void raise(const std::string& name, const nlohmann::json& arguments) { unit.raiseAndWait(name, arguments); }
 
-    /// @returns what the service had the head unit do, "tuner Play [1,8750,0,1]".
+    /// @returns the recorded actions of the head unit, "tuner Play [1,8750,0,1]".
     std::vector<std::string> calls();
 
-    /// Forgets all that was recorded.
+    /// Forgets all records.
     void forget();
 
     /// The path of a file of the head unit, below `root`.
@@ -64,7 +64,7 @@ public:
     SignalRecorder hmi;
 };
 
-/// One command and all that it is to cause, as a row of a table.
+/// One command and all its effects, as a row of a table.
 struct CommandCase {
     std::string name;
     std::vector<std::uint8_t> request;                // cmd_one, cmd_two, parameters

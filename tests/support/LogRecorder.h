@@ -3,11 +3,11 @@
 #include <string>
 #include <vector>
 
-/// Keeps what the service logs, all levels, through zlog itself: "INFO MsgDecode, msg_length = 10".
+/// Records the log of the service at all levels, through zlog: "INFO MsgDecode, msg_length = 10".
 class LogRecorder
 {
 public:
-    /// Sets the process's log category up, once for all recorders, and forgets earlier lines.
+    /// Sets up the log category of the process once, and forgets earlier lines.
     LogRecorder();
 
     std::vector<std::string> lines() const;
@@ -18,8 +18,8 @@ public:
     /// The lines of error level.
     std::vector<std::string> errors() const;
 
-    /// Waits until a line has come that begins so.
-    /// @returns whether one has; false after a generous while.
+    /// Waits for a line that begins with `beginning`.
+    /// @returns whether it came in time.
     bool waitFor(const std::string& beginning) const;
 
     void clear();

@@ -28,12 +28,12 @@ inline std::ostream& operator<<(std::ostream& out, const SeenFrame& frame)
     return out << " ] checksum " << frame.checksum << (frame.sound ? "" : ", bad") << std::dec;
 }
 
-/// The protocol's receiver, step by step: one buffer that is searched from its beginning for each frame. Slow, and
-/// shares nothing with the codec that is tested against it.
+/// A receiver that follows the protocol step by step: it searches one buffer from the beginning for each frame. Slow,
+/// and independent of the codec that the tests compare with it.
 class PlainReceiver
 {
 public:
-    /// One chunk, then every frame that is complete.
+    /// Takes one chunk and returns every complete frame.
     std::vector<SeenFrame> feed(std::span<const std::uint8_t> chunk)
     {
         buffer_.insert(buffer_.end(), chunk.begin(), chunk.end());
@@ -56,7 +56,7 @@ public:
     const std::vector<std::uint8_t>& buffer() const { return buffer_; }
 
 private:
-    /// The byte at i, 0 behind the end.
+    /// @returns the byte at i; 0 after the end.
     unsigned at(std::size_t i) const { return i < buffer_.size() ? buffer_[i] : 0U; }
 
     bool frameStartsAt(std::size_t i) const
@@ -75,7 +75,7 @@ private:
         return i + 5 + padded < buffer_.size();
     }
 
-    /// Takes the frame at i out of the buffer, and what stands before it.
+    /// Removes the frame at i, and everything before it, from the buffer.
     SeenFrame frameAt(std::size_t i)
     {
         const unsigned length = at(i + 3);

@@ -8,19 +8,19 @@
 
 namespace tests {
 
-/// A bus daemon of the test's own, which knows nothing of the machine's configuration. It dies with the object, and
-/// with the test process.
+/// A bus daemon for one test, independent of the configuration of the machine. It ends with the object, and with the
+/// test process.
 class PrivateBus
 {
 public:
-    /// Starts the daemon and returns when clients can connect; throws std::runtime_error when it does not come up.
+    /// Starts the daemon. After the return, clients can connect. Throws std::runtime_error if it does not start.
     PrivateBus();
     ~PrivateBus();
 
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
-    /// What DBUS_SESSION_BUS_ADDRESS is to be for a client of this bus.
+    /// The value of DBUS_SESSION_BUS_ADDRESS for clients of this bus.
     const std::string& address() const { return address_; }
 
     pid_t pid() const { return daemon_->pid(); }
@@ -28,10 +28,10 @@ public:
     /// Ends the daemon at once and waits until it is gone.
     void kill();
 
-    /// Makes the daemon stand still: it keeps its connections, and reads and answers nothing.
+    /// Stops the daemon: it keeps its connections, but reads and answers nothing.
     void stop();
 
-    /// Lets a daemon that stands still go on.
+    /// Continues a stopped daemon.
     void cont();
 
 private:

@@ -55,7 +55,7 @@ public:
         }
     }
 
-    /// @returns `count` bytes, fewer when they have not come after 20 s.
+    /// @returns `count` bytes, fewer if they do not come within 20 s.
     std::vector<std::uint8_t> read(std::size_t count)
     {
         std::vector<std::uint8_t> bytes;
@@ -71,7 +71,7 @@ public:
         return bytes;
     }
 
-    /// Waits until the station's end has `count` bytes to read: a pseudo-terminal passes them on a little later.
+    /// Waits until `count` bytes are readable at the station's end: a pseudo-terminal delivers with a delay.
     void waitUntilArrived(int count)
     {
         pollfd request{slave_.get(), POLLIN, 0};
@@ -81,7 +81,7 @@ public:
         }
     }
 
-    /// Waits until whoever has the station's end has read all there is.
+    /// Waits until all bytes have been read at the station's end.
     void waitUntilTaken()
     {
         for (int left = 1; left > 0;) {

@@ -10,8 +10,8 @@
 
 #include "platform/runtime/Wire.h"
 
-/// The station's line in memory: what the unit sends is recorded, what the station sends is delivered on the caller's
-/// thread, so that everything it causes there has happened when the call returns.
+/// The line to the station in memory. Records what the unit sends, and delivers what the station sends on the thread of
+/// the caller, so that its effects on that thread are complete at the return.
 class RecordedWire : public runtime::Wire
 {
 public:
@@ -26,27 +26,27 @@ public:
     void detach() override;
     bool send(std::span<const std::uint8_t> frame) override;
 
-    /// Delivers bytes as one chunk, as they are.
+    /// Delivers bytes as one chunk, unchanged.
     void deliver(Bytes bytes);
 
-    /// Delivers one command as a sound frame of any length.
+    /// Delivers one command as a valid frame of any length.
     void sendCommand(std::uint8_t cmdOne, std::uint8_t cmdTwo, const Bytes& params = {});
 
-    /// The next frame that the unit sends is not recorded: an exception comes out of sending it.
+    /// Sending the next frame throws an exception; the frame is not recorded.
     void throwOnNextSend(const std::string& what);
 
-    /// Lets whoever sends wait, as a line does whose station does not read, until release().
+    /// Blocks senders until release(), like a line whose station does not read.
     void hold();
     void release();
 
-    /// @returns what the unit has sent since the last clear(), byte for byte, one entry a send.
+    /// @returns the bytes that the unit has sent since the last clear(), one entry for each send.
     std::vector<Bytes> sent();
 
     /// @returns the same as text, "8F 00 [01]".
     std::vector<std::string> replies();
 
     /// Waits until the unit has sent `count` frames since the last clear().
-    /// @returns whether it has; false after a generous while.
+    /// @returns whether it did in time.
     bool waitForFrames(std::size_t count);
 
     void clear();

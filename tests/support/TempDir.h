@@ -6,7 +6,7 @@
 
 namespace tests {
 
-/// A new directory of the test's own, removed at the end with all that is in it.
+/// A new directory, removed with its contents at the end of the object.
 class TempDir
 {
 public:
@@ -22,7 +22,7 @@ private:
     std::filesystem::path path_;
 };
 
-/// Sets this process's umask, which the programs that it starts inherit, as long as the object lives.
+/// Sets the umask of this process, and so of the programs that it starts, as long as the object exists.
 class Umask
 {
 public:

@@ -6,7 +6,7 @@
 
 #include "platform/bench/CallRecord.h"
 
-// What tests compare: everything that leaves the service, as one line of text each.
+// The outputs of the service as lines of text, for tests to compare.
 
 /// @returns "8F 00 [01]".
 std::string frameText(std::uint8_t cmdOne, std::uint8_t cmdTwo, const std::vector<std::uint8_t>& params);
