@@ -9,8 +9,8 @@
 
 #include "fuzz/Fuzz.h"
 #include "protocol/FrameAssembler.h"
+#include "protocol/catalogue/HexBytes.h"
 #include "station/Connection.h"
-#include "station/Hex.h"
 #include "tests/support/PlainReceiver.h"
 #include "tests/support/PtyPeer.h"
 
@@ -71,7 +71,7 @@ void receiveUpToTheEnd()
         if (*frame == kEnd) {
             return;
         }
-        const std::string text = station::format(*frame);
+        const std::string text = protocol::catalogue::formatFrame(*frame);
         expect(text.size() == 8 + 3 * frame->params.size() - (frame->params.empty() ? 0 : 1), "wrong text: " + text);
     }
 }

@@ -11,7 +11,7 @@ std::string formatUtc(std::chrono::system_clock::time_point time, const char* fo
 /// The same in the zone of this machine.
 std::string formatLocal(std::chrono::system_clock::time_point time, const char* format);
 
-/// @returns what the moment is past its second, cut to `digits`, 1 to 9: ".123456" for 6.
+/// @returns the fraction of the moment's second, cut to `digits`, 1 to 9: ".123456" for 6.
 std::string fractionOfSecond(std::chrono::system_clock::time_point time, int digits);
 
 /// @returns the moment as ISO 8601 has it, "2026-11-21T12:00:00.123456Z" for 6 digits (1 to 9).

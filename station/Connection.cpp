@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "protocol/FrameAssembler.h"
+#include "station/FrameScanner.h"
 #include "station/SerialLink.h"
-#include "station/WireBytes.h"
 #include "station/ports/SerialPorts.h"
 
 namespace station {
@@ -27,14 +27,14 @@ using protocol::ReceivedFrame;
 using Clock = Connection::Clock;
 using Duration = Connection::Duration;
 
-/// How often a device that has gone is looked for. Its directory may go and come with it, and its access rights be set
-/// a moment after it appeared: looking again sees all of that.
+/// How often a call looks for a device that has gone. The device's directory may go and come with it, and its access
+/// rights may follow a moment after it appears; looking again sees all of that.
 constexpr auto kLookAgain = std::chrono::milliseconds(20);
 
 /// How long a line may refuse to take a byte, beyond the time in which the bytes leave it.
 constexpr auto kStalled = std::chrono::seconds(2);
 
-/// Longer than anybody waits, and far from the end of the clock.
+/// A year: far from the end of the clock.
 constexpr Duration kLongest = std::chrono::hours(24 * 365);
 
 /// Start bit, 8 data bits, stop bit.
@@ -52,7 +52,7 @@ std::string durationText(Duration time)
     return ms % 1000 == 0 ? fmt::format("{} s", ms / 1000) : fmt::format("{} ms", ms);
 }
 
-/// @returns what to do about a port that cannot be opened, to be put behind the reason.
+/// @returns the remedy for a port that cannot be opened, to stand behind the reason.
 std::string remedyFor(const std::string& path, const std::error_code& error)
 {
     if (error != std::errc::no_such_file_or_directory) {
@@ -62,7 +62,7 @@ std::string remedyFor(const std::string& path, const std::error_code& error)
                                  : "; 'engineering-station ports' lists the ports of this machine";
 }
 
-/// Gives a variable a value for as long as this object lives.
+/// Gives a variable a value while this object lives.
 template <class T>
 class Meanwhile
 {
@@ -108,13 +108,13 @@ struct Connection::State {
     PortSpec port;
     Options options;
     std::optional<SerialLink> link;  // nothing while the device is away
-    /// Until when a device that went is waited for; nothing once a call has done its work since.
+    /// When to give up on a device that went; nothing once a call has done its work since.
     std::optional<Clock::time_point> giveUpAt;
     static constexpr auto kAnyLosses = std::numeric_limits<std::size_t>::max();
 
     std::unique_ptr<SendGuard> guard;
     bool guardAsks = false;
-    /// What the guard waits for; nullptr while it does not.
+    /// The answers that the guard waits for; nullptr while it does not.
     const Connection::Answers* guardAnswers = nullptr;
 
     protocol::FrameAssembler assembler;
@@ -259,18 +259,18 @@ struct Connection::State {
             if (auto arrival = cut()) {
                 return arrival;
             }
-            // What is there is read also when the time is over, but a line that never falls silent has always something
-            // to read: then the time decides.
+            // Bytes that are there are read even after the deadline. On a line that never falls silent, the time
+            // decides.
             if (std::exchange(last, Clock::now() >= deadline) || read(from, deadline) == 0) {
                 return std::nullopt;
             }
         }
     }
 
-    /// Takes in, traces and forgets what has come so far.
+    /// Reads, traces and forgets the frames so far.
     void drain(SerialLink& from)
     {
-        // Far more than a device holds back; a line on which bytes come without end is not waited for.
+        // Far more than a device holds back; the loop ends on a line that never falls silent.
         constexpr int kReads = 64;
         int reads = 0;
         do {

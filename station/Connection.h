@@ -25,23 +25,23 @@ struct PortSpec {
 
 class Connection;
 
-/// Stands between everything that sends and the line: one for each connection. Is told what happens on the line like
-/// any sink, and ends with the connection. All on the connection's thread.
+/// Checks the frames of one connection before they leave. Gets the events of the line like any sink and ends with the
+/// connection. All on the connection's thread.
 class SendGuard : public TraceSink
 {
 public:
     /// Called before a frame leaves. May send reading commands on `connection`, which are not checked themselves.
     /// Throws protocol::Error if the frame may not leave; the line says why.
-    /// @returns whether the frame is for the unit that is on the line now, and none that comes after a loss.
+    /// @returns whether the frame is only for the unit that is on the line now, not for one that comes after a loss.
     virtual bool check(Connection& connection, const protocol::Frame& command) = 0;
 };
 
-/// A test station on a line that is its own: the port is locked against other programs (flock, then TIOCEXCL), traced,
-/// and opened again when the device goes and comes back under the same name: symbolic links are followed anew each
-/// time. For one thread.
+/// A test station on its own line. Locks the port against other programs (flock, then TIOCEXCL), traces it, and opens
+/// it again if the device goes and comes back under the same name; it follows symbolic links anew each time. For one
+/// thread.
 ///
-/// Every call that finds the device gone waits for it, up to Options::reconnect counted from the loss, before it does
-/// its work; then it throws LineError (kLineFailed). After that each further call looks once and does not wait.
+/// A call that finds the device gone waits for it, up to Options::reconnect after the loss, before it does its work;
+/// then it throws LineError (kLineFailed). Each further call looks once and does not wait.
 class Connection
 {
 public:
@@ -49,15 +49,15 @@ public:
     using Duration = std::chrono::nanoseconds;
 
     struct Options {
-        /// How long a device that has gone is waited for before LineError.
+        /// How long a call waits for a device that has gone before it throws LineError.
         Duration reconnect = std::chrono::seconds(10);
-        /// Is told everything; may be nullptr; outlives the connection.
+        /// Gets every event; may be nullptr; outlives the connection.
         TraceSink* trace = nullptr;
         /// Ends every wait with Interrupted; may be nullptr; outlives the connection.
         Interrupt* interrupt = nullptr;
     };
 
-    /// Sets who guards each connection that the process opens from now on; by default nobody does. Not to be called
+    /// Sets the guard of each connection that the process opens from now on; the default is none. Not to be called
     /// while another thread opens one.
     using MakeGuard = std::function<std::unique_ptr<SendGuard>()>;
     static void guardBy(MakeGuard make);
@@ -67,11 +67,11 @@ public:
     ~Connection();
     Connection(Connection&&) noexcept;
 
-    /// Says what counts as the answer to a command.
+    /// @returns whether a frame answers the command.
     using Answers = std::function<bool(const protocol::Frame&)>;
 
     struct Exchange {
-        /// Nothing when no answer came within the time.
+        /// Nothing if no answer came in time.
         std::optional<protocol::Frame> reply;
         /// From the last byte written to the last byte of the reply.
         Duration roundTrip{0};
@@ -79,10 +79,10 @@ public:
         std::size_t corrupt = 0;
     };
 
-    /// Drops what is left from before, sends `command` and waits for the frame that `answers` accepts; others are
-    /// traced and passed over. When the device goes meanwhile and comes back, a repeatable command is sent again (with
-    /// the whole time-out); any other, if a byte of it may have reached the device, ends with LineError at once.
-    /// The time-out counts from when the command's last byte can have left the device.
+    /// Drops what is left from before, sends `command` and waits for the frame that `answers` accepts; it traces other
+    /// frames and ignores them. If the device goes meanwhile and comes back, it sends a repeatable command again, with
+    /// the whole time-out; any other ends with LineError at once if a byte of it may have reached the device. The
+    /// time-out begins when the command's last byte can have left the device.
     /// Throws what the guard throws, and std::length_error for more than protocol::kMaxStationParams parameters.
     Exchange request(const protocol::Frame& command, const Answers& answers, Duration timeout, bool repeatable);
 
@@ -90,15 +90,14 @@ public:
     /// Throws what the guard throws, and std::length_error for more than protocol::kMaxStationParams parameters.
     void send(const protocol::Frame& command);
 
-    /// @returns the next frame, received before or after this call; nothing when none came by `deadline`, also when the
-    /// device is away then: the next call goes on waiting for it.
+    /// @returns the next frame, received before or after this call; nothing if none came by `deadline`. If the device
+    /// is away then, the next call goes on waiting for it.
     std::optional<protocol::Frame> receive(Clock::time_point deadline);
 
-    /// @returns how good the line has been since the connection was made. Bytes of a frame that is still coming count
-    /// as garbage.
+    /// @returns the quality of the line since the connection was made. Bytes of an unfinished frame count as garbage.
     LineQuality quality() const;
 
-    /// From now on a device that is away, or goes, is waited for no longer than this; for cleaning up at an end.
+    /// From now on, calls wait no longer than this for a device that is away; for cleaning up at an end.
     void waitAtMost(Duration reconnect);
 
     const PortSpec& port() const;

@@ -7,7 +7,6 @@
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "protocol/catalogue/Suggest.h"
-#include "station/Hex.h"
 #include "station/trace/Attribution.h"
 
 namespace station {
@@ -19,7 +18,7 @@ using protocol::UserError;
 
 std::uint8_t byteOf(const std::string& word)
 {
-    const auto byte = parseByte(word);
+    const auto byte = protocol::catalogue::parseHexByte(word);
     if (!byte) {
         throw UserError(fmt::format("expected one or two hexadecimal digits, got {}", inQuotes(word)));
     }
@@ -136,7 +135,8 @@ std::string hint(protocol::catalogue::Groups groups, const Request& request, con
 Request parseRequest(protocol::catalogue::Groups groups, const std::string& command,
                      const std::vector<std::string>& arguments)
 {
-    return parseByte(command) ? parseBytes(groups, command, arguments) : parseNamed(groups, command, arguments);
+    return protocol::catalogue::parseHexByte(command) ? parseBytes(groups, command, arguments)
+                                                      : parseNamed(groups, command, arguments);
 }
 
 void check(const Request& request, const SendTerms& terms)

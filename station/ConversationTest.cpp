@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/WireBytes.h"
+#include "station/FrameScanner.h"
 #include "tests/support/PtyPeer.h"
 
 namespace station {

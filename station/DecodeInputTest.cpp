@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "protocol/Errors.h"
-#include "station/Hex.h"
+#include "protocol/catalogue/HexBytes.h"
 
 namespace station {
 namespace {
@@ -18,7 +18,9 @@ std::string textOf(const std::vector<ScannedPiece>& pieces)
     std::string text;
     for (const ScannedPiece& piece : pieces) {
         text += text.empty() ? "" : ", ";
-        text += piece.kind == Kind::kGarbage ? "?" : piece.kind == Kind::kIncomplete ? "…" : format(piece.frame);
+        text += piece.kind == Kind::kGarbage      ? "?"
+                : piece.kind == Kind::kIncomplete ? "…"
+                                                  : protocol::catalogue::formatFrame(piece.frame);
         text += piece.kind == Kind::kCorrupt ? "!" : "";
     }
     return text;

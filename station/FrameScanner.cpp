@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "protocol/FrameAssembler.h"
-
 namespace station {
 
 namespace {
@@ -34,7 +32,7 @@ public:
         pieces_.push_back({kind, std::move(frame), {bytes.begin(), bytes.end()}});
     }
 
-    /// What no frame was found in: it may end with the beginning of one.
+    /// Adds bytes without a frame; they may end with the beginning of one.
     void addRest(Bytes bytes)
     {
         const std::size_t header = findHeader(bytes);
@@ -63,6 +61,19 @@ std::size_t garbageBefore(Bytes consumed, std::uint8_t length)
     return consumed.size() - std::min(consumed.size(), size);
 }
 
+std::vector<std::uint8_t> assemble(std::uint8_t length, std::uint8_t cmdOne, std::uint8_t cmdTwo, Bytes params,
+                                   std::uint16_t checksum)
+{
+    std::vector<std::uint8_t> bytes{protocol::kHeader1, protocol::kHeader2, 0x00, length, cmdOne, cmdTwo};
+    bytes.insert(bytes.end(), params.begin(), params.end());
+    if (bytes.size() % 2 != 0) {
+        bytes.push_back(0x00);
+    }
+    bytes.push_back(static_cast<std::uint8_t>(checksum >> 8));
+    bytes.push_back(static_cast<std::uint8_t>(checksum & 0xFF));
+    return bytes;
+}
+
 }  // namespace
 
 std::vector<ScannedPiece> scanFrames(Bytes stream)
@@ -71,7 +82,7 @@ std::vector<ScannedPiece> scanFrames(Bytes stream)
     Pieces pieces;
     std::size_t done = 0;
     for (std::size_t fed = 0; fed < stream.size();) {
-        // The assembler drops nothing of what is not longer than its limit.
+        // The assembler drops nothing of a chunk that is no longer than its limit.
         const Bytes chunk = stream.subspan(fed, std::min(stream.size() - fed, protocol::FrameAssembler::kLimit));
         fed += chunk.size();
         const std::size_t dropped = assembler.append(chunk);
@@ -89,6 +100,29 @@ std::vector<ScannedPiece> scanFrames(Bytes stream)
     }
     pieces.addRest(stream.subspan(done));
     return pieces.take();
+}
+
+std::vector<std::uint8_t> wireBytes(const protocol::Frame& frame)
+{
+    const auto length = static_cast<std::uint8_t>(frame.params.size() + 2);
+    return assemble(length, frame.cmdOne, frame.cmdTwo, frame.params,
+                    protocol::checksum(length, frame.cmdOne, frame.cmdTwo, frame.params));
+}
+
+std::vector<std::uint8_t> wireBytes(protocol::ReceivedFrame& frame)
+{
+    // The padding too: it is not 0 in every frame that is wrong.
+    const std::size_t count = frame.params().size();
+    return assemble(frame.length, frame.cmdOne, frame.cmdTwo, Bytes(frame.area, count + count % 2),
+                    frame.receivedChecksum);
+}
+
+std::vector<std::uint8_t> wireBytes(const TraceEvent& event)
+{
+    if (!hasFrame(event.kind)) {
+        return {};
+    }
+    return event.bytes.empty() ? wireBytes(event.frame) : event.bytes;
 }
 
 }  // namespace station

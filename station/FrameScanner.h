@@ -4,6 +4,8 @@
 #include <vector>
 
 #include "protocol/Frame.h"
+#include "protocol/FrameAssembler.h"
+#include "station/trace/Trace.h"
 
 namespace station {
 
@@ -19,11 +21,21 @@ struct ScannedPiece {
     Kind kind = Kind::kGarbage;
     /// Only for frames, sound or not.
     protocol::Frame frame;
-    /// As they stood in the stream: pieces put one behind the other are the stream again.
+    /// As they stood in the stream: all pieces together are the stream again.
     std::vector<std::uint8_t> bytes;
 };
 
-/// Cuts a recorded stream into frames and what is between them, as a receiver would.
+/// Cuts a recorded stream into frames and the bytes between them, as a receiver would.
 std::vector<ScannedPiece> scanFrames(protocol::Bytes stream);
+
+/// @returns the frame as it stands on the line, header to checksum. The length byte of a frame that is too long to be
+/// sent is cut to 8 bits.
+std::vector<std::uint8_t> wireBytes(const protocol::Frame& frame);
+
+/// @returns the frame as it stood on the line, with its good or bad checksum. The reserved byte is 00.
+std::vector<std::uint8_t> wireBytes(protocol::ReceivedFrame& frame);
+
+/// @returns the bytes of an event's frame as they stood on the line; none for an event without a frame.
+std::vector<std::uint8_t> wireBytes(const TraceEvent& event);
 
 }  // namespace station

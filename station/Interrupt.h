@@ -1,8 +1,9 @@
 #pragma once
 
-#include <memory>
-#include <string>
+#include <atomic>
+#include <cerrno>
 
+#include "host/Descriptor.h"
 #include "protocol/Errors.h"
 
 namespace station {
@@ -21,22 +22,32 @@ public:
 class Interrupt
 {
 public:
-    /// Throws std::system_error when the process has no descriptor left.
-    Interrupt();
-    ~Interrupt();
-    Interrupt(const Interrupt&) = delete;
-    Interrupt& operator=(const Interrupt&) = delete;
+    void request() noexcept
+    {
+        const int error = errno;
+        requested_ = true;
+        wakeup_.signal();
+        errno = error;
+    }
 
-    void request() noexcept;
     /// Takes the request back, so that a teardown can wait again.
-    void clear() noexcept;
-    bool requested() const noexcept;
+    void clear() noexcept
+    {
+        requested_ = false;
+        wakeup_.clear();
+    }
+
+    bool requested() const noexcept { return requested_; }
+
     /// Readable from `request` to `clear`.
-    int descriptor() const noexcept;
+    int descriptor() const noexcept { return wakeup_.descriptor(); }
 
 private:
-    struct State;
-    std::unique_ptr<State> state_;
+    // Anything else would not be safe in a signal handler.
+    static_assert(std::atomic<bool>::is_always_lock_free);
+
+    std::atomic<bool> requested_ = false;
+    host::Wakeup wakeup_;
 };
 
 }  // namespace station

@@ -26,7 +26,7 @@ std::string inUtf8(std::string_view text)
     return utf8;
 }
 
-/// @returns what other dialects call the syntax at which RE2 stopped.
+/// @returns the name that other dialects have for the syntax at which RE2 stopped.
 std::string nameOf(const std::string& syntax, std::string_view behind)
 {
     if (syntax == "(?=" || syntax == "(?!") {

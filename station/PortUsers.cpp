@@ -1,5 +1,6 @@
 #include "station/PortUsers.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -31,7 +32,7 @@ std::optional<pid_t> parsePid(std::string_view text)
 
 std::string describe(pid_t pid)
 {
-    const std::string folder = "/proc/" + std::to_string(pid);
+    const std::string folder = fmt::format("/proc/{}", pid);
     std::string name;
     std::getline(std::ifstream(folder + "/comm"), name);
     // The kernel keeps the first 15 characters only.
@@ -41,7 +42,7 @@ std::string describe(pid_t pid)
     if (!name.empty() && program.starts_with(name)) {
         name = program;
     }
-    return name.empty() ? "process " + std::to_string(pid) : name + " (process " + std::to_string(pid) + ")";
+    return name.empty() ? fmt::format("process {}", pid) : fmt::format("{} (process {})", name, pid);
 }
 
 bool hasOpen(const fs::path& process, dev_t device)
@@ -58,14 +59,8 @@ bool hasOpen(const fs::path& process, dev_t device)
 
 std::string holderOfLock(const FileStatus& file)
 {
-    std::ostringstream wanted;
-    // As the kernel writes it: device numbers in hexadecimal of two digits at least, the inode in decimal.
-    wanted << std::hex;
-    wanted.fill('0');
-    wanted.width(2);
-    wanted << major(file.st_dev) << ':';
-    wanted.width(2);
-    wanted << minor(file.st_dev) << ':' << std::dec << file.st_ino;
+    // As the kernel writes it.
+    const auto wanted = fmt::format("{:02x}:{:02x}:{}", major(file.st_dev), minor(file.st_dev), file.st_ino);
 
     // 7: FLOCK  ADVISORY  WRITE 4711 00:18:5 0 EOF
     std::ifstream locks("/proc/locks");
@@ -73,7 +68,7 @@ std::string holderOfLock(const FileStatus& file)
         std::istringstream words(line);
         std::string number, kind, mode, access, pid, inode;
         words >> number >> kind >> mode >> access >> pid >> inode;
-        if (kind == "FLOCK" && inode == wanted.str()) {
+        if (kind == "FLOCK" && inode == wanted) {
             const auto holder = parsePid(pid);
             return holder ? describe(*holder) : "";
         }
@@ -96,7 +91,7 @@ std::string portUser(const std::string& path)
         return {};
     }
     const std::string holder = holderOfLock(file);
-    // Whoever made a pseudo-terminal may keep both of its ends open.
+    // The maker of a pseudo-terminal may keep both of its ends open.
     return holder.empty() && !isPseudoTerminal(file.st_rdev) ? otherUser(path) : holder;
 }
 

@@ -1,6 +1,7 @@
 #include "station/SerialLink.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
@@ -15,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "host/Baud.h"
 #include "station/PortUsers.h"
 
 namespace station {
@@ -38,11 +40,6 @@ bool SerialLink::isInOwnDirectory(const std::string& path)
     FileStatus directory{};
     return lstat(std::filesystem::path(path).parent_path().c_str(), &directory) == 0 && S_ISDIR(directory.st_mode) &&
            directory.st_uid == getuid();
-}
-
-bool SerialLink::isKnownBaud(unsigned baud)
-{
-    return host::speedOf(baud).has_value();
 }
 
 SerialLink::SerialLink(const std::string& path, unsigned baud) : SerialLink(path, baud, Options{}) {}
@@ -72,7 +69,7 @@ void SerialLink::refuseForeign() const
     if (!isInOwnDirectory(path_)) {
         fail(EPERM, "its directory is not this user's");
     }
-    // A link that was left behind leads to whoever has the terminal's number now.
+    // A link that was left behind may lead to another user, who has the terminal's number now.
     FileStatus device{};
     if (fstat(descriptor_.get(), &device) != 0 || device.st_uid != getuid()) {
         fail(EPERM, "it leads to a terminal of another user");
@@ -90,8 +87,8 @@ void SerialLink::lock()
         }
         fail(error, user.empty() ? "cannot lock" : "in use by " + user);
     }
-    // A pseudo-terminal keeps the flag until its other end is closed: a station that was killed would lock everybody
-    // out for as long as the service runs.
+    // A pseudo-terminal keeps the flag until its other end is closed: a killed station would lock out all others until
+    // the service ends.
     FileStatus file{};
     if (fstat(descriptor_.get(), &file) == 0 && !isPseudoTerminal(file.st_rdev)) {
         ioctl(descriptor_.get(), TIOCEXCL);
@@ -102,7 +99,7 @@ void SerialLink::configure(unsigned baud)
 {
     const auto speed = host::speedOf(baud);
     if (!speed) {
-        fail(EINVAL, "no serial device runs at this number of baud");
+        fail(EINVAL, fmt::format("expected a baud rate such as 115200, got {}", baud));
     }
     termios settings{};
     if (tcgetattr(descriptor_.get(), &settings) != 0) {
@@ -121,8 +118,8 @@ void SerialLink::configure(unsigned baud)
 void SerialLink::discardInput()
 {
     tcflush(descriptor_.get(), TCIFLUSH);
-    // What a pseudo-terminal has taken from its other end, but not yet passed on, the flush does not reach.
-    // It holds far less than what is read here at most; a line on which bytes come without end is not waited for.
+    // The flush does not reach the bytes that a pseudo-terminal has taken from its other end and not yet passed on. It
+    // holds far less than this loop reads, and the loop ends on a line that never falls silent.
     constexpr int kReads = 64;
     std::array<std::uint8_t, 4096> dropped;
     for (int i = 0; i < kReads && waitFor(POLLIN, Clock::now()) && readAvailable(dropped) > 0; ++i) {
@@ -203,7 +200,7 @@ std::size_t SerialLink::readAvailable(std::span<std::uint8_t> out)
 
 void SerialLink::fail(int error, const std::string& what) const
 {
-    throw std::system_error(error, std::generic_category(), path_ + ": " + what);
+    throw std::system_error(error, std::generic_category(), fmt::format("{}: {}", path_, what));
 }
 
 }  // namespace station

@@ -13,8 +13,7 @@
 namespace station {
 
 /// The station's end of the line: a serial device, or the terminal that stands for one on the bench.
-/// Not for use by two threads at once. Whatever goes wrong is thrown as std::system_error with a text that names the
-/// path.
+/// For one thread at a time. Throws std::system_error with a text that names the path.
 class SerialLink
 {
 public:
@@ -23,11 +22,11 @@ public:
     static constexpr unsigned kDefaultBaud = host::kDefaultBaud;
 
     struct Options {
-        /// Locks the device against other stations, and against every program that is not root's where that ends with
-        /// this one's life; std::errc::device_or_resource_busy when somebody else has it.
+        /// Locks the device against other stations; where the lock ends with this process, also against every program
+        /// that is not root's. std::errc::device_or_resource_busy if another process has it.
         bool exclusive = false;
-        /// Refuses what somebody else may have put there, with std::errc::operation_not_permitted: the device, and the
-        /// directory in which `path` stands, have to be this user's. For a path in a directory that anybody may make.
+        /// Refuses a device or a directory of `path` that is not this user's, with std::errc::operation_not_permitted.
+        /// For a path in a directory that any user may make.
         bool ownOnly = false;
         /// Ends every wait with Interrupted; may be nullptr; outlives the link.
         const Interrupt* interrupt = nullptr;
@@ -36,16 +35,13 @@ public:
     /// @returns whether the directory in which `path` stands is this user's, and not a symbolic link.
     static bool isInOwnDirectory(const std::string& path);
 
-    /// @returns whether a line can be opened at this rate, in bits per second.
-    static bool isKnownBaud(unsigned baud);
-
     /// Opens `path` raw, 8 data bits, no parity, 1 stop bit, no flow control. It never becomes the process's
     /// controlling terminal.
     /// @param baud bits per second; one of those that a serial device knows, else std::errc::invalid_argument.
     explicit SerialLink(const std::string& path, unsigned baud = kDefaultBaud);
     SerialLink(const std::string& path, unsigned baud, Options options);
 
-    /// Drops what has been received and not been read.
+    /// Drops the bytes that were received and not read.
     void discardInput();
 
     /// Writes all of `bytes`; throws std::errc::timed_out when the line does not take them by `deadline`.
@@ -55,7 +51,7 @@ public:
     /// @returns how many; throws as `write` does, and then has written none.
     std::size_t writeSome(protocol::Bytes bytes, Clock::time_point deadline);
 
-    /// Reads what is there, or waits for the first bytes to come.
+    /// Reads the bytes that are there, or waits for the first.
     /// @returns how many bytes were put into `out`; 0 when none came by `deadline`. Throws when the line is gone.
     std::size_t read(std::span<std::uint8_t> out, Clock::time_point deadline);
 

@@ -58,7 +58,7 @@ int show(const std::string& key, bool json)
     } else if (const auto* notice = catalogue::findNotice(groups, key)) {
         json ? printJson(noticeJson(groups, *notice)) : printText(noticeText(groups, *notice));
     } else {
-        throw WrongUse(catalogue::noSuchCommand(groups, key));
+        throw protocol::UserError(catalogue::noSuchCommand(groups, key));
     }
     return kPassed;
 }
@@ -122,9 +122,9 @@ void addCatalogueShow(Tool& tool, CLI::App& noun)
 {
     const auto key = std::make_shared<std::string>();
     CLI::App* verb = noun.add_subcommand("show",
-                                         "Print what the catalogue says\n"
-                                         "Without a key all groups, one line for each command. With --json one object "
-                                         "with everything in it.");
+                                         "Print the catalogue\n"
+                                         "Without a key: all groups, one line for each command. With --json: one "
+                                         "object with everything.");
     verb->add_option("KEY", *key, "GROUP, or GROUP.COMMAND for all about one command")->type_name("KEY");
     verb->footer(
         "Examples:\n"
@@ -149,8 +149,8 @@ void addCatalogueCheck(Tool& tool, CLI::App& noun)
     CLI::App* verb = noun.add_subcommand(
         "check",
         "Check a catalogue file\n"
-        "A sound one is told in a line. Each mistake is one line on standard error, FILE:LINE:COLUMN: what is wrong; "
-        "the exit status is then 2.");
+        "Prints one line if the file is correct. Otherwise prints each error as one line on standard error, "
+        "FILE:LINE:COLUMN: error, and exits with 2.");
     verb->add_option("FILE", *path, "Catalogue in TOML; - for standard input")->type_name("FILE")->required();
     verb->footer(
         "Examples:\n"
@@ -164,8 +164,8 @@ void addCatalogue(Tool& tool)
 {
     CLI::App* noun = tool.app.add_subcommand("catalogue",
                                              "Print or check the catalogue of the protocol\n"
-                                             "The catalogue that was compiled into the tool says what every command, "
-                                             "reply and notice means.");
+                                             "The tool contains a catalogue of all commands, replies and notices with "
+                                             "their meaning.");
     noun->require_subcommand(1);
     addCatalogueShow(tool, *noun);
     addCatalogueList(tool, *noun);

@@ -5,7 +5,7 @@
 
 #include "protocol/catalogue/Model.h"
 
-/// What the catalogue says, for people and for programs.
+/// The catalogue as text and as JSON.
 namespace programs::station_tool {
 
 /// @returns one line for each command and notice of all groups: code, key, title.

@@ -48,29 +48,20 @@ std::vector<std::string> namesOf(const std::vector<const CLI::App*>& verbs)
     return names;
 }
 
-std::string joined(const std::vector<std::string>& words)
-{
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : ", ") + word;
-    }
-    return text;
-}
-
-/// What is wrong with a command line that has `word` where nothing knows it.
+/// @returns the error in a command line with an unknown `word`.
 std::string explainWord(const CLI::App& verb, const std::string& word)
 {
     if (word.starts_with("-") && word.size() > 1) {
         const std::string option = word.substr(0, word.find('='));
-        return "'" + option + "' is no option of '" + pathOf(verb) + "'" + didYouMean(option, optionNames(verb));
+        return fmt::format("{}: unknown option '{}'{}", pathOf(verb), option, didYouMean(option, optionNames(verb)));
     }
     const auto names = namesOf(verbsOf(verb));
     if (names.empty()) {
-        return "'" + word + "' is one argument too many for '" + pathOf(verb) + "'";
+        return fmt::format("{}: '{}' is one argument too many", pathOf(verb), word);
     }
     const std::string suggestion = didYouMean(word, names);
-    return "'" + word + "' is no verb of '" + pathOf(verb) + "'" +
-           (suggestion.empty() ? "; it has: " + joined(names) : suggestion);
+    return fmt::format("{}: unknown verb '{}'{}", pathOf(verb), word,
+                       suggestion.empty() ? fmt::format("; expected one of {}", fmt::join(names, ", ")) : suggestion);
 }
 
 std::string explain(const CLI::App& app, const CLI::ParseError& error)
@@ -83,7 +74,7 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error)
         return explainWord(verb, unknown.front());
     }
     if (missing && !verbsOf(verb).empty()) {
-        return "'" + pathOf(verb) + "' needs a verb: " + joined(namesOf(verbsOf(verb)));
+        return fmt::format("{}: expected a verb: {}", pathOf(verb), fmt::join(namesOf(verbsOf(verb)), ", "));
     }
     return error.what();
 }

@@ -22,7 +22,7 @@ std::string pathOf(const CLI::App& verb);
 /// @returns the first line of a verb's description.
 std::string titleOf(const CLI::App& verb);
 
-/// @returns what stands behind the first line; empty when nothing does.
+/// @returns the description without its first line.
 std::string detailsOf(const CLI::App& verb);
 
 /// @returns the verbs or nouns below `app`, in the order in which they were added.

@@ -160,7 +160,7 @@ private:
         return all;
     }
 
-    /// @returns the values with what stands before them in `current`, up to its first '='.
+    /// Puts the beginning of `current`, up to its first '=', before each value.
     static Candidates behind(const std::string& current, Candidates values)
     {
         for (Candidate& value : values) {

@@ -44,7 +44,7 @@ Side sideOf(const std::string& from)
     return from == "unit" ? Side::kUnit : Side::kStation;
 }
 
-/// Prints frames with their meaning, one a line, and what else was there.
+/// Prints frames with their meaning, one a line, and the bytes between them.
 class DecodePrinter
 {
 public:
@@ -210,9 +210,10 @@ int decode(const DecodeOptions& options, Tool& tool)
         }
     }
     if (!printer.foundFrame()) {
-        complain(kProgram,
-                 "no sound frame was found: one begins with 2A A2 and ends with its checksum; its content alone is "
-                 "written '8F 00 [01]', in quotes");
+        complain(
+            kProgram,
+            "expected a valid frame, from 2A A2 to its checksum, or a frame's content in quotes, '8F 00 [01]', got "
+            "none");
         return kFailed;
     }
     return kPassed;
@@ -225,12 +226,12 @@ void addDecode(Tool& tool)
     const auto options = std::make_shared<DecodeOptions>();
     CLI::App* verb = tool.app.add_subcommand(
         "decode",
-        "Print what frames mean\n"
-        "Reads bytes in hexadecimal from the arguments, or from a file or standard input; a file may also be a capture "
-        "(pcapng, link type USER0) or the bare bytes of the line. Every frame is one line with its sender, its bytes "
-        "and its meaning; garbage, frames with a wrong checksum and incomplete ones are shown where they stood. What "
-        "the catalogue does not know stays bytes.\n"
-        "Exit status: 0 at least one sound frame was found, 1 none, 2 the input cannot be read.");
+        "Print the meaning of frames\n"
+        "The input is bytes in hexadecimal, as arguments, in a file or on standard input; a file may also be a capture "
+        "(pcapng, link type USER0) or the raw bytes of the line. Each frame is one line with its sender, its bytes and "
+        "its meaning. Garbage, frames with a wrong checksum and incomplete frames appear in their place. Frames that "
+        "the catalogue does not know stay bytes.\n"
+        "Exit status: 0 at least one valid frame was found, 1 none, 2 the input cannot be read.");
     verb->add_option("INPUT", options->inputs,
                      "Bytes in hexadecimal, frames' contents as '8F 00 [01]' in quotes, or files; - or nothing is "
                      "standard input")

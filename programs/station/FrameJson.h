@@ -6,7 +6,7 @@
 
 namespace programs::station_tool {
 
-/// @returns what a frame means, the same wherever the tool prints a frame as JSON:
+/// @returns the meaning of a frame; every verb prints frames in this form:
 ///
 ///     {"cmd_one": 130, "cmd_two": 1, "params": "24 FE", "kind": "reply", "key": "tuner.frequency",
 ///      "fields": {"frequency": {"value": 9470, "text": "9470 (94.7 MHz on FM)", …}}, "problems": []}

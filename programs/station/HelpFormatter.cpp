@@ -1,5 +1,7 @@
 #include "programs/station/HelpFormatter.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <sstream>
 
@@ -77,15 +79,11 @@ std::string signatureOf(const CLI::Option& option)
 std::string meaningOf(const CLI::Option& option)
 {
     std::string text = option.get_description();
-    std::string values;
-    for (const std::string& value : valuesOf(option)) {
-        values += (values.empty() ? "" : ", ") + value;
-    }
-    if (!values.empty()) {
-        text += " (one of " + values + ")";
+    if (const auto values = valuesOf(option); !values.empty()) {
+        text += fmt::format(" (one of {})", fmt::join(values, ", "));
     }
     if (takesValue(option) && !option.get_default_str().empty()) {
-        text += " [" + option.get_default_str() + "]";
+        text += fmt::format(" [{}]", option.get_default_str());
     }
     return text;
 }

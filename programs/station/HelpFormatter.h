@@ -17,7 +17,7 @@ public:
 /// @returns "--port PORT", "--json", "COMMAND".
 std::string signatureOf(const CLI::Option& option);
 
-/// @returns what an option or argument is for, with its values and its default.
+/// @returns the description of an option or argument, with its values and its default.
 std::string meaningOf(const CLI::Option& option);
 
 /// @returns "engineering-station send [OPTIONS] COMMAND [ARGUMENT...]".

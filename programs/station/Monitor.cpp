@@ -15,7 +15,7 @@
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/ClockText.h"
-#include "station/WireBytes.h"
+#include "station/FrameScanner.h"
 #include "station/monitor/EventFilter.h"
 #include "station/monitor/Monitor.h"
 #include "station/trace/Attribution.h"

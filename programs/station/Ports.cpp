@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -21,7 +23,7 @@ using station::SerialPort;
 struct Listed {
     SerialPort port;
     bool bench = false;
-    std::string user;  // empty: nobody's
+    std::string user;  // empty: free
 };
 
 /// @returns the machine's ports, and the bench's link when it leads somewhere.
@@ -66,7 +68,7 @@ ordered_json toJson(const Listed& listed)
             {"user", textOrNull(listed.user)}};
 }
 
-/// @returns what the port is: "0403:6001:A50285BI FTDI FT232R".
+/// @returns the kind of port: "0403:6001:A50285BI FTDI FT232R".
 std::string kindOf(const Listed& listed)
 {
     const SerialPort& port = listed.port;
@@ -115,7 +117,7 @@ int ports(const Tool& tool)
     }
     printText(all);
     if (all.empty()) {
-        complain(kProgram, "no serial port was found, and no bench at " + station::defaultPort());
+        complain(kProgram, fmt::format("expected a serial port, or a bench at {}, got none", station::defaultPort()));
     }
     return kPassed;
 }
@@ -126,12 +128,11 @@ void addPorts(Tool& tool)
 {
     CLI::App* verb = tool.app.add_subcommand(
         "ports",
-        "Lists the serial ports\n"
-        "Each with its device, what it is (of a USB adapter VID:PID:SERIAL and its name), who uses it, and the names "
-        "under which it is found whenever it is plugged in: give one of those to --port. The link of a bench that runs "
-        "is listed too where it is the default one; one under a name of its own (--uart pty:LINK) is not known. No "
-        "port is opened. Whether one is in use by another user's program, which has not locked it, "
-        "only root can see.");
+        "List the serial ports\n"
+        "Each with its device, its kind (for a USB adapter VID:PID:SERIAL and name), its user, and its stable names: "
+        "these stay the same whenever you plug it in, so give one of them to --port. The list includes a running bench "
+        "on the default link, but not one on another link (--uart pty:LINK). The tool opens no port. Only root can see "
+        "the program of another user that uses a port without locking it.");
     verb->footer(
         "Examples:\n"
         "  engineering-station ports\n"

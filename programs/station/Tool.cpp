@@ -16,6 +16,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/Baud.h"
 #include "host/Descriptor.h"
 #include "programs/Cli.h"
 #include "protocol/Text.h"
@@ -52,9 +53,7 @@ station::PortSpec parsePort(std::string_view text)
 std::string checkPort(const std::string& text)
 {
     const unsigned baud = parsePort(text).baud;
-    return station::SerialLink::isKnownBaud(baud)
-               ? ""
-               : fmt::format("expected a baud rate such as 9600, 115200 or 921600, got {}", baud);
+    return host::speedOf(baud) ? "" : fmt::format("expected a baud rate such as 9600, 115200 or 921600, got {}", baud);
 }
 
 namespace {

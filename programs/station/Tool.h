@@ -44,7 +44,7 @@ struct Tool {
     CLI::App& app;
     /// --json: data on standard output is JSON with a "schema" number.
     bool json = false;
-    /// What the chosen verb does; returns the exit status. Set by the verb's callback.
+    /// The work of the chosen verb; returns the exit status. The verb's callback sets it.
     std::function<int()> action;
     /// Set by SIGINT and SIGTERM.
     station::Interrupt& interrupt;
@@ -87,7 +87,7 @@ bool colourWanted(int descriptor = 1);
 /// Takes PATH[,BAUD] apart.
 station::PortSpec parsePort(std::string_view text);
 
-/// @returns what is wrong with PATH[,BAUD], empty when nothing is.
+/// @returns the error in PATH[,BAUD]; empty if there is none.
 std::string checkPort(const std::string& text);
 
 /// Adds --port PATH[,BAUD] with its check and default.

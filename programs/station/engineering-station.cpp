@@ -1,5 +1,6 @@
 // The test station's side of the line.
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,8 +22,8 @@ using namespace programs::station_tool;
 
 station::Interrupt* interrupted = nullptr;
 
-/// The first Ctrl-C ends what runs, the second its teardown too. The third ends the tool at once: they may wait for
-/// something that does not come, such as a reader of standard output.
+/// The first Ctrl-C ends the run, the second its teardown too. The third ends the tool at once: both may wait for
+/// something that never comes, such as a reader of standard output.
 constexpr int kLastRequest = 3;
 
 void onSignal(int number)
@@ -36,7 +37,7 @@ void onSignal(int number)
     errno = error;
 }
 
-/// What waits is woken: system calls are not restarted.
+/// System calls are not restarted, so every wait ends.
 void endOnSignals(station::Interrupt& interrupt)
 {
     interrupted = &interrupt;
@@ -47,14 +48,14 @@ void endOnSignals(station::Interrupt& interrupt)
         struct sigaction before {
         };
         sigaction(number, nullptr, &before);
-        // Under nohup a terminal that closes is no reason to end.
+        // Under nohup the tool goes on after its terminal closes.
         if (number != SIGHUP || before.sa_handler != SIG_IGN) {
             sigaction(number, &action, nullptr);
         }
     }
-    // A reader of standard output that goes away must not end a run whose record is still to be written.
+    // A run must still write its record after the reader of standard output has gone.
     std::signal(SIGPIPE, SIG_IGN);
-    // Nor must a limit on the size of files: writing then fails as on a full disk.
+    // At a limit on the size of files, writing then fails as on a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
@@ -76,9 +77,9 @@ int withOutputWritten(int status)
     if (error == 0) {
         return status;
     }
-    // "… | head" has what it wanted.
+    // The reader of "… | head" has enough.
     if (error != EPIPE) {
-        programs::complain(kProgram, std::string("standard output cannot be written: ") + std::strerror(error));
+        programs::complain(kProgram, fmt::format("standard output cannot be written: {}", std::strerror(error)));
     }
     return status == kPassed ? static_cast<int>(kFailed) : status;
 }

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <string>
 
@@ -20,16 +22,7 @@ std::vector<std::string_view> namesOf(std::span<const Field> fields)
     return names;
 }
 
-std::string listed(const std::vector<std::string_view>& names)
-{
-    std::string text;
-    for (const std::string_view name : names) {
-        text += (text.empty() ? "" : ", ") + std::string(name);
-    }
-    return text;
-}
-
-/// @returns the pieces between the separators, without empty ones.
+/// @returns the pieces between the separators without the empty ones.
 std::vector<std::string_view> pieces(std::string_view text, char separator)
 {
     std::vector<std::string_view> list;
@@ -45,8 +38,8 @@ std::vector<std::string_view> pieces(std::string_view text, char separator)
 
 std::string expectation(const Field& field)
 {
-    const std::string example = field.example.empty() ? "" : ", for example " + std::string(field.example);
-    return std::string(field.name) + "=… is missing: " + describe(field) + example;
+    const auto example = field.example.empty() ? std::string() : fmt::format(", as in {}", field.example);
+    return fmt::format("{}: expected {}{}, got none", field.name, describe(field), example);
 }
 
 void checkNames(std::span<const Field> params, std::span<const Argument> arguments)
@@ -55,11 +48,12 @@ void checkNames(std::span<const Field> params, std::span<const Argument> argumen
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
         const std::string& name = argument->first;
         if (std::ranges::find(names, name) == names.end()) {
-            throw UserError("unknown parameter " + inQuotes(name) + ": expected " +
-                            (names.empty() ? "none" : listed(names)) + didYouMean(name, names));
+            throw UserError(names.empty() ? fmt::format("expected no parameter, got {}", inQuotes(name))
+                                          : fmt::format("expected one of {}, got {}{}", fmt::join(names, ", "),
+                                                        inQuotes(name), didYouMean(name, names)));
         }
         if (std::any_of(arguments.begin(), argument, [&](const Argument& each) { return each.first == name; })) {
-            throw UserError(inQuotes(name) + " is given twice");
+            throw UserError(fmt::format("{}: expected one value, got two", name));
         }
     }
 }
@@ -68,7 +62,7 @@ void checkSize(const Field& field, std::size_t size)
 {
     const auto count = static_cast<std::int64_t>(size);
     if (count < field.minimum || count > field.maximum) {
-        throw UserError(std::string(field.name) + ": expected " + describe(field) + ", got " + std::to_string(size));
+        throw UserError(fmt::format("{}: expected {}, got {}", field.name, describe(field), size));
     }
 }
 
@@ -76,7 +70,7 @@ void appendAscii(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
 {
     const bool printable = std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; });
     if (!printable) {
-        throw UserError(std::string(field.name) + ": expected printable ASCII characters, got others");
+        throw UserError(fmt::format("{}: expected printable ASCII, got {}", field.name, inQuotes(text)));
     }
     checkSize(field, text.size());
     bytes.insert(bytes.end(), text.begin(), text.end());
@@ -86,8 +80,8 @@ void appendHexText(std::vector<std::uint8_t>& bytes, const Field& field, std::st
 {
     const auto wrong = text.find_first_not_of("0123456789ABCDEFabcdef");
     if (wrong != std::string_view::npos) {
-        throw UserError(std::string(field.name) + ": expected " + describe(field) + " without separators, got " +
-                        inQuotes(text));
+        throw UserError(
+            fmt::format("{}: expected {} without separators, got {}", field.name, describe(field), inQuotes(text)));
     }
     checkSize(field, text.size());
     bytes.insert(bytes.end(), text.begin(), text.end());
@@ -97,8 +91,8 @@ void appendBytes(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
 {
     const auto parsed = parseHexBytes(text);
     if (!parsed) {
-        throw UserError(std::string(field.name) + ": expected " + describe(field) + " (as in '00 1A 7D'), got " +
-                        inQuotes(text));
+        throw UserError(
+            fmt::format("{}: expected {}, as in '00 1A 7D', got {}", field.name, describe(field), inQuotes(text)));
     }
     checkSize(field, parsed->size());
     bytes.insert(bytes.end(), parsed->begin(), parsed->end());
@@ -109,15 +103,15 @@ void appendNumber(std::vector<std::uint8_t>& bytes, const Field& field, std::str
     appendBigEndian(bytes, static_cast<std::uint32_t>(parseNumber(field, text)), static_cast<int>(sizeOf(field.type)));
 }
 
-/// Blanks separate the records, colons the numbers of one: "5:35 9:28".
+/// Blanks separate records, colons the numbers of a record: "5:35 9:28".
 void appendRecords(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
 {
     std::size_t count = 0;
     for (const auto record : pieces(text, ' ')) {
         const auto numbers = pieces(record, ':');
         if (numbers.size() != field.fields.size()) {
-            throw UserError(std::string(field.name) + ": expected " + listed(namesOf(field.fields)) +
-                            " with ':' between them, got " + inQuotes(record));
+            throw UserError(fmt::format("{}: expected {}, got {}", field.name, fmt::join(namesOf(field.fields), ":"),
+                                        inQuotes(record)));
         }
         for (std::size_t i = 0; i < numbers.size(); ++i) {
             appendNumber(bytes, field.fields[i], numbers[i]);
@@ -161,13 +155,13 @@ Frame encode(const Command& command, std::span<const Argument> arguments)
             continue;
         }
         if (leftOut != nullptr) {
-            throw UserError(expectation(*leftOut) + "; " + inQuotes(field.name) + " stands behind it");
+            throw UserError(fmt::format("{} before {}", expectation(*leftOut), inQuotes(field.name)));
         }
         append(frame.params, field, given->second);
     }
     if (frame.params.size() > kMaxStationParams) {
-        throw UserError("a frame holds at most " + std::to_string(kMaxStationParams) + " parameter bytes, not " +
-                        std::to_string(frame.params.size()));
+        throw UserError(fmt::format("expected at most {} parameter bytes in a frame, got {}", kMaxStationParams,
+                                    frame.params.size()));
     }
     return frame;
 }

@@ -1,5 +1,9 @@
 #include "protocol/catalogue/HexBytes.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+
 namespace protocol::catalogue {
 
 namespace {
@@ -60,17 +64,25 @@ std::optional<std::vector<std::uint8_t>> parseHexBytes(std::string_view text)
     }
 }
 
+std::optional<std::uint8_t> parseHexByte(std::string_view text)
+{
+    std::vector<std::uint8_t> bytes;
+    const bool prefixed = text.starts_with("0x") || text.starts_with("0X");
+    if (text.size() > (prefixed ? 4U : 2U) || !appendWord(bytes, text)) {
+        return std::nullopt;
+    }
+    return bytes.front();
+}
+
+std::string formatFrame(const Frame& frame)
+{
+    const std::uint8_t codes[] = {frame.cmdOne, frame.cmdTwo};
+    return fmt::format("{} [{}]", formatHexBytes(codes), formatHexBytes(frame.params));
+}
+
 std::string formatHexBytes(Bytes bytes, std::string_view separator)
 {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    std::string text;
-    text.reserve(bytes.size() * 3);
-    for (const std::uint8_t byte : bytes) {
-        text += text.empty() ? "" : separator;
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0x0F];
-    }
-    return text;
+    return fmt::format("{:02X}", fmt::join(bytes, separator));
 }
 
 }  // namespace protocol::catalogue

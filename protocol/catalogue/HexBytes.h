@@ -15,6 +15,13 @@ namespace protocol::catalogue {
 /// @returns nothing when `text` is anything else; no bytes for an empty text.
 std::optional<std::vector<std::uint8_t>> parseHexBytes(std::string_view text);
 
+/// Reads a byte: one or two hexadecimal digits, with or without 0x before them.
+/// @returns nothing when `text` is anything else.
+std::optional<std::uint8_t> parseHexByte(std::string_view text);
+
+/// @returns a frame as users read it, `8F 00 [01]`: group, command, and the parameters in brackets.
+std::string formatFrame(const Frame& frame);
+
 /// @returns "00 1A 7D", with what is to stand between two bytes.
 std::string formatHexBytes(Bytes bytes, std::string_view separator = " ");
 

@@ -1,5 +1,7 @@
 #include "protocol/catalogue/Number.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -57,17 +59,14 @@ bool parseMeasured(std::string_view text, Measured& measured)
 {
     std::vector<std::string_view> names;
     std::ranges::transform(field.choices, std::back_inserter(names), &Choice::name);
-    std::string what =
-        inQuotes(text) + " is no value for " + std::string(field.name) + ": " + describe(field) + " was expected";
-    if (!field.example.empty()) {
-        what += ", for example " + std::string(field.example);
-    }
-    throw UserError(what + didYouMean(text, names));
+    throw UserError(fmt::format("{}: expected {}{}, got {}{}", field.name, describe(field),
+                                field.example.empty() ? "" : fmt::format(", as in {}", field.example), inQuotes(text),
+                                didYouMean(text, names)));
 }
 
 [[noreturn]] void refuseRange(const Field& field, std::string_view text, const std::string& range)
 {
-    throw UserError(std::string(field.name) + ": " + std::string(text) + " is out of range " + range);
+    throw UserError(fmt::format("{}: {} is out of range {}", field.name, text, range));
 }
 
 std::int64_t parseScaled(const Field& field, const Scale& scale, std::string_view text, double number)
@@ -78,17 +77,16 @@ std::int64_t parseScaled(const Field& field, const Scale& scale, std::string_vie
     // A written decimal fraction and a product of binary ones differ by less than this.
     const double slack = std::abs(scale.factor) * 1e-6;
     if (!(number >= lowest - slack && number <= highest + slack)) {
-        const std::string unit(scale.unit);
         const bool turned = scale.factor < 0;
         refuseRange(field, text,
-                    scaled(turned ? field.maximum : field.minimum, scale.factor) + " to " +
-                        scaled(turned ? field.minimum : field.maximum, scale.factor) + " " + unit);
+                    fmt::format("{} to {} {}", scaled(turned ? field.maximum : field.minimum, scale.factor),
+                                scaled(turned ? field.minimum : field.maximum, scale.factor), scale.unit));
     }
     const double steps = number / scale.factor;
     const double whole = std::round(steps);
     if (std::abs(steps - whole) > 1e-4) {
-        throw UserError(std::string(field.name) + ": " + std::string(text) + " is no multiple of " +
-                        scaled(1, scale.factor) + " " + std::string(scale.unit));
+        throw UserError(fmt::format("{}: expected a multiple of {} {}, got {}", field.name, scaled(1, scale.factor),
+                                    scale.unit, text));
     }
     return static_cast<std::int64_t>(whole);
 }
@@ -126,9 +124,9 @@ std::string numberProblem(const Field& field, std::int64_t number)
         return {};
     }
     if (number < field.minimum || number > field.maximum) {
-        return std::to_string(number) + " is out of range " + describeRange(field);
+        return fmt::format("{} is out of range {}", number, describeRange(field));
     }
-    return field.open || field.choices.empty() ? "" : std::to_string(number) + " is none of " + describeChoices(field);
+    return field.open || field.choices.empty() ? "" : fmt::format("{} is none of {}", number, describeChoices(field));
 }
 
 std::int64_t parseNumber(const Field& field, std::string_view text)
@@ -142,8 +140,8 @@ std::int64_t parseNumber(const Field& field, std::string_view text)
     std::int64_t number = 0;
     if (parseInteger(text, number)) {
         if (const std::string problem = numberProblem(field, number); !problem.empty()) {
-            // As it was written: 0x100 is not shown as 256, nor a huge number as what it was cut to.
-            throw UserError(std::string(field.name) + ": " + std::string(text) + problem.substr(problem.find(' ')));
+            // As the user wrote it: 0x100, not 256, and a huge number in full.
+            throw UserError(fmt::format("{}: {}{}", field.name, text, problem.substr(problem.find(' '))));
         }
         return number;
     }

@@ -1,5 +1,7 @@
 #include "protocol/catalogue/Suggest.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <vector>
 
@@ -15,17 +17,16 @@ std::string noSuchGroup(Groups groups, std::string_view key, std::size_t dot)
     std::vector<std::string> keys;
     for (const Group& group : groups) {
         for (const Command& command : group.commands) {
-            keys.push_back(std::string(group.key) + "." + std::string(command.key));
+            keys.push_back(fmt::format("{}.{}", group.key, command.key));
         }
     }
     const std::vector<std::string_view> words(keys.begin(), keys.end());
     const std::string suggestion = didYouMean(key, words);
-    if (!suggestion.empty()) {
-        return inQuotes(key) + " is not a command" + suggestion;
-    }
-    return inQuotes(key) + " is not a command" +
-           (dot == std::string_view::npos ? "" : ": there is no group " + inQuotes(key.substr(0, dot))) +
-           " (see 'catalogue list')";
+    const auto group = dot == std::string_view::npos
+                           ? std::string()
+                           : fmt::format(": there is no group {}", inQuotes(key.substr(0, dot)));
+    return fmt::format("{} is not a command{}", inQuotes(key),
+                       suggestion.empty() ? group + " (see 'catalogue list')" : suggestion);
 }
 
 }  // namespace
@@ -43,12 +44,12 @@ std::string noSuchCommand(Groups groups, std::string_view key)
     std::ranges::transform(group->commands, std::back_inserter(commands), &Command::key);
     const std::string prefix = std::string(group->key) + ".";
     if (dot == std::string_view::npos) {
-        return inQuotes(key) + " is a group; a command of it is written GROUP.COMMAND" +
-               (commands.empty() ? "" : ", as in " + inQuotes(prefix + std::string(commands.front())));
+        return fmt::format("{} is a group; write a command as GROUP.COMMAND{}", inQuotes(key),
+                           commands.empty() ? "" : fmt::format(", as in '{}{}'", prefix, commands.front()));
     }
     const std::string_view word = nearest(key.substr(dot + 1), commands);
-    return inQuotes(key) + " is not a command" +
-           (word.empty() ? " (see 'catalogue list')" : "; did you mean " + inQuotes(prefix + std::string(word)) + "?");
+    return fmt::format("{} is not a command{}", inQuotes(key),
+                       word.empty() ? " (see 'catalogue list')" : fmt::format("; did you mean '{}{}'?", prefix, word));
 }
 
 }  // namespace protocol::catalogue

@@ -55,7 +55,7 @@ TEST(NoSuchCommand, SuggestsNothingWhenTheGroupHasNothingLikeIt)
 TEST(NoSuchCommand, SaysHowACommandOfAGroupIsWritten)
 {
     EXPECT_EQ(noSuchCommand(sample::kGroups, "gps"),
-              "'gps' is a group; a command of it is written GROUP.COMMAND, as in 'gps.satellites'");
+              "'gps' is a group; write a command as GROUP.COMMAND, as in 'gps.satellites'");
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/WireBytes.h"
+#include "station/FrameScanner.h"
 #include "station/identity/IdentityGuard.h"
 #include "tests/support/PtyPeer.h"
 #include "tests/support/TempDir.h"

@@ -11,7 +11,7 @@
 #include "protocol/Frame.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
-#include "station/Hex.h"
+#include "protocol/catalogue/HexBytes.h"
 
 namespace station {
 
@@ -106,12 +106,12 @@ EventFilter::Term EventFilter::parse(catalogue::Groups groups, std::string_view 
         return term;
     }
     const auto dot = word.find('.');
-    const auto code = parseByte(word.substr(0, dot));
+    const auto code = protocol::catalogue::parseHexByte(word.substr(0, dot));
     if (!code) {
         failFor(groups, word);
     }
     term.cmdOne = static_cast<std::uint8_t>(*code & kGroupMask);
-    if (dot != std::string_view::npos && !(term.cmdTwo = parseByte(word.substr(dot + 1)))) {
+    if (dot != std::string_view::npos && !(term.cmdTwo = protocol::catalogue::parseHexByte(word.substr(dot + 1)))) {
         failFor(groups, word);
     }
     return term;

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/WireBytes.h"
+#include "station/FrameScanner.h"
 #include "station/trace/Describe.h"
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/support/PtyPeer.h"

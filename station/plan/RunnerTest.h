@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/WireBytes.h"
+#include "station/FrameScanner.h"
 #include "station/plan/Load.h"
 #include "station/plan/Runner.h"
 #include "station/plan/ScriptedUnit.h"

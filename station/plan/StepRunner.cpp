@@ -10,7 +10,6 @@
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
-#include "station/Hex.h"
 #include "station/plan/Judge.h"
 
 namespace station::plan {

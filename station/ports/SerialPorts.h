@@ -9,7 +9,7 @@ namespace station {
 /// @returns the link at which a bench is found when neither side is told a port.
 std::string defaultPort();
 
-/// A serial device of this machine. Texts that the device does not tell are empty.
+/// A serial device of this machine. A text that the device does not have is empty.
 struct SerialPort {
     std::string device;                    ///< "/dev/ttyUSB0": may be another one the next time
     std::vector<std::string> stableNames;  ///< "/dev/serial/by-id/…": the same whenever it is plugged in

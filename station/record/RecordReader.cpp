@@ -14,7 +14,7 @@
 #include <optional>
 
 #include "protocol/Errors.h"
-#include "station/Hex.h"
+#include "protocol/catalogue/HexBytes.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
 #include "station/trace/Describe.h"
@@ -124,7 +124,7 @@ public:
     std::uint8_t byte() const
     {
         const std::string digits = text();
-        const auto value = parseByte(digits);
+        const auto value = protocol::catalogue::parseHexByte(digits);
         if (!value || digits.size() != 2) {
             fail("two hexadecimal digits");
         }
@@ -136,7 +136,7 @@ public:
         const std::string digits = text();
         std::vector<std::uint8_t> values;
         for (std::size_t at = 0; at < digits.size(); at += 3) {
-            const auto value = parseByte(std::string_view(digits).substr(at, 2));
+            const auto value = protocol::catalogue::parseHexByte(std::string_view(digits).substr(at, 2));
             const bool lastOrSpace = at + 2 == digits.size() || (at + 3 < digits.size() && digits[at + 2] == ' ');
             if (!value || at + 2 > digits.size() || !lastOrSpace) {
                 fail("bytes in hexadecimal with one space between");

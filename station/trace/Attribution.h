@@ -10,15 +10,15 @@
 
 namespace station {
 
-/// Says of each frame on a line what it means and which command it answers. Two commands may share the code of their
+/// Finds the meaning of each frame on a line, and the command that it answers. Two commands may share the code of their
 /// reply, and a reply may come late, twice, or where silence was expected. Remembers the last kRemembered commands.
-/// To be told every event of the line, in order.
+/// Needs every event of the line, in order.
 class Attribution
 {
 public:
     static constexpr std::size_t kRemembered = 16;
 
-    /// What the station waits for after a command.
+    /// The answer that the station expects to a command.
     enum class Due : std::uint8_t {
         kReply,
         kEither,   ///< a reply, or nothing
@@ -44,11 +44,11 @@ public:
     /// @param groups outlive the object and all that it returns.
     explicit Attribution(protocol::catalogue::Groups groups) : groups_(groups) {}
 
-    /// What is waited for after the commands that are sent from here on.
+    /// Sets the answer to expect to the commands from here on.
     void expect(Due due) { due_ = due; }
 
-    /// The wait for the last command is over. From here on only what answers a command, and does not come by itself
-    /// under the same code, breaks an expected silence.
+    /// The wait for the last command is over. From here on only a frame that answers a command, and never comes by
+    /// itself under the same code, breaks an expected silence.
     void settle() { waiting_ = false; }
 
     /// @returns what the event's frame means; for an event without a good frame, nothing known.
@@ -70,7 +70,7 @@ private:
     bool waiting_ = false;
 };
 
-/// @returns whether the frame is what may come later, by itself, on account of the command.
+/// @returns whether the frame is a later reply to the command.
 bool isLater(const protocol::catalogue::Command& command, const protocol::Frame& frame);
 
 }  // namespace station

@@ -4,7 +4,6 @@
 
 #include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
-#include "station/Hex.h"
 
 namespace station {
 
@@ -31,7 +30,7 @@ const KindText& textOf(TraceEvent::Kind kind)
 /// @returns the bytes with `**` for those that are masked.
 std::string withMask(std::string bytes, bool masked)
 {
-    // What stands at the beginning is a header or a code.
+    // The first byte is a header or a code.
     constexpr std::string_view kMask = "2A";
     for (auto i = bytes.find(kMask, 1); masked && i != std::string::npos; i = bytes.find(kMask, i)) {
         bytes.replace(i, kMask.size(), "**");
@@ -58,7 +57,7 @@ const char* caption(TraceEvent::Kind kind)
 
 std::string frameText(const TraceEvent& event)
 {
-    return hasFrame(event.kind) ? withMask(format(event.frame), event.masked) : std::string();
+    return hasFrame(event.kind) ? withMask(protocol::catalogue::formatFrame(event.frame), event.masked) : std::string();
 }
 
 std::string bytesText(const TraceEvent& event)

@@ -12,7 +12,7 @@ namespace station {
 /// @returns "sent", "received", "corrupt", "lost" or "back".
 const char* name(TraceEvent::Kind kind);
 
-/// @returns "→", "←", or "!" for what is not a good frame.
+/// @returns "→", "←", or "!" for anything but a good frame.
 const char* arrow(TraceEvent::Kind kind);
 
 /// @returns the kind as a caption: "→ to unit", "← from unit", "← damaged", "✕ port gone", "✓ port back".
@@ -26,7 +26,7 @@ std::string frameText(const TraceEvent& event);
 /// without a frame.
 std::string bytesText(const TraceEvent& event);
 
-/// @returns what happened in one line, without time and direction: "tuner.frequency: frequency=9470 (94.7 MHz on FM)",
+/// @returns the event in one line, without time and direction: "tuner.frequency: frequency=9470 (94.7 MHz on FM)",
 /// "8F 00 [01]: wrong checksum", "/dev/ttyUSB0: the other end has closed the line".
 /// Never contains control characters.
 std::string describe(protocol::catalogue::Groups groups, const TraceEvent& event,

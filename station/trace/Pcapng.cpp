@@ -8,7 +8,7 @@
 #include <system_error>
 #include <utility>
 
-#include "station/WireBytes.h"
+#include "station/FrameScanner.h"
 
 namespace station::pcapng {
 
@@ -204,7 +204,7 @@ void File::append(std::string_view block)
             rest.remove_prefix(static_cast<std::size_t>(written));
         } else if (written == 0 || errno != EINTR) {
             failure_ = path_ + ": cannot write the capture: " + std::generic_category().message(errno);
-            // Half a block would make a reader refuse the file. On what cannot be cut, a pipe for one, it stays.
+            // A reader would refuse the file with half a block. In a pipe, which cannot be cut, it stays.
             [[maybe_unused]] const int cut = ftruncate(descriptor_.get(), end_);
             return;
         }

@@ -15,7 +15,7 @@
 /// packet without bytes whose comment says so.
 namespace station::pcapng {
 
-/// DLT_USER0: what it means, whoever captures and whoever reads agree on.
+/// DLT_USER0: the writer and the reader of a capture agree on its meaning.
 inline constexpr std::uint16_t kUser0 = 147;
 
 /// Types of blocks.
@@ -33,7 +33,7 @@ struct Source {
     unsigned baud = 0;        ///< 0: not told
 };
 
-/// @returns what every capture begins with: a section header and the description of the one interface.
+/// @returns the beginning of every capture: a section header and the description of the one interface.
 std::string header(const Source& source);
 
 /// @returns the packet for an event.
@@ -59,7 +59,7 @@ public:
 
     void on(const TraceEvent& event) override;
 
-    /// @returns why the capture ended early, empty when it did not. What had been written whole before stays readable.
+    /// @returns why the capture ended early; empty if it did not. Complete packets stay readable.
     const std::string& failure() const { return failure_; }
 
 private:

@@ -6,7 +6,7 @@
 #include <limits>
 #include <utility>
 
-#include "station/WireBytes.h"
+#include "station/FrameScanner.h"
 #include "station/trace/Pcapng.h"
 
 namespace station::pcapng {
@@ -19,7 +19,7 @@ constexpr std::uint32_t kSimplePacket = 3;
 constexpr std::size_t kBlockHead = 8;
 constexpr std::size_t kBlockTail = 4;
 
-/// No block of ours, and none that anybody writes about a serial line, is longer.
+/// Longer than any block about a serial line.
 constexpr std::uint32_t kLongestBlock = 16u << 20;
 
 /// Of a packet's flags: 0 not told, 1 inbound, 2 outbound.
@@ -181,7 +181,7 @@ void Reader::addPacket(std::uint32_t interfaceNumber, const Packet& packet)
         }
     });
 
-    // A clock that is far off, or a resolution that nobody has, gives a wrong time and no more.
+    // A clock that is far off, or an impossible resolution, gives a wrong time and does no other harm.
     const std::uint64_t seconds = packet.ticks / interface.ticksPerSecond;
     const long double fraction =
         static_cast<long double>(packet.ticks % interface.ticksPerSecond) / interface.ticksPerSecond;
@@ -234,7 +234,7 @@ Number Reader::number(std::string_view bytes, std::size_t offset) const
 std::string_view Reader::part(std::string_view body, std::size_t offset, std::size_t length) const
 {
     if (offset > body.size() || length > body.size() - offset) {
-        fail("a block that is too short for what it says");
+        fail("a block is too short for its content");
     }
     return body.substr(offset, length);
 }

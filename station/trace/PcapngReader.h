@@ -15,7 +15,7 @@
 
 namespace station::pcapng {
 
-/// Reads the frames of a capture: our own, or anybody's whose packets have link type USER0 and hold pieces of the
+/// Reads the frames of a capture: our own, or any whose packets have link type USER0 and hold pieces of the
 /// line's bytes, cut where they may. Either byte order, any number of sections and interfaces; packets of other link
 /// types and blocks of other kinds are passed over.
 class Reader

@@ -5,10 +5,10 @@
 #include "protocol/catalogue/Model.h"
 #include "station/trace/Trace.h"
 
-/// What the catalogue calls secret is masked before it is shown or recorded: each of its bytes becomes '*'.
+/// Masks the values that the catalogue calls secret before they are shown or recorded: each byte becomes '*'.
 namespace station {
 
-/// Masks the events of one line; to be told all of them, in order.
+/// Masks the events of one line; needs all of them, in order.
 class SecretMask
 {
 public:

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "station/WireBytes.h"
+#include "station/FrameScanner.h"
 #include "station/trace/Attribution.h"
 #include "station/trace/Describe.h"
 

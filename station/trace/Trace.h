@@ -32,13 +32,13 @@ struct TraceEvent {
     bool early = false;
     /// Whether bytes of `frame` and `bytes` are masked, since they were secret.
     bool masked = false;
-    /// It belongs to a question of the connection's guard, not to what the connection's user asks.
+    /// It belongs to a question of the connection's guard, not of the connection's user.
     bool aside = false;
 
     bool operator==(const TraceEvent&) const = default;
 };
 
-/// How good a line was.
+/// The quality of a line.
 struct LineQuality {
     std::size_t losses = 0;         ///< how often the device went away
     std::size_t reconnects = 0;     ///< how often it came back
@@ -55,8 +55,8 @@ constexpr bool hasFrame(TraceEvent::Kind kind)
     return kind != TraceEvent::Kind::kLost && kind != TraceEvent::Kind::kBack;
 }
 
-/// Is told what happens on a line, on the thread that uses the line, in the order in which it happened.
-/// `on` does not throw: a sink that cannot keep what it is told says so elsewhere, and the line goes on.
+/// Gets the events of a line, in their order, on the thread that uses the line.
+/// `on` does not throw: a sink that cannot keep an event says so elsewhere, and the line goes on.
 class TraceSink
 {
 public:

@@ -224,11 +224,11 @@ TEST_P(OfflineMistakeTest, IsOneLineThatSaysWhatWouldBeRightWithStatusTwo)
 INSTANTIATE_TEST_SUITE_P(
     Station, OfflineMistakeTest,
     testing::Values(
-        Mistake{"NoVerb", "$STATION", "needs a verb: "},
-        Mistake{"MistypedVerb", "$STATION sned", "'sned' is no verb of 'engineering-station'; did you mean 'send'?"},
-        Mistake{"UnlikeAnyVerb", "$STATION transmogrify", "is no verb of 'engineering-station'; it has: "},
+        Mistake{"NoVerb", "$STATION", "expected a verb: "},
+        Mistake{"MistypedVerb", "$STATION sned", "engineering-station: unknown verb 'sned'; did you mean 'send'?"},
+        Mistake{"UnlikeAnyVerb", "$STATION transmogrify", "unknown verb 'transmogrify'; expected one of "},
         Mistake{"NounWithoutVerb", "$STATION catalogue",
-                "'engineering-station catalogue' needs a verb: show, list, check"},
+                "engineering-station catalogue: expected a verb: show, list, check"},
         Mistake{"MistypedSubverb", "$STATION catalogue chekc x", "did you mean 'check'?"},
         Mistake{"OneArgumentTooMany", "$STATION catalogue list tuner", "'tuner' is one argument too many"},
         Mistake{"UnknownKeyToShow", "$STATION catalogue show tuner.tone", "did you mean 'tuner.tune'?"},
