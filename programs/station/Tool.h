@@ -59,8 +59,6 @@ inline constexpr const char* kProgram = "engineering-station";
 /// The number that every JSON object of the tool carries as "schema".
 inline constexpr int kSchema = 1;
 
-using WrongUse = protocol::UserError;
-
 /// What a value may be is told by the type name of its option, so that completion knows: type_name("FILE"), "DIR",
 /// "PORT", "COMMAND" (a GROUP.COMMAND, with its arguments behind it), "GROUP"; CLI::IsMember names the values itself.
 ///

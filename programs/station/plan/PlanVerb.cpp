@@ -334,7 +334,7 @@ void addRun(Tool& tool, CLI::App& noun)
             std::error_code error;
             if (!options->noRecord && std::filesystem::exists(options->request.results, error) &&
                 !std::filesystem::is_directory(options->request.results, error)) {
-                throw WrongUse((stations ? "[paths] results: " : "--results: ") + options->request.results +
+                throw protocol::UserError((stations ? "[paths] results: " : "--results: ") + options->request.results +
                                " is not a directory");
             }
             options->plan = tool.station->findPlan(options->plan);
