@@ -335,7 +335,7 @@ void addRun(Tool& tool, CLI::App& noun)
             if (!options->noRecord && std::filesystem::exists(options->request.results, error) &&
                 !std::filesystem::is_directory(options->request.results, error)) {
                 throw protocol::UserError((stations ? "[paths] results: " : "--results: ") + options->request.results +
-                               " is not a directory");
+                                          " is not a directory");
             }
             options->plan = tool.station->findPlan(options->plan);
             return runPlanAtPorts(tool, *options);
