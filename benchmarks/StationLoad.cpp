@@ -35,7 +35,7 @@ void makeRaw(int terminal)
 {
     termios settings{};
     if (tcgetattr(terminal, &settings) != 0) {
-        throw std::runtime_error("the line is no terminal");
+        throw std::runtime_error("the line is not a terminal");
     }
     cfmakeraw(&settings);
     tcsetattr(terminal, TCSANOW, &settings);

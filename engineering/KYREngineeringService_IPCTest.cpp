@@ -150,7 +150,7 @@ TEST_F(BridgeTest, ACallerHasItsAnswerThoughTheLineIsStuck)
     EXPECT_THAT(replies(), ElementsAre("8E 01 [09]"));
 }
 
-TEST_F(BridgeTest, AMethodThatNobodyHandlesIsAnsweredWithItsNameAndTheInterface)
+TEST_F(BridgeTest, AMethodWithoutAHandlerIsAnsweredWithItsNameAndTheInterface)
 {
     ComZentLinuxEngineering* const bare = com_zent_linux_engineering_skeleton_new();
     GDBusConnection* const connection = client.connection();
@@ -363,7 +363,7 @@ TEST_F(BridgeTest, CallsBeyond256UnderWayAreRefusedAtOnceAndTheOthersServed)
     EXPECT_TRUE(bridge().station.waitForFrames(BusCalls::kMostWaiting + 2));
 }
 
-TEST_F(BridgeTest, CallsThatNobodyWaitsForAreCountedToo)
+TEST_F(BridgeTest, CallsWithoutAWaitingCallerAreCountedToo)
 {
     bridge().station.hold();
     EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 0)"), "()");

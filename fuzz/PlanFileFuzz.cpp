@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const auto& problem : loaded.problems) {
         const std::string line = format("FILE", problem);
         expect(problem.line >= 1 && problem.column >= 1, "a problem without a place: " + line);
-        expect(!problem.text.empty() && line.find('\n') == std::string::npos, "a problem that is no line: " + line);
+        expect(!problem.text.empty() && line.find('\n') == std::string::npos, "expected one line, got: " + line);
     }
     if (loaded.plan) {
         station::plan::estimate(*loaded.plan, 115200);

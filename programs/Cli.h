@@ -5,17 +5,10 @@
 #include <optional>
 #include <string>
 
+#include "protocol/Errors.h"
 #include "protocol/Text.h"
 
 namespace programs {
-
-/// Exit statuses of every program.
-enum Exit : int {
-    kDone = 0,
-    kFailed = 1,
-    kWrongUse = 2,
-    kNoAnswer = 3,
-};
 
 /// Prints the program's name and `message` as the one line on standard error that an error gets.
 inline void complain(const char* program, const std::string& message)
@@ -35,7 +28,7 @@ inline std::optional<int> parse(CLI::App& app, int argc, char** argv)
         return app.exit(request);
     } catch (const CLI::ParseError& error) {
         complain(app.get_name().c_str(), std::string(error.what()) + " (see --help)");
-        return kWrongUse;
+        return protocol::kWrongUse;
     }
 }
 

@@ -29,7 +29,7 @@ struct Follower {
     bool json = false;
     bool waiting = false;  // the service has not been seen yet, and that was said
     bool lost = false;     // the connection to the bus has been closed
-    int status = programs::kDone;
+    int status = protocol::kPassed;
     programs::Hmi hmi;
     GMainLoop* loop = nullptr;
     ComZentLinuxEngineering* proxy = nullptr;
@@ -123,7 +123,7 @@ void signalReceived(GDBusProxy*, gchar*, gchar* name, GVariant* parameters, gpoi
     const std::string line = follower.json ? programs::asJson(signal) : programs::asText(signal);
     if (std::puts(line.c_str()) < 0 || std::fflush(stdout) != 0) {
         complain(kProgram, "standard output takes no more lines");
-        end(follower, programs::kFailed);
+        end(follower, protocol::kFailed);
         return;
     }
     perform(follower, follower.hmi.react(signal));
@@ -142,12 +142,12 @@ void connectionClosed(GDBusConnection*, gboolean, GError*, gpointer data)
 {
     auto& follower = *static_cast<Follower*>(data);
     follower.lost = true;
-    end(follower, programs::kFailed);
+    end(follower, protocol::kFailed);
 }
 
 gboolean askedToEnd(gpointer data)
 {
-    end(*static_cast<Follower*>(data), programs::kDone);
+    end(*static_cast<Follower*>(data), protocol::kPassed);
     return G_SOURCE_CONTINUE;
 }
 
@@ -188,7 +188,7 @@ int follow(Follower& follower)
     follower.loop = loop.get();
     auto proxy = subscribe(follower);
     if (!proxy) {
-        return programs::kFailed;
+        return protocol::kFailed;
     }
     // Not before: until the loop runs, the signals end the process as they do by default.
     g_unix_signal_add(SIGINT, askedToEnd, &follower);
@@ -197,7 +197,7 @@ int follow(Follower& follower)
     while (std::exchange(follower.lost, false)) {
         proxy = subscribe(follower);
         if (!proxy) {
-            return programs::kFailed;
+            return protocol::kFailed;
         }
         complain(kProgram, "lost the session bus, connected again: signals may be missing here");
         runLoop(follower, proxy.get());
@@ -245,6 +245,6 @@ int main(int argc, char** argv)
         return follow(follower);
     } catch (const std::exception& error) {
         complain(kProgram, error.what());
-        return programs::kFailed;
+        return protocol::kFailed;
     }
 }

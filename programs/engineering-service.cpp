@@ -146,6 +146,6 @@ int main(int argc, char** argv)
         return error.status();
     } catch (const std::exception& error) {
         runtime::report(error.what());
-        return programs::kFailed;
+        return protocol::kFailed;
     }
 }

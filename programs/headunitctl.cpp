@@ -346,12 +346,12 @@ int main(int argc, char** argv)
     }
     try {
         commands.run();
-        return programs::kDone;
+        return protocol::kPassed;
     } catch (const protocol::Error& error) {
         programs::complain(kProgram, error.what());
         return error.status();
     } catch (const std::exception& error) {
         programs::complain(kProgram, error.what());
-        return programs::kFailed;
+        return protocol::kFailed;
     }
 }

@@ -8,7 +8,7 @@
 /// its status.
 namespace protocol {
 
-/// What the exit statuses of the station tool mean; docs/station.md lists them for users.
+/// Exit statuses: the first four of every program, all of them of the station tool. docs/station.md explains them.
 enum ExitStatus : int {
     kPassed = 0,
     kFailed = 1,

@@ -96,6 +96,19 @@ std::size_t distance(std::string_view one, std::string_view other)
     return above.back();
 }
 
+/// @returns how many columns of a terminal `text` takes.
+std::size_t columnsOf(std::string_view text)
+{
+    std::size_t columns = 0;
+    bool escaping = false;
+    for (const char c : text) {
+        escaping = escaping || c == '\x1b';
+        columns += !escaping && (static_cast<unsigned char>(c) & 0xC0) != 0x80 ? 1 : 0;
+        escaping = escaping && c != 'm';
+    }
+    return columns;
+}
+
 }  // namespace
 
 std::string printable(std::string_view text)
@@ -146,6 +159,26 @@ std::string didYouMean(std::string_view typed, std::span<const std::string_view>
 {
     const std::string_view word = nearest(typed, words);
     return word.empty() ? "" : fmt::format("; did you mean '{}'?", word);
+}
+
+std::string table(const std::vector<std::vector<std::string>>& rows)
+{
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], columnsOf(row[i]));
+        }
+    }
+    std::string text;
+    for (const auto& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            line += row[i] + std::string(widths[i] - columnsOf(row[i]) + 2, ' ');
+        }
+        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+    }
+    return text;
 }
 
 }  // namespace protocol

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// Texts for people, in all host code. fmt::format and fmt::join do the rest.
 namespace protocol {
@@ -27,5 +28,9 @@ std::string_view nearest(std::string_view typed, std::span<const std::string_vie
 
 /// @returns the end of a complaint, "; did you mean 'up'?"; empty if no word is near.
 std::string didYouMean(std::string_view typed, std::span<const std::string_view> words);
+
+/// @returns the rows as lines whose columns are aligned, two blanks apart. A character takes one column, an escape
+/// sequence that sets a colour none.
+std::string table(const std::vector<std::vector<std::string>>& rows);
 
 }  // namespace protocol

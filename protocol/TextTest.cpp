@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -42,6 +43,42 @@ TEST(Printable, JsonKeepsItsMeaningAndHasNothingThatATerminalObeys)
 
     EXPECT_EQ(text, "{\n \"a\": \"\\u009b31m\\u202e\\u061c\\u200f\\u007f\\u001b\\nü😀\\ud83f\\udffe\"\n}");
     EXPECT_EQ(nlohmann::json::parse(text), value);
+}
+
+TEST(Table, ColumnsAreAlignedByCharactersAndWithoutColours)
+{
+    EXPECT_EQ(table({{"PLAN", "TOOK", "WHY"}, {"smoke", "\x1b[31m4 µs\x1b[0m", ""}, {"ä", "12.5 s", "late"}}),
+              "PLAN   TOOK    WHY\n"
+              "smoke  \x1b[31m4 µs\x1b[0m\n"
+              "ä      12.5 s  late\n");
+}
+
+TEST(Table, NoRowsAreNoLines)
+{
+    EXPECT_EQ(table({}), "");
+}
+
+constexpr std::array<std::string_view, 4> kWords{"frequency", "volume", "up", "down"};
+
+TEST(Suggest, NamesTheWordWithAMistypedCharacter)
+{
+    EXPECT_EQ(nearest("frequenzy", kWords), "frequency");
+    EXPECT_EQ(nearest("volum", kWords), "volume");
+    EXPECT_EQ(nearest("dwon", kWords), "down");
+    EXPECT_EQ(nearest("VOLUME", kWords), "volume");
+}
+
+TEST(Suggest, NamesTheWordOfWhichOnlyTheBeginningWasWritten)
+{
+    EXPECT_EQ(nearest("freq", kWords), "frequency");
+}
+
+TEST(Suggest, NamesNothingForAWordUnlikeAll)
+{
+    EXPECT_EQ(nearest("balance", kWords), "");
+    EXPECT_EQ(nearest("", kWords), "");
+    EXPECT_EQ(nearest("xy", kWords), "");
+    EXPECT_EQ(nearest(std::string(100000, 'f'), kWords), "");
 }
 
 }  // namespace

@@ -491,7 +491,7 @@ TEST_F(ConnectionTest, ReceiveEndsInTimeWhileTheDeviceIsAwayAndTheNextOneFindsIt
     EXPECT_EQ(connection.receive(Connection::Clock::now() + kGenerous), kKey);
 }
 
-TEST_F(ConnectionTest, DeviceThatIsAwayIsGivenUpInTimeThoughNobodyWaitsThatLongAtOnce)
+TEST_F(ConnectionTest, DeviceThatStaysAwayIsGivenUpInTimeAcrossSeveralWaits)
 {
     Connection connection = connect(60ms);
     unplug();

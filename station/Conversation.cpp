@@ -6,7 +6,6 @@
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
-#include "protocol/catalogue/Suggest.h"
 #include "station/trace/Attribution.h"
 
 namespace station {

@@ -222,7 +222,7 @@ TEST_F(BtAddressTest, AStoreThatIsADirectoryIsLeftAndTheQueryCopyIsStillWritten)
     EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
 }
 
-TEST_F(BtAddressTest, AStoreThatIsAPipeIsLeftAndNobodyWaits)
+TEST_F(BtAddressTest, AStoreThatIsAPipeStaysAsItIsAndDoesNotBlock)
 {
     ASSERT_EQ(mkfifo(path(kStore).c_str(), 0600), 0);
     startInTestMode();
@@ -249,7 +249,7 @@ TEST_F(BtAddressTest, AStoreOfMoreThanOneMebibyteIsLeftWithOneErrorLine)
     EXPECT_EQ(content(kQueryCopy), "&0001 = 00A1 B2C3 00F5 0002");
 }
 
-TEST_F(BtAddressTest, AStaleNameThatIsAPipeStaysAndNobodyWaits)
+TEST_F(BtAddressTest, AStaleNameThatIsAPipeStaysAndDoesNotBlock)
 {
     ASSERT_EQ(mkfifo(path(kName).c_str(), 0600), 0);
     startWithStore();

@@ -272,7 +272,7 @@ TEST_P(RecordTest, ThatIsADirectoryCannotBeWritten)
     EXPECT_THAT(station.replies(), IsEmpty());
 }
 
-TEST_P(RecordTest, ThatIsAPipeIsNeitherReadNorWrittenAndNobodyWaits)
+TEST_P(RecordTest, ThatIsAPipeIsNeitherReadNorWrittenAndDoesNotBlock)
 {
     ASSERT_EQ(mkfifo(path(file).c_str(), 0600), 0);
 

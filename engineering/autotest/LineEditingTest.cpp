@@ -162,7 +162,7 @@ TEST_F(LineEditingTest, ADirectoryIsRefused)
                                          "INFO [rkb] ResetLineContents, total_lines = 0", kRangeMessage));
 }
 
-TEST_F(LineEditingTest, APipeIsRefusedAndNobodyWaits)
+TEST_F(LineEditingTest, APipeIsRefusedAndDoesNotBlock)
 {
     ASSERT_EQ(mkfifo(path(kFile).c_str(), 0600), 0);
 
@@ -221,7 +221,7 @@ TEST_F(LineEditingTest, WithoutABackupTheFileIsLeftAsItIs)
                                           " left as it is"));
 }
 
-TEST_F(LineEditingTest, ABackupThatIsAPipeLeavesTheFileAsItIsAndNobodyWaits)
+TEST_F(LineEditingTest, ABackupThatIsAPipeLeavesTheFileAsItIsAndDoesNotBlock)
 {
     ASSERT_EQ(mkfifo(path(kBackup).c_str(), 0600), 0);
 

@@ -47,7 +47,7 @@ TEST_F(SystemCallTest, ACommandThatIsKilledFails)
 
 TEST_F(SystemCallTest, ACommandWhoseEndCannotBeHadFails)
 {
-    // The kernel reaps the children of a process that ignores this signal: nobody learns their status.
+    // The kernel reaps the children of a process that ignores this signal, so their status is lost.
     const auto before = std::signal(SIGCHLD, SIG_IGN);
 
     const unsigned int result = SystemCall("true");

@@ -72,7 +72,7 @@ TEST_F(FakeTunerTest, PlayTunesTheBandAndTellsIt)
     EXPECT_THAT(unit_.calls().list(), ElementsAre(Call{"tuner", "Play", {1, 10110, 0, 1}}));
 }
 
-TEST_F(FakeTunerTest, SwitchBandChangesTheBandAndTellsNobody)
+TEST_F(FakeTunerTest, SwitchBandChangesTheBandWithoutAnEvent)
 {
     tuner_->SwitchBandRequest(KYRTuner::BAND_4);
 

@@ -173,7 +173,7 @@ TEST_F(LogConfigurationTest, DirectoryIsRefused)
 
 TEST_F(LogConfigurationTest, RefusedByZlogIsReported)
 {
-    const fs::path file = writeConfiguration("this is no configuration\n");
+    const fs::path file = writeConfiguration("not a configuration\n");
 
     EXPECT_THAT(refusal(file.string()), HasSubstr(file.string()));
 }

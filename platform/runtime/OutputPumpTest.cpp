@@ -33,7 +33,7 @@ protected:
         return write(output_->get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
     }
 
-    /// @returns what has been passed on, once nobody writes any more.
+    /// @returns what has been passed on, once all writers are gone.
     std::string readAll() const
     {
         std::string all;

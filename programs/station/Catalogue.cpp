@@ -10,8 +10,8 @@
 #include "programs/station/CatalogueText.h"
 #include "programs/station/Tool.h"
 #include "protocol/Text.h"
+#include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Document.h"
-#include "protocol/catalogue/Suggest.h"
 #include "protocol/toml/Problem.h"
 #include "station/record/ValueText.h"
 

@@ -1,12 +1,11 @@
 #include "programs/station/CatalogueText.h"
 
-#include <algorithm>
 #include <vector>
 
 #include "programs/station/HelpFormatter.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
-#include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/HexBytes.h"
 
 namespace programs::station_tool {
@@ -18,34 +17,6 @@ using namespace protocol::catalogue;
 constexpr std::size_t kTextWidth = 100;
 
 using Row = std::vector<std::string>;
-
-/// The columns of a terminal that `text` takes: characters, not bytes.
-std::size_t columnsOf(std::string_view text)
-{
-    return static_cast<std::size_t>(
-        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-/// Rows of as many columns each, the columns aligned.
-std::string table(const std::vector<Row>& rows)
-{
-    std::vector<std::size_t> widths;
-    for (const Row& row : rows) {
-        widths.resize(std::max(widths.size(), row.size()));
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], columnsOf(row[i]));
-        }
-    }
-    std::string text;
-    for (const Row& row : rows) {
-        std::string line;
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            line += row[i] + std::string(widths[i] - columnsOf(row[i]) + 2, ' ');
-        }
-        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-    }
-    return text;
-}
 
 std::string paragraph(std::string_view text)
 {
@@ -103,7 +74,7 @@ std::string fieldsText(const std::string& title, std::span<const Field> fields)
 {
     std::vector<Row> rows;
     addFieldRows(rows, fields, "  ");
-    return "\n" + title + ":\n" + (rows.empty() ? "  nothing\n" : table(rows));
+    return "\n" + title + ":\n" + (rows.empty() ? "  nothing\n" : protocol::table(rows));
 }
 
 std::string repliesText(const char* title, std::span<const Reply> replies)
@@ -253,7 +224,7 @@ std::string listText(Groups groups)
             rows.push_back({codesOf(notice), fullKey(groups, notice), std::string(notice.title) + " (sent unasked)"});
         }
     }
-    return table(rows);
+    return protocol::table(rows);
 }
 
 std::string groupText(const Group& group)
@@ -273,7 +244,7 @@ std::string groupText(const Group& group)
     }
     const std::uint8_t codes[] = {group.code};
     return key + ", group " + formatHexBytes(codes) + ": " + std::string(group.title) + "\n" +
-           paragraph(group.meaning) + "\n" + table(rows);
+           paragraph(group.meaning) + "\n" + protocol::table(rows);
 }
 
 std::string commandText(Groups groups, const Command& command)
@@ -291,7 +262,7 @@ std::string commandText(Groups groups, const Command& command)
     if (!command.silentWhen.empty()) {
         rows.push_back({"No reply comes", std::string(command.silentWhen)});
     }
-    text += table(rows) + fieldsText("Parameters", command.params);
+    text += protocol::table(rows) + fieldsText("Parameters", command.params);
     text += command.replies.empty() ? "\nReply: none\n" : repliesText("Reply", command.replies);
     return text + repliesText("Later", command.later) + exampleText(groups, command);
 }

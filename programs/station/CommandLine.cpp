@@ -11,7 +11,7 @@
 #include "programs/Cli.h"
 #include "programs/station/HelpFormatter.h"
 #include "programs/station/Station.h"
-#include "protocol/catalogue/Suggest.h"
+#include "protocol/catalogue/Codec.h"
 
 namespace programs::station_tool {
 

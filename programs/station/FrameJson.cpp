@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "protocol/catalogue/Describe.h"
+#include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
 
 namespace programs::station_tool {

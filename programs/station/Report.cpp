@@ -10,6 +10,7 @@
 
 #include "programs/Cli.h"
 #include "programs/station/Tool.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
@@ -55,45 +56,15 @@ std::string failureOf(const ListedRun& run)
     return printable(run.failedStep) + more;
 }
 
-/// @returns how many columns UTF-8 takes, when every character takes one.
-std::size_t columns(const std::string& text)
-{
-    return static_cast<std::size_t>(
-        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-void printTable(const std::vector<std::vector<std::string>>& rows, const std::vector<std::string>& verdicts)
-{
-    constexpr std::size_t kVerdictColumn = 3;
-    std::vector<std::size_t> widths(rows.front().size());
-    for (const auto& row : rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], columns(row[i]));
-        }
-    }
-    for (std::size_t line = 0; line < rows.size(); ++line) {
-        std::string text;
-        for (std::size_t i = 0; i < rows[line].size(); ++i) {
-            const std::string& cell = rows[line][i];
-            text += i == kVerdictColumn ? verdicts[line] : cell;
-            text.append(i + 1 < rows[line].size() ? widths[i] - columns(cell) + 2 : 0, ' ');
-        }
-        text.erase(text.find_last_not_of(' ') + 1);
-        std::puts(text.c_str());
-    }
-}
-
 void printTable(const RunList& list)
 {
     std::vector<std::vector<std::string>> rows{{"STARTED", "PLAN", "UNIT", "VERDICT", "TOOK", "RUN", "FAILED"}};
-    std::vector<std::string> verdicts{"VERDICT"};
     for (const ListedRun& run : list.runs) {
-        rows.push_back({record::toText(run.started), printable(run.plan), printable(run.unit), verdictOf(run, false),
-                        run.ended < run.started ? "-" : record::toText(durationOf(run)),
+        rows.push_back({record::toText(run.started), printable(run.plan), printable(run.unit),
+                        verdictOf(run, colourWanted()), run.ended < run.started ? "-" : record::toText(durationOf(run)),
                         printable(run.folder.filename().string()), failureOf(run)});
-        verdicts.push_back(verdictOf(run, colourWanted()));
     }
-    printTable(rows, verdicts);
+    std::fputs(protocol::table(rows).c_str(), stdout);
 }
 
 ordered_json toJson(const ListedRun& run)

@@ -85,4 +85,21 @@ std::string maskOf(const DecodedField& field);
 /// unknown frame as `8F 77: 01 02`. Problems follow in parentheses, marked with "!".
 std::string format(Groups groups, const Decoded& decoded, const Frame& frame);
 
+/// @returns one line for a user who wrote `key` in place of a GROUP.COMMAND:
+/// "'tuner.pla' is not a command; did you mean 'tuner.play'?"
+std::string noSuchCommand(Groups groups, std::string_view key);
+
+/// @returns the legal values of `field` in a few words: "a number from 0 to 65535, or in MHz on FM",
+/// "one of down (0), up (1)", "12 hexadecimal digits".
+std::string describe(const Field& field);
+
+/// @returns "0 to 3"; "12" if both ends are equal.
+std::string describeRange(const Field& field);
+
+/// @returns "down (0), up (1)"; empty for a field without choices.
+std::string describeChoices(const Field& field);
+
+/// @returns `number` × `factor` without the noise of binary fractions: "87.5" for 8750 × 0.01.
+std::string scaled(std::int64_t number, double factor);
+
 }  // namespace protocol::catalogue

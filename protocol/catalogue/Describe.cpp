@@ -1,4 +1,4 @@
-#include "protocol/catalogue/Describe.h"
+#include "protocol/catalogue/Codec.h"
 
 #include <array>
 #include <charconv>

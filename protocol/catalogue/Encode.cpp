@@ -6,10 +6,8 @@
 #include "protocol/Frame.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Codec.h"
-#include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "protocol/catalogue/Number.h"
-#include "protocol/catalogue/Suggest.h"
 
 namespace protocol::catalogue {
 

@@ -5,7 +5,8 @@
 #include <utility>
 
 #include "protocol/Frame.h"
-#include "protocol/catalogue/Describe.h"
+#include "protocol/Text.h"
+#include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Number.h"
 
 namespace protocol::catalogue {
@@ -15,11 +16,6 @@ namespace {
 bool isHexDigit(std::uint8_t c)
 {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
-}
-
-std::string counted(std::size_t count, const char* what)
-{
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 std::int64_t numberOf(Type type, Bytes bytes)
@@ -98,7 +94,7 @@ private:
         if (left_.size() < size) {
             complain(field, left_.empty()
                                 ? "missing"
-                                : "cut short, " + std::to_string(left_.size()) + " of " + counted(size, "byte"));
+                                : "cut short, " + std::to_string(left_.size()) + " of " + plural(size, "byte"));
             return false;
         }
         const std::int64_t number = numberOf(field.type, take(size));
@@ -125,7 +121,7 @@ private:
     {
         const auto size = static_cast<std::int64_t>(bytes.size());
         if (size < field.minimum || size > field.maximum) {
-            return "expected " + describe(field) + ", got " + counted(bytes.size(), "byte");
+            return "expected " + describe(field) + ", got " + plural(bytes.size(), "byte");
         }
         if (field.type == Type::kHexText && !std::ranges::all_of(bytes, isHexDigit)) {
             return "expected hexadecimal digits only";
@@ -154,7 +150,7 @@ private:
         const auto read = static_cast<std::int64_t>(records.size());
         const bool whole = records.size() == announced;
         if (!whole) {
-            problem = "expected " + counted(announced, "record") + ", got " + std::to_string(read);
+            problem = "expected " + plural(announced, "record") + ", got " + std::to_string(read);
         } else if (read < field.minimum || read > field.maximum) {
             problem = "expected " + describe(field) + ", got " + std::to_string(read);
         }

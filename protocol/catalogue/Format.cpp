@@ -2,7 +2,6 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
-#include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/HexBytes.h"
 
 namespace protocol::catalogue {

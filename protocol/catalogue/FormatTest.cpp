@@ -3,7 +3,6 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
-#include "protocol/catalogue/Describe.h"
 #include "protocol/catalogue/SampleCatalogue.h"
 
 namespace protocol::catalogue {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/SampleCatalogue.h"
 
 namespace protocol::catalogue {
@@ -86,6 +87,30 @@ TEST(AnswersUnknown, HaveTheGroupWithBitSevenAndTheCommand)
     EXPECT_TRUE(answersUnknown({0x33, 0x44, {}}, {0xB3, 0x44, {0x01}}));
     EXPECT_FALSE(answersUnknown({0x33, 0x44, {}}, {0x33, 0x44, {0x01}}));
     EXPECT_FALSE(answersUnknown({0x33, 0x44, {}}, {0xB3, 0x45, {0x01}}));
+}
+
+TEST(NoSuchCommand, SaysWhatWasProbablyMeant)
+{
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "tuner.pla"), "'tuner.pla' is not a command; did you mean 'tuner.play'?");
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "tunr.play"), "'tunr.play' is not a command; did you mean 'tuner.play'?");
+}
+
+TEST(NoSuchCommand, SaysThatThereIsNoSuchGroup)
+{
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "radio.on"),
+              "'radio.on' is not a command: there is no group 'radio' (see 'catalogue list')");
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "radio"), "'radio' is not a command (see 'catalogue list')");
+}
+
+TEST(NoSuchCommand, SuggestsNothingWhenTheGroupHasNothingLikeIt)
+{
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "tuner.launch"), "'tuner.launch' is not a command (see 'catalogue list')");
+}
+
+TEST(NoSuchCommand, SaysHowACommandOfAGroupIsWritten)
+{
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "gps"),
+              "'gps' is a group; write a command as GROUP.COMMAND, as in 'gps.satellites'");
 }
 
 }  // namespace

@@ -11,8 +11,6 @@
 
 #include "protocol/Text.h"
 #include "protocol/catalogue/Codec.h"
-#include "protocol/catalogue/Describe.h"
-#include "protocol/catalogue/Suggest.h"
 
 namespace protocol::catalogue {
 

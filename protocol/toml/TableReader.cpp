@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "protocol/Text.h"
-#include "protocol/catalogue/Suggest.h"
+#include "protocol/catalogue/Codec.h"
 
 namespace protocol::toml_file {
 

@@ -9,7 +9,7 @@
 #include "protocol/Errors.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
-#include "protocol/catalogue/Describe.h"
+#include "protocol/catalogue/Codec.h"
 
 namespace station::identity {
 

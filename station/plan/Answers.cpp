@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "protocol/catalogue/Suggest.h"
+#include "protocol/catalogue/Codec.h"
 #include "protocol/toml/TableReader.h"
 #include "station/plan/Load.h"
 #include "station/record/ValueText.h"

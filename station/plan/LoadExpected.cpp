@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "protocol/catalogue/Suggest.h"
+#include "protocol/catalogue/Codec.h"
 #include "station/Pattern.h"
 #include "station/plan/Judge.h"
 #include "station/plan/LoadContext.h"

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "protocol/catalogue/Catalogue.h"
-#include "protocol/catalogue/Suggest.h"
+#include "protocol/catalogue/Codec.h"
 #include "station/plan/Judge.h"
 #include "station/plan/LoadContext.h"
 #include "station/plan/Variables.h"

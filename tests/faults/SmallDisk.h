@@ -14,20 +14,20 @@ public:
     /// Mounts the file system on `directory`, which is made. Not mounted where that is not allowed: see problem().
     SmallDisk(const std::filesystem::path& directory, std::size_t bytes);
 
-    /// Nobody may be using it any more.
+    /// No process may still use it.
     ~SmallDisk();
 
     SmallDisk(const SmallDisk&) = delete;
     SmallDisk& operator=(const SmallDisk&) = delete;
 
-    /// @returns why there is no such file system here, nothing when there is.
+    /// @returns why there is no such file system here, empty if there is one.
     const std::optional<std::string>& problem() const { return problem_; }
 
     /// Takes all space that is left, and gives it back.
     void fill();
     void free();
 
-    /// Lets nobody write any more, once no file is open for writing.
+    /// Makes it read-only, once no file is open for writing.
     void makeReadOnly();
 
 private:

@@ -44,7 +44,7 @@ protected:
     }
 };
 
-TEST_F(FilePermissionTest, NobodyButOwnerAndGroupMayReadAndNobodyButTheOwnerWrite)
+TEST_F(FilePermissionTest, OnlyOwnerAndGroupMayReadAndOnlyTheOwnerMayWrite)
 {
     const Umask none(0);
 

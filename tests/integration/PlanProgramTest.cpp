@@ -272,7 +272,7 @@ steps = [{ send = "test.mode" }, { wait = "keys.pressed", timeout = 3600 }]
     EXPECT_EQ(records().at(0)["verdict"], "ABORTED");
 }
 
-TEST_F(PlanProgramTest, ThirdInterruptEndsARunWhoseOutputNobodyReads)
+TEST_F(PlanProgramTest, ThirdInterruptEndsARunWhoseOutputIsNotRead)
 {
     startService();
     const auto plan = write("plan.toml", std::string(kHead) + "[[main]]\nname = \"Main\"\nsteps = [{ name = \"" +

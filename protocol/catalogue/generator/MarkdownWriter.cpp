@@ -63,7 +63,7 @@ std::string joined(std::span<const T> list, std::string_view separator, Write wr
     return fmt::format("{}", fmt::join(texts, separator));
 }
 
-std::string describe(const Field& field)
+std::string cellOf(const Field& field)
 {
     std::vector<std::string> notes{std::string(infoOf(field.type).name)};
     if (field.type == Type::kRecords) {
@@ -91,15 +91,15 @@ std::string describe(const Field& field)
     return fmt::format("*{}* ({})", field.name, fmt::join(notes, "; "));
 }
 
-std::string describe(std::span<const Field> fields)
+std::string cellOf(std::span<const Field> fields)
 {
-    return joined(fields, ", ", [](const Field& field) { return describe(field); });
+    return joined(fields, ", ", [](const Field& field) { return cellOf(field); });
 }
 
-std::string describe(const Reply& reply)
+std::string cellOf(const Reply& reply)
 {
     const std::string text =
-        code(reply.cmdOne, reply.cmdTwo) + (reply.fields.empty() ? ", no byte" : ": " + describe(reply.fields));
+        code(reply.cmdOne, reply.cmdTwo) + (reply.fields.empty() ? ", no byte" : ": " + cellOf(reply.fields));
     return reply.when.empty() ? text : fmt::format("{} when {}", text, reply.when);
 }
 
@@ -107,13 +107,13 @@ std::string repliesOf(const Command& command)
 {
     std::vector<std::string> parts;
     for (const Reply& reply : command.replies) {
-        parts.push_back(describe(reply));
+        parts.push_back(cellOf(reply));
     }
     if (!command.silentWhen.empty()) {
         parts.push_back(fmt::format("none {}", command.silentWhen));
     }
     for (const Reply& reply : command.later) {
-        parts.push_back("later " + describe(reply));
+        parts.push_back("later " + cellOf(reply));
     }
     return parts.empty() ? "none" : fmt::format("{}", fmt::join(parts, "; "));
 }
@@ -141,7 +141,7 @@ std::string row(const Group& group, const Command& command)
         example += "<br>" + exampleFrame(answers.front().cmdOne, answers.front().cmdTwo, answers.front().fields);
     }
     return fmt::format("| {}<br>`{}.{}` | {} | {} | {} | {} |\n", code(command.cmdOne, command.cmdTwo), group.key,
-                       command.key, command.params.empty() ? "—" : describe(command.params), effectOf(command),
+                       command.key, command.params.empty() ? "—" : cellOf(command.params), effectOf(command),
                        repliesOf(command), example);
 }
 
@@ -160,7 +160,7 @@ std::string section(const Group& group)
     }
     for (const Notice& notice : group.notices) {
         text += fmt::format("| {}<br>`{}.{}` | {} | {} | {} |\n", code(notice.cmdOne, notice.cmdTwo), group.key,
-                            notice.key, describe(notice.fields), notice.meaning,
+                            notice.key, cellOf(notice.fields), notice.meaning,
                             exampleFrame(notice.cmdOne, notice.cmdTwo, notice.fields));
     }
     return text;
