@@ -32,7 +32,7 @@ public:
     {
     }
 
-    /// "user", "line" or "storage": with --json the value of "kind".
+    /// "user", "line" or "storage", of an interrupted call "interrupted": with --json the value of "kind".
     const char* kind() const { return kind_; }
     ExitStatus status() const { return status_; }
 

@@ -28,8 +28,7 @@ void KYRAutoTest::HandleAutoTestCommands(unsigned char cmd_one, unsigned char cm
     if (!m_bIsAutoTestMode)
         return;
 
-    // WIRE: the mode may have changed by now: the frame that switches it on is published, the frame that switches it
-    // off
+    // WIRE: the mode may have changed by now: the frame that switches it on is published, the one that switches it off
     //       is not.
     emit_uart_data_changed_signal(cmd_one, cmd_two, param, static_cast<unsigned int>(std::max(param_len, 0)));
     const auto group = std::ranges::lower_bound(Groups(), cmd_one, {}, &Group::code);

@@ -78,9 +78,8 @@ void KYRAutoTest::OnAASatinfoChange(const _GpsSatelliteData& data)
     m_Satellites.m_iStarNumberInView = std::min(data.nCount, static_cast<int>(kMaxSatellites));
     if (data.nCount < 0)
         return;
-    // WIRE: the signals are sorted, the numbers are not. The station reads the strongest signal first, and does not
-    // care
-    //       which satellite sent it.
+    // WIRE: the signals are sorted, the numbers are not. The station reads the strongest signal first, whichever
+    //       satellite sent it.
     const int count = m_Satellites.m_iStarNumberInView;
     std::copy_n(std::begin(data.nNumber), count, m_Satellites.number.begin());
     std::copy_n(std::begin(data.nSignal), count, m_Satellites.signal.begin());

@@ -15,7 +15,7 @@ struct BusName {
     };
 
     State state;
-    std::string reason;  ///< of NoBus, in one line
+    std::string reason;  ///< of kNoBus, in one line
 };
 
 /// Waits until it is clear whether this process owns `name` on the session bus. Watches the bus over a connection of

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include "KYRLog.h"
@@ -43,18 +44,25 @@ std::string configureBuiltIn()
 {
     const std::string path = std::string(KYR_GetRootPath()) + "/perm_data/log";
     // Stays open: zlog opens the log through it for every line, so the root may have any characters.
-    const int directory = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (directory < 0) {
+    auto directory = std::make_unique<const host::Descriptor>(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!directory->valid()) {
         return path + ": " + std::generic_category().message(errno);
     }
-    // zlog does not report a file that cannot be opened. O_NONBLOCK: the file may be a pipe without a reader.
-    const host::Descriptor log(openat(
-        directory, kLogFile, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    const std::string file = "/proc/self/fd/" + std::to_string(directory) + "/" + kLogFile;
+    // zlog does not report a file that cannot be opened, and waits for ever for the reader of a pipe.
+    const host::Descriptor log(openat(directory->get(), kLogFile,
+                                      O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+                                      S_IRUSR | S_IWUSR));
+    const std::string file = "/proc/self/fd/" + std::to_string(directory->get()) + "/" + kLogFile;
+    struct stat status {
+    };
+    if (log.valid() && fstat(log.get(), &status) == 0 && S_ISFIFO(status.st_mode)) {
+        return path + "/" + kLogFile + ": expected a file, got a pipe";
+    }
     if (!log.valid() || zlog_init_from_string(builtInRules(file).c_str()) != 0) {
         return path + "/" + kLogFile + ": cannot be written";
     }
-    return "";
+    static const host::Descriptor* const kept = directory.release();
+    return kept != nullptr ? "" : path;
 }
 
 }  // namespace

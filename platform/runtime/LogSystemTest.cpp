@@ -1,13 +1,16 @@
 #include "platform/runtime/LogSystem.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "KYRLog.h"
+#include "host/Descriptor.h"
 #include "platform/runtime/Root.h"
 #include "protocol/Errors.h"
 #include "tests/support/TempDir.h"
@@ -126,6 +129,16 @@ TEST_F(BuiltInLogTest, AppendsToTheEarlierLogAndStartsANewFileAfterAFactoryReset
 
     EXPECT_THAT(content(log), AllOf(HasSubstr("second\n"), testing::Not(HasSubstr("first"))));
     EXPECT_EQ(fs::status(log).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(BuiltInLogTest, PipeIsRefusedSinceItsReaderCouldStopTheService)
+{
+    makeHeadUnitDirectories(root_.string());
+    const fs::path log = root_ / "perm_data/log/log_engineering.log";
+    ASSERT_EQ(mkfifo(log.c_str(), 0600), 0);
+    const host::Descriptor reader(open(log.c_str(), O_RDWR | O_CLOEXEC));
+
+    EXPECT_EQ(log_system_init("engineering"), 0);
 }
 
 class LogWithoutDirectoryTest : public LogSystemTest

@@ -105,7 +105,7 @@ int readIdentity(const IdentityOptions& options, Tool& tool)
             chosen.push_back(&record);
         }
     }
-    openSession(options, tool).run([&](UnitIdentity& unit) {
+    return openSession(options, tool).run([&](UnitIdentity& unit) {
         ordered_json object = ordered_json::object();
         bool anyMasked = false;
         for (const Record* record : chosen) {
@@ -133,8 +133,8 @@ int readIdentity(const IdentityOptions& options, Tool& tool)
             }
             printJson(std::move(answer));
         }
+        return static_cast<int>(kPassed);
     });
-    return kPassed;
 }
 
 identity::ValueSource sourceOf(const IdentityOptions& options, Tool& tool)
@@ -175,16 +175,15 @@ int writeIdentity(const IdentityOptions& options, Tool& tool)
         journal.emplace(options.journal.empty() ? station::stateFolder() + "/identity.jsonl" : options.journal,
                         options.port.path);
     }
-    int status = kPassed;
-    openSession(options, tool).run([&](UnitIdentity& unit) {
-        bool first = true;
-        const auto all = source.write(unit, journal ? &*journal : nullptr, [&](const Done& done) {
-            if (std::exchange(first, false) && !source.unit().empty() && !tool.json) {
+    int status = openSession(options, tool).run([&](UnitIdentity& unit) {
+        const auto reserved = [&] {
+            if (!source.unit().empty() && !tool.json) {
                 std::printf("unit %s\n", printable(source.unit()).c_str());
             }
-            print(done, tool.json);
-        });
-        status = conclude(all, tool.json);
+        };
+        const auto all = source.write(
+            unit, journal ? &*journal : nullptr, [&](const Done& done) { print(done, tool.json); }, reserved);
+        return conclude(all, tool.json);
     });
     if (journal && !journal->trouble().empty()) {
         complain(kProgram, journal->trouble());
@@ -196,12 +195,10 @@ int writeIdentity(const IdentityOptions& options, Tool& tool)
 int verifyIdentity(const IdentityOptions& options, Tool& tool)
 {
     auto source = sourceOf(options, tool);
-    int status = kPassed;
-    openSession(options, tool).run([&](UnitIdentity& unit) {
-        status = conclude(identity::verify(unit, source.find(unit), [&](const Done& done) { print(done, tool.json); }),
-                          tool.json);
+    return openSession(options, tool).run([&](UnitIdentity& unit) {
+        return conclude(identity::verify(unit, source.find(unit), [&](const Done& done) { print(done, tool.json); }),
+                        tool.json);
     });
-    return status;
 }
 
 /// Adds the options that `write` and `verify` share.

@@ -101,5 +101,19 @@ TEST(CatalogueTest, KnowsTheAnswersThatStandElsewhere)
     EXPECT_FALSE(answers(carPlayMac, {0x8A, 0x0F, {0x31}}));  // a password number
 }
 
+TEST(CatalogueTest, MessageAboutASecretDoesNotQuoteIt)
+{
+    const Command* const write = findCommand(groups(), "identity.write-password-number");
+    ASSERT_NE(write, nullptr);
+    const std::vector<Argument> wrong{{"value", "pässwort"}};
+
+    try {
+        encode(*write, wrong);
+        ADD_FAILURE() << "expected an error";
+    } catch (const UserError& error) {
+        EXPECT_STREQ(error.what(), "value: expected printable ASCII");
+    }
+}
+
 }  // namespace
 }  // namespace protocol::catalogue

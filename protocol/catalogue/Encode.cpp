@@ -64,11 +64,17 @@ void checkSize(const Field& field, std::size_t size)
     }
 }
 
+/// @returns what the user wrote, for a message; nothing of a secret, since messages go into results.
+std::string gotOf(const Field& field, std::string_view text)
+{
+    return field.secret ? "" : fmt::format(", got {}", inQuotes(text));
+}
+
 void appendAscii(std::vector<std::uint8_t>& bytes, const Field& field, std::string_view text)
 {
     const bool printable = std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; });
     if (!printable) {
-        throw UserError(fmt::format("{}: expected printable ASCII, got {}", field.name, inQuotes(text)));
+        throw UserError(fmt::format("{}: expected printable ASCII{}", field.name, gotOf(field, text)));
     }
     checkSize(field, text.size());
     bytes.insert(bytes.end(), text.begin(), text.end());
@@ -90,7 +96,7 @@ void appendBytes(std::vector<std::uint8_t>& bytes, const Field& field, std::stri
     const auto parsed = parseHexBytes(text);
     if (!parsed) {
         throw UserError(
-            fmt::format("{}: expected {}, as in '00 1A 7D', got {}", field.name, describe(field), inQuotes(text)));
+            fmt::format("{}: expected {}, as in '00 1A 7D'{}", field.name, describe(field), gotOf(field, text)));
     }
     checkSize(field, parsed->size());
     bytes.insert(bytes.end(), parsed->begin(), parsed->end());

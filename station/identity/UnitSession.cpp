@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "protocol/Errors.h"
 #include "protocol/catalogue/Catalogue.h"
 
 namespace station::identity {
@@ -24,19 +25,21 @@ UnitSession::UnitSession(const PortSpec& port, const Connection::Options& option
 {
 }
 
-void UnitSession::run(const std::function<void(UnitIdentity&)>& work)
+int UnitSession::run(const std::function<int(UnitIdentity&)>& work)
 {
+    int status = protocol::kPassed;
     try {
         unit_.enterTestMode();
-        work(unit_);
+        status = work(unit_);
     } catch (const std::exception& error) {
-        restore(error.what());
+        restore(false, error.what());
         throw;
     }
-    restore({});
+    restore(status == protocol::kPassed, "");
+    return status;
 }
 
-void UnitSession::restore(const std::string& failure)
+void UnitSession::restore(bool passed, const std::string& failure)
 {
     // Ctrl-C ends the work, but not the cleaning up after it.
     const bool interrupted = interrupt_ != nullptr && interrupt_->requested();
@@ -50,7 +53,7 @@ void UnitSession::restore(const std::string& failure)
     try {
         unit_.restoreMode();
     } catch (const Interrupted& error) {
-        if (failure.empty()) {
+        if (passed) {
             throw Interrupted(leftOn(error));
         }
         warn_(leftOn(error));

@@ -19,12 +19,13 @@ public:
     UnitSession(const PortSpec& port, const Connection::Options& options, Connection::Duration timeout, Warn warn);
 
     /// Runs `work` in auto-test mode, then restores the unit's mode, also after an exception, which goes on. Throws
-    /// Interrupted if the user ends the restoring of a session that succeeded.
-    void run(const std::function<void(UnitIdentity&)>& work);
+    /// Interrupted if the user ends the restoring of a session that passed.
+    /// @returns the exit status that `work` returned
+    int run(const std::function<int(UnitIdentity&)>& work);
 
 private:
     /// @param failure the error that ended the work; empty for none
-    void restore(const std::string& failure);
+    void restore(bool passed, const std::string& failure);
 
     Interrupt* interrupt_;
     Warn warn_;

@@ -19,11 +19,11 @@ class UnitSessionTest : public testing::Test
 {
 protected:
     /// Writes a serial number in a session.
-    void run()
+    int run()
     {
         UnitSession session({peer.line.path()}, {.reconnect = 0ms, .trace = &peer, .interrupt = &interrupt}, 50ms,
                             [this](const std::string& warning) { warnings.push_back(warning); });
-        session.run(work);
+        return session.run(work);
     }
 
     /// @returns the text of the error that ends the session; empty for none.
@@ -39,14 +39,16 @@ protected:
     }
 
     const std::vector<Record> all = records(protocol::catalogue::groups());
-    std::function<void(UnitIdentity&)> work = [this](UnitIdentity& unit) {
+    std::function<int(UnitIdentity&)> work = [this](UnitIdentity& unit) {
         const Wanted serial{&require(all, "factory-serial"), "SN1"};
         write(unit, {&serial, 1}, {}, [this](const Done&) { ++done; });
+        return status;
     };
     ScriptedUnit peer;
     Interrupt interrupt;
     std::vector<std::string> warnings;
     int done = 0;
+    int status = protocol::kPassed;
 };
 
 TEST_F(UnitSessionTest, WorkIsDoneInAutoTestModeAndTheModeIsRestored)
@@ -90,7 +92,7 @@ TEST_F(UnitSessionTest, ModeThatCannotBeRestoredIsAWarning)
 TEST_F(UnitSessionTest, ErrorOfTheWorkGoesOnBehindTheWarning)
 {
     peer.before = [](const Frame& frame) { return !kSetModeOff(frame); };
-    work = [](UnitIdentity&) { throw protocol::UserError("the work's error"); };
+    work = [](UnitIdentity&) -> int { throw protocol::UserError("the work's error"); };
 
     EXPECT_EQ(error<protocol::UserError>(), "the work's error");
     EXPECT_THAT(warnings, ElementsAre(HasSubstr("auto-test mode may be left on")));
@@ -107,6 +109,20 @@ TEST_F(UnitSessionTest, InterruptOfTheRestoringIsToldWithTheMode)
 
     EXPECT_EQ(error<Interrupted>(), "auto-test mode may be left on: interrupted");
     EXPECT_THAT(warnings, IsEmpty());
+}
+
+TEST_F(UnitSessionTest, InterruptOfTheRestoringKeepsTheStatusOfTheWork)
+{
+    status = protocol::kReadBackDiffers;
+    peer.before = [this](const Frame& frame) {
+        if (kSetModeOff(frame)) {
+            interrupt.request();
+        }
+        return !kSetModeOff(frame);
+    };
+
+    EXPECT_EQ(run(), protocol::kReadBackDiffers);
+    EXPECT_THAT(warnings, ElementsAre("auto-test mode may be left on: interrupted"));
 }
 
 /// A frame of the session: 0F FF, 0F 00 [01], 0A 03, 0A 02 [SN1], 0A 03.

@@ -179,11 +179,14 @@ std::vector<Wanted> ValueSource::find(UnitIdentity& unit)
     return wantedOf(table_->rowOf(serial), true);
 }
 
-std::vector<Done> ValueSource::write(UnitIdentity& unit, Journal* journal, const Report& report)
+std::vector<Done> ValueSource::write(UnitIdentity& unit, Journal* journal, const Report& report,
+                                     const std::function<void()>& reserved)
 {
     const auto name = [this]() -> const std::string& { return unit_.empty() ? nameInRegistry_ : unit_; };
     try {
-        return identity::write(unit, reserve(unit), {options_.overwrite, options_.dryRun}, [&](const Done& done) {
+        const auto wanted = reserve(unit);
+        reserved();
+        return identity::write(unit, wanted, {options_.overwrite, options_.dryRun}, [&](const Done& done) {
             // The unit has the value: a journal that cannot be written must not leave the unit half done.
             if (journal != nullptr) {
                 journal->note(name(), done, waived(done));

@@ -48,7 +48,9 @@ public:
 
     /// Reserves the values, writes them and notes each in the journal.
     /// @param journal nullptr for none
-    std::vector<Done> write(UnitIdentity& unit, Journal* journal, const Report& report);
+    /// @param reserved called once unit() and the values are known, before the first frame that writes
+    std::vector<Done> write(
+        UnitIdentity& unit, Journal* journal, const Report& report, const std::function<void()>& reserved = [] {});
 
     /// @returns the unit's label, or the registry's name for a unit that got values of a file or a range; empty if
     /// there is none.

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <atomic>
-#include <deque>
 #include <functional>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -74,7 +74,7 @@ private:
     const RunRequest& request_;
     const Surroundings& surroundings_;
     const OnEnded onEnded_;
-    std::deque<Unit> units_;
+    std::list<Unit> units_;
     std::atomic<std::size_t> running_;
     Interrupt over_;
 };
