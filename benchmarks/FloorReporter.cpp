@@ -10,7 +10,7 @@ namespace {
 constexpr std::string_view kFloor = "Floor/";
 constexpr std::string_view kMedian = "median";
 
-/// Medians, with figure and floor in the same minutes, so that other load affects both.
+/// Medians. Figure and floor are measured in turn, so other load affects both.
 const char* const kDefaults[] = {"--benchmark_repetitions=5", "--benchmark_min_time=0.02",
                                  "--benchmark_report_aggregates_only=true",
                                  "--benchmark_enable_random_interleaving=true"};

@@ -116,7 +116,7 @@ double StationLoad::window(const Bytes& request, std::size_t replySize, int coun
     std::size_t received = 0;  // bytes
     const auto start = Clock::now();
     while (received < total * replySize) {
-        // Half a window at a time, so that the station is not what is measured.
+        // Half a window at a time, so that the station does not limit the result.
         const std::size_t room = std::min(mostUnderWay - (sent - received / replySize), total - sent);
         if (room >= mostUnderWay / 2 || (room > 0 && sent + room == total)) {
             write(requests.data(), room * request.size());

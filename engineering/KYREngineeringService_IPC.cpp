@@ -100,8 +100,8 @@ gboolean callback_auto_test_feedback_key_event(ComZentLinuxEngineering* skeleton
     return TRUE;
 }
 
-/// GDBus ends the process when the bus goes away, unless told otherwise, and the station link must go on. Call this
-/// before the loop runs: the loop reports that a connection has closed, and a new connection may close at once. Keeps
+/// By default, GDBus ends the process when the bus goes away; the station link must go on. Call this before the loop
+/// runs: the loop reports that a connection has closed, and a new connection may close at once. Keeps
 /// the process's shared connection, the one that asks for the name, for good. Without a bus the name will be lost.
 void KeepProcessWithoutBus()
 {

@@ -28,8 +28,8 @@ public:
 
     using Bytes = std::vector<unsigned char>;
 
-    /// Appends to what has been received and parses once.
-    /// @returns what is left.
+    /// Appends to the received bytes and parses once.
+    /// @returns the bytes that are left.
     Bytes parsed(const Bytes& bytes)
     {
         Bytes& buffer = UartManageProbe::canBuffer(link());

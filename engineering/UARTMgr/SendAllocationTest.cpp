@@ -1,5 +1,5 @@
-// That sending a frame takes no memory beyond the caller's vector. A program of its own: it counts what operator new
-// gives.
+// Checks that sending a frame allocates nothing beyond the caller's vector. A program of its own: it counts the calls
+// of operator new.
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The direct serial port on a real pseudo-terminal. A pseudo-terminal forgets some settings (it always has 8 data bits
-// and no parity), so that what is given to the device is looked at as well; and nothing here waits for time-outs.
-// For both, this program is linked with select() and tcsetattr() wrapped.
+// and no parity), so the tests also check the settings passed to the device. Nothing here waits for a time-out. For
+// both, this program wraps select() and tcsetattr().
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -129,8 +129,8 @@ std::span<const Command> KYRAutoTest::BTCommands()
          [](KYRAutoTest& engine, Params) {
              const int ret = engine.m_BtCom.DeletePairDeviceList();
              KYR_LOG_INFO("HandleBTCommands, DeletePairDeviceList, ret = %d", ret);
-             // WIRE: the answer stands under the tuner's group; the notice at the end of the deletion stands under this
-             // one.
+             // WIRE: the answer has the code of the tuner's group; the notice at the end of the deletion has this
+             //       group's.
              Reply(kTuner, 0x08, {static_cast<unsigned char>(ret)});
          }},
         {0x0B, 1, "set capability 0",

@@ -16,6 +16,6 @@ extern InterfaceList g_InterfaceList;
 std::string GetWiFiInterfaceIP();
 
 /// Fills in the hardware address of the first USB network interface ("usb0...") that is up. Leaves `mac` unchanged
-/// without one.
+/// if there is none.
 /// @returns the result of getifaddrs().
 int FindUsbInterfaceMac(std::array<unsigned char, 6>& mac);

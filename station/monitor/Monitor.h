@@ -16,7 +16,7 @@ struct MonitorTerms {
     /// How long the unit may take to answer when the monitor switches auto-test mode.
     Connection::Duration timeout = std::chrono::seconds(1);
     Connection::Duration reconnect = std::chrono::hours(1);
-    /// Nothing: until the user interrupts.
+    /// Empty: until the user interrupts.
     std::optional<Connection::Duration> duration;
     bool enterTestMode = false;
 };

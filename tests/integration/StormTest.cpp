@@ -90,7 +90,7 @@ void floodFromStation(Service& service)
     }
 }
 
-/// @param answers how many calls were answered as they are to be
+/// @param answers how many calls were answered correctly
 void floodFromBus(Service& service, const std::string& marker, std::atomic<int>& answers)
 {
     tests::BusClient client(service.bus.address());
