@@ -19,8 +19,8 @@ ProcessFigures figuresOf(pid_t process);
 /// Resident memory may grow by this much in any number of frames.
 inline constexpr std::size_t kMostGrowth = 4'000'000;
 
-/// Expects no more threads than before, at most one descriptor more (the log file's), and no more memory than
-/// kMostGrowth above that of before (without a sanitizer). Shows the growth.
+/// Expects no more descriptors and threads than before, and no more memory than kMostGrowth above that of before
+/// (without a sanitizer). Shows the growth.
 void expectConstant(const ProcessFigures& before, const ProcessFigures& after);
 
 }  // namespace tests
