@@ -177,7 +177,7 @@ TEST_F(BusFaultTest, SecondServiceDoesNotInheritTheName)
             EXPECT_THAT(hmi.callWithDescriptors(connection, 16), StartsWith("org.freedesktop.DBus.Error."));
         }
     }
-    EXPECT_LE(figuresOf(second.pid()).descriptors, before.descriptors);
+    EXPECT_LE(figuresAfter(before, second.pid()).descriptors, before.descriptors);
     RawLine(other).expectExchange(kModeOn, kModeOnReply);
 }
 
@@ -190,7 +190,7 @@ TEST_F(BusFaultTest, FramesBeforeABusThatStandsStillTakeABoundedMemory)
 
     bus().stop();
     exchange(line, lengthOf(100'000, 100'000));
-    const ProcessFigures after = figuresOf(service.pid());
+    const ProcessFigures after = figuresAfter(before, service.pid());
     bus().cont();
 
     expectConstant(before, after);

@@ -94,7 +94,7 @@ TEST_F(LineFaultTest, DeviceThatComesBackUnderAnotherNameIsServedAsBefore)
         EXPECT_EQ(station.read(kModeOnReply.size()), kModeOnReply);
     }
 
-    expectConstant(before, figuresOf(service.pid()));
+    expectConstant(before, figuresAfter(before, service.pid()));
 }
 
 class HangUpTest : public LineFaultTest, public testing::WithParamInterface<int>
@@ -175,7 +175,7 @@ TEST_F(LineFaultTest, EventsForAStationThatDoesNotReadAreBoundedAndAccountedFor)
     while (steady_clock::now() < end && !HasFailure()) {
         raise();
     }
-    const ProcessFigures after = figuresOf(service.pid());
+    const ProcessFigures after = figuresAfter(before, service.pid());
 
     // The first request from a station that reads again ends what it has missed.
     std::size_t received = 0;

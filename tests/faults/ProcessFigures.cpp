@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,6 +33,16 @@ ProcessFigures figuresOf(pid_t process)
     figures.descriptors = entriesOf(directory / "fd");
     figures.threads = entriesOf(directory / "task");
     return figures;
+}
+
+ProcessFigures figuresAfter(const ProcessFigures& before, pid_t process)
+{
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    ProcessFigures after = figuresOf(process);
+    while (after.descriptors > before.descriptors && std::chrono::steady_clock::now() < giveUp) {
+        after = figuresOf(process);
+    }
+    return after;
 }
 
 void expectConstant(const ProcessFigures& before, const ProcessFigures& after)

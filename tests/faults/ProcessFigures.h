@@ -16,6 +16,10 @@ struct ProcessFigures {
 /// @throws std::filesystem::filesystem_error when there is no such process.
 ProcessFigures figuresOf(pid_t process);
 
+/// The same, counted again while there are more descriptors than `before`, for 20 s at most: zlog opens its file for
+/// each line, and the last lines may still be on their way.
+ProcessFigures figuresAfter(const ProcessFigures& before, pid_t process);
+
 /// Resident memory may grow by this much in any number of frames.
 inline constexpr std::size_t kMostGrowth = 4'000'000;
 
