@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "tests/faults/Soak.h"
 
@@ -37,9 +38,11 @@ ProcessFigures figuresOf(pid_t process)
 
 ProcessFigures figuresAfter(const ProcessFigures& before, pid_t process)
 {
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     ProcessFigures after = figuresOf(process);
-    while (after.descriptors > before.descriptors && std::chrono::steady_clock::now() < giveUp) {
+    while ((after.descriptors > before.descriptors || after.threads > before.threads) &&
+           std::chrono::steady_clock::now() < giveUp) {
+        std::this_thread::yield();
         after = figuresOf(process);
     }
     return after;

@@ -16,8 +16,9 @@ struct ProcessFigures {
 /// @throws std::filesystem::filesystem_error when there is no such process.
 ProcessFigures figuresOf(pid_t process);
 
-/// The same, counted again while there are more descriptors than `before`, for 20 s at most: zlog opens its file for
-/// each line, and the last lines may still be on their way.
+/// The same, counted again while there are more descriptors or threads than `before`, for 60 s at most. zlog opens its
+/// file for each line, and the last lines may still be on their way. GLib flushes a connection on a pool of threads, of
+/// which an unused one ends after 15 s.
 ProcessFigures figuresAfter(const ProcessFigures& before, pid_t process);
 
 /// Resident memory may grow by this much in any number of frames.
