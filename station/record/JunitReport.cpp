@@ -42,10 +42,10 @@ std::string secondsText(std::chrono::nanoseconds duration)
 
 void setAttribute(pugi::xml_node node, const Counts& counts)
 {
-    setAttribute(node, "tests", std::to_string(counts.tests));
-    setAttribute(node, "failures", std::to_string(counts.failures));
-    setAttribute(node, "errors", std::to_string(counts.errors));
-    setAttribute(node, "skipped", std::to_string(counts.skipped));
+    node.append_attribute("tests").set_value(counts.tests);
+    node.append_attribute("failures").set_value(counts.failures);
+    node.append_attribute("errors").set_value(counts.errors);
+    node.append_attribute("skipped").set_value(counts.skipped);
     setAttribute(node, "time", secondsText(counts.time));
 }
 
@@ -145,7 +145,7 @@ void addProperties(pugi::xml_node suite, const Run& run)
     add("verdict", name(verdictOf(run)));
     add("unit.serial", run.unit.serial);
     add("unit.port", run.unit.port);
-    add("unit.baud", std::to_string(run.unit.baud));
+    add("unit.baud", fmt::to_string(run.unit.baud));
     add("line", lineText(run.line));
     add("uuid", run.uuid);
     add("station.line", run.station.line);

@@ -61,7 +61,7 @@ void addLosses(const Run& run, std::vector<std::string>& lines)
     std::size_t seen = 0;
     for (const auto& [number, event] : run.events.kept()) {
         if (!hasFrame(event.kind) && seen++ < kShown) {
-            lines.push_back(toText(event.at) + ": " + describe({}, event, {}));
+            lines.push_back(fmt::format("{}: {}", toText(event.at), describe({}, event, {})));
         }
     }
     if (seen > kShown) {

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -116,17 +117,17 @@ private:
                        std::size_t attempt) override
         {
             const std::lock_guard lock(view_.mutex_);
-            state_.step = station::plan::placeText(place, step.name) +
-                          (step.what == step.name ? "" : ": " + printable(step.what)) +
-                          (attempt > 1 ? ", attempt " + std::to_string(attempt) : "");
+            state_.step = fmt::format("{}{}{}", station::plan::placeText(place, step.name),
+                                      step.what == step.name ? "" : ": " + printable(step.what),
+                                      attempt > 1 ? fmt::format(", attempt {}", attempt) : "");
         }
 
         void onFrame(const TraceEvent& event) override
         {
             const std::lock_guard lock(view_.mutex_);
             state_.frames.push_back(
-                "  " + std::string(arrow(event.kind)) + " " +
-                printable(describe(catalogue::groups(), event, state_.attribution.on(event).decoded)));
+                fmt::format("  {} {}", arrow(event.kind),
+                            printable(describe(catalogue::groups(), event, state_.attribution.on(event).decoded))));
             if (state_.frames.size() > kFrames) {
                 state_.frames.pop_front();
             }
@@ -163,13 +164,11 @@ private:
         constexpr std::size_t kWidth = 24;
         const std::size_t filled = total_ == 0 ? kWidth : std::min(kWidth, unit.done * kWidth / total_);
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - unit.started).count();
-        char time[32];
-        std::snprintf(time, sizeof time, "%.1f s", seconds);
         const std::string counts = station::plan::format(unit.tally);
         std::vector<std::string> lines;
-        lines.push_back((unit.label.empty() ? plan_.name : printable(unit.label)) + " [" + std::string(filled, '#') +
-                        std::string(kWidth - filled, '-') + "] " + std::to_string(unit.done) + "/" +
-                        std::to_string(total_) + "  " + time + (counts.empty() ? "" : "  " + counts));
+        lines.push_back(fmt::format("{} [{:-<{}}] {}/{}  {:.1f} s{}{}",
+                                    unit.label.empty() ? plan_.name : printable(unit.label), std::string(filled, '#'),
+                                    kWidth, unit.done, total_, seconds, counts.empty() ? "" : "  ", counts));
         lines.push_back(unit.ended ? "  done" : "  " + unit.step);
         lines.insert(lines.end(), unit.frames.begin(), unit.frames.end());
         return lines;
