@@ -138,8 +138,6 @@ inline std::size_t FrameAssembler::find()
     for (; at + kHeadSize <= end_; ++at) {
         if (bytes[at] != kHeader1) {
             const std::size_t count = end_ - kHeadSize - at;  // places behind this one
-            if (count == 0)
-                continue;
             const void* const header = std::memchr(bytes + at + 1, kHeader1, count);
             if (header == nullptr) {
                 at += count + 1;

@@ -39,6 +39,13 @@ TEST(FrameLength, CountsThePaddingByteOfAnOddNumberOfParameters)
     EXPECT_EQ(protocol::frameLength(3), 12U);
 }
 
+TEST(FrameLength, OfTheMostParametersIsThatOfTheLongestFrame)
+{
+    EXPECT_EQ(protocol::frameLength(protocol::kMaxStationParams), protocol::kMaxStationFrame);
+    EXPECT_LE(protocol::frameLength(protocol::kMaxParams), protocol::kMaxFrame);
+    EXPECT_EQ(protocol::kMaxFrame, 255U);
+}
+
 TEST(Encode, TheLongestFrameHas246ParametersAnd254Bytes)
 {
     const std::vector<std::uint8_t> params(246, 0x01);

@@ -1,5 +1,6 @@
 #include "protocol/Text.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -35,6 +36,31 @@ TEST(Printable, WhatXmlForbidsOrTurnsTheTextIsReplaced)
     EXPECT_EQ(printable("\uFFFF|\u202E|\u2028|\u0085|\u009B"), "\uFFFD|\uFFFD|\uFFFD|\uFFFD|\uFFFD");
 }
 
+TEST(Printable, ReplacesUnsafeCharactersOnly)
+{
+    struct Row {
+        const char32_t first;
+        const char32_t last;
+    };
+    // Each range is unsafe; the characters beside it are safe.
+    const Row rows[] = {{0x80, 0x9F},     {0x061C, 0x061C}, {0x200E, 0x200F},   {0x2028, 0x202E},
+                        {0x2066, 0x2069}, {0xFDD0, 0xFDEF}, {0x1FFFE, 0x1FFFF}, {0x10FFFE, 0x10FFFF}};
+    const auto utf8 = [](char32_t character) {
+        std::string text(6, '\0');
+        text.resize(static_cast<std::size_t>(g_unichar_to_utf8(character, text.data())));
+        return text;
+    };
+    for (const auto& [first, last] : rows) {
+        const std::string before = first == 0x80 ? "~" : utf8(first - 1);
+        const std::string after = last == 0x10FFFF ? "" : utf8(last + 1);
+        EXPECT_EQ(printable(before + after), before + after);
+        for (char32_t each = first; each <= last; ++each) {
+            EXPECT_EQ(printable(utf8(each)), "\uFFFD") << std::hex << static_cast<unsigned>(each);
+        }
+    }
+    EXPECT_EQ(printable("\x1f "), "␟ ");
+}
+
 TEST(Printable, JsonKeepsItsMeaningAndHasNothingThatATerminalObeys)
 {
     const nlohmann::json value{{"a", "\u009B31m\u202E\u061C\u200F\x7F\x1B\nü😀\U0001FFFE"}};
@@ -58,6 +84,13 @@ TEST(Table, NoRowsAreNoLines)
     EXPECT_EQ(table({}), "");
 }
 
+TEST(Plural, HasAnSUnlessItIsOne)
+{
+    EXPECT_EQ(plural(0, "step"), "0 steps");
+    EXPECT_EQ(plural(1, "step"), "1 step");
+    EXPECT_EQ(plural(2, "step"), "2 steps");
+}
+
 constexpr std::array<std::string_view, 4> kWords{"frequency", "volume", "up", "down"};
 
 TEST(Suggest, NamesTheWordWithAMistypedCharacter)
@@ -71,6 +104,8 @@ TEST(Suggest, NamesTheWordWithAMistypedCharacter)
 TEST(Suggest, NamesTheWordOfWhichOnlyTheBeginningWasWritten)
 {
     EXPECT_EQ(nearest("freq", kWords), "frequency");
+    EXPECT_EQ(nearest("fr", kWords), "frequency");
+    EXPECT_EQ(nearest("f", kWords), "");
 }
 
 TEST(Suggest, NamesNothingForAWordUnlikeAll)
@@ -78,7 +113,57 @@ TEST(Suggest, NamesNothingForAWordUnlikeAll)
     EXPECT_EQ(nearest("balance", kWords), "");
     EXPECT_EQ(nearest("", kWords), "");
     EXPECT_EQ(nearest("xy", kWords), "");
+    EXPECT_EQ(nearest("x", std::array<std::string_view, 1>{"y"}), "");
     EXPECT_EQ(nearest(std::string(100000, 'f'), kWords), "");
+}
+
+TEST(Suggest, AllowsAThirdOfTheCharactersToBeWrong)
+{
+    struct Row {
+        std::string_view typed;
+        std::string_view meant;
+    };
+    const Row rows[] = {{"dxwn", "down"},
+                        {"dxxn", ""},
+                        {"volxxe", "volume"},
+                        {"voxxxe", ""},
+                        {"frxquxnxy", "frequency"},
+                        {"frxqxxnxy", ""},
+                        {"ovlume", "volume"},
+                        {"volumex", "volume"},
+                        {"odwn", "down"},
+                        {"donw", "down"},
+                        {"DWON", "down"},
+                        {"vloumex", "volume"},
+                        {"uo", "up"},
+                        {"frequecnyy", "frequency"}};
+    for (const auto& [typed, meant] : rows) {
+        EXPECT_EQ(nearest(typed, kWords), meant) << typed;
+    }
+}
+
+TEST(Suggest, NamesTheNearestWordAndOfTwoTheFirst)
+{
+    constexpr std::array<std::string_view, 4> kAlike{"stop-group", "stop-groups", "cat", "hat"};
+
+    EXPECT_EQ(nearest("stop-grops", kAlike), "stop-groups");
+    EXPECT_EQ(nearest("bat", kAlike), "cat");
+}
+
+TEST(Suggest, LooksAtNoMoreThan64Characters)
+{
+    const std::string longest(64, 'f');
+    const std::string tooLong(65, 'f');
+    const std::array<std::string_view, 2> words{longest, tooLong};
+
+    EXPECT_EQ(nearest(longest, words), longest);
+    EXPECT_EQ(nearest(tooLong, words), "");
+}
+
+TEST(Suggest, EndsAComplaintWithTheWordIfThereIsOne)
+{
+    EXPECT_EQ(didYouMean("dwon", kWords), "; did you mean 'down'?");
+    EXPECT_EQ(didYouMean("balance", kWords), "");
 }
 
 }  // namespace

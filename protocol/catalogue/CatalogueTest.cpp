@@ -1,8 +1,11 @@
 #include "protocol/catalogue/Catalogue.h"
 
+#include <glib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <utility>
 
 #include "protocol/catalogue/Codec.h"
@@ -42,6 +45,42 @@ TEST(CatalogueTest, FindsACommandByNameAndByCode)
     EXPECT_EQ(play, findCommand(groups(), 0x02, 0x00));
     EXPECT_EQ(findCommand(groups(), 0x02, 0x77), nullptr);
     EXPECT_EQ(findCommand(groups(), "tuner.pla"), nullptr);
+}
+
+TEST(CatalogueTest, HasTheHashOfItsFile)
+{
+    std::ifstream file(SOURCE_FOLDER "/protocol/catalogue.toml", std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    gchar* const sum = g_compute_checksum_for_string(G_CHECKSUM_SHA256, text.data(), static_cast<gssize>(text.size()));
+
+    EXPECT_EQ(hash(), std::string_view(sum));
+    g_free(sum);
+}
+
+TEST(CatalogueTest, TypesHaveTheirSizesAndRanges)
+{
+    struct Row {
+        Type type;
+        TypeInfo info;
+    };
+    const Row rows[] = {
+        {Type::kU8, {"u8", 1, 0, 255}},
+        {Type::kU16be, {"u16be", 2, 0, 65535}},
+        {Type::kU24be, {"u24be", 3, 0, 16777215}},
+        {Type::kU32be, {"u32be", 4, 0, 4294967295}},
+        {Type::kI32be, {"i32be", 4, -2147483648LL, 2147483647}},
+        // Of these, the number of bytes or records: no more fit into a frame of the unit.
+        {Type::kBytes, {"bytes", 0, 0, 246}},
+        {Type::kAscii, {"ascii", 0, 0, 246}},
+        {Type::kHexText, {"hex", 0, 0, 246}},
+        {Type::kRecords, {"records", 0, 0, 246}},
+    };
+    for (const auto& [type, info] : rows) {
+        EXPECT_EQ(infoOf(type).name, info.name);
+        EXPECT_EQ(sizeOf(type), info.size) << info.name;
+        EXPECT_EQ(infoOf(type).minimum, info.minimum) << info.name;
+        EXPECT_EQ(infoOf(type).maximum, info.maximum) << info.name;
+    }
 }
 
 TEST(CatalogueTest, EncodesEveryExampleOfARequestAndDecodesItBack)

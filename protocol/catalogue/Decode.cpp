@@ -25,15 +25,17 @@ class Meanings
 public:
     explicit Meanings(const Frame& frame) : frame_(frame) {}
 
-    void addReplies(const Command& command, std::span<const Reply> replies, bool ownCode)
+    void addReplies(const Command& command, std::span<const Reply> replies)
     {
         for (const Reply& reply : replies) {
-            const bool own = reply.cmdOne == (command.cmdOne | kReplyBit) && reply.cmdTwo == command.cmdTwo;
-            if (isCode(reply) && own == ownCode) {
+            if (isCode(reply)) {
                 all_.push_back({&command, &reply, nullptr});
             }
         }
     }
+
+    /// @returns whether the frame has the code of the command's own reply.
+    bool isOwn(const Command& command) const { return answersUnknown({command.cmdOne, command.cmdTwo, {}}, frame_); }
 
     void addNotices(Groups groups)
     {
@@ -63,15 +65,15 @@ std::vector<Meaning> meaningsOf(Groups groups, const Frame& frame, const Command
 {
     Meanings meanings(frame);
     if (asked != nullptr) {
-        meanings.addReplies(*asked, asked->replies, true);
-        meanings.addReplies(*asked, asked->replies, false);
-        meanings.addReplies(*asked, asked->later, true);
-        meanings.addReplies(*asked, asked->later, false);
+        meanings.addReplies(*asked, asked->replies);
+        meanings.addReplies(*asked, asked->later);
     }
     const auto addAll = [&](std::span<const Reply> Command::*replies, bool ownCode) {
         for (const Group& group : groups) {
             for (const Command& command : group.commands) {
-                meanings.addReplies(command, command.*replies, ownCode);
+                if (meanings.isOwn(command) == ownCode) {
+                    meanings.addReplies(command, command.*replies);
+                }
             }
         }
     };
@@ -99,7 +101,7 @@ Decoded decodedAs(const Meaning& meaning, const Frame& frame)
 std::string_view DecodedField::choice() const
 {
     const auto* number = std::get_if<std::int64_t>(&value);
-    if (field == nullptr || number == nullptr) {
+    if (number == nullptr) {
         return {};
     }
     const auto found = std::ranges::find(field->choices, *number, &Choice::value);

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <random>
 
 #include "protocol/catalogue/Catalogue.h"
@@ -149,13 +150,37 @@ TEST(DecodeFromUnit, ReadsTextsAndBytesToTheEnd)
               (Bytes{0, 1, 2, 3, 4, 5}));
 }
 
-TEST(DecodeFromUnit, LeavesWhatANumberBehindATextNeeds)
+TEST(DecodeFromUnit, TakesEveryHexadecimalDigitAndNothingElse)
 {
-    const Decoded decoded = decodeFromUnit(kGroups, {0x8A, 0x30, {0x41, 0x42, 0x01, 0x02}});
+    for (int byte = 0; byte < 256; ++byte) {
+        Frame frame{0x8A, 0x12, Bytes(12, static_cast<std::uint8_t>(byte))};
+        const bool digit = byte < 0x80 && std::isxdigit(byte) != 0;
+        EXPECT_EQ(decodeFromUnit(kGroups, frame).problems.empty(), digit) << byte;
+    }
+}
 
-    EXPECT_THAT(decoded.problems, IsEmpty());
-    EXPECT_EQ(std::get<std::string>(decoded.fields[0].value), "AB");
-    EXPECT_EQ(number(decoded.fields[1]), 0x0102);
+TEST(DecodeFromUnit, TakesEveryPrintableCharacterAndNothingElse)
+{
+    for (int byte = 0; byte < 256; ++byte) {
+        const Frame frame{0x8A, 0x30, {static_cast<std::uint8_t>(byte)}};
+        EXPECT_EQ(decodeFromUnit(kGroups, frame).problems.empty(), byte >= ' ' && byte <= '~') << byte;
+    }
+}
+
+TEST(DecodeFromUnit, TakesWhatWasAskedBeforeAnotherCommandsOwnReply)
+{
+    const Frame frame{0x8A, 0x0F, {0x31}};
+
+    EXPECT_EQ(decodeFromUnit(kGroups, frame, &command("identity.shadow")).command, &command("identity.shadow"));
+    EXPECT_EQ(decodeFromUnit(kGroups, frame, &command("identity.late")).command, &command("identity.late"));
+    EXPECT_EQ(decodeFromUnit(kGroups, frame).command, &command("identity.password"));
+}
+
+TEST(DecodeFromUnit, PrefersAReplyAtOnceToALaterOneAndTheCommandsOwnCodeToAForeignOne)
+{
+    // By code, in the order of the table: "elsewhere" later, "own" later, "elsewhere" at once.
+    EXPECT_EQ(decodeFromUnit(kGroups, {0x8A, 0x41, {}}).command, &command("identity.at-once"));
+    EXPECT_EQ(decodeFromUnit(kGroups, {0x8A, 0x42, {}}).command, &command("identity.own"));
 }
 
 struct Misfit {
@@ -228,11 +253,12 @@ INSTANTIATE_TEST_SUITE_P(
                2,
                {}},
         Misfit{"OptionalOutOfRange", {0x86, 0x11, {0x25, 0x05}}, {"status: 5 is out of range 0 to 4"}, 2, {}},
-        Misfit{"TextBeforeANumberTooLong",
-               {0x8A, 0x30, {0x41, 0x42, 0x43, 0x44, 0x45, 0x01, 0x02}},
-               {"1 byte too many"},
-               2,
-               {0x02}}),
+        Misfit{"RecordsWithoutTheirNumber", {0x85, 0x00, {}}, {"count: missing"}, 0, {}},
+        Misfit{"TextTooLong",
+               {0x8A, 0x30, {0x41, 0x42, 0x43, 0x44, 0x45}},
+               {"tag: expected 0 to 4 characters, got 5 bytes"},
+               1,
+               {}}),
     [](const auto& row) { return row.param.name; });
 
 TEST(Decode, TakesAnyBytes)

@@ -1,7 +1,6 @@
-#include "protocol/catalogue/Codec.h"
+#include <fmt/format.h>
 
-#include <array>
-#include <charconv>
+#include "protocol/catalogue/Codec.h"
 
 namespace protocol::catalogue {
 
@@ -40,11 +39,7 @@ std::string describeChoices(const Field& field)
 std::string scaled(std::int64_t number, double factor)
 {
     // 12 digits are more than any number of the wire has, and fewer than a binary fraction spoils.
-    std::array<char, 40> text;
-    const auto end = std::to_chars(text.data(), text.data() + text.size(), static_cast<double>(number) * factor,
-                                   std::chars_format::general, 12)
-                         .ptr;
-    return {text.data(), end};
+    return fmt::format("{:.12g}", static_cast<double>(number) * factor);
 }
 
 std::string describe(const Field& field)

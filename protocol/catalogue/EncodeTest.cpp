@@ -60,6 +60,18 @@ INSTANTIATE_TEST_SUITE_P(
         Encoding{"HighestOfTheRange", "tuner.play", {{"frequency", "10800"}}, {0x2A, 0x30}},
         Encoding{"NumberWithUnit", "tuner.play", {{"frequency", "87.5MHz"}}, {0x22, 0x2E}},
         Encoding{"NumberBlankUnit", "tuner.play", {{"frequency", "87.50 MHz"}}, {0x22, 0x2E}},
+        Encoding{"LowestNumberWithUnit", "tuner.play", {{"frequency", " 1 MHz "}}, {0x00, 0x64}},
+        Encoding{"UpperCasePrefix", "tuner.play", {{"frequency", "0X64"}}, {0x00, 0x64}},
+        Encoding{"NegativeHexadecimalNumber",
+                 "gps.set_position",
+                 {{"latitude", "-0x10"}, {"time", "0x0"}},
+                 {0xFF, 0xFF, 0xFF, 0xF0, 0x00, 0x00, 0x00, 0x00}},
+        Encoding{"RecordsWithBlanksToSpare",
+                 "gps.set_satellites",
+                 {{"count", "1"}, {"satellites", " 5::35  "}},
+                 {0x01, 0x05, 0x00, 0x00, 0x23}},
+        Encoding{"NoRecords", "gps.set_satellites", {{"count", "0"}, {"satellites", ""}}, {0x00}},
+        Encoding{"EveryEndOfWhatIsPrintable", "identity.write_serial", {{"serial", " ~"}}, {0x20, 0x7E}},
         Encoding{"WholeNumberWithUnit", "tuner.play", {{"frequency", "108MHz"}}, {0x2A, 0x30}},
         // 94.7 / 0.01 is 9469.999… in binary fractions
         Encoding{"FractionThatBinaryHasNot", "tuner.play", {{"frequency", "94.7MHz"}}, {0x24, 0xFE}},
@@ -124,6 +136,13 @@ TEST_P(RefusedValue, IsNamedTogetherWithWhatWouldBeRight)
 }
 
 const std::string kManyDigits(1000, '9');
+const std::string kTwentyOneRecords = [] {
+    std::string text = "1:1";
+    for (int i = 1; i < 21; ++i) {
+        text += " 1:1";
+    }
+    return text;
+}();
 
 INSTANTIATE_TEST_SUITE_P(
     Encode, RefusedValue,
@@ -138,6 +157,22 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"ManyDigits", "tuner.play", {{"frequency", kManyDigits}}, "9 is out of range 100 to 10800"},
         Refusal{"ManyDigitsNegative", "tuner.play", {{"frequency", "-" + kManyDigits}}, "9 is out of range"},
         Refusal{"ManyDigitsWithUnit", "tuner.play", {{"frequency", kManyDigits + "MHz"}}, "out of range 1 to 108 MHz"},
+        Refusal{"ManyDigitsNegativeWithUnit",
+                "tuner.play",
+                {{"frequency", "-" + kManyDigits + "MHz"}},
+                "out of range 1 to 108 MHz"},
+        Refusal{"Int64MostAndOne", "tuner.play", {{"frequency", "9223372036854775808"}}, "is out of range"},
+        Refusal{"DecimalWithPrefixTwice", "tuner.play", {{"frequency", "0x0x64"}}, "got '0x0x64'"},
+        Refusal{"MinusTwice", "tuner.play", {{"frequency", "--100"}}, "got '--100'"},
+        Refusal{"ForeignUnitOfANumberWithItsOwn",
+                "identity.optional",
+                {{"first", "0"}, {"second", "50mph"}},
+                "second: expected a number from 0 to 255 (unit: km/h), got '50mph'"},
+        Refusal{"UnitOfANumberWithoutAny", "identity.optional", {{"first", "5km/h"}}, "got '5km/h'"},
+        Refusal{"AStepAboveTheOneBetween",
+                "identity.optional",
+                {{"first", "0"}, {"second", "50.001km/h"}},
+                "expected a multiple of 1 km/h, got 50.001km/h"},
         Refusal{"Negative", "tuner.play", {{"frequency", "-1"}}, "-1 is out of range 100 to 10800"},
         Refusal{"ScaledBelow", "tuner.play", {{"frequency", "0.99MHz"}}, "0.99MHz is out of range 1 to 108 MHz"},
         Refusal{"ScaledAbove", "tuner.play", {{"frequency", "108.01MHz"}}, "108.01MHz is out of range 1 to 108 MHz"},
@@ -197,6 +232,15 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"BytesTooMany", "bluetooth.set_address", {{"address", "00 1A 7D DA 71 13 00"}}, "got 7"},
         Refusal{
             "BytesThatAreNone", "bluetooth.set_address", {{"address", "00 1A 7D DA 71 XX"}}, "as in '00 1A 7D', got"},
+        Refusal{"TextWithDelete", "identity.write_serial", {{"serial", "SN\x7F"}}, "expected printable ASCII, got"},
+        Refusal{"TooManyRecords",
+                "gps.set_satellites",
+                {{"count", "20"}, {"satellites", kTwentyOneRecords}},
+                "satellites: expected 0 to 20 records, got 21"},
+        Refusal{"SecondNameUnknown",
+                "identity.optional",
+                {{"first", "1"}, {"third", "1"}},
+                "expected one of first, second, got 'third'"},
         Refusal{"RecordCutShort", "gps.set_satellites", {{"count", "1"}, {"satellites", "5"}}, "got '5'"},
         Refusal{"NumberOfARecordOutOfRange",
                 "gps.set_satellites",

@@ -25,13 +25,11 @@ std::int64_t numberOf(Type type, Bytes bytes)
                                 : static_cast<std::int64_t>(number);
 }
 
-/// How many bytes the numbers and the shortest texts of `fields` take.
-std::size_t leastSize(std::span<const Field> fields)
+/// How many bytes the numbers of a record take.
+std::size_t recordSize(std::span<const Field> fields)
 {
-    return std::accumulate(fields.begin(), fields.end(), std::size_t{0}, [](std::size_t sum, const Field& field) {
-        const bool counts = sizeOf(field.type) == 0 && field.type != Type::kRecords;
-        return sum + (counts ? static_cast<std::size_t>(std::max<std::int64_t>(field.minimum, 0)) : sizeOf(field.type));
-    });
+    return std::accumulate(fields.begin(), fields.end(), std::size_t{0},
+                           [](std::size_t sum, const Field& field) { return sum + sizeOf(field.type); });
 }
 
 /// Takes fields off the front of the parameter bytes.
@@ -42,8 +40,8 @@ public:
 
     FieldValues read()
     {
-        for (std::size_t i = 0; i < fields_.size(); ++i) {
-            if (!readField(fields_[i], fields_.subspan(i + 1))) {
+        for (const Field& field : fields_) {
+            if (!readField(field)) {
                 break;
             }
         }
@@ -73,7 +71,7 @@ private:
     }
 
     /// @returns false if nothing after the field can be read.
-    bool readField(const Field& field, std::span<const Field> behind)
+    bool readField(const Field& field)
     {
         if (left_.empty() && field.optional) {
             return false;
@@ -82,7 +80,7 @@ private:
             return readRecords(field);
         }
         if (sizeOf(field.type) == 0) {
-            readText(field, behind);
+            readText(field);
             return true;
         }
         return readNumber(field);
@@ -103,15 +101,10 @@ private:
         return true;
     }
 
-    /// The last field takes all bytes. A field before it leaves the bytes that the others need.
-    void readText(const Field& field, std::span<const Field> behind)
+    /// Takes all bytes: a text or bytes are the last field.
+    void readText(const Field& field)
     {
-        std::size_t size = left_.size();
-        if (!behind.empty()) {
-            size -= std::min(size, leastSize(behind));
-            size = std::min(size, static_cast<std::size_t>(std::max<std::int64_t>(field.maximum, 0)));
-        }
-        const Bytes bytes = take(size);
+        const Bytes bytes = take(left_.size());
         Value value = field.type == Type::kBytes ? Value(std::vector<std::uint8_t>(bytes.begin(), bytes.end()))
                                                  : Value(std::string(bytes.begin(), bytes.end()));
         add(field, std::move(value), textProblem(field, bytes));
@@ -135,9 +128,9 @@ private:
 
     bool readRecords(const Field& field)
     {
-        const std::size_t size = leastSize(field.fields);
-        const std::size_t there = size == 0 ? 0 : left_.size() / size;
-        const auto announced = count_ ? static_cast<std::size_t>(std::max<std::int64_t>(*count_, 0)) : there;
+        const std::size_t size = recordSize(field.fields);
+        const std::size_t there = left_.size() / size;
+        const auto announced = static_cast<std::size_t>(std::max<std::int64_t>(count_, 0));
         std::vector<Record> records;
         std::string problem;
         while (records.size() < std::min(announced, there)) {
@@ -161,7 +154,7 @@ private:
     std::span<const Field> fields_;
     Bytes left_;
     /// The last number: of the records that follow, if any.
-    std::optional<std::int64_t> count_;
+    std::int64_t count_ = 0;
     FieldValues values_;
 };
 

@@ -29,9 +29,6 @@ std::string quotedText(std::string_view text)
 std::string formatNumber(const DecodedField& field, std::int64_t number)
 {
     std::string text = std::to_string(number);
-    if (field.field == nullptr) {
-        return text;
-    }
     if (const std::string_view choice = field.choice(); !choice.empty()) {
         return text + " (" + std::string(choice) + ")";
     }

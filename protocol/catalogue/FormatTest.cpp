@@ -34,6 +34,15 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Line{"Scaled", {0x82, 0x01, {0x24, 0xFE}}, "tuner.frequency: frequency=9470 (94.7 MHz on FM)"},
                     Line{"Choice", {0x02, 0x04, {0x01}}, "tuner.tune: action=1 (up)"},
                     Line{"NumberBesideChoices", {0x02, 0x02, {0x09}}, "tuner.band: band=9"},
+                    Line{"NumberWithItsUnit", {0x0A, 0x31, {0x01, 0x32}}, "identity.optional: first=1 second=50 km/h"},
+                    Line{"NoBytes",
+                         {0x84, 0x07, {}},
+                         "bluetooth.address: address=- (! address: expected 6 bytes in hexadecimal, got 0 bytes)"},
+                    Line{"CharactersAtBothEndsOfWhatIsPrintable",
+                         {0x8A, 0x0F, {0x20, 0x7E, 0x7F, 0x1F}},
+                         "identity.password: password=\" ~\\x7F\\x1F\" (! password: expected printable "
+                         "characters only)"},
+                    Line{"RestOfARequest", {0x02, 0x04, {0x01, 0xAA, 0xBB}}, "tuner.tune: action=1 (up) + AA BB"},
                     Line{"NoFields", {0x02, 0x01, {}}, "tuner.frequency"},
                     Line{"Text", {0x8A, 0x0F, {0x31, 0x32}}, "identity.password: password=\"12\""},
                     Line{"EmptyText", {0x8A, 0x0F, {}}, "identity.password: password=\"\""},
@@ -80,6 +89,16 @@ TEST(Describe, SaysWhatAValueMayBe)
     EXPECT_EQ(describe(sample::kSerialFields[0]), "1 to 12 characters");
     EXPECT_EQ(describe(sample::kMacFields[0]), "12 hexadecimal digits");
     EXPECT_EQ(describe(sample::kPositionFields[1]), "a number from 0 to 4294967295 (unit: s)");
+    EXPECT_EQ(describe(sample::kPositionFields[0]), "a number from -90000000 to 90000000, or in deg");
+    EXPECT_EQ(describe(sample::kSatellitesFields[1]), "0 to 20 records");
+}
+
+TEST(Scaled, HasNoNoiseOfBinaryFractions)
+{
+    EXPECT_EQ(scaled(8750, 0.01), "87.5");
+    EXPECT_EQ(scaled(3, 0.1), "0.3");
+    EXPECT_EQ(scaled(123456789012, 1), "123456789012");
+    EXPECT_EQ(scaled(1234567890123, 1), "1.23456789012e+12");
 }
 
 }  // namespace

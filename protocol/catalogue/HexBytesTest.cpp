@@ -18,6 +18,12 @@ TEST(HexBytes, AreReadInEveryWayInWhichPeopleWriteThem)
     }
 }
 
+TEST(HexBytes, HaveAllDigitsInEitherCase)
+{
+    EXPECT_THAT(parseHexBytes("0X01 23456789 abcdef ABCDEF"),
+                Optional(ElementsAre(0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF, 0xAB, 0xCD, 0xEF)));
+}
+
 TEST(HexBytes, OfAnEmptyTextAreNone)
 {
     EXPECT_THAT(parseHexBytes(""), Optional(IsEmpty()));
@@ -26,7 +32,8 @@ TEST(HexBytes, OfAnEmptyTextAreNone)
 
 TEST(HexBytes, AreRefusedWhereADigitIsMissingOrNoneOrTheirNumberOdd)
 {
-    for (const char* text : {"G", "0x", "001", "00 1A7", "00 -1", "00|1A", "1 0x", "0x0x1", "caf\xC3\xA9"}) {
+    for (const char* text : {"G", "0x", "001", "00 1A7", "00 -1", "00|1A", "1 0x", "0x0x1", "caf\xC3\xA9", "0/", "0:/",
+                             "0@", "0`", "0g", "00G0", "00:00000"}) {
         EXPECT_EQ(parseHexBytes(text), std::nullopt) << text;
     }
 }

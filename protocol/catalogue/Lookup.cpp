@@ -32,17 +32,6 @@ const Member* findMember(Groups groups, std::string_view key, std::span<const Me
                : find(group->*members, [&](const Member& member) { return member.key == key.substr(dot + 1); });
 }
 
-template <class Member>
-std::string memberKey(Groups groups, const Member& member, std::span<const Member> Group::*members)
-{
-    const Group* group = find(groups, [&](const Group& each) {
-        return std::ranges::any_of(each.*members, [&](const Member& other) {
-            return other.cmdOne == member.cmdOne && other.cmdTwo == member.cmdTwo && other.key == member.key;
-        });
-    });
-    return (group == nullptr ? std::string() : std::string(group->key) + ".") + std::string(member.key);
-}
-
 }  // namespace
 
 const Group* findGroup(Groups groups, std::uint8_t code)
@@ -74,12 +63,13 @@ const Notice* findNotice(Groups groups, std::string_view key)
 
 std::string fullKey(Groups groups, const Command& command)
 {
-    return memberKey(groups, command, &Group::commands);
+    return fmt::format("{}.{}", findGroup(groups, command.cmdOne)->key, command.key);
 }
 
 std::string fullKey(Groups groups, const Notice& notice)
 {
-    return memberKey(groups, notice, &Group::notices);
+    return fmt::format("{}.{}", findGroup(groups, static_cast<std::uint8_t>(notice.cmdOne & ~kReplyBit))->key,
+                       notice.key);
 }
 
 bool answersUnknown(const Frame& command, const Frame& received)

@@ -46,6 +46,11 @@ TEST(Lookup, FindsANotice)
 
 TEST(Lookup, GivesBackTheKeyThatItWasGiven)
 {
+    for (const Group& group : kGroups) {
+        for (const Command& each : group.commands) {
+            EXPECT_EQ(findCommand(kGroups, fullKey(kGroups, each)), &each);
+        }
+    }
     EXPECT_EQ(fullKey(kGroups, command("bluetooth.address")), "bluetooth.address");
     EXPECT_EQ(fullKey(kGroups, *findNotice(kGroups, "keys.pressed")), "keys.pressed");
 }
@@ -111,6 +116,7 @@ TEST(NoSuchCommand, SaysHowACommandOfAGroupIsWritten)
 {
     EXPECT_EQ(noSuchCommand(sample::kGroups, "gps"),
               "'gps' is a group; write a command as GROUP.COMMAND, as in 'gps.satellites'");
+    EXPECT_EQ(noSuchCommand(sample::kGroups, "keys"), "'keys' is a group; write a command as GROUP.COMMAND");
 }
 
 }  // namespace

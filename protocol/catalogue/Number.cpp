@@ -62,26 +62,16 @@ bool parseMeasured(std::string_view text, Measured& measured)
                                 didYouMean(text, names)));
 }
 
-[[noreturn]] void refuseRange(const Field& field, std::string_view text, const std::string& range)
-{
-    throw UserError(fmt::format("{}: {} is out of range {}", field.name, text, range));
-}
-
 std::int64_t parseScaled(const Field& field, const Scale& scale, std::string_view text, double number)
 {
-    const double ends[] = {static_cast<double>(field.minimum) * scale.factor,
-                           static_cast<double>(field.maximum) * scale.factor};
-    const auto [lowest, highest] = std::minmax(ends[0], ends[1]);
-    // A written decimal fraction and a product of binary ones differ by less than this.
-    const double slack = std::abs(scale.factor) * 1e-6;
-    if (!(number >= lowest - slack && number <= highest + slack)) {
-        const bool turned = scale.factor < 0;
-        refuseRange(field, text,
-                    fmt::format("{} to {} {}", scaled(turned ? field.maximum : field.minimum, scale.factor),
-                                scaled(turned ? field.minimum : field.maximum, scale.factor), scale.unit));
-    }
     const double steps = number / scale.factor;
     const double whole = std::round(steps);
+    if (whole < static_cast<double>(field.minimum) || whole > static_cast<double>(field.maximum)) {
+        throw UserError(fmt::format("{}: {} is out of range {} to {} {}", field.name, text,
+                                    scaled(field.minimum, scale.factor), scaled(field.maximum, scale.factor),
+                                    scale.unit));
+    }
+    // A written decimal fraction and a product of binary ones differ by less than this.
     if (std::abs(steps - whole) > 1e-4) {
         throw UserError(fmt::format("{}: expected a multiple of {} {}, got {}", field.name, scaled(1, scale.factor),
                                     scale.unit, text));

@@ -84,18 +84,27 @@ inline constexpr std::array kPasswordReplies{Reply{0x8A, 0x0F, {}, kPasswordFiel
 inline constexpr std::array kMacFields{
     Field{.name = "mac", .type = Type::kHexText, .minimum = 12, .maximum = 12, .example = "001122334455"}};
 inline constexpr std::array kMacReplies{Reply{0x8A, 0x12, {}, kMacFields}, Reply{0x8A, 0x0F, "no record", {}}};
-inline constexpr std::array kTaggedFields{Field{.name = "tag", .type = Type::kAscii, .minimum = 0, .maximum = 4},
-                                          Field{.name = "version", .type = Type::kU16be, .maximum = 65535}};
+inline constexpr std::array kTaggedFields{Field{.name = "tag", .type = Type::kAscii, .maximum = 4}};
 inline constexpr std::array kTaggedReplies{Reply{0x8A, 0x30, {}, kTaggedFields}};
 inline constexpr std::array kOptionalParams{
     Field{.name = "first", .type = Type::kU8, .maximum = 255, .optional = true},
     Field{.name = "second", .type = Type::kU8, .unit = "km/h", .maximum = 255, .optional = true}};
+inline constexpr std::array kShadowReplies{Reply{0x8A, 0x0F, {}, kPasswordFields}};
+inline constexpr std::array kAt41{Reply{0x8A, 0x41, {}, {}}};
+inline constexpr std::array kAt42{Reply{0x8A, 0x42, {}, {}}};
 inline constexpr std::array kLongParams{Field{.name = "text", .type = Type::kAscii, .maximum = 1000}};
 inline constexpr std::array kIdentityCommands{
     Command{.cmdOne = 0x0A, .cmdTwo = 0x02, .key = "write_serial", .minimumParams = 1, .params = kSerialFields},
-    Command{.cmdOne = 0x0A, .cmdTwo = 0x0F, .key = "password", .replies = kPasswordReplies},
     Command{.cmdOne = 0x0A, .cmdTwo = 0x11, .key = "write_mac", .minimumParams = 12, .params = kMacFields},
     Command{.cmdOne = 0x0A, .cmdTwo = 0x12, .key = "mac", .replies = kMacReplies},
+    // These two use the code of the password's reply, one at once, one later.
+    Command{.cmdOne = 0x0A, .cmdTwo = 0x33, .key = "shadow", .replies = kShadowReplies},
+    Command{.cmdOne = 0x0A, .cmdTwo = 0x34, .key = "late", .later = kShadowReplies},
+    Command{.cmdOne = 0x0A, .cmdTwo = 0x0F, .key = "password", .replies = kPasswordReplies},
+    // Codes 41 and 42 are shared: 41 by later replies and one at once, 42 by later replies only.
+    Command{.cmdOne = 0x0A, .cmdTwo = 0x41, .key = "own-late", .later = kAt41},
+    Command{.cmdOne = 0x0A, .cmdTwo = 0x43, .key = "at-once", .replies = kAt41, .later = kAt42},
+    Command{.cmdOne = 0x0A, .cmdTwo = 0x42, .key = "own", .later = kAt42},
     Command{.cmdOne = 0x0A, .cmdTwo = 0x30, .key = "tagged", .replies = kTaggedReplies},
     Command{.cmdOne = 0x0A, .cmdTwo = 0x31, .key = "optional", .params = kOptionalParams},
     Command{.cmdOne = 0x0A, .cmdTwo = 0x32, .key = "long", .params = kLongParams},

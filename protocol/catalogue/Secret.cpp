@@ -31,7 +31,7 @@ bool hasSecret(const Command& command)
 
 std::string maskOf(const DecodedField& field)
 {
-    if (field.field == nullptr || !field.field->secret) {
+    if (!field.field->secret) {
         return {};
     }
     const auto* text = std::get_if<std::string>(&field.value);

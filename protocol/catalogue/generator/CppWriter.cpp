@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <cstdint>
 #include <span>
 
@@ -43,7 +45,7 @@ public:
             const std::string inner = fields(field.fields);
             const std::string named = choices(field.choices);
             const std::string scale = field.scale
-                                          ? "Scale{" + std::to_string(field.scale->factor) + ", " +
+                                          ? "Scale{" + fmt::format("{}", field.scale->factor) + ", " +
                                                 literal(field.scale->unit) + ", " + literal(field.scale->only) + "}"
                                           : "std::nullopt";
             return "{" + literal(field.name) + ", Type{" + std::to_string(static_cast<int>(field.type)) + "}, " +
