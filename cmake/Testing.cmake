@@ -1,6 +1,8 @@
 # unit_test(NAME SOURCES ... [LIBRARIES ...] [DEFINITIONS ...] [PROGRAMS ...] [TIMEOUT SECONDS]): a test program, or more
-# tests for one that exists. ctest runs each test in its own process. The tests of PROGRAMS find their paths in
+# tests for one that exists. ctest runs each test in its own process, but for the largest programs under a sanitizer,
+# which makes the start of a process slow: each is two processes there. The tests of PROGRAMS find their paths in
 # definitions: ENGINEERING_SERVICE for engineering-service. Without BUILD_TESTING it does nothing.
+set(programs_of_many_tests command_groups_test station_test bench_test protocol_test identity_and_connectivity_test)
 if(BUILD_TESTING)
   find_package(GTest REQUIRED)
   include(GoogleTest)
@@ -23,8 +25,17 @@ function(unit_test name)
     # Each file of tests has its own names. Samples leave out members that do not matter.
     set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
     target_compile_options(${name} PRIVATE -Wno-missing-field-initializers)
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT}
-      ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0")
+    set(environment "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp:atexit_sleep_ms=0")
+    if(ENGINEERING_SANITIZERS AND name IN_LIST programs_of_many_tests)
+      foreach(half 0 1)
+        add_test(NAME ${name}.${half} COMMAND ${name} --gtest_brief=1)
+        set_tests_properties(${name}.${half} PROPERTIES TIMEOUT 600
+          ENVIRONMENT "${environment};GTEST_TOTAL_SHARDS=2;GTEST_SHARD_INDEX=${half}")
+      endforeach()
+    else()
+      gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT}
+        ENVIRONMENT ${environment})
+    endif()
   endif()
   target_sources(${name} PRIVATE ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
