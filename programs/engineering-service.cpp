@@ -31,7 +31,7 @@ namespace {
 constexpr const char* kProgram = "engineering-service";
 
 struct Options {
-    std::string uart = "pty:";
+    std::string uart;
     std::string root;
     std::string headUnit;
     std::string logConfiguration;
@@ -42,21 +42,31 @@ using protocol::UserError;
 void addOptions(CLI::App& app, Options& options)
 {
     app.add_option("--uart", options.uart,
-                   "the station's line: pty:LINK makes a pseudo-terminal and a link to it, DEVICE[,BAUD] opens a "
-                   "serial device, at 115200 baud if not told otherwise; the default is a pseudo-terminal at 'uart' in "
-                   "the run directory ($XDG_RUNTIME_DIR/engineering or /tmp/engineering-$UID)")
+                   "Line of the station: pty:LINK makes a pseudo-terminal and a link to it, DEVICE[,BAUD] opens a "
+                   "serial device, by default at 115200 baud. Without it: a pseudo-terminal, linked from "
+                   "$XDG_RUNTIME_DIR/engineering/uart or /tmp/engineering-$UID/uart")
+        ->type_name("LINE")
         ->take_last();
     app.add_option("--root", options.root,
-                   "the directory that stands for / in the paths on the persistent partition (/perm_data, /media, "
-                   "/kyr); the default is the real root")
+                   "Directory that stands for / in the paths /perm_data, /media and /kyr; by default the real root")
+        ->type_name("DIR")
         ->take_last();
     app.add_option("--headunit", options.headUnit,
-                   "a JSON file that is merged over the simulated head unit's built-in state (RFC 7396)")
+                   "JSON file to merge over the built-in state of the simulated head unit (RFC 7396)")
+        ->type_name("FILE")
         ->take_last();
     app.add_option("--log-conf", options.logConfiguration,
-                   "a zlog configuration with rules for the category 'engineering'; the default logs info and above "
-                   "to /perm_data/log/log_engineering.log")
+                   "zlog configuration with rules for the category 'engineering'; the default logs from INFO on to "
+                   "/perm_data/log/log_engineering.log")
+        ->type_name("FILE")
         ->take_last();
+    app.footer(
+        "Examples:\n"
+        "  engineering-service\n"
+        "  engineering-service --root /tmp/unit --uart pty:/tmp/unit/uart\n"
+        "  engineering-service --uart /dev/ttyUSB0,115200 --headunit unit.json\n"
+        "\n"
+        "Exit status: 0 ended by a signal, 1 failed, 2 wrong use.");
 }
 
 std::string readFile(const std::string& path)
@@ -94,7 +104,8 @@ std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& optio
 /// Runs the service; the process ends in here, by a signal.
 [[noreturn]] void run(const CLI::App& given, const Options& options, int argc, char** argv)
 {
-    const runtime::UartOption uart = runtime::parseUartOption(options.uart);
+    const runtime::UartOption uart =
+        given.count("--uart") > 0 ? runtime::parseUartOption(options.uart) : runtime::UartOption{};
     const bool hasState = given.count("--headunit") > 0;
     // May wait, for the writer of a pipe.
     const std::string state = hasState ? readFile(options.headUnit) : "";
@@ -107,11 +118,11 @@ std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& optio
         runtime::useLogConfiguration(options.logConfiguration);
     }
 
+    runtime::setRoot(options.root);
+    runtime::makeHeadUnitDirectories(KYR_GetRootPath());
     runtime::TtyWire wire(openTerminal(uart));
     runtime::ServiceFramework framework(wire);
     runtime::installWire(&wire);
-    runtime::setRoot(options.root);
-    runtime::makeHeadUnitDirectories(KYR_GetRootPath());
     unit.install();
     bench::HeadUnitBus bus(unit);
     // Beside the service's start, so that a bus that does not answer is waited for once.
@@ -131,7 +142,10 @@ std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& optio
 
 int main(int argc, char** argv)
 {
-    CLI::App app("The engineering service on the bench, with a simulated head unit behind it.", kProgram);
+    CLI::App app(
+        "Run the engineering service on the bench, with a simulated head unit behind it\n"
+        "Prints 'ready uart=PATH' on standard error when the station may send. Ends with SIGINT or SIGTERM.",
+        kProgram);
     Options options;
     addOptions(app, options);
     if (const auto status = programs::parse(app, argc, argv)) {

@@ -13,6 +13,7 @@
 #include "KYRSystem.h"
 #include "host/Descriptor.h"
 #include "platform/runtime/Report.h"
+#include "protocol/Errors.h"
 
 namespace runtime {
 namespace {
@@ -84,6 +85,11 @@ bool makeHeadUnitDirectories(const std::string& root)
 {
     if (root.empty()) {
         return true;
+    }
+    std::error_code refused;
+    fs::create_directories(root, refused);
+    if (refused) {
+        throw protocol::StorageError("--root " + root + ": cannot make the directory: " + refused.message());
     }
     try {
         for (const char* const directory : {"perm_data/data/bluetooth", "perm_data/log", "media", kStoreDirectory}) {

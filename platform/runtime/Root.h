@@ -10,8 +10,10 @@ namespace runtime {
 void setRoot(const std::string& directory);
 
 /// Makes the directories of a head unit below `root`, and the default persistent-store file of the Bluetooth
-/// controller. Leaves existing files, and an empty root, as they are. Reports a failure in one line.
+/// controller. Leaves existing files, and an empty root, as they are. Reports a failure below the root in one line: the
+/// service serves with a partition that is full or damaged.
 /// @returns whether all of them exist.
+/// @throws protocol::StorageError if the root itself cannot be made.
 bool makeHeadUnitDirectories(const std::string& root);
 
 /// Makes the run directory of the bench: $XDG_RUNTIME_DIR/engineering, or /tmp/engineering-$UID if the variable is not

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "KYRSystem.h"
+#include "protocol/Errors.h"
 #include "tests/support/TempDir.h"
 
 namespace runtime {
@@ -103,6 +104,16 @@ TEST_F(RootTest, ThatCannotBeWrittenIsReportedInOneLine)
     EXPECT_THAT(text, testing::StartsWith("engineering-service: "));
     EXPECT_THAT(text, testing::HasSubstr(root_.string()));
     EXPECT_EQ(std::ranges::count(text, '\n'), 1);
+}
+
+TEST_F(RootTest, ThatCannotBeMadeIsRefused)
+{
+    std::ofstream(root_) << "a file where a directory must be";
+    const std::string below = (root_ / "unit").string();
+
+    EXPECT_THAT([&] { makeHeadUnitDirectories(below); },
+                testing::ThrowsMessage<protocol::StorageError>(
+                    testing::StartsWith("--root " + below + ": cannot make the directory: ")));
 }
 
 TEST_F(RootTest, TheRealRootIsLeftAlone)

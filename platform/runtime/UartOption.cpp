@@ -35,13 +35,13 @@ std::string knownBauds()
 
 UartOption parseUartOption(const std::string& text)
 {
-    if (text.starts_with(kPtyPrefix)) {
+    if (text.starts_with(kPtyPrefix) && text.size() > kPtyPrefix.size()) {
         return {UartOption::Kind::kPseudoTerminal, text.substr(kPtyPrefix.size()), 0};
     }
 
     const auto comma = text.rfind(',');
     UartOption option{UartOption::Kind::kDevice, text.substr(0, comma), host::kDefaultBaud};
-    if (option.path.empty()) {
+    if (option.path.empty() || text == kPtyPrefix) {
         throw protocol::UserError("--uart: expected pty:LINK or DEVICE[,BAUD], got '" + text + "'");
     }
     if (comma == std::string::npos) {

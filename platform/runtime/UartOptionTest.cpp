@@ -29,12 +29,9 @@ TEST(UartOption, PtyNamesALink)
     EXPECT_EQ(option.path, "/run/line,1");
 }
 
-TEST(UartOption, PtyAloneStandsForTheDefaultLink)
+TEST(UartOption, PtyWithoutALinkIsRefused)
 {
-    const auto option = parseUartOption("pty:");
-
-    EXPECT_EQ(option.kind, Kind::kPseudoTerminal);
-    EXPECT_TRUE(option.path.empty());
+    EXPECT_EQ(refusal("pty:"), "--uart: expected pty:LINK or DEVICE[,BAUD], got 'pty:'");
 }
 
 TEST(UartOption, DeviceAloneHas115200Baud)

@@ -231,6 +231,13 @@ TEST_F(ServiceStartTest, WhatTheRootHoldsIsLeftAsItIs)
     EXPECT_EQ(text, "mine");
 }
 
+TEST_F(ServiceStartTest, RootThatCannotBeMadeIsRefused)
+{
+    std::ofstream(root()) << "a file where a directory must be\n";
+
+    expectRefused({}, 1, "--root " + root().string() + ": cannot make the directory: ");
+}
+
 TEST_F(ServiceStartTest, RootThatCannotBeWrittenDoesNotKeepItFromServing)
 {
     fs::create_directories(root());
