@@ -13,6 +13,7 @@
 #include "host/Glib.h"
 #include "programs/Cli.h"
 #include "programs/Hmi.h"
+#include "protocol/Text.h"
 
 namespace {
 
@@ -122,7 +123,7 @@ void signalReceived(GDBusProxy*, gchar*, gchar* name, GVariant* parameters, gpoi
     const programs::Signal signal = toSignal(name, parameters);
     const std::string line = follower.json ? programs::asJson(signal) : programs::asText(signal);
     if (std::puts(line.c_str()) < 0 || std::fflush(stdout) != 0) {
-        complain(kProgram, "standard output takes no more lines");
+        complain(kProgram, "standard output cannot be written");
         end(follower, protocol::kFailed);
         return;
     }
@@ -158,7 +159,7 @@ host::GlibPtr<ComZentLinuxEngineering> subscribe(Follower& follower)
     host::GlibError error;
     const auto bus = host::connectToSessionBus(error);
     if (!bus) {
-        complainAbout("no session bus", error);
+        complain(kProgram, "no session bus: " + error.message() + "; is DBUS_SESSION_BUS_ADDRESS set?");
         return nullptr;
     }
     g_signal_connect(bus.get(), "closed", G_CALLBACK(connectionClosed), &follower);
@@ -210,29 +211,38 @@ int follow(Follower& follower)
 int main(int argc, char** argv)
 {
     CLI::App app(
-        "Stands in for the HMI: follows every signal of the engineering service on the session bus and answers as an\n"
-        "HMI does. It keeps a track index per media type, stores a selected track, answers a request for the track\n"
-        "with auto_test_set_track_index, and applies a volume change to the simulated head unit.\n"
+        "Stand in for the HMI: follow every signal of the engineering service and answer as an HMI does\n"
+        "It keeps a track index per media type, stores a selected track, answers a request for the track with "
+        "auto_test_set_track_index, and applies a volume change to the simulated head unit.\n"
         "\n"
-        "Each signal is one line on standard output, written at once: the name, then the arguments by name,\n"
+        "Each signal is one line on standard output: the name, then the arguments by name, numbers in decimal, "
+        "commands "
+        "and parameter bytes in hexadecimal:\n"
         "  OnAutoTestModeChangeSignal mode=true\n"
         "  uart_data_changed_signal cmd_one=0F cmd_two=00 param=[01] param_size=1\n"
-        "numbers in decimal, commands and parameter bytes in hexadecimal.\n"
         "\n"
-        "The line `ready` on standard error says that from here on no signal is missed. The service may start before\n"
-        "or after; it is said once when it is being waited for. When the bus closes the connection, it connects again\n"
-        "and prints a line and `ready`. Ends with SIGINT or SIGTERM, or when the bus has gone.",
+        "The line 'ready' on standard error says that it misses no signal from now on. The service may start before or "
+        "after it. If the bus closes the connection, it connects again and prints a line and 'ready'. Ends with SIGINT "
+        "or SIGTERM, or when the bus is gone.",
         kProgram);
     Follower follower;
-    app.add_flag(
-        "--json", follower.json,
-        "One JSON object per line instead: `signal`, and the arguments by name; `param` is an array of numbers");
+    app.add_flag("--json", follower.json,
+                 "Print one JSON object per line: 'signal' and the arguments by name; 'param' is an array of numbers");
     std::vector<std::string> tracks;
-    app.add_option("--track", tracks, "TYPE=INDEX: the current track of a media type, 0 unless told; repeatable")
+    app.add_option("--track", tracks, "Current track of a media type, by default 0; may be given several times")
+        ->type_name("TYPE=INDEX")
         ->allow_extra_args(false)
         ->check([](const std::string& text) {
-            return programs::parseTrack(text) ? "" : "'" + text + "' is not TYPE=INDEX, each from 0 to 255";
+            return programs::parseTrack(text)
+                       ? ""
+                       : "expected TYPE=INDEX, each from 0 to 255, got " + protocol::inQuotes(text);
         });
+    app.footer(
+        "Examples:\n"
+        "  engineering-hmi\n"
+        "  engineering-hmi --json --track 1=7\n"
+        "\n"
+        "Exit status: 0 ended by a signal, 1 failed, 2 wrong use.");
     if (const auto status = programs::parse(app, argc, argv)) {
         return *status;
     }

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <glib-unix.h>
 
 #include <csignal>
@@ -31,7 +32,7 @@ using protocol::UserError;
 [[noreturn]] void fail(host::GlibError& error)
 {
     if (error.is(G_IO_ERROR, G_IO_ERROR_TIMED_OUT) || error.is(G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY)) {
-        throw LineError("the head unit does not answer: " + error.message(), protocol::kNoAnswer);
+        throw LineError("the simulated head unit does not answer: " + error.message(), protocol::kNoAnswer);
     }
     if (error.is(G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
         error.is(G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
@@ -40,8 +41,9 @@ using protocol::UserError;
             protocol::kFailed);
     }
     const std::string name = error.remoteName();
-    const std::string kind = name.starts_with(kErrorPrefix) ? name.substr(std::string(kErrorPrefix).size()) : name;
-    throw UserError((kind.empty() ? "" : kind + ": ") + error.message(), protocol::kFailed);
+    // The head unit refuses what the user wrote with an error of its own, but for an action that is missing there.
+    const bool mistake = name.starts_with(kErrorPrefix) && !name.ends_with(".NoStartAction");
+    throw UserError(error.message(), mistake ? protocol::kWrongUse : protocol::kFailed);
 }
 
 host::GlibPtr<GDBusConnection> connect()
@@ -52,7 +54,7 @@ host::GlibPtr<GDBusConnection> connect()
         throw LineError("the session bus does not answer", protocol::kNoAnswer);
     }
     if (!connection) {
-        throw LineError("no session bus, is DBUS_SESSION_BUS_ADDRESS set? " + error.message(), protocol::kFailed);
+        throw LineError("no session bus: " + error.message() + "; is DBUS_SESSION_BUS_ADDRESS set?", protocol::kFailed);
     }
     return connection;
 }
@@ -80,7 +82,7 @@ std::string textOf(const Reply& reply)
 const char* wireText(const std::string& argument)
 {
     if (!g_utf8_validate_len(argument.data(), argument.size(), nullptr)) {
-        throw UserError("expected UTF-8, got an argument that is not");
+        throw UserError(fmt::format("expected UTF-8, got '{}'", argument));
     }
     return argument.c_str();
 }
@@ -90,8 +92,7 @@ const char* jsonText(const std::string& argument)
 {
     const char* const text = wireText(argument);
     if (!Json::accept(argument)) {
-        throw UserError("not JSON: " + argument +
-                        " (numbers as they are, texts in double quotes: '\"text\"', see --help)");
+        throw UserError(fmt::format("expected JSON, such as 20 or '\"text\"', got '{}'", argument));
     }
     return text;
 }
@@ -246,16 +247,18 @@ private:
     bool lost_ = false;  // the connection has been closed
 };
 
+constexpr const char* kPathHelp =
+    "PATH is a JSON Pointer such as /audio/volume. Write a '/' within a key as ~1: /config/~1engineering~1open_debug.";
+
 /// The command line.
 class Commands
 {
 public:
     Commands()
     {
+        programs::setUpHelp(app_);
         app_.require_subcommand(1);
-        app_.footer(
-            "PATH is a JSON Pointer: /audio/volume. A '/' within a key is spelled ~1:\n"
-            "/config/~1engineering~1open_debug. Exit status: 0 done, 1 failed, 2 wrong use, 3 no answer.");
+        app_.footer("Exit status: 0 done, 1 failed, 2 wrong use, 3 no answer.");
         addState();
         addSet();
         addEvent();
@@ -271,46 +274,55 @@ public:
 private:
     void addState()
     {
-        CLI::App* const command = app_.add_subcommand("state", "Print the state, or the value at PATH, as JSON");
-        command->footer("Example: headunitctl state /tuner");
-        command->add_option("PATH", path_, "JSON Pointer; without, the whole state");
+        CLI::App* const command =
+            app_.add_subcommand("state", "Print the state, or the value at PATH, as JSON\n" + std::string(kPathHelp));
+        command->footer("Examples:\n  headunitctl state\n  headunitctl state /tuner");
+        command->add_option("PATH", path_, "Value to print; by default the whole state");
         command->callback([this] { action_ = [this] { showState(path_); }; });
     }
 
     void addSet()
     {
-        CLI::App* const command = app_.add_subcommand("set", "Replace the value at PATH");
+        CLI::App* const command = app_.add_subcommand("set", "Replace the value at PATH\n" + std::string(kPathHelp));
         command->footer(
-            "Examples: headunitctl set /audio/volume 20\n          headunitctl set /wifi/text '\"Unit 7\"'");
-        command->add_option("PATH", path_, "JSON Pointer")->required();
-        command->add_option("JSON", json_, "the new value, of the old one's type")->required();
+            "Examples:\n"
+            "  headunitctl set /audio/volume 20\n"
+            "  headunitctl set /wifi/text '\"Unit 7\"'\n"
+            "  headunitctl set /config/~1engineering~1open_debug true");
+        command->add_option("PATH", path_, "Value to replace")->required();
+        command->add_option("JSON", json_, "New value, of the same type as the old one")->required();
         command->callback([this] { action_ = [this] { callWith("SetState", path_, json_); }; });
     }
 
     void addEvent()
     {
-        CLI::App* const command = app_.add_subcommand("event", "Raise an event, and wait until it is delivered");
-        command->footer("Example: headunitctl event OnCarSpeedChange '{\"speed\": 80}'");
-        command->add_option("NAME", name_, "name of the listener operation")->required();
-        command->add_option("JSON", arguments_, "object of its arguments")->capture_default_str();
+        CLI::App* const command = app_.add_subcommand("event", "Raise an event and wait until it is delivered");
+        command->footer(
+            "Examples:\n"
+            "  headunitctl event OnCarSpeedChange '{\"speed\": 80}'\n"
+            "  headunitctl event OnFactoryResetMode");
+        command->add_option("NAME", name_, "Event; a wrong name lists them all")->required();
+        command->add_option("JSON", arguments_, "Arguments of the event, as an object");
         command->callback([this] { action_ = [this] { callWith("RaiseEvent", name_, arguments_); }; });
     }
 
     void addStartModule()
     {
         CLI::App* const command =
-            app_.add_subcommand("start-module", "Run the start action of module N, and print what it returns");
-        command->footer("Example: headunitctl start-module 17");
-        command->add_option("N", module_, "the platform's number of the module")->required();
+            app_.add_subcommand("start-module", "Run the start action of a module and print its result");
+        command->footer("Examples:\n  headunitctl start-module 17");
+        command->add_option("N", module_, "Number of the module on the platform")->required();
         command->callback([this] { action_ = [this] { startModule(module_); }; });
     }
 
     void addCalls()
     {
-        CLI::App* const command = app_.add_subcommand(
-            "calls", "Print what the service had the head unit do, oldest first, a JSON object per line");
-        command->footer("Example: headunitctl calls --clear");
-        command->add_flag("--clear", clears_, "empty the record after printing it");
+        CLI::App* const command =
+            app_.add_subcommand("calls",
+                                "Print the calls of the service to the head unit\n"
+                                "Oldest first, a JSON object per line: {\"service\",\"op\",\"args\"}.");
+        command->footer("Examples:\n  headunitctl calls --clear");
+        command->add_flag("--clear", clears_, "Forget the calls after printing them");
         command->callback([this] { action_ = [this] { showCalls(clears_); }; });
     }
 
@@ -318,15 +330,16 @@ private:
     {
         CLI::App* const command = app_.add_subcommand(
             "watch",
-            "Print calls and state changes as they come, a JSON object per line: {\"service\",\"op\",\"args\"} or\n"
-            "{\"path\",\"value\"}; until interrupted, or the head unit leaves the bus. Connects again when its "
-            "connection\n"
-            "is closed");
-        command->footer("Prints \"ready\" on standard error when it follows. Example: headunitctl watch");
+            "Print calls and state changes as they happen\n"
+            "A JSON object per line: {\"service\",\"op\",\"args\"} or {\"path\",\"value\"}. The line 'ready' on "
+            "standard "
+            "error says that it misses nothing from now on. Ends with Ctrl-C, or when the head unit leaves the bus. If "
+            "the bus closes the connection, it connects again and says so.");
+        command->footer("Examples:\n  headunitctl watch");
         command->callback([this] { action_ = [] { Watch().run(); }; });
     }
 
-    CLI::App app_{"Reads, sets and records the simulated head unit of engineering-service", kProgram};
+    CLI::App app_{"Read, change and record the simulated head unit of engineering-service", kProgram};
     std::function<void()> action_;
     std::string path_;
     std::string json_;

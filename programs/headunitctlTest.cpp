@@ -183,18 +183,22 @@ TEST_P(HeadunitctlRefusalTest, IsOneLineAndAStatus)
 
 INSTANTIATE_TEST_SUITE_P(
     Headunitctl, HeadunitctlRefusalTest,
-    testing::Values(RefusedCase{"UnknownPath", {"state", "/audio/volum"}, 1, "UnknownPath: "},
-                    RefusedCase{"WrongType", {"set", "/audio/volume", "true"}, 1, "InvalidValue: /audio/volume"},
-                    RefusedCase{"ValueThatIsNoJson", {"set", "/wifi/text", "Unit"}, 2, "not JSON: Unit"},
-                    RefusedCase{"UnknownEvent", {"event", "OnNothing"}, 1, "UnknownEvent: "},
-                    RefusedCase{"MissingArgument", {"event", "OnCarSpeedChange"}, 1, "InvalidArguments: "},
-                    RefusedCase{"ArgumentsThatAreNoJson", {"event", "OnCarSpeedChange", "speed=8"}, 2, "not JSON"},
-                    RefusedCase{"NoStartAction", {"start-module", "4"}, 1, "NoStartAction: "},
-                    RefusedCase{"ModuleThatIsNoNumber", {"start-module", "wifi"}, 2, "N"},
-                    RefusedCase{"ArgumentThatIsNoUtf8", {"state", "/\xFF"}, 2, "UTF-8"},
-                    RefusedCase{"NoCommand", {}, 2, "subcommand"},
-                    RefusedCase{"UnknownCommand", {"states"}, 2, "see --help"},
-                    RefusedCase{"ValueMissing", {"set", "/audio/volume"}, 2, "JSON"}),
+    testing::Values(
+        RefusedCase{"UnknownPath", {"state", "/audio/volum"}, 2, "/audio/volum: expected "},
+        RefusedCase{"WrongType", {"set", "/audio/volume", "true"}, 2, "/audio/volume: expected "},
+        RefusedCase{"ValueThatIsNoJson",
+                    {"set", "/wifi/text", "Unit"},
+                    2,
+                    "expected JSON, such as 20 or '\"text\"', got 'Unit'"},
+        RefusedCase{"UnknownEvent", {"event", "OnNothing"}, 2, "expected one of OnModuleStatusChanged, "},
+        RefusedCase{"MissingArgument", {"event", "OnCarSpeedChange"}, 2, "OnCarSpeedChange: speed: expected "},
+        RefusedCase{"ArgumentsThatAreNoJson", {"event", "OnCarSpeedChange", "speed=8"}, 2, "expected JSON"},
+        RefusedCase{"NoStartAction", {"start-module", "4"}, 1, "module 4: "},
+        RefusedCase{"ModuleThatIsNoNumber", {"start-module", "wifi"}, 2, "N: expected a number, got 'wifi' ("},
+        RefusedCase{"ArgumentThatIsNoUtf8", {"state", "/\xFF"}, 2, "UTF-8"},
+        RefusedCase{"NoCommand", {}, 2, "expected a verb (state, set, event, start-module, calls, watch), got none"},
+        RefusedCase{"UnknownCommand", {"states"}, 2, "unknown verb 'states'; did you mean 'state'?"},
+        RefusedCase{"ValueMissing", {"set", "/audio/volume"}, 2, "set: expected JSON, got none"}),
     [](const auto& each) { return each.param.name; });
 
 TEST_F(HeadunitctlTest, WithoutHeadUnitItSaysWhatToStart)

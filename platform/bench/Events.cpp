@@ -255,7 +255,7 @@ std::string listOfArguments(const Event& event)
 {
     throw EventError(
         EventError::Kind::kInvalidArguments,
-        protocol::printable(std::string(event.name) + ": " + why + "; its arguments are: " + listOfArguments(event)));
+        protocol::printable(std::string(event.name) + ": " + why + " (arguments: " + listOfArguments(event) + ")"));
 }
 
 void checkArguments(const Event& event, const json& arguments)
@@ -266,16 +266,17 @@ void checkArguments(const Event& event, const json& arguments)
     }
     for (const auto& [name, value] : arguments.items()) {
         if (std::ranges::find(taken, name, &EventArgument::name) == taken.end()) {
-            refuse(event, "there is no argument \"" + name + "\"");
+            refuse(event, "unknown argument '" + name + "'");
         }
     }
     for (const EventArgument& argument : taken) {
         const auto value = arguments.find(argument.name);
         if (value == arguments.end() && argument.required) {
-            refuse(event, "\"" + std::string(argument.name) + "\" is missing");
+            refuse(event, std::string(argument.name) + ": expected " + wanted(argument.type) + ", got none");
         }
         if (value != arguments.end() && !fits(argument.type, *value)) {
-            refuse(event, "\"" + std::string(argument.name) + "\" must be " + wanted(argument.type));
+            refuse(event,
+                   std::string(argument.name) + ": expected " + wanted(argument.type) + ", got " + value->dump());
         }
     }
 }
@@ -291,7 +292,7 @@ const Event& findEvent(const std::string& name)
         names += (names.empty() ? "" : ", ") + std::string(each.name);
     }
     throw EventError(EventError::Kind::kUnknownEvent,
-                     protocol::printable("there is no event \"" + name + "\"; there are " + names));
+                     protocol::printable("expected one of " + names + ", got '" + name + "'"));
 }
 
 }  // namespace

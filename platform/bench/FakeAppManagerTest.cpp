@@ -151,7 +151,7 @@ TEST_F(FakeAppManagerTest, ModuleWithoutStartActionIsRefused)
         FAIL() << "started";
     } catch (const EventError& error) {
         EXPECT_EQ(error.kind(), EventError::Kind::kNoStartAction);
-        EXPECT_STREQ(error.what(), "the service has registered no start action for module 4");
+        EXPECT_STREQ(error.what(), "module 4: the service has registered no start action");
     }
 }
 

@@ -62,7 +62,7 @@ int HeadUnit::startModule(int module)
         return *result;
     }
     throw EventError(EventError::Kind::kNoStartAction,
-                     "the service has registered no start action for module " + std::to_string(module));
+                     "module " + std::to_string(module) + ": the service has registered no start action");
 }
 
 void HeadUnit::serviceInitialised()

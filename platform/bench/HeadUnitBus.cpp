@@ -446,7 +446,7 @@ private:
     {
         if (module > static_cast<guint>(std::numeric_limits<int>::max())) {
             throw EventError(EventError::Kind::kNoStartAction,
-                             "the service has registered no start action for module " + std::to_string(module));
+                             "module " + std::to_string(module) + ": the service has registered no start action");
         }
         return static_cast<int>(module);
     }

@@ -73,14 +73,14 @@ std::string found(const json& value)
 
 [[noreturn]] void refuseValue(const std::string& path, const json& value, const std::string& right)
 {
-    throw StateError(StateError::Kind::kInvalidValue,
-                     protocol::printable((path.empty() ? "the state" : path) + " cannot be " + found(value) +
-                                         ", it must be " + right));
+    throw StateError(
+        StateError::Kind::kInvalidValue,
+        protocol::printable((path.empty() ? "the state" : path) + ": expected " + right + ", got " + found(value)));
 }
 
 [[noreturn]] void refusePath(const std::string& path, const std::string& why)
 {
-    throw StateError(StateError::Kind::kUnknownPath, protocol::printable("the state has no \"" + path + "\": " + why));
+    throw StateError(StateError::Kind::kUnknownPath, protocol::printable(path + ": " + why));
 }
 
 std::string listOfKeys(const json& object)
@@ -146,8 +146,8 @@ bool isKeyOf(StateType type, const std::string& key)
 
 const char* keyWanted(StateType type)
 {
-    return type == StateType::kConfig ? "its keys begin with '/', which a path spells ~1"
-                                      : "its keys are decimal numbers";
+    return type == StateType::kConfig ? "a key that begins with '/', which a path spells ~1"
+                                      : "a decimal number as key";
 }
 
 using Check = bool (*)(const json&);
@@ -172,7 +172,7 @@ void checkKeys(const std::string& path, const json& value, StateType type)
     }
     for (const auto& [key, item] : value.items()) {
         if (!isKeyOf(type, key)) {
-            refusePath(below(path, key), keyWanted(type));
+            refusePath(below(path, key), std::string("expected ") + keyWanted(type));
         }
     }
 }
@@ -267,13 +267,14 @@ void checkNode(const json& node, const std::string& path, const json& value, con
     }
     for (const auto& [key, item] : value.items()) {
         if (!node.contains(key)) {
-            refusePath(below(path, key), "there are " + listOfKeys(node));
+            refusePath(below(path, key), "expected one of " + listOfKeys(node));
         }
     }
     for (const auto& [key, child] : node.items()) {
         const auto item = value.find(key);
         if (item == value.end()) {
-            throw StateError(StateError::Kind::kInvalidValue, below(path, key) + " is missing, it cannot be removed");
+            throw StateError(StateError::Kind::kInvalidValue,
+                             below(path, key) + ": expected a value, got none; it cannot be removed");
         }
         checkNode(child, below(path, key), *item, current.at(key));
     }
@@ -284,7 +285,8 @@ json::json_pointer parsePointer(const std::string& path)
     try {
         return json::json_pointer(path);
     } catch (const json::exception&) {
-        refusePath(path, "a path is a JSON Pointer: it begins with '/', and ~ in a key is spelled ~0, / is spelled ~1");
+        refusePath(path,
+                   "expected a JSON Pointer: it begins with '/'; a key's ~ is written ~0 and its / is written ~1");
     }
 }
 
@@ -305,7 +307,7 @@ std::size_t arrayIndex(const json& array, const std::string& name, const std::st
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), index);
     const bool isIndex = error == std::errc() && end == name.data() + name.size() && std::to_string(index) == name;
     if (!isIndex || index >= array.size()) {
-        refusePath(path, "the array has " + std::to_string(array.size()) + " elements, counted from 0");
+        refusePath(path, "expected one of " + std::to_string(array.size()) + " elements, counted from 0");
     }
     return index;
 }
@@ -314,8 +316,8 @@ std::size_t arrayIndex(const json& array, const std::string& name, const std::st
 {
     const bool isRow = schemaNode != nullptr && !schemaNode->is_object();
     const std::string open =
-        isRow ? std::string("; ") + keyWanted(kStateRows[schemaNode->get<std::size_t>()].type) : "";
-    refusePath(path, "there are " + listOfKeys(object) + open);
+        isRow ? std::string(", or ") + keyWanted(kStateRows[schemaNode->get<std::size_t>()].type) : "";
+    refusePath(path, "expected one of " + listOfKeys(object) + open);
 }
 
 /// @param mayAdd whether to add a new key of an open object at the end of the path
@@ -332,7 +334,7 @@ Json& resolve(Json& document, const std::string& path, bool mayAdd)
             continue;
         }
         if (!value->is_object()) {
-            refusePath(path, "a single value has nothing below it");
+            refusePath(path, "expected the end of the path, because a single value has nothing below it");
         }
         if constexpr (!std::is_const_v<Json>) {
             const bool atRow = schemaNode != nullptr && !schemaNode->is_object();

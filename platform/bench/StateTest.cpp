@@ -153,7 +153,7 @@ INSTANTIATE_TEST_SUITE_P(
     State, StateRefusalTest,
     testing::Values(
         RefusedSetCase{"UnknownPath", "/audio/volum", "1", Kind::kUnknownPath, "available, mute, volume, volume_limit"},
-        RefusedSetCase{"UnknownBranch", "/video", "1", Kind::kUnknownPath, "there are android_auto"},
+        RefusedSetCase{"UnknownBranch", "/video", "1", Kind::kUnknownPath, "expected one of android_auto"},
         RefusedSetCase{"PathWithoutSlash", "audio/volume", "1", Kind::kUnknownPath, "begins with '/'"},
         RefusedSetCase{"PathWithLoneTilde", "/audio/~", "1", Kind::kUnknownPath, "~0"},
         RefusedSetCase{"PathBelowASingleValue", "/audio/volume/x", "1", Kind::kUnknownPath, "nothing below"},
@@ -161,38 +161,37 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedSetCase{"ElementBeyondTheArray", "/source/available/11", "1", Kind::kUnknownPath, "11 elements"},
         RefusedSetCase{"ElementAfterTheArray", "/source/available/-", "1", Kind::kUnknownPath, "11 elements"},
         RefusedSetCase{"ElementWithLeadingZero", "/source/available/01", "1", Kind::kUnknownPath, "11 elements"},
-        RefusedSetCase{"ElementOfANewNumber", "/tuner/stations/7/0", "1", Kind::kUnknownPath, "decimal numbers"},
-        RefusedSetCase{"NumberThatIsNone", "/audio/mute/six", "1", Kind::kUnknownPath, "decimal numbers"},
-        RefusedSetCase{"NumberSpelledOtherwise", "/audio/mute/06", "1", Kind::kUnknownPath, "decimal numbers"},
+        RefusedSetCase{"ElementOfANewNumber", "/tuner/stations/7/0", "1", Kind::kUnknownPath, "a decimal number"},
+        RefusedSetCase{"NumberThatIsNone", "/audio/mute/six", "1", Kind::kUnknownPath, "a decimal number"},
+        RefusedSetCase{"NumberSpelledOtherwise", "/audio/mute/06", "1", Kind::kUnknownPath, "a decimal number"},
         RefusedSetCase{"ConfigKeyWithoutSlash", "/config/open_debug", "true", Kind::kUnknownPath, "spells ~1"},
-        RefusedSetCase{"TextForInteger", "/audio/volume", R"("12")", Kind::kInvalidValue,
-                       "/audio/volume cannot be a text"},
-        RefusedSetCase{"FractionForInteger", "/audio/volume", "1.5", Kind::kInvalidValue, "cannot be 1.5"},
+        RefusedSetCase{"TextForInteger", "/audio/volume", R"("12")", Kind::kInvalidValue, "got a text"},
+        RefusedSetCase{"FractionForInteger", "/audio/volume", "1.5", Kind::kInvalidValue, "got 1.5"},
         RefusedSetCase{"IntegerAboveItsType", "/audio/volume", "2147483648", Kind::kInvalidValue, "to 2147483647"},
         RefusedSetCase{"IntegerBelowItsType", "/audio/volume", "-2147483649", Kind::kInvalidValue, "-2147483648"},
         RefusedSetCase{"IntegerForBool", "/audio/available", "1", Kind::kInvalidValue, "true or false"},
-        RefusedSetCase{"NullForText", "/wifi/text", "null", Kind::kInvalidValue, "cannot be null, it must be a text"},
+        RefusedSetCase{"NullForText", "/wifi/text", "null", Kind::kInvalidValue, "expected a text, got null"},
         RefusedSetCase{"IntegerForArray", "/source/available", "1", Kind::kInvalidValue, "an array of integers"},
         RefusedSetCase{"TextInIntegers", "/source/available", R"([1,"2"])", Kind::kInvalidValue, "/source/available/1"},
         RefusedSetCase{"TenVersions", "/system_info/versions", R"(["","","","","","","","","",""])",
-                       Kind::kInvalidValue, "an array of 10, it must be an array of 11 texts"},
-        RefusedSetCase{"IntegerInVersions", "/system_info/versions/0", "1", Kind::kInvalidValue, "must be a text"},
+                       Kind::kInvalidValue, "expected an array of 11 texts, got an array of 10"},
+        RefusedSetCase{"IntegerInVersions", "/system_info/versions/0", "1", Kind::kInvalidValue, "expected a text"},
         RefusedSetCase{"TextUnderANumberOfIntegers", "/audio/mute/7", R"("x")", Kind::kInvalidValue, "/audio/mute/7"},
         RefusedSetCase{"IntegerUnderANumberOfTexts", "/bluetooth/attributes/5", "1", Kind::kInvalidValue, "a text"},
         RefusedSetCase{"IntegerUnderANumberOfArrays", "/tuner/stations/1", "1", Kind::kInvalidValue, "an array"},
-        RefusedSetCase{"WrongKeyInNumbers", "/audio/mute", R"({"x":1})", Kind::kInvalidValue, "decimal numbers"},
+        RefusedSetCase{"WrongKeyInNumbers", "/audio/mute", R"({"x":1})", Kind::kInvalidValue, "a decimal number"},
         RefusedSetCase{"ArrayForNumbers", "/audio/mute", "[]", Kind::kInvalidValue, "an object of integers"},
         RefusedSetCase{"ConfigKeyOfOtherType", "/config/~1engineering~1open_debug", "1", Kind::kInvalidValue,
-                       "/config/~1engineering~1open_debug cannot be 1, it must be true or false"},
+                       "/config/~1engineering~1open_debug: expected true or false, got 1"},
         RefusedSetCase{"ConfigTextTurnedBool", "/config/~1project~1project_name", "true", Kind::kInvalidValue,
                        "a text"},
         RefusedSetCase{"ConfigNull", "/config/~1a", "null", Kind::kInvalidValue, "an integer or a text"},
         RefusedSetCase{"BranchWithUnknownName", "/wifi", R"({"available":true,"text":"","x":1})", Kind::kInvalidValue,
-                       "\"/wifi/x\""},
+                       "/wifi/x: "},
         RefusedSetCase{"BranchWithoutAName", "/wifi", R"({"available":true})", Kind::kInvalidValue,
-                       "/wifi/text is missing"},
+                       "/wifi/text: expected a value, got none"},
         RefusedSetCase{"SingleValueForBranch", "/wifi", "1", Kind::kInvalidValue, "an object of available, text"},
-        RefusedSetCase{"SingleValueForTheWhole", "", "1", Kind::kInvalidValue, "the state cannot be 1"}),
+        RefusedSetCase{"SingleValueForTheWhole", "", "1", Kind::kInvalidValue, "the state: expected an object"}),
     [](const auto& each) { return each.param.name; });
 
 TEST(State, ReadingAnUnknownPathIsRefused)
@@ -258,7 +257,7 @@ TEST(State, PatchCannotRemoveWhatTheHeadUnitHas)
     const Refusal refusal = refusalOf([&] { state.merge({{"audio", {{"volume", nullptr}}}}); });
 
     EXPECT_EQ(refusal.kind, Kind::kInvalidValue);
-    EXPECT_THAT(refusal.message, HasSubstr("/audio/volume is missing"));
+    EXPECT_THAT(refusal.message, HasSubstr("/audio/volume: expected a value, got none"));
 }
 
 TEST(State, PatchThatIsNoObjectIsRefused)

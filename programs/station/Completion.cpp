@@ -6,7 +6,7 @@
 #include <map>
 #include <string_view>
 
-#include "programs/station/CommandLine.h"
+#include "programs/Cli.h"
 #include "programs/station/Tool.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/ports/SerialPorts.h"

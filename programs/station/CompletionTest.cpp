@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "programs/station/CommandLine.h"
+#include "programs/Cli.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"
 

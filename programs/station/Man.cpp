@@ -2,8 +2,8 @@
 #include <sstream>
 #include <string>
 
-#include "programs/station/CommandLine.h"
-#include "programs/station/HelpFormatter.h"
+#include "programs/Cli.h"
+#include "programs/HelpFormatter.h"
 #include "programs/station/Tool.h"
 
 namespace programs::station_tool {

@@ -5,10 +5,12 @@
 #include <chrono>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "programs/Cli.h"
 #include "protocol/Errors.h"
 #include "station/Connection.h"
 
@@ -59,12 +61,6 @@ inline constexpr const char* kProgram = "engineering-station";
 /// The number that every JSON object of the tool carries as "schema".
 inline constexpr int kSchema = 1;
 
-/// What a value may be is told by the type name of its option, so that completion knows: type_name("FILE"), "DIR",
-/// "PORT", "COMMAND" (a GROUP.COMMAND, with its arguments behind it), "GROUP"; CLI::IsMember names the values itself.
-///
-/// A verb's description begins with one line that stands in the list of verbs; the lines behind it are shown by the
-/// verb's own help. Its footer holds examples, one a line, beginning with "  engineering-station".
-
 /// Prints one object on one line of standard output; "schema" is put in front.
 void printJson(nlohmann::ordered_json object);
 
@@ -96,9 +92,6 @@ std::string resultsFolder(const Tool& tool, const std::string& given);
 
 /// Adds --timeout SECONDS with its check.
 void addTimeout(CLI::App& verb, double& seconds);
-
-/// A time without end on the command line: a year.
-inline constexpr double kForEver = 86400.0 * 365;
 
 /// Adds --reconnect SECONDS.
 void addReconnect(CLI::App& verb, double& seconds);
@@ -133,6 +126,13 @@ int flushStandardOutput();
 
 /// Puts a noun or verb with its options into the tree.
 using AddVerb = void(Tool& tool);
+
+/// Fills the tree: the options that every verb takes, all verbs, the layout of the help.
+void setUp(Tool& tool);
+
+/// Reads the command line into the tree.
+/// @returns the exit status when nothing is left to do: --help, --version or wrong use.
+std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv);
 
 AddVerb addPorts, addSend, addEncode, addDecode, addMonitor, addIdentity, addReport, addPlan, addStation, addCatalogue,
     addCompletion, addMan;

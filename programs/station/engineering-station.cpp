@@ -11,7 +11,6 @@
 #include <exception>
 
 #include "programs/Cli.h"
-#include "programs/station/CommandLine.h"
 #include "programs/station/Completion.h"
 #include "programs/station/Station.h"
 #include "programs/station/Tool.h"

@@ -224,13 +224,13 @@ TEST_P(OfflineMistakeTest, IsOneLineThatSaysWhatWouldBeRightWithStatusTwo)
 INSTANTIATE_TEST_SUITE_P(
     Station, OfflineMistakeTest,
     testing::Values(
-        Mistake{"NoVerb", "$STATION", "expected a verb: "},
+        Mistake{"NoVerb", "$STATION", "expected a verb (ports, send, "},
         Mistake{"MistypedVerb", "$STATION sned", "engineering-station: unknown verb 'sned'; did you mean 'send'?"},
         Mistake{"UnlikeAnyVerb", "$STATION transmogrify", "unknown verb 'transmogrify'; expected one of "},
         Mistake{"NounWithoutVerb", "$STATION catalogue",
-                "engineering-station catalogue: expected a verb: show, list, check"},
+                "engineering-station: catalogue: expected a verb (show, list, check), got none"},
         Mistake{"MistypedSubverb", "$STATION catalogue chekc x", "did you mean 'check'?"},
-        Mistake{"OneArgumentTooMany", "$STATION catalogue list tuner", "'tuner' is one argument too many"},
+        Mistake{"OneArgumentTooMany", "$STATION catalogue list tuner", "expected no further argument, got 'tuner'"},
         Mistake{"UnknownKeyToShow", "$STATION catalogue show tuner.tone", "did you mean 'tuner.tune'?"},
         Mistake{"UnknownShell", "$STATION completion tcsh", "bash"},
         Mistake{"UnknownSender", "$STATION decode 00 --from nobody", "station"},

@@ -1,13 +1,13 @@
-#include "programs/station/HelpFormatter.h"
+#include "programs/HelpFormatter.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <sstream>
 
-#include "programs/station/CommandLine.h"
+#include "programs/Cli.h"
 
-namespace programs::station_tool {
+namespace programs {
 
 namespace {
 
@@ -46,6 +46,10 @@ std::vector<std::string> wrapped(const std::string& text, std::size_t width)
     std::vector<std::string> lines;
     std::istringstream stream(text);
     for (std::string paragraph; std::getline(stream, paragraph);) {
+        if (paragraph.starts_with(' ')) {
+            lines.push_back(paragraph);
+            continue;
+        }
         std::istringstream words(paragraph);
         std::string line;
         for (std::string word; words >> word;) {
@@ -94,16 +98,19 @@ std::string usageOf(const CLI::App& verb)
     for (const CLI::Option* option : positionalsOf(verb)) {
         text += option->get_required() ? " " + signatureOf(*option) : " [" + signatureOf(*option) + "]";
     }
-    const std::string noun = verb.get_parent() == nullptr ? "VERB" : "SUBVERB";
-    return verbsOf(verb).empty() ? text : text + " " + noun + " …";
+    return verbsOf(verb).empty() ? text : text + " VERB …";
 }
 
 std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const
 {
     std::string text = "Usage: " + usageOf(*app) + "\n\n";
-    for (const std::string& line : wrapped(app->get_description(), kHelpWidth)) {
-        text += line + "\n";
+    for (const std::string& part : {titleOf(*app), detailsOf(*app)}) {
+        for (const std::string& line : wrapped(part, kHelpWidth)) {
+            text += line + "\n";
+        }
+        text += "\n";
     }
+    text.resize(text.find_last_not_of('\n') + 2);
     std::string verbs;
     for (const CLI::App* verb : verbsOf(*app)) {
         verbs += row(verb->get_name(), titleOf(*verb));
@@ -118,4 +125,4 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppF
     return text;
 }
 
-}  // namespace programs::station_tool
+}  // namespace programs

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace programs::station_tool {
+namespace programs {
 
 /// The layout of --help: verbs with the first line of their description, options in two columns of which the second is
 /// wrapped, the options that every verb takes named with each.
@@ -23,7 +23,8 @@ std::string meaningOf(const CLI::Option& option);
 /// @returns "engineering-station send [OPTIONS] COMMAND [ARGUMENT...]".
 std::string usageOf(const CLI::App& verb);
 
-/// Breaks `text` into lines of at most `width` characters at its blanks; its own line ends stay.
+/// Breaks `text` into lines of at most `width` characters at its blanks. Its own line ends stay, and so do lines that
+/// begin with a blank.
 std::vector<std::string> wrapped(const std::string& text, std::size_t width);
 
-}  // namespace programs::station_tool
+}  // namespace programs
