@@ -12,6 +12,7 @@
 
 #include "platform/bench/FakeContext.h"
 #include "platform/bench/JsonText.h"
+#include "platform/runtime/Listeners.h"
 #include "protocol/Text.h"
 
 namespace bench {
@@ -79,7 +80,7 @@ void tellAll(Registry& registry, const std::function<void(Listener&)>& tell)
     if constexpr (std::is_same_v<Registry, FakeBluetooth>) {
         FakeBluetooth::tellClients(tell);
     } else {
-        tellListeners(registry, tell);
+        runtime::tellListeners(registry, tell);
     }
 }
 
@@ -151,13 +152,13 @@ constexpr Event kEvents[] = {
      [](const Event&, Services& services, const json& arguments) {
          KYRDeviceApp::_ConnectionInfo info{};
          info.status = arguments.at("status").get<int>();
-         tellListeners(services.deviceApp, [&](auto& listener) { listener.OnConnectionStatusChanged(info); });
+         runtime::tellListeners(services.deviceApp, [&](auto& listener) { listener.OnConnectionStatusChanged(info); });
      }},
     {"OnAASatinfoChange",
      {{{"satellites", kSatellites}, {"count", kInt, false}}},
      [](const Event&, Services& services, const json& arguments) {
          const auto data = satellitesOf(arguments);
-         tellListeners(services.location, [&](auto& listener) { listener.OnAASatinfoChange(data); });
+         runtime::tellListeners(services.location, [&](auto& listener) { listener.OnAASatinfoChange(data); });
      }},
     {"OnAALocationChange",
      {{{"latitude", kInt}, {"longitude", kInt}}},
@@ -165,14 +166,14 @@ constexpr Event kEvents[] = {
          _LocationData data{};
          data.nLatitude = arguments.at("latitude").get<int>();
          data.nLongitude = arguments.at("longitude").get<int>();
-         tellListeners(services.location, [&](auto& listener) { listener.OnAALocationChange(data); });
+         runtime::tellListeners(services.location, [&](auto& listener) { listener.OnAALocationChange(data); });
      }},
     {"OnLCarInfoChange",
      {{{"value", kByte}}},
      [](const Event&, Services& services, const json& arguments) {
          _LCarInfo info{};
          info.ucValue = arguments.at("value").get<unsigned char>();
-         tellListeners(services.systemMisc, [&](auto& listener) { listener.OnLCarInfoChange(info); });
+         runtime::tellListeners(services.systemMisc, [&](auto& listener) { listener.OnLCarInfoChange(info); });
      }},
     Operation<&Services::sourceManager, &IKYRSourceListener::OnSourceStatusChanged>::event("OnSourceStatusChanged",
                                                                                            "source", "status"),

@@ -1,5 +1,7 @@
 #include "platform/bench/FakeAppManager.h"
 
+#include "platform/runtime/Listeners.h"
+
 namespace bench {
 namespace {
 
@@ -93,7 +95,7 @@ void FakeAppManager::bringUp(int module)
 {
     // An application manager reports the modules that it has started, even if the start action fails.
     startModule(module);
-    tellListeners(*this, [module](IKYRAppListener& listener) {
+    runtime::tellListeners(*this, [module](IKYRAppListener& listener) {
         AppBootInfo info{static_cast<ServiceModule>(module)};
         listener.OnModuleStatusChanged(info);
     });

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/runtime/Listeners.h"
+
 namespace bench {
 namespace {
 
@@ -94,7 +96,7 @@ void FakeTuner::tune(BandID band, int frequency)
 {
     state().set("/tuner/frequency/" + std::to_string(band), frequency);
     context_.events.post([this, band, frequency] {
-        tellListeners(*this, [&](IKYRRadioListener& listener) {
+        runtime::tellListeners(*this, [&](IKYRRadioListener& listener) {
             listener.OnFrequencyChanged(band, 0, static_cast<unsigned int>(frequency));
         });
     });
