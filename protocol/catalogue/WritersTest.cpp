@@ -3,10 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <stdexcept>
 
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Document.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TempDir.h"
 
 namespace protocol::catalogue::generator {
 namespace {
@@ -221,6 +224,59 @@ TEST(WritersTest, ThePageHasASectionForAGroupAndARowForACommandWithItsFramesAsEx
 TEST(WritersTest, AScriptWithoutItsLineIsRefused)
 {
     EXPECT_THROW(writeLua(groups(), "local nothing = {}\n"), std::runtime_error);
+}
+
+/// Runs the generator to its end.
+tests::Outcome generate(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), GENERATOR);
+    return tests::run(arguments);
+}
+
+TEST(GeneratorProgram, WritesWhatTheWordNames)
+{
+    const std::string file = SOURCE_FOLDER "/protocol/catalogue.toml";
+    const tests::TempDir directory;
+    const std::string before = directory.path() / "before";
+    std::ofstream(before) << "before\nlocal groups = {}\n";
+
+    EXPECT_EQ(generate({"cpp", file}).out, writeCpp(groups(), hash()));
+    EXPECT_EQ(generate({"markdown", file, before}).out, "before\nlocal groups = {}\n" + writeMarkdown(groups()));
+    EXPECT_EQ(generate({"lua", file, before}).out, writeLua(groups(), "before\nlocal groups = {}\n"));
+}
+
+TEST(GeneratorProgram, SaysWhatIsWrong)
+{
+    const std::string file = SOURCE_FOLDER "/protocol/catalogue.toml";
+    const tests::TempDir directory;
+    const std::string broken = directory.path() / "broken.toml";
+    std::ofstream(broken) << "schema = 2\ngroup = []\n";
+
+    for (const std::vector<std::string>& wrong : {std::vector<std::string>{},
+                                                  {"cpp"},
+                                                  {"xml", file},
+                                                  {"cpp", file, broken},
+                                                  {"lua", file},
+                                                  {"markdown", file}}) {
+        const auto outcome = generate(wrong);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_THAT(outcome.err, HasSubstr("usage: catalogue-generator"));
+    }
+    struct Row {
+        std::vector<std::string> arguments;
+        int status;
+        const char* place;
+    };
+    const Row rows[] = {{{"cpp", broken}, 2, "broken.toml:1:10: "},
+                        {{"cpp", file + ".none"}, 1, "catalogue.toml.none"},
+                        {{"markdown", file, file + ".none"}, 1, "catalogue.toml.none"}};
+    for (const auto& [arguments, status, place] : rows) {
+        const auto outcome = generate(arguments);
+        EXPECT_EQ(outcome.status, status) << place;
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_THAT(outcome.err, HasSubstr(place));
+    }
 }
 
 }  // namespace
