@@ -53,6 +53,37 @@ TEST_F(CsvSourceTest, SpreadsheetsFilesAreRead)
     EXPECT_THAT(table.rows[0].values, ElementsAre(Pair("drawing-code", "a \"b\""), Pair("factory-serial", "SN;1")));
 }
 
+TEST_F(CsvSourceTest, CommasSeparateUnlessThereAreSemicolonsOnly)
+{
+    EXPECT_EQ(read("factory-serial,hu-serial\nSN;1,HU1\n").rows[0].values.at("factory-serial"), "SN;1");
+    EXPECT_EQ(read("factory-serial;hu-serial\nSN,1;HU1\n").rows[0].values.at("factory-serial"), "SN,1");
+    EXPECT_EQ(read("factory-serial\nSN;1\n").rows[0].values.at("factory-serial"), "SN;1");
+}
+
+TEST_F(CsvSourceTest, LinesOfBlanksAreSkippedAndCounted)
+{
+    const auto table = read(" \t\r\n\nfactory-serial\n \nSN1\n\t\nSN2");
+
+    ASSERT_EQ(table.rows.size(), 2u);
+    EXPECT_EQ(table.rows[0].line, 5u);
+    EXPECT_EQ(table.rows[1].line, 7u);
+}
+
+TEST_F(CsvSourceTest, ByteOrderMarkBeginsTheFileOnly)
+{
+    EXPECT_NE(errorOf("\n\xEF\xBB\xBF"
+                      "factory-serial\nSN1\n"),
+              "");
+}
+
+TEST_F(CsvSourceTest, LineMayHaveAMebibyte)
+{
+    const std::string blanks((1u << 20) - 3, ' ');
+
+    EXPECT_EQ(errorOf("factory-serial\n" + blanks + "SN1"), "");
+    EXPECT_THAT(errorOf("factory-serial\n" + blanks + "SN12\n"), testing::StartsWith(":2: expected a line of at most"));
+}
+
 TEST_F(CsvSourceTest, LastLineNeedsNoEnd)
 {
     EXPECT_EQ(read("factory-serial\nSN1").rows.size(), 1u);
@@ -94,6 +125,8 @@ INSTANTIATE_TEST_SUITE_P(
         Broken{"SameAddressInAnotherColumn",
                "carplay-mac,bluetooth-address\n001122334455,001122334456\n001122334457,00:11:22:33:44:55\n",
                ":3: bluetooth-address 001122334455 is already in line 2, as carplay-mac"},
+        Broken{"SameSerialInTwoRowsOfThree", "hu-serial\nHU1\nHU2\nHU1\n", ":4: hu-serial HU1 is already in line 2"},
+        Broken{"NamesOnlyWithoutLineEnd", "factory-serial", ":2: expected a row of values after the names"},
         Broken{"RowWithoutAUniqueValue", "factory-serial,drawing-code\n,D-42\n",
                ":2: expected a value of a unique record, such as factory-serial"},
         Broken{"UnclosedQuote", "factory-serial\n\"SN1\nSN2\n",

@@ -109,6 +109,95 @@ TEST_F(IdentityGuardTest, AddressThatNoDeviceHasIsSentOnlyOnDemand)
     EXPECT_EQ(peer.stored[0x12], "FFFFFFFFFFFF");
 }
 
+TEST_F(IdentityGuardTest, ValuesThatSeveralUnitsMayHaveNeedNoRegistry)
+{
+    registry = "/proc/none/registry.sqlite";
+
+    EXPECT_EQ(refusal("drawing-code", "D-1"), "");
+    EXPECT_EQ(refusal("hu-serial", "00000000"), "");
+    connection->send({0x0A, 0x14, {}});
+    EXPECT_EQ(peer.received, (std::vector<Frame>{{0x0A, 0x15, {'D', '-', '1'}},
+                                                 {0x0A, 0x13, {'0', '0', '0', '0', '0', '0', '0', '0'}},
+                                                 {0x0A, 0x14, {}}}));
+}
+
+TEST_F(IdentityGuardTest, ValueThatTheStationsRulesDoNotAllowIsNotSent)
+{
+    rules.patterns["hu-serial"] = std::make_shared<re2::RE2>("HU[0-9]");
+
+    EXPECT_THAT(refusal("hu-serial", "XU7"), HasSubstr("HU[0-9]"));
+    EXPECT_THAT(peer.received, IsEmpty());
+    EXPECT_EQ(refusal("hu-serial", "HU7"), "");
+}
+
+TEST_F(IdentityGuardTest, OfAUnitWithASerialNumberOnlyTheWrittenRecordIsRead)
+{
+    peer.stored[0x14] = "HU7";
+
+    send("carplay-mac", "001A7D000001");
+
+    std::vector<int> asked;
+    for (const Frame& frame : peer.received) {
+        asked.push_back(frame.cmdTwo);
+    }
+    EXPECT_THAT(asked, ElementsAre(0x14, 0x12, 0x11));
+    EXPECT_THAT(values(), ElementsAre("001A7D000001 sending", "HU7 seen"));
+}
+
+/// Asks for a record and waits for the answer.
+void ask(Connection& connection, const Record& record)
+{
+    connection.request(
+        {record.read->cmdOne, record.read->cmdTwo, {}}, [](const Frame&) { return true; }, 5s, true);
+}
+
+TEST_F(IdentityGuardTest, AnswerDecidesWhetherAValueHasArrived)
+{
+    struct Row {
+        const char* record;
+        const char* value;
+        const char* stored;
+        const char* state;
+    };
+    const Row rows[] = {
+        {"hu-serial", "HU1", "HU1", "HU1 verified"},
+        {"factory-serial", "SN2", "XX2", "SN2 sending"},
+        {"bluetooth-address", "001A7D000003", "", "001A7D000003 written"},
+        {"carplay-mac", "001A7D00000A", "001a7d00000a", "001A7D00000A verified"},
+    };
+    for (const auto& [name, value, stored, state] : rows) {
+        ScriptedUnit unit;
+        unit.store = [stored = std::string(stored)](const std::string&) { return stored; };
+        connect(unit);
+        send(name, value);
+        ask(*connection, require(all, name));
+        connection.reset();
+
+        EXPECT_THAT(values(), testing::Contains(state));
+    }
+}
+
+TEST_F(IdentityGuardTest, VerifiedValueStaysSoWhateverComesLater)
+{
+    send("hu-serial", "HU1");
+    ask(*connection, require(all, "hu-serial"));
+    peer.stored.clear();
+    ask(*connection, require(all, "hu-serial"));
+    connection.reset();
+
+    EXPECT_THAT(values(), ElementsAre("HU1 verified"));
+}
+
+TEST_F(IdentityGuardTest, OtherFramesDoNotVerifyAValue)
+{
+    send("hu-serial", "HU1");
+    peer.stored[0x16] = "HU1";
+    ask(*connection, require(all, "drawing-code"));
+    connection.reset();
+
+    EXPECT_THAT(values(), ElementsAre("HU1 written"));
+}
+
 TEST_F(IdentityGuardTest, NothingIsSentWithoutARegistry)
 {
     registry = "/proc/none/registry.sqlite";

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "protocol/Errors.h"
 #include "protocol/catalogue/Catalogue.h"
 
@@ -50,6 +52,60 @@ TEST_F(IdentityRecordTest, SerialsAndAddressesAreUniqueAndTheRestIsNot)
     }
     for (const char* name : {"production-date", "password-number", "drawing-code"}) {
         EXPECT_FALSE(require(all, name).unique) << name;
+    }
+}
+
+TEST_F(IdentityRecordTest, AddressesShareANameSpaceAndSerialsHaveTheirOwn)
+{
+    EXPECT_EQ(require(all, "carplay-mac").space, require(all, "bluetooth-address").space);
+    EXPECT_NE(require(all, "carplay-mac").space, require(all, "hu-serial").space);
+    EXPECT_NE(require(all, "factory-serial").space, require(all, "hu-serial").space);
+    EXPECT_EQ(require(all, "drawing-code").space, "");
+    EXPECT_TRUE(require(all, "bluetooth-address").isAddress());
+    EXPECT_FALSE(require(all, "hu-serial").isAddress());
+}
+
+TEST_F(IdentityRecordTest, RecordNeedsAWriterWithAParameterAndAReadBackWithAReply)
+{
+    using namespace protocol::catalogue;
+    static constexpr std::array kText{Field{.name = "value", .type = Type::kAscii, .maximum = 9}};
+    static constexpr std::array kFlag{Field{.name = "there", .type = Type::kU8, .maximum = 1}};
+    static constexpr std::array kReplies{Reply{0x8A, 0x01, {}, kText}, Reply{0x8A, 0x01, "none", {}}};
+    static constexpr std::array kFlags{Reply{0x8A, 0x02, {}, kFlag}};
+    static constexpr std::array kNothing{Reply{0x8A, 0x09, {}, {}}};
+    static constexpr std::array kCommands{
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x01, .key = "name", .replies = kReplies},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x02, .key = "flag", .replies = kFlags},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x03, .key = "silent"},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x09, .key = "empty", .replies = kNothing},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x04, .key = "write-name", .params = kText, .readBack = "identity.name"},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x05, .key = "write-flag", .params = kText, .readBack = "identity.flag"},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x06, .key = "write-more", .readBack = "identity.name"},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x07, .key = "write-lost", .params = kText},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x08, .key = "write-mute", .params = kText, .readBack = "identity.silent"},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x0A, .key = "rewrite-x", .params = kText, .readBack = "identity.name"},
+        Command{.cmdOne = 0x0A, .cmdTwo = 0x0B, .key = "write-empty", .params = kText, .readBack = "identity.empty"},
+    };
+    static constexpr std::array kGroups{Group{.code = 0x0A, .key = "identity", .commands = kCommands}};
+
+    std::vector<std::string> found;
+    for (const Record& record : records(kGroups)) {
+        found.push_back(std::string(record.name) + (record.presenceOnly ? " present" : "") +
+                        (record.unique ? " unique" : ""));
+    }
+
+    EXPECT_THAT(found, ElementsAre("name", "flag present", "empty"));
+    EXPECT_TRUE(records({}).empty());
+}
+
+TEST_F(IdentityRecordTest, NameUnlikeAllIsRefusedWithAllNames)
+{
+    EXPECT_EQ(find(all, "color"), nullptr);
+    try {
+        require(all, "color");
+        FAIL() << "there is such a record";
+    } catch (const protocol::UserError& error) {
+        EXPECT_THAT(error.what(), AllOf(HasSubstr("'color'"), HasSubstr("factory-serial, production-date, ")));
     }
 }
 

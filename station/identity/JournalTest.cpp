@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "protocol/catalogue/Catalogue.h"
+#include "tests/engine/FileSizeLimit.h"
 #include "tests/support/TempDir.h"
 
 namespace station::identity {
@@ -45,6 +46,49 @@ TEST_F(JournalTest, LineHasResultPortAndTime)
     EXPECT_EQ(line, nlohmann::json::parse(
                         R"({"schema":1,"port":"/dev/x","unit":"U1","record":"factory-serial","old":"SN1","new":"SN2",
                             "read":"SN2","result":"written"})"));
+}
+
+TEST_F(JournalTest, WaivedRulesAreNamed)
+{
+    Journal(path, "/dev/x").note("U1", {&all[0], {}, "SN2", {true, "SN2"}, Result::kWritten}, "--reissue: board");
+
+    EXPECT_EQ(lines().at(0)["waived"], "--reissue: board");
+}
+
+TEST_F(JournalTest, LineOfAnEndHasTheUnitAndTheReason)
+{
+    Journal(path, "/dev/x").noteEnd("U1", "the link failed");
+
+    auto line = lines().at(0);
+    line.erase("time");
+    EXPECT_EQ(line, nlohmann::json::parse(
+                        R"({"schema":1,"port":"/dev/x","unit":"U1","result":"ended","reason":"the link failed"})"));
+}
+
+TEST_F(JournalTest, FileThatIsNotOnADiskIsNoTrouble)
+{
+    Journal journal("/dev/null", "/dev/x");
+    journal.noteEnd("U1", "one");
+
+    EXPECT_EQ(journal.trouble(), "");
+}
+
+TEST_F(JournalTest, LineThatIsCutByAFullDiskIsTroubleAndDoesNotSpoilTheNext)
+{
+    Journal journal(path, "/dev/x");
+    {
+        const FileSizeLimit limit(5);
+        journal.noteEnd("U1", "first");
+    }
+    EXPECT_THAT(journal.trouble(), HasSubstr("journal.jsonl: cannot be written: No space left on device"));
+
+    journal.noteEnd("U1", "second");
+    std::ifstream in(path);
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line.size(), 5u);
+    std::getline(in, line);
+    EXPECT_EQ(nlohmann::json::parse(line)["reason"], "second");
 }
 
 TEST_F(JournalTest, MissingValueIsNull)

@@ -174,6 +174,84 @@ TEST_F(ProvisionTest, BluetoothAddressInTheUnitIsRefusedUnlessItIsTheUnitsOwnOrI
     EXPECT_THAT(write({wanted("bluetooth-address", "001A7DDA7113")}), ElementsAre(Result::kUnchanged));
 }
 
+TEST_F(ProvisionTest, EveryResultHasItsName)
+{
+    const std::pair<Result, const char*> rows[] = {
+        {Result::kWritten, "written"},        {Result::kPresent, "present"}, {Result::kUnchanged, "unchanged"},
+        {Result::kWouldWrite, "would-write"}, {Result::kRefused, "refused"}, {Result::kSkipped, "skipped"},
+        {Result::kMatches, "matches"},        {Result::kDiffers, "differs"}, {Result::kMissing, "missing"},
+    };
+    const Record& code = record("drawing-code");
+    for (const auto& [result, word] : rows) {
+        EXPECT_STREQ(name(result), word);
+        // One line each, which names the record and the value.
+        const std::string line = describe({&code, {true, "D-0"}, "D-1", {true, "D-2"}, result});
+        EXPECT_THAT(line, testing::AllOf(testing::StartsWith("drawing-code: "), HasSubstr("D-1")));
+    }
+    EXPECT_THAT(describe({&code, {}, "D-1", {}, Result::kMissing}), HasSubstr("nothing"));
+    EXPECT_THAT(describe({&record("bluetooth-address"), {true, ""}, "001A7D000001", {}, Result::kRefused}),
+                testing::AllOf(HasSubstr("cannot be read"), testing::Not(HasSubstr("controller"))));
+}
+
+TEST_F(ProvisionTest, EachResultIsReportedOnceInOrder)
+{
+    unit.enterTestMode();
+    peer.stored[0x03] = "SN1";
+    std::vector<std::string> reported;
+    const auto report = [&](const Done& done) {
+        reported.push_back(std::string(done.record->name) + " " + name(done.result));
+    };
+    const std::vector<Wanted> values{wanted("factory-serial", "SN1"), wanted("drawing-code", "D-2")};
+
+    const auto done = identity::write(unit, values, {}, report);
+    EXPECT_EQ(done[1].before.value, "");
+    EXPECT_EQ(done[1].after.value, "D-2");
+    EXPECT_THAT(reported, ElementsAre("factory-serial unchanged", "drawing-code written"));
+
+    reported.clear();
+    identity::verify(unit, values, report);
+    EXPECT_THAT(reported, ElementsAre("factory-serial matches", "drawing-code matches"));
+}
+
+TEST_F(ProvisionTest, FramesWithAWrongChecksumAreCountedWhenThereIsNoReply)
+{
+    unit.enterTestMode();
+    peer.before = [&](const Frame&) {
+        auto corrupt = wireBytes({0x8A, 0x03, {'S', 'N', '2'}});
+        corrupt.back() ^= 0x01;
+        peer.line.write(corrupt);
+        return false;
+    };
+
+    try {
+        unit.read(record("factory-serial"));
+        FAIL() << "it answered";
+    } catch (const NoAnswer& error) {
+        EXPECT_THAT(error.what(), HasSubstr("frames with a wrong checksum: "));
+        EXPECT_EQ(error.status(), protocol::kNoAnswer);
+    }
+}
+
+TEST_F(ProvisionTest, TestModeIsKeptOnlyAfterItWasEntered)
+{
+    unit.keepTestMode();
+    EXPECT_THAT(peer.received, testing::IsEmpty());
+
+    unit.enterTestMode();
+    peer.testMode = false;
+    unit.keepTestMode();
+    EXPECT_TRUE(peer.testMode);
+    const std::size_t before = peer.received.size();
+    unit.keepTestMode();
+    EXPECT_EQ(peer.received.size(), before + 1);
+
+    unit.restoreMode();
+    EXPECT_FALSE(peer.testMode);
+    const std::size_t after = peer.received.size();
+    unit.restoreMode();
+    EXPECT_EQ(peer.received.size(), after);
+}
+
 TEST_F(ProvisionTest, VerifyComparesEverythingAndWritesNothing)
 {
     unit.enterTestMode();

@@ -71,25 +71,12 @@ bool sameFile(const std::string& one, const std::string& other)
     return both ? one == other : inode(one) == inode(other);
 }
 
-/// @returns the mount option that keeps locks from other users of the file system; empty for none.
-std::string lockRefusedByMount(int descriptor)
+std::string lockRefusedFor(int descriptor)
 {
     struct stat file = {};
     fstat(descriptor, &file);
-    const std::string device = fmt::format(" {}:{} ", major(file.st_dev), minor(file.st_dev));
     std::ifstream mounts("/proc/self/mountinfo");
-    for (std::string line; std::getline(mounts, line);) {
-        if (line.find(device) == std::string::npos) {
-            continue;
-        }
-        const std::string options = "," + line.substr(line.rfind(' ') + 1) + ",";
-        for (const char* each : {"nolock", "nobrl", "local_lock=all", "local_lock=posix"}) {
-            if (options.find(fmt::format(",{},", each)) != std::string::npos) {
-                return each;
-            }
-        }
-    }
-    return {};
+    return lockRefusedByMount(mounts, file.st_dev);
 }
 
 /// The first byte for units, and the first byte on which locks are tried.
@@ -105,6 +92,23 @@ std::int64_t number(sqlite::Database& database, const char* sql)
 constexpr const char* kEvents = "SELECT max(id) FROM event";
 
 }  // namespace
+
+std::string lockRefusedByMount(std::istream& mounts, dev_t of)
+{
+    const std::string device = fmt::format(" {}:{} ", major(of), minor(of));
+    for (std::string line; std::getline(mounts, line);) {
+        if (line.find(device) == std::string::npos) {
+            continue;
+        }
+        const std::string options = "," + line.substr(line.rfind(' ') + 1) + ",";
+        for (const char* each : {"nolock", "nobrl", "local_lock=all", "local_lock=posix"}) {
+            if (options.find(fmt::format(",{},", each)) != std::string::npos) {
+                return each;
+            }
+        }
+    }
+    return {};
+}
 
 /// The file beside the database: how many events the registry had, and a byte for each unit that is worked on.
 class LockFile
@@ -136,7 +140,7 @@ private:
     void tryLocks() const
     {
         const SharedFile second(file_.path(), O_RDWR | O_CREAT, 0666);
-        std::string why = lockRefusedByMount(file_.descriptor());
+        std::string why = lockRefusedFor(file_.descriptor());
         // Another station may be trying the same byte.
         constexpr int kTries = 64;
         for (int i = 0; i < kTries && why.empty(); ++i) {
@@ -259,15 +263,9 @@ void RegistryFile::adopt(const std::function<void(const std::string&)>& note)
     trouble_.clear();
 }
 
-bool RegistryFile::lockUnit(UnitId unit)
+bool RegistryFile::lockUnit(UnitId unit) const
 {
-    if (locks_ != nullptr && std::ranges::find(locked_, unit) == locked_.end()) {
-        if (!locks_->lockUnit(unit)) {
-            return false;
-        }
-        locked_.push_back(unit);
-    }
-    return true;
+    return locks_ == nullptr || locks_->lockUnit(unit);
 }
 
 }  // namespace station::identity

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <istream>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "station/identity/Registry.h"
 #include "station/identity/Sqlite.h"
@@ -35,7 +37,7 @@ public:
 
     /// Locks a unit against other stations until this object's end.
     /// @returns false if another station has locked it
-    bool lockUnit(UnitId unit);
+    bool lockUnit(UnitId unit) const;
 
 private:
     void create();
@@ -44,9 +46,12 @@ private:
     const std::string path_;
     std::unique_ptr<LockFile> locks_;  // nullptr if it only looks
     std::optional<sqlite::Database> database_;
-    std::vector<UnitId> locked_;
     std::string uuid_;
     std::string trouble_;  // why it gives nothing
 };
+
+/// @param mounts as /proc/self/mountinfo has them
+/// @returns the mount option that keeps locks from other users of the device's file system; empty for none.
+std::string lockRefusedByMount(std::istream& mounts, dev_t device);
 
 }  // namespace station::identity

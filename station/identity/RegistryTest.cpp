@@ -469,7 +469,286 @@ TEST_F(RegistryTest, RangeGivesTheNextFreeValueAndTheUnitItsOwnAgain)
     EXPECT_THAT(refusal([&] { take({"U3"}); }), HasSubstr("all values from SN08X to SN10X have been given away"));
 }
 
+TEST_F(RegistryTest, RangeBeginsAgainAtItsLowestFreeValueAndPassesOtherTexts)
+{
+    const std::vector<ValueRange> ranges{parseRange(all, "hu-serial=HU{1..5}")};
+    const auto take = [&](const char* label) {
+        return open()->claim({}, ranges, {label}, false).row.values.at("hu-serial");
+    };
+    // Texts between those of the range that are not of it.
+    for (const char* other : {"HU1x", "HU2", "HU3x", "HU4x"}) {
+        send("hu-serial", other, {std::string("V") + other});
+    }
+
+    EXPECT_EQ(take("U1"), "HU3");
+    EXPECT_EQ(take("U2"), "HU4");
+    EXPECT_EQ(take("U3"), "HU5");
+    EXPECT_EQ(take("U4"), "HU1");
+    EXPECT_THAT(refusal([&] { take("U5"); }), HasSubstr("hu-serial: all values from HU1 to HU5 have been given away"));
+    EXPECT_EQ(take("U2"), "HU4");
+}
+
+TEST_F(RegistryTest, RangeOfOneValueIsGivenOnce)
+{
+    const std::vector<ValueRange> ranges{parseRange(all, "hu-serial=HU{1..1}")};
+
+    EXPECT_EQ(open()->claim({}, ranges, {"U1"}, false).row.values.at("hu-serial"), "HU1");
+    EXPECT_THAT(refusal([&] { open()->claim({}, ranges, {"U2"}, false); }), HasSubstr("from HU1 to HU1"));
+}
+
+TEST_F(RegistryTest, RangeLeavesTheValueThatTheUnitHolds)
+{
+    const std::vector<ValueRange> ranges{parseRange(all, "hu-serial=HU{1..9}")};
+
+    EXPECT_EQ(open()->claim({}, ranges, {"", {{"hu-serial", "HU7"}}}, false).row.values.at("hu-serial"), "HU7");
+    EXPECT_EQ(open()->claim({}, ranges, {"", {{"hu-serial", "OLD"}}}, false).row.values.at("hu-serial"), "HU8");
+}
+
+TEST_F(RegistryTest, RangeGivesNoAddressThatNoDeviceHas)
+{
+    const std::vector<ValueRange> lowest{parseMacBlock(all, "carplay-mac=000000000000/46")};
+    const std::vector<ValueRange> highest{parseMacBlock(all, "carplay-mac=FEFFFFFFFFFC/46")};
+
+    EXPECT_EQ(open()->claim({}, lowest, {"U1"}, false).row.values.at("carplay-mac"), "000000000001");
+    EXPECT_EQ(open()->claim({}, highest, {"U2"}, false).row.values.at("carplay-mac"), "FEFFFFFFFFFC");
+}
+
+TEST_F(RegistryTest, ClaimSaysWhetherTheUnitHadItsValuesBefore)
+{
+    const std::vector<ValueRange> ranges{parseRange(all, "hu-serial=HU{1..9}")};
+    const auto again = [&] { return open()->claim({}, ranges, {"U1"}, false).again; };
+
+    EXPECT_FALSE(again());
+    EXPECT_TRUE(again());
+}
+
+TEST_F(RegistryTest, DryRunOfAClaimReservesNothing)
+{
+    const auto grant = open()->claim({{"hu-serial", "HU7"}, {"drawing-code", "D"}}, {}, {"U1"}, true);
+
+    EXPECT_EQ(grant.name, "U1");
+    EXPECT_EQ(grant.row.values.at("drawing-code"), "D");
+    EXPECT_THAT(states(), IsEmpty());
+}
+
+TEST_F(RegistryTest, DryRunOfARowReservesNothing)
+{
+    EXPECT_EQ(reserve({"U1"}, {}, true).row.line, 2u);
+
+    EXPECT_THAT(states(), IsEmpty());
+    EXPECT_FALSE(std::filesystem::exists(csv + ".ledger"));
+}
+
+TEST_F(RegistryTest, SwappedUnitIsRefusedEvenIfItIsKnown)
+{
+    const auto first = open()->send(record("hu-serial"), "HU1", {"U1"}, {}).first;
+    send("hu-serial", "HU2", {"U2"});
+
+    EXPECT_THAT(refusal([&] {
+                    open()->send(record("carplay-mac"), "001A7D000001", {"", {{"hu-serial", "HU2"}}}, first);
+                }),
+                HasSubstr("expected unit U1 on the line, as before, got unit U2"));
+    const auto same = open()->send(record("carplay-mac"), "001A7D000001", {"", {{"hu-serial", "HU1"}}}, first);
+    EXPECT_EQ(same, (std::pair<UnitId, bool>{first, true}));
+}
+
+TEST_F(RegistryTest, ValueThatWasWrittenStaysSoWhenItIsSentAgain)
+{
+    for (const auto& [value, state] : {std::pair{"HU1", State::kWritten}, {"HU2", State::kVerified}}) {
+        const UnitOnLine unit{std::string("U") + value};
+        const UnitId id = open()->send(record("hu-serial"), value, unit, {}).first;
+        open()->conclude(id, std::vector<Registry::Arrival>{{&record("hu-serial"), value, state}});
+
+        open()->send(record("hu-serial"), value, {unit.label, {}, true}, id);
+
+        EXPECT_EQ(states().at(value), name(state));
+    }
+}
+
+TEST_F(RegistryTest, ArrivalOfAValueThatTheUnitWasNotGivenIsNotNoted)
+{
+    send("hu-serial", "HU1", {"U1"});
+    const UnitId other = open()->send(record("hu-serial"), "HU2", {"U2"}, {}).first;
+    send("hu-serial", "HU3", {"", {{"hu-serial", "HU3"}}});
+
+    open()->conclude(other, std::vector<Registry::Arrival>{{&record("hu-serial"), "HU1", State::kVerified},
+                                                           {&record("hu-serial"), "HU3", State::kVerified},
+                                                           {&record("hu-serial"), "HU9", State::kVerified}});
+
+    EXPECT_EQ(states(), (std::map<std::string, std::string>{{"HU1", "sending"}, {"HU2", "sending"}, {"HU3", "seen"}}));
+}
+
+TEST_F(RegistryTest, EntryHasItsHistory)
+{
+    const UnitId unit = open()->send(record("hu-serial"), "HU1", {"U1"}, {}).first;
+    open()->conclude(unit, std::vector<Registry::Arrival>{{&record("hu-serial"), "HU1", State::kVerified}});
+    open()->send(record("hu-serial"), "HU1", {"", {}, false, "board replaced"}, {});
+    std::vector<Registry::Entry> entries;
+
+    open(Registry::Access::kLook)->list([&](const Registry::Entry& entry) { entries.push_back(entry); }, "HU1");
+
+    ASSERT_EQ(entries.size(), 1u);
+    const Registry::Entry& entry = entries[0];
+    EXPECT_EQ(entry.space, record("hu-serial").space);
+    EXPECT_EQ(entry.value + " " + entry.record + " " + entry.unit + " " + name(entry.state),
+              "HU1 hu-serial U1 verified");
+    EXPECT_THAT(entry.time, testing::MatchesRegex("20..-..-..T..:..:..[.]......Z"));
+    EXPECT_EQ(entry.reason, "");
+    std::vector<std::string> events;
+    for (const auto& event : entry.events) {
+        EXPECT_THAT(event.time, testing::MatchesRegex("20..-..-..T..:..:..[.]......Z"));
+        events.push_back(event.event + "," + event.unit + "," + event.reason);
+    }
+    EXPECT_THAT(events, ElementsAre("sending,U1,", "verified,U1,", "reissued,#2,board replaced"));
+}
+
+TEST_F(RegistryTest, ListHasNoHistoryAndOnlyTheAskedValue)
+{
+    send("hu-serial", "HU1", {"U1"});
+    send("hu-serial", "HU2", {"U2"});
+    std::size_t entries = 0;
+    const auto count = [&](const Registry::Entry& entry) {
+        ++entries;
+        EXPECT_TRUE(entry.events.empty() || entry.value == "HU2");
+    };
+    open(Registry::Access::kLook)->list(count);
+    EXPECT_EQ(entries, 2u);
+
+    open(Registry::Access::kLook)->list(count, "HU2");
+    open(Registry::Access::kLook)->list(count, "HU3");
+    EXPECT_EQ(entries, 3u);
+}
+
+TEST_F(RegistryTest, BlockedValueIsListedOnceInEachNameSpaceWithItsReason)
+{
+    open()->block("00:1a:7d:00:00:01", "scrapped");
+    open()->block("00:1a:7d:00:00:01", "scrapped for good");
+    std::vector<std::string> listed;
+
+    open(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {
+        listed.push_back(entry.value + "|" + entry.record + "|" + entry.unit + "|" + name(entry.state) + "|" +
+                         entry.reason);
+    });
+
+    // As an address, as a factory serial, and as a serial of the head unit.
+    EXPECT_THAT(listed, testing::UnorderedElementsAre("001A7D000001|||blocked|scrapped for good",
+                                                      "00:1a:7d:00:00:01|||blocked|scrapped for good",
+                                                      "00:1a:7d:00:00:01|||blocked|scrapped for good"));
+    EXPECT_THAT(refusal([&] { send("bluetooth-address", "001A7D000001", {"U1"}); }), HasSubstr("scrapped for good"));
+}
+
+TEST_F(RegistryTest, WhatCannotBeAValueIsNotBlocked)
+{
+    EXPECT_THAT(refusal([&] { open()->block("", ""); }), HasSubstr("expected a value of a unique record, got ''"));
+    open()->block("HU1", "");
+    EXPECT_THAT(refusal([&] { send("hu-serial", "HU1", {"U1"}); }), testing::EndsWith("hu-serial HU1 is blocked"));
+}
+
+TEST_F(RegistryTest, UnitIsNamedByItsLabelElseByItsSerialElseByItsNumber)
+{
+    const auto nameFor = [&](const UnitOnLine& unit, const Values& values) {
+        return open()->claim(values, {}, unit, false).name;
+    };
+    EXPECT_EQ(nameFor({}, {{"carplay-mac", "001A7D000001"}}), "#1");
+    EXPECT_EQ(nameFor({"U2"}, {{"carplay-mac", "001A7D000002"}}), "U2");
+    EXPECT_EQ(nameFor({}, {{"factory-serial", "SN3"}}), "SN3");
+    EXPECT_EQ(nameFor({}, {{"factory-serial", "SN4"}, {"hu-serial", "HU4"}}), "HU4");
+}
+
+TEST_F(RegistryTest, UnitWithoutALabelGetsTheOneWithWhichItComesNext)
+{
+    send("hu-serial", "HU1", {});
+    const UnitOnLine held{"U1", {{"hu-serial", "HU1"}}};
+
+    EXPECT_EQ(open()->claim({}, {}, held, false).name, "U1");
+    EXPECT_THAT(refusal([&] {
+                    open()->claim({}, {}, {"U2", held.held}, false);
+                }),
+                HasSubstr("this is not unit U2: it holds hu-serial HU1, which belongs to unit U1"));
+}
+
+TEST_F(RegistryTest, CopiedAddressDoesNotMakeAUnitAnother)
+{
+    const UnitOnLine first{"", {{"hu-serial", "HU1"}, {"carplay-mac", "001A7D000001"}}};
+    send("hu-serial", "HU1", {});
+    open()->send(record("carplay-mac"), "001A7D000001", {"", {{"hu-serial", "HU1"}}}, {});
+
+    // Another serial number, and the address of the first unit.
+    const auto copy = open()->claim({}, {}, {"", {{"hu-serial", "HU2"}, {"carplay-mac", "001A7D000001"}}}, false);
+    EXPECT_EQ(copy.name, "HU2");
+    EXPECT_EQ(open()->claim({}, {}, first, false).name, "HU1");
+    // Without a serial number, the address tells.
+    EXPECT_EQ(open()->claim({}, {}, {"", {{"carplay-mac", "001A7D000001"}}}, false).name, "HU1");
+}
+
 // Ledgers from before there was a registry.
+
+TEST_F(RegistryTest, LedgersBySerialAddToTheUnitThatHasTheSerial)
+{
+    send("factory-serial", "SN1", {"U1"});
+    ledger(R"({"event":"reserved","unit":"SN1","by":"serial","held":"SN1","values":{"carplay-mac":"001122334455"}})"
+           "\n"
+           R"({"event":"reserved","unit":"SN9","by":"serial","held":"OLD","values":{"carplay-mac":"001122334459"}})"
+           "\n");
+
+    EXPECT_EQ(open()->importLedger(csv + ".ledger"), 2u);
+
+    std::map<std::string, std::string> found;
+    open(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {
+        found[entry.value] = entry.unit + " " + name(entry.state);
+    });
+    EXPECT_EQ(found["001122334455"], "U1 sending");
+    EXPECT_EQ(found["001122334459"].substr(found["001122334459"].find(' ')), " sending");
+    EXPECT_EQ(found["SN1"], "U1 sending");
+    EXPECT_TRUE(found["SN9"].ends_with(" seen"));
+    EXPECT_TRUE(found["OLD"].ends_with(" seen"));
+    EXPECT_EQ(found["OLD"], found["SN9"]);
+}
+
+TEST_F(RegistryTest, LedgerWhoseUnitHasItsValuesTurnsSendingIntoWritten)
+{
+    ledger(kReservedU1);
+    open()->importLedger(csv + ".ledger");
+    EXPECT_EQ(states().at("SN1"), "sending");
+
+    const std::string other = directory.path() / "other.csv.ledger";
+    std::ofstream(other) << kReservedU1 << "\n"
+                         << R"({"event":"verified","unit":"U1","by":"label"})"
+                         << "\n";
+    EXPECT_EQ(open()->importLedger(other), 0u);
+
+    EXPECT_EQ(states().at("SN1"), "written");
+}
+
+TEST_F(RegistryTest, ValueThatWasGivenTwiceIsNamedWithItsUnit)
+{
+    send("hu-serial", "HU2", {"U2"});
+    ledger(std::string(kReservedU1) + "\n" +
+           R"({"event":"reserved","unit":"U2","by":"label","values":{"factory-serial":"SN1"}})" + "\n");
+    const auto registry = open();
+
+    registry->importLedger(csv + ".ledger");
+
+    EXPECT_THAT(registry->givenTwice(), ElementsAre("factory-serial SN1, which unit U1 has"));
+    std::vector<std::string> events;
+    registry->list(
+        [&](const Registry::Entry& entry) {
+            for (const auto& event : entry.events) {
+                events.push_back(event.event + "," + event.unit + "," + event.reason);
+            }
+        },
+        "SN1");
+    EXPECT_THAT(events, ElementsAre("sending,U1,imported", "given-twice,U2,imported from a ledger"));
+}
+
+TEST_F(RegistryTest, RowOfALabelIsFoundInALedgerThatWasNotImported)
+{
+    ledger(kReservedU1);
+
+    EXPECT_EQ(open(Registry::Access::kLook)->rowOf(table, "U1")->line, 2u);
+    EXPECT_FALSE(open(Registry::Access::kLook)->rowOf(table, "U2"));
+    EXPECT_FALSE(open(Registry::Access::kLook)->rowOf(table, ""));
+}
 
 TEST_F(RegistryTest, LedgerIsImportedAndNamesItsRegistry)
 {
@@ -525,6 +804,8 @@ TEST_F(RegistryTest, EmptyLedgerIsImportedAndAMissingOneIsNotMade)
 TEST_F(RegistryTest, ValuesOfAFileThatUnitsHaveAreImported)
 {
     EXPECT_EQ(open()->importTable(table), 4u);
+    EXPECT_EQ(open()->importTable(table), 0u);
+    EXPECT_EQ(states().at("SN1"), "written");
 
     EXPECT_THAT(refusal({"U1"}), HasSubstr("all 2 rows have been given away"));
 }
@@ -541,10 +822,18 @@ TEST_F(RegistryTest, CopyOfARegistryGivesNothingUntilItIsAdopted)
     EXPECT_THAT(error([&] { reserve({"U2"}); }),
                 AllOf(HasSubstr("copy.sqlite: this is a copy of registry"), HasSubstr("adopt")));
     EXPECT_THAT(error([&] { send("hu-serial", "HU1", {}); }), HasSubstr("this is a copy"));
+    EXPECT_THAT(error([&] { open()->claim({}, {}, {"U2"}, false); }), HasSubstr("this is a copy"));
+    EXPECT_THAT(error([&] { open()->block("HU1", ""); }), HasSubstr("this is a copy"));
+    EXPECT_THAT(error([&] { open()->importTable(table); }), HasSubstr("this is a copy"));
+    EXPECT_THAT(error([&] { open()->importLedger(csv + ".ledger"); }), HasSubstr("this is a copy"));
     EXPECT_EQ(states().at("SN1"), "reserved");
 
     open()->adopt();
     EXPECT_EQ(serialFor({"U2"}), "SN2");
+    auto events = sqlite::Database(path, SQLITE_OPEN_READONLY, nullptr);
+    auto adopted = events.prepare("SELECT reason FROM event WHERE event = 'adopted'");
+    ASSERT_TRUE(adopted.step());
+    EXPECT_THAT(adopted.text(0), HasSubstr("this is a copy of registry"));
 }
 
 TEST_F(RegistryTest, BackupInTheOriginalsPlaceGivesNothing)
