@@ -18,20 +18,17 @@ void CloseDescriptors(GDBusMessage* pMessage)
     GUnixFDList* const pList = g_dbus_message_get_unix_fd_list(pMessage);
     if (pList == nullptr)
         return;
-    gint nCount = 0;
-    gint* const pDescriptors = g_unix_fd_list_steal_fds(pList, &nCount);
-    for (gint i = 0; i < nCount; ++i)
-        close(pDescriptors[i]);
-    g_free(pDescriptors);
+    g_autofree gint* pDescriptors = g_unix_fd_list_steal_fds(pList, nullptr);
+    for (const gint* p = pDescriptors; *p != -1; ++p)
+        close(*p);
 }
 
 void Refuse(GDBusConnection* pConnection, GDBusMessage* pCall, const char* pError, const char* pReason)
 {
     if ((g_dbus_message_get_flags(pCall) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) != 0)
         return;
-    GDBusMessage* const pReply = g_dbus_message_new_method_error_literal(pCall, pError, pReason);
+    g_autoptr(GDBusMessage) pReply = g_dbus_message_new_method_error_literal(pCall, pError, pReason);
     g_dbus_connection_send_message(pConnection, pReply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-    g_object_unref(pReply);
 }
 
 /// Is ready when its connection has closed.
@@ -117,7 +114,7 @@ void BusCalls::CountUntilServed()
 {
     ++m_nWaiting;
     // The loop serves sources of one priority in the order of their arrival: this one, then GDBus's own.
-    GSource* const pSource = g_idle_source_new();
+    g_autoptr(GSource) pSource = g_idle_source_new();
     g_source_set_priority(pSource, G_PRIORITY_DEFAULT);
     g_source_set_callback(
         pSource,
@@ -127,7 +124,6 @@ void BusCalls::CountUntilServed()
         },
         this, nullptr);
     g_source_attach(pSource, nullptr);
-    g_source_unref(pSource);
 }
 
 void CloseSocketWith(GDBusConnection* pConnection, void (*pOnClosed)())

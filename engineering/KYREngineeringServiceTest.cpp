@@ -1,20 +1,30 @@
-// The three entry points, the bring-up and the start actions, on the simulated head unit and without a bus.
+// The three entry points, the bring-up and the start actions, on the simulated head unit, while another process has the
+// name on the bus.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <memory>
+#include <thread>
 
 #include "KYRAudio.h"
+#include "KYRDeviceApp.h"
+#include "KYRLocation.h"
 #include "KYRMediaPlayer.h"
 #include "KYRServiceFw.h"
+#include "KYRTuner.h"
+#include "KYRWifi.h"
 #include "engineering/KYREngineeringService_IPC.h"
 #include "engineering/KYREngineeringService_Server.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
 #include "engineering/base/KYRSingleton.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/runtime/Root.h"
+#include "tests/support/BusClient.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/PrivateBus.h"
 #include "tests/support/RecordedWire.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Text.h"
@@ -32,21 +42,40 @@ using testing::Not;
 struct Host {
     Host()
     {
-        setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+        setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
+        auto other = std::make_unique<tests::BusClient>(bus.address());
+        EXPECT_TRUE(other->own(kBusName));
         runtime::setRoot(root.path().string());
         runtime::makeHeadUnitDirectories(root.path().string());
         unit.install();
+        KYRServiceFw_Args args;
+        KYR_ServiceFw_Init(args);
+        EXPECT_TRUE(log.waitFor("INFO engineering: nameLostCB"));
+        firstStart = log.lines();
+        KYR_ServiceFw_Deinit();
+        other.reset();
+        EXPECT_TRUE(client.waitForOwner(kBusName, false));
     }
 
+    static constexpr const char* kBusName = "com.zent.linux.engineering";
+
+    LogRecorder log;
+    tests::PrivateBus bus;
+    tests::BusClient client{bus.address()};
     tests::TempDir root;
     bench::HeadUnit unit;
     RecordedWire station;
+    std::vector<std::string> firstStart;  // log lines
 };
 
 class EntryPointTest : public testing::Test
 {
 public:
-    EntryPointTest() { host(); }
+    EntryPointTest()
+    {
+        host();
+        log.clear();
+    }
     ~EntryPointTest() override
     {
         KYR_ServiceFw_Deinit();
@@ -86,6 +115,61 @@ public:
 
     LogRecorder log;
 };
+
+TEST_F(EntryPointTest, TheFirstStartLogsItsStepsInTheirOrder)
+{
+    // The D-Bus thread logs these, at any moment.
+    const std::vector<std::string> onTheBus = {
+        "INFO engineering: bus_acquired_cb call.",
+        "INFO engineering: nameLostCB call, Acquired bus name: com.zent.linux.engineering.",
+    };
+    std::vector<std::string> steps = host().firstStart;
+    EXPECT_THAT(steps, testing::IsSupersetOf(onTheBus));
+    std::erase_if(steps, [&](const std::string& line) { return std::ranges::find(onTheBus, line) != onTheBus.end(); });
+
+    EXPECT_THAT(steps,
+                ElementsAre("INFO ModuleProcessInitBegin---- ", "DEBUG Start AppMgr Service Success.",
+                            "INFO KYREngineeringService_IPC()", "INFO Init()", "INFO InitDbusConnect()",
+                            "INFO [rkb] UARTManage::UARTManage() created!!!", "INFO Init()",
+                            "INFO UARTManage() m_bIsCPTest = 0", "DEBUG KYRAutoTest(), Created!",
+                            "INFO InitPowerService m_PowerService->AddListener()",
+                            "INFO InitAudioService(), AddListener", "INFO InitTunerService(), AddListener",
+                            "INFO EngineeringServiceReady---- m_bDbusInit = 1, m_bUartMgrInit = 1,m_AppMgrInit = 1",
+                            "INFO InitInstance()", "INFO - End"));
+}
+
+TEST_F(EntryPointTest, AServiceThatLostItsNameRefusesCalls)
+{
+    // The process shares its connection with the bridge.
+    GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+
+    EXPECT_EQ(host().client.callWithDescriptors(g_dbus_connection_get_unique_name(connection), 0),
+              "org.freedesktop.DBus.Error.ServiceUnknown");
+
+    EXPECT_EQ(g_dbus_connection_get_exit_on_close(connection), FALSE);
+    g_object_unref(connection);
+}
+
+TEST_F(EntryPointTest, TheModuleHasBegunBeforeTheLogSaysSo)
+{
+    std::vector<std::string> linesAtBegin = {"none"};
+    const int observer = host().unit.calls().additions().add([&](const bench::Call& call) {
+        if (call.op == "NotifyModuleInitBegin")
+            linesAtBegin = log.lines();
+    });
+
+    init();
+
+    host().unit.calls().additions().remove(observer);
+    EXPECT_THAT(linesAtBegin, IsEmpty());
+}
+
+TEST_F(EntryPointTest, ExecLogsItsNameAndStays)
+{
+    std::thread(KYR_ServiceFw_Exec).detach();
+
+    EXPECT_TRUE(log.waitFor("INFO KYR_ServiceFw_Exec()"));
+}
 
 TEST_F(EntryPointTest, InitReportsTheModuleAndRegistersTheStartActionsInOrder)
 {
@@ -168,7 +252,7 @@ TEST_F(EntryPointTest, DeinitReleasesTheServerAloneAndTheStationIsStillAnswered)
     EXPECT_THAT(host().station.replies(), ElementsAre("8F FF [00]"));
 }
 
-TEST_F(EntryPointTest, WithoutABusTheStationIsAnswered)
+TEST_F(EntryPointTest, WithoutItsNameOnTheBusTheStationIsAnswered)
 {
     init();
     host().station.clear();
@@ -199,11 +283,12 @@ TEST_F(EntryPointTest, TheForwardersDoWhatTheyName)
 
     KYREngineeringService_Server::AsyncConnectService(server);
 
-    // Beside it the D-Bus thread may log the end of its search for a bus.
-    EXPECT_THAT(log.lines(), Contains("DEBUG Start AppMgr Service Success.").Times(1));
+    KYREngineeringService_Server::AsyncStartDBus(server);
     EXPECT_EQ(server->InitInstance(), 1);
     EXPECT_EQ(server->ExitInstance(), 1);
-    EXPECT_THAT(log.lines(), Contains("INFO ExitInstance()"));
+
+    EXPECT_THAT(log.lines(), ElementsAre("DEBUG Start AppMgr Service Success.", "INFO Init()", "INFO InitDbusConnect()",
+                                         "INFO InitInstance()", "INFO ExitInstance()"));
 }
 
 struct StartCase {
@@ -265,6 +350,36 @@ TEST_F(EntryPointTest, AStartedServiceKeepsItsFlagAndOnlyAudiosIsMadeOne)
 
     KYR_GetAudioService()->m_nStarted = 0;
     KYR_GetMediaPlayer()->m_nStarted = 0;
+}
+
+TEST_F(EntryPointTest, AStartActionStartsItsOwnServiceUnlessItIsStarted)
+{
+    const std::pair<ServiceModule, std::atomic<int>*> services[] = {
+        {MODULE_AUDIO, &KYR_GetAudioService()->m_nStarted},
+        {MODULE_TUNER, &KYR_GetTunerService()->m_nStarted},
+        {MODULE_MEDIA_PLAYER, &KYR_GetMediaPlayer()->m_nStarted},
+        {MODULE_LOCATION, &KYR_GetLocationService()->m_nStarted},
+        {MODULE_WIFI, &KYR_GetWifiService()->m_nStarted},
+        {MODULE_DEVICE_APP, &KYR_GetDeviceAppProxy()->m_nStarted},
+    };
+    const auto setAll = [&](int value) {
+        for (const auto& service : services)
+            *service.second = value;
+    };
+    for (const auto& [module, started] : services) {
+        setAll(0);
+        EXPECT_EQ(KYREngineeringService_Server::StartServiceAction(module), 1);
+        int sum = 0;
+        for (const auto& service : services)
+            sum += *service.second;
+        EXPECT_EQ(*started, 1) << module;
+        EXPECT_EQ(sum, 1) << module;
+
+        *started = 7;
+        KYREngineeringService_Server::StartServiceAction(module);
+        EXPECT_EQ(*started, 7) << module;
+    }
+    setAll(0);
 }
 
 TEST(MediaPlayerInterface, APlayerThatKeepsTheDefaultStartIsStarted)

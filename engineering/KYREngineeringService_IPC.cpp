@@ -128,7 +128,7 @@ void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
                      nullptr);
     pSkeleton = skeleton;
 
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     if (g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(skeleton), connection, BusCalls::kObjectPath,
                                          &error)) {
         // Only now: a counted signal must also leave.
@@ -138,7 +138,6 @@ void busAcquiredCB(GDBusConnection* connection, const gchar*, gpointer)
         return;
     }
     KYR_LOG_ERROR("Error: Failed to export object. Reason: %s.", error->message);
-    g_error_free(error);
     g_main_loop_quit(pLoop);
 }
 
@@ -157,7 +156,7 @@ void LeaveBus()
         return g_nOwnerId;
     }();
     g_bus_unown_name(nOwnerId);
-    for (int nCount = 0; nCount < BusCalls::kMostWaiting && g_main_context_iteration(nullptr, FALSE); ++nCount) {
+    while (g_main_context_iteration(nullptr, FALSE)) {
     }
 }
 
@@ -181,8 +180,7 @@ KYREngineeringService_IPC::~KYREngineeringService_IPC() = default;
 int KYREngineeringService_IPC::Init()
 {
     KYR_LOG_INFO("%s()", __func__);
-    InitDbusConnect();
-    return 1;
+    return InitDbusConnect();
 }
 
 int KYREngineeringService_IPC::InitDbusConnect()
@@ -227,7 +225,7 @@ void* DbusThreadCallBack(void* pArgument)
 
 bool gvariant_data_extract(std::span<unsigned char> buffer, GVariant* variant)
 {
-    GVariant* const inner = g_variant_get_variant(variant);
+    g_autoptr(GVariant) inner = g_variant_get_variant(variant);
     const bool bIsByteArray = g_variant_is_of_type(inner, G_VARIANT_TYPE_BYTESTRING);
     if (bIsByteArray) {
         gsize count = 0;
@@ -235,6 +233,5 @@ bool gvariant_data_extract(std::span<unsigned char> buffer, GVariant* variant)
             static_cast<const unsigned char*>(g_variant_get_fixed_array(inner, &count, sizeof(guchar)));
         std::copy_n(bytes, std::min(count, buffer.size()), buffer.begin());
     }
-    g_variant_unref(inner);
     return bIsByteArray;
 }

@@ -5,6 +5,7 @@
 #include <gio/gunixfdlist.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 #include "engineering/BusConnection.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
@@ -32,6 +34,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
@@ -43,17 +46,21 @@ struct Bridge {
         runtime::setRoot(root.path().string());
         runtime::makeHeadUnitDirectories(root.path().string());
         unit.install();
-        KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init();
+        EXPECT_EQ(KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init(), 1);
+        EXPECT_TRUE(log.waitFor(kNameAcquired));
+        firstStart = log.lines();
         KYRSingleton<KYRUARTManage>::GetInstance();
-        EXPECT_TRUE(
-            log.waitFor("INFO [rkb]engineering: nameAcquiredCB , Acquired bus name: com.zent.linux.engineering."));
     }
+
+    static constexpr const char* kNameAcquired =
+        "INFO [rkb]engineering: nameAcquiredCB , Acquired bus name: com.zent.linux.engineering.";
 
     LogRecorder log;
     tests::PrivateBus bus;
     tests::TempDir root;
     bench::HeadUnit unit;
     RecordedWire station;
+    std::vector<std::string> firstStart;  // log lines
 };
 
 class BridgeTest : public testing::Test
@@ -76,6 +83,13 @@ public:
     LogRecorder log;
     tests::BusClient client;
 };
+
+TEST_F(BridgeTest, TheStartLogsItsStepsInTheirOrder)
+{
+    EXPECT_THAT(bridge().firstStart,
+                ElementsAre("INFO KYREngineeringService_IPC()", "INFO Init()", "INFO InitDbusConnect()",
+                            "INFO engineering: bus_acquired_cb call.", Bridge::kNameAcquired));
+}
 
 TEST_F(BridgeTest, EveryEmitFunctionSendsItsSignal)
 {
@@ -314,6 +328,15 @@ TEST_F(BridgeTest, UartSendDataSendsTheFirstBytesAndFillsUpWithZeroes)
     }
 }
 
+TEST_F(BridgeTest, UartSendDataLeavesItsLineInTheLog)
+{
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 0x1F, <[byte 1, 2, 3]>, uint16 2)"), "()");
+
+    EXPECT_TRUE(bridge().station.waitForFrames(1));
+    EXPECT_THAT(log.lines(), ElementsAre("DEBUG [rkb] callback_send_uart_data, arg_cmd_one = 8e, arg_cmd_two = 1f, "
+                                         "arg_param_size = 2"));
+}
+
 TEST_F(BridgeTest, UartSendDataTakes20BytesAndRefusesMoreWithSuccessAndAnErrorLine)
 {
     const std::string strTwentyOne = "<[byte 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21]>";
@@ -361,6 +384,23 @@ TEST_F(BridgeTest, CallsBeyond256UnderWayAreRefusedAtOnceAndTheOthersServed)
     EXPECT_TRUE(others.waitForAll());
     EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 2)"), "()");
     EXPECT_TRUE(bridge().station.waitForFrames(BusCalls::kMostWaiting + 2));
+    EXPECT_THAT(replies(), Not(Contains("83 05 [01]"))) << "the call that was refused";
+}
+
+TEST_F(BridgeTest, ACallThatIsServedMakesRoomAtOnce)
+{
+    bridge().station.hold();
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 0)"), "()");
+    for (int count = 0; count < BusCalls::kMostWaiting; ++count)
+        callWithoutReply(client.connection());
+    EXPECT_EQ(client.pingEngineering(), kLimitsExceeded);
+
+    bridge().station.hold(100);
+    EXPECT_TRUE(bridge().station.waitForFrames(100));
+
+    EXPECT_EQ(client.pingEngineering(), "()");
+    bridge().station.release();
+    EXPECT_TRUE(bridge().station.waitForFrames(BusCalls::kMostWaiting + 1));
 }
 
 TEST_F(BridgeTest, CallsWithoutAWaitingCallerAreCountedToo)
@@ -423,14 +463,17 @@ TEST_F(BridgeTest, TracksAndKeysReachTheStation)
 
 TEST_F(BridgeTest, AnExceptionEndsItsCallAloneWhichWasAnswered)
 {
-    bridge().station.throwOnNextSend("the line is on fire");
-
+    bridge().station.throwOnNextSend(std::runtime_error("the line is on fire"));
+    EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 7)"), "()");
+    EXPECT_TRUE(log.waitFor("ERROR "));
+    bridge().station.throwOnNextSend(7);
     EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 7)"), "()");
     EXPECT_EQ(client.callEngineering("auto_test_set_track_index", "(byte 1, byte 8)"), "()");
 
     ASSERT_TRUE(bridge().station.waitForFrames(1));
     EXPECT_THAT(replies(), ElementsAre("83 05 [08]"));
-    EXPECT_THAT(log.errors(), ElementsAre("ERROR D-Bus method call ended by an exception: the line is on fire"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR D-Bus method call ended by an exception: the line is on fire",
+                                          "ERROR D-Bus method call ended by an unknown exception"));
 }
 
 TEST_F(BridgeTest, AMethodThatTheInterfaceLacksAndWrongTypesAreRefusedByTheBusLibrary)
@@ -445,14 +488,23 @@ TEST_F(BridgeTest, ABusThatStandsStillCostsAMomentAndThenNothing)
     const std::vector<unsigned char> params(200, 0x55);
     bridge().bus.stop();
 
+    std::chrono::steady_clock::duration slowest{};
     const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 20'000; ++i)
+    for (int i = 0; i < 20'000; ++i) {
+        const auto before = std::chrono::steady_clock::now();
         emit_uart_data_changed_signal(0x0C, 0x01, params.data(), 200);
+        slowest = std::max(slowest, std::chrono::steady_clock::now() - before);
+    }
     const auto took = std::chrono::steady_clock::now() - start;
 
     bridge().bus.cont();
     EXPECT_LT(took, std::chrono::seconds(5));
     EXPECT_THAT(log.lines(), Contains("WARN D-Bus takes no signals, they are dropped until it does"));
+
+    // Including the time for the frame itself, the station waits less than a tenth of a second.
+    EXPECT_LT(BusBacklog::kPatience, std::chrono::milliseconds(100));
+    EXPECT_GE(slowest, BusBacklog::kPatience);
+    EXPECT_LT(slowest, 5 * BusBacklog::kPatience);
 
     // Without any further step the bus reads signals again.
     const auto signals = client.waitForSignals(BusBacklog::kLimit);
@@ -463,6 +515,20 @@ TEST_F(BridgeTest, ABusThatStandsStillCostsAMomentAndThenNothing)
             break;
     }
     EXPECT_THAT(log.lines(), Contains(StartsWith("WARN D-Bus takes signals again, ")));
+}
+
+// The last of them: it ends the bridge.
+TEST_F(BridgeTest, ABusThatEndsLeavesTwoLinesAndTheStationIsAnswered)
+{
+    bridge().bus.kill();
+
+    EXPECT_TRUE(
+        log.waitFor("ERROR the connection to D-Bus has closed, the service goes on without the name "
+                    "com.zent.linux.engineering"));
+    EXPECT_TRUE(log.waitFor("INFO engineering: nameLostCB call, Acquired bus name: com.zent.linux.engineering."));
+    bridge().station.sendCommand(0x0F, 0x00, {0x01});
+    bridge().station.sendCommand(0x0F, 0x00, {0x00});
+    EXPECT_THAT(replies(), ElementsAre("8F 00 [01]", "8F 00 [00]"));
 }
 
 /// @returns a connection of this process, as the bridge uses it, but without a loop that runs.
@@ -478,20 +544,22 @@ GDBusConnection* connect(const std::string& address)
 TEST(BusSocketTest, IsClosedWithItsConnectionThoughNoMainLoopRuns)
 {
     static std::atomic<int> closings = 0;
+    static std::atomic<GIOStream*> socket = nullptr;
     const tests::PrivateBus bus;
     tests::BusClient client(bus.address());
     GDBusConnection* const connection = connect(bus.address());
     ASSERT_NE(connection, nullptr);
     g_dbus_connection_set_exit_on_close(connection, FALSE);
     const std::string name = g_dbus_connection_get_unique_name(connection);
-    CloseSocketWith(connection, [] { ++closings; });
+    socket = g_dbus_connection_get_stream(connection);
+    CloseSocketWith(connection, [] { closings += g_io_stream_is_closed(socket) ? 2 : 1; });
     g_dbus_connection_emit_signal(connection, nullptr, "/", "com.example.Test", "First", nullptr, nullptr);
     g_dbus_connection_flush_sync(connection, nullptr, nullptr);
 
     client.sendUndecodable(name, G_DBUS_MESSAGE_TYPE_SIGNAL);
 
     EXPECT_TRUE(client.waitForOwner(name, false));
-    EXPECT_EQ(closings, 1);
+    EXPECT_EQ(closings, 1) << "called once, before the socket is closed";
     g_object_unref(connection);
 }
 
@@ -501,6 +569,128 @@ TEST(BusBacklogTest, WithoutAConnectionEverySignalIsAdmitted)
 
     for (int i = 0; i <= BusBacklog::kLimit; ++i)
         ASSERT_TRUE(backlog.Admit());
+}
+
+TEST(BusBacklogTest, StopsAtItsLimitAndGoesOnAtHalfOfIt)
+{
+    const LogRecorder log;
+    const tests::PrivateBus bus;
+    static BusBacklog& backlog = *new BusBacklog;  // outlives the connection's thread
+    GDBusConnection* const connection = connect(bus.address());
+    ASSERT_NE(connection, nullptr);
+    g_dbus_connection_set_exit_on_close(connection, FALSE);
+    backlog.Watch(connection);
+    const auto send = [connection](const char* interface, int count) {
+        for (int i = 0; i < count; ++i)
+            g_dbus_connection_emit_signal(connection, nullptr, "/", interface, "Some", nullptr, nullptr);
+        g_dbus_connection_flush_sync(connection, nullptr, nullptr);
+    };
+    constexpr const char* kCounted = "com.zent.linux.engineering";
+
+    for (int round = 0; round < 2; ++round) {
+        LogRecorder{}.clear();
+        send(kCounted, 1);  // one that nobody has admitted
+        for (int i = 0; i < BusBacklog::kLimit; ++i)
+            ASSERT_TRUE(backlog.Admit()) << i;
+        EXPECT_FALSE(backlog.Admit());
+        EXPECT_FALSE(backlog.Admit());
+
+        send("com.example.Other", BusBacklog::kLimit);
+        send(kCounted, BusBacklog::kLimit / 2 - 1);
+        EXPECT_FALSE(backlog.Admit());
+        EXPECT_THAT(log.lines(), ElementsAre("WARN D-Bus takes no signals, they are dropped until it does"));
+
+        send(kCounted, 1);
+        EXPECT_THAT(log.lines(), ElementsAre("WARN D-Bus takes no signals, they are dropped until it does",
+                                             "WARN D-Bus takes signals again, 3 were dropped"));
+        send(kCounted, BusBacklog::kLimit / 2);
+    }
+    g_dbus_connection_close_sync(connection, nullptr, nullptr);
+    for (int i = 0; i <= BusBacklog::kLimit; ++i)
+        ASSERT_TRUE(backlog.Admit()) << "a closed connection queues nothing";
+    g_object_unref(connection);
+}
+
+/// Calls that pass the bounds arrive at a connection.
+class BusCallsTest : public testing::Test
+{
+public:
+    BusCallsTest()
+    {
+        g_dbus_connection_set_exit_on_close(connection, FALSE);
+        calls.Watch(connection);
+        g_dbus_connection_add_filter(
+            connection,
+            [](GDBusConnection*, GDBusMessage* message, gboolean incoming, gpointer self) {
+                gsize size = 0;
+                g_free(g_dbus_message_to_blob(message, &size, G_DBUS_CAPABILITY_FLAGS_UNIX_FD_PASSING, nullptr));
+                if (incoming && g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL)
+                    static_cast<BusCallsTest*>(self)->arrived.push_back(size);
+                return message;
+            },
+            this, nullptr);
+    }
+    ~BusCallsTest() override { g_dbus_connection_close_sync(connection, nullptr, nullptr); }
+
+    /// Calls a method that the connection lacks.
+    /// @returns the name of the error.
+    std::string call(std::size_t bytes = 0, const char* path = BusCalls::kObjectPath)
+    {
+        const std::vector<unsigned char> params(bytes, 0x55);
+        g_autoptr(GDBusMessage) message = g_dbus_message_new_method_call(g_dbus_connection_get_unique_name(connection),
+                                                                         path, "com.example.Test", "Take");
+        g_dbus_message_set_body(
+            message, g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, params.data(), bytes, 1)));
+        g_autoptr(GDBusMessage) reply = g_dbus_connection_send_message_with_reply_sync(
+            client.connection(), message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, 20'000, nullptr, nullptr, nullptr);
+        return reply != nullptr ? g_dbus_message_get_error_name(reply) : "no reply";
+    }
+
+    tests::PrivateBus bus;
+    tests::BusClient client{bus.address()};
+    BusCalls& calls = *new BusCalls;  // outlives the connection's thread
+    GDBusConnection* const connection = connect(bus.address());
+    std::vector<gsize> arrived;  // sizes; a call has arrived when it is answered
+};
+
+constexpr const char* kUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
+
+TEST_F(BusCallsTest, AMessageHasAtMost64KiB)
+{
+    EXPECT_EQ(call(1000), kUnknownMethod);
+    ASSERT_THAT(arrived, SizeIs(1));
+    const std::size_t most = BusCalls::kMostBytes - (arrived[0] - 1000);
+
+    EXPECT_EQ(call(most), kUnknownMethod);
+    EXPECT_EQ(call(most + 1), kLimitsExceeded);
+
+    EXPECT_THAT(arrived, ElementsAre(arrived[0], 64U * 1024));
+}
+
+TEST_F(BusCallsTest, OnceStoppedNoCallToTheObjectArrives)
+{
+    calls.Stop();
+
+    EXPECT_EQ(call(), "org.freedesktop.DBus.Error.ServiceUnknown");
+    EXPECT_THAT(arrived, IsEmpty());
+
+    EXPECT_EQ(call(0, "/com/example/other"), kUnknownMethod);
+    EXPECT_THAT(arrived, SizeIs(1));
+}
+
+TEST(ExportDbusEnv, WithoutAPipeIsLogged)
+{
+    const LogRecorder log;
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+
+    KYREngineeringService_IPC bridge;
+    bridge.ExportDbusEnv();
+
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR can not popen,return now"));
 }
 
 // Once in a process: what the command printed takes the command's place.
@@ -513,9 +703,11 @@ TEST(ExportDbusEnv, PutsTheAddressThatTheCommandPrintsIntoTheEnvironmentWithItsL
     const std::string oldPath = std::getenv("PATH");
     setenv("PATH", (directory.path().string() + ":" + oldPath).c_str(), 1);
     KYREngineeringService_IPC bridge;
+    const std::size_t before = openDescriptors();
 
     bridge.ExportDbusEnv();
 
+    EXPECT_LE(openDescriptors(), before);
     EXPECT_STREQ(std::getenv("DBUS_SESSION_BUS_ADDRESS"), "unix:path=/of/the/launcher\n");
     setenv("PATH", oldPath.c_str(), 1);
 }

@@ -2,11 +2,39 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/EngineTest.h"
+#include "tests/support/Text.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+std::vector<std::string> g_requests;
+std::vector<int> g_killed;
+
+}  // namespace
+
+/// Takes the place of the transport that the service lacks.
+void KYRUARTManage::SendCANCommands(unsigned char cmd, std::vector<unsigned char> params)
+{
+    g_requests.push_back(frameText(cmd, 0, params));
+}
+
+// This program wraps KYRQLXTimer::KillNormalTimer(int).
+extern "C" {
+
+void __real__ZN11KYRQLXTimer15KillNormalTimerEi(KYRQLXTimer* timers, int id);
+void __wrap__ZN11KYRQLXTimer15KillNormalTimerEi(KYRQLXTimer* timers, int id);
+
+void __wrap__ZN11KYRQLXTimer15KillNormalTimerEi(KYRQLXTimer* timers, int id)
+{
+    g_killed.push_back(id);
+    __real__ZN11KYRQLXTimer15KillNormalTimerEi(timers, id);
+}
+
+}  // extern "C"
+
+namespace {
 
 constexpr int kPoll = 101;
 constexpr int kWatch = 100;
@@ -19,6 +47,8 @@ public:
         m_iACKStatus = 0;
         start();
         forget();
+        g_requests.clear();
+        g_killed.clear();
     }
     ~CanBoxTest() override { m_iACKStatus = 0; }
 
@@ -54,6 +84,7 @@ TEST_F(CanBoxTest, APollStartsTheWatchForTheAcknowledgement)
 
     EXPECT_TRUE(isWatching());
     EXPECT_EQ(state(), 0);
+    EXPECT_THAT(g_requests, ElementsAre("81 00 [01]"));
     EXPECT_THAT(station.replies(), IsEmpty());
     EXPECT_THAT(hmi.signals(), IsEmpty());
 }
@@ -132,12 +163,13 @@ TEST_F(CanBoxTest, AnyOtherAnswerIsNoAcknowledgement)
     EXPECT_EQ(retries(), 1);
 }
 
-TEST_F(CanBoxTest, OnceConnectedAPollStartsNoWatch)
+TEST_F(CanBoxTest, OnceConnectedAPollAsksForSpeedAndParkingAndStartsNoWatch)
 {
     UartManageProbe::canState(link()) = 1;
 
     link().OnTimerHandleFunc(kPoll);
 
+    EXPECT_THAT(g_requests, ElementsAre("90 00 [41 02]", "90 00 [24]"));
     EXPECT_FALSE(isWatching());
     EXPECT_EQ(state(), 1);
     EXPECT_THAT(station.replies(), IsEmpty());
@@ -159,6 +191,7 @@ TEST_F(CanBoxTest, InAnyOtherStateAPollDoesNothing)
 
     link().OnTimerHandleFunc(kPoll);
 
+    EXPECT_THAT(g_requests, IsEmpty());
     EXPECT_FALSE(isWatching());
     EXPECT_EQ(state(), 2);
 }
@@ -170,24 +203,13 @@ TEST_F(CanBoxTest, OtherTimersDoNothing)
     for (const int id : {-1, 0, 20, 99, 102})
         link().OnTimerHandleFunc(id);
 
+    EXPECT_THAT(g_requests, IsEmpty());
     EXPECT_EQ(state(), 0);
     EXPECT_EQ(retries(), 0);
     EXPECT_FALSE(isWatching());
 }
 
-TEST_F(CanBoxTest, RequestsSendNothing)
-{
-    link().RequestConnected();
-    link().RequestSpeed();
-    link().RequestParking();
-    link().SendCANCommands(0x90, {0x41, 0x02});
-
-    EXPECT_THAT(station.sent(), IsEmpty());
-    EXPECT_THAT(hmi.signals(), IsEmpty());
-    EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(CanBoxTest, TheLinkManagerEndsItsTimersBeforeItself)
+TEST_F(CanBoxTest, TheLinkManagerAndTheEngineEndTheirTimersBeforeThemselves)
 {
     link().OnTimerHandleFunc(kPoll);
     link().StartNormalTimer(kPoll, 1, TIMER_MILLISECONDS, LOOP_REPEAT);
@@ -196,6 +218,9 @@ TEST_F(CanBoxTest, TheLinkManagerEndsItsTimersBeforeItself)
     timers.advance(std::chrono::seconds(1));
 
     EXPECT_THAT(station.sent(), IsEmpty());
+    EXPECT_THAT(g_killed, ElementsAre(kPoll, kWatch));
+    KYRSingleton<KYRAutoTest>::DestroyInstance();
+    EXPECT_THAT(g_killed, ElementsAre(kPoll, kWatch, KYRAutoTest::kRestartTimer));
 }
 
 TEST_F(CanBoxTest, ASpeedFrameIsPublishedAndConsumed)

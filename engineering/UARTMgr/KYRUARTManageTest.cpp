@@ -184,6 +184,30 @@ TEST_F(LinkTest, SeveralThreadsSendAtOnceAndEveryFrameIsWhole)
     EXPECT_THAT(station.sent(), Each(wire::kModeOnReply));
 }
 
+TEST_F(LinkTest, TheCanBoxIsNotReached)
+{
+    forget();
+
+    link().RequestConnected();
+    link().RequestSpeed();
+    link().RequestParking();
+    link().SendCANCommands(0x90, {0x41, 0x02});
+
+    EXPECT_THAT(station.sent(), IsEmpty());
+    EXPECT_THAT(hmi.signals(), IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(LinkTest, AfterItsExitNothingIsReceivedOrSent)
+{
+    link().Exit();
+
+    station.deliver(wire::kAskMode);
+    link().SendData(0x8F, 0x00, {0x01});
+
+    EXPECT_THAT(station.sent(), IsEmpty());
+}
+
 struct TrackReport {
     int type;
     std::vector<std::string> replies;

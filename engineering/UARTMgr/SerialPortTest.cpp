@@ -427,6 +427,8 @@ TEST_F(SerialPortTest, AWaitThatASignalInterruptsIsNotTakenUpAgain)
     EXPECT_EQ(link().UARTReadData(fd, buffer, sizeof buffer), -1);
 
     EXPECT_EQ(calls_.selects, 1);
+    fd_set set;
+    EXPECT_EQ(link().WaitEvent(&set, 0), 0);
 }
 
 TEST_F(SerialPortTest, WithoutADescriptorNothingIsReadOrWritten)

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "tests/support/EngineTest.h"
 
 namespace {
@@ -148,12 +150,14 @@ TEST_F(DispatcherTest, TheLongestFrameIsPublishedWhole)
 
 TEST_F(DispatcherTest, ACommandThatEndsInAnExceptionEndsAloneAndIsLogged)
 {
-    station.throwOnNextSend("line out of order");
-
+    station.throwOnNextSend(std::runtime_error("line out of order"));
     station.sendCommand(0x0F, 0xFF);
+    station.throwOnNextSend(7);
+    station.sendCommand(0x0F, 0x01);
     station.sendCommand(0x0F, 0x00, {0x01});
 
-    EXPECT_THAT(log.errors(), ElementsAre("ERROR command 0xf 0xff ended by an exception: line out of order"));
+    EXPECT_THAT(log.errors(), ElementsAre("ERROR command 0xf 0xff ended by an exception: line out of order",
+                                          "ERROR command 0xf 0x1 ended by an unknown exception"));
     EXPECT_THAT(station.replies(), ElementsAre("8F 00 [01]"));
 }
 

@@ -1,6 +1,7 @@
 #include "engineering/base/BusSignals.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "engineering/base/Log.h"
 #include "engineering/base/Outlets.h"
@@ -30,26 +31,26 @@ void BusBacklog::Watch(GDBusConnection* pConnection)
 
 bool BusBacklog::Admit()
 {
-    std::unique_lock lock(m_mutex);
-    // A closed connection queues nothing.
-    if (m_pConnection == nullptr || g_dbus_connection_is_closed(m_pConnection))
-        return true;
-    while (!m_bStopped && m_nQueued >= kLimit) {
-        const unsigned int nTaken = m_nTaken;
-        if (m_taken.wait_for(lock, kPatience, [&] { return m_nTaken != nTaken; }))
-            continue;
-        m_bStopped = true;
-        m_nDropped = 0;
-        lock.unlock();
-        KYR_LOG_WARN("D-Bus takes no signals, they are dropped until it does");
-        lock.lock();
-    }
-    if (m_bStopped) {
+    bool bStops = false;
+    {
+        std::unique_lock lock(m_mutex);
+        // A closed connection queues nothing.
+        if (m_pConnection == nullptr || g_dbus_connection_is_closed(m_pConnection))
+            return true;
+        while (!m_bStopped && m_nQueued >= kLimit) {
+            const unsigned int nTaken = m_nTaken;
+            bStops = !m_taken.wait_for(lock, kPatience, [&] { return m_nTaken != nTaken; });
+            m_bStopped = m_bStopped || bStops;
+        }
+        if (!m_bStopped) {
+            ++m_nQueued;
+            return true;
+        }
         ++m_nDropped;
-        return false;
     }
-    ++m_nQueued;
-    return true;
+    if (bStops)
+        KYR_LOG_WARN("D-Bus takes no signals, they are dropped until it does");
+    return false;
 }
 
 // Runs on GDBus's own thread, for every message of the connection, just before an outgoing one is written.
@@ -73,7 +74,7 @@ void BusBacklog::OnTaken()
         if (m_bStopped && m_nQueued <= kLimit / 2) {
             m_bStopped = false;
             bGoesOn = true;
-            nDropped = m_nDropped;
+            nDropped = std::exchange(m_nDropped, 0);
         }
     }
     m_taken.notify_all();
@@ -97,11 +98,10 @@ void emit_uart_data_changed_signal(unsigned char cmd_one, unsigned char cmd_two,
     if (!g_Backlog.Admit())
         return;
     const std::size_t count = std::min<std::size_t>(param_size, kSignalParams);
-    GVariant* const data = g_variant_ref_sink(gvariant_data_build(param, static_cast<int>(count)));
+    g_autoptr(GVariant) data = g_variant_ref_sink(gvariant_data_build(param, static_cast<int>(count)));
     // WIRE: the signal carries only the low 8 bits of the count.
     com_zent_linux_engineering_emit_uart_data_changed_signal(pSkeleton, cmd_one, cmd_two, data,
                                                              static_cast<guchar>(param_size));
-    g_variant_unref(data);
 }
 
 void emit_on_auto_test_media_play_action_signal(MEDIA_TYPE media_type, MEDIA_PLAY_ACTION media_play_action)

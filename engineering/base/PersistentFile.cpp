@@ -4,9 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <utility>
 
 #include "KYRSystem.h"
 
@@ -49,8 +49,7 @@ public:
     /// @returns whether the file system took everything.
     bool Close()
     {
-        const int nFile = m_nFile;
-        m_nFile = -1;
+        const int nFile = std::exchange(m_nFile, -1);
         return nFile < 0 || close(nFile) == 0;
     }
 
@@ -61,11 +60,10 @@ private:
 bool WriteAll(int nFile, std::string_view text)
 {
     while (!text.empty()) {
-        const ssize_t nWritten = write(nFile, text.data(), text.size());
-        if (nWritten > 0)
-            text.remove_prefix(static_cast<std::size_t>(nWritten));
-        else if (errno != EINTR)
+        const ssize_t nWritten = TEMP_FAILURE_RETRY(write(nFile, text.data(), text.size()));
+        if (nWritten < 0)
             return false;
+        text.remove_prefix(static_cast<std::size_t>(nWritten));
     }
     return true;
 }
@@ -89,17 +87,15 @@ FileRead ReadPersistentFile(const std::string& path, std::size_t nLimit, std::st
     if (!file.IsOpen())
         return FileRead::kFailed;
     std::array<char, 4096> chunk;
-    for (;;) {
-        const ssize_t nRead = read(file.Get(), chunk.data(), std::min(chunk.size(), nLimit - text.size() + 1));
-        if (nRead == 0)
-            return FileRead::kComplete;
-        if (nRead > 0 && text.size() + static_cast<std::size_t>(nRead) <= nLimit) {
+    while (const ssize_t nRead = TEMP_FAILURE_RETRY(read(file.Get(), chunk.data(), chunk.size()))) {
+        if (nRead > 0)
             text.append(chunk.data(), static_cast<std::size_t>(nRead));
-        } else if (nRead > 0 || errno != EINTR) {
+        if (nRead < 0 || text.size() > nLimit) {
             text.clear();
-            return nRead > 0 ? FileRead::kTooLong : FileRead::kFailed;
+            return nRead < 0 ? FileRead::kFailed : FileRead::kTooLong;
         }
     }
+    return FileRead::kComplete;
 }
 
 FileWritten WritePersistentFile(const std::string& path, std::string_view text)

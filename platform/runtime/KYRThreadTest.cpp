@@ -100,17 +100,7 @@ TEST(KyrThread, HasTheStackItAskedForAndNeverLessThanTheMinimum)
     EXPECT_GE(large, std::size_t{4} * 1024 * 1024);
 }
 
-TEST(KyrMutex, MayBeLockedAgainByTheThreadThatHoldsIt)
-{
-    KYRMutex mutex;
-
-    const KYRAutoLock outer(mutex);
-    const KYRAutoLock inner(mutex);
-
-    SUCCEED() << "a mutex that is not recursive would have stood still";
-}
-
-TEST(KyrMutex, KeepsOtherThreadsOutUntilEveryLockIsGone)
+TEST(KyrMutex, MayBeLockedAgainByItsThreadAndKeepsOthersOutUntilEveryLockIsGone)
 {
     KYRMutex mutex;
     std::promise<void> trying;

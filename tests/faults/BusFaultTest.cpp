@@ -98,23 +98,28 @@ protected:
 
 TEST_F(BusFaultTest, BusThatStandsStillHoldsTheStationUpForATenthOfASecondOnce)
 {
-    startInTestMode();
-    RawLine line(link());
+    // A loaded machine holds answers up, too, but not in every round.
+    double slowest = 0;
+    double slowestAfterwards = 0;
+    for (int round = 0; round == 0 || (round < 5 && (slowest >= 0.1 || slowestAfterwards >= 0.08)); ++round) {
+        ChildProcess& service = startInTestMode();
+        RawLine line(link());
 
-    bus().stop();
-    const auto slowest = slowestOf(line, 5'000);
-    const auto stopped = steady_clock::now();
-    const auto slowestAfterwards = slowestOf(line, 2'000);
-    const auto afterwards = steady_clock::now() - stopped;
-    bus().cont();
+        bus().stop();
+        slowest = seconds(slowestOf(line, 5'000));
+        slowestAfterwards = seconds(slowestOf(line, 2'000));
+        bus().cont();
 
-    showFigure("slowest answer when the bus stands still", 1e3 * seconds(slowest), "ms");
-    showFigure("slowest answer from then on", 1e3 * seconds(slowestAfterwards), "ms");
-    // 80 ms are the service's own; the rest is for a loaded machine.
-    EXPECT_GE(seconds(slowest), 0.08) << "the bus took everything, so that this has shown nothing";
-    EXPECT_LT(seconds(slowest), 1);
-    // It would be 200 s if each frame waited.
-    EXPECT_LT(seconds(afterwards), 50);
+        showFigure("slowest answer when the bus stands still", 1e3 * slowest, "ms");
+        showFigure("slowest answer from then on", 1e3 * slowestAfterwards, "ms");
+        // 80 ms are the service's own.
+        EXPECT_GE(slowest, 0.08) << "the bus took everything, so that this has shown nothing";
+        service.signal(SIGTERM);
+        expectEnd(service, 0);
+    }
+    EXPECT_LT(slowest, 0.1);
+    // Each frame would take 80 ms if each waited.
+    EXPECT_LT(slowestAfterwards, 0.08);
 }
 
 TEST_F(BusFaultTest, BusThatGoesOnGetsSignalsAndCallsAsBefore)

@@ -31,10 +31,12 @@
 
 namespace {
 
+KYRAppMgrService* g_appManager = nullptr;
 KYRRmtSkeleton* g_receiver = nullptr;
 std::string g_root;
 std::mutex g_mutex;
 std::vector<std::vector<std::uint8_t>> g_sent;  // guarded by g_mutex
+std::vector<std::string> g_asked;               // guarded by g_mutex
 
 }  // namespace
 
@@ -51,14 +53,33 @@ std::vector<std::vector<std::uint8_t>> takeSent()
     return std::exchange(g_sent, {});
 }
 
+void ask(std::string what)
+{
+    const std::lock_guard lock(g_mutex);
+    g_asked.push_back(std::move(what));
+}
+
+std::vector<std::string> takeAsked()
+{
+    const std::lock_guard lock(g_mutex);
+    return std::exchange(g_asked, {});
+}
+
 void setRoot(const std::string& root)
 {
     g_root = root;
 }
 
+void setAppManager(KYRAppMgrService* appManager)
+{
+    g_appManager = appManager;
+}
+
 }  // namespace otherplatform
 
-// Every service is missing.
+using otherplatform::ask;
+
+// Every service is missing, except that a test may lend an application manager.
 
 KYRAndroidAuto* KYR_GetAAProxy()
 {
@@ -66,7 +87,7 @@ KYRAndroidAuto* KYR_GetAAProxy()
 }
 KYRAppMgrService* KYR_GetAppMgrService()
 {
-    return nullptr;
+    return g_appManager;
 }
 KYRAudio* KYR_GetAudioService()
 {
@@ -125,11 +146,12 @@ KYRWifi* KYR_GetWifiService()
     return nullptr;
 }
 
-// What cannot be missing does nothing, and fails where it can.
+// What cannot be missing writes down that it was asked, does nothing, and fails where it can.
 
 zlog_category_t* liblog_category = nullptr;
-int log_system_init(const char*)
+int log_system_init(const char* name)
 {
+    ask(std::string("log ") + name);
     return 0;
 }
 
@@ -137,8 +159,9 @@ const char* KYR_GetRootPath()
 {
     return g_root.c_str();
 }
-int KYR_ExecSystemCmd(const char*, int)
+int KYR_ExecSystemCmd(const char* command, int)
 {
+    ask(std::string("command ") + command);
     return 0;
 }
 int KYR_RemoveFile(const char*, int)
@@ -147,10 +170,14 @@ int KYR_RemoveFile(const char*, int)
 }
 int KYR_StartSystemProxy()
 {
-    return 0;
+    ask("start of the system proxy");
+    return 3;
 }
 
-void KYRSource::StartService() {}
+void KYRSource::StartService()
+{
+    ask("start of the source manager");
+}
 int KYRSource::Request(int, AudioGainType)
 {
     return 0;
@@ -159,11 +186,20 @@ KYRSource::SourceID KYRSource::GetCurrentSource(SourceType)
 {
     return SOURCE_NONE;
 }
-void KYRSource::AddListener(IKYRSourceListener*) {}
+void KYRSource::AddListener(IKYRSourceListener*)
+{
+    ask("source listener");
+}
 void KYRSource::RemoveListener(IKYRSourceListener*) {}
 
-void KYR_CreateBlueTooth() {}
-KYRBtCom::KYRBtCom(IKYRBtComListener* pListener) : m_pListener(pListener) {}
+void KYR_CreateBlueTooth()
+{
+    ask("start of Bluetooth");
+}
+KYRBtCom::KYRBtCom(IKYRBtComListener* pListener) : m_pListener(pListener)
+{
+    ask(pListener != nullptr ? "Bluetooth listener" : "Bluetooth");
+}
 KYRBtCom::~KYRBtCom() = default;
 int KYRBtCom::GetAttribute(KYRBtType::Attribute, std::string&)
 {
@@ -220,11 +256,18 @@ void KYRMutex::Unlock()
 
 struct KYRThread::Impl {
 };
-KYRThread::KYRThread(int) : m_pImpl(std::make_unique<Impl>()) {}
+KYRThread::KYRThread(int nStackSize) : m_pImpl(std::make_unique<Impl>())
+{
+    ask("thread with a stack of " + std::to_string(nStackSize));
+}
 KYRThread::~KYRThread() = default;
-void KYRThread::Detach() {}
+void KYRThread::Detach()
+{
+    ask("detach the thread");
+}
 int KYRThread::Start(Entry entry, void* pArgument)
 {
+    ask("start the thread");
     std::thread(entry, pArgument).detach();
     return 1;
 }
@@ -249,8 +292,10 @@ struct KYRUartAdapter::Impl {
 };
 KYRUartAdapter::KYRUartAdapter() : m_pImpl(std::make_unique<Impl>()) {}
 KYRUartAdapter::~KYRUartAdapter() = default;
-int KYRUartAdapter::Init(const KYRRmt::UartClientInfo&)
+int KYRUartAdapter::Init(const KYRRmt::UartClientInfo& info)
 {
+    ask("UART client of type " + std::to_string(info.nType) + ", number " + std::to_string(info.nClientId) +
+        ", name '" + info.strName + "', device '" + info.strDevice + "'");
     return 1;
 }
 int KYRUartAdapter::Exit()
@@ -259,6 +304,7 @@ int KYRUartAdapter::Exit()
 }
 void KYRUartAdapter::RegisterSkeleton(KYRRmtSkeleton* pSkeleton)
 {
+    ask("UART receiver");
     g_receiver = pSkeleton;
 }
 int KYRUartAdapter::SendAutoTestCommand(KYRRmtParameter* pParameter)

@@ -1,6 +1,5 @@
 #include "tests/support/RecordedWire.h"
 
-#include <stdexcept>
 #include <utility>
 
 #include "protocol/FrameAssembler.h"
@@ -30,9 +29,9 @@ bool RecordedWire::send(std::span<const std::uint8_t> frame)
 {
     {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return !held_; });
+        changed_.wait(lock, [this] { return sent_.size() < room_; });
         if (throw_) {
-            throw std::runtime_error(*std::exchange(throw_, std::nullopt));
+            std::rethrow_exception(std::exchange(throw_, nullptr));
         }
         sent_.emplace_back(frame.begin(), frame.end());
     }
@@ -61,25 +60,18 @@ void RecordedWire::sendCommand(std::uint8_t cmdOne, std::uint8_t cmdTwo, const B
     deliver(frame);
 }
 
-void RecordedWire::hold()
-{
-    const std::lock_guard lock(mutex_);
-    held_ = true;
-}
-
-void RecordedWire::release()
+void RecordedWire::hold(std::size_t after)
 {
     {
         const std::lock_guard lock(mutex_);
-        held_ = false;
+        room_ = after;
     }
     changed_.notify_all();
 }
 
-void RecordedWire::throwOnNextSend(const std::string& what)
+void RecordedWire::release()
 {
-    const std::lock_guard lock(mutex_);
-    throw_ = what;
+    hold(kEndless);
 }
 
 std::vector<RecordedWire::Bytes> RecordedWire::sent()

@@ -2,9 +2,9 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <initializer_list>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,11 +32,17 @@ public:
     /// Delivers one command as a valid frame of any length.
     void sendCommand(std::uint8_t cmdOne, std::uint8_t cmdTwo, const Bytes& params = {});
 
-    /// Sending the next frame throws an exception; the frame is not recorded.
-    void throwOnNextSend(const std::string& what);
+    /// Sending the next frame throws `exception`; the frame is not recorded.
+    template <class Exception>
+    void throwOnNextSend(const Exception& exception)
+    {
+        const std::lock_guard lock(mutex_);
+        throw_ = std::make_exception_ptr(exception);
+    }
 
     /// Blocks senders until release(), like a line whose station does not read.
-    void hold();
+    /// @param after how many frames since the last clear() still pass
+    void hold(std::size_t after = 0);
     void release();
 
     /// @returns the bytes that the unit has sent since the last clear(), one entry for each send.
@@ -52,10 +58,12 @@ public:
     void clear();
 
 private:
+    static constexpr std::size_t kEndless = SIZE_MAX;
+
     Receiver receiver_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    bool held_ = false;                 // guarded by mutex_
-    std::vector<Bytes> sent_;           // guarded by mutex_
-    std::optional<std::string> throw_;  // guarded by mutex_
+    std::size_t room_ = kEndless;  // how long sent_ may become; guarded by mutex_
+    std::vector<Bytes> sent_;      // guarded by mutex_
+    std::exception_ptr throw_;     // guarded by mutex_
 };
