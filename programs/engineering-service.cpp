@@ -74,11 +74,11 @@ std::string readFile(const std::string& path)
     const auto refuse = [&](const std::string& reason) { throw UserError("--headunit " + path + ": " + reason); };
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored)) {
-        refuse("expected a file, got a directory");
+        refuse("cannot be read: Is a directory");
     }
     std::ifstream stream(path, std::ios::binary);
     if (!stream) {
-        refuse(std::generic_category().message(errno));
+        refuse("cannot be read: " + std::generic_category().message(errno));
     }
     return {std::istreambuf_iterator<char>(stream), {}};
 }

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 /// The three kinds of error that end what a user of a host program asked for. Whoever finds one throws it, with one
 /// line that names the place, what was expected and what came; `main` catches it once, prints the line and exits with
@@ -27,8 +28,8 @@ enum ExitStatus : int {
 class Error : public std::runtime_error
 {
 public:
-    Error(const std::string& line, const char* kind, ExitStatus status)
-        : std::runtime_error(line), kind_(kind), status_(status)
+    Error(const std::string& line, const char* kind, ExitStatus status, std::string remedy = {})
+        : std::runtime_error(line), kind_(kind), status_(status), remedy_(std::move(remedy))
     {
     }
 
@@ -36,9 +37,13 @@ public:
     const char* kind() const { return kind_; }
     ExitStatus status() const { return status_; }
 
+    /// What the user at this machine can do, to be printed behind the line but not stored; empty for nothing.
+    const std::string& remedy() const { return remedy_; }
+
 private:
     const char* kind_;
     ExitStatus status_;
+    std::string remedy_;
 };
 
 /// The user's mistake, in an option, a word or a file: "plan.toml:6: expected a command, got 'tuner.pla'; did you mean
@@ -53,7 +58,10 @@ public:
 class LineError : public Error
 {
 public:
-    LineError(const std::string& line, ExitStatus status) : Error(line, "line", status) {}
+    LineError(const std::string& line, ExitStatus status, std::string remedy = {})
+        : Error(line, "line", status, std::move(remedy))
+    {
+    }
 };
 
 /// A file, a database or a results folder that cannot be read or written.

@@ -52,7 +52,7 @@ std::string durationText(Duration time)
     return ms % 1000 == 0 ? fmt::format("{} s", ms / 1000) : fmt::format("{} ms", ms);
 }
 
-/// @returns the remedy for a port that cannot be opened, to stand behind the reason.
+/// @returns what to do about a port that cannot be opened.
 std::string remedyFor(const std::string& path, const std::error_code& error)
 {
     if (error != std::errc::no_such_file_or_directory) {
@@ -298,7 +298,7 @@ struct Connection::State {
     void write(SerialLink& to, Bytes bytes, bool& begun, std::size_t lossesAllowed) const
     {
         if (quality.losses > lossesAllowed) {
-            throw LineError("the device went away after the unit said who it is: nothing more is sent",
+            throw LineError("the device went away after the unit had said who it is: nothing more is sent",
                             protocol::kFailed);
         }
         const auto deadline = Clock::now() + wireTime(bytes.size(), port.baud) + kStalled;
@@ -353,7 +353,7 @@ Connection::Connection(PortSpec port, Options options)
     try {
         state_ = std::make_unique<State>(port, options);
     } catch (const std::system_error& error) {
-        throw LineError(error.what() + remedyFor(port.path, error.code()), protocol::kPortUnavailable);
+        throw LineError(error.what(), protocol::kPortUnavailable, remedyFor(port.path, error.code()));
     }
 }
 

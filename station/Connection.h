@@ -62,7 +62,7 @@ public:
     using MakeGuard = std::function<std::unique_ptr<SendGuard>()>;
     static void guardBy(MakeGuard make);
 
-    /// Throws LineError (kPortUnavailable) with the path, the reason and what to do.
+    /// Throws LineError (kPortUnavailable) with the path and the reason, and what to do as the remedy.
     Connection(PortSpec port, Options options);
     ~Connection();
     Connection(Connection&&) noexcept;

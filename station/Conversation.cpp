@@ -107,26 +107,43 @@ void awaitLater(Connection& connection, const Request& request, Connection::Cloc
     }
 }
 
+/// Asks a silent unit whether it is in auto-test mode, without which it answers few commands.
+ModeReport askMode(Connection& connection, protocol::catalogue::Groups groups, const Request& request)
+{
+    constexpr auto kPatience = std::chrono::milliseconds(300);
+    const auto* mode = findCommand(groups, std::string_view("test.mode"));
+    if (mode == nullptr || request.command == nullptr || request.command->cmdOne == mode->cmdOne) {
+        return ModeReport::kNotAsked;
+    }
+    const auto exchange = connection.request(
+        encode(*mode, {}), [&](const protocol::Frame& frame) { return answers(*mode, frame); }, kPatience,
+        mode->repeatable);
+    if (!exchange.reply) {
+        return ModeReport::kSilent;
+    }
+    const auto decoded = decodeFromUnit(groups, *exchange.reply, mode);
+    return !decoded.fields.empty() && decoded.fields.front().choice() == "on" ? ModeReport::kOn : ModeReport::kOff;
+}
+
 /// @returns why a sound unit may be silent.
-std::string hint(protocol::catalogue::Groups groups, const Request& request, const SendTerms& terms)
+std::string hint(const Request& request, const SendTerms& terms, ModeReport mode)
 {
     const auto* command = request.command;
     if (command == nullptr) {
         return "; the catalogue does not know the command";
     }
     if (command->replies.empty() && !terms.waitLater) {
-        return command->later.empty() ? "; the catalogue has no reply to it: --expect-none"
-                                      : "; its reply comes later: --wait-later";
+        return command->later.empty() ? "; the command has no reply: add --expect-none"
+                                      : "; the reply comes later: add --wait-later";
     }
-    std::string text;
-    if (!command->silentWhen.empty()) {
-        text = fmt::format("; the unit does not reply {}", command->silentWhen);
+    if (mode == ModeReport::kSilent) {
+        return "; the unit does not answer test.mode either: is it connected and switched on?";
     }
-    const auto* setMode = findCommand(groups, std::string_view("test.set-mode"));
-    if (setMode != nullptr && request.frame.cmdOne != setMode->cmdOne) {
-        text += "; is auto-test mode on? ('send test.set-mode mode=on')";
+    if (mode == ModeReport::kOff) {
+        return "; auto-test mode is off: 'send test.set-mode mode=on' switches it on";
     }
-    return text;
+    const auto silence = command->silentWhen.empty() ? "" : fmt::format("; it does not reply {}", command->silentWhen);
+    return (mode == ModeReport::kOn ? "; the unit did not answer although auto-test mode is on" : "") + silence;
 }
 
 }  // namespace
@@ -148,7 +165,7 @@ void check(const Request& request, const SendTerms& terms)
         throw UserError(fmt::format("--wait-later: the catalogue has no later reply to {}", request.title));
     }
     if (terms.waitLater && terms.expectNone) {
-        throw UserError("--wait-later and --expect-none exclude each other");
+        throw UserError("expected --wait-later or --expect-none, got both");
     }
 }
 
@@ -163,7 +180,8 @@ std::vector<protocol::Frame> Answer::frames() const
     return all;
 }
 
-Answer converse(Connection& connection, const Request& request, const SendTerms& terms)
+Answer converse(Connection& connection, protocol::catalogue::Groups groups, const Request& request,
+                const SendTerms& terms)
 {
     const bool waits = waitsForReply(request, terms);
     if (!waits && !terms.waitLater) {
@@ -188,11 +206,14 @@ Answer converse(Connection& connection, const Request& request, const SendTerms&
     if (terms.waitLater && !answer.later && (answer.reply || !waits)) {
         awaitLater(connection, request, Connection::Clock::now() + terms.timeout, answer);
     }
+    const bool owed = (waits && !answer.reply) || (terms.waitLater && !answer.later);
+    if (owed && !terms.expectNone && (hasReply(request) || terms.waitLater)) {
+        answer.mode = askMode(connection, groups, request);
+    }
     return answer;
 }
 
-Judgement judge(protocol::catalogue::Groups groups, const Request& request, const SendTerms& terms,
-                const Answer& answer)
+Judgement judge(const Request& request, const SendTerms& terms, const Answer& answer)
 {
     if (terms.expectNone) {
         return answer.reply ? Judgement{protocol::kFailed, fmt::format("{}: expected no reply, got one", request.title)}
@@ -203,12 +224,12 @@ Judgement judge(protocol::catalogue::Groups groups, const Request& request, cons
             answer.corrupt == 0 ? std::string() : fmt::format("; frames with a wrong checksum: {}", answer.corrupt);
         return {protocol::kNoAnswer, fmt::format("{}: expected a reply within {} s, got none{}{}", request.title,
                                                  std::chrono::duration<double>(terms.timeout).count(), corrupt,
-                                                 hint(groups, request, terms))};
+                                                 hint(request, terms, answer.mode))};
     }
     if (terms.waitLater && !answer.later) {
         return {protocol::kNoAnswer,
                 fmt::format("{}: expected the later reply within {} s, got none{}", request.title,
-                            std::chrono::duration<double>(terms.timeout).count(), hint(groups, request, terms))};
+                            std::chrono::duration<double>(terms.timeout).count(), hint(request, terms, answer.mode))};
     }
     return {};
 }

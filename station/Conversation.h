@@ -41,19 +41,24 @@ struct SendTerms {
 /// Throws UserError if the terms do not fit the request.
 void check(const Request& request, const SendTerms& terms);
 
+/// What the unit says about auto-test mode when it was silent.
+enum class ModeReport { kNotAsked, kSilent, kOff, kOn };
+
 /// The frames that answer a command.
 struct Answer {
     std::optional<protocol::Frame> reply;
     std::optional<protocol::Frame> later;
     Connection::Duration roundTrip{0};
     std::size_t corrupt = 0;
+    ModeReport mode = ModeReport::kNotAsked;
 
     std::vector<protocol::Frame> frames() const;
 };
 
 /// Sends the command and waits as the terms say. A command by name that has no reply in the catalogue returns at once;
-/// one in bytes always waits. A later reply may come before the reply.
-Answer converse(Connection& connection, const Request& request, const SendTerms& terms);
+/// one in bytes always waits. A later reply may come before the reply. If the unit is silent, asks it for its mode.
+Answer converse(Connection& connection, protocol::catalogue::Groups groups, const Request& request,
+                const SendTerms& terms);
 
 struct Judgement {
     protocol::ExitStatus status = protocol::kPassed;
@@ -61,7 +66,6 @@ struct Judgement {
     std::string complaint;
 };
 
-Judgement judge(protocol::catalogue::Groups groups, const Request& request, const SendTerms& terms,
-                const Answer& answer);
+Judgement judge(const Request& request, const SendTerms& terms, const Answer& answer);
 
 }  // namespace station

@@ -21,6 +21,8 @@ using testing::StartsWith;
 using Words = std::vector<std::string>;
 
 const Frame kFrequency{0x82, 0x01, {0x24, 0xFE}};
+const Frame kModeOff{0x8F, 0xFF, {0x00}};
+const Frame kModeOn{0x8F, 0xFF, {0x01}};
 const Frame kKeyReport{0x86, 0x11, {0x25, 0x04}};
 
 Request request(const Words& words)
@@ -38,10 +40,10 @@ protected:
         words_ = words;
         terms_ = terms;
         Connection connection({unit_.path()}, {.trace = this});
-        return answer_ = converse(connection, request(words), terms);
+        return answer_ = converse(connection, groups(), request(words), terms);
     }
 
-    Judgement judgement() const { return judge(groups(), request(words_), terms_, answer_); }
+    Judgement judgement() const { return judge(request(words_), terms_, answer_); }
 
 private:
     void on(const TraceEvent& event) override
@@ -133,6 +135,7 @@ struct Silence {
     const char* name;
     Words words;
     const char* complaint;
+    std::vector<Frame> answers = {};  ///< to test.mode
 };
 
 class SilentUnit : public ConverseTest, public testing::WithParamInterface<Silence>
@@ -141,7 +144,7 @@ class SilentUnit : public ConverseTest, public testing::WithParamInterface<Silen
 
 TEST_P(SilentUnit, IsNoAnswerWithItsUsualReason)
 {
-    hold(GetParam().words, {}, {.timeout = 10ms});
+    hold(GetParam().words, GetParam().answers, {.timeout = 10ms});
 
     EXPECT_EQ(judgement().status, protocol::kNoAnswer);
     EXPECT_EQ(judgement().complaint, GetParam().complaint);
@@ -150,10 +153,20 @@ TEST_P(SilentUnit, IsNoAnswerWithItsUsualReason)
 INSTANTIATE_TEST_SUITE_P(
     Conversation, SilentUnit,
     testing::Values(
-        Silence{"InAutoTestModeOnly",
+        Silence{"WithAutoTestModeOff",
                 {"tuner.frequency"},
-                "tuner.frequency: expected a reply within 0.01 s, got none; the unit does not reply without a tuner; "
-                "is auto-test mode on? ('send test.set-mode mode=on')"},
+                "tuner.frequency: expected a reply within 0.01 s, got none; auto-test mode is off: 'send "
+                "test.set-mode mode=on' switches it on",
+                {kModeOff}},
+        Silence{"WithAutoTestModeOn",
+                {"tuner.frequency"},
+                "tuner.frequency: expected a reply within 0.01 s, got none; the unit did not answer although "
+                "auto-test mode is on; it does not reply without a tuner",
+                {kModeOn}},
+        Silence{"AboutItsModeToo",
+                {"tuner.frequency"},
+                "tuner.frequency: expected a reply within 0.01 s, got none; the unit does not answer test.mode either: "
+                "is it connected and switched on?"},
         Silence{"ModeItself", {"test.mode"}, "test.mode: expected a reply within 0.01 s, got none"},
         Silence{"UnknownCommand",
                 {"33", "44"},
@@ -161,16 +174,16 @@ INSTANTIATE_TEST_SUITE_P(
         // It is sent in bytes, so the tool waits, but there is nothing to wait for.
         Silence{"CommandThatNothingAnswers",
                 {"02", "00", "22", "2E"},
-                "tuner.play: expected a reply within 0.01 s, got none; the catalogue has no reply to it: "
+                "tuner.play: expected a reply within 0.01 s, got none; the command has no reply: add "
                 "--expect-none"},
         Silence{"CommandThatIsAnsweredLater",
                 {"03", "05"},
-                "media.track-1: expected a reply within 0.01 s, got none; its reply comes later: --wait-later"}),
+                "media.track-1: expected a reply within 0.01 s, got none; the reply comes later: add --wait-later"}),
     [](const auto& row) { return row.param.name; });
 
 TEST(Judgement, CountsFramesWithAWrongChecksum)
 {
-    const auto judgement = judge(groups(), request({"test.mode"}), {}, {.corrupt = 2});
+    const auto judgement = judge(request({"test.mode"}), {}, {.corrupt = 2});
 
     EXPECT_THAT(judgement.complaint, EndsWith("got none; frames with a wrong checksum: 2"));
 }
@@ -226,7 +239,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"WaitsForSomethingAndNothing",
                 {"media.track-1"},
                 {.expectNone = true, .waitLater = true},
-                "exclude each other"}),
+                "expected --wait-later or --expect-none, got both"}),
     [](const auto& row) { return row.param.name; });
 
 TEST(Request, OfBytesHasTheNameThatTheCatalogueKnows)

@@ -8,6 +8,7 @@
 #include "protocol/Errors.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
+#include "station/trace/PcapngReader.h"
 
 namespace station {
 
@@ -53,10 +54,12 @@ bool isBlank(std::string_view text)
 
 [[noreturn]] void refuse(const std::string& name, std::size_t number, std::string_view line)
 {
-    throw protocol::UserError(
-        fmt::format("{}expected hexadecimal, as in '2A A2 00 02 0F 01 FF EE' or '8F 00 [01]', got '{}{}'",
-                    name.empty() ? "" : fmt::format("{}:{}: ", name, number), line.substr(0, kShownOfALine),
-                    line.size() > kShownOfALine ? "…" : ""));
+    const char* const expected = line.find('[') == std::string_view::npos
+                                     ? "bytes in hexadecimal, as in '2A A2 00 02 0F 01 FF EE'"
+                                     : "two codes and at most 252 bytes in brackets, as in '8F 00 [01]'";
+    throw protocol::UserError(fmt::format("{}expected {}, got '{}{}'",
+                                          name.empty() ? "" : fmt::format("{}:{}: ", name, number), expected,
+                                          line.substr(0, kShownOfALine), line.size() > kShownOfALine ? "…" : ""));
 }
 
 /// Adds any number of contents, `82 01 [24 FE] 8F 00 [01]`.
@@ -194,8 +197,8 @@ bool isBinary(std::string_view text)
 
 bool isCapture(std::string_view text)
 {
-    // The type of a section header, the same in either byte order.
-    return text.starts_with("\x0A\x0D\x0D\x0A");
+    // The type of pcapng's section header is the same in either byte order.
+    return text.starts_with("\x0A\x0D\x0D\x0A") || pcapng::isClassic(text);
 }
 
 }  // namespace station

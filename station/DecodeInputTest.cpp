@@ -84,7 +84,7 @@ class NoHexArguments : public testing::TestWithParam<Refused>
 TEST_P(NoHexArguments, AreRefusedWithTheWord)
 {
     EXPECT_THAT(refusalOf([] { readHexArguments(GetParam().words); }),
-                testing::AllOf(testing::StartsWith("expected hexadecimal"), testing::EndsWith(GetParam().got)));
+                testing::AllOf(testing::StartsWith("expected "), testing::EndsWith(GetParam().got)));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -92,9 +92,15 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Refused{"BracketsThatDoNotClose", {"8F 00 [01"}, "got '8F 00 [01'"},
                     Refused{"BracketsThatNeverClose", {"8F", "00", "[01", "02"}, "got '8F 00 [01 02'"},
                     Refused{"BracketsWithoutCodes", {"[01] "}, "got '[01] '"},
+                    Refused{
+                        "OneCodeOnly",
+                        {"82 [24 FE]"},
+                        "expected two codes and at most 252 bytes in brackets, as in '8F 00 [01]', got '82 [24 FE]'"},
                     Refused{"TooManyBytesBeforeTheBracket", {"11 8F 00 [01]"}, "got '11 8F 00 [01]'"},
                     Refused{"BytesBehindTheBracket", {"8F 00 [01] 02"}, "got '8F 00 [01] 02'"},
-                    Refused{"NoBytesBetweenContents", {"8F 00 [01]", "xy", "8F 00 [01]"}, "got 'xy'"},
+                    Refused{"NoBytesBetweenContents",
+                            {"8F 00 [01]", "xy", "8F 00 [01]"},
+                            "expected bytes in hexadecimal, as in '2A A2 00 02 0F 01 FF EE', got 'xy'"},
                     Refused{"LongLineIsCut", {std::string(41, 'x')}, "x…'"}),
     [](const auto& row) { return row.param.name; });
 
@@ -117,6 +123,7 @@ TEST(DecodeInput, KnowsBytesAndCapturesByTheirCharacters)
     EXPECT_TRUE(isBinary(std::string_view("\x2A\xA2\x00", 3)));
     EXPECT_TRUE(isCapture("\x0A\x0D\x0D\x0A\x1C"));
     EXPECT_FALSE(isCapture("\x0A\x0D"));
+    EXPECT_TRUE(isCapture("\xD4\xC3\xB2\xA1"));
 }
 
 }  // namespace

@@ -8,7 +8,7 @@ namespace {
 
 using protocol::Bytes;
 
-/// @returns the place where a frame may begin, or the end of `bytes`.
+/// @returns the place of a frame's header, or the end of `bytes`.
 std::size_t findHeader(Bytes bytes)
 {
     constexpr std::uint8_t kHeader[] = {protocol::kHeader1, protocol::kHeader2};
@@ -35,7 +35,10 @@ public:
     /// Adds bytes without a frame; they may end with the beginning of one.
     void addRest(Bytes bytes)
     {
-        const std::size_t header = findHeader(bytes);
+        std::size_t header = findHeader(bytes);
+        if (header == bytes.size() && !bytes.empty() && bytes.back() == protocol::kHeader1) {
+            --header;
+        }
         add(ScannedPiece::Kind::kGarbage, bytes.first(header));
         add(ScannedPiece::Kind::kIncomplete, bytes.subspan(header));
     }

@@ -63,7 +63,7 @@ TEST(FrameScanner, TellsAFrameWhoseEndIsMissing)
 TEST(FrameScanner, TakesWhatIsNothingForGarbage)
 {
     EXPECT_THAT(scanFrames({}), IsEmpty());
-    EXPECT_THAT(scanFrames(Bytes{0x2A}), ElementsAre(piece(Kind::kGarbage, {0x2A})));
+    EXPECT_THAT(scanFrames(Bytes{0x2A}), ElementsAre(piece(Kind::kIncomplete, {0x2A})));
 }
 
 TEST(FrameScanner, TakesMoreThanAReceiveBufferHolds)

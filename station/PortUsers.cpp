@@ -42,7 +42,7 @@ std::string describe(pid_t pid)
     if (!name.empty() && program.starts_with(name)) {
         name = program;
     }
-    return name.empty() ? fmt::format("process {}", pid) : fmt::format("{} (process {})", name, pid);
+    return name.empty() ? fmt::format("process {}", pid) : fmt::format("{}, process {}", name, pid);
 }
 
 bool hasOpen(const fs::path& process, dev_t device)

@@ -25,6 +25,19 @@ namespace {
 
 using FileStatus = struct stat;
 
+/// The text without the system's reason, where that only repeats it.
+class SerialError : public std::system_error
+{
+public:
+    SerialError(int error, std::string text) : std::system_error(error, std::generic_category()), text_(std::move(text))
+    {
+    }
+    const char* what() const noexcept override { return text_.c_str(); }
+
+private:
+    std::string text_;
+};
+
 timespec timeLeft(SerialLink::Clock::time_point deadline)
 {
     const auto left = std::clamp<std::chrono::nanoseconds>(deadline - SerialLink::Clock::now(),
@@ -53,7 +66,7 @@ SerialLink::SerialLink(const std::string& path, unsigned baud, Options options)
     if (!descriptor_.valid()) {
         const int error = errno;
         const std::string user = error == EBUSY ? otherUser(path) : "";
-        fail(error, user.empty() ? "cannot open" : "in use by " + user);
+        user.empty() ? fail(error, "cannot open") : refuse(error, "in use by " + user);
     }
     if (options.ownOnly) {
         refuseForeign();
@@ -67,12 +80,12 @@ SerialLink::SerialLink(const std::string& path, unsigned baud, Options options)
 void SerialLink::refuseForeign() const
 {
     if (!isInOwnDirectory(path_)) {
-        fail(EPERM, "its directory is not this user's");
+        refuse(EPERM, "expected a directory of your own, got another user's");
     }
     // A link that was left behind may lead to another user, who has the terminal's number now.
     FileStatus device{};
     if (fstat(descriptor_.get(), &device) != 0 || device.st_uid != getuid()) {
-        fail(EPERM, "it leads to a terminal of another user");
+        refuse(EPERM, "expected a terminal of your own, got another user's");
     }
 }
 
@@ -85,7 +98,7 @@ void SerialLink::lock()
         if (user.empty()) {
             user = otherUser(path_);
         }
-        fail(error, user.empty() ? "cannot lock" : "in use by " + user);
+        user.empty() ? fail(error, "cannot lock") : refuse(error, "in use by " + user);
     }
     // A pseudo-terminal keeps the flag until its other end is closed: a killed station would lock out all others until
     // the service ends.
@@ -99,11 +112,12 @@ void SerialLink::configure(unsigned baud)
 {
     const auto speed = host::speedOf(baud);
     if (!speed) {
-        fail(EINVAL, fmt::format("expected a baud rate such as 115200, got {}", baud));
+        refuse(EINVAL, fmt::format("expected a baud rate such as 115200, got {}", baud));
     }
     termios settings{};
     if (tcgetattr(descriptor_.get(), &settings) != 0) {
-        fail(errno, "not a serial line");
+        errno == ENOTTY ? refuse(ENOTTY, "expected a serial line, got another file")
+                        : fail(errno, "cannot read the settings");
     }
     cfmakeraw(&settings);
     settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | CRTSCTS);
@@ -111,7 +125,7 @@ void SerialLink::configure(unsigned baud)
     cfsetispeed(&settings, *speed);
     cfsetospeed(&settings, *speed);
     if (tcsetattr(descriptor_.get(), TCSANOW, &settings) != 0) {
-        fail(errno, "cannot set up");
+        fail(errno, "cannot change the settings");
     }
 }
 
@@ -144,7 +158,7 @@ std::size_t SerialLink::writeSome(protocol::Bytes bytes, Clock::time_point deadl
             fail(errno, "cannot write");
         }
         if (!waitFor(POLLOUT, deadline)) {
-            fail(ETIMEDOUT, "the line takes no more bytes");
+            refuse(ETIMEDOUT, "the line takes no more bytes");
         }
     }
 }
@@ -190,7 +204,7 @@ std::size_t SerialLink::readAvailable(std::span<std::uint8_t> out)
         return static_cast<std::size_t>(count);
     }
     if (count == 0 || errno == EIO) {
-        fail(EIO, "the other end has closed the line");
+        refuse(EIO, "the other end has closed the line");
     }
     if (errno != EAGAIN && errno != EINTR) {
         fail(errno, "cannot read");
@@ -200,7 +214,12 @@ std::size_t SerialLink::readAvailable(std::span<std::uint8_t> out)
 
 void SerialLink::fail(int error, const std::string& what) const
 {
-    throw std::system_error(error, std::generic_category(), fmt::format("{}: {}", path_, what));
+    refuse(error, fmt::format("{}: {}", what, std::generic_category().message(error)));
+}
+
+void SerialLink::refuse(int error, const std::string& what) const
+{
+    throw SerialError(error, fmt::format("{}: {}", path_, what));
 }
 
 }  // namespace station

@@ -61,7 +61,9 @@ private:
     void configure(unsigned baud);
     bool waitFor(short events, Clock::time_point deadline) const;
     std::size_t readAvailable(std::span<std::uint8_t> out);
+    /// Throws with the system's reason behind `what`, and without it.
     [[noreturn]] void fail(int error, const std::string& what) const;
+    [[noreturn]] void refuse(int error, const std::string& what) const;
 
     std::string path_;
     const Interrupt* interrupt_ = nullptr;

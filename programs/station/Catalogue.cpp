@@ -123,9 +123,9 @@ void addCatalogueShow(Tool& tool, CLI::App& noun)
     const auto key = std::make_shared<std::string>();
     CLI::App* verb = noun.add_subcommand("show",
                                          "Print the catalogue\n"
-                                         "Without a key: all groups, one line for each command. With --json: one "
-                                         "object with everything.");
-    verb->add_option("KEY", *key, "GROUP, or GROUP.COMMAND for all about one command")->type_name("KEY");
+                                         "Without a key, it prints all groups, one line per command; with --json, "
+                                         "one object with everything.");
+    verb->add_option("KEY", *key, "GROUP, GROUP.COMMAND or GROUP.NOTICE")->type_name("KEY");
     verb->footer(
         "Examples:\n"
         "  engineering-station catalogue show tuner\n"
@@ -136,21 +136,21 @@ void addCatalogueShow(Tool& tool, CLI::App& noun)
 
 void addCatalogueList(Tool& tool, CLI::App& noun)
 {
-    CLI::App* verb =
-        noun.add_subcommand("list",
-                            "Print the codes and keys of all commands, one a line\n"
-                            "Notices, which the unit sends by itself, stand among them: '(sent unasked)'.");
+    CLI::App* verb = noun.add_subcommand("list",
+                                         "Print the codes and keys of all commands, one per line\n"
+                                         "Notices, which the unit sends by itself, are marked '(sent unasked)'.");
+    verb->footer(
+        "Examples:\n"
+        "  engineering-station catalogue list");
     verb->callback([&tool] { tool.action = [&tool] { return list(tool.json); }; });
 }
 
 void addCatalogueCheck(Tool& tool, CLI::App& noun)
 {
     const auto path = std::make_shared<std::string>();
-    CLI::App* verb = noun.add_subcommand(
-        "check",
-        "Check a catalogue file\n"
-        "Prints one line if the file is correct. Otherwise prints each error as one line on standard error, "
-        "FILE:LINE:COLUMN: error, and exits with 2.");
+    CLI::App* verb = noun.add_subcommand("check",
+                                         "Check a catalogue file\n"
+                                         "Each error is a line FILE:LINE:COLUMN: TEXT on standard error.");
     verb->add_option("FILE", *path, "Catalogue in TOML; - for standard input")->type_name("FILE")->required();
     verb->footer(
         "Examples:\n"
@@ -164,8 +164,7 @@ void addCatalogue(Tool& tool)
 {
     CLI::App* noun = tool.app.add_subcommand("catalogue",
                                              "Print or check the catalogue of the protocol\n"
-                                             "The tool contains a catalogue of all commands, replies and notices with "
-                                             "their meaning.");
+                                             "The tool contains a catalogue of all commands, replies and notices.");
     noun->require_subcommand(1);
     addCatalogueShow(tool, *noun);
     addCatalogueList(tool, *noun);

@@ -15,9 +15,9 @@ void setUp(Tool& tool)
     setUpHelp(app);
     app.require_subcommand(1);
     app.fallthrough();
-    app.add_flag("--json", tool.json, "Print data as JSON, one object a line, each with the number \"schema\"");
+    app.add_flag("--json", tool.json, "Print data as JSON, one object per line");
     app.add_option("--config", tool.station->given,
-                   "The station's file; by default $ENGINEERING_STATION, else /etc/engineering/station.toml")
+                   "Station's file; by default $ENGINEERING_STATION, else /etc/engineering/station.toml")
         ->type_name("FILE");
     std::string statuses = "Exit status:";
     for (const StatusMeaning& each : kStatusMeanings) {

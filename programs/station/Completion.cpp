@@ -304,7 +304,7 @@ void addCompletion(Tool& tool)
                                              "Print the script that completes the command line in a shell\n"
                                              "The script asks the tool for verbs, options, names of the catalogue, "
                                              "parameters, choices and ports.");
-    verb->add_option("SHELL", *shell, "The shell")->check(CLI::IsMember({"bash", "zsh", "fish"}))->required();
+    verb->add_option("SHELL", *shell, "Shell of the script")->check(CLI::IsMember({"bash", "zsh", "fish"}))->required();
     verb->footer(
         "Examples:\n"
         "  source <(engineering-station completion bash)\n"

@@ -202,18 +202,18 @@ int decode(const DecodeOptions& options, Tool& tool)
         }
     } else {
         const std::string& first = options.inputs.front();
-        if (options.inputs.size() == 1 && first.find_first_of("./") != std::string::npos) {
-            throw protocol::UserError(fmt::format("{}: expected a file, got none", first));
+        const bool word = first.find_first_of(" \t\n[") == std::string::npos;
+        if (options.inputs.size() == 1 && word && !catalogue::parseHexBytes(first)) {
+            throw protocol::UserError(fmt::format("no such file: {} (or bytes such as '2A A2')", first));
         }
         for (const ScannedPiece& piece : station::readHexArguments(options.inputs)) {
             printer.print(piece);
         }
     }
     if (!printer.foundFrame()) {
-        complain(
-            kProgram,
-            "expected a valid frame, from 2A A2 to its checksum, or a frame's content in quotes, '8F 00 [01]', got "
-            "none");
+        complain(kProgram,
+                 "expected a valid frame, from 2A A2 to its checksum, or its content in quotes, as in '8F 00 [01]', "
+                 "got none");
         return kFailed;
     }
     return kPassed;
@@ -230,14 +230,13 @@ void addDecode(Tool& tool)
         "The input is bytes in hexadecimal, as arguments, in a file or on standard input; a file may also be a capture "
         "(pcapng, link type USER0) or the raw bytes of the line. Each frame is one line with its sender, its bytes and "
         "its meaning. Garbage, frames with a wrong checksum and incomplete frames appear in their place. Frames that "
-        "the catalogue does not know stay bytes.\n"
-        "Exit status: 0 at least one valid frame was found, 1 none, 2 the input cannot be read.");
+        "the catalogue does not know stay bytes. Without a valid frame it fails.");
     verb->add_option("INPUT", options->inputs,
-                     "Bytes in hexadecimal, frames' contents as '8F 00 [01]' in quotes, or files; - or nothing is "
+                     "Bytes in hexadecimal, contents of frames such as '8F 00 [01]' in quotes, or files; - or none for "
                      "standard input")
         ->type_name("FILE");
     verb->add_option("--from", options->from,
-                     "Who sent the frames; auto goes by bit 7 of the group, and in a capture by the packet")
+                     "Sender of the frames; auto takes it from bit 7 of the group, or from the packet of a capture")
         ->check(CLI::IsMember({"auto", "unit", "station"}))
         ->default_str("auto");
     verb->footer(

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -160,7 +158,7 @@ int conclude(const std::vector<Done>& all, bool json)
         return kPassed;
     }
     // A user who sees both streams has seen it.
-    if (json || isatty(STDOUT_FILENO) != 1 || isatty(STDERR_FILENO) != 1) {
+    if (json || !outputsAreOne()) {
         complain(kProgram, describe(masked(*failure)));
     }
     return failure->result == Result::kRefused ? kFailed : kReadBackDiffers;
@@ -187,7 +185,7 @@ int writeIdentity(const IdentityOptions& options, Tool& tool)
     });
     if (journal && !journal->trouble().empty()) {
         complain(kProgram, journal->trouble());
-        status = status == kPassed ? static_cast<int>(kFailed) : status;
+        status = status == kPassed ? static_cast<int>(kNotRecorded) : status;
     }
     return status;
 }
@@ -204,18 +202,18 @@ int verifyIdentity(const IdentityOptions& options, Tool& tool)
 /// Adds the options that `write` and `verify` share.
 void addSources(CLI::App& verb, IdentityOptions& options)
 {
-    verb.add_option("--set", options.values.set, "RECORD=VALUE; may be given several times")
+    verb.add_option("--set", options.values.set, "Value of a record; may be given several times")
         ->type_name("RECORD=VALUE")
         ->allow_extra_args(false);
     verb.add_option("--csv", options.values.csv,
-                    "Take the values from a row of this file, whose first line names records: "
-                    "factory-serial,carplay-mac,…")
+                    "Take the values from a row of this file; its first line names the records, as in "
+                    "factory-serial,carplay-mac")
         ->type_name("FILE")
         ->excludes("--set")
         // Other stations have to find the ledger beside it.
         ->check([](const std::string& path) { return path == "-" ? "expected a file, got standard input" : ""; }, "");
-    verb.add_option("--serial", options.values.serial, "Take the row with this factory serial")->type_name("SERIAL");
-    verb.add_option("--unit", options.values.unit, "The unit's label, its name before it has a serial number")
+    verb.add_option("--serial", options.values.serial, "Take the row of this factory serial")->type_name("SERIAL");
+    verb.add_option("--unit", options.values.unit, "Label of the unit, its name before it has a serial number")
         ->type_name("ID");
 }
 
@@ -231,17 +229,18 @@ void addLine(CLI::App& verb, IdentityOptions& options)
 void addIdentity(Tool& tool)
 {
     CLI::App* noun = tool.app.add_subcommand("identity",
-                                             "Reads, writes and verifies a unit's identity records\n"
-                                             "Switches auto-test mode on, and restores the mode afterwards.");
+                                             "Read, write and verify a unit's identity records\n"
+                                             "The verbs at a unit switch auto-test mode on and restore it at the end.");
     noun->require_subcommand(1);
 
     const auto reading = std::make_shared<IdentityOptions>();
     CLI::App* verb = noun->add_subcommand("read",
-                                          "Prints a unit's identity records\n"
-                                          "All records, or the named ones. The unit reports whether a Bluetooth "
-                                          "address was written, and the address that its controller uses.");
-    verb->add_option("RECORD", reading->records, "Which to read: factory-serial, carplay-mac, …");
-    verb->add_flag("--show-secrets", reading->showSecrets, "Print the password number instead of a '*' per character");
+                                          "Print a unit's identity records\n"
+                                          "The unit reports whether a Bluetooth address was written, and the address "
+                                          "that its controller uses.");
+    verb->add_option("RECORD", reading->records, "Records to print, such as factory-serial; by default all")
+        ->type_name("RECORD");
+    verb->add_flag("--show-secrets", reading->showSecrets, "Print the password number, not a '*' per character");
     addLine(*verb, *reading);
     verb->footer(
         "Examples:\n"
@@ -252,42 +251,36 @@ void addIdentity(Tool& tool)
     const auto writing = std::make_shared<IdentityOptions>();
     verb = noun->add_subcommand(
         "write",
-        "Writes identity records and reads them back\n"
-        "Reads all records first: if one of them has another value, writes nothing unless --overwrite is given. Reads "
-        "each record back and compares it byte by byte; exit status 12 if it differs. The unit only reports that it "
-        "has a Bluetooth address: verify it after the unit has started again.\n"
+        "Write identity records and read them back\n"
+        "Reads all records first: if one has another value, it writes nothing without --overwrite. It compares what it "
+        "reads back byte by byte. Verify a Bluetooth address after the unit has started again.\n"
         "\n"
-        "With --csv the unit gets its own row of the file if it has one, else the row of --serial, else the next free "
-        "one. With --range and --mac-block it gets the next free value of a range. The station's registry knows which "
-        "unit got which value, on the disk before anything is written: no factory serial, head-unit serial or address "
-        "is given to two units. A second try gets the same values. A unit is known by its serial number, and before it "
-        "has one, by --unit. Values that were sent to a unit are given again only to a unit that holds one of them, "
-        "with --again, or with --reissue to the board that replaces the unit's.\n"
-        "\n"
-        "Appends the results to a journal, a JSON object per line.");
+        "--csv takes the unit's own row, else the row of --serial, else the next free row. --range and --mac-block "
+        "take "
+        "the next free value. The registry keeps which unit got which value, so a second try gets the same values, and "
+        "no two units get the same serial number or address. A unit is known by its serial number, and before it has "
+        "one, by --unit.");
     addSources(*verb, *writing);
     identity::ValueOptions& values = writing->values;
-    verb->add_flag("--overwrite", values.overwrite, "Replace other values that the unit has");
-    verb->add_flag("--again", values.again,
-                   "Give the unit the values that it was given before: its memory was erased since");
+    verb->add_flag("--overwrite", values.overwrite, "Replace values that the unit has");
+    verb->add_flag("--again", values.again, "Give the unit its former values: its memory was erased");
     verb->add_option("--reissue", values.reissue,
-                     "Give the values of another unit to the board that replaces it; registry and journal keep the "
-                     "reason")
+                     "Give the board that replaces a unit the unit's values; registry and journal keep the reason")
         ->type_name("REASON")
-        ->check([](const std::string& reason) { return std::string(reason.empty() ? "expected a reason" : ""); }, "");
-    verb->add_option("--range", values.ranges, "Take the next free value: factory-serial=SN{000100..000999}")
+        ->check(checkNotEmpty, "");
+    verb->add_option("--range", values.ranges, "Take the next free value, such as of factory-serial=SN{000100..000999}")
         ->type_name("RECORD=RANGE")
         ->allow_extra_args(false)
         ->excludes("--csv");
     verb->add_option("--mac-block", values.macBlocks,
-                     "Take the next free address of a block: carplay-mac=001A7D000000/24")
+                     "Take the next free address of a block, such as carplay-mac=001A7D000000/24")
         ->type_name("RECORD=ADDRESS/BITS")
         ->allow_extra_args(false)
         ->excludes("--csv");
     verb->add_flag("--allow-any", values.allowAny,
-                   "Also write addresses that no device may have: multicast, all zero, all F; the journal notes it");
-    verb->add_flag("--dry-run", values.dryRun, "Only print what would be done; gives no value away");
-    verb->add_option("--journal", writing->journal, "Where to keep the journal")
+                   "Also write addresses that no device may have: multicast, all zero, all F");
+    verb->add_flag("--dry-run", values.dryRun, "Only print what would be written; reserve nothing");
+    verb->add_option("--journal", writing->journal, "Append the results to this file, a JSON object per line")
         ->type_name("FILE")
         ->default_str("~/.local/state/engineering-station/identity.jsonl");
     addLine(*verb, *writing);
@@ -300,12 +293,14 @@ void addIdentity(Tool& tool)
     verb->callback([&tool, writing] { tool.action = [&tool, writing] { return writeIdentity(*writing, tool); }; });
 
     const auto verifying = std::make_shared<IdentityOptions>();
+    verifying->values.verifies = true;
     verb = noun->add_subcommand(
         "verify",
-        "Compares a unit's identity records with the expected values\n"
-        "Compares byte by byte; exit status 12 if a record differs or is missing. With --csv it compares with the row "
-        "of --serial, else the row that --unit was given, else the row of the unit's factory serial. The Bluetooth "
-        "address is the one that the controller uses: a written one from the unit's next start.");
+        "Compare a unit's identity records with the expected values\n"
+        "Compares byte by byte. --csv takes the row of --serial, else the row that --unit was given, else the row of "
+        "the "
+        "unit's factory serial. The Bluetooth address is the one that the controller uses: a written address counts "
+        "from the unit's next start.");
     addSources(*verb, *verifying);
     addLine(*verb, *verifying);
     verb->footer(

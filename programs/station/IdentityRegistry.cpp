@@ -47,6 +47,12 @@ void print(const Registry::Entry& entry, bool json)
     }
 }
 
+/// Prints what was done.
+void tell(const Tool& tool, nlohmann::ordered_json object, const std::string& line)
+{
+    tool.json ? printJson(std::move(object)) : static_cast<void>(std::puts(printable(line).c_str()));
+}
+
 int list(Tool& tool)
 {
     const auto registry = tool.station->openRegistry(Registry::Access::kLook);
@@ -68,7 +74,7 @@ int who(Tool& tool, const std::string& value)
             },
             value);
     if (!found) {
-        complain(kProgram, protocol::inQuotes(value) + " is not in the registry");
+        complain(kProgram, fmt::format("expected a value in the registry, got {}", protocol::inQuotes(value)));
     }
     return found ? kPassed : kFailed;
 }
@@ -76,7 +82,7 @@ int who(Tool& tool, const std::string& value)
 int importFile(Tool& tool, const std::string& path)
 {
     if (path == "-") {
-        throw protocol::UserError("expected a file, got standard input: the import writes into a ledger");
+        throw protocol::UserError("expected a file, got standard input: 'import' writes into a ledger");
     }
     const std::string text = readInput(path, tool.interrupt);
     const auto registry = tool.station->openRegistry();
@@ -104,49 +110,57 @@ void addIdentityRegistry(Tool& tool, CLI::App& parent)
 {
     CLI::App* const noun = parent.add_subcommand(
         "registry",
-        "Lists and fills the registry of the values that were given to units\n"
-        "The registry is the file of [paths] registry in the station's file; by default "
-        "$XDG_STATE_HOME/engineering-station/registry.sqlite. A value in it is never given to a second unit, and never "
-        "removed.");
+        "List and fill the registry of the values that units were given\n"
+        "The registry is the file of [paths] registry in station.toml; by default "
+        "$XDG_STATE_HOME/engineering-station/registry.sqlite. No second unit gets a value in it, and no value leaves "
+        "it.");
     noun->require_subcommand(1);
 
-    CLI::App* verb = noun->add_subcommand("list", "Lists all values: name space, value, state, time, unit");
-    verb->footer("  engineering-station identity registry list --json");
+    CLI::App* verb = noun->add_subcommand("list", "List all values: name space, value, state, time, unit");
+    verb->footer("Examples:\n  engineering-station identity registry list --json");
     verb->callback([&tool] { tool.action = [&tool] { return list(tool); }; });
 
     const auto options = std::make_shared<IdentityRegistryOptions>();
-    verb = noun->add_subcommand("who", "Prints which unit has a value; exit status 1 if no unit has it");
-    verb->add_option("VALUE", options->value, "A serial number, or an address in any spelling")->required();
-    verb->footer("  engineering-station identity registry who 00:1A:7D:00:00:01");
+    verb = noun->add_subcommand("who", "Print which unit has a value, and its history");
+    verb->add_option("VALUE", options->value, "Serial number, or address in any spelling")
+        ->check(checkNotEmpty, "")
+        ->required();
+    verb->footer("Examples:\n  engineering-station identity registry who 00:1A:7D:00:00:01");
     verb->callback([&tool, options] { tool.action = [&tool, options] { return who(tool, options->value); }; });
 
     verb = noun->add_subcommand("import",
-                                "Adds values that units have\n"
-                                "From the ledger beside a CSV file (FILE.csv.ledger), which names this registry from "
-                                "then on, or from a CSV file whose rows all belong to units.");
-    verb->add_option("FILE", options->file, "The ledger, or the CSV file")->required()->type_name("FILE");
-    verb->footer("  engineering-station identity registry import units.csv.ledger");
+                                "Add values that units have\n"
+                                "They come from the ledger beside a CSV file (FILE.csv.ledger), which names this "
+                                "registry from then on, or from a CSV file whose rows all belong to units.");
+    verb->add_option("FILE", options->file, "Ledger or CSV file")->required()->type_name("FILE");
+    verb->footer("Examples:\n  engineering-station identity registry import units.csv.ledger");
     verb->callback([&tool, options] { tool.action = [&tool, options] { return importFile(tool, options->file); }; });
 
-    verb = noun->add_subcommand("block", "Makes sure that a value is never given");
-    verb->add_option("VALUE", options->value, "A serial number, or an address")->required();
-    verb->add_option("--reason", options->reason, "Why")->type_name("REASON");
-    verb->footer("  engineering-station identity registry block 001A7D0000FF --reason 'used in the laboratory'");
+    verb = noun->add_subcommand("block", "Block a value, so that no unit gets it");
+    verb->add_option("VALUE", options->value, "Serial number or address")->check(checkNotEmpty, "")->required();
+    verb->add_option("--reason", options->reason, "Reason, for the registry")->type_name("REASON");
+    verb->footer(
+        "Examples:\n  engineering-station identity registry block 001A7D0000FF --reason 'used in the laboratory'");
     verb->callback([&tool, options] {
         tool.action = [&tool, options] {
             tool.station->openRegistry()->block(options->value, options->reason);
+            tell(tool, {{"value", options->value}, {"state", "blocked"}},
+                 options->value + ": blocked, no unit gets it");
             return kPassed;
         };
     });
 
     verb = noun->add_subcommand("adopt",
-                                "Lets a copied or restored registry give values\n"
+                                "Let a copied or restored registry give values\n"
                                 "First import or block the values that the other registry gave after the copy was "
                                 "made: this registry does not know them.");
-    verb->footer("  engineering-station identity registry adopt");
+    verb->footer("Examples:\n  engineering-station identity registry adopt");
     verb->callback([&tool] {
         tool.action = [&tool] {
-            tool.station->openRegistry()->adopt();
+            const auto registry = tool.station->openRegistry();
+            registry->adopt();
+            tell(tool, {{"path", registry->path()}, {"uuid", registry->uuid()}},
+                 fmt::format("{}: adopted, gives values as registry {}", registry->path(), registry->uuid()));
             return kPassed;
         };
     });

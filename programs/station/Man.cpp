@@ -53,7 +53,7 @@ std::string item(const std::string& tag, const std::string& text)
 
 std::string item(const CLI::Option& option)
 {
-    // The port that is used when none is told depends on who asks; the page is read by others.
+    // The default port is that of the user who makes the page; others read it.
     const bool port = valueName(option) == "PORT";
     return item(signatureOf(option), port ? option.get_description() : meaningOf(option));
 }
@@ -128,9 +128,9 @@ std::string manual(const CLI::App& app)
         out += item(std::to_string(each.status), each.meaning);
     }
     out += ".SH ENVIRONMENT\n";
-    out += item("NO_COLOR", "When it is set and not empty, output to a terminal is not coloured.");
-    out += item("TERM", "When it is dumb or not set, a terminal gets neither colour nor lines that change.");
-    out += item("XDG_RUNTIME_DIR", "Where the port is that is used without --port: engineering/uart below it.");
+    out += item("NO_COLOR", "If it is set and not empty, output to a terminal has no colour.");
+    out += item("TERM", "If it is dumb or not set, a terminal gets neither colour nor lines that change.");
+    out += item("XDG_RUNTIME_DIR", "Directory of the default port, engineering/uart.");
     return out;
 }
 

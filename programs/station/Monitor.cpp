@@ -120,7 +120,7 @@ int replay(const MonitorOptions& options, Printer& printer)
 {
     std::ifstream file(options.replay, std::ios::binary);
     if (!file) {
-        throw protocol::UserError(fmt::format("{}: expected a capture, got {}", options.replay, std::strerror(errno)));
+        throw protocol::UserError(fmt::format("{}: cannot be read: {}", options.replay, std::strerror(errno)));
     }
     station::pcapng::Reader reader(file, options.replay);
     station::SecretMask mask(catalogue::groups());
@@ -146,7 +146,7 @@ std::optional<station::pcapng::File> captureOf(const MonitorOptions& options)
                 return describe(attribution.groups(), event, attribution.on(event).decoded);
             });
     } catch (const std::system_error& error) {
-        throw protocol::UserError(error.what());
+        throw protocol::StorageError(error.what(), kNotRecorded);
     }
 }
 
@@ -175,34 +175,32 @@ void addMonitor(Tool& tool)
     CLI::App* verb = tool.app.add_subcommand(
         "monitor",
         "Show the traffic on a line\n"
-        "Each frame is one line: time, direction as the station sees it (sent, received, corrupt), meaning. The port "
-        "belongs to this program meanwhile, so you see what the unit sends by itself. Most units do that in auto-test "
-        "mode only: see --enter-test-mode. A unit sends key reports only after 'send keys.set-feedback value=on' in "
-        "auto-test mode; send it before you start monitor. The tool waits for a device that disappears, and shows when "
-        "it went and came back. Ctrl-C ends it, with exit status 0.\n"
+        "Each frame is one line: time, direction as the station sees it (sent, received, corrupt), meaning. The tool "
+        "locks the port, so you see what the unit sends by itself. Most units send in auto-test mode only: see "
+        "--enter-test-mode. For key reports, run 'send keys.set-feedback value=on' first. The tool waits for a device "
+        "that disappears. Ctrl-C ends it, with exit status 0.\n"
         "\n"
-        "A filter has alternatives, with commas between them. An alternative is one or more words, with blanks between "
-        "them; all must hold. A word behind ! must not hold.\n"
-        "sent, received, corrupt: the direction\n"
-        "tuner: a group\n"
-        "tuner.frequency: a command and its replies, or a notice\n"
-        "02, 02.01: codes on the line, hexadecimal, without bit 7 of the group");
+        "A filter lists alternatives between commas. All words of an alternative must match; a word after ! must not:\n"
+        "  sent, received, corrupt   the direction\n"
+        "  tuner                     a group\n"
+        "  tuner.frequency           a command and its replies, or a notice\n"
+        "  02, 02.01                 codes in hexadecimal, without bit 7 of the group");
     addPort(*verb, options->port);
     addTimeout(*verb, options->timeoutSeconds);
     addReconnect(*verb, options->reconnectSeconds);
     verb->add_flag("--hex", options->hex, "Also show the bytes");
-    verb->add_option("--filter", options->filter, "Frames to show; a capture holds all")->type_name("EXPR");
+    verb->add_option("--filter", options->filter, "Show only matching frames; a capture holds all")->type_name("EXPR");
     auto* pcapng =
         verb->add_option("--pcapng", options->pcapng,
-                         "Capture into this file, for Wireshark (link type USER0, with comments); replaces the file")
+                         "Write a capture for Wireshark to this file (link type USER0); replace an existing file")
             ->type_name("FILE");
-    auto* enter =
-        verb->add_flag("--enter-test-mode", options->enterTestMode, "Switch auto-test mode on, and at the end back");
-    verb->add_option("--duration", options->durationSeconds, "End after this time, in seconds; 0 for never")
+    auto* enter = verb->add_flag("--enter-test-mode", options->enterTestMode,
+                                 "Switch auto-test mode on, and restore it at the end");
+    verb->add_option("--duration", options->durationSeconds, "End after this time; 0 for no limit")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, kForEver))
+        ->check(secondsUpTo(kForEver))
         ->default_str("0");
-    verb->add_option("--replay", options->replay, "Show this capture instead of a line")
+    verb->add_option("--replay", options->replay, "Show this capture, not a line")
         ->type_name("FILE")
         ->excludes("--port")
         ->excludes(pcapng)

@@ -129,10 +129,11 @@ void addPorts(Tool& tool)
     CLI::App* verb = tool.app.add_subcommand(
         "ports",
         "List the serial ports\n"
-        "Each with its device, its kind (for a USB adapter VID:PID:SERIAL and name), its user, and its stable names: "
-        "these stay the same whenever you plug it in, so give one of them to --port. The list includes a running bench "
-        "on the default link, but not one on another link (--uart pty:LINK). The tool opens no port. Only root can see "
-        "the program of another user that uses a port without locking it.");
+        "For each port: device, kind (for a USB adapter VID:PID:SERIAL and name), user, and stable names. A stable "
+        "name "
+        "stays the same when you plug the adapter in again: give it to --port. The list has a running bench on the "
+        "default link, but none on another link (--uart pty:LINK). Only root sees a program of another user that "
+        "does not lock the port.");
     verb->footer(
         "Examples:\n"
         "  engineering-station ports\n"

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <glib.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -56,13 +57,24 @@ std::string failureOf(const ListedRun& run)
     return printable(run.failedStep) + more;
 }
 
+/// @returns the beginning of a text of UTF-8 that is too long for a column; 'report show' prints all of it.
+std::string shortened(const std::string& text)
+{
+    constexpr glong kLongest = 60;
+    if (g_utf8_strlen(text.c_str(), -1) <= kLongest) {
+        return text;
+    }
+    return text.substr(0, static_cast<std::size_t>(g_utf8_offset_to_pointer(text.c_str(), kLongest) - text.c_str())) +
+           "…";
+}
+
 void printTable(const RunList& list)
 {
     std::vector<std::vector<std::string>> rows{{"STARTED", "PLAN", "UNIT", "VERDICT", "TOOK", "RUN", "FAILED"}};
     for (const ListedRun& run : list.runs) {
         rows.push_back({record::toText(run.started), printable(run.plan), printable(run.unit),
                         verdictOf(run, colourWanted()), run.ended < run.started ? "-" : record::toText(durationOf(run)),
-                        printable(run.folder.filename().string()), failureOf(run)});
+                        printable(run.folder.filename().string()), shortened(failureOf(run))});
     }
     std::fputs(protocol::table(rows).c_str(), stdout);
 }
@@ -115,7 +127,8 @@ int list(const std::string& directory, bool json)
 {
     const RunList found = record::listRuns(directory);
     for (const auto& folder : found.passedOver) {
-        complain(kProgram, fmt::format("{} is not a run: it has no {}", folder.string(), record::kRecordFile));
+        complain(kProgram,
+                 fmt::format("{}: expected a run, got a folder without {}", folder.string(), record::kRecordFile));
     }
     for (const std::string& broken : found.broken) {
         complain(kProgram, broken);
@@ -123,7 +136,7 @@ int list(const std::string& directory, bool json)
     if (json) {
         printJsonList(directory, found);
     } else if (found.runs.empty()) {
-        complain(kProgram, "there is no run in " + directory);
+        complain(kProgram, directory + ": expected a folder of runs, got none");
     } else {
         printTable(found);
     }
@@ -136,8 +149,10 @@ void addReportList(Tool& tool, CLI::App& noun)
     CLI::App* verb = noun.add_subcommand("list",
                                          "List the runs in a results directory, the newest first\n"
                                          "Standard error names folders without a record, and records that cannot be "
-                                         "read; the latter make the exit status 2.");
-    verb->add_option("DIR", *directory, "Results directory")->type_name("DIR")->default_str(record::kDefaultResults);
+                                         "read.");
+    verb->add_option("DIR", *directory, "Results directory, as with --results")->type_name("DIR");
+    addResults(*verb, *directory);
+    verb->get_option("--results")->excludes("DIR");
     verb->footer(
         "Examples:\n"
         "  engineering-station report list\n"
@@ -156,12 +171,10 @@ struct Chosen {
 
 void addRun(CLI::App& verb, Chosen& chosen)
 {
-    verb.add_option("RUN", chosen.run, "Name of a run, path of its folder or of a record.json, or 'latest'")
+    verb.add_option("RUN", chosen.run, "Name of a run, path of its folder or of its record, or 'latest'")
         ->type_name("RUN")
         ->required();
-    verb.add_option("--results", chosen.directory, "Results directory")
-        ->type_name("DIR")
-        ->default_str(record::kDefaultResults);
+    addResults(verb, chosen.directory);
 }
 
 record::Run readRun(const Tool& tool, const Chosen& chosen)
@@ -192,10 +205,10 @@ void addReportShow(Tool& tool, CLI::App& noun)
     const auto options = std::make_shared<Options>();
     CLI::App* verb = noun.add_subcommand("show",
                                          "Print a run: the steps that went wrong, then every step\n"
-                                         "--json prints the record itself. The exit status does not depend on the "
+                                         "With --json, it prints the record. The exit status does not depend on the "
                                          "verdict.");
     addRun(*verb, options->chosen);
-    verb->add_flag("--frames", options->allFrames, "Print the frames of every step, not only of those that went wrong");
+    verb->add_flag("--frames", options->allFrames, "Print the frames of all steps, not only of those that went wrong");
     verb->footer(
         "Examples:\n"
         "  engineering-station report show latest");
@@ -220,7 +233,11 @@ int exportRun(const Tool& tool, const Chosen& chosen, const std::string& format,
                                           [](const record::ReportFormat& each) { return std::string(each.name); });
     const std::string text = known->write(run, protocol::catalogue::groups());
     if (!output.empty()) {
-        record::writeAtomically(output, text);
+        try {
+            record::writeAtomically(output, text);
+        } catch (const protocol::StorageError& error) {
+            throw protocol::StorageError(error.what(), kNotRecorded);
+        }
     }
     if (tool.json) {
         ordered_json object{{"run", run.id}, {"format", format}};
@@ -242,8 +259,7 @@ void addExport(Tool& tool, CLI::App& noun)
     const auto options = std::make_shared<Options>();
     CLI::App* verb = noun.add_subcommand("export",
                                          "Make a report from a run's record\n"
-                                         "The report is made from the record alone, whatever the run's folder has "
-                                         "beside it.");
+                                         "The report is made from the record alone.");
     addRun(*verb, options->chosen);
     verb->add_option("--format", options->format, "Format of the report")
         ->check(CLI::IsMember(formatNames()))
@@ -265,8 +281,7 @@ void addReport(Tool& tool)
 {
     CLI::App* noun = tool.app.add_subcommand("report",
                                              "List and print the runs of plans, and make reports from them\n"
-                                             "docs/results.md describes the folder of a run and every key of its "
-                                             "record.");
+                                             "docs/results.md describes the folder of a run and its record.");
     noun->require_subcommand(1);
     addReportList(tool, *noun);
     addReportShow(tool, *noun);

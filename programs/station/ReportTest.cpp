@@ -95,6 +95,30 @@ TEST_F(ReportVerb, ListIsATableWithTheFirstFailure)
     EXPECT_EQ(outcome.error, "");
 }
 
+TEST_F(ReportVerb, ListTakesTheDirectoryAsAnOptionToo)
+{
+    keep(record::samples::failed(), "run-1");
+
+    EXPECT_EQ(run({"report", "list", "--results", directory_}).out, run({"report", "list", directory_}).out);
+}
+
+TEST_F(ReportVerb, ListShortensALongFailure)
+{
+    record::Run which = record::samples::failed();
+    for (record::Phase& phase : which.phases) {
+        for (record::Group& group : phase.groups) {
+            for (record::Group::Try& each : group.tries) {
+                for (record::Step& step : each.steps) {
+                    step.name = "\u00e4" + std::string(99, 'x');
+                }
+            }
+        }
+    }
+    keep(which, "run-1");
+
+    EXPECT_THAT(run({"report", "list", directory_}).out, testing::EndsWith("  \u00e4" + std::string(59, 'x') + "…\n"));
+}
+
 TEST_F(ReportVerb, ListHasAnObjectForEachRun)
 {
     keep(record::samples::failed(), "run-1");
@@ -131,7 +155,7 @@ TEST_F(ReportVerb, ListPassesOverOtherFoldersWithAWordAndRefusesABrokenRecord)
 
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.error, "engineering-station: " + path("notes") +
-                                 " is not a run: it has no record.json\n"
+                                 ": expected a run, got a folder without record.json\n"
                                  "engineering-station: " +
                                  path("broken") + "/record.json: top level: the key \"id\" is missing\n");
     EXPECT_THAT(outcome.out, HasSubstr("run-1"));
@@ -236,7 +260,7 @@ TEST_F(ReportVerb, ExportOntoAFullDiskIsOneLineAndAFailure)
         outcome = run({"report", "export", path("run-1"), "--format", "html", "--output", output});
     }
 
-    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.status, 7);
     EXPECT_EQ(outcome.error, "engineering-station: cannot write " + output + ": File too large\n");
     EXPECT_FALSE(fs::exists(output));
 }

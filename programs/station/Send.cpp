@@ -60,8 +60,8 @@ int send(const SendOptions& options, Tool& tool)
     terms.timeout = fromSeconds(options.timeoutSeconds);
     check(request, terms);
     station::Connection connection(options.port, {.interrupt = &tool.interrupt});
-    const auto answer = converse(connection, request, terms);
-    const auto judgement = judge(catalogue::groups(), request, terms, answer);
+    const auto answer = converse(connection, catalogue::groups(), request, terms);
+    const auto judgement = judge(request, terms, answer);
     tool.json ? printAsJson(options.port.path, request, answer, judgement.status) : printAnswer(request, answer);
     if (!judgement.complaint.empty()) {
         complain(kProgram, judgement.complaint);
@@ -78,22 +78,19 @@ void addSend(Tool& tool)
         "send",
         "Send one command and print its reply\n"
         "By name, GROUP.COMMAND NAME=VALUE…: the tool checks the values against the catalogue and prints the reply's "
-        "meaning behind its bytes. It marks a value outside the catalogue's range '(! …)'; the exit status stays the "
-        "same. A command without a reply in the catalogue returns at once, unless you add --expect-none.\n"
-        "In bytes, CMD_ONE CMD_TWO BYTE… in hexadecimal: the tool always waits and prints the reply as "
+        "meaning after its bytes. '(! …)' marks a value outside the catalogue's range. A command without a reply "
+        "returns at once, unless you add --expect-none.\n"
+        "In bytes, CMD_ONE CMD_TWO BYTE… in hexadecimal: the tool always waits, and prints the reply as "
         "'8F 00 [01]'.\n"
-        "The tool first discards what is left in the line. It ignores frames that the head unit sends by itself (key "
-        "reports, notices) while it waits. It locks the port. If the device disappears and comes back, the tool sends "
-        "a command again only if the catalogue calls it repeatable.\n"
-        "Exit status: 0 a reply came or none was due, 1 a reply came in spite of --expect-none, 2 wrong use, 3 no "
-        "reply in time, 4 interrupted, 10 the port is missing or busy, 11 the line failed.");
+        "While it waits, the tool ignores frames that the head unit sends by itself. If the device disappears and "
+        "comes "
+        "back, the tool sends a command again only if the catalogue calls it repeatable.");
     addCommandWords(*verb, options->command, options->arguments);
     addPort(*verb, options->port);
     addTimeout(*verb, options->timeoutSeconds);
-    verb->add_flag("--expect-none", options->terms.expectNone,
-                   "Exit with 0 if no reply comes within the time, with 1 if one comes");
+    verb->add_flag("--expect-none", options->terms.expectNone, "Fail if a reply comes within the time");
     verb->add_flag("--wait-later", options->terms.waitLater,
-                   "Wait also for the reply that comes later, from the HMI or the middleware");
+                   "Also wait for the reply that comes later, from the HMI or the middleware");
     verb->add_flag("--yes", options->terms.yes, "Send a destructive command");
     verb->footer(
         "Examples:\n"

@@ -29,7 +29,7 @@ const station::StationConfig& Station::config()
         if (!problems.empty()) {
             throw protocol::UserError(
                 format(path, problems.front()) +
-                (problems.size() > 1 ? " (for all errors run 'engineering-station station check')" : ""));
+                (problems.size() > 1 ? "; 'engineering-station station check' lists all errors" : ""));
         }
     });
     return config_;
@@ -100,7 +100,7 @@ int check(Tool& tool)
     }
     if (problems.empty()) {
         std::puts(fmt::format("{}, registry {}{}",
-                              path.empty() ? "no station.toml: the defaults hold" : path + ": sound", registry,
+                              path.empty() ? "no station.toml, the defaults apply" : path + ": sound", registry,
                               uuid.empty() ? " (not made yet)" : fmt::format(" ({})", uuid))
                       .c_str());
     }
@@ -117,15 +117,15 @@ int check(Tool& tool)
 
 void addStation(Tool& tool)
 {
-    CLI::App* const noun = tool.app.add_subcommand("station", "The station's own file, station.toml");
+    CLI::App* const noun = tool.app.add_subcommand("station", "Check the station's own file, station.toml");
     noun->require_subcommand(1);
     CLI::App* const verb =
         noun->add_subcommand("check",
-                             "Checks the station's file\n"
+                             "Check the station's file\n"
                              "The file is that of --config, else of $ENGINEERING_STATION, else "
-                             "/etc/engineering/station.toml. Prints every error as a line FILE:LINE:COLUMN: TEXT on "
-                             "standard error; exit status 2 if there is one.");
-    verb->footer("  engineering-station station check --config station.toml");
+                             "/etc/engineering/station.toml. Each error is a line FILE:LINE:COLUMN: TEXT on standard "
+                             "error.");
+    verb->footer("Examples:\n  engineering-station station check --config station.toml");
     verb->callback([&tool] { tool.action = [&tool] { return check(tool); }; });
 }
 

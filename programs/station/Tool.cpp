@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,24 +27,14 @@
 
 namespace programs::station_tool {
 
-namespace {
-
-/// A day: far below the end of a clock.
-constexpr double kLongestTimeout = 86400;
-
-}  // namespace
-
 station::PortSpec parsePort(std::string_view text)
 {
-    station::PortSpec port{std::string(text)};
     const auto comma = text.rfind(',');
+    station::PortSpec port{std::string(text.substr(0, comma))};
     if (comma != std::string_view::npos) {
         const auto digits = text.substr(comma + 1);
-        unsigned baud = 0;
-        const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), baud);
-        if (result.ec == std::errc() && result.ptr == digits.data() + digits.size()) {
-            port = {std::string(text.substr(0, comma)), baud};
-        }
+        const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), port.baud);
+        port.baud = result.ec == std::errc() && result.ptr == digits.data() + digits.size() ? port.baud : 0;
     }
     // In /tmp any user can be the first to make its directory.
     port.ownOnly = port.path == station::defaultPort();
@@ -52,23 +43,19 @@ station::PortSpec parsePort(std::string_view text)
 
 std::string checkPort(const std::string& text)
 {
-    const unsigned baud = parsePort(text).baud;
-    return host::speedOf(baud) ? "" : fmt::format("expected a baud rate such as 9600, 115200 or 921600, got {}", baud);
+    const station::PortSpec port = parsePort(text);
+    if (port.path.empty()) {
+        return fmt::format("expected PATH[,BAUD], got '{}'", text);
+    }
+    return host::speedOf(port.baud) ? ""
+                                    : fmt::format("expected a baud rate such as 9600, 115200 or 921600, got '{}'",
+                                                  text.substr(text.rfind(',') + 1));
 }
 
-namespace {
-
-std::string checkTimeout(const std::string& text)
+std::string checkNotEmpty(const std::string& text)
 {
-    double seconds = 0;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    const bool complete = result.ec == std::errc() && result.ptr == text.data() + text.size();
-    return complete && seconds >= 0 && seconds <= kLongestTimeout
-               ? ""
-               : fmt::format("expected a number of seconds from 0 to 86400, got '{}'", text);
+    return text.empty() ? "expected a text, got none" : "";
 }
-
-}  // namespace
 
 void printJson(nlohmann::ordered_json object)
 {
@@ -100,6 +87,16 @@ bool isDumbTerminal()
     return terminal == nullptr || *terminal == '\0' || std::string_view(terminal) == "dumb";
 }
 
+bool outputsAreOne()
+{
+    struct stat output {
+    };
+    struct stat errors {
+    };
+    return fstat(STDOUT_FILENO, &output) == 0 && fstat(STDERR_FILENO, &errors) == 0 && output.st_dev == errors.st_dev &&
+           output.st_ino == errors.st_ino;
+}
+
 bool colourWanted(int descriptor)
 {
     const char* refused = std::getenv("NO_COLOR");
@@ -111,7 +108,7 @@ void addPort(CLI::App& verb, station::PortSpec& port)
     port = parsePort(station::defaultPort());
     verb.add_option_function<std::string>(
             "--port", [&port](const std::string& text) { port = parsePort(text); },
-            "PATH[,BAUD]: serial device or pseudo-terminal, 115200 baud unless told otherwise")
+            "PATH[,BAUD]: serial device or pseudo-terminal; by default 115200 baud")
         ->check(checkPort)
         ->type_name("PORT")
         ->default_str(station::defaultPort());
@@ -125,23 +122,29 @@ std::string resultsFolder(const Tool& tool, const std::string& given)
 
 void addTimeout(CLI::App& verb, double& seconds)
 {
-    verb.add_option("--timeout", seconds, "How long to wait for the reply, in seconds; may be 0.2")
-        ->check(checkTimeout)
+    verb.add_option("--timeout", seconds, "Wait this long for the reply, such as 0.2")
+        ->check(secondsUpTo(86400))
         ->type_name("SECONDS")
         ->default_val(seconds);
 }
 
 void addReconnect(CLI::App& verb, double& seconds)
 {
-    CLI::Option* option =
-        verb.add_option("--reconnect", seconds, "How long to wait for a device that has gone, in seconds")
-            ->type_name("SECONDS")
-            ->check(CLI::Range(0.0, kForEver));
+    CLI::Option* option = verb.add_option("--reconnect", seconds, "Wait this long for a device that has gone")
+                              ->type_name("SECONDS")
+                              ->check(secondsUpTo(kForEver));
     if (seconds >= kForEver) {
-        option->default_str("as long as it takes");
+        option->default_str("no limit");
     } else {
         option->default_val(seconds);
     }
+}
+
+void addResults(CLI::App& verb, std::string& directory)
+{
+    verb.add_option("--results", directory, "Results directory")
+        ->type_name("DIR")
+        ->default_str(station::record::kDefaultResults);
 }
 
 std::chrono::nanoseconds fromSeconds(double seconds)
@@ -151,12 +154,13 @@ std::chrono::nanoseconds fromSeconds(double seconds)
 
 void addCommandWords(CLI::App& verb, std::string& command, std::vector<std::string>& arguments)
 {
-    verb.add_option("COMMAND", command, "GROUP.COMMAND as 'catalogue list' prints it; or the group's code, hexadecimal")
+    verb.add_option("COMMAND", command,
+                    "GROUP.COMMAND as 'catalogue list' prints it, or the group's code in hexadecimal")
         ->type_name("COMMAND")
         ->required();
     verb.add_option("ARGUMENT", arguments,
                     "NAME=VALUE for each parameter: a number, the name of a choice, a number with its unit (87.5MHz), "
-                    "text, or bytes (00:1A:7D); or the command's code and at most 252 parameter bytes, hexadecimal");
+                    "text, or bytes (00:1A:7D); or the command's code and at most 252 parameter bytes in hexadecimal");
 }
 
 namespace {
@@ -212,7 +216,7 @@ void complainOfFile(const std::string& line)
 void complainOfForeign(const std::string& capture, std::size_t packets)
 {
     if (packets > 0) {
-        complain(kProgram, fmt::format("{}: ignored {} of other link types than USER0", capture,
+        complain(kProgram, fmt::format("{}: ignored {} whose link type is not USER0", capture,
                                        protocol::plural(packets, "packet")));
     }
 }

@@ -34,7 +34,7 @@ inline constexpr std::array kStatusMeanings{
     StatusMeaning{kInterrupted, "interrupted"},
     StatusMeaning{kNothingRun, "nothing was run"},
     StatusMeaning{kError, "plan: a step ended in an error"},
-    StatusMeaning{kNotRecorded, "the results could not be written"},
+    StatusMeaning{kNotRecorded, "a file could not be written"},
     StatusMeaning{kPortUnavailable, "the port is missing or busy"},
     StatusMeaning{kLineFailed, "the line failed during use"},
     StatusMeaning{kReadBackDiffers, "the value read back differs from the value written"},
@@ -74,6 +74,9 @@ int printError(const std::string& line, const char* kind, ExitStatus status, boo
 /// @returns whether TERM names no terminal that obeys control sequences.
 bool isDumbTerminal();
 
+/// @returns whether standard output and standard error end in the same place, such as one terminal.
+bool outputsAreOne();
+
 /// @returns whether standard output (or the given descriptor) takes colour: a terminal that is not dumb, and NO_COLOR
 /// unset.
 bool colourWanted(int descriptor = 1);
@@ -84,6 +87,9 @@ station::PortSpec parsePort(std::string_view text);
 /// @returns the error in PATH[,BAUD]; empty if there is none.
 std::string checkPort(const std::string& text);
 
+/// @returns the error in a text that must not be empty; empty if there is none.
+std::string checkNotEmpty(const std::string& text);
+
 /// Adds --port PATH[,BAUD] with its check and default.
 void addPort(CLI::App& verb, station::PortSpec& port);
 
@@ -92,6 +98,9 @@ std::string resultsFolder(const Tool& tool, const std::string& given);
 
 /// Adds --timeout SECONDS with its check.
 void addTimeout(CLI::App& verb, double& seconds);
+
+/// Adds --results DIR.
+void addResults(CLI::App& verb, std::string& directory);
 
 /// Adds --reconnect SECONDS.
 void addReconnect(CLI::App& verb, double& seconds);

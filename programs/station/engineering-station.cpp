@@ -63,7 +63,7 @@ int run(const Tool& tool)
     try {
         return tool.action();
     } catch (const protocol::Error& error) {
-        return printError(error.what(), error.kind(), error.status(), tool.json);
+        return printError(error.what() + error.remedy(), error.kind(), error.status(), tool.json);
     } catch (const std::exception& error) {
         return printError(error.what(), "internal", kFailed, tool.json);
     }
@@ -78,7 +78,7 @@ int withOutputWritten(int status)
     }
     // The reader of "… | head" has enough.
     if (error != EPIPE) {
-        programs::complain(kProgram, fmt::format("standard output cannot be written: {}", std::strerror(error)));
+        programs::complain(kProgram, fmt::format("standard output: cannot be written: {}", std::strerror(error)));
     }
     return status == kPassed ? static_cast<int>(kFailed) : status;
 }
@@ -91,7 +91,7 @@ int main(int argc, char** argv)
         station::Interrupt interrupt;
         endOnSignals(interrupt);
         watchStandardOutput();
-        CLI::App app("The test station's side of the line: sends commands, decodes replies, runs plans.");
+        CLI::App app("Test a head unit over its engineering line: send commands, decode replies, run plans");
         Station station(interrupt);
         station.guardConnections();
         Tool tool{app, false, {}, interrupt, &station, [&station] { return station.config().results; }};

@@ -139,7 +139,8 @@ private:
                 }
             } catch (const PatternError& error) {
                 section.report("pattern",
-                               "'" + pattern + "' is not a regular expression in RE2's syntax: " + error.what());
+                               fmt::format("'pattern': expected a regular expression in RE2's syntax, got {}: {}",
+                                           protocol::inQuotes(pattern), error.what()));
             }
             section.finish();
         }
@@ -158,11 +159,11 @@ std::string obstacleAt(fs::path folder)
         folder = folder.parent_path();
     }
     if (!fs::is_directory(folder, error)) {
-        return folder.string() + " is not a directory";
+        return folder.string() + ": expected a directory, got a file";
     }
     return access(folder.c_str(), W_OK | X_OK) == 0
                ? ""
-               : fmt::format("cannot write in {}: {}", folder.string(), std::generic_category().message(errno));
+               : fmt::format("{}: cannot be written: {}", folder.string(), std::generic_category().message(errno));
 }
 
 }  // namespace
@@ -218,7 +219,7 @@ std::string findPlan(const std::string& plan, const std::vector<std::string>& fo
         }
     }
     throw protocol::UserError(
-        fmt::format("there is no plan {}; looked in ., {}", protocol::inQuotes(plan), fmt::join(folders, ", ")));
+        fmt::format("{}: no such file or plan; plan folders: {}", plan, fmt::join(folders, ", ")));
 }
 
 std::vector<std::string> unusablePaths(const StationConfig& config)
@@ -237,7 +238,7 @@ std::vector<std::string> unusablePaths(const StationConfig& config)
     }
     for (const std::string& folder : config.plans) {
         std::error_code error;
-        add("plans", fs::is_directory(folder, error) ? "" : folder + " is not a directory");
+        add("plans", fs::is_directory(folder, error) ? "" : folder + ": expected a directory, got none");
     }
     return lines;
 }

@@ -87,9 +87,10 @@ TEST_F(StationConfigTest, PatternIsCheckedAsInAPlan)
 {
     read("[records.hu-serial]\npattern = \"(?=HU)\"\n");
 
-    EXPECT_THAT(messages(),
-                ElementsAre("f:2:11: '(?=HU)' is not a regular expression in RE2's syntax: look-ahead '(?=' "
-                            "is not supported"));
+    EXPECT_THAT(
+        messages(),
+        ElementsAre("f:2:11: 'pattern': expected a regular expression in RE2's syntax, got '(?=HU)': look-ahead '(?=' "
+                    "is not supported"));
 }
 
 TEST_F(StationConfigTest, AllErrorsAreReportedWithTheirPlace)
@@ -124,9 +125,10 @@ TEST_F(StationConfigTest, PathsThatTheMachineCannotUseAreReported)
     config.results = plain + "/results";
     config.plans = {directory.path() / "none", directory.path()};
 
-    EXPECT_THAT(unusablePaths(config), ElementsAre("[paths] registry: " + plain + " is not a directory",
-                                                   "[paths] results: " + plain + " is not a directory",
-                                                   "[paths] plans: " + config.plans[0] + " is not a directory"));
+    EXPECT_THAT(unusablePaths(config),
+                ElementsAre("[paths] registry: " + plain + ": expected a directory, got a file",
+                            "[paths] results: " + plain + ": expected a directory, got a file",
+                            "[paths] plans: " + config.plans[0] + ": expected a directory, got none"));
     EXPECT_THAT(unusablePaths({}), IsEmpty());
 }
 
@@ -148,7 +150,7 @@ TEST_F(StationConfigTest, PlanIsFoundInTheFirstFolderThatHasIt)
         findPlan("three", {first, second});
         FAIL() << "it was found";
     } catch (const protocol::UserError& error) {
-        EXPECT_EQ(error.what(), "there is no plan 'three'; looked in ., " + first + ", " + second);
+        EXPECT_EQ(error.what(), "three: no such file or plan; plan folders: " + first + ", " + second);
     }
 }
 

@@ -26,7 +26,7 @@ const std::string& withFolder(const std::string& path)
 }  // namespace
 
 Journal::Journal(const std::string& path, std::string port)
-    : file_(withFolder(path), O_RDWR | O_APPEND | O_CREAT, 0600, protocol::kWrongUse), port_(std::move(port))
+    : file_(withFolder(path), O_RDWR | O_APPEND | O_CREAT, 0600, protocol::kNotRecorded), port_(std::move(port))
 {
 }
 

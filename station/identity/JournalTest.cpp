@@ -141,8 +141,8 @@ TEST_F(JournalTest, FileThatCannotBeOpenedIsNamed)
         Journal("/proc/none/journal.jsonl", "/dev/x");
         FAIL() << "it was made";
     } catch (const protocol::StorageError& error) {
-        EXPECT_THAT(error.what(), HasSubstr("/proc/none/journal.jsonl: cannot be opened: "));
-        EXPECT_EQ(error.status(), protocol::kWrongUse);
+        EXPECT_THAT(error.what(), HasSubstr("/proc/none/journal.jsonl: cannot be written: "));
+        EXPECT_EQ(error.status(), protocol::kNotRecorded);
     }
 }
 

@@ -62,7 +62,7 @@ void LedgerFile::lock(const Interrupt* interrupt) const
             file_.fail("cannot be locked: " + std::generic_category().message(error));
         }
         if (std::chrono::steady_clock::now() >= giveUpAt) {
-            file_.fail("another station keeps it locked");
+            file_.fail("another station keeps it locked: try again when it is done");
         }
         pollfd wish{interrupt == nullptr ? -1 : interrupt->descriptor(), POLLIN, 0};
         poll(&wish, 1, kTryLockAgainMs);

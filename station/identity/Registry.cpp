@@ -61,7 +61,8 @@ struct Registry::Impl {
         }
         if (!dryRun) {
             if (!file.lockUnit(unit)) {
-                throw NotGiven("another station works on unit " + tables.nameOf(unit));
+                throw NotGiven(
+                    fmt::format("another station works on unit {}: try again when it is done", tables.nameOf(unit)));
             }
             file.commit(transaction);
         }
@@ -113,7 +114,8 @@ struct Registry::Impl {
         const auto found = std::ranges::find_if(
             table.rows, [&](const CsvRow& row) { return std::ranges::all_of(judge.uniqueOf(row.values), isFree); });
         if (found == table.rows.end()) {
-            throw NotGiven(fmt::format("{}: all {} rows have been given away", table.path, table.rows.size()));
+            throw NotGiven(
+                fmt::format("{}: all {} rows have been given away: add rows", table.path, table.rows.size()));
         }
         return *found;
     }
@@ -173,7 +175,7 @@ struct Registry::Impl {
                 ++candidate;
             }
         }
-        throw NotGiven(fmt::format("{}: all values from {} to {} have been given away", record.name,
+        throw NotGiven(fmt::format("{}: all values from {} to {} have been given away: add another range", record.name,
                                    range.value(range.first), range.value(range.last)));
     }
 
@@ -280,7 +282,7 @@ Registry::Grant Registry::reserve(const CsvTable& table, const UnitOnLine& unit,
     const CsvRow* row = my.rowFor(table, known.unit);
     const bool again = row != nullptr;
     if (again && chosen != nullptr && row != chosen) {
-        throw NotGiven(fmt::format("unit {} has been given line {} of {}, not the one of factory serial {}",
+        throw NotGiven(fmt::format("unit {} has been given line {} of {}: expected its serial, got --serial {}",
                                    my.tables.nameOf(known.unit), row->line, table.path, serial));
     }
     if (again) {
@@ -426,13 +428,15 @@ void Registry::block(const std::string& spelled, const std::string& reason)
         }
         spaces.insert(record.space);
         if (const auto owner = my.tables.ownerOf(value); owner && owner->state != State::kBlocked) {
-            throw NotGiven(fmt::format("{} {} has been given to unit {}, and no other unit gets it", owner->record,
-                                       value.text, my.tables.nameOf(owner->unit)));
+            throw NotGiven(
+                fmt::format("{} {} has been given to unit {}: it cannot be blocked, and no other unit gets it",
+                            owner->record, value.text, my.tables.nameOf(owner->unit)));
         }
         my.tables.block(value, reason);
     }
     if (spaces.empty()) {
-        throw NotGiven(fmt::format("expected a value of a unique record, got {}", protocol::inQuotes(spelled)));
+        throw protocol::UserError(
+            fmt::format("expected a serial number or an address, got {}", protocol::inQuotes(spelled)));
     }
     my.file.commit(transaction);
 }
@@ -442,7 +446,7 @@ std::size_t Registry::importLedger(const std::string& path)
     Impl& my = *impl_;
     my.file.refuseCopy();
     if (!std::filesystem::exists(path)) {
-        throw StorageError(path + ": there is no such file");
+        throw StorageError(path + ": cannot be read: No such file or directory");
     }
     LedgerFile ledger(path, my.interrupt, true);
     my.refuseForeign(ledger);

@@ -171,7 +171,8 @@ RegistryFile::RegistryFile(const std::string& path, Registry::Access access, con
     if (gives) {
         std::filesystem::create_directories(std::filesystem::absolute(path).parent_path(), error);
         if (error) {
-            throw StorageError(fmt::format("{}: the registry's folder cannot be made: {}", path, error.message()));
+            throw StorageError(
+                fmt::format("{}: cannot be written: its folder cannot be made: {}", path, error.message()));
         }
         locks_ = std::make_unique<LockFile>(path);
     }
@@ -219,7 +220,7 @@ void RegistryFile::check()
     {
         Statement statement = database_->prepare("SELECT uuid, mark FROM registry");
         if (!statement.step()) {
-            throw StorageError(path_ + ": the registry has lost its UUID");
+            throw StorageError(path_ + ": expected a registry with a UUID, got one without: restore it from a backup");
         }
         uuid_ = statement.text(0);
         mark = statement.text(1);
@@ -240,7 +241,7 @@ void RegistryFile::refuseCopy() const
 {
     if (!trouble_.empty()) {
         throw StorageError(trouble_ +
-                           ": it gives no values; when the other registry is out of use for good, run "
+                           ": it gives no values. When the other registry is out of use for good, run "
                            "'engineering-station identity registry adopt'");
     }
 }

@@ -128,14 +128,14 @@ TEST_F(RegistryFileTest, RegistryWithoutUuidIsRefused)
     RegistryFile(path, Access::kGive, nullptr);
     run("DELETE FROM registry");
 
-    EXPECT_THAT(refusal(), HasSubstr("registry.sqlite: the registry has lost its UUID"));
+    EXPECT_THAT(refusal(), HasSubstr("registry.sqlite: expected a registry with a UUID, got one without"));
 }
 
 TEST_F(RegistryFileTest, FolderThatCannotBeMadeIsNamed)
 {
     path = "/proc/none/registry.sqlite";
 
-    EXPECT_THAT(refusal(), HasSubstr("/proc/none/registry.sqlite: the registry's folder cannot be made"));
+    EXPECT_THAT(refusal(), HasSubstr("/proc/none/registry.sqlite: cannot be written: its folder cannot be made"));
 }
 
 TEST_F(RegistryFileTest, FileThatIsADirectoryIsNamed)

@@ -35,7 +35,9 @@ SharedFile::SharedFile(std::string path, int flags, mode_t mode, protocol::ExitS
 {
     if (!isOpen() && ((flags & O_CREAT) != 0 || errno != ENOENT)) {
         throw protocol::StorageError(
-            fmt::format("{}: cannot be opened: {}", path_, std::generic_category().message(errno)), status);
+            fmt::format("{}: cannot be {}: {}", path_, (flags & O_CREAT) != 0 ? "written" : "read",
+                        std::generic_category().message(errno)),
+            status);
     }
 }
 

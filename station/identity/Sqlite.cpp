@@ -83,7 +83,7 @@ void Database::fail(int code) const
         throw Interrupted();
     }
     if ((code & 0xFF) == SQLITE_BUSY) {
-        throw protocol::StorageError(path_ + ": another station keeps the registry locked");
+        throw protocol::StorageError(path_ + ": another station keeps the registry locked: try again when it is done");
     }
     throw protocol::StorageError(path_ + ": the registry cannot be used: " +
                                  (handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_.get())));

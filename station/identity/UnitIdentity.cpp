@@ -87,7 +87,8 @@ Frame UnitIdentity::ask(const catalogue::Command& command, const Arguments& argu
             }
         }
     }
-    throw NoAnswer(fmt::format("no reply to {} came in time{}", catalogue::fullKey(groups_, command),
+    throw NoAnswer(fmt::format("{}: expected a reply within {} s, got none{}", catalogue::fullKey(groups_, command),
+                               std::chrono::duration<double>(timeout_).count(),
                                corrupt_ == 0 ? "" : fmt::format("; frames with a wrong checksum: {}", corrupt_)));
 }
 

@@ -31,10 +31,12 @@ ValueSource::ValueSource(ValueOptions options, std::string_view csv, Records rec
     takeOptions();
     if (options_.csv.empty()) {
         if (set_.empty() && ranges_.empty()) {
-            throw UserError("expected values: --range, --mac-block, --set RECORD=VALUE or --csv FILE");
+            throw UserError(options_.verifies
+                                ? "expected values: --set RECORD=VALUE or --csv FILE"
+                                : "expected values: --set RECORD=VALUE, --csv FILE, --range or --mac-block");
         }
         if (!options_.serial.empty()) {
-            throw UserError("--serial: expected --csv FILE, of which it chooses a row");
+            throw UserError("--serial: expected --csv FILE too, because it chooses a row");
         }
         return;
     }
@@ -119,8 +121,8 @@ std::vector<Wanted> ValueSource::reserve(UnitIdentity& unit)
     const UnitOnLine line = lineOf(unit);
     if (line.label.empty() && !hasSerial(line.held)) {
         throw UserError(
-            "the unit has no serial number yet: name it with --unit, for example by the number printed on it, so that "
-            "a second try finds the same values");
+            "the unit has no serial number yet: name it with --unit, such as by the number printed on it, so that a "
+            "second try finds the same values");
     }
     openRegistry();
     // A unit that will be refused must not use up values.
@@ -166,7 +168,7 @@ std::vector<Wanted> ValueSource::find(UnitIdentity& unit)
         registry_ = open_(Registry::Access::kLook);
         const auto row = registry_->rowOf(*table_, unit_);
         if (!row) {
-            throw NotGiven(fmt::format("unit {} has not been given a row of {}", unit_, table_->path));
+            throw NotGiven(fmt::format("{}: expected a row that unit {} was given, got none", table_->path, unit_));
         }
         return wantedOf(*row, true);
     }
@@ -174,7 +176,7 @@ std::vector<Wanted> ValueSource::find(UnitIdentity& unit)
         serial = unit.read(require(records_, kSerialOfRow)).value;
     }
     if (serial.empty()) {
-        throw NotGiven("the unit has no factory serial, by which its row is found: give --serial or --unit");
+        throw NotGiven("the unit has no factory serial to find its row by: add --serial or --unit");
     }
     return wantedOf(table_->rowOf(serial), true);
 }

@@ -26,6 +26,7 @@ struct ValueOptions {
     bool dryRun = false;
     bool again = false;
     bool allowAny = false;  ///< also addresses that no device may have
+    bool verifies = false;  ///< only compares, so it takes values from `set` or `csv`
 };
 
 /// Chooses the values of the unit on the line: from the command line, from a row of a CSV file, or from ranges. All

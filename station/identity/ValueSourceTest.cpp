@@ -138,7 +138,7 @@ TEST_F(ValueSourceTest, UnitIsKnownByItsValuesOnceItHasThem)
     EXPECT_THAT(find(one, {}, kRows), ElementsAre("factory-serial=SN1", "carplay-mac=001122334455"));
     EXPECT_THAT(find(two, {.unit = "U1"}, kRows), ElementsAre("factory-serial=SN1", "carplay-mac=001122334455"));
     EXPECT_THAT(find(two, {.serial = "SN2"}, kRows), ElementsAre("factory-serial=SN2", "carplay-mac=001122334456"));
-    EXPECT_THAT(refusal([&] { find(two, {}, kRows); }), HasSubstr("give --serial or --unit"));
+    EXPECT_THAT(refusal([&] { find(two, {}, kRows); }), HasSubstr("add --serial or --unit"));
 }
 
 TEST_F(ValueSourceTest, AddressThatCannotBeReadBackIsNotVerified)
@@ -174,7 +174,8 @@ TEST_F(ValueSourceTest, DryRunAndVerifyChangeNothing)
     EXPECT_THAT(write(one, {.unit = "U1", .dryRun = true}, kRows),
                 ElementsAre(Result::kWouldWrite, Result::kWouldWrite));
     EXPECT_EQ(unitName, "U1");
-    EXPECT_THAT(refusal([&] { find(one, {.unit = "U1"}, kRows); }), HasSubstr("U1 has not been given a row"));
+    EXPECT_THAT(refusal([&] { find(one, {.unit = "U1"}, kRows); }),
+                HasSubstr("expected a row that unit U1 was given, got none"));
 
     EXPECT_FALSE(std::filesystem::exists(csv + ".ledger"));
     EXPECT_FALSE(std::filesystem::exists(registry));
@@ -286,7 +287,7 @@ TEST_P(WrongValuesTest, AreRefusedWithTheirPlace)
 INSTANTIATE_TEST_SUITE_P(
     Identity, WrongValuesTest,
     testing::Values(
-        WrongValues{"None", {}, "", "expected values: --range, --mac-block, --set RECORD=VALUE or --csv FILE"},
+        WrongValues{"None", {}, "", "expected values: --set RECORD=VALUE, --csv FILE, --range or --mac-block"},
         WrongValues{"UnknownRecord", {.set = {"color=red"}}, "", "--set: expected one of factory-serial, "},
         WrongValues{"NoValue", {.set = {"factory-serial"}}, "", "--set: expected RECORD=VALUE, as in "},
         WrongValues{

@@ -104,7 +104,7 @@ protocol::ExitStatus monitor(protocol::catalogue::Groups groups, const MonitorTe
             output.complain(fmt::format("auto-test mode is left on: {}", error.what()));
         }
     }
-    return trace.captureFailed() ? protocol::kFailed : status;
+    return trace.captureFailed() ? protocol::kNotRecorded : status;
 }
 
 }  // namespace station

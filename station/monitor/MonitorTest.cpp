@@ -213,7 +213,7 @@ TEST_F(MonitorTest, CaptureThatFailsIsToldOnceAndFailsAtTheEnd)
     unit->write(wireBytes(kKey));
     at("received 86 11 [05]", [this] { interrupt.request(); });
 
-    EXPECT_EQ(run({}), protocol::kFailed);
+    EXPECT_EQ(run({}), protocol::kNotRecorded);
     EXPECT_THAT(complaints, ElementsAre(HasSubstr("trace.pcapng")));
 }
 

@@ -221,7 +221,7 @@ std::string StepLines::amended(const StepPlace& place, const record::Step& step)
     return fmt::format("{} (verdict changed later){}", headOf(place, step), reasonLine(reasonOf(step)));
 }
 
-std::string summary(const UnitResult& unit, bool colour)
+std::string summary(const UnitResult& unit, bool colour, bool verbose)
 {
     const auto& run = unit.result.run;
     const auto speed = speedOf(run);
@@ -250,7 +250,7 @@ std::string summary(const UnitResult& unit, bool colour)
         time += fmt::format(", on the line {} ({:.1f} times that)", record::toText(speed.wire),
                             static_cast<double>(speed.total.count()) / static_cast<double>(speed.wire.count()));
     }
-    if (speed.steps > 0) {
+    if (verbose && speed.steps > 0) {
         time += fmt::format(", added per step {:.3f} ms (median of {})",
                             std::chrono::duration<double, std::milli>(speed.addedPerStep).count(), speed.steps);
     }

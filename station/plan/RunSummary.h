@@ -85,6 +85,6 @@ private:
 std::string placeText(const StepPlace& place, std::string_view step);
 
 /// @returns the summary of the run: several lines, each with its end.
-std::string summary(const UnitResult& unit, bool colour);
+std::string summary(const UnitResult& unit, bool colour, bool verbose);
 
 }  // namespace station::plan

@@ -107,10 +107,10 @@ TEST(RunSummary, LastLineTellsAnIncompleteRecord)
 {
     UnitResult unit = unitOf({Verdict::kPass});
     unit.folder = "results/ID";
-    EXPECT_THAT(summary(unit, false), testing::EndsWith("\n        record in results/ID\n"));
+    EXPECT_THAT(summary(unit, false, false), testing::EndsWith("\n        record in results/ID\n"));
 
     unit.folder += ".running";
-    EXPECT_THAT(summary(unit, false), testing::EndsWith("\n        incomplete record in results/ID.running\n"));
+    EXPECT_THAT(summary(unit, false, false), testing::EndsWith("\n        incomplete record in results/ID.running\n"));
 }
 
 TEST(RunSummary, WorstUnitDecides)
@@ -191,6 +191,17 @@ TEST(Speed, StepThatWaitedForItsTimeDoesNotCount)
     run.phases.push_back({"main", {group}, {}});
 
     EXPECT_EQ(speedOf(run).steps, 0u);
+}
+
+TEST(Speed, PerStepIsShownToDevelopersOnly)
+{
+    UnitResult unit;
+    record::Group group;
+    group.tries.push_back({{stepOf(unit.result.run, 10ms, 16ms, 15ms)}});
+    unit.result.run.phases.push_back({"main", {group}, {}});
+
+    EXPECT_THAT(summary(unit, false, false), testing::Not(testing::HasSubstr("per step")));
+    EXPECT_THAT(summary(unit, false, true), testing::HasSubstr("added per step"));
 }
 
 TEST(Speed, OfNothingIsNothing)

@@ -164,11 +164,11 @@ File::File(const std::string& path, const Source& source, Describe describe, std
     , descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640))
 {
     if (!descriptor_.valid()) {
-        throw std::system_error(errno, std::generic_category(), path + ": cannot write the capture");
+        throw std::system_error(errno, std::generic_category(), path + ": cannot be written");
     }
     append(header(source));
     if (!failure_.empty()) {
-        throw std::system_error(std::make_error_code(std::errc::io_error), failure_);
+        throw std::system_error(errno, std::generic_category(), path + ": cannot be written");
     }
 }
 
@@ -203,9 +203,11 @@ void File::append(std::string_view block)
         if (written > 0) {
             rest.remove_prefix(static_cast<std::size_t>(written));
         } else if (written == 0 || errno != EINTR) {
-            failure_ = path_ + ": cannot write the capture: " + std::generic_category().message(errno);
+            const int error = errno;
+            failure_ = path_ + ": cannot be written: " + std::generic_category().message(error);
             // A reader would refuse the file with half a block. In a pipe, which cannot be cut, it stays.
             [[maybe_unused]] const int cut = ftruncate(descriptor_.get(), end_);
+            errno = error;
             return;
         }
     }

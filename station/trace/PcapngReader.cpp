@@ -50,6 +50,17 @@ std::optional<TraceEvent> Reader::next()
     return event;
 }
 
+bool isClassic(std::string_view text)
+{
+    // In either byte order, with times in microseconds or nanoseconds.
+    for (const char* magic : {"\xD4\xC3\xB2\xA1", "\xA1\xB2\xC3\xD4", "\x4D\x3C\xB2\xA1", "\xA1\xB2\x3C\x4D"}) {
+        if (text.starts_with(magic)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool Reader::readBlock()
 {
     std::array<char, 12> head{};
@@ -62,7 +73,10 @@ bool Reader::readBlock()
     // The same in either byte order.
     const bool section = got >= 4 && start.starts_with("\x0A\x0D\x0D\x0A");
     if (offset_ == 0 && !section) {
-        fail("not a pcapng capture: it should begin with 0A 0D 0D 0A");
+        fail(isClassic(start)
+                 ? "expected a pcapng capture, got the older pcap, which is not supported: convert it with "
+                   "'editcap -F pcapng OLD NEW'"
+                 : "expected a pcapng capture, got another file");
     }
     if (got < kBlockHead) {
         fail("the file ends within a block");
@@ -79,13 +93,13 @@ bool Reader::readBlock()
         } else if (start.substr(kBlockHead) == "\x1A\x2B\x3C\x4D") {
             bigEndian_ = true;
         } else {
-            fail("a section without its byte-order mark 1A2B3C4D");
+            fail("expected the byte-order mark 1A2B3C4D in the section, got none");
         }
     }
     const auto type = number<std::uint32_t>(start, 0);
     const auto length = number<std::uint32_t>(start, 4);
     if (length < had + kBlockTail || length % 4 != 0 || length > kLongestBlock) {
-        fail("a block of " + std::to_string(length) + " bytes, which cannot be");
+        fail("expected a block of 12 to " + std::to_string(kLongestBlock) + " bytes, got " + std::to_string(length));
     }
     std::string rest(start.substr(kBlockHead, had - kBlockHead));
     const std::size_t already = rest.size();
@@ -95,7 +109,7 @@ bool Reader::readBlock()
         fail("the file ends within a block");
     }
     if (number<std::uint32_t>(rest, rest.size() - kBlockTail) != length) {
-        fail("a block with two different lengths");
+        fail("expected the same length at both ends of a block, got two");
     }
     handle(type, std::string_view(rest).substr(0, rest.size() - kBlockTail));
     offset_ += length;
@@ -137,7 +151,7 @@ void Reader::handle(std::uint32_t type, std::string_view body)
 void Reader::startSection(std::string_view body)
 {
     if (const auto version = number<std::uint16_t>(body, 4); version != 1) {
-        fail("pcapng of version " + std::to_string(version) + "; 1 is known");
+        fail("expected pcapng of version 1, got version " + std::to_string(version));
     }
     interfaces_.clear();
 }
@@ -234,7 +248,7 @@ Number Reader::number(std::string_view bytes, std::size_t offset) const
 std::string_view Reader::part(std::string_view body, std::size_t offset, std::size_t length) const
 {
     if (offset > body.size() || length > body.size() - offset) {
-        fail("a block is too short for its content");
+        fail("expected a longer block for its content");
     }
     return body.substr(offset, length);
 }
@@ -255,7 +269,8 @@ void Reader::eachOption(std::string_view options, Visit visit) const
 
 void Reader::fail(const std::string& what) const
 {
-    throw protocol::UserError(fmt::format("{}: byte {}: {}", name_, offset_, what));
+    const std::string place = offset_ == 0 ? "" : fmt::format("byte {}: ", offset_);
+    throw protocol::UserError(fmt::format("{}: {}{}", name_, place, what));
 }
 
 }  // namespace station::pcapng

@@ -15,6 +15,9 @@
 
 namespace station::pcapng {
 
+/// @returns whether a file begins as a capture in the older format, pcap, which Reader does not read.
+bool isClassic(std::string_view text);
+
 /// Reads the frames of a capture: our own, or any whose packets have link type USER0 and hold pieces of the
 /// line's bytes, cut where they may. Either byte order, any number of sections and interfaces; packets of other link
 /// types and blocks of other kinds are passed over.

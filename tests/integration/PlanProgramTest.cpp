@@ -549,7 +549,19 @@ TEST_F(PlanProgramTest, PortTakesOneValueEach)
     const auto outcome = run(planRun(shipped("smoke"), {"--no-record", "--port", "/dev/one", "/dev/two"}));
 
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("'/dev/two' is one argument too many")));
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("expected no further argument, got '/dev/two'")));
+}
+
+TEST_F(PlanProgramTest, MissingPortIsReportedOnceWhereBothOutputsAreOne)
+{
+    const std::string line =
+        shellWords(ENGINEERING_STATION) + " plan run " + shipped("smoke") + " --no-record --port /dev/no-such-line";
+
+    const auto lines = linesOf(run({"bash", "-c", line + " 2>&1"}).out);
+
+    EXPECT_EQ(std::ranges::count_if(
+                  lines, [](const std::string& each) { return each.find("cannot open") != std::string::npos; }),
+              1);
 }
 
 TEST_F(PlanProgramTest, DestructivePlanIsRefusedWithoutYes)
@@ -575,6 +587,10 @@ TEST_F(PlanProgramTest, BrokenPlanAndBrokenAnswersAreReportedWithTheirPlace)
 
     EXPECT_EQ(ofPlan.status, 2);
     EXPECT_EQ(ofPlan.err, plan + ":6:19: 'tuner.pla' is not a command; did you mean 'tuner.play'?\n");
+    const auto object = Json::parse(run(planRun(plan, {"--json"})).out);
+    EXPECT_EQ(object["error"].get<std::string>() + "\n", ofPlan.err);
+    EXPECT_EQ(object["status"], 2);
+    EXPECT_EQ(object["problems"][0]["line"], 6);
     EXPECT_EQ(ofAnswers.status, 2);
     EXPECT_THAT(
         linesOf(ofAnswers.err),
@@ -608,17 +624,18 @@ TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShipp
     }
     const auto missing = run(planRun("smoek"));
     EXPECT_EQ(missing.status, 2);
-    EXPECT_THAT(missing.err, HasSubstr("there is no plan 'smoek'; looked in ., " + (directory() / "plans").string()));
+    EXPECT_THAT(missing.err,
+                HasSubstr("smoek: no such file or plan; plan folders: " + (directory() / "plans").string()));
 }
 
-TEST_F(PlanProgramTest, FileForTheResultsIsWrongUse)
+TEST_F(PlanProgramTest, FileForTheResultsCannotHoldThem)
 {
     const auto file = write("results", "");
 
     const auto outcome = run(planRun(shipped("smoke")));
 
-    EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.err, "engineering-station: --results: " + file + " is not a directory\n");
+    EXPECT_EQ(outcome.status, 7);
+    EXPECT_EQ(outcome.err, "engineering-station: --results: expected a directory, got " + file + "\n");
 }
 
 TEST_F(PlanProgramTest, ListNamesTheShippedPlans)

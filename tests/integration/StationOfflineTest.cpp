@@ -234,10 +234,14 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"UnknownKeyToShow", "$STATION catalogue show tuner.tone", "did you mean 'tuner.tune'?"},
         Mistake{"UnknownShell", "$STATION completion tcsh", "bash"},
         Mistake{"UnknownSender", "$STATION decode 00 --from nobody", "station"},
-        Mistake{"NoSuchFileToDecode", "$STATION decode trace.pcapng", "trace.pcapng: expected a file, got none"},
+        Mistake{"NoSuchFileToDecode", "$STATION decode trace.pcapng",
+                "no such file: trace.pcapng (or bytes such as '2A A2')"},
         Mistake{"NoHexadecimalInAFile", "printf '00\\nxyz\\n' | $STATION decode",
-                "standard input:2: expected hexadecimal"},
-        Mistake{"NoHexadecimal", "$STATION decode '8F 00 [01'", "expected hexadecimal"},
+                "standard input:2: expected bytes in hexadecimal"},
+        Mistake{"NoHexadecimal", "$STATION decode '8F 00 [01'", "expected two codes and at most 252 bytes in brackets"},
+        Mistake{"NoSuchFileNorBytes", "$STATION decode nosuchfile", "no such file: nosuchfile (or bytes"},
+        Mistake{"OlderCapture", "printf '\\xD4\\xC3\\xB2\\xA1' | $STATION decode",
+                "standard input: expected a pcapng capture"},
         Mistake{"CaptureThatIsCutOff", "printf '\\x0A\\x0D\\x0D\\x0A\\x1C' | $STATION decode", "standard input"},
         Mistake{"NoSuchCatalogue", "$STATION catalogue check /no/such.toml",
                 "/no/such.toml: cannot be read: No such file or directory"},
@@ -254,7 +258,7 @@ TEST_P(StationOutput, ThatCannotBeWrittenIsToldWithItsReason)
     const auto outcome = shell(std::string("$STATION ") + GetParam() + " > /dev/full");
 
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.err, "engineering-station: standard output cannot be written: No space left on device\n");
+    EXPECT_EQ(outcome.err, "engineering-station: standard output: cannot be written: No space left on device\n");
 }
 
 TEST_P(StationOutput, WhoseReaderHasWhatItWantedIsNoReasonForAWord)

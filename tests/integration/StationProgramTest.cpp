@@ -116,7 +116,7 @@ INSTANTIATE_TEST_SUITE_P(
         MissingPort{"PortOfAUnit", {"identity", "read"}, "is a bench running? (scripts/run)"},
         MissingPort{"FileThatIsNoPort",
                     {"send", "0F", "00", "--port", "/dev/null"},
-                    "/dev/null: not a serial line: Inappropriate ioctl for device"}),
+                    "/dev/null: expected a serial line, got another file"}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(StationProgramTest, SendIgnoresWhatWasLeftInTheLine)
@@ -190,7 +190,8 @@ INSTANTIATE_TEST_SUITE_P(StationProgram, WrongUseTest,
                                          WrongUse{"TimeoutIsNoNumber", {"0F", "00", "--timeout", "soon"}},
                                          WrongUse{"TimeoutIsNegative", {"0F", "00", "--timeout", "-1"}},
                                          WrongUse{"TimeoutIsNotANumber", {"0F", "00", "--timeout", "nan"}},
-                                         WrongUse{"BaudThatNoLineHas", {"0F", "00", "--port", "/dev/null,12345"}}),
+                                         WrongUse{"BaudThatNoLineHas", {"0F", "00", "--port", "/dev/null,12345"}},
+                                         WrongUse{"BaudThatIsNoNumber", {"0F", "00", "--port", "/dev/null,abc"}}),
                          [](const auto& row) { return row.param.name; });
 
 }  // namespace

@@ -171,7 +171,10 @@ TEST_F(StationRegistryTest, RegistryListsFindsImportsAndBlocks)
     const std::string csv = file("old.csv", "factory-serial,carplay-mac\nSN1,001A7D000001\n");
 
     EXPECT_EQ(station({"identity", "registry", "import", csv}).out, csv + ": 2 values new in the registry\n");
-    EXPECT_EQ(station({"identity", "registry", "block", "00:1A:7D:00:00:02", "--reason", "laboratory"}).status, 0);
+    EXPECT_EQ(station({"identity", "registry", "block", "00:1A:7D:00:00:02", "--reason", "laboratory"}).out,
+              "00:1A:7D:00:00:02: blocked, no unit gets it\n");
+    EXPECT_EQ(station({"identity", "registry", "block", ""}).status, 2);
+    EXPECT_EQ(station({"identity", "registry", "block", "\xC3\xA4"}).status, 2);
 
     const auto registry = json::parse(linesOf(station({"identity", "registry", "list", "--json"}).out).at(0));
     EXPECT_EQ(registry["type"], "registry");
@@ -215,7 +218,7 @@ TEST_F(StationRegistryTest, CopiedRegistryGivesNothingUntilItIsAdopted)
     EXPECT_THAT(linesOf(refused.err), ElementsAre(AllOf(HasSubstr("copy.sqlite: this is a copy"), HasSubstr("adopt"))));
     EXPECT_EQ(stored("hu_serial_num", "root2"), "");
 
-    EXPECT_EQ(station({"identity", "registry", "adopt"}).status, 0);
+    EXPECT_THAT(station({"identity", "registry", "adopt"}).out, HasSubstr("copy.sqlite: adopted, gives values as "));
     EXPECT_EQ(atOther({"send", "identity.write-hu-serial", "value=HU8"}).status, 0);
 }
 

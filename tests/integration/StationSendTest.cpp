@@ -123,8 +123,8 @@ TEST_F(StationSendTest, WithoutReplySaysWhatKeepsASoundUnitSilent)
     EXPECT_EQ(json::parse(outcome.out)["status"], 3);
     EXPECT_EQ(linesOf(outcome.err),
               (std::vector<std::string>{"engineering-station: tuner.frequency: expected a reply within 0.1 s, got "
-                                        "none; the unit does not reply without a tuner; is auto-test mode on? "
-                                        "('send test.set-mode mode=on')"}));
+                                        "none; auto-test mode is off: 'send test.set-mode mode=on' switches it "
+                                        "on"}));
 }
 
 TEST_F(StationSendTest, OfADestructiveCommandIsRefusedUnlessToldYes)
@@ -206,7 +206,7 @@ TEST_F(DefaultPortTest, InADirectoryOfAnotherUserIsRefusedAndNotListed)
         GTEST_SKIP() << "only root can give a directory away";
     }
 
-    expectRefusal("its directory is not this user's");
+    expectRefusal("expected a directory of your own, got another user's");
     EXPECT_THAT(run({ENGINEERING_STATION, "ports"}).out, Not(HasSubstr(link().string())));
 }
 
@@ -216,7 +216,7 @@ TEST_F(DefaultPortTest, ThatLeadsToATerminalOfAnotherUserIsRefused)
         GTEST_SKIP() << "only root can give a terminal away";
     }
 
-    expectRefusal("it leads to a terminal of another user");
+    expectRefusal("expected a terminal of your own, got another user's");
 }
 
 TEST_F(DefaultPortTest, WhoseDirectoryIsALinkIsRefused)
@@ -224,7 +224,7 @@ TEST_F(DefaultPortTest, WhoseDirectoryIsALinkIsRefused)
     std::filesystem::rename(link().parent_path(), directory() / "elsewhere");
     std::filesystem::create_symlink(directory() / "elsewhere", link().parent_path());
 
-    expectRefusal("its directory is not this user's");
+    expectRefusal("expected a directory of your own, got another user's");
 }
 
 TEST_F(StationLineEndTest, ReplyOutOfTheCataloguesRangeIsShownAndFlagged)

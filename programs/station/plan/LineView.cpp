@@ -12,7 +12,10 @@ namespace {
 class LineView : public RunView
 {
 public:
-    LineView(bool labelled, bool quiet) : labelled_(labelled), quiet_(quiet), colour_(colourWanted()) {}
+    LineView(bool labelled, bool quiet, bool verbose)
+        : labelled_(labelled), quiet_(quiet), verbose_(verbose), colour_(colourWanted())
+    {
+    }
 
     station::plan::Observer& add(const std::string& port) override
     {
@@ -22,7 +25,7 @@ public:
     void finish(std::span<const station::plan::UnitResult> units) override
     {
         for (const station::plan::UnitResult& unit : units) {
-            print(station::plan::summary(unit, colour_));
+            print(station::plan::summary(unit, colour_, verbose_));
         }
     }
 
@@ -73,6 +76,7 @@ private:
 
     const bool labelled_;
     const bool quiet_;
+    const bool verbose_;
     const bool colour_;
     std::mutex mutex_;  // guards standard output
     std::deque<UnitObserver> observers_;
@@ -80,9 +84,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<RunView> makeLineView(const station::plan::Plan&, bool labelled, bool quiet)
+std::unique_ptr<RunView> makeLineView(bool labelled, bool quiet, bool verbose)
 {
-    return std::make_unique<LineView>(labelled, quiet);
+    return std::make_unique<LineView>(labelled, quiet, verbose);
 }
 
 }  // namespace programs::station_tool

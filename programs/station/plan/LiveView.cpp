@@ -68,8 +68,8 @@ struct UnitState {
 class LiveView : public RunView
 {
 public:
-    LiveView(const station::plan::Plan& plan, bool labelled)
-        : plan_(plan), total_(plan.stepCount()), labelled_(labelled), colour_(colourWanted())
+    LiveView(const station::plan::Plan& plan, bool labelled, bool verbose)
+        : plan_(plan), total_(plan.stepCount()), labelled_(labelled), verbose_(verbose), colour_(colourWanted())
     {
     }
 
@@ -98,7 +98,7 @@ public:
         draw([this, units] {
             std::string text = composeLocked(false);
             for (const station::plan::UnitResult& unit : units) {
-                text += station::plan::summary(unit, colour_);
+                text += station::plan::summary(unit, colour_, verbose_);
             }
             return text;
         });
@@ -219,6 +219,7 @@ private:
     const station::plan::Plan& plan_;
     const std::size_t total_;
     const bool labelled_;
+    const bool verbose_;
     const bool colour_;
     std::mutex output_;  // guards standard output; taken before mutex_
     std::mutex mutex_;
@@ -232,9 +233,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<RunView> makeLiveView(const station::plan::Plan& plan, bool labelled)
+std::unique_ptr<RunView> makeLiveView(const station::plan::Plan& plan, bool labelled, bool verbose)
 {
-    return std::make_unique<LiveView>(plan, labelled);
+    return std::make_unique<LiveView>(plan, labelled, verbose);
 }
 
 }  // namespace programs::station_tool

@@ -22,6 +22,7 @@
 #include "station/plan/Load.h"
 #include "station/plan/PlanRuns.h"
 #include "station/ports/SerialPorts.h"
+#include "station/record/Outcome.h"
 #include "station/record/ResultsFolder.h"
 
 namespace programs::station_tool {
@@ -58,6 +59,22 @@ void printProblems(const std::string& path, Problems problems, const char* kind 
         problem.text.insert(0, kind);
         std::fprintf(stderr, "%s\n", format(path, problem).c_str());
     }
+}
+
+/// Prints the problems of a file that the user has to correct.
+/// @returns the exit status.
+int refuseFile(const Tool& tool, const std::string& path, const Problems& problems)
+{
+    if (tool.json) {
+        printJson({{"error", format(path, problems.front())},
+                   {"kind", "user"},
+                   {"status", static_cast<int>(kWrongUse)},
+                   {"file", path},
+                   {"problems", problemsJson(problems)}});
+    } else {
+        printProblems(path, problems);
+    }
+    return kWrongUse;
 }
 
 int check(const Tool& tool, const std::vector<std::string>& paths)
@@ -147,6 +164,7 @@ struct PlanRunOptions {
     double reconnectSeconds = 10;
     bool quiet = false;
     bool noRecord = false;
+    bool verbose = false;
     std::string operatorName;
     station::plan::RunRequest request;
 };
@@ -164,9 +182,9 @@ std::unique_ptr<RunView> chooseView(const Tool& tool, const PlanRunOptions& opti
         return makeJsonView(plan);
     }
     if (!options.quiet && isatty(STDOUT_FILENO) == 1 && !isDumbTerminal()) {
-        return makeLiveView(plan, labelled);
+        return makeLiveView(plan, labelled, options.verbose);
     }
-    return makeLineView(plan, labelled, options.quiet);
+    return makeLineView(labelled, options.quiet, options.verbose);
 }
 
 /// Draws, and passes the user's wish to end on, until all runs have ended.
@@ -202,8 +220,16 @@ int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::P
     const auto conclusion = runs.conclude();
     // Complaints follow the summary: the view erases the lines below it.
     view->finish(conclusion.units);
+    const auto isShown = [&](const std::string& complaint) {
+        return !tool.json && outputsAreOne() &&
+               std::ranges::any_of(conclusion.units, [&](const station::plan::UnitResult& unit) {
+                   return station::record::headlineOf(unit.result.run).reason == complaint;
+               });
+    };
     for (const std::string& each : conclusion.complaints) {
-        complain(kProgram, each);
+        if (!isShown(each)) {
+            complain(kProgram, each);
+        }
     }
     return conclusion.status;
 }
@@ -212,8 +238,7 @@ int runPlanAtPorts(Tool& tool, PlanRunOptions options)
 {
     const PlanFile file = readPlan(options.plan, groups());
     if (!file.loaded.plan) {
-        printProblems(options.plan, file.loaded.problems);
-        return kWrongUse;
+        return refuseFile(tool, options.plan, file.loaded.problems);
     }
     expectRunnable(*file.loaded.plan, options.request);
     Problems problems;
@@ -222,8 +247,7 @@ int runPlanAtPorts(Tool& tool, PlanRunOptions options)
         answers = station::plan::readAnswers(options.answers, *file.loaded.plan, problems);
     }
     if (!problems.empty()) {
-        printProblems(options.answers, problems);
-        return kWrongUse;
+        return refuseFile(tool, options.answers, problems);
     }
     const station::StationConfig& config = tool.station->config();
     station::record::Run& known = options.request.known;
@@ -241,28 +265,27 @@ int runPlanAtPorts(Tool& tool, PlanRunOptions options)
 
 void addPlanCheck(Tool& tool, CLI::App& noun)
 {
-    CLI::App* const verb =
-        noun.add_subcommand("check",
-                            "Check plans against the catalogue\n"
-                            "Standard error lists all mistakes of a file, each as FILE:LINE:COLUMN: TEXT.");
+    CLI::App* const verb = noun.add_subcommand("check",
+                                               "Check plans against the catalogue\n"
+                                               "Each mistake is a line FILE:LINE:COLUMN: TEXT on standard error.");
     const auto paths = std::make_shared<std::vector<std::string>>();
-    verb->add_option("FILE", *paths, "Plans")->required()->type_name("FILE");
-    verb->footer("  engineering-station plan check share/plans/*.toml");
+    verb->add_option("FILE", *paths, "Plans to check")->required()->type_name("FILE");
+    verb->footer("Examples:\n  engineering-station plan check share/plans/*.toml");
     verb->callback([&tool, paths] { tool.action = [&tool, paths] { return check(tool, *paths); }; });
 }
 
 void addPlanList(Tool& tool, CLI::App& noun)
 {
     CLI::App* const verb = noun.add_subcommand("list",
-                                               "List plans: name, steps, the time that they take at least, title\n"
-                                               "The time covers frames on the line and asserted silence, without "
-                                               "questions and frames that come by themselves.");
+                                               "List plans: name, steps, shortest time, title\n"
+                                               "The time is that of the frames on the line and of the waits for "
+                                               "silence. Questions and waits for frames add to it.");
     const auto directory = std::make_shared<std::string>();
     verb->add_option(
             "DIR", *directory,
-            "Directory of plans; by default the station's folders of plans, then those that come with the tool")
+            "Directory of plans; by default the station's plan folders, then the folder that comes with the tool")
         ->type_name("DIR");
-    verb->footer("  engineering-station plan list share/plans");
+    verb->footer("Examples:\n  engineering-station plan list share/plans");
     verb->callback([&tool, directory] {
         tool.action = [&tool, directory] {
             return list(tool, directory->empty() ? tool.station->planFolders() : std::vector{*directory});
@@ -275,17 +298,12 @@ void addRun(Tool& tool, CLI::App& noun)
     CLI::App* const verb = noun.add_subcommand(
         "run",
         "Run a plan with one unit or several\n"
-        "A terminal shows progress, the current step and the latest frames; otherwise there is a line per step. The "
-        "record is kept in any case.\n"
-        "Ctrl-C ends the run and starts the teardown; a second Ctrl-C ends the teardown, a third the tool.\n"
-        "Exit status, the first that holds for any unit: 4 interrupted, 10 port missing or busy, 11 the line "
-        "failed, 7 "
-        "the results could not be written, 1 a limit was missed, 3 no answer in time, 6 a step ended in an error, 5 "
-        "nothing was run, 0 all passed; 2 for a plan, answers or options that are wrong.");
+        "A terminal shows progress, the current step and the latest frames; other outputs get a line per step.\n"
+        "Ctrl-C ends the run and starts the teardown; a second Ctrl-C ends the teardown, a third the tool.");
     const auto options = std::make_shared<PlanRunOptions>();
     verb->add_option("PLAN", options->plan,
-                     "Plan to run; a name is looked for in the station's folders of plans, then among those that come "
-                     "with the tool")
+                     "Plan to run: a file, or a name in the station's plan folders or the folder that comes with the "
+                     "tool")
         ->required()
         ->type_name("FILE");
     verb->add_option_function<std::vector<std::string>>(
@@ -295,33 +313,27 @@ void addRun(Tool& tool, CLI::App& noun)
                     options->request.ports.push_back(parsePort(text));
                 }
             },
-            "PATH[,BAUD] of a unit; once per unit, all of them are tested at once")
+            "PATH[,BAUD] of a unit; give it once per unit to test several at once")
         ->check(checkPort)
         ->expected(1)
         // The word after the port is the plan.
         ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->type_name("PORT");
-    verb->add_option("--answers", options->answers, "TOML file of answers to the plan's questions")->type_name("FILE");
-    verb->add_option("--results", options->request.results, "Directory of the results, a folder per run")
-        ->type_name("DIR")
-        ->default_str(station::record::kDefaultResults);
+    verb->add_option("--answers", options->answers, "Answers to the plan's questions, in TOML")->type_name("FILE");
+    addResults(*verb, options->request.results);
     verb->add_option("--operator", options->operatorName, "Name of the operator, for the record")->type_name("NAME");
     verb->add_option("--serial", options->request.known.unit.serial,
-                     "Serial number of the unit; when the plan reads another one from it, the run is an ERROR")
-        ->check([](const std::string& serial) {
-            return serial.empty() ? std::string("expected a serial number, got ''") : std::string();
-        })
-        ->type_name("TEXT");
-    verb->add_option("--reconnect", options->reconnectSeconds,
-                     "How long to wait for a device that has gone, in seconds")
-        ->check(CLI::Range(0.0, 86400.0))
-        ->type_name("SECONDS")
-        ->capture_default_str();
-    verb->add_flag("--yes", options->request.destructive, "Run plans with commands that cannot be undone");
+                     "Serial number of the unit; if the unit reports another one, the run is an ERROR")
+        ->check(checkNotEmpty, "")
+        ->type_name("SERIAL");
+    addReconnect(*verb, options->reconnectSeconds);
+    verb->add_flag("--yes", options->request.destructive, "Run a plan with commands that cannot be undone");
     verb->add_flag("-q,--quiet", options->quiet, "Print the summary only");
+    verb->add_flag("-v,--verbose", options->verbose, "Also print how much time the tool adds per step");
     verb->add_flag("--no-record", options->noRecord, "Keep no results");
     verb->footer(
+        "Examples:\n"
         "  engineering-station plan run share/plans/smoke.toml\n"
         "  engineering-station plan run eol.toml --port /dev/ttyUSB0 --port /dev/ttyUSB1 --answers shift.toml");
     verb->callback([&tool, options] {
@@ -334,8 +346,10 @@ void addRun(Tool& tool, CLI::App& noun)
             std::error_code error;
             if (!options->noRecord && std::filesystem::exists(options->request.results, error) &&
                 !std::filesystem::is_directory(options->request.results, error)) {
-                throw protocol::UserError((stations ? "[paths] results: " : "--results: ") + options->request.results +
-                                          " is not a directory");
+                throw protocol::StorageError(
+                    fmt::format("{}: expected a directory, got {}", stations ? "[paths] results" : "--results",
+                                options->request.results),
+                    kNotRecorded);
             }
             options->plan = tool.station->findPlan(options->plan);
             return runPlanAtPorts(tool, *options);
@@ -347,7 +361,7 @@ void addRun(Tool& tool, CLI::App& noun)
 
 void addPlan(Tool& tool)
 {
-    CLI::App* const noun = tool.app.add_subcommand("plan", "Test plans: check, run, list (see docs/plans.md)");
+    CLI::App* const noun = tool.app.add_subcommand("plan", "Check, run and list test plans");
     noun->require_subcommand(1);
     addPlanCheck(tool, *noun);
     addRun(tool, *noun);

@@ -28,12 +28,13 @@ public:
 
 /// A line per step and a summary.
 /// @param quiet the summary only
-std::unique_ptr<RunView> makeLineView(const station::plan::Plan& plan, bool labelled, bool quiet);
+/// @param verbose also the time that the tool adds per step
+std::unique_ptr<RunView> makeLineView(bool labelled, bool quiet, bool verbose);
 
 /// A JSON object per line.
 std::unique_ptr<RunView> makeJsonView(const station::plan::Plan& plan);
 
 /// Progress, current step and latest frames at the bottom of a terminal, a line per step above.
-std::unique_ptr<RunView> makeLiveView(const station::plan::Plan& plan, bool labelled);
+std::unique_ptr<RunView> makeLiveView(const station::plan::Plan& plan, bool labelled, bool verbose);
 
 }  // namespace programs::station_tool
