@@ -64,9 +64,9 @@ GDBusMessage* AddClosedSource(GDBusConnection* pConnection, GDBusMessage* pMessa
     auto* const pClosed = reinterpret_cast<ClosedSource*>(pSource);
     pClosed->pConnection = pConnection;
     pClosed->pOnClosed = reinterpret_cast<void (*)()>(pOnClosed);
-    g_source_attach(pSource, g_main_context_get_thread_default());
     g_object_set_data_full(G_OBJECT(pConnection), kKey, pSource,
                            [](gpointer pData) { g_source_unref(static_cast<GSource*>(pData)); });
+    g_source_attach(pSource, g_main_context_get_thread_default());
     return pMessage;
 }
 

@@ -142,6 +142,27 @@ TEST_F(BridgeTest, EmittingLeavesTheFunctionsLinesInTheLog)
                             "INFO emit_on_auto_test_enter_aging_test_signal, is_aging_test_mode = 1"));
 }
 
+TEST_F(BridgeTest, ThreeSignalsAreLoggedOnceTheyAreSent)
+{
+    struct Seen {
+        const LogRecorder& log;
+        std::vector<std::size_t> lines;  // log lines at each signal
+    } seen{log, {}};
+    ComZentLinuxEngineering* const skeleton = pSkeleton;
+    const auto note = +[](Seen* at) { at->lines.push_back(at->log.lines().size()); };
+    for (const char* const signal : {"on-auto-test-mode-change-signal", "on-auto-test-set-fader-balance-signal",
+                                     "on-auto-test-enter-aging-test-signal", "on-auto-test-media-play-action-signal"})
+        g_signal_connect_swapped(skeleton, signal, G_CALLBACK(note), &seen);
+
+    emit_on_auto_test_mode_changed_signal(1);
+    emit_on_auto_test_set_fader_balance_signal(7, 10);
+    emit_on_auto_test_enter_aging_test_signal(0);
+    emit_on_auto_test_media_play_action_signal(MEDIA_TYPE_1, MEDIA_PLAY_ACTION_2);
+
+    g_signal_handlers_disconnect_by_data(skeleton, &seen);
+    EXPECT_THAT(seen.lines, ElementsAre(0, 1, 2, 4)) << "the last is logged before it is sent";
+}
+
 TEST_F(BridgeTest, AnyModeButZeroTravelsAsTrue)
 {
     for (const int mode : {0, 1, 2, -1})
@@ -691,6 +712,31 @@ TEST(ExportDbusEnv, WithoutAPipeIsLogged)
 
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_THAT(log.errors(), ElementsAre("ERROR can not popen,return now"));
+}
+
+/// In a process of its own, whose connection exports an object at the bridge's path.
+[[noreturn]] void startBesideAnotherObject()
+{
+    LogRecorder log;
+    const tests::PrivateBus bus;
+    setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
+    GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+    ComZentLinuxEngineering* const other = com_zent_linux_engineering_skeleton_new();
+    g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(other), connection, BusCalls::kObjectPath, nullptr);
+
+    KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init();
+
+    const bool logged = log.waitFor(
+        "ERROR Error: Failed to export object. Reason: An object is already exported for the interface "
+        "com.zent.linux.engineering at /com/zent/linux/engineering.");
+    _exit(logged ? 0 : 1);
+}
+
+TEST(BridgeDeathTest, AnObjectThatCannotBeExportedIsLogged)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+
+    EXPECT_EXIT(startBesideAnotherObject(), testing::ExitedWithCode(0), "");
 }
 
 // Once in a process: what the command printed takes the command's place.

@@ -182,6 +182,7 @@ TEST_F(CanBoxTest, OnceConnectedItStaysSo)
     for (int i = 0; i < 4; ++i)
         link().OnTimerHandleFunc(kWatch);
 
+    EXPECT_THAT(g_requests, IsEmpty());
     EXPECT_EQ(state(), 1);
 }
 
@@ -301,8 +302,10 @@ TEST_F(CanBoxTest, BytesWithoutAStartAreLeftUntouched)
 TEST_F(CanBoxTest, ACompleteFrameBehindAnIncompleteOneIsFound)
 {
     EXPECT_THAT(parsed({0x2E, 0x41, 0x50, 0x2E, 0x24, 0x01, 0x07, 0xEE}), IsEmpty());
+    EXPECT_THAT(parsed({0x2E, 0x2E, 0x24, 0x01, 0x08, 0xEE}), IsEmpty());
 
-    EXPECT_THAT(hmi.signals(), ElementsAre("uart_data_changed_signal(2E 24 [07])"));
+    EXPECT_THAT(hmi.signals(),
+                ElementsAre("uart_data_changed_signal(2E 24 [07])", "uart_data_changed_signal(2E 24 [08])"));
 }
 
 TEST_F(CanBoxTest, OneFrameIsConsumedAtATime)

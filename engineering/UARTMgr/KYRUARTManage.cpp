@@ -1,9 +1,9 @@
 #include "engineering/UARTMgr/KYRUARTManage.h"
 
-#include <algorithm>
-#include <array>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <utility>
 
 #include "engineering/autotest/KYRAutoTest.h"
 #include "engineering/base/Config.h"
@@ -18,6 +18,8 @@ namespace {
 
 constexpr int kClientType = 0;
 constexpr int kTestUartClient = 11;
+constexpr int kMostPrinted = 170;
+constexpr const char* kDigits = "0123456789ABCDEF";
 
 }  // namespace
 
@@ -121,12 +123,12 @@ void KYRUARTManage::SendData(unsigned char cmd_one, unsigned char cmd_two, std::
 
 void KYRUARTManage::PrintData(const char* tag, unsigned char* data, int len)
 {
-    std::array<char, 512> text{};
-    if (3 * static_cast<long>(len) >= static_cast<long>(text.size()))
+    if (len > kMostPrinted)
         return;
-    for (std::size_t i = 0; static_cast<int>(i) < len; ++i)
-        std::snprintf(&text[3 * i], 4, "%02X ", static_cast<unsigned int>(data[i]));
-    std::printf("%s:[len=%d]%s\n", tag, len, text.data());
+    std::string strText;
+    for (int i = 0; i < len; ++i)
+        strText += {kDigits[data[i] >> 4], kDigits[data[i] & 0xF], ' '};
+    std::printf("%s:[len=%d]%s\n", tag, len, strText.c_str());
 }
 
 void KYRUARTManage::AutoTestSetTrackIndex(MEDIA_TYPE type, unsigned char track_index)

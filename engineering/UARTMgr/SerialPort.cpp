@@ -162,16 +162,16 @@ int KYRUARTManage::WaitEvent(fd_set* pSet, unsigned int nDirection)
     int nReady = 0;
     switch (nDirection) {
         case 0:
-            nReady = select(m_nPortFd + 1, pSet, nullptr, nullptr, &timeout);
+            nReady = select(FD_SETSIZE, pSet, nullptr, nullptr, &timeout);
             break;
         case 1:
-            nReady = select(m_nPortFd + 1, nullptr, pSet, nullptr, &timeout);
+            nReady = select(FD_SETSIZE, nullptr, pSet, nullptr, &timeout);
             break;
         default:
             KYR_LOG_DEBUG("[rkb] WaitEvent(), select direction is no right");
             return 0;
     }
-    return nReady > 0 && FD_ISSET(m_nPortFd, pSet) ? 1 : 0;
+    return nReady > 0 ? 1 : 0;
 }
 
 int KYRUARTManage::UARTReadData(int fd, unsigned char* pBuffer, int nLength)

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "tests/support/EngineTest.h"
@@ -506,8 +507,10 @@ TEST_F(SerialPortTest, AWaitSaysWhichDirectionIsReady)
     open();
     calls_.expireAtOnce = true;
     fd_set set;
+    std::memset(&set, 0xFF, sizeof set);
 
     EXPECT_EQ(link().WaitEvent(&set, 0), 0);
+    std::memset(&set, 0xFF, sizeof set);
     EXPECT_EQ(link().WaitEvent(&set, 1), 1);
     peer.write({0x01});
     peer.waitUntilArrived(1);

@@ -360,9 +360,9 @@ TEST_F(BtAddressTest, CharactersAreTakenAsTheyCome)
 {
     startWithStore();
 
-    provision("ghijklmnopqr");
+    provision("g ijklmnop~r");
 
-    EXPECT_EQ(content(kQueryCopy), "&0001 = 00mn opqr 00kl ghij");
+    EXPECT_EQ(content(kQueryCopy), "&0001 = 00mn op~r 00kl g ij");
 }
 
 TEST_F(BtAddressTest, ARootThatTheShellWouldTakeApartIsQuoted)

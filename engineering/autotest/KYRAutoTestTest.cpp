@@ -67,6 +67,10 @@ TEST_F(EngineStartTest, ServicesThatAreMissingArePassedOverAndTheStationIsAnswer
     EXPECT_EQ(engine().InitPersistService(), 1);
     EXPECT_EQ(engine().InitCarPlayService(), 1);
     EXPECT_EQ(engine().InitMediaService(), 1);
+    takeTheHeadUnitAway();
+    EXPECT_EQ(engine().InitPersistService(), 0);
+    EXPECT_EQ(engine().InitCarPlayService(), 0);
+    EXPECT_EQ(engine().InitMediaService(), 0);
 }
 
 TEST_F(EngineStartTest, TheIdentityDirectoryIsMade)

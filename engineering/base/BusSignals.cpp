@@ -1,6 +1,7 @@
 #include "engineering/base/BusSignals.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "engineering/base/Log.h"
@@ -65,21 +66,19 @@ GDBusMessage* BusBacklog::OnMessage(GDBusConnection*, GDBusMessage* pMessage, gb
 
 void BusBacklog::OnTaken()
 {
-    bool bGoesOn = false;
-    unsigned int nDropped = 0;
+    std::optional<unsigned int> nDropped;
     {
         const std::lock_guard lock(m_mutex);
         m_nQueued = std::max(m_nQueued - 1, 0);  // a signal may have left before the counting began
         ++m_nTaken;
         if (m_bStopped && m_nQueued <= kLimit / 2) {
             m_bStopped = false;
-            bGoesOn = true;
             nDropped = std::exchange(m_nDropped, 0);
         }
     }
     m_taken.notify_all();
-    if (bGoesOn)
-        KYR_LOG_WARN("D-Bus takes signals again, %u were dropped", nDropped);
+    if (nDropped)
+        KYR_LOG_WARN("D-Bus takes signals again, %u were dropped", *nDropped);
 }
 
 GVariant* gvariant_data_build(const unsigned char* bytes, int length)

@@ -35,7 +35,7 @@ public:
         : m_nFile(open(path.c_str(), nFlags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, S_IRUSR | S_IWUSR | S_IRGRP))
     {
         struct stat status = {};
-        if (m_nFile >= 0 && (fstat(m_nFile, &status) != 0 || !S_ISREG(status.st_mode)))
+        if (fstat(m_nFile, &status) != 0 || !S_ISREG(status.st_mode))
             Close();
     }
     ~RegularFile() { Close(); }
@@ -43,18 +43,15 @@ public:
     RegularFile(const RegularFile&) = delete;
     RegularFile& operator=(const RegularFile&) = delete;
 
-    bool IsOpen() const { return m_nFile >= 0; }
+    bool IsOpen() const { return m_bOpen; }
     int Get() const { return m_nFile; }
 
     /// @returns whether the file system took everything.
-    bool Close()
-    {
-        const int nFile = std::exchange(m_nFile, -1);
-        return nFile < 0 || close(nFile) == 0;
-    }
+    bool Close() { return !std::exchange(m_bOpen, false) || close(m_nFile) == 0; }
 
 private:
-    int m_nFile;
+    const int m_nFile;
+    bool m_bOpen = true;
 };
 
 bool WriteAll(int nFile, std::string_view text)
@@ -87,15 +84,18 @@ FileRead ReadPersistentFile(const std::string& path, std::size_t nLimit, std::st
     if (!file.IsOpen())
         return FileRead::kFailed;
     std::array<char, 4096> chunk;
-    while (const ssize_t nRead = TEMP_FAILURE_RETRY(read(file.Get(), chunk.data(), chunk.size()))) {
-        if (nRead > 0)
-            text.append(chunk.data(), static_cast<std::size_t>(nRead));
-        if (nRead < 0 || text.size() > nLimit) {
+    ssize_t nRead = 0;
+    while ((nRead = TEMP_FAILURE_RETRY(read(file.Get(), chunk.data(), chunk.size()))) > 0) {
+        text.append(chunk.data(), static_cast<std::size_t>(nRead));
+        if (text.size() > nLimit) {
             text.clear();
-            return nRead < 0 ? FileRead::kFailed : FileRead::kTooLong;
+            return FileRead::kTooLong;
         }
     }
-    return FileRead::kComplete;
+    if (nRead == 0)
+        return FileRead::kComplete;
+    text.clear();
+    return FileRead::kFailed;
 }
 
 FileWritten WritePersistentFile(const std::string& path, std::string_view text)

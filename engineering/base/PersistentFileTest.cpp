@@ -64,13 +64,16 @@ TEST(PersistentFile, IsReadWholeOrNotAtAll)
     }
 }
 
-TEST(PersistentFile, ThatIsMissingEmptiesTheText)
+TEST(PersistentFile, ThatCannotBeReadEmptiesTheText)
 {
-    std::string text = "what was there before";
+    // The second can be opened, and its first byte cannot be read.
+    for (const char* const file : {"/nonexistent/file", "/proc/self/mem"}) {
+        std::string text = "what was there before";
 
-    EXPECT_EQ(ReadPersistentFile("/nonexistent/file", 10, text), FileRead::kFailed);
+        EXPECT_EQ(ReadPersistentFile(file, 10, text), FileRead::kFailed) << file;
 
-    EXPECT_EQ(text, "");
+        EXPECT_EQ(text, "");
+    }
 }
 
 TEST(PersistentFile, WithoutSpaceIsIncomplete)

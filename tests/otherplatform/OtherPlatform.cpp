@@ -159,9 +159,9 @@ const char* KYR_GetRootPath()
 {
     return g_root.c_str();
 }
-int KYR_ExecSystemCmd(const char* command, int)
+int KYR_ExecSystemCmd(const char* command, int option)
 {
-    ask(std::string("command ") + command);
+    ask("command " + std::to_string(option) + " " + command);
     return 0;
 }
 int KYR_RemoveFile(const char*, int)

@@ -20,8 +20,10 @@ extern std::atomic<unsigned char> m_iACKStatus;
 namespace {
 
 using otherplatform::ask;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 /// @returns whether a thread, not necessarily this one, holds the mutex.
 bool isHeld(KYRMutex& mutex)
@@ -127,7 +129,7 @@ TEST_F(OtherPlatformTest, TheFirstStartAsksThePlatformForTheseInThisOrder)
         ElementsAre("log engineering", "begun 14", "start of the application manager", "thread with a stack of 51200",
                     "detach the thread", "start the thread", "UART client of type 0, number 11, name '', device ''",
                     "UART receiver", "Bluetooth listener", "application-manager listener", "source listener",
-                    "command mkdir /nonexistent/perm_data/data/engineering/", "ready 14", "action 5", "action 9",
+                    "command 1 mkdir /nonexistent/perm_data/data/engineering/", "ready 14", "action 5", "action 9",
                     "action 2", "action 8", "action 3", "action 1", "action 17", "action 15", "action 7", "action 20"));
 }
 
@@ -198,6 +200,7 @@ TEST_F(OtherPlatformTest, EveryCommandIsSurvivedWithEveryServiceMissing)
                 send(cmdOne, cmdTwo, std::vector<std::uint8_t>(20, value));
             }
     otherplatform::takeSent();
+    EXPECT_THAT(otherplatform::takeAsked(), Each(StartsWith("command 1 ")));
 
     otherplatform::deliver(wire::kAskMode);
 
