@@ -146,19 +146,6 @@ std::string withoutPlace(const CLI::App& app, const CLI::App& verb, const CLI::P
     return explainValue(verb, error);
 }
 
-bool hasName(const CLI::Option& option, const std::string& word)
-{
-    return std::ranges::count(spellings(option), word) > 0;
-}
-
-/// @returns whether a word is an option below `app` whose value is the next word.
-bool takesNext(const CLI::App& app, const std::string& word)
-{
-    const auto takesIt = [&](const CLI::Option* option) { return hasName(*option, word) && takesValue(*option); };
-    return std::ranges::any_of(allOptionsOf(app), takesIt) ||
-           std::ranges::any_of(verbsOf(app), [&](const CLI::App* below) { return takesNext(*below, word); });
-}
-
 /// @returns the words with the verb first and the options that stood before it right behind it.
 std::vector<std::string> verbFirst(const CLI::App& app, std::vector<std::string> words)
 {
@@ -168,7 +155,8 @@ std::vector<std::string> verbFirst(const CLI::App& app, std::vector<std::string>
     auto word = words.begin();
     while (word != words.end()) {
         if (word->starts_with("-") && word->size() > 1 && *word != "--") {
-            const bool two = takesNext(*verb, *word) && word + 1 != words.end();
+            const CLI::Option* const option = findOption(*verb, *word);
+            const bool two = option != nullptr && takesValue(*option) && word + 1 != words.end();
             options.insert(options.end(), word, word + (two ? 2 : 1));
             word += two ? 2 : 1;
             continue;
@@ -297,6 +285,21 @@ std::vector<const CLI::Option*> allOptionsOf(const CLI::App& verb)
     auto options = optionsOf(verb);
     std::ranges::copy(inheritedOptionsOf(verb), std::back_inserter(options));
     return options;
+}
+
+const CLI::Option* findOption(const CLI::App& verb, const std::string& name)
+{
+    for (const CLI::Option* option : allOptionsOf(verb)) {
+        if (std::ranges::count(spellings(*option), name) > 0) {
+            return option;
+        }
+    }
+    for (const CLI::App* below : verbsOf(verb)) {
+        if (const CLI::Option* option = findOption(*below, name)) {
+            return option;
+        }
+    }
+    return nullptr;
 }
 
 std::vector<std::string> spellings(const CLI::Option& option)

@@ -59,6 +59,9 @@ std::vector<const CLI::Option*> inheritedOptionsOf(const CLI::App& verb);
 
 std::vector<const CLI::Option*> allOptionsOf(const CLI::App& verb);
 
+/// @returns the option of a verb, or else of one below it, for which it may stand here; nullptr for none.
+const CLI::Option* findOption(const CLI::App& verb, const std::string& name);
+
 /// @returns "--port", "-q".
 std::vector<std::string> spellings(const CLI::Option& option);
 

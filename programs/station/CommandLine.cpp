@@ -19,11 +19,16 @@ void setUp(Tool& tool)
     app.add_option("--config", tool.station->given,
                    "Station's file; by default $ENGINEERING_STATION, else /etc/engineering/station.toml")
         ->type_name("FILE");
-    std::string statuses = "Exit status:";
+    std::string footer =
+        "Examples:\n"
+        "  engineering-station send test.set-mode mode=on\n"
+        "  engineering-station plan run smoke\n"
+        "\n"
+        "Exit status:";
     for (const StatusMeaning& each : kStatusMeanings) {
-        statuses += fmt::format("\n{:6}  {}", static_cast<int>(each.status), each.meaning);
+        footer += fmt::format("\n{:6}  {}", static_cast<int>(each.status), each.meaning);
     }
-    app.footer(statuses);
+    app.footer(footer);
     for (AddVerb* const add : kVerbs) {
         add(tool);
     }

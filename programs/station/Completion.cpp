@@ -112,7 +112,7 @@ public:
         if (option_ != nullptr) {
             option_ = nullptr;
         } else if (word.starts_with("-") && word.size() > 1) {
-            const CLI::Option* option = find(word);
+            const CLI::Option* option = findOption(*verb_, word);
             option_ = option != nullptr && takesValue(*option) ? option : nullptr;
         } else if (const CLI::App* below = arguments_.empty() ? verbBelow(word) : nullptr) {
             verb_ = below;
@@ -127,7 +127,7 @@ public:
             return values(*option_, current);
         }
         if (const auto equals = current.find('='); current.starts_with("--") && equals != std::string::npos) {
-            const CLI::Option* option = find(current.substr(0, equals));
+            const CLI::Option* option = findOption(*verb_, current.substr(0, equals));
             return option != nullptr ? behind(current, values(*option, current.substr(equals + 1))) : Candidates();
         }
         Candidates all;
@@ -176,16 +176,6 @@ private:
         const auto verbs = verbsOf(*verb_);
         const auto found = std::ranges::find(verbs, name, [](const CLI::App* each) { return each->get_name(); });
         return found == verbs.end() ? nullptr : *found;
-    }
-
-    const CLI::Option* find(const std::string& name) const
-    {
-        for (const CLI::Option* option : allOptionsOf(*verb_)) {
-            if (std::ranges::count(spellings(*option), name) > 0) {
-                return option;
-            }
-        }
-        return nullptr;
     }
 
     Candidates values(const CLI::Option& option, const std::string& current) const

@@ -57,6 +57,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Line{"VerbBehindAnOption", {"--json", "enc"}, {"encode"}},
                     Line{"VerbBehindAnOptionWithValue", {"--config", "send", "enc"}, {"encode"}},
                     Line{"VerbBehindAnOptionWithValueInOneWord", {"--config=send", "enc"}, {"encode"}},
+                    Line{"VerbBehindItsOptionWithValue", {"--port", "send", "send", "tuner.pl"}, {"tuner.play"}},
                     Line{"Commands", {"send", "tuner.pl"}, {"tuner.play"}},
                     Line{"CommandBehindAnOptionWithValue", {"send", "--timeout", "3", "tuner.pl"}, {"tuner.play"}},
                     Line{"NoNoticeAsACommand", {"send", "keys.pre"}, {}},

@@ -230,7 +230,7 @@ void addDecode(Tool& tool)
         "The input is bytes in hexadecimal, as arguments, in a file or on standard input; a file may also be a capture "
         "(pcapng, link type USER0) or the raw bytes of the line. Each frame is one line with its sender, its bytes and "
         "its meaning. Garbage, frames with a wrong checksum and incomplete frames appear in their place. Frames that "
-        "the catalogue does not know stay bytes. Without a valid frame it fails.");
+        "the catalogue does not know stay bytes. If no frame is valid, it fails.");
     verb->add_option("INPUT", options->inputs,
                      "Bytes in hexadecimal, contents of frames such as '8F 00 [01]' in quotes, or files; - or none for "
                      "standard input")

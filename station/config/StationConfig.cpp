@@ -72,14 +72,15 @@ private:
             return all;
         }
         if (!node->is_array()) {
-            section.report(key, fmt::format("'{}': expected an array of texts", key));
+            section.report(key, fmt::format("'{}': expected an array of texts, got another type", key));
             return all;
         }
         for (const toml::node& element : *node->as_array()) {
             if (const auto* text = element.as_string()) {
                 all.push_back(text->get());
             } else {
-                protocol::toml_file::report(problems_, element, fmt::format("'{}': expected a text", key));
+                protocol::toml_file::report(problems_, element,
+                                            fmt::format("'{}': expected a text, got another type", key));
             }
         }
         return all;
@@ -120,7 +121,7 @@ private:
                 continue;
             }
             if (!node.is_table()) {
-                protocol::toml_file::report(problems_, node, "expected a section [records." + name + "]");
+                protocol::toml_file::report(problems_, node, "expected a section [records." + name + "], got a value");
                 continue;
             }
             TableReader section(*node.as_table(), "section [records." + name + "]", problems_);

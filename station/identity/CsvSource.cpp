@@ -58,7 +58,7 @@ public:
             std::string_view line = text.substr(0, end);
             text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
             if (line.size() > kLongestLine) {
-                fail(table_.path, number, "expected a line of at most 1048576 characters");
+                fail(table_.path, number, "expected a line of at most 1048576 characters, got more");
             }
             if (number == 1 && line.starts_with("\xEF\xBB\xBF")) {
                 line.remove_prefix(3);
@@ -77,10 +77,11 @@ public:
             }
         }
         if (columns_.empty()) {
-            fail(table_.path, 1, "expected a line with the names of records, as in 'factory-serial,carplay-mac'");
+            fail(table_.path, 1,
+                 "expected a line with the names of records, as in 'factory-serial,carplay-mac', got none");
         }
         if (table_.rows.empty()) {
-            fail(table_.path, number + 1, "expected a row of values after the names");
+            fail(table_.path, number + 1, "expected a row of values after the names, got none");
         }
         return std::move(table_);
     }
@@ -134,7 +135,7 @@ private:
             row.values.emplace(record.name, std::move(value));
         }
         if (!unique) {
-            throw protocol::UserError("expected a value of a unique record, such as factory-serial");
+            throw protocol::UserError("expected a value of a unique record, such as factory-serial, got none");
         }
         table_.rows.push_back(std::move(row));
     }

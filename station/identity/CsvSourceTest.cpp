@@ -107,8 +107,9 @@ TEST_P(BrokenCsv, IsRefusedWithItsLine)
 INSTANTIATE_TEST_SUITE_P(
     CsvSource, BrokenCsv,
     testing::Values(
-        Broken{"NothingInIt", "", ":1: expected a line with the names of records, as in 'factory-serial,carplay-mac'"},
-        Broken{"NamesOnly", "factory-serial\n", ":2: expected a row of values after the names"},
+        Broken{"NothingInIt", "",
+               ":1: expected a line with the names of records, as in 'factory-serial,carplay-mac', got none"},
+        Broken{"NamesOnly", "factory-serial\n", ":2: expected a row of values after the names, got none"},
         Broken{"UnknownName", "factory-serial,color\nSN1,red\n",
                ":1: expected one of factory-serial, production-date, password-number, bluetooth-address, carplay-mac, "
                "hu-serial, drawing-code, got 'color'"},
@@ -126,9 +127,9 @@ INSTANTIATE_TEST_SUITE_P(
                "carplay-mac,bluetooth-address\n001122334455,001122334456\n001122334457,00:11:22:33:44:55\n",
                ":3: bluetooth-address 001122334455 is already in line 2, as carplay-mac"},
         Broken{"SameSerialInTwoRowsOfThree", "hu-serial\nHU1\nHU2\nHU1\n", ":4: hu-serial HU1 is already in line 2"},
-        Broken{"NamesOnlyWithoutLineEnd", "factory-serial", ":2: expected a row of values after the names"},
+        Broken{"NamesOnlyWithoutLineEnd", "factory-serial", ":2: expected a row of values after the names, got none"},
         Broken{"RowWithoutAUniqueValue", "factory-serial,drawing-code\n,D-42\n",
-               ":2: expected a value of a unique record, such as factory-serial"},
+               ":2: expected a value of a unique record, such as factory-serial, got none"},
         Broken{"UnclosedQuote", "factory-serial\n\"SN1\nSN2\n",
                ":2: expected a closing quote before the end of the line"},
         Broken{"QuoteWithinAValue", "factory-serial\nSN\"1\n",

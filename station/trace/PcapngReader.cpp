@@ -178,7 +178,7 @@ void Reader::addInterface(std::string_view body)
 void Reader::addPacket(std::uint32_t interfaceNumber, const Packet& packet)
 {
     if (interfaceNumber >= interfaces_.size()) {
-        fail("a packet of interface " + std::to_string(interfaceNumber) + ", which was not described");
+        fail("expected a packet of a described interface, got interface " + std::to_string(interfaceNumber));
     }
     const Interface& interface = interfaces_[interfaceNumber];
     if (interface.linkType != kUser0) {
