@@ -577,8 +577,18 @@ TEST_F(ConnectionTest, DeviceThatGoesWhileTheLineTakesNoMoreBytesIsALinkError)
 
 TEST_F(ConnectionTest, PortThatDoesNotExistIsRefusedThatNamesIt)
 {
-    EXPECT_THAT(messageOf<protocol::kPortUnavailable>([] { Connection({"/dev/no-such-line"}, {}); }),
-                AllOf(HasSubstr("/dev/no-such-line"), HasSubstr("No such file")));
+    EXPECT_EQ(messageOf<protocol::kPortUnavailable>([] { Connection({"/dev/no-such-line"}, {}); }),
+              "/dev/no-such-line: cannot open: No such file or directory");
+}
+
+TEST_F(ConnectionTest, RemedyForAPortIsNotInItsMessage)
+{
+    try {
+        Connection({"/dev/no-such-line"}, {});
+        FAIL() << "it was opened";
+    } catch (const protocol::LineError& error) {
+        EXPECT_THAT(error.remedy(), HasSubstr("'engineering-station ports' lists"));
+    }
 }
 
 TEST_F(ConnectionTest, FileThatIsNotATerminalIsRefused)

@@ -7,8 +7,10 @@
 #include <iterator>
 #include <limits>
 #include <span>
+#include <string_view>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "platform/bench/FakeContext.h"
 #include "platform/bench/JsonText.h"
@@ -288,12 +290,16 @@ const Event& findEvent(const std::string& name)
     if (event != std::end(kEvents)) {
         return *event;
     }
-    std::string names;
+    std::string list;
+    std::vector<std::string_view> names;
     for (const Event& each : kEvents) {
-        names += (names.empty() ? "" : ", ") + std::string(each.name);
+        names.emplace_back(each.name);
+        list += (list.empty() ? "" : ", ") + std::string(each.name);
     }
+    const std::string suggestion = protocol::didYouMean(name, names);
     throw EventError(EventError::Kind::kUnknownEvent,
-                     protocol::printable("expected one of " + names + ", got '" + name + "'"));
+                     protocol::printable("unknown event " + protocol::inQuotes(name) +
+                                         (suggestion.empty() ? "; expected one of " + list : suggestion)));
 }
 
 }  // namespace

@@ -246,7 +246,7 @@ std::string summary(const UnitResult& unit, bool colour, bool verbose)
         add("line: " + record::lineText(run.line));
     }
     std::string time = "time " + record::toText(speed.total);
-    if (speed.wire.count() > 0) {
+    if (verbose && speed.wire.count() > 0) {
         time += fmt::format(", on the line {} ({:.1f} times that)", record::toText(speed.wire),
                             static_cast<double>(speed.total.count()) / static_cast<double>(speed.wire.count()));
     }
