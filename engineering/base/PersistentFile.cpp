@@ -58,7 +58,7 @@ bool WriteAll(int nFile, std::string_view text)
 {
     while (!text.empty()) {
         const ssize_t nWritten = TEMP_FAILURE_RETRY(write(nFile, text.data(), text.size()));
-        if (nWritten < 0)
+        if (nWritten == -1)
             return false;
         text.remove_prefix(static_cast<std::size_t>(nWritten));
     }
