@@ -377,7 +377,7 @@ TEST_F(BridgeTest, UartSendDataTakes20BytesAndRefusesMoreWithSuccessAndAnErrorLi
 
 TEST_F(BridgeTest, UartSendDataRefusesAParameterThatIsNoArrayOfBytes)
 {
-    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, <'text'>, uint16 2)"), "()");
+    EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 1, <'text'>, uint16 1)"), "()");
     EXPECT_EQ(client.callEngineering("uart_send_data", "(byte 0x8E, byte 2, <[byte 9]>, uint16 1)"), "()");
 
     ASSERT_TRUE(bridge().station.waitForFrames(1));
