@@ -77,11 +77,10 @@ std::string explainWord(const CLI::App& verb, const std::string& word)
 /// @returns the mistake in a command line that lacks something.
 std::string explainMissing(const CLI::App& verb)
 {
-    for (const CLI::Option* option :
-         verb.get_options([](const CLI::Option* each) { return each->get_required() && each->count() == 0; })) {
-        return fmt::format("expected {}, got none", signatureOf(*option));
-    }
-    return fmt::format("expected a verb ({}), got none", fmt::join(namesOf(verbsOf(verb)), ", "));
+    const auto missing =
+        verb.get_options([](const CLI::Option* each) { return each->get_required() && each->count() == 0; });
+    return missing.empty() ? fmt::format("expected a verb ({}), got none", fmt::join(namesOf(verbsOf(verb)), ", "))
+                           : fmt::format("expected {}, got none", signatureOf(*missing.front()));
 }
 
 /// @returns the option that CLI11's error names, without which the error is not about one; and the value in it.

@@ -66,7 +66,10 @@ SerialLink::SerialLink(const std::string& path, unsigned baud, Options options)
     if (!descriptor_.valid()) {
         const int error = errno;
         const std::string user = error == EBUSY ? otherUser(path) : "";
-        user.empty() ? fail(error, "cannot open") : refuse(error, "in use by " + user);
+        if (!user.empty()) {
+            refuse(error, "in use by " + user);
+        }
+        fail(error, "cannot open");
     }
     if (options.ownOnly) {
         refuseForeign();
@@ -98,7 +101,10 @@ void SerialLink::lock()
         if (user.empty()) {
             user = otherUser(path_);
         }
-        user.empty() ? fail(error, "cannot lock") : refuse(error, "in use by " + user);
+        if (!user.empty()) {
+            refuse(error, "in use by " + user);
+        }
+        fail(error, "cannot lock");
     }
     // A pseudo-terminal keeps the flag until its other end is closed: a killed station would lock out all others until
     // the service ends.
@@ -116,8 +122,10 @@ void SerialLink::configure(unsigned baud)
     }
     termios settings{};
     if (tcgetattr(descriptor_.get(), &settings) != 0) {
-        errno == ENOTTY ? refuse(ENOTTY, "expected a serial line, got another file")
-                        : fail(errno, "cannot read the settings");
+        if (errno == ENOTTY) {
+            refuse(ENOTTY, "expected a serial line, got another file");
+        }
+        fail(errno, "cannot read the settings");
     }
     cfmakeraw(&settings);
     settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | CRTSCTS);

@@ -35,7 +35,7 @@ std::string rangeText(std::int64_t minimum, std::int64_t maximum)
 {
     const std::string text = std::to_string(minimum);
     if (maximum == std::numeric_limits<std::int64_t>::max()) {
-        return text + " or more";
+        return "a number of at least " + text;
     }
     return minimum == maximum ? text : text + " to " + std::to_string(maximum);
 }

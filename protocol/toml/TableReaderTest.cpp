@@ -153,7 +153,7 @@ TEST(TableReader, AnOpenRangeNamesItsLeastOnly)
     TableReader(table, "step", problems).integer("a", false, 4);
 
     ASSERT_THAT(problems, SizeIs(1));
-    EXPECT_THAT(problems[0].text, AllOf(HasSubstr("4"), Not(HasSubstr("9223372036854775807"))));
+    EXPECT_EQ(problems[0].text, "'a': expected a number of at least 4, got 3");
 }
 
 TEST(TableReader, ListsTheWordsThatItExpects)
