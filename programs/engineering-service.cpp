@@ -7,7 +7,6 @@
 #include <fstream>
 #include <future>
 #include <iterator>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -19,7 +18,6 @@
 #include "platform/runtime/LogSystem.h"
 #include "platform/runtime/Root.h"
 #include "platform/runtime/ServiceFramework.h"
-#include "platform/runtime/Terminal.h"
 #include "platform/runtime/TtyWire.h"
 #include "platform/runtime/UartOption.h"
 #include "platform/runtime/Wire.h"
@@ -92,15 +90,6 @@ void mergeState(bench::HeadUnit& unit, const std::string& text, const std::strin
     }
 }
 
-std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& option)
-{
-    if (option.kind == runtime::UartOption::Kind::kDevice) {
-        return std::make_unique<runtime::SerialDevice>(option.path, option.baud);
-    }
-    return std::make_unique<runtime::PseudoTerminal>(option.path.empty() ? runtime::makeRunDirectory() / "uart"
-                                                                         : option.path);
-}
-
 /// Runs the service; the process ends in here, by a signal.
 [[noreturn]] void run(const CLI::App& given, const Options& options, int argc, char** argv)
 {
@@ -120,7 +109,7 @@ std::unique_ptr<runtime::Terminal> openTerminal(const runtime::UartOption& optio
 
     runtime::setRoot(options.root);
     runtime::makeHeadUnitDirectories(KYR_GetRootPath());
-    runtime::TtyWire wire(openTerminal(uart));
+    runtime::TtyWire wire(runtime::openTerminal(uart));
     runtime::ServiceFramework framework(wire);
     runtime::installWire(&wire);
     unit.install();

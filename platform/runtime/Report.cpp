@@ -11,6 +11,8 @@
 namespace runtime {
 namespace {
 
+const char* theProgram = "engineering-service";
+
 /// A message may quote text of any size from another program.
 constexpr std::size_t kMostText = 200;
 
@@ -58,9 +60,14 @@ try {
 
 }  // namespace
 
+void reportAs(const char* program)
+{
+    theProgram = program;
+}
+
 void report(const std::string& message)
 {
-    std::fprintf(stderr, "engineering-service: %s\n", protocol::printable(message).c_str());
+    std::fprintf(stderr, "%s: %s\n", theProgram, protocol::printable(message).c_str());
 }
 
 void reportGlibMessagesOnce()

@@ -13,6 +13,9 @@ using Reporter = std::function<void(const std::string&)>;
 /// thread.
 void report(const std::string& message);
 
+/// Sets the name of the program, by default engineering-service. Before any thread starts.
+void reportAs(const char* program);
+
 /// Reports each warning or error of GLib and its libraries once, in one line: without a bus, GLib complains about every
 /// signal, and the reader of standard error may be slow. To be called once.
 void reportGlibMessagesOnce();

@@ -10,7 +10,8 @@ namespace runtime {
 /// @returns whether the shell exited with status 0.
 bool runShell(std::string command, bool waits);
 
-/// Removes a file, or, if the path ends in '*', every file whose path begins with the text before it. A directory stays.
+/// Removes a file, or, if the path ends in '*', every file whose path begins with the text before it. A directory
+/// stays.
 /// @param force also removes write-protected files
 /// @returns whether no such file is left.
 bool removeFiles(const std::string& path, bool force);

@@ -1,10 +1,12 @@
 #include "platform/runtime/UartOption.h"
 
 #include <charconv>
+#include <memory>
 #include <optional>
 #include <string_view>
 
 #include "host/Baud.h"
+#include "platform/runtime/Root.h"
 #include "protocol/Errors.h"
 
 namespace runtime {
@@ -33,7 +35,7 @@ std::string knownBauds()
 
 }  // namespace
 
-UartOption parseUartOption(const std::string& text)
+UartOption parseUartOption(const std::string& text, const std::string& name)
 {
     if (text.starts_with(kPtyPrefix) && text.size() > kPtyPrefix.size()) {
         return {UartOption::Kind::kPseudoTerminal, text.substr(kPtyPrefix.size()), 0};
@@ -42,7 +44,7 @@ UartOption parseUartOption(const std::string& text)
     const auto comma = text.rfind(',');
     UartOption option{UartOption::Kind::kDevice, text.substr(0, comma), host::kDefaultBaud};
     if (option.path.empty() || text == kPtyPrefix) {
-        throw protocol::UserError("--uart: expected pty:LINK or DEVICE[,BAUD], got '" + text + "'");
+        throw protocol::UserError(name + ": expected pty:LINK or DEVICE[,BAUD], got '" + text + "'");
     }
     if (comma == std::string::npos) {
         return option;
@@ -51,10 +53,18 @@ UartOption parseUartOption(const std::string& text)
     const std::string rate = text.substr(comma + 1);
     const auto baud = parseNumber(rate);
     if (!baud || !host::speedOf(*baud)) {
-        throw protocol::UserError("--uart: expected a baud rate (" + knownBauds() + "), got '" + rate + "'");
+        throw protocol::UserError(name + ": expected a baud rate (" + knownBauds() + "), got '" + rate + "'");
     }
     option.baud = *baud;
     return option;
+}
+
+std::unique_ptr<Terminal> openTerminal(const UartOption& option)
+{
+    if (option.kind == UartOption::Kind::kDevice) {
+        return std::make_unique<SerialDevice>(option.path, option.baud);
+    }
+    return std::make_unique<PseudoTerminal>(option.path.empty() ? makeRunDirectory() / "uart" : option.path);
 }
 
 }  // namespace runtime

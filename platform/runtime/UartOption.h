@@ -1,7 +1,10 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
+
+#include "platform/runtime/Terminal.h"
 
 namespace runtime {
 
@@ -19,7 +22,11 @@ struct UartOption {
 
 /// Reads "pty:LINK" or "DEVICE[,BAUD]". The rate follows the last comma, so a device with a comma in its name needs a
 /// rate.
+/// @param name begins the message of a mistake
 /// @throws protocol::UserError
-UartOption parseUartOption(const std::string& text);
+UartOption parseUartOption(const std::string& text, const std::string& name = "--uart");
+
+/// Opens the line, without a reader yet. Throws std::runtime_error on failure.
+std::unique_ptr<Terminal> openTerminal(const UartOption& option);
 
 }  // namespace runtime

@@ -1,0 +1,131 @@
+#include "platform/linux/ApplicationManager.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "platform/runtime/Listeners.h"
+#include "platform/runtime/Report.h"
+
+namespace unit {
+namespace {
+
+constexpr const char* kSystemd = "org.freedesktop.systemd1";
+constexpr std::chrono::seconds kUnitDeadline{10};
+constexpr int kWifiProcess = 1;
+
+BusObject::Address addressOfUnit(const std::string& unit)
+{
+    char* path = nullptr;
+    sd_bus_path_encode("/org/freedesktop/systemd1/unit", unit.c_str(), &path);
+    const std::unique_ptr<char, decltype(&std::free)> owner(path, std::free);
+    return {kSystemd, path == nullptr ? "/" : path, "org.freedesktop.systemd1.Unit"};
+}
+
+}  // namespace
+
+Systemd::Systemd(Bus& systemBus, StatusBoard& board)
+    : manager_(systemBus, {kSystemd, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager"},
+               {.presence = [this, &board](const std::string& reason) {
+                   isThere_ = reason.empty();
+                   board.set("app-manager", isThere_ ? State::kUp : State::kAbsent, reason);
+                   if (isThere_) {
+                       // Without a subscriber systemd says nothing about its units.
+                       manager_.call("Subscribe", nullptr, kUnitDeadline);
+                   }
+               }})
+{
+}
+
+void Systemd::start(const std::string& unit)
+{
+    manager_.call("StartUnit", g_variant_new("(ss)", unit.c_str(), "replace"), kUnitDeadline);
+}
+
+void Systemd::stop(const std::string& unit)
+{
+    manager_.call("StopUnit", g_variant_new("(ss)", unit.c_str(), "replace"), kUnitDeadline);
+}
+
+ApplicationManager::ApplicationManager(UnitConfig::ApplicationManager config, Bus& systemBus, Systemd& systemd)
+    : config_(std::move(config)), bus_(systemBus), systemd_(systemd)
+{
+}
+
+void ApplicationManager::NotifyModuleReady(ServiceModule)
+{
+    isReady_ = true;
+}
+
+void ApplicationManager::SetStartServiceAction(ServiceModule module, StartAction action)
+{
+    const std::lock_guard lock(mutex_);
+    actions_[module] = action;
+}
+
+int ApplicationManager::RequestStartModuleProcess(int nProcess, int)
+{
+    const auto unit = config_.units.find(MODULE_WIFI);
+    if (nProcess != kWifiProcess || unit == config_.units.end() || !systemd_.isThere()) {
+        runtime::report("app-manager: a start was requested, but no unit of the module wifi can be started");
+        return 0;
+    }
+    bus_.loop().post([this, name = unit->second] { systemd_.start(name); });
+    return 1;
+}
+
+void ApplicationManager::serviceStarted()
+{
+    if (!isReady_) {
+        return;
+    }
+    bus_.loop().post([this] {
+        for (const ServiceModule module : config_.modules) {
+            bringUp(module);
+        }
+        for (const auto& [module, unit] : config_.units) {
+            follow(module, unit);
+        }
+    });
+}
+
+void ApplicationManager::follow(ServiceModule module, const std::string& unit)
+{
+    auto& object = units_[module];
+    object = std::make_unique<BusObject>(
+        bus_, addressOfUnit(unit),
+        BusObject::Events{.presence = [](const std::string&) {},
+                          .properties =
+                              [this, module, &object] {
+                                  const auto state = object->property("ActiveState", G_VARIANT_TYPE_STRING);
+                                  if (state && std::strcmp(g_variant_get_string(state.get(), nullptr), "active") == 0) {
+                                      bringUp(module);
+                                  }
+                              }});
+}
+
+/// Once: the service does not stop a module.
+void ApplicationManager::bringUp(ServiceModule module)
+{
+    if (!up_.insert(module).second) {
+        return;
+    }
+    StartAction action = nullptr;
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto found = actions_.find(module); found != actions_.end()) {
+            action = found->second;
+        }
+    }
+    if (action != nullptr) {
+        action(module);
+    }
+    runtime::tellListeners(*this, [module](IKYRAppListener& listener) {
+        AppBootInfo info{module};
+        listener.OnModuleStatusChanged(info);
+    });
+}
+
+}  // namespace unit

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <KYRAppMgr.h>
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "platform/linux/Bus.h"
+#include "platform/linux/Status.h"
+#include "platform/linux/UnitConfig.h"
+
+namespace unit {
+
+/// systemd's manager of units. On the loop's thread, but for construction, destruction and isThere().
+class Systemd
+{
+public:
+    /// @param board shows as `app-manager` whether systemd is there
+    Systemd(Bus& systemBus, StatusBoard& board);
+
+    /// Any thread.
+    bool isThere() const { return isThere_; }
+
+    /// Start and stop a unit; a failure is reported.
+    void start(const std::string& unit);
+    void stop(const std::string& unit);
+
+private:
+    std::atomic<bool> isThere_ = false;
+    BusObject manager_;
+};
+
+/// The application manager over systemd: a module is up once its systemd unit is active, or, without one, as soon as
+/// the service has started.
+class ApplicationManager : public KYRAppMgrService
+{
+public:
+    ApplicationManager(UnitConfig::ApplicationManager config, Bus& systemBus, Systemd& systemd);
+
+    /// The manager is a part of this process: it can always be reached.
+    int InitInstance() override { return 1; }
+    void NotifyModuleInitBegin(ServiceModule) override {}
+    void NotifyModuleReady(ServiceModule module) override;
+    void SetStartServiceAction(ServiceModule module, StartAction action) override;
+
+    /// Starts the systemd unit of Wi-Fi.
+    int RequestStartModuleProcess(int nProcess, int nRequester) override;
+
+    /// The service has started: from now on modules come up, on the loop's thread.
+    void serviceStarted();
+
+private:
+    void follow(ServiceModule module, const std::string& unit);
+    void bringUp(ServiceModule module);
+
+    const UnitConfig::ApplicationManager config_;
+    Bus& bus_;
+    Systemd& systemd_;
+    std::atomic<bool> isReady_ = false;
+    std::mutex mutex_;
+    std::map<ServiceModule, StartAction> actions_;               // guarded by mutex_
+    std::map<ServiceModule, std::unique_ptr<BusObject>> units_;  // of the loop, from serviceStarted() on
+    std::set<ServiceModule> up_;                                 // of the loop
+};
+
+}  // namespace unit

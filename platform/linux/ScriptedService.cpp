@@ -1,0 +1,136 @@
+#include "platform/linux/ScriptedService.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#include "tests/support/ChildProcess.h"
+
+namespace tests {
+namespace {
+
+constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
+
+GVariant* parsed(const std::string& text)
+{
+    host::GlibError error;
+    GVariant* const value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, error.out());
+    if (value == nullptr) {
+        throw std::runtime_error("not a GVariant: " + text);
+    }
+    return value;
+}
+
+}  // namespace
+
+ScriptedService::ScriptedService(const std::string& address, std::string name)
+{
+    host::GlibError error;
+    connection_ = host::connectToBus(nullptr, error, address.c_str());
+    if (!connection_) {
+        throw std::runtime_error("no bus at " + address);
+    }
+    filter_ = g_dbus_connection_add_filter(connection_.get(), filter, this, nullptr);
+    const host::GlibPtr<GVariant> owned(g_dbus_connection_call_sync(
+        connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+        g_variant_new("(su)", name.c_str(), 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
+    if (!owned) {
+        throw std::runtime_error("no name: " + error.message());
+    }
+}
+
+ScriptedService::~ScriptedService()
+{
+    g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
+    g_dbus_connection_remove_filter(connection_.get(), filter_);
+}
+
+void ScriptedService::answer(const std::string& method, const std::string& reply)
+{
+    const std::lock_guard lock(mutex_);
+    answers_[method] = reply;
+}
+
+void ScriptedService::setProperty(const std::string& path, const std::string& interface, const std::string& name,
+                                  const std::string& value)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        properties_[name] = value;
+    }
+    emit(path, kProperties, "PropertiesChanged", "('" + interface + "', {'" + name + "': <" + value + ">}, @as [])");
+}
+
+void ScriptedService::emit(const std::string& path, const std::string& interface, const std::string& signal,
+                           const std::string& arguments)
+{
+    const host::GlibPtr<GDBusMessage> message(
+        g_dbus_message_new_signal(path.c_str(), interface.c_str(), signal.c_str()));
+    g_dbus_message_set_body(message.get(), parsed(arguments));
+    send(message.get());
+}
+
+std::vector<std::string> ScriptedService::waitForCalls(std::size_t count)
+{
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, kGenerous, [&] { return calls_.size() >= count; });
+    return calls_;
+}
+
+void ScriptedService::send(GDBusMessage* message)
+{
+    g_dbus_connection_send_message(connection_.get(), message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+}
+
+GDBusMessage* ScriptedService::filter(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer self)
+{
+    if (isIncoming && g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+        static_cast<ScriptedService*>(self)->serve(message);
+        g_object_unref(message);
+        return nullptr;
+    }
+    return message;
+}
+
+void ScriptedService::serve(GDBusMessage* call)
+{
+    const std::string method = g_dbus_message_get_member(call);
+    std::string reply = "()";
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto given = answers_.find(method); given != answers_.end()) {
+            reply = given->second;
+        }
+    }
+    if (std::strcmp(g_dbus_message_get_interface(call), kProperties) != 0) {
+        GVariant* const body = g_dbus_message_get_body(call);
+        const host::GlibPtr<char> arguments(body == nullptr ? g_strdup("()") : g_variant_print(body, FALSE));
+        const std::lock_guard lock(mutex_);
+        calls_.push_back(method + " " + arguments.get());
+        changed_.notify_all();
+    }
+    if (reply.empty()) {
+        return;
+    }
+    const bool isError = reply.front() == '!';
+    const host::GlibPtr<GDBusMessage> answer(
+        isError ? g_dbus_message_new_method_error(call, reply.substr(1).c_str(), "%s", "as the test wants it")
+                : g_dbus_message_new_method_reply(call));
+    if (!isError) {
+        g_dbus_message_set_body(answer.get(),
+                                method == "GetAll" && reply == "()" ? allProperties().release() : parsed(reply));
+    }
+    send(answer.get());
+}
+
+host::GlibPtr<GVariant> ScriptedService::allProperties()
+{
+    GVariantBuilder all;
+    g_variant_builder_init(&all, G_VARIANT_TYPE("a{sv}"));
+    const std::lock_guard lock(mutex_);
+    for (const auto& [name, value] : properties_) {
+        g_variant_builder_add(&all, "{sv}", name.c_str(), parsed(value));
+    }
+    return host::GlibPtr<GVariant>(g_variant_new("(a{sv})", &all));
+}
+
+}  // namespace tests

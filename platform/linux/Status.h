@@ -1,0 +1,60 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace unit {
+
+enum class State {
+    kOff,     ///< the configuration switches the interface off: the service gets null
+    kAbsent,  ///< the backend cannot be reached: getters answer what is known, actions are refused
+    kUp,
+};
+
+/// @returns "off", "absent" or "up".
+const char* nameOf(State state);
+
+/// How an interface of the platform stands.
+struct InterfaceStatus {
+    std::string interface;  ///< the section of the configuration
+    std::string backend;
+    State state = State::kAbsent;
+    std::string reason;  ///< of kAbsent, in one line: what is missing and what helps
+    std::chrono::system_clock::time_point since;
+};
+
+/// The states of all interfaces. Any thread.
+class StatusBoard
+{
+public:
+    using Watcher = std::function<void(const InterfaceStatus&)>;
+
+    /// Adds an interface: off, or absent since its backend has not answered yet.
+    void add(const std::string& interface, const std::string& backend);
+
+    /// Sets the state of an interface that is not off. Reports a change in one line and tells the watcher.
+    void set(const std::string& interface, State state, const std::string& reason = "");
+
+    /// @returns all interfaces, in the order in which they were added.
+    std::vector<InterfaceStatus> all() const;
+
+    /// Calls `watcher` at each change, on the thread that makes it. Replaces an earlier one; empty for none.
+    void watch(Watcher watcher);
+
+    /// Waits until `wanted` accepts how all interfaces stand.
+    /// @returns whether this happened within `patience`.
+    bool await(const std::function<bool(const std::vector<InterfaceStatus>&)>& wanted,
+               std::chrono::milliseconds patience) const;
+
+private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<InterfaceStatus> interfaces_;  // guarded by mutex_
+    Watcher watcher_;                          // guarded by mutex_
+};
+
+}  // namespace unit

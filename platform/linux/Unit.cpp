@@ -1,0 +1,202 @@
+// The platform's getters, and what has no backend on stock Linux.
+
+#include "platform/linux/Unit.h"
+
+#include <KYRAndroidAuto.h>
+#include <KYRAudio.h>
+#include <KYRBluetooth.h>
+#include <KYRCarPlay.h>
+#include <KYRDeviceApp.h>
+#include <KYRFileMgr.h>
+#include <KYRLocation.h>
+#include <KYRMediaPlayer.h>
+#include <KYRSource.h>
+#include <KYRSystem.h>
+#include <KYRSystemMisc.h>
+#include <KYRSystemUpdate.h>
+#include <KYRTuner.h>
+#include <KYRU6Persist.h>
+#include <KYRWifi.h>
+
+#include <atomic>
+
+#include "platform/runtime/System.h"
+
+namespace unit {
+namespace {
+
+std::atomic<Unit*> theUnit = nullptr;
+
+/// @returns the interface of the installed unit; null if it is off.
+template <class Interface>
+Interface* installed(std::optional<Interface> Unit::*interface)
+{
+    Unit* const unit = theUnit;
+    return unit != nullptr && unit->*interface ? &*(unit->*interface) : nullptr;
+}
+
+}  // namespace
+
+Unit::Unit(const UnitConfig& config)
+{
+    for (const auto& [interface, backend] : config.backends) {
+        board_.add(interface, backend);
+    }
+    if (!config.isOff("app-manager")) {
+        appManager.emplace(config.appManager, systemBus_, systemd_);
+    }
+    if (!config.isOff("power")) {
+        power.emplace(config.power, systemBus_, systemd_, board_);
+    }
+    if (!config.isOff("system-info")) {
+        systemInformation.emplace(config.versions, systemBus_, board_);
+    }
+    if (!config.isOff("config")) {
+        configuration.emplace(config);
+        board_.set("config", State::kUp);
+    }
+    loop_.run();
+}
+
+Unit::~Unit()
+{
+    Unit* self = this;
+    theUnit.compare_exchange_strong(self, nullptr);
+    loop_.stop();
+}
+
+void Unit::install()
+{
+    theUnit = this;
+}
+
+}  // namespace unit
+
+using unit::Unit;
+
+KYRAppMgrService* KYR_GetAppMgrService()
+{
+    return unit::installed(&Unit::appManager);
+}
+KYRPower* KYR_GetSystemPowerProxy()
+{
+    return unit::installed(&Unit::power);
+}
+KYRSystemInfo* KYR_GetSystemInfoProxy()
+{
+    return unit::installed(&Unit::systemInformation);
+}
+KYRLibConfigs* GetLibConfigs()
+{
+    return unit::installed(&Unit::configuration);
+}
+
+int KYR_ExecSystemCmd(const char* pCommand, int nWait)
+{
+    return pCommand != nullptr && runtime::runShell(pCommand, nWait == 1) ? 1 : 0;
+}
+int KYR_RemoveFile(const char* pPath, int nForce)
+{
+    return pPath != nullptr && runtime::removeFiles(pPath, nForce == 1) ? 1 : 0;
+}
+// The proxies are parts of this process.
+int KYR_StartSystemProxy()
+{
+    return 1;
+}
+
+// Off.
+
+KYRAndroidAuto* KYR_GetAAProxy()
+{
+    return nullptr;
+}
+KYRAudio* KYR_GetAudioService()
+{
+    return nullptr;
+}
+KYRCarPlay* KYR_GetCarPlayService()
+{
+    return nullptr;
+}
+KYRDeviceApp* KYR_GetDeviceAppProxy()
+{
+    return nullptr;
+}
+KYRFileMgr* KYR_GetFileMgr()
+{
+    return nullptr;
+}
+KYRLocation* KYR_GetLocationService()
+{
+    return nullptr;
+}
+KYRMediaPlayer* KYR_GetMediaPlayer()
+{
+    return nullptr;
+}
+KYRSystemMisc* KYR_GetSystemMiscProxy()
+{
+    return nullptr;
+}
+KYRSystemUpdate* KYR_GetSystemUpdateProxy()
+{
+    return nullptr;
+}
+KYRTuner* KYR_GetTunerService()
+{
+    return nullptr;
+}
+KYRU6Persist* KYR_GetU6PersistService()
+{
+    return nullptr;
+}
+KYRWifi* KYR_GetWifiService()
+{
+    return nullptr;
+}
+
+void KYRSource::StartService() {}
+int KYRSource::Request(int, AudioGainType)
+{
+    return 0;
+}
+KYRSource::SourceID KYRSource::GetCurrentSource(SourceType)
+{
+    return SOURCE_NONE;
+}
+void KYRSource::AddListener(IKYRSourceListener*) {}
+void KYRSource::RemoveListener(IKYRSourceListener*) {}
+
+void KYR_CreateBlueTooth() {}
+KYRBtCom::KYRBtCom(IKYRBtComListener* pListener) : m_pListener(pListener) {}
+KYRBtCom::~KYRBtCom() = default;
+int KYRBtCom::GetAttribute(KYRBtType::Attribute, std::string&)
+{
+    return 0;
+}
+int KYRBtCom::DeletePairDeviceList()
+{
+    return 0;
+}
+void KYRBtCom::SetCapability(KYRBtType::Capability, int) {}
+int KYRBtCom::GetCapability(KYRBtType::Capability)
+{
+    return 0;
+}
+void KYRBtCom::AnswerPair(const std::string&, const std::string&, KYRBtType::PairRequestState) {}
+void KYRBtPhone::AcceptCall() {}
+void KYRBtPhone::TerminateCall() {}
+KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
+{
+    return {};
+}
+void KYRBtPhone::GetCurrentCallInfo(KYRTypeCallInfo&) {}
+KYRBtConnectionState KYRBtMedia::GetMediaConnectionState()
+{
+    return {};
+}
+KYRBtType::MusicStatus KYRBtMedia::GetMusicPlayStatus()
+{
+    return {};
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+
+#include "platform/linux/ApplicationManager.h"
+#include "platform/linux/Bus.h"
+#include "platform/linux/Loop.h"
+#include "platform/linux/Power.h"
+#include "platform/linux/Status.h"
+#include "platform/linux/StatusBus.h"
+#include "platform/linux/SystemInformation.h"
+#include "platform/linux/UnitConfig.h"
+
+namespace unit {
+
+/// The head unit on stock Linux behind the platform's getters.
+class Unit
+{
+public:
+    /// Begins to look for the backends.
+    explicit Unit(const UnitConfig& config);
+    ~Unit();
+    Unit(const Unit&) = delete;
+    Unit& operator=(const Unit&) = delete;
+
+    /// From now on the platform's getters return the interfaces of this unit; null for those that are off. An interface
+    /// lives as long as the unit, and what is absent is inside it: the service asks for most of them once.
+    void install();
+
+    StatusBoard& board() { return board_; }
+
+private:
+    StatusBoard board_;
+    Loop loop_;
+    Bus systemBus_{loop_, G_BUS_TYPE_SYSTEM};
+    Bus sessionBus_{loop_, G_BUS_TYPE_SESSION};
+    StatusBus statusBus_{sessionBus_, board_};
+    Systemd systemd_{systemBus_, board_};
+
+public:
+    // Empty: off. After the buses, which they use.
+    std::optional<ApplicationManager> appManager;
+    std::optional<Power> power;
+    std::optional<SystemInformation> systemInformation;
+    std::optional<Configuration> configuration;
+};
+
+}  // namespace unit

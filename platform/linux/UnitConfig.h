@@ -1,0 +1,55 @@
+#pragma once
+
+#include <KYRAppMgr.h>
+
+#include <array>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace unit {
+
+/// The unit's file, unit.toml: every interface names its backend and the backend's parameters, or is off.
+struct UnitConfig {
+    /// Stands for / in the paths of the persistent partition; empty on a unit that has the partition.
+    std::string root = "/var/lib/engineering";
+    /// The line of the station, as for runtime::parseUartOption().
+    std::string uart;
+
+    /// Backends by interface, in the order of the file's documentation: "off", or what the section says.
+    std::vector<std::pair<std::string, std::string>> backends;
+
+    /// [app-manager]: systemd.
+    struct ApplicationManager {
+        std::vector<ServiceModule> modules;          ///< start with the service
+        std::map<ServiceModule, std::string> units;  ///< start when their systemd unit is active
+    } appManager;
+
+    /// [power]: logind.
+    struct Power {
+        int state = 0;            ///< what GetPowerState() answers, 0 to 255
+        int lightType = 0;        ///< what GetCurScreenLightType() answers, 0 to 255
+        std::string standbyUnit;  ///< a systemd unit that is active in standby; empty: none
+    } power;
+
+    /// [system-info]: hostname1, os-release and uname.
+    struct Version {
+        enum class Source { kText, kHostname, kOsRelease, kUname } source = Source::kText;
+        std::string value;  ///< the text itself, or the key
+    };
+    std::array<Version, 11> versions;
+
+    /// [config]: what the service looks up in the head unit's configuration, by key.
+    std::map<std::string, bool, std::less<>> flags;
+    std::map<std::string, std::string, std::less<>> texts;
+
+    bool isOff(const std::string& interface) const;
+};
+
+/// Reads unit.toml.
+/// @param mistakes gets a line for each: its place, what is wrong, and what is expected
+/// @throws protocol::StorageError if the file cannot be read.
+UnitConfig loadUnitConfig(const std::string& path, std::vector<std::string>& mistakes);
+
+}  // namespace unit

@@ -1,0 +1,112 @@
+#include "platform/linux/UnitConfig.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <ostream>
+
+#include "platform/linux/UnitTestFile.h"
+#include "protocol/Errors.h"
+#include "tests/support/TempDir.h"
+
+namespace unit {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class UnitConfigTest : public testing::Test
+{
+protected:
+    UnitConfig load(const std::string& text)
+    {
+        const auto path = directory_.path() / "unit.toml";
+        std::ofstream(path) << text;
+        UnitConfig config = loadUnitConfig(path, mistakes_);
+        for (std::string& mistake : mistakes_) {
+            mistake.erase(0, directory_.path().string().size() + 1);
+        }
+        return config;
+    }
+
+    tests::TempDir directory_;
+    std::vector<std::string> mistakes_;
+};
+
+TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
+{
+    const UnitConfig config = load(tests::unitFile());
+
+    EXPECT_THAT(mistakes_, IsEmpty());
+    EXPECT_EQ(config.root, "/tmp/root");
+    EXPECT_EQ(config.uart, "pty:/tmp/uart");
+    EXPECT_THAT(config.appManager.modules, ElementsAre(MODULE_MEDIA_PLAYER));
+    EXPECT_THAT(config.appManager.units, ElementsAre(std::pair(MODULE_WIFI, "car-wifi.service")));
+    EXPECT_EQ(config.power.state, 3);
+    EXPECT_EQ(config.power.lightType, 2);
+    EXPECT_EQ(config.power.standbyUnit, "standby.service");
+    EXPECT_EQ(config.versions[1].value, "7");
+    EXPECT_THAT(config.flags, ElementsAre(std::pair("/engineering/open_debug", true)));
+    EXPECT_THAT(config.texts, ElementsAre(std::pair("/project/project_name", "board")));
+    EXPECT_FALSE(config.isOff("power"));
+    EXPECT_TRUE(config.isOff("audio"));
+}
+
+TEST_F(UnitConfigTest, FileThatIsNotThereIsAnErrorOfStorage)
+{
+    EXPECT_THROW(loadUnitConfig("/nowhere/unit.toml", mistakes_), protocol::StorageError);
+}
+
+struct Mistake {
+    const char* name;
+    const char* was;
+    const char* is;
+    const char* line;
+};
+
+void PrintTo(const Mistake& mistake, std::ostream* out)
+{
+    *out << mistake.name;
+}
+
+class UnitMistakeTest : public UnitConfigTest, public testing::WithParamInterface<Mistake>
+{
+};
+
+TEST_P(UnitMistakeTest, IsToldWithItsPlaceAndWhatWouldBeRight)
+{
+    load(tests::unitFile(GetParam().was, GetParam().is));
+
+    EXPECT_THAT(mistakes_, ElementsAre(testing::StartsWith(GetParam().line)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    File, UnitMistakeTest,
+    testing::Values(
+        Mistake{"Line", "\"pty:/tmp/uart\"", "\"pty:\"", "unit.toml:2:8: 'uart': expected pty:LINK or DEVICE[,BAUD]"},
+        Mistake{"Rate", "pty:/tmp/uart", "/dev/ttyS0,7", "unit.toml:2:8: 'uart': expected a baud rate ("},
+        Mistake{"Backend", "\"logind\"", "\"systemd\"",
+                "unit.toml:8:11: 'backend': expected \"off\" or \"logind\", got \"systemd\""},
+        Mistake{"BackendThatIsNotBuilt", "[audio]\nbackend = \"off\"", "[audio]\nbackend = \"alsa\"",
+                "unit.toml:19:11: 'backend': expected \"off\", got \"alsa\""},
+        Mistake{"Module", "\"media-player\"", "\"media\"",
+                "unit.toml:5:12: expected a module (audio, source, system-proxy, tuner, bluetooth, media-player, "
+                "location, wifi, device-app), got 'media'"},
+        Mistake{"ModuleOfAUnit", "wifi =", "wlan =", "unit.toml:6:18: expected a module ("},
+        Mistake{"PowerState", "power-state = 3", "power-state = 256", "unit.toml:9:15: 'power-state'"},
+        Mistake{"LightType", "light-type = 2", "light-type = -1", "unit.toml:10:14: 'light-type'"},
+        Mistake{"Version", "text:7", "7",
+                "unit.toml:14:40: expected SOURCE:VALUE with one of text, hostname1, os-release, uname, got '7'"},
+        Mistake{"Uname", "uname:release", "uname:node",
+                "unit.toml:14:50: expected uname:release, uname:version or uname:machine, got 'uname:node'"},
+        Mistake{"Versions", "\"text:7\"",
+                "'text:', 'text:', 'text:', 'text:', 'text:', 'text:', 'text:', 'text:', 'text:', 'text:'",
+                "unit.toml:14:12: expected 11 versions at most, got 12"},
+        Mistake{"Value", "\"board\"", "7", "unit.toml:17:"},
+        Mistake{"UnknownKey", "light-type", "light", "unit.toml:10:"},
+        Mistake{"UnknownKeyOfTheFile", "root = ", "roof = ", "unit.toml:1:"},
+        Mistake{"Syntax", "[power]", "[power", "unit.toml:7:"}),
+    [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace unit

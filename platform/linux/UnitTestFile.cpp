@@ -1,0 +1,33 @@
+#include "platform/linux/UnitTestFile.h"
+
+namespace tests {
+
+std::string unitFile(const std::string& was, const std::string& is)
+{
+    std::string text = R"(root = "/tmp/root"
+uart = "pty:/tmp/uart"
+[app-manager]
+backend = "systemd"
+modules = ["media-player"]
+units = { wifi = "car-wifi.service" }
+[power]
+backend = "logind"
+power-state = 3
+light-type = 2
+standby-unit = "standby.service"
+[system-info]
+backend = "hostname1"
+versions = ["hostname1:KernelRelease", "text:7", "uname:release"]
+[config]
+backend = "file"
+values = { "/engineering/open_debug" = true, "/project/project_name" = "board" }
+)";
+    for (const char* interface :
+         {"audio", "source", "tuner", "bluetooth", "media-player", "location", "wifi", "system-misc", "system-update",
+          "file-manager", "persistence", "car-play", "android-auto", "device-app"}) {
+        text += std::string("[") + interface + "]\nbackend = \"off\"\n";
+    }
+    return was.empty() ? text : text.replace(text.find(was), was.size(), is);
+}
+
+}  // namespace tests

@@ -1,0 +1,110 @@
+// The service on a unit with stock Linux: the framework that owns main, the station's line, and the unit's middleware.
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "KYRSystem.h"
+#include "platform/linux/Unit.h"
+#include "platform/linux/UnitConfig.h"
+#include "platform/runtime/Report.h"
+#include "platform/runtime/Root.h"
+#include "platform/runtime/ServiceFramework.h"
+#include "platform/runtime/TtyWire.h"
+#include "platform/runtime/UartOption.h"
+#include "platform/runtime/Wire.h"
+#include "programs/Cli.h"
+#include "protocol/Text.h"
+
+namespace {
+
+constexpr const char* kProgram = "engineering-unit";
+
+/// For how long `check` waits for the backends.
+constexpr std::chrono::seconds kCheckPatience{5};
+
+/// Runs the service; the process ends in here, by a signal.
+[[noreturn]] void serve(const unit::UnitConfig& config, int argc, char** argv)
+{
+    runtime::holdEndSignals();
+    runtime::setRoot(config.root);
+    runtime::makeHeadUnitDirectories(KYR_GetRootPath());
+    runtime::TtyWire wire(runtime::openTerminal(runtime::parseUartOption(config.uart)));
+    runtime::ServiceFramework framework(wire);
+    runtime::installWire(&wire);
+    unit::Unit unit(config);
+    unit.install();
+
+    framework.initialise(argc, argv);
+    if (unit.appManager) {
+        unit.appManager->serviceStarted();
+    }
+    framework.announceReady([] { return std::string(); });
+    framework.run();
+}
+
+/// Prints the state of every interface.
+/// @returns the exit status.
+int check(const unit::UnitConfig& config)
+{
+    unit::Unit unit(config);
+    const bool isComplete = unit.board().await(
+        [](const auto& all) {
+            return std::ranges::none_of(all, [](const auto& each) { return each.state == unit::State::kAbsent; });
+        },
+        kCheckPatience);
+    std::vector<std::vector<std::string>> rows{{"INTERFACE", "BACKEND", "STATE", "REASON"}};
+    for (const unit::InterfaceStatus& status : unit.board().all()) {
+        rows.push_back({status.interface, status.backend, nameOf(status.state), status.reason});
+    }
+    std::fputs(protocol::table(rows).c_str(), stdout);
+    return isComplete ? protocol::kPassed : protocol::kFailed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app(
+        "Run the engineering service on a unit with stock Linux\n"
+        "Prints 'ready uart=PATH' on standard error when the station may send. Ends with SIGINT or SIGTERM.",
+        kProgram);
+    std::string file = "/etc/engineering/unit.toml";
+    app.add_option("--config", file, "The unit's file; by default /etc/engineering/unit.toml")
+        ->type_name("FILE")
+        ->take_last();
+    app.fallthrough();
+    const CLI::App* const checkVerb = app.add_subcommand("check", "Show what is there, and what is missing");
+    app.footer(
+        "Examples:\n"
+        "  engineering-unit\n"
+        "  engineering-unit check --config unit.toml\n"
+        "\n"
+        "Exit status: 0 ended by a signal, or all of `check` is there; 1 failed, or something is absent; 2 wrong use.");
+    if (const auto status = programs::parse(app, argc, argv)) {
+        return *status;
+    }
+
+    runtime::reportAs(kProgram);
+    runtime::prepareProcess();
+    try {
+        std::vector<std::string> mistakes;
+        const unit::UnitConfig config = unit::loadUnitConfig(file, mistakes);
+        std::ranges::for_each(mistakes, runtime::report);
+        if (!mistakes.empty()) {
+            return protocol::kWrongUse;
+        }
+        if (checkVerb->parsed()) {
+            return check(config);
+        }
+        serve(config, argc, argv);
+    } catch (const protocol::Error& error) {
+        runtime::report(error.what());
+        return error.status();
+    } catch (const std::exception& error) {
+        runtime::report(error.what());
+        return protocol::kFailed;
+    }
+}

@@ -1,0 +1,119 @@
+// engineering-unit as a process over private buses, with templates of the middleware's interfaces behind it.
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "platform/linux/UnitTestFile.h"
+#include "tests/integration/BenchTest.h"
+#include "tests/support/WireVectors.h"
+
+namespace tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+using Stream = ChildProcess::Stream;
+
+class UnitProgramTest : public BenchTest
+{
+protected:
+    UnitProgramTest()
+    {
+        environment()["DBUS_SYSTEM_BUS_ADDRESS"] = bus().address();
+        std::filesystem::create_directories(link().parent_path());
+        writeUnitFile();
+    }
+
+    void writeUnitFile(const std::string& was = "", const std::string& is = "")
+    {
+        std::string text = unitFile(was, is);
+        for (const auto& [old, now] : {std::pair("/tmp/root", root()), std::pair("/tmp/uart", link())}) {
+            text.replace(text.find(old), std::string(old).size(), now.string());
+        }
+        std::ofstream(file()) << text;
+    }
+
+    std::string file() const { return directory() / "unit.toml"; }
+
+    ChildProcess& startUnit()
+    {
+        ChildProcess& unit = start({ENGINEERING_UNIT, "--config", file()});
+        EXPECT_TRUE(unit.waitForLine(Stream::kErr, "ready uart=" + link().string()));
+        return unit;
+    }
+
+    /// Starts a template of a daemon's interface, which prints its calls.
+    ChildProcess& startTemplate(const std::string& name)
+    {
+        return startDaemon({"/usr/bin/python3", "-u", "-m", "dbusmock", "--system", "-t", name});
+    }
+
+    /// Starts a program that the end of the test kills.
+    ChildProcess& startDaemon(const std::vector<std::string>& arguments)
+    {
+        return *daemons_.emplace_back(std::make_unique<ChildProcess>(arguments, environment()));
+    }
+
+private:
+    std::vector<std::unique_ptr<ChildProcess>> daemons_;
+};
+
+TEST_F(UnitProgramTest, StationReachesTheMiddlewareOfTheUnit)
+{
+    ChildProcess& logind = startTemplate("logind");
+    startTemplate("systemd");
+    startDaemon({"/lib/systemd/systemd-hostnamed"});
+    ChildProcess& unit = startUnit();
+    for (const char* interface :
+         {"app-manager: systemd is up", "power: logind is up", "system-info: hostname1 is up"}) {
+        EXPECT_TRUE(unit.waitForLine(Stream::kErr, interface)) << unit.output(Stream::kErr);
+    }
+
+    RawLine line(link());
+    line.expectExchange(wire::kModeOn, wire::kModeOnReply);
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x07, 0x06, 0xFF, 0xF1},  // the project's name: board
+                        {0x2A, 0xA2, 0x00, 0x07, 0x87, 0x06, 0x62, 0x6F, 0x61, 0x72, 0x64, 0x00, 0xFD, 0x64});
+    line.write({0x2A, 0xA2, 0x00, 0x02, 0x09, 0x0C, 0xFF, 0xE9});  // shut down
+    EXPECT_TRUE(logind.waitForLine(Stream::kOut, "PowerOff"));
+
+    logind.signal(SIGKILL);
+    EXPECT_TRUE(unit.waitForLine(Stream::kErr, "power: logind is absent: org.freedesktop.login1 is not running"));
+    line.expectExchange(wire::kModeOn, wire::kModeOnReply);
+}
+
+TEST_F(UnitProgramTest, WithoutAnyMiddlewareTheStationIsServed)
+{
+    startUnit();
+
+    RawLine(link()).expectExchange(wire::kModeOn, wire::kModeOnReply);
+}
+
+TEST_F(UnitProgramTest, CheckSaysLineByLineWhatIsThereAndWhatIsMissing)
+{
+    startTemplate("logind");
+
+    const Outcome outcome = run({ENGINEERING_UNIT, "check", "--config", file()});
+
+    EXPECT_EQ(outcome.status, 1);
+    const auto lines = linesOf(outcome.out);
+    ASSERT_EQ(lines.size(), 19U) << outcome.out;
+    EXPECT_THAT(lines[1], StartsWith("app-manager    systemd    absent  org.freedesktop.systemd1 is not running"));
+    EXPECT_THAT(lines[2], StartsWith("power          logind     up"));
+    EXPECT_THAT(lines[5], StartsWith("audio          off        off"));
+}
+
+TEST_F(UnitProgramTest, MistakesInTheFileEndItWithALineEach)
+{
+    writeUnitFile("power-state = 3", "power-state = 300\nstate = 1");
+
+    const Outcome outcome = run({ENGINEERING_UNIT, "--config", file()});
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("unit.toml:9:15: "), HasSubstr("unit.toml:10:1: ")));
+}
+
+}  // namespace
+}  // namespace tests
