@@ -28,7 +28,8 @@ Request parseBytes(protocol::catalogue::Groups groups, const std::string& cmdOne
                    const std::vector<std::string>& arguments)
 {
     if (arguments.empty()) {
-        throw UserError(fmt::format("{}: expected the command's code behind the group's, as in '0F 00 01'", cmdOne));
+        throw UserError(
+            fmt::format("{}: expected the command's code after the group's, as in '0F 00 01', got none", cmdOne));
     }
     Request request;
     request.frame.cmdOne = byteOf(cmdOne);

@@ -72,10 +72,13 @@ void useLogConfiguration(const std::string& file)
     // zlog reads a directory as an empty configuration, and waits for ever for the writer of a pipe.
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error)) {
-        throw protocol::UserError("--log-conf " + file + ": " + (error ? error.message() : "not a regular file"));
+        throw protocol::UserError(
+            "--log-conf " + file + ": " +
+            (error ? "cannot be read: " + error.message() : "expected a file, got a directory or device"));
     }
     if (zlog_init(file.c_str()) != 0) {
-        throw protocol::UserError("--log-conf " + file + ": zlog refuses it, or cannot open one of its outputs");
+        throw protocol::UserError("--log-conf " + file +
+                                  ": expected a zlog configuration whose outputs can be opened, got another");
     }
     g_configured = true;
 }

@@ -181,7 +181,7 @@ TEST_F(LogConfigurationTest, ThatDoesNotExistIsRefused)
 
 TEST_F(LogConfigurationTest, DirectoryIsRefused)
 {
-    EXPECT_THAT(refusal(directory_.path().string()), HasSubstr("not a regular file"));
+    EXPECT_THAT(refusal(directory_.path().string()), HasSubstr("expected a file, got a directory or device"));
 }
 
 TEST_F(LogConfigurationTest, RefusedByZlogIsReported)

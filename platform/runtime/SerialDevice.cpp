@@ -27,9 +27,9 @@ namespace {
         refuseDevice(path, "another process uses it");
     }
     if (errno == ENOTTY) {
-        refuseDevice(path, "not a terminal");
+        refuseDevice(path, "expected a serial device, got another file");
     }
-    refuseDevice(path, std::generic_category().message(errno));
+    refuseDevice(path, "cannot open: " + std::generic_category().message(errno));
 }
 
 void claim(const std::filesystem::path& path, int descriptor)
@@ -80,7 +80,7 @@ std::shared_ptr<const host::Descriptor> SerialDevice::open()
         refuseDevice(path_);
     }
     if (isatty(opened->get()) == 0) {
-        refuseDevice(path_, "not a terminal");
+        refuseDevice(path_, "expected a serial device, got another file");
     }
     claim(path_, opened->get());
     std::shared_ptr<const host::Descriptor> line(opened.release(), release);

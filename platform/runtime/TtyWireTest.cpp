@@ -528,8 +528,9 @@ TEST_F(DeviceWireTest, FileThatIsNotATerminalIsRefused)
     const fs::path path = directory_.path() / "file";
     std::ofstream(path) << "mine";
 
-    EXPECT_THAT(refusal(path), AllOf(HasSubstr(path.string()), HasSubstr("not a terminal")));
-    EXPECT_THAT(refusal("/dev/null"), HasSubstr("not a terminal"));
+    EXPECT_THAT(refusal(path),
+                AllOf(HasSubstr(path.string()), HasSubstr("expected a serial device, got another file")));
+    EXPECT_THAT(refusal("/dev/null"), HasSubstr("expected a serial device, got another file"));
 }
 
 TEST_F(DeviceWireTest, LostDeviceIsReportedAndServedAgainWhenItIsBack)

@@ -125,7 +125,7 @@ int list(const Tool& tool, const std::vector<std::string>& directories)
         try {
             std::ranges::move(plansIn(directory), std::back_inserter(paths));
         } catch (const std::filesystem::filesystem_error& error) {
-            complain(kProgram, fmt::format("{}: expected a directory of plans: {}", directory, error.code().message()));
+            complain(kProgram, fmt::format("{}: cannot be read: {}", directory, error.code().message()));
             sound = false;
         }
     }
