@@ -60,8 +60,66 @@ TEST(Answers, WhateverIsWrongIsReportedWithItsPlace)
                                    "F:5:7: lit: expected yes or no, got '3'"));
 }
 
+TEST(Answers, FileThatCannotBeReadIsAProblemAtItsBeginning)
+{
+    protocol::toml_file::Problems problems;
+
+    const Answers answers = readAnswers("/no/such/answers.toml", askingPlan(), problems);
+
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].line, 1u);
+    EXPECT_EQ(problems[0].column, 1u);
+    EXPECT_EQ(answers.find("/dev/a", "lit"), std::nullopt);
+}
+
+TEST(Answers, OfAllPhasesAreKnown)
+{
+    const Plan plan = load(R"(
+schema = 1
+name = "test"
+title = "Test"
+[[setup]]
+name = "S"
+steps = [{ prompt = "A?", id = "a" }]
+[[main]]
+name = "M"
+steps = [{ prompt = "B?", id = "b" }]
+[[teardown]]
+name = "T"
+steps = [{ prompt = "C?", id = "c" }]
+)",
+                           "test.toml", protocol::catalogue::groups())
+                          .plan.value();
+    protocol::toml_file::Problems problems;
+
+    const Answers answers("a = false\nb = true\nc = \"y\"\n", plan, problems);
+
+    EXPECT_THAT(problems, IsEmpty());
+    EXPECT_EQ(answers.find("", "a"), "no");
+    EXPECT_EQ(answers.find("", "b"), "yes");
+    EXPECT_EQ(answers.find("", "c"), "yes");
+}
+
+TEST(Answers, KindsHaveTheirForms)
+{
+    EXPECT_STREQ(describe(Prompt::Kind::kYesNo), "yes or no");
+    EXPECT_STREQ(describe(Prompt::Kind::kNumber), "a number");
+    EXPECT_STREQ(describe(Prompt::Kind::kText), "a text");
+}
+
 TEST(Answers, AreReadAsPeopleGiveThem)
 {
+    for (const char* yes : {"y", "Y", "yes", "\t yes \r\n"}) {
+        EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, yes), "yes") << yes;
+    }
+    for (const char* no : {"n", "N", "no"}) {
+        EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, no), "no") << no;
+    }
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, ""), std::nullopt);
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, ""), std::nullopt);
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "inf"), std::nullopt);
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "1e999"), std::nullopt);
+    EXPECT_EQ(parseAnswer(Prompt::Kind::kText, "a"), "a");
     EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, " y\r"), "yes");
     EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, "no"), "no");
     EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, "maybe"), std::nullopt);

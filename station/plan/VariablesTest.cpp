@@ -26,6 +26,23 @@ TEST(Variables, BracketThatIsNotClosedIsText)
     EXPECT_THAT(variablesIn("a$ {b} $"), IsEmpty());
 }
 
+TEST(Variables, NamesAreLettersDigitsHyphensAndUnderscores)
+{
+    for (const char* name : {"a", "azAZ09-_", "-", "0"}) {
+        EXPECT_TRUE(isVariableName(name)) << name;
+    }
+    for (const char* name : {"", "a b", "a.", "a/", "a:", "a@", "a[", "a`", "a{", "ä", "a$"}) {
+        EXPECT_FALSE(isVariableName(name)) << name;
+    }
+}
+
+TEST(Variables, StandBetweenOtherTexts)
+{
+    EXPECT_EQ(substitute("x${a}yz${a}", {{"a", "1"}}), "x1yz1");
+    EXPECT_THAT(variablesIn("x${}y${a}"), ElementsAre("", "a"));
+    EXPECT_EQ(substitute("}${a}}", {{"a", "1"}}), "}1}");
+}
+
 TEST(Variables, ValueIsNotLookedThroughAgain)
 {
     EXPECT_EQ(substitute("${a}", {{"a", "${a}"}}), "${a}");
