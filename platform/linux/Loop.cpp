@@ -23,7 +23,7 @@ void Loop::run()
 {
     thread_ = std::thread([this] {
         g_main_context_push_thread_default(context_.get());
-        while (!stopped_ || expected_ > 0) {
+        for (runPosted(); !stopped_ || expected_ > 0; runPosted()) {
             g_main_context_iteration(context_.get(), TRUE);
         }
         g_main_context_pop_thread_default(context_.get());
@@ -48,23 +48,34 @@ gboolean Loop::runAction(gpointer action)
     return G_SOURCE_REMOVE;
 }
 
-GSource* Loop::attach(std::chrono::milliseconds delay, std::function<void()> action)
+void Loop::runPosted()
 {
-    GSource* const source = g_timeout_source_new(static_cast<guint>(delay.count()));
-    g_source_set_callback(source, runAction, new std::function(std::move(action)),
-                          [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
-    g_source_attach(source, context_.get());
-    return source;
+    std::deque<std::function<void()>> actions;
+    {
+        const std::lock_guard lock(mutex_);
+        actions.swap(posted_);
+    }
+    for (auto& action : actions) {
+        runAction(&action);
+    }
 }
 
 void Loop::post(std::function<void()> action)
 {
-    g_source_unref(attach(std::chrono::milliseconds(0), std::move(action)));
+    {
+        const std::lock_guard lock(mutex_);
+        posted_.push_back(std::move(action));
+    }
+    g_main_context_wakeup(context_.get());
 }
 
 host::GlibPtr<GSource> Loop::after(std::chrono::milliseconds delay, std::function<void()> action)
 {
-    return host::GlibPtr<GSource>(attach(delay, std::move(action)));
+    host::GlibPtr<GSource> source(g_timeout_source_new(static_cast<guint>(delay.count())));
+    g_source_set_callback(source.get(), runAction, new std::function(std::move(action)),
+                          [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+    g_source_attach(source.get(), context_.get());
+    return source;
 }
 
 gpointer Loop::expect(Completion completion)

@@ -1,8 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <functional>
-#include <string>
+#include <mutex>
 #include <thread>
 
 #include "host/Glib.h"
@@ -44,12 +45,14 @@ public:
 
 private:
     static gboolean runAction(gpointer action);
-    GSource* attach(std::chrono::milliseconds delay, std::function<void()> action);
+    void runPosted();
 
     const host::GlibPtr<GMainContext> context_{g_main_context_new()};
     const host::GlibPtr<GCancellable> cancellable_{g_cancellable_new()};
-    int expected_ = 0;      // completions under way; of the thread
-    bool stopped_ = false;  // of the thread
+    std::mutex mutex_;
+    std::deque<std::function<void()>> posted_;  // guarded by mutex_
+    int expected_ = 0;                          // completions under way; of the thread
+    bool stopped_ = false;                      // of the thread
     std::thread thread_;
 };
 

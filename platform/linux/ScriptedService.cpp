@@ -29,7 +29,10 @@ ScriptedService::ScriptedService(const std::string& address, std::string name)
     if (!connection_) {
         throw std::runtime_error("no bus at " + address);
     }
-    filter_ = g_dbus_connection_add_filter(connection_.get(), filter, this, nullptr);
+    {
+        const std::lock_guard lock(mutex_);
+        filter_ = g_dbus_connection_add_filter(connection_.get(), filter, this, nullptr);
+    }
     const host::GlibPtr<GVariant> owned(g_dbus_connection_call_sync(
         connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
         g_variant_new("(su)", name.c_str(), 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
@@ -41,6 +44,7 @@ ScriptedService::ScriptedService(const std::string& address, std::string name)
 ScriptedService::~ScriptedService()
 {
     g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
+    const std::lock_guard lock(mutex_);
     g_dbus_connection_remove_filter(connection_.get(), filter_);
 }
 
@@ -84,27 +88,22 @@ void ScriptedService::send(GDBusMessage* message)
 GDBusMessage* ScriptedService::filter(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer self)
 {
     if (isIncoming && g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
-        static_cast<ScriptedService*>(self)->serve(message);
+        const std::lock_guard lock(mutex_);
+        static_cast<ScriptedService*>(self)->serveLocked(message);
         g_object_unref(message);
         return nullptr;
     }
     return message;
 }
 
-void ScriptedService::serve(GDBusMessage* call)
+void ScriptedService::serveLocked(GDBusMessage* call)
 {
     const std::string method = g_dbus_message_get_member(call);
-    std::string reply = "()";
-    {
-        const std::lock_guard lock(mutex_);
-        if (const auto given = answers_.find(method); given != answers_.end()) {
-            reply = given->second;
-        }
-    }
+    const auto given = answers_.find(method);
+    const std::string reply = given == answers_.end() ? "()" : given->second;
     if (std::strcmp(g_dbus_message_get_interface(call), kProperties) != 0) {
         GVariant* const body = g_dbus_message_get_body(call);
         const host::GlibPtr<char> arguments(body == nullptr ? g_strdup("()") : g_variant_print(body, FALSE));
-        const std::lock_guard lock(mutex_);
         calls_.push_back(method + " " + arguments.get());
         changed_.notify_all();
     }
@@ -117,16 +116,15 @@ void ScriptedService::serve(GDBusMessage* call)
                 : g_dbus_message_new_method_reply(call));
     if (!isError) {
         g_dbus_message_set_body(answer.get(),
-                                method == "GetAll" && reply == "()" ? allProperties().release() : parsed(reply));
+                                method == "GetAll" && reply == "()" ? allPropertiesLocked().release() : parsed(reply));
     }
     send(answer.get());
 }
 
-host::GlibPtr<GVariant> ScriptedService::allProperties()
+host::GlibPtr<GVariant> ScriptedService::allPropertiesLocked()
 {
     GVariantBuilder all;
     g_variant_builder_init(&all, G_VARIANT_TYPE("a{sv}"));
-    const std::lock_guard lock(mutex_);
     for (const auto& [name, value] : properties_) {
         g_variant_builder_add(&all, "{sv}", name.c_str(), parsed(value));
     }
