@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
+#include <thread>
 
 #include "protocol/catalogue/Catalogue.h"
 #include "tests/support/EngineTest.h"
@@ -91,6 +93,30 @@ TEST_F(GroupsTest, WithTheModeOffEveryGroupButTheTestModesIsSilent)
     }
 
     EXPECT_TRUE(std::filesystem::is_empty(path("/perm_data/data/engineering")));
+}
+
+TEST_F(GroupsTest, ACommandLogsWhatItHasToSayBeforeItAnswers)
+{
+    startInTestMode();
+    raise("OnModuleStatusChanged", {{"module", 17}});  // Wi-Fi answers from now on
+    std::optional<std::size_t> linesAtReply;
+    station.onSend = [&, handlersThread = std::this_thread::get_id()] {
+        if (std::this_thread::get_id() == handlersThread)  // and no event's
+            linesAtReply = log.lines().size();
+    };
+
+    for (const auto& group : protocol::catalogue::groups()) {
+        for (const auto& command : group.commands) {
+            forget();
+            linesAtReply.reset();
+
+            station.sendCommand(command.cmdOne, command.cmdTwo, std::vector<std::uint8_t>(command.minimumParams, 1));
+
+            // Every frame ends with two lines of the receive path.
+            if (linesAtReply)
+                EXPECT_EQ(log.lines().size(), *linesAtReply + 2) << int{command.cmdOne} << ' ' << int{command.cmdTwo};
+        }
+    }
 }
 
 }  // namespace

@@ -27,6 +27,9 @@ void RecordedWire::detach()
 
 bool RecordedWire::send(std::span<const std::uint8_t> frame)
 {
+    if (onSend) {
+        onSend();
+    }
     {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return sent_.size() < room_; });

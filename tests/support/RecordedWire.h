@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <initializer_list>
 #include <mutex>
 #include <string>
@@ -56,6 +57,9 @@ public:
     bool waitForFrames(std::size_t count);
 
     void clear();
+
+    /// Called before a frame is recorded, on the sender's thread; may be empty. Set it while nobody sends.
+    std::function<void()> onSend;
 
 private:
     static constexpr std::size_t kEndless = SIZE_MAX;
