@@ -134,6 +134,15 @@ INSTANTIATE_TEST_SUITE_P(
                 "send: expected --from or --yes, got both (see 'tool send --help')"}),
     [](const auto& row) { return row.param.name; });
 
+TEST_F(CliTest, HelpSaysWhetherAVerbIsNeeded)
+{
+    EXPECT_THAT(app_.help(), testing::StartsWith("Usage: tool [OPTIONS] VERB …\n"));
+
+    app_.require_subcommand(0, 1);
+
+    EXPECT_THAT(app_.help(), testing::StartsWith("Usage: tool [OPTIONS] [VERB …]\n"));
+}
+
 TEST_F(CliTest, HelpWrapsTextAndKeepsIndentedLines)
 {
     CLI::App app("Title\nText that is wrapped.\n  a line   as it stands", "tool");

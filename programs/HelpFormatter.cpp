@@ -98,7 +98,7 @@ std::string usageOf(const CLI::App& verb)
     for (const CLI::Option* option : positionalsOf(verb)) {
         text += option->get_required() ? " " + signatureOf(*option) : " [" + signatureOf(*option) + "]";
     }
-    return verbsOf(verb).empty() ? text : text + " VERB …";
+    return verbsOf(verb).empty() ? text : text + (verb.get_require_subcommand_min() > 0 ? " VERB …" : " [VERB …]");
 }
 
 std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const

@@ -71,12 +71,14 @@ int main(int argc, char** argv)
         "Run the engineering service on a unit with stock Linux\n"
         "Prints 'ready uart=PATH' on standard error when the station may send. Ends with SIGINT or SIGTERM.",
         kProgram);
+    programs::setUpHelp(app);
     std::string file = "/etc/engineering/unit.toml";
-    app.add_option("--config", file, "The unit's file; by default /etc/engineering/unit.toml")
+    app.add_option("--config", file, "Unit's file; by default /etc/engineering/unit.toml")
         ->type_name("FILE")
         ->take_last();
     app.fallthrough();
-    const CLI::App* const checkVerb = app.add_subcommand("check", "Show what is there, and what is missing");
+    const CLI::App* const checkVerb =
+        app.add_subcommand("check", "Print the interfaces that are there and those that are missing");
     app.footer(
         "Examples:\n"
         "  engineering-unit\n"
