@@ -58,7 +58,6 @@ std::size_t FrameAssembler::dropStale()
     const std::size_t keepFrom = std::min(scanned_, firstOpen_);
     const std::size_t dropped = keepFrom - head_;
     head_ = keepFrom;
-    moveToFront();
     return dropped;
 }
 

@@ -36,12 +36,13 @@ struct Measured {
     std::string_view unit;
 };
 
-/// @returns false when `text` does not begin with a plain decimal number: no exponent, no "inf", no "nan".
-bool parseMeasured(std::string_view text, Measured& measured)
+/// @returns no unit when `text` does not begin with a plain decimal number: no exponent, no "inf", no "nan".
+Measured parseMeasured(std::string_view text)
 {
+    Measured measured;
     const std::size_t sign = text.starts_with('-') ? 1 : 0;
     if (text.size() == sign || !isDigit(text[sign])) {
-        return false;
+        return measured;
     }
     const char* end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, measured.number, std::chars_format::fixed);
@@ -50,7 +51,7 @@ bool parseMeasured(std::string_view text, Measured& measured)
         measured.number = sign == 1 ? -huge : huge;
     }
     measured.unit = withoutBlanks({result.ptr, end});
-    return true;
+    return measured;
 }
 
 [[noreturn]] void refuse(const Field& field, std::string_view text)
@@ -134,8 +135,8 @@ std::int64_t parseNumber(const Field& field, std::string_view text)
         return number;
     }
 
-    Measured measured;
-    if (!parseMeasured(text, measured) || measured.unit.empty()) {
+    const Measured measured = parseMeasured(text);
+    if (measured.unit.empty()) {
         refuse(field, text);
     }
     if (field.scale && measured.unit == field.scale->unit) {
