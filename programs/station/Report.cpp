@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +19,7 @@
 #include "station/record/RecordJson.h"
 #include "station/record/Reports.h"
 #include "station/record/ResultsFolder.h"
+#include "station/record/RunFacts.h"
 #include "station/record/RunList.h"
 #include "station/record/StoredFile.h"
 #include "station/record/ValueText.h"
@@ -177,21 +180,22 @@ void addRun(CLI::App& verb, Chosen& chosen)
     addResults(verb, chosen.directory);
 }
 
-record::Run readRun(const Tool& tool, const Chosen& chosen)
+std::filesystem::path recordOf(const Tool& tool, const Chosen& chosen)
 {
-    return record::readRun(record::findRecord(resultsFolder(tool, chosen.directory), chosen.run));
+    return record::findRecord(resultsFolder(tool, chosen.directory), chosen.run);
 }
 
 // report show
 
 int show(const Tool& tool, const Chosen& chosen, bool allFrames)
 {
-    const record::Run run = readRun(tool, chosen);
+    const auto path = recordOf(tool, chosen);
     const auto groups = protocol::catalogue::groups();
     if (tool.json) {
-        printJson(record::toJson(run, groups));
+        record::writeJson(std::cout, record::readRun(path, record::RunFacts::kWholeRun), groups, -1);
     } else {
-        printReport(record::textReport(run, groups, {.colour = colourWanted(), .allFrames = allFrames}));
+        printReport(
+            record::textReport(record::readRun(path), groups, {.colour = colourWanted(), .allFrames = allFrames}));
     }
     return kPassed;
 }
@@ -228,23 +232,32 @@ std::vector<std::string> formatNames()
 
 int exportRun(const Tool& tool, const Chosen& chosen, const std::string& format, const std::string& output)
 {
-    const record::Run run = readRun(tool, chosen);
+    const auto path = recordOf(tool, chosen);
     const auto* known = std::ranges::find(record::kReportFormats, format,
                                           [](const record::ReportFormat& each) { return std::string(each.name); });
-    const std::string text = known->write(run, protocol::catalogue::groups());
+    const auto write = [&](std::ostream& out) {
+        record::writeReport(*known, path, protocol::catalogue::groups(), out);
+    };
     if (!output.empty()) {
         try {
-            record::writeAtomically(output, text);
+            record::writeAtomically(output, write);
+        } catch (const record::RecordError&) {
+            throw;
         } catch (const protocol::StorageError& error) {
             throw protocol::StorageError(error.what(), kNotRecorded);
         }
     }
     if (tool.json) {
-        ordered_json object{{"run", run.id}, {"format", format}};
-        object[output.empty() ? "content" : "file"] = output.empty() ? text : output;
+        ordered_json object{{"run", record::readRun(path).id}, {"format", format}};
+        std::ostringstream content;
+        if (output.empty()) {
+            write(content);
+        }
+        object[output.empty() ? "content" : "file"] = output.empty() ? content.str() : output;
         printJson(std::move(object));
     } else if (output.empty()) {
-        printReport(text);
+        write(std::cout);
+        std::cout.flush();
     }
     return kPassed;
 }

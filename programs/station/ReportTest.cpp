@@ -65,7 +65,9 @@ protected:
     void keep(record::Run which, const std::string& id)
     {
         which.id = id;
-        record::ResultsFolder(directory_, which, protocol::catalogue::groups()).finish(which);
+        record::ResultsFolder results(directory_, which, protocol::catalogue::groups());
+        record::samples::tell(which, results);
+        results.finish(which);
     }
 
     std::string path(const char* name) const { return directory_ / name; }
@@ -155,7 +157,7 @@ TEST_F(ReportVerb, ListPassesOverOtherFoldersWithAWordAndRefusesABrokenRecord)
 
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.error, "engineering-station: " + path("notes") +
-                                 ": expected a run, got a folder without record.json\n"
+                                 ": expected a run, got a folder without record.jsonl\n"
                                  "engineering-station: " +
                                  path("broken") + "/record.json: top level: the key \"id\" is missing\n");
     EXPECT_THAT(outcome.out, HasSubstr("run-1"));

@@ -24,6 +24,7 @@ void LineWatch::on(const TraceEvent& event)
         }
     } else if (event.aside) {
         run_.events.claim(number, event);
+        observer_.onClaimed(number);
     } else if (event.kind == TraceEvent::Kind::kReceived) {
         if (arrivals_.size() == kMostArrivals) {
             arrivals_.pop_front();
@@ -37,6 +38,7 @@ void LineWatch::claim(Arrival& arrival)
 {
     arrival.claimed = true;
     run_.events.claim(arrival.number, mask_(arrival.event));
+    observer_.onClaimed(arrival.number);
 }
 
 bool LineWatch::latestAnswers() const

@@ -63,7 +63,13 @@ Group loadGroup(const Context& outer, Context& context, const toml::table& table
     Group group;
     TableReader reader(table, "group", context.problems);
     group.name = reader.text("name", true);
-    group.repeat = loading::count(reader, "repeat", 1, 1);
+    if (const Duration time = loading::seconds(reader, "duration", Duration(0)); time > Duration(0)) {
+        group.duration = time;
+    }
+    const auto repeat = reader.integer("repeat", false, 1);
+    group.repeat = repeat           ? std::min(static_cast<std::size_t>(*repeat), Group::kEndless)
+                   : group.duration ? Group::kEndless
+                                    : 1;
     group.retries = loading::count(reader, "retries", 0, 0);
     group.retryDelay = loading::seconds(reader, "retry_delay", outer.retryDelay);
     context.onFailure = loading::onFailure(reader).value_or(outer.onFailure);

@@ -108,11 +108,15 @@ Estimate estimate(const Plan& plan, unsigned baud)
     Estimate sum;
     for (const auto* phase : groupsOf(plan)) {
         for (const Group& group : *phase) {
+            Duration round{0};
             for (const Step& step : group.steps) {
                 const Estimate each = once(step, baud);
-                sum.duration = plus(sum.duration, each.duration, static_cast<std::int64_t>(step.repeat) * group.repeat);
+                round = plus(round, each.duration, step.repeat);
                 sum.open += each.open;
             }
+            const Duration all = plus(Duration(0), round, static_cast<std::int64_t>(group.repeat));
+            sum.duration =
+                plus(sum.duration, group.duration ? std::min(all, std::max(round, *group.duration)) : all, 1);
         }
     }
     return sum;

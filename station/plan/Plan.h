@@ -121,8 +121,13 @@ struct Step {
 
 struct Group {
     std::string name;
+    /// More rounds than any run has.
+    static constexpr std::size_t kEndless = 1'000'000'000'000;
+
     std::vector<Step> steps;
-    int repeat = 1;
+    std::size_t repeat = 1;
+    /// No round begins after this time; nothing for no limit.
+    std::optional<Duration> duration;
     int retries = 0;
     Duration retryDelay{0};
     bool needsHeadUnit = false;

@@ -8,6 +8,7 @@
 
 #include "protocol/Text.h"
 #include "station/record/Outcome.h"
+#include "station/record/RecordJson.h"
 #include "station/record/ResultsFolder.h"
 
 namespace station::plan {
@@ -26,6 +27,7 @@ public:
 
     void onStarted(record::Run& run) override
     {
+        run_ = &run;
         run.uuid = record::makeUuid();
         run.id = record::makeRunId(run.plan.name, run.started, run.unit.port);
         if (!directory_.empty()) {
@@ -47,19 +49,42 @@ public:
         view_.onFrame(event);
     }
 
-    void onStepEnded(const StepPlace& place, const record::Step& step) override { view_.onStepEnded(place, step); }
-    void onStepAmended(const StepPlace& place, const record::Step& step) override { view_.onStepAmended(place, step); }
-
-    void onGroupEnded(std::string_view phase, const record::Group& group, const record::Run& run) override
+    void onClaimed(std::size_t event) override
     {
-        // A unit must not stay half tested because a record cannot be written: the end writes everything again.
-        keep([&] { results_->save(run); });
-        view_.onGroupEnded(phase, group, run);
+        if (results_) {
+            results_->claim(event);
+        }
+    }
+
+    void onGroup(std::string_view phase, const record::Group& group) override
+    {
+        if (results_) {
+            results_->append(record::lines::group(phase, group.name));
+        }
+    }
+
+    void onStepEnded(const StepPlace& place, const record::Step& step) override
+    {
+        tell("step", place, step);
+        view_.onStepEnded(place, step);
+    }
+
+    void onStepAmended(const StepPlace& place, const record::Step& step) override
+    {
+        tell("amended", place, step);
+        view_.onStepAmended(place, step);
+    }
+
+    void onTryEnded(std::string_view phase, const record::Group& group) override
+    {
+        if (results_ && group.tries.back().superseded) {
+            results_->append(record::lines::superseded(phase, group));
+        }
     }
 
     void onEnded(const record::Run& run) override
     {
-        error_.clear();
+        run_ = nullptr;
         keep([&] { results_->finish(run); });
         view_.onEnded(run);
     }
@@ -74,6 +99,14 @@ public:
     const std::string& error() const { return error_; }
 
 private:
+    void tell(const char* event, const StepPlace& place, const record::Step& step)
+    {
+        if (results_) {
+            results_->append(record::lines::step(event, run_->unit.port, place, step));
+            results_->note(*run_);
+        }
+    }
+
     template <class Work>
     void keep(Work work)
     {
@@ -90,6 +123,7 @@ private:
     const std::string directory_;
     const protocol::catalogue::Groups groups_;
     std::optional<record::ResultsFolder> results_;
+    const record::Run* run_ = nullptr;  // while it goes on
     std::string error_;
 };
 

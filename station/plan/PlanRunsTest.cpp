@@ -3,8 +3,11 @@
 #include <filesystem>
 #include <fstream>
 #include <latch>
+#include <sstream>
 
 #include "station/plan/RunnerTest.h"
+#include "station/record/RecordJson.h"
+#include "station/record/Reports.h"
 #include "tests/support/TempDir.h"
 
 namespace station::plan::tests {
@@ -80,6 +83,39 @@ TEST_F(PlanRunsTest, UnitsWithOneSerialNumberAreBothInErrorInEveryFile)
                 << each.folder << name;
         }
     }
+}
+
+TEST_F(PlanRunsTest, RecordOfALongRunHasEveryStepAndItsReportsTheFigures)
+{
+    constexpr int kRounds = 300;
+    int asked = 0;
+    on[0x0FFF] = [&](const Frame&) { reply(0x8F, 0xFF, {static_cast<std::uint8_t>(++asked % 100 == 0 ? 0 : 1)}); };
+    request.ports.pop_back();
+    const Plan plan = planOf(
+        "[[main]]\nname = \"Loop\"\nrepeat = 300\nsteps = [{ send = \"test.mode\", expect = { mode = \"on\" } }]\n"
+        "[[main]]\nname = \"Again\"\nretries = 1\nsteps = [{ send = \"test.mode\", expect = { mode = \"off\" } }]\n");
+
+    const Conclusion conclusion = runAll(plan);
+
+    const auto groups = protocol::catalogue::groups();
+    ASSERT_THAT(conclusion.units, SizeIs(1));
+    const record::Run& run = conclusion.units[0].result.run;
+    const fs::path folder = conclusion.units[0].folder;
+    EXPECT_THAT(run.phases[1].groups[0].tries, SizeIs(4));
+    EXPECT_EQ(outcomeOf(run).tally, (record::Tally{{Verdict::kPass, 297}, {Verdict::kFail, 4}}));
+    // Three failed rounds, one that passed, and two tries of the other group.
+    EXPECT_THAT(run.events.kept(), SizeIs(2 * (3 + 1 + 2)));
+    const record::Run read = record::readRun(folder / "record.jsonl");
+    EXPECT_EQ(textReport(read, groups, {.allFrames = true}), textReport(run, groups, {.allFrames = true}));
+    const record::Run whole = record::readRun(folder / "record.json");
+    EXPECT_THAT(whole.phases[1].groups[0].tries, SizeIs(kRounds));
+    EXPECT_EQ(roundsOf(whole.phases[1].groups[0]), run.phases[1].groups[0].rounds);
+    EXPECT_THAT(whole.events.kept(), SizeIs(2 * (kRounds + 2)));
+    std::ostringstream csv;
+    record::csvReport(read, folder / "record.jsonl", csv);
+    std::ostringstream csvOfWhole;
+    record::csvReport(whole, groups, csvOfWhole);
+    EXPECT_EQ(csv.str(), csvOfWhole.str());
 }
 
 TEST_F(PlanRunsTest, EveryRunReportsItsEnd)

@@ -12,20 +12,6 @@
 /// The result of a run for the user of `plan run`: its lines, its speed and its exit status.
 namespace station::plan {
 
-/// The speed of a run.
-struct Speed {
-    /// From the start of the run to its end.
-    Duration total{0};
-    /// Time of its frames on the line, at the rate of the port.
-    Duration wire{0};
-    /// The time that the station adds to a step: from its start to the next start, less the time between the last byte
-    /// of the command and that of the answer. The median of the steps that got the answer they expected.
-    Duration addedPerStep{0};
-    std::size_t steps = 0;
-};
-
-Speed speedOf(const record::Run& run);
-
 /// The run of one unit, and its record.
 struct UnitResult {
     RunResult result;
@@ -36,9 +22,7 @@ struct UnitResult {
     std::string recordError;
 };
 
-/// The number of steps of each verdict, in all rounds of their groups, without tries that were superseded.
-using Tally = std::map<record::Verdict, std::size_t>;
-Tally tally(const record::Run& run);
+using record::Tally;
 
 /// @returns "22 passed, 1 failed, 1 skipped".
 std::string format(const Tally& tally);

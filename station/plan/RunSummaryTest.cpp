@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "station/record/Outcome.h"
+
 namespace station::plan {
 namespace {
 
@@ -71,11 +73,11 @@ TEST(RunSummary, EveryRoundOfAGroupCountsAndSupersededTriesDoNot)
     auto& group = unit.result.run.phases[1].groups[0];
     group.tries.push_back(groupOf({Verdict::kTimeout}).tries[0]);
 
-    EXPECT_EQ(format(tally(unit.result.run)), "2 passed, 1 in error, 1 timed out");
+    EXPECT_EQ(format(outcomeOf(unit.result.run).tally), "2 passed, 1 in error, 1 timed out");
     EXPECT_EQ(exitStatusOf(unit), kError);
 
     group.tries[0].superseded = true;
-    EXPECT_EQ(format(tally(unit.result.run)), "2 passed, 1 timed out");
+    EXPECT_EQ(format(outcomeOf(unit.result.run).tally), "2 passed, 1 timed out");
     EXPECT_EQ(exitStatusOf(unit), kNoAnswer);
 }
 
@@ -141,7 +143,7 @@ TEST(RunSummary, TallyIsInWords)
 {
     const auto unit = unitOf({Verdict::kPass, Verdict::kPass, Verdict::kFail, Verdict::kSkipped});
 
-    EXPECT_EQ(format(tally(unit.result.run)), "4 passed, 1 failed, 1 skipped");
+    EXPECT_EQ(format(outcomeOf(unit.result.run).tally), "4 passed, 1 failed, 1 skipped");
 }
 
 record::Step stepOf(record::Run& run, std::chrono::milliseconds began, std::chrono::milliseconds duration,
@@ -167,17 +169,15 @@ record::Step stepOf(record::Run& run, std::chrono::milliseconds began, std::chro
 TEST(Speed, IsWhatTheStationAddsToTheUnitsTime)
 {
     record::Run run;
-    run.started = std::chrono::system_clock::time_point(0ms);
-    run.ended = std::chrono::system_clock::time_point(100ms);
-    record::Group group;
     // From begin to begin less the unit's time: 20 - 15 = 5, 30 - 28 = 2, and 9 - 1 = 8 for the last.
-    group.tries.push_back(
-        {{stepOf(run, 10ms, 16ms, 15ms), stepOf(run, 30ms, 29ms, 28ms), stepOf(run, 60ms, 9ms, 1ms)}});
-    run.phases.push_back({"main", {group}, {}});
+    SpeedMeter meter;
+    for (const auto& step :
+         {stepOf(run, 10ms, 16ms, 15ms), stepOf(run, 30ms, 29ms, 28ms), stepOf(run, 60ms, 9ms, 1ms)}) {
+        meter.add(run, step);
+    }
 
-    const Speed speed = speedOf(run);
+    const Speed speed = meter.speed();
 
-    EXPECT_EQ(speed.total, 100ms);
     EXPECT_EQ(speed.wire, 6ms);
     EXPECT_EQ(speed.addedPerStep, 5ms);
     EXPECT_EQ(speed.steps, 3u);
@@ -186,19 +186,18 @@ TEST(Speed, IsWhatTheStationAddsToTheUnitsTime)
 TEST(Speed, StepThatWaitedForItsTimeDoesNotCount)
 {
     record::Run run;
-    record::Group group;
-    group.tries.push_back({{stepOf(run, 10ms, 1000ms, 0ms, record::Verdict::kTimeout)}});
-    run.phases.push_back({"main", {group}, {}});
+    SpeedMeter meter;
+    meter.add(run, stepOf(run, 10ms, 1000ms, 0ms, record::Verdict::kTimeout));
 
-    EXPECT_EQ(speedOf(run).steps, 0u);
+    EXPECT_EQ(meter.speed().steps, 0u);
 }
 
 TEST(Speed, PerStepIsShownToDevelopersOnly)
 {
     UnitResult unit;
-    record::Group group;
-    group.tries.push_back({{stepOf(unit.result.run, 10ms, 16ms, 15ms)}});
-    unit.result.run.phases.push_back({"main", {group}, {}});
+    SpeedMeter meter;
+    meter.add(unit.result.run, stepOf(unit.result.run, 10ms, 16ms, 15ms));
+    unit.result.speed = meter.speed();
 
     EXPECT_THAT(summary(unit, false, false), testing::Not(testing::HasSubstr("per step")));
     EXPECT_THAT(summary(unit, false, true), testing::HasSubstr("added per step"));
@@ -206,7 +205,21 @@ TEST(Speed, PerStepIsShownToDevelopersOnly)
 
 TEST(Speed, OfNothingIsNothing)
 {
-    EXPECT_EQ(speedOf({}).steps, 0u);
+    EXPECT_EQ(SpeedMeter().speed().steps, 0u);
+}
+
+TEST(Speed, OfManyStepsIsTheMedianOfSomeOfThem)
+{
+    record::Run run;
+    SpeedMeter meter;
+    for (int i = 0; i < 50'000; ++i) {
+        run.events = {};
+        meter.add(run, stepOf(run, i * 10ms, 9ms, i % 2 == 0 ? 5ms : 3ms));
+    }
+
+    EXPECT_EQ(meter.speed().steps, 50'000u);
+    EXPECT_THAT(meter.speed().addedPerStep, testing::AnyOf(5ms, 7ms));
+    EXPECT_EQ(meter.speed().wire, 100s);
 }
 
 }  // namespace

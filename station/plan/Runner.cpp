@@ -10,6 +10,7 @@
 #include "station/plan/RunControl.h"
 #include "station/plan/StepRunner.h"
 #include "station/record/Outcome.h"
+#include "station/record/RunFacts.h"
 
 namespace station::plan {
 
@@ -33,6 +34,11 @@ public:
         , line_(run_, observer, surroundings.groups)
         , serial_(surroundings.serialRecord, *surroundings.serials, port.path)
         , total_(plan.stepCount())
+        , facts_(run_, 0, [this](const record::Group::Try& closed) {
+            if (runner_ != nullptr) {
+                runner_->forget(closed);
+            }
+        })
     {
         run_ = std::move(run);
         run_.unit.port = port.path;
@@ -40,6 +46,7 @@ public:
         run_.plan.name = plan.name;
         run_.plan.title = plan.title;
         run_.plan.path = plan.path;
+        run_.plan.steps = total_;
         run_.started = std::chrono::system_clock::now();
         serial_.give(run_.unit.serial);
         run_.unit.serial = serial_.known();
@@ -117,39 +124,47 @@ private:
 
     void group(const Group& group)
     {
-        run_.phases[phase_].groups.push_back({group.name, {}});
+        observer_.onGroup(run_.phases[phase_].name, facts_.beginGroup(run_.phases[phase_], group.name));
         const std::size_t first = index_;
         const std::size_t begun = progress_.step;
         const std::string skipped = stop_.empty() ? unmet(group.needsHeadUnit, group.onlyIf) : stop_;
-        for (int round = 0; round < group.repeat; ++round) {
-            if (round > 0 && checkStop()) {
+        const auto ends = std::chrono::steady_clock::now() + group.duration.value_or(Duration(0));
+        for (std::size_t round = 0; round < group.repeat; ++round) {
+            const bool over = group.duration && std::chrono::steady_clock::now() >= ends;
+            if (round > 0 && (!skipped.empty() || over || checkStop())) {
                 break;
             }
+            Verdict verdict = Verdict::kSkipped;
             for (int attempt = 0; attempt <= group.retries; ++attempt) {
                 index_ = first;
-                progress_ = {begun + static_cast<std::size_t>(round) * group.steps.size(), limit_ != nullptr};
+                progress_ = {begun + round * group.steps.size(), limit_ != nullptr};
                 stopAfterGroup_.clear();
                 steps(group, skipped);
-                record::Group::Try& one = groupRecord().tries.back();
-                one.superseded = attempt < group.retries && record::isBad(verdictOf(one)) && stop_.empty();
-                if (!one.superseded) {
+                verdict = verdictOf(groupRecord().tries.back());
+                const bool superseded = attempt < group.retries && record::isBad(verdict) && stop_.empty();
+                facts_.endTry(superseded);
+                observer_.onTryEnded(run_.phases[phase_].name, groupRecord());
+                if (!superseded) {
                     break;
                 }
                 pause(group.retryDelay);
             }
-            if (stop_.empty() && record::isBad(verdictOf(groupRecord().tries.back()))) {
+            if (stop_.empty() && record::isBad(verdict)) {
                 stop_ = stopAfterGroup_;
+            }
+            // A group whose steps are all skipped would spin until its time is over.
+            if (group.duration && verdict == Verdict::kSkipped) {
+                break;
             }
         }
         index_ = first + group.steps.size();
-        progress_.step = begun + static_cast<std::size_t>(group.repeat) * group.steps.size();
-        observer_.onGroupEnded(run_.phases[phase_].name, groupRecord(), run_);
+        progress_.step = begun + group.repeat * group.steps.size();
     }
 
     /// Goes through a group's steps once.
     void steps(const Group& group, const std::string& skippedGroup)
     {
-        groupRecord().tries.emplace_back();
+        facts_.beginTry();
         std::string skipped = skippedGroup;
         for (const Step& each : group.steps) {
             if (skipped.empty() && !stop_.empty()) {
@@ -173,7 +188,7 @@ private:
         record.what = step.what;
         surroundings_.prompter.reached(port_.path, progress_);
         ++progress_.step;
-        const StepPlace place{run_.phases[phase_].name, group.name, groupRecord().tries.size(), index_++, total_};
+        const StepPlace place{run_.phases[phase_].name, group.name, triesOf(groupRecord()), index_++, total_};
         std::string skipped = skippedBefore.empty() ? unmet(step.needsHeadUnit, step.onlyIf) : skippedBefore;
         if (skipped.empty() && !step.ifStored.empty() && !runner_->variables().contains(step.ifStored)) {
             skipped = fmt::format("nothing has been stored as '{}'", step.ifStored);
@@ -184,6 +199,7 @@ private:
             record.cut = {Verdict::kSkipped, skipped};
             checkStop();
         }
+        speed_.add(run_, record);
         observer_.onStepEnded(place, record);
         return verdictOf(record);
     }
@@ -299,7 +315,10 @@ private:
             result_.serialClashed = true;
             run_.findings.push_back({Verdict::kError, clash});
         }
+        facts_.end();
         run_.ended = std::chrono::system_clock::now();
+        result_.speed = speed_.speed();
+        result_.speed.total = run_.ended - run_.started;
     }
 
     const Plan& plan_;
@@ -318,6 +337,8 @@ private:
     std::size_t index_ = 0;
     Progress progress_;
     const std::size_t total_;
+    record::RunFacts facts_;
+    SpeedMeter speed_;
     /// Why this phase ends early; empty while it goes on.
     std::string stop_;
     /// The same, for the time after the group has failed its last try.

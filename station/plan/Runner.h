@@ -3,6 +3,7 @@
 #include "station/Connection.h"
 #include "station/plan/Plan.h"
 #include "station/plan/RunControl.h"
+#include "station/plan/Speed.h"
 #include "station/plan/Surroundings.h"
 #include "station/record/RunRecord.h"
 
@@ -16,6 +17,7 @@ struct RunResult {
     bool linkFailed = false;
     /// The unit at another port has the same serial number; the run has the finding.
     bool serialClashed = false;
+    Speed speed;
 };
 
 /// Runs a plan with the unit at one port, on the caller's thread, from setup to teardown. Every failure becomes part of

@@ -486,6 +486,55 @@ TEST_F(RunnerFlowTest, EndDuringAQuestionIsAborted)
     EXPECT_EQ(verdictOf(runSteps(R"({ prompt = "Lit?", id = "lit" })")), Verdict::kAborted);
 }
 
+TEST_F(RunnerFlowTest, GroupIsRepeatedUntilItsTimeIsOver)
+{
+    on[0x0FFF] = [this](const Frame&) { reply(0x8F, 0xFF, {1}); };
+
+    const auto began = std::chrono::steady_clock::now();
+    runText("[[main]]\nname = \"G\"\nduration = 0.1\nsteps = [{ send = \"test.mode\" }]\n");
+
+    EXPECT_GE(std::chrono::steady_clock::now() - began, 100ms);
+    EXPECT_GT(triesOf(group(0)), 1U);
+    EXPECT_EQ(verdictOf(result.run), Verdict::kPass);
+}
+
+TEST_F(RunnerFlowTest, RepeatEndsAGroupBeforeItsTimeIsOver)
+{
+    on[0x0FFF] = [this](const Frame&) { reply(0x8F, 0xFF, {1}); };
+
+    runText("[[main]]\nname = \"G\"\nduration = 3600\nrepeat = 3\nsteps = [{ send = \"test.mode\" }]\n");
+
+    EXPECT_EQ(triesOf(group(0)), 3U);
+}
+
+TEST_F(RunnerFlowTest, GroupThatHasNothingToDoDoesNotWaitForItsTime)
+{
+    headUnit.there = false;
+
+    runText(
+        "[[main]]\nname = \"G\"\nduration = 3600\nsteps = [{ send = \"test.mode\", requires = \"headunit\" }]\n"
+        "[[main]]\nname = \"H\"\nduration = 3600\nrequires = \"headunit\"\nsteps = [{ send = \"test.mode\" }]\n");
+
+    EXPECT_EQ(triesOf(group(0)), 1U);
+    EXPECT_EQ(triesOf(group(1)), 1U);
+}
+
+TEST_F(RunnerFlowTest, SecondAnswersCountInTheRoundsThatAreKept)
+{
+    int asked = 0;
+    on[0x0FFF] = [&](const Frame&) {
+        reply(0x8F, 0xFF, {1});
+        if (++asked % 50 == 0) {
+            reply(0x8F, 0xFF, {1});
+        }
+    };
+
+    runText("[[main]]\nname = \"G\"\nrepeat = 300\nsteps = [{ send = \"test.mode\" }]\n");
+
+    EXPECT_EQ(outcomeOf(result.run).tally, (record::Tally{{Verdict::kPass, 294}, {Verdict::kError, 6}}));
+    EXPECT_THAT(group(0).tries, SizeIs(7));
+}
+
 TEST_F(RunnerFlowTest, EndStopsAGroupWhoseStepsAreAllSkipped)
 {
     int looks = 0;

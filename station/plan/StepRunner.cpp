@@ -205,6 +205,14 @@ void StepRunner::listenBriefly()
     }
 }
 
+void StepRunner::forget(const record::Group::Try& closed)
+{
+    const auto last = std::find_if(senders_.rbegin(), senders_.rend(), [&closed](const Sender& sender) {
+        return std::ranges::any_of(closed.steps, [&](const record::Step& step) { return &step == sender.step; });
+    });
+    senders_.erase(senders_.begin(), last.base());
+}
+
 void StepRunner::lookAtLine()
 {
     try {

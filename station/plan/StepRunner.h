@@ -27,6 +27,9 @@ public:
     bool linkFailed() const { return linkFailed_; }
     bool interrupted() const { return interrupted_; }
 
+    /// Leaves the steps up to this try as they are: later answers to them change nothing.
+    void forget(const record::Group::Try& closed);
+
     /// Receives frames, or the loss of the line, after a time in which no step did.
     void lookAtLine();
 

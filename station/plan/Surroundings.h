@@ -58,16 +58,7 @@ public:
     virtual void reached(const std::string& /*port*/, const Progress&) {}
 };
 
-/// The place of a step in a plan.
-struct StepPlace {
-    std::string_view phase;
-    std::string_view group;
-    /// Of the group, when it is repeated or tried again; from 1.
-    std::size_t round = 1;
-    /// Of the plan's steps in all three phases, from 0.
-    std::size_t index = 0;
-    std::size_t total = 0;
-};
+using record::StepPlace;
 
 /// Watches a run, on the thread of the run. An exception from it ends the run and leaves runPlan().
 class Observer
@@ -80,10 +71,14 @@ public:
     /// @param attempt from 1
     virtual void onAttempt(const StepPlace&, const Step&, std::size_t /*attempt*/) {}
     virtual void onFrame(const TraceEvent&) {}
+    /// A step has used the event of this number, counted from 0.
+    virtual void onClaimed(std::size_t /*event*/) {}
+    virtual void onGroup(std::string_view /*phase*/, const record::Group&) {}
     virtual void onStepEnded(const StepPlace&, const record::Step&) {}
     /// A step that has ended has another verdict now: a second answer to it came.
     virtual void onStepAmended(const StepPlace&, const record::Step&) {}
-    virtual void onGroupEnded(std::string_view /*phase*/, const record::Group&, const record::Run&) {}
+    /// The group's last try has ended.
+    virtual void onTryEnded(std::string_view /*phase*/, const record::Group&) {}
     virtual void onEnded(const record::Run&) {}
 };
 

@@ -3,10 +3,13 @@
 
 #include <array>
 #include <optional>
+#include <ostream>
 #include <string_view>
 
 #include "station/record/Outcome.h"
+#include "station/record/RecordJson.h"
 #include "station/record/Reports.h"
+#include "station/record/RunFacts.h"
 #include "station/record/ValueText.h"
 
 namespace station::record {
@@ -72,21 +75,27 @@ std::string measurementCells(const Measurement* measurement)
                        flagCell(measurement->passed));
 }
 
-}  // namespace
-
-std::string csvReport(const Run& run, Groups)
+/// Writes the lines of a step.
+class CsvWriter
 {
-    std::string out = fmt::format("\"{}\"\r\n", fmt::join(kColumns, "\",\""));
-    for (const PlacedStep& placed : outcomeOf(run).steps) {
-        const Step& step = *placed.step;
+public:
+    CsvWriter(const Run& run, std::ostream& out)
+        : out_(out)
+        , left_(textCell(run.id) + ',' + textCell(run.unit.serial))
+        , right_(fmt::format("{},{},{},{}\r\n", run.line.reconnects, run.line.repeatedSends, run.line.corruptFrames,
+                             run.line.garbageBytes))
+    {
+        out_ << fmt::format("\"{}\"\r\n", fmt::join(kColumns, "\",\""));
+    }
+
+    void write(const StepPlace& place, const Step& step)
+    {
         const std::string left =
-            fmt::format("{},{},{},{},{},{},{},{},{}", textCell(run.id), textCell(run.unit.serial),
-                        textCell(placed.phase->name), textCell(placed.group->name), placed.groupTry + 1,
-                        textCell(step.name), textCell(step.kind), textCell(step.what), textCell(name(placed.verdict)));
+            fmt::format("{},{},{},{},{},{},{},{}", left_, textCell(place.phase), textCell(place.group), place.round,
+                        textCell(step.name), textCell(step.kind), textCell(step.what), textCell(name(verdictOf(step))));
         const auto add = [&](const Attempt* attempt, std::size_t number, const Measurement* measurement) {
-            out += fmt::format("{},{},{},{},{},{},{}\r\n", left, attemptCells(attempt, number, step),
-                               measurementCells(measurement), run.line.reconnects, run.line.repeatedSends,
-                               run.line.corruptFrames, run.line.garbageBytes);
+            out_ << left << ',' << attemptCells(attempt, number, step) << ',' << measurementCells(measurement) << ','
+                 << right_;
         };
         if (step.attempts.empty()) {
             add(nullptr, 0, nullptr);
@@ -101,7 +110,39 @@ std::string csvReport(const Run& run, Groups)
             }
         }
     }
-    return out;
+
+private:
+    std::ostream& out_;
+    const std::string left_;
+    const std::string right_;
+};
+
+}  // namespace
+
+void csvReport(const Run& run, Groups, std::ostream& out)
+{
+    CsvWriter writer(run, out);
+    for (const PlacedStep& placed : outcomeOf(run).steps) {
+        const std::size_t round = numberOf(*placed.group, placed.groupTry) + 1;
+        writer.write({placed.phase->name, placed.group->name, round, 0, 0}, *placed.step);
+    }
+}
+
+void csvReport(const Run& run, const std::filesystem::path& record, std::ostream& out)
+{
+    CsvWriter writer(run, out);
+    readSteps(record, [&writer](const StepPlace& place, const Step& step) { writer.write(place, step); });
+}
+
+void writeReport(const ReportFormat& format, const std::filesystem::path& record, Groups groups, std::ostream& out)
+{
+    const bool json = format.write == jsonReport;
+    const Run run = readRun(record, json ? RunFacts::kWholeRun : 0);
+    if (std::string_view(format.name) == "csv" && isOfLines(record)) {
+        csvReport(run, record, out);
+    } else {
+        format.write(run, groups, out);
+    }
 }
 
 }  // namespace station::record

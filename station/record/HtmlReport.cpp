@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <map>
-#include <sstream>
+#include <ostream>
 #include <utility>
 #include <vector>
 
@@ -103,7 +103,8 @@ private:
     /// The whole run at a glance: a segment for each step.
     void addStrip(Node top)
     {
-        if (outcome_.total < 2 || outcome_.total > kLongestStrip) {
+        const auto counted = std::ranges::count_if(outcome_.steps, &PlacedStep::counts);
+        if (outcome_.total < 2 || outcome_.total > kLongestStrip || std::cmp_less(counted, outcome_.total)) {
             return;
         }
         Node strip = add(top, "div", "strip");
@@ -132,6 +133,12 @@ private:
         for (const PlacedStep& placed : outcome_.failed) {
             addCard(section, placed);
         }
+        if (outcome_.wrong > outcome_.failed.size()) {
+            addText(section, "p",
+                    fmt::format("{} more went wrong; record.jsonl has them all.",
+                                protocol::plural(outcome_.wrong - outcome_.failed.size(), "step")),
+                    "soft");
+        }
         if (outcome_.failed.empty()) {
             Node card = add(section, "article", std::string("card ") + classOf(headline_.verdict));
             Node heading = add(card, "h3");
@@ -151,8 +158,8 @@ private:
         addChip(heading, placed.verdict);
         addText(heading, "span", step.name);
         Node where = addText(card, "p", placed.phase->name + " › " + placed.group->name, "where");
-        if (placed.group->tries.size() > 1) {
-            write(where, fmt::format(" › try {} of {}", placed.groupTry + 1, placed.group->tries.size()));
+        if (const std::size_t tries = triesOf(*placed.group); tries > 1) {
+            write(where, fmt::format(" › try {} of {}", numberOf(*placed.group, placed.groupTry) + 1, tries));
         }
         if (!step.what.empty()) {
             write(where, " · ");
@@ -186,7 +193,9 @@ private:
             std::string how = fmt::format(", {} › {}:", placed.phase->name, placed.group->name);
             how += attempts > 1 ? fmt::format(" attempt {}", attempts) : "";
             how += attempts > 1 && placed.groupTry > 0 ? "," : "";
-            how += placed.groupTry > 0 ? fmt::format(" try {} of the group", placed.groupTry + 1) : "";
+            how += placed.groupTry > 0
+                       ? fmt::format(" try {} of the group", numberOf(*placed.group, placed.groupTry) + 1)
+                       : "";
             addText(item, "span", how, "soft");
         }
     }
@@ -219,11 +228,12 @@ private:
         Node heading = add(box, "h4");
         addText(heading, "span", group.name);
         addChip(heading, verdictOf(group));
+        addFigures(box, group);
         for (std::size_t i = 0; i < group.tries.size(); ++i) {
             const Group::Try& each = group.tries[i];
             const bool counting = !each.superseded;
-            if (group.tries.size() > 1) {
-                Node title = addText(box, "h5", fmt::format("Try {} of {} ", i + 1, group.tries.size()));
+            if (const std::size_t tries = triesOf(group); tries > 1) {
+                Node title = addText(box, "h5", fmt::format("Try {} of {} ", numberOf(group, i) + 1, tries));
                 addChip(title, verdictOf(each));
             }
             if (each.steps.empty()) {
@@ -233,6 +243,54 @@ private:
             Node list = add(box, "ol", counting ? "steps" : "steps past");
             for (const Step& step : each.steps) {
                 addStep(list, step, counting);
+            }
+        }
+    }
+
+    /// The figures of a group that was repeated.
+    static void addFigures(Node box, const Group& group)
+    {
+        const Rounds rounds = roundsOf(group);
+        if (rounds.counted < 2) {
+            return;
+        }
+        addText(box, "p", roundsText(group, rounds), "where");
+        const Timeline& timeline = rounds.timeline;
+        if (rounds.failed > 0) {
+            Node strip = add(box, "div", "strip");
+            set(strip, "role", "img");
+            set(strip, "aria-label", "Failed rounds over time");
+            for (std::size_t i = 0; i < timeline.intervals.size(); ++i) {
+                const bool failed = timeline.intervals[i].failed > 0;
+                set(add(strip, "span",
+                        failed                             ? "fail"
+                        : timeline.intervals[i].rounds > 0 ? "pass"
+                                                           : "skipped"),
+                    "title", intervalText(timeline, i));
+            }
+            Node folded = add(box, "details");
+            addText(folded, "summary", "When rounds failed");
+            Node list = add(folded, "ul", "repeated");
+            for (std::size_t i = 0; i < timeline.intervals.size(); ++i) {
+                if (timeline.intervals[i].failed > 0) {
+                    addText(list, "li", intervalText(timeline, i));
+                }
+            }
+        }
+        if (rounds.measurements.empty()) {
+            return;
+        }
+        Node table = add(box, "table", "figures");
+        addText(table, "caption", "Measured in all rounds of " + group.name, "hidden");
+        Node titles = add(add(table, "thead"), "tr");
+        for (const char* title : kFigures) {
+            set(addText(titles, "th", title), "scope", "col");
+        }
+        Node lines = add(table, "tbody");
+        for (const RepeatedMeasurement& each : rounds.measurements) {
+            Node line = add(lines, "tr");
+            for (const std::string& cell : figuresOf(each)) {
+                addText(line, "td", cell, "num");
             }
         }
     }
@@ -372,7 +430,7 @@ private:
 
 }  // namespace
 
-std::string htmlReport(const Run& run, Groups groups)
+void htmlReport(const Run& run, Groups groups, std::ostream& out)
 {
     pugi::xml_document document;
     Page(run, groups).build(document.append_child("body"));
@@ -381,7 +439,6 @@ std::string htmlReport(const Run& run, Groups groups)
             fmt::format("{} – {}{}", name(verdictOf(run)), run.plan.title.empty() ? run.plan.name : run.plan.title,
                         run.unit.serial.empty() ? "" : " – " + run.unit.serial));
 
-    std::ostringstream out;
     // The browser fetches and executes nothing, whatever a unit managed to bring in.
     out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
            "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'\"/>\n"
@@ -393,7 +450,6 @@ std::string htmlReport(const Run& run, Groups groups)
     out << "\n<style>" << kStyle << "</style>\n</head>\n";
     document.save(out, "", kFlags, pugi::encoding_utf8);
     out << "\n</html>\n";
-    return out.str();
 }
 
 }  // namespace station::record

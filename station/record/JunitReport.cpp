@@ -1,8 +1,8 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <pugixml.hpp>
-#include <sstream>
 
 #include "station/record/Outcome.h"
 #include "station/record/Reports.h"
@@ -194,16 +194,16 @@ Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const G
     pugi::xml_node suite = beginSuite(root, suiteName, run);
     addProperties(suite, run);
     Counts counts;
-    const auto countingTries = std::ranges::count(group.tries, false, &Group::Try::superseded);
-    std::string earlier;
+    const std::vector<std::string> figures = roundLines(group);
+    std::string about = fmt::format("{}{}", fmt::join(figures, "\n"), figures.empty() ? "" : "\n");
     for (std::size_t i = 0; i < group.tries.size(); ++i) {
         const Group::Try& each = group.tries[i];
-        const std::string which = group.tries.size() > 1 ? fmt::format("try {}", i + 1) : "";
+        const std::string which = triesOf(group) > 1 ? fmt::format("try {}", numberOf(group, i) + 1) : "";
         if (each.superseded) {
-            earlier += triesText(run, which, each, groups);
+            about += triesText(run, which, each, groups);
             continue;
         }
-        const std::string suffix = countingTries > 1 ? " (" + which + ")" : "";
+        const std::string suffix = !figures.empty() ? " (" + which + ")" : "";
         for (const Step& step : each.steps) {
             counts.add(addStep(suite, run, suiteName, step, suffix, groups));
         }
@@ -211,8 +211,8 @@ Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const G
     if (counts.tests == 0) {
         counts.add(addNote(suite, suiteName, verdictOf(group), reasonOf(phase)));
     }
-    if (!earlier.empty()) {
-        suite.append_child("system-out").text().set(earlier.c_str());
+    if (!about.empty()) {
+        suite.append_child("system-out").text().set(about.c_str());
     }
     setAttribute(suite, counts);
     return counts;
@@ -220,7 +220,7 @@ Counts addGroup(pugi::xml_node root, const Run& run, const Phase& phase, const G
 
 }  // namespace
 
-std::string junitReport(const Run& run, Groups groups)
+void junitReport(const Run& run, Groups groups, std::ostream& out)
 {
     pugi::xml_document document;
     pugi::xml_node declaration = document.append_child(pugi::node_declaration);
@@ -263,9 +263,7 @@ std::string junitReport(const Run& run, Groups groups)
         counts.time = durationOf(run);
     }
     setAttribute(root, counts);
-    std::ostringstream out;
     document.save(out, " ", pugi::format_default, pugi::encoding_utf8);
-    return out.str();
 }
 
 }  // namespace station::record

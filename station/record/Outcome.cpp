@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cmath>
 #include <string>
 
 #include "protocol/Text.h"
@@ -14,11 +15,36 @@ namespace station::record {
 
 namespace {
 
-/// @returns whether the step needed another attempt, or its group another try, to pass.
-bool needed(const PlacedStep& placed)
+/// @returns whether a step that passed needed another attempt, or its group another try.
+bool needed(const Step& step, bool again)
 {
-    return std::ranges::any_of(placed.step->attempts, &Attempt::superseded) ||
-           (placed.groupTry > 0 && placed.group->tries[placed.groupTry - 1].superseded);
+    return again || std::ranges::any_of(step.attempts, &Attempt::superseded);
+}
+
+/// @returns whether the try before this one failed and was superseded.
+bool isAgain(const Group& group, std::size_t index)
+{
+    return index > 0 && group.tries[index - 1].superseded && numberOf(group, index - 1) + 1 == numberOf(group, index);
+}
+
+void add(std::vector<RepeatedMeasurement>& all, std::size_t position, const std::string& step, const Measurement& one)
+{
+    // The plan has far fewer; a file that somebody made may have any number.
+    constexpr std::size_t kMost = 10'000;
+    auto found = std::ranges::find_if(all, [&](const RepeatedMeasurement& each) {
+        return each.position == position && each.name == one.name && each.unit == one.unit;
+    });
+    if (found == all.end()) {
+        if (all.size() == kMost) {
+            return;
+        }
+        found = all.insert(found, {position, step, one.name, one.unit, one.limits, 0, 0, {}});
+    }
+    ++found->count;
+    found->missed += one.passed ? 0 : 1;
+    if (const auto* number = std::get_if<double>(&one.value); number != nullptr && std::isfinite(*number)) {
+        found->numbers.add(*number);
+    }
 }
 
 template <class List>
@@ -33,10 +59,7 @@ Verdict worstOf(const List& list)
 
 bool anyDone(const Phase& phase)
 {
-    return std::ranges::any_of(phase.groups, [](const Group& group) {
-        return std::ranges::any_of(
-            group.tries, [](const Group::Try& one) { return !one.superseded && verdictOf(one) != Verdict::kSkipped; });
-    });
+    return worstOf(phase.groups) != Verdict::kSkipped;
 }
 
 /// @returns "GROUP / STEP: REASON" of the first step that went wrong and counts, else why the phase ended early.
@@ -98,11 +121,64 @@ Verdict verdictOf(const Group::Try& one)
 
 Verdict verdictOf(const Group& group)
 {
-    Verdict verdict = Verdict::kSkipped;
+    Verdict verdict = group.rounds.verdict;
     for (const Group::Try& one : group.tries) {
         verdict = one.superseded ? verdict : worse(verdict, verdictOf(one));
     }
     return verdict;
+}
+
+std::size_t numberOf(const Group& group, std::size_t index)
+{
+    const std::size_t closed = group.numbers.size();
+    return index < closed ? group.numbers[index] : group.rounds.tries + index - closed;
+}
+
+std::size_t triesOf(const Group& group)
+{
+    return group.rounds.tries + group.tries.size() - group.numbers.size();
+}
+
+void add(Rounds& rounds, const Group::Try& one, bool again)
+{
+    ++rounds.tries;
+    if (one.superseded) {
+        return;
+    }
+    const Verdict verdict = verdictOf(one);
+    ++rounds.counted;
+    rounds.failed += isBad(verdict) ? 1 : 0;
+    rounds.verdict = worse(rounds.verdict, verdict);
+    const Attempt* first = nullptr;
+    for (std::size_t i = 0; i < one.steps.size(); ++i) {
+        const Step& step = one.steps[i];
+        const Verdict ofStep = verdictOf(step);
+        ++rounds.steps[ofStep];
+        rounds.repeated += ofStep == Verdict::kPass && needed(step, again) ? 1 : 0;
+        for (const Attempt& attempt : step.attempts) {
+            first = first == nullptr ? &attempt : first;
+            if (attempt.superseded) {
+                continue;
+            }
+            for (const Measurement& measurement : attempt.measurements) {
+                add(rounds.measurements, i, step.name, measurement);
+            }
+            const double time = std::chrono::duration<double, std::milli>(attempt.duration).count();
+            add(rounds.measurements, i, step.name, {kTimeOfAttempt, time, "ms", {}, true});
+        }
+    }
+    if (first != nullptr) {
+        rounds.timeline.add(first->started, isBad(verdict));
+    }
+}
+
+Rounds roundsOf(const Group& group)
+{
+    Rounds rounds = group.rounds;
+    for (std::size_t i = group.numbers.size(); i < group.tries.size(); ++i) {
+        add(rounds, group.tries[i], isAgain(group, i));
+    }
+    return rounds;
 }
 
 Verdict verdictOf(const Phase& phase)
@@ -179,28 +255,24 @@ Verdict verdictOf(const Run& run)
 Outcome outcomeOf(const Run& run)
 {
     Outcome outcome;
-    const auto add = [&outcome](const PlacedStep& placed) {
-        outcome.steps.push_back(placed);
-        if (!placed.counts()) {
-            return;
-        }
-        ++outcome.total;
-        outcome.skipped += placed.verdict == Verdict::kSkipped ? 1 : 0;
-        if (isBad(placed.verdict)) {
-            outcome.failed.push_back(placed);
-        }
-        if (placed.verdict == Verdict::kPass) {
-            ++outcome.passed;
-            if (needed(placed)) {
-                outcome.repeated.push_back(placed);
-            }
-        }
-    };
     for (const Phase& phase : run.phases) {
         for (const Group& group : phase.groups) {
+            const Rounds rounds = roundsOf(group);
+            outcome.passedWhenRepeated += rounds.repeated;
+            for (const auto& [verdict, number] : rounds.steps) {
+                outcome.tally[verdict] += number;
+                outcome.total += number;
+                outcome.wrong += isBad(verdict) ? number : 0;
+            }
             for (std::size_t i = 0; i < group.tries.size(); ++i) {
                 for (const Step& step : group.tries[i].steps) {
-                    add({&phase, &group, &step, i, verdictOf(step)});
+                    const PlacedStep placed{&phase, &group, &step, i, verdictOf(step)};
+                    outcome.steps.push_back(placed);
+                    if (placed.counts() && isBad(placed.verdict)) {
+                        outcome.failed.push_back(placed);
+                    } else if (placed.counts() && placed.verdict == Verdict::kPass && needed(step, isAgain(group, i))) {
+                        outcome.repeated.push_back(placed);
+                    }
                 }
             }
         }
@@ -208,13 +280,21 @@ Outcome outcomeOf(const Run& run)
     return outcome;
 }
 
+std::size_t count(const Tally& tally, Verdict verdict)
+{
+    const auto found = tally.find(verdict);
+    return found == tally.end() ? 0 : found->second;
+}
+
 std::string summaryOf(const Run& run, const Outcome& outcome)
 {
     const auto were = [](std::size_t number) { return fmt::format("{} {}", number, number == 1 ? "was" : "were"); };
-    const auto wrong = static_cast<std::size_t>(std::ranges::count_if(
-        outcome.failed, [](const PlacedStep& placed) { return placed.verdict != Verdict::kAborted; }));
+    const std::size_t aborted = count(outcome.tally, Verdict::kAborted);
+    const std::size_t wrong = outcome.wrong - aborted;
+    const std::size_t passedSteps = count(outcome.tally, Verdict::kPass);
+    const std::size_t skipped = count(outcome.tally, Verdict::kSkipped);
     const std::string steps = protocol::plural(outcome.total, "step");
-    const std::string passed = fmt::format("{} of {} passed", outcome.passed, steps);
+    const std::string passed = fmt::format("{} of {} passed", passedSteps, steps);
     std::vector<std::string> parts;
     if (outcome.total == 0) {
         parts = {"No step was run"};
@@ -223,21 +303,21 @@ std::string summaryOf(const Run& run, const Outcome& outcome)
         if (wrong > 0) {
             parts.push_back(fmt::format("{} went wrong", wrong));
         }
-        if (wrong < outcome.failed.size()) {
-            parts.push_back(were(outcome.failed.size() - wrong) + " ended");
+        if (aborted > 0) {
+            parts.push_back(were(aborted) + " ended");
         }
     } else if (wrong > 0) {
         parts = {fmt::format("{} of {} went wrong", wrong, steps)};
-    } else if (outcome.passed == outcome.total) {
+    } else if (passedSteps == outcome.total) {
         parts = {outcome.total == 1 ? "The step passed" : fmt::format("All {} passed", steps)};
     } else {
         parts = {passed};
     }
-    if (outcome.total > 0 && outcome.skipped > 0) {
-        parts.push_back(were(outcome.skipped) + " not run");
+    if (outcome.total > 0 && skipped > 0) {
+        parts.push_back(were(skipped) + " not run");
     }
-    if (!outcome.repeated.empty()) {
-        parts.push_back(fmt::format("{} passed only when repeated", outcome.repeated.size()));
+    if (outcome.passedWhenRepeated > 0) {
+        parts.push_back(fmt::format("{} passed only when repeated", outcome.passedWhenRepeated));
     }
     return fmt::format("{}.", fmt::join(parts, ", "));
 }

@@ -26,6 +26,22 @@ Verdict verdictOf(const Group::Try& one);
 /// The worst of the tries that were not superseded.
 Verdict verdictOf(const Group& group);
 
+/// @returns the number of a kept try among all tries of its group, from 0.
+std::size_t numberOf(const Group& group, std::size_t index);
+
+/// @returns how many tries the group has, those that were left out included.
+std::size_t triesOf(const Group& group);
+
+/// The figures of a group have the duration of each attempt as a measurement of this name.
+inline constexpr const char* kTimeOfAttempt = "time";
+
+/// Adds a try to the figures of its group.
+/// @param again whether it was made because the try before it failed
+void add(Rounds& rounds, const Group::Try& one, bool again);
+
+/// @returns all tries of the group in figures.
+Rounds roundsOf(const Group& group);
+
 Verdict verdictOf(const Phase& phase);
 /// @returns why it ended early; empty if it did not.
 std::string reasonOf(const Phase& phase);
@@ -54,7 +70,7 @@ struct PlacedStep {
     const Phase* phase = nullptr;
     const Group* group = nullptr;
     const Step* step = nullptr;
-    /// Counted from 0.
+    /// The place of its try in the list of the group.
     std::size_t groupTry = 0;
     Verdict verdict = Verdict::kSkipped;
 
@@ -63,19 +79,24 @@ struct PlacedStep {
 };
 
 struct Outcome {
-    /// Every step of every try, in order.
+    /// Every kept step, in order.
     std::vector<PlacedStep> steps;
-    /// Steps that count and went wrong.
+    /// Kept steps that count and went wrong.
     std::vector<PlacedStep> failed;
-    /// Steps that passed only after another attempt or another try of their group.
+    /// Kept steps that passed only after another attempt or another try of their group.
     std::vector<PlacedStep> repeated;
-    /// Steps that count, by verdict.
-    std::size_t passed = 0;
-    std::size_t skipped = 0;
+    /// All steps that count, those that were left out included.
+    Tally tally;
     std::size_t total = 0;
+    /// How many of them went wrong, and how many passed only when repeated.
+    std::size_t wrong = 0;
+    std::size_t passedWhenRepeated = 0;
 };
 
 Outcome outcomeOf(const Run& run);
+
+/// @returns how many steps have the verdict.
+std::size_t count(const Tally& tally, Verdict verdict);
 
 /// @returns one sentence about the run: "2 of 34 steps went wrong, 5 were not run."
 std::string summaryOf(const Run& run, const Outcome& outcome);

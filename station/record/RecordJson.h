@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
+#include <functional>
+#include <iosfwd>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -9,7 +12,7 @@
 #include "protocol/catalogue/Model.h"
 #include "station/record/RunRecord.h"
 
-/// record.json; docs/results.md describes every key.
+/// record.jsonl and record.json; docs/results.md describes every key.
 namespace station::record {
 
 /// A file is not a record. The text names the place, as line and column or as a JSON Pointer.
@@ -20,20 +23,50 @@ public:
     explicit RecordError(const std::string& text) : StorageError(text, protocol::kWrongUse) {}
 };
 
-/// @returns the record. Its texts are those of the run, with bytes that are not UTF-8.
+using Json = nlohmann::ordered_json;
+
+/// Writes the run as a record of schema 1, with its line end. U+FFFD replaces bytes that are not UTF-8.
 /// @param groups put the frames into words
-nlohmann::ordered_json toJson(const Run& run, protocol::catalogue::Groups groups);
+/// @param indent of each level; -1 for one line
+void writeJson(std::ostream& out, const Run& run, protocol::catalogue::Groups groups, int indent = 1);
 
-/// @returns `json` as the text of record.json. U+FFFD replaces bytes that are not UTF-8.
-std::string serialise(const nlohmann::ordered_json& json);
+/// @returns the event of a step that has ended, "step" or "amended", as `plan run --json` prints it.
+Json stepEvent(const char* event, const std::string& port, const StepPlace& place, const Step& step);
 
-/// Throws RecordError.
-Run fromJson(const nlohmann::ordered_json& json);
+/// The lines of record.jsonl, schema 2.
+namespace lines {
 
-/// Reads the text of a record.json. Throws RecordError.
+Json started(const Run& run);
+Json group(std::string_view phase, const std::string& name);
+/// @param meaning of its frame
+Json line(std::size_t number, const TraceEvent& event, const std::string& meaning);
+/// Like stepEvent(), with all facts.
+Json step(const char* event, const std::string& port, const StepPlace& place, const Step& step);
+Json superseded(std::string_view phase, const Group& group);
+/// The facts of the run as a whole.
+Json facts(const Run& run);
+Json ended(const Run& run);
+
+}  // namespace lines
+
+/// @returns `json` as one line, with its end. U+FFFD replaces bytes that are not UTF-8.
+std::string toLine(const Json& json);
+
+/// Reads a record of schema 1. Throws RecordError.
+Run fromJson(const Json& json);
+
+/// Reads the text of a record of schema 1. Throws RecordError.
 Run parseRun(std::string_view text);
 
-/// Reads a record.json. Throws a RecordError whose text begins with the path.
-Run readRun(const std::filesystem::path& path);
+/// Reads a record of either schema. One of schema 2 that ends early, even in the middle of a line, is a run that did
+/// not end. Throws a RecordError whose text begins with the path.
+/// @param whole how many steps the run may have before tries of large groups are left out; see RunFacts
+Run readRun(const std::filesystem::path& path, std::size_t whole = 0);
+
+/// Reads every step of a record of schema 2, in order. Throws like readRun().
+void readSteps(const std::filesystem::path& path, const std::function<void(const StepPlace&, const Step&)>& take);
+
+/// @returns whether the file is a record of schema 2.
+bool isOfLines(const std::filesystem::path& path);
 
 }  // namespace station::record

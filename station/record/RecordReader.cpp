@@ -11,12 +11,16 @@
 #include <functional>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <optional>
+#include <utility>
 
 #include "protocol/Errors.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
+#include "station/record/RunFacts.h"
+#include "station/record/RunList.h"
 #include "station/trace/Describe.h"
 
 namespace station::record {
@@ -36,8 +40,6 @@ constexpr std::array kKinds{TraceEvent::Kind::kSent, TraceEvent::Kind::kReceived
 class RecordReader
 {
 public:
-    using Json = nlohmann::ordered_json;
-
     explicit RecordReader(const Json& json, std::string place = "") : json_(json), place_(std::move(place)) {}
 
     [[noreturn]] void fail(const char* expected) const
@@ -96,14 +98,18 @@ public:
         return json_.is_null() ? std::numeric_limits<double>::quiet_NaN() : json_.get<double>();
     }
 
-    unsigned whole() const
+    std::size_t whole() const { return wholeUpTo(9007199254740992.0); }
+
+    std::size_t wholeUpTo(double most) const
     {
         const double value = number();
-        if (!(value >= 0 && value <= std::numeric_limits<unsigned>::max() && value == std::trunc(value))) {
+        if (!(value >= 0 && value <= most && value == std::trunc(value))) {
             fail("a whole number from 0 on");
         }
-        return static_cast<unsigned>(value);
+        return static_cast<std::size_t>(value);
     }
+
+    unsigned baud() const { return static_cast<unsigned>(wholeUpTo(std::numeric_limits<unsigned>::max())); }
 
     bool yes() const
     {
@@ -219,16 +225,16 @@ private:
     std::string place_;
 };
 
-TraceEvent readEvent(const RecordReader& reader)
+std::optional<TraceEvent::Kind> kindOf(const std::string& word)
+{
+    const auto* row = std::ranges::find_if(kKinds, [&word](TraceEvent::Kind each) { return name(each) == word; });
+    return row == kKinds.end() ? std::nullopt : std::optional(*row);
+}
+
+TraceEvent readEvent(const RecordReader& reader, TraceEvent::Kind kind)
 {
     TraceEvent event;
-    const RecordReader kind = reader.at("kind");
-    const std::string word = kind.text();
-    const auto* row = std::ranges::find_if(kKinds, [&word](TraceEvent::Kind each) { return name(each) == word; });
-    if (row == kKinds.end()) {
-        kind.fail("sent, received, corrupt, lost or back");
-    }
-    event.kind = *row;
+    event.kind = kind;
     event.at = reader.at("at").time();
     event.steady = std::chrono::steady_clock::time_point(reader.at("monotonic_s").duration());
     if (hasFrame(event.kind)) {
@@ -240,15 +246,109 @@ TraceEvent readEvent(const RecordReader& reader)
     return event;
 }
 
+TraceEvent readEventOfList(const RecordReader& reader)
+{
+    const RecordReader word = reader.at("kind");
+    const auto kind = kindOf(word.text());
+    if (!kind) {
+        word.fail("sent, received, corrupt, lost or back");
+    }
+    return readEvent(reader, *kind);
+}
+
+Limits readLimits(const RecordReader& limits)
+{
+    return {limits.maybe("minimum", &RecordReader::number), limits.maybe("maximum", &RecordReader::number),
+            limits.maybe("equals", &RecordReader::scalar), limits.maybe("matches", &RecordReader::text)};
+}
+
 Measurement readMeasurement(const RecordReader& reader)
 {
-    const RecordReader limits = reader.at("limits");
-    return {reader.textAt("name"),
-            reader.at("value").scalar(),
-            reader.textAt("unit"),
-            {limits.maybe("minimum", &RecordReader::number), limits.maybe("maximum", &RecordReader::number),
-             limits.maybe("equals", &RecordReader::scalar), limits.maybe("matches", &RecordReader::text)},
+    return {reader.textAt("name"), reader.at("value").scalar(), reader.textAt("unit"), readLimits(reader.at("limits")),
             reader.at("passed").yes()};
+}
+
+template <class Item, class Read>
+std::deque<Item> all(const RecordReader& reader, Read read)
+{
+    auto items = reader.each(read);
+    return {std::make_move_iterator(items.begin()), std::make_move_iterator(items.end())};
+}
+
+LineQuality readQuality(const RecordReader& line)
+{
+    return {line.at("losses").whole(), line.at("reconnects").whole(), line.at("repeated_sends").whole(),
+            line.at("corrupt_frames").whole(), line.at("garbage_bytes").whole()};
+}
+
+Run::StationInfo readStation(const RecordReader& station)
+{
+    return {station.textAt("host"), station.textAt("operator"), station.textAt("version"),
+            station.maybe("line", &RecordReader::text).value_or("")};
+}
+
+EventRange readRange(const RecordReader& range)
+{
+    const auto ends = range.each(&RecordReader::whole);
+    if (ends.size() != 2 || ends[0] > ends[1]) {
+        range.fail("two numbers of events, in order");
+    }
+    return {ends[0], ends[1]};
+}
+
+/// Reads an attempt without its events.
+Attempt readAttempt(const RecordReader& reader)
+{
+    Attempt one;
+    one.started = reader.at("started").time();
+    one.duration = reader.at("duration_s").duration();
+    one.wireTime = reader.at("wire_s").duration();
+    one.verdict = reader.at("verdict").verdict();
+    one.reason = reader.textAt("reason");
+    one.measurements = reader.at("measurements").each(readMeasurement);
+    one.superseded = reader.maybe("superseded", &RecordReader::yes).value_or(false);
+    return one;
+}
+
+RepeatedMeasurement readStatistic(const RecordReader& reader)
+{
+    RepeatedMeasurement one;
+    one.step = reader.textAt("step");
+    one.name = reader.textAt("name");
+    one.unit = reader.textAt("unit");
+    one.limits = readLimits(reader.at("limits"));
+    one.count = reader.at("count").whole();
+    one.missed = reader.at("missed").whole();
+    if (const auto numbers = reader.maybe("numbers", &RecordReader::whole)) {
+        const double sigma = reader.at("sigma").number();
+        one.numbers = {*numbers, reader.at("minimum").number(), reader.at("mean").number(),
+                       reader.at("maximum").number(),
+                       sigma * sigma * (*numbers < 2 ? 0 : static_cast<double>(*numbers - 1))};
+    }
+    return one;
+}
+
+Rounds readRounds(const RecordReader& reader)
+{
+    Rounds rounds;
+    rounds.tries = reader.at("tries").whole();
+    rounds.counted = reader.at("counted").whole();
+    rounds.failed = reader.at("failed").whole();
+    rounds.verdict = reader.at("verdict").verdict();
+    for (const Verdict verdict : kVerdicts) {
+        if (const auto number = reader.at("steps").maybe(name(verdict), &RecordReader::whole)) {
+            rounds.steps[verdict] = *number;
+        }
+    }
+    rounds.repeated = reader.at("repeated").whole();
+    rounds.measurements = reader.at("measurements").each(readStatistic);
+    const RecordReader timeline = reader.at("timeline");
+    rounds.timeline.start = timeline.at("start").time();
+    rounds.timeline.width = timeline.at("width_s").duration();
+    rounds.timeline.intervals = timeline.at("intervals").each([](const RecordReader& each) -> Timeline::Interval {
+        return {each.at("rounds").whole(), each.at("failed").whole()};
+    });
+    return rounds;
 }
 
 /// Reads the facts of a run. Records of older versions of this program lack some of them, which then follow from the
@@ -264,16 +364,14 @@ public:
         run.started = reader.at("started").time();
         run.ended = reader.at("ended").time();
         const RecordReader unit = reader.at("unit");
-        run.unit = {unit.textAt("serial"), unit.textAt("port"), unit.at("baud").whole()};
-        const RecordReader station = reader.at("station");
-        run.station = {station.textAt("host"), station.textAt("operator"), station.textAt("version"),
-                       station.maybe("line", &RecordReader::text).value_or("")};
+        run.unit = {unit.textAt("serial"), unit.textAt("port"), unit.at("baud").baud()};
+        run.station = readStation(reader.at("station"));
         const RecordReader plan = reader.at("plan");
-        run.plan = {plan.textAt("name"), plan.textAt("title"), plan.textAt("path"), plan.textAt("sha256")};
+        run.plan = {plan.textAt("name"), plan.textAt("title"), plan.textAt("path"), plan.textAt("sha256"),
+                    plan.maybe("steps", &RecordReader::whole).value_or(0)};
         run.catalogueSha256 = reader.at("catalogue").textAt("sha256");
         if (const auto line = reader.find("line")) {
-            run.line = {line->at("losses").whole(), line->at("reconnects").whole(), line->at("repeated_sends").whole(),
-                        line->at("corrupt_frames").whole(), line->at("garbage_bytes").whole()};
+            run.line = readQuality(*line);
         }
         RunReader inner(run.events);
         inner.readEvents(reader);
@@ -290,18 +388,11 @@ public:
 private:
     explicit RunReader(Events& events) : events_(events) {}
 
-    template <class Item, class Read>
-    static std::deque<Item> all(const RecordReader& reader, Read read)
-    {
-        auto items = reader.each(read);
-        return {std::make_move_iterator(items.begin()), std::make_move_iterator(items.end())};
-    }
-
     void readEvents(const RecordReader& reader)
     {
-        const auto list = reader.at("trace").each(readEvent);
+        const auto list = reader.at("trace").each(readEventOfList);
         const auto numbers = reader.find("numbers");
-        const auto places = numbers ? numbers->each(&RecordReader::whole) : std::vector<unsigned>();
+        const auto places = numbers ? numbers->each(&RecordReader::whole) : std::vector<std::size_t>();
         if (numbers && places.size() != list.size()) {
             numbers->fail("a number for each event of the trace");
         }
@@ -331,24 +422,10 @@ private:
 
     Attempt attempt(const RecordReader& reader)
     {
-        Attempt one;
-        one.started = reader.at("started").time();
-        one.duration = reader.at("duration_s").duration();
-        one.wireTime = reader.at("wire_s").duration();
-        one.verdict = reader.at("verdict").verdict();
-        one.reason = reader.textAt("reason");
-        one.measurements = reader.at("measurements").each(readMeasurement);
-        one.superseded = reader.maybe("superseded", &RecordReader::yes).value_or(false);
-        const auto frames = reader.at("frames").each(readEvent);
-        if (const auto range = reader.find("events")) {
-            const auto ends = range->each(&RecordReader::whole);
-            if (ends.size() != 2 || ends[0] > ends[1]) {
-                range->fail("two numbers of events, in order");
-            }
-            one.events = {ends[0], ends[1]};
-        } else {
-            one.events = rangeOf(frames);
-        }
+        Attempt one = readAttempt(reader);
+        const auto frames = reader.at("frames").each(readEventOfList);
+        const auto range = reader.maybe("events", readRange);
+        one.events = range ? *range : rangeOf(frames);
         return one;
     }
 
@@ -380,7 +457,17 @@ private:
             return {all<Step>(one.at("steps"), [this](const RecordReader& each) { return step(each); }),
                     one.at("superseded").yes()};
         };
-        return {reader.textAt("name"), all<Group::Try>(reader.at("tries"), readTry)};
+        Group one{reader.textAt("name"), all<Group::Try>(reader.at("tries"), readTry)};
+        const auto rounds = reader.find("rounds");
+        const auto numbers = rounds ? rounds->find("numbers") : std::nullopt;
+        if (numbers) {
+            one.rounds = readRounds(*rounds);
+            one.numbers = numbers->each(&RecordReader::whole);
+            if (one.numbers.size() != one.tries.size()) {
+                numbers->fail("a number for each try");
+            }
+        }
+        return one;
     }
 
     Phase phase(const RecordReader& reader)
@@ -400,23 +487,287 @@ private:
     std::size_t nextFrame_ = 0;
 };
 
+constexpr const char* kUnfinished = "the run did not end: the station was stopped or lost its power";
+
+/// Reads the lines of a file.
+class Lines
+{
+public:
+    /// More than a line has.
+    static constexpr std::size_t kLongest = std::size_t{1} << 24;
+
+    explicit Lines(const std::filesystem::path& path)
+        : file_(path, std::ios::binary), line_(std::make_unique_for_overwrite<char[]>(kLongest))
+    {
+        std::error_code error;
+        if (!std::filesystem::is_regular_file(path, error)) {
+            throw RecordError(error ? error.message() : "expected a file");
+        }
+        if (!file_) {
+            throw RecordError(std::strerror(errno));
+        }
+    }
+
+    /// @returns the next line; nothing at the end.
+    std::optional<Json> next()
+    {
+        file_.getline(line_.get(), kLongest);
+        const auto length = static_cast<std::size_t>(file_.gcount());
+        if (file_.bad()) {
+            throw RecordError(std::strerror(errno));
+        }
+        if (length == 0) {
+            return std::nullopt;
+        }
+        ++number_;
+        // The end of the file came before that of the line.
+        cut_ = file_.eof();
+        const bool whole = !cut_ && !file_.fail();
+        Json json = Json::value_t::discarded;
+        if (whole) {
+            json = Json::parse(line_.get(), line_.get() + length - 1, nullptr, false);
+        }
+        // A loss of power may leave zeros where the last lines should be.
+        cut_ = cut_ || (whole && length > 1 && line_[0] == '\0');
+        if (cut_) {
+            return std::nullopt;
+        }
+        if (json.is_discarded() || !json.is_object()) {
+            throw RecordError(fmt::format("line {}: expected a JSON object", number_));
+        }
+        return json;
+    }
+
+    std::size_t number() const { return number_; }
+    /// @returns whether the file ends within a line.
+    bool cut() const { return cut_; }
+
+private:
+    std::ifstream file_;
+    std::unique_ptr<char[]> line_;
+    std::size_t number_ = 0;
+    bool cut_ = false;
+};
+
+std::string eventOf(const RecordReader& reader)
+{
+    return reader.textAt("event");
+}
+
+Step readStep(const RecordReader& reader)
+{
+    Step step{reader.textAt("name"), reader.textAt("kind"), reader.textAt("what"), {}, {}};
+    step.attempts = all<Attempt>(reader.at("facts"), [](const RecordReader& each) {
+        Attempt one = readAttempt(each);
+        one.events = readRange(each.at("events"));
+        return one;
+    });
+    step.cut = reader.maybe("cut", [](const RecordReader& cut) { return cut.finding("text"); });
+    return step;
+}
+
+/// Makes a run of the lines of its record.
+class LinesReader
+{
+public:
+    explicit LinesReader(std::size_t whole) : facts_(run_, whole) {}
+
+    void take(const RecordReader& reader)
+    {
+        const std::string event = eventOf(reader);
+        if (const auto kind = kindOf(event)) {
+            takeEvent(reader, readEvent(reader, *kind));
+        } else if (event == "started") {
+            start(reader);
+        } else if (event == "group") {
+            endTry(false);
+            group_ = &facts_.beginGroup(phaseOf(reader), reader.textAt("group"));
+            round_ = 0;
+        } else if (event == "step") {
+            takeStep(reader);
+        } else if (event == "amended") {
+            amend(reader);
+        } else if (event == "superseded") {
+            endTry(true);
+        } else if (event == "facts" || event == "ended") {
+            takeFacts(reader);
+            ended_ = ended_ || event == "ended";
+            run_.ended = event == "ended" ? reader.at("at").time() : run_.ended;
+        }
+        // Lines of a later version are passed over.
+        claim(reader);
+    }
+
+    Run finish(bool cut)
+    {
+        endTry(false);
+        facts_.end();
+        if (!ended_) {
+            run_.findings.push_back(
+                {Verdict::kAborted, fmt::format("{}{}", kUnfinished, cut ? "; its record ends within a line" : "")});
+        }
+        return std::move(run_);
+    }
+
+private:
+    void start(const RecordReader& reader)
+    {
+        if (const RecordReader schema = reader.at("schema"); schema.number() != 2) {
+            schema.fail("schema 2");
+        }
+        run_.id = reader.textAt("id");
+        run_.uuid = reader.textAt("uuid");
+        run_.started = reader.at("at").time();
+        run_.unit = {reader.textAt("serial"), reader.textAt("port"), reader.at("baud").baud()};
+        run_.station = readStation(reader.at("station"));
+        run_.plan = {reader.textAt("plan"), reader.textAt("title"), reader.textAt("path"), reader.textAt("plan_sha256"),
+                     reader.at("steps").whole()};
+        run_.catalogueSha256 = reader.textAt("catalogue_sha256");
+        for (auto& each : reader.at("phases").each(&RecordReader::text)) {
+            run_.phases.push_back({std::move(each), {}, {}});
+        }
+    }
+
+    Phase& phaseOf(const RecordReader& reader)
+    {
+        const auto found = std::ranges::find(run_.phases, reader.textAt("phase"), &Phase::name);
+        if (found == run_.phases.end()) {
+            reader.at("phase").fail("a phase that the first line names");
+        }
+        return *found;
+    }
+
+    void takeEvent(const RecordReader& reader, TraceEvent event)
+    {
+        if (reader.at("number").whole() != run_.events.next()) {
+            reader.at("number").fail(std::to_string(run_.events.next()).c_str());
+        }
+        run_.events.add(std::move(event));
+    }
+
+    /// The events that a step has used.
+    void claim(const RecordReader& reader)
+    {
+        if (const auto numbers = reader.find("claimed")) {
+            for (const std::size_t number : numbers->each(&RecordReader::whole)) {
+                // One that is left out by now is as good as one that came unasked.
+                if (const auto found = run_.events.kept().find(number); found != run_.events.kept().end()) {
+                    run_.events.claim(number, found->second);
+                }
+            }
+        }
+    }
+
+    void takeStep(const RecordReader& reader)
+    {
+        if (group_ == nullptr) {
+            throw RecordError("expected a line about the group first");
+        }
+        if (const std::size_t round = reader.at("round").whole(); round != round_) {
+            endTry(false);
+            try_ = &facts_.beginTry();
+            round_ = round;
+        } else if (try_ == nullptr) {
+            reader.at("round").fail("the number of a new round");
+        }
+        try_->steps.push_back(readStep(reader));
+    }
+
+    void amend(const RecordReader& reader)
+    {
+        Phase& phase = phaseOf(reader);
+        const std::string group = reader.textAt("group");
+        const std::size_t number = reader.at("round").whole() - 1;
+        Step step = readStep(reader);
+        for (auto each = phase.groups.rbegin(); each != phase.groups.rend(); ++each) {
+            for (std::size_t i = each->tries.size(); each->name == group && i-- > each->numbers.size();) {
+                auto& steps = each->tries[i].steps;
+                const auto found = std::find_if(steps.rbegin(), steps.rend(),
+                                                [&step](const Step& other) { return isSame(other, step); });
+                if (numberOf(*each, i) == number && found != steps.rend()) {
+                    *found = std::move(step);
+                    return;
+                }
+            }
+        }
+    }
+
+    /// @returns whether both are about the same attempts.
+    static bool isSame(const Step& one, const Step& other)
+    {
+        return one.name == other.name && !one.attempts.empty() && !other.attempts.empty() &&
+               one.attempts.front().events == other.attempts.front().events &&
+               one.attempts.front().started == other.attempts.front().started;
+    }
+
+    void takeFacts(const RecordReader& reader)
+    {
+        run_.unit.serial = reader.textAt("serial");
+        run_.line = readQuality(reader.at("line"));
+        run_.findings = reader.at("findings").each([](const RecordReader& each) { return each.finding("text"); });
+        for (const RecordReader& cut : reader.at("cuts").each([](const RecordReader& each) { return each; })) {
+            phaseOf(cut).cut = cut.finding("text");
+        }
+    }
+
+    void endTry(bool superseded)
+    {
+        if (std::exchange(try_, nullptr) != nullptr) {
+            facts_.endTry(superseded);
+        }
+    }
+
+    Run run_;
+    RunFacts facts_;
+    Group* group_ = nullptr;
+    Group::Try* try_ = nullptr;
+    std::size_t round_ = 0;
+    bool ended_ = false;
+};
+
+/// @returns what `read` makes of the file. Names the file in every error.
+template <class Read>
+auto readNamed(const std::filesystem::path& path, Read read)
+{
+    try {
+        return read();
+    } catch (const RecordError& broken) {
+        throw RecordError(fmt::format("{}: {}", path.string(), broken.what()));
+    }
+}
+
+/// Passes each line to `take`. @returns whether the file ends within a line.
+template <class Take>
+bool eachLine(const std::filesystem::path& path, Take take)
+{
+    Lines lines(path);
+    while (const auto json = lines.next()) {
+        try {
+            take(RecordReader(*json));
+        } catch (const RecordError& broken) {
+            throw RecordError(fmt::format("line {}: {}", lines.number(), broken.what()));
+        }
+    }
+    return lines.cut();
+}
+
 }  // namespace
 
-Run fromJson(const nlohmann::ordered_json& json)
+Run fromJson(const Json& json)
 {
     const RecordReader reader(json);
-    if (const RecordReader schema = reader.at("schema"); schema.number() != Run::kSchema) {
-        schema.fail(fmt::format("schema {}", Run::kSchema).c_str());
+    if (const RecordReader schema = reader.at("schema"); schema.number() != 1) {
+        schema.fail("schema 1");
     }
     return RunReader::read(reader);
 }
 
 Run parseRun(std::string_view text)
 {
-    nlohmann::ordered_json json;
+    Json json;
     try {
-        json = nlohmann::ordered_json::parse(text);
-    } catch (const nlohmann::ordered_json::exception& error) {
+        json = Json::parse(text);
+    } catch (const Json::exception& error) {
         // "[json.exception.parse_error.101] parse error at line 1, column 2: …": the part in brackets is noise.
         const std::string_view message = error.what();
         const std::size_t end = message.find("] ");
@@ -425,12 +776,25 @@ Run parseRun(std::string_view text)
     return fromJson(json);
 }
 
-Run readRun(const std::filesystem::path& path)
+bool isOfLines(const std::filesystem::path& path)
 {
-    try {
+    constexpr std::string_view kStart = R"({"event":"started")";
+    std::ifstream file(path, std::ios::binary);
+    std::string start(kStart.size(), ' ');
+    return std::filesystem::is_regular_file(path) && file.read(start.data(), std::ssize(start)) && start == kStart;
+}
+
+Run readRun(const std::filesystem::path& path, std::size_t whole)
+{
+    return readNamed(path, [&] {
         std::error_code error;
         if (!std::filesystem::is_regular_file(path, error)) {
             throw RecordError(error ? error.message() : "expected a file");
+        }
+        if (isOfLines(path)) {
+            LinesReader reader(whole);
+            const bool cut = eachLine(path, [&reader](const RecordReader& line) { reader.take(line); });
+            return reader.finish(cut);
         }
         if (std::filesystem::file_size(path, error) > kLargestRecord || error) {
             throw RecordError(error ? error.message() : "expected a record, got a file larger than any");
@@ -441,9 +805,97 @@ Run readRun(const std::filesystem::path& path)
             throw RecordError(std::strerror(errno));
         }
         return parseRun(text);
-    } catch (const RecordError& broken) {
-        throw RecordError(fmt::format("{}: {}", path.string(), broken.what()));
+    });
+}
+
+void readSteps(const std::filesystem::path& path, const std::function<void(const StepPlace&, const Step&)>& take)
+{
+    // A step may be amended until so many follow.
+    constexpr std::size_t kOpen = 1000;
+    struct Placed {
+        std::string phase;
+        std::string group;
+        std::size_t round;
+        std::size_t index;
+        Step step;
+    };
+    std::deque<Placed> open;
+    const auto pass = [&] {
+        const Placed& first = open.front();
+        take({first.phase, first.group, first.round, first.index, 0}, first.step);
+        open.pop_front();
+    };
+    readNamed(path, [&] {
+        eachLine(path, [&](const RecordReader& reader) {
+            const std::string event = eventOf(reader);
+            if (event != "step" && event != "amended") {
+                return;
+            }
+            Placed placed{reader.textAt("phase"), reader.textAt("group"), reader.at("round").whole(),
+                          reader.at("index").whole(), readStep(reader)};
+            if (event == "step") {
+                open.push_back(std::move(placed));
+            } else if (const auto found = std::ranges::find_if(open,
+                                                               [&](const Placed& each) {
+                                                                   return each.index == placed.index &&
+                                                                          each.round == placed.round;
+                                                               });
+                       found != open.end()) {
+                *found = std::move(placed);
+            }
+            if (open.size() > kOpen) {
+                pass();
+            }
+        });
+    });
+    while (!open.empty()) {
+        pass();
     }
+}
+
+std::optional<ListedRun> readEnds(const std::filesystem::path& path, bool running)
+{
+    constexpr std::streamoff kEnd = 1 << 16;
+    return readNamed(path, [&]() -> std::optional<ListedRun> {
+        const auto first = Lines(path).next();
+        if (!first) {
+            throw RecordError("expected a whole line");
+        }
+        LinesReader reader(0);
+        reader.take(RecordReader(*first));
+        const Run run = reader.finish(false);
+        ListedRun listed;
+        listed.folder = path.parent_path();
+        listed.id = run.id;
+        listed.started = run.started;
+        listed.plan = run.plan.name.empty() ? run.plan.title : run.plan.name;
+        listed.unit = run.unit.serial.empty() ? run.unit.port : run.unit.serial;
+        listed.running = running;
+        if (running) {
+            return listed;
+        }
+        std::ifstream file(path, std::ios::binary | std::ios::ate);
+        file.seekg(-std::min(std::streamoff(file.tellg()), kEnd), std::ios::end);
+        const std::string end{std::istreambuf_iterator<char>(file), {}};
+        const std::size_t before = end.size() < 2 ? std::string::npos : end.rfind('\n', end.size() - 2);
+        if (before == std::string::npos || !end.ends_with('\n')) {
+            return std::nullopt;
+        }
+        const Json last = Json::parse(end.begin() + static_cast<std::ptrdiff_t>(before) + 1, end.end(), nullptr, false);
+        if (!last.is_object() || last.value("event", "") != "ended") {
+            return std::nullopt;
+        }
+        const RecordReader ended(last);
+        const std::string serial = ended.textAt("serial");
+        listed.unit = serial.empty() ? run.unit.port : serial;
+        listed.ended = ended.at("at").time();
+        const Finding headline = ended.finding();
+        listed.verdict = headline.verdict;
+        listed.reason = headline.text;
+        listed.failedStep = ended.textAt("failed_step");
+        listed.failedSteps = ended.at("failed_steps").whole();
+        return listed;
+    });
 }
 
 }  // namespace station::record

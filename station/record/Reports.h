@@ -1,8 +1,11 @@
 #pragma once
 
 #include <array>
+#include <filesystem>
+#include <iosfwd>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "protocol/catalogue/Model.h"
 #include "station/record/RunRecord.h"
@@ -13,35 +16,58 @@ namespace station::record {
 
 using protocol::catalogue::Groups;
 
-/// @returns the run as one HTML page that needs no other file, no script and no knowledge of the tool. It begins with
+/// Writes the run as one HTML page that needs no other file, no script and no knowledge of the tool. It begins with
 /// the steps that went wrong, with the expected and the actual values. The page is well-formed XML, too.
-std::string htmlReport(const Run& run, Groups groups);
+void htmlReport(const Run& run, Groups groups, std::ostream& out);
 
-/// @returns the run as JUnit XML: a test suite for each group, a test case for each step; docs/results.md describes it.
+/// Writes the run as JUnit XML: a test suite for each group, a test case for each step; docs/results.md describes it.
 /// A run that did not pass always has a test case that did not.
-std::string junitReport(const Run& run, Groups groups);
+void junitReport(const Run& run, Groups groups, std::ostream& out);
 
-/// @returns the run as CSV (RFC 4180, UTF-8, with a header line): a line for each measurement, each attempt without
+/// Writes the run as CSV (RFC 4180, UTF-8, with a header line): a line for each measurement, each attempt without
 /// measurements and each step without attempts. An apostrophe precedes texts that a spreadsheet would run as a formula.
-std::string csvReport(const Run& run, Groups groups);
+void csvReport(const Run& run, Groups groups, std::ostream& out);
 
-/// @returns the text of record.json. U+FFFD replaces bytes that are not UTF-8.
-std::string jsonReport(const Run& run, Groups groups);
+/// The same with the steps of a record of schema 2, also those that `run` leaves out.
+void csvReport(const Run& run, const std::filesystem::path& record, std::ostream& out);
+
+/// Writes the text of record.json. U+FFFD replaces bytes that are not UTF-8.
+void jsonReport(const Run& run, Groups groups, std::ostream& out);
 
 struct ReportFormat {
     const char* name;
     /// The file that every run leaves in its folder; nullptr for a format that is made on demand.
     const char* file;
     /// @param groups put the frames into words
-    std::string (*write)(const Run& run, Groups groups);
+    void (*write)(const Run& run, Groups groups, std::ostream& out);
 };
 
 inline constexpr auto kReportFormats = std::to_array<ReportFormat>({
     {"html", "report.html", htmlReport},
     {"junit", "junit.xml", junitReport},
     {"csv", nullptr, csvReport},
-    {"json", nullptr, jsonReport},  // the run's folder has record.json from the start
+    {"json", "record.json", jsonReport},
 });
+
+/// Writes the report from a record of either schema.
+void writeReport(const ReportFormat& format, const std::filesystem::path& record, Groups groups, std::ostream& out);
+
+// The figures of a repeated group.
+
+/// @returns "1000000 rounds, 3 failed. Shown: 4 of 1000000 tries, the first that failed and one that passed."
+std::string roundsText(const Group& group, const Rounds& rounds);
+
+inline constexpr auto kFigures =
+    std::to_array<const char*>({"measurement", "count", "missed", "minimum", "mean", "maximum", "sigma"});
+
+/// @returns a measurement's cells under kFigures.
+std::vector<std::string> figuresOf(const RepeatedMeasurement& measurement);
+
+/// @returns "2026-11-21 14:05:08 UTC, 2 min 8 s: 3 of 1200 rounds failed".
+std::string intervalText(const Timeline& timeline, std::size_t index);
+
+/// @returns all of them as lines, with a table of the measurements; nothing for a group that was run once.
+std::vector<std::string> roundLines(const Group& group);
 
 struct TextStyle {
     bool colour = false;

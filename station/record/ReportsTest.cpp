@@ -5,6 +5,7 @@
 #include <ostream>
 #include <pugixml.hpp>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,14 +44,21 @@ std::vector<std::string> texts(const pugi::xml_document& document, const char* p
     return found;
 }
 
+std::string written(void (*report)(const Run&, Groups, std::ostream&), const Run& run)
+{
+    std::ostringstream out;
+    report(run, groups(), out);
+    return out.str();
+}
+
 std::string html(const Run& run)
 {
-    return htmlReport(run, groups());
+    return written(htmlReport, run);
 }
 
 std::string junit(const Run& run)
 {
-    return junitReport(run, groups());
+    return written(junitReport, run);
 }
 
 struct Sample {
@@ -140,7 +148,7 @@ TEST_P(EveryRun, IsPrintedWithoutAnythingThatSteersATerminal)
 
 TEST_P(EveryRun, IsJsonWithoutAnythingThatSteersATerminal)
 {
-    const std::string text = jsonReport(GetParam().make(), groups());
+    const std::string text = written(jsonReport, GetParam().make());
 
     EXPECT_TRUE(std::ranges::none_of(text, [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7F; }));
     EXPECT_THAT(text, AllOf(Not(HasSubstr("\u009B")), Not(HasSubstr("\u202E"))));
@@ -148,7 +156,7 @@ TEST_P(EveryRun, IsJsonWithoutAnythingThatSteersATerminal)
 
 TEST_P(EveryRun, IsCsvWithAsManyCellsInEveryLine)
 {
-    const std::string csv = csvReport(GetParam().make(), groups());
+    const std::string csv = written(csvReport, GetParam().make());
 
     bool quoted = false;
     std::size_t cells = 1;
@@ -438,7 +446,7 @@ TEST(JunitReport, ShowsAFindingBesideStepsThatWentWrong)
 
 TEST(CsvReport, HasALineForEachMeasurement)
 {
-    const std::string csv = csvReport(samples::failed(), groups());
+    const std::string csv = written(csvReport, samples::failed());
 
     EXPECT_THAT(csv,
                 HasSubstr(R"("end-of-line-20261121-140508.123-ttyUSB0","HU-2611-004711","main","Tuner",1,"Frequency )"
@@ -456,12 +464,12 @@ TEST(CsvReport, GivesASpreadsheetNoFormula)
     record::Run run = samples::passed();
     run.unit.serial = "=cmd|'/c calc'!A1";
 
-    EXPECT_THAT(csvReport(run, groups()), HasSubstr(",\"'=cmd|'/c calc'!A1\","));
+    EXPECT_THAT(written(csvReport, run), HasSubstr(",\"'=cmd|'/c calc'!A1\","));
 }
 
 TEST_P(EveryRun, IsCsvWithEveryTextInQuotes)
 {
-    const std::string csv = csvReport(GetParam().make(), groups());
+    const std::string csv = written(csvReport, GetParam().make());
 
     // Between the quotes stand numbers, true and false only.
     bool quoted = false;

@@ -7,10 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <ostream>
 #include <system_error>
 #include <utility>
 
@@ -19,6 +23,7 @@
 #include "station/ClockText.h"
 #include "station/record/RecordJson.h"
 #include "station/record/Reports.h"
+#include "station/record/RunFacts.h"
 #include "station/record/StoredFile.h"
 #include "station/trace/Describe.h"
 
@@ -31,7 +36,8 @@ namespace {
 /// Some two million short frames; Wireshark opens that.
 constexpr std::int64_t kLargestCapture = std::int64_t{256} << 20;
 
-constexpr const char* kUnfinished = "the run did not end: the station was stopped or lost its power";
+/// The lines of a minute or more on a disk that is full for a while.
+constexpr std::size_t kMostPending = std::size_t{8} << 20;
 
 [[noreturn]] void failToMake(const fs::path& path, int error)
 {
@@ -49,16 +55,6 @@ std::string plain(std::string_view text)
         c = harmless ? c : '-';
     }
     return out;
-}
-
-nlohmann::ordered_json unfinished(const Run& run, protocol::catalogue::Groups groups)
-{
-    auto json = toJson(run, groups);
-    json["ended"] = nullptr;
-    json["verdict"] = name(Verdict::kAborted);
-    json["reason"] = kUnfinished;
-    json["findings"].push_back({{"verdict", name(Verdict::kAborted)}, {"text", kUnfinished}});
-    return json;
 }
 
 /// @returns whether this program has got the folder; false if a run has that name already.
@@ -110,6 +106,7 @@ ResultsFolder::ResultsFolder(fs::path directory, Run& run, protocol::catalogue::
     : directory_(std::move(directory))
     , groups_(groups)
     , source_{"engineering-station " + run.station.version, run.unit.port, run.unit.baud}
+    , attribution_(groups)
 {
     std::error_code error;
     fs::create_directories(directory_, error);
@@ -130,17 +127,73 @@ ResultsFolder::ResultsFolder(fs::path directory, Run& run, protocol::catalogue::
         ::flock(lock_.get(), LOCK_EX);
     }
     try {
-        save(run);
+        const fs::path path = folder_ / kRecordFile;
+        record_.reset(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0640));
+        if (!record_.valid()) {
+            failToMake(path, errno);
+        }
+        append(lines::started(run));
+        if (!pending_.empty()) {
+            throw protocol::StorageError(failure_);
+        }
         syncDirectory(directory_);
     } catch (...) {
         fs::remove_all(folder_, error);
         throw;
     }
+    syncer_ = std::jthread([this](const std::stop_token& stop) { syncEverySecond(stop); });
 }
 
-void ResultsFolder::save(const Run& run)
+void ResultsFolder::append(Json line)
 {
-    writeAtomically(folder_ / kRecordFile, serialise(unfinished(run, groups_)));
+    steps_ += line["event"] == "step" ? 1 : 0;
+    if (!claimed_.empty()) {
+        line["claimed"] = std::exchange(claimed_, {});
+    }
+    pending_ += lost_ ? std::string() : toLine(line);
+    write();
+}
+
+void ResultsFolder::write()
+{
+    std::size_t done = 0;
+    while (done < pending_.size()) {
+        const ssize_t written = ::write(record_.get(), pending_.data() + done, pending_.size() - done);
+        if (written < 0 && errno != EINTR) {
+            failure_ = fmt::format("cannot write {}: {}", (folder_ / kRecordFile).string(), std::strerror(errno));
+            break;
+        }
+        done += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+    }
+    pending_.erase(0, done);
+    if (pending_.size() > kMostPending) {
+        pending_.clear();
+        lost_ = true;
+    }
+}
+
+void ResultsFolder::note(const Run& run)
+{
+    Json facts = lines::facts(run);
+    if (std::string text = facts.dump(-1, ' ', false, Json::error_handler_t::replace); text != noted_) {
+        noted_ = std::move(text);
+        append(std::move(facts));
+    }
+}
+
+void ResultsFolder::syncEverySecond(const std::stop_token& stop) const
+{
+    std::mutex mutex;
+    std::condition_variable_any never;
+    std::unique_lock lock(mutex);
+    while (!never.wait_for(lock, stop, std::chrono::milliseconds(900), [&stop] { return stop.stop_requested(); })) {
+        for (const char* name : {kRecordFile, kTraceFile}) {
+            const host::Descriptor file(::open((folder_ / name).c_str(), O_RDONLY | O_CLOEXEC));
+            if (file.valid()) {
+                ::fdatasync(file.get());
+            }
+        }
+    }
 }
 
 void ResultsFolder::openCapture()
@@ -150,11 +203,7 @@ void ResultsFolder::openCapture()
     }
     try {
         capture_.emplace(
-            folder_ / kTraceFile, source_,
-            [attribution = Attribution(groups_)](const TraceEvent& event) mutable {
-                return describe(attribution.groups(), event, attribution.on(event).decoded);
-            },
-            kLargestCapture);
+            folder_ / kTraceFile, source_, [this](const TraceEvent&) { return meaning_; }, kLargestCapture);
     } catch (const std::system_error& error) {
         captureFailure_ = error.what();
     }
@@ -162,6 +211,8 @@ void ResultsFolder::openCapture()
 
 void ResultsFolder::capture(const TraceEvent& event)
 {
+    meaning_ = describe(groups_, event, attribution_.on(event).decoded);
+    append(lines::line(events_++, event, protocol::printable(meaning_)));
     openCapture();
     if (capture_) {
         capture_->on(event);
@@ -169,12 +220,15 @@ void ResultsFolder::capture(const TraceEvent& event)
     }
 }
 
-void ResultsFolder::writeRecord(const nlohmann::ordered_json& json)
+void ResultsFolder::completeRecord(const Run& run)
 {
-    try {
-        writeAtomically(folder_ / kRecordFile, serialise(json));
-    } catch (const protocol::StorageError& error) {
-        throw protocol::StorageError(fmt::format("not recorded: {}", error.what()));
+    append(lines::ended(run));
+    if (pending_.empty() && !lost_ && ::fsync(record_.get()) != 0) {
+        failure_ = fmt::format("cannot write {}: {}", (folder_ / kRecordFile).string(), std::strerror(errno));
+        lost_ = true;
+    }
+    if (!pending_.empty() || lost_) {
+        throw protocol::StorageError("not recorded: " + failure_);
     }
 }
 
@@ -182,10 +236,18 @@ std::string ResultsFolder::writeReports(const Run& run)
 {
     std::string failure;
     for (const ReportFormat& format : kReportFormats) {
+        const bool whole = format.write == jsonReport;
+        if (format.file == nullptr || (whole && steps_ > RunFacts::kWholeRun)) {
+            continue;
+        }
         try {
-            if (format.file != nullptr) {
-                writeAtomically(folder_ / format.file, format.write(run, groups_));
-            }
+            writeAtomically(folder_ / format.file, [&](std::ostream& out) {
+                if (whole) {
+                    writeReport(format, folder_ / kRecordFile, groups_, out);
+                } else {
+                    format.write(run, groups_, out);
+                }
+            });
         } catch (const std::exception& error) {
             // The first tells the cause: a full disk fails the others, too.
             failure = failure.empty() ? error.what() : failure;
@@ -196,13 +258,14 @@ std::string ResultsFolder::writeReports(const Run& run)
 
 void ResultsFolder::amend(const Run& run)
 {
-    writeRecord(toJson(run, groups_));
+    completeRecord(run);
     expectNoFailure(writeReports(run));
 }
 
 void ResultsFolder::finish(const Run& run)
 {
-    writeRecord(toJson(run, groups_));
+    syncer_ = {};
+    completeRecord(run);
     openCapture();
     capture_.reset();
     const std::string ofReports = writeReports(run);
@@ -220,6 +283,17 @@ void ResultsFolder::finish(const Run& run)
     folder_ = final;
     syncDirectory(directory_);
     expectNoFailure(failure);
+}
+
+fs::path recordIn(const fs::path& folder)
+{
+    std::error_code error;
+    for (const char* name : {kRecordFile, kWholeRecordFile}) {
+        if (fs::exists(folder / name, error)) {
+            return folder / name;
+        }
+    }
+    return {};
 }
 
 }  // namespace station::record

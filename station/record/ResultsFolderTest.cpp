@@ -61,44 +61,48 @@ TEST_F(ResultsFolderTest, IsCalledRunningAndHoldsAnAbortedRecordFromTheStart)
     const ResultsFolder results = begin(run);
 
     EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0.running"));
-    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
-    const record::Run read = readRun(results.folder() / "record.json");
+    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.jsonl"));
+    const record::Run read = readRun(results.folder() / "record.jsonl");
     EXPECT_EQ(verdictOf(read), Verdict::kAborted);
     EXPECT_EQ(headlineOf(read).reason, "the run did not end: the station was stopped or lost its power");
     EXPECT_EQ(read.ended, std::chrono::system_clock::time_point{});
 }
 
-TEST_F(ResultsFolderTest, KeepsWhatWasSavedAndStillSaysAborted)
+TEST_F(ResultsFolderTest, KeepsWhatWasToldAndStillSaysAborted)
 {
-    record::Run run = samples::withoutSteps();
+    record::Run run = samples::passed();
     ResultsFolder results = begin(run);
 
-    results.save(samples::passed());
+    samples::tell(samples::passed(), results);
 
-    const record::Run read = readRun(results.folder() / "record.json");
+    const record::Run read = readRun(results.folder() / "record.jsonl");
     EXPECT_EQ(verdictOf(read), Verdict::kAborted);
     EXPECT_EQ(read.phases, samples::passed().phases);
-    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
+    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.jsonl", "trace.pcapng"));
 }
 
 TEST_F(ResultsFolderTest, HoldsEveryFileUnderItsFinalNameAtTheEnd)
 {
     record::Run run = samples::failed();
     ResultsFolder results = begin(run);
+    samples::tell(run, results);
 
     results.finish(run);
     const fs::path folder = results.folder();
 
     EXPECT_EQ(folder, directory_ / "end-of-line-20261121-140508.123-ttyUSB0");
     EXPECT_THAT(namesIn(directory_), ElementsAre("end-of-line-20261121-140508.123-ttyUSB0"));
-    EXPECT_THAT(namesIn(folder), ElementsAre("junit.xml", "record.json", "report.html", "trace.pcapng"));
+    EXPECT_THAT(namesIn(folder),
+                ElementsAre("junit.xml", "record.json", "record.jsonl", "report.html", "trace.pcapng"));
     EXPECT_EQ(readRun(folder / "record.json"), samples::failed());
+    EXPECT_EQ(readRun(folder / "record.jsonl"), samples::failed());
 }
 
 TEST_F(ResultsFolderTest, SaysInEveryReportWhatWasFoundAfterTheEnd)
 {
     record::Run run = samples::passed();
     ResultsFolder results = begin(run);
+    samples::tell(run, results);
     results.finish(run);
     const fs::path folder = results.folder();
 
@@ -106,11 +110,13 @@ TEST_F(ResultsFolderTest, SaysInEveryReportWhatWasFoundAfterTheEnd)
     results.amend(run);
 
     EXPECT_EQ(readRun(folder / "record.json"), run);
+    EXPECT_EQ(readRun(folder / "record.jsonl"), run);
     for (const char* name : {"junit.xml", "report.html"}) {
         std::ifstream file(folder / name);
         EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}), testing::HasSubstr("found late"));
     }
-    EXPECT_THAT(namesIn(folder), ElementsAre("junit.xml", "record.json", "report.html", "trace.pcapng"));
+    EXPECT_THAT(namesIn(folder),
+                ElementsAre("junit.xml", "record.json", "record.jsonl", "report.html", "trace.pcapng"));
 }
 
 TEST_F(ResultsFolderTest, HoldsEverythingThatPassedOnTheLineAsACapture)
@@ -156,7 +162,7 @@ TEST_F(ResultsFolderTest, OfARunOfTheSameNameGetsANumber)
     EXPECT_THAT(namesIn(directory_),
                 ElementsAre("end-of-line-20261121-140508.123-ttyUSB0", "end-of-line-20261121-140508.123-ttyUSB0-2",
                             "end-of-line-20261121-140508.123-ttyUSB0-3"));
-    EXPECT_EQ(readRun(last.folder() / "record.json").id, third.id);
+    EXPECT_EQ(readRun(last.folder() / "record.jsonl").id, third.id);
 }
 
 TEST_F(ResultsFolderTest, OfARunThatWasKilledStaysAsItIs)
@@ -171,83 +177,143 @@ TEST_F(ResultsFolderTest, OfARunThatWasKilledStaysAsItIs)
                                                  "end-of-line-20261121-140508.123-ttyUSB0.running"));
 }
 
-TEST_F(ResultsFolderTest, HoldsAWholeRecordAtWhateverMomentTheStationIsKilled)
+TEST_F(ResultsFolderTest, HoldsAReadableRecordAtWhateverMomentTheStationIsKilled)
 {
-    for (int saves = 1; saves <= 16; ++saves) {
+    for (int tells = 1; tells <= 16; ++tells) {
         record::Run run = samples::failed();
-        run.id = "killed-" + std::to_string(saves);
+        run.id = "killed-" + std::to_string(tells);
         std::array<int, 2> pipe{};
         ASSERT_EQ(::pipe(pipe.data()), 0);
         const pid_t station = fork();
         if (station == 0) {
             ResultsFolder results(directory_, run, {});
             for (;;) {
+                samples::tell(run, results);
                 [[maybe_unused]] const auto told = ::write(pipe[1], "s", 1);
-                results.save(run);
             }
         }
         ::close(pipe[1]);
 
-        char begun = 0;
-        for (int i = 0; i < saves; ++i) {
-            ASSERT_EQ(::read(pipe[0], &begun, 1), 1);
+        char told = 0;
+        for (int i = 0; i < tells; ++i) {
+            ASSERT_EQ(::read(pipe[0], &told, 1), 1);
         }
         kill(station, SIGKILL);
         waitpid(station, nullptr, 0);
         ::close(pipe[0]);
 
-        const record::Run read = readRun(directory_ / (run.id + ".running") / "record.json");
+        const record::Run read = readRun(directory_ / (run.id + ".running") / "record.jsonl");
         EXPECT_EQ(verdictOf(read), Verdict::kAborted);
-        EXPECT_EQ(read.phases, run.phases);
+        ASSERT_GE(read.phases.at(1).groups.size(), run.phases[1].groups.size() * static_cast<std::size_t>(tells));
+        EXPECT_EQ(read.phases[1].groups[1].tries, run.phases[1].groups[1].tries);
     }
 }
 
-TEST_F(ResultsFolderTest, KeepsTheLastWholeRecordWhenTheDiskIsFull)
+TEST_F(ResultsFolderTest, HoldsARecordThatIsReadUpToTheByteWhereItWasCut)
+{
+    record::Run run = samples::failed();
+    ResultsFolder results = begin(run);
+    samples::tell(run, results);
+    results.finish(run);
+    const std::string whole = content(results.folder() / "record.jsonl");
+    const fs::path cut = temporary_.path() / "cut.jsonl";
+    const std::size_t firstLine = whole.find('\n') + 1;
+
+    for (std::size_t length = firstLine; length < whole.size(); length += 97) {
+        std::ofstream(cut) << whole.substr(0, length);
+        const bool between = whole[length - 1] == '\n';
+
+        EXPECT_EQ(headlineOf(readRun(cut)).reason,
+                  std::string("the run did not end: the station was stopped or lost its power") +
+                      (between ? "" : "; its record ends within a line"))
+            << length;
+    }
+}
+
+TEST_F(ResultsFolderTest, HoldsARecordThatIsReadUpToZerosAfterALossOfPower)
 {
     record::Run run = samples::passed();
     ResultsFolder results = begin(run);
-    const std::string before = content(results.folder() / "record.json");
+    samples::tell(run, results);
+    std::ofstream(results.folder() / "record.jsonl", std::ios::app) << std::string(4096, '\0');
 
-    std::optional<std::string> complaint;
+    const record::Run read = readRun(results.folder() / "record.jsonl");
+
+    EXPECT_EQ(read.phases, run.phases);
+    EXPECT_THAT(headlineOf(read).reason, testing::EndsWith("its record ends within a line"));
+}
+
+TEST_F(ResultsFolderTest, RefusesARecordThatIsBrokenInTheMiddleWithTheLine)
+{
+    record::Run run = samples::passed();
+    ResultsFolder results = begin(run);
+    std::ofstream(results.folder() / "record.jsonl", std::ios::app) << "{]\n{}\n";
+    const std::string path = (results.folder() / "record.jsonl").string();
+
+    try {
+        readRun(path);
+        FAIL() << "it was read";
+    } catch (const RecordError& error) {
+        EXPECT_EQ(error.what(), path + ": line 2: expected a JSON object");
+    }
+}
+
+/// @returns the message of the error that `finish` ends with while no file may have more than `limit` bytes.
+std::string complaintAbout(ResultsFolder& results, const record::Run& run, rlim_t limit)
+{
+    const FileSizeLimit disk(limit);
+    try {
+        results.finish(run);
+    } catch (const protocol::StorageError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+TEST_F(ResultsFolderTest, KeepsWhatFitsWhenTheDiskIsFull)
+{
+    record::Run run = samples::failed();
+    ResultsFolder results = begin(run);
+    samples::tell(run, results);
+    const std::string before = content(results.folder() / "record.jsonl");
+
+    EXPECT_EQ(complaintAbout(results, run, before.size() + 10),
+              "not recorded: cannot write " + (results.folder() / "record.jsonl").string() + ": File too large");
+
+    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.jsonl", "trace.pcapng"));
+    EXPECT_THAT(content(results.folder() / "record.jsonl"), testing::StartsWith(before));
+    const record::Run read = readRun(results.folder() / "record.jsonl");
+    EXPECT_EQ(verdictOf(read), Verdict::kAborted);
+    EXPECT_EQ(read.phases, run.phases);
+}
+
+TEST_F(ResultsFolderTest, WritesTheLinesLaterThatADiskWasTooFullFor)
+{
+    record::Run run = samples::failed();
+    ResultsFolder results = begin(run);
     {
-        const FileSizeLimit disk(4096);
-        try {
-            results.finish(samples::failed());
-        } catch (const protocol::StorageError& error) {
-            complaint = error.what();
-        }
+        const FileSizeLimit disk(1000);
+        samples::tell(run, results);
     }
 
-    ASSERT_TRUE(complaint);
-    EXPECT_EQ(*complaint,
-              "not recorded: cannot write " + (results.folder() / "record.json").string() + ": File too large");
-    EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.json"));
-    EXPECT_EQ(content(results.folder() / "record.json"), before);
-    EXPECT_EQ(verdictOf(readRun(results.folder() / "record.json")), Verdict::kAborted);
+    EXPECT_THROW(results.finish(run), protocol::StorageError);  // the capture has ended
+
+    EXPECT_EQ(results.folder(), directory_ / run.id);
+    EXPECT_EQ(readRun(results.folder() / "record.jsonl"), run);
 }
 
 TEST_F(ResultsFolderTest, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit)
 {
-    record::Run run = samples::aborted();
+    record::Run run = samples::withoutSteps();
     ResultsFolder results = begin(run);
-    const auto recordSize = fs::file_size(results.folder() / "record.json");
 
-    std::optional<std::string> complaint;
-    {
-        const FileSizeLimit disk(recordSize + 1000);
-        try {
-            results.finish(run);
-        } catch (const protocol::StorageError& error) {
-            complaint = error.what();
-        }
-    }
+    EXPECT_EQ(complaintAbout(results, run, 3000), "a report is missing: cannot write " +
+                                                      (directory_ / run.id / "report.html").string() +
+                                                      ": File too large; the record itself is complete");
 
-    ASSERT_TRUE(complaint);
-    EXPECT_EQ(*complaint, "a report is missing: cannot write " + (directory_ / run.id / "report.html").string() +
-                              ": File too large; the record itself is complete");
     EXPECT_EQ(results.folder(), directory_ / run.id);
-    EXPECT_EQ(readRun(directory_ / run.id / "record.json"), run);
-    EXPECT_THAT(namesIn(results.folder()), ElementsAre("junit.xml", "record.json", "trace.pcapng"));
+    EXPECT_EQ(readRun(directory_ / run.id / "record.jsonl"), run);
+    EXPECT_THAT(namesIn(results.folder()), ElementsAre("junit.xml", "record.json", "record.jsonl", "trace.pcapng"));
 }
 
 TEST_F(ResultsFolderTest, LeavesNothingBehindWhenItsFirstRecordCannotBeWritten)
@@ -308,7 +374,7 @@ TEST(StoredFile, ReplacesAFileAsAWhole)
     const fs::path path = directory.path() / "file";
     std::ofstream(path) << "old and longer";
 
-    writeAtomically(path, "new");
+    writeAtomically(path, [](std::ostream& out) { out << "new"; });
 
     EXPECT_EQ(content(path), "new");
     EXPECT_THAT(namesIn(directory.path()), ElementsAre("file"));
@@ -324,7 +390,7 @@ TEST(StoredFile, ThatCannotBeWrittenStaysWhatItWas)
     {
         const FileSizeLimit disk(4);
         try {
-            writeAtomically(path, "longer than the disk");
+            writeAtomically(path, [](std::ostream& out) { out << "longer than the disk"; });
         } catch (const protocol::StorageError&) {
             refused = true;
         }

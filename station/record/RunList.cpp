@@ -33,8 +33,15 @@ bool isRunning(const fs::path& folder)
     return lock.valid() && ::flock(lock.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
-ListedRun summary(const fs::path& folder, const Run& run)
+ListedRun summary(const fs::path& folder, const fs::path& record)
 {
+    const bool running = isRunning(folder);
+    if (isOfLines(record)) {
+        if (auto listed = readEnds(record, running)) {
+            return *std::move(listed);
+        }
+    }
+    const Run run = readRun(record);
     const Outcome outcome = outcomeOf(run);
     const Headline headline = headlineOf(run);
     return {.folder = folder,
@@ -46,8 +53,8 @@ ListedRun summary(const fs::path& folder, const Run& run)
             .plan = run.plan.name.empty() ? run.plan.title : run.plan.name,
             .unit = run.unit.serial.empty() ? run.unit.port : run.unit.serial,
             .failedStep = outcome.failed.empty() ? "" : outcome.failed.front().step->name,
-            .failedSteps = outcome.failed.size(),
-            .running = isRunning(folder)};
+            .failedSteps = outcome.wrong,
+            .running = running};
 }
 
 /// @returns the folders of a directory.
@@ -75,14 +82,13 @@ RunList listRuns(const fs::path& directory)
 {
     RunList list;
     for (const fs::path& folder : foldersOf(directory)) {
-        std::error_code error;
-        const fs::path record = folder / kRecordFile;
-        if (!fs::exists(record, error)) {
+        const fs::path record = recordIn(folder);
+        if (record.empty()) {
             list.passedOver.push_back(folder);
             continue;
         }
         try {
-            list.runs.push_back(summary(folder, readRun(record)));
+            list.runs.push_back(summary(folder, record));
         } catch (const RecordError& broken) {
             list.broken.emplace_back(broken.what());
         }
@@ -99,11 +105,11 @@ fs::path findRecord(const fs::path& directory, const std::string& run)
         if (list.runs.empty()) {
             throw protocol::UserError("there is no run in " + directory.string());
         }
-        return list.runs.front().folder / kRecordFile;
+        return recordIn(list.runs.front().folder);
     }
     for (const fs::path& folder : {directory / run, directory / (run + kRunningSuffix), fs::path(run)}) {
-        if (fs::exists(folder / kRecordFile, error)) {
-            return folder / kRecordFile;
+        if (fs::path record = recordIn(folder); !record.empty()) {
+            return record;
         }
     }
     if (fs::is_regular_file(run, error)) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,11 @@ struct ListedRun {
     bool running = false;
 };
 
+/// Reads the first and the last line of a record of schema 2, which may be long.
+/// @param running whether the run goes on: then the first line suffices
+/// @returns nothing if it does not end with the end of the run. Throws RecordError.
+std::optional<ListedRun> readEnds(const std::filesystem::path& record, bool running);
+
 struct RunList {
     /// The newest first.
     std::vector<ListedRun> runs;
@@ -41,8 +47,8 @@ struct RunList {
 RunList listRuns(const std::filesystem::path& directory);
 
 /// @param run "latest", the name of a run's folder in `directory` (".running" may be left out), the path of a run's
-/// folder or of a record.json.
-/// @returns the path of its record.json. Throws protocol::UserError if there is none.
+/// folder or of a record.
+/// @returns the path of its record. Throws protocol::UserError if there is none.
 std::filesystem::path findRecord(const std::filesystem::path& directory, const std::string& run);
 
 }  // namespace station::record

@@ -27,7 +27,9 @@ protected:
         run.id = std::move(id);
         run.started += later;
         run.ended += later;
-        ResultsFolder(directory_, run, protocol::catalogue::groups()).finish(run);
+        ResultsFolder results(directory_, run, protocol::catalogue::groups());
+        samples::tell(run, results);
+        results.finish(run);
     }
 
     tests::TempDir temporary_;
@@ -106,13 +108,13 @@ TEST_F(RunListTest, FindsARunByItsNameItsFolderItsFileOrAsTheLatest)
     record::Run killed = samples::passed();
     killed.id = "killed";
     ResultsFolder(directory_, killed, {});
-    const fs::path second = directory_ / "second" / "record.json";
+    const fs::path second = directory_ / "second" / "record.jsonl";
 
     EXPECT_EQ(findRecord(directory_, "second"), second);
     EXPECT_EQ(findRecord(directory_, "latest"), second);
     EXPECT_EQ(findRecord("/elsewhere", (directory_ / "second").string()), second);
     EXPECT_EQ(findRecord("/elsewhere", second.string()), second);
-    EXPECT_EQ(findRecord(directory_, "killed"), directory_ / "killed.running" / "record.json");
+    EXPECT_EQ(findRecord(directory_, "killed"), directory_ / "killed.running" / "record.jsonl");
     EXPECT_THROW(findRecord(directory_, "third"), protocol::UserError);
     EXPECT_THROW(findRecord("/elsewhere", "latest"), protocol::StorageError);
 }

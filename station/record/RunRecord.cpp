@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <iterator>
+#include <utility>
 
 namespace station::record {
 
@@ -66,6 +69,52 @@ void Events::restore(std::size_t number, TraceEvent event)
 {
     kept_.insert_or_assign(number, std::move(event));
     next_ = std::max(next_, number + 1);
+}
+
+void Events::release(EventRange range)
+{
+    const auto unexpected = [this](std::size_t number) {
+        return std::ranges::binary_search(first_, number) || std::ranges::binary_search(last_, number);
+    };
+    for (auto at = kept_.lower_bound(range.begin); at != kept_.end() && at->first < range.end;) {
+        at = unexpected(at->first) ? std::next(at) : kept_.erase(at);
+    }
+}
+
+void Statistic::add(double number)
+{
+    minimum = count == 0 ? number : std::min(minimum, number);
+    maximum = count == 0 ? number : std::max(maximum, number);
+    ++count;
+    const double difference = number - mean;
+    mean += difference / static_cast<double>(count);
+    squares += difference * (number - mean);
+}
+
+double Statistic::sigma() const
+{
+    return count < 2 ? 0 : std::sqrt(squares / static_cast<double>(count - 1));
+}
+
+void Timeline::add(std::chrono::system_clock::time_point round, bool failed)
+{
+    if (intervals.empty()) {
+        start = round;
+    }
+    const auto after = std::max(std::chrono::nanoseconds(round - start), std::chrono::nanoseconds(0));
+    while (after / width >= static_cast<std::int64_t>(kMost)) {
+        width *= 2;
+        for (std::size_t i = 0; i < intervals.size(); ++i) {
+            const Interval one = std::exchange(intervals[i], {});
+            intervals[i / 2].rounds += one.rounds;
+            intervals[i / 2].failed += one.failed;
+        }
+        intervals.resize((intervals.size() + 1) / 2);
+    }
+    const auto index = static_cast<std::size_t>(after / width);
+    intervals.resize(std::max(intervals.size(), index + 1));
+    ++intervals[index].rounds;
+    intervals[index].failed += failed ? 1 : 0;
 }
 
 void Attempt::add(const Finding& finding)

@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -100,6 +101,9 @@ public:
     /// Puts an event of a stored record in its place.
     void restore(std::size_t number, TraceEvent event);
 
+    /// Drops the expected events of a range, whose attempts are left out.
+    void release(EventRange range);
+
     /// @returns the number that the next event gets.
     std::size_t next() const { return next_; }
 
@@ -160,9 +164,81 @@ struct Step {
     bool operator==(const Step&) const = default;
 };
 
+/// The numbers of a measurement, however many.
+struct Statistic {
+    std::size_t count = 0;
+    double minimum = 0;
+    double mean = 0;
+    double maximum = 0;
+    /// The sum of the squared differences from the mean (Welford).
+    double squares = 0;
+
+    void add(double number);
+    /// @returns the standard deviation of a sample; 0 for fewer than two numbers.
+    double sigma() const;
+
+    bool operator==(const Statistic&) const = default;
+};
+
+/// A measurement of a step in all rounds of its group.
+struct RepeatedMeasurement {
+    /// The place of its step in the group, and the step's name.
+    std::size_t position = 0;
+    std::string step;
+    std::string name;
+    std::string unit;
+    Limits limits;
+    std::size_t count = 0;
+    std::size_t missed = 0;
+    /// Of the values that are numbers.
+    Statistic numbers;
+
+    bool operator==(const RepeatedMeasurement&) const = default;
+};
+
+/// How many rounds failed when. The intervals get wider as the run gets longer.
+struct Timeline {
+    static constexpr std::size_t kMost = 60;
+
+    struct Interval {
+        std::size_t rounds = 0;
+        std::size_t failed = 0;
+
+        bool operator==(const Interval&) const = default;
+    };
+
+    /// Of the first interval.
+    std::chrono::system_clock::time_point start;
+    std::chrono::nanoseconds width = std::chrono::seconds(1);
+    std::vector<Interval> intervals;
+
+    void add(std::chrono::system_clock::time_point round, bool failed);
+
+    bool operator==(const Timeline&) const = default;
+};
+
+/// The number of steps of each verdict.
+using Tally = std::map<Verdict, std::size_t>;
+
+/// A group's tries in figures. Superseded tries only show in `tries`.
+struct Rounds {
+    std::size_t tries = 0;
+    /// Tries that count, and those of them that went wrong.
+    std::size_t counted = 0;
+    std::size_t failed = 0;
+    Verdict verdict = Verdict::kSkipped;
+    Tally steps;
+    /// Steps that passed only after another attempt or another try of the group.
+    std::size_t repeated = 0;
+    std::vector<RepeatedMeasurement> measurements;
+    Timeline timeline;
+
+    bool operator==(const Rounds&) const = default;
+};
+
 struct Group {
     std::string name;
-    /// The steps once per try of the group, all kept.
+    /// The steps once per try of the group.
     struct Try {
         std::deque<Step> steps;
         /// Whether another try replaces it because it failed: then it does not count.
@@ -170,7 +246,12 @@ struct Group {
 
         bool operator==(const Try&) const = default;
     };
+    /// All tries, unless the group has so many that RunFacts leaves some out.
     std::deque<Try> tries;
+    /// The first tries in figures: those of `numbers`, and the ones that were left out between them.
+    Rounds rounds = {};
+    /// The numbers of the first of `tries`, counted from 0. The others follow without a gap.
+    std::vector<std::size_t> numbers = {};
 
     bool operator==(const Group&) const = default;
 };
@@ -185,7 +266,6 @@ struct Phase {
 };
 
 struct Run {
-    static constexpr int kSchema = 1;
     static constexpr std::size_t kSetup = 0;
     static constexpr std::size_t kMain = 1;
     static constexpr std::size_t kTeardown = 2;
@@ -219,18 +299,30 @@ struct Run {
         std::string title;
         std::string path;
         std::string sha256;
+        std::size_t steps = 0;  ///< each counted once; 0 if not known
 
         bool operator==(const PlanInfo&) const = default;
     } plan;
     std::string catalogueSha256;
 
-    /// Setup, main and teardown, in this order; none if the record ends before.
+    /// Setup, main and teardown, in this order; none if the record ends before its first step.
     std::vector<Phase> phases;
     /// The events of the line.
     Events events;
     LineQuality line;
 
     bool operator==(const Run&) const = default;
+};
+
+/// The place of a step in a plan.
+struct StepPlace {
+    std::string_view phase;
+    std::string_view group;
+    /// The number of the group's try, from 1.
+    std::size_t round = 1;
+    /// Of the plan's steps in all three phases, from 0.
+    std::size_t index = 0;
+    std::size_t total = 0;
 };
 
 }  // namespace station::record

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "station/record/RecordJson.h"
+
 namespace station::record::samples {
 
 namespace {
@@ -264,6 +266,29 @@ Run withFrames(std::size_t count)
     }
     first.events = attempt(run, 200ms, 4400us, Verdict::kPass, "", {}, frames).events;
     return run;
+}
+
+void tell(const Run& run, ResultsFolder& results)
+{
+    for (const auto& [number, event] : run.events.kept()) {
+        results.capture(event);
+        results.claim(number);
+    }
+    for (const Phase& phase : run.phases) {
+        std::size_t index = 0;
+        for (const Group& group : phase.groups) {
+            results.append(lines::group(phase.name, group.name));
+            for (std::size_t i = 0; i < group.tries.size(); ++i) {
+                for (const Step& step : group.tries[i].steps) {
+                    results.append(
+                        lines::step("step", run.unit.port, {phase.name, group.name, i + 1, index++, 0}, step));
+                }
+                if (group.tries[i].superseded) {
+                    results.append(lines::superseded(phase.name, group));
+                }
+            }
+        }
+    }
 }
 
 }  // namespace station::record::samples

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "station/record/ResultsFolder.h"
 #include "station/record/RunRecord.h"
 
 /// Runs made by hand, for tests and for a look at the reports.
@@ -23,5 +24,8 @@ Run hostile();
 
 /// One step with `count` frames.
 Run withFrames(std::size_t count);
+
+/// Tells the facts of a run to its folder, in their order.
+void tell(const Run& run, ResultsFolder& results);
 
 }  // namespace station::record::samples

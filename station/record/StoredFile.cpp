@@ -5,9 +5,14 @@
 #include <glib.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <memory>
+#include <ostream>
+#include <streambuf>
 
 #include "host/Descriptor.h"
 #include "protocol/Errors.h"
@@ -21,21 +26,74 @@ namespace {
     throw protocol::StorageError(fmt::format("cannot write {}: {}", path.string(), reason));
 }
 
+/// Writes into a file and keeps the first error, which a std::ofstream would lose.
+class DescriptorBuffer : public std::streambuf
+{
+public:
+    explicit DescriptorBuffer(int descriptor) : descriptor_(descriptor) { setp(data_.data(), data_.data() + kSize); }
+
+    /// @returns the errno of the first write that failed; 0 for none.
+    int error() const { return error_; }
+
+private:
+    static constexpr std::size_t kSize = 1 << 16;
+
+    int sync() override
+    {
+        for (const char* rest = pbase(); rest != pptr() && error_ == 0;) {
+            const ssize_t written = ::write(descriptor_, rest, static_cast<std::size_t>(pptr() - rest));
+            rest += std::max<ssize_t>(written, 0);
+            error_ = written < 0 && errno != EINTR ? errno : 0;
+        }
+        setp(data_.data(), data_.data() + kSize);
+        return error_ == 0 ? 0 : -1;
+    }
+
+    int_type overflow(int_type byte) override
+    {
+        if (sync() != 0) {
+            return traits_type::eof();
+        }
+        return traits_type::eq_int_type(byte, traits_type::eof()) ? traits_type::not_eof(byte)
+                                                                  : sputc(traits_type::to_char_type(byte));
+    }
+
+    const int descriptor_;
+    int error_ = 0;
+    std::array<char, kSize> data_;
+};
+
 }  // namespace
 
-void writeAtomically(const std::filesystem::path& path, std::string_view content)
+void writeAtomically(const std::filesystem::path& path, const std::function<void(std::ostream&)>& write)
 {
-    constexpr auto kFlags =
-        static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT | G_FILE_SET_CONTENTS_DURABLE);
-    GError* failure = nullptr;
-    if (g_file_set_contents_full(path.c_str(), content.data(), static_cast<gssize>(content.size()), kFlags, 0640,
-                                 &failure) == FALSE) {
-        const std::unique_ptr<GError, decltype(&g_error_free)> error(failure, g_error_free);
-        // "Failed to create file “/a/b.K2XWV1”: Permission denied": the temporary file does not concern the user.
-        const std::string_view text = error->message;
-        const auto reason = text.rfind(": ");
-        failToWrite(path, reason == std::string_view::npos ? text : text.substr(reason + 2));
+    std::filesystem::path temporary;
+    host::Descriptor file;
+    do {
+        temporary = fmt::format("{}.{:06X}", path.string(), g_random_int_range(0, 1 << 24));
+        file.reset(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
+    } while (!file.valid() && errno == EEXIST);
+    if (!file.valid()) {
+        failToWrite(path, std::strerror(errno));
     }
+    DescriptorBuffer buffer(file.get());
+    std::ostream out(&buffer);
+    try {
+        write(out);
+        out.flush();
+    } catch (...) {
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    int error = buffer.error();
+    if (error == 0 && (::fsync(file.get()) != 0 || std::rename(temporary.c_str(), path.c_str()) != 0)) {
+        error = errno;
+    }
+    if (error != 0) {
+        ::unlink(temporary.c_str());
+        failToWrite(path, std::strerror(error));
+    }
+    syncDirectory(path.parent_path().empty() ? "." : path.parent_path());
 }
 
 void syncDirectory(const std::filesystem::path& directory)

@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
+#include <sstream>
 
 #include "station/record/Outcome.h"
 #include "station/record/Reports.h"
@@ -75,10 +77,11 @@ private:
             const Step& step = *placed.step;
             line(0, "");
             line(2, verdict(placed.verdict) + "  " + bold(printable(step.name)));
-            const std::size_t tries = placed.group->tries.size();
-            line(4, fmt::format("{} > {}{}{}", printable(placed.phase->name), printable(placed.group->name),
-                                tries > 1 ? fmt::format(" > try {} of {}", placed.groupTry + 1, tries) : "",
-                                behind(": ", step.what)));
+            const std::size_t tries = triesOf(*placed.group);
+            const std::size_t number = numberOf(*placed.group, placed.groupTry) + 1;
+            line(4,
+                 fmt::format("{} > {}{}{}", printable(placed.phase->name), printable(placed.group->name),
+                             tries > 1 ? fmt::format(" > try {} of {}", number, tries) : "", behind(": ", step.what)));
             const std::string reason = reasonOf(step);
             line(4, reason.empty() ? wordsOf(placed.verdict).meaning : printable(reason));
             attempts(4, step, true);
@@ -97,10 +100,13 @@ private:
                                 behind("  ", reasonOf(phase))));
             for (const Group& group : phase.groups) {
                 line(4, printable(group.name) + "  " + verdict(verdictOf(group)));
+                for (const std::string& each : roundLines(group)) {
+                    line(6, each);
+                }
                 for (std::size_t i = 0; i < group.tries.size(); ++i) {
                     const bool counting = !group.tries[i].superseded;
-                    if (group.tries.size() > 1) {
-                        line(6, fmt::format("try {} of {}  {}", i + 1, group.tries.size(),
+                    if (triesOf(group) > 1) {
+                        line(6, fmt::format("try {} of {}  {}", numberOf(group, i) + 1, triesOf(group),
                                             verdict(verdictOf(group.tries[i]))));
                     }
                     for (const Step& step : group.tries[i].steps) {
@@ -170,6 +176,63 @@ private:
 std::string coloured(Verdict verdict, bool colour)
 {
     return colour ? fmt::format("{}{}\033[0m", wordsOf(verdict).colour, name(verdict)) : name(verdict);
+}
+
+std::string roundsText(const Group& group, const Rounds& rounds)
+{
+    std::string text = fmt::format("{}, {} failed", protocol::plural(rounds.counted, "round"), rounds.failed);
+    if (rounds.tries > rounds.counted) {
+        text += fmt::format(", {} tried again", rounds.tries - rounds.counted);
+    }
+    if (triesOf(group) > group.tries.size()) {
+        text += fmt::format(". Shown: {} of {} tries, the first that failed and one that passed", group.tries.size(),
+                            triesOf(group));
+    }
+    return text + '.';
+}
+
+std::vector<std::string> figuresOf(const RepeatedMeasurement& measurement)
+{
+    const Statistic& numbers = measurement.numbers;
+    const std::string place = measurement.step == measurement.name ? "" : printable(measurement.step) + ": ";
+    std::vector<std::string> cells{place + printable(measurement.name), std::to_string(measurement.count),
+                                   std::to_string(measurement.missed)};
+    for (const double each : {numbers.minimum, numbers.mean, numbers.maximum, numbers.sigma()}) {
+        cells.push_back(numbers.count == 0 ? "" : withUnit(fmt::format("{:.6g}", each), measurement.unit));
+    }
+    return cells;
+}
+
+std::string intervalText(const Timeline& timeline, std::size_t index)
+{
+    const Timeline::Interval& one = timeline.intervals[index];
+    const auto begin = timeline.start + timeline.width * static_cast<std::int64_t>(index);
+    return fmt::format("{}, {}: {} of {} failed",
+                       toText(std::chrono::time_point_cast<std::chrono::system_clock::duration>(begin)),
+                       toText(timeline.width), one.failed, protocol::plural(one.rounds, "round"));
+}
+
+std::vector<std::string> roundLines(const Group& group)
+{
+    const Rounds rounds = roundsOf(group);
+    if (rounds.counted < 2) {
+        return {};
+    }
+    std::vector<std::string> lines{roundsText(group, rounds)};
+    if (!rounds.measurements.empty()) {
+        std::vector<std::vector<std::string>> rows{{kFigures.begin(), kFigures.end()}};
+        std::ranges::transform(rounds.measurements, std::back_inserter(rows), figuresOf);
+        std::istringstream table(protocol::table(rows));
+        for (std::string row; std::getline(table, row);) {
+            lines.push_back(row);
+        }
+    }
+    for (std::size_t i = 0; i < rounds.timeline.intervals.size(); ++i) {
+        if (rounds.timeline.intervals[i].failed > 0) {
+            lines.push_back(intervalText(rounds.timeline, i));
+        }
+    }
+    return lines;
 }
 
 std::string textReport(const Run& run, Groups groups, TextStyle style)

@@ -248,6 +248,38 @@ steps = [{ send = "test.set-mode", with = { mode = "off" }, expect = { mode = "o
     EXPECT_EQ(records()[0]["verdict"], "ABORTED");
 }
 
+TEST_F(PlanProgramTest, KilledSoakLeavesARecordOfItsRounds)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "Loop"
+repeat = 1000000
+steps = [{ send = "test.mode" }, { send = "test.mode" }]
+)");
+    ChildProcess& tool = start(planRun(plan));
+    ASSERT_TRUE(tool.waitForLine(ChildProcess::Stream::kOut, "Loop, round 300 /"));
+
+    tool.signal(SIGKILL);
+    expectEnd(tool, 128 + SIGKILL);
+
+    const auto report = [this](std::vector<std::string> words) {
+        words.insert(words.begin(), {ENGINEERING_STATION, "report"});
+        words.insert(words.end(), {"--results", results().string()});
+        const auto outcome = run(words);
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        return outcome.out;
+    };
+    const std::string shown = report({"show", "latest"});
+    EXPECT_THAT(shown, HasSubstr("the run did not end: the station was stopped or lost its power"));
+    EXPECT_THAT(shown, testing::ContainsRegex("(29[89]|[3-9][0-9][0-9]|[0-9]{4,}) rounds, 0 failed"));
+    const auto rows = linesOf(report({"export", "latest", "--format", "csv"}));
+    EXPECT_GE(rows.size(), 598U);
+    for (const char* format : {"html", "junit", "json"}) {
+        EXPECT_THAT(report({"export", "latest", "--format", format}), HasSubstr("ABORTED"));
+    }
+}
+
 TEST_F(PlanProgramTest, SecondInterruptEndsTheTeardown)
 {
     startService();
@@ -327,7 +359,7 @@ TEST_F(PlanProgramTest, PasswordNumberIsInNoReportAndNotOnTheTerminal)
             EXPECT_EQ(entry.status().permissions() & ~std::filesystem::perms(0640), std::filesystem::perms::none);
         }
     }
-    EXPECT_EQ(files, 4U);
+    EXPECT_EQ(files, 5U);
     for (const char* format : {"html", "junit", "csv", "json"}) {
         const auto exported = run(
             {ENGINEERING_STATION, "report", "export", "latest", "--results", results().string(), "--format", format});
@@ -441,7 +473,7 @@ TEST_F(PlanProgramTest, LimitOnTheSizeOfFilesIsAFullDisk)
     EXPECT_THAT(linesOf(outcome.out).back(), AllOf(HasSubstr("        incomplete record in "), HasSubstr(".running")));
     ASSERT_THAT(linesOf(outcome.err), testing::Not(IsEmpty()));
     EXPECT_THAT(linesOf(outcome.err).front(), AllOf(HasSubstr(": not recorded: cannot write " + results().string()),
-                                                    testing::EndsWith("/record.json: File too large")));
+                                                    testing::EndsWith("/record.jsonl: File too large")));
 }
 
 TEST_F(PlanProgramTest, JsonIsOneObjectPerLine)

@@ -4,6 +4,7 @@
 
 #include "programs/station/plan/RunView.h"
 #include "station/record/Outcome.h"
+#include "station/record/RecordJson.h"
 #include "station/trace/Describe.h"
 
 namespace programs::station_tool {
@@ -28,10 +29,10 @@ public:
     {
         for (const station::plan::UnitResult& unit : units) {
             const auto& run = unit.result.run;
-            const auto speed = station::plan::speedOf(run);
+            const auto& speed = unit.result.speed;
             const auto headline = station::record::headlineOf(run);
             Json steps = Json::object();
-            for (const auto& [verdict, count] : station::plan::tally(run)) {
+            for (const auto& [verdict, count] : station::record::outcomeOf(run).tally) {
                 steps[station::record::name(verdict)] = count;
             }
             print({{"event", "ended"},
@@ -80,33 +81,15 @@ private:
 
         void onStepEnded(const station::plan::StepPlace& place, const station::record::Step& step) override
         {
-            view_.print(stepObject("step", place, step));
+            view_.print(station::record::stepEvent("step", port_, place, step));
         }
 
         void onStepAmended(const station::plan::StepPlace& place, const station::record::Step& step) override
         {
-            view_.print(stepObject("amended", place, step));
+            view_.print(station::record::stepEvent("amended", port_, place, step));
         }
 
     private:
-        Json stepObject(const char* event, const station::plan::StepPlace& place,
-                        const station::record::Step& step) const
-        {
-            return {{"event", event},
-                    {"port", port_},
-                    {"name", step.name},
-                    {"kind", step.kind},
-                    {"what", step.what},
-                    {"verdict", station::record::name(verdictOf(step))},
-                    {"reason", reasonOf(step)},
-                    {"attempts", step.attempts.size()},
-                    {"time_ms", milliseconds(durationOf(step))},
-                    {"phase", place.phase},
-                    {"group", place.group},
-                    {"round", place.round},
-                    {"index", place.index}};
-        }
-
         JsonView& view_;
         const std::string port_;
     };
