@@ -15,6 +15,7 @@
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 
 #include "engineering/BusConnection.h"
 #include "engineering/UARTMgr/KYRUARTManage.h"
@@ -740,10 +741,12 @@ TEST(ExportDbusEnv, WithoutAPipeIsLogged)
     const bool logged = log.waitFor(
         "ERROR Error: Failed to export object. Reason: An object is already exported for the interface "
         "com.zent.linux.engineering at /com/zent/linux/engineering.");
+    while (g_main_loop_is_running(pLoop) != FALSE)
+        std::this_thread::yield();
     _exit(logged ? 0 : 1);
 }
 
-TEST(BridgeDeathTest, AnObjectThatCannotBeExportedIsLogged)
+TEST(BridgeDeathTest, AnObjectThatCannotBeExportedIsLoggedAndEndsTheLoop)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
 

@@ -335,6 +335,15 @@ TEST_F(TunerCommandsTest, WithoutATunerOnlyGetBandTracesAndNamesBandFour)
     EXPECT_EQ(traceOf(0x0C, {0x01}), "");
 }
 
+TEST_F(TunerCommandsTest, WithoutSystemMiscBothAntennasTraceZero)
+{
+    unit.mergeState(kNoMisc);
+    startInTestMode();
+
+    EXPECT_EQ(traceOf(0x12), "[auto test], radio_ant_state = 0\n");
+    EXPECT_EQ(traceOf(0x13), "[auto test], dab_ant_state = 0\n");
+}
+
 TEST_F(TunerCommandsTest, TheTaStateIsTheLowestByteOfTheLastReport)
 {
     startInTestMode();
