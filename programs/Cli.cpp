@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <iterator>
 
-#include "programs/HelpFormatter.h"
 #include "protocol/Text.h"
 
 namespace programs {
@@ -181,13 +180,6 @@ std::vector<std::string> verbFirst(const CLI::App& app, std::vector<std::string>
 void complain(const char* program, const std::string& message)
 {
     std::fprintf(stderr, "%s: %s\n", program, protocol::printable(message).c_str());
-}
-
-void setUpHelp(CLI::App& app)
-{
-    app.formatter(std::make_shared<HelpFormatter>());
-    app.set_help_flag("-h,--help", "Print this help and exit");
-    app.set_version_flag("--version", app.get_name() + " " ENGINEERING_VERSION, "Print the version and exit");
 }
 
 void readCommandLine(CLI::App& app, int argc, char** argv)

@@ -73,4 +73,17 @@ std::string valueName(const CLI::Option& option);
 /// @returns the values of CLI::IsMember; none for any other option.
 std::vector<std::string> valuesOf(const CLI::Option& option);
 
+/// @returns "--port PORT", "--json", "COMMAND".
+std::string signatureOf(const CLI::Option& option);
+
+/// @returns the description of an option or argument, with its values and its default.
+std::string meaningOf(const CLI::Option& option);
+
+/// @returns "engineering-station send [OPTIONS] COMMAND [ARGUMENT...]".
+std::string usageOf(const CLI::App& verb);
+
+/// Breaks `text` into lines of at most `width` characters at its blanks. Its own line ends stay, and so do lines that
+/// begin with a blank.
+std::vector<std::string> wrapped(const std::string& text, std::size_t width);
+
 }  // namespace programs

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "programs/HelpFormatter.h"
+#include "programs/Cli.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"

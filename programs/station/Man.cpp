@@ -3,7 +3,6 @@
 #include <string>
 
 #include "programs/Cli.h"
-#include "programs/HelpFormatter.h"
 #include "programs/station/Tool.h"
 
 namespace programs::station_tool {

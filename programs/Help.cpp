@@ -1,8 +1,7 @@
-#include "programs/HelpFormatter.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <memory>
 #include <sstream>
 
 #include "programs/Cli.h"
@@ -101,6 +100,16 @@ std::string usageOf(const CLI::App& verb)
     return verbsOf(verb).empty() ? text : text + (verb.get_require_subcommand_min() > 0 ? " VERB …" : " [VERB …]");
 }
 
+namespace {
+
+/// The layout of --help: verbs with the first line of their description, options in two columns of which the second is
+/// wrapped, the options that every verb takes named with each.
+class HelpFormatter : public CLI::Formatter
+{
+public:
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override;
+};
+
 std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const
 {
     std::string text = "Usage: " + usageOf(*app) + "\n\n";
@@ -123,6 +132,15 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppF
         text += "\n" + app->get_footer() + "\n";
     }
     return text;
+}
+
+}  // namespace
+
+void setUpHelp(CLI::App& app)
+{
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("--version", app.get_name() + " " ENGINEERING_VERSION, "Print the version and exit");
 }
 
 }  // namespace programs
