@@ -149,10 +149,16 @@ std::string_view nearest(std::string_view typed, std::span<const std::string_vie
     if (!best.empty()) {
         return best;
     }
-    // "freq" for "frequency".
-    const auto longer =
-        std::ranges::find_if(words, [&](std::string_view word) { return typed.size() > 1 && word.starts_with(typed); });
-    return longer == words.end() ? std::string_view() : *longer;
+    // "freq" for "frequency"; "retry" for "retries", since the last letter often changes.
+    const std::string_view stem = typed.substr(0, typed.size() < 4 ? typed.size() : typed.size() - 1);
+    bestDistance = std::string_view::npos;
+    for (const std::string_view word : words) {
+        if (typed.size() > 1 && word.starts_with(stem) && distance(typed, word) < bestDistance) {
+            best = word;
+            bestDistance = distance(typed, word);
+        }
+    }
+    return best;
 }
 
 std::string didYouMean(std::string_view typed, std::span<const std::string_view> words)

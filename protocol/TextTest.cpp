@@ -108,6 +108,12 @@ TEST(Suggest, NamesTheWordOfWhichOnlyTheBeginningWasWritten)
     EXPECT_EQ(nearest("f", kWords), "");
 }
 
+TEST(Suggest, PrefersAWordWithAnotherEndingToALongerOne)
+{
+    EXPECT_EQ(nearest("retry", std::array<std::string_view, 2>{"retry_delay", "retries"}), "retries");
+    EXPECT_EQ(nearest("retry", std::array<std::string_view, 1>{"retry_delay"}), "retry_delay");
+}
+
 TEST(Suggest, NamesNothingForAWordUnlikeAll)
 {
     EXPECT_EQ(nearest("balance", kWords), "");

@@ -224,7 +224,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "tuner.play: expected NAME=VALUE, as in 'frequency=8750', got '8750'"},
         Mistake{"ValueForNoParameter", {"tuner.frequency", "1"}, {}, "expected no parameter, got '1'"},
         Mistake{"MistypedChoice", {"tuner.tune", "action=seek-pu"}, {}, "did you mean 'seek-up'?"},
-        Mistake{"ValueOutOfRange", {"tuner.play", "frequency=65536"}, {}, "out of range 0 to 65535"},
+        Mistake{"ValueOutOfRange", {"tuner.play", "frequency=65536"}, {}, "frequency: expected 0 to 65535, got 65536"},
         Mistake{"HalfACommand",
                 {"0F"},
                 {},

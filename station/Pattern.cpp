@@ -1,5 +1,6 @@
 #include "station/Pattern.h"
 
+#include <fmt/format.h>
 #include <glib.h>
 #include <re2/re2.h>
 
@@ -53,11 +54,24 @@ void require(const RE2& compiled)
             const auto place = compiled.pattern().find(syntax);
             const std::string behind =
                 place == std::string::npos ? "" : compiled.pattern().substr(place + syntax.size());
-            throw PatternError(nameOf(syntax, behind) + " '" + syntax + "' is not supported", false);
+            throw PatternError(fmt::format("{} '{}' is not supported", nameOf(syntax, behind), syntax), false);
         }
         case RE2::ErrorBadCharRange:
+            throw PatternError(fmt::format("expected an ascending range, got '{}'", compiled.error_arg()), true);
         case RE2::ErrorRepeatSize:
-            throw PatternError(compiled.error(), true);
+            throw PatternError(
+                fmt::format("expected at most 1000 repetitions in all, the smaller number first, got '{}'",
+                            compiled.error_arg()),
+                true);
+        case RE2::ErrorMissingParen:
+        case RE2::ErrorUnexpectedParen:
+            throw PatternError("expected a ')' for each '(', and '\\(' for the character itself", false);
+        case RE2::ErrorMissingBracket:
+            throw PatternError("expected a ']' for each '[', and '\\[' for the character itself", false);
+        case RE2::ErrorRepeatArgument:
+            throw PatternError(fmt::format("expected something to repeat before '{}'", compiled.error_arg()), false);
+        case RE2::ErrorTrailingBackslash:
+            throw PatternError("expected a character behind '\\' at the end", false);
         default:
             throw PatternError(compiled.error(), false);
     }

@@ -57,7 +57,8 @@ ordered_json toJson(const catalogue::DecodedField& field)
     }
     const auto* number = std::get_if<std::int64_t>(&field.value);
     if (const auto& scale = field.field->scale; scale && number != nullptr) {
-        object["scaled"] = {{"value", std::stod(catalogue::scaled(*number, scale->factor))}, {"unit", scale->unit}};
+        object["scaled"] = {{"value", std::stod(protocol::shortText(static_cast<double>(*number) * scale->factor))},
+                            {"unit", scale->unit}};
     }
     if (!field.problem.empty()) {
         object["problem"] = field.problem;
@@ -110,6 +111,9 @@ ordered_json frameJson(catalogue::Groups groups, const catalogue::Decoded& decod
         object["rest"] = catalogue::formatHexBytes(decoded.rest);
     }
     object["problems"] = decoded.problems;
+    if (!decoded.remarks.empty()) {
+        object["remarks"] = decoded.remarks;
+    }
     return object;
 }
 

@@ -140,6 +140,22 @@ TEST(CatalogueTest, KnowsTheAnswersThatStandElsewhere)
     EXPECT_FALSE(answers(carPlayMac, {0x8A, 0x0F, {0x31}}));  // a password number
 }
 
+/// A reply has at most 246 parameter bytes, and the unit does not send a longer one.
+TEST(CatalogueTest, SaysThatALongTextIsNotAnswered)
+{
+    forEveryCommand([&](const Group&, const Command& command) {
+        for (const Reply& reply : command.replies) {
+            for (const Field& field : reply.fields) {
+                if (sizeOf(field.type) == 0 && field.type != Type::kRecords &&
+                    (field.lenient || field.maximum == static_cast<std::int64_t>(kMaxParams))) {
+                    EXPECT_THAT(std::string(command.silentWhen), testing::HasSubstr("more than 246 bytes"))
+                        << fullKey(groups(), command);
+                }
+            }
+        }
+    });
+}
+
 TEST(CatalogueTest, MessageAboutASecretDoesNotQuoteIt)
 {
     const Command* const write = findCommand(groups(), "identity.write-password-number");

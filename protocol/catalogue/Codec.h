@@ -33,7 +33,7 @@ using Value = std::variant<std::int64_t, std::string, std::vector<std::uint8_t>,
 struct DecodedField {
     const Field* field = nullptr;
     Value value;
-    /// The value's problem, as in "12 is out of range 0 to 3"; empty for a good value.
+    /// The value's problem, as in "expected 0 to 3, got 12"; empty for a good value.
     std::string problem;
 
     /// @returns the name that the catalogue has for the number, empty for none.
@@ -53,6 +53,8 @@ struct Decoded {
     /// Differences from the catalogue, one line each: a field cut short, a value out of range, extra bytes in a frame
     /// of the head unit. (Extra bytes in a request are legal: the unit ignores them.)
     std::vector<std::string> problems;
+    /// Legal values that the catalogue calls unusual, one line each.
+    std::vector<std::string> remarks;
 
     bool known() const { return command != nullptr || notice != nullptr; }
 };
@@ -82,7 +84,7 @@ std::string format(const DecodedField& field);
 std::string maskOf(const DecodedField& field);
 
 /// @returns one line without the frame's bytes: `tuner.frequency: frequency=9470 (94.7 MHz on FM)`; an
-/// unknown frame as `8F 77: 01 02`. Problems follow in parentheses, marked with "!".
+/// unknown frame as `8F 77: 01 02`. Problems follow in parentheses, marked with "!", and remarks, marked with "note:".
 std::string format(Groups groups, const Decoded& decoded, const Frame& frame);
 
 /// @returns one line for a user who wrote `key` in place of a GROUP.COMMAND:
@@ -90,16 +92,13 @@ std::string format(Groups groups, const Decoded& decoded, const Frame& frame);
 std::string noSuchCommand(Groups groups, std::string_view key);
 
 /// @returns the legal values of `field` in a few words: "a number from 0 to 65535, or in MHz on FM",
-/// "one of down (0), up (1)", "12 hexadecimal digits".
+/// "down (0) or up (1)", "12 hexadecimal digits".
 std::string describe(const Field& field);
 
 /// @returns "0 to 3"; "12" if both ends are equal.
 std::string describeRange(const Field& field);
 
-/// @returns "down (0), up (1)"; empty for a field without choices.
+/// @returns "down (0), up (1) or stop (2)"; empty for a field without choices.
 std::string describeChoices(const Field& field);
-
-/// @returns `number` × `factor` without the noise of binary fractions: "87.5" for 8750 × 0.01.
-std::string scaled(std::int64_t number, double factor);
 
 }  // namespace protocol::catalogue

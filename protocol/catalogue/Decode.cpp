@@ -2,6 +2,7 @@
 #include <string>
 #include <utility>
 
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Fields.h"
@@ -89,11 +90,11 @@ Decoded decodedAs(const Meaning& meaning, const Frame& frame)
 {
     FieldValues values = decodeFields(meaning.fields(), frame.params);
     if (values.problems.empty() && !values.rest.empty()) {
-        values.problems.push_back(std::to_string(values.rest.size()) +
-                                  (values.rest.size() == 1 ? " byte too many" : " bytes too many"));
+        values.problems.push_back(plural(values.rest.size(), "byte") + " too many");
     }
     return {meaning.command,          meaning.reply,          meaning.notice,
-            std::move(values.fields), std::move(values.rest), std::move(values.problems)};
+            std::move(values.fields), std::move(values.rest), std::move(values.problems),
+            std::move(values.remarks)};
 }
 
 }  // namespace
@@ -121,6 +122,7 @@ Decoded decodeRequest(Groups groups, const Frame& frame)
     decoded.fields = std::move(values.fields);
     decoded.rest = std::move(values.rest);
     decoded.problems = std::move(values.problems);
+    decoded.remarks = std::move(values.remarks);
     return decoded;
 }
 

@@ -1,9 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <random>
 
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/SampleCatalogue.h"
@@ -140,7 +140,7 @@ TEST(Decode, SaysThatThereAreMoreRecordsThanThereMayBe)
     }
 
     EXPECT_THAT(decodeFromUnit(kGroups, frame).problems,
-                ElementsAre("count: 21 is out of range 0 to 20", "satellites: expected 0 to 20 records, got 21"));
+                ElementsAre("count: expected 0 to 20, got 21", "satellites: expected 0 to 20 records, got 21"));
 }
 
 TEST(DecodeFromUnit, ReadsTextsAndBytesToTheEnd)
@@ -208,14 +208,13 @@ TEST_P(MisfitFromUnit, IsShownAndFlagged)
 INSTANTIATE_TEST_SUITE_P(
     Decode, MisfitFromUnit,
     testing::Values(
-        Misfit{"Empty", {0x82, 0x01, {}}, {"frequency: missing"}, 0, {}},
-        Misfit{"CutShort", {0x82, 0x01, {0x22}}, {"frequency: cut short, 1 of 2 bytes"}, 0, {0x22}},
+        Misfit{"Empty", {0x82, 0x01, {}}, {"frequency: expected 2 bytes, got none"}, 0, {}},
+        Misfit{"CutShort", {0x82, 0x01, {0x22}}, {"frequency: expected 2 bytes, got 1"}, 0, {0x22}},
         Misfit{"OneByteTooMany", {0x82, 0x01, {0x22, 0x2E, 0x07}}, {"1 byte too many"}, 1, {0x07}},
         Misfit{"TwoBytesTooMany", {0x82, 0x01, {0x22, 0x2E, 0x07, 0x08}}, {"2 bytes too many"}, 1, {0x07, 0x08}},
-        Misfit{"OneBelowTheRange", {0x82, 0x01, {0x00, 0x63}}, {"frequency: 99 is out of range 100 to 10800"}, 1, {}},
-        Misfit{
-            "OneAboveTheRange", {0x82, 0x01, {0x2A, 0x31}}, {"frequency: 10801 is out of range 100 to 10800"}, 1, {}},
-        Misfit{"NoneOfTheChoices", {0x84, 0x08, {0x02}}, {"result: 2 is out of range 0 to 1"}, 1, {}},
+        Misfit{"OneBelowTheRange", {0x82, 0x01, {0x00, 0x63}}, {"frequency: expected 100 to 10800, got 99"}, 1, {}},
+        Misfit{"OneAboveTheRange", {0x82, 0x01, {0x2A, 0x31}}, {"frequency: expected 100 to 10800, got 10801"}, 1, {}},
+        Misfit{"NoneOfTheChoices", {0x84, 0x08, {0x02}}, {"result: expected 0 to 1, got 2"}, 1, {}},
         Misfit{"BytesTooFew", {0x84, 0x07, {0x01}}, {"address: expected 6 bytes in hexadecimal, got 1 byte"}, 1, {}},
         Misfit{"BytesTooMany",
                {0x84, 0x07, Bytes(7, 0x01)},
@@ -224,12 +223,12 @@ INSTANTIATE_TEST_SUITE_P(
                {}},
         Misfit{"HexTextWithAnotherCharacter",
                {0x8A, 0x12, {0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x47}},
-               {"mac: expected hexadecimal digits only"},
+               {"mac: expected hexadecimal digits only, got others"},
                1,
                {}},
         Misfit{"TextWithControlCharacter",
                {0x8A, 0x0F, {0x31, 0x1B}},
-               {"password: expected printable characters only"},
+               {"password: expected printable UTF-8, got other bytes"},
                1,
                {}},
         Misfit{"FewerRecordsThanAnnounced",
@@ -244,22 +243,48 @@ INSTANTIATE_TEST_SUITE_P(
                {0x05, 0x00, 0x00, 0x23}},
         Misfit{"MoreRecordsThanThereMayBe",
                {0x85, 0x00, {0xFF}},
-               {"count: 255 is out of range 0 to 20", "satellites: expected 255 records, got 0"},
+               {"count: expected 0 to 20, got 255", "satellites: expected 255 records, got 0"},
                2,
                {}},
         Misfit{"RecordOutOfRange",
                {0x85, 0x00, {0x01, 0x05, 0x00, 0x00, 0x64}},
-               {"satellites: record 1: signal: 100 is out of range 0 to 99"},
+               {"satellites: record 1: signal: expected 0 to 99, got 100"},
                2,
                {}},
-        Misfit{"OptionalOutOfRange", {0x86, 0x11, {0x25, 0x05}}, {"status: 5 is out of range 0 to 4"}, 2, {}},
-        Misfit{"RecordsWithoutTheirNumber", {0x85, 0x00, {}}, {"count: missing"}, 0, {}},
+        Misfit{"OptionalOutOfRange", {0x86, 0x11, {0x25, 0x05}}, {"status: expected 0 to 4, got 5"}, 2, {}},
+        Misfit{"RecordsWithoutTheirNumber", {0x85, 0x00, {}}, {"count: expected 1 byte, got none"}, 0, {}},
         Misfit{"TextTooLong",
                {0x8A, 0x30, {0x41, 0x42, 0x43, 0x44, 0x45}},
                {"tag: expected 0 to 4 characters, got 5 bytes"},
                1,
                {}}),
     [](const auto& row) { return row.param.name; });
+
+TEST(DecodeFromUnit, ReadableUtf8IsNoFault)
+{
+    const Decoded decoded = decodeFromUnit(kGroups, {0x8A, 0x0F, {'Z', 0xC3, 0xBC, 'g'}});
+
+    EXPECT_THAT(decoded.problems, IsEmpty());
+    EXPECT_EQ(format(kGroups, decoded, {0x8A, 0x0F, {}}), "identity.password: password=\"Züg\"");
+}
+
+/// The unit sends what it has stored: other lengths and characters are remarkable, not wrong.
+TEST(DecodeFromUnit, UnusualValueOfALenientFieldIsARemark)
+{
+    const Frame address{0x84, 0x07, {0x00, 0x1A}};
+    const Decoded shortened = decodeFromUnit(groups(), address);
+    EXPECT_THAT(shortened.problems, IsEmpty());
+    EXPECT_EQ(shortened.fields.at(0).problem, "");
+    EXPECT_EQ(format(groups(), shortened, address),
+              "bluetooth.address: address=00 1A (note: unusual address, expected 6 bytes in hexadecimal, got 2 bytes)");
+
+    const Decoded text =
+        decodeFromUnit(groups(), {0x8A, 0x12, {'s', 'e', 'c', 'o', 'n', 'd', ' ', 'h', 'a', 'n', 'd', '!'}});
+    EXPECT_THAT(text.problems, IsEmpty());
+    EXPECT_THAT(text.remarks, ElementsAre("unusual value, expected hexadecimal digits only, got others"));
+
+    EXPECT_THAT(decodeFromUnit(groups(), {0x84, 0x07, {0, 1, 2, 3, 4, 5}}).remarks, IsEmpty());
+}
 
 TEST(Decode, TakesAnyBytes)
 {
@@ -274,9 +299,7 @@ TEST(Decode, TakesAnyBytes)
         }
         for (const Decoded& decoded : {decodeRequest(kGroups, frame), decodeFromUnit(kGroups, frame)}) {
             const std::string line = format(kGroups, decoded, frame);
-            for (const char c : line) {
-                ASSERT_TRUE(c >= 0x20 && c < 0x7F) << line;
-            }
+            ASSERT_EQ(printable(line), line);
             ASSERT_LE(decoded.rest.size(), frame.params.size());
         }
     }

@@ -10,11 +10,11 @@ std::string describeNumber(const Field& field)
 {
     std::string text = "a number from " + describeRange(field);
     if (!field.unit.empty()) {
-        text += " (unit: " + std::string(field.unit) + ")";
+        text += fmt::format(" (unit: {})", field.unit);
     }
     if (field.scale) {
-        text += ", or in " + std::string(field.scale->unit);
-        text += field.scale->only.empty() ? "" : " " + std::string(field.scale->only);
+        text +=
+            fmt::format(", or in {}{}{}", field.scale->unit, field.scale->only.empty() ? "" : " ", field.scale->only);
     }
     return text;
 }
@@ -23,23 +23,18 @@ std::string describeNumber(const Field& field)
 
 std::string describeRange(const Field& field)
 {
-    return field.minimum == field.maximum ? std::to_string(field.minimum)
-                                          : std::to_string(field.minimum) + " to " + std::to_string(field.maximum);
+    return field.minimum == field.maximum ? fmt::to_string(field.minimum)
+                                          : fmt::format("{} to {}", field.minimum, field.maximum);
 }
 
 std::string describeChoices(const Field& field)
 {
     std::string text;
     for (const Choice& choice : field.choices) {
-        text += (text.empty() ? "" : ", ") + std::string(choice.name) + " (" + std::to_string(choice.value) + ")";
+        const char* separator = text.empty() ? "" : &choice == &field.choices.back() ? " or " : ", ";
+        text += fmt::format("{}{} ({})", separator, choice.name, choice.value);
     }
     return text;
-}
-
-std::string scaled(std::int64_t number, double factor)
-{
-    // 12 digits are more than any number of the wire has, and fewer than a binary fraction spoils.
-    return fmt::format("{:.12g}", static_cast<double>(number) * factor);
 }
 
 std::string describe(const Field& field)
@@ -59,7 +54,8 @@ std::string describe(const Field& field)
     if (field.choices.empty()) {
         return describeNumber(field);
     }
-    return (field.open ? describeNumber(field) + ", or one of " : "one of ") + describeChoices(field);
+    return field.open ? fmt::format("{}, such as {}", describeNumber(field), describeChoices(field))
+                      : describeChoices(field);
 }
 
 }  // namespace protocol::catalogue

@@ -1,5 +1,7 @@
 #include "protocol/catalogue/Document.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <deque>
 #include <iterator>
@@ -10,6 +12,7 @@
 #include <vector>
 
 #include "protocol/Frame.h"
+#include "protocol/Text.h"
 #include "protocol/toml/TableReader.h"
 
 namespace protocol::catalogue {
@@ -31,6 +34,8 @@ bool isKey(std::string_view text)
     };
     return !text.empty() && text.front() >= 'a' && text.front() <= 'z' && std::ranges::all_of(text, legal);
 }
+
+constexpr std::string_view kKeyRule = "a lower-case letter, then lower-case letters, digits, '-' and '_'";
 
 bool isOneLine(std::string_view text)
 {
@@ -56,7 +61,7 @@ struct Document::Storage {
     {
         std::string value = reader.text(key, required);
         if (!isOneLine(value)) {
-            reader.report(key, "'" + std::string(key) + "': expected one line without control characters");
+            reader.report(key, fmt::format("{}: expected one line without control characters", inQuotes(key)));
         }
         return keep(std::move(value));
     }
@@ -65,8 +70,7 @@ struct Document::Storage {
     {
         const std::string_view value = text(reader, name, true);
         if (!value.empty() && !isKey(value)) {
-            reader.report(name, "expected a letter, then lower-case letters, digits, '-' and '_', got '" +
-                                    std::string(value) + "'");
+            reader.report(name, fmt::format("{}: expected {}, got {}", inQuotes(name), kKeyRule, inQuotes(value)));
         }
         return value;
     }
@@ -93,23 +97,22 @@ std::span<const Choice> Document::Storage::readChoices(TableReader& reader, Rang
     }
     for (const auto& [name, value] : *table) {
         if (!value.is_integer()) {
-            toml_file::report(problems, value, "the choice '" + std::string(name.str()) + "': expected an integer");
+            toml_file::report(problems, value, fmt::format("choice {}: expected an integer", inQuotes(name.str())));
             continue;
         }
         const std::int64_t number = value.as_integer()->get();
         if (number < range.minimum || number > range.maximum) {
             toml_file::report(problems, value,
-                              "the choice '" + std::string(name.str()) + "': expected " +
-                                  std::to_string(range.minimum) + " to " + std::to_string(range.maximum) + ", got " +
-                                  std::to_string(number));
+                              fmt::format("choice {}: expected {} to {}, got {}", inQuotes(name.str()), range.minimum,
+                                          range.maximum, number));
         }
         if (!isKey(name.str())) {
             toml_file::report(problems, value,
-                              "a choice: expected a letter, then lower-case letters, digits, '-' and '_', got '" +
-                                  std::string(name.str()) + "'");
+                              fmt::format("choice: expected {}, got {}", kKeyRule, inQuotes(name.str())));
         }
         if (std::ranges::find(list, number, &Choice::value) != list.end()) {
-            toml_file::report(problems, value, "the number " + std::to_string(number) + " has two names");
+            toml_file::report(problems, value,
+                              fmt::format("expected one name for {}, got a second, {}", number, inQuotes(name.str())));
         }
         list.push_back({number, keep(std::string(name.str()))});
     }
@@ -127,7 +130,7 @@ std::optional<Scale> Document::Storage::readScale(TableReader& reader)
     const double factor = scale.number("factor", true).value_or(1);
     const Scale result{factor, text(scale, "unit", true), text(scale, "only")};
     if (!(factor > 0) || factor > 1e9) {
-        scale.report("factor", "'factor': expected more than 0 and at most 1e9");
+        scale.report("factor", fmt::format("'factor': expected more than 0 and at most 1e9, got {}", factor));
     }
     scale.finish();
     return result;
@@ -148,7 +151,7 @@ Field Document::Storage::readField(const toml::table& table, bool inRecord)
     field.minimum = reader.integer("minimum", false, whole.minimum, whole.maximum).value_or(whole.minimum);
     field.maximum = reader.integer("maximum", false, whole.minimum, whole.maximum).value_or(whole.maximum);
     if (field.minimum > field.maximum) {
-        reader.report("minimum", "'minimum' is above 'maximum'");
+        reader.report("minimum", fmt::format("'minimum': expected at most {}, got {}", field.maximum, field.minimum));
     }
     field.choices = readChoices(reader, {field.minimum, field.maximum});
     field.open = reader.boolean("open", field.choices.empty());
@@ -157,17 +160,22 @@ Field Document::Storage::readField(const toml::table& table, bool inRecord)
     field.fields = readFields(reader, "fields", true);
     field.secret = reader.boolean("secret", false);
     if (field.secret && field.type != Type::kAscii && field.type != Type::kBytes) {
-        reader.report("secret", "only an ascii text or bytes can be secret");
+        reader.report("secret", "'secret': expected a field of the type ascii or bytes");
     }
+    field.lenient = reader.boolean("lenient", false);
     const bool number = sizeOf(field.type) > 0;
     if (inRecord && !number) {
-        reader.report("type", "a record holds numbers only");
+        reader.report("type", "'type': expected a number in a record");
     }
     if (!number && (!field.choices.empty() || field.scale)) {
-        reader.report(field.scale ? "scale" : "choices", "only a number has choices or a scale");
+        reader.report(field.scale ? "scale" : "choices", "expected choices and a scale for numbers only");
+    }
+    if (number && field.lenient) {
+        reader.report("lenient", "'lenient': expected a text or bytes");
     }
     if ((field.type == Type::kRecords) != !field.fields.empty()) {
-        reader.report("fields", field.fields.empty() ? "records need 'fields'" : "only records have 'fields'");
+        reader.report("fields", field.fields.empty() ? "'fields': expected the fields of a record, got none"
+                                                     : "'fields': expected them for the type records only");
     }
     reader.finish();
     return field;
@@ -180,19 +188,19 @@ std::span<const Field> Document::Storage::readFields(TableReader& reader, std::s
         const Field field = readField(*table, inRecord);
         const Field* before = list.empty() ? nullptr : &list.back();
         const auto complain = [&](const char* what) {
-            toml_file::report(problems, *table, "'" + std::string(field.name) + "' " + what);
+            toml_file::report(problems, *table, fmt::format("field {}: {}", inQuotes(field.name), what));
         };
         if (std::ranges::find(list, field.name, &Field::name) != list.end()) {
-            complain("occurs twice");
+            complain("expected each name once");
         }
         if (before != nullptr && before->optional && !field.optional) {
-            complain("cannot be required behind a field that is optional");
+            complain("expected 'optional = true', since the field before it is optional");
         }
         if (before != nullptr && sizeOf(before->type) == 0) {
-            complain("cannot stand behind a field without a fixed size");
+            complain("expected a field of fixed size before it");
         }
         if (field.type == Type::kRecords && (before == nullptr || sizeOf(before->type) == 0)) {
-            complain("needs a number before it that counts the records");
+            complain("expected a number before it, the count of the records");
         }
         list.push_back(field);
     }
@@ -212,7 +220,7 @@ std::span<const Reply> Document::Storage::readReplies(TableReader& reader, std::
         reply.when = text(entry, "when");
         reply.fields = readFields(entry, "fields");
         if (!list.empty() && reply.when.empty()) {
-            entry.report("when", "a further reply needs 'when', the case in which it comes");
+            entry.report("when", "'when': expected the case in which this further reply comes, got none");
         }
         entry.finish();
         list.push_back(reply);
@@ -233,7 +241,7 @@ Command Document::Storage::readCommand(const toml::table& table, std::uint8_t gr
     command.destructive = reader.boolean("destructive", false);
     command.repeatable = reader.boolean("repeatable", true);
     if (command.destructive && command.repeatable) {
-        reader.report("repeatable", "a destructive command cannot be repeatable");
+        reader.report("repeatable", "'repeatable': expected false for a destructive command");
     }
     command.params = readFields(reader, "params");
     std::int64_t most = 0;
@@ -247,7 +255,7 @@ Command Document::Storage::readCommand(const toml::table& table, std::uint8_t gr
     command.readBack = text(reader, "read-back");
     command.unique = text(reader, "unique");
     if (!command.unique.empty() && (command.readBack.empty() || command.params.size() != 1)) {
-        reader.report("unique", "'unique' needs one parameter and a 'read-back'");
+        reader.report("unique", "'unique': expected a command with one parameter and a 'read-back'");
     }
     reader.finish();
     return command;
@@ -278,7 +286,8 @@ void Document::Storage::readGroup(const toml::table& table)
     std::set<std::string_view> keys;
     const auto checkKey = [&](const toml::table& member, std::string_view name) {
         if (!keys.insert(name).second && !name.empty()) {
-            toml_file::report(problems, member, "'" + std::string(name) + "' occurs twice in the group");
+            toml_file::report(problems, member,
+                              fmt::format("expected each key once in the group, got {} again", inQuotes(name)));
         }
     };
     auto& ownCommands = commands.emplace_back();
@@ -286,7 +295,8 @@ void Document::Storage::readGroup(const toml::table& table)
         const Command command = readCommand(*member, group.code);
         checkKey(*member, command.key);
         if (std::ranges::find(ownCommands, command.cmdTwo, &Command::cmdTwo) != ownCommands.end()) {
-            toml_file::report(problems, *member, "the command's code occurs twice in the group");
+            toml_file::report(problems, *member,
+                              fmt::format("expected each code once in the group, got {} again", command.cmdTwo));
         }
         ownCommands.push_back(command);
     }
@@ -295,16 +305,17 @@ void Document::Storage::readGroup(const toml::table& table)
         const Notice notice = readNotice(*member, group.code);
         checkKey(*member, notice.key);
         if (std::ranges::find(ownNotices, notice.cmdTwo, &Notice::cmdTwo) != ownNotices.end()) {
-            toml_file::report(problems, *member, "the notice's code occurs twice in the group");
+            toml_file::report(problems, *member,
+                              fmt::format("expected each code once in the group, got {} again", notice.cmdTwo));
         }
         ownNotices.push_back(notice);
     }
     reader.finish();
     if (std::ranges::find(groups, group.code, &Group::code) != groups.end()) {
-        reader.report("code", "the group's code occurs twice");
+        reader.report("code", fmt::format("expected each group's code once, got {} again", group.code));
     }
     if (std::ranges::find(groups, group.key, &Group::key) != groups.end()) {
-        reader.report("key", "the group's key occurs twice");
+        reader.report("key", fmt::format("expected each group's key once, got {} again", inQuotes(group.key)));
     }
     group.commands = ownCommands;
     group.notices = ownNotices;
@@ -316,8 +327,7 @@ void Document::Storage::checkReadBacks(const toml::table& root)
     const auto isRead = [&](std::string_view wanted) {
         return std::ranges::any_of(groups, [&](const Group& group) {
             return std::ranges::any_of(group.commands, [&](const Command& command) {
-                return command.access == Access::kRead &&
-                       wanted == std::string(group.key) + "." + std::string(command.key);
+                return command.access == Access::kRead && wanted == fmt::format("{}.{}", group.key, command.key);
             });
         });
     };
@@ -329,7 +339,7 @@ void Document::Storage::checkReadBacks(const toml::table& root)
             const std::string wanted = entry.text("read-back");
             if (!wanted.empty() && !isRead(wanted)) {
                 toml_file::report(problems, *command->get("read-back"),
-                                  "'" + wanted + "' is not a command of the catalogue that reads");
+                                  fmt::format("'read-back': expected a command that reads, got {}", inQuotes(wanted)));
             }
         }
     }

@@ -47,7 +47,7 @@ void checkNames(std::span<const Field> params, std::span<const Argument> argumen
         const std::string& name = argument->first;
         if (std::ranges::find(names, name) == names.end()) {
             throw UserError(names.empty() ? fmt::format("expected no parameter, got {}", inQuotes(name))
-                                          : fmt::format("expected one of {}, got {}{}", fmt::join(names, ", "),
+                                          : fmt::format("expected {}, got {}{}", fmt::join(names, " or "),
                                                         inQuotes(name), didYouMean(name, names)));
         }
         if (std::any_of(arguments.begin(), argument, [&](const Argument& each) { return each.first == name; })) {

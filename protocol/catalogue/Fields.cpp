@@ -1,5 +1,7 @@
 #include "protocol/catalogue/Fields.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <numeric>
 #include <utility>
@@ -59,7 +61,7 @@ private:
 
     void complain(const Field& field, const std::string& what)
     {
-        values_.problems.push_back(std::string(field.name) + ": " + what);
+        values_.problems.push_back(fmt::format("{}: {}", field.name, what));
     }
 
     void add(const Field& field, Value value, std::string problem)
@@ -90,9 +92,8 @@ private:
     {
         const std::size_t size = sizeOf(field.type);
         if (left_.size() < size) {
-            complain(field, left_.empty()
-                                ? "missing"
-                                : "cut short, " + std::to_string(left_.size()) + " of " + plural(size, "byte"));
+            complain(field, fmt::format("expected {}, got {}", plural(size, "byte"),
+                                        left_.empty() ? "none" : fmt::to_string(left_.size())));
             return false;
         }
         const std::int64_t number = numberOf(field.type, take(size));
@@ -107,21 +108,25 @@ private:
         const Bytes bytes = take(left_.size());
         Value value = field.type == Type::kBytes ? Value(std::vector<std::uint8_t>(bytes.begin(), bytes.end()))
                                                  : Value(std::string(bytes.begin(), bytes.end()));
-        add(field, std::move(value), textProblem(field, bytes));
+        std::string problem = textProblem(field, bytes);
+        if (field.lenient && !problem.empty()) {
+            values_.remarks.push_back(fmt::format("unusual {}, {}", field.name, std::exchange(problem, {})));
+        }
+        add(field, std::move(value), std::move(problem));
     }
 
     static std::string textProblem(const Field& field, Bytes bytes)
     {
         const auto size = static_cast<std::int64_t>(bytes.size());
         if (size < field.minimum || size > field.maximum) {
-            return "expected " + describe(field) + ", got " + plural(bytes.size(), "byte");
+            return fmt::format("expected {}, got {}", describe(field), plural(bytes.size(), "byte"));
         }
         if (field.type == Type::kHexText && !std::ranges::all_of(bytes, isHexDigit)) {
-            return "expected hexadecimal digits only";
+            return "expected hexadecimal digits only, got others";
         }
-        const auto printable = [](std::uint8_t c) { return c >= 0x20 && c < 0x7F; };
-        if (field.type == Type::kAscii && !std::ranges::all_of(bytes, printable)) {
-            return "expected printable characters only";
+        const std::string text(bytes.begin(), bytes.end());
+        if (field.type == Type::kAscii && printable(text) != text) {
+            return "expected printable UTF-8, got other bytes";
         }
         return {};
     }
@@ -136,16 +141,16 @@ private:
         while (records.size() < std::min(announced, there)) {
             FieldValues values = decodeFields(field.fields, take(size));
             for (const std::string& each : values.problems) {
-                complain(field, "record " + std::to_string(records.size() + 1) + ": " + each);
+                complain(field, fmt::format("record {}: {}", records.size() + 1, each));
             }
             records.push_back(std::move(values.fields));
         }
         const auto read = static_cast<std::int64_t>(records.size());
         const bool whole = records.size() == announced;
         if (!whole) {
-            problem = "expected " + plural(announced, "record") + ", got " + std::to_string(read);
+            problem = fmt::format("expected {}, got {}", plural(announced, "record"), read);
         } else if (read < field.minimum || read > field.maximum) {
-            problem = "expected " + describe(field) + ", got " + std::to_string(read);
+            problem = fmt::format("expected {}, got {}", describe(field), read);
         }
         add(field, std::move(records), std::move(problem));
         return whole;

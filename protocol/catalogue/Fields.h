@@ -15,6 +15,8 @@ struct FieldValues {
     std::vector<std::uint8_t> rest;
     /// One line for each field that does not fit. Bytes after the last field are not a problem here.
     std::vector<std::string> problems;
+    /// One line for each legal value that is unusual.
+    std::vector<std::string> remarks;
 };
 
 /// Never fails.

@@ -1,5 +1,9 @@
+#include <fmt/format.h>
+
 #include <string>
 
+#include "protocol/Quantity.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
@@ -8,16 +12,17 @@ namespace protocol::catalogue {
 
 namespace {
 
-/// Only printable ASCII is left as it is: what a line brings must not steer a terminal.
+/// Escapes what could steer a terminal, and every byte beyond ASCII unless the whole text is readable UTF-8.
 std::string quotedText(std::string_view text)
 {
+    const bool readable = printable(text) == text;
     std::string out = "\"";
     for (const char c : text) {
         const auto byte = static_cast<std::uint8_t>(c);
         if (c == '"' || c == '\\') {
             out += '\\';
             out += c;
-        } else if (byte >= 0x20 && byte < 0x7F) {
+        } else if ((byte >= 0x20 && byte < 0x7F) || (readable && byte >= 0x80)) {
             out += c;
         } else {
             out += "\\x" + formatHexBytes(Bytes(&byte, 1));
@@ -28,16 +33,15 @@ std::string quotedText(std::string_view text)
 
 std::string formatNumber(const DecodedField& field, std::int64_t number)
 {
-    std::string text = std::to_string(number);
+    const std::string text = fmt::to_string(number);
     if (const std::string_view choice = field.choice(); !choice.empty()) {
-        return text + " (" + std::string(choice) + ")";
+        return fmt::format("{} ({})", text, choice);
     }
     if (const auto& scale = field.field->scale) {
-        text += " (" + scaled(number, scale->factor) + " " + std::string(scale->unit);
-        text += (scale->only.empty() ? "" : " ") + std::string(scale->only) + ")";
-        return text;
+        return fmt::format("{} ({} {}{}{})", text, shortText(static_cast<double>(number) * scale->factor), scale->unit,
+                           scale->only.empty() ? "" : " ", scale->only);
     }
-    return field.field->unit.empty() ? text : text + " " + std::string(field.field->unit);
+    return field.field->unit.empty() ? text : fmt::format("{} {}", text, field.field->unit);
 }
 
 std::string formatRecords(const std::vector<Record>& records)
@@ -46,7 +50,7 @@ std::string formatRecords(const std::vector<Record>& records)
     for (const Record& record : records) {
         text += text.size() > 1 ? ", {" : "{";
         for (const DecodedField& field : record) {
-            text += (text.back() == '{' ? "" : " ") + std::string(field.field->name) + "=" + format(field);
+            text += fmt::format("{}{}={}", text.back() == '{' ? "" : " ", field.field->name, format(field));
         }
         text += '}';
     }
@@ -92,19 +96,22 @@ std::string format(Groups groups, const Decoded& decoded, const Frame& frame)
     std::string text = subjectOf(groups, decoded, frame);
     std::string values;
     for (const DecodedField& field : decoded.fields) {
-        values += " " + std::string(field.field->name) + "=" + format(field);
+        values += fmt::format(" {}={}", field.field->name, format(field));
     }
     if (!decoded.rest.empty()) {
         values += (decoded.known() ? " + " : " ") + formatHexBytes(decoded.rest);
     }
     if (values.empty() && decoded.reply != nullptr && !decoded.reply->when.empty()) {
-        values = " " + std::string(decoded.reply->when);
+        values = fmt::format(" {}", decoded.reply->when);
     }
     if (!values.empty()) {
         text += ":" + values;
     }
     for (const std::string& problem : decoded.problems) {
-        text += " (! " + problem + ")";
+        text += fmt::format(" (! {})", problem);
+    }
+    for (const std::string& remark : decoded.remarks) {
+        text += fmt::format(" (note: {})", remark);
     }
     return text;
 }

@@ -90,9 +90,8 @@ std::string noSuchGroup(Groups groups, std::string_view key, std::size_t dot)
     }
     const std::vector<std::string_view> words(keys.begin(), keys.end());
     const std::string suggestion = didYouMean(key, words);
-    const auto group = dot == std::string_view::npos
-                           ? std::string()
-                           : fmt::format(": there is no group {}", inQuotes(key.substr(0, dot)));
+    const auto group =
+        dot == std::string_view::npos ? std::string() : fmt::format(": unknown group {}", inQuotes(key.substr(0, dot)));
     return fmt::format("{} is not a command{}", inQuotes(key),
                        suggestion.empty() ? group + " (see 'catalogue list')" : suggestion);
 }

@@ -103,7 +103,7 @@ TEST(NoSuchCommand, SaysWhatWasProbablyMeant)
 TEST(NoSuchCommand, SaysThatThereIsNoSuchGroup)
 {
     EXPECT_EQ(noSuchCommand(sample::kGroups, "radio.on"),
-              "'radio.on' is not a command: there is no group 'radio' (see 'catalogue list')");
+              "'radio.on' is not a command: unknown group 'radio' (see 'catalogue list')");
     EXPECT_EQ(noSuchCommand(sample::kGroups, "radio"), "'radio' is not a command (see 'catalogue list')");
 }
 

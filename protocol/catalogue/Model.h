@@ -96,6 +96,8 @@ struct Field {
     std::span<const Field> fields;
     /// Whether the value is masked wherever it is shown or recorded. Texts and bytes only.
     bool secret = false;
+    /// Whether a text or bytes of another length or other characters are legal too, only unusual.
+    bool lenient = false;
 };
 
 /// A frame of the head unit.

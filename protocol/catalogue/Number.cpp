@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "protocol/Quantity.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Codec.h"
 
@@ -18,40 +19,11 @@ namespace {
 
 using Limits = std::numeric_limits<std::int64_t>;
 
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 std::string_view withoutBlanks(std::string_view text)
 {
     const auto begin = std::min(text.find_first_not_of(' '), text.size());
     text.remove_prefix(begin);
     return text.substr(0, text.find_last_not_of(' ') + 1);
-}
-
-/// A number with something behind it: "87.5" and "MHz".
-struct Measured {
-    double number = 0;
-    std::string_view unit;
-};
-
-/// @returns no unit when `text` does not begin with a plain decimal number: no exponent, no "inf", no "nan".
-Measured parseMeasured(std::string_view text)
-{
-    Measured measured;
-    const std::size_t sign = text.starts_with('-') ? 1 : 0;
-    if (text.size() == sign || !isDigit(text[sign])) {
-        return measured;
-    }
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, measured.number, std::chars_format::fixed);
-    if (result.ec == std::errc::result_out_of_range) {
-        const double huge = std::numeric_limits<double>::infinity();
-        measured.number = sign == 1 ? -huge : huge;
-    }
-    measured.unit = withoutBlanks({result.ptr, end});
-    return measured;
 }
 
 [[noreturn]] void refuse(const Field& field, std::string_view text)
@@ -68,13 +40,13 @@ std::int64_t parseScaled(const Field& field, const Scale& scale, std::string_vie
     const double steps = number / scale.factor;
     const double whole = std::round(steps);
     if (whole < static_cast<double>(field.minimum) || whole > static_cast<double>(field.maximum)) {
-        throw UserError(fmt::format("{}: {} is out of range {} to {} {}", field.name, text,
-                                    scaled(field.minimum, scale.factor), scaled(field.maximum, scale.factor),
-                                    scale.unit));
+        throw UserError(fmt::format("{}: expected {} to {} {}, got {}", field.name,
+                                    shortText(static_cast<double>(field.minimum) * scale.factor),
+                                    shortText(static_cast<double>(field.maximum) * scale.factor), scale.unit, text));
     }
     // A written decimal fraction and a product of binary ones differ by less than this.
     if (std::abs(steps - whole) > 1e-4) {
-        throw UserError(fmt::format("{}: expected a multiple of {} {}, got {}", field.name, scaled(1, scale.factor),
+        throw UserError(fmt::format("{}: expected a multiple of {} {}, got {}", field.name, shortText(scale.factor),
                                     scale.unit, text));
     }
     return static_cast<std::int64_t>(whole);
@@ -106,16 +78,27 @@ bool parseInteger(std::string_view text, std::int64_t& number)
     return true;
 }
 
-std::string numberProblem(const Field& field, std::int64_t number)
+namespace {
+
+/// @returns what `field` expects in place of `number`; empty if the number is good.
+std::string expectation(const Field& field, std::int64_t number)
 {
     const bool named = std::ranges::any_of(field.choices, [&](const Choice& choice) { return choice.value == number; });
     if (named) {
         return {};
     }
     if (number < field.minimum || number > field.maximum) {
-        return fmt::format("{} is out of range {}", number, describeRange(field));
+        return "expected " + describeRange(field);
     }
-    return field.open || field.choices.empty() ? "" : fmt::format("{} is none of {}", number, describeChoices(field));
+    return field.open || field.choices.empty() ? "" : "expected " + describeChoices(field);
+}
+
+}  // namespace
+
+std::string numberProblem(const Field& field, std::int64_t number)
+{
+    const std::string expected = expectation(field, number);
+    return expected.empty() ? "" : fmt::format("{}, got {}", expected, number);
 }
 
 std::int64_t parseNumber(const Field& field, std::string_view text)
@@ -128,22 +111,22 @@ std::int64_t parseNumber(const Field& field, std::string_view text)
 
     std::int64_t number = 0;
     if (parseInteger(text, number)) {
-        if (const std::string problem = numberProblem(field, number); !problem.empty()) {
+        if (const std::string expected = expectation(field, number); !expected.empty()) {
             // As the user wrote it: 0x100, not 256, and a huge number in full.
-            throw UserError(fmt::format("{}: {}{}", field.name, text, problem.substr(problem.find(' '))));
+            throw UserError(fmt::format("{}: {}, got {}", field.name, expected, text));
         }
         return number;
     }
 
-    const Measured measured = parseMeasured(text);
-    if (measured.unit.empty()) {
+    const auto quantity = parseQuantity(text);
+    if (!quantity || quantity->unit.empty()) {
         refuse(field, text);
     }
-    if (field.scale && measured.unit == field.scale->unit) {
-        return parseScaled(field, *field.scale, text, measured.number);
+    if (field.scale && quantity->unit == field.scale->unit) {
+        return parseScaled(field, *field.scale, text, quantity->number);
     }
-    if (measured.unit == field.unit) {
-        return parseScaled(field, {1, field.unit, {}}, text, measured.number);
+    if (quantity->unit == field.unit) {
+        return parseScaled(field, {1, field.unit, {}}, text, quantity->number);
     }
     refuse(field, text);
 }

@@ -72,7 +72,7 @@ code = 5
 key = "lost"
 title = "Lost"
 meaning = "The signal is lost."
-fields = [{ name = "mac", type = "hex", minimum = 2, maximum = 12, example = "0A" }]
+fields = [{ name = "mac", type = "hex", minimum = 2, maximum = 12, lenient = true, example = "0A" }]
 
 [[group]]
 code = 127
@@ -105,27 +105,27 @@ constexpr Choice kChoice2[] = {
     {9, "top"},
 };
 constexpr Field kField3[] = {
-    {"band", Type{0}, "", "", std::nullopt, 1, 4, kChoice1, false, false, "fm", {}, false},
-    {"level", Type{1}, "as heard", "dB", std::nullopt, 0, 65535, kChoice2, true, true, "top", {}, false},
-    {"code", Type{5}, "", "", std::nullopt, 2, 6, {}, true, true, "01 02", {}, true},
+    {"band", Type{0}, "", "", std::nullopt, 1, 4, kChoice1, false, false, "fm", {}, false, false},
+    {"level", Type{1}, "as heard", "dB", std::nullopt, 0, 65535, kChoice2, true, true, "top", {}, false, false},
+    {"code", Type{5}, "", "", std::nullopt, 2, 6, {}, true, true, "01 02", {}, true, false},
 };
 constexpr Field kField4[] = {
-    {"frequency", Type{3}, "", "", Scale{1e-07, "MHz", "on FM"}, 0, 4294967295, {}, true, false, "950000000", {}, false},
+    {"frequency", Type{3}, "", "", Scale{1e-07, "MHz", "on FM"}, 0, 4294967295, {}, true, false, "950000000", {}, false, false},
 };
 constexpr Reply kReply5[] = {
     {130, 1, "", kField4},
     {255, 255, "nothing plays", {}},
 };
 constexpr Field kField6[] = {
-    {"id", Type{6}, "", "", std::nullopt, 4, 4, {}, true, false, "abcd", {}, false},
+    {"id", Type{6}, "", "", std::nullopt, 4, 4, {}, true, false, "abcd", {}, false, false},
 };
 constexpr Field kField7[] = {
-    {"number", Type{2}, "", "", std::nullopt, 0, 16777215, {}, true, false, "", {}, false},
-    {"signal", Type{4}, "", "", std::nullopt, -2147483648, 2147483647, {}, true, false, "", {}, false},
+    {"number", Type{2}, "", "", std::nullopt, 0, 16777215, {}, true, false, "", {}, false, false},
+    {"signal", Type{4}, "", "", std::nullopt, -2147483648, 2147483647, {}, true, false, "", {}, false, false},
 };
 constexpr Field kField8[] = {
-    {"count", Type{0}, "", "\\", std::nullopt, 0, 9, {}, true, false, "1", {}, false},
-    {"list", Type{8}, "", "", std::nullopt, 0, 9, {}, true, false, "5:-7", kField7, false},
+    {"count", Type{0}, "", "\\", std::nullopt, 0, 9, {}, true, false, "1", {}, false, false},
+    {"list", Type{8}, "", "", std::nullopt, 0, 9, {}, true, false, "5:-7", kField7, false, false},
 };
 constexpr Reply kReply9[] = {
     {130, 4, "", kField8},
@@ -136,7 +136,7 @@ constexpr Command kCommand10[] = {
     {2, 3, "wipe", "Wipe", "Wipes.", Access::kWrite, true, false, 0, kField6, {}, "", kReply9, "tuner.played", "ids"},
 };
 constexpr Field kField11[] = {
-    {"mac", Type{7}, "", "", std::nullopt, 2, 12, {}, true, false, "0A", {}, false},
+    {"mac", Type{7}, "", "", std::nullopt, 2, 12, {}, true, false, "0A", {}, false, true},
 };
 constexpr Notice kNotice12[] = {
     {130, 5, "lost", "Lost", "The signal is lost.", kField11},
@@ -179,7 +179,7 @@ The unit sends on its own:
 
 | frame | fields | when | example |
 | --- | --- | --- | --- |
-| `82 05`<br>`tuner.lost` | *mac* (hex; 2 to 12 bytes) | The signal is lost. | `2A A2 00 04 82 05 30 41 FF 04` |
+| `82 05`<br>`tuner.lost` | *mac* (hex; usually 2 to 12 bytes) | The signal is lost. | `2A A2 00 04 82 05 30 41 FF 04` |
 
 ## Last, group `7F`, `az09-_`
 
@@ -202,7 +202,7 @@ local frames = {
     { 2, 1, "tuner.played", {} },
     { 2, 3, "tuner.wipe", {{ name = "id", type = "ascii", minimum = 4, maximum = 4 }} },
     { 130, 1, "tuner.played", {{ name = "frequency", type = "u32be", size = 4, minimum = 0, maximum = 4294967295 }} },
-    { 130, 5, "tuner.lost", {{ name = "mac", type = "hex", minimum = 2, maximum = 12 }} },
+    { 130, 5, "tuner.lost", {{ name = "mac", type = "hex", minimum = 2, maximum = 12, lenient = true }} },
     { 255, 255, "tuner.played", {} },
     { 130, 4, "tuner.wipe", {{ name = "count", type = "u8", size = 1, unit = "\\", minimum = 0, maximum = 9 }, { name = "list", type = "records", minimum = 0, maximum = 9, fields = {{ name = "number", type = "u24be", size = 3, minimum = 0, maximum = 16777215 }, { name = "signal", type = "i32be", size = 4, minimum = -2147483648, maximum = 2147483647 }} }} },
 }
@@ -215,7 +215,7 @@ TEST(WritersTest, ThePageHasASectionForAGroupAndARowForACommandWithItsFramesAsEx
     const std::string page = writeMarkdown(groups());
 
     EXPECT_THAT(page, HasSubstr("\n## Test mode, group `0F`, `test`\n"));
-    EXPECT_THAT(page, HasSubstr("| `0F 01`<br>`test.media-ready` | — | Asks whether the media player module has "
+    EXPECT_THAT(page, HasSubstr("| `0F 01`<br>`test.media-ready` | — | Tells whether the media player module has "
                                 "started. | `8F 01`: *ready* (u8; 0 no, 1 yes) | `2A A2 00 02 0F 01 FF EE`<br>"
                                 "`2A A2 00 03 8F 01 01 00 FF 6C` |\n"));
     EXPECT_THAT(page, HasSubstr("*track* (u8; 1 to 255; counted from 1)"));

@@ -5,7 +5,7 @@
 
 namespace protocol::toml_file {
 
-/// An error at a place of a file; lines and columns count from 1.
+/// An error in a file. Lines and columns count from 1; line 0 stands for the whole file.
 struct Problem {
     unsigned line = 1;
     unsigned column = 1;
@@ -20,7 +20,7 @@ using Problems = std::vector<Problem>;
 /// Sorts by place.
 void sort(Problems& problems);
 
-/// @returns "FILE:LINE:COLUMN: TEXT".
+/// @returns "FILE:LINE:COLUMN: TEXT"; "FILE: TEXT" for a problem of the whole file.
 std::string format(const std::string& file, const Problem& problem);
 
 }  // namespace protocol::toml_file

@@ -1,11 +1,16 @@
 #include "protocol/toml/TableReader.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <span>
 #include <tuple>
 #include <utility>
 
+#include "protocol/Quantity.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Codec.h"
 
@@ -24,20 +29,72 @@ std::string alternatives(std::span<const std::string_view> words)
 {
     std::string list;
     for (std::size_t i = 0; i < words.size(); ++i) {
-        list += i == 0 ? "" : i + 1 < words.size() ? ", " : " or ";
-        list += '"' + std::string(words[i]) + '"';
+        list += fmt::format("{}\"{}\"", i == 0 ? "" : i + 1 < words.size() ? ", " : " or ", words[i]);
     }
     return list;
 }
 
-/// @returns "1", "0 to 255", "0 or more".
+/// @returns "1", "0 to 255", "a number of at least 4".
 std::string rangeText(std::int64_t minimum, std::int64_t maximum)
 {
-    const std::string text = std::to_string(minimum);
     if (maximum == std::numeric_limits<std::int64_t>::max()) {
-        return "a number of at least " + text;
+        return fmt::format("a number of at least {}", minimum);
     }
-    return minimum == maximum ? text : text + " to " + std::to_string(maximum);
+    return minimum == maximum ? fmt::to_string(minimum) : fmt::format("{} to {}", minimum, maximum);
+}
+
+/// @returns what a value is, for the end of a message: "5", "\"5\"", "a table".
+std::string shown(const toml::node& node)
+{
+    if (const auto* text = node.as_string()) {
+        return fmt::format("\"{}\"", text->get());
+    }
+    if (const auto* integer = node.as_integer()) {
+        return fmt::to_string(integer->get());
+    }
+    if (const auto* number = node.as_floating_point()) {
+        return shortText(number->get());
+    }
+    if (const auto* flag = node.as_boolean()) {
+        return flag->get() ? "true" : "false";
+    }
+    return node.is_table() ? "a table" : node.is_array() ? "an array" : "a date or a time";
+}
+
+/// @returns what the parser's complaint means in a file of ours.
+std::string explained(std::string_view complaint)
+{
+    struct Row {
+        std::string_view part;
+        std::string_view meaning;
+    };
+    static constexpr auto kRows = std::to_array<Row>({
+        {"key or closing '}', saw '\\n'", "expected a table in braces on one line, got a line end in it"},
+        {"closing '}', saw '\\n'", "expected a table in braces on one line, got a line end in it"},
+        {"dangling comma", "expected no comma before the closing brace"},
+        {"string: unescaped control", "expected the quotation mark that ends the text, got the end of the line"},
+        {"string: encountered end-of-file", "expected the quotation mark that ends the text, got the end of the file"},
+        {"could not determine value type", "expected a value, such as \"text\", 5, true, [ … ] or { … }"},
+        {"expected value, saw", "expected a value behind '='"},
+        {"expected '=', saw", "expected '=' behind the key"},
+        {"closing ']', saw comma", "expected a value or ']', got a comma"},
+        {"comma or closing ']'", "expected a comma or ']' behind the value"},
+        {"comma or closing '}'", "expected a comma or '}' behind the value"},
+        {"cannot redefine existing", "expected each key once, got it again"},
+        {"expected a comment or whitespace", "expected the end of the line"},
+        {"encountered end-of-file", "expected more, got the end of the file"},
+        {"leading zeroes", "expected a number without leading zeros"},
+        {"UTF-8", "expected a file in UTF-8"},
+        {"utf-8", "expected a file in UTF-8"},
+    });
+    for (const Row& row : kRows) {
+        if (complaint.find(row.part) != std::string_view::npos) {
+            return std::string(row.meaning);
+        }
+    }
+    constexpr std::string_view kPrefix = "Error while parsing ";
+    complaint.remove_prefix(complaint.starts_with(kPrefix) ? kPrefix.size() : 0);
+    return fmt::format("expected a file in TOML's syntax; {}", complaint);
 }
 
 /// The parser recurses into nested tables, and each part of a key nests one more.
@@ -105,24 +162,20 @@ void sort(Problems& problems)
 
 std::string format(const std::string& file, const Problem& problem)
 {
-    return printable(file + ":" + std::to_string(problem.line) + ":" + std::to_string(problem.column) + ": " +
-                     problem.text);
+    return printable(problem.line == 0 ? fmt::format("{}: {}", file, problem.text)
+                                       : fmt::format("{}:{}:{}: {}", file, problem.line, problem.column, problem.text));
 }
 
 toml::table parse(std::string_view text, Problems& problems)
 {
     if (const auto place = findDeepKey(text)) {
-        problems.push_back(at(*place, "expected at most " + std::to_string(kMostKeyParts) + " parts in a dotted key"));
+        problems.push_back(at(*place, fmt::format("expected at most {} parts in a dotted key", kMostKeyParts)));
         return {};
     }
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {
-        std::string what(error.description());
-        if (what.find("closing '}'") != std::string::npos) {
-            what += "; a table in braces stands on one line";
-        }
-        problems.push_back(at(error.source().begin, std::move(what)));
+        problems.push_back(at(error.source().begin, explained(error.description())));
         return {};
     }
 }
@@ -143,7 +196,7 @@ const toml::node* TableReader::look(std::string_view key, bool required, std::st
     const toml::node* found = table_.get(key);
     if (found == nullptr && required) {
         toml_file::report(problems_, table_,
-                          "the " + what_ + " has no " + inQuotes(key) + ": expected " + std::string(kind));
+                          fmt::format("expected the key {} with {} in the {}, got none", inQuotes(key), kind, what_));
     }
     return found;
 }
@@ -160,7 +213,7 @@ std::optional<std::string> TableReader::optionalText(std::string_view key)
         return std::nullopt;
     }
     if (!found->is_string()) {
-        toml_file::report(problems_, *found, inQuotes(key) + ": expected a text");
+        mistyped(key, *found, "a text");
         return std::nullopt;
     }
     return found->as_string()->get();
@@ -173,7 +226,7 @@ std::string TableReader::text(std::string_view key, bool required)
     }
     auto found = optionalText(key).value_or("");
     if (required && found.empty() && table_.get(key)->is_string()) {
-        report(key, inQuotes(key) + " is empty");
+        mistyped(key, *table_.get(key), "a text that is not empty");
     }
     return found;
 }
@@ -186,14 +239,12 @@ std::optional<std::int64_t> TableReader::integer(std::string_view key, bool requ
         return std::nullopt;
     }
     if (!found->is_integer()) {
-        toml_file::report(problems_, *found, inQuotes(key) + ": expected an integer");
+        mistyped(key, *found, "an integer");
         return std::nullopt;
     }
     const std::int64_t value = found->as_integer()->get();
     if (value < minimum || value > maximum) {
-        toml_file::report(
-            problems_, *found,
-            inQuotes(key) + ": expected " + rangeText(minimum, maximum) + ", got " + std::to_string(value));
+        mistyped(key, *found, rangeText(minimum, maximum));
         return std::nullopt;
     }
     return value;
@@ -207,7 +258,26 @@ std::optional<double> TableReader::number(std::string_view key, bool required)
     }
     const auto value = found->is_number() ? found->value<double>() : std::nullopt;
     if (!value || *value != *value) {
-        toml_file::report(problems_, *found, inQuotes(key) + ": expected a number");
+        mistyped(key, *found, "a number");
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<double> TableReader::seconds(std::string_view key, double least, double most)
+{
+    const toml::node* found = node(key);
+    if (found == nullptr) {
+        return std::nullopt;
+    }
+    const auto* text = found->as_string();
+    const auto value = text != nullptr      ? parseSeconds(text->get())
+                       : found->is_number() ? found->value<double>()
+                                            : std::nullopt;
+    if (!value || !(*value >= least && *value <= most)) {
+        const auto range =
+            fmt::format("a time from {} s to {} s, as in 0.5 or \"500ms\"", shortText(least), shortText(most));
+        mistyped(key, *found, range);
         return std::nullopt;
     }
     return value;
@@ -220,7 +290,7 @@ bool TableReader::boolean(std::string_view key, bool otherwise)
         return otherwise;
     }
     if (!found->is_boolean()) {
-        toml_file::report(problems_, *found, inQuotes(key) + ": expected true or false");
+        mistyped(key, *found, "true or false");
         return otherwise;
     }
     return found->as_boolean()->get();
@@ -238,7 +308,7 @@ std::optional<std::size_t> TableReader::oneOf(std::string_view key, const std::v
     }
     const auto found = std::ranges::find(words, *word);
     if (found == words.end()) {
-        report(key, inQuotes(key) + ": expected " + alternatives(words) + ", got \"" + *word + '"');
+        mistyped(key, *table_.get(key), alternatives(words));
         return std::nullopt;
     }
     return static_cast<std::size_t>(found - words.begin());
@@ -251,7 +321,7 @@ const toml::table* TableReader::table(std::string_view key, bool required)
         return nullptr;
     }
     if (!found->is_table()) {
-        toml_file::report(problems_, *found, inQuotes(key) + ": expected a table");
+        mistyped(key, *found, "a table, { … }");
         return nullptr;
     }
     return found->as_table();
@@ -265,15 +335,14 @@ std::vector<const toml::table*> TableReader::tables(std::string_view key, bool r
         return list;
     }
     if (!found->is_array()) {
-        toml_file::report(problems_, *found,
-                          inQuotes(key) + ": expected an array of tables, [[" + std::string(key) + "]]");
+        mistyped(key, *found, fmt::format("an array of tables, [[{}]]", key));
         return list;
     }
     for (const toml::node& element : *found->as_array()) {
         if (element.is_table()) {
             list.push_back(element.as_table());
         } else {
-            toml_file::report(problems_, element, inQuotes(key) + " holds something that is not a table");
+            mistyped(key, element, "tables only, { … }");
         }
     }
     return list;
@@ -284,10 +353,19 @@ void TableReader::finish()
     const std::vector<std::string_view> words(known_.begin(), known_.end());
     for (const auto& [key, value] : table_) {
         if (!known_.contains(key.str())) {
-            problems_.push_back(at(key.source().begin, "the " + what_ + " has no key " + inQuotes(key.str()) +
-                                                           protocol::didYouMean(key.str(), words)));
+            const std::string hint = didYouMean(key.str(), words);
+            problems_.push_back(at(key.source().begin,
+                                   hint.empty()
+                                       ? fmt::format("unknown key {}: the {} takes {}", inQuotes(key.str()), what_,
+                                                     words.empty() ? "none" : fmt::format("{}", fmt::join(words, ", ")))
+                                       : fmt::format("unknown key {}{}", inQuotes(key.str()), hint)));
         }
     }
+}
+
+void TableReader::mistyped(std::string_view key, const toml::node& value, std::string_view expected)
+{
+    toml_file::report(problems_, value, fmt::format("{}: expected {}, got {}", inQuotes(key), expected, shown(value)));
 }
 
 void TableReader::report(std::string_view key, std::string text)

@@ -35,6 +35,8 @@ public:
                                         std::int64_t minimum = std::numeric_limits<std::int64_t>::min(),
                                         std::int64_t maximum = std::numeric_limits<std::int64_t>::max());
     std::optional<double> number(std::string_view key, bool required = false);
+    /// A time: a number of seconds, or a text with a unit such as "500ms".
+    std::optional<double> seconds(std::string_view key, double least, double most);
     bool boolean(std::string_view key, bool otherwise);
 
     /// @returns the index of the key's value in `words`, or nothing.
@@ -60,6 +62,7 @@ public:
 
 private:
     const toml::node* look(std::string_view key, bool required, std::string_view kind);
+    void mistyped(std::string_view key, const toml::node& value, std::string_view expected);
 
     const toml::table& table_;
     std::string what_;

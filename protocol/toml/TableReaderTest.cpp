@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <initializer_list>
 
 namespace protocol::toml_file {
 namespace {
@@ -28,6 +29,7 @@ TEST(Problems, AreOneLineWithFileLineAndColumn)
 {
     EXPECT_EQ(format("plan.toml", {3, 14, "is\nwrong"}), "plan.toml:3:14: is␊wrong");
     EXPECT_EQ(format("plan.toml", {}), "plan.toml:1:1: ");
+    EXPECT_EQ(format("plan.toml", {0, 0, "no such file"}), "plan.toml: no such file");
 }
 
 /// What a reader of a value reports, and where.
@@ -82,6 +84,16 @@ INSTANTIATE_TEST_SUITE_P(
         Read{"NumberOfATruth", "a = true", [](R& r) { return r.number("a").has_value(); }, "1:5", false},
         Read{"NumberMissing", "", [](R& r) { return r.number("a").has_value(); }, "", false},
         Read{"NumberMissingThatIsRequired", "", [](R& r) { return r.number("a", true).has_value(); }, "1:1", false},
+        Read{"Time", "a = 0.5", [](R& r) { return r.seconds("a", 0, 10) == 0.5; }, "", true},
+        Read{"TimeThatIsWhole", "a = 2", [](R& r) { return r.seconds("a", 0, 10) == 2; }, "", true},
+        Read{"TimeWithAUnit", "a = '500ms'", [](R& r) { return r.seconds("a", 0, 10) == 0.5; }, "", true},
+        Read{"TimeAtItsMost", "a = '10 s'", [](R& r) { return r.seconds("a", 0, 10) == 10; }, "", true},
+        Read{"TimeTooLong", "a = '11 s'", [](R& r) { return r.seconds("a", 0, 10).has_value(); }, "1:5", false},
+        Read{"TimeTooShort", "a = 0.9", [](R& r) { return r.seconds("a", 1, 10).has_value(); }, "1:5", false},
+        Read{"TimeThatIsNone", "a = nan", [](R& r) { return r.seconds("a", 0, 10).has_value(); }, "1:5", false},
+        Read{"TimeWithAForeignUnit", "a = '1 V'", [](R& r) { return r.seconds("a", 0, 10).has_value(); }, "1:5", false},
+        Read{"TimeOfATruth", "a = true", [](R& r) { return r.seconds("a", 0, 10).has_value(); }, "1:5", false},
+        Read{"TimeMissing", "", [](R& r) { return r.seconds("a", 0, 10).has_value(); }, "", false},
         Read{"Text", "a = 'b'", [](R& r) { return r.text("a") == "b"; }, "", true},
         Read{"TextRequired", "a = 'b'", [](R& r) { return r.text("a", true) == "b"; }, "", true},
         Read{"TextEmpty", "a = ''", [](R& r) { return r.text("a").empty(); }, "", true},
@@ -95,26 +107,10 @@ INSTANTIATE_TEST_SUITE_P(
         Read{"UntruthRead", "a = false", [](R& r) { return r.boolean("a", true); }, "", false},
         Read{"TruthMissing", "", [](R& r) { return r.boolean("a", true) && !r.boolean("a", false); }, "", true},
         Read{"TruthOfANumber", "a = 1", [](R& r) { return r.boolean("a", true); }, "1:5", true},
-        Read{"WordFirst", "a = 'on'",
-             [](R& r) {
-                 return r.oneOf("a", {"on", "off"}) == 0U;
-             },
-             "", true},
-        Read{"WordLast", "a = 'off'",
-             [](R& r) {
-                 return r.oneOf("a", {"on", "off"}) == 1U;
-             },
-             "", true},
-        Read{"WordUnknown", "a = 'of'",
-             [](R& r) {
-                 return r.oneOf("a", {"on", "off"}).has_value();
-             },
-             "1:5", false},
-        Read{"WordOfANumber", "a = 1",
-             [](R& r) {
-                 return r.oneOf("a", {"on", "off"}).has_value();
-             },
-             "1:5", false},
+        Read{"WordFirst", "a = 'on'", [](R& r) { return r.oneOf("a", {"on", "off"}) == 0U; }, "", true},
+        Read{"WordLast", "a = 'off'", [](R& r) { return r.oneOf("a", {"on", "off"}) == 1U; }, "", true},
+        Read{"WordUnknown", "a = 'of'", [](R& r) { return r.oneOf("a", {"on", "off"}).has_value(); }, "1:5", false},
+        Read{"WordOfANumber", "a = 1", [](R& r) { return r.oneOf("a", {"on", "off"}).has_value(); }, "1:5", false},
         Read{"WordMissing", "", [](R& r) { return r.oneOf("a", {"on"}).has_value(); }, "", false},
         Read{"WordMissingThatIsRequired", "", [](R& r) { return r.oneOf("a", {"on"}, true).has_value(); }, "1:1",
              false},
@@ -165,6 +161,41 @@ TEST(TableReader, ListsTheWordsThatItExpects)
 
     ASSERT_THAT(problems, SizeIs(1));
     EXPECT_THAT(problems[0].text, HasSubstr("\"next\", \"stop-group\" or \"stop\""));
+}
+
+/// Every type of value that stands in place of a number, as a message shows it.
+TEST(TableReader, ShowsWhatItGot)
+{
+    const auto messageFor = [](const char* text) {
+        Problems problems;
+        const toml::table table = parse(text, problems);
+        TableReader(table, "step", problems).number("a");
+        return problems.at(0).text;
+    };
+    EXPECT_EQ(messageFor("a = 'b'"), "'a': expected a number, got \"b\"");
+    EXPECT_EQ(messageFor("a = true"), "'a': expected a number, got true");
+    EXPECT_EQ(messageFor("a = false"), "'a': expected a number, got false");
+    EXPECT_EQ(messageFor("a = nan"), "'a': expected a number, got nan");
+    EXPECT_EQ(messageFor("a = {}"), "'a': expected a number, got a table");
+    EXPECT_EQ(messageFor("a = []"), "'a': expected a number, got an array");
+    EXPECT_EQ(messageFor("a = 2026-11-22"), "'a': expected a number, got a date or a time");
+}
+
+TEST(TableReader, SaysWhichKeysThereAreForAnUnknownOneUnlikeAll)
+{
+    const auto messageFor = [](const char* text, std::initializer_list<const char*> keys) {
+        Problems problems;
+        const toml::table table = parse(text, problems);
+        TableReader reader(table, "step", problems);
+        for (const char* key : keys) {
+            reader.node(key);
+        }
+        reader.finish();
+        return problems.at(0).text;
+    };
+    EXPECT_EQ(messageFor("retry = 1", {"retry_delay", "retries"}), "unknown key 'retry'; did you mean 'retries'?");
+    EXPECT_EQ(messageFor("colour = 1", {"name", "wait"}), "unknown key 'colour': the step takes name, wait");
+    EXPECT_EQ(messageFor("colour = 1", {}), "unknown key 'colour': the step takes none");
 }
 
 TEST(Parse, ATableInBracesOnTwoLinesIsExplained)

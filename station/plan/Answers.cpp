@@ -3,15 +3,13 @@
 #include <fmt/format.h>
 #include <toml++/toml.h>
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <span>
 #include <vector>
 
-#include "protocol/catalogue/Codec.h"
+#include "protocol/Quantity.h"
+#include "protocol/Text.h"
 #include "protocol/toml/TableReader.h"
 #include "station/plan/Load.h"
-#include "station/record/ValueText.h"
 
 namespace station::plan {
 
@@ -44,10 +42,10 @@ std::optional<std::string> typed(const toml::node& node)
         return flag->get() ? "yes" : "no";
     }
     if (const auto* integer = node.as_integer()) {
-        return std::to_string(integer->get());
+        return fmt::to_string(integer->get());
     }
     if (const auto* number = node.as_floating_point()) {
-        return record::shortText(number->get());
+        return protocol::shortText(number->get());
     }
     return std::nullopt;
 }
@@ -59,8 +57,8 @@ void reportUnknown(Problems& problems, const toml::key& key, std::span<const Pro
                            [](const Prompt* prompt) { return std::string_view(prompt->id); });
     const auto place = key.source().begin;
     problems.push_back({place.line, place.column,
-                        fmt::format("expected a question of the plan, got {}{}", protocol::inQuotes(key.str()),
-                                    protocol::didYouMean(key.str(), ids))});
+                        fmt::format("expected the id of a question of the plan, got {}{}",
+                                    protocol::inQuotes(key.str()), protocol::didYouMean(key.str(), ids))});
 }
 
 std::string_view trimmed(std::string_view text)
@@ -126,13 +124,8 @@ std::optional<std::string> parseAnswer(Prompt::Kind kind, std::string_view text)
                 return "yes";
             }
             return answer == "n" || answer == "N" || answer == "no" ? std::optional<std::string>("no") : std::nullopt;
-        case Prompt::Kind::kNumber: {
-            double number = 0;
-            const auto end = answer.data() + answer.size();
-            const auto result = std::from_chars(answer.data(), end, number);
-            const bool complete = result.ec == std::errc() && result.ptr == end && std::isfinite(number);
-            return complete ? std::optional(std::string(answer)) : std::nullopt;
-        }
+        case Prompt::Kind::kNumber:
+            return protocol::parseFinite(answer) ? std::optional(std::string(answer)) : std::nullopt;
         case Prompt::Kind::kText:
             break;
     }
@@ -144,7 +137,7 @@ Answers readAnswers(const std::string& path, const Plan& plan, Problems& problem
     try {
         return {readFile(path), plan, problems};
     } catch (const std::system_error& error) {
-        problems.push_back({1, 1, "cannot be read: " + error.code().message()});
+        problems.push_back(unreadable(error));
         return {};
     }
 }

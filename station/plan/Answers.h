@@ -30,7 +30,7 @@ private:
     std::map<std::string, Table, std::less<>> perPort_;
 };
 
-/// Reads a file of answers. A file that cannot be read is a problem at its beginning.
+/// Reads a file of answers. A file that cannot be read is a problem, too.
 Answers readAnswers(const std::string& path, const Plan& plan, protocol::toml_file::Problems& problems);
 
 /// Reads an answer as people give it.

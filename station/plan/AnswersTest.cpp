@@ -54,21 +54,21 @@ TEST(Answers, WhateverIsWrongIsReportedWithItsPlace)
     for (const auto& problem : problems) {
         lines.push_back(format("F", problem));
     }
-    EXPECT_THAT(lines, ElementsAre("F:1:1: expected a question of the plan, got 'litt'; did you mean 'lit'?",
+    EXPECT_THAT(lines, ElementsAre("F:1:1: expected the id of a question of the plan, got 'litt'; did you mean 'lit'?",
                                    "F:2:11: current: expected a number, got 'much'",
                                    "F:3:9: label: expected a text, got another type",
                                    "F:5:7: lit: expected yes or no, got '3'"));
 }
 
-TEST(Answers, FileThatCannotBeReadIsAProblemAtItsBeginning)
+TEST(Answers, FileThatCannotBeReadIsAProblemWithoutAPlace)
 {
     protocol::toml_file::Problems problems;
 
     const Answers answers = readAnswers("/no/such/answers.toml", askingPlan(), problems);
 
     ASSERT_EQ(problems.size(), 1u);
-    EXPECT_EQ(problems[0].line, 1u);
-    EXPECT_EQ(problems[0].column, 1u);
+    EXPECT_EQ(problems[0].line, 0u);
+    EXPECT_EQ(problems[0].column, 0u);
     EXPECT_EQ(answers.find("/dev/a", "lit"), std::nullopt);
 }
 

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 
 #include "protocol/Errors.h"
+#include "protocol/Quantity.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/Pattern.h"
@@ -26,18 +26,6 @@ std::string upper(std::string text)
     std::ranges::transform(text, text.begin(),
                            [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
     return text;
-}
-
-/// @returns "8700 to 8800 10 kHz", "at least 3".
-std::string rangeText(const Expected& expected)
-{
-    const auto& [low, high] = std::pair(expected.minimum, expected.maximum);
-    if (low && high) {
-        return record::withUnit(fmt::format("{} to {}", record::shortText(*low), record::shortText(*high)),
-                                expected.unit);
-    }
-    return record::withUnit(low ? "at least " + record::shortText(*low) : "at most " + record::shortText(*high),
-                            expected.unit);
 }
 
 bool inRange(const Expected& expected, double value)
@@ -68,9 +56,18 @@ record::Scalar scalarOf(const catalogue::DecodedField& field, bool asNumber, dou
         if (!asNumber && !field.choice().empty()) {
             return std::string(field.choice());
         }
-        return static_cast<double>(*number) * factor;
+        // Without the noise of the binary fraction.
+        return protocol::parseFinite(protocol::shortText(static_cast<double>(*number) * factor)).value_or(0);
     }
     return written(field);
+}
+
+/// @returns "speed: expected 0, got 70", with the limits and the value as every report shows them.
+std::string missText(const Measurement& measurement, bool secret)
+{
+    return fmt::format("{}: expected {}, got {}{}", measurement.name,
+                       record::toText(measurement.limits, measurement.unit),
+                       record::toText(measurement.value, measurement.unit), secret ? " (masked)" : "");
 }
 
 /// Compares one field.
@@ -94,72 +91,55 @@ public:
         measurement_.limits.maximum = expected_.maximum;
 
         if (ranged) {
-            compareRange(factor);
+            const auto* number = std::get_if<std::int64_t>(&field_.value);
+            passes(number != nullptr && inRange(expected_, static_cast<double>(*number) * factor));
         }
         if (expected_.equals) {
-            compareValue(factor);
+            compareValue(factor, ranged);
         }
         if (expected_.matches) {
             comparePattern();
         }
-        if (expected_.present && !*expected_.present) {
-            miss("no value");
-        }
-        if (measurement_.passed && !field_.problem.empty()) {
-            measurement_.passed = false;
-            wanted_ = fmt::format("a value that the catalogue allows ({})", field_.problem);
-        }
-        if (const std::string mask = catalogue::maskOf(field_); !mask.empty()) {
+        const std::string mask = catalogue::maskOf(field_);
+        if (!mask.empty()) {
             measurement_.value = mask;
         }
         if (!measurement_.passed) {
-            judgement.misses.push_back(
-                fmt::format("{}: expected {}, got {}", expected_.name, wanted_, catalogue::format(field_)));
+            judgement.misses.push_back(missText(measurement_, !mask.empty()));
+        } else if (expected_.present && !*expected_.present) {
+            passes(false);
+            judgement.misses.push_back(fmt::format("{}: expected no value, got {}", measurement_.name,
+                                                   record::toText(measurement_.value, measurement_.unit)));
+        } else if (!field_.problem.empty()) {
+            passes(false);
+            judgement.misses.push_back(fmt::format("{}: {}", measurement_.name, field_.problem));
         }
         judgement.measurements.push_back(std::move(measurement_));
     }
 
 private:
-    void miss(const std::string& wanted)
-    {
-        measurement_.passed = false;
-        wanted_ += (wanted_.empty() ? "" : " and ") + wanted;
-    }
+    void passes(bool good) { measurement_.passed = measurement_.passed && good; }
 
-    void compareRange(double factor)
-    {
-        const auto* number = std::get_if<std::int64_t>(&field_.value);
-        if (number == nullptr || !inRange(expected_, static_cast<double>(*number) * factor)) {
-            miss(rangeText(expected_));
-        }
-    }
-
-    void compareValue(double factor)
+    void compareValue(double factor, bool asNumber)
     {
         const std::string text = substitute(*expected_.equals, variables_);
         const catalogue::DecodedField wanted{field_.field, literal(*field_.field, text), {}};
         const std::string mask = catalogue::maskOf(wanted);
-        measurement_.limits.equals =
-            mask.empty() ? scalarOf(wanted, std::holds_alternative<double>(measurement_.value), factor) : mask;
-        if (!same(*field_.field, field_.value, wanted.value)) {
-            miss(catalogue::format(wanted));
-        }
+        measurement_.limits.equals = mask.empty() ? scalarOf(wanted, asNumber, factor) : mask;
+        passes(same(*field_.field, field_.value, wanted.value));
     }
 
     void comparePattern()
     {
         const std::string pattern = substituteInPattern(*expected_.matches, variables_);
         measurement_.limits.matches = shownPattern(pattern, field_.field->secret);
-        if (!matches(written(field_), pattern)) {
-            miss(fmt::format("a text that matches /{}/", *measurement_.limits.matches));
-        }
+        passes(matches(written(field_), pattern));
     }
 
     const Expected& expected_;
     const catalogue::DecodedField& field_;
     const Variables& variables_;
     Measurement measurement_;
-    std::string wanted_;
 };
 
 void judgeMissing(const Expected& expected, const Variables& variables, Judgement& judgement)
@@ -184,7 +164,9 @@ void judgeMissing(const Expected& expected, const Variables& variables, Judgemen
     }
     measurement.passed = empty;
     if (!empty) {
-        judgement.misses.push_back(fmt::format("{}: the answer lacks this field", expected.name));
+        const std::string wanted = record::toText(measurement.limits, measurement.unit);
+        judgement.misses.push_back(fmt::format("{}: expected {}, got a reply without this field", expected.name,
+                                               wanted.empty() ? "a value" : wanted));
     }
     judgement.measurements.push_back(std::move(measurement));
 }
@@ -224,53 +206,63 @@ Judgement judge(std::span<const Expected> expected, std::span<const catalogue::D
 
 Judgement judge(const Prompt& prompt, const std::string& answer, const Variables& variables)
 {
+    const Expected expected = prompt.expect.value_or(Expected{});
     Measurement measurement;
     measurement.name = prompt.id;
     measurement.value = answer;
-    const Expected expected = prompt.expect.value_or(Expected{});
     measurement.unit = expected.unit;
-    std::string wanted;
     if (prompt.kind == Prompt::Kind::kNumber) {
-        double number = 0;
-        std::from_chars(answer.data(), answer.data() + answer.size(), number);
+        const double number = protocol::parseFinite(answer).value_or(0);
         measurement.value = number;
         measurement.limits.minimum = expected.minimum;
         measurement.limits.maximum = expected.maximum;
-        if (!inRange(expected, number)) {
-            wanted = rangeText(expected);
-        }
+        measurement.passed = inRange(expected, number);
     } else if (prompt.kind == Prompt::Kind::kYesNo) {
         measurement.value = answer == "yes";
         if (expected.equals) {
             measurement.limits.equals = *expected.equals == "yes";
-            wanted = answer == *expected.equals ? "" : *expected.equals;
+            measurement.passed = answer == *expected.equals;
         }
     } else {
         if (expected.equals) {
             const std::string text = substitute(*expected.equals, variables);
             measurement.limits.equals = text;
-            wanted = answer == text ? "" : fmt::format("\"{}\"", text);
+            measurement.passed = answer == text;
         }
         if (expected.matches) {
             const std::string pattern = substituteInPattern(*expected.matches, variables);
             measurement.limits.matches = pattern;
-            wanted = matches(answer, pattern) ? wanted : fmt::format("a text that matches /{}/", pattern);
+            measurement.passed = measurement.passed && matches(answer, pattern);
         }
     }
-    measurement.passed = wanted.empty();
     Judgement judgement;
     if (prompt.secret) {
         measurement.value = std::string(answer.size(), catalogue::kMask);
         measurement.limits = {};
-        if (!wanted.empty()) {
-            judgement.misses.push_back(fmt::format("{}: expected another answer of the operator (masked)", prompt.id));
-        }
-    } else if (!wanted.empty()) {
-        const std::string said = prompt.kind == Prompt::Kind::kText ? fmt::format("\"{}\"", answer) : answer;
-        judgement.misses.push_back(fmt::format("{}: expected {} from the operator, got {}", prompt.id, wanted, said));
+    }
+    if (!measurement.passed) {
+        judgement.misses.push_back(
+            prompt.secret ? fmt::format("{}: expected another answer from the operator (masked)", prompt.id)
+                          : fmt::format("{}: expected {} as the operator's answer, got {}", prompt.id,
+                                        record::toText(measurement.limits, measurement.unit),
+                                        record::toText(measurement.value, measurement.unit)));
     }
     judgement.measurements.push_back(std::move(measurement));
     return judgement;
+}
+
+std::string mistyped(const Prompt& prompt, const std::string& answer, const Variables& variables)
+{
+    if (prompt.kind != Prompt::Kind::kText || !prompt.expect || !prompt.expect->matches) {
+        return {};
+    }
+    const std::string pattern = substituteInPattern(*prompt.expect->matches, variables);
+    if (matches(answer, pattern)) {
+        return {};
+    }
+    return prompt.secret
+               ? "expected another text (masked)"
+               : fmt::format("expected a text that matches /{}/, got {}", pattern, protocol::inQuotes(answer));
 }
 
 catalogue::Value literal(const catalogue::Field& field, const std::string& written)
@@ -283,6 +275,12 @@ catalogue::Value literal(const catalogue::Field& field, const std::string& writt
     }
     if (written.empty() && catalogue::sizeOf(field.type) == 0) {
         return std::string();
+    }
+    // A unit may answer with UTF-8, which a station does not send.
+    const auto size = static_cast<std::int64_t>(written.size());
+    if (field.type == catalogue::Type::kAscii && protocol::printable(written) == written && size >= field.minimum &&
+        size <= field.maximum) {
+        return written;
     }
     // A command that has this field only: the codec knows all ways to write a value.
     catalogue::Field only = field;
@@ -327,7 +325,7 @@ bool same(const catalogue::Field& field, const catalogue::Value& one, const cata
 std::string written(const catalogue::DecodedField& field)
 {
     if (const auto* number = std::get_if<std::int64_t>(&field.value)) {
-        return std::to_string(*number);
+        return fmt::to_string(*number);
     }
     if (const auto* text = std::get_if<std::string>(&field.value)) {
         return *text;

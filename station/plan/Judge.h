@@ -31,6 +31,11 @@ Judgement judge(std::span<const Expected> expected, std::span<const protocol::ca
 /// variable without value.
 Judgement judge(const Prompt& prompt, const std::string& answer, const Variables& variables);
 
+/// @returns why a text that an operator typed or scanned does not have the form that the question asks for; empty if it
+/// does.
+/// Throws protocol::UserError for a variable without value.
+std::string mistyped(const Prompt& prompt, const std::string& answer, const Variables& variables);
+
 /// @returns whether `value` is `limit` or less, but for rounding: 8707 × 0.01 is at most 87.07.
 bool isAtMost(double value, double limit);
 

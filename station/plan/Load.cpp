@@ -80,7 +80,7 @@ Group loadGroup(const Context& outer, Context& context, const toml::table& table
         group.steps.push_back(loading::loadStep(context, *step));
     }
     if (group.steps.empty() && context.problems.size() == before) {
-        reader.report("steps", "the group has no steps");
+        reader.report("steps", "'steps': expected at least one step, got none");
     }
     reader.finish();
     return group;
@@ -105,7 +105,7 @@ void loadPlan(Context& context, const toml::table& table, Plan& plan)
     }
     plan.name = reader.text("name", true);
     if (!plan.name.empty() && !isPlanName(plan.name)) {
-        reader.report("name", fmt::format("'name': expected at most 64 small letters, digits and '-', got {}",
+        reader.report("name", fmt::format("'name': expected at most 64 lower-case letters, digits and '-', got {}",
                                           protocol::inQuotes(plan.name)));
     }
     plan.title = reader.text("title", true);
@@ -118,7 +118,7 @@ void loadPlan(Context& context, const toml::table& table, Plan& plan)
     plan.main = loadPhase(context, reader, "main", otherwise);
     plan.teardown = loadPhase(context, reader, "teardown", OnFailure::kNext);
     if (plan.main.empty() && reader.node("main") == nullptr) {
-        protocol::toml_file::report(context.problems, table, "expected a [[main]] group");
+        protocol::toml_file::report(context.problems, table, "expected a [[main]] group, got none");
     }
     reader.finish();
 }
@@ -217,6 +217,14 @@ std::string readFile(const std::string& path)
     return text;
 }
 
+protocol::toml_file::Problem unreadable(const std::system_error& error)
+{
+    return {0, 0,
+            error.code() == std::errc::no_such_file_or_directory
+                ? "no such file"
+                : fmt::format("cannot be read: {}", error.code().message())};
+}
+
 PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups)
 {
     PlanFile file{path, {}, {}};
@@ -225,7 +233,7 @@ PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups)
         file.sha256 = record::sha256(text);
         file.loaded = load(text, path, groups);
     } catch (const std::system_error& error) {
-        file.loaded.problems.push_back({1, 1, "cannot be read: " + error.code().message()});
+        file.loaded.problems.push_back(unreadable(error));
     }
     return file;
 }

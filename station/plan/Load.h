@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "protocol/toml/Problem.h"
 #include "station/plan/Plan.h"
@@ -26,6 +27,9 @@ Loaded load(std::string_view text, const std::string& path, protocol::catalogue:
 /// Reads a file of up to 4 MiB. Throws std::system_error if it cannot be read.
 std::string readFile(const std::string& path);
 
+/// @returns the problem of a file that readFile() cannot read.
+protocol::toml_file::Problem unreadable(const std::system_error& error);
+
 /// A plan on the disk.
 struct PlanFile {
     std::string path;
@@ -33,7 +37,7 @@ struct PlanFile {
     Loaded loaded;
 };
 
-/// Reads and checks a plan. A file that cannot be read has one problem, at its beginning.
+/// Reads and checks a plan. A file that cannot be read has one problem, unreadable().
 PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups);
 
 /// The default folder of the plans that come with the tool, from the root of the source tree.

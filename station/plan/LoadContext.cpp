@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "protocol/Quantity.h"
 #include "station/plan/Judge.h"
 #include "station/plan/Variables.h"
-#include "station/record/ValueText.h"
 
 namespace station::plan::loading {
 
@@ -23,9 +23,8 @@ void checkVariables(Context& context, const toml::node& node, std::string_view t
 {
     for (const std::string& name : variablesIn(text)) {
         if (!context.variables.contains(name)) {
-            protocol::toml_file::report(
-                context.problems, node,
-                fmt::format("no earlier step stores {}: give one store = \"{}\"", inQuotes(name), name));
+            protocol::toml_file::report(context.problems, node,
+                                        fmt::format("expected an earlier step with store = \"{}\", got none", name));
         }
     }
 }
@@ -33,35 +32,27 @@ void checkVariables(Context& context, const toml::node& node, std::string_view t
 std::optional<std::string> writtenValue(Context& context, const toml::node& node, std::string_view name)
 {
     if (const auto* integer = node.as_integer()) {
-        return std::to_string(integer->get());
+        return fmt::to_string(integer->get());
     }
     if (const auto* number = node.as_floating_point()) {
-        return record::shortText(number->get());
+        return protocol::shortText(number->get());
     }
     if (const auto* text = node.as_string()) {
         checkVariables(context, node, text->get());
         return text->get();
     }
-    protocol::toml_file::report(
-        context.problems, node,
-        fmt::format("{}: expected {}", inQuotes(name),
-                    node.is_boolean() ? "the name of a choice, got true or false" : "a number or a text"));
+    protocol::toml_file::report(context.problems, node,
+                                fmt::format("{}: expected {}", inQuotes(name),
+                                            node.is_boolean() ? "a choice's name in quotation marks, got true or false"
+                                                              : "a number or a text, got another type"));
     return std::nullopt;
 }
 
 Duration seconds(TableReader& reader, std::string_view key, Duration otherwise, double least)
 {
     constexpr double kDay = 86400;
-    const auto value = reader.number(key);
-    if (!value) {
-        return otherwise;
-    }
-    if (*value < least || *value > kDay) {
-        reader.report(key, fmt::format("{}: expected seconds from {} to 86400, got {}", inQuotes(key),
-                                       record::shortText(least), record::shortText(*value)));
-        return otherwise;
-    }
-    return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(*value));
+    const auto value = reader.seconds(key, least, kDay);
+    return value ? std::chrono::duration_cast<Duration>(std::chrono::duration<double>(*value)) : otherwise;
 }
 
 std::optional<OnFailure> onFailure(TableReader& reader)
@@ -82,7 +73,7 @@ std::vector<std::pair<std::string, std::string>> loadConditions(Context& context
     if (const auto* table = reader.table("only_if")) {
         for (const auto& [key, node] : *table) {
             if (!context.variables.contains(key.str())) {
-                report(context, key, "no earlier step stores " + inQuotes(key.str()));
+                report(context, key, fmt::format("expected an earlier step with store = \"{}\", got none", key.str()));
             }
             if (const auto value = writtenValue(context, node, key.str())) {
                 list.emplace_back(key.str(), *value);
@@ -96,7 +87,7 @@ bool loadRequires(TableReader& reader)
 {
     const auto word = reader.optionalText("requires");
     if (word && *word != "headunit") {
-        reader.report("requires", "'requires': expected 'headunit', got " + inQuotes(*word));
+        reader.report("requires", fmt::format("'requires': expected \"headunit\", got \"{}\"", *word));
     }
     return word.has_value();
 }

@@ -41,7 +41,7 @@ std::optional<std::string> writtenValue(Context& context, const toml::node& node
 /// Reports ${variables} in the text of `node` that no earlier step stores.
 void checkVariables(Context& context, const toml::node& node, std::string_view text);
 
-/// @returns seconds as a duration, from `least` to a day; `otherwise` without the key.
+/// @returns the time under the key, from `least` seconds to a day; `otherwise` without the key.
 Duration seconds(protocol::toml_file::TableReader& reader, std::string_view key, Duration otherwise, double least = 0);
 
 std::optional<OnFailure> onFailure(protocol::toml_file::TableReader& reader);

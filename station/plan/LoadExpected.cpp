@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <iterator>
 
+#include "protocol/Quantity.h"
 #include "protocol/catalogue/Codec.h"
 #include "station/Pattern.h"
 #include "station/plan/Judge.h"
 #include "station/plan/LoadContext.h"
 #include "station/plan/Variables.h"
-#include "station/record/ValueText.h"
 
 namespace station::plan::loading {
 
@@ -59,12 +59,13 @@ void checkRange(TableReader& reader, const Field& field, const Expected& expecte
     }
     const std::string_view key = low ? "min" : "max";
     if (!isNumber(field)) {
-        reader.report(key, inQuotes(field.name) + " is not a number: expect it with equals or matches");
+        reader.report(key, fmt::format("{}: expected 'equals' or 'matches' for a text or bytes, got {}",
+                                       inQuotes(field.name), inQuotes(key)));
         return;
     }
     if (low && high && *low > *high) {
-        reader.report("max", fmt::format("'max': expected at least {}, got {}", record::shortText(*low),
-                                         record::shortText(*high)));
+        reader.report("max", fmt::format("'max': expected at least {}, got {}", protocol::shortText(*low),
+                                         protocol::shortText(*high)));
         return;
     }
     const double factor = expected.scaled ? field.scale->factor : 1;
@@ -74,8 +75,8 @@ void checkRange(TableReader& reader, const Field& field, const Expected& expecte
     if (tooHigh || (high && !isAtMost(least, *high))) {
         const char* wrong = tooHigh ? "min" : "max";
         reader.report(wrong,
-                      fmt::format("'{}': expected a limit from {} to {}, got {}", wrong, record::shortText(least),
-                                  record::shortText(most), record::shortText(tooHigh ? *low : *high)));
+                      fmt::format("'{}': expected a limit from {} to {}, got {}", wrong, protocol::shortText(least),
+                                  protocol::shortText(most), protocol::shortText(tooHigh ? *low : *high)));
     }
 }
 
@@ -91,9 +92,9 @@ void checkPattern(Context& context, const toml::node& node, const std::string& p
         station::checkPattern(substitute(pattern, values));
     } catch (const PatternError& error) {
         if (values.empty() || !error.inNumbers()) {
-            protocol::toml_file::report(
-                context.problems, node,
-                fmt::format("{} is not a regular expression in RE2's syntax: {}", inQuotes(pattern), error.what()));
+            protocol::toml_file::report(context.problems, node,
+                                        fmt::format("expected a regular expression in RE2's syntax, got {}: {}",
+                                                    inQuotes(pattern), error.what()));
         }
     }
 }
@@ -118,8 +119,10 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
     expected.field = &field;
     expected.unit = field.unit;
     if (field.type == catalogue::Type::kRecords) {
-        protocol::toml_file::report(context.problems, node,
-                                    inQuotes(field.name) + " is a list of records: expect the count before it");
+        protocol::toml_file::report(
+            context.problems, node,
+            fmt::format("{}: expected a field with one value, got a list of records: compare their count",
+                        inQuotes(field.name)));
         return expected;
     }
     if (!node.is_table()) {
@@ -144,7 +147,8 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
     if (expected.matches) {
         checkPattern(context, *reader.node("matches"), *expected.matches);
         if (isNumber(field)) {
-            reader.report("matches", inQuotes(field.name) + " is a number: expect it with min, max or equals");
+            reader.report("matches", fmt::format("{}: expected 'min', 'max' or 'equals' for a number, got 'matches'",
+                                                 inQuotes(field.name)));
         }
     }
     if (reader.node("present") != nullptr) {
@@ -170,9 +174,9 @@ std::vector<Expected> loadExpected(Context& context, const toml::table& table, c
         std::ranges::transform(fields, std::back_inserter(names), &Field::name);
         std::string hint = protocol::didYouMean(key.str(), names);
         if (hint.empty()) {
-            hint = names.empty() ? ": it has no fields" : fmt::format(": it has {}", fmt::join(names, ", "));
+            hint = names.empty() ? ", which has no fields" : fmt::format(", which has {}", fmt::join(names, ", "));
         }
-        report(context, key, fmt::format("{} is not a field of {}{}", inQuotes(key.str()), frame, hint));
+        report(context, key, fmt::format("unknown field {} of {}{}", inQuotes(key.str()), frame, hint));
     }
     return list;
 }
@@ -184,11 +188,12 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
     switch (prompt.kind) {
         case Prompt::Kind::kYesNo: {
             const std::string text = node.is_string() ? node.as_string()->get() : "";
-            if (text != "yes" && text != "no") {
-                protocol::toml_file::report(context.problems, node, "'expect': expected \"yes\" or \"no\"");
+            if (text == "yes" || text == "no") {
+                expected.equals = text;
+            } else if (text != "any") {
+                protocol::toml_file::report(context.problems, node, "'expect': expected \"yes\", \"no\" or \"any\"");
                 return std::nullopt;
             }
-            expected.equals = text;
             return expected;
         }
         case Prompt::Kind::kNumber: {
@@ -203,8 +208,8 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
             expected.unit = reader.text("unit");
             if (expected.minimum && expected.maximum && *expected.minimum > *expected.maximum) {
                 reader.report("max",
-                              fmt::format("'max': expected at least {}, got {}", record::shortText(*expected.minimum),
-                                          record::shortText(*expected.maximum)));
+                              fmt::format("'max': expected at least {}, got {}", protocol::shortText(*expected.minimum),
+                                          protocol::shortText(*expected.maximum)));
             }
             reader.finish();
             return expected;

@@ -39,7 +39,7 @@ std::vector<const Field*> fieldsOf(std::span<const catalogue::Reply> replies)
 std::string shown(const std::string& value)
 {
     const bool plain = !value.empty() && value.find_first_of(" \t\"'") == std::string::npos;
-    return plain ? value : "\"" + value + "\"";
+    return plain ? value : fmt::format("\"{}\"", value);
 }
 
 std::string noSuchNotice(catalogue::Groups groups, std::string_view key)
@@ -57,8 +57,8 @@ std::string noSuchNotice(catalogue::Groups groups, std::string_view key)
     }
     const std::vector<std::string_view> words(keys.begin(), keys.end());
     const std::string hint = protocol::didYouMean(key, words);
-    return fmt::format("{} is not a notice or a later reply{}", inQuotes(key),
-                       hint.empty() ? fmt::format(": expected one of {}", fmt::join(keys, ", ")) : hint);
+    return fmt::format("expected a notice or a command with a later reply, got {}{}", inQuotes(key),
+                       hint.empty() ? fmt::format("; these are {}", fmt::join(keys, ", ")) : hint);
 }
 
 using Json = nlohmann::ordered_json;
@@ -139,9 +139,10 @@ private:
         std::ranges::copy_if(kKinds, std::back_inserter(found),
                              [&](std::string_view kind) { return reader_.node(kind) != nullptr; });
         if (found.size() != 1) {
-            problem(table_, found.empty() ? "expected one of 'send', 'wait', 'prompt' and 'headunit'"
-                                          : fmt::format("the step has both {} and {}: make two steps of it",
-                                                        inQuotes(found[0]), inQuotes(found[1])));
+            problem(table_, found.empty()
+                                ? "expected 'send', 'wait', 'prompt' or 'headunit' in the step, got none"
+                                : fmt::format("expected one action in the step, got {} and {}: make two steps",
+                                              inQuotes(found[0]), inQuotes(found[1])));
             acceptAll();
             return;
         }
@@ -187,7 +188,7 @@ private:
         if (send.command->destructive) {
             const auto place = reader_.node("send")->source().begin;
             context_.warnings.push_back(
-                {place.line, place.column, inQuotes(key) + " cannot be undone: the plan runs with --yes only"});
+                {place.line, place.column, fmt::format("{} cannot be undone: run the plan with --yes", inQuotes(key))});
         }
         step_.action = std::move(send);
     }
@@ -207,8 +208,8 @@ private:
             const bool given = with != nullptr && with->contains(param.name);
             if (!given && !param.optional && context_.problems.size() == before) {
                 problem(with != nullptr ? static_cast<const toml::node&>(*with) : *reader_.node("send"),
-                        fmt::format("{} needs {}: with = {{ {} = {} }}", inQuotes(step_.name), inQuotes(param.name),
-                                    param.name, param.example));
+                        fmt::format("{}: expected the parameter {}, as in with = {{ {} = {} }}, got none",
+                                    inQuotes(step_.name), inQuotes(param.name), param.name, param.example));
             }
         }
         if (context_.problems.size() == before && !variable) {
@@ -235,9 +236,9 @@ private:
             std::ranges::transform(params, std::back_inserter(names), &Field::name);
             const std::string suggestion = protocol::didYouMean(key.str(), names);
             report(context_, key,
-                   fmt::format("{} is not a parameter of {}{}", inQuotes(key.str()), inQuotes(step_.name),
-                               params.empty()       ? ": it takes none"
-                               : suggestion.empty() ? ", which takes " + inQuotes(names.front())
+                   fmt::format("unknown parameter {} of {}{}", inQuotes(key.str()), inQuotes(step_.name),
+                               params.empty()       ? ", which takes none"
+                               : suggestion.empty() ? fmt::format(", which takes {}", fmt::join(names, ", "))
                                                     : suggestion));
             return false;
         }
@@ -277,15 +278,15 @@ private:
             step_.timeout = std::min<Duration>(kSilence, context_.timeout);
             step_.what += ", no reply";
         } else if (send.command->replies.empty() && rule) {
-            reader_.report("reply", inQuotes(step_.name) + " is never answered" + readBackHint(send));
+            reader_.report("reply", fmt::format("{} has no reply{}", inQuotes(step_.name), readBackHint(send)));
         }
         if (expect == nullptr) {
             return;
         }
         if (send.reply == ReplyRule::kNone) {
-            reader_.report("expect", "reply = \"none\" expects silence: there is no reply to compare");
+            reader_.report("expect", "expected either reply = \"none\" or 'expect', got both");
         } else if (send.command->replies.empty()) {
-            reader_.report("expect", inQuotes(step_.name) + " is not answered" + readBackHint(send));
+            reader_.report("expect", fmt::format("{} has no reply{}", inQuotes(step_.name), readBackHint(send)));
         } else {
             send.expect = loadExpected(context_, *expect, fieldsOf(send.command->replies),
                                        "the reply to " + inQuotes(step_.name));
@@ -294,10 +295,11 @@ private:
 
     static std::string readBackHint(const Send& send)
     {
-        return send.command->later.empty() ? send.command->readBack.empty()
-                                                 ? std::string()
-                                                 : ": read back with " + inQuotes(send.command->readBack)
-                                           : std::string(" at once: use expect_later");
+        if (!send.command->later.empty()) {
+            return ", only a later one: use expect_later";
+        }
+        return send.command->readBack.empty() ? ""
+                                              : fmt::format(": read back with {}", inQuotes(send.command->readBack));
     }
 
     void loadLater(Send& send)
@@ -307,7 +309,7 @@ private:
             return;
         }
         if (send.command->later.empty()) {
-            reader_.report("expect_later", inQuotes(step_.name) + " has no later reply");
+            reader_.report("expect_later", fmt::format("{} has no later reply: use expect", inQuotes(step_.name)));
             return;
         }
         send.later = true;
@@ -352,9 +354,11 @@ private:
         step_.what = prompt.text;
         step_.timeout = Duration(0);
         if (!prompt.id.empty() && !isVariableName(prompt.id)) {
-            reader_.report("id", "'id': expected letters, digits, '-' and '_', got " + inQuotes(prompt.id));
+            reader_.report("id",
+                           fmt::format("'id': expected letters, digits, '-' and '_', got {}", inQuotes(prompt.id)));
         } else if (!prompt.id.empty() && !context_.questions.insert(prompt.id).second) {
-            reader_.report("id", "another question has the id " + inQuotes(prompt.id) + " already");
+            reader_.report(
+                "id", fmt::format("'id': expected another id for each question, got {} twice", inQuotes(prompt.id)));
         }
         const auto kind = reader_.oneOf("answer", {"yes-no", "text", "number"});
         prompt.kind = static_cast<Prompt::Kind>(kind.value_or(0));
@@ -386,7 +390,8 @@ private:
             action.raisesEvent = raises;
             action.target = reader.text(sets ? "set" : "event", sets || raises);
             if (sets && !action.target.empty() && !action.target.starts_with('/')) {
-                reader.report("set", "'set': expected a path such as '/audio/volume', got " + inQuotes(action.target));
+                reader.report("set", fmt::format("'set': expected a path such as '/audio/volume', got {}",
+                                                 inQuotes(action.target)));
             }
             if (sets != raises) {
                 loadJson(reader, *table, action);
@@ -394,7 +399,7 @@ private:
             reader.finish();
         }
         step_.name = action.target;
-        step_.what = (action.raisesEvent ? "event " : "set ") + action.target + " " + action.json;
+        step_.what = fmt::format("{} {} {}", action.raisesEvent ? "event" : "set", action.target, action.json);
         step_.needsHeadUnit = true;
         step_.action = std::move(action);
     }
@@ -404,13 +409,13 @@ private:
         const std::string_view key = action.raisesEvent ? "with" : "value";
         const toml::node* value = reader.node(key);
         if (value == nullptr && !action.raisesEvent) {
-            problem(table, "the headunit step has no 'value'");
+            problem(table, "expected the key 'value' in the headunit step, got none");
         } else if (value != nullptr && action.raisesEvent && !value->is_table()) {
-            problem(*value, "'with': expected a table of arguments");
+            problem(*value, "'with': expected a table of arguments, as in { speed = 70 }");
         } else {
             const auto json = value == nullptr ? std::optional<std::string>("{}") : jsonText(*value);
             if (!json) {
-                problem(*value, "expected a value that JSON has, got a date or a time: write a text");
+                problem(*value, "expected a value of JSON, got a date or a time: put it in quotation marks");
             }
             action.json = json.value_or("");
         }
@@ -424,11 +429,11 @@ private:
             return list;
         }
         if (fields.empty()) {
-            problem(*node, inQuotes(frame) + " has no field to store");
+            problem(*node, fmt::format("'store': expected a reply with a field, but {} has none", inQuotes(frame)));
         } else if (const auto* text = node->as_string()) {
             if (fields.size() != 1) {
-                problem(*node, fmt::format("{} has several fields: store = {{ {} = \"{}\" }}", inQuotes(frame),
-                                           text->get(), fields.front()->name));
+                problem(*node, fmt::format("'store': expected one field of {}, as in {{ {} = \"{}\" }}, got {}",
+                                           inQuotes(frame), text->get(), fields.front()->name, inQuotes(text->get())));
                 return list;
             }
             addVariable(*node, text->get());
@@ -441,16 +446,16 @@ private:
                 if (found == fields.end()) {
                     std::vector<std::string_view> names;
                     std::ranges::transform(fields, std::back_inserter(names), &Field::name);
-                    problem(value, field ? fmt::format("{} is not a field of {}{}", inQuotes(*field), inQuotes(frame),
+                    problem(value, field ? fmt::format("unknown field {} of {}{}", inQuotes(*field), inQuotes(frame),
                                                        protocol::didYouMean(*field, names))
-                                         : "expected a field of " + inQuotes(frame));
+                                         : fmt::format("'store': expected the name of a field of {}", inQuotes(frame)));
                     continue;
                 }
                 addVariable(value, std::string(key.str()));
                 list.push_back({std::string(key.str()), *field});
             }
         } else {
-            problem(*node, "expected a name or { NAME = \"FIELD\" }");
+            problem(*node, "'store': expected a name or { NAME = \"FIELD\" }");
         }
         return list;
     }
@@ -458,7 +463,7 @@ private:
     void addVariable(const toml::node& node, const std::string& name)
     {
         if (!isVariableName(name)) {
-            problem(node, "expected letters, digits, '-' and '_', got " + inQuotes(name));
+            problem(node, fmt::format("'store': expected letters, digits, '-' and '_', got {}", inQuotes(name)));
         }
         context_.variables.insert(name);
     }
@@ -478,7 +483,8 @@ private:
         step_.onlyIf = loadConditions(context_, reader_);
         step_.ifStored = reader_.text("if_stored");
         if (!step_.ifStored.empty() && !context_.variables.contains(step_.ifStored)) {
-            reader_.report("if_stored", "no earlier step stores " + inQuotes(step_.ifStored));
+            reader_.report("if_stored",
+                           fmt::format("expected an earlier step with store = \"{}\", got none", step_.ifStored));
         }
     }
 

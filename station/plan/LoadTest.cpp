@@ -133,6 +133,40 @@ steps = [{ send = "test.mode" }]
     EXPECT_EQ(loaded.plan->teardown[0].steps[0].onFailure, OnFailure::kNext);
 }
 
+TEST(Load, TimesAreSecondsOrHaveAUnit)
+{
+    const Loaded loaded = load(std::string(kHead) + R"([defaults]
+timeout = "500ms"
+retry_delay = "2 s"
+teardown_limit = "1.5min"
+[[main]]
+name = "A"
+retry_delay = "0.25"
+duration = "8h"
+steps = [{ send = "test.mode" }, { send = "test.mode", timeout = 3, retry_delay = "1h" }]
+)",
+                               "test.toml", protocol::catalogue::groups());
+
+    ASSERT_TRUE(loaded.plan) << testing::PrintToString(problemsOf(loaded));
+    EXPECT_EQ(loaded.plan->teardownLimit, std::chrono::seconds(90));
+    EXPECT_EQ(loaded.plan->main.at(0).retryDelay, std::chrono::milliseconds(250));
+    EXPECT_EQ(loaded.plan->main[0].duration, std::chrono::hours(8));
+    const auto& steps = loaded.plan->main[0].steps;
+    EXPECT_EQ(steps.at(0).timeout, std::chrono::milliseconds(500));
+    EXPECT_EQ(steps[0].retryDelay, std::chrono::seconds(2));
+    EXPECT_EQ(steps.at(1).timeout, std::chrono::seconds(3));
+    EXPECT_EQ(steps[1].retryDelay, std::chrono::hours(1));
+}
+
+TEST(Load, FileThatCannotBeReadIsAProblemWithoutAPlace)
+{
+    const auto problem = [](const char* path) {
+        return format(path, readPlan(path, protocol::catalogue::groups()).loaded.problems.at(0));
+    };
+    EXPECT_EQ(problem("/no/such/plan.toml"), "/no/such/plan.toml: no such file");
+    EXPECT_EQ(problem("/"), "/: cannot be read: Is a directory");
+}
+
 TEST(Load, DestructiveCommandIsAWarningAtItsPlace)
 {
     const Loaded loaded = loadSteps("{ send = \"car.shut-down\" }");
@@ -140,7 +174,7 @@ TEST(Load, DestructiveCommandIsAWarningAtItsPlace)
     ASSERT_TRUE(loaded.plan);
     ASSERT_THAT(loaded.warnings, SizeIs(1));
     EXPECT_EQ(format("FILE", loaded.warnings[0]),
-              "FILE:6:19: 'car.shut-down' cannot be undone: the plan runs with --yes only");
+              "FILE:6:19: 'car.shut-down' cannot be undone: run the plan with --yes");
     EXPECT_THAT(loaded.plan->destructiveSteps(), SizeIs(1));
 }
 

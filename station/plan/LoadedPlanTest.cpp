@@ -382,13 +382,13 @@ TEST(PlanFile, HasItsHashAndItsPlan)
     EXPECT_TRUE(file.loaded.plan);
 }
 
-TEST(PlanFile, ThatCannotBeReadHasOneProblemAtItsBeginning)
+TEST(PlanFile, ThatCannotBeReadHasOneProblemWithoutAPlace)
 {
     const PlanFile file = readPlan("/no/such/plan.toml", protocol::catalogue::groups());
 
     ASSERT_THAT(file.loaded.problems, SizeIs(1));
-    EXPECT_EQ(file.loaded.problems[0].line, 1U);
-    EXPECT_EQ(file.loaded.problems[0].column, 1U);
+    EXPECT_EQ(file.loaded.problems[0].line, 0U);
+    EXPECT_EQ(file.loaded.problems[0].column, 0U);
     EXPECT_FALSE(file.loaded.plan);
     EXPECT_EQ(file.sha256, "");
 }

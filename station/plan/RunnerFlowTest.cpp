@@ -119,7 +119,7 @@ TEST_F(RunnerFlowTest, RepetitionsAllHaveToPass)
 
     EXPECT_THAT(step(0).attempts, SizeIs(3));
     EXPECT_EQ(verdictOf(step(0)), Verdict::kFail);
-    EXPECT_EQ(reasonOf(step(0)), "mode: expected 1 (on), got 0 (off)");
+    EXPECT_EQ(reasonOf(step(0)), "mode: expected \"on\", got \"off\"");
 }
 
 TEST_F(RunnerFlowTest, GroupIsTriedAgainAsAWhole)
@@ -304,7 +304,7 @@ name = "M"
 steps = [{ send = "audio.set-volume", with = { volume = 3 } }, { wait = "keys.pressed", timeout = 1 }]
 )");
 
-    EXPECT_EQ(reasonOf(step(1)), "the line was lost during the wait for keys.pressed");
+    EXPECT_EQ(reasonOf(step(1)), "expected keys.pressed, but the line was lost meanwhile");
     EXPECT_EQ(verdictOf(run), Verdict::kError);
     EXPECT_EQ(run.line.repeatedSends, 0U);
     EXPECT_TRUE(result.linkFailed);
@@ -327,7 +327,7 @@ steps = [{ send = "tuner.frequency", reply = "none", timeout = 0.05 }]
 )");
 
     EXPECT_EQ(verdictOf(group(0).tries[0].steps[0]), Verdict::kError);
-    EXPECT_THAT(reasonOf(group(0).tries[0].steps[0]), HasSubstr("the line was lost while silence was expected"));
+    EXPECT_THAT(reasonOf(group(0).tries[0].steps[0]), HasSubstr("expected silence, but the line was lost meanwhile"));
 }
 
 TEST_F(LostLineTest, UnitThatComesBackWithoutAutoTestModeHasRestarted)
@@ -654,10 +654,10 @@ steps = [{ send = "other.flag", timeout = 0.05 }]
 
     const record::Headline headline = headlineOf(run);
     EXPECT_EQ(headline.verdict, Verdict::kFail);
-    EXPECT_EQ(headline.reason, "M / test.mode: mode: expected 0 (off), got 1 (on)");
-    EXPECT_THAT(
-        headline.beside,
-        testing::ElementsAre(testing::StartsWith("teardown: TIMEOUT: T / other.flag: no answer within 0.05 s")));
+    EXPECT_EQ(headline.reason, "M / test.mode: mode: expected \"off\", got \"on\"");
+    EXPECT_THAT(headline.beside,
+                testing::ElementsAre(testing::StartsWith(
+                    "teardown: TIMEOUT: T / other.flag: expected the reply of other.flag within 0.05 s, got none")));
 }
 
 TEST_F(RunnerFlowTest, FailureInAnEarlierRoundIsTheReason)
@@ -673,7 +673,7 @@ steps = [{ send = "test.mode", expect = { mode = "on" } }]
 )");
 
     EXPECT_EQ(verdictOf(run), Verdict::kFail);
-    EXPECT_EQ(headlineOf(run).reason, "A / test.mode: mode: expected 1 (on), got 0 (off)");
+    EXPECT_EQ(headlineOf(run).reason, "A / test.mode: mode: expected \"on\", got \"off\"");
 }
 
 TEST_F(RunnerFlowTest, RunWhoseMainPartIsSkippedIsSkipped)

@@ -1,5 +1,8 @@
+#include <fmt/format.h>
+
 #include "station/plan/RunnerTest.h"
 #include "station/record/RecordJson.h"
+#include "station/record/ValueText.h"
 
 namespace station::plan::tests {
 namespace {
@@ -45,7 +48,7 @@ TEST_F(RunnerTest, ReplyBeyondItsLimitsFailsWithWhatCameAndWhatWasExpected)
         R"({ send = "tuner.frequency", expect = { frequency = { min = 8700, max = 8800, unit = "10 kHz" } } })");
 
     EXPECT_EQ(verdictOf(run), Verdict::kFail);
-    EXPECT_THAT(reasonOf(step(0)), HasSubstr("frequency: expected 8700 to 8800 × 10 kHz, got 9470 (94.7 MHz on FM)"));
+    EXPECT_THAT(reasonOf(step(0)), HasSubstr("frequency: expected 8700 to 8800 × 10 kHz, got 9470 × 10 kHz"));
     EXPECT_EQ(headlineOf(run).reason, "G / tuner.frequency: " + reasonOf(step(0)));
 }
 
@@ -132,7 +135,7 @@ TEST_F(RunnerTest, PatternThatAVariableBreaksIsAnError)
         { send = "bluetooth.name", expect = { name = { matches = "[0-9]{5,${name}}" } } })");
 
     EXPECT_EQ(verdictOf(step(1)), Verdict::kError);
-    EXPECT_EQ(reasonOf(step(1)), "invalid repetition size: {5,2}");
+    EXPECT_EQ(reasonOf(step(1)), "expected at most 1000 repetitions in all, the smaller number first, got '{5,2}'");
 }
 
 TEST_F(RunnerTest, SecretIsJudgedAndNowhereInTheRecord)
@@ -154,7 +157,7 @@ TEST_F(RunnerTest, SecretIsJudgedAndNowhereInTheRecord)
     for (const std::size_t good : {0, 1, 2, 3, 4}) {
         EXPECT_EQ(verdictOf(step(good)), Verdict::kPass) << good;
     }
-    EXPECT_EQ(reasonOf(step(5)), "value: expected ************* (masked), got ************ (masked)");
+    EXPECT_EQ(reasonOf(step(5)), "value: expected \"*************\", got \"************\" (masked)");
     EXPECT_EQ(verdictOf(step(6)), Verdict::kFail);
     std::ostringstream written;
     record::writeJson(written, run, protocol::catalogue::groups());
@@ -162,6 +165,61 @@ TEST_F(RunnerTest, SecretIsJudgedAndNowhereInTheRecord)
     EXPECT_THAT(json, Not(HasSubstr(kSecret)));
     EXPECT_THAT(json, Not(HasSubstr("37 33 39 31 38 32")));
     EXPECT_THAT(json, HasSubstr("\"masked\": true"));
+}
+
+/// A limit and a value read the same in the reason, the reports and the record.
+TEST_F(RunnerTest, ReasonShowsLimitAndValueAsTheReportsDo)
+{
+    on[0x090B] = [&](const Frame&) { reply(0x89, 0x0B, {0x00, 70}); };
+    on[0x050B] = [&](const Frame&) { reply(0x85, 0x0B, {3}); };
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x24, 0xFE}); };
+
+    runSteps(R"(
+        { send = "car.speed", expect = { speed = 0 } },
+        { send = "gps.antenna", expect = { state = "good" } },
+        { send = "tuner.frequency", expect = { frequency = { min = 87, max = 88, unit = "MHz" } } })");
+
+    EXPECT_EQ(reasonOf(step(0)), "speed: expected 0, got 70");
+    EXPECT_EQ(reasonOf(step(1)), "state: expected \"good\", got 3");
+    EXPECT_EQ(reasonOf(step(2)), "frequency: expected 87 to 88 MHz, got 94.7 MHz");
+    for (const std::size_t each : {0, 1, 2}) {
+        const auto& measurement = step(each).attempts.at(0).measurements.at(0);
+        EXPECT_EQ(reasonOf(step(each)),
+                  fmt::format("{}: expected {}, got {}", measurement.name, toText(measurement.limits, measurement.unit),
+                              record::toText(measurement.value, measurement.unit)));
+    }
+}
+
+TEST_F(RunnerTest, UnusualAddressAndNameInUtf8Pass)
+{
+    on[0x0407] = [&](const Frame&) { reply(0x84, 0x07, {0x00, 0x1A}); };
+    on[0x0A12] = [&](const Frame&) { reply(0x8A, 0x12, {'n', 'o', 'n', 'e'}); };
+    on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {'Z', 0xC3, 0xBC, 'g'}); };
+
+    const auto& run = runSteps(R"({ send = "bluetooth.address" }, { send = "identity.carplay-mac" },
+        { send = "bluetooth.name", expect = { name = "Züg" } })");
+
+    EXPECT_EQ(verdictOf(step(0)), Verdict::kPass) << reasonOf(step(0));
+    EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
+    EXPECT_EQ(verdictOf(run), Verdict::kPass) << headlineOf(run).reason;
+}
+
+TEST_F(RunnerTest, YesOrNoIsStoredWithoutAVerdictWhenAnyAnswerWillDo)
+{
+    prompter.answers = {{"towbar", "no"}};
+    on[0x040D] = [&](const Frame&) { reply(0x84, 0x0D, {'H', 'U'}); };
+
+    runSteps(R"(
+        { prompt = "Is there a tow bar?", id = "towbar", expect = "any", store = "towbar" },
+        { send = "bluetooth.name", only_if = { towbar = "no" } },
+        { send = "bluetooth.name", only_if = { towbar = "yes" } })");
+
+    EXPECT_EQ(verdictOf(step(0)), Verdict::kPass) << reasonOf(step(0));
+    const auto& measurement = step(0).attempts.at(0).measurements.at(0);
+    EXPECT_FALSE(std::get<bool>(measurement.value));
+    EXPECT_FALSE(any(measurement.limits));
+    EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
+    EXPECT_EQ(verdictOf(step(2)), Verdict::kSkipped);
 }
 
 TEST_F(RunnerTest, EveryFieldThatMissesIsNamed)
@@ -189,11 +247,11 @@ TEST_F(RunnerTest, ChoicesTextsAndBytesAreCompared)
         { send = "bluetooth.address", expect = { address = "00:1a:7d:da:71:14" } })");
 
     EXPECT_EQ(verdictOf(step(0)), Verdict::kPass) << reasonOf(step(0));
-    EXPECT_EQ(reasonOf(step(1)), "mode: expected 0 (off), got 1 (on)");
+    EXPECT_EQ(reasonOf(step(1)), "mode: expected \"off\", got \"on\"");
     EXPECT_EQ(verdictOf(step(2)), Verdict::kPass) << reasonOf(step(2));
     EXPECT_EQ(reasonOf(step(3)), "name: expected \"HU8\", got \"HU7\"");
     EXPECT_EQ(verdictOf(step(4)), Verdict::kPass) << reasonOf(step(4));
-    EXPECT_EQ(reasonOf(step(5)), "address: expected 00 1A 7D DA 71 14, got 00 1A 7D DA 71 13");
+    EXPECT_EQ(reasonOf(step(5)), "address: expected \"00 1A 7D DA 71 14\", got \"00 1A 7D DA 71 13\"");
 }
 
 TEST_F(RunnerTest, SilenceIsATimeoutThatSaysWhenTheUnitIsSilent)
@@ -202,7 +260,8 @@ TEST_F(RunnerTest, SilenceIsATimeoutThatSaysWhenTheUnitIsSilent)
 
     EXPECT_EQ(verdictOf(run), Verdict::kTimeout);
     EXPECT_EQ(reasonOf(step(0)),
-              "no answer within 0.05 s: the unit is silent without a tuner, or when auto-test mode is off");
+              "expected the reply of tuner.frequency within 0.05 s, got none; the unit is silent without a tuner, or "
+              "while auto-test mode is off");
 }
 
 TEST_F(RunnerTest, SilenceIsNotPutDownToAModeThatTheUnitHasSaidIsOn)
@@ -211,7 +270,10 @@ TEST_F(RunnerTest, SilenceIsNotPutDownToAModeThatTheUnitHasSaidIsOn)
 
     runSteps(std::string(R"({ send = "test.mode" }, )") + kAsk);
 
-    EXPECT_EQ(reasonOf(step(1)), "no answer within 0.05 s: the unit is silent without a tuner");
+    EXPECT_EQ(
+        reasonOf(step(1)),
+        "expected the reply of tuner.frequency within 0.05 s, got none although auto-test mode is on; the unit is "
+        "silent without a tuner");
 }
 
 TEST_F(RunnerTest, SilenceAfterTheModeWasSwitchedOffIsPutDownToThat)
@@ -221,7 +283,7 @@ TEST_F(RunnerTest, SilenceAfterTheModeWasSwitchedOffIsPutDownToThat)
 
     runSteps(R"({ send = "test.mode" }, { send = "test.mode" }, { send = "other.flag", timeout = 0.05 })");
 
-    EXPECT_EQ(reasonOf(step(2)), "no answer within 0.05 s: is auto-test mode on?");
+    EXPECT_EQ(reasonOf(step(2)), "expected the reply of other.flag within 0.05 s, got none; is auto-test mode on?");
 }
 
 TEST_F(RunnerTest, NoiseInsteadOfAnAnswerIsATimeout)
@@ -237,7 +299,8 @@ TEST_F(RunnerTest, WrongChecksumInsteadOfAnAnswerIsAnError)
     on[kFrequency] = [&](const Frame&) { unit.write({0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x22, 0x2E, 0xFF, 0x28}); };
 
     EXPECT_EQ(verdictOf(runSteps(kAsk)), Verdict::kError);
-    EXPECT_EQ(reasonOf(step(0)), "no answer within 0.05 s, but 1 frame with a wrong checksum");
+    EXPECT_EQ(reasonOf(step(0)),
+              "expected the reply of tuner.frequency within 0.05 s, got 1 frame with a wrong checksum");
 }
 
 TEST_F(RunnerTest, AnswerUnderTheWrongGroupIsAnErrorThatNamesBoth)
@@ -245,7 +308,8 @@ TEST_F(RunnerTest, AnswerUnderTheWrongGroupIsAnErrorThatNamesBoth)
     on[kFrequency] = [&](const Frame&) { reply(0x83, 0x01, {0x22, 0x2E}); };
 
     EXPECT_EQ(verdictOf(runSteps(kAsk)), Verdict::kError);
-    EXPECT_EQ(reasonOf(step(0)), "no answer within 0.05 s under 82 01; the unit sent 83 01 [22 2E]");
+    EXPECT_EQ(reasonOf(step(0)),
+              "expected the reply of tuner.frequency within 0.05 s, got 83 01 [22 2E]; the reply would be 82 01");
 }
 
 TEST_F(RunnerTest, NoticeMeanwhileIsNoAnswerAndNoError)
@@ -289,7 +353,7 @@ TEST_F(RunnerTest, TwoAnswersAtOnceAreAnError)
     };
 
     EXPECT_EQ(verdictOf(runSteps(R"({ send = "tuner.frequency" })")), Verdict::kError);
-    EXPECT_EQ(reasonOf(step(0)), "expected one answer, got a second: 82 01 [24 FE]");
+    EXPECT_EQ(reasonOf(step(0)), "expected one reply, got a second: 82 01 [24 FE]");
 }
 
 TEST_F(RunnerTest, SecondAnswerThatComesDuringTheNextStepIsAnErrorOfTheFirst)
@@ -304,7 +368,7 @@ TEST_F(RunnerTest, SecondAnswerThatComesDuringTheNextStepIsAnErrorOfTheFirst)
 
     EXPECT_EQ(verdictOf(run), Verdict::kError);
     EXPECT_EQ(verdictOf(step(0)), Verdict::kError);
-    EXPECT_EQ(reasonOf(step(0)), "expected one answer, got a second: 82 01 [24 FE]");
+    EXPECT_EQ(reasonOf(step(0)), "expected one reply, got a second: 82 01 [24 FE]");
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
 }
 
@@ -319,7 +383,7 @@ TEST_F(RunnerTest, SecondAnswerThatComesDuringAWaitIsAnErrorOfItsStep)
     runSteps(R"({ send = "tuner.frequency" }, { send = "tuner.play", with = { frequency = 9470 } },
         { wait = "keys.pressed" })");
 
-    EXPECT_EQ(reasonOf(step(0)), "expected one answer, got a second: 82 01 [24 FE]");
+    EXPECT_EQ(reasonOf(step(0)), "expected one reply, got a second: 82 01 [24 FE]");
     EXPECT_EQ(verdictOf(step(2)), Verdict::kPass) << reasonOf(step(2));
 }
 
@@ -333,7 +397,7 @@ TEST_F(RunnerTest, LateAnswerIsATimeoutThatSaysHowLate)
     runSteps(std::string(kAsk) + R"(, { send = "test.mode" })");
 
     EXPECT_EQ(verdictOf(step(0)), Verdict::kTimeout);
-    EXPECT_THAT(reasonOf(step(0)), HasSubstr("; the answer came too late, after "));
+    EXPECT_THAT(reasonOf(step(0)), HasSubstr("; the reply came too late, after "));
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
 }
 
@@ -409,7 +473,7 @@ TEST_F(RunnerTest, SecondAnswerIsNotExcusedByAStepThatWaitedForNone)
 
     EXPECT_EQ(verdictOf(step(0)), Verdict::kPass) << reasonOf(step(0));
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
-    EXPECT_EQ(reasonOf(step(2)), "expected one answer, got a second: 82 01 [22 2E]");
+    EXPECT_EQ(reasonOf(step(2)), "expected one reply, got a second: 82 01 [22 2E]");
 }
 
 TEST_F(RunnerTest, CommandThatTheCatalogueCallsUnansweredFailsAssertedSilenceWhenAnswered)
@@ -434,7 +498,7 @@ TEST_F(RunnerTest, FieldThatIsNotThereMissesUnlessItIsExpectedSo)
     runSteps(R"({ send = "tuner.band", expect = { band = "fm" } },
                 { send = "tuner.band", expect = { band = { present = false } } })");
 
-    EXPECT_EQ(reasonOf(step(0)), "band: the answer lacks this field");
+    EXPECT_EQ(reasonOf(step(0)), "band: expected \"fm\", got a reply without this field");
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass) << reasonOf(step(1));
 }
 
@@ -466,7 +530,7 @@ TEST_F(RunnerTest, NoticeIsAwaited)
     EXPECT_EQ(verdictOf(step(2)), Verdict::kFail);
     EXPECT_THAT(reasonOf(step(2)), HasSubstr("key: expected 37, got 36"));
     EXPECT_EQ(verdictOf(step(3)), Verdict::kTimeout);
-    EXPECT_EQ(reasonOf(step(3)), "no keys.pressed within 0.05 s");
+    EXPECT_EQ(reasonOf(step(3)), "expected keys.pressed within 0.05 s, got none");
 }
 
 TEST_F(RunnerTest, UnitThatNeverFallsSilentDoesNotHoldUpAWait)
@@ -479,7 +543,7 @@ TEST_F(RunnerTest, UnitThatNeverFallsSilentDoesNotHoldUpAWait)
     runSteps(R"({ send = "test.mode" }, { wait = "keys.pressed", timeout = 0.05 })");
 
     EXPECT_EQ(verdictOf(step(1)), Verdict::kTimeout);
-    EXPECT_EQ(reasonOf(step(1)), "no keys.pressed within 0.05 s");
+    EXPECT_EQ(reasonOf(step(1)), "expected keys.pressed within 0.05 s, got none");
 }
 
 TEST_F(RunnerTest, LaterAnswerIsAwaitedAndCompared)
@@ -492,7 +556,7 @@ TEST_F(RunnerTest, LaterAnswerIsAwaitedAndCompared)
 
     EXPECT_EQ(verdictOf(step(0)), Verdict::kPass) << reasonOf(step(0));
     EXPECT_EQ(reasonOf(step(1)), "index: expected 3, got 2");
-    EXPECT_EQ(reasonOf(step(2)), "no later reply within 0.05 s");
+    EXPECT_EQ(reasonOf(step(2)), "expected the later reply of media.track-2 within 0.05 s, got none");
 }
 
 TEST_F(RunnerTest, StoredValueIsSentAndSerialNamesTheUnit)
@@ -520,8 +584,8 @@ TEST_F(RunnerTest, OperatorsAnswersAreMeasuredAndLimited)
                 { prompt = "Label?", id = "label", answer = "text", expect = { matches = "A[0-9]" } },
                 { prompt = "Else?", id = "else" })");
 
-    EXPECT_EQ(reasonOf(step(0)), "lit: expected yes from the operator, got no");
-    EXPECT_EQ(reasonOf(step(1)), "voltage: expected 13 to 14 V from the operator, got 14.5");
+    EXPECT_EQ(reasonOf(step(0)), "lit: expected yes as the operator's answer, got no");
+    EXPECT_EQ(reasonOf(step(1)), "voltage: expected 13 to 14 V as the operator's answer, got 14.5 V");
     EXPECT_EQ(verdictOf(step(2)), Verdict::kPass) << reasonOf(step(2));
     EXPECT_EQ(verdictOf(step(3)), Verdict::kError);
     EXPECT_EQ(reasonOf(step(3)), "the operator is away");

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <utility>
 
+#include "protocol/Quantity.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
@@ -16,15 +17,11 @@ namespace station::plan {
 
 namespace catalogue = protocol::catalogue;
 using protocol::Frame;
+using protocol::secondsText;
 using record::Attempt;
 using record::Verdict;
 
 namespace {
-
-std::string secondsText(Duration time)
-{
-    return fmt::format("{:.12g} s", std::chrono::duration<double>(time).count());
-}
 
 std::string milliseconds(Duration time)
 {
@@ -132,14 +129,16 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
         attribute();
     }
     if (send.reply == ReplyRule::kNone && connection_.quality().losses > losses) {
-        fail(attempt, Verdict::kError, "the line was lost while silence was expected");
+        fail(attempt, Verdict::kError, "expected silence, but the line was lost meanwhile");
     }
     if (send.later && attempt.verdict == Verdict::kPass) {
         const auto later = awaitFrame([&](const Frame& each) { return isLater(*send.command, each); }, step.timeout);
         if (later) {
             judgeFrame(*later, send.command, send.expectLater, send.store, attempt);
         } else {
-            fail(attempt, Verdict::kTimeout, "no later reply within " + secondsText(step.timeout));
+            fail(attempt, Verdict::kTimeout,
+                 fmt::format("expected the later reply of {} within {}, got none",
+                             catalogue::fullKey(surroundings_.groups, *send.command), secondsText(step.timeout)));
         }
     }
 }
@@ -179,21 +178,26 @@ void StepRunner::explainSilence(const Send& send, Duration timeout, std::size_t 
             }
         }
     }
-    const std::string within = "no answer within " + secondsText(timeout);
+    const std::string expected =
+        fmt::format("expected the reply of {} within {}, got", catalogue::fullKey(surroundings_.groups, *send.command),
+                    secondsText(timeout));
     if (corrupt > 0) {
         fail(attempt, Verdict::kError,
-             fmt::format("{}, but {} with a wrong checksum", within, protocol::plural(corrupt, "frame")));
+             fmt::format("{} {} with a wrong checksum", expected, protocol::plural(corrupt, "frame")));
     } else if (!strange.empty()) {
-        fail(attempt, Verdict::kError,
-             fmt::format("{} under {:02X} {:02X}; the unit sent {}{}", within, usual.cmdOne, usual.cmdTwo,
-                         fmt::join(strange, ", "), count > kShown ? fmt::format(" and {} more", count - kShown) : ""));
+        fail(
+            attempt, Verdict::kError,
+            fmt::format("{} {}{}; the reply would be {:02X} {:02X}", expected, fmt::join(strange, ", "),
+                        count > kShown ? fmt::format(" and {} more", count - kShown) : "", usual.cmdOne, usual.cmdTwo));
     } else {
-        std::string causes =
-            send.command->silentWhen.empty() ? "" : ": the unit is silent " + std::string(send.command->silentWhen);
-        if (!modeSeenOn_ && !isOfTestMode(*send.command)) {
-            causes += causes.empty() ? ": is auto-test mode on?" : ", or when auto-test mode is off";
+        const std::string silentWhen(send.command->silentWhen);
+        const bool unknownMode = !modeSeenOn_ && !isOfTestMode(*send.command);
+        std::string cause = silentWhen.empty() ? "" : "; the unit is silent " + silentWhen;
+        if (unknownMode) {
+            cause += cause.empty() ? "; is auto-test mode on?" : ", or while auto-test mode is off";
         }
-        fail(attempt, Verdict::kTimeout, within + causes);
+        fail(attempt, Verdict::kTimeout,
+             fmt::format("{} none{}{}", expected, modeSeenOn_ ? " although auto-test mode is on" : "", cause));
     }
 }
 
@@ -247,11 +251,11 @@ void StepRunner::attribute(LineWatch::Arrival& arrival, const Attribution::Reque
     if (request.due == Attribution::Due::kSilence) {
         fail(*sender->attempt, Verdict::kFail, fmt::format("expected silence, got {} after {}", frame, after));
     } else if (request.answered) {
-        fail(*sender->attempt, Verdict::kError, "expected one answer, got a second: " + frame);
+        fail(*sender->attempt, Verdict::kError, fmt::format("expected one reply, got a second: {}", frame));
     } else if (running) {
         return;  // the answer to a command that was sent again
     } else {
-        fail(*sender->attempt, Verdict::kPass, "the answer came too late, after " + after);
+        fail(*sender->attempt, Verdict::kPass, fmt::format("the reply came too late, after {}", after));
     }
     if (!running) {
         observer_.onStepAmended(sender->place, *sender->step);
@@ -370,11 +374,12 @@ void StepRunner::run(const Wait& wait, const Step& step, Attempt& attempt)
     const auto frame = awaitFrame(wanted, step.timeout);
     attribute();
     if (!frame && connection_.quality().losses > losses) {
-        fail(attempt, Verdict::kError, fmt::format("the line was lost during the wait for {}", wait.key));
+        fail(attempt, Verdict::kError, fmt::format("expected {}, but the line was lost meanwhile", wait.key));
         return;
     }
     if (!frame) {
-        fail(attempt, Verdict::kTimeout, fmt::format("no {} within {}", wait.key, secondsText(step.timeout)));
+        fail(attempt, Verdict::kTimeout,
+             fmt::format("expected {} within {}, got none", wait.key, secondsText(step.timeout)));
         return;
     }
     judgeFrame(*frame, wait.command, wait.expect, wait.store, attempt);
@@ -382,9 +387,12 @@ void StepRunner::run(const Wait& wait, const Step& step, Attempt& attempt)
 
 void StepRunner::run(const Prompt& prompt, const Step& step, Attempt& attempt)
 {
-    const auto answer = surroundings_.prompter.ask({run_.unit.port, prompt, step.timeout}, control_.interrupt());
+    const auto mistyped = [&](const std::string& typed) { return station::plan::mistyped(prompt, typed, variables_); };
+    const auto answer =
+        surroundings_.prompter.ask({run_.unit.port, prompt, step.timeout, mistyped}, control_.interrupt());
     if (!answer) {
-        fail(attempt, Verdict::kTimeout, "the operator did not answer within " + secondsText(step.timeout));
+        fail(attempt, Verdict::kTimeout,
+             fmt::format("expected the operator's answer within {}, got none", secondsText(step.timeout)));
         return;
     }
     auto judgement = judge(prompt, *answer, variables_);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,6 +34,8 @@ struct Question {
     const Prompt& prompt;
     /// Counted from when the question is shown; zero for no limit.
     Duration timeout{0};
+    /// Says why a typed answer is to be asked for again; empty for a good one.
+    std::function<std::string(const std::string&)> mistyped = {};
 };
 
 /// How far a run has come.

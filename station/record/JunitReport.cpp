@@ -79,10 +79,8 @@ void addVerdict(pugi::xml_node testcase, Verdict verdict, const std::string& rea
 
 std::string describe(const Measurement& measurement)
 {
-    const char* demand = !any(measurement.limits) ? "" : measurement.passed ? ", as demanded: " : ", but demanded: ";
-    return fmt::format("{} = {}{}{}", printable(measurement.name),
-                       withUnit(toText(measurement.value), measurement.unit), demand,
-                       toText(measurement.limits, measurement.unit));
+    return fmt::format("{} = {}{}{}", printable(measurement.name), toText(measurement.value, measurement.unit),
+                       any(measurement.limits) ? ", expected " : "", toText(measurement.limits, measurement.unit));
 }
 
 /// The attempts of a step, with measurements and frames, as lines.

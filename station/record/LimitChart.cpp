@@ -124,8 +124,7 @@ constexpr const char* kArrowRight = "M-3 -5L5 0L-3 5z";
 std::string sentence(const Measurement& measurement)
 {
     const std::string missed = miss(measurement);
-    return fmt::format("{}: {}, allowed is {}{}", measurement.name,
-                       withUnit(toText(measurement.value), measurement.unit),
+    return fmt::format("{}: {}, expected {}{}", measurement.name, withUnit(toText(measurement.value), measurement.unit),
                        toText(measurement.limits, measurement.unit), missed.empty() ? "" : "; " + missed);
 }
 

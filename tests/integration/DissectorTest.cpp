@@ -70,6 +70,33 @@ TEST_F(DissectorTest, LetsAReaderFilterByAFieldsValue)
                 ElementsAre("tuner.play"));
 }
 
+/// The filters of the script's first lines and of docs/station.md.
+TEST_F(DissectorTest, DocumentedFiltersMatchTheirFrames)
+{
+    TraceEvent corrupt = received({0x82, 0x01, {0x22, 0x2E}});
+    corrupt.kind = TraceEvent::Kind::kCorrupt;
+    corrupt.bytes = {0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x22, 0x2E, 0xFF, 0x2A};  // FF 29 would be right
+    capture({sent({0x02, 0x00, {0x22, 0x2F}}), received({0x86, 0x11, {0x25}}), corrupt});
+
+    const auto matching = [this](const char* filter) {
+        return tshark({"-Y", filter, "-T", "fields", "-e", "frame.number"});
+    };
+    EXPECT_THAT(matching("engineering.key == \"tuner.play\""), ElementsAre("1"));
+    EXPECT_THAT(matching("engineering.from_unit == 1"), ElementsAre("2", "3"));
+    EXPECT_THAT(matching("engineering.from_unit == 0"), ElementsAre("1"));
+    EXPECT_THAT(matching("engineering.tuner.play.frequency > 8750"), ElementsAre("1"));
+    EXPECT_THAT(matching("engineering.checksum.bad == 1"), ElementsAre("3"));
+    EXPECT_THAT(matching("engineering.checksum.bad == 0"), ElementsAre("1", "2"));
+}
+
+TEST_F(DissectorTest, NotesAnUnusualAddress)
+{
+    capture({received({0x84, 0x07, {0x00, 0x1A}})});
+
+    EXPECT_THAT(tshark({"-Y", "engineering.expert.unusual", "-T", "fields", "-e", "frame.number"}), ElementsAre("1"));
+    EXPECT_THAT(tshark({"-Y", "engineering.expert.range", "-T", "fields", "-e", "frame.number"}), testing::IsEmpty());
+}
+
 TEST_F(DissectorTest, FlagsAWrongChecksumAndAValueOutOfRange)
 {
     TraceEvent corrupt = received({0x82, 0x01, {0x22, 0x2E}});

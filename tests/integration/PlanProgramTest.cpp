@@ -166,22 +166,22 @@ TEST_P(BrokenUnit, FailsWithWhatIsWrong)
 
 INSTANTIATE_TEST_SUITE_P(
     Plan, BrokenUnit,
-    testing::Values(Broken{"SmokeRadioAntennaOpen", "smoke", "/system_misc/radio_antenna", "3",
-                           "antenna: expected 1 (good), got 0 (bad)"},
-                    Broken{"SmokeGpsAntennaOpen", "smoke", "/system_misc/gps_antenna", "3",
-                           "state: expected 4 (good), got 3"},
-                    Broken{"SmokeTunerMissing", "smoke", "/tuner/available", "false",
-                           "band: the answer lacks this field", R"({"tuner": {"available": false}})", 3},
-                    Broken{"SmokeWrongBluetoothAddress", "smoke", "/bluetooth/attributes/3", "\"00:11:22:33:44:55\"",
-                           "address: expected a text that matches /00 1A 7D"},
-                    Broken{"EndOfLineDabAntennaOpen", "end-of-line", "/system_misc/dab_antenna", "3",
-                           "antenna: expected 1 (good), got 0 (bad)"},
-                    Broken{"EndOfLineTunerMissing", "end-of-line", "/tuner/available", "false",
-                           "band: the answer lacks this field", R"({"tuner": {"available": false}})"},
-                    Broken{"EndOfLineWrongBluetoothAddress", "end-of-line", "/bluetooth/attributes/3",
-                           "\"00:11:22:33:44:55\"", "address: expected a text that matches /00 1A 7D"},
-                    Broken{"ProvisionWrongBluetoothAddress", "provision", "/bluetooth/attributes/3",
-                           "\"00:11:22:33:44:55\"", "address: expected 00 1A 7D DA 71 13, got 00 11 22 33 44 55"}),
+    testing::Values(
+        Broken{"SmokeRadioAntennaOpen", "smoke", "/system_misc/radio_antenna", "3",
+               "antenna: expected \"good\", got \"bad\""},
+        Broken{"SmokeGpsAntennaOpen", "smoke", "/system_misc/gps_antenna", "3", "state: expected \"good\", got 3"},
+        Broken{"SmokeTunerMissing", "smoke", "/tuner/available", "false",
+               "band: expected a value, got a reply without this field", R"({"tuner": {"available": false}})", 3},
+        Broken{"SmokeWrongBluetoothAddress", "smoke", "/bluetooth/attributes/3", "\"00:11:22:33:44:55\"",
+               "address: expected a text that matches /00 1A 7D"},
+        Broken{"EndOfLineDabAntennaOpen", "end-of-line", "/system_misc/dab_antenna", "3",
+               "antenna: expected \"good\", got \"bad\""},
+        Broken{"EndOfLineTunerMissing", "end-of-line", "/tuner/available", "false",
+               "band: expected a value, got a reply without this field", R"({"tuner": {"available": false}})"},
+        Broken{"EndOfLineWrongBluetoothAddress", "end-of-line", "/bluetooth/attributes/3", "\"00:11:22:33:44:55\"",
+               "address: expected a text that matches /00 1A 7D"},
+        Broken{"ProvisionWrongBluetoothAddress", "provision", "/bluetooth/attributes/3", "\"00:11:22:33:44:55\"",
+               "address: expected \"00 1A 7D DA 71 13\", got \"00 11 22 33 44 55\""}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(PlanProgramTest, SimulatedHeadUnitIsSetByThePlan)
@@ -503,7 +503,7 @@ TEST_F(PlanProgramTest, QuestionWithoutATerminalIsAnErrorThatSaysSo)
     const auto outcome = run(planRun(plan));
 
     EXPECT_EQ(outcome.status, 6);
-    EXPECT_THAT(outcome.out, HasSubstr("lit: expected an answer in the file of --answers"));
+    EXPECT_THAT(outcome.out, HasSubstr("lit: expected the operator's answer, but there is no terminal to ask at"));
 }
 
 TEST_F(PlanProgramTest, LinesTellWhatIsWaitedForWhichRoundItIsAndWhatWasOnlySent)
@@ -626,8 +626,9 @@ TEST_F(PlanProgramTest, BrokenPlanAndBrokenAnswersAreReportedWithTheirPlace)
     EXPECT_EQ(ofAnswers.status, 2);
     EXPECT_THAT(
         linesOf(ofAnswers.err),
-        ElementsAre(HasSubstr(":1:1: expected a question of the plan, got 'hu-serail'; did you mean 'hu-serial'?"),
-                    HasSubstr(":2:15: carplay-mac: expected a text, got another type")));
+        ElementsAre(
+            HasSubstr(":1:1: expected the id of a question of the plan, got 'hu-serail'; did you mean 'hu-serial'?"),
+            HasSubstr(":2:15: carplay-mac: expected a text, got another type")));
 }
 
 TEST_F(PlanProgramTest, CheckTellsSoundPlansFromBrokenOnes)
@@ -639,7 +640,7 @@ TEST_F(PlanProgramTest, CheckTellsSoundPlansFromBrokenOnes)
     EXPECT_EQ(outcome.status, 2);
     EXPECT_THAT(outcome.out, HasSubstr("smoke.toml: sound, 14 steps\n"));
     EXPECT_THAT(outcome.err, HasSubstr("broken.toml:1:1: "));
-    EXPECT_THAT(outcome.err, HasSubstr("/no/such/plan:1:1: cannot be read: No such file or directory\n"));
+    EXPECT_THAT(outcome.err, HasSubstr("/no/such/plan: no such file\n"));
 }
 
 TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShippedOnes)
@@ -656,6 +657,8 @@ TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShipp
     }
     const auto missing = run(planRun("smoek"));
     EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(run({ENGINEERING_STATION, "plan", "check", "smoek"}).err,
+                testing::StartsWith("smoek: no such file or plan; plan folders: "));
     EXPECT_THAT(missing.err,
                 HasSubstr("smoek: no such file or plan; plan folders: " + (directory() / "plans").string()));
 }
@@ -704,6 +707,24 @@ steps = [
     EXPECT_THAT(text, HasSubstr("  ← test.set-mode: mode=1 (on)"));
     EXPECT_THAT(text, HasSubstr("\x1b[32mPASS\x1b[0m    Main / lit"));
     EXPECT_THAT(text, HasSubstr("\x1b[1;33mTIMEOUT\x1b[0m Main / keys.pressed"));
+}
+
+TEST_F(PlanProgramTest, MistypedScanIsAskedForAgainWithTheReason)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "Main"
+steps = [{ prompt = "Scan the label [y/n]", id = "label", answer = "text", expect = { matches = "HU[0-9]+" } }]
+)");
+
+    const auto [text, status] = runOnTerminal(planRun(plan), environment(), "HX7\nHU7\n");
+
+    EXPECT_EQ(status, 0) << text;
+    EXPECT_THAT(text, HasSubstr("expected a text that matches /HU[0-9]+/, got 'HX7'"));
+    ASSERT_THAT(records(), SizeIs(1));
+    EXPECT_THAT(records()[0].dump(), HasSubstr("HU7"));
+    EXPECT_THAT(records()[0].dump(), Not(HasSubstr("HX7")));
 }
 
 TEST_F(PlanProgramTest, TerminalWithoutColourGetsNone)

@@ -151,17 +151,17 @@ std::optional<std::string> Operator::ask(const Question& question, station::Inte
     if (auto answer = answers_.find(question.port, question.prompt.id)) {
         if (const std::string port = takenBy(question, *answer); !port.empty()) {
             throw protocol::UserError(fmt::format(
-                "{}: expected another answer for each unit, got {} for {} and {}; give each port a table of "
+                "{}: expected another answer for each unit, got {} for {} and {}: give each port a table of "
                 "its own, [\"PORT\"], in the file of answers",
                 question.prompt.id, question.prompt.secret ? "***" : protocol::inQuotes(*answer), port, question.port));
         }
         return answer;
     }
     if (isatty(STDIN_FILENO) != 1) {
-        throw protocol::UserError(
-            fmt::format("{}: expected an answer in the file of --answers, because there is no "
-                        "terminal to ask at",
-                        question.prompt.id));
+        throw protocol::UserError(fmt::format(
+            "{}: expected the operator's answer, but there is no terminal to ask at: give a file of answers "
+            "with --answers",
+            question.prompt.id));
     }
     const Turn turn(*this, portOf(question.port));
     turn.await(interrupt);
@@ -175,7 +175,7 @@ std::optional<std::string> Operator::askAtTerminal(const Question& question, sta
 {
     const Aside aside(aside_);
     const char* hint = question.prompt.kind == Prompt::Kind::kYesNo ? " [y/n] " : " ";
-    const std::string label = labelled_ ? "[" + protocol::printable(question.port) + "] " : "";
+    const std::string label = labelled_ ? fmt::format("[{}] ", protocol::printable(question.port)) : "";
     for (;;) {
         // Keys that were pressed before the question do not answer it.
         tcflush(STDIN_FILENO, TCIFLUSH);
@@ -188,13 +188,21 @@ std::optional<std::string> Operator::askAtTerminal(const Question& question, sta
             return std::nullopt;
         }
         const auto answer = station::plan::parseAnswer(question.prompt.kind, *line);
+        std::string complaint;
         if (!answer) {
-            std::fprintf(stderr, "expected %s\n", describe(question.prompt.kind));
-        } else if (const std::string port = takenBy(question, *answer); !port.empty()) {
-            std::fprintf(stderr, "%s has got this answer already\n", protocol::printable(port).c_str());
-        } else {
-            return answer;
+            complaint = fmt::format("expected {}, got {}", describe(question.prompt.kind),
+                                    question.prompt.secret ? "another answer" : protocol::inQuotes(*line));
+        } else if (question.mistyped) {
+            complaint = question.mistyped(*answer);
         }
+        if (complaint.empty()) {
+            const std::string port = takenBy(question, *answer);
+            if (port.empty()) {
+                return answer;
+            }
+            complaint = fmt::format("expected another answer for each unit, got the answer for {} again", port);
+        }
+        std::fprintf(stderr, "%s\n", protocol::printable(complaint).c_str());
     }
 }
 
@@ -234,7 +242,7 @@ std::optional<std::string> Operator::readLine(station::Interrupt& interrupt, Clo
         std::array<char, 512> chunk;
         const ssize_t count = read(STDIN_FILENO, chunk.data(), chunk.size());
         if (count <= 0 || typed_.size() > kLongestLine) {
-            throw protocol::UserError("expected an answer of the operator, got the end of the input");
+            throw protocol::UserError("expected the operator's answer, got the end of the input");
         }
         typed_.append(chunk.data(), static_cast<std::size_t>(count));
     }

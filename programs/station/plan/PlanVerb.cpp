@@ -81,8 +81,16 @@ int check(const Tool& tool, const std::vector<std::string>& paths)
 {
     Json files = Json::array();
     bool sound = true;
-    for (const auto& path : paths) {
-        const PlanFile file = readPlan(path, groups());
+    for (const auto& given : paths) {
+        PlanFile file;
+        try {
+            file = readPlan(tool.station->findPlan(given), groups());
+        } catch (const protocol::UserError& error) {
+            // The message begins with the name, as a problem's line does.
+            file.path = given;
+            file.loaded.problems.push_back({0, 0, std::string(error.what()).substr(given.size() + 2)});
+        }
+        const std::string& path = file.path;
         sound = sound && file.loaded.plan.has_value();
         if (tool.json) {
             files.push_back({{"file", path},

@@ -21,11 +21,6 @@ std::string literal(std::string_view text)
     return out + '"';
 }
 
-std::string truth(bool value)
-{
-    return value ? "true" : "false";
-}
-
 /// Writes the arrays from the inside out: what an element points to stands before it.
 class CppWriter
 {
@@ -35,7 +30,7 @@ public:
     std::string choices(std::span<const Choice> list)
     {
         return array("Choice", list, [](const Choice& choice) {
-            return "{" + std::to_string(choice.value) + ", " + literal(choice.name) + "}";
+            return fmt::format("{{{}, {}}}", choice.value, literal(choice.name));
         });
     }
 
@@ -44,15 +39,13 @@ public:
         return array("Field", list, [this](const Field& field) {
             const std::string inner = fields(field.fields);
             const std::string named = choices(field.choices);
-            const std::string scale = field.scale
-                                          ? "Scale{" + fmt::format("{}", field.scale->factor) + ", " +
-                                                literal(field.scale->unit) + ", " + literal(field.scale->only) + "}"
-                                          : "std::nullopt";
-            return "{" + literal(field.name) + ", Type{" + std::to_string(static_cast<int>(field.type)) + "}, " +
-                   literal(field.meaning) + ", " + literal(field.unit) + ", " + scale + ", " +
-                   std::to_string(field.minimum) + ", " + std::to_string(field.maximum) + ", " + named + ", " +
-                   truth(field.open) + ", " + truth(field.optional) + ", " + literal(field.example) + ", " + inner +
-                   ", " + truth(field.secret) + "}";
+            const std::string scale = field.scale ? fmt::format("Scale{{{}, {}, {}}}", field.scale->factor,
+                                                                literal(field.scale->unit), literal(field.scale->only))
+                                                  : "std::nullopt";
+            return fmt::format("{{{}, Type{{{}}}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}}}",
+                               literal(field.name), static_cast<int>(field.type), literal(field.meaning),
+                               literal(field.unit), scale, field.minimum, field.maximum, named, field.open,
+                               field.optional, literal(field.example), inner, field.secret, field.lenient);
         });
     }
 
@@ -60,7 +53,7 @@ public:
     {
         return array("Reply", list, [this](const Reply& reply) {
             const std::string inner = fields(reply.fields);
-            return "{" + code(reply.cmdOne, reply.cmdTwo) + ", " + literal(reply.when) + ", " + inner + "}";
+            return fmt::format("{{{}, {}, {}, {}}}", reply.cmdOne, reply.cmdTwo, literal(reply.when), inner);
         });
     }
 
@@ -70,13 +63,11 @@ public:
             const std::string params = fields(command.params);
             const std::string atOnce = replies(command.replies);
             const std::string later = replies(command.later);
-            return "{" + code(command.cmdOne, command.cmdTwo) + ", " + literal(command.key) + ", " +
-                   literal(command.title) + ", " + literal(command.meaning) +
-                   ", Access::" + (command.access == Access::kRead ? "kRead" : "kWrite") + ", " +
-                   truth(command.destructive) + ", " + truth(command.repeatable) + ", " +
-                   std::to_string(command.minimumParams) + ", " + params + ", " + atOnce + ", " +
-                   literal(command.silentWhen) + ", " + later + ", " + literal(command.readBack) + ", " +
-                   literal(command.unique) + "}";
+            return fmt::format("{{{}, {}, {}, {}, {}, Access::{}, {}, {}, {}, {}, {}, {}, {}, {}, {}}}", command.cmdOne,
+                               command.cmdTwo, literal(command.key), literal(command.title), literal(command.meaning),
+                               command.access == Access::kRead ? "kRead" : "kWrite", command.destructive,
+                               command.repeatable, command.minimumParams, params, atOnce, literal(command.silentWhen),
+                               later, literal(command.readBack), literal(command.unique));
         });
     }
 
@@ -84,8 +75,8 @@ public:
     {
         return array("Notice", list, [this](const Notice& notice) {
             const std::string inner = fields(notice.fields);
-            return "{" + code(notice.cmdOne, notice.cmdTwo) + ", " + literal(notice.key) + ", " +
-                   literal(notice.title) + ", " + literal(notice.meaning) + ", " + inner + "}";
+            return fmt::format("{{{}, {}, {}, {}, {}, {}}}", notice.cmdOne, notice.cmdTwo, literal(notice.key),
+                               literal(notice.title), literal(notice.meaning), inner);
         });
     }
 
@@ -94,17 +85,12 @@ public:
         return array("Group", list, [this](const Group& group) {
             const std::string ownCommands = commands(group.commands);
             const std::string ownNotices = notices(group.notices);
-            return "{" + std::to_string(group.code) + ", " + literal(group.key) + ", " + literal(group.title) + ", " +
-                   literal(group.meaning) + ", " + ownCommands + ", " + ownNotices + "}";
+            return fmt::format("{{{}, {}, {}, {}, {}, {}}}", group.code, literal(group.key), literal(group.title),
+                               literal(group.meaning), ownCommands, ownNotices);
         });
     }
 
 private:
-    static std::string code(std::uint8_t one, std::uint8_t two)
-    {
-        return std::to_string(one) + ", " + std::to_string(two);
-    }
-
     /// Writes one array and @returns how to refer to it.
     template <class T, class Write>
     std::string array(std::string_view type, std::span<const T> list, Write write)
@@ -114,10 +100,10 @@ private:
         }
         std::string body;
         for (const T& element : list) {
-            body += "    " + write(element) + ",\n";
+            body += fmt::format("    {},\n", write(element));
         }
-        const std::string name = "k" + std::string(type) + std::to_string(++count_);
-        out_ += "constexpr " + std::string(type) + " " + name + "[] = {\n" + body + "};\n";
+        const std::string name = fmt::format("k{}{}", type, ++count_);
+        out_ += fmt::format("constexpr {} {}[] = {{\n{}}};\n", type, name, body);
         return name;
     }
 
@@ -131,11 +117,12 @@ std::string writeCpp(Groups groups, std::string_view hash)
 {
     CppWriter writer;
     const std::string all = writer.groups(groups);
-    return "// Made from catalogue.toml.\n#include \"protocol/catalogue/Catalogue.h\"\n\n"
-           "namespace protocol::catalogue {\n\nnamespace {\n\n" +
-           writer.take() + "\n}  // namespace\n\nGroups groups()\n{\n    return " + all +
-           ";\n}\n\nstd::string_view hash()\n{\n    return " + literal(hash) +
-           ";\n}\n\n}  // namespace protocol::catalogue\n";
+    return fmt::format(
+        "// Made from catalogue.toml.\n#include \"protocol/catalogue/Catalogue.h\"\n\n"
+        "namespace protocol::catalogue {{\n\nnamespace {{\n\n{}\n}}  // namespace\n\n"
+        "Groups groups()\n{{\n    return {};\n}}\n\n"
+        "std::string_view hash()\n{{\n    return {};\n}}\n\n}}  // namespace protocol::catalogue\n",
+        writer.take(), all, literal(hash));
 }
 
 }  // namespace protocol::catalogue::generator

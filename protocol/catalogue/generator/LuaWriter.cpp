@@ -1,5 +1,10 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cstdint>
 #include <span>
 #include <stdexcept>
+#include <vector>
 
 #include "protocol/catalogue/generator/Writers.h"
 
@@ -23,52 +28,40 @@ std::string luaLiteral(std::string_view text)
 
 std::string fields(std::span<const Field> list)
 {
-    std::string text = "{";
+    std::vector<std::string> texts;
     for (const Field& field : list) {
-        text += (text.size() == 1 ? "" : ", ") + ("{ name = " + luaLiteral(field.name)) +
-                ", type = " + luaLiteral(infoOf(field.type).name);
+        std::string text =
+            fmt::format("name = {}, type = {}", luaLiteral(field.name), luaLiteral(infoOf(field.type).name));
         if (sizeOf(field.type) > 0) {
-            text += ", size = " + std::to_string(sizeOf(field.type));
+            text += fmt::format(", size = {}", sizeOf(field.type));
         }
         if (!field.unit.empty()) {
-            text += ", unit = " + luaLiteral(field.unit);
+            text += fmt::format(", unit = {}", luaLiteral(field.unit));
         }
         if (!field.choices.empty()) {
             text += ", choices = {";
             for (const Choice& choice : field.choices) {
-                text += " [" + std::to_string(choice.value) + "] = " + luaLiteral(choice.name) + ",";
+                text += fmt::format(" [{}] = {},", choice.value, luaLiteral(choice.name));
             }
             text += " }";
         }
-        text += ", minimum = " + std::to_string(field.minimum) + ", maximum = " + std::to_string(field.maximum);
-        if (!field.open) {
-            text += ", closed = true";
-        }
-        if (field.optional) {
-            text += ", optional = true";
-        }
+        text += fmt::format(", minimum = {}, maximum = {}", field.minimum, field.maximum);
+        text += field.open ? "" : ", closed = true";
+        text += field.optional ? ", optional = true" : "";
+        text += field.lenient ? ", lenient = true" : "";
         if (!field.fields.empty()) {
             text += ", fields = " + fields(field.fields);
         }
-        text += " }";
+        texts.push_back(std::move(text));
     }
-    return text + "}";
+    return texts.empty() ? "{}" : fmt::format("{{{{ {} }}}}", fmt::join(texts, " }, { "));
 }
 
-/// What the head unit sends, by both bytes: the usual answer of a code stands before an exception under the same code.
-void addFromUnit(std::string& usual, std::string& exceptions, const Group& group, const Command& command)
+std::string frameLine(std::uint8_t one, std::uint8_t two, const Group& group, std::string_view key,
+                      std::span<const Field> list)
 {
-    const std::string key = luaLiteral(std::string(group.key) + "." + std::string(command.key));
-    const auto line = [&](const Reply& reply) {
-        return "    { " + std::to_string(reply.cmdOne) + ", " + std::to_string(reply.cmdTwo) + ", " + key + ", " +
-               fields(reply.fields) + " },\n";
-    };
-    for (const Reply& reply : command.replies) {
-        (reply.when.empty() ? usual : exceptions) += line(reply);
-    }
-    for (const Reply& reply : command.later) {
-        exceptions += line(reply);
-    }
+    return fmt::format("    {{ {}, {}, {}, {} }},\n", one, two, luaLiteral(fmt::format("{}.{}", group.key, key)),
+                       fields(list));
 }
 
 }  // namespace
@@ -77,28 +70,31 @@ std::string writeLua(Groups groups, std::string_view code)
 {
     const auto mark = code.find(kMark);
     if (mark == std::string_view::npos) {
-        throw std::runtime_error("the script has no line 'local groups = {}'");
+        throw std::runtime_error("expected the line 'local groups = {}' in the script, got none");
     }
     std::string titles;
     std::string requests;
     std::string usual;
     std::string exceptions;
     for (const Group& group : groups) {
-        titles += "    [" + std::to_string(group.code) + "] = " + luaLiteral(group.title) + ",\n";
+        titles += fmt::format("    [{}] = {},\n", group.code, luaLiteral(group.title));
         for (const Command& command : group.commands) {
-            requests += "    { " + std::to_string(command.cmdOne) + ", " + std::to_string(command.cmdTwo) + ", " +
-                        luaLiteral(std::string(group.key) + "." + std::string(command.key)) + ", " +
-                        fields(command.params) + " },\n";
-            addFromUnit(usual, exceptions, group, command);
+            requests += frameLine(command.cmdOne, command.cmdTwo, group, command.key, command.params);
+            // The usual reply of a code stands before an exception under the same code.
+            for (const Reply& reply : command.replies) {
+                (reply.when.empty() ? usual : exceptions) +=
+                    frameLine(reply.cmdOne, reply.cmdTwo, group, command.key, reply.fields);
+            }
+            for (const Reply& reply : command.later) {
+                exceptions += frameLine(reply.cmdOne, reply.cmdTwo, group, command.key, reply.fields);
+            }
         }
         for (const Notice& notice : group.notices) {
-            usual += "    { " + std::to_string(notice.cmdOne) + ", " + std::to_string(notice.cmdTwo) + ", " +
-                     luaLiteral(std::string(group.key) + "." + std::string(notice.key)) + ", " + fields(notice.fields) +
-                     " },\n";
+            usual += frameLine(notice.cmdOne, notice.cmdTwo, group, notice.key, notice.fields);
         }
     }
-    return std::string(code.substr(0, mark)) + "local groups = {\n" + titles + "}\nlocal frames = {\n" + requests +
-           usual + exceptions + "}\n" + std::string(code.substr(mark + kMark.size()));
+    return fmt::format("{}local groups = {{\n{}}}\nlocal frames = {{\n{}{}{}}}\n{}", code.substr(0, mark), titles,
+                       requests, usual, exceptions, code.substr(mark + kMark.size()));
 }
 
 }  // namespace protocol::catalogue::generator

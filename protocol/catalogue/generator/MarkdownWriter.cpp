@@ -23,7 +23,7 @@ std::string hex(std::uint8_t byte)
 
 std::string code(std::uint8_t one, std::uint8_t two)
 {
-    return "`" + hex(one) + " " + hex(two) + "`";
+    return fmt::format("`{} {}`", hex(one), hex(two));
 }
 
 /// The frame of the examples of `fields`, as it stands on the wire.
@@ -75,7 +75,7 @@ std::string cellOf(const Field& field)
         notes.emplace_back(field.unit);
     }
     if (const auto range = rangeOf(field); !range.empty() && field.choices.empty()) {
-        notes.push_back(range);
+        notes.push_back(field.lenient ? "usually " + range : range);
     }
     if (!field.choices.empty()) {
         notes.push_back(joined(field.choices, ", ",
@@ -128,7 +128,7 @@ std::string effectOf(const Command& command)
         text += " Not sent again after a reconnect.";
     }
     if (!command.readBack.empty()) {
-        text += " Read back with `" + std::string(command.readBack) + "`.";
+        text += fmt::format(" Read back with `{}`.", command.readBack);
     }
     return text;
 }

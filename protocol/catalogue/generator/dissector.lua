@@ -2,8 +2,8 @@
 --
 -- Copy it into Wireshark's folder for personal Lua plugins, or: tshark -X lua_script:engineering.lua -r trace.pcapng
 -- It takes captures of link type USER0, one frame or more per packet, as engineering-station writes them.
--- Filters: engineering.key == "tuner.play", engineering.from_unit, engineering.tuner.play.frequency > 8750,
--- engineering.checksum.bad
+-- Filters: engineering.key == "tuner.play", engineering.from_unit == 1, engineering.tuner.play.frequency > 8750,
+-- engineering.checksum.bad == 1
 
 local groups = {}
 
@@ -26,13 +26,15 @@ local bad_checksum = ProtoExpert.new("engineering.expert.checksum", "The checksu
   expert.severity.ERROR)
 local out_of_range = ProtoExpert.new("engineering.expert.range", "The value is out of its range",
   expert.group.PROTOCOL, expert.severity.WARN)
+local unusual = ProtoExpert.new("engineering.expert.unusual", "The value is unusual", expert.group.PROTOCOL,
+  expert.severity.NOTE)
 local cut_short = ProtoExpert.new("engineering.expert.short", "The frame ends before this field",
   expert.group.MALFORMED, expert.severity.WARN)
 local left_over = ProtoExpert.new("engineering.expert.rest", "More bytes than the known fields take",
   expert.group.PROTOCOL, expert.severity.NOTE)
-local no_frame = ProtoExpert.new("engineering.expert.garbage", "Bytes that are no frame", expert.group.MALFORMED,
+local no_frame = ProtoExpert.new("engineering.expert.garbage", "Bytes outside of frames", expert.group.MALFORMED,
   expert.severity.NOTE)
-engineering.experts = { bad_checksum, out_of_range, cut_short, left_over, no_frame }
+engineering.experts = { bad_checksum, out_of_range, unusual, cut_short, left_over, no_frame }
 
 local makers = {
   u8 = ProtoField.uint8, u16be = ProtoField.uint16, u24be = ProtoField.uint24, u32be = ProtoField.uint32,
@@ -121,7 +123,9 @@ local function add_fields(tree, params, entry, from_unit)
       local count = length - offset
       local value = params(offset, count)
       local item = tree:add(field.proto, value)
-      if count < field.minimum or count > field.maximum then item:add_proto_expert_info(out_of_range) end
+      if count < field.minimum or count > field.maximum then
+        item:add_proto_expert_info(field.lenient and unusual or out_of_range)
+      end
       text = field.type == "bytes" and tostring(value:bytes()) or '"' .. value:string() .. '"'
       offset = length
     elseif field.minimum > 0 and not field.optional then
@@ -189,7 +193,7 @@ function engineering.dissector(buffer, pinfo, tree)
   local offset, garbage, texts = 0, nil, {}
   local function close_garbage()
     if garbage then
-      tree:add(engineering, buffer(garbage, offset - garbage), "Bytes that are no frame")
+      tree:add(engineering, buffer(garbage, offset - garbage), "Bytes outside of frames")
         :add_proto_expert_info(no_frame)
       garbage = nil
     end
