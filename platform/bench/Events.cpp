@@ -14,6 +14,7 @@
 
 #include "platform/bench/FakeContext.h"
 #include "platform/bench/JsonText.h"
+#include "platform/runtime/BluetoothClients.h"
 #include "platform/runtime/Listeners.h"
 #include "protocol/Text.h"
 
@@ -80,7 +81,7 @@ template <class Listener, class Registry>
 void tellAll(Registry& registry, const std::function<void(Listener&)>& tell)
 {
     if constexpr (std::is_same_v<Registry, FakeBluetooth>) {
-        FakeBluetooth::tellClients(tell);
+        runtime::tellBluetoothClients(tell);
     } else {
         runtime::tellListeners(registry, tell);
     }

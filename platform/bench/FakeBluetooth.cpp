@@ -1,31 +1,13 @@
 #include "platform/bench/FakeBluetooth.h"
 
-#include <KYRMutex.h>
-
-#include <map>
-#include <vector>
-
 #include "platform/bench/Services.h"
+#include "platform/runtime/BluetoothClients.h"
 #include "platform/runtime/DeliveryTurns.h"
 
 namespace bench {
 namespace {
 
 constexpr const char* kBluetoothService = "bluetooth";
-
-/// The clients of the adapter. They do not belong to a head unit: a KYRBtCom may outlive the unit that was installed
-/// when it was made.
-struct Clients {
-    KYRMutex mutex;                                            // recursive: a listener may end a client
-    std::map<const KYRBtCom*, IKYRBtComListener*> listenerOf;  // guarded by mutex
-};
-
-Clients& clients()
-{
-    // Never destroyed: static clients unregister as late as at the end of the process.
-    static Clients& instance = *new Clients;
-    return instance;
-}
 
 /// Calls `action` with the adapter.
 /// @returns its result; a default value if no head unit is installed.
@@ -54,7 +36,8 @@ int FakeBluetooth::deletePairings()
     // The reply to the command comes first, as on a unit, where the deletion takes a while.
     context_.events.post([result, turn = runtime::DeliveryTurns::instance().current()] {
         runtime::DeliveryTurns::instance().waitForEnd(turn);
-        tellClients([result](IKYRBtComListener& listener) { listener.OnDeletePairStatusChanged(result); });
+        runtime::tellBluetoothClients(
+            [result](IKYRBtComListener& listener) { listener.OnDeletePairStatusChanged(result); });
     });
     return result;
 }
@@ -107,35 +90,7 @@ KYRBtType::MusicStatus FakeBluetooth::musicStatus() const
     return static_cast<KYRBtType::MusicStatus>(context_.state.number("/bluetooth/music_status"));
 }
 
-void FakeBluetooth::tellClients(const std::function<void(IKYRBtComListener&)>& tell)
-{
-    Clients& all = clients();
-    const KYRAutoLock lock(all.mutex);
-    for (const auto& [client, listener] : std::vector(all.listenerOf.begin(), all.listenerOf.end())) {
-        if (all.listenerOf.contains(client)) {
-            tell(*listener);
-        }
-    }
-}
-
 }  // namespace bench
-
-KYRBtCom::KYRBtCom(IKYRBtComListener* pListener) : m_pListener(pListener)
-{
-    if (m_pListener == nullptr) {
-        return;
-    }
-    bench::Clients& all = bench::clients();
-    const KYRAutoLock lock(all.mutex);
-    all.listenerOf[this] = m_pListener;
-}
-
-KYRBtCom::~KYRBtCom()
-{
-    bench::Clients& all = bench::clients();
-    const KYRAutoLock lock(all.mutex);
-    all.listenerOf.erase(this);
-}
 
 int KYRBtCom::GetAttribute(KYRBtType::Attribute eAttribute, std::string& strValue)
 {

@@ -2,7 +2,6 @@
 
 #include <KYRBluetooth.h>
 
-#include <functional>
 #include <string>
 
 #include "platform/bench/FakeContext.h"
@@ -33,10 +32,6 @@ public:
 
     KYRBtConnectionState mediaConnection() const;
     KYRBtType::MusicStatus musicStatus() const;
-
-    /// Calls `tell` with the listener of every KYRBtCom. Holds the lock that the destructor of KYRBtCom takes, so a
-    /// destroyed client is never called. Listener thread.
-    static void tellClients(const std::function<void(IKYRBtComListener&)>& tell);
 
 private:
     const FakeContext context_;

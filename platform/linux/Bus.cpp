@@ -185,28 +185,37 @@ host::GlibPtr<GVariant> BusObject::property(const char* name, const GVariantType
 
 void BusObject::call(const std::string& method, GVariant* arguments, std::chrono::milliseconds deadline, Done done)
 {
+    callService(bus_.loop(), connection_, address_, method, arguments, deadline, std::move(done));
+}
+
+void callService(Loop& loop, GDBusConnection* connection, const BusObject::Address& object, const std::string& method,
+                 GVariant* arguments, std::chrono::milliseconds deadline, BusObject::Done done)
+{
     if (!done) {
-        done = [what = address_.name + " " + method](GVariant*, const std::string& error) {
+        done = [what = object.name + " " + method](GVariant*, const std::string& error) {
             if (!error.empty()) {
                 runtime::report(fmt::format("{}: {}", what, error));
             }
         };
     }
-    if (!proxy_) {
+    if (connection == nullptr) {
         if (arguments != nullptr) {
             g_variant_unref(g_variant_ref_sink(arguments));
         }
-        done(nullptr, address_.name + " is not there");
+        done(nullptr, "there is no bus");
         return;
     }
-    g_dbus_proxy_call(
-        proxy_.get(), method.c_str(), arguments, G_DBUS_CALL_FLAGS_NO_AUTO_START, static_cast<gint>(deadline.count()),
-        bus_.loop().cancellable(), Loop::complete,
-        bus_.loop().expect([done = std::move(done)](GObject* source, GAsyncResult* result) {
-            host::GlibError error;
-            const host::GlibPtr<GVariant> reply(g_dbus_proxy_call_finish(G_DBUS_PROXY(source), result, error.out()));
-            done(reply.get(), reply ? "" : lineOf(error));
-        }));
+    g_dbus_connection_call(connection, object.name.c_str(), object.path.c_str(), object.interface.c_str(),
+                           method.c_str(), arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
+                           static_cast<gint>(deadline.count()), loop.cancellable(), Loop::complete,
+                           loop.expect([done = std::move(done)](GObject* source, GAsyncResult* result) {
+                               host::GlibError error;
+                               const host::GlibPtr<GVariant> reply(
+                                   g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, error.out()));
+                               if (!error.is(G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
+                                   done(reply.get(), reply ? "" : lineOf(error));
+                               }
+                           }));
 }
 
 }  // namespace unit

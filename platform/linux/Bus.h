@@ -97,4 +97,9 @@ private:
     host::GlibPtr<GDBusProxy> proxy_;
 };
 
+/// What BusObject::call() does, for any object.
+/// @param connection null: there is no bus, and `done` runs at once
+void callService(Loop& loop, GDBusConnection* connection, const BusObject::Address& object, const std::string& method,
+                 GVariant* arguments, std::chrono::milliseconds deadline, BusObject::Done done);
+
 }  // namespace unit

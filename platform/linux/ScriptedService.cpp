@@ -73,6 +73,21 @@ void ScriptedService::emit(const std::string& path, const std::string& interface
     send(message.get());
 }
 
+std::string ScriptedService::callBack(const std::string& path, const std::string& interface, const std::string& method,
+                                      const std::string& arguments)
+{
+    std::string caller;
+    {
+        const std::lock_guard lock(mutex_);
+        caller = caller_;
+    }
+    host::GlibError error;
+    const host::GlibPtr<GVariant> reply(
+        g_dbus_connection_call_sync(connection_.get(), caller.c_str(), path.c_str(), interface.c_str(), method.c_str(),
+                                    parsed(arguments), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
+    return reply ? host::GlibPtr<char>(g_variant_print(reply.get(), FALSE)).get() : error.remoteName();
+}
+
 std::vector<std::string> ScriptedService::waitForCalls(std::size_t count)
 {
     std::unique_lock lock(mutex_);
@@ -104,6 +119,7 @@ void ScriptedService::serveLocked(GDBusMessage* call)
     if (std::strcmp(g_dbus_message_get_interface(call), kProperties) != 0) {
         GVariant* const body = g_dbus_message_get_body(call);
         const host::GlibPtr<char> arguments(body == nullptr ? g_strdup("()") : g_variant_print(body, FALSE));
+        caller_ = g_dbus_message_get_sender(call);
         calls_.push_back(method + " " + arguments.get());
         changed_.notify_all();
     }

@@ -32,6 +32,11 @@ public:
     void emit(const std::string& path, const std::string& interface, const std::string& signal,
               const std::string& arguments);
 
+    /// Calls a method of whoever sent the last call.
+    /// @returns the reply as text, or the name of the error.
+    std::string callBack(const std::string& path, const std::string& interface, const std::string& method,
+                         const std::string& arguments);
+
     /// Waits until there are `count` calls; those that read properties are not counted.
     /// @returns all calls so far, fewer if they do not come in time.
     std::vector<std::string> waitForCalls(std::size_t count);
@@ -50,6 +55,7 @@ private:
     std::map<std::string, std::string> answers_;     // guarded by mutex_
     std::map<std::string, std::string> properties_;  // guarded by mutex_
     std::vector<std::string> calls_;                 // guarded by mutex_
+    std::string caller_;                             // guarded by mutex_
 };
 
 }  // namespace tests

@@ -19,6 +19,7 @@
 #include <KYRWifi.h>
 
 #include <atomic>
+#include <type_traits>
 
 #include "platform/runtime/System.h"
 
@@ -35,6 +36,22 @@ Interface* installed(std::optional<Interface> Unit::*interface)
     return unit != nullptr && unit->*interface ? &*(unit->*interface) : nullptr;
 }
 
+/// Calls `action` with the adapter.
+/// @returns its result; a default value if Bluetooth is off.
+template <class Action>
+auto withBluetooth(Action action)
+{
+    Bluetooth* const bluetooth = installed(&Unit::bluetooth);
+    using Result = decltype(action(*bluetooth));
+    if constexpr (std::is_void_v<Result>) {
+        if (bluetooth != nullptr) {
+            action(*bluetooth);
+        }
+    } else {
+        return bluetooth == nullptr ? Result() : action(*bluetooth);
+    }
+}
+
 }  // namespace
 
 Unit::Unit(const UnitConfig& config)
@@ -47,6 +64,9 @@ Unit::Unit(const UnitConfig& config)
     }
     if (!config.isOff("power")) {
         power.emplace(config.power, systemBus_, systemd_, board_);
+    }
+    if (!config.isOff("bluetooth")) {
+        bluetooth.emplace(config.bluetooth, systemBus_, board_);
     }
     if (!config.isOff("system-info")) {
         systemInformation.emplace(config.versions, systemBus_, board_);
@@ -168,23 +188,39 @@ KYRSource::SourceID KYRSource::GetCurrentSource(SourceType)
 void KYRSource::AddListener(IKYRSourceListener*) {}
 void KYRSource::RemoveListener(IKYRSourceListener*) {}
 
+// The clients run in this process: there is nothing to start.
 void KYR_CreateBlueTooth() {}
-KYRBtCom::KYRBtCom(IKYRBtComListener* pListener) : m_pListener(pListener) {}
-KYRBtCom::~KYRBtCom() = default;
-int KYRBtCom::GetAttribute(KYRBtType::Attribute, std::string&)
+
+int KYRBtCom::GetAttribute(KYRBtType::Attribute eAttribute, std::string& strValue)
 {
-    return 0;
+    return unit::withBluetooth([&](auto& bluetooth) { return bluetooth.getAttribute(eAttribute, strValue); });
 }
 int KYRBtCom::DeletePairDeviceList()
 {
-    return 0;
+    return unit::withBluetooth([](auto& bluetooth) { return bluetooth.deletePairings() ? 1 : 0; });
 }
-void KYRBtCom::SetCapability(KYRBtType::Capability, int) {}
-int KYRBtCom::GetCapability(KYRBtType::Capability)
+void KYRBtCom::SetCapability(KYRBtType::Capability eCapability, int nValue)
 {
-    return 0;
+    unit::withBluetooth([&](auto& bluetooth) { bluetooth.setCapability(eCapability, nValue); });
 }
-void KYRBtCom::AnswerPair(const std::string&, const std::string&, KYRBtType::PairRequestState) {}
+int KYRBtCom::GetCapability(KYRBtType::Capability eCapability)
+{
+    return unit::withBluetooth([&](auto& bluetooth) { return bluetooth.capability(eCapability); });
+}
+void KYRBtCom::AnswerPair(const std::string&, const std::string&, KYRBtType::PairRequestState eState)
+{
+    unit::withBluetooth([&](auto& bluetooth) { bluetooth.answerPair(eState); });
+}
+KYRBtConnectionState KYRBtMedia::GetMediaConnectionState()
+{
+    return unit::withBluetooth([](auto& bluetooth) { return bluetooth.mediaConnection(); });
+}
+KYRBtType::MusicStatus KYRBtMedia::GetMusicPlayStatus()
+{
+    return unit::withBluetooth([](auto& bluetooth) { return bluetooth.musicStatus(); });
+}
+
+// No telephony yet.
 void KYRBtPhone::AcceptCall() {}
 void KYRBtPhone::TerminateCall() {}
 KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
@@ -192,11 +228,3 @@ KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
     return {};
 }
 void KYRBtPhone::GetCurrentCallInfo(KYRTypeCallInfo&) {}
-KYRBtConnectionState KYRBtMedia::GetMediaConnectionState()
-{
-    return {};
-}
-KYRBtType::MusicStatus KYRBtMedia::GetMusicPlayStatus()
-{
-    return {};
-}

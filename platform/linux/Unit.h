@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "platform/linux/ApplicationManager.h"
+#include "platform/linux/Bluetooth.h"
 #include "platform/linux/Bus.h"
 #include "platform/linux/Loop.h"
 #include "platform/linux/Power.h"
@@ -42,6 +43,7 @@ public:
     // Empty: off. After the buses, which they use.
     std::optional<ApplicationManager> appManager;
     std::optional<Power> power;
+    std::optional<Bluetooth> bluetooth;
     std::optional<SystemInformation> systemInformation;
     std::optional<Configuration> configuration;
 };

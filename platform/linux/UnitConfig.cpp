@@ -24,7 +24,7 @@ using protocol::toml_file::TableReader;
 constexpr std::pair<const char*, const char*> kInterfaces[] = {
     {"app-manager", "systemd"}, {"power", "logind"},       {"system-info", "hostname1"},
     {"config", "file"},         {"audio", nullptr},        {"source", nullptr},
-    {"tuner", nullptr},         {"bluetooth", nullptr},    {"media-player", nullptr},
+    {"tuner", nullptr},         {"bluetooth", "bluez"},    {"media-player", nullptr},
     {"location", nullptr},      {"wifi", nullptr},         {"system-misc", nullptr},
     {"system-update", nullptr}, {"file-manager", nullptr}, {"persistence", nullptr},
     {"car-play", nullptr},      {"android-auto", nullptr}, {"device-app", nullptr},
@@ -103,6 +103,9 @@ private:
             config_.power.standbyUnit = section.text("standby-unit");
         } else if (interface == "system-info") {
             readVersions(section);
+        } else if (interface == "bluetooth") {
+            config_.bluetooth.adapter = section.text("adapter");
+            config_.bluetooth.version = section.text("version");
         } else if (const toml::table* const values = section.table("values")) {
             readValues(*values);
         }

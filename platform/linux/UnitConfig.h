@@ -40,6 +40,12 @@ struct UnitConfig {
     };
     std::array<Version, 11> versions;
 
+    /// [bluetooth]: BlueZ.
+    struct Bluetooth {
+        std::string adapter;  ///< "hci0"; empty: the first
+        std::string version;  ///< empty: the adapter's Modalias
+    } bluetooth;
+
     /// [config]: what the service looks up in the head unit's configuration, by key.
     std::map<std::string, bool, std::less<>> flags;
     std::map<std::string, std::string, std::less<>> texts;

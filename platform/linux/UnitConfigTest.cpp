@@ -48,6 +48,7 @@ TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
     EXPECT_EQ(config.versions[1].value, "7");
     EXPECT_THAT(config.flags, ElementsAre(std::pair("/engineering/open_debug", true)));
     EXPECT_THAT(config.texts, ElementsAre(std::pair("/project/project_name", "board")));
+    EXPECT_EQ(config.bluetooth.adapter, "hci0");
     EXPECT_FALSE(config.isOff("power"));
     EXPECT_TRUE(config.isOff("audio"));
 }
@@ -88,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Backend", "\"logind\"", "\"systemd\"",
                 "unit.toml:8:11: 'backend': expected \"off\" or \"logind\", got \"systemd\""},
         Mistake{"BackendThatIsNotBuilt", "[audio]\nbackend = \"off\"", "[audio]\nbackend = \"alsa\"",
-                "unit.toml:19:11: 'backend': expected \"off\", got \"alsa\""},
+                "unit.toml:22:11: 'backend': expected \"off\", got \"alsa\""},
         Mistake{"Module", "\"media-player\"", "\"media\"",
                 "unit.toml:5:12: expected a module (audio, source, system-proxy, tuner, bluetooth, media-player, "
                 "location, wifi, device-app), got 'media'"},

@@ -1,18 +1,9 @@
 // The platform's interfaces over daemons that answer, answer late or wrongly, go away and come back.
 
-#include "platform/linux/Unit.h"
-
 #include <KYRAudio.h>
-#include <gmock/gmock.h>
 
-#include <fstream>
-#include <memory>
-
-#include "platform/linux/ScriptedService.h"
-#include "platform/linux/UnitTestFile.h"
+#include "platform/linux/UnitSetup.h"
 #include "tests/support/BusClient.h"
-#include "tests/support/PrivateBus.h"
-#include "tests/support/TempDir.h"
 
 namespace unit {
 namespace {
@@ -49,58 +40,14 @@ private:
     std::vector<int> up_;  // guarded by mutex_
 };
 
-class UnitTest : public testing::Test
+class UnitTest : public UnitSetup
 {
 protected:
-    UnitTest()
-    {
-        g_setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.address().c_str(), TRUE);
-        g_setenv("DBUS_SESSION_BUS_ADDRESS", bus_.address().c_str(), TRUE);
-        std::ofstream(directory_.path() / "unit.toml") << tests::unitFile();
-        std::vector<std::string> mistakes;
-        config_ = loadUnitConfig(directory_.path() / "unit.toml", mistakes);
-        EXPECT_THAT(mistakes, testing::IsEmpty());
-    }
+    ScriptedService& logind() { return *(logind_ = service("org.freedesktop.login1")); }
+    ScriptedService& systemd() { return *(systemd_ = service("org.freedesktop.systemd1")); }
 
-    Unit& start()
-    {
-        unit_.emplace(config_);
-        unit_->install();
-        return *unit_;
-    }
-
-    /// Waits until `interface` is in `state`.
-    /// @returns the reason.
-    std::string reasonOnce(const std::string& interface, State state)
-    {
-        std::string reason = "it did not happen";
-        unit_->board().await(
-            [&](const auto& all) {
-                return std::ranges::any_of(all, [&](const InterfaceStatus& status) {
-                    const bool is = status.interface == interface && status.state == state;
-                    reason = is ? status.reason : reason;
-                    return is;
-                });
-            },
-            kGenerous);
-        return reason;
-    }
-
-    ScriptedService& logind()
-    {
-        return *(logind_ = std::make_unique<ScriptedService>(bus_.address(), "org.freedesktop.login1"));
-    }
-    ScriptedService& systemd()
-    {
-        return *(systemd_ = std::make_unique<ScriptedService>(bus_.address(), "org.freedesktop.systemd1"));
-    }
-
-    tests::TempDir directory_;
-    tests::PrivateBus bus_;
-    UnitConfig config_;
     std::unique_ptr<ScriptedService> logind_;
     std::unique_ptr<ScriptedService> systemd_;
-    std::optional<Unit> unit_;
 };
 
 TEST_F(UnitTest, InterfaceThatIsOffIsNull)

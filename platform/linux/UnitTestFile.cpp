@@ -21,9 +21,12 @@ versions = ["hostname1:KernelRelease", "text:7", "uname:release"]
 [config]
 backend = "file"
 values = { "/engineering/open_debug" = true, "/project/project_name" = "board" }
+[bluetooth]
+backend = "bluez"
+adapter = "hci0"
 )";
     for (const char* interface :
-         {"audio", "source", "tuner", "bluetooth", "media-player", "location", "wifi", "system-misc", "system-update",
+         {"audio", "source", "tuner", "media-player", "location", "wifi", "system-misc", "system-update",
           "file-manager", "persistence", "car-play", "android-auto", "device-app"}) {
         text += std::string("[") + interface + "]\nbackend = \"off\"\n";
     }

@@ -1,0 +1,272 @@
+// Bluetooth over a BlueZ that answers, refuses, goes away and asks back.
+
+#include <KYRBluetooth.h>
+
+#include "platform/linux/UnitSetup.h"
+
+namespace unit {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using tests::kGenerous;
+using tests::ScriptedService;
+
+constexpr const char* kAdapterPath = "/org/bluez/hci0";
+constexpr const char* kPhone = "/org/bluez/hci0/dev_11_22_33_44_55_66";
+constexpr const char* kPlayer = "/org/bluez/hci0/dev_11_22_33_44_55_66/player0";
+
+const std::string kAdapterWithPhones =
+    "({@o '/org/bluez/hci0': {'org.bluez.Adapter1': {'Address': <'00:1A:7D:DA:71:13'>, 'Alias': <'unit'>, "
+    "'Modalias': <'usb:v1D6Bp0246d0542'>, 'Powered': <false>}}, "
+    "'/org/bluez/hci0/dev_11_22_33_44_55_66': {'org.bluez.Device1': {'Address': <'11:22:33:44:55:66'>, "
+    "'Alias': <'phone'>, 'Paired': <true>, 'Adapter': <@o '/org/bluez/hci0'>}, "
+    "'org.bluez.MediaControl1': {'Connected': <false>}}, "
+    "'/org/bluez/hci0/dev_AA': {'org.bluez.Device1': {'Paired': <false>, 'Adapter': <@o '/org/bluez/hci0'>}}, "
+    "'/org/bluez/hci1/dev_BB': {'org.bluez.Device1': {'Paired': <true>, 'Adapter': <@o '/org/bluez/hci1'>}}},)";
+
+/// Hears what the adapter tells, and accepts a pairing if it should.
+class Listener : public IKYRBtComListener
+{
+public:
+    void OnOpenBtStatusChanged(KYRBtType::PowerStatus status) override { hear("power " + std::to_string(status)); }
+    void OnDeletePairStatusChanged(int status) override { hear("deleted " + std::to_string(status)); }
+    void OnAnswerPairRequest(const std::string& address, const std::string& name, int type,
+                             KYRBtType::PairRequestState state) override
+    {
+        hear("pair " + address + " " + name + " " + std::to_string(type) + " " + std::to_string(state));
+        if (client != nullptr) {
+            client->AnswerPair("", "", answer);
+        }
+    }
+
+    std::vector<std::string> waitFor(std::size_t count)
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, kGenerous, [&] { return heard_.size() >= count; });
+        return heard_;
+    }
+
+    KYRBtCom* client = nullptr;
+    KYRBtType::PairRequestState answer = KYRBtType::PAIR_REQUESTED;
+
+private:
+    void hear(const std::string& what)
+    {
+        const std::lock_guard lock(mutex_);
+        heard_.push_back(what);
+        changed_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> heard_;  // guarded by mutex_
+};
+
+class BluetoothTest : public UnitSetup
+{
+protected:
+    /// A BlueZ with `objects`, on which the unit's agent is registered.
+    void startBluez(const std::string& objects = kAdapterWithPhones)
+    {
+        bluez_ = service("org.bluez");
+        bluez_->answer("GetManagedObjects", objects);
+        start();
+        EXPECT_EQ(reasonOnce("bluetooth", State::kUp), "");
+        EXPECT_THAT(bluez_->waitForCalls(3),
+                    ElementsAre("GetManagedObjects ()", "RegisterAgent ('/com/zent/linux/unit/agent', 'DisplayYesNo')",
+                                "RequestDefaultAgent ('/com/zent/linux/unit/agent',)"));
+    }
+
+    std::string attribute(KYRBtType::Attribute attribute)
+    {
+        std::string text = "none";
+        client_.GetAttribute(attribute, text);
+        return text;
+    }
+
+    /// @returns what `ask` returns once it is `wanted`, or after a long time.
+    template <class Ask, class Value>
+    Value once(Ask ask, Value wanted)
+    {
+        const auto giveUp = std::chrono::steady_clock::now() + kGenerous;
+        while (ask() != wanted && std::chrono::steady_clock::now() < giveUp) {
+            std::this_thread::yield();
+        }
+        return ask();
+    }
+
+    std::unique_ptr<ScriptedService> bluez_;
+    Listener listener_;
+    KYRBtCom client_{&listener_};
+    KYRBtMedia media_;
+};
+
+TEST_F(BluetoothTest, AddressNameAndVersionAreTheAdapters)
+{
+    startBluez();
+
+    EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_LOCAL_ADDRESS), "00:1A:7D:DA:71:13");
+    EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_LOCAL_NAME), "unit");
+    EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_VERSION), "usb:v1D6Bp0246d0542");
+    EXPECT_EQ(attribute(KYRBtType::Attribute(9)), "none");
+}
+
+TEST_F(BluetoothTest, VersionOfTheFileReplacesTheAdapters)
+{
+    config_.bluetooth.version = "5.2";
+    startBluez();
+
+    EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_VERSION), "5.2");
+}
+
+TEST_F(BluetoothTest, AdapterThatIsMissingIsTold)
+{
+    config_.bluetooth.adapter = "hci7";
+    bluez_ = service("org.bluez");
+    bluez_->answer("GetManagedObjects", kAdapterWithPhones);
+    start();
+
+    bluez_->waitForCalls(3);
+    EXPECT_EQ(
+        once([this] { return reasonOnce("bluetooth", State::kAbsent); }, std::string("org.bluez has no adapter hci7")),
+        "org.bluez has no adapter hci7");
+    EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_LOCAL_ADDRESS), "none");
+    EXPECT_EQ(client_.DeletePairDeviceList(), 0);
+}
+
+TEST_F(BluetoothTest, BluezThatGoesTakesItsAnswersWithItAndBringsThemBack)
+{
+    startBluez();
+
+    bluez_.reset();
+    EXPECT_EQ(reasonOnce("bluetooth", State::kAbsent), "org.bluez is not running");
+    EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_LOCAL_ADDRESS), "none");
+
+    bluez_ = service("org.bluez");
+    bluez_->answer("GetManagedObjects", kAdapterWithPhones);
+    EXPECT_EQ(reasonOnce("bluetooth", State::kUp), "");
+    EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_LOCAL_ADDRESS), "00:1A:7D:DA:71:13");
+}
+
+TEST_F(BluetoothTest, WrongAnswerIsToldAsSuch)
+{
+    bluez_ = service("org.bluez");
+    bluez_->answer("GetManagedObjects", "(1,)");
+    start();
+
+    EXPECT_EQ(once([this] { return reasonOnce("bluetooth", State::kAbsent); },
+                   std::string("org.bluez: not an object manager")),
+              "org.bluez: not an object manager");
+}
+
+TEST_F(BluetoothTest, PowerThatIsSwitchedIsTold)
+{
+    startBluez();
+
+    bluez_->setProperty(kAdapterPath, "org.bluez.Adapter1", "Powered", "true");
+    bluez_->setProperty(kAdapterPath, "org.bluez.Adapter1", "Powered", "true");
+    bluez_->setProperty(kAdapterPath, "org.bluez.Adapter1", "Powered", "false");
+
+    EXPECT_THAT(listener_.waitFor(2), ElementsAre("power 1", "power 0"));
+}
+
+TEST_F(BluetoothTest, PairedDevicesOfTheAdapterAreRemovedAndTheEndIsTold)
+{
+    startBluez();
+
+    EXPECT_EQ(client_.DeletePairDeviceList(), 1);
+
+    EXPECT_EQ(bluez_->waitForCalls(4).back(), std::string("RemoveDevice ('") + kPhone + "',)");
+    EXPECT_THAT(listener_.waitFor(1), ElementsAre("deleted 1"));
+}
+
+TEST_F(BluetoothTest, DeviceThatCannotBeRemovedIsTold)
+{
+    startBluez();
+    bluez_->answer("RemoveDevice", "!org.bluez.Error.Failed");
+
+    EXPECT_EQ(client_.DeletePairDeviceList(), 1);
+
+    EXPECT_THAT(listener_.waitFor(1), ElementsAre("deleted 0"));
+}
+
+TEST_F(BluetoothTest, WithoutPairedDevicesTheEndIsToldAtOnce)
+{
+    startBluez("({@o '/org/bluez/hci0': {'org.bluez.Adapter1': @a{sv} {}}},)");
+
+    EXPECT_EQ(client_.DeletePairDeviceList(), 1);
+
+    EXPECT_THAT(listener_.waitFor(1), ElementsAre("deleted 1"));
+}
+
+TEST_F(BluetoothTest, RequestToPairIsToldAndAcceptedByTheService)
+{
+    listener_.client = &client_;
+    startBluez();
+
+    EXPECT_EQ(bluez_->callBack("/com/zent/linux/unit/agent", "org.bluez.Agent1", "RequestConfirmation",
+                               std::string("(@o '") + kPhone + "', uint32 123456)"),
+              "()");
+    EXPECT_EQ(bluez_->callBack("/com/zent/linux/unit/agent", "org.bluez.Agent1", "RequestAuthorization",
+                               std::string("(@o '") + kPhone + "',)"),
+              "()");
+    EXPECT_THAT(listener_.waitFor(2),
+                ElementsAre("pair 11:22:33:44:55:66 phone 0 1", "pair 11:22:33:44:55:66 phone 0 1"));
+}
+
+TEST_F(BluetoothTest, RequestToPairThatTheServiceRefusesIsRefused)
+{
+    listener_.client = &client_;
+    listener_.answer = static_cast<KYRBtType::PairRequestState>(0);
+    startBluez();
+
+    EXPECT_EQ(bluez_->callBack("/com/zent/linux/unit/agent", "org.bluez.Agent1", "RequestConfirmation",
+                               std::string("(@o '") + kPhone + "', uint32 123456)"),
+              "org.bluez.Error.Rejected");
+}
+
+TEST_F(BluetoothTest, AnswerWithoutARequestIsIgnored)
+{
+    startBluez();
+
+    client_.AnswerPair("", "", KYRBtType::PAIR_REQUESTED);
+
+    EXPECT_EQ(client_.DeletePairDeviceList(), 1);
+    EXPECT_THAT(listener_.waitFor(1), ElementsAre("deleted 1"));
+}
+
+TEST_F(BluetoothTest, MediaFollowTheConnectedDeviceAndItsPlayer)
+{
+    startBluez();
+    EXPECT_EQ(media_.GetMediaConnectionState().nState, 0);
+
+    bluez_->emit("/", "org.freedesktop.DBus.ObjectManager", "InterfacesAdded",
+                 std::string("(@o '") + kPlayer + "', {'org.bluez.MediaPlayer1': {'Status': <'playing'>}})");
+    bluez_->setProperty(kPhone, "org.bluez.MediaControl1", "Player", std::string("@o '") + kPlayer + "'");
+    bluez_->setProperty(kPhone, "org.bluez.MediaControl1", "Connected", "true");
+    EXPECT_EQ(once([this] { return media_.GetMusicPlayStatus(); }, KYRBtType::MUSIC_PLAYING), KYRBtType::MUSIC_PLAYING);
+    EXPECT_EQ(media_.GetMediaConnectionState().nState, 1);
+    EXPECT_EQ(media_.GetMediaConnectionState().strText, "phone");
+
+    bluez_->setProperty(kPlayer, "org.bluez.MediaPlayer1", "Status", "'paused'");
+    EXPECT_EQ(once([this] { return media_.GetMusicPlayStatus(); }, KYRBtType::MUSIC_PAUSED), KYRBtType::MUSIC_PAUSED);
+
+    bluez_->emit("/", "org.freedesktop.DBus.ObjectManager", "InterfacesRemoved",
+                 std::string("(@o '") + kPlayer + "', ['org.bluez.MediaPlayer1'])");
+    EXPECT_EQ(once([this] { return media_.GetMusicPlayStatus(); }, KYRBtType::MusicStatus{}), KYRBtType::MusicStatus{});
+    EXPECT_EQ(media_.GetMediaConnectionState().nState, 1);
+}
+
+TEST_F(BluetoothTest, CapabilitiesAreRemembered)
+{
+    start();
+
+    EXPECT_EQ(client_.GetCapability(KYRBtType::CAPABILITY_9), 0);
+    client_.SetCapability(KYRBtType::CAPABILITY_9, 1);
+    EXPECT_EQ(client_.GetCapability(KYRBtType::CAPABILITY_9), 1);
+    EXPECT_EQ(client_.GetCapability(KYRBtType::CAPABILITY_0), 0);
+}
+
+}  // namespace
+}  // namespace unit

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/ScriptedService.h"
+#include "platform/linux/Unit.h"
+#include "platform/linux/UnitTestFile.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/TempDir.h"
+
+namespace unit {
+
+/// A unit with a bus of its own, which is both the system bus and the session bus.
+class UnitSetup : public testing::Test
+{
+protected:
+    UnitSetup()
+    {
+        g_setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.address().c_str(), TRUE);
+        g_setenv("DBUS_SESSION_BUS_ADDRESS", bus_.address().c_str(), TRUE);
+        std::ofstream(directory_.path() / "unit.toml") << tests::unitFile();
+        std::vector<std::string> mistakes;
+        config_ = loadUnitConfig(directory_.path() / "unit.toml", mistakes);
+        EXPECT_THAT(mistakes, testing::IsEmpty());
+    }
+
+    Unit& start()
+    {
+        unit_.emplace(config_);
+        unit_->install();
+        return *unit_;
+    }
+
+    /// Waits until `interface` is in `state`.
+    /// @returns the reason.
+    std::string reasonOnce(const std::string& interface, State state)
+    {
+        std::string reason = "it did not happen";
+        unit_->board().await(
+            [&](const auto& all) {
+                return std::ranges::any_of(all, [&](const InterfaceStatus& status) {
+                    const bool is = status.interface == interface && status.state == state;
+                    reason = is ? status.reason : reason;
+                    return is;
+                });
+            },
+            tests::kGenerous);
+        return reason;
+    }
+
+    std::unique_ptr<tests::ScriptedService> service(const std::string& name)
+    {
+        return std::make_unique<tests::ScriptedService>(bus_.address(), name);
+    }
+
+    tests::TempDir directory_;
+    tests::PrivateBus bus_;
+    UnitConfig config_;
+    std::optional<Unit> unit_;
+};
+
+}  // namespace unit
