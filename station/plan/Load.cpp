@@ -63,8 +63,9 @@ Group loadGroup(const Context& outer, Context& context, const toml::table& table
     Group group;
     TableReader reader(table, "group", context.problems);
     group.name = reader.text("name", true);
-    if (const Duration time = loading::seconds(reader, "duration", Duration(0)); time > Duration(0)) {
-        group.duration = time;
+    constexpr double kYear = 365 * 86400.0;
+    if (const auto time = reader.seconds("duration", 0.001, kYear)) {
+        group.duration = std::chrono::duration_cast<Duration>(std::chrono::duration<double>(*time));
     }
     const auto repeat = reader.integer("repeat", false, 1);
     group.repeat = repeat           ? std::min(static_cast<std::size_t>(*repeat), Group::kEndless)

@@ -491,7 +491,7 @@ TEST_F(RunnerFlowTest, GroupIsRepeatedUntilItsTimeIsOver)
     on[0x0FFF] = [this](const Frame&) { reply(0x8F, 0xFF, {1}); };
 
     const auto began = std::chrono::steady_clock::now();
-    runText("[[main]]\nname = \"G\"\nduration = 0.1\nsteps = [{ send = \"test.mode\" }]\n");
+    runText("[[main]]\nname = \"G\"\nduration = \"100ms\"\nsteps = [{ send = \"test.mode\" }]\n");
 
     EXPECT_GE(std::chrono::steady_clock::now() - began, 100ms);
     EXPECT_GT(triesOf(group(0)), 1U);
@@ -502,7 +502,7 @@ TEST_F(RunnerFlowTest, RepeatEndsAGroupBeforeItsTimeIsOver)
 {
     on[0x0FFF] = [this](const Frame&) { reply(0x8F, 0xFF, {1}); };
 
-    runText("[[main]]\nname = \"G\"\nduration = 3600\nrepeat = 3\nsteps = [{ send = \"test.mode\" }]\n");
+    runText("[[main]]\nname = \"G\"\nduration = \"8h\"\nrepeat = 3\nsteps = [{ send = \"test.mode\" }]\n");
 
     EXPECT_EQ(triesOf(group(0)), 3U);
 }

@@ -52,6 +52,7 @@ public:
         Node page = add(body, "div", "page");
         addTop(page);
         Node main = add(page, "main");
+        addRepeatedGroups(main);
         addFailed(main);
         addRepeated(main);
         addAll(main);
@@ -228,7 +229,6 @@ private:
         Node heading = add(box, "h4");
         addText(heading, "span", group.name);
         addChip(heading, verdictOf(group));
-        addFigures(box, group);
         for (std::size_t i = 0; i < group.tries.size(); ++i) {
             const Group::Try& each = group.tries[i];
             const bool counting = !each.superseded;
@@ -247,13 +247,30 @@ private:
         }
     }
 
-    /// The figures of a group that was repeated.
-    static void addFigures(Node box, const Group& group)
+    void addRepeatedGroups(Node main)
     {
-        const Rounds rounds = roundsOf(group);
-        if (rounds.counted < 2) {
-            return;
+        Node section = add(main, "section");
+        set(addText(section, "h2", "Repeated groups"), "id", "groups");
+        set(section, "aria-labelledby", "groups");
+        bool any = false;
+        for (const Phase& phase : run_.phases) {
+            for (const Group& group : phase.groups) {
+                if (const Rounds rounds = roundsOf(group); rounds.counted > 1) {
+                    any = true;
+                    addFigures(add(section, "div", "group"), group, rounds);
+                }
+            }
         }
+        if (!any) {
+            main.remove_child(section);
+        }
+    }
+
+    static void addFigures(Node box, const Group& group, const Rounds& rounds)
+    {
+        Node heading = add(box, "h3");
+        addText(heading, "span", group.name + " ");
+        addChip(heading, verdictOf(group));
         addText(box, "p", roundsText(group, rounds), "where");
         const Timeline& timeline = rounds.timeline;
         if (rounds.failed > 0) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <sstream>
+#include <utility>
 
 #include "station/record/Outcome.h"
 #include "station/record/Reports.h"
@@ -30,6 +31,7 @@ public:
     std::string write()
     {
         head();
+        repeated();
         failed();
         all();
         return std::move(out_);
@@ -63,6 +65,27 @@ private:
                             run_.ended < run_.started ? "" : ", took " + toText(durationOf(run_))));
         line(0, "Line " + lineText(run_.line));
         line(0, "Run " + printable(run_.id) + behind(", operator ", run_.station.operatorName));
+    }
+
+    void repeated()
+    {
+        bool first = true;
+        for (const Phase& phase : run_.phases) {
+            for (const Group& group : phase.groups) {
+                const std::vector<std::string> figures = roundLines(group);
+                if (figures.empty()) {
+                    continue;
+                }
+                if (std::exchange(first, false)) {
+                    line(0, "");
+                    line(0, bold("Repeated groups"));
+                }
+                line(2, printable(group.name) + "  " + verdict(verdictOf(group)));
+                for (const std::string& each : figures) {
+                    line(4, each);
+                }
+            }
+        }
     }
 
     void failed()
@@ -100,9 +123,6 @@ private:
                                 behind("  ", reasonOf(phase))));
             for (const Group& group : phase.groups) {
                 line(4, printable(group.name) + "  " + verdict(verdictOf(group)));
-                for (const std::string& each : roundLines(group)) {
-                    line(6, each);
-                }
                 for (std::size_t i = 0; i < group.tries.size(); ++i) {
                     const bool counting = !group.tries[i].superseded;
                     if (triesOf(group) > 1) {
