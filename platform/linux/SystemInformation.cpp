@@ -13,6 +13,7 @@ namespace {
 using Source = UnitConfig::Version::Source;
 
 constexpr const char* kSystemInfo = "system-info";
+constexpr const char* kHostnamed = "org.freedesktop.hostname1";
 constexpr std::chrono::seconds kHostnameDeadline{10};
 
 std::string osRelease(const std::string& key)
@@ -46,6 +47,14 @@ SystemInformation::SystemInformation(std::array<UnitConfig::Version, 11> sources
 SystemInformation::~SystemInformation()
 {
     bus_.remove(*this);
+    unwatch();
+}
+
+void SystemInformation::unwatch()
+{
+    if (watch_ != 0) {
+        g_bus_unwatch_name(std::exchange(watch_, 0));
+    }
 }
 
 int SystemInformation::GetVersionInfo(SystemInfo::VersionInfo& info)
@@ -60,9 +69,18 @@ void SystemInformation::onBus(GDBusConnection* connection, const std::string& re
 {
     connection_ = connection;
     isAsking_ = false;
+    unwatch();
     if (connection == nullptr) {
         board_.set(kSystemInfo, State::kAbsent, reason);
+        return;
     }
+    // Where the bus cannot start hostnamed, it may come later.
+    watch_ = g_bus_watch_name_on_connection(
+        connection, kHostnamed, G_BUS_NAME_WATCHER_FLAGS_NONE,
+        [](GDBusConnection*, const gchar*, const gchar*, gpointer self) {
+            static_cast<SystemInformation*>(self)->ask();
+        },
+        nullptr, this, nullptr);
     ask();
 }
 
@@ -73,8 +91,8 @@ void SystemInformation::ask()
     }
     // hostnamed ends when it has nothing to do, and the bus starts it again for a call.
     g_dbus_connection_call(
-        connection_, "org.freedesktop.hostname1", "/org/freedesktop/hostname1", "org.freedesktop.DBus.Properties",
-        "GetAll", g_variant_new("(s)", "org.freedesktop.hostname1"), G_VARIANT_TYPE("(a{sv})"), G_DBUS_CALL_FLAGS_NONE,
+        connection_, kHostnamed, "/org/freedesktop/hostname1", "org.freedesktop.DBus.Properties", "GetAll",
+        g_variant_new("(s)", kHostnamed), G_VARIANT_TYPE("(a{sv})"), G_DBUS_CALL_FLAGS_NONE,
         static_cast<gint>(std::chrono::milliseconds(kHostnameDeadline).count()), bus_.loop().cancellable(),
         Loop::complete, bus_.loop().expect([this, asked = connection_](GObject* source, GAsyncResult* result) {
             host::GlibError error;
@@ -88,7 +106,7 @@ void SystemInformation::ask()
                 take(reply.get());
             }
             board_.set(kSystemInfo, reply ? State::kUp : State::kAbsent,
-                       reply ? "" : "org.freedesktop.hostname1: " + protocol::printable(error.message()));
+                       reply ? "" : std::string(kHostnamed) + ": " + protocol::printable(error.message()));
         }));
 }
 

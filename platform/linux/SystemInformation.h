@@ -23,6 +23,7 @@ public:
 
 private:
     void onBus(GDBusConnection* connection, const std::string& reason) override;
+    void unwatch();
     void ask();
     void take(GVariant* properties);
 
@@ -31,6 +32,7 @@ private:
     StatusBoard& board_;
     GDBusConnection* connection_ = nullptr;  // of the loop
     bool isAsking_ = false;                  // of the loop
+    guint watch_ = 0;                        // of the loop
     std::mutex mutex_;
     SystemInfo::VersionInfo versions_;  // guarded by mutex_
 };

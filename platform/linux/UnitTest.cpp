@@ -196,6 +196,16 @@ TEST_F(UnitTest, VersionsComeFromTheConfigurationAndFromHostnamed)
     EXPECT_EQ(info.strField[3], "");
 }
 
+TEST_F(UnitTest, HostnamedThatComesLaterIsAsked)
+{
+    start();
+    EXPECT_THAT(reasonOnce("system-info", State::kAbsent), testing::Ne("it did not happen"));
+
+    ScriptedService hostnamed(bus_.address(), "org.freedesktop.hostname1");
+
+    EXPECT_EQ(reasonOnce("system-info", State::kUp), "");
+}
+
 TEST_F(UnitTest, WrongAndRefusedVersionsLeaveTheFieldEmptyAndAreTold)
 {
     ScriptedService hostnamed(bus_.address(), "org.freedesktop.hostname1");
