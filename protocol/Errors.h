@@ -46,7 +46,7 @@ private:
     std::string remedy_;
 };
 
-/// The user's mistake, in an option, a word or a file: "plan.toml:6: expected a command, got 'tuner.pla'; did you mean
+/// The user's mistake, in an option, a word or a file: "plan.toml:6:19: 'tuner.pla' is not a command; did you mean
 /// 'tuner.play'?"
 class UserError : public Error
 {

@@ -24,7 +24,7 @@ std::optional<double> parseFinite(std::string_view text);
 /// Reads a time of at least 0 in seconds: a plain number of seconds, or a number with ms, s, min or h ("500ms", "8 h").
 std::optional<double> parseSeconds(std::string_view text);
 
-/// @returns a number with all its digits, without an exponent if that is readable.
+/// @returns a number in full precision; with an exponent only where digits would be unreadable.
 std::string toText(double number);
 
 /// @returns a number with twelve digits at most, "87.5": the noise of binary fractions does not show.

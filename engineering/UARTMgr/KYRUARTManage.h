@@ -17,7 +17,7 @@ class KYRAutoTestSkeletonBase : public KYRRmtSkeleton
 public:
     using KYRRmtSkeleton::MsgDecode;
 
-    /// A chunk from the station; hands it to RouteAutoTestMsg(). The adapter's delivery thread.
+    /// Takes a chunk from the station, on the adapter's delivery thread, and hands it to RouteAutoTestMsg().
     void MsgDecode(unsigned char* pData, int nLength) override;
 
     virtual void RouteAutoTestMsg(unsigned char* pData, int nLength)

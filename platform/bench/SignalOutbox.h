@@ -14,7 +14,7 @@ struct OutgoingSignal {
     std::string json;
 };
 
-/// Signals that wait for a bus that does not read, in limited space. For one thread at a time.
+/// A bounded queue of signals for a bus that does not read. Not thread-safe.
 class SignalOutbox
 {
 public:

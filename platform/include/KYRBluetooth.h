@@ -74,7 +74,7 @@ public:
     /// @returns 1 if the adapter has the attribute, else 0.
     int GetAttribute(KYRBtType::Attribute eAttribute, std::string& strValue);
 
-    /// Starts to delete all pairings; OnDeletePairStatusChanged() reports the end.
+    /// Starts deleting all pairings; OnDeletePairStatusChanged() reports the end.
     /// @returns 1 if the deletion has begun, else 0.
     int DeletePairDeviceList();
 

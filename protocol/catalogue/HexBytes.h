@@ -10,8 +10,8 @@
 
 namespace protocol::catalogue {
 
-/// Reads bytes as people write them: "00 1A 7D", "00:1A:7D", "0x00,0x1A", "001A7D". Between separators stands one
-/// digit, or an even number of them, in either case.
+/// Reads bytes as people write them: "00 1A 7D", "00:1A:7D", "0x00,0x1A", "001A7D". Each piece between
+/// separators is one digit or an even number of digits, in upper or lower case.
 /// @returns nothing when `text` is anything else; no bytes for an empty text.
 std::optional<std::vector<std::uint8_t>> parseHexBytes(std::string_view text);
 

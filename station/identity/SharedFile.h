@@ -26,7 +26,7 @@ public:
     int descriptor() const { return descriptor_.get(); }
     const std::string& path() const { return path_; }
 
-    /// Locks a byte for this object, an open file description lock, or unlocks it with F_UNLCK; does not wait.
+    /// Takes an open-file-description lock on one byte, or releases it (F_UNLCK); does not wait.
     /// @returns 0, or the error number
     int lockByte(off_t offset, short type = F_WRLCK) const;
 

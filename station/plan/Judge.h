@@ -14,26 +14,26 @@ namespace station::plan {
 /// The result of a comparison with expected values.
 struct Judgement {
     std::vector<record::Measurement> measurements;
-    /// One line per value that missed; empty when all hold.
+    /// One line per value that fails; empty if all hold.
     std::vector<std::string> misses;
 
     /// @returns the misses in one line.
     std::string reason() const;
 };
 
-/// Compares a frame's fields. A field without expectation becomes a measurement without limits; one out of the
-/// catalogue's range misses.
-/// Throws protocol::UserError for a variable without value, or with a value that the field cannot have.
+/// Compares a frame's fields. A field without an expectation becomes a measurement without limits; one out of the
+/// catalogue's range fails.
+/// Throws protocol::UserError for a variable without a value, or with a value that the field cannot have.
 Judgement judge(std::span<const Expected> expected, std::span<const protocol::catalogue::DecodedField> fields,
                 const Variables& variables);
 
 /// Compares an operator's answer, which is of the kind that the question asks for. Throws protocol::UserError for a
-/// variable without value.
+/// variable without a value.
 Judgement judge(const Prompt& prompt, const std::string& answer, const Variables& variables);
 
 /// @returns why a text that an operator typed or scanned does not have the form that the question asks for; empty if it
 /// does.
-/// Throws protocol::UserError for a variable without value.
+/// Throws protocol::UserError for a variable without a value.
 std::string mistyped(const Prompt& prompt, const std::string& answer, const Variables& variables);
 
 /// @returns whether `value` is `limit` or less, but for rounding: 8707 × 0.01 is at most 87.07.

@@ -13,7 +13,7 @@ using Variables = std::map<std::string, std::string, std::less<>>;
 /// @returns the names that `text` asks for with ${name}, in order.
 std::vector<std::string> variablesIn(std::string_view text);
 
-/// @returns `text` with the values in place of ${name}. Throws protocol::UserError for a name without value.
+/// @returns `text` with the values in place of ${name}. Throws protocol::UserError for a name without a value.
 std::string substitute(std::string_view text, const Variables& variables);
 
 /// @returns whether `name` can name a variable: letters, digits, '-' and '_'.
