@@ -85,17 +85,6 @@ protected:
         return text;
     }
 
-    /// @returns what `ask` returns once it is `wanted`, or after a long time.
-    template <class Ask, class Value>
-    Value once(Ask ask, Value wanted)
-    {
-        const auto giveUp = std::chrono::steady_clock::now() + kGenerous;
-        while (ask() != wanted && std::chrono::steady_clock::now() < giveUp) {
-            std::this_thread::yield();
-        }
-        return ask();
-    }
-
     std::unique_ptr<ScriptedService> bluez_;
     Listener listener_;
     KYRBtCom client_{&listener_};

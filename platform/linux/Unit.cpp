@@ -36,19 +36,19 @@ Interface* installed(std::optional<Interface> Unit::*interface)
     return unit != nullptr && unit->*interface ? &*(unit->*interface) : nullptr;
 }
 
-/// Calls `action` with the adapter.
-/// @returns its result; a default value if Bluetooth is off.
-template <class Action>
-auto withBluetooth(Action action)
+/// Calls `action` with an interface of the installed unit.
+/// @returns its result; a default value if the interface is off.
+template <class Interface, class Action>
+auto with(std::optional<Interface> Unit::*interface, Action action)
 {
-    Bluetooth* const bluetooth = installed(&Unit::bluetooth);
-    using Result = decltype(action(*bluetooth));
+    Interface* const there = installed(interface);
+    using Result = decltype(action(*there));
     if constexpr (std::is_void_v<Result>) {
-        if (bluetooth != nullptr) {
-            action(*bluetooth);
+        if (there != nullptr) {
+            action(*there);
         }
     } else {
-        return bluetooth == nullptr ? Result() : action(*bluetooth);
+        return there == nullptr ? Result() : action(*there);
     }
 }
 
@@ -67,6 +67,9 @@ Unit::Unit(const UnitConfig& config)
     }
     if (!config.isOff("bluetooth")) {
         bluetooth.emplace(config.bluetooth, systemBus_, board_);
+    }
+    if (!config.isOff("phone")) {
+        phone.emplace(systemBus_, board_);
     }
     if (!config.isOff("system-info")) {
         systemInformation.emplace(config.versions, systemBus_, board_);
@@ -193,38 +196,46 @@ void KYR_CreateBlueTooth() {}
 
 int KYRBtCom::GetAttribute(KYRBtType::Attribute eAttribute, std::string& strValue)
 {
-    return unit::withBluetooth([&](auto& bluetooth) { return bluetooth.getAttribute(eAttribute, strValue); });
+    return unit::with(&Unit::bluetooth, [&](auto& bluetooth) { return bluetooth.getAttribute(eAttribute, strValue); });
 }
 int KYRBtCom::DeletePairDeviceList()
 {
-    return unit::withBluetooth([](auto& bluetooth) { return bluetooth.deletePairings() ? 1 : 0; });
+    return unit::with(&Unit::bluetooth, [](auto& bluetooth) { return bluetooth.deletePairings() ? 1 : 0; });
 }
 void KYRBtCom::SetCapability(KYRBtType::Capability eCapability, int nValue)
 {
-    unit::withBluetooth([&](auto& bluetooth) { bluetooth.setCapability(eCapability, nValue); });
+    unit::with(&Unit::bluetooth, [&](auto& bluetooth) { bluetooth.setCapability(eCapability, nValue); });
 }
 int KYRBtCom::GetCapability(KYRBtType::Capability eCapability)
 {
-    return unit::withBluetooth([&](auto& bluetooth) { return bluetooth.capability(eCapability); });
+    return unit::with(&Unit::bluetooth, [&](auto& bluetooth) { return bluetooth.capability(eCapability); });
 }
 void KYRBtCom::AnswerPair(const std::string&, const std::string&, KYRBtType::PairRequestState eState)
 {
-    unit::withBluetooth([&](auto& bluetooth) { bluetooth.answerPair(eState); });
+    unit::with(&Unit::bluetooth, [&](auto& bluetooth) { bluetooth.answerPair(eState); });
 }
 KYRBtConnectionState KYRBtMedia::GetMediaConnectionState()
 {
-    return unit::withBluetooth([](auto& bluetooth) { return bluetooth.mediaConnection(); });
+    return unit::with(&Unit::bluetooth, [](auto& bluetooth) { return bluetooth.mediaConnection(); });
 }
 KYRBtType::MusicStatus KYRBtMedia::GetMusicPlayStatus()
 {
-    return unit::withBluetooth([](auto& bluetooth) { return bluetooth.musicStatus(); });
+    return unit::with(&Unit::bluetooth, [](auto& bluetooth) { return bluetooth.musicStatus(); });
 }
 
-// No telephony yet.
-void KYRBtPhone::AcceptCall() {}
-void KYRBtPhone::TerminateCall() {}
+void KYRBtPhone::AcceptCall()
+{
+    unit::with(&Unit::phone, [](auto& phone) { phone.accept(); });
+}
+void KYRBtPhone::TerminateCall()
+{
+    unit::with(&Unit::phone, [](auto& phone) { phone.terminate(); });
+}
 KYRBtConnectionState KYRBtPhone::GetPhoneConnectionState()
 {
-    return {};
+    return unit::with(&Unit::phone, [](auto& phone) { return phone.connection(); });
 }
-void KYRBtPhone::GetCurrentCallInfo(KYRTypeCallInfo&) {}
+void KYRBtPhone::GetCurrentCallInfo(KYRTypeCallInfo& info)
+{
+    info = unit::with(&Unit::phone, [](auto& phone) { return phone.call(); });
+}

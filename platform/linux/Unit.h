@@ -11,6 +11,7 @@
 #include "platform/linux/Status.h"
 #include "platform/linux/StatusBus.h"
 #include "platform/linux/SystemInformation.h"
+#include "platform/linux/Telephony.h"
 #include "platform/linux/UnitConfig.h"
 
 namespace unit {
@@ -44,6 +45,7 @@ public:
     std::optional<ApplicationManager> appManager;
     std::optional<Power> power;
     std::optional<Bluetooth> bluetooth;
+    std::optional<Telephony> phone;
     std::optional<SystemInformation> systemInformation;
     std::optional<Configuration> configuration;
 };

@@ -22,12 +22,11 @@ using protocol::toml_file::TableReader;
 
 /// Every interface of the platform that a unit may lack, and the backend that it can have; without one it is off.
 constexpr std::pair<const char*, const char*> kInterfaces[] = {
-    {"app-manager", "systemd"}, {"power", "logind"},       {"system-info", "hostname1"},
-    {"config", "file"},         {"audio", nullptr},        {"source", nullptr},
-    {"tuner", nullptr},         {"bluetooth", "bluez"},    {"media-player", nullptr},
-    {"location", nullptr},      {"wifi", nullptr},         {"system-misc", nullptr},
-    {"system-update", nullptr}, {"file-manager", nullptr}, {"persistence", nullptr},
-    {"car-play", nullptr},      {"android-auto", nullptr}, {"device-app", nullptr},
+    {"app-manager", "systemd"}, {"power", "logind"},        {"system-info", "hostname1"}, {"config", "file"},
+    {"audio", nullptr},         {"source", nullptr},        {"tuner", nullptr},           {"bluetooth", "bluez"},
+    {"phone", "ofono"},         {"media-player", nullptr},  {"location", nullptr},        {"wifi", nullptr},
+    {"system-misc", nullptr},   {"system-update", nullptr}, {"file-manager", nullptr},    {"persistence", nullptr},
+    {"car-play", nullptr},      {"android-auto", nullptr},  {"device-app", nullptr},
 };
 
 constexpr std::pair<const char*, ServiceModule> kModules[] = {

@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Backend", "\"logind\"", "\"systemd\"",
                 "unit.toml:8:11: 'backend': expected \"off\" or \"logind\", got \"systemd\""},
         Mistake{"BackendThatIsNotBuilt", "[audio]\nbackend = \"off\"", "[audio]\nbackend = \"alsa\"",
-                "unit.toml:22:11: 'backend': expected \"off\", got \"alsa\""},
+                "unit.toml:24:11: 'backend': expected \"off\", got \"alsa\""},
         Mistake{"Module", "\"media-player\"", "\"media\"",
                 "unit.toml:5:12: expected a module (audio, source, system-proxy, tuner, bluetooth, media-player, "
                 "location, wifi, device-app), got 'media'"},

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/linux/ScriptedService.h"
@@ -54,6 +55,17 @@ protected:
             },
             tests::kGenerous);
         return reason;
+    }
+
+    /// @returns what `ask` returns once it is `wanted`, or after a long time.
+    template <class Ask, class Value>
+    Value once(Ask ask, Value wanted)
+    {
+        const auto giveUp = std::chrono::steady_clock::now() + tests::kGenerous;
+        while (ask() != wanted && std::chrono::steady_clock::now() < giveUp) {
+            std::this_thread::yield();
+        }
+        return ask();
     }
 
     std::unique_ptr<tests::ScriptedService> service(const std::string& name)

@@ -24,6 +24,8 @@ values = { "/engineering/open_debug" = true, "/project/project_name" = "board" }
 [bluetooth]
 backend = "bluez"
 adapter = "hci0"
+[phone]
+backend = "ofono"
 )";
     for (const char* interface :
          {"audio", "source", "tuner", "media-player", "location", "wifi", "system-misc", "system-update",

@@ -99,7 +99,7 @@ TEST_F(UnitProgramTest, CheckSaysLineByLineWhatIsThereAndWhatIsMissing)
 
     EXPECT_EQ(outcome.status, 1);
     const auto lines = linesOf(outcome.out);
-    ASSERT_EQ(lines.size(), 19U) << outcome.out;
+    ASSERT_EQ(lines.size(), 20U) << outcome.out;
     EXPECT_THAT(lines[1], StartsWith("app-manager    systemd    absent  org.freedesktop.systemd1 is not running"));
     EXPECT_THAT(lines[2], StartsWith("power          logind     up"));
     EXPECT_THAT(lines[5], StartsWith("audio          off        off"));
