@@ -8,7 +8,6 @@
 #include <KYRCarPlay.h>
 #include <KYRDeviceApp.h>
 #include <KYRFileMgr.h>
-#include <KYRLocation.h>
 #include <KYRMediaPlayer.h>
 #include <KYRSource.h>
 #include <KYRSystem.h>
@@ -71,6 +70,9 @@ Unit::Unit(const UnitConfig& config)
     if (!config.isOff("phone")) {
         phone.emplace(systemBus_, board_);
     }
+    if (!config.isOff("location")) {
+        location.emplace(config.location, loop_, board_);
+    }
     if (!config.isOff("system-info")) {
         systemInformation.emplace(config.versions, systemBus_, board_);
     }
@@ -108,6 +110,10 @@ KYRPower* KYR_GetSystemPowerProxy()
 KYRSystemInfo* KYR_GetSystemInfoProxy()
 {
     return unit::installed(&Unit::systemInformation);
+}
+KYRLocation* KYR_GetLocationService()
+{
+    return unit::installed(&Unit::location);
 }
 KYRLibConfigs* GetLibConfigs()
 {
@@ -147,10 +153,6 @@ KYRDeviceApp* KYR_GetDeviceAppProxy()
     return nullptr;
 }
 KYRFileMgr* KYR_GetFileMgr()
-{
-    return nullptr;
-}
-KYRLocation* KYR_GetLocationService()
 {
     return nullptr;
 }

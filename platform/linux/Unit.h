@@ -6,6 +6,7 @@
 #include "platform/linux/ApplicationManager.h"
 #include "platform/linux/Bluetooth.h"
 #include "platform/linux/Bus.h"
+#include "platform/linux/Location.h"
 #include "platform/linux/Loop.h"
 #include "platform/linux/Power.h"
 #include "platform/linux/Status.h"
@@ -46,6 +47,7 @@ public:
     std::optional<Power> power;
     std::optional<Bluetooth> bluetooth;
     std::optional<Telephony> phone;
+    std::optional<Location> location;
     std::optional<SystemInformation> systemInformation;
     std::optional<Configuration> configuration;
 };

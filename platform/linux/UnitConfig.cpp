@@ -24,7 +24,7 @@ using protocol::toml_file::TableReader;
 constexpr std::pair<const char*, const char*> kInterfaces[] = {
     {"app-manager", "systemd"}, {"power", "logind"},        {"system-info", "hostname1"}, {"config", "file"},
     {"audio", nullptr},         {"source", nullptr},        {"tuner", nullptr},           {"bluetooth", "bluez"},
-    {"phone", "ofono"},         {"media-player", nullptr},  {"location", nullptr},        {"wifi", nullptr},
+    {"phone", "ofono"},         {"media-player", nullptr},  {"location", "gpsd"},         {"wifi", nullptr},
     {"system-misc", nullptr},   {"system-update", nullptr}, {"file-manager", nullptr},    {"persistence", nullptr},
     {"car-play", nullptr},      {"android-auto", nullptr},  {"device-app", nullptr},
 };
@@ -102,6 +102,10 @@ private:
             config_.power.standbyUnit = section.text("standby-unit");
         } else if (interface == "system-info") {
             readVersions(section);
+        } else if (interface == "location") {
+            config_.location.host = section.optionalText("host").value_or(config_.location.host);
+            config_.location.port =
+                static_cast<std::uint16_t>(section.integer("port", false, 1, 65535).value_or(config_.location.port));
         } else if (interface == "bluetooth") {
             config_.bluetooth.adapter = section.text("adapter");
             config_.bluetooth.version = section.text("version");

@@ -3,6 +3,7 @@
 #include <KYRAppMgr.h>
 
 #include <array>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
@@ -45,6 +46,12 @@ struct UnitConfig {
         std::string adapter;  ///< "hci0"; empty: the first
         std::string version;  ///< empty: the adapter's Modalias
     } bluetooth;
+
+    /// [location]: gpsd.
+    struct Location {
+        std::string host = "127.0.0.1";
+        std::uint16_t port = 2947;
+    } location;
 
     /// [config]: what the service looks up in the head unit's configuration, by key.
     std::map<std::string, bool, std::less<>> flags;

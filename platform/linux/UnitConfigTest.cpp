@@ -49,6 +49,8 @@ TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
     EXPECT_THAT(config.flags, ElementsAre(std::pair("/engineering/open_debug", true)));
     EXPECT_THAT(config.texts, ElementsAre(std::pair("/project/project_name", "board")));
     EXPECT_EQ(config.bluetooth.adapter, "hci0");
+    EXPECT_EQ(config.location.host, "127.0.0.1");
+    EXPECT_EQ(config.location.port, 9);
     EXPECT_FALSE(config.isOff("power"));
     EXPECT_TRUE(config.isOff("audio"));
 }
@@ -89,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Backend", "\"logind\"", "\"systemd\"",
                 "unit.toml:8:11: 'backend': expected \"off\" or \"logind\", got \"systemd\""},
         Mistake{"BackendThatIsNotBuilt", "[audio]\nbackend = \"off\"", "[audio]\nbackend = \"alsa\"",
-                "unit.toml:24:11: 'backend': expected \"off\", got \"alsa\""},
+                "unit.toml:27:11: 'backend': expected \"off\", got \"alsa\""},
         Mistake{"Module", "\"media-player\"", "\"media\"",
                 "unit.toml:5:12: expected a module (audio, source, system-proxy, tuner, bluetooth, media-player, "
                 "location, wifi, device-app), got 'media'"},
@@ -106,6 +108,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Value", "\"board\"", "7", "unit.toml:17:"},
         Mistake{"UnknownKey", "light-type", "light", "unit.toml:10:"},
         Mistake{"UnknownKeyOfTheFile", "root = ", "roof = ", "unit.toml:1:"},
+        Mistake{"Port", "port = 9", "port = 65536", "unit.toml:25:8: 'port'"},
         Mistake{"Syntax", "[power]", "[power", "unit.toml:7:"}),
     [](const auto& row) { return row.param.name; });
 

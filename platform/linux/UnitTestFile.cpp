@@ -26,10 +26,12 @@ backend = "bluez"
 adapter = "hci0"
 [phone]
 backend = "ofono"
+[location]
+backend = "gpsd"
+port = 9
 )";
-    for (const char* interface :
-         {"audio", "source", "tuner", "media-player", "location", "wifi", "system-misc", "system-update",
-          "file-manager", "persistence", "car-play", "android-auto", "device-app"}) {
+    for (const char* interface : {"audio", "source", "tuner", "media-player", "wifi", "system-misc", "system-update",
+                                  "file-manager", "persistence", "car-play", "android-auto", "device-app"}) {
         text += std::string("[") + interface + "]\nbackend = \"off\"\n";
     }
     return was.empty() ? text : text.replace(text.find(was), was.size(), is);
