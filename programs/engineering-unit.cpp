@@ -49,7 +49,7 @@ constexpr std::chrono::seconds kCheckPatience{5};
 /// @returns the exit status.
 int check(const unit::UnitConfig& config)
 {
-    unit::Unit unit(config);
+    unit::Unit unit(config, unit::Unit::Role::kCheck);
     const bool isComplete = unit.board().await(
         [](const auto& all) {
             return std::ranges::none_of(all, [](const auto& each) { return each.state == unit::State::kAbsent; });

@@ -1,5 +1,7 @@
 #include "platform/linux/Bluetooth.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <memory>
 #include <utility>
@@ -7,6 +9,7 @@
 #include "bluez_agent.h"
 #include "platform/runtime/BluetoothClients.h"
 #include "platform/runtime/DeliveryTurns.h"
+#include "platform/runtime/Report.h"
 
 namespace unit {
 namespace {
@@ -16,6 +19,7 @@ constexpr const char* kAdapter = "org.bluez.Adapter1";
 constexpr const char* kDevice = "org.bluez.Device1";
 constexpr const char* kMediaControl = "org.bluez.MediaControl1";
 constexpr const char* kMediaPlayer = "org.bluez.MediaPlayer1";
+constexpr const char* kAgentManager = "org.bluez.AgentManager1";
 constexpr const char* kAgentPath = "/com/zent/linux/unit/agent";
 constexpr std::chrono::seconds kBluezDeadline{10};
 
@@ -29,10 +33,11 @@ constexpr int kIncomingPairing = 0;
 
 }  // namespace
 
-Bluetooth::Bluetooth(UnitConfig::Bluetooth config, Bus& systemBus, StatusBoard& board)
+Bluetooth::Bluetooth(UnitConfig::Bluetooth config, Bus& systemBus, StatusBoard& board, bool isAgent)
     : config_(std::move(config))
     , bus_(systemBus)
     , board_(board)
+    , isAgent_(isAgent)
     , agent_(G_DBUS_INTERFACE_SKELETON(org_bluez_agent1_skeleton_new()))
     , bluez_(systemBus, kBluez, "/",
              {.presence = [this](const std::string& reason) { showState(reason); }, .changed = [this] { look(); }})
@@ -100,13 +105,17 @@ void Bluetooth::showState(const std::string& reason)
 
 void Bluetooth::offerAgent()
 {
-    bluez_.call("/org/bluez", "org.bluez.AgentManager1", "RegisterAgent",
-                g_variant_new("(os)", kAgentPath, "DisplayYesNo"), kBluezDeadline,
-                [this](GVariant* result, const std::string&) {
-                    if (result != nullptr) {
-                        bluez_.call("/org/bluez", "org.bluez.AgentManager1", "RequestDefaultAgent",
-                                    g_variant_new("(o)", kAgentPath), kBluezDeadline);
+    if (!isAgent_) {
+        return;
+    }
+    bluez_.call("/org/bluez", kAgentManager, "RegisterAgent", g_variant_new("(os)", kAgentPath, "DisplayYesNo"),
+                kBluezDeadline, [this](GVariant* result, const std::string& error) {
+                    if (result == nullptr) {
+                        runtime::report("bluetooth: requests to pair will not be answered: " + error);
+                        return;
                     }
+                    bluez_.call("/org/bluez", kAgentManager, "RequestDefaultAgent", g_variant_new("(o)", kAgentPath),
+                                kBluezDeadline);
                 });
 }
 
@@ -148,7 +157,10 @@ void Bluetooth::look()
     }
     // After the values: whoever waits for the state reads them next.
     if (now.adapter.empty()) {
-        board_.set("bluetooth", State::kAbsent, "org.bluez has no adapter " + config_.adapter);
+        board_.set("bluetooth", State::kAbsent,
+                   config_.adapter.empty()
+                       ? "expected an adapter of org.bluez, got none"
+                       : fmt::format("expected the adapter {} of org.bluez, got none", config_.adapter));
     } else {
         board_.set("bluetooth", State::kUp);
     }
@@ -188,23 +200,27 @@ void Bluetooth::removePairings(std::uint64_t turn)
         explicit Removal(std::uint64_t turnOfCommand) : turn(turnOfCommand) {}
         ~Removal()
         {
-            // The reply to the command comes first.
-            runtime::DeliveryTurns::instance().waitForEnd(turn);
-            runtime::tellBluetoothClients(
-                [this](IKYRBtComListener& listener) { listener.OnDeletePairStatusChanged(all ? 1 : 0); });
+            runtime::runGuarded("bluetooth: a listener has failed", [this] {
+                // The reply to the command comes first.
+                runtime::DeliveryTurns::instance().waitForEnd(turn);
+                runtime::tellBluetoothClients(
+                    [this](IKYRBtComListener& listener) { listener.OnDeletePairStatusChanged(left == 0 ? 1 : 0); });
+            });
         }
         const std::uint64_t turn;
-        bool all = true;
+        std::size_t left = 0;  // devices that are still paired, as far as BlueZ has said
     };
 
-    // Told when the last answer has come.
+    // Told when the last answer has come, or cannot come any more.
     const auto removal = std::make_shared<Removal>(turn);
     const std::string adapter = findAdapter();
+    removal->left = adapter.empty() ? 1 : 0;
     for (const std::string& device : bluez_.pathsWith(kDevice)) {
         if (bluez_.flag(device, kDevice, "Paired") && bluez_.text(device, kDevice, "Adapter") == adapter) {
+            ++removal->left;
             bluez_.call(
                 adapter, kAdapter, "RemoveDevice", g_variant_new("(o)", device.c_str()), kBluezDeadline,
-                [removal](GVariant* result, const std::string&) { removal->all = removal->all && result != nullptr; });
+                [removal](GVariant* result, const std::string&) { removal->left -= result != nullptr ? 1 : 0; });
         }
     }
 }

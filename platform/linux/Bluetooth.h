@@ -16,7 +16,8 @@ namespace unit {
 class Bluetooth : private Bus::Follower
 {
 public:
-    Bluetooth(UnitConfig::Bluetooth config, Bus& systemBus, StatusBoard& board);
+    /// @param isAgent whether the unit answers requests to pair
+    Bluetooth(UnitConfig::Bluetooth config, Bus& systemBus, StatusBoard& board, bool isAgent);
     ~Bluetooth() override;
 
     /// The address, the alias, and as version the configured text or the adapter's Modalias.
@@ -59,6 +60,7 @@ private:
     const UnitConfig::Bluetooth config_;
     Bus& bus_;
     StatusBoard& board_;
+    const bool isAgent_;
 
     mutable std::mutex mutex_;
     Seen seen_;                        // guarded by mutex_

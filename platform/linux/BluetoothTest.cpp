@@ -117,9 +117,9 @@ TEST_F(BluetoothTest, AdapterThatIsMissingIsTold)
     start();
 
     bluez_->waitForCalls(3);
-    EXPECT_EQ(
-        once([this] { return reasonOnce("bluetooth", State::kAbsent); }, std::string("org.bluez has no adapter hci7")),
-        "org.bluez has no adapter hci7");
+    EXPECT_EQ(once([this] { return reasonOnce("bluetooth", State::kAbsent); },
+                   std::string("expected the adapter hci7 of org.bluez, got none")),
+              "expected the adapter hci7 of org.bluez, got none");
     EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_LOCAL_ADDRESS), "none");
     EXPECT_EQ(client_.DeletePairDeviceList(), 0);
 }
@@ -213,6 +213,20 @@ TEST_F(BluetoothTest, RequestToPairThatTheServiceRefusesIsRefused)
     EXPECT_EQ(bluez_->callBack("/com/zent/linux/unit/agent", "org.bluez.Agent1", "RequestConfirmation",
                                std::string("(@o '") + kPhone + "', uint32 123456)"),
               "org.bluez.Error.Rejected");
+}
+
+TEST_F(BluetoothTest, CheckLeavesTheAgentToTheService)
+{
+    bluez_ = service("org.bluez");
+    bluez_->answer("GetManagedObjects", kAdapterWithPhones);
+    unit_.emplace(config_, Unit::Role::kCheck);
+    EXPECT_EQ(reasonOnce("bluetooth", State::kUp), "");
+
+    unit_->install();
+    EXPECT_EQ(client_.DeletePairDeviceList(), 1);
+
+    EXPECT_THAT(bluez_->waitForCalls(2),
+                ElementsAre("GetManagedObjects ()", std::string("RemoveDevice ('") + kPhone + "',)"));
 }
 
 TEST_F(BluetoothTest, AnswerWithoutARequestIsIgnored)

@@ -53,8 +53,11 @@ auto with(std::optional<Interface> Unit::*interface, Action action)
 
 }  // namespace
 
-Unit::Unit(const UnitConfig& config)
+Unit::Unit(const UnitConfig& config, Role role)
 {
+    if (role == Role::kServe) {
+        statusBus_.emplace(sessionBus_, board_);
+    }
     for (const auto& [interface, backend] : config.backends) {
         board_.add(interface, backend);
     }
@@ -65,7 +68,7 @@ Unit::Unit(const UnitConfig& config)
         power.emplace(config.power, systemBus_, systemd_, board_);
     }
     if (!config.isOff("bluetooth")) {
-        bluetooth.emplace(config.bluetooth, systemBus_, board_);
+        bluetooth.emplace(config.bluetooth, systemBus_, board_, role == Role::kServe);
     }
     if (!config.isOff("phone")) {
         phone.emplace(systemBus_, board_);

@@ -21,8 +21,13 @@ namespace unit {
 class Unit
 {
 public:
+    enum class Role {
+        kServe,
+        kCheck,  ///< takes nothing on the buses that a running service has: its name, the agent of pairings
+    };
+
     /// Begins to look for the backends.
-    explicit Unit(const UnitConfig& config);
+    explicit Unit(const UnitConfig& config, Role role = Role::kServe);
     ~Unit();
     Unit(const Unit&) = delete;
     Unit& operator=(const Unit&) = delete;
@@ -38,7 +43,7 @@ private:
     Loop loop_;
     Bus systemBus_{loop_, G_BUS_TYPE_SYSTEM};
     Bus sessionBus_{loop_, G_BUS_TYPE_SESSION};
-    StatusBus statusBus_{sessionBus_, board_};
+    std::optional<StatusBus> statusBus_;
     Systemd systemd_{systemBus_, board_};
 
 public:

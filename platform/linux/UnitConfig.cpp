@@ -5,8 +5,10 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 #include "host/Glib.h"
 #include "platform/runtime/UartOption.h"
@@ -68,10 +70,19 @@ public:
         TableReader reader(file, "unit file", problems_);
         config_.root = reader.optionalText("root").value_or(config_.root);
         config_.uart = reader.text("uart", true);
+        std::vector<std::string> missing;
         for (const auto& [interface, backend] : kInterfaces) {
-            if (const toml::table* const table = reader.table(interface, true)) {
+            if (const toml::table* const table = reader.table(interface)) {
                 readInterface(interface, backend, *table);
+            } else if (reader.node(interface) == nullptr) {
+                missing.push_back(fmt::format("[{}]", interface));
             }
+        }
+        if (!missing.empty()) {
+            protocol::toml_file::report(
+                problems_, file,
+                fmt::format("expected the sections {}, got none; backend = \"off\" switches an interface off",
+                            fmt::join(missing, ", ")));
         }
         reader.finish();
     }
@@ -220,7 +231,8 @@ UnitConfig loadUnitConfig(const std::string& path, std::vector<std::string>& mis
     gsize size = 0;
     host::GlibError error;
     if (!g_file_get_contents(path.c_str(), &content, &size, error.out())) {
-        throw protocol::StorageError(protocol::printable(error.message()));
+        throw protocol::UserError(fmt::format("{}: cannot be read: {}; docs/linux.md shows what stands in it", path,
+                                              std::generic_category().message(errno)));
     }
     const host::GlibPtr<char> owner(content);
 

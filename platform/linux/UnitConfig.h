@@ -62,7 +62,7 @@ struct UnitConfig {
 
 /// Reads unit.toml.
 /// @param mistakes gets a line for each: its place, what is wrong, and what is expected
-/// @throws protocol::StorageError if the file cannot be read.
+/// @throws protocol::UserError if the file cannot be read.
 UnitConfig loadUnitConfig(const std::string& path, std::vector<std::string>& mistakes);
 
 }  // namespace unit

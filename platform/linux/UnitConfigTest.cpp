@@ -55,9 +55,9 @@ TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
     EXPECT_TRUE(config.isOff("audio"));
 }
 
-TEST_F(UnitConfigTest, FileThatIsNotThereIsAnErrorOfStorage)
+TEST_F(UnitConfigTest, FileThatIsNotThereIsTheUsersMistake)
 {
-    EXPECT_THROW(loadUnitConfig("/nowhere/unit.toml", mistakes_), protocol::StorageError);
+    EXPECT_THROW(loadUnitConfig("/nowhere/unit.toml", mistakes_), protocol::UserError);
 }
 
 struct Mistake {
@@ -109,6 +109,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"UnknownKey", "light-type", "light", "unit.toml:10:"},
         Mistake{"UnknownKeyOfTheFile", "root = ", "roof = ", "unit.toml:1:"},
         Mistake{"Port", "port = 9", "port = 65536", "unit.toml:25:8: 'port'"},
+        Mistake{"MissingSection", "[audio]\nbackend = \"off\"\n", "",
+                "unit.toml:1:1: expected the sections [audio], got none; backend = \"off\" switches an interface off"},
         Mistake{"Syntax", "[power]", "[power", "unit.toml:7:"}),
     [](const auto& row) { return row.param.name; });
 

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <ext/stdio_sync_filebuf.h>
 
 #include <algorithm>
 #include <atomic>
@@ -14,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
 #include <string_view>
 #include <system_error>
 
@@ -256,6 +258,8 @@ void watchStandardOutput()
     }
     std::setvbuf(watched, nullptr, isatty(STDOUT_FILENO) == 1 ? _IOLBF : _IOFBF, BUFSIZ);
     stdout = watched;
+    // As long as the process, which std::cout outlives.
+    std::cout.rdbuf(new __gnu_cxx::stdio_sync_filebuf<char>(watched));
 }
 
 int flushStandardOutput()

@@ -125,8 +125,7 @@ void complainOfFile(const std::string& line);
 /// Prints on standard error how many packets of a capture were ignored, unless it is none.
 void complainOfForeign(const std::string& capture, std::size_t packets);
 
-/// Makes standard output remember the first error of a write. To be called before anything is printed; std::cout does
-/// not take part.
+/// Makes standard output, std::cout too, remember the first error of a write. To be called before anything is printed.
 void watchStandardOutput();
 
 /// @returns 0 if everything that was printed has reached standard output, else the errno of the first write that

@@ -21,6 +21,9 @@ using protocol::toml_file::TableReader;
 namespace {
 
 /// How long a step listens that asserts silence: it always takes the whole time, so less than for an answer.
+/// The attempts of a step are one line of the record.
+constexpr std::int64_t kMostAttempts = 10'001;
+
 constexpr auto kSilence = std::chrono::milliseconds(200);
 
 std::vector<const Field*> fieldsOf(std::span<const catalogue::Reply> replies)
@@ -477,6 +480,12 @@ private:
         step_.timeout = seconds(reader_, "timeout", step_.timeout, asks ? 1 : 0.001);
         step_.repeat = count(reader_, "repeat", 1, 1);
         step_.retries = count(reader_, "retries", context_.retries, 0);
+        if (const auto most = std::int64_t{step_.repeat} * (1 + step_.retries); most > kMostAttempts) {
+            reader_.report(
+                "repeat", fmt::format("'repeat': expected at most {} attempts with all retries, got {}; a group can be "
+                                      "repeated without limit",
+                                      kMostAttempts, most));
+        }
         step_.retryDelay = seconds(reader_, "retry_delay", context_.retryDelay);
         step_.onFailure = onFailure(reader_).value_or(context_.onFailure);
         step_.needsHeadUnit = loadRequires(reader_) || step_.needsHeadUnit;

@@ -19,6 +19,7 @@
 #include "protocol/catalogue/HexBytes.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
+#include "station/record/ResultsFolder.h"
 #include "station/record/RunFacts.h"
 #include "station/record/RunList.h"
 #include "station/trace/Describe.h"
@@ -493,11 +494,10 @@ constexpr const char* kUnfinished = "the run did not end: the station was stoppe
 class Lines
 {
 public:
-    /// More than a line has.
-    static constexpr std::size_t kLongest = std::size_t{1} << 24;
+    /// More than a line has: the attempts of a step are limited.
+    static constexpr std::size_t kLongest = std::size_t{256} << 20;
 
-    explicit Lines(const std::filesystem::path& path)
-        : file_(path, std::ios::binary), line_(std::make_unique_for_overwrite<char[]>(kLongest))
+    explicit Lines(const std::filesystem::path& path) : file_(path, std::ios::binary)
     {
         std::error_code error;
         if (!std::filesystem::is_regular_file(path, error)) {
@@ -511,27 +511,25 @@ public:
     /// @returns the next line; nothing at the end.
     std::optional<Json> next()
     {
-        file_.getline(line_.get(), kLongest);
-        const auto length = static_cast<std::size_t>(file_.gcount());
-        if (file_.bad()) {
-            throw RecordError(std::strerror(errno));
+        line_.clear();
+        auto c = readByte();
+        for (; c != std::char_traits<char>::eof() && c != '\n'; c = readByte()) {
+            line_ += static_cast<char>(c);
+            if (line_.size() > kLongest) {
+                throw RecordError(fmt::format("line {}: expected at most {} bytes", number_ + 1, kLongest));
+            }
         }
-        if (length == 0) {
+        const bool ended = c == std::char_traits<char>::eof();
+        if (ended && line_.empty()) {
             return std::nullopt;
         }
         ++number_;
-        // The end of the file came before that of the line.
-        cut_ = file_.eof();
-        const bool whole = !cut_ && !file_.fail();
-        Json json = Json::value_t::discarded;
-        if (whole) {
-            json = Json::parse(line_.get(), line_.get() + length - 1, nullptr, false);
-        }
-        // A loss of power may leave zeros where the last lines should be.
-        cut_ = cut_ || (whole && length > 1 && line_[0] == '\0');
+        // The end of the file came before that of the line, or zeros where the last lines should be: a loss of power.
+        cut_ = ended || line_.starts_with('\0');
         if (cut_) {
             return std::nullopt;
         }
+        Json json = Json::parse(line_, nullptr, false);
         if (json.is_discarded() || !json.is_object()) {
             throw RecordError(fmt::format("line {}: expected a JSON object", number_));
         }
@@ -543,8 +541,15 @@ public:
     bool cut() const { return cut_; }
 
 private:
+    int readByte()
+    try {
+        return file_.rdbuf()->sbumpc();
+    } catch (const std::ios_base::failure&) {
+        throw RecordError(std::strerror(errno));
+    }
+
     std::ifstream file_;
-    std::unique_ptr<char[]> line_;
+    std::string line_;
     std::size_t number_ = 0;
     bool cut_ = false;
 };
@@ -781,7 +786,9 @@ bool isOfLines(const std::filesystem::path& path)
     constexpr std::string_view kStart = R"({"event":"started")";
     std::ifstream file(path, std::ios::binary);
     std::string start(kStart.size(), ' ');
-    return std::filesystem::is_regular_file(path) && file.read(start.data(), std::ssize(start)) && start == kStart;
+    // A loss of power may leave an empty or broken file.
+    return std::filesystem::is_regular_file(path) &&
+           (path.filename() == kRecordFile || (file.read(start.data(), std::ssize(start)) && start == kStart));
 }
 
 Run readRun(const std::filesystem::path& path, std::size_t whole)
@@ -794,7 +801,10 @@ Run readRun(const std::filesystem::path& path, std::size_t whole)
         if (isOfLines(path)) {
             LinesReader reader(whole);
             const bool cut = eachLine(path, [&reader](const RecordReader& line) { reader.take(line); });
-            return reader.finish(cut);
+            Run run = reader.finish(cut);
+            const std::string folder = std::filesystem::absolute(path).parent_path().filename();
+            run.id = run.id.empty() ? folder.substr(0, folder.rfind(kRunningSuffix)) : run.id;
+            return run;
         }
         if (std::filesystem::file_size(path, error) > kLargestRecord || error) {
             throw RecordError(error ? error.message() : "expected a record, got a file larger than any");
@@ -859,7 +869,7 @@ std::optional<ListedRun> readEnds(const std::filesystem::path& path, bool runnin
     return readNamed(path, [&]() -> std::optional<ListedRun> {
         const auto first = Lines(path).next();
         if (!first) {
-            throw RecordError("expected a whole line");
+            return std::nullopt;
         }
         LinesReader reader(0);
         reader.take(RecordReader(*first));
@@ -882,10 +892,10 @@ std::optional<ListedRun> readEnds(const std::filesystem::path& path, bool runnin
             return std::nullopt;
         }
         const Json last = Json::parse(end.begin() + static_cast<std::ptrdiff_t>(before) + 1, end.end(), nullptr, false);
-        if (!last.is_object() || last.value("event", "") != "ended") {
+        const RecordReader ended(last);
+        if (!last.is_object() || eventOf(ended) != "ended") {
             return std::nullopt;
         }
-        const RecordReader ended(last);
         const std::string serial = ended.textAt("serial");
         listed.unit = serial.empty() ? run.unit.port : serial;
         listed.ended = ended.at("at").time();

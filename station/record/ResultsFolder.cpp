@@ -136,6 +136,8 @@ ResultsFolder::ResultsFolder(fs::path directory, Run& run, protocol::catalogue::
         if (!pending_.empty()) {
             throw protocol::StorageError(failure_);
         }
+        ::fsync(record_.get());
+        syncDirectory(folder_);
         syncDirectory(directory_);
     } catch (...) {
         fs::remove_all(folder_, error);

@@ -16,6 +16,7 @@
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
+#include "station/record/RunList.h"
 #include "station/record/SampleRuns.h"
 #include "station/record/StoredFile.h"
 #include "station/trace/PcapngReader.h"
@@ -216,12 +217,14 @@ TEST_F(ResultsFolderTest, HoldsARecordThatIsReadUpToTheByteWhereItWasCut)
     samples::tell(run, results);
     results.finish(run);
     const std::string whole = content(results.folder() / "record.jsonl");
-    const fs::path cut = temporary_.path() / "cut.jsonl";
-    const std::size_t firstLine = whole.find('\n') + 1;
+    fs::create_directory(temporary_.path() / "cut.running");
+    const fs::path cut = temporary_.path() / "cut.running" / "record.jsonl";
 
-    for (std::size_t length = firstLine; length < whole.size(); length += 97) {
+    for (std::size_t length = 0; length < whole.size(); length += 97) {
         std::ofstream(cut) << whole.substr(0, length);
-        const bool between = whole[length - 1] == '\n';
+        const bool between = length == 0 || whole[length - 1] == '\n';
+        EXPECT_FALSE(readRun(cut).id.empty());
+        EXPECT_EQ(listRuns(temporary_.path()).runs.front().verdict, Verdict::kAborted);
 
         EXPECT_EQ(headlineOf(readRun(cut)).reason,
                   std::string("the run did not end: the station was stopped or lost its power") +
@@ -241,6 +244,17 @@ TEST_F(ResultsFolderTest, HoldsARecordThatIsReadUpToZerosAfterALossOfPower)
 
     EXPECT_EQ(read.phases, run.phases);
     EXPECT_THAT(headlineOf(read).reason, testing::EndsWith("its record ends within a line"));
+}
+
+TEST_F(ResultsFolderTest, HoldsLinesOfAnyLengthAndOfLaterVersions)
+{
+    record::Run run = samples::passed();
+    ResultsFolder results = begin(run);
+    samples::tell(run, results);
+    std::ofstream(results.folder() / "record.jsonl", std::ios::app)
+        << R"({"event":"later","text":")" << std::string(20'000'000, 'x') << "\"}\n";
+
+    EXPECT_EQ(readRun(results.folder() / "record.jsonl").phases, run.phases);
 }
 
 TEST_F(ResultsFolderTest, RefusesARecordThatIsBrokenInTheMiddleWithTheLine)
@@ -378,6 +392,17 @@ TEST(StoredFile, ReplacesAFileAsAWhole)
 
     EXPECT_EQ(content(path), "new");
     EXPECT_THAT(namesIn(directory.path()), ElementsAre("file"));
+}
+
+TEST(StoredFile, DoesNotReplaceADevice)
+{
+    const tests::TempDir directory;
+    const auto pipe = directory.path() / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+
+    EXPECT_THROW(writeAtomically(pipe, [](std::ostream& out) { out << "text"; }), protocol::StorageError);
+
+    EXPECT_TRUE(fs::is_fifo(pipe));
 }
 
 TEST(StoredFile, ThatCannotBeWrittenStaysWhatItWas)

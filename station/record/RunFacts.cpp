@@ -112,13 +112,15 @@ bool RunFacts::keep(Large& large, const Group::Try& one) const
 {
     const Verdict verdict = verdictOf(one);
     const bool example = !one.superseded && !isBad(verdict);
-    std::size_t& kept = large.kept[one.superseded ? 3 : isBad(verdict) ? 2 : verdict == Verdict::kPass ? 1 : 0];
-    const bool room = large.keptSteps == 0 || large.keptSteps + one.steps.size() <= kKeptSteps;
+    const std::size_t kind = one.superseded ? 3 : isBad(verdict) ? 2 : verdict == Verdict::kPass ? 1 : 0;
+    std::size_t& kept = large.kept[kind];
+    std::size_t& keptSteps = large.keptSteps[kind];
+    const bool room = keptSteps == 0 || keptSteps + one.steps.size() <= kKeptSteps;
     if (example ? kept > 0 : kept == kKeptFailures || !room) {
         return false;
     }
     ++kept;
-    large.keptSteps += example ? 0 : one.steps.size();
+    keptSteps += one.steps.size();
     return true;
 }
 

@@ -19,7 +19,7 @@ public:
     static constexpr std::size_t kWholeGroup = 100;
     /// The most failed tries that are kept of a larger group. As many superseded ones are kept.
     static constexpr std::size_t kKeptFailures = 200;
-    /// The most steps in them, unless the first try has more.
+    /// The most steps in either, unless the first try has more.
     static constexpr std::size_t kKeptSteps = 4'000;
     /// A verdict may change until so many steps follow.
     static constexpr std::size_t kOpenSteps = 16;
@@ -45,7 +45,7 @@ private:
     /// What it knows about a group that leaves tries out.
     struct Large {
         std::array<std::size_t, 4> kept{};
-        std::size_t keptSteps = 0;
+        std::array<std::size_t, 4> keptSteps{};
         /// The events before it have been kept or released.
         std::size_t position = 0;
         bool afterSuperseded = false;

@@ -148,6 +148,25 @@ TEST(RunFacts, FailedRoundsOfManyStepsAreFewer)
     EXPECT_THAT(group.tries, SizeIs(RunFacts::kKeptSteps / 1000));
 }
 
+TEST(RunFacts, TriesThatWereRepeatedLeaveRoomForTheOnesThatFailed)
+{
+    record::Run run;
+    run.phases = {{"main", {}, {}}};
+    RunFacts facts(run);
+    const Group& group = facts.beginGroup(run.phases[0], "Wide");
+    for (int round = 0; round < 110; ++round) {
+        Group::Try& one = facts.beginTry();
+        one.steps.resize(40);
+        one.steps[0].cut = {Verdict::kFail, "no"};
+        facts.endTry(round < 109);
+    }
+    facts.end();
+
+    EXPECT_FALSE(group.tries.back().superseded);
+    EXPECT_EQ(headlineOf(run).verdict, Verdict::kFail);
+    EXPECT_THAT(headlineOf(run).reason, HasSubstr("no"));
+}
+
 TEST(RunFacts, VerdictsOfTheLastStepsMayStillChange)
 {
     std::vector<std::size_t> closed;

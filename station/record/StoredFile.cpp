@@ -67,6 +67,11 @@ private:
 
 void writeAtomically(const std::filesystem::path& path, const std::function<void(std::ostream&)>& write)
 {
+    std::error_code ignored;
+    if (std::filesystem::exists(path, ignored) && !std::filesystem::is_regular_file(path, ignored) &&
+        !std::filesystem::is_directory(path, ignored)) {
+        failToWrite(path, "expected a regular file");
+    }
     std::filesystem::path temporary;
     host::Descriptor file;
     do {

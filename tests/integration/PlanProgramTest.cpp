@@ -335,6 +335,23 @@ TEST_F(PlanProgramTest, ThirdInterruptEndsARunWhoseOutputIsNotRead)
     EXPECT_EQ(status, 4);
 }
 
+TEST_F(PlanProgramTest, ReportThatStandardOutputCannotTakeIsAFailure)
+{
+    startService();
+    run(planRun(shipped("smoke")));
+    for (const std::string command :
+         {"show latest", "--json show latest", "export latest --format html", "export latest --format csv",
+          "export latest --format junit", "export latest --format json"}) {
+        const auto outcome = run({"bash", "-c",
+                                  shellWords(ENGINEERING_STATION) + " report " + command + " --results " +
+                                      results().string() + " > /dev/full"});
+
+        EXPECT_EQ(outcome.status, 1) << command;
+        EXPECT_EQ(outcome.err, "engineering-station: standard output: cannot be written: No space left on device\n")
+            << command;
+    }
+}
+
 TEST_F(PlanProgramTest, PasswordNumberIsInNoReportAndNotOnTheTerminal)
 {
     startBench();
