@@ -10,11 +10,11 @@ namespace {
 
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 
-GVariant* parsed(const std::string& text)
+host::GlibPtr<GVariant> parsed(const std::string& text)
 {
     host::GlibError error;
-    GVariant* const value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, error.out());
-    if (value == nullptr) {
+    host::GlibPtr<GVariant> value(g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, error.out()));
+    if (!value) {
         throw std::runtime_error("not a GVariant: " + text);
     }
     return value;
@@ -69,7 +69,7 @@ void ScriptedService::emit(const std::string& path, const std::string& interface
 {
     const host::GlibPtr<GDBusMessage> message(
         g_dbus_message_new_signal(path.c_str(), interface.c_str(), signal.c_str()));
-    g_dbus_message_set_body(message.get(), parsed(arguments));
+    g_dbus_message_set_body(message.get(), parsed(arguments).get());
     send(message.get());
 }
 
@@ -82,9 +82,9 @@ std::string ScriptedService::callBack(const std::string& path, const std::string
         caller = caller_;
     }
     host::GlibError error;
-    const host::GlibPtr<GVariant> reply(
-        g_dbus_connection_call_sync(connection_.get(), caller.c_str(), path.c_str(), interface.c_str(), method.c_str(),
-                                    parsed(arguments), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
+    const host::GlibPtr<GVariant> reply(g_dbus_connection_call_sync(
+        connection_.get(), caller.c_str(), path.c_str(), interface.c_str(), method.c_str(), parsed(arguments).get(),
+        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
     return reply ? host::GlibPtr<char>(g_variant_print(reply.get(), FALSE)).get() : error.remoteName();
 }
 
@@ -131,8 +131,8 @@ void ScriptedService::serveLocked(GDBusMessage* call)
         isError ? g_dbus_message_new_method_error(call, reply.substr(1).c_str(), "%s", "as the test wants it")
                 : g_dbus_message_new_method_reply(call));
     if (!isError) {
-        g_dbus_message_set_body(answer.get(),
-                                method == "GetAll" && reply == "()" ? allPropertiesLocked().release() : parsed(reply));
+        const auto body = method == "GetAll" && reply == "()" ? allPropertiesLocked() : parsed(reply);
+        g_dbus_message_set_body(answer.get(), body.get());
     }
     send(answer.get());
 }
@@ -142,9 +142,9 @@ host::GlibPtr<GVariant> ScriptedService::allPropertiesLocked()
     GVariantBuilder all;
     g_variant_builder_init(&all, G_VARIANT_TYPE("a{sv}"));
     for (const auto& [name, value] : properties_) {
-        g_variant_builder_add(&all, "{sv}", name.c_str(), parsed(value));
+        g_variant_builder_add(&all, "{sv}", name.c_str(), parsed(value).get());
     }
-    return host::GlibPtr<GVariant>(g_variant_new("(a{sv})", &all));
+    return host::GlibPtr<GVariant>(g_variant_ref_sink(g_variant_new("(a{sv})", &all)));
 }
 
 }  // namespace tests

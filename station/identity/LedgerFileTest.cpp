@@ -76,7 +76,8 @@ TEST_F(LedgerFileTest, NewestReservationOfAUnitIsUsedWhenItWasWritten)
           "\n");
 
     std::vector<bool> used;
-    for (const auto& one : read().reservations()) {
+    const auto ledger = read();
+    for (const auto& one : ledger.reservations()) {
         used.push_back(one.used);
     }
     EXPECT_THAT(used, ElementsAre(false, true, false));
