@@ -47,8 +47,10 @@ void StatusBoard::set(const std::string& interface, State state, const std::stri
         watcher = watcher_;
     }
     changed_.notify_all();
-    runtime::report(fmt::format("{}: {} is {}{}{}", now.interface, now.backend, nameOf(now.state),
-                                now.reason.empty() ? "" : ": ", now.reason));
+    if (reports_) {
+        runtime::report(fmt::format("{}: {} is {}{}{}", now.interface, now.backend, nameOf(now.state),
+                                    now.reason.empty() ? "" : ": ", now.reason));
+    }
     if (watcher) {
         watcher(now);
     }

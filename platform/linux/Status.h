@@ -33,10 +33,13 @@ class StatusBoard
 public:
     using Watcher = std::function<void(const InterfaceStatus&)>;
 
+    /// @param reports whether each change is a line on standard error
+    explicit StatusBoard(bool reports) : reports_(reports) {}
+
     /// Adds an interface: off, or absent since its backend has not answered yet.
     void add(const std::string& interface, const std::string& backend);
 
-    /// Sets the state of an interface that is not off. Reports a change in one line and tells the watcher.
+    /// Sets the state of an interface that is not off. Reports a change and tells the watcher.
     void set(const std::string& interface, State state, const std::string& reason = "");
 
     /// @returns all interfaces, in the order in which they were added.
@@ -51,6 +54,7 @@ public:
                std::chrono::milliseconds patience) const;
 
 private:
+    const bool reports_;
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     std::vector<InterfaceStatus> interfaces_;  // guarded by mutex_

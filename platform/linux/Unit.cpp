@@ -53,7 +53,7 @@ auto with(std::optional<Interface> Unit::*interface, Action action)
 
 }  // namespace
 
-Unit::Unit(const UnitConfig& config, Role role)
+Unit::Unit(const UnitConfig& config, Role role) : board_(role == Role::kServe)
 {
     if (role == Role::kServe) {
         statusBus_.emplace(sessionBus_, board_);

@@ -98,6 +98,7 @@ TEST_F(UnitProgramTest, CheckSaysLineByLineWhatIsThereAndWhatIsMissing)
     const Outcome outcome = run({ENGINEERING_UNIT, "check", "--config", file()});
 
     EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, testing::IsEmpty());
     const auto lines = linesOf(outcome.out);
     ASSERT_EQ(lines.size(), 20U) << outcome.out;
     EXPECT_THAT(lines[1], StartsWith("app-manager    systemd    absent  org.freedesktop.systemd1 is not running"));
