@@ -81,11 +81,16 @@ public:
 
     void judge(Judgement& judgement)
     {
-        const bool scaled = expected_.scaled && field_.field->scale.has_value();
+        const auto& scale = field_.field->scale;
         const bool ranged = expected_.minimum || expected_.maximum;
-        const double factor = scaled ? field_.field->scale->factor : 1.0;
+        // Limits in the field's own unit keep its value in that unit.
+        const bool scaled = scale && (expected_.scaled || !ranged);
+        const double factor = scaled ? scale->factor : 1.0;
         measurement_.name = expected_.name;
         measurement_.unit = expected_.unit.empty() ? std::string(field_.field->unit) : expected_.unit;
+        if (scaled && !expected_.scaled) {
+            measurement_.unit = fmt::format("{}{}{}", scale->unit, scale->only.empty() ? "" : " ", scale->only);
+        }
         measurement_.value = scalarOf(field_, ranged, factor);
         measurement_.limits.minimum = expected_.minimum;
         measurement_.limits.maximum = expected_.maximum;

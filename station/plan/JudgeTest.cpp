@@ -74,6 +74,28 @@ TEST(Judge, LimitsIncludeTheirEnds)
     }
 }
 
+TEST(Judge, ValueIsInTheUnitOfItsScaleUnlessItsLimitsAreNot)
+{
+    static constexpr Field kOnFm{.name = "frequency",
+                                 .type = Type::kU16be,
+                                 .unit = "10 kHz on FM",
+                                 .scale = catalogue::Scale{0.01, "MHz", "on FM"},
+                                 .maximum = 65535};
+    Expected expected;
+    expected.unit = kOnFm.unit;
+
+    const auto free = judge({}, {{{&kOnFm, std::int64_t{8750}, {}}}}, {}).measurements.at(0);
+    EXPECT_EQ(std::get<double>(free.value), 87.5);
+    EXPECT_EQ(free.unit, "MHz on FM");
+    expected.equals = "9470";
+    EXPECT_EQ(judgeOne({&kOnFm, std::int64_t{8750}, {}}, expected).reason(),
+              "frequency: expected 94.7 MHz on FM, got 87.5 MHz on FM");
+    expected.equals.reset();
+    expected.minimum = 9000;
+    EXPECT_EQ(judgeOne({&kOnFm, std::int64_t{8750}, {}}, expected).reason(),
+              "frequency: expected at least 9000 × 10 kHz on FM, got 8750 × 10 kHz on FM");
+}
+
 TEST(Judge, RoundingOfAScaleIsNotADifference)
 {
     EXPECT_TRUE(isAtMost(8707 * 0.01, 87.07));
