@@ -240,7 +240,7 @@ Conclusion PlanRuns::conclude()
         unit.result.recordError = unit.recorder.error();
         complain(unit.result.recordError);
         if (result.portUnavailable || result.linkFailed) {
-            complain(headlineOf(result.run).reason);
+            complain(headlineOf(result.run).reason + result.remedy);
         }
         conclusion.units.push_back(std::move(unit.result));
     }

@@ -161,7 +161,11 @@ TEST_F(PlanRunsTest, MissingPortIsAComplaintAndComesBeforeRecordsThatCannotBeBeg
     const Conclusion conclusion = runAll(planOf(kReadSerial));
 
     EXPECT_EQ(conclusion.status, protocol::kPortUnavailable);
-    EXPECT_THAT(conclusion.complaints, ElementsAre(HasSubstr("/dev/no-such-line")));
+    EXPECT_THAT(conclusion.complaints,
+                ElementsAre(testing::MatchesRegex("/dev/no-such-line: .*; 'engineering-station ports' lists .*")));
+    ASSERT_THAT(conclusion.units, testing::SizeIs(1));
+    EXPECT_THAT(summary(conclusion.units[0], false, false), HasSubstr("; 'engineering-station ports' lists "));
+    EXPECT_THAT(headlineOf(conclusion.units[0].result.run).reason, testing::Not(HasSubstr("'engineering-station")));
 }
 
 /// @returns the text of the error, "" for a plan that may run.

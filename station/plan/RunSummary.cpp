@@ -155,7 +155,7 @@ std::string summary(const UnitResult& unit, bool colour, bool verbose)
                                    counts.empty() ? "" : ": ", counts);
     const auto add = [&text](const std::string& line) { text += fmt::format("        {}\n", line); };
     if (!headline.reason.empty()) {
-        add(printable(headline.reason));
+        add(printable(headline.reason) + unit.result.remedy);
     }
     for (const std::string& each : headline.beside) {
         add(printable(each));

@@ -67,6 +67,7 @@ public:
                 throw;
             }
             result_.portUnavailable = true;
+            result_.remedy = error.remedy();
             run_.findings.push_back({Verdict::kError, error.what()});
             stop_ = "the port could not be opened";
             skipAll();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "station/Connection.h"
 #include "station/plan/Plan.h"
 #include "station/plan/RunControl.h"
@@ -13,6 +15,8 @@ struct RunResult {
     record::Run run;
     /// The port could not be opened, so nothing was done.
     bool portUnavailable = false;
+    /// What the user can do about that, to be printed behind the reason; empty for nothing.
+    std::string remedy;
     /// The line failed during the run.
     bool linkFailed = false;
     /// The unit at another port has the same serial number; the run has the finding.

@@ -651,11 +651,15 @@ TEST_F(PlanProgramTest, BrokenPlanAndBrokenAnswersAreReportedWithTheirPlace)
 TEST_F(PlanProgramTest, CheckTellsSoundPlansFromBrokenOnes)
 {
     const auto broken = write("broken.toml", "schema = 1\n");
+    const auto soak = write("soak.toml", std::string(kHead) +
+                                             "[[main]]\nname = \"Loop\"\nrepeat = 3000\n"
+                                             "steps = [{ send = \"test.mode\" }]\n");
 
-    const auto outcome = run({ENGINEERING_STATION, "plan", "check", shipped("smoke"), broken, "/no/such/plan"});
+    const auto outcome = run({ENGINEERING_STATION, "plan", "check", shipped("smoke"), broken, soak, "/no/such/plan"});
 
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_THAT(outcome.out, HasSubstr("smoke.toml: sound, 14 steps\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("smoke.toml: sound, 14 steps, at least 50.0 ms\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("soak.toml: sound, 1 step, 3000 rounds of 'Loop', at least 10.69 s\n"));
     EXPECT_THAT(outcome.err, HasSubstr("broken.toml:1:1: "));
     EXPECT_THAT(outcome.err, HasSubstr("/no/such/plan: no such file\n"));
 }

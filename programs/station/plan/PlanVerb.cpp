@@ -15,6 +15,7 @@
 #include "programs/station/plan/HeadUnitClient.h"
 #include "programs/station/plan/Operator.h"
 #include "programs/station/plan/RunView.h"
+#include "protocol/Quantity.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/SerialLink.h"
@@ -50,6 +51,22 @@ std::string durationText(const station::plan::Estimate& estimate)
 {
     return fmt::format("{:.1f} s{}", std::chrono::duration<double>(estimate.duration).count(),
                        estimate.open > 0 ? " and more" : "");
+}
+
+/// @returns "6 steps, 3000 rounds of 'Loop', at least 4.10 s".
+std::string sizeText(const station::plan::Plan& plan)
+{
+    std::string text = protocol::plural(plan.stepCount(), "step");
+    for (const auto* phase : {&plan.setup, &plan.main, &plan.teardown}) {
+        for (const auto& group : *phase) {
+            if (group.repeat > 1 && group.repeat < station::plan::Group::kEndless) {
+                text += fmt::format(", {}{} rounds of {}", group.duration ? "up to " : "", group.repeat,
+                                    protocol::inQuotes(group.name));
+            }
+        }
+    }
+    const auto estimate = station::plan::estimate(plan, station::SerialLink::kDefaultBaud);
+    return fmt::format("{}, at least {}", text, protocol::toText(estimate.duration));
 }
 
 /// Prints FILE:LINE:COLUMN: TEXT, a line each, on standard error.
@@ -102,9 +119,7 @@ int check(const Tool& tool, const std::vector<std::string>& paths)
         printProblems(path, file.loaded.problems);
         printProblems(path, file.loaded.warnings, "warning: ");
         if (file.loaded.plan) {
-            std::puts(
-                fmt::format("{}: sound, {}", printable(path), protocol::plural(file.loaded.plan->stepCount(), "step"))
-                    .c_str());
+            std::puts(fmt::format("{}: sound, {}", printable(path), sizeText(*file.loaded.plan)).c_str());
         }
     }
     if (tool.json) {
@@ -231,7 +246,7 @@ int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::P
     const auto isShown = [&](const std::string& complaint) {
         return !tool.json && outputsAreOne() &&
                std::ranges::any_of(conclusion.units, [&](const station::plan::UnitResult& unit) {
-                   return station::record::headlineOf(unit.result.run).reason == complaint;
+                   return station::record::headlineOf(unit.result.run).reason + unit.result.remedy == complaint;
                });
     };
     for (const std::string& each : conclusion.complaints) {
