@@ -159,7 +159,7 @@ TEST_F(ReportVerb, ListPassesOverOtherFoldersWithAWordAndRefusesABrokenRecord)
     EXPECT_EQ(outcome.error, "engineering-station: " + path("notes") +
                                  ": expected a run, got a folder without record.jsonl\n"
                                  "engineering-station: " +
-                                 path("broken") + "/record.json: top level: the key \"id\" is missing\n");
+                                 path("broken") + "/record.json: top level: expected the key \"id\"\n");
     EXPECT_THAT(outcome.out, HasSubstr("run-1"));
 }
 
@@ -168,8 +168,7 @@ TEST_F(ReportVerb, ListOfADirectoryThatIsNotThereIsWrongUse)
     const Outcome outcome = run({"report", "list", path("nothing")});
 
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.error,
-              "engineering-station: cannot read the results in " + path("nothing") + ": No such file or directory\n");
+    EXPECT_EQ(outcome.error, "engineering-station: no results in " + path("nothing") + " yet (--results DIR)\n");
 }
 
 TEST_F(ReportVerb, ShowPrintsTheLatestRunWhateverItsVerdict)
@@ -217,13 +216,26 @@ TEST_F(ReportVerb, ShowRefusesABrokenRecordWithThePlace)
     EXPECT_EQ(std::ranges::count(outcome.error, '\n'), 1);
 }
 
+TEST_F(ReportVerb, ShowOfAnotherFileSaysThatItIsNoRecord)
+{
+    const std::string plan = temporary_.path() / "first.toml";
+    std::ofstream(plan) << "schema = 1\n";
+
+    const Outcome outcome = run({"report", "show", plan});
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.error, "engineering-station: " + plan + ": expected a run's record, got another file\n");
+}
+
 TEST_F(ReportVerb, ShowOfARunThatIsNotThereSaysWhatWouldBeRight)
 {
     const Outcome outcome = run({"report", "show", "nothing", "--results", directory_});
 
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.error, "engineering-station: " + directory_.string() +
-                                 ": expected the name or path of a run's folder, or 'latest', got 'nothing'\n");
+    EXPECT_EQ(outcome.error,
+              "engineering-station: " + directory_.string() +
+                  ": expected the name or path of a run's folder, or 'latest', got 'nothing'; see 'report "
+                  "list'\n");
 }
 
 TEST_F(ReportVerb, ExportMakesTheSameFilesAsTheRun)
@@ -263,7 +275,7 @@ TEST_F(ReportVerb, ExportOntoAFullDiskIsOneLineAndAFailure)
     }
 
     EXPECT_EQ(outcome.status, 7);
-    EXPECT_EQ(outcome.error, "engineering-station: cannot write " + output + ": File too large\n");
+    EXPECT_EQ(outcome.error, "engineering-station: " + output + ": cannot be written: File too large\n");
     EXPECT_FALSE(fs::exists(output));
 }
 

@@ -139,7 +139,7 @@ TEST_F(PlanRunsTest, SeveralUnitsComplainOnceAboutResultsThatCannotBeWritten)
 
     EXPECT_EQ(conclusion.status, protocol::kNotRecorded);
     EXPECT_THAT(conclusion.units, IsEmpty());
-    EXPECT_THAT(conclusion.complaints, ElementsAre("cannot make /dev/null/results: Not a directory"));
+    EXPECT_THAT(conclusion.complaints, ElementsAre("/dev/null/results: cannot be made: Not a directory"));
 }
 
 TEST_F(PlanRunsTest, WithoutResultsNoRecordIsKept)

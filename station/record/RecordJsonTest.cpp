@@ -177,7 +177,7 @@ TEST_P(BrokenRecord, IsRefusedWithThePlace)
 
 const Damage kDamages[] = {
     {"MissingKey", [](ordered_json& r) { r["phases"][1]["groups"][2].erase("name"); },
-     "/phases/1/groups/2: the key \"name\" is missing"},
+     "/phases/1/groups/2: expected the key \"name\""},
     {"UnknownVerdict", [](ordered_json& r) { r["verdict"] = "GOOD"; },
      "/verdict: expected PASS, FAIL, ERROR, TIMEOUT, ABORTED or SKIPPED, got \"GOOD\""},
     {"LaterSchema", [](ordered_json& r) { r["schema"] = 2; }, "/schema: expected schema 1, got 2"},
@@ -185,7 +185,7 @@ const Damage kDamages[] = {
     {"NoArray", [](ordered_json& r) { r["phases"] = 7; }, "/phases: expected an array, got 7"},
     {"NoText", [](ordered_json& r) { r["unit"]["serial"] = 7; }, "/unit/serial: expected a text, got 7"},
     {"NoWholeNumber", [](ordered_json& r) { r["unit"]["baud"] = -1; },
-     "/unit/baud: expected a whole number from 0 on, got -1"},
+     "/unit/baud: expected a whole number of at least 0, got -1"},
     {"NoTime", [](ordered_json& r) { r["started"] = "yesterday"; },
      "/started: expected a time such as 2026-11-21T14:05:08.123Z, got \"yesterday\""},
     {"TimeWithRest", [](ordered_json& r) { r["started"] = "2026-11-21T14:05:08.123Zulu"; },

@@ -59,7 +59,7 @@ public:
         if (auto found = find(key)) {
             return *found;
         }
-        throw RecordError(fmt::format("{}: the key \"{}\" is missing", place(), key));
+        throw RecordError(fmt::format("{}: expected the key \"{}\"", place(), key));
     }
 
     /// @returns nothing if the object lacks the key.
@@ -105,7 +105,7 @@ public:
     {
         const double value = number();
         if (!(value >= 0 && value <= most && value == std::trunc(value))) {
-            fail("a whole number from 0 on");
+            fail("a whole number of at least 0");
         }
         return static_cast<std::size_t>(value);
     }
@@ -645,7 +645,7 @@ private:
     void takeEvent(const RecordReader& reader, TraceEvent event)
     {
         if (reader.at("number").whole() != run_.events.next()) {
-            reader.at("number").fail(std::to_string(run_.events.next()).c_str());
+            reader.at("number").fail(fmt::to_string(run_.events.next()).c_str());
         }
         run_.events.add(std::move(event));
     }
@@ -769,6 +769,9 @@ Run fromJson(const Json& json)
 
 Run parseRun(std::string_view text)
 {
+    if (const std::size_t start = text.find_first_not_of(" \t\r\n"); start >= text.size() || text[start] != '{') {
+        throw RecordError("expected a run's record, got another file");
+    }
     Json json;
     try {
         json = Json::parse(text);

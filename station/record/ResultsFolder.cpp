@@ -41,7 +41,7 @@ constexpr std::size_t kMostPending = std::size_t{8} << 20;
 
 [[noreturn]] void failToMake(const fs::path& path, int error)
 {
-    throw protocol::StorageError(fmt::format("cannot make {}: {}", path.string(), std::strerror(error)));
+    throw protocol::StorageError(fmt::format("{}: cannot be made: {}", path.string(), std::strerror(error)));
 }
 
 std::string plain(std::string_view text)
@@ -162,7 +162,7 @@ void ResultsFolder::write()
     while (done < pending_.size()) {
         const ssize_t written = ::write(record_.get(), pending_.data() + done, pending_.size() - done);
         if (written < 0 && errno != EINTR) {
-            failure_ = fmt::format("cannot write {}: {}", (folder_ / kRecordFile).string(), std::strerror(errno));
+            failure_ = fmt::format("{}: cannot be written: {}", (folder_ / kRecordFile).string(), std::strerror(errno));
             break;
         }
         done += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
@@ -226,7 +226,7 @@ void ResultsFolder::completeRecord(const Run& run)
 {
     append(lines::ended(run));
     if (pending_.empty() && !lost_ && ::fsync(record_.get()) != 0) {
-        failure_ = fmt::format("cannot write {}: {}", (folder_ / kRecordFile).string(), std::strerror(errno));
+        failure_ = fmt::format("{}: cannot be written: {}", (folder_ / kRecordFile).string(), std::strerror(errno));
         lost_ = true;
     }
     if (!pending_.empty() || lost_) {

@@ -292,7 +292,7 @@ TEST_F(ResultsFolderTest, KeepsWhatFitsWhenTheDiskIsFull)
     const std::string before = content(results.folder() / "record.jsonl");
 
     EXPECT_EQ(complaintAbout(results, run, before.size() + 10),
-              "not recorded: cannot write " + (results.folder() / "record.jsonl").string() + ": File too large");
+              "not recorded: " + (results.folder() / "record.jsonl").string() + ": cannot be written: File too large");
 
     EXPECT_THAT(namesIn(results.folder()), ElementsAre("record.jsonl", "trace.pcapng"));
     EXPECT_THAT(content(results.folder() / "record.jsonl"), testing::StartsWith(before));
@@ -321,9 +321,9 @@ TEST_F(ResultsFolderTest, GetsItsFinalNameWithTheRecordWhenOnlyAReportDoesNotFit
     record::Run run = samples::withoutSteps();
     ResultsFolder results = begin(run);
 
-    EXPECT_EQ(complaintAbout(results, run, 3000), "a report is missing: cannot write " +
-                                                      (directory_ / run.id / "report.html").string() +
-                                                      ": File too large; the record itself is complete");
+    EXPECT_EQ(complaintAbout(results, run, 3000),
+              "a report is missing: " + (directory_ / run.id / "report.html").string() +
+                  ": cannot be written: File too large; the record itself is complete");
 
     EXPECT_EQ(results.folder(), directory_ / run.id);
     EXPECT_EQ(readRun(directory_ / run.id / "record.jsonl"), run);

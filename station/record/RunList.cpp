@@ -68,9 +68,13 @@ std::vector<fs::path> foldersOf(const fs::path& directory)
             folders.push_back(each->path());
         }
     }
+    if (error == std::errc::no_such_file_or_directory) {
+        const std::string place = (directory.is_relative() ? "." / directory : directory).string();
+        throw protocol::StorageError(fmt::format("no results in {} yet (--results DIR)", place), protocol::kWrongUse);
+    }
     if (error) {
-        throw protocol::StorageError(
-            fmt::format("cannot read the results in {}: {}", directory.string(), error.message()), protocol::kWrongUse);
+        throw protocol::StorageError(fmt::format("{}: cannot be read: {}", directory.string(), error.message()),
+                                     protocol::kWrongUse);
     }
     std::ranges::sort(folders);
     return folders;
@@ -115,8 +119,10 @@ fs::path findRecord(const fs::path& directory, const std::string& run)
     if (fs::is_regular_file(run, error)) {
         return run;
     }
-    throw protocol::UserError(fmt::format("{}: expected the name or path of a run's folder, or 'latest', got {}",
-                                          directory.string(), protocol::inQuotes(run)));
+    throw protocol::UserError(
+        fmt::format("{}: expected the name or path of a run's folder, or 'latest', got {}; see "
+                    "'report list'",
+                    directory.string(), protocol::inQuotes(run)));
 }
 
 }  // namespace station::record

@@ -96,8 +96,19 @@ TEST_F(RunListTest, RefusesADirectoryThatIsNotThere)
         listRuns(directory_ / "nothing");
         FAIL() << "it was listed";
     } catch (const protocol::StorageError& error) {
-        EXPECT_EQ(error.what(),
-                  "cannot read the results in " + (directory_ / "nothing").string() + ": No such file or directory");
+        EXPECT_EQ(error.what(), "no results in " + (directory_ / "nothing").string() + " yet (--results DIR)");
+    }
+    try {
+        listRuns("no-such-folder");
+        FAIL() << "it was listed";
+    } catch (const protocol::StorageError& error) {
+        EXPECT_STREQ(error.what(), "no results in ./no-such-folder yet (--results DIR)");
+    }
+    try {
+        listRuns("/dev/null");
+        FAIL() << "it was listed";
+    } catch (const protocol::StorageError& error) {
+        EXPECT_STREQ(error.what(), "/dev/null: cannot be read: Not a directory");
     }
 }
 

@@ -23,7 +23,7 @@ namespace {
 
 [[noreturn]] void failToWrite(const std::filesystem::path& path, std::string_view reason)
 {
-    throw protocol::StorageError(fmt::format("cannot write {}: {}", path.string(), reason));
+    throw protocol::StorageError(fmt::format("{}: cannot be written: {}", path.string(), reason));
 }
 
 /// Writes into a file and keeps the first error, which a std::ofstream would lose.

@@ -489,8 +489,9 @@ TEST_F(PlanProgramTest, LimitOnTheSizeOfFilesIsAFullDisk)
     EXPECT_THAT(outcome.out, HasSubstr("NOT RECORDED smoke"));
     EXPECT_THAT(linesOf(outcome.out).back(), AllOf(HasSubstr("        incomplete record in "), HasSubstr(".running")));
     ASSERT_THAT(linesOf(outcome.err), testing::Not(IsEmpty()));
-    EXPECT_THAT(linesOf(outcome.err).front(), AllOf(HasSubstr(": not recorded: cannot write " + results().string()),
-                                                    testing::EndsWith("/record.jsonl: File too large")));
+    EXPECT_THAT(linesOf(outcome.err).front(),
+                AllOf(HasSubstr(": not recorded: " + results().string()),
+                      testing::EndsWith("/record.jsonl: cannot be written: File too large")));
 }
 
 TEST_F(PlanProgramTest, JsonIsOneObjectPerLine)
