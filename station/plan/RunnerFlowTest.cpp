@@ -635,7 +635,7 @@ steps = [{ send = "test.mode", expect = { mode = "off" } }]
 )");
 
     EXPECT_EQ(verdictOf(run), Verdict::kError);
-    EXPECT_EQ(headlineOf(run).reason, "teardown: TIMEOUT: T / test.mode: the teardown ran out of time");
+    EXPECT_EQ(headlineOf(run).reason, "teardown: TIMEOUT: T / test.mode (round 2 of 2): the teardown ran out of time");
     EXPECT_EQ(reasonOf(run.phases[2]), "the teardown exceeded its time limit");
 }
 
@@ -673,7 +673,7 @@ steps = [{ send = "test.mode", expect = { mode = "on" } }]
 )");
 
     EXPECT_EQ(verdictOf(run), Verdict::kFail);
-    EXPECT_EQ(headlineOf(run).reason, "A / test.mode: mode: expected \"on\", got \"off\"");
+    EXPECT_EQ(headlineOf(run).reason, "A / test.mode (round 1 of 2): mode: expected \"on\", got \"off\"");
 }
 
 TEST_F(RunnerFlowTest, RunWhoseMainPartIsSkippedIsSkipped)

@@ -40,10 +40,19 @@ class Page
 {
 public:
     Page(const Run& run, Groups groups)
-        : run_(run), groups_(groups), outcome_(outcomeOf(run)), headline_(headlineOf(run))
+        : run_(run)
+        , groups_(groups)
+        , outcome_(outcomeOf(run))
+        , failures_(equalFailures(outcome_))
+        , headline_(headlineOf(run))
     {
         for (std::size_t i = 0; i < outcome_.steps.size(); ++i) {
             numbers_.emplace(outcome_.steps[i].step, i + 1);
+        }
+        for (const auto& equal : failures_) {
+            for (const PlacedStep& placed : equal) {
+                numbers_[placed.step] = numbers_[equal.front().step];
+            }
         }
     }
 
@@ -131,8 +140,8 @@ private:
                                });
         set(addText(section, "h2", onlyEnded ? "Where the run was ended" : "What went wrong"), "id", "failed");
         set(section, "aria-labelledby", "failed");
-        for (const PlacedStep& placed : outcome_.failed) {
-            addCard(section, placed);
+        for (const auto& equal : failures_) {
+            addCard(section, equal);
         }
         if (outcome_.wrong > outcome_.failed.size()) {
             addText(section, "p",
@@ -150,8 +159,9 @@ private:
         }
     }
 
-    void addCard(Node section, const PlacedStep& placed)
+    void addCard(Node section, const std::vector<PlacedStep>& equal)
     {
+        const PlacedStep& placed = equal.front();
         const Step& step = *placed.step;
         Node card = add(section, "article", std::string("card ") + classOf(placed.verdict));
         set(card, "id", anchor(step));
@@ -159,8 +169,8 @@ private:
         addChip(heading, placed.verdict);
         addText(heading, "span", step.name);
         Node where = addText(card, "p", placed.phase->name + " › " + placed.group->name, "where");
-        if (const std::size_t tries = triesOf(*placed.group); tries > 1) {
-            write(where, fmt::format(" › try {} of {}", numberOf(*placed.group, placed.groupTry) + 1, tries));
+        if (const std::string tries = whichTries(equal); !tries.empty()) {
+            write(where, " › " + tries);
         }
         if (!step.what.empty()) {
             write(where, " · ");
@@ -306,8 +316,10 @@ private:
         Node lines = add(table, "tbody");
         for (const RepeatedMeasurement& each : rounds.measurements) {
             Node line = add(lines, "tr");
-            for (const std::string& cell : figuresOf(each)) {
-                addText(line, "td", cell, "num");
+            const std::vector<std::string> cells = figuresOf(each);
+            set(addText(line, "th", cells.front()), "scope", "row");
+            for (std::size_t i = 1; i < cells.size(); ++i) {
+                addText(line, "td", cells[i], "num");
             }
         }
     }
@@ -441,7 +453,9 @@ private:
     const Run& run_;
     Groups groups_;
     Outcome outcome_;
+    std::vector<std::vector<PlacedStep>> failures_;
     Headline headline_;
+    /// Of the step in the page; failures that share a card have one number.
     std::map<const Step*, std::size_t> numbers_;
 };
 

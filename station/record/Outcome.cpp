@@ -62,14 +62,19 @@ bool anyDone(const Phase& phase)
     return worstOf(phase.groups) != Verdict::kSkipped;
 }
 
-/// @returns "GROUP / STEP: REASON" of the first step that went wrong and counts, else why the phase ended early.
+/// @returns "GROUP / STEP (round 2 of 9): REASON" of the first step that went wrong and counts, else why the phase
+/// ended early.
 std::string troubleIn(const Phase& phase)
 {
     for (const Group& group : phase.groups) {
-        for (const Group::Try& one : group.tries) {
-            for (const Step& step : one.steps) {
-                if (!one.superseded && isBad(verdictOf(step))) {
-                    return fmt::format("{} / {}: {}", group.name, step.name, reasonOf(step));
+        for (std::size_t i = 0; i < group.tries.size(); ++i) {
+            for (const Step& step : group.tries[i].steps) {
+                if (!group.tries[i].superseded && isBad(verdictOf(step))) {
+                    const std::size_t rounds = triesOf(group);
+                    return fmt::format(
+                        "{} / {}{}: {}", group.name, step.name,
+                        rounds > 1 ? fmt::format(" (round {} of {})", numberOf(group, i) + 1, rounds) : "",
+                        reasonOf(step));
                 }
             }
         }
@@ -280,6 +285,22 @@ Outcome outcomeOf(const Run& run)
     return outcome;
 }
 
+std::vector<std::vector<PlacedStep>> equalFailures(const Outcome& outcome)
+{
+    std::vector<std::vector<PlacedStep>> all;
+    for (const PlacedStep& placed : outcome.failed) {
+        const std::size_t number = numberOf(*placed.group, placed.groupTry);
+        const auto found = std::ranges::find_if(all, [&](const std::vector<PlacedStep>& equal) {
+            const PlacedStep& last = equal.back();
+            return last.group == placed.group && numberOf(*last.group, last.groupTry) + 1 == number &&
+                   last.verdict == placed.verdict && last.step->name == placed.step->name &&
+                   reasonOf(*last.step) == reasonOf(*placed.step);
+        });
+        (found == all.end() ? all.emplace_back() : *found).push_back(placed);
+    }
+    return all;
+}
+
 std::size_t count(const Tally& tally, Verdict verdict)
 {
     const auto found = tally.find(verdict);
@@ -299,7 +320,7 @@ std::string summaryOf(const Run& run, const Outcome& outcome)
     if (outcome.total == 0) {
         parts = {"No step was run"};
     } else if (verdictOf(run) == Verdict::kAborted) {
-        parts = {"Ended early: " + passed};
+        parts = {(passedSteps == outcome.total ? steps + " passed" : passed) + " before the end"};
         if (wrong > 0) {
             parts.push_back(fmt::format("{} went wrong", wrong));
         }

@@ -95,6 +95,10 @@ struct Outcome {
 
 Outcome outcomeOf(const Run& run);
 
+/// @returns the failures, those together that a step has for the same reason in tries of its group that follow each
+/// other.
+std::vector<std::vector<PlacedStep>> equalFailures(const Outcome& outcome);
+
 /// @returns how many steps have the verdict.
 std::size_t count(const Tally& tally, Verdict verdict);
 

@@ -489,6 +489,7 @@ private:
 };
 
 constexpr const char* kUnfinished = "the run did not end: the station was stopped or lost its power";
+constexpr const char* kNoTeardown = "the teardown did not run, so auto-test mode may still be on";
 
 /// Reads the lines of a file.
 class Lines
@@ -610,6 +611,11 @@ public:
         if (!ended_) {
             run_.findings.push_back(
                 {Verdict::kAborted, fmt::format("{}{}", kUnfinished, cut ? "; its record ends within a line" : "")});
+            const auto began = [](const Phase& phase) { return !phase.groups.empty(); };
+            if (std::ranges::any_of(run_.phases, began) && run_.phases.size() > Run::kTeardown &&
+                !began(run_.phases[Run::kTeardown])) {
+                run_.findings.push_back({Verdict::kSkipped, kNoTeardown});
+            }
         }
         return std::move(run_);
     }

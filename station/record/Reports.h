@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "protocol/catalogue/Model.h"
+#include "station/record/Outcome.h"
 #include "station/record/RunRecord.h"
 
 /// The reports that are made from a run record. A new format needs its writer in FORMATReport.cpp, a declaration and a
@@ -52,13 +53,16 @@ inline constexpr auto kReportFormats = std::to_array<ReportFormat>({
 /// Writes the report from a record of either schema.
 void writeReport(const ReportFormat& format, const std::filesystem::path& record, Groups groups, std::ostream& out);
 
+/// @returns "try 3 of 9", "tries 3 to 7 of 9 (5)" for failures that are equal; empty for a group with one try.
+std::string whichTries(const std::vector<PlacedStep>& equal);
+
 // The figures of a repeated group.
 
-/// @returns "1000000 rounds, 3 failed. Shown: 4 of 1000000 tries, the first that failed and one that passed."
+/// @returns "1000000 rounds, 3 failed. Shown: all 3 that failed and one that passed."
 std::string roundsText(const Group& group, const Rounds& rounds);
 
 inline constexpr auto kFigures =
-    std::to_array<const char*>({"measurement", "count", "missed", "minimum", "mean", "maximum", "sigma"});
+    std::to_array<const char*>({"measurement", "count", "missed", "minimum", "mean", "maximum", "std. dev."});
 
 /// @returns a measurement's cells under kFigures.
 std::vector<std::string> figuresOf(const RepeatedMeasurement& measurement);

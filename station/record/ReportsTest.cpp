@@ -225,9 +225,10 @@ TEST(HtmlReport, OfARunThatWasEndedTellsWhere)
     const auto document = parsed(html(samples::aborted()));
 
     EXPECT_THAT(texts(document, "//p[@class='lead']"),
-                ElementsAre("Ended early: 2 of 4 steps passed, 1 was ended, 1 was not run."));
+                ElementsAre("2 of 4 steps passed before the end, 1 was ended, 1 was not run."));
     EXPECT_THAT(texts(document, "//p[@class='why']"), ElementsAre("interrupted by the operator"));
     EXPECT_STREQ(document.select_node("//h2").node().text().get(), "Where the run was ended");
+    EXPECT_THAT(texts(document, "//dl[@class='legend']/dd"), testing::Contains("The run was ended early."));
     EXPECT_THAT(texts(document, "//article/p[@class='reason']"), ElementsAre("interrupted after 2.3 s"));
 }
 
@@ -362,6 +363,18 @@ TEST(HtmlReport, TellsAFailureOfAGroupThatIsRepeated)
     EXPECT_THAT(texts(document, "//article/p[@class='reason']"), ElementsAre("volume: expected 0 to 40, got 41"));
     EXPECT_THAT(texts(document, "//article/p[@class='where']"), ElementsAre("main › Audio › try 2 of 3 · "));
     EXPECT_THAT(texts(document, "//p[@class='lead']"), ElementsAre("1 of 7 steps went wrong."));
+}
+
+TEST(HtmlReport, BreaksNoFigureOfAGroupThatIsRepeated)
+{
+    const std::string page = html(repeated());
+    const auto document = parsed(page);
+
+    EXPECT_THAT(texts(document, "//table[@class='figures']/tbody/tr[1]/th[@scope='row']"),
+                ElementsAre("Volume: volume"));
+    EXPECT_THAT(texts(document, "//table[@class='figures']/tbody/tr[1]/td[@class='num']"),
+                ElementsAre("3", "0", "12", "12", "12", "0"));
+    EXPECT_THAT(page, HasSubstr(".figures td,.figures thead th{white-space:nowrap;overflow-wrap:normal;"));
 }
 
 TEST(HtmlReport, DoesNotTakeAStepThatIsRepeatedForOneThatNeededIt)

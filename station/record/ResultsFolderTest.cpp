@@ -210,6 +210,24 @@ TEST_F(ResultsFolderTest, HoldsAReadableRecordAtWhateverMomentTheStationIsKilled
     }
 }
 
+TEST_F(ResultsFolderTest, HoldsARecordThatSaysIfTheTeardownDidNotRun)
+{
+    record::Run whole = samples::passed();
+    record::Run killed = samples::passed();
+    killed.phases[record::Run::kTeardown].groups.clear();
+    const auto told = [this](record::Run& run) {
+        ResultsFolder results = begin(run);
+        samples::tell(run, results);
+        return readRun(results.folder() / "record.jsonl");
+    };
+
+    const record::Run read = told(killed);
+
+    EXPECT_THAT(headlineOf(read).beside, ElementsAre("the teardown did not run, so auto-test mode may still be on"));
+    EXPECT_EQ(summaryOf(read, outcomeOf(read)), "4 steps passed before the end.");
+    EXPECT_THAT(headlineOf(told(whole)).beside, ElementsAre());
+}
+
 TEST_F(ResultsFolderTest, HoldsARecordThatIsReadUpToTheByteWhereItWasCut)
 {
     record::Run run = samples::failed();

@@ -20,6 +20,7 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using testing::SizeIs;
 using namespace std::chrono_literals;
 
@@ -303,6 +304,77 @@ const Run& longRun()
     return run;
 }
 
+TEST(RunFacts, FiguresOfALongRunSayWhichTriesAreShown)
+{
+    struct Row {
+        std::size_t failed;
+        std::size_t again;
+        std::size_t skipped;
+        const char* figures;
+    };
+    const Row rows[] = {
+        {0, 0, 0, "1000 rounds, 0 failed. Shown: 1 try that passed."},
+        {1, 0, 0, "1000 rounds, 1 failed. Shown: the one that failed and one that passed."},
+        {44, 0, 0, "1000 rounds, 44 failed. Shown: all 44 that failed and one that passed."},
+        {300, 0, 1,
+         "1000 rounds, 300 failed. Shown: the first 200 of 300 that failed, one that was skipped and one that passed."},
+        {0, 1, 0, "999 rounds, 0 failed, 1 tried again. Shown: the one that was tried again and one that passed."},
+        {0, 3, 0, "997 rounds, 0 failed, 3 tried again. Shown: all 3 that were tried again and one that passed."},
+        {1000, 0, 0, "1000 rounds, 1000 failed. Shown: the first 200 of 1000 that failed."},
+    };
+    for (const auto& [failed, again, skipped, figures] : rows) {
+        Soak soak;
+        for (std::size_t i = 0; i < 1000; ++i) {
+            const bool bad = i < failed + again;
+            soak.round(bad                            ? Verdict::kFail
+                       : i < failed + again + skipped ? Verdict::kSkipped
+                                                      : Verdict::kPass,
+                       1, bad && i >= failed);
+        }
+        soak.end();
+
+        EXPECT_EQ(roundsText(soak.group(), roundsOf(soak.group())), figures);
+    }
+}
+
+TEST(RunFacts, EqualFailuresOfRoundsInARowAreOneFailure)
+{
+    Soak soak;
+    for (int i = 1; i <= 3000; ++i) {
+        soak.round((i >= 1471 && i <= 1514) || i == 1516 ? Verdict::kFail : Verdict::kPass, i % 3);
+    }
+    const record::Run& run = soak.end();
+    const std::string text = textReport(run, protocol::catalogue::groups(), {});
+    const std::string html = written(htmlReport, run);
+
+    EXPECT_THAT(text, AllOf(HasSubstr("\nLoop / first (round 1471 of 3000): value: expected at most 2 V\n"),
+                            HasSubstr("\n    main > Loop > tries 1471 to 1514 of 3000 (44)\n"
+                                      "    value: expected at most 2 V\n"),
+                            HasSubstr("\n    main > Loop > try 1516 of 3000\n")));
+    EXPECT_THAT(text, Not(HasSubstr("main > Loop > try 1472")));
+    EXPECT_THAT(html, AllOf(HasSubstr(">main › Loop › tries 1471 to 1514 of 3000 (44)<"),
+                            HasSubstr(">main › Loop › try 1516 of 3000<")));
+    std::size_t cards = 0;
+    for (auto at = html.find("<article"); at != std::string::npos; at = html.find("<article", at + 1)) {
+        ++cards;
+    }
+    EXPECT_EQ(cards, 2U);
+}
+
+TEST(RunFacts, FiguresOfTimesHaveThreeSignificantDigits)
+{
+    RepeatedMeasurement time{0, "Ask", "time", "ms", {}, 4, 0, {}};
+    for (const double each : {0.258455, 24.5139, 1234.567, 100.0}) {
+        time.numbers.add(each);
+    }
+    RepeatedMeasurement once{0, "Ask", "Ask", "V", {}, 1, 0, {}};
+    once.numbers.add(12.34567);
+
+    EXPECT_THAT(figuresOf(time), ElementsAre("Ask: time", "4", "0", "0.258 ms", "340 ms", "1235 ms", "598 ms"));
+    EXPECT_THAT(figuresOf(once), ElementsAre("Ask", "1", "0", "12.3457 V", "12.3457 V", "12.3457 V", "0 V"));
+    EXPECT_STREQ(kFigures.back(), "std. dev.");
+}
+
 TEST(RunFacts, ReportsOfALongRunAreShortAndSayWhatIsLeftOut)
 {
     const record::Run& run = longRun();
@@ -310,10 +382,11 @@ TEST(RunFacts, ReportsOfALongRunAreShortAndSayWhatIsLeftOut)
     const std::string html = written(htmlReport, run);
     const std::string junit = written(junitReport, run);
 
-    EXPECT_THAT(text, AllOf(HasSubstr("1000 of 40000 steps went wrong."),
-                            HasSubstr("20000 rounds, 1000 failed. Shown: 201 of 20000 tries, the first that failed and "
-                                      "one that passed.\n"),
-                            HasSubstr("first: value  20000  1000    1 V      1.5"), HasSubstr("try 3988 of 20000")));
+    EXPECT_THAT(text,
+                AllOf(HasSubstr("1000 of 40000 steps went wrong."),
+                      HasSubstr("20000 rounds, 1000 failed. Shown: the first 200 of 1000 that failed and one that "
+                                "passed.\n"),
+                      HasSubstr("first: value  20000  1000    1 V      1.5"), HasSubstr("try 3988 of 20000")));
     EXPECT_THAT(html, AllOf(HasSubstr("20000 rounds, 1000 failed."), HasSubstr("Failed rounds over time"),
                             HasSubstr("800 steps more went wrong; record.jsonl has them all.")));
     EXPECT_THAT(junit, AllOf(HasSubstr("20000 rounds, 1000 failed."), HasSubstr("first (try 3988)")));

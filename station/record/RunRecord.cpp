@@ -33,7 +33,7 @@ const VerdictWords& wordsOf(Verdict verdict)
         VerdictWords{"TIMEOUT", "timed out", "timeout", "\033[1;33m", "The unit did not answer in time."},
         VerdictWords{"ERROR", "in error", "error", "\033[1;38;5;208m",
                      "The line to the unit failed, or the unit sent something that cannot be understood."},
-        VerdictWords{"ABORTED", "aborted", "aborted", "\033[1;35m", "The user ended the run early."},
+        VerdictWords{"ABORTED", "aborted", "aborted", "\033[1;35m", "The run was ended early."},
     };
     return kWords[static_cast<std::size_t>(verdict)];
 }

@@ -1,6 +1,8 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 #include <sstream>
 #include <utility>
@@ -13,6 +15,53 @@
 namespace station::record {
 
 namespace {
+
+/// @returns "all 44 that failed", "the first 200 of 1000 that failed".
+std::string firstOf(std::size_t shown, std::size_t all, const char* what)
+{
+    return all == 1       ? fmt::format("the one that {}", what)
+           : shown == all ? fmt::format("all {} that {}", all, what)
+                          : fmt::format("the first {} of {} that {}", shown, all, what);
+}
+
+/// @returns which tries are left of a group that leaves some out.
+std::string shownTries(const Group& group, const Rounds& rounds)
+{
+    std::map<Verdict, std::size_t> shown;
+    std::size_t failed = 0;
+    std::size_t again = 0;
+    for (const Group::Try& each : group.tries) {
+        const Verdict verdict = verdictOf(each);
+        ++(each.superseded ? again : isBad(verdict) ? failed : shown[verdict]);
+    }
+    std::vector<std::string> parts;
+    if (failed > 0) {
+        parts.push_back(firstOf(failed, rounds.failed, "failed"));
+    }
+    if (again > 0) {
+        const std::size_t all = rounds.tries - rounds.counted;
+        parts.push_back(firstOf(again, all, all == 1 ? "was tried again" : "were tried again"));
+    }
+    for (const auto& [verdict, number] : shown) {
+        parts.push_back(fmt::format("{} that {}", parts.empty() ? protocol::plural(number, "try") : "one",
+                                    verdict == Verdict::kPass ? "passed" : "was skipped"));
+    }
+    if (parts.empty()) {
+        return "none";
+    }
+    std::string last = std::move(parts.back());
+    parts.pop_back();
+    return parts.empty() ? last : fmt::format("{} and {}", fmt::join(parts, ", "), last);
+}
+
+/// @returns a number of a measurement: a time with three significant digits, any other with six.
+std::string figure(double number, const std::string& unit)
+{
+    const bool time = unit == "ms" && number != 0 && std::isfinite(number);
+    const int decimals = time ? 2 - static_cast<int>(std::floor(std::log10(std::abs(number)))) : 0;
+    return withUnit(time ? fmt::format("{:.{}f}", number, std::clamp(decimals, 0, 9)) : fmt::format("{:.6g}", number),
+                    unit);
+}
 
 /// @returns `text`, made printable, behind a separator; empty for an empty text.
 std::string behind(const char* separator, const std::string& text)
@@ -96,15 +145,13 @@ private:
         line(0, "");
         line(0, bold(headline_.verdict == Verdict::kAborted ? "What went wrong, or where the run was ended"
                                                             : "What went wrong"));
-        for (const PlacedStep& placed : outcome_.failed) {
+        for (const auto& equal : equalFailures(outcome_)) {
+            const PlacedStep& placed = equal.front();
             const Step& step = *placed.step;
             line(0, "");
             line(2, verdict(placed.verdict) + "  " + bold(printable(step.name)));
-            const std::size_t tries = triesOf(*placed.group);
-            const std::size_t number = numberOf(*placed.group, placed.groupTry) + 1;
-            line(4,
-                 fmt::format("{} > {}{}{}", printable(placed.phase->name), printable(placed.group->name),
-                             tries > 1 ? fmt::format(" > try {} of {}", number, tries) : "", behind(": ", step.what)));
+            line(4, fmt::format("{} > {}{}{}", printable(placed.phase->name), printable(placed.group->name),
+                                behind(" > ", whichTries(equal)), behind(": ", step.what)));
             const std::string reason = reasonOf(step);
             line(4, reason.empty() ? wordsOf(placed.verdict).meaning : printable(reason));
             attempts(4, step, true);
@@ -193,6 +240,17 @@ private:
 
 }  // namespace
 
+std::string whichTries(const std::vector<PlacedStep>& equal)
+{
+    const PlacedStep& first = equal.front();
+    const std::size_t tries = triesOf(*first.group);
+    const std::size_t number = numberOf(*first.group, first.groupTry) + 1;
+    if (equal.size() > 1) {
+        return fmt::format("tries {} to {} of {} ({})", number, number + equal.size() - 1, tries, equal.size());
+    }
+    return tries > 1 ? fmt::format("try {} of {}", number, tries) : "";
+}
+
 std::string coloured(Verdict verdict, bool colour)
 {
     return colour ? fmt::format("{}{}\033[0m", wordsOf(verdict).colour, name(verdict)) : name(verdict);
@@ -205,8 +263,7 @@ std::string roundsText(const Group& group, const Rounds& rounds)
         text += fmt::format(", {} tried again", rounds.tries - rounds.counted);
     }
     if (triesOf(group) > group.tries.size()) {
-        text += fmt::format(". Shown: {} of {} tries, the first that failed and one that passed", group.tries.size(),
-                            triesOf(group));
+        text += ". Shown: " + shownTries(group, rounds);
     }
     return text + '.';
 }
@@ -215,10 +272,10 @@ std::vector<std::string> figuresOf(const RepeatedMeasurement& measurement)
 {
     const Statistic& numbers = measurement.numbers;
     const std::string place = measurement.step == measurement.name ? "" : printable(measurement.step) + ": ";
-    std::vector<std::string> cells{place + printable(measurement.name), std::to_string(measurement.count),
-                                   std::to_string(measurement.missed)};
+    std::vector<std::string> cells{place + printable(measurement.name), fmt::to_string(measurement.count),
+                                   fmt::to_string(measurement.missed)};
     for (const double each : {numbers.minimum, numbers.mean, numbers.maximum, numbers.sigma()}) {
-        cells.push_back(numbers.count == 0 ? "" : withUnit(fmt::format("{:.6g}", each), measurement.unit));
+        cells.push_back(numbers.count == 0 ? "" : figure(each, measurement.unit));
     }
     return cells;
 }
