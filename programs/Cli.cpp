@@ -53,20 +53,55 @@ std::vector<std::string> namesOf(const std::vector<const CLI::App*>& verbs)
     return names;
 }
 
+/// @returns whether the word is an option and not the '-' or "--" that are arguments.
+bool isOption(const std::string& word)
+{
+    return word.starts_with("-") && word.size() > 1 && word != "--";
+}
+
+/// @returns how many words at the front of `words` are options of a verb below, and their values.
+std::size_t countOptionsOfVerbsBelow(const CLI::App& verb, const std::vector<std::string>& words)
+{
+    std::size_t count = 0;
+    while (count < words.size() && isOption(words[count]) && !verbsOf(verb).empty()) {
+        const auto equals = words[count].find('=');
+        const CLI::Option* const option = findOption(verb, words[count].substr(0, equals));
+        if (option == nullptr) {
+            break;
+        }
+        count += takesValue(*option) && equals == std::string::npos ? 2 : 1;
+    }
+    return std::min(count, words.size());
+}
+
+/// @returns "; did you mean '--set NAME=VALUE'?" for an assignment whose option is missing; else empty.
+std::string didYouMeanOption(const CLI::App& verb, const std::string& word)
+{
+    const auto options = optionsOf(verb);
+    const auto takesAssignment = [](const CLI::Option* option) {
+        return valueName(*option).find('=') != std::string::npos;
+    };
+    const auto found = std::ranges::find_if(options, takesAssignment);
+    return found == options.end() || word.find('=') == std::string::npos
+               ? ""
+               : fmt::format("; did you mean {}?", inQuotes((*found)->get_name() + " " + word));
+}
+
 /// @returns the mistake in a command line with an unknown `word`.
 std::string explainWord(const CLI::App& verb, const std::string& word)
 {
-    if (word.starts_with("-") && word.size() > 1) {
-        const std::string option = word.substr(0, word.find('='));
+    const std::string option = word.substr(0, word.find('='));
+    // A known one that was not understood stands behind "--".
+    if (isOption(word) && findOption(verb, option) == nullptr) {
         std::vector<std::string> names;
         for (const CLI::Option* each : allOptionsOf(verb)) {
             std::ranges::copy(spellings(*each), std::back_inserter(names));
         }
-        return fmt::format("unknown option {}{}", inQuotes(option), didYouMean(option, names));
+        return fmt::format("unknown option {}{}", inQuotes(option), option.size() > 2 ? didYouMean(option, names) : "");
     }
     const auto names = namesOf(verbsOf(verb));
     if (names.empty()) {
-        return fmt::format("expected no further argument, got {}", inQuotes(word));
+        return fmt::format("expected no further argument, got {}{}", inQuotes(word), didYouMeanOption(verb, word));
     }
     const std::string suggestion = didYouMean(word, names);
     return fmt::format("unknown verb {}{}", inQuotes(word),
@@ -121,8 +156,9 @@ std::string explainValue(const CLI::App& verb, const CLI::ParseError& error)
     }
     const auto values = valuesOf(*option);
     // The text of CLI::IsMember: "VALUE not in {A,B}".
+    const auto end = text.rfind(" not in {");
     return fmt::format("{}: {}", name,
-                       values.empty() ? text : expectedOneOf(values, text.substr(0, text.rfind(" not in {"))));
+                       values.empty() || end == std::string::npos ? text : expectedOneOf(values, text.substr(0, end)));
 }
 
 std::string withoutPlace(const CLI::App& app, const CLI::App& verb, const CLI::ParseError& error)
@@ -131,7 +167,9 @@ std::string withoutPlace(const CLI::App& app, const CLI::App& verb, const CLI::P
     const bool notUnderstood = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
     const bool missing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
     if ((notUnderstood || missing) && !unknown.empty()) {
-        return explainWord(verb, unknown.front());
+        const std::size_t options = countOptionsOfVerbsBelow(verb, unknown);
+        return options == unknown.size() ? fmt::format("expected a verb behind {}", unknown.front())
+                                         : explainWord(verb, unknown[options]);
     }
     if (missing) {
         return explainMissing(verb);
@@ -144,17 +182,26 @@ std::string withoutPlace(const CLI::App& app, const CLI::App& verb, const CLI::P
     return explainValue(verb, error);
 }
 
+/// @param swallowed becomes the mistake when an option took a verb as its value, and no verb came behind it.
 /// @returns the words with the verb first and the options that stood before it right behind it.
-std::vector<std::string> verbFirst(const CLI::App& app, std::vector<std::string> words)
+std::vector<std::string> verbFirst(const CLI::App& app, std::vector<std::string> words,
+                                   std::optional<CLI::ValidationError>& swallowed)
 {
+    const auto isVerbOf = [](const CLI::App& above, const std::string& word) {
+        return std::ranges::count(namesOf(verbsOf(above)), word) > 0;
+    };
     std::vector<std::string> path;
     std::vector<std::string> options;
     const CLI::App* verb = &app;
     auto word = words.begin();
     while (word != words.end()) {
-        if (word->starts_with("-") && word->size() > 1 && *word != "--") {
+        if (isOption(*word)) {
             const CLI::Option* const option = findOption(*verb, *word);
             const bool two = option != nullptr && takesValue(*option) && word + 1 != words.end();
+            if (two && !swallowed && isVerbOf(*verb, word[1])) {
+                swallowed.emplace(*word,
+                                  fmt::format("expected {}, got the verb {}", valueName(*option), inQuotes(word[1])));
+            }
             options.insert(options.end(), word, word + (two ? 2 : 1));
             word += two ? 2 : 1;
             continue;
@@ -165,6 +212,7 @@ std::vector<std::string> verbFirst(const CLI::App& app, std::vector<std::string>
             break;
         }
         verb = *found;
+        swallowed.reset();
         path.push_back(*word++);
     }
     if (path.empty()) {
@@ -184,10 +232,20 @@ void complain(const char* program, const std::string& message)
 
 void readCommandLine(CLI::App& app, int argc, char** argv)
 {
-    auto words = verbFirst(app, {argv + 1, argv + argc});
+    std::optional<CLI::ValidationError> swallowed;
+    auto words = verbFirst(app, {argv + 1, argv + argc}, swallowed);
     // CLI11 takes them from the back.
     std::ranges::reverse(words);
-    app.parse(words);
+    try {
+        app.parse(words);
+    } catch (const CLI::Success&) {
+        throw;
+    } catch (const CLI::ParseError&) {
+        if (swallowed) {
+            throw CLI::ValidationError(*swallowed);
+        }
+        throw;
+    }
 }
 
 std::string explain(const CLI::App& app, const CLI::ParseError& error)

@@ -17,6 +17,7 @@ protected:
         app_.require_subcommand(1);
         app_.fallthrough();
         app_.add_flag("--json", json_);
+        app_.add_option("--config", config_)->type_name("FILE");
         CLI::App* const send = app_.add_subcommand("send", "Send");
         send->add_option("COMMAND", command_)->required();
         send->add_option("--timeout", timeout_)->check(secondsUpTo(60))->type_name("SECONDS");
@@ -25,7 +26,10 @@ protected:
         send->add_flag("--yes", yes_)->excludes("--from");
         CLI::App* const plan = app_.add_subcommand("plan", "Plans");
         plan->require_subcommand(1);
-        plan->add_subcommand("run", "Run")->add_option("--port", ports_)->allow_extra_args(false);
+        plan->add_subcommand("run", "Run")
+            ->add_option("--port", ports_)
+            ->allow_extra_args(false)
+            ->type_name("KEY=VALUE");
     }
 
     /// @returns the mistake in the words behind the program's name; empty if there is none.
@@ -48,6 +52,7 @@ protected:
     CLI::App app_{"A tool", "tool"};
     bool json_ = false;
     bool yes_ = false;
+    std::string config_;
     std::string command_;
     double timeout_ = 0;
     std::string from_;
@@ -76,6 +81,7 @@ TEST_F(CliTest, WordBehindAnOptionBeforeTheVerbIsItsValue)
 {
     EXPECT_EQ(mistakeIn({"--from", "send", "send", "x"}),
               "send: --from: expected one of unit, station, got 'send' (see 'tool send --help')");
+    EXPECT_EQ(mistakeIn({"--config", "send", "send", "x"}), "");
 }
 
 struct Mistake {
@@ -103,6 +109,30 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"MistypedOption",
                 {"send", "x", "--tiemout", "1"},
                 "send: unknown option '--tiemout'; did you mean '--timeout'? (see 'tool send --help')"},
+        Mistake{"VerbForAValue",
+                {"--timeout", "send", "x"},
+                "send: --timeout: expected SECONDS, got the verb 'send' (see 'tool send --help')"},
+        Mistake{"VerbForAChoice",
+                {"--from", "send", "x"},
+                "send: --from: expected VALUE, got the verb 'send' (see 'tool send --help')"},
+        Mistake{"VerbForTheProgramsValue",
+                {"--config", "send", "x"},
+                "--config: expected FILE, got the verb 'send' (see 'tool --help')"},
+        Mistake{"NoVerbBehindAnOption", {"--timeout"}, "expected a verb behind --timeout (see 'tool --help')"},
+        Mistake{"NoVerbBehindAnOptionsValue",
+                {"--timeout", "1", "--yes"},
+                "expected a verb behind --timeout (see 'tool --help')"},
+        Mistake{"MistypedVerbBehindAnOption",
+                {"--timeout", "1", "sned", "x"},
+                "unknown verb 'sned'; did you mean 'send'? (see 'tool --help')"},
+        Mistake{"UnknownLetter", {"-v", "send", "x"}, "send: unknown option '-v' (see 'tool send --help')"},
+        Mistake{"OptionThatIsAnArgument",
+                {"send", "x", "--", "--timeout"},
+                "send: expected no further argument, got '--timeout' (see 'tool send --help')"},
+        Mistake{"AssignmentWithoutItsOption",
+                {"plan", "run", "a=1"},
+                "plan run: expected no further argument, got 'a=1'; did you mean '--port a=1'? (see 'tool plan run "
+                "--help')"},
         Mistake{"OneArgumentTooMany",
                 {"send", "x", "y"},
                 "send: expected no further argument, got 'y' (see 'tool send --help')"},
