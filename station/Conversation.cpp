@@ -2,10 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
+#include "station/FrameScanner.h"
 #include "station/trace/Attribution.h"
 
 namespace station {
@@ -31,12 +35,17 @@ Request parseBytes(protocol::catalogue::Groups groups, const std::string& cmdOne
         throw UserError(
             fmt::format("{}: expected the command's code after the group's, as in '0F 00 01', got none", cmdOne));
     }
-    Request request;
-    request.frame.cmdOne = byteOf(cmdOne);
-    request.frame.cmdTwo = byteOf(arguments.front());
-    for (auto word = arguments.begin() + 1; word != arguments.end(); ++word) {
-        request.frame.params.push_back(byteOf(*word));
+    std::vector<std::uint8_t> bytes{byteOf(cmdOne)};
+    std::ranges::transform(arguments, std::back_inserter(bytes), byteOf);
+    if (const auto pieces = scanFrames(bytes);
+        pieces.size() == 1 && pieces.front().kind == ScannedPiece::Kind::kFrame) {
+        const auto length = pieces.front().frame.params.size() + 2;
+        throw UserError(fmt::format(
+            "2A A2 begins a whole frame; give its content: {}",
+            protocol::catalogue::formatHexBytes(std::span(bytes).subspan(protocol::kCmdOneOffset, length))));
     }
+    Request request;
+    request.frame = {bytes[0], bytes[1], {bytes.begin() + 2, bytes.end()}};
     if (request.frame.params.size() > protocol::kMaxStationParams) {
         throw UserError(fmt::format("expected at most {} parameter bytes, got {}", protocol::kMaxStationParams,
                                     request.frame.params.size()));
@@ -231,6 +240,12 @@ Judgement judge(const Request& request, const SendTerms& terms, const Answer& an
         return {protocol::kNoAnswer,
                 fmt::format("{}: expected the later reply within {} s, got none{}", request.title,
                             std::chrono::duration<double>(terms.timeout).count(), hint(request, terms, answer.mode))};
+    }
+    if (!waitsForReply(request, terms) && !terms.waitLater) {
+        return {protocol::kPassed,
+                fmt::format("{}: sent; {}", request.title,
+                            request.command->later.empty() ? "no reply is due"
+                                                           : "the reply comes later: --wait-later waits for it")};
     }
     return {};
 }

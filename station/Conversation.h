@@ -62,7 +62,7 @@ Answer converse(Connection& connection, protocol::catalogue::Groups groups, cons
 
 struct Judgement {
     protocol::ExitStatus status = protocol::kPassed;
-    /// One line about what is missing or too much; empty if all is well.
+    /// One line about what is missing or too much, or why there is no reply to print; usually empty for kPassed.
     std::string complaint;
 };
 

@@ -75,6 +75,14 @@ TEST_F(ConverseTest, CommandWithoutAReplyReturnsAtOnce)
 {
     EXPECT_THAT(hold({"tuner.play", "frequency=8750"}, {}).frames(), IsEmpty());
     EXPECT_EQ(judgement().status, protocol::kPassed);
+    EXPECT_EQ(judgement().complaint, "tuner.play: sent; no reply is due");
+}
+
+TEST_F(ConverseTest, CommandThatIsOnlyAnsweredLaterReturnsAtOnceAndSaysSo)
+{
+    EXPECT_THAT(hold({"media.track-1"}, {}).frames(), IsEmpty());
+    EXPECT_EQ(judgement().status, protocol::kPassed);
+    EXPECT_EQ(judgement().complaint, "media.track-1: sent; the reply comes later: --wait-later waits for it");
 }
 
 TEST_F(ConverseTest, MissingRecordIsAReplyUnderItsOtherCode)
@@ -233,6 +241,14 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"GroupBeyondAByte", {"100", "00"}, {}, "'100'"},
         Mistake{"ParameterBeyondAByte", {"0F", "00", "1FF"}, {}, "got '1FF'"},
         Mistake{"TooManyParameters", Words(255, "00"), {}, "expected at most 252 parameter bytes, got 253"},
+        Mistake{"WholeFrame",
+                {"2A", "A2", "00", "02", "02", "01", "FF", "FB"},
+                {},
+                "2A A2 begins a whole frame; give its content: 02 01"},
+        Mistake{"WholeFrameWithPadding",
+                {"2a", "a2", "0", "3", "f", "0", "1", "0", "FF", "ED"},
+                {},
+                "2A A2 begins a whole frame; give its content: 0F 00 01"},
         Mistake{"DestructiveByName",
                 {"bluetooth.delete-pairings"},
                 {},
@@ -251,6 +267,8 @@ TEST(Request, OfBytesHasTheNameThatTheCatalogueKnows)
     EXPECT_EQ(request({"f", "0"}).frame, (Frame{0x0F, 0x00, {}}));
     EXPECT_EQ(request({"33", "44"}).title, "33 44");
     EXPECT_FALSE(request({"0F", "00"}).named);
+    // A frame needs a checksum that holds.
+    EXPECT_EQ(request({"2A", "A2", "00", "02", "02", "01", "FF", "FC"}).title, "2A A2");
 }
 
 }  // namespace

@@ -87,7 +87,8 @@ TEST_F(StationSendTest, OfACommandWithoutReplyReturnsAtOnceAndIsCarriedOut)
 
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.out, IsEmpty());
-    EXPECT_THAT(outcome.err, IsEmpty());
+    EXPECT_EQ(outcome.err, "engineering-station: tuner.play: sent; no reply is due\n");
+    EXPECT_THAT(send({"tuner.play", "frequency=94.7MHz", "--json"}).err, IsEmpty());
     EXPECT_EQ(send({"tuner.frequency"}).out, "82 01 [24 FE]  tuner.frequency: frequency=9470 (94.7 MHz on FM)\n");
 }
 
@@ -290,6 +291,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"ValueOutOfRange", {"tuner.play", "frequency=65536"}, "tuner.play: frequency: "},
         Mistake{"MistypedOption", {"tuner.frequency", "--tiemout", "1"}, "did you mean '--timeout'?"},
         Mistake{"NothingComesLater", {"tuner.frequency", "--wait-later"}, "has no later reply to tuner.frequency"},
+        Mistake{"WholeFrame", {"2A", "A2", "00", "02", "02", "01", "FF", "FB"}, "give its content: 02 01"},
         Mistake{"LineBreakInAnArgument", {"tuner.play\nframe"}, "is not a command"},
         Mistake{"EmptyWord", {""}, "'' is not a command"}),
     [](const auto& row) { return row.param.name; });
