@@ -57,12 +57,14 @@ public:
     /// Adds a problem at the value of `key`, or at the table if the key is missing.
     void report(std::string_view key, std::string text);
 
+    /// Adds "'key': expected …, got …" at `value`, which is the key's or within it.
+    void mistyped(std::string_view key, const toml::node& value, std::string_view expected);
+
     const toml::table& raw() const { return table_; }
     Problems& problems() { return problems_; }
 
 private:
     const toml::node* look(std::string_view key, bool required, std::string_view kind);
-    void mistyped(std::string_view key, const toml::node& value, std::string_view expected);
 
     const toml::table& table_;
     std::string what_;

@@ -72,15 +72,14 @@ private:
             return all;
         }
         if (!node->is_array()) {
-            section.report(key, fmt::format("'{}': expected an array of texts, got another type", key));
+            section.mistyped(key, *node, "an array of texts");
             return all;
         }
         for (const toml::node& element : *node->as_array()) {
             if (const auto* text = element.as_string()) {
                 all.push_back(text->get());
             } else {
-                protocol::toml_file::report(problems_, element,
-                                            fmt::format("'{}': expected a text, got another type", key));
+                section.mistyped(key, element, "a text");
             }
         }
         return all;
@@ -100,10 +99,9 @@ private:
     {
         TableReader section(table, "section [unit]", problems_);
         if (const auto name = section.optionalText("serial")) {
-            const identity::Record* found = record(*name, *table.get("serial"));
-            if (found != nullptr && (!found->unique || found->isAddress())) {
-                section.report("serial", fmt::format("'serial': expected factory-serial or hu-serial, got {}",
-                                                     protocol::inQuotes(*name)));
+            const identity::Record* found = identity::find(records_, *name);
+            if (found == nullptr || !found->unique || found->isAddress()) {
+                section.mistyped("serial", *table.get("serial"), "factory-serial or hu-serial");
             }
             config_.unit.serial.name = *name;
         }

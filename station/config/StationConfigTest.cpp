@@ -110,9 +110,17 @@ pattern = "("
 )");
 
     EXPECT_THAT(messages(),
-                ElementsAre(testing::StartsWith("f:2:1: "), testing::StartsWith("f:4:"), testing::StartsWith("f:6:"),
-                            testing::StartsWith("f:7:"), testing::StartsWith("f:8:"), testing::StartsWith("f:11:"),
-                            testing::StartsWith("f:12:")));
+                ElementsAre(testing::StartsWith("f:2:1: "), "f:4:9: 'plans': expected an array of texts, got \"plans\"",
+                            "f:6:10: 'serial': expected factory-serial or hu-serial, got \"carplay-mac\"",
+                            "f:7:17: 'placeholders': expected a text, got 7", testing::StartsWith("f:8:"),
+                            testing::StartsWith("f:11:"), testing::StartsWith("f:12:")));
+}
+
+TEST_F(StationConfigTest, SerialThatIsNotARecordIsRefusedLikeOneThatNamesNoUnit)
+{
+    read("[unit]\nserial = \"serial\"\n");
+
+    EXPECT_THAT(messages(), ElementsAre("f:2:10: 'serial': expected factory-serial or hu-serial, got \"serial\""));
 }
 
 TEST_F(StationConfigTest, PathsThatTheMachineCannotUseAreReported)
