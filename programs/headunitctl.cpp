@@ -54,7 +54,11 @@ host::GlibPtr<GDBusConnection> connect()
         throw LineError("the session bus does not answer", protocol::kNoAnswer);
     }
     if (!connection) {
-        throw LineError("no session bus: " + error.message() + "; is DBUS_SESSION_BUS_ADDRESS set?", protocol::kFailed);
+        const char* const address = g_getenv("DBUS_SESSION_BUS_ADDRESS");
+        // Without an address, GLib's message is about a way to start a bus that the user does not need.
+        const std::string reason = address == nullptr || *address == '\0' ? "" : error.message() + "; ";
+        throw LineError("no session bus: " + reason + "type the export line that scripts/run printed",
+                        protocol::kFailed);
     }
     return connection;
 }
@@ -88,11 +92,11 @@ const char* wireText(const std::string& argument)
 }
 
 /// @returns an argument that is JSON.
-const char* jsonText(const std::string& argument)
+const char* jsonText(const std::string& place, const std::string& argument, const char* examples)
 {
     const char* const text = wireText(argument);
     if (!Json::accept(argument)) {
-        throw UserError(fmt::format("expected JSON, such as 20 or '\"text\"', got '{}'", argument));
+        throw UserError(fmt::format("{}: expected JSON, such as {}, got '{}'", place, examples, argument));
     }
     return text;
 }
@@ -109,11 +113,11 @@ void showState(const std::string& path)
     print(Json::parse(textOf(call(connection.get(), "GetState", g_variant_new("(s)", wireText(path))))), 2);
 }
 
-/// Calls a method with two texts, of which the second is JSON.
-void callWith(const char* method, const std::string& first, const std::string& json)
+/// Calls a method with two texts, of which the second is JSON such as `examples`.
+void callWith(const char* method, const std::string& first, const std::string& json, const char* examples)
 {
     // Checks both before it connects.
-    const Reply arguments(g_variant_ref_sink(g_variant_new("(ss)", wireText(first), jsonText(json))));
+    const Reply arguments(g_variant_ref_sink(g_variant_new("(ss)", wireText(first), jsonText(first, json, examples))));
     call(connect().get(), method, arguments.get());
 }
 
@@ -291,7 +295,7 @@ private:
             "  headunitctl set /config/~1engineering~1open_debug true");
         command->add_option("PATH", path_, "Value to replace")->required();
         command->add_option("JSON", json_, "New value, of the same type as the old one")->required();
-        command->callback([this] { action_ = [this] { callWith("SetState", path_, json_); }; });
+        command->callback([this] { action_ = [this] { callWith("SetState", path_, json_, "20 or '\"text\"'"); }; });
     }
 
     void addEvent()
@@ -303,7 +307,8 @@ private:
             "  headunitctl event OnFactoryResetMode");
         command->add_option("NAME", name_, "Event; a wrong name lists them all")->required();
         command->add_option("JSON", arguments_, "Arguments of the event, as an object");
-        command->callback([this] { action_ = [this] { callWith("RaiseEvent", name_, arguments_); }; });
+        command->callback(
+            [this] { action_ = [this] { callWith("RaiseEvent", name_, arguments_, "'{\"speed\": 70}'"); }; });
     }
 
     void addStartModule()

@@ -189,10 +189,13 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"ValueThatIsNoJson",
                     {"set", "/wifi/text", "Unit"},
                     2,
-                    "expected JSON, such as 20 or '\"text\"', got 'Unit'"},
+                    "headunitctl: /wifi/text: expected JSON, such as 20 or '\"text\"', got 'Unit'"},
         RefusedCase{"UnknownEvent", {"event", "OnNothing"}, 2, "expected one of OnModuleStatusChanged, "},
         RefusedCase{"MissingArgument", {"event", "OnCarSpeedChange"}, 2, "OnCarSpeedChange: speed: expected "},
-        RefusedCase{"ArgumentsThatAreNoJson", {"event", "OnCarSpeedChange", "speed=8"}, 2, "expected JSON"},
+        RefusedCase{"ArgumentsThatAreNoJson",
+                    {"event", "OnCarSpeedChange", "{speed: 70}"},
+                    2,
+                    "headunitctl: OnCarSpeedChange: expected JSON, such as '{\"speed\": 70}', got '{speed: 70}'"},
         RefusedCase{"NoStartAction", {"start-module", "4"}, 1, "module 4: "},
         RefusedCase{"ModuleThatIsNoNumber", {"start-module", "wifi"}, 2, "N: expected a number, got 'wifi' ("},
         RefusedCase{"ArgumentThatIsNoUtf8", {"state", "/\xFF"}, 2, "UTF-8"},
@@ -219,7 +222,18 @@ TEST_F(HeadunitctlTest, WithoutBusItSaysSo)
     const auto outcome = tests::run(command({"state"}), {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus"}});
 
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.err, StartsWith("headunitctl: no session bus"));
+    EXPECT_THAT(outcome.err, AllOf(StartsWith("headunitctl: no session bus: Could not connect"),
+                                   EndsWith("; type the export line that scripts/run printed\n")));
+}
+
+TEST_F(HeadunitctlTest, WithoutTheAddressOfABusItSaysWhatToType)
+{
+    const auto outcome = tests::run(
+        command({"state"}),
+        {{"DBUS_SESSION_BUS_ADDRESS", std::nullopt}, {"XDG_RUNTIME_DIR", "/nonexistent"}, {"DISPLAY", std::nullopt}});
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "headunitctl: no session bus: type the export line that scripts/run printed\n");
 }
 
 TEST_F(HeadunitctlTest, HelpShowsAnExampleOfEachCommand)
