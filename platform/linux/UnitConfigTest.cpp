@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
     File, UnitMistakeTest,
     testing::Values(
         Mistake{"Line", "\"pty:/tmp/uart\"", "\"pty:\"", "unit.toml:2:8: 'uart': expected pty:LINK or DEVICE[,BAUD]"},
-        Mistake{"Rate", "pty:/tmp/uart", "/dev/ttyS0,7", "unit.toml:2:8: 'uart': expected a baud rate ("},
+        Mistake{"Rate", "pty:/tmp/uart", "/dev/ttyS0,7", "unit.toml:2:8: 'uart': expected a baud rate such as 9600, "},
         Mistake{"Backend", "\"logind\"", "\"systemd\"",
                 "unit.toml:8:11: 'backend': expected \"off\" or \"logind\", got \"systemd\""},
         Mistake{"BackendThatIsNotBuilt", "[audio]\nbackend = \"off\"", "[audio]\nbackend = \"alsa\"",

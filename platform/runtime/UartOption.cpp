@@ -24,15 +24,6 @@ std::optional<unsigned> parseNumber(std::string_view text)
     return number;
 }
 
-std::string knownBauds()
-{
-    std::string list;
-    for (const auto& [baud, speed] : host::kBauds) {
-        list += (list.empty() ? "" : ", ") + std::to_string(baud);
-    }
-    return list;
-}
-
 }  // namespace
 
 UartOption parseUartOption(const std::string& text, const std::string& name)
@@ -53,7 +44,7 @@ UartOption parseUartOption(const std::string& text, const std::string& name)
     const std::string rate = text.substr(comma + 1);
     const auto baud = parseNumber(rate);
     if (!baud || !host::speedOf(*baud)) {
-        throw protocol::UserError(name + ": expected a baud rate (" + knownBauds() + "), got '" + rate + "'");
+        throw protocol::UserError(name + ": expected a baud rate such as 9600, 115200 or 921600, got '" + rate + "'");
     }
     option.baud = *baud;
     return option;

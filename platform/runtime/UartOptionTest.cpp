@@ -56,11 +56,11 @@ TEST(UartOption, LastCommaIsTheRates)
     EXPECT_EQ(parseUartOption("/dev/a,b,9600").path, "/dev/a,b");
 }
 
-TEST(UartOption, RateThatNoLineHasIsRefusedWithTheRatesThereAre)
+TEST(UartOption, RateThatNoLineHasIsRefusedWithSomeThatItMayHave)
 {
     for (const char* rate : {"12345", "0", "-9600", "9600x", "fast", "", " 9600", "99999999999999999999"}) {
-        EXPECT_THAT(refusal(std::string("/dev/ttyUSB0,") + rate),
-                    testing::AllOf(HasSubstr(std::string("'") + rate + "'"), HasSubstr("115200")));
+        EXPECT_EQ(refusal(std::string("/dev/ttyUSB0,") + rate),
+                  std::string("--uart: expected a baud rate such as 9600, 115200 or 921600, got '") + rate + "'");
     }
 }
 
