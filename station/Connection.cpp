@@ -58,7 +58,7 @@ std::string remedyFor(const std::string& path, const std::error_code& error)
     if (error != std::errc::no_such_file_or_directory) {
         return "";
     }
-    return path == defaultPort() ? "; is a bench running? (scripts/run)"
+    return path == defaultPort() ? "; is a bench running? Start it with scripts/run, or give --port"
                                  : "; 'engineering-station ports' lists the ports of this machine";
 }
 

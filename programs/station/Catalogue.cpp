@@ -1,5 +1,7 @@
 #include "protocol/catalogue/Catalogue.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -12,6 +14,7 @@
 #include "protocol/Text.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/Document.h"
+#include "protocol/catalogue/HexBytes.h"
 #include "protocol/toml/Problem.h"
 #include "station/record/ValueText.h"
 
@@ -45,12 +48,33 @@ int showAll(bool json)
     return kPassed;
 }
 
-int show(const std::string& key, bool json)
+/// @returns the key of what has the codes "02" or "02.01", with or without bit 7 of the group; any other text as it
+/// stands.
+std::string keyOf(catalogue::Groups groups, const std::string& text)
+{
+    const auto dot = text.find('.');
+    const auto one = catalogue::parseHexByte(text.substr(0, dot));
+    const auto* group =
+        one ? catalogue::findGroup(groups, static_cast<std::uint8_t>(*one & ~protocol::kReplyBit)) : nullptr;
+    if (group == nullptr || dot == std::string::npos) {
+        return group == nullptr ? text : std::string(group->key);
+    }
+    const auto two = catalogue::parseHexByte(text.substr(dot + 1));
+    if (const auto* command = two ? catalogue::findCommand(groups, group->code, *two) : nullptr) {
+        return catalogue::fullKey(groups, *command);
+    }
+    const auto notice =
+        std::ranges::find_if(group->notices, [&](const catalogue::Notice& each) { return two && each.cmdTwo == *two; });
+    return notice == group->notices.end() ? text : catalogue::fullKey(groups, *notice);
+}
+
+int show(const std::string& text, bool json)
 {
     const auto groups = catalogue::groups();
-    if (key.empty()) {
+    if (text.empty()) {
         return showAll(json);
     }
+    const std::string key = keyOf(groups, text);
     if (const auto* group = catalogue::findGroup(groups, std::string_view(key))) {
         json ? printJson(groupJson(*group)) : printText(groupText(*group));
     } else if (const auto* command = catalogue::findCommand(groups, std::string_view(key))) {
@@ -125,7 +149,8 @@ void addCatalogueShow(Tool& tool, CLI::App& noun)
                                          "Print the catalogue\n"
                                          "Without a key, it prints all groups, one line per command; with --json, "
                                          "one object with everything.");
-    verb->add_option("KEY", *key, "GROUP, GROUP.COMMAND or GROUP.NOTICE")->type_name("KEY");
+    verb->add_option("KEY", *key, "GROUP, GROUP.COMMAND or GROUP.NOTICE; or codes in hexadecimal: 02, 02.01")
+        ->type_name("KEY");
     verb->footer(
         "Examples:\n"
         "  engineering-station catalogue show tuner\n"

@@ -95,6 +95,9 @@ EventFilter::Term EventFilter::parse(catalogue::Groups groups, std::string_view 
         term.negated = true;
         word.remove_prefix(1);
     }
+    if (word.empty()) {
+        throw protocol::UserError("--filter: expected a word behind '!', got none");
+    }
     const auto direction = std::ranges::find(kDirections, word, &std::pair<std::string_view, TraceEvent::Kind>::first);
     if (direction != kDirections.end()) {
         term.kind = direction->second;

@@ -103,6 +103,12 @@ TEST(EventFilter, WordThatIsNothingIsNamedWithWhatItMayHaveBeen)
     EXPECT_THAT(errorOf("02.GG"), HasSubstr("got '02.GG'"));
 }
 
+TEST(EventFilter, NotWithoutAWordIsRefused)
+{
+    EXPECT_EQ(errorOf("!"), "--filter: expected a word behind '!', got none");
+    EXPECT_EQ(errorOf("received ! tuner"), "--filter: expected a word behind '!', got none");
+}
+
 TEST(EventFilter, EmptyAlternativeIsRefused)
 {
     EXPECT_THAT(errorOf(" "), HasSubstr("between the commas"));

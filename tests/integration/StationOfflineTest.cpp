@@ -231,6 +231,12 @@ INSTANTIATE_TEST_SUITE_P(
                 "engineering-station: catalogue: expected a verb (show, list, check), got none"},
         Mistake{"MistypedSubverb", "$STATION catalogue chekc x", "did you mean 'check'?"},
         Mistake{"OneArgumentTooMany", "$STATION catalogue list tuner", "expected no further argument, got 'tuner'"},
+        Mistake{"UnknownCodesToShow", "$STATION catalogue show 02.77", "'02.77' is not a command"},
+        Mistake{"WholeFrame", "$STATION encode 2A A2 00 02 02 01 FF FB",
+                "2A A2 begins a whole frame; give its content: 02 01"},
+        Mistake{"RecordWithoutSet", "$STATION identity write hu-serial=X", "did you mean '--set hu-serial=X'?"},
+        Mistake{"VerbForAPort", "$STATION --port send tuner.frequency", "--port: expected PORT, got the verb 'send'"},
+        Mistake{"PortWithoutAVerb", "$STATION --port", "engineering-station: expected a verb behind --port ("},
         Mistake{"UnknownKeyToShow", "$STATION catalogue show tuner.tone", "did you mean 'tuner.tune'?"},
         Mistake{"UnknownShell", "$STATION completion tcsh", "bash"},
         Mistake{"UnknownSender", "$STATION decode 00 --from nobody", "station"},
@@ -356,6 +362,16 @@ TEST(StationCatalogue, ShowsOneCommandWithAnExampleThatCanBeTyped)
                                    EndsWith("\nExample:\n"
                                             "  engineering-station send tuner.play frequency=8750\n"
                                             "  2A A2 00 04 02 00 22 2E FF AA\n")));
+}
+
+TEST(StationCatalogue, ShowsWhatHasTheCodes)
+{
+    for (const auto& [codes, key] : {std::pair("02", "tuner"), std::pair("02.00", "tuner.play"),
+                                     std::pair("0x82.0", "tuner.play"), std::pair("06.11", "keys.pressed")}) {
+        const auto outcome = station({"catalogue", "show", codes});
+        EXPECT_EQ(outcome.status, 0) << codes;
+        EXPECT_EQ(outcome.out, station({"catalogue", "show", key}).out);
+    }
 }
 
 TEST(StationCatalogue, EveryCommandHasAnExample)

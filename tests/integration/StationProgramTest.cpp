@@ -106,14 +106,16 @@ TEST_P(MissingPortTest, IsToldWithWhatToDo)
 INSTANTIATE_TEST_SUITE_P(
     StationProgram, MissingPortTest,
     testing::Values(
-        MissingPort{
-            "DefaultPort", {"send", "0F", "00"}, "No such file or directory; is a bench running? (scripts/run)"},
+        MissingPort{"DefaultPort",
+                    {"send", "0F", "00"},
+                    "No such file or directory; is a bench running? Start it with scripts/run, or give --port"},
         MissingPort{"NamedPort",
                     {"send", "0F", "00", "--port", "/dev/no-such-line"},
                     "/dev/no-such-line: cannot open: No such file or directory; 'engineering-station ports' lists "
                     "the ports of this machine"},
-        MissingPort{"MonitoredPort", {"monitor"}, "is a bench running? (scripts/run)"},
-        MissingPort{"PortOfAUnit", {"identity", "read"}, "is a bench running? (scripts/run)"},
+        MissingPort{"MonitoredPort", {"monitor"}, "is a bench running? Start it with scripts/run, or give --port"},
+        MissingPort{
+            "PortOfAUnit", {"identity", "read"}, "is a bench running? Start it with scripts/run, or give --port"},
         MissingPort{"FileThatIsNoPort",
                     {"send", "0F", "00", "--port", "/dev/null"},
                     "/dev/null: expected a serial line, got another file"}),
