@@ -17,6 +17,9 @@ struct Expected {
 Loop::~Loop()
 {
     stop();
+    // What GIO frees in the context of a subscription that has ended.
+    while (g_main_context_iteration(context_.get(), FALSE)) {
+    }
 }
 
 void Loop::run()
