@@ -46,8 +46,7 @@ PrivateBus::~PrivateBus() = default;
 
 void PrivateBus::kill()
 {
-    daemon_->signal(SIGKILL);
-    daemon_->wait();
+    daemon_.reset();
 }
 
 void PrivateBus::stop()

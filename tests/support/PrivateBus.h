@@ -25,7 +25,7 @@ public:
 
     pid_t pid() const { return daemon_->pid(); }
 
-    /// Ends the daemon at once and waits until it is gone.
+    /// Ends the daemon at once and waits until it is gone. Nothing but the address may be asked for afterwards.
     void kill();
 
     /// Stops the daemon: it keeps its connections, but reads and answers nothing.
