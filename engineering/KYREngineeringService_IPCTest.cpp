@@ -611,7 +611,7 @@ TEST(BusBacklogTest, StopsAtItsLimitAndGoesOnAtHalfOfIt)
 
     for (int round = 0; round < 2; ++round) {
         LogRecorder{}.clear();
-        send(kCounted, 1);  // one that nobody has admitted
+        send(kCounted, 1);  // not admitted before
         for (int i = 0; i < BusBacklog::kLimit; ++i)
             ASSERT_TRUE(backlog.Admit()) << i;
         EXPECT_FALSE(backlog.Admit());

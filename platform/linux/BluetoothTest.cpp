@@ -26,41 +26,22 @@ const std::string kAdapterWithPhones =
     "'/org/bluez/hci1/dev_BB': {'org.bluez.Device1': {'Paired': <true>, 'Adapter': <@o '/org/bluez/hci1'>}}},)";
 
 /// Hears what the adapter tells, and accepts a pairing if it should.
-class Listener : public IKYRBtComListener
+class Listener : public IKYRBtComListener, public Heard
 {
 public:
-    void OnOpenBtStatusChanged(KYRBtType::PowerStatus status) override { hear("power " + std::to_string(status)); }
-    void OnDeletePairStatusChanged(int status) override { hear("deleted " + std::to_string(status)); }
+    void OnOpenBtStatusChanged(KYRBtType::PowerStatus status) override { add("power " + std::to_string(status)); }
+    void OnDeletePairStatusChanged(int status) override { add("deleted " + std::to_string(status)); }
     void OnAnswerPairRequest(const std::string& address, const std::string& name, int type,
                              KYRBtType::PairRequestState state) override
     {
-        hear("pair " + address + " " + name + " " + std::to_string(type) + " " + std::to_string(state));
+        add("pair " + address + " " + name + " " + std::to_string(type) + " " + std::to_string(state));
         if (client != nullptr) {
             client->AnswerPair("", "", answer);
         }
     }
 
-    std::vector<std::string> waitFor(std::size_t count)
-    {
-        std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, kGenerous, [&] { return heard_.size() >= count; });
-        return heard_;
-    }
-
     KYRBtCom* client = nullptr;
     KYRBtType::PairRequestState answer = KYRBtType::PAIR_REQUESTED;
-
-private:
-    void hear(const std::string& what)
-    {
-        const std::lock_guard lock(mutex_);
-        heard_.push_back(what);
-        changed_.notify_all();
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> heard_;  // guarded by mutex_
 };
 
 class BluetoothTest : public UnitSetup

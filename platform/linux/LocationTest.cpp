@@ -48,7 +48,7 @@ private:
     host::GlibPtr<GSocketConnection> client_;
 };
 
-class Positions : public IKYRLocationListener
+class Positions : public IKYRLocationListener, public Heard
 {
 public:
     void OnAASatinfoChange(const _GpsSatelliteData& data) override
@@ -57,31 +57,12 @@ public:
         for (int i = 0; i < data.nCount; ++i) {
             text += " " + std::to_string(data.nNumber[i]) + ":" + std::to_string(data.nSignal[i]);
         }
-        hear(text);
+        add(text);
     }
     void OnAALocationChange(const _LocationData& data) override
     {
-        hear(std::to_string(data.nLatitude) + " " + std::to_string(data.nLongitude));
+        add(std::to_string(data.nLatitude) + " " + std::to_string(data.nLongitude));
     }
-
-    std::vector<std::string> waitFor(std::size_t count)
-    {
-        std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, kGenerous, [&] { return heard_.size() >= count; });
-        return heard_;
-    }
-
-private:
-    void hear(const std::string& what)
-    {
-        const std::lock_guard lock(mutex_);
-        heard_.push_back(what);
-        changed_.notify_all();
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> heard_;  // guarded by mutex_
 };
 
 class LocationTest : public UnitSetup

@@ -14,6 +14,8 @@ constexpr const char* kVoiceCall = "org.ofono.VoiceCall";
 /// A phone takes its time to connect.
 constexpr std::chrono::seconds kOfonoDeadline{25};
 
+constexpr std::chrono::seconds kAskAgain{1};
+
 Telephony::CallState stateOf(const std::string& state)
 {
     return state == "incoming" || state == "waiting"   ? Telephony::kIncoming
@@ -80,6 +82,7 @@ void Telephony::leave()
 void Telephony::forget()
 {
     ++asked_;
+    retry_.reset();
     modems_.clear();
     calls_.clear();
     show();
@@ -123,7 +126,10 @@ void Telephony::ask()
                       return;
                   }
                   if (result == nullptr || !g_variant_is_of_type(result, G_VARIANT_TYPE("(a(oa{sv}))"))) {
-                      board_.set("phone", State::kAbsent, std::string(kOfono) + ": " + error);
+                      board_.set(
+                          "phone", State::kAbsent,
+                          std::string(kOfono) + ": " + (error.empty() ? "expected modems, got another answer" : error));
+                      retry_ = bus_.loop().after(kAskAgain, [this] { ask(); });
                       return;
                   }
                   forEachObject(result, [this](const char* path, GVariant* each) { readModem(path, each); });

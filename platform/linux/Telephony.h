@@ -76,6 +76,7 @@ private:
     GDBusConnection* dbus_ = nullptr;
     guint watch_ = 0;
     guint subscription_ = 0;
+    host::GlibPtr<GSource> retry_;
     int asked_ = 0;  // number of the questions whose answers count
     std::map<std::string, Modem> modems_;
     std::map<std::string, Call> calls_;

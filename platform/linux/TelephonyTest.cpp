@@ -122,6 +122,20 @@ TEST_F(TelephonyTest, PhoneAndCallsGoWithOfono)
     phone_.TerminateCall();
 }
 
+TEST_F(TelephonyTest, OfonoThatRefusesAtFirstIsAskedAgain)
+{
+    ofono_ = service("org.ofono");
+    ofono_->answer("GetModems", "!org.ofono.Error.InProgress");
+    start();
+    EXPECT_EQ(
+        once([this] { return reasonOnce("phone", State::kAbsent); }, std::string("org.ofono: as the test wants it")),
+        "org.ofono: as the test wants it");
+
+    ofono_->answer("GetModems", "(@a(oa{sv}) [],)");
+
+    EXPECT_EQ(reasonOnce("phone", State::kUp), "");
+}
+
 TEST_F(TelephonyTest, WithoutPhoneThereIsNoCall)
 {
     for (auto& [interface, backend] : config_.backends) {

@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -18,6 +20,32 @@
 #include "tests/support/TempDir.h"
 
 namespace unit {
+
+/// What a listener has heard, in words. Any thread.
+class Heard
+{
+public:
+    void add(const std::string& what)
+    {
+        const std::lock_guard lock(mutex_);
+        heard_.push_back(what);
+        changed_.notify_all();
+    }
+
+    /// Waits until there are `count` words.
+    /// @returns all so far, fewer if they do not come in time.
+    std::vector<std::string> waitFor(std::size_t count)
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, tests::kGenerous, [&] { return heard_.size() >= count; });
+        return heard_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> heard_;  // guarded by mutex_
+};
 
 /// A unit with a bus of its own, which is both the system bus and the session bus.
 class UnitSetup : public testing::Test

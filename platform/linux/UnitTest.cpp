@@ -16,28 +16,11 @@ using tests::ScriptedService;
 constexpr const char* kWifiUnit = "/org/freedesktop/systemd1/unit/car_2dwifi_2eservice";
 constexpr const char* kUnitInterface = "org.freedesktop.systemd1.Unit";
 
-/// Counts the modules that come up.
-class Modules : public IKYRAppListener
+/// Hears of the modules that come up.
+class Modules : public IKYRAppListener, public Heard
 {
 public:
-    void OnModuleStatusChanged(AppBootInfo& info) override
-    {
-        const std::lock_guard lock(mutex_);
-        up_.push_back(info.module);
-        changed_.notify_all();
-    }
-
-    std::vector<int> waitFor(std::size_t count)
-    {
-        std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, kGenerous, [&] { return up_.size() >= count; });
-        return up_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<int> up_;  // guarded by mutex_
+    void OnModuleStatusChanged(AppBootInfo& info) override { add(std::to_string(info.module)); }
 };
 
 class UnitTest : public UnitSetup
@@ -162,14 +145,14 @@ TEST_F(UnitTest, ModulesComeUpOnceTheServiceIsReadyAndTheirUnitIsActive)
     EXPECT_EQ(manager->RequestStartModuleProcess(2, MODULE_ENGINEERING), 0);
     manager->NotifyModuleReady(MODULE_ENGINEERING);
     unit_->appManager->serviceStarted();
-    EXPECT_THAT(modules.waitFor(1), ElementsAre(MODULE_MEDIA_PLAYER));
+    EXPECT_THAT(modules.waitFor(1), ElementsAre("9"));
 
     EXPECT_EQ(manager->RequestStartModuleProcess(1, MODULE_ENGINEERING), 1);
     EXPECT_THAT(systemd_->waitForCalls(2), ElementsAre("Subscribe ()", "StartUnit ('car-wifi.service', 'replace')"));
     systemd_->setProperty(kWifiUnit, kUnitInterface, "ActiveState", "'activating'");
     systemd_->setProperty(kWifiUnit, kUnitInterface, "ActiveState", "'active'");
     systemd_->setProperty(kWifiUnit, kUnitInterface, "ActiveState", "'active'");
-    EXPECT_THAT(modules.waitFor(2), ElementsAre(MODULE_MEDIA_PLAYER, MODULE_WIFI));
+    EXPECT_THAT(modules.waitFor(2), ElementsAre("9", "17"));
     EXPECT_EQ(started, int{MODULE_WIFI});
     manager->RemoveListener(&modules);
 }
