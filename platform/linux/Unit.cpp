@@ -76,6 +76,9 @@ Unit::Unit(const UnitConfig& config, Role role) : board_(role == Role::kServe)
     if (!config.isOff("location")) {
         location.emplace(config.location, loop_, board_);
     }
+    if (!config.isOff("audio")) {
+        audio.emplace(config.audio, alsaMixer(config.audio.card), loop_, board_);
+    }
     if (!config.isOff("system-info")) {
         systemInformation.emplace(config.versions, systemBus_, board_);
     }
@@ -118,6 +121,10 @@ KYRLocation* KYR_GetLocationService()
 {
     return unit::installed(&Unit::location);
 }
+KYRAudio* KYR_GetAudioService()
+{
+    return unit::installed(&Unit::audio);
+}
 KYRLibConfigs* GetLibConfigs()
 {
     return unit::installed(&Unit::configuration);
@@ -140,10 +147,6 @@ int KYR_StartSystemProxy()
 // Off.
 
 KYRAndroidAuto* KYR_GetAAProxy()
-{
-    return nullptr;
-}
-KYRAudio* KYR_GetAudioService()
 {
     return nullptr;
 }

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "platform/linux/ApplicationManager.h"
+#include "platform/linux/Audio.h"
 #include "platform/linux/Bluetooth.h"
 #include "platform/linux/Bus.h"
 #include "platform/linux/Location.h"
@@ -53,6 +54,7 @@ public:
     std::optional<Bluetooth> bluetooth;
     std::optional<Telephony> phone;
     std::optional<Location> location;
+    std::optional<Audio> audio;
     std::optional<SystemInformation> systemInformation;
     std::optional<Configuration> configuration;
 };

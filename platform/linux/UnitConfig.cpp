@@ -25,7 +25,7 @@ using protocol::toml_file::TableReader;
 /// Every interface of the platform that a unit may lack, and the backend that it can have; without one it is off.
 constexpr std::pair<const char*, const char*> kInterfaces[] = {
     {"app-manager", "systemd"}, {"power", "logind"},        {"system-info", "hostname1"}, {"config", "file"},
-    {"audio", nullptr},         {"source", nullptr},        {"tuner", nullptr},           {"bluetooth", "bluez"},
+    {"audio", "alsa"},          {"source", nullptr},        {"tuner", nullptr},           {"bluetooth", "bluez"},
     {"phone", "ofono"},         {"media-player", nullptr},  {"location", "gpsd"},         {"wifi", nullptr},
     {"system-misc", nullptr},   {"system-update", nullptr}, {"file-manager", nullptr},    {"persistence", nullptr},
     {"car-play", nullptr},      {"android-auto", nullptr},  {"device-app", nullptr},
@@ -98,12 +98,13 @@ private:
         const auto chosen = section.oneOf("backend", backends, true);
         config_.backends.emplace_back(interface, backends[chosen.value_or(0)]);
         if (backend != nullptr) {
-            readParameters(interface, section);
+            readParameters(interface, section, chosen == 1);
         }
         section.finish();
     }
 
-    void readParameters(const std::string& interface, TableReader& section)
+    /// @param isOn a missing parameter is a mistake
+    void readParameters(const std::string& interface, TableReader& section, bool isOn)
     {
         if (interface == "app-manager") {
             readModules(section);
@@ -117,6 +118,11 @@ private:
             config_.location.host = section.optionalText("host").value_or(config_.location.host);
             config_.location.port =
                 static_cast<std::uint16_t>(section.integer("port", false, 1, 65535).value_or(config_.location.port));
+        } else if (interface == "audio") {
+            config_.audio.card = section.text("card", isOn);
+            config_.audio.element = section.text("element", isOn);
+            config_.audio.steps =
+                static_cast<int>(section.integer("steps", false, 1, 255).value_or(config_.audio.steps));
         } else if (interface == "bluetooth") {
             config_.bluetooth.adapter = section.text("adapter");
             config_.bluetooth.version = section.text("version");

@@ -53,6 +53,13 @@ struct UnitConfig {
         std::uint16_t port = 2947;
     } location;
 
+    /// [audio]: ALSA.
+    struct Audio {
+        std::string card;     ///< as ALSA names it: "hw:0", "pipewire"
+        std::string element;  ///< of the simple mixer: "Master"
+        int steps = 100;      ///< the station's highest volume, 1 to 255
+    } audio;
+
     /// [config]: what the service looks up in the head unit's configuration, by key.
     std::map<std::string, bool, std::less<>> flags;
     std::map<std::string, std::string, std::less<>> texts;

@@ -51,6 +51,9 @@ TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
     EXPECT_EQ(config.bluetooth.adapter, "hci0");
     EXPECT_EQ(config.location.host, "127.0.0.1");
     EXPECT_EQ(config.location.port, 9);
+    EXPECT_EQ(config.audio.card, "hw:0");
+    EXPECT_EQ(config.audio.element, "Master");
+    EXPECT_EQ(config.audio.steps, 40);
     EXPECT_FALSE(config.isOff("power"));
     EXPECT_TRUE(config.isOff("audio"));
 }
@@ -90,8 +93,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Rate", "pty:/tmp/uart", "/dev/ttyS0,7", "unit.toml:2:8: 'uart': expected a baud rate such as 9600, "},
         Mistake{"Backend", "\"logind\"", "\"systemd\"",
                 "unit.toml:8:11: 'backend': expected \"off\" or \"logind\", got \"systemd\""},
-        Mistake{"BackendThatIsNotBuilt", "[audio]\nbackend = \"off\"", "[audio]\nbackend = \"alsa\"",
-                "unit.toml:27:11: 'backend': expected \"off\", got \"alsa\""},
+        Mistake{"BackendThatIsNotBuilt", "[car-play]\nbackend = \"off\"", "[car-play]\nbackend = \"usb\"",
+                "unit.toml:48:11: 'backend': expected \"off\", got \"usb\""},
         Mistake{"Module", "\"media-player\"", "\"media\"",
                 "unit.toml:5:12: expected a module (audio, source, system-proxy, tuner, bluetooth, media-player, "
                 "location, wifi, device-app), got 'media'"},
@@ -109,8 +112,15 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"UnknownKey", "light-type", "light", "unit.toml:10:"},
         Mistake{"UnknownKeyOfTheFile", "root = ", "roof = ", "unit.toml:1:"},
         Mistake{"Port", "port = 9", "port = 65536", "unit.toml:25:8: 'port'"},
-        Mistake{"MissingSection", "[audio]\nbackend = \"off\"\n", "",
-                "unit.toml:1:1: expected the sections [audio], got none; backend = \"off\" switches an interface off"},
+        Mistake{"Card", "\"off\"\ncard = \"hw:0\"", "\"alsa\"",
+                "unit.toml:26:1: expected the key 'card' with a text in the section [audio]"},
+        Mistake{"Element", "\"off\"\ncard = \"hw:0\"\nelement = \"Master\"", "\"alsa\"\ncard = \"hw:0\"",
+                "unit.toml:26:1: expected the key 'element' with a text in the section [audio]"},
+        Mistake{"CardThatIsNoText", "\"hw:0\"", "0", "unit.toml:28:8: 'card'"},
+        Mistake{"ElementThatIsNoText", "\"Master\"", "7", "unit.toml:29:11: 'element'"},
+        Mistake{"Steps", "steps = 40", "steps = 256", "unit.toml:30:9: 'steps'"},
+        Mistake{"MissingSection", "[source]\nbackend = \"off\"\n", "",
+                "unit.toml:1:1: expected the sections [source], got none; backend = \"off\" switches an interface off"},
         Mistake{"Syntax", "[power]", "[power", "unit.toml:7:"}),
     [](const auto& row) { return row.param.name; });
 

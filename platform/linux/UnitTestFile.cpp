@@ -29,8 +29,13 @@ backend = "ofono"
 [location]
 backend = "gpsd"
 port = 9
+[audio]
+backend = "off"
+card = "hw:0"
+element = "Master"
+steps = 40
 )";
-    for (const char* interface : {"audio", "source", "tuner", "media-player", "wifi", "system-misc", "system-update",
+    for (const char* interface : {"source", "tuner", "media-player", "wifi", "system-misc", "system-update",
                                   "file-manager", "persistence", "car-play", "android-auto", "device-app"}) {
         text += std::string("[") + interface + "]\nbackend = \"off\"\n";
     }
