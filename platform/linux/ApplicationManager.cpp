@@ -16,6 +16,8 @@ constexpr const char* kSystemd = "org.freedesktop.systemd1";
 constexpr std::chrono::seconds kUnitDeadline{10};
 constexpr int kWifiProcess = 1;
 
+}  // namespace
+
 BusObject::Address addressOfUnit(const std::string& unit)
 {
     char* path = nullptr;
@@ -23,8 +25,6 @@ BusObject::Address addressOfUnit(const std::string& unit)
     const std::unique_ptr<char, decltype(&std::free)> owner(path, std::free);
     return {kSystemd, path == nullptr ? "/" : path, "org.freedesktop.systemd1.Unit"};
 }
-
-}  // namespace
 
 Systemd::Systemd(Bus& systemBus, StatusBoard& board)
     : manager_(systemBus, {kSystemd, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager"},

@@ -14,6 +14,9 @@
 
 namespace unit {
 
+/// @returns the object of a systemd unit, for its properties and methods.
+BusObject::Address addressOfUnit(const std::string& unit);
+
 /// systemd's manager of units. On the loop's thread, but for construction, destruction and isThere().
 class Systemd
 {

@@ -79,6 +79,9 @@ Unit::Unit(const UnitConfig& config, Role role) : board_(role == Role::kServe)
     if (!config.isOff("audio")) {
         audio.emplace(config.audio, alsaMixer(config.audio.card), loop_, board_);
     }
+    if (!config.isOff("source")) {
+        source.emplace(config.sources, systemBus_, sessionBus_, board_);
+    }
     if (!config.isOff("system-info")) {
         systemInformation.emplace(config.versions, systemBus_, board_);
     }
@@ -187,20 +190,26 @@ KYRWifi* KYR_GetWifiService()
     return nullptr;
 }
 
+// The clients run in this process: there is nothing to start.
+void KYR_CreateBlueTooth() {}
 void KYRSource::StartService() {}
-int KYRSource::Request(int, AudioGainType)
+
+int KYRSource::Request(int nSourceId, AudioGainType)
 {
-    return 0;
+    return unit::with(&Unit::source, [&](auto& source) { return source.request(nSourceId); });
 }
 KYRSource::SourceID KYRSource::GetCurrentSource(SourceType)
 {
-    return SOURCE_NONE;
+    return unit::with(&Unit::source, [](auto& source) { return source.current(); });
 }
-void KYRSource::AddListener(IKYRSourceListener*) {}
-void KYRSource::RemoveListener(IKYRSourceListener*) {}
-
-// The clients run in this process: there is nothing to start.
-void KYR_CreateBlueTooth() {}
+void KYRSource::AddListener(IKYRSourceListener* pListener)
+{
+    unit::with(&Unit::source, [&](auto& source) { source.AddListener(pListener); });
+}
+void KYRSource::RemoveListener(IKYRSourceListener* pListener)
+{
+    unit::with(&Unit::source, [&](auto& source) { source.RemoveListener(pListener); });
+}
 
 int KYRBtCom::GetAttribute(KYRBtType::Attribute eAttribute, std::string& strValue)
 {

@@ -10,6 +10,7 @@
 #include "platform/linux/Location.h"
 #include "platform/linux/Loop.h"
 #include "platform/linux/Power.h"
+#include "platform/linux/SourceTable.h"
 #include "platform/linux/Status.h"
 #include "platform/linux/StatusBus.h"
 #include "platform/linux/SystemInformation.h"
@@ -55,6 +56,7 @@ public:
     std::optional<Telephony> phone;
     std::optional<Location> location;
     std::optional<Audio> audio;
+    std::optional<SourceTable> source;
     std::optional<SystemInformation> systemInformation;
     std::optional<Configuration> configuration;
 };

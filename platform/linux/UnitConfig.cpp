@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -25,7 +26,7 @@ using protocol::toml_file::TableReader;
 /// Every interface of the platform that a unit may lack, and the backend that it can have; without one it is off.
 constexpr std::pair<const char*, const char*> kInterfaces[] = {
     {"app-manager", "systemd"}, {"power", "logind"},        {"system-info", "hostname1"}, {"config", "file"},
-    {"audio", "alsa"},          {"source", nullptr},        {"tuner", nullptr},           {"bluetooth", "bluez"},
+    {"audio", "alsa"},          {"source", "table"},        {"tuner", nullptr},           {"bluetooth", "bluez"},
     {"phone", "ofono"},         {"media-player", nullptr},  {"location", "gpsd"},         {"wifi", nullptr},
     {"system-misc", nullptr},   {"system-update", nullptr}, {"file-manager", nullptr},    {"persistence", nullptr},
     {"car-play", nullptr},      {"android-auto", nullptr},  {"device-app", nullptr},
@@ -44,6 +45,10 @@ constexpr std::pair<const char*, Source> kSources[] = {
     {"os-release", Source::kOsRelease},
     {"uname", Source::kUname},
 };
+
+using SourceKind = UnitConfig::AudioSource::Kind;
+constexpr std::pair<const char*, SourceKind> kSourceKinds[] = {
+    {"none", SourceKind::kNone}, {"unit", SourceKind::kUnit}, {"mpris", SourceKind::kPlayer}};
 
 template <class Table>
 std::string namesIn(const Table& table)
@@ -123,6 +128,8 @@ private:
             config_.audio.element = section.text("element", isOn);
             config_.audio.steps =
                 static_cast<int>(section.integer("steps", false, 1, 255).value_or(config_.audio.steps));
+        } else if (interface == "source") {
+            readSources(section, isOn);
         } else if (interface == "bluetooth") {
             config_.bluetooth.adapter = section.text("adapter");
             config_.bluetooth.version = section.text("version");
@@ -185,6 +192,50 @@ private:
                                 protocol::inQuotes(text)));
             }
         }
+    }
+
+    /// Calls `each` with a reader, the key and its number, for each row of a table whose keys are numbers.
+    template <class Each>
+    void readNumbered(TableReader& section, std::string_view name, bool isOn, int least, int most, Each each)
+    {
+        const toml::table* const table = section.table(name, isOn);
+        if (table == nullptr) {
+            return;
+        }
+        TableReader reader(*table, fmt::format("table '{}'", name), problems_);
+        for (const auto& [key, node] : *table) {
+            const std::string_view text = key.str();
+            int number = -1;
+            const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+            if (parsed.ec == std::errc() && parsed.ptr == text.data() + text.size() && least <= number &&
+                number <= most) {
+                each(reader, text, number);
+            } else {
+                reader.report(text, fmt::format("'{}': expected a key from {} to {}, got {}", name, least, most,
+                                                protocol::inQuotes(std::string(text))));
+            }
+        }
+    }
+
+    void readSources(TableReader& section, bool isOn)
+    {
+        constexpr int kHighestSource = 44;
+        readNumbered(section, "sources", isOn, 1, kHighestSource, [&](TableReader& reader, auto key, int number) {
+            const auto given = reader.optionalText(key);
+            if (!given) {
+                return;
+            }
+            const std::string& text = *given;
+            const std::size_t colon = text.find(':');
+            const auto kind = find(kSourceKinds, std::string_view(text).substr(0, colon));
+            const std::string name = colon == std::string::npos ? "" : text.substr(colon + 1);
+            if (!kind || name.empty() != (kind == SourceKind::kNone)) {
+                reader.report(
+                    key, fmt::format("expected unit:NAME, mpris:PLAYER or none, got {}", protocol::inQuotes(text)));
+            } else {
+                config_.sources[number] = {*kind, name};
+            }
+        });
     }
 
     void readValues(const toml::table& values)

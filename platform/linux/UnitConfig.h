@@ -60,6 +60,15 @@ struct UnitConfig {
         int steps = 100;      ///< the station's highest volume, 1 to 255
     } audio;
 
+    /// [source]: the table, by number of the source.
+    struct AudioSource {
+        enum class Kind { kNone, kUnit, kPlayer } kind = Kind::kNone;
+        std::string name;  ///< of the systemd unit; of the MPRIS player
+
+        bool operator==(const AudioSource&) const = default;
+    };
+    std::map<int, AudioSource> sources;
+
     /// [config]: what the service looks up in the head unit's configuration, by key.
     std::map<std::string, bool, std::less<>> flags;
     std::map<std::string, std::string, std::less<>> texts;

@@ -54,6 +54,10 @@ TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
     EXPECT_EQ(config.audio.card, "hw:0");
     EXPECT_EQ(config.audio.element, "Master");
     EXPECT_EQ(config.audio.steps, 40);
+    using AudioSource = UnitConfig::AudioSource;
+    EXPECT_THAT(config.sources, ElementsAre(std::pair(1, AudioSource{AudioSource::Kind::kUnit, "radio.service"}),
+                                            std::pair(16, AudioSource{AudioSource::Kind::kPlayer, "usb"}),
+                                            std::pair(44, AudioSource{AudioSource::Kind::kNone, ""})));
     EXPECT_FALSE(config.isOff("power"));
     EXPECT_TRUE(config.isOff("audio"));
 }
@@ -94,7 +98,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"Backend", "\"logind\"", "\"systemd\"",
                 "unit.toml:8:11: 'backend': expected \"off\" or \"logind\", got \"systemd\""},
         Mistake{"BackendThatIsNotBuilt", "[car-play]\nbackend = \"off\"", "[car-play]\nbackend = \"usb\"",
-                "unit.toml:48:11: 'backend': expected \"off\", got \"usb\""},
+                "unit.toml:49:11: 'backend': expected \"off\", got \"usb\""},
         Mistake{"Module", "\"media-player\"", "\"media\"",
                 "unit.toml:5:12: expected a module (audio, source, system-proxy, tuner, bluetooth, media-player, "
                 "location, wifi, device-app), got 'media'"},
@@ -119,8 +123,18 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"CardThatIsNoText", "\"hw:0\"", "0", "unit.toml:28:8: 'card'"},
         Mistake{"ElementThatIsNoText", "\"Master\"", "7", "unit.toml:29:11: 'element'"},
         Mistake{"Steps", "steps = 40", "steps = 256", "unit.toml:30:9: 'steps'"},
-        Mistake{"MissingSection", "[source]\nbackend = \"off\"\n", "",
-                "unit.toml:1:1: expected the sections [source], got none; backend = \"off\" switches an interface off"},
+        Mistake{"Sources", "\"off\"\nsources = { 1 = \"unit:radio.service\", 16 = \"mpris:usb\", 44 = \"none\" }",
+                "\"table\"", "unit.toml:31:1: expected the key 'sources' with"},
+        Mistake{"SourceNumber", "44 =", "45 =", "unit.toml:33:62: 'sources': expected a key from 1 to 44, got '45'"},
+        Mistake{"SourceKey", "44 =", "usb =", "unit.toml:33:63: 'sources': expected a key from 1 to 44, got 'usb'"},
+        Mistake{"SourceKind", "mpris:usb", "usb",
+                "unit.toml:33:44: expected unit:NAME, mpris:PLAYER or none, got 'usb'"},
+        Mistake{"SourceWithoutAName", "unit:radio.service",
+                "unit:", "unit.toml:33:17: expected unit:NAME, mpris:PLAYER or none, got 'unit:'"},
+        Mistake{"SourceThatIsNoText", "\"none\"", "7", "unit.toml:33:62: '44': expected a text, got 7"},
+        Mistake{
+            "MissingSection", "[car-play]\nbackend = \"off\"\n", "",
+            "unit.toml:1:1: expected the sections [car-play], got none; backend = \"off\" switches an interface off"},
         Mistake{"Syntax", "[power]", "[power", "unit.toml:7:"}),
     [](const auto& row) { return row.param.name; });
 

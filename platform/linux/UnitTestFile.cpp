@@ -34,9 +34,12 @@ backend = "off"
 card = "hw:0"
 element = "Master"
 steps = 40
+[source]
+backend = "off"
+sources = { 1 = "unit:radio.service", 16 = "mpris:usb", 44 = "none" }
 )";
-    for (const char* interface : {"source", "tuner", "media-player", "wifi", "system-misc", "system-update",
-                                  "file-manager", "persistence", "car-play", "android-auto", "device-app"}) {
+    for (const char* interface : {"tuner", "media-player", "wifi", "system-misc", "system-update", "file-manager",
+                                  "persistence", "car-play", "android-auto", "device-app"}) {
         text += std::string("[") + interface + "]\nbackend = \"off\"\n";
     }
     return was.empty() ? text : text.replace(text.find(was), was.size(), is);
