@@ -1,3 +1,4 @@
+#define TOML_IMPLEMENTATION  // the code of toml++, once
 #include "protocol/toml/TableReader.h"
 
 #include <fmt/format.h>
