@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "platform/runtime/Listeners.h"
@@ -49,6 +50,28 @@ void Systemd::stop(const std::string& unit)
     manager_.call("StopUnit", g_variant_new("(ss)", unit.c_str(), "replace"), kUnitDeadline);
 }
 
+SystemdUnit::SystemdUnit(Bus& systemBus, const std::string& unit, Events events)
+    : object_(systemBus, addressOfUnit(unit),
+              {.presence =
+                   [presence = events.presence](const std::string& reason) {
+                       if (!reason.empty()) {
+                           presence(reason);
+                       }
+                   },
+               .properties = [this, unit, events] { tell(unit, events); }})
+{
+}
+
+void SystemdUnit::tell(const std::string& unit, const Events& events) const
+{
+    if (const auto state = object_.property("ActiveState", G_VARIANT_TYPE_STRING)) {
+        events.state(g_variant_get_string(state.get(), nullptr));
+    }
+    const auto load = object_.property("LoadState", G_VARIANT_TYPE_STRING);
+    const bool isMissing = load && std::strcmp(g_variant_get_string(load.get(), nullptr), "not-found") == 0;
+    events.presence(isMissing ? "systemd has no unit " + unit + "; install it, or correct its name" : "");
+}
+
 ApplicationManager::ApplicationManager(UnitConfig::ApplicationManager config, Bus& systemBus, Systemd& systemd)
     : config_(std::move(config)), bus_(systemBus), systemd_(systemd)
 {
@@ -85,25 +108,16 @@ void ApplicationManager::serviceStarted()
         for (const ServiceModule module : config_.modules) {
             bringUp(module);
         }
-        for (const auto& [module, unit] : config_.units) {
-            follow(module, unit);
+        for (const auto& entry : config_.units) {
+            const ServiceModule module = entry.first;
+            units_.try_emplace(module, bus_, entry.second,
+                               SystemdUnit::Events{.state = [this, module](const std::string& state) {
+                                   if (state == "active") {
+                                       bringUp(module);
+                                   }
+                               }});
         }
     });
-}
-
-void ApplicationManager::follow(ServiceModule module, const std::string& unit)
-{
-    auto& object = units_[module];
-    object = std::make_unique<BusObject>(
-        bus_, addressOfUnit(unit),
-        BusObject::Events{.presence = [](const std::string&) {},
-                          .properties =
-                              [this, module, &object] {
-                                  const auto state = object->property("ActiveState", G_VARIANT_TYPE_STRING);
-                                  if (state && std::strcmp(g_variant_get_string(state.get(), nullptr), "active") == 0) {
-                                      bringUp(module);
-                                  }
-                              }});
 }
 
 /// Once: the service does not stop a module.

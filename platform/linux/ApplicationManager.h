@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 
@@ -36,6 +35,25 @@ private:
     BusObject manager_;
 };
 
+/// A unit of systemd. On the loop's thread, but for construction and destruction.
+class SystemdUnit
+{
+public:
+    struct Events {
+        /// systemd has told the unit's ActiveState.
+        std::function<void(const std::string& state)> state = [](const std::string&) {};
+        /// systemd has the unit and its state is known (`reason` is empty), or it does not have it.
+        std::function<void(const std::string& reason)> presence = [](const std::string&) {};
+    };
+
+    SystemdUnit(Bus& systemBus, const std::string& unit, Events events);
+
+private:
+    void tell(const std::string& unit, const Events& events) const;
+
+    BusObject object_;
+};
+
 /// The application manager over systemd: a module is up once its systemd unit is active, or, without one, as soon as
 /// the service has started.
 class ApplicationManager : public KYRAppMgrService
@@ -56,7 +74,6 @@ public:
     void serviceStarted();
 
 private:
-    void follow(ServiceModule module, const std::string& unit);
     void bringUp(ServiceModule module);
 
     const UnitConfig::ApplicationManager config_;
@@ -64,9 +81,9 @@ private:
     Systemd& systemd_;
     std::atomic<bool> isReady_ = false;
     std::mutex mutex_;
-    std::map<ServiceModule, StartAction> actions_;               // guarded by mutex_
-    std::map<ServiceModule, std::unique_ptr<BusObject>> units_;  // of the loop, from serviceStarted() on
-    std::set<ServiceModule> up_;                                 // of the loop
+    std::map<ServiceModule, StartAction> actions_;  // guarded by mutex_
+    std::map<ServiceModule, SystemdUnit> units_;    // of the loop, from serviceStarted() on
+    std::set<ServiceModule> up_;                    // of the loop
 };
 
 }  // namespace unit

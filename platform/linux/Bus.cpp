@@ -171,7 +171,10 @@ void BusObject::made(host::GlibPtr<GDBusProxy> proxy, host::GlibError& error)
 void BusObject::tellPresence()
 {
     const host::GlibPtr<char> owner(g_dbus_proxy_get_name_owner(proxy_.get()));
-    events_.presence(owner ? "" : address_.name + " is not running");
+    events_.presence(owner ? ""
+                     : address_.package.empty()
+                         ? address_.name + " is not running"
+                         : fmt::format("{} is not running; install {}", address_.name, address_.package));
     if (owner && events_.properties) {
         events_.properties();
     }

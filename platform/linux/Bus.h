@@ -60,6 +60,7 @@ public:
         std::string name;
         std::string path;
         std::string interface;
+        std::string package = {};  ///< of Debian, which has the service; empty: not told
     };
 
     struct Events {

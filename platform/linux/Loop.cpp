@@ -1,5 +1,7 @@
 #include "platform/linux/Loop.h"
 
+#include <glib-unix.h>
+
 #include <utility>
 
 #include "platform/runtime/Report.h"
@@ -76,6 +78,20 @@ host::GlibPtr<GSource> Loop::after(std::chrono::milliseconds delay, std::functio
 {
     host::GlibPtr<GSource> source(g_timeout_source_new(static_cast<guint>(delay.count())));
     g_source_set_callback(source.get(), runAction, new std::function(std::move(action)),
+                          [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+    g_source_attach(source.get(), context_.get());
+    return source;
+}
+
+host::GlibPtr<GSource> Loop::whenReadable(int descriptor, std::function<void()> action)
+{
+    host::GlibPtr<GSource> source(
+        g_unix_fd_source_new(descriptor, static_cast<GIOCondition>(G_IO_IN | G_IO_ERR | G_IO_HUP)));
+    const GUnixFDSourceFunc run = [](gint, GIOCondition, gpointer data) -> gboolean {
+        runAction(data);
+        return G_SOURCE_CONTINUE;
+    };
+    g_source_set_callback(source.get(), G_SOURCE_FUNC(run), new std::function(std::move(action)),
                           [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
     g_source_attach(source.get(), context_.get());
     return source;

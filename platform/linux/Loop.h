@@ -37,6 +37,10 @@ public:
     /// Runs `action` on the thread after `delay`, once, unless the result is destroyed before. On the thread.
     host::GlibPtr<GSource> after(std::chrono::milliseconds delay, std::function<void()> action);
 
+    /// Runs `action` on the thread whenever `descriptor` can be read or has failed, until the result is destroyed. On
+    /// the thread.
+    host::GlibPtr<GSource> whenReadable(int descriptor, std::function<void()> action);
+
     /// For an asynchronous call of GIO, on the thread: the callback, its data, and the cancellable. `completion` gets
     /// the result of the call, on the thread, also if stop() cancels it.
     static void complete(GObject* source, GAsyncResult* result, gpointer data);

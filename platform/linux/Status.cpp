@@ -1,6 +1,7 @@
 #include "platform/linux/Status.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
@@ -73,6 +74,24 @@ bool StatusBoard::await(const std::function<bool(const std::vector<InterfaceStat
 {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, patience, [&] { return wanted(interfaces_); });
+}
+
+void PartsStatus::set(const std::string& part, const std::string& reason)
+{
+    if (std::exchange(reasons_[part], reason) != reason) {
+        show();
+    }
+}
+
+void PartsStatus::show() const
+{
+    std::vector<std::string> all;
+    for (const auto& [part, reason] : reasons_) {
+        if (!reason.empty()) {
+            all.push_back(fmt::format("{}: {}", part, reason));
+        }
+    }
+    board_.set(interface_, all.empty() ? State::kUp : State::kAbsent, fmt::format("{}", fmt::join(all, "; ")));
 }
 
 }  // namespace unit

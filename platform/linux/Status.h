@@ -3,8 +3,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace unit {
@@ -59,6 +61,27 @@ private:
     mutable std::condition_variable changed_;
     std::vector<InterfaceStatus> interfaces_;  // guarded by mutex_
     Watcher watcher_;                          // guarded by mutex_
+};
+
+/// The state of an interface with several parts: up while all of them are. On one thread, but for construction.
+class PartsStatus
+{
+public:
+    PartsStatus(StatusBoard& board, std::string interface) : board_(board), interface_(std::move(interface)) {}
+
+    /// Adds a part, which is absent until it is set.
+    void add(const std::string& part) { reasons_[part] = "not read yet"; }
+
+    /// @param reason why the part is absent; empty: it is there
+    void set(const std::string& part, const std::string& reason);
+
+    /// Tells the board. set() does, too.
+    void show() const;
+
+private:
+    StatusBoard& board_;
+    const std::string interface_;
+    std::map<std::string, std::string> reasons_;
 };
 
 }  // namespace unit

@@ -7,14 +7,10 @@
 #include <KYRBluetooth.h>
 #include <KYRCarPlay.h>
 #include <KYRDeviceApp.h>
-#include <KYRFileMgr.h>
 #include <KYRMediaPlayer.h>
 #include <KYRSource.h>
 #include <KYRSystem.h>
-#include <KYRSystemMisc.h>
-#include <KYRSystemUpdate.h>
 #include <KYRTuner.h>
-#include <KYRU6Persist.h>
 #include <KYRWifi.h>
 
 #include <atomic>
@@ -82,6 +78,18 @@ Unit::Unit(const UnitConfig& config, Role role) : board_(role == Role::kServe)
     if (!config.isOff("source")) {
         source.emplace(config.sources, systemBus_, sessionBus_, board_);
     }
+    if (!config.isOff("system-misc")) {
+        vehicleData.emplace(config.vehicleData, systemBus_, systemd_, board_);
+    }
+    if (!config.isOff("system-update")) {
+        systemUpdate.emplace(config.updateBundles, systemBus_, board_);
+    }
+    if (!config.isOff("file-manager")) {
+        fileManager.emplace(config.clearUnit, systemBus_, systemd_, board_);
+    }
+    if (!config.isOff("persistence")) {
+        persistence.emplace(config.persistence, systemBus_, board_);
+    }
     if (!config.isOff("system-info")) {
         systemInformation.emplace(config.versions, systemBus_, board_);
     }
@@ -128,6 +136,22 @@ KYRAudio* KYR_GetAudioService()
 {
     return unit::installed(&Unit::audio);
 }
+KYRSystemMisc* KYR_GetSystemMiscProxy()
+{
+    return unit::installed(&Unit::vehicleData);
+}
+KYRSystemUpdate* KYR_GetSystemUpdateProxy()
+{
+    return unit::installed(&Unit::systemUpdate);
+}
+KYRFileMgr* KYR_GetFileMgr()
+{
+    return unit::installed(&Unit::fileManager);
+}
+KYRU6Persist* KYR_GetU6PersistService()
+{
+    return unit::installed(&Unit::persistence);
+}
 KYRLibConfigs* GetLibConfigs()
 {
     return unit::installed(&Unit::configuration);
@@ -161,27 +185,11 @@ KYRDeviceApp* KYR_GetDeviceAppProxy()
 {
     return nullptr;
 }
-KYRFileMgr* KYR_GetFileMgr()
-{
-    return nullptr;
-}
 KYRMediaPlayer* KYR_GetMediaPlayer()
 {
     return nullptr;
 }
-KYRSystemMisc* KYR_GetSystemMiscProxy()
-{
-    return nullptr;
-}
-KYRSystemUpdate* KYR_GetSystemUpdateProxy()
-{
-    return nullptr;
-}
 KYRTuner* KYR_GetTunerService()
-{
-    return nullptr;
-}
-KYRU6Persist* KYR_GetU6PersistService()
 {
     return nullptr;
 }

@@ -7,6 +7,7 @@
 #include "platform/linux/Audio.h"
 #include "platform/linux/Bluetooth.h"
 #include "platform/linux/Bus.h"
+#include "platform/linux/FactoryReset.h"
 #include "platform/linux/Location.h"
 #include "platform/linux/Loop.h"
 #include "platform/linux/Power.h"
@@ -14,8 +15,10 @@
 #include "platform/linux/Status.h"
 #include "platform/linux/StatusBus.h"
 #include "platform/linux/SystemInformation.h"
+#include "platform/linux/SystemUpdate.h"
 #include "platform/linux/Telephony.h"
 #include "platform/linux/UnitConfig.h"
+#include "platform/linux/VehicleData.h"
 
 namespace unit {
 
@@ -57,6 +60,10 @@ public:
     std::optional<Location> location;
     std::optional<Audio> audio;
     std::optional<SourceTable> source;
+    std::optional<VehicleData> vehicleData;
+    std::optional<SystemUpdate> systemUpdate;
+    std::optional<FileManager> fileManager;
+    std::optional<Persistence> persistence;
     std::optional<SystemInformation> systemInformation;
     std::optional<Configuration> configuration;
 };

@@ -7,11 +7,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <optional>
 #include <string_view>
 #include <system_error>
 
 #include "host/Glib.h"
+#include "platform/linux/CanSignal.h"
 #include "platform/runtime/UartOption.h"
 #include "protocol/Errors.h"
 #include "protocol/Text.h"
@@ -25,11 +27,11 @@ using protocol::toml_file::TableReader;
 
 /// Every interface of the platform that a unit may lack, and the backend that it can have; without one it is off.
 constexpr std::pair<const char*, const char*> kInterfaces[] = {
-    {"app-manager", "systemd"}, {"power", "logind"},        {"system-info", "hostname1"}, {"config", "file"},
-    {"audio", "alsa"},          {"source", "table"},        {"tuner", nullptr},           {"bluetooth", "bluez"},
-    {"phone", "ofono"},         {"media-player", nullptr},  {"location", "gpsd"},         {"wifi", nullptr},
-    {"system-misc", nullptr},   {"system-update", nullptr}, {"file-manager", nullptr},    {"persistence", nullptr},
-    {"car-play", nullptr},      {"android-auto", nullptr},  {"device-app", nullptr},
+    {"app-manager", "systemd"}, {"power", "logind"},       {"system-info", "hostname1"}, {"config", "file"},
+    {"audio", "alsa"},          {"source", "table"},       {"tuner", nullptr},           {"bluetooth", "bluez"},
+    {"phone", "ofono"},         {"media-player", nullptr}, {"location", "gpsd"},         {"wifi", nullptr},
+    {"system-misc", "linux"},   {"system-update", "rauc"}, {"file-manager", "systemd"},  {"persistence", "systemd"},
+    {"car-play", nullptr},      {"android-auto", nullptr}, {"device-app", nullptr},
 };
 
 constexpr std::pair<const char*, ServiceModule> kModules[] = {
@@ -133,6 +135,15 @@ private:
         } else if (interface == "bluetooth") {
             config_.bluetooth.adapter = section.text("adapter");
             config_.bluetooth.version = section.text("version");
+        } else if (interface == "system-misc") {
+            readVehicleData(section);
+        } else if (interface == "system-update") {
+            readBundles(section, isOn);
+        } else if (interface == "file-manager") {
+            config_.clearUnit = section.text("unit", isOn);
+        } else if (interface == "persistence") {
+            config_.persistence.resetUnit = section.text("reset-unit");
+            config_.persistence.autoResetUnit = section.text("auto-reset-unit");
         } else if (const toml::table* const values = section.table("values")) {
             readValues(*values);
         }
@@ -235,6 +246,101 @@ private:
             } else {
                 config_.sources[number] = {*kind, name};
             }
+        });
+    }
+
+    void readVehicleData(TableReader& section)
+    {
+        if (const toml::table* const speed = section.table("speed")) {
+            config_.vehicleData.speed = readSignal(*speed, "section [system-misc.speed]");
+        }
+        for (const char* key : {"radio-antenna", "dab-antenna", "gps-antenna", "state", "car-info"}) {
+            if (const toml::table* const input = section.table(key)) {
+                config_.vehicleData.inputs[key] = readInput(*input, fmt::format("section [system-misc.{}]", key));
+            }
+        }
+        config_.vehicleData.resetUnit = section.text("reset-unit");
+    }
+
+    UnitConfig::CanSignal readSignal(const toml::table& table, std::string place)
+    {
+        constexpr std::size_t kLongestInterface = 15;
+        constexpr std::int64_t kShortIdentifiers = 0x7FF;
+        constexpr std::int64_t kIdentifiers = 0x1FFFFFFF;
+        constexpr unsigned kLongestFrame = 64;  // of CAN FD
+        constexpr int kBits = 8 * kLongestFrame;
+        TableReader reader(table, std::move(place), problems_);
+        UnitConfig::CanSignal signal;
+        signal.interface = reader.text("interface", true);
+        if (signal.interface.size() > kLongestInterface) {
+            reader.report("interface", fmt::format("'interface': expected at most {} characters, got {}",
+                                                   kLongestInterface, signal.interface.size()));
+        }
+        const std::int64_t frame = reader.integer("frame", true, 0, kIdentifiers).value_or(0);
+        signal.frame = static_cast<std::uint32_t>(frame);
+        signal.isExtended = reader.boolean("extended", frame > kShortIdentifiers);
+        if (frame > kShortIdentifiers && !signal.isExtended) {
+            reader.report("extended", "'extended': expected true for an identifier above 0x7ff, got false");
+        }
+        signal.start = static_cast<unsigned>(reader.integer("start", true, 0, kBits - 1).value_or(0));
+        signal.length = static_cast<unsigned>(reader.integer("length", true, 1, 64).value_or(1));
+        signal.isBigEndian = reader.oneOf("order", {"little-endian", "big-endian"}, true) == 1U;
+        if (bytesOf(signal) > kLongestFrame) {
+            reader.report("length", fmt::format("'length': expected a signal in the first {} bytes, got one up to byte "
+                                                "{}",
+                                                kLongestFrame, bytesOf(signal)));
+        }
+        for (const auto& [key, number] : {std::pair("scale", &signal.scale), std::pair("offset", &signal.offset)}) {
+            *number = reader.number(key).value_or(*number);
+            if (!std::isfinite(*number)) {
+                reader.mistyped(key, *reader.node(key), "a finite number");
+            }
+        }
+        reader.finish();
+        return signal;
+    }
+
+    UnitConfig::Input readInput(const toml::table& table, std::string place)
+    {
+        constexpr int kMost = 255;
+        TableReader reader(table, place, problems_);
+        UnitConfig::Input input;
+        const auto number = [&](const char* key, bool required) {
+            return static_cast<int>(reader.integer(key, required, 0, kMost).value_or(0));
+        };
+        if (table.contains("gpio") + table.contains("file") + table.contains("value") != 1) {
+            protocol::toml_file::report(problems_, table,
+                                        place + ": expected one of 'gpio', 'file' and 'value' as its source");
+        }
+        if (input.gpio = reader.text("gpio"); !input.gpio.empty()) {
+            input.line = static_cast<unsigned>(reader.integer("line", true, 0, G_MAXUINT16).value_or(0));
+            input.isActiveLow = reader.boolean("active-low", false);
+            input.active = number("active", true);
+            input.inactive = number("inactive", false);
+        }
+        if (input.file = reader.text("file"); !input.file.empty()) {
+            if (const toml::table* const values = reader.table("values", true)) {
+                TableReader each(*values, place + " values", problems_);
+                for (const auto& [key, node] : *values) {
+                    input.values[std::string(key.str())] =
+                        static_cast<int>(each.integer(key.str(), true, 0, kMost).value_or(0));
+                }
+            }
+        }
+        input.value = number("value", false);
+        reader.finish();
+        return input;
+    }
+
+    void readBundles(TableReader& section, bool isOn)
+    {
+        readNumbered(section, "bundles", isOn, 0, G_MAXINT, [&](TableReader& reader, auto key, int code) {
+            const auto bundle = reader.optionalText(key);
+            if (bundle && !bundle->starts_with('/') && bundle->find("://") == std::string::npos) {
+                reader.report(key, fmt::format("'bundles': expected an absolute path or a URL, got {}",
+                                               protocol::inQuotes(*bundle)));
+            }
+            config_.updateBundles[code] = bundle.value_or("");
         });
     }
 

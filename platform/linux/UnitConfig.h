@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,6 +69,48 @@ struct UnitConfig {
         bool operator==(const AudioSource&) const = default;
     };
     std::map<int, AudioSource> sources;
+    /// A signal in the frames of a CAN bus, numbered as in a DBC file. Its value is scale * raw + offset.
+    struct CanSignal {
+        std::string interface;
+        std::uint32_t frame = 0;  ///< identifier
+        bool isExtended = false;  ///< the identifier has 29 bits
+        unsigned start = 0;       ///< its lowest bit, or its highest if it is big-endian
+        unsigned length = 0;      ///< in bits, 1 to 64
+        bool isBigEndian = false;
+        double scale = 1;
+        double offset = 0;
+    };
+
+    /// A number from 0 to 255: that of a GPIO line, that of a file's text, or without both a fixed one.
+    struct Input {
+        std::string gpio;   ///< the line's chip
+        unsigned line = 0;  ///< its offset
+        bool isActiveLow = false;
+        int active = 0;  ///< the number while the line is active
+        int inactive = 0;
+        std::string file;
+        std::map<std::string, int> values;  ///< by the file's text
+        int value = 0;
+    };
+
+    /// [system-misc]: SocketCAN, GPIO lines, files and a systemd unit.
+    struct VehicleData {
+        std::optional<CanSignal> speed;
+        std::map<std::string, Input> inputs;  ///< by key: radio-antenna, dab-antenna, gps-antenna, state, car-info
+        std::string resetUnit;                ///< restores the factory settings; empty: none
+    } vehicleData;
+
+    /// [system-update]: paths or URLs of RAUC's bundles by the code of the request.
+    std::map<int, std::string> updateBundles;
+
+    /// [file-manager]: the systemd unit that deletes the user's data.
+    std::string clearUnit;
+
+    /// [persistence]: the systemd units whose start is a reset to the factory state; empty: none.
+    struct Persistence {
+        std::string resetUnit;
+        std::string autoResetUnit;
+    } persistence;
 
     /// [config]: what the service looks up in the head unit's configuration, by key.
     std::map<std::string, bool, std::less<>> flags;

@@ -38,10 +38,27 @@ steps = 40
 backend = "off"
 sources = { 1 = "unit:radio.service", 16 = "mpris:usb", 44 = "none" }
 )";
-    for (const char* interface : {"tuner", "media-player", "wifi", "system-misc", "system-update", "file-manager",
-                                  "persistence", "car-play", "android-auto", "device-app"}) {
+    for (const char* interface : {"tuner", "media-player", "wifi", "car-play", "android-auto", "device-app"}) {
         text += std::string("[") + interface + "]\nbackend = \"off\"\n";
     }
+    text += R"([system-misc]
+backend = "linux"
+speed = { interface = "can0", frame = 0x3e9, start = 7, length = 16, order = "big-endian", scale = 0.01, offset = -1 }
+radio-antenna = { gpio = "/dev/gpiochip9", line = 7, active-low = true, active = 4, inactive = 1 }
+gps-antenna = { file = "/tmp/antenna", values = { ok = 4, open = 2 } }
+state = { value = 1 }
+reset-unit = "reset.service"
+[system-update]
+backend = "rauc"
+bundles = { 13 = "/tmp/update.raucb" }
+[file-manager]
+backend = "systemd"
+unit = "clear.service"
+[persistence]
+backend = "systemd"
+reset-unit = "reset.target"
+auto-reset-unit = "auto-reset.target"
+)";
     return was.empty() ? text : text.replace(text.find(was), was.size(), is);
 }
 
