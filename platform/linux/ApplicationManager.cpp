@@ -91,6 +91,10 @@ void ApplicationManager::SetStartServiceAction(ServiceModule module, StartAction
 int ApplicationManager::RequestStartModuleProcess(int nProcess, int)
 {
     const auto unit = config_.units.find(MODULE_WIFI);
+    if (nProcess == kWifiProcess && unit == config_.units.end() && startWifi_) {
+        bus_.loop().post(startWifi_);
+        return 1;
+    }
     if (nProcess != kWifiProcess || unit == config_.units.end() || !systemd_.isThere()) {
         runtime::report("app-manager: a start was requested, but no unit of the module wifi can be started");
         return 0;
@@ -105,7 +109,9 @@ void ApplicationManager::serviceStarted()
         return;
     }
     bus_.loop().post([this] {
-        for (const ServiceModule module : config_.modules) {
+        hasStarted_ = true;
+        waiting_.insert(config_.modules.begin(), config_.modules.end());
+        for (const ServiceModule module : waiting_) {
             bringUp(module);
         }
         for (const auto& entry : config_.units) {
@@ -118,6 +124,18 @@ void ApplicationManager::serviceStarted()
                                }});
         }
     });
+}
+
+void ApplicationManager::moduleIsUp(ServiceModule module)
+{
+    if (config_.units.contains(module)) {
+        return;
+    }
+    if (hasStarted_) {
+        bringUp(module);
+    } else {
+        waiting_.insert(module);
+    }
 }
 
 /// Once: the service does not stop a module.

@@ -3,8 +3,10 @@
 #include <KYRAppMgr.h>
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "platform/linux/Bus.h"
@@ -67,8 +69,14 @@ public:
     void NotifyModuleReady(ServiceModule module) override;
     void SetStartServiceAction(ServiceModule module, StartAction action) override;
 
-    /// Starts the systemd unit of Wi-Fi.
+    /// Starts the systemd unit of Wi-Fi; without one, calls what setWifiStart() has set.
     int RequestStartModuleProcess(int nProcess, int nRequester) override;
+
+    /// Before the service starts. `start` runs on the loop's thread.
+    void setWifiStart(std::function<void()> start) { startWifi_ = std::move(start); }
+
+    /// A module without a systemd unit is up. On the loop's thread. May be called more than once.
+    void moduleIsUp(ServiceModule module);
 
     /// The service has started: from now on modules come up, on the loop's thread.
     void serviceStarted();
@@ -79,10 +87,13 @@ private:
     const UnitConfig::ApplicationManager config_;
     Bus& bus_;
     Systemd& systemd_;
+    std::function<void()> startWifi_;
     std::atomic<bool> isReady_ = false;
     std::mutex mutex_;
     std::map<ServiceModule, StartAction> actions_;  // guarded by mutex_
     std::map<ServiceModule, SystemdUnit> units_;    // of the loop, from serviceStarted() on
+    bool hasStarted_ = false;                       // of the loop
+    std::set<ServiceModule> waiting_;               // up before the service has started; of the loop
     std::set<ServiceModule> up_;                    // of the loop
 };
 

@@ -10,8 +10,6 @@
 #include <KYRMediaPlayer.h>
 #include <KYRSource.h>
 #include <KYRSystem.h>
-#include <KYRTuner.h>
-#include <KYRWifi.h>
 
 #include <atomic>
 #include <type_traits>
@@ -90,6 +88,23 @@ Unit::Unit(const UnitConfig& config, Role role) : board_(role == Role::kServe)
     if (!config.isOff("persistence")) {
         persistence.emplace(config.persistence, systemBus_, board_);
     }
+    if (!config.isOff("tuner")) {
+        tuner.emplace(config.tuner, loop_, board_, [this, unit = config.tuner.soundUnit] {
+            if (!unit.empty()) {
+                systemd_.start(unit);
+            }
+        });
+    }
+    if (!config.isOff("wifi")) {
+        wifi.emplace(config.wifi, systemBus_, board_, role == Role::kServe, [this] {
+            if (appManager) {
+                appManager->moduleIsUp(MODULE_WIFI);
+            }
+        });
+        if (appManager) {
+            appManager->setWifiStart([this] { wifi->activate(); });
+        }
+    }
     if (!config.isOff("system-info")) {
         systemInformation.emplace(config.versions, systemBus_, board_);
     }
@@ -152,6 +167,14 @@ KYRU6Persist* KYR_GetU6PersistService()
 {
     return unit::installed(&Unit::persistence);
 }
+KYRTuner* KYR_GetTunerService()
+{
+    return unit::installed(&Unit::tuner);
+}
+KYRWifi* KYR_GetWifiService()
+{
+    return unit::installed(&Unit::wifi);
+}
 KYRLibConfigs* GetLibConfigs()
 {
     return unit::installed(&Unit::configuration);
@@ -186,14 +209,6 @@ KYRDeviceApp* KYR_GetDeviceAppProxy()
     return nullptr;
 }
 KYRMediaPlayer* KYR_GetMediaPlayer()
-{
-    return nullptr;
-}
-KYRTuner* KYR_GetTunerService()
-{
-    return nullptr;
-}
-KYRWifi* KYR_GetWifiService()
 {
     return nullptr;
 }

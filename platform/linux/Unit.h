@@ -17,8 +17,10 @@
 #include "platform/linux/SystemInformation.h"
 #include "platform/linux/SystemUpdate.h"
 #include "platform/linux/Telephony.h"
+#include "platform/linux/Tuner.h"
 #include "platform/linux/UnitConfig.h"
 #include "platform/linux/VehicleData.h"
+#include "platform/linux/Wifi.h"
 
 namespace unit {
 
@@ -64,6 +66,8 @@ public:
     std::optional<SystemUpdate> systemUpdate;
     std::optional<FileManager> fileManager;
     std::optional<Persistence> persistence;
+    std::optional<Tuner> tuner;
+    std::optional<Wifi> wifi;
     std::optional<SystemInformation> systemInformation;
     std::optional<Configuration> configuration;
 };

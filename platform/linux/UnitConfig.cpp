@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <optional>
 #include <string_view>
@@ -27,11 +28,13 @@ using protocol::toml_file::TableReader;
 
 /// Every interface of the platform that a unit may lack, and the backend that it can have; without one it is off.
 constexpr std::pair<const char*, const char*> kInterfaces[] = {
-    {"app-manager", "systemd"}, {"power", "logind"},       {"system-info", "hostname1"}, {"config", "file"},
-    {"audio", "alsa"},          {"source", "table"},       {"tuner", nullptr},           {"bluetooth", "bluez"},
-    {"phone", "ofono"},         {"media-player", nullptr}, {"location", "gpsd"},         {"wifi", nullptr},
-    {"system-misc", "linux"},   {"system-update", "rauc"}, {"file-manager", "systemd"},  {"persistence", "systemd"},
-    {"car-play", nullptr},      {"android-auto", nullptr}, {"device-app", nullptr},
+    {"app-manager", "systemd"}, {"power", "logind"},       {"system-info", "hostname1"},
+    {"config", "file"},         {"audio", "alsa"},         {"source", "table"},
+    {"tuner", "v4l2"},          {"bluetooth", "bluez"},    {"phone", "ofono"},
+    {"media-player", nullptr},  {"location", "gpsd"},      {"wifi", "networkmanager"},
+    {"system-misc", "linux"},   {"system-update", "rauc"}, {"file-manager", "systemd"},
+    {"persistence", "systemd"}, {"car-play", nullptr},     {"android-auto", nullptr},
+    {"device-app", nullptr},
 };
 
 constexpr std::pair<const char*, ServiceModule> kModules[] = {
@@ -144,6 +147,10 @@ private:
         } else if (interface == "persistence") {
             config_.persistence.resetUnit = section.text("reset-unit");
             config_.persistence.autoResetUnit = section.text("auto-reset-unit");
+        } else if (interface == "tuner") {
+            readTuner(section);
+        } else if (interface == "wifi") {
+            readWifi(section, isOn);
         } else if (const toml::table* const values = section.table("values")) {
             readValues(*values);
         }
@@ -174,6 +181,62 @@ private:
             config_.appManager.units[module(key.str(), node)] = reader.text(key.str());
         }
         reader.finish();
+    }
+
+    void readTuner(TableReader& section)
+    {
+        UnitConfig::Tuner& tuner = config_.tuner;
+        const auto milliseconds = [&](const char* key, std::chrono::milliseconds otherwise) {
+            const auto seconds = section.seconds(key, 0.001, 60);
+            return seconds ? std::chrono::milliseconds(std::lround(*seconds * 1000)) : otherwise;
+        };
+        tuner.device = section.optionalText("device").value_or(tuner.device);
+        readBand(section, "fm", tuner.fm);
+        readBand(section, "am", tuner.am);
+        tuner.stationSignal =
+            static_cast<int>(section.integer("station-signal", false, 1, 100).value_or(tuner.stationSignal));
+        tuner.settle = milliseconds("settle", tuner.settle);
+        tuner.scan = milliseconds("scan", tuner.scan);
+        tuner.soundUnit = section.text("sound-unit");
+    }
+
+    void readBand(TableReader& section, const std::string& key, UnitConfig::Tuner::Band& band)
+    {
+        const toml::table* const table = section.table(key);
+        if (table == nullptr) {
+            return;
+        }
+        // The station's frequencies have 16 bits.
+        constexpr std::int64_t kMost = 65535;
+        TableReader reader(*table, "section [tuner." + key + "]", problems_);
+        band.low = static_cast<unsigned>(reader.integer("low", false, 1, kMost).value_or(band.low));
+        band.high = static_cast<unsigned>(
+            reader.integer("high", false, std::max<std::int64_t>(band.low, 1), kMost).value_or(band.high));
+        band.step = static_cast<unsigned>(reader.integer("step", false, 1, 1000).value_or(band.step));
+        reader.finish();
+    }
+
+    void readWifi(TableReader& section, bool isOn)
+    {
+        UnitConfig::Wifi& wifi = config_.wifi;
+        constexpr std::size_t kLongestSsid = 32;
+        wifi.interface = section.text("interface", isOn);
+        wifi.ssid = section.text("ssid");
+        wifi.password = section.text("password");
+        wifi.profile = section.text("profile");
+        wifi.activate = section.boolean("activate", false);
+        if (isOn && wifi.ssid.empty() == wifi.profile.empty()) {
+            section.report("ssid",
+                           "expected either 'ssid', the name of an access point to make, or 'profile', the "
+                           "name of a profile of NetworkManager");
+        } else if (wifi.ssid.size() > kLongestSsid) {
+            section.report("ssid",
+                           fmt::format("'ssid': expected {} bytes at most, got {}", kLongestSsid, wifi.ssid.size()));
+        }
+        // The limits of WPA.
+        if (!wifi.password.empty() && (wifi.password.size() < 8 || wifi.password.size() > 63 || wifi.ssid.empty())) {
+            section.report("password", "'password': expected 8 to 63 characters, beside 'ssid'");
+        }
     }
 
     void readVersions(TableReader& section)

@@ -3,6 +3,7 @@
 #include <KYRAppMgr.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -111,6 +112,31 @@ struct UnitConfig {
         std::string resetUnit;
         std::string autoResetUnit;
     } persistence;
+
+    /// [tuner]: V4L2. Frequencies are in the tuner's units: 10 kHz on FM, 1 kHz on AM.
+    struct Tuner {
+        struct Band {
+            unsigned low = 0;   ///< 0: as the radio says
+            unsigned high = 0;  ///< 0: as the radio says
+            unsigned step = 1;
+        };
+        std::string device = "/dev/radio0";
+        Band fm{.step = 10};
+        Band am{.step = 9};
+        int stationSignal = 50;                ///< percent of the full signal that make a station
+        std::chrono::milliseconds settle{30};  ///< from tuning until the signal counts
+        std::chrono::milliseconds scan{5000};  ///< for which a scan plays a station
+        std::string soundUnit;                 ///< a systemd unit that plays the radio's sound; empty: none
+    } tuner;
+
+    /// [wifi]: an access point over NetworkManager.
+    struct Wifi {
+        std::string interface;
+        std::string ssid;       ///< of a profile that is made; else empty
+        std::string password;   ///< of that profile; empty: an open network
+        std::string profile;    ///< name of a profile of NetworkManager; else empty
+        bool activate = false;  ///< at the start; else when the station asks for it
+    } wifi;
 
     /// [config]: what the service looks up in the head unit's configuration, by key.
     std::map<std::string, bool, std::less<>> flags;

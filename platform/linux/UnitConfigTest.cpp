@@ -83,6 +83,20 @@ TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
     EXPECT_EQ(config.clearUnit, "clear.service");
     EXPECT_EQ(config.persistence.resetUnit, "reset.target");
     EXPECT_EQ(config.persistence.autoResetUnit, "auto-reset.target");
+    EXPECT_EQ(config.tuner.device, "/nonexistent/radio0");
+    EXPECT_EQ(config.tuner.fm.low, 8750U);
+    EXPECT_EQ(config.tuner.fm.high, 10800U);
+    EXPECT_EQ(config.tuner.fm.step, 20U);
+    EXPECT_EQ(config.tuner.am.low, 0U);
+    EXPECT_EQ(config.tuner.am.step, 10U);
+    EXPECT_EQ(config.tuner.stationSignal, 40);
+    EXPECT_EQ(config.tuner.settle, std::chrono::milliseconds(20));
+    EXPECT_EQ(config.tuner.scan, std::chrono::seconds(3));
+    EXPECT_EQ(config.tuner.soundUnit, "radio-sound.service");
+    EXPECT_EQ(config.wifi.interface, "wlan7");
+    EXPECT_EQ(config.wifi.ssid, "Car 12");
+    EXPECT_EQ(config.wifi.password, "secret-12");
+    EXPECT_FALSE(config.wifi.activate);
     EXPECT_FALSE(config.isOff("power"));
     EXPECT_TRUE(config.isOff("audio"));
 }
@@ -163,6 +177,30 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"SourceWithoutAName", "unit:radio.service",
                 "unit:", "unit.toml:33:17: expected unit:NAME, mpris:PLAYER or none, got 'unit:'"},
         Mistake{"SourceThatIsNoText", "\"none\"", "7", "unit.toml:33:62: '44': expected a text, got 7"},
+        Mistake{"Device", "\"/nonexistent/radio0\"", "0", ":10: 'device'"},
+        Mistake{"LowEnd", "low = 8750", "low = 0", ":14: 'low'"},
+        Mistake{"HighEnd", "high = 10800", "high = 8700", ":27: 'high'"},
+        Mistake{"Step", "step = 20", "step = 0", ":41: 'step'"},
+        Mistake{"KeyOfABand", "am = { step", "am = { steps", ":8: "},
+        Mistake{"StationSignal", "station-signal = 40", "station-signal = 101", ":18: 'station-signal'"},
+        Mistake{"Settle", "\"20ms\"", "\"soon\"", ":10: 'settle': expected a time from "},
+        Mistake{"Scan", "scan = 3", "scan = 61", ":8: 'scan': expected a time from "},
+        Mistake{"SoundUnit", "\"radio-sound.service\"", "true", ":14: 'sound-unit'"},
+        Mistake{"NetworkInterface", "[wifi]\nbackend = \"networkmanager\"\ninterface = \"wlan7\"\n",
+                "[wifi]\nbackend = \"networkmanager\"\n", ":1: "},
+        Mistake{"NoAccessPoint",
+                "[wifi]\nbackend = \"networkmanager\"\ninterface = \"wlan7\"\nssid = \"Car 12\"\npassword = "
+                "\"secret-12\"\n",
+                "[wifi]\nbackend = \"networkmanager\"\ninterface = \"wlan7\"\n",
+                ":1: expected either 'ssid', the name of an access point to make, or 'profile'"},
+        Mistake{"TwoAccessPoints", "ssid = \"Car 12\"\npassword = \"secret-12\"",
+                "ssid = \"Car 12\"\nprofile = \"car\"", ":8: expected either 'ssid', "},
+        Mistake{"Ssid", "Car 12", "A name of thirty-three characters", ":8: 'ssid': expected 32 bytes at most, got 33"},
+        Mistake{"Password", "secret-12", "secret", ":12: 'password': expected 8 to 63 characters"},
+        Mistake{"PasswordOfAProfile", "ssid = \"Car 12\"\npassword = \"secret-12\"",
+                "password = \"secret-12\"\nprofile = \"car\"",
+                ":12: 'password': expected 8 to 63 characters, beside 'ssid'"},
+        Mistake{"Activate", "ssid = ", "activate = 1\nssid = ", ":12: 'activate'"},
         Mistake{
             "MissingSection", "[car-play]\nbackend = \"off\"\n", "",
             "unit.toml:1:1: expected the sections [car-play], got none; backend = \"off\" switches an interface off"},

@@ -37,8 +37,22 @@ steps = 40
 [source]
 backend = "off"
 sources = { 1 = "unit:radio.service", 16 = "mpris:usb", 44 = "none" }
+[tuner]
+backend = "v4l2"
+device = "/nonexistent/radio0"
+fm = { low = 8750, high = 10800, step = 20 }
+am = { step = 10 }
+station-signal = 40
+settle = "20ms"
+scan = 3
+sound-unit = "radio-sound.service"
+[wifi]
+backend = "networkmanager"
+interface = "wlan7"
+ssid = "Car 12"
+password = "secret-12"
 )";
-    for (const char* interface : {"tuner", "media-player", "wifi", "car-play", "android-auto", "device-app"}) {
+    for (const char* interface : {"media-player", "car-play", "android-auto", "device-app"}) {
         text += std::string("[") + interface + "]\nbackend = \"off\"\n";
     }
     text += R"([system-misc]

@@ -7,6 +7,7 @@
 
 #include "platform/linux/UnitTestFile.h"
 #include "tests/integration/BenchTest.h"
+#include "tests/support/BusClient.h"
 #include "tests/support/WireVectors.h"
 
 namespace tests {
@@ -84,6 +85,62 @@ TEST_F(UnitProgramTest, StationReachesTheMiddlewareOfTheUnit)
     line.expectExchange(wire::kModeOn, wire::kModeOnReply);
 }
 
+TEST_F(UnitProgramTest, StationStartsTheAccessPoint)
+{
+    writeUnitFile("units = { wifi = \"car-wifi.service\" }\n", "");
+    ChildProcess& manager = startTemplate("networkmanager");
+    BusClient client(bus().address());
+    ASSERT_TRUE(client.waitForOwner("org.freedesktop.NetworkManager", true));
+    const host::GlibPtr<GVariant> device(g_dbus_connection_call_sync(
+        client.connection(), "org.freedesktop.NetworkManager", "/org/freedesktop", "org.freedesktop.DBus.Mock",
+        "AddWiFiDevice", g_variant_new("(ssi)", "wlan7", "wlan7", 30), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
+        nullptr));
+    ASSERT_TRUE(device);
+    ChildProcess& unit = startUnit();
+    EXPECT_TRUE(unit.waitForLine(Stream::kErr, "wifi: networkmanager is up")) << unit.output(Stream::kErr);
+
+    const wire::Bytes askReady = {0x2A, 0xA2, 0x00, 0x02, 0x10, 0x09, 0xFF, 0xE5};
+    {
+        RawLine line(link());
+        line.expectExchange(wire::kModeOn, wire::kModeOnReply);
+        line.expectExchange(askReady, {0x2A, 0xA2, 0x00, 0x03, 0x90, 0x09, 0x00, 0x00, 0xFF, 0x64});
+        line.write({0x2A, 0xA2, 0x00, 0x03, 0x10, 0x00, 0x01, 0x00, 0xFF, 0xEC});  // start
+    }
+    const wire::Bytes ready = {0x2A, 0xA2, 0x00, 0x03, 0x90, 0x09, 0x01, 0x00, 0xFF, 0x63};
+    EXPECT_TRUE(pollLine(askReady, ready.size(), [&](const auto& reply) { return reply == ready; }));
+    const wire::Bytes askText = {0x2A, 0xA2, 0x00, 0x02, 0x10, 0x06, 0xFF, 0xE8};
+    const wire::Bytes text = {0x2A, 0xA2, 0x00, 0x08, 0x90, 0x06, 0x43, 0x61, 0x72, 0x20, 0x31, 0x32, 0xFD, 0xC9};
+    RawLine line(link());
+    line.expectExchange(askText, text);  // Car 12
+
+    manager.signal(SIGKILL);
+    EXPECT_TRUE(unit.waitForLine(Stream::kErr,
+                                 "wifi: networkmanager is absent: org.freedesktop.NetworkManager is not running; "
+                                 "install network-manager"));
+    line.expectExchange(askText, text);
+}
+
+TEST_F(UnitProgramTest, StationReadsAnAbsentRadioAsFmWithoutAFrequency)
+{
+    ChildProcess& unit = startUnit();
+    EXPECT_TRUE(
+        unit.waitForLine(Stream::kErr, "tuner: v4l2 is absent: /nonexistent/radio0: No such file or directory"));
+
+    RawLine line(link());
+    line.expectExchange(wire::kModeOn, wire::kModeOnReply);
+    line.write({0x2A, 0xA2, 0x00, 0x04, 0x02, 0x00, 0x22, 0x2E, 0xFF, 0xAA});  // play 8750
+    EXPECT_TRUE(unit.waitForLine(Stream::kErr, "tuner: a request was refused: the radio is absent"));
+    line.write({0x2A, 0xA2, 0x00, 0x03, 0x02, 0x04, 0x01, 0x00, 0xFF, 0xF6});  // seek up
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x02, 0x03, 0xFF, 0xF9},      // band
+                        {0x2A, 0xA2, 0x00, 0x03, 0x82, 0x03, 0x00, 0x00, 0xFF, 0x78});
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x02, 0x01, 0xFF, 0xFB},  // frequency
+                        {0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x00, 0x00, 0xFF, 0x79});
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x02, 0x17, 0xFF, 0xE5},  // traffic announcement
+                        {0x2A, 0xA2, 0x00, 0x03, 0x82, 0x17, 0x00, 0x00, 0xFF, 0x64});
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x02, 0x18, 0xFF, 0xE4},  // last frequency of FM
+                        {0x2A, 0xA2, 0x00, 0x06, 0x82, 0x18, 0x00, 0x00, 0x00, 0x00, 0xFF, 0x60});
+}
+
 TEST_F(UnitProgramTest, WithoutAnyMiddlewareTheStationIsServed)
 {
     startUnit();
@@ -101,9 +158,9 @@ TEST_F(UnitProgramTest, CheckSaysLineByLineWhatIsThereAndWhatIsMissing)
     EXPECT_THAT(outcome.err, testing::IsEmpty());
     const auto lines = linesOf(outcome.out);
     ASSERT_EQ(lines.size(), 20U) << outcome.out;
-    EXPECT_THAT(lines[1], StartsWith("app-manager    systemd    absent  org.freedesktop.systemd1 is not running"));
-    EXPECT_THAT(lines[2], StartsWith("power          logind     up"));
-    EXPECT_THAT(lines[5], StartsWith("audio          off        off"));
+    EXPECT_THAT(lines[1], StartsWith("app-manager    systemd         absent  org.freedesktop.systemd1 is not running"));
+    EXPECT_THAT(lines[2], StartsWith("power          logind          up"));
+    EXPECT_THAT(lines[5], StartsWith("audio          off             off"));
 }
 
 TEST_F(UnitProgramTest, MistakesInTheFileEndItWithALineEach)
