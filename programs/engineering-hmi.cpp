@@ -3,6 +3,7 @@
 #include <engineering_dbus.h>
 #include <glib-unix.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -11,6 +12,9 @@
 #include <vector>
 
 #include "host/Glib.h"
+#include "platform/linux/BoardHmi.h"
+#include "platform/linux/UnitConfig.h"
+#include "platform/runtime/Report.h"
 #include "programs/Cli.h"
 #include "programs/Hmi.h"
 #include "protocol/Text.h"
@@ -206,6 +210,34 @@ int follow(Follower& follower)
     return follower.status;
 }
 
+/// Is the HMI of a unit until a signal asks it to end.
+/// @returns the exit status.
+int serveUnit(const std::string& file)
+{
+    runtime::reportAs(kProgram);
+    runtime::reportGlibMessagesOnce();
+    std::vector<std::string> mistakes;
+    unit::UnitConfig config = unit::loadUnitConfig(file, mistakes);
+    if (mistakes.empty() && !config.hmi) {
+        mistakes.push_back(file + ": expected the section [hmi], got none");
+    }
+    std::ranges::for_each(mistakes, runtime::report);
+    if (!mistakes.empty()) {
+        return protocol::kWrongUse;
+    }
+    // All threads wait for the end on this one.
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+    auto mixer = config.isOff("audio") ? nullptr : unit::alsaMixer(config.audio.card);
+    const unit::BoardHmi hmi(std::move(config), std::move(mixer), [] { std::fputs("ready\n", stderr); });
+    int received = 0;
+    sigwait(&ends, &received);
+    return protocol::kPassed;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -223,7 +255,10 @@ int main(int argc, char** argv)
         "\n"
         "The line 'ready' on standard error says that it misses no signal from now on. The service may start before or "
         "after it. If the bus closes the connection, it connects again and prints a line and 'ready'. Ends with SIGINT "
-        "or SIGTERM, or when the bus is gone.",
+        "or SIGTERM, or when the bus is gone.\n"
+        "\n"
+        "With --unit it is the HMI of a board that has none: the section [hmi] of the unit's file says which MPRIS "
+        "players, ALSA elements and keys it uses. It prints no signals, and waits for a bus that is gone.",
         kProgram);
     Follower follower;
     app.add_flag("--json", follower.json,
@@ -237,9 +272,15 @@ int main(int argc, char** argv)
                        ? ""
                        : "expected TYPE=INDEX, each from 0 to 255, got " + protocol::inQuotes(text);
         });
+    bool isUnit = false;
+    std::string file = "/etc/engineering/unit.toml";
+    auto* const unit = app.add_flag("--unit", isUnit, "Use the players, the sound card and the keys of this unit");
+    app.add_option("--config", file, "Unit's file of --unit; by default /etc/engineering/unit.toml")->type_name("FILE");
+    unit->excludes("--json")->excludes("--track");
     app.footer(
         "Examples:\n"
         "  engineering-hmi\n"
+        "  engineering-hmi --unit --config unit.toml\n"
         "  engineering-hmi --json --track 1=7\n"
         "\n"
         "Exit status: 0 ended by a signal, 1 failed, 2 wrong use.");
@@ -252,7 +293,10 @@ int main(int argc, char** argv)
     // A reader that went away shows as a failed write.
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        return follow(follower);
+        return isUnit ? serveUnit(file) : follow(follower);
+    } catch (const protocol::Error& error) {
+        complain(kProgram, error.what());
+        return error.status();
     } catch (const std::exception& error) {
         complain(kProgram, error.what());
         return protocol::kFailed;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <glib.h>
+#include <linux/input.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -87,6 +88,9 @@ public:
             } else if (reader.node(interface) == nullptr) {
                 missing.push_back(fmt::format("[{}]", interface));
             }
+        }
+        if (const toml::table* const table = reader.table("hmi")) {
+            readHmi(*table);
         }
         if (!missing.empty()) {
             protocol::toml_file::report(
@@ -405,6 +409,43 @@ private:
             }
             config_.updateBundles[code] = bundle.value_or("");
         });
+    }
+
+    void readHmi(const toml::table& table)
+    {
+        TableReader section(table, "section [hmi]", problems_);
+        UnitConfig::Hmi& hmi = config_.hmi.emplace();
+        constexpr int kMediaTypes = 4;
+        readNumbered(section, "players", false, 1, kMediaTypes,
+                     [&](TableReader& reader, auto key, int type) { hmi.players[type] = reader.text(key); });
+        readActions(section, hmi);
+        hmi.eqSwitch = section.text("eq-switch");
+        hmi.keyboard = section.text("keyboard");
+        readNumbered(section, "keys", !hmi.keyboard.empty(), 1, KEY_MAX, [&](TableReader& reader, auto key, int code) {
+            hmi.keys[code] = static_cast<int>(reader.integer(key, false, 0, 255).value_or(0));
+        });
+        const double seconds = section.seconds("long-press", 0.1, 60).value_or(1);
+        hmi.longPress = std::chrono::milliseconds(std::lround(seconds * 1000));
+        section.finish();
+    }
+
+    void readActions(TableReader& section, UnitConfig::Hmi& hmi)
+    {
+        static constexpr std::string_view kActions[] = {"Play", "Pause", "PlayPause", "Stop", "Next", "Previous"};
+        constexpr std::size_t kPlayActions = 4;
+        for (const auto& [text, place] : texts(section, "actions")) {
+            hmi.actions.push_back(text);
+            if (std::ranges::find(kActions, text) == std::end(kActions)) {
+                protocol::toml_file::report(
+                    problems_, *place,
+                    fmt::format("expected one of {}, got {}", fmt::join(kActions, ", "), protocol::inQuotes(text)));
+            }
+        }
+        if (!(hmi.players.empty() && hmi.actions.empty()) && hmi.actions.size() != kPlayActions) {
+            section.report("actions",
+                           fmt::format("expected {} actions, for the play actions 1 to {} of 'players', got {}",
+                                       kPlayActions, kPlayActions, hmi.actions.size()));
+        }
     }
 
     void readValues(const toml::table& values)

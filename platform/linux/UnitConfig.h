@@ -138,6 +138,17 @@ struct UnitConfig {
         bool activate = false;  ///< at the start; else when the station asks for it
     } wifi;
 
+    /// [hmi]: of engineering-hmi, on a board without an HMI of its own.
+    struct Hmi {
+        std::map<int, std::string> players;   ///< MPRIS players by media type, 1 to 4
+        std::vector<std::string> actions;     ///< MPRIS methods of the play actions 1 to 4; empty without players
+        std::string eqSwitch;                 ///< element of the card of [audio]; empty: none
+        std::string keyboard;                 ///< evdev device; empty: none
+        std::map<int, int> keys;              ///< the platform's number of a key, by evdev's code
+        std::chrono::milliseconds longPress;  ///< from this time on, a key is held
+    };
+    std::optional<Hmi> hmi;
+
     /// [config]: what the service looks up in the head unit's configuration, by key.
     std::map<std::string, bool, std::less<>> flags;
     std::map<std::string, std::string, std::less<>> texts;

@@ -97,6 +97,13 @@ TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
     EXPECT_EQ(config.wifi.ssid, "Car 12");
     EXPECT_EQ(config.wifi.password, "secret-12");
     EXPECT_FALSE(config.wifi.activate);
+    ASSERT_TRUE(config.hmi);
+    EXPECT_THAT(config.hmi->players, ElementsAre(std::pair(1, "usb"), std::pair(3, "usb")));
+    EXPECT_THAT(config.hmi->actions, ElementsAre("Play", "Pause", "Next", "Previous"));
+    EXPECT_EQ(config.hmi->eqSwitch, "Tone");
+    EXPECT_EQ(config.hmi->keyboard, "/tmp/keyboard");
+    EXPECT_THAT(config.hmi->keys, ElementsAre(std::pair(114, 2), std::pair(115, 1)));
+    EXPECT_EQ(config.hmi->longPress, std::chrono::seconds(2));
     EXPECT_FALSE(config.isOff("power"));
     EXPECT_TRUE(config.isOff("audio"));
 }
@@ -161,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"UnknownKey", "light-type", "light", "unit.toml:10:"},
         Mistake{"UnknownKeyOfTheFile", "root = ", "roof = ", "unit.toml:1:"},
         Mistake{"Port", "port = 9", "port = 65536", "unit.toml:25:8: 'port'"},
-        Mistake{"Card", "\"off\"\ncard = \"hw:0\"", "\"alsa\"",
+        Mistake{"Card", "[audio]\nbackend = \"off\"\ncard = \"hw:0\"", "[audio]\nbackend = \"alsa\"",
                 "unit.toml:26:1: expected the key 'card' with a text in the section [audio]"},
         Mistake{"Element", "\"off\"\ncard = \"hw:0\"\nelement = \"Master\"", "\"alsa\"\ncard = \"hw:0\"",
                 "unit.toml:26:1: expected the key 'element' with a text in the section [audio]"},
@@ -201,6 +208,26 @@ INSTANTIATE_TEST_SUITE_P(
                 "password = \"secret-12\"\nprofile = \"car\"",
                 ":12: 'password': expected 8 to 63 characters, beside 'ssid'"},
         Mistake{"Activate", "ssid = ", "activate = 1\nssid = ", ":12: 'activate'"},
+        Mistake{"MediaType", "3 = \"usb\"", "5 = \"usb\"", ":26: 'players': expected a key from 1 to 4, got '5'"},
+        Mistake{"Player", "3 = \"usb\"", "3 = 7", ":26: '3': expected a text, got 7"},
+        Mistake{"Action", "\"Next\"", "\"Skip\"",
+                ":29: expected one of Play, Pause, PlayPause, Stop, Next, Previous, got 'Skip'"},
+        Mistake{"Actions", ", \"Previous\"", "",
+                ":11: expected 4 actions, for the play actions 1 to 4 of 'players', got 3"},
+        Mistake{"NoActions",
+                "[hmi]\nkeyboard = \"/tmp/keyboard\"\nkeys = { 115 = 1, 114 = 2 }\nplayers = { 1 = \"usb\", 3 = "
+                "\"usb\" }\nactions",
+                "[hmi]\nkeyboard = \"/tmp/keyboard\"\nkeys = { 115 = 1, 114 = 2 }\nplayers = { 1 = \"usb\", 3 = "
+                "\"usb\" }\n# actions",
+                ":1: expected 4 actions, for the play actions 1 to 4 of 'players', got 0"},
+        Mistake{"EqSwitch", "\"Tone\"", "true", ":13: 'eq-switch'"},
+        Mistake{"Keyboard", "\"/tmp/keyboard\"", "0", ":12: 'keyboard'"},
+        Mistake{"NoKeys", "[hmi]\nkeyboard = \"/tmp/keyboard\"\nkeys", "[hmi]\nkeyboard = \"/tmp/keyboard\"\n# keys",
+                ":1: expected the key 'keys' with"},
+        Mistake{"KeyCode", "115 =", "KEY_VOLUMEUP =", ":10: 'keys': expected a key from 1 to 767, got 'KEY_VOLUMEUP'"},
+        Mistake{"KeyNumber", "115 = 1", "115 = 256", ":16: '115'"},
+        Mistake{"LongPress", "long-press = 2", "long-press = 0", ":14: 'long-press'"},
+        Mistake{"UnknownKeyOfTheHmi", "eq-switch", "eq", ":1: unknown key 'eq'"},
         Mistake{
             "MissingSection", "[car-play]\nbackend = \"off\"\n", "",
             "unit.toml:1:1: expected the sections [car-play], got none; backend = \"off\" switches an interface off"},

@@ -72,8 +72,12 @@ protected:
     /// @returns the reason.
     std::string reasonOnce(const std::string& interface, State state)
     {
+        return reasonOnce(unit_->board(), interface, state);
+    }
+    static std::string reasonOnce(StatusBoard& board, const std::string& interface, State state)
+    {
         std::string reason = "it did not happen";
-        unit_->board().await(
+        board.await(
             [&](const auto& all) {
                 return std::ranges::any_of(all, [&](const InterfaceStatus& status) {
                     const bool is = status.interface == interface && status.state == state;

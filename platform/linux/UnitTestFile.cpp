@@ -72,6 +72,13 @@ unit = "clear.service"
 backend = "systemd"
 reset-unit = "reset.target"
 auto-reset-unit = "auto-reset.target"
+[hmi]
+keyboard = "/tmp/keyboard"
+keys = { 115 = 1, 114 = 2 }
+players = { 1 = "usb", 3 = "usb" }
+actions = ["Play", "Pause", "Next", "Previous"]
+eq-switch = "Tone"
+long-press = 2
 )";
     return was.empty() ? text : text.replace(text.find(was), was.size(), is);
 }
