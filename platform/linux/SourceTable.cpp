@@ -13,6 +13,11 @@ using Kind = UnitConfig::AudioSource::Kind;
 
 constexpr std::chrono::seconds kSourceDeadline{10};
 
+std::string partOf(int source)
+{
+    return "source " + std::to_string(source);
+}
+
 std::string textOf(const BusObject& object, const char* property)
 {
     const auto value = object.property(property, G_VARIANT_TYPE_STRING);
@@ -28,18 +33,18 @@ BusObject::Address addressOfPlayer(const std::string& player, const std::string&
 
 SourceTable::SourceTable(const std::map<int, UnitConfig::AudioSource>& table, Bus& systemBus, Bus& sessionBus,
                          StatusBoard& board)
-    : loop_(systemBus.loop()), board_(board)
+    : loop_(systemBus.loop()), status_(board, "source")
 {
     for (const auto& [source, row] : table) {
         Entry& entry = entries_[source];
         entry.source = row;
         entry.isThere = row.kind == Kind::kNone;
         if (!entry.isThere) {
-            entry.reason = "has not answered yet";
+            status_.add(partOf(source));
             follow(source, entry, row.kind == Kind::kUnit ? systemBus : sessionBus);
         }
     }
-    show();
+    status_.show();
 }
 
 void SourceTable::follow(int source, Entry& entry, Bus& bus)
@@ -52,7 +57,7 @@ void SourceTable::follow(int source, Entry& entry, Bus& bus)
                                   if (isUnit && reason.empty()) {
                                       return;  // its properties follow
                                   }
-                                  setThere(entry, reason);
+                                  setThere(source, entry, reason);
                                   if (!isUnit && !reason.empty()) {
                                       lose(source);
                                   }
@@ -70,7 +75,7 @@ void SourceTable::follow(int source, Entry& entry, Bus& bus)
 void SourceTable::readUnit(int source, Entry& entry)
 {
     const bool isInstalled = textOf(*entry.object, "LoadState") != "not-found";
-    setThere(entry, isInstalled ? "" : entry.source.name + " is not a unit of systemd; install or write it");
+    setThere(source, entry, isInstalled ? "" : "systemd has no " + entry.source.name + ", install or write it");
     const std::string state = textOf(*entry.object, "ActiveState");
     if (state == "active") {
         plays(source);
@@ -79,22 +84,10 @@ void SourceTable::readUnit(int source, Entry& entry)
     }
 }
 
-void SourceTable::setThere(Entry& entry, const std::string& reason)
+void SourceTable::setThere(int source, Entry& entry, const std::string& reason)
 {
     entry.isThere = reason.empty();
-    entry.reason = reason;
-    show();
-}
-
-void SourceTable::show()
-{
-    for (const auto& [source, each] : entries_) {
-        if (!each.reason.empty()) {
-            board_.set("source", State::kAbsent, fmt::format("source {}: {}", source, each.reason));
-            return;
-        }
-    }
-    board_.set("source", State::kUp);
+    status_.set(partOf(source), reason);
 }
 
 int SourceTable::request(int source)
@@ -125,7 +118,7 @@ void SourceTable::switchOver(int from, int to)
         target.object->call(isUnit ? "Start" : "Play", isUnit ? g_variant_new("(s)", "replace") : nullptr,
                             kSourceDeadline, [this, to, &target](GVariant*, const std::string& error) {
                                 if (!error.empty()) {
-                                    runtime::report(fmt::format("source {}: {}: {}", to, target.source.name, error));
+                                    runtime::report(fmt::format("{}: {}: {}", partOf(to), target.source.name, error));
                                     lose(to);
                                 }
                             });

@@ -37,13 +37,11 @@ private:
     struct Entry {
         UnitConfig::AudioSource source;
         std::atomic<bool> isThere = false;
-        std::string reason;                 // why it is not; of the loop
         std::unique_ptr<BusObject> object;  // null: nothing to start
     };
 
     void follow(int source, Entry& entry, Bus& bus);
-    void setThere(Entry& entry, const std::string& reason);
-    void show();
+    void setThere(int source, Entry& entry, const std::string& reason);
     void readUnit(int source, Entry& entry);
     void switchOver(int from, int to);
     void plays(int source);
@@ -51,7 +49,7 @@ private:
     void tell(int source, int status);
 
     Loop& loop_;
-    StatusBoard& board_;
+    PartsStatus status_;
     std::atomic<int> current_ = KYRSource::SOURCE_NONE;
     std::map<int, Entry> entries_;  // the keys do not change
 };

@@ -125,7 +125,9 @@ TEST_F(SourceTableTest, UnitThatIsNotInstalledIsToldAndRefused)
     systemd_->setProperty(kRadio, kUnitInterface, "LoadState", "'not-found'");
     start();
     const auto reason = [this] { return reasonOnce("source", State::kAbsent); };
-    const std::string expected = "source 1: radio.service is not a unit of systemd; install or write it";
+    const std::string expected =
+        "source 1: systemd has no radio.service, install or write it; source 3: systemd has no radio.service, install "
+        "or write it";
 
     EXPECT_EQ(once(reason, expected), expected);
     EXPECT_EQ(request(1), 0);
