@@ -1,10 +1,15 @@
 // engineering-unit as a process over private buses, with templates of the middleware's interfaces behind it.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <linux/input.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <fstream>
 
+#include "host/Descriptor.h"
+#include "platform/linux/ScriptedService.h"
 #include "platform/linux/UnitTestFile.h"
 #include "tests/integration/BenchTest.h"
 #include "tests/support/BusClient.h"
@@ -31,7 +36,8 @@ protected:
     void writeUnitFile(const std::string& was = "", const std::string& is = "")
     {
         std::string text = unitFile(was, is);
-        for (const auto& [old, now] : {std::pair("/tmp/root", root()), std::pair("/tmp/uart", link())}) {
+        for (const auto& [old, now] : {std::pair("/tmp/root", root()), std::pair("/tmp/uart", link()),
+                                       std::pair("/tmp/keyboard", directory() / "keyboard")}) {
             text.replace(text.find(old), std::string(old).size(), now.string());
         }
         std::ofstream(file()) << text;
@@ -139,6 +145,62 @@ TEST_F(UnitProgramTest, StationReadsAnAbsentRadioAsFmWithoutAFrequency)
                         {0x2A, 0xA2, 0x00, 0x03, 0x82, 0x17, 0x00, 0x00, 0xFF, 0x64});
     line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x02, 0x18, 0xFF, 0xE4},  // last frequency of FM
                         {0x2A, 0xA2, 0x00, 0x06, 0x82, 0x18, 0x00, 0x00, 0x00, 0x00, 0xFF, 0x60});
+}
+
+TEST_F(UnitProgramTest, StationReachesPlayersKeysAndSourcesOfABoardWithoutAnHmi)
+{
+    constexpr const char* kPlayer = "/org/mpris/MediaPlayer2";
+    writeUnitFile(
+        "[audio]\nbackend = \"off\"\ncard = \"hw:0\"\nelement = \"Master\"\nsteps = 40\n[source]\nbackend = \"off\"",
+        "[audio]\nbackend = \"alsa\"\ncard = \"hw:31\"\nelement = \"Master\"\n[source]\nbackend = \"table\"");
+    const std::string keyboard = directory() / "keyboard";
+    ASSERT_EQ(mkfifo(keyboard.c_str(), 0600), 0);
+    const host::Descriptor keys(open(keyboard.c_str(), O_RDWR | O_CLOEXEC));
+    ScriptedService player(bus().address(), "org.mpris.MediaPlayer2.usb");
+    player.answer("Get", "(<[objectpath '/a', '/b']>,)");
+    player.setProperty(kPlayer, "org.mpris.MediaPlayer2.Player", "Metadata", "{'mpris:trackid': <objectpath '/b'>}");
+    ChildProcess& hmi = start({ENGINEERING_HMI, "--unit", "--config", file()});
+    EXPECT_TRUE(hmi.waitForLine(Stream::kErr, "ready"));
+    ChildProcess& unit = startUnit();
+    for (const char* part : {"service: dbus is up", "player 1: mpris is up", "keyboard: evdev is up",
+                             "audio: alsa is absent: hw:31: No such file or directory; "}) {
+        EXPECT_TRUE(hmi.waitForLine(Stream::kErr, part)) << hmi.output(Stream::kErr);
+    }
+    EXPECT_TRUE(unit.waitForLine(Stream::kErr, "audio: alsa is absent: hw:31: No such file or directory; "));
+
+    RawLine line(link());
+    line.expectExchange(wire::kModeOn, wire::kModeOnReply);
+    line.write({0x2A, 0xA2, 0x00, 0x03, 0x03, 0x00, 0x00, 0x00, 0xFF, 0xFA});  // play action 1
+    EXPECT_THAT(player.waitForCalls(1), ElementsAre("Play ()"));
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x03, 0x05, 0xFF, 0xF6},  // the track: the second one
+                        {0x2A, 0xA2, 0x00, 0x03, 0x83, 0x05, 0x01, 0x00, 0xFF, 0x74});
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x03, 0x06, 0x0B, 0x01, 0x00, 0xFF, 0xEB},  // report keys
+                        {0x2A, 0xA2, 0x00, 0x03, 0x86, 0x0B, 0x01, 0x00, 0xFF, 0x6B});
+    for (const int value : {1, 0}) {
+        input_event key{};
+        key.type = EV_KEY;
+        key.code = 115;
+        key.value = value;
+        ASSERT_EQ(write(keys.get(), &key, sizeof key), ssize_t{sizeof key});
+    }
+    EXPECT_EQ(line.read(10), (std::vector<std::uint8_t>{0x2A, 0xA2, 0x00, 0x03, 0x86, 0x11, 0x10, 0x00, 0xFF, 0x56}));
+
+    line.write({0x2A, 0xA2, 0x00, 0x03, 0x00, 0x00, 0x07, 0x00, 0xFF, 0xF6});  // source 16, the station's 7
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x00, 0x01, 0xFF, 0xFD},
+                        {0x2A, 0xA2, 0x00, 0x03, 0x80, 0x01, 0x07, 0x00, 0xFF, 0x75});
+    EXPECT_THAT(player.waitForCalls(2), ElementsAre("Play ()", "Play ()"));
+    line.expectExchange({0x2A, 0xA2, 0x00, 0x02, 0x01, 0x01, 0xFF, 0xFC},  // the volume: 0 without a card
+                        {0x2A, 0xA2, 0x00, 0x03, 0x81, 0x01, 0x00, 0x00, 0xFF, 0x7B});
+}
+
+TEST_F(UnitProgramTest, HmiOfABoardExpectsItsSection)
+{
+    std::ofstream(file()) << unitFile().substr(0, unitFile().find("[hmi]"));
+
+    const Outcome outcome = run({ENGINEERING_HMI, "--unit", "--config", file()});
+
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr("unit.toml: expected the section [hmi], got none")));
 }
 
 TEST_F(UnitProgramTest, WithoutAnyMiddlewareTheStationIsServed)
