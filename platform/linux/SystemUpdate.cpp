@@ -70,10 +70,9 @@ void SystemUpdate::Request(int nCode)
 
 void SystemUpdate::install(int code, const std::string& bundle)
 {
-    const auto operation = rauc_.property("Operation", G_VARIANT_TYPE_STRING);
-    if (!installing_.empty() || (operation && g_variant_get_string(operation.get(), nullptr) != std::string("idle"))) {
-        report(fmt::format("the request {} is refused: {} is being installed", code,
-                           installing_.empty() ? "another bundle" : installing_));
+    // RAUC itself refuses while it installs for someone else.
+    if (!installing_.empty()) {
+        report(fmt::format("the request {} is refused: {} is being installed", code, installing_));
         return;
     }
     installing_ = bundle;
