@@ -87,11 +87,11 @@ host::GlibPtr<GSource> Loop::whenReadable(int descriptor, std::function<void()> 
 {
     host::GlibPtr<GSource> source(
         g_unix_fd_source_new(descriptor, static_cast<GIOCondition>(G_IO_IN | G_IO_ERR | G_IO_HUP)));
-    const GUnixFDSourceFunc run = [](gint, GIOCondition, gpointer data) -> gboolean {
+    const GUnixFDSourceFunc onReadable = [](gint, GIOCondition, gpointer data) -> gboolean {
         runAction(data);
         return G_SOURCE_CONTINUE;
     };
-    g_source_set_callback(source.get(), G_SOURCE_FUNC(run), new std::function(std::move(action)),
+    g_source_set_callback(source.get(), G_SOURCE_FUNC(onReadable), new std::function(std::move(action)),
                           [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
     g_source_attach(source.get(), context_.get());
     return source;
