@@ -118,6 +118,30 @@ TEST_F(PlanRunsTest, RecordOfALongRunHasEveryStepAndItsReportsTheFigures)
     EXPECT_EQ(csv.str(), csvOfWhole.str());
 }
 
+TEST_F(PlanRunsTest, AttemptThatChangesWhileItsStepGoesOnLeavesARecordThatCanBeRead)
+{
+    int asked = 0;
+    on[0x0201] = [&](const Frame&) {
+        if (++asked == 2) {
+            reply(0x82, 0x01, {0x22, 0x2E});
+            reply(0x82, 0x01, {0x22, 0x2E});
+        }
+    };
+    on[0x0FFF] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+    request.ports.pop_back();
+
+    const Conclusion conclusion =
+        runAll(planOf("[[main]]\nname = \"G\"\nsteps = [{ send = \"tuner.frequency\", timeout = 0.05, retries = 1, "
+                      "retry_delay = 0 }, { send = \"test.mode\" }]\n"));
+
+    EXPECT_EQ(conclusion.status, protocol::kPassed);
+    EXPECT_THAT(conclusion.complaints, IsEmpty());
+    const fs::path folder = conclusion.units.at(0).folder;
+    EXPECT_EQ(record::readRun(folder / "record.json").phases[1].groups[0].tries[0].steps[0].attempts.size(), 2U);
+    std::ifstream lines(folder / "record.jsonl");
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(lines), {}), testing::Not(HasSubstr("amended")));
+}
+
 TEST_F(PlanRunsTest, EveryRunReportsItsEnd)
 {
     std::mutex mutex;

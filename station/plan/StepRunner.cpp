@@ -78,7 +78,8 @@ void StepRunner::attempt(const Step& step, const StepPlace& place, record::Step&
     attempt.started = std::chrono::system_clock::now();
     const auto began = std::chrono::steady_clock::now();
     const Duration wireBefore = line_.wireTime();
-    attempt.events.begin = line_.position();
+    attempt.events = {line_.position(), line_.position()};
+    current_ = &record;
     senders_.push_back({line_.attribution().requests() + 1, place, &record, &attempt});
     if (senders_.size() > Attribution::kRemembered) {
         senders_.pop_front();
@@ -98,6 +99,7 @@ void StepRunner::attempt(const Step& step, const StepPlace& place, record::Step&
     } catch (const std::exception& error) {
         fail(attempt, Verdict::kError, error.what());
     }
+    current_ = nullptr;
     attempt.duration = std::chrono::steady_clock::now() - began;
     attempt.events.end = line_.position();
     run_.line = connection_.quality();
@@ -257,7 +259,7 @@ void StepRunner::attribute(LineWatch::Arrival& arrival, const Attribution::Reque
     } else {
         fail(*sender->attempt, Verdict::kPass, fmt::format("the reply came too late, after {}", after));
     }
-    if (!running) {
+    if (sender->step != current_) {
         observer_.onStepAmended(sender->place, *sender->step);
     }
 }

@@ -84,6 +84,8 @@ private:
     Observer& observer_;
     Variables variables_;
     std::deque<Sender> senders_;  // the latest last
+    /// The step that has not ended; nullptr between attempts.
+    const record::Step* current_ = nullptr;
     const TimeLimit* limit_ = nullptr;
     bool linkFailed_ = false;
     bool interrupted_ = false;
