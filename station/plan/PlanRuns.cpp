@@ -85,7 +85,10 @@ public:
     void onEnded(const record::Run& run) override
     {
         run_ = nullptr;
-        keep([&] { results_->finish(run); });
+        keep([&] {
+            view_.onWriting();
+            results_->finish(run);
+        });
         view_.onEnded(run);
     }
 

@@ -35,11 +35,17 @@ protected:
     Conclusion runAll(
         const Plan& plan, const PlanRuns::OnEnded& onEnded = [](const std::string&) {})
     {
+        return runAll(plan, observer, onEnded);
+    }
+
+    Conclusion runAll(
+        const Plan& plan, Observer& view, const PlanRuns::OnEnded& onEnded = [](const std::string&) {})
+    {
         unit.start();
         other_.start();
         const Surroundings surroundings{protocol::catalogue::groups(), prompter, headUnit, serialRecord, serials};
         PlanRuns runs(
-            plan, request, surroundings, [this](const std::string&) -> Observer& { return observer; },
+            plan, request, surroundings, [&view](const std::string&) -> Observer& { return view; },
             [&](const std::string& port) {
                 onEnded(port);
                 if (port == unit.path()) {
@@ -142,6 +148,25 @@ TEST_F(PlanRunsTest, AttemptThatChangesWhileItsStepGoesOnLeavesARecordThatCanBeR
     EXPECT_THAT(std::string(std::istreambuf_iterator<char>(lines), {}), testing::Not(HasSubstr("amended")));
 }
 
+/// Notes what comes behind the last step.
+struct EndObserver : Observer {
+    std::vector<std::string> seen;
+
+    void onStepEnded(const StepPlace&, const record::Step&) override { seen.emplace_back("step"); }
+    void onWriting() override { seen.emplace_back("writing"); }
+    void onEnded(const record::Run&) override { seen.emplace_back("ended"); }
+};
+
+TEST_F(PlanRunsTest, ReportsAreAnnouncedBetweenTheLastStepAndTheEnd)
+{
+    request.ports.pop_back();
+    EndObserver view;
+
+    runAll(planOf(kReadSerial), view);
+
+    EXPECT_THAT(view.seen, ElementsAre("step", "writing", "ended"));
+}
+
 TEST_F(PlanRunsTest, EveryRunReportsItsEnd)
 {
     std::mutex mutex;
@@ -170,8 +195,11 @@ TEST_F(PlanRunsTest, WithoutResultsNoRecordIsKept)
 {
     request.results.clear();
     request.ports.pop_back();
+    EndObserver view;
 
-    const Conclusion conclusion = runAll(planOf(kReadSerial));
+    const Conclusion conclusion = runAll(planOf(kReadSerial), view);
+
+    EXPECT_THAT(view.seen, ElementsAre("step", "ended"));
 
     EXPECT_EQ(conclusion.status, protocol::kPassed);
     EXPECT_EQ(conclusion.units.at(0).folder, "");

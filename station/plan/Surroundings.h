@@ -80,6 +80,8 @@ public:
     virtual void onStepEnded(const StepPlace&, const record::Step&) {}
     /// A step that has ended has another verdict now: a second answer to it came.
     virtual void onStepAmended(const StepPlace&, const record::Step&) {}
+    /// The steps are done, and the record and its reports are being written.
+    virtual void onWriting() {}
     /// The group's last try has ended.
     virtual void onTryEnded(std::string_view /*phase*/, const record::Group&) {}
     virtual void onEnded(const record::Run&) {}

@@ -62,7 +62,6 @@ struct UnitState {
     std::deque<std::string> frames;
     station::Attribution attribution{catalogue::groups()};
     std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
-    bool ended = false;
 };
 
 class LiveView : public RunView
@@ -116,10 +115,9 @@ private:
         void onAttempt(const station::plan::StepPlace& place, const station::plan::Step& step,
                        std::size_t attempt) override
         {
-            const std::lock_guard lock(view_.mutex_);
-            state_.step = fmt::format("{}{}{}", station::plan::placeText(place, step.name),
-                                      step.what == step.name ? "" : ": " + printable(step.what),
-                                      attempt > 1 ? fmt::format(", attempt {}", attempt) : "");
+            show(fmt::format("{}{}{}", station::plan::placeText(place, step.name),
+                             step.what == step.name ? "" : ": " + printable(step.what),
+                             attempt > 1 ? fmt::format(", attempt {}", attempt) : ""));
         }
 
         void onFrame(const TraceEvent& event) override
@@ -147,13 +145,16 @@ private:
             view_.lines_.push_back(lines_.amended(place, step));
         }
 
-        void onEnded(const station::record::Run&) override
-        {
-            const std::lock_guard lock(view_.mutex_);
-            state_.ended = true;
-        }
+        void onWriting() override { show("writing the reports"); }
+        void onEnded(const station::record::Run&) override { show("done"); }
 
     private:
+        void show(std::string step)
+        {
+            const std::lock_guard lock(view_.mutex_);
+            state_.step = std::move(step);
+        }
+
         LiveView& view_;
         UnitState& state_;
         station::plan::StepLines lines_;
@@ -169,7 +170,7 @@ private:
         lines.push_back(fmt::format("{} [{:-<{}}] {}/{}  {:.1f} s{}{}",
                                     unit.label.empty() ? plan_.name : printable(unit.label), std::string(filled, '#'),
                                     kWidth, unit.done, total_, seconds, counts.empty() ? "" : "  ", counts));
-        lines.push_back(unit.ended ? "  done" : "  " + unit.step);
+        lines.push_back("  " + unit.step);
         lines.insert(lines.end(), unit.frames.begin(), unit.frames.end());
         return lines;
     }
