@@ -23,6 +23,7 @@
 #include "platform/runtime/Wire.h"
 #include "programs/Cli.h"
 #include "protocol/Errors.h"
+#include "protocol/Text.h"
 
 namespace {
 
@@ -72,11 +73,11 @@ std::string readFile(const std::string& path)
     const auto refuse = [&](const std::string& reason) { throw UserError("--headunit " + path + ": " + reason); };
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored)) {
-        refuse("cannot be read: Is a directory");
+        refuse(protocol::unreadable(EISDIR));
     }
     std::ifstream stream(path, std::ios::binary);
     if (!stream) {
-        refuse("cannot be read: " + std::generic_category().message(errno));
+        refuse(protocol::unreadable(errno));
     }
     return {std::istreambuf_iterator<char>(stream), {}};
 }

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <numeric>
+#include <system_error>
 #include <vector>
 
 namespace protocol {
@@ -124,6 +126,11 @@ std::string printableJson(std::string_view json)
 std::string inQuotes(std::string_view text)
 {
     return fmt::format("'{}'", text);
+}
+
+std::string unreadable(int error)
+{
+    return error == ENOENT ? "no such file" : "cannot be read: " + std::generic_category().message(error);
 }
 
 std::string plural(std::size_t number, std::string_view noun)

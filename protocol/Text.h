@@ -20,6 +20,9 @@ std::string printableJson(std::string_view json);
 /// @returns a word of the user as messages show it: 'word'. (Not "quoted": the compiler would find std::quoted, too.)
 std::string inQuotes(std::string_view text);
 
+/// @returns why a file cannot be read, for an errno: "no such file", else "cannot be read: REASON".
+std::string unreadable(int error);
+
 /// @returns "1 step", "2 steps".
 std::string plural(std::size_t number, std::string_view noun);
 

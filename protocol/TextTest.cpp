@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -164,6 +165,12 @@ TEST(Suggest, LooksAtNoMoreThan64Characters)
 
     EXPECT_EQ(nearest(longest, words), longest);
     EXPECT_EQ(nearest(tooLong, words), "");
+}
+
+TEST(Unreadable, TellsAMissingFileFromAllOtherReasons)
+{
+    EXPECT_EQ(unreadable(ENOENT), "no such file");
+    EXPECT_EQ(unreadable(EISDIR), "cannot be read: Is a directory");
 }
 
 TEST(Suggest, EndsAComplaintWithTheWordIfThereIsOne)

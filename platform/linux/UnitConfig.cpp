@@ -498,8 +498,8 @@ UnitConfig loadUnitConfig(const std::string& path, std::vector<std::string>& mis
     gsize size = 0;
     host::GlibError error;
     if (!g_file_get_contents(path.c_str(), &content, &size, error.out())) {
-        throw protocol::UserError(fmt::format("{}: cannot be read: {}; docs/linux.md shows what stands in it", path,
-                                              std::generic_category().message(errno)));
+        throw protocol::UserError(
+            fmt::format("{}: {}; docs/linux.md shows what stands in it", path, protocol::unreadable(errno)));
     }
     const host::GlibPtr<char> owner(content);
 

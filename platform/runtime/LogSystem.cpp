@@ -13,6 +13,7 @@
 #include "host/Descriptor.h"
 #include "platform/runtime/Report.h"
 #include "protocol/Errors.h"
+#include "protocol/Text.h"
 
 zlog_category_t* liblog_category = nullptr;
 
@@ -74,7 +75,7 @@ void useLogConfiguration(const std::string& file)
     if (!std::filesystem::is_regular_file(file, error)) {
         throw protocol::UserError(
             "--log-conf " + file + ": " +
-            (error ? "cannot be read: " + error.message() : "expected a file, got a directory or device"));
+            (error ? protocol::unreadable(error.value()) : "expected a file, got a directory or device"));
     }
     if (zlog_init(file.c_str()) != 0) {
         throw protocol::UserError("--log-conf " + file +

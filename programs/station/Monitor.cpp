@@ -12,6 +12,7 @@
 #include "programs/Cli.h"
 #include "programs/station/FrameJson.h"
 #include "programs/station/Tool.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/ClockText.h"
@@ -120,7 +121,7 @@ int replay(const MonitorOptions& options, Printer& printer)
 {
     std::ifstream file(options.replay, std::ios::binary);
     if (!file) {
-        throw protocol::UserError(fmt::format("{}: cannot be read: {}", options.replay, std::strerror(errno)));
+        throw protocol::UserError(fmt::format("{}: {}", options.replay, protocol::unreadable(errno)));
     }
     station::pcapng::Reader reader(file, options.replay);
     station::SecretMask mask(catalogue::groups());

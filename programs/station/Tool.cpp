@@ -170,7 +170,7 @@ namespace {
 [[noreturn]] void failToRead(const std::string& path, int error)
 {
     throw protocol::UserError(
-        fmt::format("{}: cannot be read: {}", path == "-" ? "standard input" : path, std::strerror(error)));
+        fmt::format("{}: {}", path == "-" ? "standard input" : path, protocol::unreadable(error)));
 }
 
 }  // namespace

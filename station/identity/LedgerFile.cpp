@@ -12,6 +12,8 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "protocol/Text.h"
+
 namespace station::identity {
 
 namespace {
@@ -81,7 +83,7 @@ std::string LedgerFile::read() const
         text.append(chunk.data(), static_cast<std::size_t>(got));
     }
     if (got != 0) {
-        file_.fail(got < 0 ? std::generic_category().message(errno) : "expected a ledger of less than 512 MiB");
+        file_.fail(got < 0 ? protocol::unreadable(errno) : "expected a ledger of less than 512 MiB");
     }
     return text;
 }

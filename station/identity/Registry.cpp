@@ -446,7 +446,7 @@ std::size_t Registry::importLedger(const std::string& path)
     Impl& my = *impl_;
     my.file.refuseCopy();
     if (!std::filesystem::exists(path)) {
-        throw StorageError(path + ": cannot be read: No such file or directory");
+        throw StorageError(path + ": " + protocol::unreadable(ENOENT));
     }
     LedgerFile ledger(path, my.interrupt, true);
     my.refuseForeign(ledger);

@@ -9,6 +9,7 @@
 #include <memory>
 #include <system_error>
 
+#include "protocol/Text.h"
 #include "station/plan/LoadContext.h"
 #include "station/plan/Variables.h"
 #include "station/record/StoredFile.h"
@@ -220,10 +221,7 @@ std::string readFile(const std::string& path)
 
 protocol::toml_file::Problem unreadable(const std::system_error& error)
 {
-    return {0, 0,
-            error.code() == std::errc::no_such_file_or_directory
-                ? "no such file"
-                : fmt::format("cannot be read: {}", error.code().message())};
+    return {0, 0, protocol::unreadable(error.code().value())};
 }
 
 PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups)

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "protocol/Errors.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
@@ -502,10 +503,10 @@ public:
     {
         std::error_code error;
         if (!std::filesystem::is_regular_file(path, error)) {
-            throw RecordError(error ? error.message() : "expected a file");
+            throw RecordError(error ? protocol::unreadable(error.value()) : "expected a file, got a directory or device");
         }
         if (!file_) {
-            throw RecordError(std::strerror(errno));
+            throw RecordError(protocol::unreadable(errno));
         }
     }
 
@@ -546,7 +547,7 @@ private:
     try {
         return file_.rdbuf()->sbumpc();
     } catch (const std::ios_base::failure&) {
-        throw RecordError(std::strerror(errno));
+        throw RecordError(protocol::unreadable(errno));
     }
 
     std::ifstream file_;
@@ -805,7 +806,7 @@ Run readRun(const std::filesystem::path& path, std::size_t whole)
     return readNamed(path, [&] {
         std::error_code error;
         if (!std::filesystem::is_regular_file(path, error)) {
-            throw RecordError(error ? error.message() : "expected a file");
+            throw RecordError(error ? protocol::unreadable(error.value()) : "expected a file, got a directory or device");
         }
         if (isOfLines(path)) {
             LinesReader reader(whole);
@@ -816,12 +817,12 @@ Run readRun(const std::filesystem::path& path, std::size_t whole)
             return run;
         }
         if (std::filesystem::file_size(path, error) > kLargestRecord || error) {
-            throw RecordError(error ? error.message() : "expected a record, got a file larger than any");
+            throw RecordError(error ? protocol::unreadable(error.value()) : "expected a record, got a file larger than any");
         }
         std::ifstream file(path, std::ios::binary);
         const std::string text{std::istreambuf_iterator<char>(file), {}};
         if (!file) {
-            throw RecordError(std::strerror(errno));
+            throw RecordError(protocol::unreadable(errno));
         }
         return parseRun(text);
     });

@@ -73,7 +73,7 @@ std::vector<fs::path> foldersOf(const fs::path& directory)
         throw protocol::StorageError(fmt::format("no results in {} yet (--results DIR)", place), protocol::kWrongUse);
     }
     if (error) {
-        throw protocol::StorageError(fmt::format("{}: cannot be read: {}", directory.string(), error.message()),
+        throw protocol::StorageError(fmt::format("{}: {}", directory.string(), protocol::unreadable(error.value())),
                                      protocol::kWrongUse);
     }
     std::ranges::sort(folders);

@@ -662,7 +662,7 @@ TEST_F(PlanProgramTest, CheckTellsSoundPlansFromBrokenOnes)
     EXPECT_THAT(outcome.out, HasSubstr("smoke.toml: sound, 14 steps, at least 50.0 ms\n"));
     EXPECT_THAT(outcome.out, HasSubstr("soak.toml: sound, 1 step, 3000 rounds of 'Loop', at least 10.69 s\n"));
     EXPECT_THAT(outcome.err, HasSubstr("broken.toml:1:1: "));
-    EXPECT_THAT(outcome.err, HasSubstr("/no/such/plan: no such file\n"));
+    EXPECT_THAT(outcome.err, HasSubstr("\nengineering-station: /no/such/plan: no such file\n"));
 }
 
 TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShippedOnes)
@@ -680,7 +680,7 @@ TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShipp
     const auto missing = run(planRun("smoek"));
     EXPECT_EQ(missing.status, 2);
     EXPECT_THAT(run({ENGINEERING_STATION, "plan", "check", "smoek"}).err,
-                testing::StartsWith("smoek: no such file or plan; plan folders: "));
+                testing::StartsWith("engineering-station: smoek: no such file or plan; plan folders: "));
     EXPECT_THAT(missing.err,
                 HasSubstr("smoek: no such file or plan; plan folders: " + (directory() / "plans").string()));
 }

@@ -249,8 +249,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"OlderCapture", "printf '\\xD4\\xC3\\xB2\\xA1' | $STATION decode",
                 "standard input: expected a pcapng capture"},
         Mistake{"CaptureThatIsCutOff", "printf '\\x0A\\x0D\\x0D\\x0A\\x1C' | $STATION decode", "standard input"},
-        Mistake{"NoSuchCatalogue", "$STATION catalogue check /no/such.toml",
-                "/no/such.toml: cannot be read: No such file or directory"},
+        Mistake{"NoSuchCatalogue", "$STATION catalogue check /no/such.toml", "/no/such.toml: no such file"},
         Mistake{"DirectoryForACatalogue", "$STATION catalogue check /", "/: cannot be read: Is a directory"},
         Mistake{"CatalogueThatIsNoToml", "printf '\\nschema = \\n' | $STATION catalogue check -", "-:2:"}),
     [](const auto& row) { return row.param.name; });

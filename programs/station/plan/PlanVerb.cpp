@@ -69,12 +69,12 @@ std::string sizeText(const station::plan::Plan& plan)
     return fmt::format("{}, at least {}", text, protocol::toText(estimate.duration));
 }
 
-/// Prints FILE:LINE:COLUMN: TEXT, a line each, on standard error.
+/// Prints FILE:LINE:COLUMN: TEXT, a line each, on standard error. A problem of the whole file follows the tool's name.
 void printProblems(const std::string& path, Problems problems, const char* kind = "")
 {
     for (auto& problem : problems) {
         problem.text.insert(0, kind);
-        std::fprintf(stderr, "%s\n", format(path, problem).c_str());
+        problem.line == 0 ? complain(kProgram, format(path, problem)) : complainOfFile(format(path, problem));
     }
 }
 
@@ -148,7 +148,7 @@ int list(const Tool& tool, const std::vector<std::string>& directories)
         try {
             std::ranges::move(plansIn(directory), std::back_inserter(paths));
         } catch (const std::filesystem::filesystem_error& error) {
-            complain(kProgram, fmt::format("{}: cannot be read: {}", directory, error.code().message()));
+            complain(kProgram, fmt::format("{}: {}", directory, protocol::unreadable(error.code().value())));
             sound = false;
         }
     }
