@@ -342,12 +342,14 @@ TEST(DocumentTest, SyntaxErrorsAreToldInPlainWords)
     };
     check("a = \"b\nc = 1\n", "expected the quotation mark that ends the text, got the end of the line");
     check("a = \"b", "expected the quotation mark that ends the text, got the end of the file");
-    check("a = b\n", "expected a value, such as \"text\", 5, true, [ … ] or { … }");
+    check("a = b\n", "expected a value, got b; a text stands in quotation marks");
+    check("a = (b)\n", "expected a value, such as \"text\", 5, true, [ … ] or { … }");
     check("a =\n", "expected a value behind '='");
     check("a\n", "expected '=' behind the key");
-    check("a = 1\na = 2\n", "expected each key once, got it again");
+    check("a = 1\na = 2\n", "expected each key once, got 'a' again; first in line 1, column 1");
     check("a = 1 2\n", "expected the end of the line");
-    check("a = [1, 2\n", "expected more, got the end of the file");
+    check("a = [1, 2\n", "expected ']' behind the list, got the end of the file; the list begins in line 1, column 5");
+    check("a = { b = 1", "expected more, got the end of the file");
     check("a = [1 2]\n", "expected a comma or ']' behind the value");
     check("a = { b = 1\n}\n", "expected a table in braces on one line");
     check("a = { b = 1, }\n", "expected no comma before the closing brace");

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
+#include <cmath>
 #include <limits>
+#include <map>
 #include <span>
 #include <tuple>
 #include <utility>
@@ -18,6 +21,8 @@
 namespace protocol::toml_file {
 
 namespace {
+
+using Place = toml::source_position;
 
 Problem at(const toml::source_position& place, std::string text)
 {
@@ -62,6 +67,15 @@ std::string shown(const toml::node& node)
     return node.is_table() ? "a table" : node.is_array() ? "an array" : "a date or a time";
 }
 
+/// @returns "1 ms", "10 s", "365 days".
+std::string spanText(double seconds)
+{
+    const double days = seconds / 86400;
+    return days >= 1 && days == std::floor(days) ? plural(static_cast<std::size_t>(days), "day")
+           : seconds > 0 && seconds < 1          ? fmt::format("{} ms", shortText(seconds * 1000))
+                                                 : fmt::format("{} s", shortText(seconds));
+}
+
 /// @returns what the parser's complaint means in a file of ours.
 std::string explained(std::string_view complaint)
 {
@@ -81,8 +95,8 @@ std::string explained(std::string_view complaint)
         {"closing ']', saw comma", "expected a value or ']', got a comma"},
         {"comma or closing ']'", "expected a comma or ']' behind the value"},
         {"comma or closing '}'", "expected a comma or '}' behind the value"},
-        {"cannot redefine existing", "expected each key once, got it again"},
         {"expected a comment or whitespace", "expected the end of the line"},
+        {"array: encountered end-of-file", "expected ']' behind the list, got the end of the file"},
         {"encountered end-of-file", "expected more, got the end of the file"},
         {"leading zeroes", "expected a number without leading zeros"},
         {"UTF-8", "expected a file in UTF-8"},
@@ -125,32 +139,158 @@ std::size_t opaqueLength(std::string_view text)
     return upTo(i);
 }
 
-/// @returns where a key with too many parts begins.
-std::optional<toml::source_position> findDeepKey(std::string_view text)
+/// Passes each comment, string and other character to `visit`: the text from there on, its length and its place. Ends
+/// when `visit` returns false.
+template <class Visit>
+void walk(std::string_view text, Visit visit)
 {
-    toml::source_position place{1, 1};
-    toml::source_position key = place;
-    std::size_t parts = 1;
-    while (!text.empty()) {
-        const char c = text.front();
+    for (Place place{1, 1}; !text.empty();) {
         const std::size_t length = std::max<std::size_t>(1, opaqueLength(text));
-        if (c == '.' && ++parts > kMostKeyParts) {
-            return key;
+        if (!visit(text, length, place)) {
+            return;
         }
         for (const char each : text.substr(0, length)) {
             const bool begins = (static_cast<unsigned char>(each) & 0xC0) != 0x80;
-            place = each == '\n' ? toml::source_position{place.line + 1, 1}
-                                 : toml::source_position{place.line, place.column + (begins ? 1 : 0)};
-        }
-        const bool ofKey = c == '"' || c == '\'' || c == '.' || c == '_' || c == '-' || c == ' ' || c == '\t' ||
-                           (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-        if (!ofKey) {
-            parts = 1;
-            key = place;
+            place = each == '\n' ? Place{place.line + 1, 1} : Place{place.line, place.column + (begins ? 1 : 0)};
         }
         text.remove_prefix(length);
     }
-    return std::nullopt;
+}
+
+/// @returns whether the character may stand in a word without quotation marks.
+bool isBare(char c)
+{
+    return c == '.' || c == '_' || c == '-' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
+           (c >= 'a' && c <= 'z');
+}
+
+/// @returns where a key with too many parts begins.
+std::optional<Place> findDeepKey(std::string_view text)
+{
+    std::optional<Place> key;
+    std::size_t parts = 1;
+    walk(text, [&](std::string_view rest, std::size_t, const Place& place) {
+        const char c = rest.front();
+        key = key ? key : place;
+        parts += c == '.' ? 1 : 0;
+        if (!isBare(c) && std::string_view("\"' \t").find(c) == std::string_view::npos) {
+            parts = 1;
+            key.reset();
+        }
+        return parts <= kMostKeyParts;
+    });
+    return parts > kMostKeyParts ? key : std::nullopt;
+}
+
+/// What stands at a mistake and before it. The parser names the place of the mistake alone.
+class Surroundings
+{
+public:
+    Surroundings(std::string_view text, const Place& mistake) : wordAt(mistake)
+    {
+        walk(text, [&](std::string_view rest, std::size_t length, const Place& place) {
+            const bool before = place < mistake;
+            if (isBare(rest.front()) && (before || !word.empty() || place == mistake)) {
+                wordAt = word.empty() ? place : wordAt;
+                word += rest.front();
+            } else if (before) {
+                word.clear();
+            }
+            if (before) {
+                take(rest, length, place);
+            } else if (place == mistake && rest.starts_with('[')) {
+                first = find(sections_, headerOf(rest));
+            }
+            return before || isBare(rest.front());
+        });
+    }
+
+    /// Letters, digits, points and dashes at the mistake; empty for none.
+    std::string word;
+    Place wordAt;
+    /// Where the key or section at the mistake has stood before.
+    std::optional<Place> first;
+
+    /// @returns where the innermost list begins that is open.
+    std::optional<Place> list() const
+    {
+        const auto found =
+            std::find_if(open_.rbegin(), open_.rend(), [](const Open& each) { return each.bracket == '['; });
+        return found == open_.rend() ? std::nullopt : std::optional(found->at);
+    }
+
+private:
+    using Keys = std::map<std::string, Place, std::less<>>;
+
+    /// The file, or a list or table in brackets.
+    struct Open {
+        char bracket = 0;
+        Place at;
+        Keys keys;
+    };
+
+    static std::string_view headerOf(std::string_view rest) { return rest.substr(0, rest.find_first_of("]\n")); }
+
+    static std::optional<Place> find(const Keys& keys, std::string_view key)
+    {
+        const auto found = keys.find(key);
+        return found == keys.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    void take(std::string_view rest, std::size_t length, const Place& place)
+    {
+        const char c = rest.front();
+        if (c == '[' && open_.size() == 1 && key_.empty()) {
+            sections_.try_emplace(std::string(headerOf(rest)), place);
+            open_.front().keys.clear();
+        }
+        if (c == '=') {
+            first = find(open_.back().keys, key_);
+            open_.back().keys.try_emplace(key_, keyAt_);
+        } else if (c == '[' || c == '{') {
+            open_.push_back({c, place, {}});
+        } else if ((c == ']' || c == '}') && open_.size() > 1) {
+            open_.pop_back();
+        }
+        if (c == ',' || c == '{' || c == '}' || (c == '\n' && open_.size() == 1)) {
+            key_.clear();
+        } else if (isBare(c) || c == '"' || c == '\'' || c == '=') {
+            keyAt_ = key_.empty() ? place : keyAt_;
+            key_ += rest.substr(0, length);
+        }
+    }
+
+    std::vector<Open> open_{Open{}};
+    Keys sections_;
+    std::string key_;
+    Place keyAt_;
+};
+
+/// @returns the problem behind the parser's complaint.
+Problem problemOf(const toml::parse_error& error, std::string_view text)
+{
+    const std::string_view complaint = error.description();
+    const auto says = [complaint](std::string_view part) { return complaint.find(part) != std::string_view::npos; };
+    const Surroundings found(text, error.source().begin);
+    const auto placeText = [](const Place& place) {
+        return fmt::format("line {}, column {}", place.line, place.column);
+    };
+    if (says("redefine existing")) {
+        const std::size_t name = complaint.find('\'');
+        return at(error.source().begin,
+                  fmt::format("expected each key once, got {} again{}",
+                              complaint.substr(name, complaint.find('\'', name + 1) + 1 - name),
+                              found.first ? fmt::format("; first in {}", placeText(*found.first)) : ""));
+    }
+    const bool isText = std::ranges::any_of(found.word, [](char c) { return std::isalpha(c) != 0; }) ||
+                        std::ranges::count(found.word, '.') > 1;
+    if (isText && (says("boolean:") || says("integer:") || says("floating-point:") || says("value type"))) {
+        return at(found.wordAt, fmt::format("expected a value, got {}; a text stands in quotation marks", found.word));
+    }
+    return at(
+        error.source().begin,
+        explained(complaint) +
+            (says("array:") && found.list() ? fmt::format("; the list begins in {}", placeText(*found.list())) : ""));
 }
 
 }  // namespace
@@ -176,7 +316,7 @@ toml::table parse(std::string_view text, Problems& problems)
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {
-        problems.push_back(at(error.source().begin, explained(error.description())));
+        problems.push_back(problemOf(error, text));
         return {};
     }
 }
@@ -186,8 +326,8 @@ void report(Problems& problems, const toml::node& node, std::string text)
     problems.push_back(at(node.source().begin, std::move(text)));
 }
 
-TableReader::TableReader(const toml::table& table, std::string what, Problems& problems)
-    : table_(table), what_(std::move(what)), problems_(problems)
+TableReader::TableReader(const toml::table& table, std::string what, Problems& problems, std::string path)
+    : table_(table), what_(std::move(what)), problems_(problems), path_(std::move(path))
 {
 }
 
@@ -276,9 +416,9 @@ std::optional<double> TableReader::seconds(std::string_view key, double least, d
                        : found->is_number() ? found->value<double>()
                                             : std::nullopt;
     if (!value || !(*value >= least && *value <= most)) {
-        const auto range =
-            fmt::format("a time from {} s to {} s, as in 0.5 or \"500ms\"", shortText(least), shortText(most));
-        mistyped(key, *found, range);
+        mistyped(key, *found,
+                 fmt::format("a time from {} up to {}, as a number of seconds or a text with unit ms, s, min or h",
+                             spanText(least), spanText(most)));
         return std::nullopt;
     }
     return value;
@@ -336,7 +476,7 @@ std::vector<const toml::table*> TableReader::tables(std::string_view key, bool r
         return list;
     }
     if (!found->is_array()) {
-        mistyped(key, *found, fmt::format("an array of tables, [[{}]]", key));
+        mistyped(key, *found, fmt::format("an array of tables, [[{}{}]] or [ {{ … }}, … ]", path_, key));
         return list;
     }
     for (const toml::node& element : *found->as_array()) {

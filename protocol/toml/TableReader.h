@@ -26,7 +26,8 @@ class TableReader
 {
 public:
     /// @param what names the table in problems: "command", "step".
-    TableReader(const toml::table& table, std::string what, Problems& problems);
+    /// @param path stands before a key in a header: "main."
+    TableReader(const toml::table& table, std::string what, Problems& problems, std::string path = {});
 
     /// In all of these, `required` makes a missing key a problem.
     std::string text(std::string_view key, bool required = false);
@@ -69,6 +70,7 @@ private:
     const toml::table& table_;
     std::string what_;
     Problems& problems_;
+    const std::string path_;
     std::set<std::string, std::less<>> known_;
 };
 

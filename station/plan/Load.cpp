@@ -59,10 +59,10 @@ void loadLine(Context& context, const toml::table* table, Plan& plan)
     reader.finish();
 }
 
-Group loadGroup(const Context& outer, Context& context, const toml::table& table)
+Group loadGroup(const Context& outer, Context& context, const toml::table& table, std::string_view phase)
 {
     Group group;
-    TableReader reader(table, "group", context.problems);
+    TableReader reader(table, "group", context.problems, fmt::format("{}.", phase));
     group.name = reader.text("name", true);
     constexpr double kYear = 365 * 86400.0;
     if (const auto time = reader.seconds("duration", 0.001, kYear)) {
@@ -94,7 +94,7 @@ std::vector<Group> loadPhase(Context& context, TableReader& reader, std::string_
     Context outer = context;
     outer.onFailure = otherwise;
     for (const toml::table* table : reader.tables(key)) {
-        groups.push_back(loadGroup(outer, context, *table));
+        groups.push_back(loadGroup(outer, context, *table, key));
     }
     return groups;
 }
