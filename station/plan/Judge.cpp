@@ -89,7 +89,7 @@ public:
         measurement_.name = expected_.name;
         measurement_.unit = expected_.unit.empty() ? std::string(field_.field->unit) : expected_.unit;
         if (scaled && !expected_.scaled) {
-            measurement_.unit = fmt::format("{}{}{}", scale->unit, scale->only.empty() ? "" : " ", scale->only);
+            measurement_.unit = unitOf(*scale);
         }
         measurement_.value = scalarOf(field_, ranged, factor);
         measurement_.limits.minimum = expected_.minimum;
@@ -184,6 +184,11 @@ bool isAtMost(double value, double limit)
     constexpr double kTolerance = 1e-12;
     return value <= limit ||
            (std::isfinite(limit) && value - limit <= kTolerance * std::max(std::abs(value), std::abs(limit)));
+}
+
+std::string unitOf(const catalogue::Scale& scale)
+{
+    return fmt::format("{}{}{}", scale.unit, scale.only.empty() ? "" : " ", scale.only);
 }
 
 std::string Judgement::reason() const

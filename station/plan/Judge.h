@@ -39,6 +39,9 @@ std::string mistyped(const Prompt& prompt, const std::string& answer, const Vari
 /// @returns whether `value` is `limit` or less, but for rounding: 8707 × 0.01 is at most 87.07.
 bool isAtMost(double value, double limit);
 
+/// @returns "MHz on FM".
+std::string unitOf(const protocol::catalogue::Scale& scale);
+
 /// Reads a value as a user writes it for `field`: 8750, "87.5MHz", "on", "HeadUnit", "00 1A 7D". Every text field and
 /// bytes may be empty.
 /// Throws protocol::UserError, which says what is wrong and what would be right.

@@ -34,8 +34,8 @@ void loadUnit(TableReader& reader, const Field& field, Expected& expected)
 {
     expected.unit = field.unit;
     if (const auto unit = reader.optionalText("unit")) {
-        expected.unit = *unit;
         expected.scaled = field.scale && *unit == field.scale->unit;
+        expected.unit = expected.scaled ? unitOf(*field.scale) : expected.unit;
         if (!expected.scaled && !isUnitOf(field, *unit)) {
             std::vector<std::string> units;
             for (const auto& each : {field.unit, field.scale ? field.scale->unit : field.unit}) {

@@ -209,7 +209,7 @@ TEST(LoadedPlan, HasWhatItsFileSays)
         lines(plan.main.at(0)),
         ElementsAre(
             R"(Frames x4, 5 retries after 1000ms, headunit)",
-            R"(27 send Old [tuner.frequency]; expect frequency >=87 <=88.5 in MHz scaled; old is frequency; x1 2000ms 3/250ms stop-group)",
+            R"(27 send Old [tuner.frequency]; expect frequency >=87 <=88.5 in MHz on FM scaled; old is frequency; x1 2000ms 3/250ms stop-group)",
             R"(28 send tuner.play [tuner.play frequency=${old}] frequency=${old}; x6 2000ms 3/250ms stop-group; if old is 8750; if stored old)",
             R"(29 send tuner.frequency [tuner.frequency]; reply or not; x1 500ms 0/0ms next)",
             R"(30 send audio.volume [audio.volume, no reply]; no reply; x1 200ms 3/250ms stop-group headunit)",

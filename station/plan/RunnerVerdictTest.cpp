@@ -30,7 +30,7 @@ TEST_F(RunnerTest, ReplyWithinItsLimitsPassesAndIsMeasured)
     const auto& attempt = step(0).attempts[0];
     ASSERT_THAT(attempt.measurements, SizeIs(1));
     EXPECT_EQ(std::get<double>(attempt.measurements[0].value), 87.5);
-    EXPECT_EQ(attempt.measurements[0].unit, "MHz");
+    EXPECT_EQ(attempt.measurements[0].unit, "MHz on FM");
     EXPECT_EQ(attempt.measurements[0].limits.minimum, 87);
     EXPECT_TRUE(attempt.measurements[0].passed);
     EXPECT_EQ(attempt.events, (record::EventRange{0, 2}));
@@ -48,7 +48,8 @@ TEST_F(RunnerTest, ReplyBeyondItsLimitsFailsWithWhatCameAndWhatWasExpected)
         R"({ send = "tuner.frequency", expect = { frequency = { min = 8700, max = 8800, unit = "10 kHz" } } })");
 
     EXPECT_EQ(verdictOf(run), Verdict::kFail);
-    EXPECT_THAT(reasonOf(step(0)), HasSubstr("frequency: expected 8700 to 8800 × 10 kHz, got 9470 × 10 kHz"));
+    EXPECT_THAT(reasonOf(step(0)),
+                HasSubstr("frequency: expected 8700 to 8800 × 10 kHz on FM, got 9470 × 10 kHz on FM"));
     EXPECT_EQ(headlineOf(run).reason, "G / tuner.frequency: " + reasonOf(step(0)));
 }
 
@@ -181,7 +182,7 @@ TEST_F(RunnerTest, ReasonShowsLimitAndValueAsTheReportsDo)
 
     EXPECT_EQ(reasonOf(step(0)), "speed: expected 0, got 70");
     EXPECT_EQ(reasonOf(step(1)), "state: expected \"good\", got 3");
-    EXPECT_EQ(reasonOf(step(2)), "frequency: expected 87 to 88 MHz, got 94.7 MHz");
+    EXPECT_EQ(reasonOf(step(2)), "frequency: expected 87 to 88 MHz on FM, got 94.7 MHz on FM");
     for (const std::size_t each : {0, 1, 2}) {
         const auto& measurement = step(each).attempts.at(0).measurements.at(0);
         EXPECT_EQ(reasonOf(step(each)),
