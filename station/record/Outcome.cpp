@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <strings.h>
+
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -62,6 +64,15 @@ bool anyDone(const Phase& phase)
     return worstOf(phase.groups) != Verdict::kSkipped;
 }
 
+/// @returns the reason, without the measurement's name if the step's name ends with it: "Radio antenna: expected …".
+std::string_view withoutEcho(std::string_view reason, std::string_view step)
+{
+    const std::size_t length = reason.find(": expected ");
+    const bool fits = length == step.size() || (length < step.size() && step[step.size() - length - 1] == ' ');
+    const bool echo = fits && strncasecmp(step.data() + step.size() - length, reason.data(), length) == 0;
+    return echo ? reason.substr(length + 2) : reason;
+}
+
 /// @returns "GROUP / STEP (round 2 of 9): REASON" of the first step that went wrong and counts, else why the phase
 /// ended early.
 std::string troubleIn(const Phase& phase)
@@ -74,7 +85,7 @@ std::string troubleIn(const Phase& phase)
                     return fmt::format(
                         "{} / {}{}: {}", group.name, step.name,
                         rounds > 1 ? fmt::format(" (round {} of {})", numberOf(group, i) + 1, rounds) : "",
-                        reasonOf(step));
+                        withoutEcho(reasonOf(step), step.name));
                 }
             }
         }

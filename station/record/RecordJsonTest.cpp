@@ -86,6 +86,26 @@ TEST(RecordJson, NumbersThatJsonCannotHoldAreNull)
     EXPECT_TRUE(std::isnan(std::get<double>(value)));
 }
 
+TEST(Headline, NamesAMeasurementOnceIfTheStepHasItsName)
+{
+    const auto headlineFor = [](const char* step, const char* reason) {
+        struct Run run;
+        Attempt attempt;
+        attempt.add({Verdict::kFail, reason});
+        run.phases = {{"main", {{"G", {{{{step, "send", "", {attempt}, {}}}, false}}}}, {}}};
+        return headlineOf(run).reason;
+    };
+
+    EXPECT_EQ(headlineFor("Radio antenna", "antenna: expected 1, got 0"), "G / Radio antenna: expected 1, got 0");
+    EXPECT_EQ(headlineFor("Antenna", "antenna: expected 1, got 0"), "G / Antenna: expected 1, got 0");
+    EXPECT_EQ(headlineFor("Two antennas", "antenna: expected 1, got 0"),
+              "G / Two antennas: antenna: expected 1, got 0");
+    EXPECT_EQ(headlineFor("X-antenna", "antenna: expected 1, got 0"), "G / X-antenna: antenna: expected 1, got 0");
+    EXPECT_EQ(headlineFor("Ant", "antenna: expected 1, got 0"), "G / Ant: antenna: expected 1, got 0");
+    EXPECT_EQ(headlineFor("Reply", "expected the reply of a.b within 1 s, got none"),
+              "G / Reply: expected the reply of a.b within 1 s, got none");
+}
+
 TEST(RecordJson, KeysOfALaterVersionAreIgnored)
 {
     auto record = json(samples::passed());
