@@ -37,6 +37,13 @@ constexpr std::uintmax_t kLargestRecord = 1U << 29;
 constexpr std::array kKinds{TraceEvent::Kind::kSent, TraceEvent::Kind::kReceived, TraceEvent::Kind::kCorrupt,
                             TraceEvent::Kind::kLost, TraceEvent::Kind::kBack};
 
+/// @returns the beginning of `text`, for a message.
+std::string shortened(std::string text)
+{
+    constexpr std::size_t kShown = 40;
+    return text.size() > kShown ? text.replace(kShown, std::string::npos, "…") : text;
+}
+
 /// A value of a record that is being read, and its place as a JSON Pointer. Every mistake throws a RecordError that
 /// names the place. Points into the document.
 class RecordReader
@@ -46,13 +53,10 @@ public:
 
     [[noreturn]] void fail(const char* expected) const
     {
-        constexpr std::size_t kShown = 40;
-        std::string found =
-            json_.is_structured() ? json_.type_name() : json_.dump(-1, ' ', true, Json::error_handler_t::replace);
-        if (found.size() > kShown) {
-            found.replace(kShown, std::string::npos, "…");
-        }
-        throw RecordError(fmt::format("{}: expected {}, got {}", place(), expected, found));
+        throw RecordError(fmt::format("{}: expected {}, got {}", place(), expected,
+                                      json_.is_structured()
+                                          ? json_.type_name()
+                                          : shortened(json_.dump(-1, ' ', true, Json::error_handler_t::replace))));
     }
 
     RecordReader at(const char* key) const
@@ -489,7 +493,7 @@ private:
     std::size_t nextFrame_ = 0;
 };
 
-constexpr const char* kUnfinished = "the run did not end: the station was stopped or lost its power";
+const std::string kUnfinished = "the run did not end: the station was stopped or lost its power";
 constexpr const char* kNoTeardown = "the teardown did not run, so auto-test mode may still be on";
 
 /// Reads the lines of a file.
@@ -503,7 +507,8 @@ public:
     {
         std::error_code error;
         if (!std::filesystem::is_regular_file(path, error)) {
-            throw RecordError(error ? protocol::unreadable(error.value()) : "expected a file, got a directory or device");
+            throw RecordError(error ? protocol::unreadable(error.value())
+                                    : "expected a file, got a directory or device");
         }
         if (!file_) {
             throw RecordError(protocol::unreadable(errno));
@@ -527,20 +532,25 @@ public:
         }
         ++number_;
         // The end of the file came before that of the line, or zeros where the last lines should be: a loss of power.
-        cut_ = ended || line_.starts_with('\0');
-        if (cut_) {
+        if (ended) {
+            cut_ = "its record ends within a line";
+        } else if (line_.starts_with('\0')) {
+            cut_ = fmt::format("line {} of its record begins with zeros, and nothing after it counts", number_);
+        }
+        if (!cut_.empty()) {
             return std::nullopt;
         }
         Json json = Json::parse(line_, nullptr, false);
         if (json.is_discarded() || !json.is_object()) {
-            throw RecordError(fmt::format("line {}: expected a JSON object", number_));
+            throw RecordError(fmt::format("line {}: expected a JSON object, got {}", number_,
+                                          line_.empty() ? "an empty line" : shortened(line_)));
         }
         return json;
     }
 
     std::size_t number() const { return number_; }
-    /// @returns whether the file ends within a line.
-    bool cut() const { return cut_; }
+    /// @returns how the file ends before its last line does; empty if it does not.
+    const std::string& cut() const { return cut_; }
 
 private:
     int readByte()
@@ -553,7 +563,7 @@ private:
     std::ifstream file_;
     std::string line_;
     std::size_t number_ = 0;
-    bool cut_ = false;
+    std::string cut_;
 };
 
 std::string eventOf(const RecordReader& reader)
@@ -605,13 +615,15 @@ public:
         claim(reader);
     }
 
-    Run finish(bool cut)
+    /// @param cut how the file ends before its last line does; empty if it does not
+    Run finish(const std::string& cut)
     {
         endTry(false);
         facts_.end();
-        if (!ended_) {
-            run_.findings.push_back(
-                {Verdict::kAborted, fmt::format("{}{}", kUnfinished, cut ? "; its record ends within a line" : "")});
+        if (ended_ && !cut.empty()) {
+            run_.findings.push_back({Verdict::kSkipped, cut + ", after the end of the run"});
+        } else if (!ended_) {
+            run_.findings.push_back({Verdict::kAborted, kUnfinished + (cut.empty() ? "" : "; " + cut)});
             const auto began = [](const Phase& phase) { return !phase.groups.empty(); };
             if (std::ranges::any_of(run_.phases, began) && run_.phases.size() > Run::kTeardown &&
                 !began(run_.phases[Run::kTeardown])) {
@@ -748,9 +760,9 @@ auto readNamed(const std::filesystem::path& path, Read read)
     }
 }
 
-/// Passes each line to `take`. @returns whether the file ends within a line.
+/// Passes each line to `take`. @returns how the file ends before its last line does; empty if it does not.
 template <class Take>
-bool eachLine(const std::filesystem::path& path, Take take)
+std::string eachLine(const std::filesystem::path& path, Take take)
 {
     Lines lines(path);
     while (const auto json = lines.next()) {
@@ -806,18 +818,20 @@ Run readRun(const std::filesystem::path& path, std::size_t whole)
     return readNamed(path, [&] {
         std::error_code error;
         if (!std::filesystem::is_regular_file(path, error)) {
-            throw RecordError(error ? protocol::unreadable(error.value()) : "expected a file, got a directory or device");
+            throw RecordError(error ? protocol::unreadable(error.value())
+                                    : "expected a file, got a directory or device");
         }
         if (isOfLines(path)) {
             LinesReader reader(whole);
-            const bool cut = eachLine(path, [&reader](const RecordReader& line) { reader.take(line); });
+            const std::string cut = eachLine(path, [&reader](const RecordReader& line) { reader.take(line); });
             Run run = reader.finish(cut);
             const std::string folder = std::filesystem::absolute(path).parent_path().filename();
             run.id = run.id.empty() ? folder.substr(0, folder.rfind(kRunningSuffix)) : run.id;
             return run;
         }
         if (std::filesystem::file_size(path, error) > kLargestRecord || error) {
-            throw RecordError(error ? protocol::unreadable(error.value()) : "expected a record, got a file larger than any");
+            throw RecordError(error ? protocol::unreadable(error.value())
+                                    : "expected a record, got a file larger than any");
         }
         std::ifstream file(path, std::ios::binary);
         const std::string text{std::istreambuf_iterator<char>(file), {}};
@@ -883,7 +897,7 @@ std::optional<ListedRun> readEnds(const std::filesystem::path& path, bool runnin
         }
         LinesReader reader(0);
         reader.take(RecordReader(*first));
-        const Run run = reader.finish(false);
+        const Run run = reader.finish({});
         ListedRun listed;
         listed.folder = path.parent_path();
         listed.id = run.id;

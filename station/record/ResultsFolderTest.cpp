@@ -264,6 +264,30 @@ TEST_F(ResultsFolderTest, HoldsARecordThatIsReadUpToZerosAfterALossOfPower)
     EXPECT_THAT(headlineOf(read).reason, testing::EndsWith("its record ends within a line"));
 }
 
+TEST_F(ResultsFolderTest, HoldsARecordWhoseReaderSaysWhatItLeavesOut)
+{
+    record::Run run = samples::passed();
+    ResultsFolder results = begin(run);
+    samples::tell(run, results);
+    const fs::path path = results.folder() / "record.jsonl";
+    const std::string running = content(path);
+    results.finish(run);
+    const fs::path other = temporary_.path() / "record.jsonl";
+    const auto headlineWith = [&](const std::string& text) {
+        std::ofstream(other) << text;
+        return headlineOf(readRun(other));
+    };
+
+    const Headline torn = headlineWith(content(results.folder() / "record.jsonl") + R"({"event":"ended",)");
+    const Headline zeros = headlineWith(running + std::string("\0\0\n{}\n", 6));
+
+    EXPECT_EQ(torn.verdict, Verdict::kPass);
+    EXPECT_THAT(torn.beside, ElementsAre("its record ends within a line, after the end of the run"));
+    const auto lines = std::to_string(std::ranges::count(running, '\n') + 1);
+    EXPECT_THAT(zeros.reason,
+                testing::EndsWith("; line " + lines + " of its record begins with zeros, and nothing after it counts"));
+}
+
 TEST_F(ResultsFolderTest, HoldsLinesOfAnyLengthAndOfLaterVersions)
 {
     record::Run run = samples::passed();
@@ -286,7 +310,7 @@ TEST_F(ResultsFolderTest, RefusesARecordThatIsBrokenInTheMiddleWithTheLine)
         readRun(path);
         FAIL() << "it was read";
     } catch (const RecordError& error) {
-        EXPECT_EQ(error.what(), path + ": line 2: expected a JSON object");
+        EXPECT_EQ(error.what(), path + ": line 2: expected a JSON object, got {]");
     }
 }
 
