@@ -235,8 +235,9 @@ int exportRun(const Tool& tool, const Chosen& chosen, const std::string& format,
     const auto path = recordOf(tool, chosen);
     const auto* known = std::ranges::find(record::kReportFormats, format,
                                           [](const record::ReportFormat& each) { return std::string(each.name); });
+    std::string run;
     const auto write = [&](std::ostream& out) {
-        record::writeReport(*known, path, protocol::catalogue::groups(), out);
+        run = record::writeReport(*known, path, protocol::catalogue::groups(), out);
     };
     if (!output.empty()) {
         try {
@@ -248,11 +249,11 @@ int exportRun(const Tool& tool, const Chosen& chosen, const std::string& format,
         }
     }
     if (tool.json) {
-        ordered_json object{{"run", record::readRun(path).id}, {"format", format}};
         std::ostringstream content;
         if (output.empty()) {
             write(content);
         }
+        ordered_json object{{"run", run}, {"format", format}};
         object[output.empty() ? "content" : "file"] = output.empty() ? content.str() : output;
         printJson(std::move(object));
     } else if (output.empty()) {

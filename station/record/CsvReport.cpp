@@ -134,7 +134,8 @@ void csvReport(const Run& run, const std::filesystem::path& record, std::ostream
     readSteps(record, [&writer](const StepPlace& place, const Step& step) { writer.write(place, step); });
 }
 
-void writeReport(const ReportFormat& format, const std::filesystem::path& record, Groups groups, std::ostream& out)
+std::string writeReport(const ReportFormat& format, const std::filesystem::path& record, Groups groups,
+                        std::ostream& out)
 {
     const bool json = format.write == jsonReport;
     const Run run = readRun(record, json ? RunFacts::kWholeRun : 0);
@@ -143,6 +144,7 @@ void writeReport(const ReportFormat& format, const std::filesystem::path& record
     } else {
         format.write(run, groups, out);
     }
+    return run.id;
 }
 
 }  // namespace station::record

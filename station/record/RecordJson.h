@@ -30,8 +30,14 @@ using Json = nlohmann::ordered_json;
 /// @param indent of each level; -1 for one line
 void writeJson(std::ostream& out, const Run& run, protocol::catalogue::Groups groups, int indent = 1);
 
-/// @returns the event of a step that has ended, "step" or "amended", as `plan run --json` prints it.
+// What `plan run --json` prints; the lines of record.jsonl begin with it.
+
+Json startedEvent(const Run& run);
+
+/// @returns the event of a step that has ended, "step" or "amended".
 Json stepEvent(const char* event, const std::string& port, const StepPlace& place, const Step& step);
+
+Json endedEvent(const Run& run);
 
 /// The lines of record.jsonl, schema 2.
 namespace lines {
@@ -40,7 +46,6 @@ Json started(const Run& run);
 Json group(std::string_view phase, const std::string& name);
 /// @param meaning of its frame
 Json line(std::size_t number, const TraceEvent& event, const std::string& meaning);
-/// Like stepEvent(), with all facts.
 Json step(const char* event, const std::string& port, const StepPlace& place, const Step& step);
 Json superseded(std::string_view phase, const Group& group);
 /// The facts of the run as a whole.

@@ -390,11 +390,9 @@ double milliseconds(std::chrono::nanoseconds duration)
     return std::chrono::duration<double, std::milli>(duration).count();
 }
 
-/// Adds the facts of the run as a whole.
+/// Adds the facts of the run as a whole, but for its serial number and line.
 void addFacts(Json& json, const Run& run)
 {
-    json["serial"] = run.unit.serial;
-    json["line"] = quality(run.line);
     json["findings"] = list(run.findings, finding);
     json["cuts"] = Json::array();
     for (const Phase& phase : run.phases) {
@@ -423,6 +421,15 @@ std::string toLine(const Json& json)
     return protocol::printableJson(json.dump(-1, ' ', false, Json::error_handler_t::replace)) + '\n';
 }
 
+Json startedEvent(const Run& run)
+{
+    return {{"event", "started"},
+            {"port", run.unit.port},
+            {"id", run.id},
+            {"plan", run.plan.name},
+            {"steps", run.plan.steps}};
+}
+
 Json stepEvent(const char* event, const std::string& port, const StepPlace& place, const Step& step)
 {
     return {{"event", event},
@@ -440,24 +447,35 @@ Json stepEvent(const char* event, const std::string& port, const StepPlace& plac
             {"index", place.index}};
 }
 
+Json endedEvent(const Run& run)
+{
+    const Headline headline = headlineOf(run);
+    return {{"event", "ended"},
+            {"port", run.unit.port},
+            {"serial", run.unit.serial},
+            {"verdict", name(headline.verdict)},
+            {"reason", headline.reason},
+            {"beside", headline.beside},
+            {"line", quality(run.line)},
+            {"steps", tally(outcomeOf(run).tally)},
+            {"time_ms", milliseconds(durationOf(run))}};
+}
+
 Json lines::started(const Run& run)
 {
-    return {{"event", "started"},
-            {"schema", 2},
-            {"port", run.unit.port},
-            {"id", run.id},
-            {"plan", run.plan.name},
-            {"steps", run.plan.steps},
-            {"uuid", run.uuid},
-            {"at", time(run.started)},
-            {"baud", run.unit.baud},
-            {"serial", run.unit.serial},
-            {"station", JsonWriter::station(run)},
-            {"title", run.plan.title},
-            {"path", run.plan.path},
-            {"plan_sha256", run.plan.sha256},
-            {"catalogue_sha256", run.catalogueSha256},
-            {"phases", list(run.phases, [](const Phase& each) -> Json { return each.name; })}};
+    Json json = startedEvent(run);
+    json.update({{"schema", 2},
+                 {"uuid", run.uuid},
+                 {"at", time(run.started)},
+                 {"baud", run.unit.baud},
+                 {"serial", run.unit.serial},
+                 {"station", JsonWriter::station(run)},
+                 {"title", run.plan.title},
+                 {"path", run.plan.path},
+                 {"plan_sha256", run.plan.sha256},
+                 {"catalogue_sha256", run.catalogueSha256},
+                 {"phases", list(run.phases, [](const Phase& each) -> Json { return each.name; })}});
+    return json;
 }
 
 Json lines::group(std::string_view phase, const std::string& name)
@@ -489,25 +507,18 @@ Json lines::superseded(std::string_view phase, const Group& group)
 
 Json lines::facts(const Run& run)
 {
-    Json json{{"event", "facts"}};
+    Json json{{"event", "facts"}, {"serial", run.unit.serial}, {"line", quality(run.line)}};
     addFacts(json, run);
     return json;
 }
 
 Json lines::ended(const Run& run)
 {
-    const Headline headline = headlineOf(run);
     const Outcome outcome = outcomeOf(run);
-    Json json{{"event", "ended"},
-              {"port", run.unit.port},
-              {"verdict", name(headline.verdict)},
-              {"reason", headline.reason},
-              {"beside", headline.beside},
-              {"steps", tally(outcome.tally)},
-              {"time_ms", milliseconds(durationOf(run))},
-              {"at", time(run.ended)},
-              {"failed_step", outcome.failed.empty() ? "" : outcome.failed.front().step->name},
-              {"failed_steps", outcome.wrong}};
+    Json json = endedEvent(run);
+    json["at"] = time(run.ended);
+    json["failed_step"] = outcome.failed.empty() ? "" : outcome.failed.front().step->name;
+    json["failed_steps"] = outcome.wrong;
     addFacts(json, run);
     return json;
 }

@@ -51,7 +51,9 @@ inline constexpr auto kReportFormats = std::to_array<ReportFormat>({
 });
 
 /// Writes the report from a record of either schema.
-void writeReport(const ReportFormat& format, const std::filesystem::path& record, Groups groups, std::ostream& out);
+/// @returns the run's id.
+std::string writeReport(const ReportFormat& format, const std::filesystem::path& record, Groups groups,
+                        std::ostream& out);
 
 /// @returns "try 3 of 9", "tries 3 to 7 of 9 (5)" for failures that are equal; empty for a group with one try.
 std::string whichTries(const std::vector<PlacedStep>& equal);

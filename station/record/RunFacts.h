@@ -11,7 +11,8 @@
 namespace station::record {
 
 /// Appends groups and tries to a run, which stays small however long it gets: of a group that is repeated often, it
-/// keeps the figures, the first tries that went wrong, and one that passed.
+/// keeps the figures, the first tries that failed, the first that were tried again, one that passed and one that was
+/// skipped.
 class RunFacts
 {
 public:

@@ -3,7 +3,6 @@
 #include <mutex>
 
 #include "programs/station/plan/RunView.h"
-#include "station/record/Outcome.h"
 #include "station/record/RecordJson.h"
 #include "station/trace/Describe.h"
 
@@ -21,39 +20,20 @@ double milliseconds(station::plan::Duration time)
 class JsonView : public RunView
 {
 public:
-    explicit JsonView(const station::plan::Plan& plan) : plan_(plan) {}
-
     station::plan::Observer& add(const std::string& port) override { return observers_.emplace_back(*this, port); }
 
     void finish(std::span<const station::plan::UnitResult> units) override
     {
         for (const station::plan::UnitResult& unit : units) {
-            const auto& run = unit.result.run;
             const auto& speed = unit.result.speed;
-            const auto headline = station::record::headlineOf(run);
-            Json steps = Json::object();
-            for (const auto& [verdict, count] : station::record::outcomeOf(run).tally) {
-                steps[station::record::name(verdict)] = count;
-            }
-            print({{"event", "ended"},
-                   {"port", run.unit.port},
-                   {"serial", run.unit.serial},
-                   {"verdict", station::plan::headlineText(unit)},
-                   {"reason", headline.reason},
-                   {"beside", headline.beside},
-                   {"line",
-                    {{"losses", run.line.losses},
-                     {"reconnects", run.line.reconnects},
-                     {"repeated_sends", run.line.repeatedSends},
-                     {"corrupt_frames", run.line.corruptFrames},
-                     {"garbage_bytes", run.line.garbageBytes}}},
-                   {"steps", std::move(steps)},
-                   {"folder", unit.folder},
-                   {"record_error", unit.recordError},
-                   {"time_ms", milliseconds(speed.total)},
-                   {"wire_ms", milliseconds(speed.wire)},
-                   {"added_per_step_ms", milliseconds(speed.addedPerStep)},
-                   {"exit", static_cast<int>(station::plan::exitStatusOf(unit))}});
+            Json json = station::record::endedEvent(unit.result.run);
+            json["verdict"] = station::plan::headlineText(unit);
+            json["folder"] = unit.folder;
+            json["record_error"] = unit.recordError;
+            json["wire_ms"] = milliseconds(speed.wire);
+            json["added_per_step_ms"] = milliseconds(speed.addedPerStep);
+            json["exit"] = static_cast<int>(station::plan::exitStatusOf(unit));
+            print(std::move(json));
         }
     }
 
@@ -63,14 +43,7 @@ private:
     public:
         UnitObserver(JsonView& view, std::string port) : view_(view), port_(std::move(port)) {}
 
-        void onStarted(station::record::Run& run) override
-        {
-            view_.print({{"event", "started"},
-                         {"port", port_},
-                         {"id", run.id},
-                         {"plan", run.plan.name},
-                         {"steps", view_.plan_.stepCount()}});
-        }
+        void onStarted(station::record::Run& run) override { view_.print(station::record::startedEvent(run)); }
 
         void onFrame(const station::TraceEvent& event) override
         {
@@ -101,16 +74,15 @@ private:
         std::fflush(stdout);
     }
 
-    const station::plan::Plan& plan_;
     std::mutex mutex_;  // guards standard output
     std::deque<UnitObserver> observers_;
 };
 
 }  // namespace
 
-std::unique_ptr<RunView> makeJsonView(const station::plan::Plan& plan)
+std::unique_ptr<RunView> makeJsonView()
 {
-    return std::make_unique<JsonView>(plan);
+    return std::make_unique<JsonView>();
 }
 
 }  // namespace programs::station_tool

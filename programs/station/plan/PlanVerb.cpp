@@ -202,7 +202,7 @@ std::unique_ptr<RunView> chooseView(const Tool& tool, const PlanRunOptions& opti
 {
     const bool labelled = options.request.ports.size() > 1;
     if (tool.json) {
-        return makeJsonView(plan);
+        return makeJsonView();
     }
     if (!options.quiet && isatty(STDOUT_FILENO) == 1 && !isDumbTerminal()) {
         return makeLiveView(plan, labelled, options.verbose);

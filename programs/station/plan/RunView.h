@@ -32,7 +32,7 @@ public:
 std::unique_ptr<RunView> makeLineView(bool labelled, bool quiet, bool verbose);
 
 /// A JSON object per line.
-std::unique_ptr<RunView> makeJsonView(const station::plan::Plan& plan);
+std::unique_ptr<RunView> makeJsonView();
 
 /// Progress, current step and latest frames at the bottom of a terminal, a line per step above.
 std::unique_ptr<RunView> makeLiveView(const station::plan::Plan& plan, bool labelled, bool verbose);
