@@ -3,11 +3,13 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <fstream>
 
 #include "tests/faults/ProcessFigures.h"
 #include "tests/faults/SignalCounter.h"
 #include "tests/faults/Soak.h"
 #include "tests/integration/BenchTest.h"
+#include "tests/support/PtyPeer.h"
 #include "tests/support/WireVectors.h"
 
 namespace tests {
@@ -108,6 +110,31 @@ TEST_F(EnduranceTest, AnyNumberOfFramesWithASubscriberLeavesMemoryDescriptorsAnd
     showFigure("frames a second", static_cast<double>(frames) / took.count(), "1/s");
     showFigure("signals that the subscriber got",
                100.0 * static_cast<double>(hmi.count()) / static_cast<double>(published), "%");
+}
+
+TEST_F(EnduranceTest, PlanOfAnyNumberOfRoundsLeavesTheMemoryOfTheToolAsItIs)
+{
+    constexpr std::size_t kWarm = 1'000;
+    const std::size_t rounds = lengthOf(10'000, 1'000'000);
+    const Bytes modeIsOn(kReplies.begin(), kReplies.begin() + 10);
+    PtyPeer unit;
+    const std::string plan = directory() / "plan.toml";
+    std::ofstream(plan) << "schema = 1\nname = \"loop\"\ntitle = \"Loop\"\n[[main]]\nname = \"Loop\"\nrepeat = "
+                        << rounds << "\nsteps = [{ send = \"test.mode\", expect = { mode = \"on\" } }]\n";
+    ChildProcess& tool = start({ENGINEERING_STATION, "plan", "run", plan, "--port", unit.path(), "--results",
+                                directory() / "results", "--quiet"});
+    ProcessFigures warm;
+    for (std::size_t round = 1; round <= rounds; ++round) {
+        ASSERT_EQ(unit.read(wire::kAskMode.size()), wire::kAskMode) << round;
+        if (round == kWarm) {
+            warm = figuresOf(tool.pid());
+        } else if (round == rounds) {
+            expectConstant(warm, figuresAfter(warm, tool.pid()));
+        }
+        unit.write(modeIsOn);
+    }
+
+    expectEnd(tool, 0);
 }
 
 }  // namespace
