@@ -176,7 +176,7 @@ TEST_F(LogConfigurationTest, ThatDoesNotExistIsRefused)
 {
     const std::string file = (directory_.path() / "none.conf").string();
 
-    EXPECT_THAT(refusal(file), AllOf(HasSubstr(file), HasSubstr("No such file")));
+    EXPECT_THAT(refusal(file), AllOf(HasSubstr(file), HasSubstr("no such file")));
 }
 
 TEST_F(LogConfigurationTest, DirectoryIsRefused)
