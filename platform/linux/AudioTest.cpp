@@ -226,7 +226,7 @@ TEST(AlsaMixerTest, CardThatIsNotThereIsSaidWithWhatHelps)
 
     EXPECT_EQ(why("hw:31"), "hw:31: No such file or directory; /proc/asound/cards lists the cards");
     EXPECT_EQ(why("nonsense"),
-              "nonsense: No such file or directory; install the ALSA plugin of this name, such as libasound2-plugins");
+              "nonsense: No such file or directory; install ALSA's plugin of this name, in libasound2-plugins");
 }
 
 /// The changes that a board's own HMI makes.

@@ -214,9 +214,9 @@ TEST_F(BoardHmiTest, KeyboardThatGoesAndComesBackIsFollowed)
 {
     startComplete();
 
+    std::filesystem::remove(config_.hmi->keyboard);
     keyboard_.reset();
     EXPECT_EQ(reasonOnce("keyboard", State::kAbsent), config_.hmi->keyboard + ": the device has gone");
-    std::filesystem::remove(config_.hmi->keyboard);
     const std::string missing =
         config_.hmi->keyboard + ": No such file or directory; /proc/bus/input/devices lists the devices";
     EXPECT_EQ(once([this] { return reasonOnce("keyboard", State::kAbsent); }, missing), missing);

@@ -2,20 +2,19 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <gio/gunixinputstream.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
 #include <utility>
 
-#include "protocol/Text.h"
-
 namespace unit {
 namespace {
 
 constexpr std::chrono::seconds kRetryKeyboard{1};
-constexpr gsize kManyEvents = 64 * sizeof(input_event);
+constexpr std::size_t kManyEvents = 64 * sizeof(input_event);
 
 }  // namespace
 
@@ -28,46 +27,32 @@ Keyboard::Keyboard(std::string device, Loop& loop, StatusBoard& board, Released 
 void Keyboard::open()
 {
     retry_.reset();
-    const int descriptor = ::open(device_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor < 0) {
+    descriptor_.reset(::open(device_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!descriptor_.valid()) {
         const int error = errno;
         lost(std::generic_category().message(error) +
              (error == EACCES ? "; the user needs the group 'input'" : "; /proc/bus/input/devices lists the devices"));
         return;
     }
-    stream_.reset(g_unix_input_stream_new(descriptor, TRUE));
+    readable_ = loop_.whenReadable(descriptor_.get(), [this] { read(); });
     board_.set("keyboard", State::kUp);
-    read();
 }
 
 void Keyboard::read()
 {
-    g_input_stream_read_bytes_async(
-        stream_.get(), kManyEvents, G_PRIORITY_DEFAULT, loop_.cancellable(), Loop::complete,
-        loop_.expect([this](GObject* source, GAsyncResult* result) {
-            host::GlibError error;
-            GBytes* const bytes = g_input_stream_read_bytes_finish(G_INPUT_STREAM(source), result, error.out());
-            if (error.is(G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
-                return;
-            }
-            gsize size = 0;
-            const auto* const data =
-                bytes == nullptr ? nullptr : static_cast<const char*>(g_bytes_get_data(bytes, &size));
-            if (size > 0) {
-                take({data, size});
-            }
-            g_bytes_unref(bytes);
-            if (size == 0) {
-                lost(bytes == nullptr ? protocol::printable(error.message()) : "the device has gone");
-            } else {
-                read();
-            }
-        }));
+    std::array<char, kManyEvents> bytes;
+    const ssize_t size = ::read(descriptor_.get(), bytes.data(), bytes.size());
+    if (size > 0) {
+        take({bytes.data(), static_cast<std::size_t>(size)});
+    } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
+        lost(size == 0 ? "the device has gone" : std::generic_category().message(errno));
+    }
 }
 
 void Keyboard::lost(const std::string& reason)
 {
-    stream_.reset();
+    readable_.reset();
+    descriptor_.reset();
     received_.clear();
     pressed_.clear();
     board_.set("keyboard", State::kAbsent, fmt::format("{}: {}", device_, reason));

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/Descriptor.h"
 #include "platform/linux/Loop.h"
 #include "platform/linux/Status.h"
 
@@ -36,7 +37,8 @@ private:
     const Released released_;
 
     // Of the loop.
-    host::GlibPtr<GInputStream> stream_;
+    host::Descriptor descriptor_;
+    host::GlibPtr<GSource> readable_;
     host::GlibPtr<GSource> retry_;
     std::string received_;                              // the beginning of an event
     std::map<int, std::chrono::microseconds> pressed_;  // by code: since when

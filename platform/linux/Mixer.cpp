@@ -109,10 +109,11 @@ private:
             help = "; the user needs the group 'audio'";
         } else if (card_.starts_with("hw:")) {
             help = "; /proc/asound/cards lists the cards";
-        } else if (card_ == "pipewire") {
-            help = "; install pipewire-alsa, and start pipewire";
+        } else if (card_ == "pipewire" && result != -ENOENT) {
+            help = "; start pipewire, and set PIPEWIRE_RUNTIME_DIR to the folder of its socket";
         } else if (result == -ENOENT) {
-            help = "; install the ALSA plugin of this name, such as libasound2-plugins";
+            help = card_ == "pipewire" ? "; install pipewire-alsa"
+                                       : "; install ALSA's plugin of this name, in libasound2-plugins";
         }
         throw std::runtime_error(fmt::format("{}: {}{}", card_, std::generic_category().message(-result), help));
     }
