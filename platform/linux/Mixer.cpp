@@ -85,7 +85,11 @@ public:
 
     void setSwitch(const std::string& element, bool isOn) override
     {
-        check(snd_mixer_selem_set_playback_switch_all(find(element), isOn ? 1 : 0));
+        snd_mixer_elem_t* const control = find(element);
+        if (snd_mixer_selem_has_playback_switch(control) == 0) {
+            throw std::runtime_error(fmt::format("{}: the element '{}' has no switch", card_, element));
+        }
+        check(snd_mixer_selem_set_playback_switch_all(control, isOn ? 1 : 0));
     }
 
 private:
