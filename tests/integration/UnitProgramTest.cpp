@@ -119,6 +119,8 @@ TEST_F(UnitProgramTest, StationStartsTheAccessPoint)
     RawLine line(link());
     line.expectExchange(askText, text);  // Car 12
 
+    manager.signal(SIGSTOP);
+    line.expectExchange(askText, text);
     manager.signal(SIGKILL);
     EXPECT_TRUE(unit.waitForLine(Stream::kErr,
                                  "wifi: networkmanager is absent: org.freedesktop.NetworkManager is not running; "
