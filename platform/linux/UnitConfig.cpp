@@ -156,7 +156,7 @@ private:
         } else if (interface == "wifi") {
             readWifi(section, isOn);
         } else if (const toml::table* const values = section.table("values")) {
-            readValues(*values);
+            readValues(section, *values);
         }
     }
 
@@ -448,7 +448,7 @@ private:
         }
     }
 
-    void readValues(const toml::table& values)
+    void readValues(TableReader& section, const toml::table& values)
     {
         for (const auto& [key, node] : values) {
             if (const auto* const flag = node.as_boolean()) {
@@ -456,9 +456,7 @@ private:
             } else if (const auto* const text = node.as_string()) {
                 config_.texts[std::string(key.str())] = text->get();
             } else {
-                protocol::toml_file::report(
-                    problems_, node,
-                    fmt::format("{}: expected true, false or a text", protocol::inQuotes(std::string(key.str()))));
+                section.mistyped(key.str(), node, "true, false or a text");
             }
         }
     }
@@ -468,13 +466,13 @@ private:
         std::vector<std::pair<std::string, const toml::node*>> all;
         const toml::node* const node = section.node(key);
         if (node != nullptr && !node->is_array()) {
-            section.report(key, fmt::format("'{}': expected an array of texts", key));
+            section.mistyped(key, *node, "an array of texts");
         } else if (node != nullptr) {
             for (const toml::node& element : *node->as_array()) {
                 if (const auto* const text = element.as_string()) {
                     all.emplace_back(text->get(), &element);
                 } else {
-                    protocol::toml_file::report(problems_, element, fmt::format("'{}': expected a text", key));
+                    section.mistyped(key, element, "a text");
                 }
             }
         }

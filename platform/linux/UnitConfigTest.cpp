@@ -1,18 +1,22 @@
 #include "platform/linux/UnitConfig.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <ostream>
 
 #include "platform/linux/UnitTestFile.h"
 #include "protocol/Errors.h"
+#include "protocol/toml/TableReader.h"
 #include "tests/support/TempDir.h"
 
 namespace unit {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -111,6 +115,108 @@ TEST_F(UnitConfigTest, NamesABackendForEveryInterfaceOrSwitchesItOff)
 TEST_F(UnitConfigTest, FileThatIsNotThereIsTheUsersMistake)
 {
     EXPECT_THROW(loadUnitConfig("/nowhere/unit.toml", mistakes_), protocol::UserError);
+}
+
+/// Calls `take` with every value of the file, but for the sections, and `takeSection` with those.
+template <class Take, class TakeSection>
+void visit(const toml::node& node, const Take& take, const TakeSection& takeSection)
+{
+    const auto* const table = node.as_table();
+    const bool isSection = table != nullptr && !table->is_inline();
+    isSection ? takeSection(*table) : take(node);
+    if (table != nullptr) {
+        for (const auto& [key, value] : *table) {
+            visit(value, take, takeSection);
+        }
+    } else if (const auto* const array = node.as_array()) {
+        for (const toml::node& value : *array) {
+            visit(value, take, takeSection);
+        }
+    }
+}
+
+/// What a file with all keys says when something is written into it.
+class UnitFileChange : public UnitConfigTest
+{
+protected:
+    std::size_t offsetOf(const toml::source_position& place) const
+    {
+        std::size_t begin = 0;
+        for (auto line = place.line; line > 1; --line) {
+            begin = file_.find('\n', begin) + 1;
+        }
+        return begin + place.column - 1;
+    }
+
+    /// Writes `text` in place of what stands from `begin` to `end`, and expects a mistake at `place` that begins so.
+    void expectMistake(const toml::source_position& begin, std::size_t end, const std::string& text,
+                       const toml::source_position& place, const std::string& mistake)
+    {
+        mistakes_.clear();
+        std::string changed = file_;
+        const std::size_t from = offsetOf(begin);
+        load(changed.replace(from, end - from, text));
+        EXPECT_THAT(
+            mistakes_,
+            Contains(testing::StartsWith(fmt::format("unit.toml:{}:{}: {}", place.line, place.column, mistake))))
+            << text << " at " << begin;
+    }
+
+    UnitFileChange()
+    {
+        // The keys that the file leaves out.
+        for (const auto& [before, more] :
+             {std::pair("adapter = \"hci0\"", "\nversion = \"5.2\""), std::pair("port = 9", "\nhost = \"::1\""),
+              std::pair("frame = 0x3e9", ", extended = false"),
+              std::pair("password = \"secret-12\"", "\nprofile = \"\"\nactivate = true")}) {
+            file_.insert(file_.find(before) + std::strlen(before), more);
+        }
+        load(file_);
+        EXPECT_THAT(mistakes_, IsEmpty());
+    }
+
+    std::string file_ = tests::unitFile();
+};
+
+TEST_F(UnitFileChange, ValueOfAnotherTypeOrOutOfRangeIsAMistakeAtItsPlace)
+{
+    protocol::toml_file::Problems problems;
+    visit(
+        protocol::toml_file::parse(file_, problems),
+        [&](const toml::node& value) {
+            const auto& [begin, end, path] = value.source();
+            expectMistake(begin, offsetOf(end), "2026-11-22", begin, "");
+            EXPECT_THAT(mistakes_, Contains(testing::ContainsRegex("expected .*, got a date or a time$")));
+            if (value.is_table()) {
+                mistakes_.clear();
+                load(std::string(file_).insert(offsetOf(begin) + 1, " nothing = 2026-11-22,"));
+                EXPECT_THAT(mistakes_, Contains(testing::HasSubstr("'nothing'"))) << begin;
+            }
+            // What may be below 0 has no limits.
+            if (value.is_integer() && value.as_integer()->get() >= 0) {
+                expectMistake(begin, offsetOf(end), "-1", begin, "");
+                expectMistake(begin, offsetOf(end), "99999999999", begin, "");
+            }
+        },
+        [](const toml::table&) {});
+}
+
+TEST_F(UnitFileChange, UnknownKeyAndMissingBackendAreMistakesInEverySection)
+{
+    protocol::toml_file::Problems problems;
+    visit(
+        protocol::toml_file::parse(file_, problems), [](const toml::node&) {},
+        [&](const toml::table& section) {
+            const auto* const backend = section.get("backend");
+            const auto place = backend == nullptr ? toml::source_position{1, 1}
+                                                  : toml::source_position{backend->source().begin.line, 1};
+            const std::size_t at = offsetOf(place);
+            expectMistake(place, at, "nothing = 1\n", place, "unknown key 'nothing'");
+            if (backend != nullptr) {
+                expectMistake(place, offsetOf(backend->source().end) + 1, "", section.source().begin,
+                              "expected the key 'backend' with ");
+            }
+        });
 }
 
 struct Mistake {
