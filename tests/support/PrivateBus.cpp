@@ -32,6 +32,11 @@ std::filesystem::path writeConfiguration(const std::filesystem::path& directory)
 
 PrivateBus::PrivateBus()
 {
+    startAgain();
+}
+
+void PrivateBus::startAgain()
+{
     const auto file = writeConfiguration(directory_.path());
     daemon_ = std::make_unique<ChildProcess>(std::vector<std::string>{
         "dbus-daemon", "--nofork", "--nopidfile", "--print-address=1", "--config-file=" + file.string()});

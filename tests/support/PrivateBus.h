@@ -25,8 +25,11 @@ public:
 
     pid_t pid() const { return daemon_->pid(); }
 
-    /// Ends the daemon at once and waits until it is gone. Nothing but the address may be asked for afterwards.
+    /// Ends the daemon at once and waits until it is gone. Until startAgain(), nothing but the address may be asked for.
     void kill();
+
+    /// Starts another daemon, which listens at the same place: its address has another GUID.
+    void startAgain();
 
     /// Stops the daemon: it keeps its connections, but reads and answers nothing.
     void stop();
@@ -35,7 +38,7 @@ public:
     void cont();
 
 private:
-    TempDir directory_;
+    const TempDir directory_;
     std::unique_ptr<ChildProcess> daemon_;
     std::string address_;
 };
