@@ -40,11 +40,11 @@ public:
         changed_.notify_all();  // under the lock: whoever has waited may destroy this object
     }
 
-    /// @returns the first `count` values, fewer when they have not come after a generous while.
-    std::vector<Value> waitFor(std::size_t count)
+    /// @returns the first `count` values, fewer when they have not come after `patience`.
+    std::vector<Value> waitFor(std::size_t count, std::chrono::milliseconds patience = kGenerous)
     {
         std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, kGenerous, [&] { return values_.size() >= count; });
+        changed_.wait_for(lock, patience, [&] { return values_.size() >= count; });
         return {values_.begin(), values_.begin() + static_cast<std::ptrdiff_t>(std::min(count, values_.size()))};
     }
 

@@ -1,6 +1,8 @@
 #include "platform/runtime/TtyWire.h"
 
 #include <poll.h>
+#include <pthread.h>
+
 #include <algorithm>
 
 #include <array>
@@ -78,6 +80,13 @@ void TtyWire::attach(Receiver receiver)
     thread_ = std::thread([this, deliver = std::move(receiver)] { run(deliver); });
 }
 
+void TtyWire::beat(std::chrono::milliseconds interval, std::function<void()> alive)
+{
+    const std::lock_guard lock(mutex_);
+    beatInterval_ = interval;
+    alive_ = std::move(alive);
+}
+
 void TtyWire::detach()
 {
     if (onDeliveryThread()) {
@@ -112,8 +121,10 @@ void TtyWire::stop()
 
 void TtyWire::run(const Receiver& receiver)
 {
+    pthread_setname_np(pthread_self(), "uart");
     deliveryThread_ = std::this_thread::get_id();
     while (!stopping_) {
+        beatIfDue();
         if (!line_) {
             recover();
         } else if (waitForInput() && !deliverChunk(receiver)) {
@@ -123,11 +134,20 @@ void TtyWire::run(const Receiver& receiver)
     deliveryThread_ = std::thread::id();
 }
 
+void TtyWire::beatIfDue()
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (alive_ && now - lastBeat_ >= beatInterval_) {
+        lastBeat_ = now;
+        alive_();
+    }
+}
+
 /// @returns whether the line has bytes to read or has ended.
 bool TtyWire::waitForInput()
 {
     std::array<pollfd, 2> polled{{{wakeup_.descriptor(), POLLIN, 0}, {line_->get(), POLLIN, 0}}};
-    poll(polled.data(), polled.size(), -1);
+    poll(polled.data(), polled.size(), static_cast<int>(beatInterval_.count()));
     return !stopping_ && polled[1].revents != 0;
 }
 

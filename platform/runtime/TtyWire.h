@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -32,6 +34,10 @@ public:
     void detach() override;
     bool send(std::span<const std::uint8_t> frame) override { return writer_.send(frame); }
 
+    /// From now on the delivery thread calls `alive` in each `interval`, also while the line is lost; but not while a
+    /// receiver does not return. Before attach().
+    void beat(std::chrono::milliseconds interval, std::function<void()> alive);
+
     /// Removes the link by which the station finds the line. The line itself stays open. Any thread.
     void withdraw() { terminal_->withdraw(); }
 
@@ -44,6 +50,7 @@ public:
 
 private:
     void run(const Receiver& receiver);
+    void beatIfDue();
     bool waitForInput();
     bool deliverChunk(const Receiver& receiver);
     void lose();
@@ -57,6 +64,9 @@ private:
     const host::Wakeup wakeup_;                     // wakes the delivery thread
     std::shared_ptr<const host::Descriptor> line_;  // null: lost; only the delivery thread uses it
     FrameWriter writer_;
+    std::chrono::milliseconds beatInterval_{-1};  // negative: no beat
+    std::function<void()> alive_;
+    std::chrono::steady_clock::time_point lastBeat_;  // only the delivery thread uses it
 
     std::mutex mutex_;      // attach, detach and stop
     std::thread thread_;    // guarded by mutex_

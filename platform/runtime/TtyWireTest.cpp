@@ -221,6 +221,45 @@ TEST_F(PtyWireTest, DetachWaitsForTheChunkThatIsBeingDelivered)
     EXPECT_TRUE(detached.get());
 }
 
+TEST_F(PtyWireTest, BeatsWhileNothingComesAndWhileBytesCome)
+{
+    const auto wire = makeWire();
+    testsupport::Recorder<bool> beats;
+    wire->beat(std::chrono::milliseconds(1), [&] { beats.add(true); });
+    wire->attach(chunks_.receiver());
+
+    EXPECT_GE(beats.waitFor(3).size(), 3U);
+    const StationEnd station(link_);
+    for (std::uint8_t i = 0; i < 3; ++i) {
+        station.write({i});
+        chunks_.waitForBytes(i + 1U);
+        EXPECT_GE(beats.waitFor(beats.values().size() + 1).size(), 4U);
+    }
+    wire->detach();
+}
+
+TEST_F(PtyWireTest, DoesNotBeatWhileTheReceiverHangs)
+{
+    const auto wire = makeWire();
+    testsupport::Recorder<bool> beats;
+    std::promise<std::size_t> beatsBefore;
+    std::promise<void> mayReturn;
+    wire->beat(std::chrono::milliseconds(1), [&] { beats.add(true); });
+    wire->attach([&](std::span<std::uint8_t>) {
+        beatsBefore.set_value(beats.values().size());
+        mayReturn.get_future().wait();
+    });
+
+    const StationEnd station(link_);
+    station.write({1});
+    const std::size_t before = beatsBefore.get_future().get();
+    EXPECT_EQ(beats.waitFor(before + 1, std::chrono::milliseconds(50)).size(), before);
+    mayReturn.set_value();
+
+    EXPECT_GT(beats.waitFor(before + 1).size(), before);
+    wire->detach();
+}
+
 TEST_F(PtyWireTest, StationThatDoesNotReadGetsWholeFramesOnceItDoes)
 {
     constexpr std::size_t kSize = 251;
@@ -553,6 +592,22 @@ TEST_F(DeviceWireTest, LostDeviceIsReportedAndServedAgainWhenItIsBack)
     EXPECT_EQ(chunks_.waitForBytes(1), Bytes{2});
     EXPECT_TRUE(wire->send(Bytes{3}));
     EXPECT_EQ(back.read(1), Bytes{3});
+}
+
+TEST_F(DeviceWireTest, BeatsWhileTheDeviceIsLost)
+{
+    auto peer = std::make_unique<tests::PtyPeer>();
+    const auto wire = makeWire(peer->path());
+    testsupport::Recorder<bool> beats;
+    wire->beat(std::chrono::milliseconds(1), [&] { beats.add(true); });
+    wire->attach(chunks_.receiver());
+    peer.reset();
+    ASSERT_THAT(reports_.waitFor(1), SizeIs(1));
+
+    const std::size_t before = beats.values().size();
+    EXPECT_GE(beats.waitFor(before + 2).size(), before + 2);
+
+    wire->detach();
 }
 
 TEST_F(DeviceWireTest, DetachesWhileTheDeviceIsLost)
