@@ -1,12 +1,18 @@
 // The service on a unit with stock Linux: the framework that owns main, the station's line, and the unit's middleware.
 
+#include <systemd/sd-daemon.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "KYRSystem.h"
+#include "platform/linux/Check.h"
 #include "platform/linux/Unit.h"
 #include "platform/linux/UnitConfig.h"
 #include "platform/runtime/Report.h"
@@ -25,6 +31,11 @@ constexpr const char* kProgram = "engineering-unit";
 /// For how long `check` waits for the backends.
 constexpr std::chrono::seconds kCheckPatience{5};
 
+/// The bus that the package starts.
+constexpr const char* kSessionBus = "unix:path=/run/engineering/bus";
+
+constexpr int kFeedsPerTimeout = 3;
+
 /// Runs the service; the process ends in here, by a signal.
 [[noreturn]] void serve(const unit::UnitConfig& config, int argc, char** argv)
 {
@@ -36,6 +47,12 @@ constexpr std::chrono::seconds kCheckPatience{5};
     runtime::installWire(&wire);
     unit::Unit unit(config);
     unit.install();
+    std::uint64_t watchdogUs = 0;
+    if (sd_watchdog_enabled(0, &watchdogUs) > 0) {
+        const auto interval = std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::microseconds(watchdogUs) / kFeedsPerTimeout);
+        unit.feedWatchdog(wire, interval, [] { sd_notify(0, "WATCHDOG=1"); });
+    }
 
     framework.initialise(argc, argv);
     if (unit.appManager) {
@@ -45,21 +62,20 @@ constexpr std::chrono::seconds kCheckPatience{5};
     framework.run();
 }
 
-/// Prints the state of every interface.
+/// Prints how the line, the buses and all interfaces stand.
 /// @returns the exit status.
-int check(const unit::UnitConfig& config)
+int check(const unit::UnitConfig& config, bool asJson)
 {
-    unit::Unit unit(config, unit::Unit::Role::kCheck);
-    const bool isComplete = unit.board().await(
-        [](const auto& all) {
-            return std::ranges::none_of(all, [](const auto& each) { return each.state == unit::State::kAbsent; });
-        },
-        kCheckPatience);
+    const std::vector<unit::InterfaceStatus> all = unit::check(config, kCheckPatience);
     std::vector<std::vector<std::string>> rows{{"INTERFACE", "BACKEND", "STATE", "REASON"}};
-    for (const unit::InterfaceStatus& status : unit.board().all()) {
-        rows.push_back({status.interface, status.backend, nameOf(status.state), status.reason});
+    auto json = nlohmann::ordered_json::array();
+    for (const auto& [interface, backend, state, reason, since] : all) {
+        rows.push_back({interface, backend, nameOf(state), reason});
+        json.push_back({{"interface", interface}, {"backend", backend}, {"state", nameOf(state)}, {"reason", reason}});
     }
-    std::fputs(protocol::table(rows).c_str(), stdout);
+    std::fputs((asJson ? json.dump(2) + "\n" : protocol::table(rows)).c_str(), stdout);
+    const bool isComplete =
+        std::ranges::none_of(all, [](const auto& each) { return each.state == unit::State::kAbsent; });
     return isComplete ? protocol::kPassed : protocol::kFailed;
 }
 
@@ -77,8 +93,10 @@ int main(int argc, char** argv)
         ->type_name("FILE")
         ->take_last();
     app.fallthrough();
-    const CLI::App* const checkVerb =
-        app.add_subcommand("check", "Print the interfaces that are there and those that are missing");
+    CLI::App* const checkVerb =
+        app.add_subcommand("check", "Print what of the line, the buses and the interfaces is there, and what helps");
+    bool asJson = false;
+    checkVerb->add_flag("--json", asJson, "Print JSON");
     app.footer(
         "Examples:\n"
         "  engineering-unit\n"
@@ -91,6 +109,7 @@ int main(int argc, char** argv)
 
     runtime::reportAs(kProgram);
     runtime::prepareProcess();
+    setenv("DBUS_SESSION_BUS_ADDRESS", kSessionBus, 0);
     try {
         std::vector<std::string> mistakes;
         const unit::UnitConfig config = unit::loadUnitConfig(file, mistakes);
@@ -99,7 +118,7 @@ int main(int argc, char** argv)
             return protocol::kWrongUse;
         }
         if (checkVerb->parsed()) {
-            return check(config);
+            return check(config, asJson);
         }
         serve(config, argc, argv);
     } catch (const protocol::Error& error) {

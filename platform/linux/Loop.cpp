@@ -1,6 +1,7 @@
 #include "platform/linux/Loop.h"
 
 #include <glib-unix.h>
+#include <pthread.h>
 
 #include <utility>
 
@@ -27,6 +28,7 @@ Loop::~Loop()
 void Loop::run()
 {
     thread_ = std::thread([this] {
+        pthread_setname_np(pthread_self(), "backends");
         g_main_context_push_thread_default(context_.get());
         for (runPosted(); !stopped_ || expected_ > 0; runPosted()) {
             g_main_context_iteration(context_.get(), TRUE);

@@ -72,4 +72,20 @@ void StatusBus::release()
     }
 }
 
+BusStatus::BusStatus(Bus& bus, StatusBoard& board, std::string name) : bus_(bus), board_(board), name_(std::move(name))
+{
+    board_.add(name_, "dbus");
+    bus_.add(*this);
+}
+
+BusStatus::~BusStatus()
+{
+    bus_.remove(*this);
+}
+
+void BusStatus::onBus(GDBusConnection* connection, const std::string& reason)
+{
+    board_.set(name_, connection != nullptr ? State::kUp : State::kAbsent, reason);
+}
+
 }  // namespace unit

@@ -24,4 +24,19 @@ private:
     guint owner_ = 0;
 };
 
+/// A bus as a line of the board. On the loop's thread.
+class BusStatus : private Bus::Follower
+{
+public:
+    BusStatus(Bus& bus, StatusBoard& board, std::string name);
+    ~BusStatus() override;
+
+private:
+    void onBus(GDBusConnection* connection, const std::string& reason) override;
+
+    Bus& bus_;
+    StatusBoard& board_;
+    const std::string name_;
+};
+
 }  // namespace unit

@@ -51,6 +51,9 @@ Unit::Unit(const UnitConfig& config, Role role) : board_(role == Role::kServe)
 {
     if (role == Role::kServe) {
         statusBus_.emplace(sessionBus_, board_);
+    } else {
+        systemBusStatus_.emplace(systemBus_, board_, "system-bus");
+        sessionBusStatus_.emplace(sessionBus_, board_, "session-bus");
     }
     for (const auto& [interface, backend] : config.backends) {
         board_.add(interface, backend);
@@ -120,6 +123,11 @@ Unit::~Unit()
     Unit* self = this;
     theUnit.compare_exchange_strong(self, nullptr);
     loop_.stop();
+}
+
+void Unit::feedWatchdog(runtime::TtyWire& wire, std::chrono::milliseconds interval, std::function<void()> feed)
+{
+    wire.beat(interval, [this, feed = std::move(feed)] { loop_.post(feed); });
 }
 
 void Unit::install()

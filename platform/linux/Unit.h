@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 #include "platform/linux/ApplicationManager.h"
@@ -21,6 +22,7 @@
 #include "platform/linux/UnitConfig.h"
 #include "platform/linux/VehicleData.h"
 #include "platform/linux/Wifi.h"
+#include "platform/runtime/TtyWire.h"
 
 namespace unit {
 
@@ -43,6 +45,11 @@ public:
     /// lives as long as the unit, and what is absent is inside it: the service asks for most of them once.
     void install();
 
+    /// Feeds a watchdog in each `interval`, as long as the line delivers and the backends run. Before the line has a
+    /// receiver.
+    /// @param feed runs on the backends' thread
+    void feedWatchdog(runtime::TtyWire& wire, std::chrono::milliseconds interval, std::function<void()> feed);
+
     StatusBoard& board() { return board_; }
 
 private:
@@ -51,6 +58,8 @@ private:
     Bus systemBus_{loop_, G_BUS_TYPE_SYSTEM};
     Bus sessionBus_{loop_, G_BUS_TYPE_SESSION};
     std::optional<StatusBus> statusBus_;
+    std::optional<BusStatus> systemBusStatus_;
+    std::optional<BusStatus> sessionBusStatus_;
     Systemd systemd_{systemBus_, board_};
 
 public:

@@ -5,8 +5,16 @@
 #include <linux/input.h>
 #include <sys/stat.h>
 
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
 #include <csignal>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "host/Descriptor.h"
 #include "platform/linux/ScriptedService.h"
@@ -22,6 +30,75 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 using Stream = ChildProcess::Stream;
+
+/// What systemd listens to.
+class Supervisor
+{
+public:
+    explicit Supervisor(const std::string& path) : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{AF_UNIX, {}};
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
+
+    /// @returns the next message; empty if none comes within `patience`.
+    std::string next(std::chrono::milliseconds patience = kGenerous)
+    {
+        pollfd polled{socket_.get(), POLLIN, 0};
+        std::string message(256, '\0');
+        message.resize(poll(&polled, 1, static_cast<int>(patience.count())) == 1
+                           ? static_cast<std::size_t>(read(socket_.get(), message.data(), message.size()))
+                           : 0);
+        return message;
+    }
+
+    /// Drops all messages until none comes within `patience`.
+    /// @returns whether this happens.
+    bool awaitSilence(std::chrono::milliseconds patience)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + kGenerous;
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (next(patience).empty()) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    host::Descriptor socket_;
+};
+
+/// A thread of a child process that stands still.
+class FrozenThread
+{
+public:
+    FrozenThread(pid_t process, const std::string& name)
+    {
+        for (const auto& task : std::filesystem::directory_iterator(fmt::format("/proc/{}/task", process))) {
+            std::string its;
+            std::getline(std::ifstream(task.path() / "comm"), its);
+            if (its == name) {
+                thread_ = std::stoi(task.path().filename());
+            }
+        }
+        EXPECT_NE(thread_, 0) << name;
+        isFrozen_ = ptrace(PTRACE_SEIZE, thread_, nullptr, nullptr) == 0 &&
+                    ptrace(PTRACE_INTERRUPT, thread_, nullptr, nullptr) == 0 &&
+                    waitpid(thread_, nullptr, __WALL) == thread_;
+    }
+    ~FrozenThread() { ptrace(PTRACE_DETACH, thread_, nullptr, nullptr); }
+    FrozenThread(const FrozenThread&) = delete;
+    FrozenThread& operator=(const FrozenThread&) = delete;
+
+    /// @returns false where a process may not trace its children.
+    bool isFrozen() const { return isFrozen_; }
+
+private:
+    pid_t thread_ = 0;
+    bool isFrozen_ = false;
+};
 
 class UnitProgramTest : public BenchTest
 {
@@ -225,6 +302,48 @@ TEST_F(UnitProgramTest, CheckSaysLineByLineWhatIsThereAndWhatIsMissing)
     EXPECT_THAT(lines[1], StartsWith("app-manager    systemd         absent  org.freedesktop.systemd1 is not running"));
     EXPECT_THAT(lines[2], StartsWith("power          logind          up"));
     EXPECT_THAT(lines[5], StartsWith("audio          off             off"));
+    ASSERT_EQ(lines.size(), 23U) << outcome.out;
+    EXPECT_THAT(lines[1], StartsWith("uart           pty        up"));
+    EXPECT_THAT(lines[2], StartsWith("system-bus     dbus       up"));
+    EXPECT_THAT(lines[3], StartsWith("session-bus    dbus       up"));
+    EXPECT_THAT(lines[4], StartsWith("app-manager    systemd    absent  org.freedesktop.systemd1 is not running"));
+    EXPECT_THAT(lines[5], StartsWith("power          logind     up"));
+    EXPECT_THAT(lines[8], StartsWith("audio          "));
+}
+
+TEST_F(UnitProgramTest, CheckPrintsTheSameAsJson)
+{
+    const Outcome outcome = run({ENGINEERING_UNIT, "check", "--json", "--config", file()});
+
+    EXPECT_EQ(outcome.status, 1);
+    const auto json = nlohmann::json::parse(outcome.out);
+    ASSERT_EQ(json.size(), 22U);
+    EXPECT_EQ(json[2],
+              nlohmann::json::parse(R"({"interface": "session-bus", "backend": "dbus", "state": "up", "reason": ""})"));
+}
+
+TEST_F(UnitProgramTest, WatchdogIsFedUntilTheLineOrTheBackendsHang)
+{
+    constexpr std::chrono::milliseconds kTimeout{300};
+    Supervisor supervisor(directory() / "notify");
+    environment()["NOTIFY_SOCKET"] = directory() / "notify";
+    environment()["WATCHDOG_USEC"] = std::to_string(std::chrono::microseconds(kTimeout).count());
+    const ChildProcess& unit = startUnit();
+    std::string message = supervisor.next();
+    while (message == "WATCHDOG=1") {
+        message = supervisor.next();
+    }
+    EXPECT_EQ(message, "READY=1");
+
+    for (const char* thread : {"uart", "backends"}) {
+        EXPECT_EQ(supervisor.next(), "WATCHDOG=1");
+        const FrozenThread frozen(unit.pid(), thread);
+        if (!frozen.isFrozen()) {
+            GTEST_SKIP() << "this machine does not let a process trace its children";
+        }
+        EXPECT_TRUE(supervisor.awaitSilence(kTimeout)) << thread;
+    }
+    EXPECT_EQ(supervisor.next(), "WATCHDOG=1");
 }
 
 TEST_F(UnitProgramTest, MistakesInTheFileEndItWithALineEach)
