@@ -78,7 +78,7 @@ The service over the daemons and devices of a board with stock Linux. Name\n\
 the board's UART in /etc/engineering/unit.toml and enable engineering-unit.")
   set(CPACK_DEBIAN_UNIT_PACKAGE_SECTION utils)
   set(CPACK_DEBIAN_UNIT_PACKAGE_DEPENDS "systemd, dbus, dbus-daemon")
-  set(CPACK_DEBIAN_UNIT_PACKAGE_RECOMMENDS "polkitd, bluez, ofono, gpsd, network-manager, rauc-service")
+  set(CPACK_DEBIAN_UNIT_PACKAGE_RECOMMENDS "polkitd, bluez, ofono, gpsd, network-manager, wpasupplicant, dnsmasq-base, rauc-service")
   file(WRITE ${CMAKE_BINARY_DIR}/conffiles "/etc/engineering/unit.toml\n")
   set(scripts ${PROJECT_SOURCE_DIR}/packaging)
   set(CPACK_DEBIAN_UNIT_PACKAGE_CONTROL_EXTRA

@@ -1,14 +1,13 @@
 // engineering-unit as a process over private buses, with templates of the middleware's interfaces behind it.
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <linux/input.h>
-#include <sys/stat.h>
-
-#include <fmt/format.h>
 #include <poll.h>
 #include <sys/ptrace.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
