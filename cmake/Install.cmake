@@ -39,10 +39,10 @@ else()
   # The service for a unit with stock Linux.
   set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME unit)
   set(private lib/engineering-unit)
-  set_target_properties(engineering-unit PROPERTIES INSTALL_RPATH $ORIGIN/../${private})
+  set_target_properties(engineering-unit engineering-hmi PROPERTIES INSTALL_RPATH $ORIGIN/../${private})
   install(TARGETS engineering-unit)
-  # The bench's package has this program in bin.
-  install(TARGETS engineering-hmi DESTINATION ${private})
+  # The bench's package has this program in bin, where it finds the library of libzlog1.
+  install(TARGETS engineering-hmi DESTINATION libexec)
   # Debian 12 has no zlog.
   file(REAL_PATH ${ZLOG_LIBRARY} zlog)
   install(FILES ${zlog} DESTINATION ${private} RENAME libzlog.so.1)

@@ -22,7 +22,7 @@ do_install() {
     DESTDIR=${D} cmake --install ${B} --component unit
 }
 
-FILES:${PN} += "${nonarch_libdir} ${datadir}/dbus-1 ${datadir}/polkit-1 ${datadir}/engineering-unit"
+FILES:${PN} += "${nonarch_libdir} ${libexecdir} ${datadir}/dbus-1 ${datadir}/polkit-1 ${datadir}/engineering-unit"
 CONFFILES:${PN} = "${sysconfdir}/engineering/unit.toml"
 PRIVATE_LIBS:${PN} = "libzlog.so.1"
 SYSTEMD_SERVICE:${PN} = "engineering-unit.service engineering-bus.service engineering-hmi-unit.service"

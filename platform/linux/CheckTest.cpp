@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <regex>
 
 #include "protocol/Errors.h"
 #include "tests/support/PtyPeer.h"
@@ -94,7 +95,7 @@ TEST_F(CheckTest, UartWithoutPermissionNamesTheGroup)
         testing::ExitedWithCode(0), line.path() + ": Permission denied; add this user to the group ");
 }
 
-// The file that the package installs: one line has to be filled in.
+// The file that the package installs: one line has to be filled in, and the parameters in comments are right, too.
 TEST_F(CheckTest, PackagedFileLacksTheUartOnly)
 {
     std::ifstream packaged(SOURCE_FOLDER "/packaging/unit.toml");
@@ -109,6 +110,10 @@ TEST_F(CheckTest, PackagedFileLacksTheUartOnly)
     std::ofstream(file) << text;
     mistakes.clear();
     EXPECT_EQ(loadUnitConfig(file, mistakes).uart, "/dev/ttyS1");
+    EXPECT_THAT(mistakes, testing::IsEmpty());
+
+    std::ofstream(file) << std::regex_replace(text, std::regex("\n# ?([a-z-]+ = |\\[)"), "\n$1");
+    EXPECT_EQ(loadUnitConfig(file, mistakes).persistence.resetUnit, "factory-reset.target");
     EXPECT_THAT(mistakes, testing::IsEmpty());
 }
 
