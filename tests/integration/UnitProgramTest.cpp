@@ -297,17 +297,13 @@ TEST_F(UnitProgramTest, CheckSaysLineByLineWhatIsThereAndWhatIsMissing)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, testing::IsEmpty());
     const auto lines = linesOf(outcome.out);
-    ASSERT_EQ(lines.size(), 20U) << outcome.out;
-    EXPECT_THAT(lines[1], StartsWith("app-manager    systemd         absent  org.freedesktop.systemd1 is not running"));
-    EXPECT_THAT(lines[2], StartsWith("power          logind          up"));
-    EXPECT_THAT(lines[5], StartsWith("audio          off             off"));
     ASSERT_EQ(lines.size(), 23U) << outcome.out;
-    EXPECT_THAT(lines[1], StartsWith("uart           pty        up"));
-    EXPECT_THAT(lines[2], StartsWith("system-bus     dbus       up"));
-    EXPECT_THAT(lines[3], StartsWith("session-bus    dbus       up"));
-    EXPECT_THAT(lines[4], StartsWith("app-manager    systemd    absent  org.freedesktop.systemd1 is not running"));
-    EXPECT_THAT(lines[5], StartsWith("power          logind     up"));
-    EXPECT_THAT(lines[8], StartsWith("audio          "));
+    EXPECT_THAT(lines[1], StartsWith("uart           pty             up"));
+    EXPECT_THAT(lines[2], StartsWith("system-bus     dbus            up"));
+    EXPECT_THAT(lines[3], StartsWith("session-bus    dbus            up"));
+    EXPECT_THAT(lines[4], StartsWith("app-manager    systemd         absent  org.freedesktop.systemd1 is not running"));
+    EXPECT_THAT(lines[5], StartsWith("power          logind          up"));
+    EXPECT_THAT(lines[8], StartsWith("audio          off             off"));
 }
 
 TEST_F(UnitProgramTest, CheckPrintsTheSameAsJson)
