@@ -5,10 +5,12 @@
 #include <gio/gunixfdlist.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -29,6 +31,25 @@
 #include "tests/support/PrivateBus.h"
 #include "tests/support/RecordedWire.h"
 #include "tests/support/TempDir.h"
+
+namespace {
+
+std::atomic<bool> g_bNoThreads = false;
+
+}  // namespace
+
+// Stands before pthread_create() for the platform's threads.
+extern "C" {
+
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*), void* argument);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*), void* argument);
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*), void* argument)
+{
+    return g_bNoThreads ? EAGAIN : __real_pthread_create(thread, attributes, entry, argument);
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -633,6 +654,38 @@ TEST(BusBacklogTest, StopsAtItsLimitAndGoesOnAtHalfOfIt)
     g_object_unref(connection);
 }
 
+TEST(BusBacklogTest, ASenderThatWaitsGoesOnAsSoonAsASignalHasLeft)
+{
+    const tests::PrivateBus bus;
+    static BusBacklog& backlog = *new BusBacklog;  // outlives the connection's thread
+    GDBusConnection* const connection = connect(bus.address());
+    ASSERT_NE(connection, nullptr);
+    g_dbus_connection_set_exit_on_close(connection, FALSE);
+    backlog.Watch(connection);
+    for (int i = 0; i < BusBacklog::kLimit; ++i)
+        ASSERT_TRUE(backlog.Admit());
+    constexpr int kSignals = 100;
+    std::atomic<int> admitted = 0;
+    const auto start = std::chrono::steady_clock::now();
+
+    std::thread sender([&] {
+        for (int i = 0; i < kSignals; ++i)
+            admitted += backlog.Admit() ? 1 : kSignals;
+    });
+    for (int i = 0; i < kSignals; ++i) {
+        g_dbus_connection_emit_signal(connection, nullptr, "/", "com.zent.linux.engineering", "Some", nullptr, nullptr);
+        g_dbus_connection_flush_sync(connection, nullptr, nullptr);
+        while (admitted <= i)
+            std::this_thread::yield();
+    }
+    sender.join();
+
+    EXPECT_EQ(admitted, kSignals);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kSignals * BusBacklog::kPatience / 2);
+    g_dbus_connection_close_sync(connection, nullptr, nullptr);
+    g_object_unref(connection);
+}
+
 /// Calls that pass the bounds arrive at a connection.
 class BusCallsTest : public testing::Test
 {
@@ -762,6 +815,27 @@ TEST(BridgeDeathTest, AnObjectThatCannotBeExportedIsLoggedAndEndsTheLoop)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
 
     EXPECT_EXIT(startBesideAnotherObject(), testing::ExitedWithCode(0), "");
+}
+
+/// In a process of its own, which cannot start a thread.
+[[noreturn]] void startWithoutAThread()
+{
+    const LogRecorder log;
+    const tests::PrivateBus bus;
+    setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
+    g_bNoThreads = true;
+
+    const int nResult = KYRSingleton<KYREngineeringService_IPC>::GetInstance()->Init();
+
+    const std::vector<std::string> expected{"ERROR no thread for D-Bus, the service goes on without"};
+    _exit(nResult == 1 && log.errors() == expected ? 0 : 1);
+}
+
+TEST(BridgeDeathTest, AThreadThatCannotBeStartedIsLoggedAndTheServiceGoesOn)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+
+    EXPECT_EXIT(startWithoutAThread(), testing::ExitedWithCode(0), "");
 }
 
 /// What ExportDbusEnv() makes of a command that prints this address. Once in a process: what the command printed takes

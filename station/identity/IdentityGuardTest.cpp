@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "station/identity/ScriptedUnit.h"
+#include "tests/engine/FileSizeLimit.h"
 
 namespace station::identity {
 namespace {
@@ -41,9 +42,43 @@ protected:
         return "";
     }
 
+    /// As if the device had gone and come back.
+    void lose() const
+    {
+        TraceEvent event;
+        event.kind = TraceEvent::Kind::kLost;
+        guard->on(event);
+    }
+
+    /// @returns "VALUE UNIT" of all values of the registry.
+    std::vector<std::string> units() const
+    {
+        std::vector<std::string> found;
+        open(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {
+            found.push_back(entry.value + " " + entry.unit);
+        });
+        return found;
+    }
+
+    std::vector<int> askedRecords() const
+    {
+        std::vector<int> asked;
+        for (const Frame& frame : peer.received) {
+            asked.push_back(frame.cmdTwo);
+        }
+        return asked;
+    }
+
     ScriptedUnit peer;
     std::optional<Connection> connection;
 };
+
+/// Asks for a record and waits for the answer.
+void ask(Connection& connection, const Record& record)
+{
+    connection.request(
+        {record.read->cmdOne, record.read->cmdTwo, {}}, [](const Frame&) { return true; }, 5s, true);
+}
 
 TEST_F(IdentityGuardTest, UnitThatIsSwappedWithoutALossDoesNotGetTheValuesOfTheOneBefore)
 {
@@ -70,6 +105,83 @@ TEST_F(IdentityGuardTest, ValueThatWasReadBackIsVerifiedWhenTheNextFrameLeaves)
     connection->send({0x0F, 0xFF, {}});
 
     EXPECT_THAT(values(), ElementsAre("001A7D000001 sending", "HU7 verified"));
+    connection.reset();
+    EXPECT_THAT(values(), ElementsAre("001A7D000001 written", "HU7 verified"));
+}
+
+TEST_F(IdentityGuardTest, ValueWhoseStateCannotBeStoredYetIsStoredAtTheEnd)
+{
+    send("hu-serial", "HU7");
+    ask(*connection, require(all, "hu-serial"));
+    {
+        const FileSizeLimit full(4096);
+        connection->send({0x0F, 0xFF, {}});
+    }
+    EXPECT_THAT(values(), ElementsAre("HU7 sending"));
+
+    connection.reset();
+
+    EXPECT_THAT(values(), ElementsAre("HU7 verified"));
+}
+
+TEST_F(IdentityGuardTest, EndWithoutARegistryToNoteItInIsHarmless)
+{
+    send("hu-serial", "HU7");
+    {
+        const FileSizeLimit full(4096);
+        connection.reset();
+    }
+
+    EXPECT_THAT(values(), ElementsAre("HU7 sending"));
+}
+
+TEST_F(IdentityGuardTest, UnitAfterALossIsAnotherOneAndIsKnownFromThenOn)
+{
+    send("hu-serial", "HU7");
+    lose();
+    peer.stored.clear();
+    send("hu-serial", "HU8");
+    EXPECT_THAT(values(), ElementsAre("HU7 written", "HU8 sending"));
+    peer.received.clear();
+
+    send("carplay-mac", "001A7D000001");
+
+    // The value that the unit was sent, its serial number, and the record itself.
+    EXPECT_THAT(askedRecords(), ElementsAre(0x14, 0x14, 0x12, 0x11));
+    EXPECT_THAT(units(), ElementsAre("001A7D000001 HU8", "HU7 HU7", "HU8 HU8"));
+}
+
+TEST_F(IdentityGuardTest, UnitAfterALossIsTheSameIfItHoldsItsValue)
+{
+    send("hu-serial", "HU7");
+    lose();
+
+    send("carplay-mac", "001A7D000001");
+
+    EXPECT_THAT(units(), ElementsAre("001A7D000001 HU7", "HU7 HU7"));
+}
+
+TEST_F(IdentityGuardTest, UnitThatGetsOnlyAnUnreadableValueAfterALossIsNotComparedWithTheOneBefore)
+{
+    send("hu-serial", "HU7");
+    lose();
+    peer.stored.clear();
+    send("bluetooth-address", "001A7D000002");
+
+    send("carplay-mac", "001A7D000001");
+
+    EXPECT_THAT(units(), ElementsAre("001A7D000001 #2", "001A7D000002 #2", "HU7 HU7"));
+}
+
+TEST_F(IdentityGuardTest, UnreadableValueDoesNotHideThatTheUnitIsSwapped)
+{
+    send("hu-serial", "HU7");
+    send("bluetooth-address", "001A7D000002");
+    peer.stored.clear();
+
+    send("carplay-mac", "001A7D000001");
+
+    EXPECT_THAT(units(), ElementsAre("001A7D000001 #2", "001A7D000002 HU7", "HU7 HU7"));
 }
 
 TEST_F(IdentityGuardTest, ValueThatWasNotReadBackIsWrittenAndBelongsToItsUnit)
@@ -136,19 +248,8 @@ TEST_F(IdentityGuardTest, OfAUnitWithASerialNumberOnlyTheWrittenRecordIsRead)
 
     send("carplay-mac", "001A7D000001");
 
-    std::vector<int> asked;
-    for (const Frame& frame : peer.received) {
-        asked.push_back(frame.cmdTwo);
-    }
-    EXPECT_THAT(asked, ElementsAre(0x14, 0x12, 0x11));
+    EXPECT_THAT(askedRecords(), ElementsAre(0x14, 0x12, 0x11));
     EXPECT_THAT(values(), ElementsAre("001A7D000001 sending", "HU7 seen"));
-}
-
-/// Asks for a record and waits for the answer.
-void ask(Connection& connection, const Record& record)
-{
-    connection.request(
-        {record.read->cmdOne, record.read->cmdTwo, {}}, [](const Frame&) { return true; }, 5s, true);
 }
 
 TEST_F(IdentityGuardTest, AnswerDecidesWhetherAValueHasArrived)

@@ -11,11 +11,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "protocol/catalogue/Catalogue.h"
 #include "station/identity/LedgerFile.h"
@@ -982,6 +984,82 @@ TEST_F(RegistryTest, InterruptEndsTheWaitForAnotherStation)
     EXPECT_THROW(waiting.reserve(table, {"U1"}, {}, false), Interrupted);
     kill(other, SIGKILL);
     waitpid(other, nullptr, 0);
+}
+
+TEST_F(RegistryTest, DatabaseThatStaysLockedIsGivenUpAfterItsPatience)
+{
+    constexpr auto kPatience = std::chrono::milliseconds(50);
+    constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const std::string file = directory.path() / "locked.sqlite";
+    sqlite::Database holder(file, kFlags, nullptr);
+    const sqlite::Transaction transaction(holder);
+    sqlite::Database waiting(file, kFlags, nullptr, kPatience);
+    const auto start = std::chrono::steady_clock::now();
+
+    EXPECT_EQ(error([&] { const sqlite::Transaction second(waiting); }),
+              file + ": another station keeps the registry locked: try again when it is done");
+
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, kPatience);
+    EXPECT_LT(took, std::chrono::seconds(10));
+}
+
+TEST_F(RegistryTest, DatabaseThatIsLockedForAMomentIsWaitedFor)
+{
+    constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const std::string file = directory.path() / "locked.sqlite";
+    sqlite::Database holder(file, kFlags, nullptr);
+    std::optional<sqlite::Transaction> transaction(holder);
+    std::string trouble;
+    std::atomic<bool> starts = false;
+    std::thread other([&] {
+        sqlite::Database waiting(file, kFlags, nullptr);
+        starts = true;
+        trouble = error([&] { const sqlite::Transaction second(waiting); });
+    });
+    while (!starts) {
+        std::this_thread::yield();
+    }
+
+    transaction.reset();
+    other.join();
+
+    EXPECT_EQ(trouble, "");
+}
+
+TEST_F(RegistryTest, OwnValueThatIsGivenForAReasonHasTheReasonInItsHistory)
+{
+    const auto claim = [&](const std::string& reason) {
+        open()->claim({{"hu-serial", "HU1"}}, {}, {"U1", {}, false, reason}, false);
+    };
+    claim("");
+    claim("");
+    claim("board replaced");
+    std::vector<std::string> events;
+
+    open(Registry::Access::kLook)
+        ->list(
+            [&](const Registry::Entry& entry) {
+                for (const auto& event : entry.events) {
+                    events.push_back(event.event + "," + event.unit + "," + event.reason);
+                }
+            },
+            "HU1");
+
+    EXPECT_THAT(events, ElementsAre("reserved,U1,", "reissued,U1,board replaced"));
+}
+
+TEST_F(RegistryTest, ValueThatWasSeenWithAUnitIsReservedForItOnceItLacksIt)
+{
+    const UnitOnLine holds{"U1", {{"hu-serial", "HU7"}}};
+    send("hu-serial", "HU7", holds);
+    const auto stateAfter = [&](const UnitOnLine& unit) {
+        open()->claim({{"hu-serial", "HU7"}}, {}, unit, false);
+        return states().at("HU7");
+    };
+
+    EXPECT_EQ(stateAfter(holds), "seen");
+    EXPECT_EQ(stateAfter({"U1"}), "reserved");
 }
 
 TEST_F(RegistryTest, StationsThatAreKilledAtAnyMomentGiveNoValueTwice)

@@ -113,8 +113,10 @@ protected:
     GuardedStationTest()
     {
         Connection::guardBy([this] {
-            return std::make_unique<IdentityGuard>(all, rules, terms,
-                                                   [this](Registry::Access access) { return open(access); });
+            auto made = std::make_unique<IdentityGuard>(all, rules, terms,
+                                                        [this](Registry::Access access) { return open(access); });
+            guard = made.get();
+            return made;
         });
     }
     ~GuardedStationTest() override { Connection::guardBy({}); }
@@ -139,6 +141,7 @@ protected:
     const std::vector<Record> all = records(protocol::catalogue::groups());
     UnitRules rules;
     GuardTerms terms;
+    IdentityGuard* guard = nullptr;  ///< of the connection that was opened last
 };
 
 }  // namespace station::identity

@@ -10,8 +10,6 @@ namespace station::identity::sqlite {
 
 namespace {
 
-/// Stations lock a registry for a moment; one that was stopped meanwhile must not block the others for ever.
-constexpr auto kBusyPatience = std::chrono::seconds(10);
 constexpr int kBusyRetryMs = 5;
 
 }  // namespace
@@ -57,8 +55,8 @@ std::string Statement::text(int column) const
                : std::string(characters, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column)));
 }
 
-Database::Database(std::string path, int flags, const Interrupt* interrupt)
-    : path_(std::move(path)), interrupt_(interrupt), handle_(nullptr, sqlite3_close)
+Database::Database(std::string path, int flags, const Interrupt* interrupt, std::chrono::milliseconds busyPatience)
+    : path_(std::move(path)), interrupt_(interrupt), busyPatience_(busyPatience), handle_(nullptr, sqlite3_close)
 {
     sqlite3* handle = nullptr;
     const int code = sqlite3_open_v2(path_.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
@@ -94,7 +92,7 @@ int Database::onBusy(void* self, int count)
     auto& database = *static_cast<Database*>(self);
     const auto now = std::chrono::steady_clock::now();
     if (count == 0) {
-        database.giveUpAt_ = now + kBusyPatience;
+        database.giveUpAt_ = now + database.busyPatience_;
     }
     pollfd request{database.interrupt_ == nullptr ? -1 : database.interrupt_->descriptor(), POLLIN, 0};
     return now < database.giveUpAt_ && poll(&request, 1, kBusyRetryMs) == 0 ? 1 : 0;

@@ -49,7 +49,9 @@ class Database
 public:
     /// @param flags as sqlite3_open_v2 has them
     /// @param interrupt outlives this; may be nullptr
-    Database(std::string path, int flags, const Interrupt* interrupt);
+    /// @param busyPatience how long it waits: a station that was stopped must not block the others for ever
+    Database(std::string path, int flags, const Interrupt* interrupt,
+             std::chrono::milliseconds busyPatience = std::chrono::seconds(10));
 
     template <class... Values>
     Statement prepare(std::string_view sql, const Values&... values)
@@ -83,6 +85,7 @@ private:
 
     std::string path_;
     const Interrupt* interrupt_;
+    const std::chrono::milliseconds busyPatience_;
     std::chrono::steady_clock::time_point giveUpAt_;
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> handle_;
 };

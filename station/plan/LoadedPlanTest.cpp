@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/SampleCatalogue.h"
 #include "station/plan/Load.h"
 #include "tests/support/TempDir.h"
 
@@ -248,6 +249,40 @@ TEST(LoadedPlan, ThatSaysLittleHasTheDefaults)
     EXPECT_EQ(plan.teardownLimit, std::chrono::seconds(10));
     EXPECT_THAT(lines(plan.main.at(0)),
                 ElementsAre("G x1, 0 retries after 100ms", "6 send test.mode [test.mode]; x1 1000ms 0/100ms next"));
+}
+
+TEST(LoadedPlan, MayAskForNoRetriesAndDoesSoWithoutAWord)
+{
+    for (const char* defaults : {"[defaults]\ntimeout = 1\n", "[defaults]\nretries = 0\n"}) {
+        for (const char* group : {"", "retries = 0\n"}) {
+            const Loaded loaded = loadText(std::string("schema = 1\nname = \"a\"\ntitle = \"A\"\n") + defaults +
+                                           "[[main]]\nname = \"G\"\n" + group + "steps = [{ send = \"test.mode\" }]\n");
+            ASSERT_TRUE(loaded.plan) << defaults << group;
+            EXPECT_EQ(loaded.plan->main.at(0).retries, 0);
+            EXPECT_EQ(loaded.plan->main[0].steps.at(0).retries, 0);
+        }
+    }
+}
+
+TEST(LoadedPlan, RefusesArgumentsOfWhichOnlyEachByItselfIsSound)
+{
+    const auto problemsOf = [](const std::string& with) {
+        std::vector<std::string> texts;
+        for (const auto& problem :
+             load("schema = 1\nname = \"a\"\ntitle = \"A\"\n[[main]]\nname = \"G\"\nsteps = [{ send = "
+                  "\"identity.optional\"" +
+                      with + " }]\n",
+                  "plan.toml", protocol::catalogue::sample::kGroups)
+                 .problems) {
+            texts.push_back(format("FILE", problem));
+        }
+        return texts;
+    };
+    EXPECT_THAT(problemsOf(", with = { second = 1 }"),
+                ElementsAre("FILE:6:47: first: expected a number from 0 to 255, got none before 'second'"));
+    EXPECT_THAT(problemsOf(", with = { first = 1, second = 1 }"), IsEmpty());
+    EXPECT_THAT(problemsOf(", with = { first = 1 }"), IsEmpty());
+    EXPECT_THAT(problemsOf(""), IsEmpty());
 }
 
 /// @returns the problems of a plan with this step, each with its line and column only.
