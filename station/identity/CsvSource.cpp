@@ -141,7 +141,7 @@ private:
     }
 
     struct Place {
-        std::size_t line = 0;
+        std::size_t line;
         std::string_view name;
     };
 

@@ -233,6 +233,17 @@ TEST_F(IdentityGuardTest, ValuesThatSeveralUnitsMayHaveNeedNoRegistry)
                                                  {0x0A, 0x14, {}}}));
 }
 
+TEST_F(IdentityGuardTest, OnlyAUniqueValueIsForTheUnitThatIsOnTheLineNow)
+{
+    const auto bound = [&](const Frame& frame) { return guard->check(*connection, frame); };
+
+    EXPECT_TRUE(bound(writeFrame(require(all, "hu-serial"), "HU7")));
+    EXPECT_FALSE(bound(writeFrame(require(all, "hu-serial"), "00000000")));
+    EXPECT_FALSE(bound(writeFrame(require(all, "drawing-code"), "D-1")));
+    EXPECT_FALSE(bound({0x0A, 0x13, {}})) << "writes nothing";
+    EXPECT_FALSE(bound({0x0F, 0x00, {1}})) << "is not a record";
+}
+
 TEST_F(IdentityGuardTest, ValueThatTheStationsRulesDoNotAllowIsNotSent)
 {
     rules.patterns["hu-serial"] = std::make_shared<re2::RE2>("HU[0-9]");
@@ -250,6 +261,25 @@ TEST_F(IdentityGuardTest, OfAUnitWithASerialNumberOnlyTheWrittenRecordIsRead)
 
     EXPECT_THAT(askedRecords(), ElementsAre(0x14, 0x12, 0x11));
     EXPECT_THAT(values(), ElementsAre("001A7D000001 sending", "HU7 seen"));
+}
+
+TEST_F(IdentityGuardTest, OfAUnitWithAPlaceholderAllUniqueRecordsAreRead)
+{
+    peer.stored[0x14] = "00000000";
+
+    send("carplay-mac", "001A7D000001");
+
+    EXPECT_THAT(askedRecords(), ElementsAre(0x14, 0x12, 0x03, 0x11));
+}
+
+TEST_F(IdentityGuardTest, AddressThatTheUnitDoesNotReportAfterAQuestionIsNotWritten)
+{
+    peer.before = [](const Frame& frame) { return frame.cmdTwo != 0x10; };
+    send("bluetooth-address", "001A7D000003");
+    ask(*connection, require(all, "bluetooth-address"));
+    connection.reset();
+
+    EXPECT_THAT(values(), ElementsAre("001A7D000003 sending"));
 }
 
 TEST_F(IdentityGuardTest, AnswerDecidesWhetherAValueHasArrived)

@@ -34,7 +34,7 @@ std::vector<Record> records(catalogue::Groups groups)
         if (!command.key.starts_with(kWriter) || command.params.empty() || read == nullptr || read->replies.empty()) {
             continue;
         }
-        Record record{command.key.substr(kWriter.size()), &command, read, false, false};
+        Record record{command.key.substr(kWriter.size()), &command, read};
         const auto fields = read->replies.front().fields;
         record.presenceOnly = !fields.empty() && catalogue::sizeOf(fields.front().type) > 0;
         record.unique = !command.unique.empty();

@@ -293,11 +293,9 @@ catalogue::Value literal(const catalogue::Field& field, const std::string& writt
         return written;
     }
     // A command that has this field only: the codec knows all ways to write a value.
-    catalogue::Field only = field;
-    only.optional = false;
     catalogue::Command command;
     command.key = "value";
-    command.params = std::span(&only, 1);
+    command.params = std::span(&field, 1);
     const std::array<catalogue::Argument, 1> argument{{{std::string(field.name), written}}};
     const protocol::Frame frame = catalogue::encode(command, argument);
 

@@ -186,7 +186,9 @@ TEST(Judge, FieldThatMustNotBeThereMisses)
     Expected present;
     present.present = true;
 
-    EXPECT_THAT(judgeOne({&kName, std::string("x"), {}}, absent).misses, SizeIs(1));
+    const Judgement judgement = judgeOne({&kName, std::string("x"), {}}, absent);
+    EXPECT_THAT(judgement.misses, ElementsAre("name: expected no value, got x"));
+    EXPECT_FALSE(judgement.measurements.at(0).passed);
     EXPECT_THAT(judgeOne({&kName, std::string("x"), {}}, present).misses, IsEmpty());
 }
 
@@ -309,6 +311,37 @@ TEST(JudgeAnswer, SecretIsMasked)
     EXPECT_FALSE(judgement.measurements[0].passed);
     EXPECT_THAT(judgement.reason(), AllOf(HasSubstr("q"), Not(HasSubstr("1234")), Not(HasSubstr("geheim"))));
     EXPECT_THAT(judge(prompt, "geheim", {}).misses, IsEmpty());
+}
+
+TEST(Mistyped, IsOnlyATextThatDoesNotMatchItsPattern)
+{
+    Expected expected;
+    expected.matches = "HU${n}[0-9]";
+    Prompt prompt = question(Prompt::Kind::kText, expected);
+    const Variables variables{{"n", "."}};
+
+    EXPECT_EQ(mistyped(prompt, "HU.7", variables), "");
+    EXPECT_EQ(mistyped(prompt, "HU17", variables), R"(expected a text that matches /HU\.[0-9]/, got 'HU17')");
+    prompt.secret = true;
+    EXPECT_EQ(mistyped(prompt, "HU17", variables), "expected another text (masked)");
+    EXPECT_EQ(mistyped(prompt, "HU.7", variables), "");
+    expected.matches = {};
+    expected.equals = "HU7";
+    EXPECT_EQ(mistyped(question(Prompt::Kind::kText, expected), "HU8", variables), "");
+    EXPECT_EQ(mistyped(question(Prompt::Kind::kText, {}), "HU8", variables), "");
+    expected.matches = "yes";
+    EXPECT_EQ(mistyped(question(Prompt::Kind::kYesNo, expected), "no", variables), "");
+}
+
+TEST(Literal, MayBeUtf8OfTheFieldsSize)
+{
+    static constexpr Field kShort{.name = "name", .type = Type::kAscii, .minimum = 3, .maximum = 4};
+
+    EXPECT_EQ(std::get<std::string>(literal(kShort, "\u00FCx")), "\u00FCx");
+    EXPECT_EQ(std::get<std::string>(literal(kShort, "\u00FC\u00FC")), "\u00FC\u00FC");
+    EXPECT_THROW(literal(kShort, "\u00FC"), protocol::UserError);
+    EXPECT_THROW(literal(kShort, "\u00FC\u00FCx"), protocol::UserError);
+    EXPECT_THROW(literal(kShort, "a\nb"), protocol::UserError);
 }
 
 TEST(Literal, IsTheValueOfTheField)

@@ -197,6 +197,24 @@ TEST(Load, EstimateOfAPlanThatNeverEndsIsTheLongest)
     EXPECT_EQ(estimate(plan, 115200).duration, Duration::max());
 }
 
+TEST(Load, EstimateOfAGroupWithADurationIsTheDurationButAtLeastARound)
+{
+    const auto milliseconds = [](const std::string& keys) {
+        const Loaded loaded = load(std::string(kHead) + "[[main]]\nname = \"G\"\n" + keys +
+                                       "\nsteps = [{ headunit = { event = \"OnReset\" } }, { send = "
+                                       "\"tuner.frequency\", reply = \"none\" }]\n",
+                                   "test.toml", protocol::catalogue::groups());
+        // A frame of eight bytes at 80,000 baud takes 1 ms.
+        return std::chrono::duration_cast<std::chrono::milliseconds>(estimate(loaded.plan.value(), 80'000).duration)
+            .count();
+    };
+    EXPECT_EQ(milliseconds(""), 201);
+    EXPECT_EQ(milliseconds("repeat = 3"), 603);
+    EXPECT_EQ(milliseconds("duration = 1"), 1000);
+    EXPECT_EQ(milliseconds("duration = 0.1"), 201);
+    EXPECT_EQ(milliseconds("duration = 1\nrepeat = 2"), 402);
+}
+
 TEST(Load, NoBytesCrashTheLoader)
 {
     std::mt19937 random(7);

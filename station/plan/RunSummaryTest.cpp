@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include <vector>
 
 #include "station/record/Outcome.h"
@@ -139,6 +141,104 @@ TEST(StepLines, OnlyTheFirstStepThatIsSkippedNamesTheReason)
     EXPECT_EQ(lines.ended(place, step), "SKIPPED GPS / GPS antenna\n        the setup failed");
 }
 
+/// @returns a step that was tried so often, with one event of the line each.
+record::Step triedStep(std::size_t attempts, Verdict verdict = Verdict::kPass)
+{
+    record::Step step;
+    step.name = "on";
+    step.kind = "send";
+    for (std::size_t i = 0; i < attempts; ++i) {
+        record::Attempt& attempt = step.attempts.emplace_back();
+        attempt.verdict = verdict;
+        attempt.reason = verdict == Verdict::kPass ? "" : "expected 1, got 0";
+        attempt.duration = 5ms;
+        attempt.events = {i, i + 1};
+    }
+    return step;
+}
+
+TEST(StepLines, SayHowLongAStepTookAndHowOftenItWasTried)
+{
+    StepLines lines("", false);
+    const StepPlace place{"main", "G"};
+    record::Step answered = triedStep(1);
+    answered.attempts[0].events.end = 2;
+    record::Step measured = triedStep(1);
+    measured.attempts[0].measurements.emplace_back();
+    record::Step waited = triedStep(1);
+    waited.kind = "wait";
+    const std::string once = record::toText(std::chrono::nanoseconds(5ms));
+
+    EXPECT_EQ(lines.ended(place, triedStep(1)), "PASS    G / on (sent; no reply is due)");
+    EXPECT_EQ(lines.ended(place, answered), "PASS    G / on (" + once + ")");
+    EXPECT_EQ(lines.ended(place, measured), "PASS    G / on (" + once + ")");
+    EXPECT_EQ(lines.ended(place, waited), "PASS    G / on (" + once + ")");
+    EXPECT_EQ(lines.ended(place, triedStep(1, Verdict::kFail)),
+              "FAIL    G / on (" + once + ")\n        expected 1, got 0");
+    EXPECT_THAT(lines.ended(place, triedStep(2)), testing::EndsWith(", 2 attempts)"));
+}
+
+TEST(StepLines, NameTheUnitTheRoundAndTheVerdictInItsColour)
+{
+    const record::Step step = triedStep(1, Verdict::kFail);
+    const auto round = [](std::size_t number) {
+        StepPlace place{"main", "G"};
+        place.round = number;
+        return place;
+    };
+
+    EXPECT_EQ(StepLines("/dev/a", false).amended(round(1), step),
+              "[/dev/a] FAIL    G / on (verdict changed later)\n        expected 1, got 0");
+    EXPECT_EQ(StepLines("", false).amended(round(2), triedStep(1)), "PASS    G, round 2 / on (verdict changed later)");
+    EXPECT_THAT(StepLines("", true).amended(round(1), step),
+                testing::StartsWith(std::string(record::wordsOf(Verdict::kFail).colour) + "FAIL\033[0m    G / on"));
+}
+
+TEST(RunSummary, HasTheUnitTheCountsTheReasonTheLineAndTheTime)
+{
+    UnitResult unit = unitOf({Verdict::kPass, Verdict::kPass});
+    unit.result.run.plan.name = "smoke";
+    unit.result.run.unit.port = "/dev/a";
+    unit.result.speed.total = 10ms;
+    unit.result.speed.wire = 4ms;
+    unit.result.speed.steps = 3;
+    unit.result.speed.addedPerStep = 1500us;
+    const std::string total = record::toText(std::chrono::nanoseconds(10ms));
+
+    EXPECT_EQ(summary(unit, false, false),
+              "PASS    smoke at /dev/a: 4 passed\n"
+              "        time " +
+                  total + "\n");
+    EXPECT_EQ(summary(unit, false, true),
+              "PASS    smoke at /dev/a: 4 passed\n"
+              "        time " +
+                  total + ", on the line " + record::toText(std::chrono::nanoseconds(4ms)) +
+                  " (2.5 times that), added per step 1.500 ms (median of 3)\n");
+    unit.result.speed = {};
+    unit.result.run.unit.serial = "HU7";
+    unit.result.run.line.losses = 1;
+    unit.result.run.findings.push_back({Verdict::kError, "the line failed"});
+    unit.result.remedy = "; plug it in";
+    EXPECT_EQ(summary(unit, false, true),
+              "ERROR   smoke at /dev/a, unit HU7: 4 passed\n"
+              "        the line failed; plug it in\n"
+              "        line: " +
+                  record::lineText(unit.result.run.line) +
+                  "\n"
+                  "        time " +
+                  record::toText(std::chrono::nanoseconds(0)) + "\n");
+}
+
+TEST(RunSummary, PassThatIsNotRecordedIsShownInTheColourOfAnError)
+{
+    UnitResult unit = unitOf({Verdict::kPass});
+    unit.recordError = "the disk is full";
+
+    EXPECT_THAT(summary(unit, false, false), testing::StartsWith("NOT RECORDED "));
+    EXPECT_THAT(summary(unit, true, false),
+                testing::StartsWith(std::string(record::wordsOf(Verdict::kError).colour) + "NOT RECORDED\033[0m "));
+}
+
 TEST(RunSummary, TallyIsInWords)
 {
     const auto unit = unitOf({Verdict::kPass, Verdict::kPass, Verdict::kFail, Verdict::kSkipped});
@@ -146,8 +246,8 @@ TEST(RunSummary, TallyIsInWords)
     EXPECT_EQ(format(outcomeOf(unit.result.run).tally), "4 passed, 1 failed, 1 skipped");
 }
 
-record::Step stepOf(record::Run& run, std::chrono::milliseconds began, std::chrono::milliseconds duration,
-                    std::chrono::milliseconds unitTook, record::Verdict verdict = record::Verdict::kPass)
+record::Step stepOf(record::Run& run, std::chrono::microseconds began, std::chrono::microseconds duration,
+                    std::chrono::microseconds unitTook, record::Verdict verdict = record::Verdict::kPass)
 {
     record::Attempt attempt;
     attempt.started = std::chrono::system_clock::time_point(began);
@@ -192,6 +292,24 @@ TEST(Speed, StepThatWaitedForItsTimeDoesNotCount)
     EXPECT_EQ(meter.speed().steps, 0u);
 }
 
+TEST(Speed, StepWithoutAnAnswerCountsUnlessItWaitedForOne)
+{
+    record::Run run;
+    const auto steps = [&](std::chrono::microseconds duration, const std::function<void(record::Step&)>& change) {
+        record::Step step = stepOf(run, 10ms, duration, 0ms);
+        --step.attempts[0].events.end;  // the frame that was received
+        change(step);
+        SpeedMeter meter;
+        meter.add(run, step);
+        return meter.speed().steps;
+    };
+    EXPECT_EQ(steps(50ms, [](record::Step&) {}), 1u);
+    EXPECT_EQ(steps(50'001us, [](record::Step&) {}), 0u);
+    EXPECT_EQ(steps(1ms, [](record::Step& step) { step.kind = "wait"; }), 0u);
+    EXPECT_EQ(steps(1ms, [](record::Step& step) { step.attempts[0].verdict = Verdict::kFail; }), 0u);
+    EXPECT_EQ(steps(1ms, [](record::Step& step) { step.attempts[0].events.begin += 1; }), 0u) << "sent nothing";
+}
+
 TEST(Speed, PerStepIsShownToDevelopersOnly)
 {
     UnitResult unit;
@@ -206,6 +324,22 @@ TEST(Speed, PerStepIsShownToDevelopersOnly)
 TEST(Speed, OfNothingIsNothing)
 {
     EXPECT_EQ(SpeedMeter().speed().steps, 0u);
+}
+
+TEST(Speed, OfMoreThanTenThousandStepsEverySecondCounts)
+{
+    record::Run run;
+    SpeedMeter meter;
+    std::chrono::microseconds began{0};
+    // The station adds 0, 1, 2, ... us.
+    for (int i = 0; i <= 15'000; ++i) {
+        run.events = {};
+        meter.add(run, stepOf(run, began, 20ms, 0ms));
+        began += std::chrono::microseconds(i);
+    }
+
+    EXPECT_EQ(meter.speed().steps, 15'001u);
+    EXPECT_EQ(meter.speed().addedPerStep, 7500us);
 }
 
 TEST(Speed, OfManyStepsIsTheMedianOfSomeOfThem)

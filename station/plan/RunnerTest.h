@@ -30,6 +30,7 @@ class ReadyOperator : public Prompter
 public:
     std::map<std::string, std::string> answers;
     std::function<void()> beforeAnswering;
+    bool late = false;  ///< does not answer in time
     std::vector<std::size_t> steps;
     std::vector<std::size_t> stepsOfTeardown;
 
@@ -49,6 +50,9 @@ public:
         }
         if (interrupt.requested()) {
             throw Interrupted();
+        }
+        if (late) {
+            return std::nullopt;
         }
         const auto found = answers.find(question.prompt.id);
         if (found == answers.end()) {

@@ -313,6 +313,61 @@ TEST_F(RunnerTest, AnswerUnderTheWrongGroupIsAnErrorThatNamesBoth)
               "expected the reply of tuner.frequency within 0.05 s, got 83 01 [22 2E]; the reply would be 82 01");
 }
 
+TEST_F(RunnerTest, OfManyStrangeFramesEightAreNamed)
+{
+    on[kFrequency] = [&](const Frame&) {
+        for (std::uint8_t i = 0; i < 10; ++i) {
+            reply(0x83, 0x01, {i});
+        }
+    };
+
+    EXPECT_EQ(verdictOf(runSteps(kAsk)), Verdict::kError);
+    EXPECT_EQ(reasonOf(step(0)),
+              "expected the reply of tuner.frequency within 0.05 s, got 83 01 [00], 83 01 [01], 83 01 [02], 83 01 "
+              "[03], 83 01 [04], 83 01 [05], 83 01 [06], 83 01 [07] and 2 more; the reply would be 82 01");
+}
+
+TEST_F(RunnerTest, LaterReplyOfAnotherCommandIsNotStrange)
+{
+    on[kFrequency] = [&](const Frame&) { reply(0x83, 0x05, {2}); };
+
+    EXPECT_EQ(verdictOf(runSteps(kAsk)), Verdict::kTimeout);
+}
+
+TEST_F(RunnerTest, RunSaysWhatWasRunWhenAndHowFast)
+{
+    on[kMode] = [&](const Frame&) { reply(0x8F, 0xFF, {1}); };
+    const auto before = std::chrono::system_clock::now();
+
+    const auto& run = runSteps(R"({ send = "test.mode" }, { send = "test.mode" })");
+
+    EXPECT_EQ(run.plan.name + "|" + run.plan.title + "|" + run.plan.path, "test|Test|test.toml");
+    EXPECT_EQ(run.plan.steps, 2U);
+    EXPECT_EQ(run.unit.port, unit.path());
+    EXPECT_EQ(run.unit.baud, 115'200U);
+    const auto& attempt = step(1).attempts.at(0);
+    EXPECT_LE(before, run.started);
+    EXPECT_LE(run.started, step(0).attempts.at(0).started);
+    EXPECT_LT(step(0).attempts[0].started, attempt.started);
+    EXPECT_LE(attempt.started + std::chrono::duration_cast<std::chrono::microseconds>(attempt.duration) / 2, run.ended);
+    EXPECT_GT(attempt.duration, attempt.wireTime / 100);
+    EXPECT_LE(run.ended, std::chrono::system_clock::now());
+    EXPECT_EQ(result.speed.total, run.ended - run.started);
+    EXPECT_EQ(result.speed.wire, 2 * attempt.wireTime);
+    EXPECT_EQ(result.speed.steps, 2U);
+    EXPECT_FALSE(result.portUnavailable || result.linkFailed || result.serialClashed);
+}
+
+TEST_F(RunnerTest, OperatorWhoDoesNotAnswerInTimeIsATimeout)
+{
+    prompter.late = true;
+
+    runSteps(R"({ prompt = "Lit?", id = "lit", timeout = 2 })");
+
+    EXPECT_EQ(verdictOf(step(0)), Verdict::kTimeout);
+    EXPECT_EQ(reasonOf(step(0)), "expected the operator's answer within 2 s, got none");
+}
+
 TEST_F(RunnerTest, NoticeMeanwhileIsNoAnswerAndNoError)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x86, 0x11, {0x25, 0x04}); };
