@@ -23,7 +23,9 @@ TEST(Quantity, NumberAndUnitAreTakenApart)
     check("12", 12, "");
     check("1e3", 1, "e3");
     check("0x10", 0, "x10");
-    EXPECT_TRUE(std::isinf(parseQuantity(std::string(400, '9')).value().number));
+    constexpr double kHuge = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(parseQuantity(std::string(400, '9')).value().number, kHuge);
+    EXPECT_EQ(parseQuantity("-" + std::string(400, '9')).value().number, -kHuge);
 }
 
 TEST(Quantity, TextWithoutANumberAtItsBeginningIsNone)
@@ -62,6 +64,11 @@ TEST(Quantity, NumbersHaveNoExponentWhereTheyAreReadableWithout)
     EXPECT_EQ(toText(-0.001), "-0.001");
     EXPECT_EQ(toText(4294967295.0), "4294967295");
     EXPECT_EQ(toText(1e300), "1e+300");
+    EXPECT_EQ(toText(0.0), "0");
+    EXPECT_EQ(toText(1e-6), "0.000001");
+    EXPECT_EQ(toText(-9e-7), "-9e-07");
+    EXPECT_EQ(toText(999999999999999.0), "999999999999999");
+    EXPECT_EQ(toText(-1e15), "-1e+15");
     EXPECT_EQ(toText(std::numeric_limits<double>::quiet_NaN()), "nan");
 }
 
@@ -90,6 +97,17 @@ TEST(Quantity, DurationsHaveAUnitThatFits)
     EXPECT_EQ(toText(200s), "3 min 20 s");
     EXPECT_EQ(toText(59999ms), "1 min 0 s");
     EXPECT_EQ(toText(2h + 5min), "2 h 5 min");
+    // Each is the first or the last that is written so.
+    EXPECT_EQ(toText(0ns), "0.0 ms");
+    EXPECT_EQ(toText(99'949us), "99.9 ms");
+    EXPECT_EQ(toText(99'950us), "100 ms");
+    EXPECT_EQ(toText(999'499us), "999 ms");
+    EXPECT_EQ(toText(999'500us), "1.00 s");
+    EXPECT_EQ(toText(59'994ms), "59.99 s");
+    EXPECT_EQ(toText(59'995ms), "1 min 0 s");
+    EXPECT_EQ(toText(3599s), "59 min 59 s");
+    EXPECT_EQ(toText(3600s), "1 h 0 min");
+    EXPECT_EQ(toText(7259s), "2 h 0 min");
     EXPECT_EQ(secondsText(50ms), "0.05 s");
     EXPECT_EQ(secondsText(1min), "60 s");
 }
