@@ -269,7 +269,7 @@ TEST_F(IdentityGuardTest, OfAUnitWithAPlaceholderAllUniqueRecordsAreRead)
 
     send("carplay-mac", "001A7D000001");
 
-    EXPECT_THAT(askedRecords(), ElementsAre(0x14, 0x12, 0x03, 0x11));
+    EXPECT_THAT(askedRecords(), ElementsAre(0x14, 0x12, 0x03, 0x12, 0x11));
 }
 
 TEST_F(IdentityGuardTest, AddressThatTheUnitDoesNotReportAfterAQuestionIsNotWritten)

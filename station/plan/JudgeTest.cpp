@@ -187,7 +187,7 @@ TEST(Judge, FieldThatMustNotBeThereMisses)
     present.present = true;
 
     const Judgement judgement = judgeOne({&kName, std::string("x"), {}}, absent);
-    EXPECT_THAT(judgement.misses, ElementsAre("name: expected no value, got x"));
+    EXPECT_THAT(judgement.misses, ElementsAre("name: expected no value, got \"x\""));
     EXPECT_FALSE(judgement.measurements.at(0).passed);
     EXPECT_THAT(judgeOne({&kName, std::string("x"), {}}, present).misses, IsEmpty());
 }

@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-
 #include <vector>
 
 #include "station/record/Outcome.h"
+#include "station/record/ValueText.h"
 
 namespace station::plan {
 namespace {
