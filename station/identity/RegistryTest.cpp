@@ -17,6 +17,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <system_error>
 #include <thread>
 
 #include "protocol/catalogue/Catalogue.h"
@@ -945,7 +946,9 @@ TEST_P(RegistryWithoutLocksTest, GivesNothing)
             _exit(kNoFilter);
         }
         const std::string why = error([&] { reserve({"U1"}); });
-        _exit(why.find("file locks do not work here") == std::string::npos ? 1 : 0);
+        const std::string expected =
+            GetParam() == 0 ? "one lock was given twice" : std::generic_category().message(GetParam());
+        _exit(why.find("file locks do not work here (" + expected + ")") == std::string::npos ? 1 : 0);
     }
     int status = 0;
     waitpid(child, &status, 0);
@@ -1029,12 +1032,13 @@ TEST_F(RegistryTest, DatabaseThatIsLockedForAMomentIsWaitedFor)
 
 TEST_F(RegistryTest, OwnValueThatIsGivenForAReasonHasTheReasonInItsHistory)
 {
-    const auto claim = [&](const std::string& reason) {
-        open()->claim({{"hu-serial", "HU1"}}, {}, {"U1", {}, false, reason}, false);
+    const auto claim = [&](const std::string& reason, const Values& held) {
+        open()->claim({{"hu-serial", "HU1"}}, {}, {"U1", held, false, reason}, false);
     };
-    claim("");
-    claim("");
-    claim("board replaced");
+    claim("", {});
+    claim("", {});
+    claim("board replaced", {});
+    claim("memory replaced", {{"hu-serial", "HU1"}});
     std::vector<std::string> events;
 
     open(Registry::Access::kLook)
@@ -1046,7 +1050,7 @@ TEST_F(RegistryTest, OwnValueThatIsGivenForAReasonHasTheReasonInItsHistory)
             },
             "HU1");
 
-    EXPECT_THAT(events, ElementsAre("reserved,U1,", "reissued,U1,board replaced"));
+    EXPECT_THAT(events, ElementsAre("reserved,U1,", "reissued,U1,board replaced", "reissued,U1,memory replaced"));
 }
 
 TEST_F(RegistryTest, ValueThatWasSeenWithAUnitIsReservedForItOnceItLacksIt)
