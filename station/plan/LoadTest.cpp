@@ -259,16 +259,16 @@ TEST_P(ManualsPlan, IsSound)
 INSTANTIATE_TEST_SUITE_P(Load, ManualsPlan, testing::Values("docs/plans.md", "README.md"),
                          [](const auto& row) { return row.index == 0 ? "OfPlans" : "OfTheReadme"; });
 
-TEST(Load, ShippedPlansAreSoundAndSendNothingThatCannotBeUndone)
+TEST(Load, ShippedPlansAreSoundAndOnlyTheBringUpSendsWhatCannotBeUndone)
 {
     std::size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(std::string(SOURCE_FOLDER) + "/share/plans")) {
         const Loaded loaded = load(readFile(entry.path().string()), "FILE", protocol::catalogue::groups());
         EXPECT_THAT(problemsOf(loaded), IsEmpty()) << entry.path();
-        EXPECT_THAT(loaded.warnings, IsEmpty()) << entry.path();
+        EXPECT_EQ(loaded.warnings.size(), entry.path().stem() == "linux-bring-up" ? 2u : 0u) << entry.path();
         ++count;
     }
-    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(count, 4u);
 }
 
 TEST(Load, EndOfLinePlanTouchesEveryGroup)

@@ -674,7 +674,8 @@ TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShipp
 
     EXPECT_THAT(linesOf(run({ENGINEERING_STATION, "plan", "list"}).out),
                 ElementsAre(testing::StartsWith("test "), testing::StartsWith("end-of-line"),
-                            testing::StartsWith("provision"), testing::StartsWith("smoke")));
+                            testing::StartsWith("linux-bring-up"), testing::StartsWith("provision"),
+                            testing::StartsWith("smoke")));
     for (const char* name : {"own", "smoke"}) {
         EXPECT_EQ(run(planRun(name, {"--port", "/no/port"})).status, 10) << name;
     }
@@ -701,8 +702,8 @@ TEST_F(PlanProgramTest, ListNamesTheShippedPlans)
     const auto outcome = run({ENGINEERING_STATION, "plan", "list", std::string(SOURCE_FOLDER) + "/share/plans"});
 
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_THAT(linesOf(outcome.out),
-                ElementsAre(HasSubstr("end-of-line"), HasSubstr("provision"), HasSubstr("smoke")));
+    EXPECT_THAT(linesOf(outcome.out), ElementsAre(HasSubstr("end-of-line"), HasSubstr("linux-bring-up"),
+                                                  HasSubstr("provision"), HasSubstr("smoke")));
 }
 
 TEST_F(PlanProgramTest, TerminalShowsProgressFramesAndVerdictsAndAsks)
