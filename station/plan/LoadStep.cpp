@@ -5,6 +5,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "protocol/Quantity.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "station/plan/Judge.h"
@@ -20,11 +21,14 @@ using protocol::toml_file::TableReader;
 
 namespace {
 
-/// How long a step listens that asserts silence: it always takes the whole time, so less than for an answer.
 /// The attempts of a step are one line of the record.
 constexpr std::int64_t kMostAttempts = 10'001;
 
+/// How long a step listens that asserts silence: it always takes the whole time, so less than for an answer.
 constexpr auto kSilence = std::chrono::milliseconds(200);
+
+constexpr auto kPollInterval = std::chrono::milliseconds(200);
+constexpr auto kPollPatience = std::chrono::seconds(10);
 
 std::vector<const Field*> fieldsOf(std::span<const catalogue::Reply> replies)
 {
@@ -137,13 +141,13 @@ private:
 
     void loadAction()
     {
-        constexpr std::array<std::string_view, 4> kKinds{"send", "wait", "prompt", "headunit"};
+        constexpr std::array<std::string_view, 5> kKinds{"send", "wait", "prompt", "headunit", "pause"};
         std::vector<std::string_view> found;
         std::ranges::copy_if(kKinds, std::back_inserter(found),
                              [&](std::string_view kind) { return reader_.node(kind) != nullptr; });
         if (found.size() != 1) {
             problem(table_, found.empty()
-                                ? "expected 'send', 'wait', 'prompt' or 'headunit' in the step, got none"
+                                ? "expected 'send', 'wait', 'prompt', 'headunit' or 'pause' in the step, got none"
                                 : fmt::format("expected one action in the step, got {} and {}: make two steps",
                                               inQuotes(found[0]), inQuotes(found[1])));
             acceptAll();
@@ -155,6 +159,8 @@ private:
             loadWait();
         } else if (found[0] == "prompt") {
             loadPrompt();
+        } else if (found[0] == "pause") {
+            loadPause();
         } else {
             loadHeadUnit();
         }
@@ -163,7 +169,8 @@ private:
     /// Accepts every key of a step whose kind is unknown.
     void acceptAll()
     {
-        for (const char* key : {"with", "reply", "expect", "expect_later", "store", "id", "answer"}) {
+        for (const char* key :
+             {"with", "reply", "expect", "expect_later", "poll", "max_time", "store", "id", "answer"}) {
             reader_.node(key);
         }
     }
@@ -186,6 +193,7 @@ private:
         loadWith(send);
         loadReply(send);
         loadLater(send);
+        loadPoll(send);
         send.store = loadStore(
             fieldsOf(send.command->replies.empty() || send.later ? send.command->later : send.command->replies), key);
         if (send.command->destructive) {
@@ -318,6 +326,54 @@ private:
         send.later = true;
         send.expectLater = loadExpected(context_, *expect, fieldsOf(send.command->later),
                                         "the later reply to " + inQuotes(step_.name));
+    }
+
+    void loadPoll(Send& send)
+    {
+        const bool answers = !send.command->replies.empty() && send.reply == ReplyRule::kRequired;
+        if (reader_.node("max_time") != nullptr) {
+            send.maxTime = seconds(reader_, "max_time", Duration(0), 1e-6);
+            if (!answers) {
+                reader_.report("max_time", fmt::format("'max_time': expected a step that requires a reply, got {}",
+                                                       inQuotes(step_.name)));
+            }
+        }
+        const toml::table* table = reader_.table("poll");
+        if (table == nullptr) {
+            return;
+        }
+        if (!answers || send.later || !send.command->repeatable) {
+            reader_.report("poll", fmt::format("'poll': expected a command that reads, got {}", inQuotes(step_.name)));
+        }
+        TableReader reader(*table, "poll", context_.problems);
+        Poll poll;
+        if (const toml::table* until = reader.table("until")) {
+            poll.until =
+                loadExpected(context_, *until, fieldsOf(send.command->replies), "the reply to " + inQuotes(step_.name));
+        } else if (reader.node("until") == nullptr) {
+            problem(*table, "expected until = { FIELD = … } in 'poll', got none");
+        }
+        for (const Expected& each : poll.until) {
+            if (std::ranges::find(send.expect, each.name, &Expected::name) != send.expect.end()) {
+                problem(*table, fmt::format("expected {} either in 'until' or in 'expect', got it in both",
+                                            inQuotes(each.name)));
+            }
+        }
+        poll.every = seconds(reader, "every", kPollInterval);
+        poll.patience = seconds(reader, "for", kPollPatience, 0.001);
+        reader.finish();
+        send.poll = std::move(poll);
+    }
+
+    void loadPause()
+    {
+        step_.timeout = seconds(reader_, "pause", Duration(0));
+        step_.what = protocol::secondsText(step_.timeout);
+        step_.name = "pause " + step_.what;
+        if (reader_.node("timeout") != nullptr) {
+            reader_.report("timeout", "expected either 'pause' or 'timeout', got both");
+        }
+        step_.action = Pause();
     }
 
     void loadWait()
@@ -477,7 +533,9 @@ private:
             step_.name = *name;
         }
         const bool asks = std::holds_alternative<Prompt>(step_.action);
-        step_.timeout = seconds(reader_, "timeout", step_.timeout, asks ? 1 : 0.001);
+        if (!std::holds_alternative<Pause>(step_.action)) {
+            step_.timeout = seconds(reader_, "timeout", step_.timeout, asks ? 1 : 0.001);
+        }
         step_.repeat = count(reader_, "repeat", 1, 1);
         step_.retries = count(reader_, "retries", context_.retries, 0);
         if (const auto most = std::int64_t{step_.repeat} * (1 + step_.retries); most > kMostAttempts) {

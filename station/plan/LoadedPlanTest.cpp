@@ -69,6 +69,9 @@ steps = [
   { headunit = { set = "/audio/volume", value = { a = [1, 2.5, "x", true] } } },
   { headunit = { event = "OnCarSpeedChange", with = { speed = 70 } }, on_failure = "stop-group" },
   { headunit = { event = "OnReset" } },
+  { pause = "1.5s" },
+  { send = "tuner.frequency", poll = { until = { frequency = 8750 }, every = 0.5, for = "1min" } },
+  { send = "tuner.frequency", poll = { until = { frequency = 8750 } }, max_time = "50ms" },
 ]
 [[teardown]]
 name = "After"
@@ -129,6 +132,11 @@ std::string text(const Send& send)
         all += " " + name + "=" + value;
     }
     constexpr const char* kRules[] = {"", "; reply or not", "; no reply"};
+    if (send.poll) {
+        all += "; poll every " + text(send.poll->every) + " for " + text(send.poll->patience) +
+               texts("until", send.poll->until);
+    }
+    all += send.maxTime ? "; within " + text(*send.maxTime) : "";
     return all + kRules[static_cast<int>(send.reply)] + (send.later ? "; later" : "") + texts("expect", send.expect) +
            texts("expect later", send.expectLater) + texts(send.store);
 }
@@ -151,6 +159,11 @@ std::string text(const Prompt& prompt)
 std::string text(const HeadUnitAction& action)
 {
     return std::string(action.raisesEvent ? " event" : " set") + " " + action.target + " " + action.json;
+}
+
+std::string text(const Pause&)
+{
+    return "";
 }
 
 std::string texts(const std::vector<std::pair<std::string, std::string>>& conditions)
@@ -202,7 +215,7 @@ TEST(LoadedPlan, HasWhatItsFileSays)
     EXPECT_EQ(plan.line.corruptFrames, 3U);
     EXPECT_EQ(plan.line.garbageBytes, 0U);
     EXPECT_EQ(plan.teardownLimit, std::chrono::milliseconds(7500));
-    EXPECT_EQ(plan.stepCount(), 20U);
+    EXPECT_EQ(plan.stepCount(), 23U);
     EXPECT_THAT(loaded.warnings, IsEmpty());
     EXPECT_THAT(lines(plan.setup.at(0)), ElementsAre(R"(Before x1, 0 retries after 250ms)",
                                                      R"(19 send test.mode [test.mode]; x1 2000ms 3/250ms stop)"));
@@ -231,10 +244,13 @@ TEST(LoadedPlan, HasWhatItsFileSays)
             R"(47 prompt text [Text?] text text; expect text? =HU 7; x1 0ms 3/250ms stop)",
             R"(48 headunit /audio/volume [set /audio/volume {"a":[1,2.5,"x",true]}] set /audio/volume {"a":[1,2.5,"x",true]}; x1 2000ms 3/250ms stop headunit)",
             R"(49 headunit OnCarSpeedChange [event OnCarSpeedChange {"speed":70}] event OnCarSpeedChange {"speed":70}; x1 2000ms 3/250ms stop-group headunit)",
-            R"(50 headunit OnReset [event OnReset {}] event OnReset {}; x1 2000ms 3/250ms stop headunit)"));
+            R"(50 headunit OnReset [event OnReset {}] event OnReset {}; x1 2000ms 3/250ms stop headunit)",
+            R"(51 pause pause 1.5 s [1.5 s]; x1 1500ms 3/250ms stop)",
+            R"(52 send tuner.frequency [tuner.frequency]; poll every 500ms for 60000ms; until frequency =8750 in 10 kHz on FM; x1 2000ms 3/250ms stop)",
+            R"(53 send tuner.frequency [tuner.frequency]; poll every 200ms for 10000ms; until frequency =8750 in 10 kHz on FM; within 50ms; x1 2000ms 3/250ms stop)"));
     EXPECT_THAT(lines(plan.teardown.at(0)),
                 ElementsAre(R"(After x1, 0 retries after 250ms)",
-                            R"(54 send test.set-mode [test.set-mode mode=off] mode=off; x1 2000ms 3/250ms next)"));
+                            R"(57 send test.set-mode [test.set-mode mode=off] mode=off; x1 2000ms 3/250ms next)"));
 }
 
 TEST(LoadedPlan, ThatSaysLittleHasTheDefaults)
@@ -340,28 +356,38 @@ TEST_P(RefusedStep, IsReportedOnceAtItsPlace)
 
 INSTANTIATE_TEST_SUITE_P(
     Load, RefusedStep,
-    testing::Values(WrongStep{R"(send = "test.mode", timeout = 0.0009)", "8:33"},
-                    WrongStep{R"(send = "test.mode", timeout = 86401)", "8:33"},
-                    WrongStep{R"(send = "test.mode", retry_delay = -0.1)", "8:37"},
-                    WrongStep{R"(send = "test.mode", repeat = 0)", "8:32"},
-                    WrongStep{R"(send = "test.mode", retries = -1)", "8:33"},
-                    WrongStep{R"(prompt = "?", id = "a", timeout = 0.5)", "8:37"},
-                    WrongStep{R"(send = "test.mode", if_stored = "w")", "8:35"},
-                    WrongStep{R"(send = "test.mode", only_if = { w = 1 })", "8:35"},
-                    WrongStep{R"(send = "tuner.frequency", expect = { frequency = { min = 65536 } })", "8:60"},
-                    WrongStep{R"(send = "tuner.frequency", expect = { frequency = { max = -1 } })", "8:60"},
-                    WrongStep{R"(send = "tuner.frequency", expect = { frequency = { max = 9, unit = "10 k" } })",
-                              "8:70"},
-                    WrongStep{R"(send = "tuner.frequency", expect = { frequency = { matches = "9" } })", "8:64"},
-                    WrongStep{R"(send = "bluetooth.name", expect = { name = "${w}" })", "8:46"},
-                    WrongStep{R"(send = "bluetooth.name", expect = { name = { matches = "[${v}" } })", "8:58"},
-                    WrongStep{R"(send = "bluetooth.name", expect = { name = { max = 3 } })", "8:54"},
-                    WrongStep{R"(prompt = "?", id = "a b")", "8:22"},
-                    WrongStep{R"(prompt = "?", id = "a", answer = "text", expect = { equals = "${w}" })", "8:64"},
-                    WrongStep{R"(prompt = "?", id = "a", answer = "text", expect = { matches = "[" })", "8:65"},
-                    WrongStep{R"(prompt = "?", id = "a", expect = "maybe")", "8:36"},
-                    WrongStep{R"(wait = "test.mode")", "8:10"}, WrongStep{R"(wait = "keys.none")", "8:10"},
-                    WrongStep{R"(send = "tuner.play")", "8:10"}));
+    testing::Values(
+        WrongStep{R"(send = "test.mode", timeout = 0.0009)", "8:33"},
+        WrongStep{R"(send = "test.mode", timeout = 86401)", "8:33"},
+        WrongStep{R"(send = "test.mode", retry_delay = -0.1)", "8:37"},
+        WrongStep{R"(send = "test.mode", repeat = 0)", "8:32"},
+        WrongStep{R"(send = "test.mode", retries = -1)", "8:33"},
+        WrongStep{R"(prompt = "?", id = "a", timeout = 0.5)", "8:37"},
+        WrongStep{R"(send = "test.mode", if_stored = "w")", "8:35"},
+        WrongStep{R"(send = "test.mode", only_if = { w = 1 })", "8:35"},
+        WrongStep{R"(send = "tuner.frequency", expect = { frequency = { min = 65536 } })", "8:60"},
+        WrongStep{R"(send = "tuner.frequency", expect = { frequency = { max = -1 } })", "8:60"},
+        WrongStep{R"(send = "tuner.frequency", expect = { frequency = { max = 9, unit = "10 k" } })", "8:70"},
+        WrongStep{R"(send = "tuner.frequency", expect = { frequency = { matches = "9" } })", "8:64"},
+        WrongStep{R"(send = "bluetooth.name", expect = { name = "${w}" })", "8:46"},
+        WrongStep{R"(send = "bluetooth.name", expect = { name = { matches = "[${v}" } })", "8:58"},
+        WrongStep{R"(send = "bluetooth.name", expect = { name = { max = 3 } })", "8:54"},
+        WrongStep{R"(prompt = "?", id = "a b")", "8:22"},
+        WrongStep{R"(prompt = "?", id = "a", answer = "text", expect = { equals = "${w}" })", "8:64"},
+        WrongStep{R"(prompt = "?", id = "a", answer = "text", expect = { matches = "[" })", "8:65"},
+        WrongStep{R"(prompt = "?", id = "a", expect = "maybe")", "8:36"}, WrongStep{R"(wait = "test.mode")", "8:10"},
+        WrongStep{R"(wait = "keys.none")", "8:10"}, WrongStep{R"(send = "tuner.play")", "8:10"},
+        WrongStep{R"(pause = -1)", "8:11"}, WrongStep{R"(pause = "soon")", "8:11"},
+        WrongStep{R"(pause = 1, timeout = 1)", "8:24"}, WrongStep{R"(pause = 1, with = { frequency = 1 })", "8:14"},
+        WrongStep{R"(send = "tuner.frequency", poll = { every = 1 })", "8:36"},
+        WrongStep{R"(send = "tuner.frequency", poll = { until = 8750 })", "8:46"},
+        WrongStep{R"(send = "tuner.frequency", poll = { until = { band = 1 } })", "8:48"},
+        WrongStep{R"(send = "tuner.frequency", poll = { until = { frequency = 1 }, for = 0 })", "8:71"},
+        WrongStep{R"(send = "tuner.frequency", expect = { frequency = 1 }, poll = { until = { frequency = 1 } })",
+                  "8:64"},
+        WrongStep{R"(send = "tuner.frequency", reply = "none", poll = { until = {} })", "8:52"},
+        WrongStep{R"(send = "tuner.frequency", reply = "optional", max_time = 1)", "8:60"},
+        WrongStep{R"(send = "tuner.frequency", max_time = 0)", "8:40"}));
 
 /// @returns whether the plan's one question asks for a secret.
 bool asksForASecret(const std::string& steps)

@@ -57,6 +57,8 @@ Estimate once(const Step& step, unsigned baud)
     Estimate sum;
     if (const auto* send = std::get_if<Send>(&step.action)) {
         add(sum, *send, step, baud);
+    } else if (std::holds_alternative<Pause>(step.action)) {
+        sum.duration = step.timeout;
     } else if (!std::holds_alternative<HeadUnitAction>(step.action)) {
         ++sum.open;
     }
@@ -72,7 +74,7 @@ auto groupsOf(const Plan& plan)
 
 std::string_view Step::kind() const
 {
-    constexpr std::array<std::string_view, 4> kNames{"send", "wait", "prompt", "headunit"};
+    constexpr std::array<std::string_view, 5> kNames{"send", "wait", "prompt", "headunit", "pause"};
     return kNames[action.index()];
 }
 

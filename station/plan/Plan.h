@@ -50,10 +50,22 @@ enum class ReplyRule : std::uint8_t {
     kNone,      ///< silence
 };
 
+/// Sends a command again and again until its reply is as wanted.
+struct Poll {
+    std::vector<Expected> until;
+    /// From the end of a try to the next command.
+    Duration every{0};
+    /// No further try begins after this time.
+    Duration patience{0};
+};
+
 struct Send {
     const protocol::catalogue::Command* command = nullptr;
     std::vector<protocol::catalogue::Argument> with;
     ReplyRule reply = ReplyRule::kRequired;
+    std::optional<Poll> poll;
+    /// The longest time from command to reply with which the step passes.
+    std::optional<Duration> maxTime;
     std::vector<Expected> expect;
     /// Whether to wait for the later reply, too.
     bool later = false;
@@ -95,12 +107,16 @@ struct HeadUnitAction {
     std::string json;
 };
 
+/// Does nothing for the step's time.
+struct Pause {
+};
+
 struct Step {
     std::string name;
     /// Its action in one line.
     std::string what;
-    std::variant<Send, Wait, Prompt, HeadUnitAction> action;
-    /// The longest wait for an answer; zero for a question without limit.
+    std::variant<Send, Wait, Prompt, HeadUnitAction, Pause> action;
+    /// The longest wait for an answer, zero for a question without limit; of a pause, its time.
     Duration timeout{0};
     /// How often the step is executed; every time has to pass.
     int repeat = 1;
@@ -115,7 +131,7 @@ struct Step {
     std::string ifStored;
     unsigned line = 0;
 
-    /// @returns "send", "wait", "prompt" or "headunit".
+    /// @returns "send", "wait", "prompt", "headunit" or "pause".
     std::string_view kind() const;
 };
 

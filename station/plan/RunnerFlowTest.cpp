@@ -110,6 +110,95 @@ TEST_F(RunnerFlowTest, RetriesAreAllKeptAndTheLastDecides)
     EXPECT_EQ(step(0).attempts[2].verdict, Verdict::kPass);
 }
 
+TEST_F(RunnerFlowTest, PollAsksUntilTheReplyIsAsWanted)
+{
+    int asked = 0;
+    on[kFrequency] = [&](const Frame&) {
+        if (++asked > 1) {
+            reply(0x82, 0x01, {0x22, static_cast<std::uint8_t>(asked == 4 ? 0x2E : 0x00)});
+        }
+    };
+
+    const auto& run = runSteps(
+        R"({ send = "tuner.frequency", timeout = 0.05, poll = { until = { frequency = 8750 }, every = 0 }, store = "f" },
+           { send = "tuner.frequency", expect = { frequency = { equals = 8704 } }, only_if = { f = 8750 } })");
+
+    EXPECT_EQ(verdictOf(run), Verdict::kPass) << reasonOf(step(0));
+    ASSERT_THAT(step(0).attempts, SizeIs(1));
+    ASSERT_THAT(step(0).attempts[0].measurements, SizeIs(2));
+    EXPECT_EQ(step(0).attempts[0].measurements[0].value, record::Scalar(87.5));
+    EXPECT_EQ(step(0).attempts[0].measurements[1].name, "tries");
+    EXPECT_EQ(step(0).attempts[0].measurements[1].value, record::Scalar(4.0));
+    EXPECT_EQ(verdictOf(step(1)), Verdict::kPass);
+}
+
+TEST_F(RunnerFlowTest, PollThatIsOverSaysTheLastValueAndItsTries)
+{
+    runSteps(R"({ send = "tuner.frequency", poll = { until = { frequency = 8760 }, every = 0.02, for = 0.01 } })");
+
+    EXPECT_EQ(verdictOf(step(0)), Verdict::kFail);
+    EXPECT_EQ(reasonOf(step(0)),
+              "frequency: expected 87.6 MHz on FM, got 87.5 MHz on FM; so in 1 attempt within 0.01 s");
+}
+
+TEST_F(RunnerFlowTest, PollJudgesTheLastReplyOnly)
+{
+    int asked = 0;
+    on[kFrequency] = [&](const Frame&) { reply(0x82, 0x01, {0x22, static_cast<std::uint8_t>(0x2C + ++asked)}); };
+
+    runSteps(
+        R"({ send = "tuner.frequency", poll = { until = { frequency = { min = 8750 } }, every = 0 }, max_time = 1 },
+                { send = "tuner.frequency", poll = { until = {} }, expect = { frequency = 1 } })");
+
+    EXPECT_EQ(reasonOf(step(0)), "");
+    EXPECT_EQ(reasonOf(step(1)), "frequency: expected 0.01 MHz on FM, got 87.51 MHz on FM");
+}
+
+TEST_F(RunnerFlowTest, LatencyIsMeasuredAgainstItsLimit)
+{
+    runSteps(R"({ send = "tuner.frequency", max_time = 0.9 })");
+
+    ASSERT_THAT(step(0).attempts.at(0).measurements, SizeIs(2));
+    const auto& latency = step(0).attempts[0].measurements[0];
+    EXPECT_EQ(latency.name + " " + latency.unit, "latency ms");
+    EXPECT_EQ(latency.limits.maximum, 900.0);
+    EXPECT_GT(std::get<double>(latency.value), 0);
+    EXPECT_LT(std::get<double>(latency.value), 900);
+    EXPECT_TRUE(latency.passed);
+}
+
+TEST_F(RunnerFlowTest, AnswerMissesATimeThatIsTooShort)
+{
+    runSteps(R"({ send = "test.mode", max_time = 0.000001 })");
+
+    EXPECT_EQ(verdictOf(step(0)), Verdict::kFail);
+    EXPECT_THAT(reasonOf(step(0)), testing::MatchesRegex("latency: expected at most 0.001 ms, got [0-9.]+ ms"));
+}
+
+TEST_F(RunnerFlowTest, PauseTakesItsTimeAndLooksAtTheLine)
+{
+    on[kMode] = [this](const Frame&) {
+        reply(0x8F, 0xFF, {1});
+        reply(0x8F, 0xFF, {1});
+    };
+
+    runSteps(R"({ send = "test.mode" }, { pause = "30ms" })");
+
+    EXPECT_GE(step(1).attempts.at(0).duration, 30ms);
+    EXPECT_EQ(verdictOf(step(1)), Verdict::kPass);
+    EXPECT_THAT(reasonOf(step(0)), HasSubstr("expected one reply, got a second"));
+}
+
+TEST_F(RunnerFlowTest, PauseEndsWhenTheUserEndsTheRun)
+{
+    prompter.answers["go"] = "yes";
+    prompter.beforeAnswering = [this] { control.request(); };
+
+    runSteps(R"({ prompt = "Go?", id = "go" }, { pause = "1h" })");
+
+    EXPECT_EQ(verdictOf(result.run), Verdict::kAborted);
+}
+
 TEST_F(RunnerFlowTest, RepetitionsAllHaveToPass)
 {
     int asked = 0;

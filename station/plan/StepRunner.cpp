@@ -46,6 +46,21 @@ Attribution::Due dueOf(ReplyRule rule)
     return Attribution::Due::kSilence;
 }
 
+void judgeTime(Duration time, Duration most, Attempt& attempt)
+{
+    const auto inMilliseconds = [](Duration each) {
+        return static_cast<double>(std::chrono::round<std::chrono::microseconds>(each).count()) / 1000;
+    };
+    record::Measurement measurement{"latency", inMilliseconds(time), "ms", {}, time <= most};
+    measurement.limits.maximum = inMilliseconds(most);
+    if (!measurement.passed) {
+        fail(attempt, Verdict::kFail,
+             fmt::format("latency: expected {}, got {}", record::toText(measurement.limits, measurement.unit),
+                         record::toText(measurement.value, measurement.unit)));
+    }
+    attempt.measurements.push_back(std::move(measurement));
+}
+
 /// @returns how a frame differs from the catalogue although each of its fields fits; empty if it does not.
 std::string misshape(const catalogue::Decoded& decoded)
 {
@@ -125,6 +140,8 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
         connection_.send(frame);
         line_.attribution().settle();
         attribute();
+    } else if (send.poll) {
+        poll(send, frame, step, attempt);
     } else if (const auto reply = exchange(send, frame, step.timeout, attempt)) {
         judgeFrame(*reply, send.command, send.expect, send.later ? std::vector<StoredField>() : send.store, attempt);
         listenBriefly();
@@ -145,6 +162,40 @@ void StepRunner::run(const Send& send, const Step& step, Attempt& attempt)
     }
 }
 
+void StepRunner::poll(const Send& send, const Frame& frame, const Step& step, Attempt& attempt)
+{
+    const auto giveUp = Connection::Clock::now() + send.poll->patience;
+    std::vector<Expected> expected = send.poll->until;
+    expected.insert(expected.end(), send.expect.begin(), send.expect.end());
+    for (std::size_t tries = 1;; ++tries) {
+        Attempt last;
+        bool done = false;
+        if (const auto reply = exchange(send, frame, step.timeout, last)) {
+            const auto decoded = catalogue::decodeFromUnit(surroundings_.groups, *reply, send.command);
+            done = judge(send.poll->until, decoded.fields, variables_).misses.empty();
+            judgeFrame(*reply, send.command, expected, send.store, last);
+            listenBriefly();
+            attribute();
+        }
+        const bool late = Connection::Clock::now() + send.poll->every >= giveUp;
+        if (done || late) {
+            attempt.measurements = std::move(last.measurements);
+            attempt.measurements.push_back({"tries", static_cast<double>(tries), "", {}});
+            if (last.verdict != Verdict::kPass) {
+                fail(attempt, last.verdict,
+                     done ? last.reason
+                          : fmt::format("{}; so in {} within {}", last.reason, protocol::plural(tries, "attempt"),
+                                        secondsText(send.poll->patience)));
+            }
+            return;
+        }
+        awaitFrame([](const Frame&) { return false; }, send.poll->every);
+        attribute();
+        line_.forget();
+        line_.attribution().expect(dueOf(send.reply));
+    }
+}
+
 /// @returns the answer, when one is allowed and came.
 std::optional<Frame> StepRunner::exchange(const Send& send, const Frame& frame, Duration timeout, Attempt& attempt)
 {
@@ -156,6 +207,9 @@ std::optional<Frame> StepRunner::exchange(const Send& send, const Frame& frame, 
         line_.claim(line_.arrivals().back());
     }
     attribute();
+    if (outcome.reply && send.maxTime) {
+        judgeTime(outcome.roundTrip, *send.maxTime, attempt);
+    }
     if (!outcome.reply && send.reply == ReplyRule::kRequired) {
         explainSilence(send, timeout, outcome.corrupt, attempt);
     }
@@ -409,6 +463,12 @@ void StepRunner::run(const Prompt& prompt, const Step& step, Attempt& attempt)
             serial_.give(*answer);
         }
     }
+}
+
+void StepRunner::run(const Pause&, const Step& step, Attempt&)
+{
+    awaitFrame([](const Frame&) { return false; }, step.timeout);
+    attribute();
 }
 
 void StepRunner::run(const HeadUnitAction& action, const Step&, Attempt&)

@@ -55,9 +55,11 @@ private:
     void run(const Wait& wait, const Step& step, record::Attempt& attempt);
     void run(const Prompt& prompt, const Step& step, record::Attempt& attempt);
     void run(const HeadUnitAction& action, const Step& step, record::Attempt& attempt);
+    void run(const Pause& pause, const Step& step, record::Attempt& attempt);
 
     std::optional<protocol::Frame> exchange(const Send& send, const protocol::Frame& frame, Duration timeout,
                                             record::Attempt& attempt);
+    void poll(const Send& send, const protocol::Frame& frame, const Step& step, record::Attempt& attempt);
     void explainSilence(const Send& send, Duration timeout, std::size_t corrupt, record::Attempt& attempt);
     /// Adds the arrivals to the attempts that they belong to.
     void attribute();
@@ -67,6 +69,7 @@ private:
     void judgeFrame(const protocol::Frame& frame, const protocol::catalogue::Command* asked,
                     const std::vector<Expected>& expected, const std::vector<StoredField>& store,
                     record::Attempt& attempt);
+    /// @returns nothing if the time is over first.
     std::optional<protocol::Frame> awaitFrame(const std::function<bool(const protocol::Frame&)>& wanted,
                                               Duration timeout);
     /// @returns whether the command sets or reads auto-test mode: the unit answers it in either mode.

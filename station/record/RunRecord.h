@@ -153,7 +153,7 @@ struct Attempt {
 
 struct Step {
     std::string name;
-    /// "send", "wait", "prompt", "headunit".
+    /// "send", "wait", "prompt", "headunit", "pause".
     std::string kind;
     /// Its action in one line: "tuner.play frequency=8750".
     std::string what;
