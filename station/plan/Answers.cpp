@@ -1,6 +1,7 @@
 #include "station/plan/Answers.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <toml++/toml.h>
 #include <algorithm>
 #include <span>
@@ -83,11 +84,11 @@ Answers::Answers(std::string_view text, const Plan& plan, Problems& problems)
                 continue;
             }
             const auto given = typed(node);
-            const auto answer = given ? parseAnswer((*prompt)->kind, *given) : std::nullopt;
+            const auto answer = given ? parseAnswer(**prompt, *given) : std::nullopt;
             if (!answer) {
                 protocol::toml_file::report(
                     problems, node,
-                    fmt::format("{}: expected {}, got {}", (*prompt)->id, describe((*prompt)->kind),
+                    fmt::format("{}: expected {}, got {}", (*prompt)->id, describe(**prompt),
                                 given && !(*prompt)->secret ? protocol::inQuotes(*given) : "another type"));
                 continue;
             }
@@ -115,10 +116,10 @@ std::optional<std::string> Answers::find(const std::string& port, const std::str
     return answer == all_.end() ? std::nullopt : std::optional(answer->second);
 }
 
-std::optional<std::string> parseAnswer(Prompt::Kind kind, std::string_view text)
+std::optional<std::string> parseAnswer(const Prompt& prompt, std::string_view text)
 {
     const std::string_view answer = trimmed(text);
-    switch (kind) {
+    switch (prompt.kind) {
         case Prompt::Kind::kYesNo:
             if (answer == "y" || answer == "Y" || answer == "yes") {
                 return "yes";
@@ -126,6 +127,11 @@ std::optional<std::string> parseAnswer(Prompt::Kind kind, std::string_view text)
             return answer == "n" || answer == "N" || answer == "no" ? std::optional<std::string>("no") : std::nullopt;
         case Prompt::Kind::kNumber:
             return protocol::parseFinite(answer) ? std::optional(std::string(answer)) : std::nullopt;
+        case Prompt::Kind::kChoice:
+            if (std::ranges::find(prompt.choices, answer) == prompt.choices.end()) {
+                return std::nullopt;
+            }
+            break;
         case Prompt::Kind::kText:
             break;
     }
@@ -142,13 +148,15 @@ Answers readAnswers(const std::string& path, const Plan& plan, Problems& problem
     }
 }
 
-const char* describe(Prompt::Kind kind)
+std::string describe(const Prompt& prompt)
 {
-    switch (kind) {
+    switch (prompt.kind) {
         case Prompt::Kind::kYesNo:
             return "yes or no";
         case Prompt::Kind::kNumber:
             return "a number";
+        case Prompt::Kind::kChoice:
+            return fmt::format("{}", fmt::join(prompt.choices, " or "));
         case Prompt::Kind::kText:
             break;
     }

@@ -34,10 +34,10 @@ private:
 Answers readAnswers(const std::string& path, const Plan& plan, protocol::toml_file::Problems& problems);
 
 /// Reads an answer as people give it.
-/// @returns "yes" or "no", the number, or the text; nothing for another kind of answer.
-std::optional<std::string> parseAnswer(Prompt::Kind kind, std::string_view text);
+/// @returns "yes" or "no", the number, the text or the choice; nothing for another kind of answer.
+std::optional<std::string> parseAnswer(const Prompt& prompt, std::string_view text);
 
-/// @returns the form of an answer of this kind: "yes or no", "a number", "a text".
-const char* describe(Prompt::Kind kind);
+/// @returns the form of an answer: "yes or no", "a number", "a text", "left or right".
+std::string describe(const Prompt& prompt);
 
 }  // namespace station::plan

@@ -100,34 +100,45 @@ steps = [{ prompt = "C?", id = "c" }]
     EXPECT_EQ(answers.find("", "c"), "yes");
 }
 
+Prompt of(Prompt::Kind kind)
+{
+    Prompt prompt;
+    prompt.kind = kind;
+    prompt.choices = {"left", "right"};
+    return prompt;
+}
+
 TEST(Answers, KindsHaveTheirForms)
 {
-    EXPECT_STREQ(describe(Prompt::Kind::kYesNo), "yes or no");
-    EXPECT_STREQ(describe(Prompt::Kind::kNumber), "a number");
-    EXPECT_STREQ(describe(Prompt::Kind::kText), "a text");
+    EXPECT_EQ(describe(of(Prompt::Kind::kYesNo)), "yes or no");
+    EXPECT_EQ(describe(of(Prompt::Kind::kNumber)), "a number");
+    EXPECT_EQ(describe(of(Prompt::Kind::kText)), "a text");
+    EXPECT_EQ(describe(of(Prompt::Kind::kChoice)), "left or right");
 }
 
 TEST(Answers, AreReadAsPeopleGiveThem)
 {
     for (const char* yes : {"y", "Y", "yes", "\t yes \r\n"}) {
-        EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, yes), "yes") << yes;
+        EXPECT_EQ(parseAnswer(of(Prompt::Kind::kYesNo), yes), "yes") << yes;
     }
     for (const char* no : {"n", "N", "no"}) {
-        EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, no), "no") << no;
+        EXPECT_EQ(parseAnswer(of(Prompt::Kind::kYesNo), no), "no") << no;
     }
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, ""), std::nullopt);
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, ""), std::nullopt);
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "inf"), std::nullopt);
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "1e999"), std::nullopt);
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kText, "a"), "a");
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, " y\r"), "yes");
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, "no"), "no");
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kYesNo, "maybe"), std::nullopt);
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "13.8"), "13.8");
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "13.8 V"), std::nullopt);
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kNumber, "nan"), std::nullopt);
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kText, "  HU 7 "), "HU 7");
-    EXPECT_EQ(parseAnswer(Prompt::Kind::kText, "  "), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kYesNo), ""), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kNumber), ""), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kNumber), "inf"), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kNumber), "1e999"), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kText), "a"), "a");
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kYesNo), " y\r"), "yes");
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kYesNo), "no"), "no");
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kYesNo), "maybe"), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kNumber), "13.8"), "13.8");
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kNumber), "13.8 V"), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kNumber), "nan"), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kText), "  HU 7 "), "HU 7");
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kText), "  "), std::nullopt);
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kChoice), " left\r"), "left");
+    EXPECT_EQ(parseAnswer(of(Prompt::Kind::kChoice), "up"), std::nullopt);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "station/plan/LoadContext.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
@@ -67,16 +68,98 @@ int count(TableReader& reader, std::string_view key, int otherwise, int least)
     return static_cast<int>(reader.integer(key, false, least, kMost).value_or(otherwise));
 }
 
-std::vector<std::pair<std::string, std::string>> loadConditions(Context& context, TableReader& reader)
+Keep loadKeep(TableReader& reader)
 {
-    std::vector<std::pair<std::string, std::string>> list;
-    if (const auto* table = reader.table("only_if")) {
-        for (const auto& [key, node] : *table) {
-            if (!context.variables.contains(key.str())) {
-                report(context, key, fmt::format("expected an earlier step with store = \"{}\", got none", key.str()));
-            }
-            if (const auto value = writtenValue(context, node, key.str())) {
-                list.emplace_back(key.str(), *value);
+    return static_cast<Keep>(reader.oneOf("keep", {"last", "first", "all"}).value_or(0));
+}
+
+namespace {
+
+using Is = Condition::Is;
+
+constexpr std::pair<std::string_view, Is> kOperators[] = {
+    {"=", Is::kEqual}, {"!=", Is::kUnequal}, {"<", Is::kBelow},  {"<=", Is::kAtMost},
+    {">", Is::kAbove}, {">=", Is::kAtLeast}, {"in", Is::kOneOf},
+};
+
+/// Adds the value of a condition, as the run stores such a value.
+void addValue(Context& context, const toml::node& node, const Variable& variable, Condition& condition)
+{
+    auto value = writtenValue(context, node, condition.variable);
+    if (!value) {
+        return;
+    }
+    condition.text += (condition.values.empty() ? " " : ", ") + *value;
+    const auto problem = [&](const std::string& text) { protocol::toml_file::report(context.problems, node, text); };
+    if (!variable.choices.empty() && std::ranges::find(variable.choices, *value) == variable.choices.end()) {
+        problem(fmt::format("{}: expected one of {}, got {}", inQuotes(condition.variable),
+                            fmt::join(variable.choices, ", "), inQuotes(*value)));
+    }
+    try {
+        if (variable.field != nullptr) {
+            value = written({variable.field, literal(*variable.field, *value), {}});
+        }
+    } catch (const protocol::UserError& error) {
+        problem(error.what());
+    }
+    condition.values.push_back(*value);
+}
+
+void loadCondition(Context& context, const toml::key& key, Is is, const toml::node& node, std::vector<Condition>& list)
+{
+    const auto known = context.variables.find(key.str());
+    const Variable variable = known == context.variables.end() ? Variable() : known->second;
+    const auto* const word = std::ranges::find(kOperators, is, &std::pair<std::string_view, Is>::second);
+    Condition condition{
+        std::string(key.str()), is, {}, variable.isNumber, fmt::format("{} {}", key.str(), word->first)};
+    const toml::array* const several = is == Is::kOneOf ? node.as_array() : nullptr;
+    if (is == Is::kOneOf && (several == nullptr || several->empty())) {
+        protocol::toml_file::report(context.problems, node, "'in': expected a list of values");
+        return;
+    }
+    const bool ordered = is != Is::kEqual && is != Is::kUnequal && is != Is::kOneOf;
+    if (ordered && known != context.variables.end() && !variable.isNumber) {
+        protocol::toml_file::report(context.problems, node,
+                                    fmt::format("expected '=', '!=' or 'in' for {}, which is not a number, got '{}'",
+                                                inQuotes(key.str()), word->first));
+        return;
+    }
+    if (several == nullptr) {
+        addValue(context, node, variable, condition);
+    } else {
+        for (const toml::node& each : *several) {
+            addValue(context, each, variable, condition);
+        }
+    }
+    if (!condition.values.empty()) {
+        list.push_back(std::move(condition));
+    }
+}
+
+}  // namespace
+
+std::vector<Condition> loadConditions(Context& context, TableReader& reader)
+{
+    std::vector<Condition> list;
+    const auto* table = reader.table("only_if");
+    if (table == nullptr) {
+        return list;
+    }
+    for (const auto& [key, node] : *table) {
+        if (!context.variables.contains(key.str())) {
+            report(context, key, fmt::format("expected an earlier step with store = \"{}\", got none", key.str()));
+        }
+        if (!node.is_table()) {
+            loadCondition(context, key, Is::kEqual, node, list);
+            continue;
+        }
+        for (const auto& [word, value] : *node.as_table()) {
+            const auto* const found =
+                std::ranges::find(kOperators, word.str(), &std::pair<std::string_view, Is>::first);
+            if (found == std::end(kOperators)) {
+                report(context, word, fmt::format("expected =, !=, <, <=, >, >= or in, got {}", inQuotes(word.str())));
+            } else {
+                loadCondition(context, key, found->second, value, list);
             }
         }
     }

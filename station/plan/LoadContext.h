@@ -1,6 +1,7 @@
 #pragma once
 
 #include <toml++/toml.h>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -11,6 +12,15 @@
 
 /// Shared by the parts of the plan loader.
 namespace station::plan::loading {
+
+/// What a plan knows of a variable before it runs.
+struct Variable {
+    /// The field that it is stored from; nullptr for an operator's answer.
+    const protocol::catalogue::Field* field = nullptr;
+    bool isNumber = false;
+    /// The answers of a question with choices.
+    std::vector<std::string> choices = {};
+};
 
 struct Context {
     protocol::catalogue::Groups groups;
@@ -24,12 +34,17 @@ struct Context {
     OnFailure onFailure = OnFailure::kNext;
 
     /// Variables that the steps so far store.
-    std::set<std::string, std::less<>> variables;
+    std::map<std::string, Variable, std::less<>> variables;
     /// Ids of the questions so far.
     std::set<std::string, std::less<>> questions;
 };
 
 using protocol::inQuotes;
+
+inline bool isNumber(const protocol::catalogue::Field& field)
+{
+    return protocol::catalogue::sizeOf(field.type) != 0;
+}
 
 /// Adds a problem at a key.
 void report(Context& context, const toml::key& key, std::string text);
@@ -62,8 +77,10 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
 Step loadStep(Context& context, const toml::table& table);
 
 /// Reads `only_if`.
-std::vector<std::pair<std::string, std::string>> loadConditions(Context& context,
-                                                                protocol::toml_file::TableReader& reader);
+std::vector<Condition> loadConditions(Context& context, protocol::toml_file::TableReader& reader);
+
+/// Reads `keep`, which says what happens when a step stores again.
+Keep loadKeep(protocol::toml_file::TableReader& reader);
 
 /// @returns whether `requires` demands a simulated head unit.
 bool loadRequires(protocol::toml_file::TableReader& reader);

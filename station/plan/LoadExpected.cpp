@@ -19,11 +19,6 @@ using protocol::toml_file::TableReader;
 
 namespace {
 
-bool isNumber(const Field& field)
-{
-    return catalogue::sizeOf(field.type) != 0;
-}
-
 /// @returns whether `unit` is the field's, as in "10 kHz" for "10 kHz on FM".
 bool isUnitOf(const Field& field, std::string_view unit)
 {
@@ -146,6 +141,10 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
     expected.matches = reader.optionalText("matches");
     if (expected.matches) {
         checkPattern(context, *reader.node("matches"), *expected.matches);
+        if (field.type == catalogue::Type::kBytes && expected.matches->find(':') != std::string::npos) {
+            reader.report("matches", fmt::format("{}: expected bytes as in '00 1A 7D', got {}", inQuotes(field.name),
+                                                 inQuotes(*expected.matches)));
+        }
         if (isNumber(field)) {
             reader.report("matches", fmt::format("{}: expected 'min', 'max' or 'equals' for a number, got 'matches'",
                                                  inQuotes(field.name)));
@@ -194,6 +193,17 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
                 protocol::toml_file::report(context.problems, node, "'expect': expected \"yes\", \"no\" or \"any\"");
                 return std::nullopt;
             }
+            return expected;
+        }
+        case Prompt::Kind::kChoice: {
+            const auto text = node.value<std::string>();
+            if (!text || std::ranges::find(prompt.choices, *text) == prompt.choices.end()) {
+                protocol::toml_file::report(
+                    context.problems, node,
+                    fmt::format("'expect': expected one of {}", fmt::join(prompt.choices, ", ")));
+                return std::nullopt;
+            }
+            expected.equals = *text;
             return expected;
         }
         case Prompt::Kind::kNumber: {

@@ -170,7 +170,7 @@ private:
     void acceptAll()
     {
         for (const char* key :
-             {"with", "reply", "expect", "expect_later", "poll", "max_time", "store", "id", "answer"}) {
+             {"with", "reply", "expect", "expect_later", "poll", "max_time", "store", "keep", "id", "answer"}) {
             reader_.node(key);
         }
     }
@@ -419,8 +419,7 @@ private:
             reader_.report(
                 "id", fmt::format("'id': expected another id for each question, got {} twice", inQuotes(prompt.id)));
         }
-        const auto kind = reader_.oneOf("answer", {"yes-no", "text", "number"});
-        prompt.kind = static_cast<Prompt::Kind>(kind.value_or(0));
+        loadAnswerKind(prompt);
         if (const auto* expect = reader_.node("expect")) {
             prompt.expect = loadAnswer(context_, *expect, prompt);
         } else if (prompt.kind == Prompt::Kind::kYesNo) {
@@ -429,11 +428,34 @@ private:
             prompt.expect->equals = "yes";
         }
         if (const auto name = reader_.optionalText("store")) {
-            addVariable(*reader_.node("store"), *name);
+            addVariable(*reader_.node("store"), *name, {nullptr, prompt.kind == Prompt::Kind::kNumber, prompt.choices});
             prompt.store = *name;
         }
+        prompt.keep = loadKeep(reader_);
         prompt.unique = reader_.boolean("unique", false);
         step_.action = std::move(prompt);
+    }
+
+    void loadAnswerKind(Prompt& prompt)
+    {
+        const toml::node* const node = reader_.node("answer");
+        if (node == nullptr || !node->is_array()) {
+            prompt.kind = static_cast<Prompt::Kind>(reader_.oneOf("answer", {"yes-no", "text", "number"}).value_or(0));
+            return;
+        }
+        prompt.kind = Prompt::Kind::kChoice;
+        for (const toml::node& each : *node->as_array()) {
+            const auto text = each.value<std::string>();
+            if (!each.is_string() || text->empty() ||
+                std::ranges::find(prompt.choices, *text) != prompt.choices.end()) {
+                problem(each, "'answer': expected a list of different texts");
+            } else {
+                prompt.choices.push_back(*text);
+            }
+        }
+        if (node->as_array()->size() < 2) {
+            problem(*node, "'answer': expected at least two choices");
+        }
     }
 
     void loadHeadUnit()
@@ -483,6 +505,7 @@ private:
     std::vector<StoredField> loadStore(const std::vector<const Field*>& fields, const std::string& frame)
     {
         std::vector<StoredField> list;
+        const Keep keep = loadKeep(reader_);
         const toml::node* node = reader_.node("store");
         if (node == nullptr) {
             return list;
@@ -495,8 +518,8 @@ private:
                                            inQuotes(frame), text->get(), fields.front()->name, inQuotes(text->get())));
                 return list;
             }
-            addVariable(*node, text->get());
-            list.push_back({text->get(), std::string(fields.front()->name)});
+            addVariable(*node, text->get(), {fields.front(), isNumber(*fields.front())});
+            list.push_back({text->get(), std::string(fields.front()->name), keep});
         } else if (const auto* table = node->as_table()) {
             for (const auto& [key, value] : *table) {
                 const auto field = value.value<std::string>();
@@ -510,8 +533,8 @@ private:
                                          : fmt::format("'store': expected the name of a field of {}", inQuotes(frame)));
                     continue;
                 }
-                addVariable(value, std::string(key.str()));
-                list.push_back({std::string(key.str()), *field});
+                addVariable(value, std::string(key.str()), {*found, isNumber(**found)});
+                list.push_back({std::string(key.str()), *field, keep});
             }
         } else {
             problem(*node, "'store': expected a name or { NAME = \"FIELD\" }");
@@ -519,12 +542,12 @@ private:
         return list;
     }
 
-    void addVariable(const toml::node& node, const std::string& name)
+    void addVariable(const toml::node& node, const std::string& name, Variable variable)
     {
         if (!isVariableName(name)) {
             problem(node, fmt::format("'store': expected letters, digits, '-' and '_', got {}", inQuotes(name)));
         }
-        context_.variables.insert(name);
+        context_.variables.insert_or_assign(name, std::move(variable));
     }
 
     void loadCommon()

@@ -59,13 +59,14 @@ steps = [
 [[main]]
 name = "Others"
 on_failure = "stop"
-only_if = { old = 8.5 }
+only_if = { old = { "!=" = 8500, in = [8750, 8760] } }
 steps = [
   { prompt = "Lit?", id = "lit" },
   { prompt = "Dark?", id = "dark", expect = "no", timeout = 1 },
   { prompt = "Voltage?", id = "voltage", answer = "number", expect = { min = 13, max = 13.5, unit = "V" } },
   { prompt = "Label?", id = "label", answer = "text", expect = { equals = "${old}", matches = "[A-Z]+" }, store = "said", unique = true },
   { prompt = "Text?", id = "text", answer = "text", expect = "HU 7" },
+  { prompt = "Side?", id = "side", answer = ["left", "right"], expect = "left", store = "where", keep = "all" },
   { headunit = { set = "/audio/volume", value = { a = [1, 2.5, "x", true] } } },
   { headunit = { event = "OnCarSpeedChange", with = { speed = 70 } }, on_failure = "stop-group" },
   { headunit = { event = "OnReset" } },
@@ -149,7 +150,7 @@ std::string text(const Wait& wait)
 
 std::string text(const Prompt& prompt)
 {
-    constexpr const char* kKinds[] = {"yes-no", "text", "number"};
+    constexpr const char* kKinds[] = {"yes-no", "text", "number", "choice"};
     return " " + prompt.id + " " + kKinds[static_cast<int>(prompt.kind)] +
            (prompt.expect ? "; expect " + text(*prompt.expect) : "") +
            (prompt.store ? "; store " + *prompt.store : "") + (prompt.unique ? "; unique" : "") +
@@ -166,11 +167,11 @@ std::string text(const Pause&)
     return "";
 }
 
-std::string texts(const std::vector<std::pair<std::string, std::string>>& conditions)
+std::string texts(const std::vector<Condition>& conditions)
 {
     std::string all;
-    for (const auto& [variable, value] : conditions) {
-        all += "; if " + variable + " is " + value;
+    for (const Condition& condition : conditions) {
+        all += "; if " + condition.text;
     }
     return all;
 }
@@ -215,7 +216,7 @@ TEST(LoadedPlan, HasWhatItsFileSays)
     EXPECT_EQ(plan.line.corruptFrames, 3U);
     EXPECT_EQ(plan.line.garbageBytes, 0U);
     EXPECT_EQ(plan.teardownLimit, std::chrono::milliseconds(7500));
-    EXPECT_EQ(plan.stepCount(), 23U);
+    EXPECT_EQ(plan.stepCount(), 24U);
     EXPECT_THAT(loaded.warnings, IsEmpty());
     EXPECT_THAT(lines(plan.setup.at(0)), ElementsAre(R"(Before x1, 0 retries after 250ms)",
                                                      R"(19 send test.mode [test.mode]; x1 2000ms 3/250ms stop)"));
@@ -224,7 +225,7 @@ TEST(LoadedPlan, HasWhatItsFileSays)
         ElementsAre(
             R"(Frames x4, 5 retries after 1000ms, headunit)",
             R"(27 send Old [tuner.frequency]; expect frequency >=87 <=88.5 in MHz on FM scaled; old is frequency; x1 2000ms 3/250ms stop-group)",
-            R"(28 send tuner.play [tuner.play frequency=${old}] frequency=${old}; x6 2000ms 3/250ms stop-group; if old is 8750; if stored old)",
+            R"(28 send tuner.play [tuner.play frequency=${old}] frequency=${old}; x6 2000ms 3/250ms stop-group; if old = 8750; if stored old)",
             R"(29 send tuner.frequency [tuner.frequency]; reply or not; x1 500ms 0/0ms next)",
             R"(30 send audio.volume [audio.volume, no reply]; no reply; x1 200ms 3/250ms stop-group headunit)",
             R"(31 send audio.volume [audio.volume]; expect volume present <=9 =3; level is volume; x1 2000ms 3/250ms stop-group)",
@@ -236,21 +237,22 @@ TEST(LoadedPlan, HasWhatItsFileSays)
     EXPECT_THAT(
         lines(plan.main.at(1)),
         ElementsAre(
-            R"(Others x1, 0 retries after 250ms; if old is 8.5)",
+            R"(Others x1, 0 retries after 250ms; if old != 8500; if old in 8750, 8760)",
             R"(43 prompt lit [Lit?] lit yes-no; expect lit? =yes; x1 0ms 3/250ms stop)",
             R"(44 prompt dark [Dark?] dark yes-no; expect dark? =no; x1 1000ms 3/250ms stop)",
             R"(45 prompt voltage [Voltage?] voltage number; expect voltage? >=13 <=13.5 in V; x1 0ms 3/250ms stop)",
             R"(46 prompt label [Label?] label text; expect label? =${old} /[A-Z]+/; store said; unique; x1 0ms 3/250ms stop)",
             R"(47 prompt text [Text?] text text; expect text? =HU 7; x1 0ms 3/250ms stop)",
-            R"(48 headunit /audio/volume [set /audio/volume {"a":[1,2.5,"x",true]}] set /audio/volume {"a":[1,2.5,"x",true]}; x1 2000ms 3/250ms stop headunit)",
-            R"(49 headunit OnCarSpeedChange [event OnCarSpeedChange {"speed":70}] event OnCarSpeedChange {"speed":70}; x1 2000ms 3/250ms stop-group headunit)",
-            R"(50 headunit OnReset [event OnReset {}] event OnReset {}; x1 2000ms 3/250ms stop headunit)",
-            R"(51 pause pause 1.5 s [1.5 s]; x1 1500ms 3/250ms stop)",
-            R"(52 send tuner.frequency [tuner.frequency]; poll every 500ms for 60000ms; until frequency =8750 in 10 kHz on FM; x1 2000ms 3/250ms stop)",
-            R"(53 send tuner.frequency [tuner.frequency]; poll every 200ms for 10000ms; until frequency =8750 in 10 kHz on FM; within 50ms; x1 2000ms 3/250ms stop)"));
+            R"(48 prompt side [Side?] side choice; expect side? =left; store where; x1 0ms 3/250ms stop)",
+            R"(49 headunit /audio/volume [set /audio/volume {"a":[1,2.5,"x",true]}] set /audio/volume {"a":[1,2.5,"x",true]}; x1 2000ms 3/250ms stop headunit)",
+            R"(50 headunit OnCarSpeedChange [event OnCarSpeedChange {"speed":70}] event OnCarSpeedChange {"speed":70}; x1 2000ms 3/250ms stop-group headunit)",
+            R"(51 headunit OnReset [event OnReset {}] event OnReset {}; x1 2000ms 3/250ms stop headunit)",
+            R"(52 pause pause 1.5 s [1.5 s]; x1 1500ms 3/250ms stop)",
+            R"(53 send tuner.frequency [tuner.frequency]; poll every 500ms for 60000ms; until frequency =8750 in 10 kHz on FM; x1 2000ms 3/250ms stop)",
+            R"(54 send tuner.frequency [tuner.frequency]; poll every 200ms for 10000ms; until frequency =8750 in 10 kHz on FM; within 50ms; x1 2000ms 3/250ms stop)"));
     EXPECT_THAT(lines(plan.teardown.at(0)),
                 ElementsAre(R"(After x1, 0 retries after 250ms)",
-                            R"(57 send test.set-mode [test.set-mode mode=off] mode=off; x1 2000ms 3/250ms next)"));
+                            R"(58 send test.set-mode [test.set-mode mode=off] mode=off; x1 2000ms 3/250ms next)"));
 }
 
 TEST(LoadedPlan, ThatSaysLittleHasTheDefaults)
@@ -345,6 +347,35 @@ struct WrongStep {
     const char* place;
 };
 
+struct ConditionRow {
+    Condition::Is is;
+    std::vector<std::string> values;
+    bool numbers;
+    std::vector<std::string> holds;
+    std::vector<std::string> fails;
+};
+
+TEST(Condition, HoldsForItsValues)
+{
+    using Is = Condition::Is;
+    for (const ConditionRow& row : {ConditionRow{Is::kEqual, {"1.5"}, true, {"1.5", "1.50"}, {"1.6", "x", ""}},
+                                    ConditionRow{Is::kEqual, {"0012"}, false, {"0012"}, {"12"}},
+                                    ConditionRow{Is::kUnequal, {"5"}, true, {"6", "x"}, {"5", "5.0"}},
+                                    ConditionRow{Is::kBelow, {"5"}, true, {"4.9", "-7"}, {"5", "6", "x"}},
+                                    ConditionRow{Is::kAtMost, {"5"}, true, {"5", "4"}, {"5.1", "x"}},
+                                    ConditionRow{Is::kAbove, {"5"}, true, {"5.1"}, {"5", "4", "x"}},
+                                    ConditionRow{Is::kAtLeast, {"5"}, true, {"5", "6"}, {"4.9", "x"}},
+                                    ConditionRow{Is::kOneOf, {"a", "b"}, false, {"a", "b"}, {"c", ""}}}) {
+        const Condition condition{"v", row.is, row.values, row.numbers, ""};
+        for (const std::string& value : row.holds) {
+            EXPECT_TRUE(condition.holds(value)) << static_cast<int>(row.is) << ' ' << value;
+        }
+        for (const std::string& value : row.fails) {
+            EXPECT_FALSE(condition.holds(value)) << static_cast<int>(row.is) << ' ' << value;
+        }
+    }
+}
+
 class RefusedStep : public testing::TestWithParam<WrongStep>
 {
 };
@@ -377,8 +408,21 @@ INSTANTIATE_TEST_SUITE_P(
         WrongStep{R"(prompt = "?", id = "a", answer = "text", expect = { matches = "[" })", "8:65"},
         WrongStep{R"(prompt = "?", id = "a", expect = "maybe")", "8:36"}, WrongStep{R"(wait = "test.mode")", "8:10"},
         WrongStep{R"(wait = "keys.none")", "8:10"}, WrongStep{R"(send = "tuner.play")", "8:10"},
-        WrongStep{R"(pause = -1)", "8:11"}, WrongStep{R"(pause = "soon")", "8:11"},
-        WrongStep{R"(pause = 1, timeout = 1)", "8:24"}, WrongStep{R"(pause = 1, with = { frequency = 1 })", "8:14"},
+        WrongStep{R"(pause = -1)", "8:11"},
+        WrongStep{R"(send = "test.mode", only_if = { v = { "<" = "loud" } })", "8:47"},
+        WrongStep{R"(send = "test.mode", only_if = { v = { "~" = 1 } })", "8:41"},
+        WrongStep{R"(send = "test.mode", only_if = { v = { in = 1 } })", "8:46"},
+        WrongStep{R"(send = "test.mode", only_if = { v = { in = [] } })", "8:46"},
+        WrongStep{R"(send = "test.mode", only_if = { v = { in = [1, true] } })", "8:50"},
+        WrongStep{R"(send = "test.mode", only_if = { v = 300 })", "8:39"},
+        WrongStep{R"(send = "audio.volume", store = "w", keep = "most")", "8:46"},
+        WrongStep{R"(prompt = "?", id = "a", answer = ["left"])", "8:36"},
+        WrongStep{R"(prompt = "?", id = "a", answer = ["left", "left"])", "8:45"},
+        WrongStep{R"(prompt = "?", id = "a", answer = ["left", 1])", "8:45"},
+        WrongStep{R"(prompt = "?", id = "a", answer = ["l", "r"], expect = "up")", "8:57"},
+        WrongStep{R"(send = "bluetooth.address", expect = { address = { matches = "00:1A:.*" } })", "8:64"},
+        WrongStep{R"(pause = "soon")", "8:11"}, WrongStep{R"(pause = 1, timeout = 1)", "8:24"},
+        WrongStep{R"(pause = 1, with = { frequency = 1 })", "8:14"},
         WrongStep{R"(send = "tuner.frequency", poll = { every = 1 })", "8:36"},
         WrongStep{R"(send = "tuner.frequency", poll = { until = 8750 })", "8:46"},
         WrongStep{R"(send = "tuner.frequency", poll = { until = { band = 1 } })", "8:48"},
@@ -467,8 +511,8 @@ TEST(PlanFile, MayHaveFourMebibytes)
 
 TEST(Estimate, CountsTheStepsWhoseTimeIsOpen)
 {
-    // The later reply, the two waits and the five questions.
-    EXPECT_EQ(estimate(loadText(kEverything).plan.value(), 115200).open, 8U);
+    // The later reply, the two waits and the six questions.
+    EXPECT_EQ(estimate(loadText(kEverything).plan.value(), 115200).open, 9U);
 }
 
 TEST(Estimate, CountsParametersRepliesAndRepetitions)

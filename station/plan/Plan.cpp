@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <compare>
 #include <span>
+
+#include "protocol/Quantity.h"
 
 namespace station::plan {
 
@@ -71,6 +74,35 @@ auto groupsOf(const Plan& plan)
 }
 
 }  // namespace
+
+bool Condition::holds(const std::string& value) const
+{
+    const auto compare = [&](const std::string& wanted) -> std::partial_ordering {
+        const auto left = protocol::parseFinite(value);
+        const auto right = protocol::parseFinite(wanted);
+        if (numbers && left && right) {
+            return *left <=> *right;
+        }
+        return value == wanted ? std::partial_ordering::equivalent : std::partial_ordering::unordered;
+    };
+    const auto order = compare(values.front());
+    switch (is) {
+        case Is::kUnequal:
+            return order != 0;
+        case Is::kBelow:
+            return order < 0;
+        case Is::kAtMost:
+            return order <= 0;
+        case Is::kAbove:
+            return order > 0;
+        case Is::kAtLeast:
+            return order >= 0;
+        case Is::kEqual:
+        case Is::kOneOf:
+            break;
+    }
+    return std::ranges::any_of(values, [&](const std::string& wanted) { return compare(wanted) == 0; });
+}
 
 std::string_view Step::kind() const
 {

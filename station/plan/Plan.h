@@ -38,10 +38,34 @@ struct Expected {
     bool scaled = false;
 };
 
+/// Which of the values stays when a step stores its variable again.
+enum class Keep : std::uint8_t {
+    kLast,
+    kFirst,
+    kAll,  ///< with ", " between them
+};
+
 /// Keeps a field's value under a name for later steps.
 struct StoredField {
     std::string variable;
     std::string field;
+    Keep keep = Keep::kLast;
+};
+
+/// A demand on the value of a variable.
+struct Condition {
+    enum class Is : std::uint8_t { kEqual, kUnequal, kBelow, kAtMost, kAbove, kAtLeast, kOneOf };
+
+    std::string variable;
+    Is is = Is::kEqual;
+    /// Several for kOneOf; else one.
+    std::vector<std::string> values;
+    /// Whether the values are numbers, of which 1.50 is 1.5.
+    bool numbers = false;
+    /// As the plan says it: "volume < 5".
+    std::string text;
+
+    bool holds(const std::string& value) const;
 };
 
 enum class ReplyRule : std::uint8_t {
@@ -85,14 +109,17 @@ struct Wait {
 
 /// Asks the operator.
 struct Prompt {
-    enum class Kind : std::uint8_t { kYesNo, kText, kNumber };
+    enum class Kind : std::uint8_t { kYesNo, kText, kNumber, kChoice };
 
     /// Names the answer in the record and in a file of answers.
     std::string id;
     std::string text;
     Kind kind = Kind::kYesNo;
+    /// The answers of kChoice.
+    std::vector<std::string> choices;
     std::optional<Expected> expect;
     std::optional<std::string> store;
+    Keep keep = Keep::kLast;
     /// Whether no two units of a run may get the same answer.
     bool unique = false;
     /// Whether to mask the answer wherever it is shown or recorded, because it belongs to a secret field.
@@ -125,8 +152,8 @@ struct Step {
     Duration retryDelay{0};
     OnFailure onFailure = OnFailure::kNext;
     bool needsHeadUnit = false;
-    /// Values that variables need, else the step is skipped; empty for none.
-    std::vector<std::pair<std::string, std::string>> onlyIf;
+    /// Without them the step is skipped.
+    std::vector<Condition> onlyIf;
     /// A variable without which the step is skipped; empty for none.
     std::string ifStored;
     unsigned line = 0;
@@ -147,7 +174,7 @@ struct Group {
     int retries = 0;
     Duration retryDelay{0};
     bool needsHeadUnit = false;
-    std::vector<std::pair<std::string, std::string>> onlyIf;
+    std::vector<Condition> onlyIf;
 };
 
 struct Plan {

@@ -268,15 +268,15 @@ private:
     }
 
     /// @returns why a step or group is skipped; empty if it is not.
-    std::string unmet(bool needsHeadUnit, const std::vector<std::pair<std::string, std::string>>& onlyIf)
+    std::string unmet(bool needsHeadUnit, const std::vector<Condition>& onlyIf)
     {
         if (needsHeadUnit && !surroundings_.headUnit.present()) {
             return "there is no simulated head unit on the session bus";
         }
-        for (const auto& [name, value] : onlyIf) {
-            const auto found = runner_->variables().find(name);
-            if (found == runner_->variables().end() || found->second != value) {
-                return fmt::format("only for {} = {}", name, value);
+        for (const Condition& condition : onlyIf) {
+            const auto found = runner_->variables().find(condition.variable);
+            if (found == runner_->variables().end() || !condition.holds(found->second)) {
+                return "only for " + condition.text;
             }
         }
         return {};

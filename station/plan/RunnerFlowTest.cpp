@@ -175,6 +175,38 @@ TEST_F(RunnerFlowTest, AnswerMissesATimeThatIsTooShort)
     EXPECT_THAT(reasonOf(step(0)), testing::MatchesRegex("latency: expected at most 0.001 ms, got [0-9.]+ ms"));
 }
 
+TEST_F(RunnerFlowTest, StoredValuesSteerLaterSteps)
+{
+    prompter.answers = {{"side", "left"}};
+
+    runSteps(R"({ send = "tuner.frequency", store = "f" }, { send = "test.mode", store = "m" },
+                { prompt = "Side?", id = "side", answer = ["left", "right"], store = "side" },
+                { send = "other.flag", only_if = { f = { ">=" = "87.5MHz", "<" = 9000 }, m = "on", side = { "!=" = "right" } } },
+                { send = "other.flag", only_if = { f = { ">" = 8750 } } },
+                { send = "other.flag", only_if = { side = { in = ["right"] } } })");
+
+    EXPECT_EQ(verdictOf(step(3)), Verdict::kPass);
+    EXPECT_EQ(reasonOf(step(4)), "only for f > 8750");
+    EXPECT_EQ(reasonOf(step(5)), "only for side in right");
+}
+
+TEST_F(RunnerFlowTest, RepeatedStepKeepsTheFirstTheLastOrAllValues)
+{
+    std::uint8_t flag = 0;
+    on[kFlag] = [&](const Frame&) { reply(0x8E, 0x01, {++flag}); };
+    prompter.answers = {{"first", "1"}, {"all", "4, 5, 6"}};
+    const auto storeThrice = [](const std::string& keep) {
+        return R"({ send = "other.flag", store = ")" + keep + R"(", keep = ")" + keep + R"(", repeat = 3 },)";
+    };
+
+    runSteps(storeThrice("first") + R"({ prompt = "?", id = "first", answer = "text", expect = "${first}" },)" +
+             storeThrice("all") + R"({ prompt = "?", id = "all", answer = "text", expect = "${all}" })");
+
+    EXPECT_EQ(reasonOf(step(1)), "");
+    EXPECT_EQ(reasonOf(step(3)), "");
+    EXPECT_EQ(verdictOf(result.run), Verdict::kPass);
+}
+
 TEST_F(RunnerFlowTest, PauseTakesItsTimeAndLooksAtTheLine)
 {
     on[kMode] = [this](const Frame&) {

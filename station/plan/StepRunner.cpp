@@ -169,15 +169,16 @@ void StepRunner::poll(const Send& send, const Frame& frame, const Step& step, At
     expected.insert(expected.end(), send.expect.begin(), send.expect.end());
     for (std::size_t tries = 1;; ++tries) {
         Attempt last;
+        const auto reply = exchange(send, frame, step.timeout, last);
+        const bool late = Connection::Clock::now() + send.poll->every >= giveUp;
         bool done = false;
-        if (const auto reply = exchange(send, frame, step.timeout, last)) {
+        if (reply) {
             const auto decoded = catalogue::decodeFromUnit(surroundings_.groups, *reply, send.command);
             done = judge(send.poll->until, decoded.fields, variables_).misses.empty();
-            judgeFrame(*reply, send.command, expected, send.store, last);
+            judgeFrame(*reply, send.command, expected, done || late ? send.store : std::vector<StoredField>(), last);
             listenBriefly();
             attribute();
         }
-        const bool late = Connection::Clock::now() + send.poll->every >= giveUp;
         if (done || late) {
             attempt.measurements = std::move(last.measurements);
             attempt.measurements.push_back({"tries", static_cast<double>(tries), "", {}});
@@ -339,11 +340,21 @@ void StepRunner::judgeFrame(const Frame& frame, const catalogue::Command* asked,
         const auto field = std::ranges::find_if(
             decoded.fields, [&](const auto& candidate) { return candidate.field->name == each.field; });
         // The unit answers for a missing record without a byte.
-        const std::string& value = variables_[each.variable] =
-            field == decoded.fields.end() ? std::string() : written(*field);
+        const std::string value = field == decoded.fields.end() ? std::string() : written(*field);
+        this->store(each.variable, value, each.keep);
         if (each.variable == kSerialVariable) {
             serial_.tell(value);
         }
+    }
+}
+
+void StepRunner::store(const std::string& variable, const std::string& value, Keep keep)
+{
+    const auto [at, isNew] = variables_.try_emplace(variable, value);
+    if (!isNew && keep == Keep::kAll) {
+        at->second += ", " + value;
+    } else if (keep == Keep::kLast) {
+        at->second = value;
     }
 }
 
@@ -458,7 +469,7 @@ void StepRunner::run(const Prompt& prompt, const Step& step, Attempt& attempt)
         return;
     }
     if (prompt.store) {
-        variables_[*prompt.store] = *answer;
+        store(*prompt.store, *answer, prompt.keep);
         if (*prompt.store == kSerialVariable) {
             serial_.give(*answer);
         }

@@ -57,6 +57,7 @@ private:
     void run(const HeadUnitAction& action, const Step& step, record::Attempt& attempt);
     void run(const Pause& pause, const Step& step, record::Attempt& attempt);
 
+    void store(const std::string& variable, const std::string& value, Keep keep);
     std::optional<protocol::Frame> exchange(const Send& send, const protocol::Frame& frame, Duration timeout,
                                             record::Attempt& attempt);
     void poll(const Send& send, const protocol::Frame& frame, const Step& step, record::Attempt& attempt);

@@ -1,6 +1,7 @@
 #include "programs/station/plan/Operator.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -174,23 +175,27 @@ std::optional<std::string> Operator::askAtTerminal(const Question& question, sta
                                                    Clock::time_point deadline)
 {
     const Aside aside(aside_);
-    const char* hint = question.prompt.kind == Prompt::Kind::kYesNo ? " [y/n] " : " ";
+    const std::string hint =
+        question.prompt.kind == Prompt::Kind::kYesNo ? " [y/n] "
+        : question.prompt.choices.empty()
+            ? " "
+            : fmt::format(" [{}] ", protocol::printable(fmt::format("{}", fmt::join(question.prompt.choices, "/"))));
     const std::string label = labelled_ ? fmt::format("[{}] ", protocol::printable(question.port)) : "";
     for (;;) {
         // Keys that were pressed before the question do not answer it.
         tcflush(STDIN_FILENO, TCIFLUSH);
         typed_.clear();
-        std::fprintf(stderr, "%s%s%s", label.c_str(), protocol::printable(question.prompt.text).c_str(), hint);
+        std::fprintf(stderr, "%s%s%s", label.c_str(), protocol::printable(question.prompt.text).c_str(), hint.c_str());
         std::fflush(stderr);
         const auto line = readLine(interrupt, deadline);
         if (!line) {
             std::fputs("\n", stderr);
             return std::nullopt;
         }
-        const auto answer = station::plan::parseAnswer(question.prompt.kind, *line);
+        const auto answer = station::plan::parseAnswer(question.prompt, *line);
         std::string complaint;
         if (!answer) {
-            complaint = fmt::format("expected {}, got {}", describe(question.prompt.kind),
+            complaint = fmt::format("expected {}, got {}", describe(question.prompt),
                                     question.prompt.secret ? "another answer" : protocol::inQuotes(*line));
         } else if (question.mistyped) {
             complaint = question.mistyped(*answer);
