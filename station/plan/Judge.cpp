@@ -263,16 +263,19 @@ Judgement judge(const Prompt& prompt, const std::string& answer, const Variables
 
 std::string mistyped(const Prompt& prompt, const std::string& answer, const Variables& variables)
 {
-    if (prompt.kind != Prompt::Kind::kText || !prompt.expect || !prompt.expect->matches) {
+    if (prompt.kind != Prompt::Kind::kText) {
         return {};
     }
-    const std::string pattern = substituteInPattern(*prompt.expect->matches, variables);
-    if (matches(answer, pattern)) {
-        return {};
+    const std::string expected = prompt.expect ? prompt.expect->matches.value_or("") : "";
+    for (const std::string& each : {prompt.mask, expected}) {
+        const std::string pattern = substituteInPattern(each, variables);
+        if (!pattern.empty() && !matches(answer, pattern)) {
+            return prompt.secret
+                       ? "expected another text (masked)"
+                       : fmt::format("expected a text that matches /{}/, got {}", pattern, protocol::inQuotes(answer));
+        }
     }
-    return prompt.secret
-               ? "expected another text (masked)"
-               : fmt::format("expected a text that matches /{}/, got {}", pattern, protocol::inQuotes(answer));
+    return {};
 }
 
 catalogue::Value literal(const catalogue::Field& field, const std::string& written)

@@ -240,7 +240,7 @@ TEST(Judge, SecretIsMaskedInValuesLimitsAndReasons)
 
 Prompt question(Prompt::Kind kind, std::optional<Expected> expect)
 {
-    return {"q", "?", kind, {}, std::move(expect), {}, Keep::kLast, false, false};
+    return {"q", "?", kind, {}, {}, {}, std::move(expect), {}, Keep::kLast, false, false};
 }
 
 TEST(JudgeAnswer, YesOrNoIsComparedWithTheExpectedOne)

@@ -1,12 +1,14 @@
 #include "station/plan/Load.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <system_error>
 
 #include "protocol/Text.h"
@@ -29,6 +31,13 @@ bool isPlanName(std::string_view name)
     return !name.empty() && name.size() <= 64 && std::ranges::all_of(name, [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-';
     });
+}
+
+void readSchema(TableReader& reader)
+{
+    if (const auto schema = reader.integer("schema", true); schema && *schema != kSchema) {
+        reader.report("schema", fmt::format("'schema': expected {}, got {}", kSchema, *schema));
+    }
 }
 
 void loadDefaults(Context& context, const toml::table* table, Plan& plan)
@@ -88,13 +97,69 @@ Group loadGroup(const Context& outer, Context& context, const toml::table& table
     return group;
 }
 
+/// Adds the groups of an included file: all, or the one that is wanted.
+void loadGroups(const Context& outer, Context& context, const toml::table& file,
+                const std::optional<std::string>& wanted, std::vector<Group>& groups)
+{
+    TableReader reader(file, "included file", context.problems);
+    readSchema(reader);
+    std::vector<std::string> names;
+    for (const toml::table* table : reader.tables("group", true)) {
+        names.push_back((*table)["name"].value_or(std::string()));
+        if (!wanted || names.back() == *wanted) {
+            groups.push_back(loadGroup(outer, context, *table, "group"));
+        }
+    }
+    if (wanted && std::ranges::find(names, *wanted) == names.end()) {
+        protocol::toml_file::report(
+            context.problems, file,
+            fmt::format("expected a group {}, got {}", protocol::inQuotes(*wanted), fmt::join(names, ", ")));
+    }
+    reader.finish();
+}
+
+/// Adds the groups of another file, in place of a table with the key 'include'. What is wrong in that file is reported
+/// at the table, with its place in the file.
+void include(const Context& outer, Context& context, const toml::table& table, std::vector<Group>& groups)
+{
+    TableReader reader(table, "include", context.problems);
+    const std::string name = reader.text("include", true);
+    const auto wanted = reader.optionalText("group");
+    reader.finish();
+    if (name.empty()) {
+        return;
+    }
+    const toml::node& place = *table.get("include");
+    const auto text = loading::useFile(context, place, name);
+    if (!text) {
+        return;
+    }
+    const std::size_t before = context.problems.size();
+    const std::size_t warnedBefore = context.warnings.size();
+    const toml::table file = protocol::toml_file::parse(*text, context.problems);
+    if (context.problems.size() == before) {
+        loadGroups(outer, context, file, wanted, groups);
+    }
+    const auto at = place.source().begin;
+    for (const auto& [list, first] :
+         {std::pair(&context.problems, before), std::pair(&context.warnings, warnedBefore)}) {
+        for (auto& problem : std::span(*list).subspan(first)) {
+            problem = {at.line, at.column, format(name, problem)};
+        }
+    }
+}
+
 std::vector<Group> loadPhase(Context& context, TableReader& reader, std::string_view key, OnFailure otherwise)
 {
     std::vector<Group> groups;
     Context outer = context;
     outer.onFailure = otherwise;
     for (const toml::table* table : reader.tables(key)) {
-        groups.push_back(loadGroup(outer, context, *table, key));
+        if (table->contains("include")) {
+            include(outer, context, *table, groups);
+        } else {
+            groups.push_back(loadGroup(outer, context, *table, key));
+        }
     }
     return groups;
 }
@@ -102,15 +167,18 @@ std::vector<Group> loadPhase(Context& context, TableReader& reader, std::string_
 void loadPlan(Context& context, const toml::table& table, Plan& plan)
 {
     TableReader reader(table, "plan", context.problems);
-    if (const auto schema = reader.integer("schema", true); schema && *schema != kSchema) {
-        reader.report("schema", fmt::format("'schema': expected {}, got {}", kSchema, *schema));
-    }
+    readSchema(reader);
     plan.name = reader.text("name", true);
     if (!plan.name.empty() && !isPlanName(plan.name)) {
         reader.report("name", fmt::format("'name': expected at most 64 lower-case letters, digits and '-', got {}",
                                           protocol::inQuotes(plan.name)));
     }
     plan.title = reader.text("title", true);
+    plan.version = reader.text("version");
+    if (constexpr std::size_t kLongestVersion = 64; plan.version.size() > kLongestVersion) {
+        reader.report("version", fmt::format("'version': expected at most {} bytes, got {}", kLongestVersion,
+                                             plan.version.size()));
+    }
     plan.description = reader.text("description");
     plan.passesAcrossLinkLoss = reader.oneOf("on_link_loss", {"fail", "continue"}) == 1U;
     loadDefaults(context, reader.table("defaults"), plan);
@@ -182,13 +250,14 @@ Loaded load(std::string_view text, const std::string& path, protocol::catalogue:
     }
     Plan plan;
     plan.path = path;
-    Context context{groups, loaded.problems, loaded.warnings, {}, {}, {}, {}, {}, {}};
+    Context context{path, groups, loaded.problems, loaded.warnings};
     context.timeout = std::chrono::seconds(1);
     context.retryDelay = std::chrono::milliseconds(100);
     loadPlan(context, table, plan);
     markSecretQuestions(plan);
     protocol::toml_file::sort(loaded.problems);
     protocol::toml_file::sort(loaded.warnings);
+    loaded.used = std::move(context.used);
     if (loaded.problems.empty()) {
         loaded.plan = std::move(plan);
     }
@@ -229,8 +298,8 @@ PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups)
     PlanFile file{path, {}, {}};
     try {
         const std::string text = readFile(path);
-        file.sha256 = record::sha256(text);
         file.loaded = load(text, path, groups);
+        file.sha256 = record::sha256(text + file.loaded.used);
     } catch (const std::system_error& error) {
         file.loaded.problems.push_back(unreadable(error));
     }

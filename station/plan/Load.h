@@ -18,6 +18,8 @@ struct Loaded {
     protocol::toml_file::Problems problems;
     /// Sound steps that deserve a thought.
     protocol::toml_file::Problems warnings;
+    /// The names and contents of the files that the plan uses, one after the other; empty if there is none.
+    std::string used;
 };
 
 /// Reads a plan and checks it against the catalogue. Throws nothing, whatever the text is.
@@ -33,6 +35,7 @@ protocol::toml_file::Problem unreadable(const std::system_error& error);
 /// A plan on the disk.
 struct PlanFile {
     std::string path;
+    /// Of the file and of all that it uses.
     std::string sha256;
     Loaded loaded;
 };

@@ -4,9 +4,12 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 
 #include "protocol/Quantity.h"
 #include "station/plan/Judge.h"
+#include "station/plan/Load.h"
 #include "station/plan/Variables.h"
 
 namespace station::plan::loading {
@@ -66,6 +69,18 @@ int count(TableReader& reader, std::string_view key, int otherwise, int least)
 {
     constexpr int kMost = 10'000;
     return static_cast<int>(reader.integer(key, false, least, kMost).value_or(otherwise));
+}
+
+std::optional<std::string> useFile(Context& context, const toml::node& node, const std::string& name)
+{
+    try {
+        std::string content = readFile((std::filesystem::path(context.path).parent_path() / name).string());
+        context.used += fmt::format("\n{}\n{}", name, content);
+        return content;
+    } catch (const std::system_error& error) {
+        protocol::toml_file::report(context.problems, node, format(name, unreadable(error)));
+        return std::nullopt;
+    }
 }
 
 Keep loadKeep(TableReader& reader)

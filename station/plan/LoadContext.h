@@ -23,6 +23,8 @@ struct Variable {
 };
 
 struct Context {
+    /// Of the plan's file.
+    std::string path;
     protocol::catalogue::Groups groups;
     protocol::toml_file::Problems& problems;
     protocol::toml_file::Problems& warnings;
@@ -34,9 +36,12 @@ struct Context {
     OnFailure onFailure = OnFailure::kNext;
 
     /// Variables that the steps so far store.
-    std::map<std::string, Variable, std::less<>> variables;
+    std::map<std::string, Variable, std::less<>> variables = {};
     /// Ids of the questions so far.
-    std::set<std::string, std::less<>> questions;
+    std::set<std::string, std::less<>> questions = {};
+
+    /// The names and contents of the files that the plan uses.
+    std::string used = {};
 };
 
 using protocol::inQuotes;
@@ -78,6 +83,13 @@ Step loadStep(Context& context, const toml::table& table);
 
 /// Reads `only_if`.
 std::vector<Condition> loadConditions(Context& context, protocol::toml_file::TableReader& reader);
+
+/// Reads a file beside the plan, which becomes a part of the plan's hash.
+/// @returns its content; nothing, with a problem at `node`, if it cannot be read.
+std::optional<std::string> useFile(Context& context, const toml::node& node, const std::string& name);
+
+/// Reports at `node` a text that is not a regular expression. It may hold ${variables}.
+void checkPattern(Context& context, const toml::node& node, const std::string& pattern);
 
 /// Reads `keep`, which says what happens when a step stores again.
 Keep loadKeep(protocol::toml_file::TableReader& reader);

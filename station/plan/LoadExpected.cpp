@@ -75,6 +75,8 @@ void checkRange(TableReader& reader, const Field& field, const Expected& expecte
     }
 }
 
+}  // namespace
+
 void checkPattern(Context& context, const toml::node& node, const std::string& pattern)
 {
     checkVariables(context, node, pattern);
@@ -93,6 +95,8 @@ void checkPattern(Context& context, const toml::node& node, const std::string& p
         }
     }
 }
+
+namespace {
 
 /// Checks a value that is written as the file has it.
 void checkLiteral(Context& context, const toml::node& node, const Field& field, const std::string& text)

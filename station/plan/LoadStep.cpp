@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "protocol/Quantity.h"
@@ -169,8 +170,8 @@ private:
     /// Accepts every key of a step whose kind is unknown.
     void acceptAll()
     {
-        for (const char* key :
-             {"with", "reply", "expect", "expect_later", "poll", "max_time", "store", "keep", "id", "answer"}) {
+        for (const char* key : {"with", "reply", "expect", "expect_later", "poll", "max_time", "store", "keep", "id",
+                                "answer", "image", "mask"}) {
             reader_.node(key);
         }
     }
@@ -420,6 +421,17 @@ private:
                 "id", fmt::format("'id': expected another id for each question, got {} twice", inQuotes(prompt.id)));
         }
         loadAnswerKind(prompt);
+        if (const auto image = reader_.optionalText("image")) {
+            useFile(context_, *reader_.node("image"), *image);
+            prompt.image = (std::filesystem::path(context_.path).parent_path() / *image).string();
+        }
+        if (const auto mask = reader_.optionalText("mask")) {
+            prompt.mask = *mask;
+            checkPattern(context_, *reader_.node("mask"), *mask);
+            if (prompt.kind != Prompt::Kind::kText) {
+                reader_.report("mask", "'mask': expected a question with answer = \"text\"");
+            }
+        }
         if (const auto* expect = reader_.node("expect")) {
             prompt.expect = loadAnswer(context_, *expect, prompt);
         } else if (prompt.kind == Prompt::Kind::kYesNo) {

@@ -66,6 +66,7 @@ steps = [
   { prompt = "Voltage?", id = "voltage", answer = "number", expect = { min = 13, max = 13.5, unit = "V" } },
   { prompt = "Label?", id = "label", answer = "text", expect = { equals = "${old}", matches = "[A-Z]+" }, store = "said", unique = true },
   { prompt = "Text?", id = "text", answer = "text", expect = "HU 7" },
+  { prompt = "Scan", id = "scan", answer = "text", mask = "HU[0-9]+" },
   { prompt = "Side?", id = "side", answer = ["left", "right"], expect = "left", store = "where", keep = "all" },
   { headunit = { set = "/audio/volume", value = { a = [1, 2.5, "x", true] } } },
   { headunit = { event = "OnCarSpeedChange", with = { speed = 70 } }, on_failure = "stop-group" },
@@ -153,8 +154,8 @@ std::string text(const Prompt& prompt)
     constexpr const char* kKinds[] = {"yes-no", "text", "number", "choice"};
     return " " + prompt.id + " " + kKinds[static_cast<int>(prompt.kind)] +
            (prompt.expect ? "; expect " + text(*prompt.expect) : "") +
-           (prompt.store ? "; store " + *prompt.store : "") + (prompt.unique ? "; unique" : "") +
-           (prompt.secret ? "; secret" : "");
+           (prompt.store ? "; store " + *prompt.store : "") + (prompt.mask.empty() ? "" : "; mask " + prompt.mask) +
+           (prompt.unique ? "; unique" : "") + (prompt.secret ? "; secret" : "");
 }
 
 std::string text(const HeadUnitAction& action)
@@ -216,7 +217,7 @@ TEST(LoadedPlan, HasWhatItsFileSays)
     EXPECT_EQ(plan.line.corruptFrames, 3U);
     EXPECT_EQ(plan.line.garbageBytes, 0U);
     EXPECT_EQ(plan.teardownLimit, std::chrono::milliseconds(7500));
-    EXPECT_EQ(plan.stepCount(), 24U);
+    EXPECT_EQ(plan.stepCount(), 25U);
     EXPECT_THAT(loaded.warnings, IsEmpty());
     EXPECT_THAT(lines(plan.setup.at(0)), ElementsAre(R"(Before x1, 0 retries after 250ms)",
                                                      R"(19 send test.mode [test.mode]; x1 2000ms 3/250ms stop)"));
@@ -243,16 +244,17 @@ TEST(LoadedPlan, HasWhatItsFileSays)
             R"(45 prompt voltage [Voltage?] voltage number; expect voltage? >=13 <=13.5 in V; x1 0ms 3/250ms stop)",
             R"(46 prompt label [Label?] label text; expect label? =${old} /[A-Z]+/; store said; unique; x1 0ms 3/250ms stop)",
             R"(47 prompt text [Text?] text text; expect text? =HU 7; x1 0ms 3/250ms stop)",
-            R"(48 prompt side [Side?] side choice; expect side? =left; store where; x1 0ms 3/250ms stop)",
-            R"(49 headunit /audio/volume [set /audio/volume {"a":[1,2.5,"x",true]}] set /audio/volume {"a":[1,2.5,"x",true]}; x1 2000ms 3/250ms stop headunit)",
-            R"(50 headunit OnCarSpeedChange [event OnCarSpeedChange {"speed":70}] event OnCarSpeedChange {"speed":70}; x1 2000ms 3/250ms stop-group headunit)",
-            R"(51 headunit OnReset [event OnReset {}] event OnReset {}; x1 2000ms 3/250ms stop headunit)",
-            R"(52 pause pause 1.5 s [1.5 s]; x1 1500ms 3/250ms stop)",
-            R"(53 send tuner.frequency [tuner.frequency]; poll every 500ms for 60000ms; until frequency =8750 in 10 kHz on FM; x1 2000ms 3/250ms stop)",
-            R"(54 send tuner.frequency [tuner.frequency]; poll every 200ms for 10000ms; until frequency =8750 in 10 kHz on FM; within 50ms; x1 2000ms 3/250ms stop)"));
+            R"(48 prompt scan [Scan] scan text; mask HU[0-9]+; x1 0ms 3/250ms stop)",
+            R"(49 prompt side [Side?] side choice; expect side? =left; store where; x1 0ms 3/250ms stop)",
+            R"(50 headunit /audio/volume [set /audio/volume {"a":[1,2.5,"x",true]}] set /audio/volume {"a":[1,2.5,"x",true]}; x1 2000ms 3/250ms stop headunit)",
+            R"(51 headunit OnCarSpeedChange [event OnCarSpeedChange {"speed":70}] event OnCarSpeedChange {"speed":70}; x1 2000ms 3/250ms stop-group headunit)",
+            R"(52 headunit OnReset [event OnReset {}] event OnReset {}; x1 2000ms 3/250ms stop headunit)",
+            R"(53 pause pause 1.5 s [1.5 s]; x1 1500ms 3/250ms stop)",
+            R"(54 send tuner.frequency [tuner.frequency]; poll every 500ms for 60000ms; until frequency =8750 in 10 kHz on FM; x1 2000ms 3/250ms stop)",
+            R"(55 send tuner.frequency [tuner.frequency]; poll every 200ms for 10000ms; until frequency =8750 in 10 kHz on FM; within 50ms; x1 2000ms 3/250ms stop)"));
     EXPECT_THAT(lines(plan.teardown.at(0)),
                 ElementsAre(R"(After x1, 0 retries after 250ms)",
-                            R"(58 send test.set-mode [test.set-mode mode=off] mode=off; x1 2000ms 3/250ms next)"));
+                            R"(59 send test.set-mode [test.set-mode mode=off] mode=off; x1 2000ms 3/250ms next)"));
 }
 
 TEST(LoadedPlan, ThatSaysLittleHasTheDefaults)
@@ -487,6 +489,106 @@ TEST(PlanFile, HasItsHashAndItsPlan)
     EXPECT_TRUE(file.loaded.plan);
 }
 
+/// A plan beside a file of groups.
+class IncludingPlan : public testing::Test
+{
+protected:
+    /// @param phases of the plan; `groups` is the content of common.toml
+    PlanFile read(const std::string& phases, const std::string& groups)
+    {
+        std::ofstream(directory_.path() / "common.toml") << groups;
+        std::ofstream(path_) << "schema = 1\nname = \"a\"\ntitle = \"A\"\nversion = \"1.2\"\n" << phases;
+        return readPlan(path_, protocol::catalogue::groups());
+    }
+
+    static std::vector<std::string> namesOf(const std::vector<Group>& groups)
+    {
+        std::vector<std::string> names;
+        std::ranges::transform(groups, std::back_inserter(names), &Group::name);
+        return names;
+    }
+
+    static constexpr const char* kCommon = R"(schema = 1
+[[group]]
+name = "Mode"
+steps = [{ send = "test.mode", store = "mode" }]
+[[group]]
+name = "Volume"
+steps = [{ send = "audio.volume" }]
+)";
+    static constexpr const char* kOwn = "[[main]]\nname = \"Own\"\nsteps = [{ pause = 0 }]\n";
+    const tests::TempDir directory_;
+    const std::string path_ = directory_.path() / "plan.toml";
+};
+
+TEST_F(IncludingPlan, HasTheGroupsInPlaceOfTheInclude)
+{
+    const PlanFile file =
+        read(std::string("[[setup]]\ninclude = \"common.toml\"\n[[main]]\ninclude = \"common.toml\"\ngroup = "
+                         "\"Volume\"\n") +
+                 kOwn,
+             kCommon);
+
+    ASSERT_TRUE(file.loaded.plan) << file.loaded.problems.at(0).text;
+    EXPECT_THAT(namesOf(file.loaded.plan->setup), ElementsAre("Mode", "Volume"));
+    EXPECT_THAT(namesOf(file.loaded.plan->main), ElementsAre("Volume", "Own"));
+    EXPECT_EQ(file.loaded.plan->setup[0].steps[0].onFailure, OnFailure::kStop);
+    EXPECT_EQ(file.loaded.plan->version, "1.2");
+}
+
+TEST_F(IncludingPlan, HasAnotherHashWhenTheIncludedFileChanges)
+{
+    const std::string phases = "[[main]]\ninclude = \"common.toml\"\n";
+    const std::string hash = read(phases, kCommon).sha256;
+
+    EXPECT_EQ(read(phases, kCommon).sha256, hash);
+    EXPECT_NE(read(phases, std::string(kCommon) + "# changed\n").sha256, hash);
+}
+
+TEST_F(IncludingPlan, ReportsAMistakeAtTheIncludeWithItsPlaceInTheFile)
+{
+    const auto problemOf = [this](const std::string& groups, const std::string& keys = "") {
+        const PlanFile file = read("[[main]]\ninclude = \"common.toml\"\n" + keys, groups);
+        EXPECT_THAT(file.loaded.problems, SizeIs(1)) << groups;
+        return format("plan", file.loaded.problems.at(0));
+    };
+    const std::string head = "plan:6:11: common.toml:";
+
+    EXPECT_EQ(problemOf("schema = 1\n[[group]]\nname = \"G\"\nsteps = [{ send = \"test.mod\" }]\n"),
+              head + "4:19: 'test.mod' is not a command; did you mean 'test.mode'?");
+    EXPECT_THAT(problemOf("schema = "), testing::StartsWith(head + "1:"));
+    EXPECT_EQ(problemOf("schema = 2\n[[group]]\nname = \"G\"\nsteps = [{ pause = 0 }]\n"),
+              head + "1:10: 'schema': expected 1, got 2");
+    EXPECT_THAT(problemOf("schema = 1\n"), HasSubstr("'group'"));
+    EXPECT_THAT(problemOf(kCommon, "group = \"Mod\"\n"), HasSubstr("expected a group 'Mod', got Mode, Volume"));
+    EXPECT_THAT(problemOf("schema = 1\n[[group]]\ninclude = \"common.toml\"\nname = \"G\"\nsteps = [{ pause = 0 "
+                          "}]\n"),
+                HasSubstr("unknown key 'include'"));
+}
+
+TEST_F(IncludingPlan, HasThePicturesOfItsQuestionsInItsHash)
+{
+    const auto read = [this](const std::string& picture) {
+        std::ofstream(directory_.path() / "golden.png") << picture;
+        return this->read("[[main]]\nname = \"G\"\nsteps = [{ prompt = \"?\", id = \"a\", image = \"golden.png\" }]\n",
+                          "");
+    };
+    const PlanFile file = read("one");
+
+    ASSERT_TRUE(file.loaded.plan);
+    EXPECT_EQ(std::get<Prompt>(file.loaded.plan->main.at(0).steps.at(0).action).image,
+              (directory_.path() / "golden.png").string());
+    EXPECT_NE(read("other").sha256, file.sha256);
+}
+
+TEST_F(IncludingPlan, ReportsAFileThatIsNotThere)
+{
+    const PlanFile file = read("[[main]]\ninclude = \"other.toml\"\n", kCommon);
+
+    ASSERT_THAT(file.loaded.problems, SizeIs(1));
+    EXPECT_EQ(format("plan", file.loaded.problems[0]), "plan:6:11: other.toml: no such file");
+}
+
 TEST(PlanFile, ThatCannotBeReadHasOneProblemWithoutAPlace)
 {
     const PlanFile file = readPlan("/no/such/plan.toml", protocol::catalogue::groups());
@@ -511,8 +613,8 @@ TEST(PlanFile, MayHaveFourMebibytes)
 
 TEST(Estimate, CountsTheStepsWhoseTimeIsOpen)
 {
-    // The later reply, the two waits and the six questions.
-    EXPECT_EQ(estimate(loadText(kEverything).plan.value(), 115200).open, 9U);
+    // The later reply, the two waits and the seven questions.
+    EXPECT_EQ(estimate(loadText(kEverything).plan.value(), 115200).open, 10U);
 }
 
 TEST(Estimate, CountsParametersRepliesAndRepetitions)

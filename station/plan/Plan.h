@@ -117,6 +117,10 @@ struct Prompt {
     Kind kind = Kind::kYesNo;
     /// The answers of kChoice.
     std::vector<std::string> choices;
+    /// Path of a picture that belongs to the question; may be empty.
+    std::string image;
+    /// Regular expression (RE2) for a whole scanned text; another scan is not an answer. Empty for any text.
+    std::string mask;
     std::optional<Expected> expect;
     std::optional<std::string> store;
     Keep keep = Keep::kLast;
@@ -181,6 +185,8 @@ struct Plan {
     std::string path;
     std::string name;
     std::string title;
+    /// The author's number of this state of the plan; may be empty.
+    std::string version;
     std::string description;
     std::vector<Group> setup;
     std::vector<Group> main;

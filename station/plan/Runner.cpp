@@ -47,6 +47,7 @@ public:
         run_.plan.title = plan.title;
         run_.plan.path = plan.path;
         run_.plan.steps = total_;
+        run_.plan.version = plan.version;
         run_.started = std::chrono::system_clock::now();
         serial_.give(run_.unit.serial);
         run_.unit.serial = serial_.known();

@@ -175,6 +175,18 @@ TEST_F(RunnerFlowTest, AnswerMissesATimeThatIsTooShort)
     EXPECT_THAT(reasonOf(step(0)), testing::MatchesRegex("latency: expected at most 0.001 ms, got [0-9.]+ ms"));
 }
 
+TEST_F(RunnerFlowTest, ScanOfAnotherLabelIsNotAnAnswer)
+{
+    prompter.answers = {{"label", "PCB-7"}, {"serial", "HU07"}};
+
+    runSteps(R"({ prompt = "Scan", id = "label", answer = "text", mask = "HU[0-9]+" },
+                { prompt = "Scan", id = "serial", answer = "text", mask = "HU[0-9]+" })");
+
+    EXPECT_EQ(verdictOf(step(0)), Verdict::kError);
+    EXPECT_EQ(reasonOf(step(0)), "label: expected a text that matches /HU[0-9]+/, got 'PCB-7'");
+    EXPECT_EQ(verdictOf(step(1)), Verdict::kPass);
+}
+
 TEST_F(RunnerFlowTest, StoredValuesSteerLaterSteps)
 {
     prompter.answers = {{"side", "left"}};

@@ -462,6 +462,10 @@ void StepRunner::run(const Prompt& prompt, const Step& step, Attempt& attempt)
              fmt::format("expected the operator's answer within {}, got none", secondsText(step.timeout)));
         return;
     }
+    if (const std::string wrong = prompt.mask.empty() ? "" : mistyped(*answer); !wrong.empty()) {
+        fail(attempt, Verdict::kError, fmt::format("{}: {}", prompt.id, wrong));
+        return;
+    }
     auto judgement = judge(prompt, *answer, variables_);
     attempt.measurements = std::move(judgement.measurements);
     if (!judgement.misses.empty()) {

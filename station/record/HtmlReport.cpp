@@ -445,6 +445,7 @@ private:
         addFact(origin, "Run", run_.id, "mono");
         addFact(origin, "Ended", toText(run_.ended));
         addFact(origin, "Plan", run_.plan.path, "mono");
+        addFact(origin, "Version of the plan", run_.plan.version);
         addFact(origin, "SHA-256 of the plan", run_.plan.sha256, "mono");
         addFact(origin, "SHA-256 of the protocol catalogue", run_.catalogueSha256, "mono");
         addFact(origin, "Version of the station tool", run_.station.version);

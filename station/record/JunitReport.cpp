@@ -150,6 +150,7 @@ void addProperties(pugi::xml_node suite, const Run& run)
     add("station.operator", run.station.operatorName);
     add("station.version", run.station.version);
     add("plan.path", run.plan.path);
+    add("plan.version", run.plan.version);
     add("plan.sha256", run.plan.sha256);
     add("catalogue.sha256", run.catalogueSha256);
 }

@@ -373,8 +373,12 @@ public:
         run.unit = {unit.textAt("serial"), unit.textAt("port"), unit.at("baud").baud()};
         run.station = readStation(reader.at("station"));
         const RecordReader plan = reader.at("plan");
-        run.plan = {plan.textAt("name"), plan.textAt("title"), plan.textAt("path"), plan.textAt("sha256"),
-                    plan.maybe("steps", &RecordReader::whole).value_or(0)};
+        run.plan = {plan.textAt("name"),
+                    plan.textAt("title"),
+                    plan.textAt("path"),
+                    plan.textAt("sha256"),
+                    plan.maybe("steps", &RecordReader::whole).value_or(0),
+                    plan.maybe("version", &RecordReader::text).value_or("")};
         run.catalogueSha256 = reader.at("catalogue").textAt("sha256");
         if (const auto line = reader.find("line")) {
             run.line = readQuality(*line);
@@ -644,8 +648,9 @@ private:
         run_.started = reader.at("at").time();
         run_.unit = {reader.textAt("serial"), reader.textAt("port"), reader.at("baud").baud()};
         run_.station = readStation(reader.at("station"));
-        run_.plan = {reader.textAt("plan"), reader.textAt("title"), reader.textAt("path"), reader.textAt("plan_sha256"),
-                     reader.at("steps").whole()};
+        run_.plan = {reader.textAt("plan"),      reader.textAt("title"),
+                     reader.textAt("path"),      reader.textAt("plan_sha256"),
+                     reader.at("steps").whole(), reader.maybe("plan_version", &RecordReader::text).value_or("")};
         run_.catalogueSha256 = reader.textAt("catalogue_sha256");
         for (auto& each : reader.at("phases").each(&RecordReader::text)) {
             run_.phases.push_back({std::move(each), {}, {}});

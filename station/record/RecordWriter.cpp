@@ -303,6 +303,7 @@ public:
                        {{"name", run_.plan.name},
                         {"title", run_.plan.title},
                         {"path", run_.plan.path},
+                        {"version", run_.plan.version},
                         {"sha256", run_.plan.sha256},
                         {"steps", run_.plan.steps}}},
                       {"catalogue", {{"sha256", run_.catalogueSha256}}}});
@@ -472,6 +473,7 @@ Json lines::started(const Run& run)
                  {"station", JsonWriter::station(run)},
                  {"title", run.plan.title},
                  {"path", run.plan.path},
+                 {"plan_version", run.plan.version},
                  {"plan_sha256", run.plan.sha256},
                  {"catalogue_sha256", run.catalogueSha256},
                  {"phases", list(run.phases, [](const Phase& each) -> Json { return each.name; })}});

@@ -300,6 +300,7 @@ struct Run {
         std::string path;
         std::string sha256;
         std::size_t steps = 0;  ///< each counted once; 0 if not known
+        std::string version;    ///< as the plan states it; empty if it does not
 
         bool operator==(const PlanInfo&) const = default;
     } plan;

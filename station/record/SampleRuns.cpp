@@ -101,8 +101,12 @@ Run base()
     run.ended = kStart + 9100ms;
     run.unit = {"HU-2611-004711", "/dev/serial/by-id/usb-FTDI_FT232R_A50285BI-if00-port0", 115200};
     run.station = {"rack-3", "K. Lindqvist", "1.0.0", "L2"};
-    run.plan = {"end-of-line", "End-of-line test", "share/plans/end-of-line.toml",
-                "0fb30cb2e3fc4b1f5ecb7a9c4d2dc5a6f3b1c1f8a7de5e4f0a86a1f3b9f2c7d1"};
+    run.plan = {"end-of-line",
+                "End-of-line test",
+                "share/plans/end-of-line.toml",
+                "0fb30cb2e3fc4b1f5ecb7a9c4d2dc5a6f3b1c1f8a7de5e4f0a86a1f3b9f2c7d1",
+                0,
+                "1.4"};
     run.catalogueSha256 = "8c1d36a5ef7f2f40b6d9e2a1c3b5d7f90a2b4c6d8e0f1a3b5c7d9e1f2a4b6c8d";
     return run;
 }

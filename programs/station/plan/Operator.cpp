@@ -185,6 +185,9 @@ std::optional<std::string> Operator::askAtTerminal(const Question& question, sta
         // Keys that were pressed before the question do not answer it.
         tcflush(STDIN_FILENO, TCIFLUSH);
         typed_.clear();
+        if (!question.prompt.image.empty()) {
+            std::fprintf(stderr, "%spicture: %s\n", label.c_str(), protocol::printable(question.prompt.image).c_str());
+        }
         std::fprintf(stderr, "%s%s%s", label.c_str(), protocol::printable(question.prompt.text).c_str(), hint.c_str());
         std::fflush(stderr);
         const auto line = readLine(interrupt, deadline);

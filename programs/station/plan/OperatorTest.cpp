@@ -66,7 +66,8 @@ private:
     tests::PtyPeer peer_;
     const int standardInput_;
     const station::plan::Answers answers_;
-    const Prompt prompt_{"lit", "Lit?", Prompt::Kind::kYesNo, {}, {}, {}, station::plan::Keep::kLast, false, false};
+    const Prompt prompt_{"lit", "Lit?", Prompt::Kind::kYesNo,       {},    {},   {},
+                         {},    {},     station::plan::Keep::kLast, false, false};
     mutable std::mutex mutex_;
     std::vector<std::string> log_;  // guarded by mutex_
 
