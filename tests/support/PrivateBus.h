@@ -25,7 +25,7 @@ public:
 
     pid_t pid() const { return daemon_->pid(); }
 
-    /// Ends the daemon at once and waits until it is gone. Until startAgain(), nothing but the address may be asked for.
+    /// Ends the daemon at once and waits until it is gone. Until startAgain(), only the address may be asked for.
     void kill();
 
     /// Starts another daemon, which listens at the same place: its address has another GUID.
