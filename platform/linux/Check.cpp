@@ -90,6 +90,14 @@ std::vector<InterfaceStatus> check(const UnitConfig& config, std::chrono::millis
             return std::ranges::none_of(all, [](const auto& each) { return each.state == State::kAbsent; });
         },
         patience);
+    // A slow board takes its time to answer at all.
+    unit.board().await(
+        [](const auto& all) {
+            return std::ranges::none_of(all, [](const auto& each) {
+                return each.reason == kNotAnswered || each.reason.find(kNotRead) != std::string::npos;
+            });
+        },
+        2 * patience);
     std::vector<InterfaceStatus> all{uartStatus(config.uart)};
     std::ranges::copy(unit.board().all(), std::back_inserter(all));
     for (InterfaceStatus& status : all) {

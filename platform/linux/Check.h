@@ -10,7 +10,7 @@
 namespace unit {
 
 /// Looks for all that the service needs: its UART, the two buses and the backends of the interfaces. Opens no device.
-/// @param patience for how long to wait for what is absent
+/// @param patience for how long to wait for what is absent; three times as long for what has not answered at all
 /// @returns each in turn; the reason of an absent one says what helps
 std::vector<InterfaceStatus> check(const UnitConfig& config, std::chrono::milliseconds patience);
 

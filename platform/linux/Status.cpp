@@ -26,8 +26,8 @@ void StatusBoard::add(const std::string& interface, const std::string& backend)
 {
     const bool isOff = backend == nameOf(State::kOff);
     const std::lock_guard lock(mutex_);
-    interfaces_.push_back({interface, backend, isOff ? State::kOff : State::kAbsent,
-                           isOff ? "" : "the backend has not answered yet", std::chrono::system_clock::now()});
+    interfaces_.push_back({interface, backend, isOff ? State::kOff : State::kAbsent, isOff ? "" : kNotAnswered,
+                           std::chrono::system_clock::now()});
 }
 
 void StatusBoard::set(const std::string& interface, State state, const std::string& reason)

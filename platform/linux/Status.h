@@ -20,6 +20,12 @@ enum class State {
 /// @returns "off", "absent" or "up".
 const char* nameOf(State state);
 
+/// The reason of an interface whose backend is still being looked for.
+inline constexpr const char* kNotAnswered = "the backend has not answered yet";
+
+/// The same of a part of one.
+inline constexpr const char* kNotRead = "not read yet";
+
 /// How an interface of the platform stands.
 struct InterfaceStatus {
     std::string interface;  ///< the section of the configuration
@@ -70,7 +76,7 @@ public:
     PartsStatus(StatusBoard& board, std::string interface) : board_(board), interface_(std::move(interface)) {}
 
     /// Adds a part, which is absent until it is set.
-    void add(const std::string& part) { reasons_[part] = "not read yet"; }
+    void add(const std::string& part) { reasons_[part] = kNotRead; }
 
     /// @param reason why the part is absent; empty: it is there
     void set(const std::string& part, const std::string& reason);

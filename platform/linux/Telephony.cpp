@@ -1,7 +1,11 @@
 #include "platform/linux/Telephony.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
+#include <vector>
+
+#include "platform/runtime/Report.h"
 
 namespace unit {
 namespace {
@@ -15,6 +19,7 @@ constexpr const char* kVoiceCall = "org.ofono.VoiceCall";
 constexpr std::chrono::seconds kOfonoDeadline{25};
 
 constexpr std::chrono::seconds kAskAgain{1};
+constexpr std::chrono::seconds kSwitchOnAgain{3};
 
 Telephony::CallState stateOf(const std::string& state)
 {
@@ -83,6 +88,7 @@ void Telephony::forget()
 {
     ++asked_;
     retry_.reset();
+    switchOn_.reset();
     modems_.clear();
     calls_.clear();
     show();
@@ -173,11 +179,32 @@ void Telephony::readModem(const std::string& path, GVariant* properties)
 {
     modems_[path];
     forEachProperty(properties, [&](const char* name, GVariant* value) { setModem(path, name, value); });
-    if (!modems_[path].powered) {
-        // A phone that BlueZ has connected becomes a modem that is off.
-        callModem(path, kModem, "SetProperty", g_variant_new("(sv)", "Powered", g_variant_new_boolean(TRUE)));
-    }
+    switchOn(path);
     show();
+}
+
+/// A phone that BlueZ has connected becomes a modem that is off. oFono refuses to switch it on as long as the phone is
+/// still connecting.
+void Telephony::switchOn(const std::string& path)
+{
+    if (!modems_.contains(path) || modems_[path].powered) {
+        return;
+    }
+    callModem(path, kModem, "SetProperty", g_variant_new("(sv)", "Powered", g_variant_new_boolean(TRUE)),
+              [this, path, number = asked_](GVariant* result, const std::string& error) {
+                  if (number != asked_ || result != nullptr || !modems_.contains(path)) {
+                      return;
+                  }
+                  if (std::exchange(modems_[path].refusal, error) != error) {
+                      runtime::report(path + ": the modem is not switched on: " + error);
+                  }
+                  switchOn_ = bus_.loop().after(kSwitchOnAgain, [this] {
+                      std::vector<std::string> paths;
+                      std::ranges::transform(modems_, std::back_inserter(paths),
+                                             [](const auto& each) { return each.first; });
+                      std::ranges::for_each(paths, [this](const std::string& each) { switchOn(each); });
+                  });
+              });
 }
 
 void Telephony::setModem(const std::string& path, const std::string& name, GVariant* value)

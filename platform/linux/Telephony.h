@@ -45,6 +45,7 @@ private:
         std::string name;
         bool powered = false;
         bool canCall = false;
+        std::string refusal = {};  // the last one, of oFono to switch it on
     };
     struct Call {
         std::string state;
@@ -58,6 +59,7 @@ private:
     void onSignal(const std::string& path, const std::string& interface, const std::string& signal,
                   GVariant* arguments);
     void readModem(const std::string& path, GVariant* properties);
+    void switchOn(const std::string& path);
     void setModem(const std::string& path, const std::string& name, GVariant* value);
     void readCall(const std::string& path, GVariant* properties);
     void setCall(const std::string& path, const std::string& name, GVariant* value);
@@ -77,6 +79,7 @@ private:
     guint watch_ = 0;
     guint subscription_ = 0;
     host::GlibPtr<GSource> retry_;
+    host::GlibPtr<GSource> switchOn_;
     int asked_ = 0;  // number of the questions whose answers count
     std::map<std::string, Modem> modems_;
     std::map<std::string, Call> calls_;

@@ -50,6 +50,21 @@ protected:
     KYRBtPhone phone_;
 };
 
+TEST_F(TelephonyTest, ModemThatIsRefusedAtFirstIsSwitchedOnLater)
+{
+    ofono_ = service("org.ofono");
+    ofono_->answer("GetModems", "([(@o '/hfp/phone', {'Powered': <false>})],)");
+    ofono_->answer("SetProperty", "!org.ofono.Error.Failed");
+    start();
+    EXPECT_EQ(reasonOnce("phone", State::kUp), "");
+    EXPECT_THAT(ofono_->waitForCalls(2), IsSupersetOf({"SetProperty ('Powered', <true>)"}));
+
+    ofono_->answer("SetProperty", "()");
+
+    EXPECT_THAT(ofono_->waitForCalls(3),
+                ElementsAre(testing::_, "SetProperty ('Powered', <true>)", "SetProperty ('Powered', <true>)"));
+}
+
 TEST_F(TelephonyTest, PhoneThatCanCallIsConnected)
 {
     startOfono();
