@@ -147,7 +147,14 @@ void TtyWire::beatIfDue()
 bool TtyWire::waitForInput()
 {
     std::array<pollfd, 2> polled{{{wakeup_.descriptor(), POLLIN, 0}, {line_->get(), POLLIN, 0}}};
-    poll(polled.data(), polled.size(), static_cast<int>(beatInterval_.count()));
+    int patience = -1;
+    if (alive_) {
+        // Rounded up: less than a millisecond would not be waited for at all.
+        const auto left = lastBeat_ + beatInterval_ - std::chrono::steady_clock::now();
+        patience = static_cast<int>(
+            std::max(std::chrono::ceil<std::chrono::milliseconds>(left), std::chrono::milliseconds::zero()).count());
+    }
+    poll(polled.data(), polled.size(), patience);
     return !stopping_ && polled[1].revents != 0;
 }
 

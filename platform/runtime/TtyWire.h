@@ -64,8 +64,8 @@ private:
     const host::Wakeup wakeup_;                     // wakes the delivery thread
     std::shared_ptr<const host::Descriptor> line_;  // null: lost; only the delivery thread uses it
     FrameWriter writer_;
-    std::chrono::milliseconds beatInterval_{-1};  // negative: no beat
-    std::function<void()> alive_;
+    std::chrono::milliseconds beatInterval_{};
+    std::function<void()> alive_;                     // empty: no beat
     std::chrono::steady_clock::time_point lastBeat_;  // only the delivery thread uses it
 
     std::mutex mutex_;      // attach, detach and stop

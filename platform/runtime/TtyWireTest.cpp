@@ -238,6 +238,30 @@ TEST_F(PtyWireTest, BeatsWhileNothingComesAndWhileBytesCome)
     wire->detach();
 }
 
+TEST_F(PtyWireTest, ByteJustBeforeABeatDoesNotDelayTheBeat)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kInterval(1000);
+    const auto wire = makeWire();
+    testsupport::Recorder<Clock::time_point> beats;
+    testsupport::Recorder<Clock::time_point> deliveries;
+    wire->beat(kInterval, [&] { beats.add(Clock::now()); });
+    wire->attach([&](std::span<std::uint8_t>) { deliveries.add(Clock::now()); });
+    const StationEnd station(link_);
+    beats.waitFor(1);
+    beats.waitFor(2, kInterval * 3 / 4);
+
+    const std::size_t before = beats.values().size();
+    ASSERT_TRUE(station.write({1}));
+    const auto delivered = deliveries.waitFor(1);
+    const auto after = beats.waitFor(before + 1);
+    wire->detach();
+
+    ASSERT_THAT(delivered, SizeIs(1));
+    ASSERT_THAT(after, SizeIs(before + 1));
+    EXPECT_LT(after.back() - delivered[0], kInterval);
+}
+
 TEST_F(PtyWireTest, DoesNotBeatWhileTheReceiverHangs)
 {
     const auto wire = makeWire();
