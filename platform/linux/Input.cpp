@@ -21,6 +21,10 @@ namespace {
 
 constexpr std::size_t kMostOfAFile = 256;
 
+/// The name under which the service has its GPIO lines.
+constexpr const char* kConsumer = "engineering-unit";
+constexpr const char* kLineHelp = "; gpioinfo of the package gpiod shows who uses it";
+
 std::string lastError()
 {
     return std::generic_category().message(errno);
@@ -58,13 +62,24 @@ std::optional<int> Input::readLine(std::string& reason)
         if (!chip.valid()) {
             return fail("; correct 'gpio', or give the service's user access to it");
         }
+        if (!takesLine_) {
+            gpio_v2_line_info info{};
+            info.offset = config_.line;
+            if (ioctl_(chip.get(), GPIO_V2_GET_LINEINFO_IOCTL, &info) == 0) {
+                if ((info.flags & GPIO_V2_LINE_FLAG_USED) == 0 || std::string_view(info.consumer) == kConsumer) {
+                    return 0;
+                }
+                errno = EBUSY;
+            }
+            return fail(kLineHelp);
+        }
         gpio_v2_line_request request{};
         request.offsets[0] = config_.line;
         request.num_lines = 1;
-        std::strncpy(request.consumer, "engineering-unit", sizeof request.consumer - 1);
+        std::strncpy(request.consumer, kConsumer, sizeof request.consumer - 1);
         request.config.flags = GPIO_V2_LINE_FLAG_INPUT | (config_.isActiveLow ? GPIO_V2_LINE_FLAG_ACTIVE_LOW : 0);
         if (ioctl_(chip.get(), GPIO_V2_GET_LINE_IOCTL, &request) != 0) {
-            return fail("; gpioinfo of the package gpiod shows who uses it");
+            return fail(kLineHelp);
         }
         line_.reset(request.fd);
     }

@@ -23,7 +23,11 @@ public:
     using Ioctl = std::function<int(int descriptor, unsigned long request, void* argument)>;
     static int systemIoctl(int descriptor, unsigned long request, void* argument);
 
-    Input(UnitConfig::Input config, Ioctl ioctl) : config_(std::move(config)), ioctl_(std::move(ioctl)) {}
+    /// @param takesLine whether to request the GPIO line; else a line is 0 if it is free or a running service has it
+    Input(UnitConfig::Input config, Ioctl ioctl, bool takesLine)
+        : config_(std::move(config)), ioctl_(std::move(ioctl)), takesLine_(takesLine)
+    {
+    }
 
     /// May block as long as the line's chip or the file's driver does.
     /// @param reason set if there is no number
@@ -35,6 +39,7 @@ private:
 
     const UnitConfig::Input config_;
     const Ioctl ioctl_;
+    const bool takesLine_;
     host::Descriptor line_;
 };
 

@@ -63,7 +63,7 @@ std::string textIn(GVariant* value)
 
 }  // namespace
 
-Telephony::Telephony(Bus& systemBus, StatusBoard& board) : bus_(systemBus), board_(board)
+Telephony::Telephony(Bus& systemBus, StatusBoard& board, bool serves) : bus_(systemBus), board_(board), serves_(serves)
 {
     bus_.add(*this);
 }
@@ -187,7 +187,7 @@ void Telephony::readModem(const std::string& path, GVariant* properties)
 /// still connecting.
 void Telephony::switchOn(const std::string& path)
 {
-    if (!modems_.contains(path) || modems_[path].powered) {
+    if (!serves_ || !modems_.contains(path) || modems_[path].powered) {
         return;
     }
     callModem(path, kModem, "SetProperty", g_variant_new("(sv)", "Powered", g_variant_new_boolean(TRUE)),

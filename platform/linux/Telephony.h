@@ -25,7 +25,8 @@ public:
         kActive = 3,  ///< also on hold
     };
 
-    Telephony(Bus& systemBus, StatusBoard& board);
+    /// @param serves whether to switch on the modems that are off
+    Telephony(Bus& systemBus, StatusBoard& board, bool serves);
     ~Telephony() override;
 
     /// Answers the first call that comes in. Does nothing without one.
@@ -69,6 +70,7 @@ private:
 
     Bus& bus_;
     StatusBoard& board_;
+    const bool serves_;
 
     mutable std::mutex mutex_;
     KYRBtConnectionState connection_;  // guarded by mutex_

@@ -85,6 +85,18 @@ TEST_F(TelephonyTest, ModemThatIsOffIsSwitchedOn)
     EXPECT_THAT(ofono_->waitForCalls(3), IsSupersetOf({std::string("SetProperty ('Powered', <true>)")}));
 }
 
+TEST_F(TelephonyTest, CheckLeavesAModemThatIsOffAsItIs)
+{
+    ofono_ = service("org.ofono");
+    ofono_->answer("GetModems",
+                   "([(@o '/hfp/other', {'Powered': <false>}), (@o '/hfp/phone', {'Powered': <true>, 'Interfaces': "
+                   "<['org.ofono.VoiceCallManager']>})],)");
+    unit_.emplace(config_, Unit::Role::kCheck);
+
+    EXPECT_EQ(reasonOnce("phone", State::kUp), "");
+    EXPECT_THAT(ofono_->waitForCalls(2), ElementsAre("GetModems ()", "GetCalls ()"));
+}
+
 TEST_F(TelephonyTest, IncomingCallIsSeenAnsweredAndEnded)
 {
     startOfono();

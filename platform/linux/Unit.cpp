@@ -68,7 +68,7 @@ Unit::Unit(const UnitConfig& config, Role role) : board_(role == Role::kServe)
         bluetooth.emplace(config.bluetooth, systemBus_, board_, role == Role::kServe);
     }
     if (!config.isOff("phone")) {
-        phone.emplace(systemBus_, board_);
+        phone.emplace(systemBus_, board_, role == Role::kServe);
     }
     if (!config.isOff("location")) {
         location.emplace(config.location, loop_, board_);
@@ -80,7 +80,8 @@ Unit::Unit(const UnitConfig& config, Role role) : board_(role == Role::kServe)
         source.emplace(config.sources, systemBus_, sessionBus_, board_);
     }
     if (!config.isOff("system-misc")) {
-        vehicleData.emplace(config.vehicleData, systemBus_, systemd_, board_);
+        vehicleData.emplace(config.vehicleData, systemBus_, systemd_, board_,
+                            VehicleData::Kernel{.takesLines = role == Role::kServe});
     }
     if (!config.isOff("system-update")) {
         systemUpdate.emplace(config.updateBundles, systemBus_, board_);

@@ -32,7 +32,9 @@ class Unit
 public:
     enum class Role {
         kServe,
-        kCheck,  ///< takes nothing on the buses that a running service has: its name, the agent of pairings
+        /// Takes nothing that a running service has: its name, the agent of pairings, its GPIO lines. Switches no modem
+        /// on.
+        kCheck,
     };
 
     /// Begins to look for the backends.

@@ -17,11 +17,6 @@ constexpr const char* kInputs[] = {"radio-antenna", "dab-antenna", "gps-antenna"
 
 }  // namespace
 
-VehicleData::VehicleData(const UnitConfig::VehicleData& config, Bus& systemBus, Systemd& systemd, StatusBoard& board)
-    : VehicleData(config, systemBus, systemd, board, Kernel())
-{
-}
-
 VehicleData::VehicleData(const UnitConfig::VehicleData& config, Bus& systemBus, Systemd& systemd, StatusBoard& board,
                          const Kernel& kernel)
     : loop_(systemBus.loop()), systemd_(systemd), resetUnit_(config.resetUnit), parts_(board, "system-misc")
@@ -52,7 +47,7 @@ VehicleData::VehicleData(const UnitConfig::VehicleData& config, Bus& systemBus, 
         if (const auto input = config.inputs.find(kInputs[place]); input != config.inputs.end()) {
             parts_.add(kInputs[place]);
             isConfigured_[place] = true;
-            inputs_[place].emplace(input->second, kernel.ioctl);
+            inputs_[place].emplace(input->second, kernel.ioctl, kernel.takesLines);
         }
     }
     parts_.show();

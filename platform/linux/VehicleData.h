@@ -26,9 +26,9 @@ public:
         OpenCan openCan = unit::openCan;
         Input::Ioctl ioctl = Input::systemIoctl;
         std::chrono::milliseconds period = std::chrono::seconds(1);  ///< between two looks at the inputs
+        bool takesLines = true;  ///< whether to request the GPIO lines; else only to look whether they are there
     };
 
-    VehicleData(const UnitConfig::VehicleData& config, Bus& systemBus, Systemd& systemd, StatusBoard& board);
     VehicleData(const UnitConfig::VehicleData& config, Bus& systemBus, Systemd& systemd, StatusBoard& board,
                 const Kernel& kernel);
 

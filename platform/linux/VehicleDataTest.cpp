@@ -160,6 +160,13 @@ public:
             line->fd = eventfd(0, EFD_CLOEXEC);
             return 0;
         }
+        if (request == GPIO_V2_GET_LINEINFO_IOCTL) {
+            auto* const info = static_cast<gpio_v2_line_info*>(argument);
+            EXPECT_EQ(info->offset, 7U);
+            info->flags = user_.empty() ? 0 : GPIO_V2_LINE_FLAG_USED;
+            user_.copy(info->consumer, sizeof info->consumer - 1);
+            return 0;
+        }
         EXPECT_EQ(request, GPIO_V2_LINE_GET_VALUES_IOCTL);
         auto* const values = static_cast<gpio_v2_line_values*>(argument);
         values->bits = isActive_ ? values->mask : 0;
@@ -171,6 +178,12 @@ public:
         const std::lock_guard lock(mutex_);
         isActive_ = isActive;
         error_ = error;
+    }
+    /// Empty: the line is free.
+    void setUser(const std::string& user)
+    {
+        const std::lock_guard lock(mutex_);
+        user_ = user;
     }
     /// While it is held, the driver does not answer.
     void hold(bool isHeld)
@@ -192,6 +205,7 @@ private:
     bool isHeld_ = false;           // guarded by mutex_
     int error_ = 0;                 // guarded by mutex_
     gpio_v2_line_request asked_{};  // guarded by mutex_
+    std::string user_;              // guarded by mutex_
 };
 
 class VehicleListener : public IKYRSystemMiscListener, public Heard
@@ -215,12 +229,13 @@ protected:
         data_.reset();
     }
 
-    void begin(const UnitConfig::VehicleData& config)
+    void begin(const UnitConfig::VehicleData& config, bool takesLines = true)
     {
         VehicleData::Kernel kernel;
         kernel.openCan = [this](const UnitConfig::CanSignal&, std::string& reason) { return can_.open(reason); };
         kernel.ioctl = [this](int, unsigned long request, void* argument) { return line_.ioctl(request, argument); };
         kernel.period = std::chrono::milliseconds(1);
+        kernel.takesLines = takesLines;
         data_.emplace(config, systemBus_, systemd_, board_, kernel);
         data_->AddListener(&heard_);
         loop_.run();
@@ -375,6 +390,26 @@ TEST_F(VehicleDataTest, LineThatIsInUseIsAskedForAgain)
     line_.set(true);
 
     EXPECT_THAT(heard_.waitFor(3), ElementsAre("radio 4", "radio 0", "radio 4"));
+}
+
+TEST_F(VehicleDataTest, LineThatIsFreeOrTheServicesIsThereForACheckWhichDoesNotTakeIt)
+{
+    const std::string busy =
+        "radio-antenna: line 7 of /dev/null: Device or resource busy; gpioinfo of the package gpiod shows who uses it";
+    line_.setUser("backlight");
+    begin(line(), false);
+    EXPECT_EQ(await(State::kAbsent, "radio-antenna: line"), busy);
+    line_.setUser("engineering-unit");
+    EXPECT_EQ(await(State::kUp), "");
+
+    line_.setUser("backlight");
+    EXPECT_EQ(await(State::kAbsent, "radio-antenna: line"), busy);
+    line_.setUser("");
+    EXPECT_EQ(await(State::kUp), "");
+
+    line_.set(true, EINVAL);
+    EXPECT_THAT(await(State::kAbsent, "radio-antenna: line"), HasSubstr("Invalid argument"));
+    EXPECT_EQ(line_.asked().num_lines, 0U);
 }
 
 TEST_F(VehicleDataTest, DriverThatHangsHoldsUpNeitherTheStationNorTheLoop)
