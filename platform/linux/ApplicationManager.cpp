@@ -1,9 +1,9 @@
 #include "platform/linux/ApplicationManager.h"
 
+#include <fmt/format.h>
 #include <systemd/sd-bus.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -17,7 +17,10 @@ constexpr const char* kSystemd = "org.freedesktop.systemd1";
 constexpr std::chrono::seconds kUnitDeadline{10};
 constexpr int kWifiProcess = 1;
 
-}  // namespace
+BusObject::Address addressOfManager()
+{
+    return {kSystemd, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager"};
+}
 
 BusObject::Address addressOfUnit(const std::string& unit)
 {
@@ -27,9 +30,27 @@ BusObject::Address addressOfUnit(const std::string& unit)
     return {kSystemd, path == nullptr ? "/" : path, "org.freedesktop.systemd1.Unit"};
 }
 
+/// @param state LoadState of the unit; null: systemd does not tell the properties of an object without a unit's name
+/// @returns why the unit cannot be used; empty if it can.
+std::string problemOf(const std::string& unit, GVariant* state)
+{
+    const std::string load = state == nullptr ? "" : g_variant_get_string(state, nullptr);
+    if (load == "loaded") {
+        return "";
+    }
+    if (load == "not-found") {
+        return fmt::format("systemd has no unit {}; install it, or correct its name", unit);
+    }
+    if (load.empty()) {
+        return fmt::format("systemd: expected the name of a unit, such as NAME.service, got {}", unit);
+    }
+    return fmt::format("unit {0}: expected it to be loaded, got {1}; 'systemctl status {0}' says why", unit, load);
+}
+
+}  // namespace
+
 Systemd::Systemd(Bus& systemBus, StatusBoard& board)
-    : manager_(systemBus, {kSystemd, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager"},
-               {.presence = [this, &board](const std::string& reason) {
+    : manager_(systemBus, addressOfManager(), {.presence = [this, &board](const std::string& reason) {
                    isThere_ = reason.empty();
                    board.set("app-manager", isThere_ ? State::kUp : State::kAbsent, reason);
                    if (isThere_) {
@@ -59,7 +80,24 @@ SystemdUnit::SystemdUnit(Bus& systemBus, const std::string& unit, Events events)
                        }
                    },
                .properties = [this, unit, events] { tell(unit, events); }})
+    , manager_(systemBus, addressOfManager(),
+               {.presence = [](const std::string&) {},
+                .signal =
+                    [this](const std::string& name, GVariant* arguments) {
+                        gboolean begins = FALSE;
+                        if (name == "Reloading" && g_variant_is_of_type(arguments, G_VARIANT_TYPE("(b)"))) {
+                            g_variant_get(arguments, "(b)", &begins);
+                        }
+                        if ((name == "Reloading" && !begins) || name == "UnitFilesChanged") {
+                            object_.refresh("LoadState");  // systemd does not tell its changes
+                        }
+                    }})
 {
+}
+
+void SystemdUnit::call(const std::string& method, BusObject::Done done)
+{
+    object_.call(method, g_variant_new("(s)", "replace"), kUnitDeadline, std::move(done));
 }
 
 void SystemdUnit::tell(const std::string& unit, const Events& events) const
@@ -68,8 +106,7 @@ void SystemdUnit::tell(const std::string& unit, const Events& events) const
         events.state(g_variant_get_string(state.get(), nullptr));
     }
     const auto load = object_.property("LoadState", G_VARIANT_TYPE_STRING);
-    const bool isMissing = load && std::strcmp(g_variant_get_string(load.get(), nullptr), "not-found") == 0;
-    events.presence(isMissing ? "systemd has no unit " + unit + "; install it, or correct its name" : "");
+    events.presence(problemOf(unit, load.get()));
 }
 
 ApplicationManager::ApplicationManager(UnitConfig::ApplicationManager config, Bus& systemBus, Systemd& systemd)

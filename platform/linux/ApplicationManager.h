@@ -15,9 +15,6 @@
 
 namespace unit {
 
-/// @returns the object of a systemd unit, for its properties and methods.
-BusObject::Address addressOfUnit(const std::string& unit);
-
 /// systemd's manager of units. On the loop's thread, but for construction, destruction and isThere().
 class Systemd
 {
@@ -44,16 +41,20 @@ public:
     struct Events {
         /// systemd has told the unit's ActiveState.
         std::function<void(const std::string& state)> state = [](const std::string&) {};
-        /// systemd has the unit and its state is known (`reason` is empty), or it does not have it.
+        /// systemd has loaded the unit and its state is known (`reason` is empty), or the unit cannot be used.
         std::function<void(const std::string& reason)> presence = [](const std::string&) {};
     };
 
     SystemdUnit(Bus& systemBus, const std::string& unit, Events events);
 
+    /// Calls "Start" or "Stop", as BusObject::call().
+    void call(const std::string& method, BusObject::Done done = {});
+
 private:
     void tell(const std::string& unit, const Events& events) const;
 
     BusObject object_;
+    BusObject manager_;
 };
 
 /// The application manager over systemd: a module is up once its systemd unit is active, or, without one, as soon as

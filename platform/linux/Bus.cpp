@@ -11,6 +11,7 @@ namespace unit {
 namespace {
 
 constexpr std::chrono::seconds kRetryBus{1};
+constexpr std::chrono::seconds kPropertyDeadline{10};
 
 std::string lineOf(host::GlibError& error)
 {
@@ -184,6 +185,25 @@ host::GlibPtr<GVariant> BusObject::property(const char* name, const GVariantType
 {
     host::GlibPtr<GVariant> value(proxy_ ? g_dbus_proxy_get_cached_property(proxy_.get(), name) : nullptr);
     return value && g_variant_is_of_type(value.get(), type) ? std::move(value) : nullptr;
+}
+
+void BusObject::refresh(const std::string& name)
+{
+    callService(bus_.loop(), connection_, {address_.name, address_.path, "org.freedesktop.DBus.Properties"}, "Get",
+                g_variant_new("(ss)", address_.interface.c_str(), name.c_str()), kPropertyDeadline,
+                [this, name, asked = proxy_.get()](GVariant* result, const std::string&) {
+                    if (!proxy_ || proxy_.get() != asked || result == nullptr ||
+                        !g_variant_is_of_type(result, G_VARIANT_TYPE("(v)"))) {
+                        return;
+                    }
+                    GVariant* value = nullptr;
+                    g_variant_get(result, "(v)", &value);
+                    const host::GlibPtr<GVariant> owner(value);
+                    g_dbus_proxy_set_cached_property(proxy_.get(), name.c_str(), value);
+                    if (events_.properties) {
+                        events_.properties();
+                    }
+                });
 }
 
 void BusObject::call(const std::string& method, GVariant* arguments, std::chrono::milliseconds deadline, Done done)

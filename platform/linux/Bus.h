@@ -81,6 +81,9 @@ public:
     /// @returns the last known value; null while the service is not there, or if it is not of this type.
     host::GlibPtr<GVariant> property(const char* name, const GVariantType* type) const;
 
+    /// Asks for a property whose changes the service does not tell, then says that properties have changed.
+    void refresh(const std::string& name);
+
     /// Calls a method. `done` runs later, within `deadline`; if it is missing, an error is reported in one line.
     /// @param arguments a tuple, or null; a floating reference is taken
     void call(const std::string& method, GVariant* arguments, std::chrono::milliseconds deadline, Done done = {});

@@ -28,6 +28,7 @@ protected:
     {
         systemd_ = service("org.freedesktop.systemd1");
         systemd_->setProperty(kReset, kUnitInterface, "ActiveState", state);
+        systemd_->setSilently("LoadState", "'loaded'");
         start();
         KYR_GetU6PersistService()->AddListener(&resets_);
         EXPECT_EQ(reasonOnce("persistence", State::kUp), "");
@@ -88,12 +89,24 @@ TEST_F(FactoryResetTest, UnitThatSystemdDoesNotHaveIsTold)
 {
     startWith("'inactive'");
 
-    systemd_->setProperty(kReset, kUnitInterface, "LoadState", "'not-found'");
+    // systemd tells that units have changed, but not which.
+    const auto emit = [this](const char* signal, const char* arguments) {
+        systemd_->emit("/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager", signal, arguments);
+    };
+    systemd_->setSilently("LoadState", "'not-found'");
+    emit("UnitFilesChanged", "()");
 
-    EXPECT_EQ(reasonOnce("persistence", State::kAbsent),
-              "reset-unit: systemd has no unit reset.target; install it, or correct its name");
-    systemd_->setProperty(kReset, kUnitInterface, "LoadState", "'loaded'");
+    const std::string missing = "systemd has no unit clear.service; install it, or correct its name";
+    EXPECT_EQ(reasonOnce("file-manager", State::kAbsent), missing);
+    const std::string both =
+        "auto-reset-unit: systemd has no unit auto-reset.target; install it, or correct its name; "
+        "reset-unit: systemd has no unit reset.target; install it, or correct its name";
+    EXPECT_EQ(once([this] { return reasonOnce("persistence", State::kAbsent); }, both), both);
+    systemd_->setSilently("LoadState", "'loaded'");
+    emit("Reloading", "(true,)");
+    emit("Reloading", "(false,)");
     EXPECT_EQ(reasonOnce("persistence", State::kUp), "");
+    EXPECT_EQ(reasonOnce("file-manager", State::kUp), "");
 }
 
 TEST_F(FactoryResetTest, WithoutSystemdTheInterfacesAreThereAndSayWhatIsMissing)

@@ -54,13 +54,16 @@ void ScriptedService::answer(const std::string& method, const std::string& reply
     answers_[method] = reply;
 }
 
+void ScriptedService::setSilently(const std::string& name, const std::string& value)
+{
+    const std::lock_guard lock(mutex_);
+    properties_[name] = value;
+}
+
 void ScriptedService::setProperty(const std::string& path, const std::string& interface, const std::string& name,
                                   const std::string& value)
 {
-    {
-        const std::lock_guard lock(mutex_);
-        properties_[name] = value;
-    }
+    setSilently(name, value);
     emit(path, kProperties, "PropertiesChanged", "('" + interface + "', {'" + name + "': <" + value + ">}, @as [])");
 }
 
@@ -131,10 +134,19 @@ void ScriptedService::serveLocked(GDBusMessage* call)
         isError ? g_dbus_message_new_method_error(call, reply.substr(1).c_str(), "%s", "as the test wants it")
                 : g_dbus_message_new_method_reply(call));
     if (!isError) {
-        const auto body = method == "GetAll" && reply == "()" ? allPropertiesLocked() : parsed(reply);
+        const auto body = method == "GetAll" && reply == "()" ? allPropertiesLocked()
+                          : method == "Get" && reply == "()"  ? propertyLocked(g_dbus_message_get_body(call))
+                                                              : parsed(reply);
         g_dbus_message_set_body(answer.get(), body.get());
     }
     send(answer.get());
+}
+
+host::GlibPtr<GVariant> ScriptedService::propertyLocked(GVariant* asked)
+{
+    const char* name = nullptr;
+    g_variant_get(asked, "(&s&s)", nullptr, &name);
+    return parsed("(<" + properties_[name] + ">,)");
 }
 
 host::GlibPtr<GVariant> ScriptedService::allPropertiesLocked()

@@ -25,7 +25,10 @@ public:
     /// an answer there is silence. A method that was not mentioned answers ().
     void answer(const std::string& method, const std::string& reply);
 
-    /// Sets a property of every object and emits the change from `path`.
+    /// Sets a property of every object.
+    void setSilently(const std::string& name, const std::string& value);
+
+    /// The same, and emits the change from `path`.
     void setProperty(const std::string& path, const std::string& interface, const std::string& name,
                      const std::string& value);
 
@@ -46,6 +49,7 @@ private:
     static GDBusMessage* filter(GDBusConnection* connection, GDBusMessage* message, gboolean isIncoming, gpointer self);
     void serveLocked(GDBusMessage* call);
     void send(GDBusMessage* message);
+    host::GlibPtr<GVariant> propertyLocked(GVariant* asked);
     host::GlibPtr<GVariant> allPropertiesLocked();
 
     host::GlibPtr<GDBusConnection> connection_;

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "platform/linux/ApplicationManager.h"
 #include "platform/runtime/Listeners.h"
 #include "platform/runtime/Report.h"
 
@@ -16,12 +15,6 @@ constexpr std::chrono::seconds kSourceDeadline{10};
 std::string partOf(int source)
 {
     return "source " + std::to_string(source);
-}
-
-std::string textOf(const BusObject& object, const char* property)
-{
-    const auto value = object.property(property, G_VARIANT_TYPE_STRING);
-    return value ? g_variant_get_string(value.get(), nullptr) : "";
 }
 
 }  // namespace
@@ -41,46 +34,58 @@ SourceTable::SourceTable(const std::map<int, UnitConfig::AudioSource>& table, Bu
         entry.isThere = row.kind == Kind::kNone;
         if (!entry.isThere) {
             status_.add(partOf(source));
-            follow(source, entry, row.kind == Kind::kUnit ? systemBus : sessionBus);
+        }
+        if (row.kind == Kind::kUnit) {
+            followUnit(source, entry, systemBus);
+        } else if (row.kind == Kind::kPlayer) {
+            followPlayer(source, entry, sessionBus);
         }
     }
     status_.show();
 }
 
-void SourceTable::follow(int source, Entry& entry, Bus& bus)
+void SourceTable::followUnit(int source, Entry& entry, Bus& systemBus)
 {
-    const bool isUnit = entry.source.kind == Kind::kUnit;
-    entry.object = std::make_unique<BusObject>(
-        bus, isUnit ? addressOfUnit(entry.source.name) : addressOfPlayer(entry.source.name, "Player"),
+    entry.unit = std::make_unique<SystemdUnit>(
+        systemBus, entry.source.name,
+        SystemdUnit::Events{
+            .state =
+                [this, source](const std::string& state) {
+                    if (state == "active") {
+                        plays(source);
+                    } else if (state == "failed") {
+                        lose(source);
+                    }
+                },
+            .presence = [this, source, &entry](const std::string& reason) { setThere(source, entry, reason); }});
+}
+
+void SourceTable::followPlayer(int source, Entry& entry, Bus& sessionBus)
+{
+    entry.player = std::make_unique<BusObject>(
+        sessionBus, addressOfPlayer(entry.source.name, "Player"),
         BusObject::Events{.presence =
-                              [this, source, isUnit, &entry](const std::string& reason) {
-                                  if (isUnit && reason.empty()) {
-                                      return;  // its properties follow
-                                  }
+                              [this, source, &entry](const std::string& reason) {
                                   setThere(source, entry, reason);
-                                  if (!isUnit && !reason.empty()) {
+                                  if (!reason.empty()) {
                                       lose(source);
                                   }
                               },
                           .properties =
-                              [this, source, isUnit, &entry] {
-                                  if (isUnit) {
-                                      readUnit(source, entry);
-                                  } else if (textOf(*entry.object, "PlaybackStatus") == "Playing") {
+                              [this, source, &entry] {
+                                  const auto status = entry.player->property("PlaybackStatus", G_VARIANT_TYPE_STRING);
+                                  if (status && g_variant_get_string(status.get(), nullptr) == std::string("Playing")) {
                                       plays(source);
                                   }
                               }});
 }
 
-void SourceTable::readUnit(int source, Entry& entry)
+void SourceTable::Entry::call(bool starts, BusObject::Done done) const
 {
-    const bool isInstalled = textOf(*entry.object, "LoadState") != "not-found";
-    setThere(source, entry, isInstalled ? "" : "systemd has no " + entry.source.name + ", install or write it");
-    const std::string state = textOf(*entry.object, "ActiveState");
-    if (state == "active") {
-        plays(source);
-    } else if (state == "failed") {
-        lose(source);
+    if (unit) {
+        unit->call(starts ? "Start" : "Stop", std::move(done));
+    } else if (player) {
+        player->call(starts ? "Play" : "Pause", nullptr, kSourceDeadline, std::move(done));
     }
 }
 
@@ -106,23 +111,17 @@ void SourceTable::switchOver(int from, int to)
     // Two sources may share a unit or a player.
     const auto& target = entries_.at(to);
     if (const auto old = entries_.find(from); from != to && old != entries_.end()) {
-        if (old->second.object && old->second.source != target.source) {
-            const bool isUnit = old->second.source.kind == Kind::kUnit;
-            old->second.object->call(isUnit ? "Stop" : "Pause", isUnit ? g_variant_new("(s)", "replace") : nullptr,
-                                     kSourceDeadline);
+        if (old->second.source != target.source) {
+            old->second.call(false);
         }
         tell(from, kStopped);
     }
-    if (target.object) {
-        const bool isUnit = target.source.kind == Kind::kUnit;
-        target.object->call(isUnit ? "Start" : "Play", isUnit ? g_variant_new("(s)", "replace") : nullptr,
-                            kSourceDeadline, [this, to, &target](GVariant*, const std::string& error) {
-                                if (!error.empty()) {
-                                    runtime::report(fmt::format("{}: {}: {}", partOf(to), target.source.name, error));
-                                    lose(to);
-                                }
-                            });
-    }
+    target.call(true, [this, to, &target](GVariant*, const std::string& error) {
+        if (!error.empty()) {
+            runtime::report(fmt::format("{}: {}: {}", partOf(to), target.source.name, error));
+            lose(to);
+        }
+    });
     if (from != to) {
         tell(to, kPlays);
     }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/linux/ApplicationManager.h"
 #include "platform/linux/Bus.h"
 #include "platform/linux/Status.h"
 #include "platform/linux/UnitConfig.h"
@@ -37,12 +38,15 @@ private:
     struct Entry {
         UnitConfig::AudioSource source;
         std::atomic<bool> isThere = false;
-        std::unique_ptr<BusObject> object;  // null: nothing to start
+        std::unique_ptr<SystemdUnit> unit;  // of kUnit only
+        std::unique_ptr<BusObject> player;  // of kPlayer only
+
+        void call(bool starts, BusObject::Done done = {}) const;
     };
 
-    void follow(int source, Entry& entry, Bus& bus);
+    void followUnit(int source, Entry& entry, Bus& systemBus);
+    void followPlayer(int source, Entry& entry, Bus& sessionBus);
     void setThere(int source, Entry& entry, const std::string& reason);
-    void readUnit(int source, Entry& entry);
     void switchOver(int from, int to);
     void plays(int source);
     void lose(int source);

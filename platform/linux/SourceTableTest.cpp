@@ -126,8 +126,33 @@ TEST_F(SourceTableTest, UnitThatIsNotInstalledIsToldAndRefused)
     start();
     const auto reason = [this] { return reasonOnce("source", State::kAbsent); };
     const std::string expected =
-        "source 1: systemd has no radio.service, install or write it; source 3: systemd has no radio.service, install "
-        "or write it";
+        "source 1: systemd has no unit radio.service; install it, or correct its name; source 3: systemd has no unit "
+        "radio.service; install it, or correct its name";
+
+    EXPECT_EQ(once(reason, expected), expected);
+    EXPECT_EQ(request(1), 0);
+}
+
+TEST_F(SourceTableTest, UnitThatIsMaskedIsToldAndRefused)
+{
+    config_.sources = {{1, {Kind::kUnit, "radio.service"}}};
+    systemd_->setProperty(kRadio, kUnitInterface, "LoadState", "'masked'");
+    start();
+    const auto reason = [this] { return reasonOnce("source", State::kAbsent); };
+    const std::string expected =
+        "source 1: unit radio.service: expected it to be loaded, got masked; 'systemctl status radio.service' says why";
+
+    EXPECT_EQ(once(reason, expected), expected);
+    EXPECT_EQ(request(1), 0);
+}
+
+TEST_F(SourceTableTest, NameThatSystemdRefusesIsToldAndRefused)
+{
+    config_.sources = {{1, {Kind::kUnit, "radio"}}};
+    systemd_->answer("GetAll", "!org.freedesktop.DBus.Error.UnknownObject");
+    start();
+    const auto reason = [this] { return reasonOnce("source", State::kAbsent); };
+    const std::string expected = "source 1: systemd: expected the name of a unit, such as NAME.service, got radio";
 
     EXPECT_EQ(once(reason, expected), expected);
     EXPECT_EQ(request(1), 0);

@@ -489,6 +489,7 @@ TEST_F(VehicleDataTest, FactorySettingsAreRestoredByAUnitWhoseStartIsTold)
 {
     const auto systemd = service("org.freedesktop.systemd1");
     systemd->setProperty(kReset, kUnitInterface, "ActiveState", "'inactive'");
+    systemd->setSilently("LoadState", "'loaded'");
     UnitConfig::VehicleData config;
     config.resetUnit = "reset.service";
     begin(config);
