@@ -15,6 +15,7 @@ namespace unit {
 namespace {
 
 constexpr std::chrono::seconds kRetryCan{1};
+constexpr std::chrono::seconds kBadFrame{1};
 constexpr unsigned kBitsOfByte = 8;
 
 std::string reasonOf(const UnitConfig::CanSignal& signal, int error)
@@ -101,8 +102,9 @@ host::Descriptor openCan(const UnitConfig::CanSignal& signal, std::string& reaso
     return can;
 }
 
-CanReader::CanReader(UnitConfig::CanSignal signal, Loop& loop, Events events, OpenCan open)
-    : signal_(std::move(signal)), loop_(loop), events_(std::move(events)), open_(std::move(open))
+CanReader::CanReader(UnitConfig::CanSignal signal, Loop& loop, Events events, OpenCan open,
+                     std::chrono::milliseconds silence)
+    : signal_(std::move(signal)), loop_(loop), events_(std::move(events)), open_(std::move(open)), silence_(silence)
 {
     loop_.post([this] { connect(); });
 }
@@ -117,7 +119,7 @@ void CanReader::connect()
         return;
     }
     readable_ = loop_.whenReadable(socket_.get(), [this] { read(); });
-    events_.presence("");
+    tellNoFrame("yet");
 }
 
 void CanReader::read()
@@ -136,20 +138,51 @@ void CanReader::read()
         return;
     }
     if (const auto value = signalIn({frame.data, frame.len}, signal_)) {
-        events_.presence("");
-        events_.value(*value);
-    } else {
+        take(*value);
+        return;
+    }
+    // Frames that are too short in between, or again and again, are told once.
+    if (!bad_) {
         events_.presence(
             fmt::format("frame {:#x} of {}: expected at least {} bytes, got {}; correct 'start' and "
                         "'length'",
                         signal_.frame, signal_.interface, bytesOf(signal_), frame.len));
     }
+    silent_.reset();
+    held_.reset();
+    bad_ = loop_.after(kBadFrame, [this] {
+        bad_.reset();
+        if (held_) {
+            take(*std::exchange(held_, std::nullopt));
+        }
+    });
+}
+
+void CanReader::take(double value)
+{
+    if (bad_) {
+        held_ = value;
+        return;
+    }
+    silent_ = loop_.after(silence_, [this] { tellNoFrame("any more"); });
+    events_.presence("");
+    events_.value(value);
+}
+
+void CanReader::tellNoFrame(const char* since)
+{
+    silent_.reset();
+    events_.presence(fmt::format("no frame {:#x} on {} {}; 'candump {}' of the package can-utils shows which come",
+                                 signal_.frame, signal_.interface, since, signal_.interface));
 }
 
 void CanReader::lost(const std::string& reason)
 {
     readable_.reset();
     socket_.reset();
+    silent_.reset();
+    bad_.reset();
+    held_.reset();
     retry_ = loop_.after(kRetryCan, [this] { connect(); });
     events_.presence(reason);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -23,8 +24,9 @@ unsigned bytesOf(const UnitConfig::CanSignal& signal);
 using OpenCan = std::function<host::Descriptor(const UnitConfig::CanSignal& signal, std::string& reason)>;
 host::Descriptor openCan(const UnitConfig::CanSignal& signal, std::string& reason);
 
-/// Follows a signal on a CAN bus. An interface that is missing or down is tried again every second. On the loop's
-/// thread, but for construction and destruction.
+/// Follows a signal on a CAN bus. It is there while its frames come; a frame that is too short keeps it away for a
+/// second. An interface that is missing or down is tried again every second. On the loop's thread, but for construction
+/// and destruction.
 class CanReader
 {
 public:
@@ -36,20 +38,30 @@ public:
     };
 
     /// @param loop not owned; stopped before this object is destroyed
-    CanReader(UnitConfig::CanSignal signal, Loop& loop, Events events, OpenCan open = openCan);
+    /// @param silence how long frames may stay away
+    CanReader(UnitConfig::CanSignal signal, Loop& loop, Events events, OpenCan open = openCan,
+              std::chrono::milliseconds silence = kSilence);
+
+    static constexpr std::chrono::seconds kSilence{3};
 
 private:
     void connect();
     void read();
+    void take(double value);
+    void tellNoFrame(const char* since);
     void lost(const std::string& reason);
 
     const UnitConfig::CanSignal signal_;
     Loop& loop_;
     const Events events_;
     const OpenCan open_;
+    const std::chrono::milliseconds silence_;
     host::Descriptor socket_;
     host::GlibPtr<GSource> readable_;
     host::GlibPtr<GSource> retry_;
+    host::GlibPtr<GSource> silent_;  // since the last good frame
+    host::GlibPtr<GSource> bad_;     // since the last frame that was too short
+    std::optional<double> held_;     // the signal of the good frames after it
 };
 
 }  // namespace unit

@@ -31,7 +31,7 @@ VehicleData::VehicleData(const UnitConfig::VehicleData& config, Bus& systemBus, 
                                                setSpeed(0);
                                            }
                                        }},
-                     kernel.openCan);
+                     kernel.openCan, kernel.silence);
     }
     if (!resetUnit_.empty()) {
         parts_.add("reset-unit");
@@ -72,6 +72,11 @@ void VehicleData::look()
         if (inputs_[place]) {
             auto& [value, reason] = readings[place];
             value = inputs_[place]->read(reason).value_or(0);
+            // A wrong text that changes all the time is told once.
+            const auto withoutText = [](const std::string& said) { return said.substr(0, said.find(", got ")); };
+            if (readings_ && withoutText((*readings_)[place].second) == withoutText(reason)) {
+                reason = (*readings_)[place].second;
+            }
         }
     }
     // The service takes the vehicle information in auto-test mode only, so it has to be told again.

@@ -27,6 +27,7 @@ public:
         Input::Ioctl ioctl = Input::systemIoctl;
         std::chrono::milliseconds period = std::chrono::seconds(1);  ///< between two looks at the inputs
         bool takesLines = true;  ///< whether to request the GPIO lines; else only to look whether they are there
+        std::chrono::milliseconds silence = CanReader::kSilence;  ///< of the CAN bus until the speed is not there
     };
 
     VehicleData(const UnitConfig::VehicleData& config, Bus& systemBus, Systemd& systemd, StatusBoard& board,

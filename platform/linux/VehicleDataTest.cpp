@@ -236,6 +236,7 @@ protected:
         kernel.ioctl = [this](int, unsigned long request, void* argument) { return line_.ioctl(request, argument); };
         kernel.period = std::chrono::milliseconds(1);
         kernel.takesLines = takesLines;
+        kernel.silence = silence_;
         data_.emplace(config, systemBus_, systemd_, board_, kernel);
         data_->AddListener(&heard_);
         loop_.run();
@@ -296,6 +297,7 @@ protected:
         return reason;
     }
 
+    std::chrono::milliseconds silence_ = std::chrono::hours(1);
     FakeCan can_;
     FakeLine line_;
     VehicleListener heard_;
@@ -309,8 +311,10 @@ protected:
 TEST_F(VehicleDataTest, SpeedIsToldWhenItChanges)
 {
     begin(speed());
-    EXPECT_EQ(await(State::kUp), "");
+    EXPECT_EQ(await(State::kAbsent, "speed: no frame"),
+              "speed: no frame 0x3e9 on can0 yet; 'candump can0' of the package can-utils shows which come");
     can_.send({0x00, 0xC8});
+    EXPECT_EQ(await(State::kUp), "");
     can_.send({0x00, 0xC8, 0xFF});
     can_.send({0x01, 0x00});
     can_.send({0x00, 0x00});  // -1 is below standstill
@@ -341,6 +345,36 @@ TEST_F(VehicleDataTest, FrameThatIsTooShortIsTold)
     can_.send({0x00, 0x08});
     EXPECT_EQ(await(State::kUp), "");
     EXPECT_THAT(heard_.waitFor(3), ElementsAre("speed 3", "speed 0", "speed 3"));
+}
+
+TEST_F(VehicleDataTest, FramesThatAreGoodAndTooShortInTurnAreToldOnce)
+{
+    begin(speed());
+    can_.send({0x00, 0x08});
+    EXPECT_EQ(await(State::kUp), "");
+    std::atomic<int> changes = 0;
+    board_.watch([&](const auto&) { ++changes; });
+    for (int i = 0; i < 100; ++i) {
+        can_.send(i % 2 == 0 ? Bytes{0x01} : Bytes{});
+        can_.send({0x00, 0x0A});
+    }
+
+    EXPECT_THAT(heard_.waitFor(3), ElementsAre("speed 3", "speed 0", "speed 4"));
+    EXPECT_EQ(await(State::kUp), "");
+    board_.watch({});
+    EXPECT_EQ(changes, 2);
+}
+
+TEST_F(VehicleDataTest, SpeedIsNotThereOnASilentBus)
+{
+    silence_ = std::chrono::milliseconds(1);
+    begin(speed());
+    can_.send({0x00, 0x08});
+    EXPECT_EQ(await(State::kAbsent, "speed: no frame 0x3e9 on can0 any more"),
+              "speed: no frame 0x3e9 on can0 any more; 'candump can0' of the package can-utils shows which come");
+    can_.send({0x00, 0x0A});
+
+    EXPECT_THAT(heard_.waitFor(4), ElementsAre("speed 3", "speed 0", "speed 4", "speed 0"));
 }
 
 TEST_F(VehicleDataTest, CanInterfaceThatGoesAndComesBackIsFollowed)
@@ -452,6 +486,21 @@ TEST_F(VehicleDataTest, TextOfAFileIsAnAntenna)
     EXPECT_THAT(heard_.waitFor(3), ElementsAre("gps 4", "gps 2", "gps 0"));
     EXPECT_THAT(await(State::kAbsent, "gps-antenna: /"),
                 HasSubstr("antenna: expected a text of 'values' ('ok', 'open'), got 'burnt␛'"));
+}
+
+TEST_F(VehicleDataTest, WrongTextsOfAFileAreToldOnce)
+{
+    auto config = file();
+    config.inputs["car-info"].value = 1;  // is told at every look
+    write("burnt 1");
+    begin(config);
+    const std::string reason = await(State::kAbsent, "gps-antenna: /");
+    EXPECT_THAT(reason, HasSubstr("got 'burnt 1'"));
+
+    write("burnt 2");
+    heard_.waitFor(heard_.waitFor(0).size() + 3);
+
+    EXPECT_EQ(board_.all()[0].reason, reason);
 }
 
 TEST_F(VehicleDataTest, PipeWithoutAWriterIsAFileWithoutText)

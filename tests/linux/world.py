@@ -328,6 +328,7 @@ class World:
             except RuntimeError as error:
                 self.missing[driver] = str(error)
         self.receiver = Receiver()
+        self.car = None
         pathlib.Path("/etc/default/gpsd").write_text(f'DEVICES="{Receiver.LINK}"\n')
         self.start_controllers()
         self.make_board()
@@ -369,6 +370,7 @@ class World:
         run("systemctl", "start", "guest-player.service")
         run("ip", "link", "add", "vcan0", "type", "vcan")
         run("ip", "link", "set", "vcan0", "up")
+        self.stop_the_car()
         (BOARD / "sound").write_text(SOUND_CONTROLS)
         run("alsactl", "--no-ucm", "--no-init-fallback", "--file", BOARD / "sound", "restore", "0")
         self.keyboard = evdev.UInput({ecodes.EV_KEY: [ecodes.KEY_VOLUMEUP]}, name="keys")
@@ -493,10 +495,17 @@ class World:
         wait("the SSID", lambda: "SSID: Guest 12" in run("iw", "dev", "wlan1", "scan"), 40)
 
     def drive(self):
-        run("cansend", "vcan0", "3E9#1F40000000000000")
+        self.send_speed("1F40000000000000")
 
     def stop_the_car(self):
-        run("cansend", "vcan0", "3E9#0000000000000000")
+        self.send_speed("0000000000000000")
+
+    def send_speed(self, data):
+        """Sends a frame again and again, as a car does, in place of the one before."""
+        if self.car:
+            self.car.kill()
+            self.car.wait()
+        self.car = subprocess.Popen(["cangen", "vcan0", "-g", "500", "-I", "3E9", "-L", "8", "-D", data])
 
     def disconnect_antennas(self):
         for name in ("radio-antenna", "dab-antenna", "gps-antenna"):
