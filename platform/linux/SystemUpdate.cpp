@@ -17,26 +17,16 @@ constexpr std::chrono::seconds kRaucDeadline{10};
 }  // namespace
 
 SystemUpdate::SystemUpdate(std::map<int, std::string> bundles, Bus& systemBus, StatusBoard& board,
-                           runtime::Reporter reporter)
+                           runtime::Reporter reporter, std::chrono::milliseconds retry)
     : bundles_(std::move(bundles))
     , bus_(systemBus)
+    , board_(board)
     , reporter_(std::move(reporter))
+    , retryAfter_(retry)
     , driver_(systemBus, {"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"},
               {.presence = [](const std::string&) {}})
     , rauc_(systemBus, {kRauc, "/", "de.pengutronix.rauc.Installer", "rauc-service"},
-            {.presence =
-                 [this, &board](const std::string& reason) {
-                     board.set("system-update", reason.empty() ? State::kUp : State::kAbsent, reason);
-                     if (reason.empty()) {
-                         return;
-                     }
-                     if (!installing_.empty()) {
-                         ended(reason);
-                     }
-                     // Nothing but the bus starts RAUC: its unit has no target that wants it.
-                     driver_.call("StartServiceByName", g_variant_new("(su)", kRauc, 0), kRaucDeadline,
-                                  [](GVariant*, const std::string&) {});
-                 },
+            {.presence = [this](const std::string& reason) { onPresence(reason); },
              .properties = [this] { showProgress(); },
              .signal =
                  [this](const std::string& name, GVariant* arguments) {
@@ -52,6 +42,36 @@ SystemUpdate::SystemUpdate(std::map<int, std::string> bundles, Bus& systemBus, S
                                           : protocol::printable(text));
                  }})
 {
+}
+
+void SystemUpdate::onPresence(const std::string& reason)
+{
+    absence_ = reason;
+    retry_.reset();
+    board_.set("system-update", reason.empty() ? State::kUp : State::kAbsent, reason);
+    if (!reason.empty() && !installing_.empty()) {
+        ended(reason);
+    }
+    // Without a bus there is nothing to ask.
+    if (reason.starts_with(kRauc)) {
+        start([](const std::string&) {});
+    }
+}
+
+/// Nothing but the bus starts RAUC: its unit has no target that wants it. A start that fails is tried again.
+void SystemUpdate::start(std::function<void(const std::string& error)> done)
+{
+    retry_.reset();
+    driver_.call("StartServiceByName", g_variant_new("(su)", kRauc, 0), kRaucDeadline,
+                 [this, done = std::move(done)](GVariant*, const std::string& error) {
+                     if (!error.empty() && absence_.starts_with(kRauc)) {
+                         board_.set("system-update", State::kAbsent, fmt::format("{}; its start: {}", absence_, error));
+                     }
+                     if (absence_.starts_with(kRauc)) {
+                         retry_ = bus_.loop().after(retryAfter_, [this] { start([](const std::string&) {}); });
+                     }
+                     done(error);
+                 });
 }
 
 void SystemUpdate::Request(int nCode)
@@ -78,13 +98,21 @@ void SystemUpdate::install(int code, const std::string& bundle)
     installing_ = bundle;
     progress_.clear();
     report(bundle + " is being installed");
-    rauc_.call("InstallBundle", g_variant_new("(sa{sv})", bundle.c_str(), nullptr), kRaucDeadline,
-               [this, request = ++requests_](GVariant*, const std::string& error) {
-                   // Otherwise Completed tells the result, before or after this.
-                   if (!error.empty() && request == requests_ && !installing_.empty()) {
-                       ended(error);
-                   }
-               });
+    // Completed tells the result, before or after the answer.
+    const auto endIfFailed = [this, request = ++requests_](const std::string& error) {
+        if (!error.empty() && request == requests_ && !installing_.empty()) {
+            ended(error);
+        }
+        return request != requests_ || installing_.empty();
+    };
+    const auto begin = [this, bundle, endIfFailed](const std::string& startError) {
+        if (!endIfFailed(startError)) {
+            rauc_.call("InstallBundle", g_variant_new("(sa{sv})", bundle.c_str(), nullptr), kRaucDeadline,
+                       [endIfFailed](GVariant*, const std::string& error) { endIfFailed(error); });
+        }
+    };
+    // The bus refuses to start a service without a service file, also if it runs.
+    absence_.empty() ? begin("") : start(begin);
 }
 
 void SystemUpdate::showProgress()

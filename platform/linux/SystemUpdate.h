@@ -2,6 +2,8 @@
 
 #include <KYRSystemUpdate.h>
 
+#include <chrono>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -17,13 +19,17 @@ class SystemUpdate : public KYRSystemUpdate
 {
 public:
     /// @param bundles paths by the codes of the requests
+    /// @param retry time between two starts of RAUC while it does not run
     SystemUpdate(std::map<int, std::string> bundles, Bus& systemBus, StatusBoard& board,
-                 runtime::Reporter reporter = runtime::report);
+                 runtime::Reporter reporter = runtime::report,
+                 std::chrono::milliseconds retry = std::chrono::seconds(30));
 
     /// Refused with a report if the code has no bundle or a bundle is being installed.
     void Request(int nCode) override;
 
 private:
+    void onPresence(const std::string& reason);
+    void start(std::function<void(const std::string& error)> done);
     void install(int code, const std::string& bundle);
     void showProgress();
     void ended(const std::string& error);
@@ -32,9 +38,13 @@ private:
 
     const std::map<int, std::string> bundles_;
     Bus& bus_;
+    StatusBoard& board_;
     const runtime::Reporter reporter_;
+    const std::chrono::milliseconds retryAfter_;
 
     // Of the loop.
+    std::string absence_;  // why RAUC is not there; empty while it is
+    host::GlibPtr<GSource> retry_;
     int requests_ = 0;
     std::string installing_;  // the bundle; empty while this object installs none
     std::string progress_;    // the last one reported

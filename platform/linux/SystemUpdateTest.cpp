@@ -13,16 +13,11 @@ using testing::HasSubstr;
 constexpr const char* kInstaller = "de.pengutronix.rauc.Installer";
 constexpr const char* kInstall = "InstallBundle ('/a.raucb', {})";
 
-class SystemUpdateTest : public UnitSetup
+class SystemUpdateSetup : public UnitSetup
 {
 protected:
-    SystemUpdateTest()
-    {
-        board_.add("system-update", "rauc");
-        loop_.run();
-        startRauc();
-    }
-    ~SystemUpdateTest() override { loop_.stop(); }
+    SystemUpdateSetup() { board_.add("system-update", "rauc"); }
+    ~SystemUpdateSetup() override { loop_.stop(); }
 
     void startRauc()
     {
@@ -30,13 +25,15 @@ protected:
         EXPECT_EQ(await(State::kUp), "");
     }
 
-    std::string await(State state)
+    /// Waits until RAUC is in `state`, for a reason that begins as told.
+    std::string await(State state, const std::string& beginning = "")
     {
         std::string reason = "it did not happen";
         board_.await(
             [&](const auto& all) {
-                reason = all[0].state == state ? all[0].reason : reason;
-                return all[0].state == state;
+                const bool is = all[0].state == state && all[0].reason.starts_with(beginning);
+                reason = is ? all[0].reason : reason;
+                return is;
             },
             tests::kGenerous);
         return reason;
@@ -49,11 +46,51 @@ protected:
     StatusBoard board_{false};
     Loop loop_;
     Bus systemBus_{loop_, G_BUS_TYPE_SYSTEM};
-    SystemUpdate update_{{{13, "/a.raucb"}, {14, "/b.raucb"}}, systemBus_, board_, [this](const std::string& line) {
-                             lines_.add(line);
-                         }};
+    SystemUpdate update_{{{13, "/a.raucb"}, {14, "/b.raucb"}},
+                         systemBus_,
+                         board_,
+                         [this](const std::string& line) { lines_.add(line); },
+                         std::chrono::milliseconds(1)};
     std::unique_ptr<tests::ScriptedService> rauc_;
 };
+
+class SystemUpdateTest : public SystemUpdateSetup
+{
+protected:
+    SystemUpdateTest()
+    {
+        loop_.run();
+        startRauc();
+    }
+};
+
+class AbsentRaucTest : public SystemUpdateSetup
+{
+};
+
+constexpr const char* kNoService = "The name de.pengutronix.rauc was not provided by any .service files";
+
+TEST_F(AbsentRaucTest, StartIsTriedAgainAndItsFailureIsTold)
+{
+    loop_.run();
+    const std::string absent = "de.pengutronix.rauc is not running; install rauc-service; its start: ";
+    EXPECT_EQ(await(State::kAbsent, absent), absent + kNoService);
+
+    bus_.addService("de.pengutronix.rauc", "/bin/false");
+    EXPECT_EQ(await(State::kAbsent, absent + "Process"), absent + "Process de.pengutronix.rauc exited with status 1");
+
+    startRauc();
+}
+
+TEST_F(AbsentRaucTest, RequestStartsRaucAndTellsThatItDoesNotStart)
+{
+    loop_.run();
+    await(State::kAbsent, "de.pengutronix.rauc is not running");
+
+    update_.Request(13);
+
+    EXPECT_EQ(lines_.waitFor(2)[1], std::string("system-update: /a.raucb is not installed: ") + kNoService);
+}
 
 TEST_F(SystemUpdateTest, RequestInstallsTheBundleOfItsCodeAndReportsItsProgress)
 {
@@ -147,7 +184,8 @@ TEST_F(SystemUpdateTest, RaucThatGoesWhileItInstallsIsFollowed)
     update_.Request(13);
     EXPECT_THAT(rauc_->waitForCalls(1), ElementsAre(kInstall));
     rauc_.reset();
-    EXPECT_EQ(await(State::kAbsent), "de.pengutronix.rauc is not running; install rauc-service");
+    const std::string absent = "de.pengutronix.rauc is not running; install rauc-service; its start: ";
+    EXPECT_EQ(await(State::kAbsent, absent), absent + kNoService);
     EXPECT_THAT(lines_.waitFor(2)[1], HasSubstr("/a.raucb is not installed: "));
 
     startRauc();

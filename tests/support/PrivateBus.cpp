@@ -18,6 +18,9 @@ std::filesystem::path writeConfiguration(const std::filesystem::path& directory)
                            "  <listen>unix:path="
                         << (directory / "bus").string()
                         << "</listen>\n"
+                           "  <servicedir>"
+                        << directory.string()
+                        << "</servicedir>\n"
                            "  <auth>EXTERNAL</auth>\n"
                            "  <policy context=\"default\">\n"
                            "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
@@ -48,6 +51,12 @@ void PrivateBus::startAgain()
 }
 
 PrivateBus::~PrivateBus() = default;
+
+void PrivateBus::addService(const std::string& name, const std::string& command)
+{
+    std::ofstream(directory_.path() / (name + ".service"))
+        << "[D-BUS Service]\nName=" << name << "\nExec=" << command << "\n";
+}
 
 void PrivateBus::kill()
 {

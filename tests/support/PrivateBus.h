@@ -25,6 +25,9 @@ public:
 
     pid_t pid() const { return daemon_->pid(); }
 
+    /// The daemon starts `command` when it is asked to start the service `name`.
+    void addService(const std::string& name, const std::string& command);
+
     /// Ends the daemon at once and waits until it is gone. Until startAgain(), only the address may be asked for.
     void kill();
 
