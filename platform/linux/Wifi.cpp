@@ -28,6 +28,7 @@ constexpr std::chrono::seconds kRetryWifi{20};
 // NetworkManager's states of a device and of an active connection.
 constexpr guint32 kUnmanaged = 10;
 constexpr guint32 kUnavailable = 20;
+constexpr guint32 kActivating = 1;
 constexpr guint32 kActivated = 2;
 
 /// A UUID that is another one for another access point.
@@ -157,14 +158,15 @@ void Wifi::follow()
         }
         return;
     }
-    if (isActive()) {
+    const bool isActive = isIn(kActivated);
+    if (isActive) {
         failure_.clear();
         retry_.reset();
     } else if (isWanted_ && serves_ && !retry_) {
         tryActivation();
     }
     board_.set("wifi", failure_.empty() ? State::kUp : State::kAbsent, failure_);
-    if (isActive()) {
+    if (isActive) {
         isUp_();
     }
 }
@@ -192,12 +194,13 @@ std::string Wifi::findDevice()
     }
 }
 
-bool Wifi::isActive() const
+/// @returns whether NetworkManager has an active connection of the profile in this state.
+bool Wifi::isIn(guint32 wanted) const
 {
-    return std::ranges::any_of(tree_.pathsWith(kActiveConnection), [this](const auto& path) {
+    return std::ranges::any_of(tree_.pathsWith(kActiveConnection), [&](const auto& path) {
         const auto state = tree_.property(path, kActiveConnection, "State", G_VARIANT_TYPE_UINT32);
         return tree_.text(path, kActiveConnection, "Connection") == profile_ && state &&
-               g_variant_get_uint32(state.get()) == kActivated;
+               g_variant_get_uint32(state.get()) == wanted;
     });
 }
 
@@ -281,12 +284,17 @@ void Wifi::addProfile()
 
 void Wifi::tryActivation()
 {
-    failure_ = "the access point is not active yet";
+    if (failure_.empty()) {
+        failure_ = "the access point is not active yet";
+    }
     retry_ = bus_.loop().after(kRetryWifi, [this] {
         retry_.reset();
         failure_ = "the access point does not become active; 'journalctl -u NetworkManager' says why";
         follow();
     });
+    if (isIn(kActivating)) {
+        return;  // another activation would end this one
+    }
     tree_.call(kManagerPath, kNetworkManager, "ActivateConnection",
                g_variant_new("(ooo)", profile_.c_str(), device_.c_str(), "/"), kManagerDeadline,
                [this, number = asked_](GVariant* result, const std::string& error) {

@@ -35,7 +35,7 @@ private:
     void follow();
     void absent(const std::string& reason);
     std::string findDevice();
-    bool isActive() const;
+    bool isIn(guint32 wanted) const;
     void findProfile(std::vector<std::string> paths);
     void readProfile(const std::string& path, GVariant* settings);
     void addProfile();

@@ -138,6 +138,20 @@ TEST_F(WifiTest, AccessPointOfTheStartIsActivatedAgainWhenItEnds)
     EXPECT_EQ(manager_->waitForCalls(4).back(), kAsked);
 }
 
+TEST_F(WifiTest, ActivationThatIsUnderWayIsAwaited)
+{
+    config_.wifi.activate = true;
+    startManager("({@o " + kDeviceOnly + ", " + kProfile + ", '" + kActivePath + "': {'" + kActiveInterface +
+                 "': {'Connection': <@o '/org/freedesktop/NetworkManager/Settings/1'>, 'State': <uint32 1>}}},)");
+    start();
+    EXPECT_EQ(absentBecause("the access point is not active yet"), "the access point is not active yet");
+
+    manager_->setProperty(kActivePath, kActiveInterface, "State", "uint32 2");
+
+    EXPECT_EQ(reasonOnce("wifi", State::kUp), "");
+    EXPECT_THAT(manager_->waitForCalls(2), ElementsAre("GetManagedObjects ()", "GetSettings ()"));
+}
+
 TEST_F(WifiTest, ActivationThatIsRefusedIsTold)
 {
     config_.wifi.activate = true;
