@@ -200,6 +200,9 @@ TEST_F(BoardHmiTest, KeyEventsInPiecesAndLostOnesAreUnderstood)
     type(event(EV_KEY, 115, 0, 0));  // a release without a press
     type(event(EV_KEY, 115, 1, 10));
     type(event(EV_SYN, SYN_DROPPED, 0, 20));
+    type(event(EV_KEY, 115, 0, 8000));
+    type(event(EV_KEY, 115, 1, 8000));  // the rest of a report whose beginning is lost
+    type(event(EV_SYN, SYN_REPORT, 0, 8000));
     type(event(EV_KEY, 115, 0, 9000));
     const input_event press = event(EV_KEY, 114, 1, 9000);
     const std::string bytes(reinterpret_cast<const char*>(&press), sizeof press);

@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <system_error>
 #include <utility>
 
@@ -34,6 +36,9 @@ void Keyboard::open()
              (error == EACCES ? "; the user needs the group 'input'" : "; /proc/bus/input/devices lists the devices"));
         return;
     }
+    // A correction of the wall clock would change how long a key was held. A pipe has no clock.
+    int clock = CLOCK_MONOTONIC;
+    ioctl(descriptor_.get(), EVIOCSCLOCKID, &clock);
     readable_ = loop_.whenReadable(descriptor_.get(), [this] { read(); });
     board_.set("keyboard", State::kUp);
 }
@@ -55,6 +60,7 @@ void Keyboard::lost(const std::string& reason)
     descriptor_.reset();
     received_.clear();
     pressed_.clear();
+    skips_ = false;
     board_.set("keyboard", State::kAbsent, fmt::format("{}: {}", device_, reason));
     retry_ = loop_.after(kRetryKeyboard, [this] { open(); });
 }
@@ -69,6 +75,11 @@ void Keyboard::take(std::string_view bytes)
             std::chrono::seconds(event.input_event_sec) + std::chrono::microseconds(event.input_event_usec);
         if (event.type == EV_SYN && event.code == SYN_DROPPED) {
             pressed_.clear();  // a release may be among the lost events
+            skips_ = true;     // the rest of a report whose beginning is lost
+        } else if (event.type == EV_SYN && event.code == SYN_REPORT) {
+            skips_ = false;
+        } else if (skips_) {
+            continue;
         } else if (event.type == EV_KEY && event.value == 1) {
             pressed_[event.code] = now;
         } else if (event.type == EV_KEY && event.value == 0) {

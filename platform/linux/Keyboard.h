@@ -42,6 +42,7 @@ private:
     host::GlibPtr<GSource> retry_;
     std::string received_;                              // the beginning of an event
     std::map<int, std::chrono::microseconds> pressed_;  // by code: since when
+    bool skips_ = false;                                // the events up to the next report
 };
 
 }  // namespace unit
