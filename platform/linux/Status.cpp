@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "platform/runtime/Report.h"
+#include "protocol/Text.h"
 
 namespace unit {
 
@@ -30,8 +31,9 @@ void StatusBoard::add(const std::string& interface, const std::string& backend)
                            std::chrono::system_clock::now()});
 }
 
-void StatusBoard::set(const std::string& interface, State state, const std::string& reason)
+void StatusBoard::set(const std::string& interface, State state, const std::string& why)
 {
+    const std::string reason = protocol::printable(why);
     InterfaceStatus now;
     Watcher watcher;
     {

@@ -48,7 +48,8 @@ public:
     void add(const std::string& interface, const std::string& backend);
 
     /// Sets the state of an interface that is not off. Reports a change and tells the watcher.
-    void set(const std::string& interface, State state, const std::string& reason = "");
+    /// @param why may come from a device or a daemon: its reason is made printable
+    void set(const std::string& interface, State state, const std::string& why = "");
 
     /// @returns all interfaces, in the order in which they were added.
     std::vector<InterfaceStatus> all() const;

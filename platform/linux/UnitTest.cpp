@@ -47,6 +47,16 @@ TEST_F(UnitTest, InterfaceThatIsOffIsNull)
     EXPECT_EQ(KYR_GetAudioService(), nullptr);
 }
 
+TEST(StatusBoard, ReasonFromOutsideIsMadePrintable)
+{
+    StatusBoard board(false);
+    board.add("audio", "alsa");
+
+    board.set("audio", State::kAbsent, "no element 'M\xfcller'\n");
+
+    EXPECT_EQ(board.all()[0].reason, "no element 'M\uFFFDller'␊");
+}
+
 TEST_F(UnitTest, AbsentDaemonLeavesTheInterfaceThereAndIsTold)
 {
     start();
