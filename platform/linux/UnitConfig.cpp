@@ -125,7 +125,7 @@ private:
         } else if (interface == "power") {
             config_.power.state = static_cast<int>(section.integer("power-state", false, 0, 255).value_or(0));
             config_.power.lightType = static_cast<int>(section.integer("light-type", false, 0, 255).value_or(0));
-            config_.power.standbyUnit = section.text("standby-unit");
+            config_.power.standbyUnit = unitName(section, "standby-unit");
         } else if (interface == "system-info") {
             readVersions(section);
         } else if (interface == "location") {
@@ -147,10 +147,10 @@ private:
         } else if (interface == "system-update") {
             readBundles(section, isOn);
         } else if (interface == "file-manager") {
-            config_.clearUnit = section.text("unit", isOn);
+            config_.clearUnit = unitName(section, "unit", isOn);
         } else if (interface == "persistence") {
-            config_.persistence.resetUnit = section.text("reset-unit");
-            config_.persistence.autoResetUnit = section.text("auto-reset-unit");
+            config_.persistence.resetUnit = unitName(section, "reset-unit");
+            config_.persistence.autoResetUnit = unitName(section, "auto-reset-unit");
         } else if (interface == "tuner") {
             readTuner(section);
         } else if (interface == "wifi") {
@@ -158,6 +158,27 @@ private:
         } else if (const toml::table* const values = section.table("values")) {
             readValues(section, *values);
         }
+    }
+
+    /// @returns whether this has the suffix without which systemd refuses a unit's name.
+    static bool isUnitName(const std::string& name)
+    {
+        static constexpr const char* kSuffixes[] = {".service", ".target", ".socket", ".mount", ".automount", ".path",
+                                                    ".timer",   ".device", ".swap",   ".slice", ".scope"};
+        return std::ranges::any_of(kSuffixes, [&](const std::string& suffix) {
+            return name.ends_with(suffix) && name.size() > suffix.size();
+        });
+    }
+
+    /// The name of a systemd unit.
+    static std::string unitName(TableReader& reader, std::string_view key, bool isRequired = false)
+    {
+        std::string name = reader.text(key, isRequired);
+        if (!name.empty() && !isUnitName(name)) {
+            reader.report(key, fmt::format("'{}': expected the name of a systemd unit, such as NAME.service, got {}",
+                                           key, protocol::inQuotes(name)));
+        }
+        return name;
     }
 
     ServiceModule module(std::string_view name, const toml::node& place)
@@ -182,7 +203,7 @@ private:
         }
         TableReader reader(*units, "section [app-manager.units]", problems_);
         for (const auto& [key, node] : *units) {
-            config_.appManager.units[module(key.str(), node)] = reader.text(key.str());
+            config_.appManager.units[module(key.str(), node)] = unitName(reader, key.str());
         }
         reader.finish();
     }
@@ -201,7 +222,7 @@ private:
             static_cast<int>(section.integer("station-signal", false, 1, 100).value_or(tuner.stationSignal));
         tuner.settle = milliseconds("settle", tuner.settle);
         tuner.scan = milliseconds("scan", tuner.scan);
-        tuner.soundUnit = section.text("sound-unit");
+        tuner.soundUnit = unitName(section, "sound-unit");
     }
 
     void readBand(TableReader& section, const std::string& key, UnitConfig::Tuner::Band& band)
@@ -285,8 +306,8 @@ private:
             const std::string_view text = key.str();
             int number = -1;
             const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-            if (parsed.ec == std::errc() && parsed.ptr == text.data() + text.size() && least <= number &&
-                number <= most) {
+            // 1 and 01 would be two rows for the same number.
+            if (parsed.ec == std::errc() && std::to_string(number) == text && least <= number && number <= most) {
                 each(reader, text, number);
             } else {
                 reader.report(text, fmt::format("'{}': expected a key from {} to {}, got {}", name, least, most,
@@ -310,6 +331,10 @@ private:
             if (!kind || name.empty() != (kind == SourceKind::kNone)) {
                 reader.report(
                     key, fmt::format("expected unit:NAME, mpris:PLAYER or none, got {}", protocol::inQuotes(text)));
+            } else if (kind == SourceKind::kUnit && !isUnitName(name)) {
+                reader.report(key, fmt::format("expected unit:NAME with the name of a systemd unit, such as "
+                                               "NAME.service, got {}",
+                                               protocol::inQuotes(text)));
             } else {
                 config_.sources[number] = {*kind, name};
             }
@@ -326,7 +351,7 @@ private:
                 config_.vehicleData.inputs[key] = readInput(*input, fmt::format("section [system-misc.{}]", key));
             }
         }
-        config_.vehicleData.resetUnit = section.text("reset-unit");
+        config_.vehicleData.resetUnit = unitName(section, "reset-unit");
     }
 
     UnitConfig::CanSignal readSignal(const toml::table& table, std::string place)
