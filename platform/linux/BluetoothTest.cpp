@@ -113,8 +113,7 @@ TEST_F(BluetoothTest, BluezThatGoesTakesItsAnswersWithItAndBringsThemBack)
     EXPECT_EQ(reasonOnce("bluetooth", State::kAbsent), "org.bluez is not running");
     EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_LOCAL_ADDRESS), "none");
 
-    bluez_ = service("org.bluez");
-    bluez_->answer("GetManagedObjects", kAdapterWithPhones);
+    bluez_ = service("org.bluez", {{"GetManagedObjects", kAdapterWithPhones}});
     EXPECT_EQ(reasonOnce("bluetooth", State::kUp), "");
     EXPECT_EQ(attribute(KYRBtType::ATTRIBUTE_LOCAL_ADDRESS), "00:1A:7D:DA:71:13");
 }

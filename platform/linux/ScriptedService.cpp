@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "tests/support/ChildProcess.h"
 
@@ -22,7 +23,7 @@ host::GlibPtr<GVariant> parsed(const std::string& text)
 
 }  // namespace
 
-ScriptedService::ScriptedService(const std::string& address, std::string name)
+ScriptedService::ScriptedService(const std::string& address, std::string name, Answers answers)
 {
     host::GlibError error;
     connection_ = host::connectToBus(nullptr, error, address.c_str());
@@ -31,6 +32,7 @@ ScriptedService::ScriptedService(const std::string& address, std::string name)
     }
     {
         const std::lock_guard lock(mutex_);
+        answers_ = std::move(answers);
         filter_ = g_dbus_connection_add_filter(connection_.get(), filter, this, nullptr);
     }
     const host::GlibPtr<GVariant> owned(g_dbus_connection_call_sync(

@@ -15,8 +15,11 @@ namespace tests {
 class ScriptedService
 {
 public:
+    using Answers = std::map<std::string, std::string>;
+
     /// Owns `name` on the bus at `address` as long as it lives.
-    ScriptedService(const std::string& address, std::string name);
+    /// @param answers as of answer(), from the first call on: a unit that runs may call at once
+    ScriptedService(const std::string& address, std::string name, Answers answers = {});
     ~ScriptedService();
     ScriptedService(const ScriptedService&) = delete;
     ScriptedService& operator=(const ScriptedService&) = delete;
@@ -56,7 +59,7 @@ private:
     guint filter_ = 0;
     static inline std::mutex mutex_;
     std::condition_variable changed_;
-    std::map<std::string, std::string> answers_;     // guarded by mutex_
+    Answers answers_;                                // guarded by mutex_
     std::map<std::string, std::string> properties_;  // guarded by mutex_
     std::vector<std::string> calls_;                 // guarded by mutex_
     std::string caller_;                             // guarded by mutex_

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/ScriptedService.h"
@@ -100,9 +101,10 @@ protected:
         return ask();
     }
 
-    std::unique_ptr<tests::ScriptedService> service(const std::string& name)
+    std::unique_ptr<tests::ScriptedService> service(const std::string& name,
+                                                    tests::ScriptedService::Answers answers = {})
     {
-        return std::make_unique<tests::ScriptedService>(bus_.address(), name);
+        return std::make_unique<tests::ScriptedService>(bus_.address(), name, std::move(answers));
     }
 
     tests::TempDir directory_;

@@ -53,10 +53,10 @@ protected:
     ScriptedService& startManager(const std::string& objects = "({@o " + kDeviceOnly + ", " + kProfile + "},)",
                                   const std::string& answer = settings("car-ap", "1-2"))
     {
-        manager_ = service("org.freedesktop.NetworkManager");
-        manager_->answer("GetManagedObjects", objects);
-        manager_->answer("GetSettings", answer);
-        manager_->answer("ActivateConnection", std::string("(@o '") + kActivePath + "',)");
+        manager_ = service("org.freedesktop.NetworkManager",
+                           {{"GetManagedObjects", objects},
+                            {"GetSettings", answer},
+                            {"ActivateConnection", std::string("(@o '") + kActivePath + "',)"}});
         return *manager_;
     }
 
