@@ -226,6 +226,7 @@ TEST(Parse, ExplainsMistakesInToml)
          "1:37: expected each key once, got 'b' again; first in line 1, column 26"},
         {"[x] # X\na = 1\n\n[y]\n[x]\n", "5:1: expected each key once, got 'x' again; first in line 1, column 1"},
         {"a = {}\n[a]\n", "2:1: expected each key once, got 'a' again"},
+        {"a = 1 ¡\n", "1:7: expected the end of the line"},
     };
     for (const auto& [text, problem] : rows) {
         Problems problems;

@@ -138,10 +138,10 @@ protected:
             BusClient client(*environment()["DBUS_SYSTEM_BUS_ADDRESS"]);
             EXPECT_TRUE(client.waitForOwner(daemon.name, true));
             host::GlibError error;
+            const host::GlibPtr<GVariant> tuple(g_variant_parse(nullptr, arguments, nullptr, nullptr, nullptr));
             const host::GlibPtr<GVariant> reply(
                 g_dbus_connection_call_sync(client.connection(), daemon.name.c_str(), object, interface, method,
-                                            g_variant_parse(nullptr, arguments, nullptr, nullptr, nullptr), nullptr,
-                                            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
+                                            tuple.get(), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
             EXPECT_TRUE(reply) << error.message();
         }
         return *process;

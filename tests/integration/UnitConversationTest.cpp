@@ -109,10 +109,10 @@ protected:
               const std::string& arguments)
     {
         host::GlibError error;
-        GVariant* const tuple = g_variant_parse(nullptr, arguments.c_str(), nullptr, nullptr, error.out());
-        ASSERT_NE(tuple, nullptr) << error.message() << ": " << arguments;
+        const host::GlibPtr<GVariant> tuple(g_variant_parse(nullptr, arguments.c_str(), nullptr, nullptr, error.out()));
+        ASSERT_TRUE(tuple) << error.message() << ": " << arguments;
         const host::GlibPtr<GVariant> reply(g_dbus_connection_call_sync(
-            bus_.connection(), name.c_str(), path.c_str(), interface.c_str(), method.c_str(), tuple, nullptr,
+            bus_.connection(), name.c_str(), path.c_str(), interface.c_str(), method.c_str(), tuple.get(), nullptr,
             G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
         ASSERT_TRUE(reply) << method << ": " << error.message();
     }
