@@ -50,7 +50,7 @@ class Guest:
             + ["-chardev", f"socket,id=world,path={OUTPUT}/world,server=on,wait=off"]
             + ["-kernel", tree / "vmlinuz", "-initrd", tree / "initrd.gz"]
             + ["-append", KERNEL_ARGUMENTS]
-            + ["-virtfs", f"local,path={tree}/root,mount_tag=tree,security_model=none,readonly=on"]
+            + ["-virtfs", f"local,path={tree}/system,mount_tag=tree,security_model=none,readonly=on"]
             + ["-virtfs", f"local,path={share},mount_tag=test,security_model=none,readonly=on"]
             + ["-serial", f"file:{OUTPUT}/console"]
             + ["-chardev", "pty,id=uart", "-serial", "chardev:uart", "-serial", "chardev:world"],
