@@ -24,7 +24,7 @@ const char* nameOf(State state);
 inline constexpr const char* kNotAnswered = "the backend has not answered yet";
 
 /// The same of a part of one.
-inline constexpr const char* kNotRead = "not read yet";
+inline constexpr const char* kNotRead = "no answer yet";
 
 /// How an interface of the platform stands.
 struct InterfaceStatus {

@@ -534,10 +534,11 @@ class World:
         run("systemctl", "start", "guest-auto-reset")
 
     def check(self):
-        """What `engineering-unit check` says."""
+        """What `engineering-unit check` says; the player answers it meanwhile."""
         command = ["runuser", "-u", "engineering", "--", "engineering-unit", "check"]
-        done = subprocess.run(command, capture_output=True, text=True, timeout=30)
-        return done.stdout + done.stderr
+        process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        wait("the check", lambda: process.poll() is not None, 30)
+        return process.stdout.read()
 
     def journal(self):
         units = ("engineering-unit", "engineering-hmi-unit", "engineering-bus")
