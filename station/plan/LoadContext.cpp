@@ -73,8 +73,14 @@ int count(TableReader& reader, std::string_view key, int otherwise, int least)
 
 std::optional<std::string> useFile(Context& context, const toml::node& node, const std::string& name)
 {
+    const std::filesystem::path path = std::filesystem::path(context.path).parent_path() / name;
+    // A device or a pipe might never end.
+    if (std::error_code error; std::filesystem::exists(path, error) && !std::filesystem::is_regular_file(path, error)) {
+        protocol::toml_file::report(context.problems, node, name + ": expected a file, got something else");
+        return std::nullopt;
+    }
     try {
-        std::string content = readFile((std::filesystem::path(context.path).parent_path() / name).string());
+        std::string content = readFile(path.string());
         context.used += fmt::format("\n{}\n{}", name, content);
         return content;
     } catch (const std::system_error& error) {

@@ -589,6 +589,15 @@ TEST_F(IncludingPlan, ReportsAFileThatIsNotThere)
     EXPECT_EQ(format("plan", file.loaded.problems[0]), "plan:6:11: other.toml: no such file");
 }
 
+TEST_F(IncludingPlan, ReportsWhatIsNotAFile)
+{
+    for (const char* name : {"/dev/zero", "/dev/ptmx", "."}) {
+        const PlanFile file = read(std::string("[[main]]\ninclude = \"") + name + "\"\n", kCommon);
+        ASSERT_THAT(file.loaded.problems, SizeIs(1));
+        EXPECT_EQ(file.loaded.problems[0].text, std::string(name) + ": expected a file, got something else");
+    }
+}
+
 TEST(PlanFile, ThatCannotBeReadHasOneProblemWithoutAPlace)
 {
     const PlanFile file = readPlan("/no/such/plan.toml", protocol::catalogue::groups());

@@ -492,7 +492,13 @@ class World:
         wait("the radio to change its frequency", look)
 
     def phone_sees_the_access_point(self):
-        wait("the SSID", lambda: "SSID: Guest 12" in run("iw", "dev", "wlan1", "scan"), 40)
+        def look():
+            try:
+                return "SSID: Guest 12" in run("iw", "dev", "wlan1", "scan", limit=10)
+            except (RuntimeError, subprocess.TimeoutExpired):
+                return False  # another scan is under way
+
+        wait("the SSID", look, 45)
 
     def drive(self):
         self.send_speed("1F40000000000000")
