@@ -19,8 +19,50 @@ namespace {
 constexpr double kSmallestPlain = 1e-6;
 constexpr double kLargestPlain = 1e15;
 
-constexpr auto kTimeUnits =
-    std::to_array<std::pair<std::string_view, double>>({{"", 1}, {"s", 1}, {"ms", 1e-3}, {"min", 60}, {"h", 3600}});
+/// The one table of units. docs/plans.md lists them.
+struct Unit {
+    std::string_view name;
+    /// The unit that all of its kind convert to, and its size in that unit.
+    std::string_view base;
+    double size = 1;
+    /// The prefixes that people write before it.
+    std::string_view prefixes = "";
+    /// Of a level: the dB for a factor of ten, 20 for amplitudes and 10 for powers. Its size is that of 0 dB.
+    double decibels = 0;
+};
+
+constexpr auto kUnits = std::to_array<Unit>({
+    {"Hz", "Hz", 1, "mkMG"},
+    {"s", "s", 1, "pnum"},
+    {"min", "s", 60},
+    {"h", "s", 3600},
+    {"V", "V", 1, "numk"},
+    {"dBV", "V", 1, "", 20},
+    {"dBmV", "V", 1e-3, "", 20},
+    {"dBuV", "V", 1e-6, "", 20},
+    {"A", "A", 1, "pnumk"},
+    {"W", "W", 1, "pnumkM"},
+    {"dBW", "W", 1, "", 10},
+    {"dBm", "W", 1e-3, "", 10},
+    {"Ω", "Ω", 1, "mkMG"},
+    {"Ohm", "Ω", 1, "mkMG"},
+    {"F", "F", 1, "pnum"},
+    {"H", "H", 1, "num"},
+    {"m", "m", 1, "numck"},
+    {"m/s", "m/s", 1},
+    {"km/h", "m/s", 1 / 3.6},
+    {"g", "g", 1, "mk"},
+    {"B", "B", 1, "kMG"},
+    {"bit/s", "bit/s", 1, "kMG"},
+    {"dB", "dB", 1},
+    {"%", "%", 1},
+    {"°", "°", 1},
+    {"°C", "°C", 1},
+    {"K", "K", 1},
+});
+
+constexpr auto kPrefixes = std::to_array<std::pair<char, double>>(
+    {{'p', 1e-12}, {'n', 1e-9}, {'u', 1e-6}, {'m', 1e-3}, {'c', 1e-2}, {'k', 1e3}, {'M', 1e6}, {'G', 1e9}});
 
 std::string_view trimmed(std::string_view text)
 {
@@ -31,6 +73,51 @@ std::string_view trimmed(std::string_view text)
 bool isDigit(char c)
 {
     return c >= '0' && c <= '9';
+}
+
+/// @returns the text with "u" for each of the two characters that look like µ.
+std::string withoutMu(std::string_view text)
+{
+    std::string plain(text);
+    for (const std::string_view mu : {"\u00B5", "\u03BC"}) {
+        for (auto at = plain.find(mu); at != std::string::npos; at = plain.find(mu)) {
+            plain.replace(at, mu.size(), "u");
+        }
+    }
+    return plain;
+}
+
+/// @returns the unit, with its prefix in the size.
+std::optional<Unit> findUnit(std::string_view text)
+{
+    const std::string name = withoutMu(text);
+    const auto whole = std::ranges::find(kUnits, name, &Unit::name);
+    if (whole != kUnits.end()) {
+        return *whole;
+    }
+    const auto prefix =
+        std::ranges::find(kPrefixes, name.empty() ? '\0' : name.front(), &decltype(kPrefixes)::value_type::first);
+    const auto unit = prefix == kPrefixes.end() ? kUnits.end() : std::ranges::find(kUnits, name.substr(1), &Unit::name);
+    if (unit == kUnits.end() || unit->prefixes.find(prefix->first) == std::string_view::npos) {
+        return std::nullopt;
+    }
+    Unit prefixed = *unit;
+    prefixed.size *= prefix->second;
+    return prefixed;
+}
+
+/// Reads a unit, or the size of a step in the catalogue's words, as in "10 kHz on FM".
+std::optional<Unit> readUnit(std::string_view text)
+{
+    const auto step = parseQuantity(text);
+    if (!step) {
+        return findUnit(text);
+    }
+    auto unit = findUnit(step->unit.substr(0, step->unit.find(' ')));
+    if (unit) {
+        unit->size *= step->number;
+    }
+    return unit;
 }
 
 }  // namespace
@@ -68,8 +155,30 @@ std::optional<double> parseSeconds(std::string_view text)
     if (!quantity || quantity->number < 0) {
         return std::nullopt;
     }
-    const auto unit = std::ranges::find(kTimeUnits, quantity->unit, &decltype(kTimeUnits)::value_type::first);
-    return unit == kTimeUnits.end() ? std::nullopt : std::optional(quantity->number * unit->second);
+    return quantity->unit.empty() ? quantity->number : convert(quantity->number, quantity->unit, "s");
+}
+
+std::optional<double> convert(double number, std::string_view from, std::string_view to)
+{
+    if (from == to) {
+        return number;
+    }
+    const auto given = readUnit(from);
+    const auto wanted = readUnit(to);
+    if (!given || !wanted || given->base != wanted->base) {
+        return std::nullopt;
+    }
+    const bool alike = given->decibels == 0 && wanted->decibels == 0;
+    double result = number;
+    if (alike) {
+        // One factor, because a product that is rounded twice shows more noise.
+        result = number * (given->size / wanted->size);
+    } else {
+        const double base =
+            given->decibels == 0 ? number * given->size : given->size * std::pow(10, number / given->decibels);
+        result = wanted->decibels == 0 ? base / wanted->size : wanted->decibels * std::log10(base / wanted->size);
+    }
+    return std::isfinite(result) ? parseFinite(shortText(result)) : std::nullopt;
 }
 
 std::string toText(double number)

@@ -18,6 +18,13 @@ struct Quantity {
 /// number that a double cannot hold becomes infinite.
 std::optional<Quantity> parseQuantity(std::string_view text);
 
+/// Converts a number between units of the one table, whose prefixes are p, n, µ (u), m, c, k, M and G where people use
+/// them. A unit that begins with a number may end with words: 94.7 in "MHz" is 9470 in "10 kHz on FM". Levels such as
+/// dBµV convert to and from the unit that they compare with.
+/// @returns nothing if the units do not measure the same, or if the result is not finite. Equal texts need no
+/// conversion.
+std::optional<double> convert(double number, std::string_view from, std::string_view to);
+
 /// Reads a finite number, perhaps with an exponent, and nothing else.
 std::optional<double> parseFinite(std::string_view text);
 

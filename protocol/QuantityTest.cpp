@@ -50,10 +50,71 @@ TEST(Quantity, TimesAreSecondsOrHaveAUnit)
     EXPECT_EQ(parseSeconds("2 s"), 2);
     EXPECT_EQ(parseSeconds("1.5min"), 90);
     EXPECT_EQ(parseSeconds("8h"), 28800);
+    EXPECT_EQ(parseSeconds("50 µs"), 0.00005);
     EXPECT_EQ(parseSeconds("0"), 0);
     for (const char* text : {"", "soon", "-1", "5 m", "1 d", "500 MS", "1 h 30 min"}) {
         EXPECT_FALSE(parseSeconds(text)) << text;
     }
+}
+
+TEST(Quantity, UnitsOfOneKindConvert)
+{
+    const auto check = [](double number, const char* from, const char* to, double expected) {
+        const auto result = convert(number, from, to);
+        ASSERT_TRUE(result) << from << " to " << to;
+        EXPECT_DOUBLE_EQ(*result, expected) << from << " to " << to;
+    };
+    check(94.7, "MHz", "kHz", 94700);
+    check(94.7, "MHz", "10 kHz on FM", 9470);
+    check(9470, "10 kHz on FM", "MHz", 94.7);
+    check(0.05, "s", "ms", 50);
+    check(2, "h", "min", 120);
+    check(1500, "mV", "V", 1.5);
+    check(1.5, "mA", "µA", 1500);
+    check(1.5, "mA", "\u03BCA", 1500);
+    check(1.5, "mA", "uA", 1500);
+    check(4.7, "kOhm", "Ω", 4700);
+    check(36, "km/h", "m/s", 10);
+    check(60, "dBµV", "mV", 1);
+    check(1, "mV", "dBuV", 60);
+    check(60, "dBµV", "dBmV", 0);
+    check(0, "dBm", "mW", 1);
+    check(-30, "dBW", "dBm", 0);
+    check(7, "dB", "dB", 7);
+    check(7, "flux", "flux", 7);
+    check(7, "", "", 7);
+}
+
+TEST(Quantity, UnitsOfDifferentKindsDoNotConvert)
+{
+    for (const auto& [from, to] : std::initializer_list<std::pair<const char*, const char*>>{{"MHz", "V"},
+                                                                                             {"dB", "dBm"},
+                                                                                             {"", "V"},
+                                                                                             {"V", ""},
+                                                                                             {"flux", "V"},
+                                                                                             {"kdB", "dB"},
+                                                                                             {"M", "m"},
+                                                                                             {"mh", "h"},
+                                                                                             {"mhz", "Hz"},
+                                                                                             {"MV", "V"},
+                                                                                             {"°C", "K"},
+                                                                                             {"dBV", "dBW"},
+                                                                                             {"kk", "k"},
+                                                                                             {"10", "10 V"},
+                                                                                             {"VV", "V"},
+                                                                                             {"mmm", "m"},
+                                                                                             {"kHzMHz", "Hz"}}) {
+        EXPECT_FALSE(convert(1, from, to)) << from << " to " << to;
+    }
+}
+
+TEST(Quantity, LevelOfNothingAndNumbersThatOverflowDoNotConvert)
+{
+    EXPECT_FALSE(convert(0, "mV", "dBµV"));
+    EXPECT_FALSE(convert(-1, "mV", "dBµV"));
+    EXPECT_FALSE(convert(1e6, "dBµV", "V"));
+    EXPECT_FALSE(convert(1e308, "GHz", "Hz"));
+    EXPECT_FALSE(convert(1, "V", "0 V"));
 }
 
 TEST(Quantity, NumbersHaveNoExponentWhereTheyAreReadableWithout)

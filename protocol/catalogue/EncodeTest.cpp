@@ -60,6 +60,7 @@ INSTANTIATE_TEST_SUITE_P(
         Encoding{"HighestOfTheRange", "tuner.play", {{"frequency", "10800"}}, {0x2A, 0x30}},
         Encoding{"NumberWithUnit", "tuner.play", {{"frequency", "87.5MHz"}}, {0x22, 0x2E}},
         Encoding{"NumberBlankUnit", "tuner.play", {{"frequency", "87.50 MHz"}}, {0x22, 0x2E}},
+        Encoding{"NumberInAnotherUnit", "tuner.play", {{"frequency", "87500 kHz"}}, {0x22, 0x2E}},
         Encoding{"LowestNumberWithUnit", "tuner.play", {{"frequency", " 1 MHz "}}, {0x00, 0x64}},
         Encoding{"UpperCasePrefix", "tuner.play", {{"frequency", "0X64"}}, {0x00, 0x64}},
         Encoding{"NegativeHexadecimalNumber",
@@ -206,8 +207,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "tuner.play",
                 {{"frequency", "87.5"}},
                 "frequency: expected a number from 100 to 10800, or in MHz on FM, as in 8750, got '87.5'"},
-        Refusal{
-            "ForeignUnit", "tuner.play", {{"frequency", "87500kHz"}}, "or in MHz on FM, as in 8750, got '87500kHz'"},
+        Refusal{"ForeignUnit", "tuner.play", {{"frequency", "87.5mV"}}, "or in MHz on FM, as in 8750, got '87.5mV'"},
         Refusal{"Exponent", "tuner.play", {{"frequency", "1e3"}}, "got '1e3'"},
         Refusal{"NotANumber", "tuner.play", {{"frequency", "nan"}}, "got 'nan'"},
         Refusal{"NotANumberWithUnit", "tuner.play", {{"frequency", "nanMHz"}}, "got 'nanMHz'"},

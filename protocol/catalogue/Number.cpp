@@ -122,11 +122,11 @@ std::int64_t parseNumber(const Field& field, std::string_view text)
     if (!quantity || quantity->unit.empty()) {
         refuse(field, text);
     }
-    if (field.scale && quantity->unit == field.scale->unit) {
-        return parseScaled(field, *field.scale, text, quantity->number);
+    if (const auto scaled = field.scale ? convert(quantity->number, quantity->unit, field.scale->unit) : std::nullopt) {
+        return parseScaled(field, *field.scale, text, *scaled);
     }
-    if (quantity->unit == field.unit) {
-        return parseScaled(field, {1, field.unit, {}}, text, quantity->number);
+    if (const auto plain = convert(quantity->number, quantity->unit, field.unit)) {
+        return parseScaled(field, {1, field.unit, {}}, text, *plain);
     }
     refuse(field, text);
 }
