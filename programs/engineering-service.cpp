@@ -1,5 +1,10 @@
 // The service on the bench: the framework that owns main, the station's line, and the simulated head unit.
 
+#include <fmt/format.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <exception>
@@ -10,8 +15,10 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "KYRSystem.h"
+#include "host/Descriptor.h"
 #include "platform/bench/HeadUnit.h"
 #include "platform/bench/HeadUnitBus.h"
 #include "platform/bench/JsonText.h"
@@ -28,6 +35,9 @@
 namespace {
 
 constexpr const char* kProgram = "engineering-service";
+
+/// Where a run finds the state that the run before its power cycle has left.
+const std::string kInherited = "/proc/self/fd/";
 
 struct Options {
     std::string uart;
@@ -82,6 +92,43 @@ std::string readFile(const std::string& path)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+/// @returns the address in the store of the Bluetooth controller, such as "00:02:F5:A1:B2:C3"; empty for none.
+std::string storedBluetoothAddress()
+{
+    std::ifstream store(std::string(KYR_GetRootPath()) + "/perm_data/data/bluetooth/PSConfig.psr");
+    std::string line;
+    for (int number = 1; number <= 2; ++number) {
+        std::getline(store, line);
+    }
+    std::array<unsigned, 4> words{};
+    // In the controller's order, see docs/identity-files.md.
+    if (std::sscanf(line.c_str(), "&0001 = %4x %4x %4x %4x", &words[0], &words[1], &words[2], &words[3]) != 4) {
+        return "";
+    }
+    const auto [high, low, upper, nonSignificant] = words;
+    return fmt::format("{:02X}:{:02X}:{:02X}:{:02X}:{:02X}:{:02X}", nonSignificant >> 8, nonSignificant & 0xFF,
+                       upper & 0xFF, high & 0xFF, low >> 8, low & 0xFF);
+}
+
+/// Runs the program again with the same options. The controller uses the address that was written since the start.
+void powerCycle(runtime::ServiceFramework& framework, std::vector<std::string> arguments, const std::string& state)
+{
+    auto initial = state.empty() ? nlohmann::json::object() : bench::parseJson(state);
+    if (const std::string address = storedBluetoothAddress(); !address.empty()) {
+        initial.merge_patch({{"bluetooth", {{"attributes", {{"3", address}}}}}});
+    }
+    const std::string text = bench::toText(initial);
+    // Its file may have been a pipe.
+    const host::Descriptor file(memfd_create("headunit", 0));
+    if (!file.valid() || write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        throw std::system_error(errno, std::generic_category(), "power cycle");
+    }
+    const std::string option = "--headunit=" + kInherited;
+    std::erase_if(arguments, [&](const std::string& each) { return each.starts_with(option); });
+    arguments.push_back(option + std::to_string(file.get()));
+    framework.restart(arguments, file.get());
+}
+
 void mergeState(bench::HeadUnit& unit, const std::string& text, const std::string& path)
 {
     try {
@@ -99,6 +146,9 @@ void mergeState(bench::HeadUnit& unit, const std::string& text, const std::strin
     const bool hasState = given.count("--headunit") > 0;
     // May wait, for the writer of a pipe.
     const std::string state = hasState ? readFile(options.headUnit) : "";
+    if (options.headUnit.starts_with(kInherited)) {
+        close(std::stoi(options.headUnit.substr(kInherited.size())));
+    }
     runtime::holdEndSignals();
     bench::HeadUnit unit;
     if (hasState) {
@@ -114,7 +164,9 @@ void mergeState(bench::HeadUnit& unit, const std::string& text, const std::strin
     runtime::ServiceFramework framework(wire);
     runtime::installWire(&wire);
     unit.install();
-    bench::HeadUnitBus bus(unit);
+    bench::HeadUnitBus bus(unit, [&framework, &state, arguments = std::vector<std::string>(argv, argv + argc)] {
+        powerCycle(framework, arguments, state);
+    });
     // Beside the service's start, so that a bus that does not answer is waited for once.
     auto busError = std::async(std::launch::async, [&bus] {
         std::string error;

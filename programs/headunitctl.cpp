@@ -129,6 +129,53 @@ void startModule(std::uint32_t module)
     std::printf("%d\n", result);
 }
 
+/// Switches the unit off and on. @returns when it is on the bus again.
+void powerCycle()
+{
+    constexpr guint kPatienceMs = 20'000;
+    struct Wait {
+        host::GlibPtr<GMainLoop> loop{g_main_loop_new(nullptr, FALSE)};
+        std::string before;
+        bool back = false;
+    } wait;
+    const auto connection = connect();
+    const auto onOwner = [](GDBusConnection*, const char*, const char* owner, gpointer data) {
+        auto* const waiting = static_cast<Wait*>(data);
+        if (waiting->before.empty()) {
+            waiting->before = owner;
+            g_main_loop_quit(waiting->loop.get());
+        } else if (waiting->before != owner) {
+            waiting->back = true;
+            g_main_loop_quit(waiting->loop.get());
+        }
+    };
+    const auto onNone = [](GDBusConnection*, const char*, gpointer data) {
+        auto* const waiting = static_cast<Wait*>(data);
+        if (waiting->before.empty()) {
+            g_main_loop_quit(waiting->loop.get());
+        }
+    };
+    const guint watch = g_bus_watch_name_on_connection(connection.get(), kBusName, G_BUS_NAME_WATCHER_FLAGS_NONE,
+                                                       onOwner, onNone, &wait, nullptr);
+    const host::GlibPtr<GSource> limit(g_timeout_source_new(kPatienceMs));
+    g_source_set_callback(
+        limit.get(),
+        [](gpointer loop) -> gboolean {
+            g_main_loop_quit(static_cast<GMainLoop*>(loop));
+            return G_SOURCE_REMOVE;
+        },
+        wait.loop.get(), nullptr);
+    g_source_attach(limit.get(), nullptr);
+    g_main_loop_run(wait.loop.get());
+    // Without a head unit, the call says so.
+    call(connection.get(), "PowerCycle", nullptr);
+    g_main_loop_run(wait.loop.get());
+    g_bus_unwatch_name(watch);
+    if (!wait.back) {
+        throw LineError("the unit is not back after its power cycle", protocol::kNoAnswer);
+    }
+}
+
 void showCalls(bool clears)
 {
     const auto connection = connect();
@@ -269,6 +316,7 @@ public:
         addStartModule();
         addCalls();
         addWatch();
+        addPowerCycle();
     }
 
     CLI::App& app() { return app_; }
@@ -342,6 +390,17 @@ private:
             "the bus closes the connection, it connects again and says so.");
         command->footer("Examples:\n  headunitctl watch");
         command->callback([this] { action_ = [] { Watch().run(); }; });
+    }
+
+    void addPowerCycle()
+    {
+        CLI::App* const command = app_.add_subcommand(
+            "power-cycle",
+            "Switch the unit off and on, and wait until it is back\n"
+            "The line hangs up and comes back, auto-test mode is off, and the written Bluetooth address is in use. The "
+            "files of the unit stay; its state begins anew.");
+        command->footer("Examples:\n  headunitctl power-cycle");
+        command->callback([this] { action_ = [] { powerCycle(); }; });
     }
 
     CLI::App app_{"Read, change and record the simulated head unit of engineering-service", kProgram};

@@ -199,7 +199,10 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"NoStartAction", {"start-module", "4"}, 1, "module 4: "},
         RefusedCase{"ModuleThatIsNoNumber", {"start-module", "wifi"}, 2, "N: expected a number, got 'wifi' ("},
         RefusedCase{"ArgumentThatIsNoUtf8", {"state", "/\xFF"}, 2, "UTF-8"},
-        RefusedCase{"NoCommand", {}, 2, "expected a verb (state, set, event, start-module, calls, watch), got none"},
+        RefusedCase{"NoCommand",
+                    {},
+                    2,
+                    "expected a verb (state, set, event, start-module, calls, watch, power-cycle), got none"},
         RefusedCase{"UnknownCommand", {"states"}, 2, "unknown verb 'states'; did you mean 'state'?"},
         RefusedCase{"ValueMissing", {"set", "/audio/volume"}, 2, "set: expected JSON, got none"}),
     [](const auto& each) { return each.param.name; });
@@ -208,7 +211,7 @@ TEST_F(HeadunitctlTest, WithoutHeadUnitItSaysWhatToStart)
 {
     headUnitBus_.stop();
 
-    for (const char* const each : {"state", "calls", "watch"}) {
+    for (const char* const each : {"state", "calls", "watch", "power-cycle"}) {
         const auto outcome = run({each});
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.err,
@@ -238,7 +241,7 @@ TEST_F(HeadunitctlTest, WithoutTheAddressOfABusItSaysWhatToType)
 
 TEST_F(HeadunitctlTest, HelpShowsAnExampleOfEachCommand)
 {
-    for (const char* const each : {"state", "set", "event", "start-module", "calls", "watch"}) {
+    for (const char* const each : {"state", "set", "event", "start-module", "calls", "watch", "power-cycle"}) {
         const auto outcome = run({each, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, HasSubstr(std::string("headunitctl ") + each));

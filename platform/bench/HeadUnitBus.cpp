@@ -126,7 +126,10 @@ nlohmann::json parseArguments(const char* text)
 class HeadUnitBus::Session
 {
 public:
-    explicit Session(HeadUnit& unit) : unit_(unit), cancellable_(g_cancellable_new()), context_(g_main_context_new()) {}
+    Session(HeadUnit& unit, const std::function<void()>& powerCycle)
+        : unit_(unit), powerCycle_(powerCycle), cancellable_(g_cancellable_new()), context_(g_main_context_new())
+    {
+    }
 
     ~Session() { stop(); }
     Session(const Session&) = delete;
@@ -258,6 +261,7 @@ private:
         handle("handle-start-module", G_CALLBACK(onStartModule));
         handle("handle-get-calls", G_CALLBACK(onGetCalls));
         handle("handle-clear-calls", G_CALLBACK(onClearCalls));
+        handle("handle-power-cycle", G_CALLBACK(onPowerCycle));
         return g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(object_.get()), connection_.get(),
                                                 kObjectPath, error.out()) != FALSE;
     }
@@ -442,6 +446,17 @@ private:
         });
     }
 
+    static gboolean onPowerCycle(ComZentLinuxHeadunit*, GDBusMethodInvocation* invocation, gpointer data)
+    {
+        return answering(invocation, [&](const auto& call) {
+            const auto* const self = static_cast<Session*>(data);
+            call->answer(nullptr);
+            // The connection ends with the process.
+            g_dbus_connection_flush_sync(self->connection_.get(), self->cancellable_.get(), nullptr);
+            self->powerCycle_();
+        });
+    }
+
     static int moduleNumber(guint module)
     {
         if (module > static_cast<guint>(std::numeric_limits<int>::max())) {
@@ -452,6 +467,7 @@ private:
     }
 
     HeadUnit& unit_;
+    const std::function<void()>& powerCycle_;
     const host::GlibPtr<GCancellable> cancellable_;  // any thread
     const host::GlibPtr<GMainContext> context_;      // any thread
     std::thread thread_;                             // of whoever starts and stops
@@ -466,7 +482,10 @@ private:
     bool closed_ = false;
 };
 
-HeadUnitBus::HeadUnitBus(HeadUnit& unit) : unit_(unit) {}
+HeadUnitBus::HeadUnitBus(HeadUnit& unit, std::function<void()> powerCycle)
+    : unit_(unit), powerCycle_(std::move(powerCycle))
+{
+}
 
 HeadUnitBus::~HeadUnitBus()
 {
@@ -475,7 +494,7 @@ HeadUnitBus::~HeadUnitBus()
 
 bool HeadUnitBus::start(std::string& error)
 {
-    auto session = std::make_unique<Session>(unit_);
+    auto session = std::make_unique<Session>(unit_, powerCycle_);
     if (!session->start(error)) {
         return false;
     }

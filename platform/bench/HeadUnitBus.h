@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -14,7 +15,9 @@ class HeadUnitBus
 {
 public:
     /// @param unit not owned; outlives this object
-    explicit HeadUnitBus(HeadUnit& unit);
+    /// @param powerCycle starts the process again, on the thread of the bus; returns only if it cannot
+    explicit HeadUnitBus(
+        HeadUnit& unit, std::function<void()> powerCycle = [] {});
 
     /// As stop().
     ~HeadUnitBus();
@@ -33,6 +36,7 @@ private:
     class Session;
 
     HeadUnit& unit_;
+    const std::function<void()> powerCycle_;
     std::unique_ptr<Session> session_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <glib.h>
+#include <linux/close_range.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -9,9 +10,13 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
+#include <future>
+#include <limits>
 #include <thread>
 
 #include "KYRServiceFw.h"
@@ -34,6 +39,9 @@ enum class Phase {
     kRunning,
 };
 std::atomic<Phase> thePhase = Phase::kBefore;
+
+/// Whether the process ends, or starts again.
+std::atomic_flag theEnd;
 
 sigset_t endSignals()
 {
@@ -77,6 +85,9 @@ void deinitialise()
 {
     armWatchdog();
     wire.withdraw();
+    if (theEnd.test_and_set()) {
+        _exit(EXIT_SUCCESS);
+    }
     // At once: the watchdog, which writes nothing, may interrupt the rest.
     std::fflush(stdout);
     deinitialise();
@@ -181,6 +192,40 @@ void ServiceFramework::run()
     for (;;) {
         pause();
     }
+}
+
+void ServiceFramework::restart(const std::vector<std::string>& arguments, int keep)
+{
+    constexpr std::chrono::milliseconds kOutputPatience{500};
+    if (theEnd.test_and_set()) {
+        return;
+    }
+    wire_.withdraw();
+    std::fflush(stdout);
+    // The new run needs the original descriptors. Whoever reads them may never do so.
+    std::vector<std::future<void>> flushed;
+    for (OutputPump* const pump : {&error_, &out_}) {
+        std::promise<void> done;
+        flushed.push_back(done.get_future());
+        std::thread([pump, done = std::move(done)]() mutable {
+            pump->stop();
+            done.set_value();
+        }).detach();
+    }
+    for (const auto& each : flushed) {
+        each.wait_for(kOutputPatience);
+    }
+
+    std::vector<char*> words;
+    for (const std::string& argument : arguments) {
+        words.push_back(const_cast<char*>(argument.c_str()));
+    }
+    words.push_back(nullptr);
+    close_range(STDERR_FILENO + 1, std::numeric_limits<unsigned>::max(), CLOSE_RANGE_CLOEXEC);
+    fcntl(keep, F_SETFD, 0);
+    execv("/proc/self/exe", words.data());
+    report(std::string("cannot start again: ") + std::strerror(errno));
+    _exit(EXIT_FAILURE);
 }
 
 }  // namespace runtime

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/runtime/OutputPump.h"
 #include "platform/runtime/TtyWire.h"
@@ -40,6 +41,11 @@ public:
 
     /// Runs the service until a signal ends the process.
     [[noreturn]] void run();
+
+    /// Replaces the process by a new run of its program, as if the unit had lost its power: nothing is deinitialised.
+    /// Any thread. Returns only if the process is ending already.
+    /// @param keep a descriptor that the new run inherits
+    void restart(const std::vector<std::string>& arguments, int keep);
 
 private:
     TtyWire& wire_;

@@ -10,6 +10,7 @@ namespace tests {
 namespace {
 
 using nlohmann::json;
+using testing::HasSubstr;
 using testing::SizeIs;
 using Stream = ChildProcess::Stream;
 
@@ -83,6 +84,37 @@ TEST_F(HeadUnitControlTest, HeadUnitIsBackOnTheBusAfterACallThatGDBusCannotDecod
     EXPECT_TRUE(service.waitForLine(Stream::kErr, "connected again")) << service.output(Stream::kErr);
     EXPECT_EQ(state("/audio/volume"), 12);
     EXPECT_EQ(attacker.callEngineering("auto_test_set_track_index", "(byte 0, byte 0)"), "()");
+}
+
+TEST_F(HeadUnitControlTest, PowerCycleHangsTheLineUpAndStartsTheUnitWithItsNewAddress)
+{
+    const auto file = directory() / "headunit.json";
+    std::ofstream(file) << R"({"audio": {"volume": 7}})";
+    ChildProcess& service = startService({"--headunit", file.string()});
+    const auto send = [this](const std::vector<std::string>& words) {
+        std::vector<std::string> all{ENGINEERING_STATION, "send", "--port", link().string()};
+        all.insert(all.end(), words.begin(), words.end());
+        return run(all).out;
+    };
+    send({"test.set-mode", "mode=on"});
+    send({"identity.write-hu-serial", "value=HU7"});
+    send({"identity.write-bluetooth-address", "value=0002F5A1B2C3"});
+    ASSERT_THAT(send({"identity.bluetooth-address-present"}), HasSubstr("yes"));
+    control({"set", "/audio/volume", "20"});
+    RawLine old(link());
+
+    for (int cycle = 0; cycle < 2; ++cycle) {
+        const Outcome outcome = control({"power-cycle"});
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+    }
+
+    EXPECT_THROW(old.read(1), std::system_error);
+    EXPECT_EQ(service.wait(std::chrono::nanoseconds(0)), std::nullopt) << "it is the same process";
+    EXPECT_EQ(state("/bluetooth/attributes/3"), "00:02:F5:A1:B2:C3");
+    EXPECT_EQ(state("/audio/volume"), 7);
+    EXPECT_THAT(send({"test.mode"}), HasSubstr("off"));
+    send({"test.set-mode", "mode=on"});
+    EXPECT_THAT(send({"identity.hu-serial"}), HasSubstr("HU7"));
 }
 
 TEST_F(HeadUnitControlTest, StartModuleRunsTheRegisteredAction)
