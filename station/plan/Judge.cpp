@@ -147,6 +147,73 @@ private:
     Measurement measurement_;
 };
 
+/// @returns "signal at least 30 dB and number at most 32".
+std::string textOf(const Expected& list, const Variables& variables)
+{
+    // Judging any record words the demands.
+    catalogue::Record any;
+    for (const Expected& each : list.where) {
+        any.push_back({each.field, std::int64_t{0}, {}});
+    }
+    std::vector<std::string> demands;
+    for (const Measurement& each : judge(list.where, any, variables).measurements) {
+        demands.push_back(fmt::format("{} {}", each.name, record::toText(each.limits, each.unit)));
+    }
+    return fmt::format("{}", fmt::join(demands, " and "));
+}
+
+/// Counts the records of a list that match.
+void judgeRecords(const Expected& expected, const catalogue::DecodedField& field, const Variables& variables,
+                  Judgement& judgement)
+{
+    const auto& records = std::get<std::vector<catalogue::Record>>(field.value);
+    std::vector<catalogue::Record> matching;
+    std::vector<catalogue::Record> others;
+    for (const catalogue::Record& each : records) {
+        (judge(expected.where, each, variables).misses.empty() ? matching : others).push_back(each);
+    }
+
+    Measurement measurement;
+    measurement.name = expected.name;
+    const auto number = static_cast<double>(matching.size());
+    measurement.value = number;
+    Expected limits = expected;
+    if (expected.records == Records::kAll) {
+        limits.minimum = static_cast<double>(std::max<std::size_t>(1, records.size()));
+    }
+    measurement.limits.minimum = limits.minimum;
+    measurement.limits.maximum = limits.maximum;
+    if (expected.equals) {
+        static constexpr catalogue::Field kCount{.name = "count", .type = catalogue::Type::kU16be, .maximum = 0xFFFF};
+        const auto wanted = std::get<std::int64_t>(literal(kCount, substitute(*expected.equals, variables)));
+        measurement.limits.equals = static_cast<double>(wanted);
+        measurement.passed = number == static_cast<double>(wanted);
+    }
+    measurement.passed = measurement.passed && inRange(limits, number);
+    if (!measurement.passed) {
+        const auto listed = [&](std::vector<catalogue::Record> some) {
+            return catalogue::format({field.field, std::move(some), {}});
+        };
+        const std::string which = textOf(expected, variables);
+        std::string got = fmt::format("{} of {}: {}", matching.size(), records.size(), listed(matching));
+        if (records.empty()) {
+            got = "an empty list";
+        } else if (expected.records == Records::kAll) {
+            got = fmt::format("{} of {}, not {}", matching.size(), records.size(), listed(others));
+        } else if (matching.empty()) {
+            got = "none of " + listed(records);
+        }
+        judgement.misses.push_back(
+            fmt::format("{}: expected {}{}{}, got {}", expected.name,
+                        expected.records == Records::kAll ? "all" : record::toText(measurement.limits, ""),
+                        which.empty() ? "" : " with ", which, got));
+    } else if (!field.problem.empty()) {
+        measurement.passed = false;
+        judgement.misses.push_back(fmt::format("{}: {}", expected.name, field.problem));
+    }
+    judgement.measurements.push_back(std::move(measurement));
+}
+
 void judgeMissing(const Expected& expected, const Variables& variables, Judgement& judgement)
 {
     if (expected.present && !*expected.present) {
@@ -204,6 +271,10 @@ Judgement judge(std::span<const Expected> expected, std::span<const catalogue::D
         const auto found = std::ranges::find(expected, field.field->name, &Expected::name);
         Expected nothing;
         nothing.name = field.field->name;
+        if (found != expected.end() && found->records != Records::kNotAList) {
+            judgeRecords(*found, field, variables, judgement);
+            continue;
+        }
         FieldJudge(found == expected.end() ? nothing : *found, field, variables).judge(judgement);
     }
     for (const Expected& each : expected) {

@@ -333,6 +333,137 @@ TEST(Mistyped, IsOnlyATextThatDoesNotMatchItsPattern)
     EXPECT_EQ(mistyped(question(Prompt::Kind::kYesNo, expected), "no", variables), "");
 }
 
+constexpr Field kSatellite[] = {{.name = "number", .type = Type::kU8, .maximum = 255},
+                                {.name = "signal", .type = Type::kU24be, .unit = "dB", .maximum = 99}};
+constexpr Field kSatellites{.name = "satellites", .type = Type::kRecords, .maximum = 20, .fields = kSatellite};
+
+/// @returns the list as a frame has it: number and signal of each.
+DecodedField satellites(const std::vector<std::pair<int, int>>& list)
+{
+    std::vector<catalogue::Record> records;
+    for (const auto& [number, signal] : list) {
+        records.push_back({{&kSatellite[0], std::int64_t{number}, {}}, {&kSatellite[1], std::int64_t{signal}, {}}});
+    }
+    return {&kSatellites, std::move(records), {}};
+}
+
+/// @returns the demand on the records whose signal is 30 dB or more.
+Expected strong(Records records)
+{
+    Expected signal;
+    signal.name = "signal";
+    signal.field = &kSatellite[1];
+    signal.unit = "dB";
+    signal.minimum = 30;
+    Expected expected;
+    expected.records = records;
+    expected.where = {signal};
+    return expected;
+}
+
+TEST(JudgeRecords, CountIsTheMeasurementAndAMissNamesTheRecords)
+{
+    Expected expected = strong(Records::kCount);
+    expected.minimum = 2;
+    expected.maximum = 3;
+
+    const Judgement passed = judgeOne(satellites({{5, 35}, {9, 30}, {12, 29}}), expected);
+    EXPECT_THAT(passed.misses, IsEmpty());
+    ASSERT_THAT(passed.measurements, SizeIs(1));
+    const auto& measured = passed.measurements[0];
+    EXPECT_EQ(measured.name, "satellites");
+    EXPECT_EQ(std::get<double>(measured.value), 2);
+    EXPECT_EQ(measured.limits.minimum, 2);
+    EXPECT_EQ(measured.limits.maximum, 3);
+    EXPECT_TRUE(measured.passed);
+
+    const Judgement failed = judgeOne(satellites({{5, 35}, {9, 20}, {12, 29}}), expected);
+    EXPECT_FALSE(failed.measurements.at(0).passed);
+    EXPECT_EQ(failed.reason(),
+              "satellites: expected 2 to 3 with signal at least 30 dB, got 1 of 3: [{number=5 signal=35 dB}]");
+    EXPECT_EQ(judgeOne(satellites({{5, 20}}), expected).reason(),
+              "satellites: expected 2 to 3 with signal at least 30 dB, got none of [{number=5 signal=20 dB}]");
+    EXPECT_THAT(judgeOne(satellites({{1, 30}, {2, 30}, {3, 30}, {4, 30}}), expected).misses, SizeIs(1));
+}
+
+TEST(JudgeRecords, CountMayBeExactAndOfAllRecords)
+{
+    Expected expected;
+    expected.records = Records::kCount;
+    expected.equals = "${n}";
+
+    EXPECT_EQ(judgeOne(satellites({{5, 35}}), expected, {{"n", "1"}}).reason(), "");
+    EXPECT_EQ(judgeOne(satellites({{5, 35}}), expected, {{"n", "2"}}).reason(),
+              "satellites: expected 2, got 1 of 1: [{number=5 signal=35 dB}]");
+    EXPECT_EQ(judgeOne(satellites({}), expected, {{"n", "0"}}).reason(), "");
+    EXPECT_THROW(judgeOne(satellites({}), expected, {{"n", "left"}}), protocol::UserError);
+    EXPECT_THROW(judgeOne(satellites({}), expected), protocol::UserError);
+}
+
+TEST(JudgeRecords, AnyNeedsOneRecordThatMatches)
+{
+    Expected expected = strong(Records::kAny);
+    expected.minimum = 1;
+
+    EXPECT_THAT(judgeOne(satellites({{5, 20}, {9, 30}}), expected).misses, IsEmpty());
+    EXPECT_THAT(judgeOne(satellites({{5, 20}, {9, 29}}), expected).misses, SizeIs(1));
+    EXPECT_EQ(judgeOne(satellites({}), expected).reason(),
+              "satellites: expected at least 1 with signal at least 30 dB, got an empty list");
+}
+
+TEST(JudgeRecords, AllNeedsARecordAndEveryRecordToMatch)
+{
+    const Expected expected = strong(Records::kAll);
+
+    const Judgement passed = judgeOne(satellites({{5, 40}, {9, 30}}), expected);
+    EXPECT_THAT(passed.misses, IsEmpty());
+    EXPECT_EQ(std::get<double>(passed.measurements.at(0).value), 2);
+    EXPECT_EQ(passed.measurements[0].limits.minimum, 2);
+    EXPECT_EQ(judgeOne(satellites({{5, 35}, {9, 30}, {12, 29}}), expected).reason(),
+              "satellites: expected all with signal at least 30 dB, got 2 of 3, not [{number=12 signal=29 dB}]");
+    EXPECT_EQ(judgeOne(satellites({}), expected).reason(),
+              "satellites: expected all with signal at least 30 dB, got an empty list");
+}
+
+TEST(JudgeRecords, AllDemandsOnARecordHoldForOneRecord)
+{
+    Expected expected = strong(Records::kAny);
+    expected.minimum = 1;
+    Expected number;
+    number.name = "number";
+    number.field = &kSatellite[0];
+    number.equals = "${n}";
+    expected.where.push_back(number);
+
+    EXPECT_THAT(judgeOne(satellites({{5, 20}, {9, 30}}), expected, {{"n", "9"}}).misses, IsEmpty());
+    EXPECT_EQ(judgeOne(satellites({{5, 20}, {9, 30}}), expected, {{"n", "5"}}).reason(),
+              "satellites: expected at least 1 with signal at least 30 dB and number 5, got none of "
+              "[{number=5 signal=20 dB}, {number=9 signal=30 dB}]");
+}
+
+TEST(JudgeRecords, ListWithAProblemFails)
+{
+    Expected expected = strong(Records::kAny);
+    expected.minimum = 1;
+    DecodedField field = satellites({{5, 40}});
+    field.problem = "expected 2 records, got 1";
+
+    const Judgement judgement = judgeOne(field, expected);
+    EXPECT_EQ(judgement.reason(), "satellites: expected 2 records, got 1");
+    EXPECT_FALSE(judgement.measurements.at(0).passed);
+}
+
+TEST(JudgeRecords, FrameWithoutTheListFails)
+{
+    Expected expected = strong(Records::kCount);
+    expected.minimum = 4;
+    expected.name = "satellites";
+    expected.field = &kSatellites;
+
+    EXPECT_EQ(judge({&expected, 1}, {}, {}).reason(),
+              "satellites: expected at least 4, got a reply without this field");
+}
+
 TEST(Literal, MayBeUtf8OfTheFieldsSize)
 {
     static constexpr Field kShort{.name = "name", .type = Type::kAscii, .minimum = 3, .maximum = 4};

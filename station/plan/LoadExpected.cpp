@@ -2,6 +2,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 #include "protocol/Quantity.h"
@@ -111,6 +112,85 @@ void checkLiteral(Context& context, const toml::node& node, const Field& field, 
     }
 }
 
+Expected loadField(Context& context, const toml::node& node, const Field& field);
+
+constexpr std::array<std::string_view, 4> kOfLists{"any", "all", "count", "where"};
+
+void loadCount(Context& context, TableReader& reader, const Field& field, Expected& expected)
+{
+    Field count;
+    count.name = "count";
+    count.type = catalogue::Type::kU16be;
+    count.minimum = field.minimum;
+    count.maximum = field.maximum;
+    const Expected limits = loadField(context, *reader.node("count"), count);
+    expected.minimum = limits.minimum;
+    expected.maximum = limits.maximum;
+    expected.equals = limits.equals;
+    if (const toml::table* table = reader.raw()["count"].as_table()) {
+        if (table->contains("present")) {
+            reader.report("count", "'count': expected 'min', 'max' or 'equals', got 'present'");
+        }
+    }
+}
+
+/// Reads how many records of a list have to match, and what a record has to be like.
+void loadRecords(Context& context, const toml::node& node, const Field& field, Expected& expected)
+{
+    if (!node.is_table()) {
+        protocol::toml_file::report(context.problems, node,
+                                    fmt::format("{}: expected {{ count = … }}, {{ any = {{ … }} }} or "
+                                                "{{ all = {{ … }} }} for a list of records, got one value",
+                                                inQuotes(field.name)));
+        return;
+    }
+    TableReader reader(*node.as_table(), "expectation", context.problems);
+    constexpr std::array<Records, 3> kKinds{Records::kAny, Records::kAll, Records::kCount};
+    std::vector<std::string> found;
+    for (std::size_t i = 0; i < kKinds.size(); ++i) {
+        if (reader.node(kOfLists.at(i)) != nullptr) {
+            expected.records = kKinds.at(i);
+            found.push_back(inQuotes(kOfLists.at(i)));
+        }
+    }
+    if (reader.node("present") != nullptr) {
+        expected.present = reader.boolean("present", true);
+        found.push_back("'present'");
+    }
+    if (found.size() != 1) {
+        protocol::toml_file::report(
+            context.problems, node,
+            fmt::format("{}: expected one of 'any', 'all' and 'count' for a list of records, got {}",
+                        inQuotes(field.name), found.empty() ? "none" : fmt::format("{}", fmt::join(found, " and "))));
+        return;
+    }
+    if (expected.records == Records::kAny) {
+        expected.minimum = 1;
+    } else if (expected.records == Records::kCount) {
+        loadCount(context, reader, field, expected);
+    }
+    const bool inside = expected.records == Records::kAny || expected.records == Records::kAll;
+    const std::string_view key = kOfLists.at(inside ? static_cast<std::size_t>(expected.records) - 1 : 3);
+    if (key != "where" && reader.node("where") != nullptr) {
+        reader.report("where", fmt::format("'where': expected it beside 'count', got it beside '{}'", key));
+    }
+    if (const toml::table* where = expected.present ? nullptr : reader.table(key)) {
+        std::vector<const Field*> fields;
+        std::ranges::transform(field.fields, std::back_inserter(fields), [](const Field& each) { return &each; });
+        expected.where = loadExpected(context, *where, fields, "a record of " + inQuotes(field.name));
+        if (where->empty()) {
+            reader.report(key, fmt::format("'{}': expected {{ FIELD = … }}, got an empty table", key));
+        }
+        for (const Expected& each : expected.where) {
+            if (each.present) {
+                reader.report(key, fmt::format("{}: expected a value or limits, got 'present': every record has it",
+                                               inQuotes(each.name)));
+            }
+        }
+    }
+    reader.finish();
+}
+
 Expected loadField(Context& context, const toml::node& node, const Field& field)
 {
     Expected expected;
@@ -118,10 +198,7 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
     expected.field = &field;
     expected.unit = field.unit;
     if (field.type == catalogue::Type::kRecords) {
-        protocol::toml_file::report(
-            context.problems, node,
-            fmt::format("{}: expected a field with one value, got a list of records: compare their count",
-                        inQuotes(field.name)));
+        loadRecords(context, node, field, expected);
         return expected;
     }
     if (!node.is_table()) {
@@ -132,6 +209,12 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
         return expected;
     }
     TableReader reader(*node.as_table(), "expectation", context.problems);
+    for (const std::string_view key : kOfLists) {
+        if (reader.node(key) != nullptr) {
+            reader.report(key, fmt::format("{}: expected a list of records for '{}', got a field with one value",
+                                           inQuotes(field.name), key));
+        }
+    }
     expected.minimum = reader.number("min");
     expected.maximum = reader.number("max");
     loadUnit(reader, field, expected);

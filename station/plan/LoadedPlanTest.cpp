@@ -74,6 +74,10 @@ steps = [
   { pause = "1.5s" },
   { send = "tuner.frequency", poll = { until = { frequency = 8750 }, every = 0.5, for = "1min" } },
   { send = "tuner.frequency", poll = { until = { frequency = 8750 } }, max_time = "50ms" },
+  { send = "gps.satellites", expect = { satellites = { count = { min = 4, max = 9 }, where = { signal = { min = 30 }, number = 5 } } } },
+  { send = "gps.satellites", poll = { until = { satellites = { any = { signal = 30 } } } } },
+  { send = "gps.satellites", expect = { satellites = { all = { number = { max = 32 } } } } },
+  { send = "gps.satellites", expect = { satellites = { count = 0 } } },
 ]
 [[teardown]]
 name = "After"
@@ -105,6 +109,11 @@ std::string text(const Expected& expected)
         out << " /" << *expected.matches << '/';
     }
     out << (expected.unit.empty() ? "" : " in " + expected.unit) << (expected.scaled ? " scaled" : "");
+    constexpr const char* kRecords[] = {"", " any", " all", " count"};
+    out << kRecords[static_cast<int>(expected.records)];
+    for (const Expected& each : expected.where) {
+        out << " (" << text(each) << ")";
+    }
     return out.str();
 }
 
@@ -217,7 +226,7 @@ TEST(LoadedPlan, HasWhatItsFileSays)
     EXPECT_EQ(plan.line.corruptFrames, 3U);
     EXPECT_EQ(plan.line.garbageBytes, 0U);
     EXPECT_EQ(plan.teardownLimit, std::chrono::milliseconds(7500));
-    EXPECT_EQ(plan.stepCount(), 25U);
+    EXPECT_EQ(plan.stepCount(), 29U);
     EXPECT_THAT(loaded.warnings, IsEmpty());
     EXPECT_THAT(lines(plan.setup.at(0)), ElementsAre(R"(Before x1, 0 retries after 250ms)",
                                                      R"(19 send test.mode [test.mode]; x1 2000ms 3/250ms stop)"));
@@ -251,10 +260,14 @@ TEST(LoadedPlan, HasWhatItsFileSays)
             R"(52 headunit OnReset [event OnReset {}] event OnReset {}; x1 2000ms 3/250ms stop headunit)",
             R"(53 pause pause 1.5 s [1.5 s]; x1 1500ms 3/250ms stop)",
             R"(54 send tuner.frequency [tuner.frequency]; poll every 500ms for 60000ms; until frequency =8750 in 10 kHz on FM; x1 2000ms 3/250ms stop)",
-            R"(55 send tuner.frequency [tuner.frequency]; poll every 200ms for 10000ms; until frequency =8750 in 10 kHz on FM; within 50ms; x1 2000ms 3/250ms stop)"));
+            R"(55 send tuner.frequency [tuner.frequency]; poll every 200ms for 10000ms; until frequency =8750 in 10 kHz on FM; within 50ms; x1 2000ms 3/250ms stop)",
+            R"(56 send gps.satellites [gps.satellites]; expect satellites >=4 <=9 count (number =5) (signal >=30); x1 2000ms 3/250ms stop)",
+            R"(57 send gps.satellites [gps.satellites]; poll every 200ms for 10000ms; until satellites >=1 any (signal =30); x1 2000ms 3/250ms stop)",
+            R"(58 send gps.satellites [gps.satellites]; expect satellites all (number <=32); x1 2000ms 3/250ms stop)",
+            R"(59 send gps.satellites [gps.satellites]; expect satellites =0 count; x1 2000ms 3/250ms stop)"));
     EXPECT_THAT(lines(plan.teardown.at(0)),
                 ElementsAre(R"(After x1, 0 retries after 250ms)",
-                            R"(59 send test.set-mode [test.set-mode mode=off] mode=off; x1 2000ms 3/250ms next)"));
+                            R"(63 send test.set-mode [test.set-mode mode=off] mode=off; x1 2000ms 3/250ms next)"));
 }
 
 TEST(LoadedPlan, ThatSaysLittleHasTheDefaults)

@@ -20,6 +20,14 @@ using Duration = std::chrono::nanoseconds;
 /// How a run goes on after a step that did not pass.
 enum class OnFailure : std::uint8_t { kNext, kStopGroup, kStop };
 
+/// How many records of a list have to match.
+enum class Records : std::uint8_t {
+    kNotAList,
+    kAny,    ///< one or more
+    kAll,    ///< all of them, and at least one
+    kCount,  ///< as many as the limits say
+};
+
 /// The demands on a value, all of which must hold. Texts may contain ${variables}.
 struct Expected {
     /// Field of the frame, or the question's id.
@@ -36,6 +44,10 @@ struct Expected {
     std::string unit;
     /// Whether the limits are in the unit of the field's scale.
     bool scaled = false;
+    /// Of a list: then the limits are those of the number of matching records.
+    Records records = Records::kNotAList;
+    /// The demands on a record that matches; empty if every record does.
+    std::vector<Expected> where = {};
 };
 
 /// Which of the values stays when a step stores its variable again.
