@@ -268,7 +268,7 @@ TEST(Load, ShippedPlansAreSoundAndOnlyTheBringUpSendsWhatCannotBeUndone)
         EXPECT_EQ(loaded.warnings.size(), entry.path().stem() == "linux-bring-up" ? 2u : 0u) << entry.path();
         ++count;
     }
-    EXPECT_EQ(count, 4u);
+    EXPECT_EQ(count, 5u);
 }
 
 TEST(Load, EndOfLinePlanTouchesEveryGroup)

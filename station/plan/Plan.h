@@ -95,6 +95,9 @@ struct Poll {
     Duration patience{0};
 };
 
+/// The measurement of a step with a maximum time.
+inline constexpr const char* kLatency = "latency";
+
 struct Send {
     const protocol::catalogue::Command* command = nullptr;
     std::vector<protocol::catalogue::Argument> with;

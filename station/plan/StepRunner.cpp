@@ -51,7 +51,7 @@ void judgeTime(Duration time, Duration most, Attempt& attempt)
     const auto inMilliseconds = [](Duration each) {
         return static_cast<double>(std::chrono::round<std::chrono::microseconds>(each).count()) / 1000;
     };
-    record::Measurement measurement{"latency", inMilliseconds(time), "ms", {}, time <= most};
+    record::Measurement measurement{kLatency, inMilliseconds(time), "ms", {}, time <= most};
     measurement.limits.maximum = inMilliseconds(most);
     if (!measurement.passed) {
         fail(attempt, Verdict::kFail,

@@ -94,6 +94,7 @@ private:
         addFact(facts, "Station", run_.station.host);
         addFact(facts, "Production line", run_.station.line);
         addFact(facts, "Operator", run_.station.operatorName);
+        addFact(facts, "Verifies the limits as a unit that is", run_.verifies);
     }
 
     std::string planTitle() const

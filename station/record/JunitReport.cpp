@@ -151,6 +151,7 @@ void addProperties(pugi::xml_node suite, const Run& run)
     add("station.version", run.station.version);
     add("plan.path", run.plan.path);
     add("plan.version", run.plan.version);
+    add("verify_limits", run.verifies);
     add("plan.sha256", run.plan.sha256);
     add("catalogue.sha256", run.catalogueSha256);
 }

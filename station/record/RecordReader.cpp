@@ -380,6 +380,7 @@ public:
                     plan.maybe("steps", &RecordReader::whole).value_or(0),
                     plan.maybe("version", &RecordReader::text).value_or("")};
         run.catalogueSha256 = reader.at("catalogue").textAt("sha256");
+        run.verifies = reader.maybe("verify_limits", &RecordReader::text).value_or("");
         if (const auto line = reader.find("line")) {
             run.line = readQuality(*line);
         }
@@ -652,6 +653,7 @@ private:
                      reader.textAt("path"),      reader.textAt("plan_sha256"),
                      reader.at("steps").whole(), reader.maybe("plan_version", &RecordReader::text).value_or("")};
         run_.catalogueSha256 = reader.textAt("catalogue_sha256");
+        run_.verifies = reader.maybe("verify_limits", &RecordReader::text).value_or("");
         for (auto& each : reader.at("phases").each(&RecordReader::text)) {
             run_.phases.push_back({std::move(each), {}, {}});
         }

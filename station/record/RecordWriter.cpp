@@ -307,6 +307,9 @@ public:
                         {"sha256", run_.plan.sha256},
                         {"steps", run_.plan.steps}}},
                       {"catalogue", {{"sha256", run_.catalogueSha256}}}});
+        if (!run_.verifies.empty()) {
+            stream_.keys({{"verify_limits", run_.verifies}});
+        }
         stream_.array("phases", run_.phases, [this](const Phase& each) { phase(each); });
         const auto trace = linesOf(run_.events, {0, run_.events.next()}, groups_);
         stream_.key("trace");
@@ -477,6 +480,9 @@ Json lines::started(const Run& run)
                  {"plan_sha256", run.plan.sha256},
                  {"catalogue_sha256", run.catalogueSha256},
                  {"phases", list(run.phases, [](const Phase& each) -> Json { return each.name; })}});
+    if (!run.verifies.empty()) {
+        json["verify_limits"] = run.verifies;
+    }
     return json;
 }
 

@@ -305,6 +305,8 @@ struct Run {
         bool operator==(const PlanInfo&) const = default;
     } plan;
     std::string catalogueSha256;
+    /// Whether the unit is to prove the limits of the plan: "good", "bad", or empty for an ordinary run.
+    std::string verifies;
 
     /// Setup, main and teardown, in this order; none if the record ends before its first step.
     std::vector<Phase> phases;

@@ -113,7 +113,8 @@ private:
                             printable(run_.unit.port), run_.unit.baud, toText(run_.started),
                             run_.ended < run_.started ? "" : ", took " + toText(durationOf(run_))));
         line(0, "Line " + lineText(run_.line));
-        line(0, "Run " + printable(run_.id) + behind(", operator ", run_.station.operatorName));
+        line(0, "Run " + printable(run_.id) + behind(", operator ", run_.station.operatorName) +
+                    behind(", verifies the limits as a unit that is ", run_.verifies));
     }
 
     void repeated()

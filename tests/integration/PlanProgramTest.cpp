@@ -16,8 +16,10 @@
 namespace tests {
 namespace {
 
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -35,6 +37,12 @@ protected:
     static std::string shipped(const std::string& name)
     {
         return std::string(SOURCE_FOLDER) + "/share/plans/" + name + ".toml";
+    }
+
+    static std::string readText(const std::string& path)
+    {
+        std::ifstream file(path);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     std::string write(const std::string& name, const std::string& text)
@@ -62,6 +70,9 @@ protected:
     /// @returns the arguments that the shipped plan needs.
     std::vector<std::string> argumentsOf(const std::string& plan)
     {
+        if (plan == "reception") {
+            return {"--answers", write("answers.toml", "antenna = \"air\"\n")};
+        }
         return plan == "provision" ? std::vector<std::string>{"--answers", answersOfAGoodUnit()}
                                    : std::vector<std::string>{};
     }
@@ -109,9 +120,11 @@ TEST_P(ShippedPlan, PassesOnTheBench)
     EXPECT_EQ(records()[0]["verdict"], "PASS");
 }
 
-INSTANTIATE_TEST_SUITE_P(Plan, ShippedPlan, testing::Values("smoke", "end-of-line", "provision"), [](const auto& row) {
-    return std::string(row.param) == "end-of-line" ? std::string("EndOfLine") : std::string(row.param);
-});
+INSTANTIATE_TEST_SUITE_P(Plan, ShippedPlan, testing::Values("smoke", "end-of-line", "provision", "reception"),
+                         [](const auto& row) {
+                             return std::string(row.param) == "end-of-line" ? std::string("EndOfLine")
+                                                                            : std::string(row.param);
+                         });
 
 TEST_F(PlanProgramTest, ProvisioningLeavesARecordAloneThatHoldsSomethingElse)
 {
@@ -513,6 +526,84 @@ TEST_F(PlanProgramTest, JsonIsOneObjectPerLine)
     EXPECT_EQ(events.back(), "ended");
 }
 
+TEST_F(PlanProgramTest, LimitsAreProvenByAGoodUnitAndABadOne)
+{
+    startBench();
+    const auto plan = write("smoke.toml", readText(shipped("smoke")));
+
+    const auto good = run(planRun(plan, {"--verify-limits", "good", "--quiet"}));
+    EXPECT_EQ(good.status, 1) << good.out << good.err;
+    EXPECT_THAT(good.out, AllOf(StartsWith("PASS "), EndsWith("LIMITS  0 of 1 proven by 1 run of good units and 0 "
+                                                              "runs of bad ones\n        Audio / Volume: volume at "
+                                                              "most 40: no bad unit has failed it\n")));
+
+    const auto sound = run(planRun(plan, {"--verify-limits", "bad", "--quiet"}));
+    EXPECT_EQ(sound.status, 1) << sound.out << sound.err;
+    EXPECT_THAT(sound.out, HasSubstr("no bad unit has failed it\n"));
+
+    ASSERT_EQ(run({HEADUNITCTL, "set", "/audio/volume", "45"}).status, 0);
+    const auto bad = run(planRun(plan, {"--verify-limits", "bad", "--json"}));
+    EXPECT_EQ(bad.status, 0) << bad.out << bad.err;
+    const auto proof = Json::parse(linesOf(bad.out).back());
+    EXPECT_EQ(proof["event"], "limits");
+    EXPECT_EQ(proof["good_runs"], 1);
+    EXPECT_EQ(proof["bad_runs"], 2);
+    EXPECT_EQ(proof["limits"].at(0)["good_passed"]["value"], 12);
+    EXPECT_EQ(proof["limits"][0]["bad_failed"]["value"], 45);
+    EXPECT_EQ(proof["limits"][0]["proven"], true);
+    std::vector<std::string> kinds;
+    for (const Json& record : records()) {
+        kinds.push_back(record["verify_limits"].get<std::string>() + " " + record["verdict"].get<std::string>());
+    }
+    EXPECT_THAT(kinds, testing::UnorderedElementsAre("good PASS", "bad PASS", "bad FAIL"));
+
+    const auto wrong = run(planRun(plan, {"--verify-limits", "good", "--quiet"}));
+    EXPECT_EQ(wrong.status, 1);
+    EXPECT_THAT(wrong.out, HasSubstr("volume at most 40: a good unit fails it with 45 in smoke-"));
+
+    write("smoke.toml", readText(shipped("smoke")) + "\n# changed\n");
+    const auto changed = run(planRun(plan, {"--verify-limits", "bad", "--quiet"}));
+    EXPECT_THAT(changed.out, HasSubstr("0 of 1 proven by 0 runs of good units and 1 run of bad ones\n"));
+    EXPECT_THAT(changed.out, HasSubstr("no good unit has passed it\n"));
+}
+
+TEST_F(PlanProgramTest, LimitsAreProvenWithARecordAndAPlanThatHasSome)
+{
+    const auto plan =
+        write("plan.toml", std::string(kHead) + "[[main]]\nname = \"Mode\"\nsteps = [{ send = \"test.mode\" }]\n");
+
+    const auto none = run(planRun(plan, {"--verify-limits", "good"}));
+    EXPECT_EQ(none.status, 2);
+    EXPECT_THAT(none.err, HasSubstr("expected a plan with 'min', 'max' or 'max_time' to verify, got none"));
+    EXPECT_EQ(run(planRun(shipped("smoke"), {"--verify-limits", "good", "--no-record"})).status, 2);
+    EXPECT_EQ(run(planRun(shipped("smoke"), {"--verify-limits", "ugly"})).status, 2);
+    EXPECT_EQ(run(planRun(shipped("smoke"), {"--verify-limits", "bad", "--port", "/dev/no-such-line"})).status, 10);
+}
+
+TEST_F(PlanProgramTest, SatellitesAreCountedByTheirSignal)
+{
+    startService();
+    const auto plan = write("plan.toml", std::string(kHead) + R"(
+[[main]]
+name = "GPS"
+steps = [
+  { send = "gps.satellites", expect = { satellites = { count = { min = 2 }, where = { signal = { min = 30 } } } } },
+]
+)");
+    const auto satellites = [&](const char* rows) {
+        return run({HEADUNITCTL, "event", "OnAASatinfoChange", std::string("{\"satellites\": ") + rows + "}"}).status;
+    };
+
+    ASSERT_EQ(run({ENGINEERING_STATION, "send", "test.set-mode", "mode=on"}).status, 0);
+    ASSERT_EQ(satellites("[[5, 35], [9, 20]]"), 0);
+    const auto bad = run(planRun(plan));
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_THAT(bad.out, HasSubstr("satellites: expected at least 2 with signal at least 30, got 1 of 2: "
+                                   "[{number=5 signal=35}]"));
+    ASSERT_EQ(satellites("[[5, 35], [9, 30]]"), 0);
+    EXPECT_EQ(run(planRun(plan)).status, 0);
+}
+
 TEST_F(PlanProgramTest, QuestionWithoutATerminalIsAnErrorThatSaysSo)
 {
     startService();
@@ -675,7 +766,7 @@ TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShipp
     EXPECT_THAT(linesOf(run({ENGINEERING_STATION, "plan", "list"}).out),
                 ElementsAre(testing::StartsWith("test "), testing::StartsWith("end-of-line"),
                             testing::StartsWith("linux-bring-up"), testing::StartsWith("provision"),
-                            testing::StartsWith("smoke")));
+                            testing::StartsWith("reception"), testing::StartsWith("smoke")));
     for (const char* name : {"own", "smoke"}) {
         EXPECT_EQ(run(planRun(name, {"--port", "/no/port"})).status, 10) << name;
     }
@@ -703,7 +794,7 @@ TEST_F(PlanProgramTest, ListNamesTheShippedPlans)
 
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(linesOf(outcome.out), ElementsAre(HasSubstr("end-of-line"), HasSubstr("linux-bring-up"),
-                                                  HasSubstr("provision"), HasSubstr("smoke")));
+                                                  HasSubstr("provision"), HasSubstr("reception"), HasSubstr("smoke")));
 }
 
 TEST_F(PlanProgramTest, TerminalShowsProgressFramesAndVerdictsAndAsks)

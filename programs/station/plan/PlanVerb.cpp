@@ -20,6 +20,7 @@
 #include "protocol/catalogue/Catalogue.h"
 #include "station/SerialLink.h"
 #include "station/plan/Answers.h"
+#include "station/plan/LimitProof.h"
 #include "station/plan/Load.h"
 #include "station/plan/PlanRuns.h"
 #include "station/ports/SerialPorts.h"
@@ -225,6 +226,24 @@ void attend(Tool& tool, RunView& view, station::plan::PlanRuns& runs)
     }
 }
 
+/// Prints which limits of the plan its runs have proven so far.
+int reportLimits(const Tool& tool, const PlanRunOptions& options, const station::plan::Plan& plan,
+                 const station::plan::Conclusion& conclusion)
+{
+    const auto& known = options.request.known;
+    const auto proofs = station::plan::proveLimits(plan, known.plan.sha256, options.request.results);
+    if (tool.json) {
+        printJson(limitsEvent(proofs));
+    } else {
+        std::fputs(toText(proofs).c_str(), stdout);
+    }
+    const auto status = conclusion.status;
+    const bool comesBefore = status == protocol::kInterrupted || status == kPortUnavailable ||
+                             status == protocol::kLineFailed || status == kNotRecorded;
+    const bool ofUnit = known.verifies == station::plan::kGoodUnit && status != kPassed;
+    return comesBefore || ofUnit ? status : proofs.proven() == proofs.limits.size() ? kPassed : kFailed;
+}
+
 int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::Plan& plan,
                const station::plan::Answers& answers)
 {
@@ -254,7 +273,7 @@ int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::P
             complain(kProgram, each);
         }
     }
-    return conclusion.status;
+    return options.request.known.verifies.empty() ? conclusion.status : reportLimits(tool, options, plan, conclusion);
 }
 
 int runPlanAtPorts(Tool& tool, PlanRunOptions options)
@@ -264,6 +283,10 @@ int runPlanAtPorts(Tool& tool, PlanRunOptions options)
         return refuseFile(tool, options.plan, file.loaded.problems);
     }
     expectRunnable(*file.loaded.plan, options.request);
+    if (!options.request.known.verifies.empty() && limitsOf(*file.loaded.plan).empty()) {
+        throw protocol::UserError(
+            fmt::format("{}: expected a plan with 'min', 'max' or 'max_time' to verify, got none", options.plan));
+    }
     Problems problems;
     station::plan::Answers answers;
     if (!options.answers.empty()) {
@@ -354,7 +377,13 @@ void addRun(Tool& tool, CLI::App& noun)
     verb->add_flag("--yes", options->request.destructive, "Run a plan with commands that cannot be undone");
     verb->add_flag("-q,--quiet", options->quiet, "Print the summary only");
     verb->add_flag("-v,--verbose", options->verbose, "Also print how much time the tool adds per step");
-    verb->add_flag("--no-record", options->noRecord, "Keep no results");
+    CLI::Option* const noRecord = verb->add_flag("--no-record", options->noRecord, "Keep no results");
+    verb->add_option("--verify-limits", options->request.known.verifies,
+                     "The unit is good or bad: check that good units pass each limit of the plan and a bad one fails "
+                     "it")
+        ->check(CLI::IsMember({std::string(station::plan::kGoodUnit), std::string(station::plan::kBadUnit)}))
+        ->excludes(noRecord)
+        ->type_name("UNIT");
     verb->footer(
         "Examples:\n"
         "  engineering-station plan run share/plans/smoke.toml\n"
