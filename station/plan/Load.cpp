@@ -137,7 +137,9 @@ void include(const Context& outer, Context& context, const toml::table& table, s
     const std::size_t before = context.problems.size();
     const std::size_t warnedBefore = context.warnings.size();
     const toml::table file = protocol::toml_file::parse(*text, context.problems);
-    if (context.problems.size() == before) {
+    if (file.contains("main")) {
+        context.problems.push_back({0, 0, "expected a file of [[group]] tables, got a plan"});
+    } else if (context.problems.size() == before) {
         loadGroups(outer, context, file, wanted, groups);
     }
     const auto at = place.source().begin;

@@ -91,6 +91,9 @@ std::optional<std::string> useFile(Context& context, const toml::node& node, con
 
 Keep loadKeep(TableReader& reader)
 {
+    if (reader.node("keep") != nullptr && reader.node("store") == nullptr) {
+        reader.report("keep", "'keep': expected it beside 'store', got it alone");
+    }
     return static_cast<Keep>(reader.oneOf("keep", {"last", "first", "all"}).value_or(0));
 }
 
@@ -135,7 +138,9 @@ void loadCondition(Context& context, const toml::key& key, Is is, const toml::no
         std::string(key.str()), is, {}, variable.isNumber, fmt::format("{} {}", key.str(), word->first)};
     const toml::array* const several = is == Is::kOneOf ? node.as_array() : nullptr;
     if (is == Is::kOneOf && (several == nullptr || several->empty())) {
-        protocol::toml_file::report(context.problems, node, "'in': expected a list of values");
+        protocol::toml_file::report(context.problems, node,
+                                    several != nullptr ? "'in': expected a list of values, got an empty list"
+                                                       : "'in': expected a list of values, got another type");
         return;
     }
     const bool ordered = is != Is::kEqual && is != Is::kUnequal && is != Is::kOneOf;
@@ -169,6 +174,12 @@ std::vector<Condition> loadConditions(Context& context, TableReader& reader)
     for (const auto& [key, node] : *table) {
         if (!context.variables.contains(key.str())) {
             report(context, key, fmt::format("expected an earlier step with store = \"{}\", got none", key.str()));
+        }
+        if (node.is_array()) {
+            protocol::toml_file::report(
+                context.problems, node,
+                fmt::format("{}: expected a value, or {{ in = [ … ] }} for several, got a list", inQuotes(key.str())));
+            continue;
         }
         if (!node.is_table()) {
             loadCondition(context, key, Is::kEqual, node, list);

@@ -287,7 +287,8 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
             if (!text || std::ranges::find(prompt.choices, *text) == prompt.choices.end()) {
                 protocol::toml_file::report(
                     context.problems, node,
-                    fmt::format("'expect': expected one of {}", fmt::join(prompt.choices, ", ")));
+                    fmt::format("'expect': expected one of {}, got {}", fmt::join(prompt.choices, ", "),
+                                text ? inQuotes(*text) : "another type"));
                 return std::nullopt;
             }
             expected.equals = *text;

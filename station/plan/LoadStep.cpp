@@ -429,7 +429,7 @@ private:
             prompt.mask = *mask;
             checkPattern(context_, *reader_.node("mask"), *mask);
             if (prompt.kind != Prompt::Kind::kText) {
-                reader_.report("mask", "'mask': expected a question with answer = \"text\"");
+                reader_.report("mask", "'mask': expected a question with answer = \"text\", got another");
             }
         }
         if (const auto* expect = reader_.node("expect")) {
@@ -460,13 +460,13 @@ private:
             const auto text = each.value<std::string>();
             if (!each.is_string() || text->empty() ||
                 std::ranges::find(prompt.choices, *text) != prompt.choices.end()) {
-                problem(each, "'answer': expected a list of different texts");
+                problem(each, "'answer': expected a list of different texts, got another value or one twice");
             } else {
                 prompt.choices.push_back(*text);
             }
         }
         if (node->as_array()->size() < 2) {
-            problem(*node, "'answer': expected at least two choices");
+            problem(*node, fmt::format("'answer': expected at least two choices, got {}", node->as_array()->size()));
         }
     }
 

@@ -445,6 +445,8 @@ INSTANTIATE_TEST_SUITE_P(
         WrongStep{R"(send = "tuner.frequency", expect = { frequency = 1 }, poll = { until = { frequency = 1 } })",
                   "8:64"},
         WrongStep{R"(send = "tuner.frequency", reply = "none", poll = { until = {} })", "8:52"},
+        WrongStep{R"(send = "audio.volume", keep = "first")", "8:33"},
+        WrongStep{R"(send = "test.mode", only_if = { v = [1] })", "8:39"},
         WrongStep{R"(send = "tuner.frequency", reply = "optional", max_time = 1)", "8:60"},
         WrongStep{R"(send = "tuner.frequency", max_time = 0)", "8:40"}));
 
@@ -572,6 +574,8 @@ TEST_F(IncludingPlan, ReportsAMistakeAtTheIncludeWithItsPlaceInTheFile)
     EXPECT_THAT(problemOf("schema = "), testing::StartsWith(head + "1:"));
     EXPECT_EQ(problemOf("schema = 2\n[[group]]\nname = \"G\"\nsteps = [{ pause = 0 }]\n"),
               head + "1:10: 'schema': expected 1, got 2");
+    EXPECT_EQ(problemOf("schema = 1\nname = \"a\"\n[[main]]\ninclude = \"common.toml\"\n"),
+              "plan:6:11: common.toml: expected a file of [[group]] tables, got a plan");
     EXPECT_THAT(problemOf("schema = 1\n"), HasSubstr("'group'"));
     EXPECT_THAT(problemOf(kCommon, "group = \"Mod\"\n"), HasSubstr("expected a group 'Mod', got Mode, Volume"));
     EXPECT_THAT(problemOf("schema = 1\n[[group]]\ninclude = \"common.toml\"\nname = \"G\"\nsteps = [{ pause = 0 "

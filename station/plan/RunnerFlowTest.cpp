@@ -137,8 +137,7 @@ TEST_F(RunnerFlowTest, PollThatIsOverSaysTheLastValueAndItsTries)
     runSteps(R"({ send = "tuner.frequency", poll = { until = { frequency = 8760 }, every = 0.02, for = 0.01 } })");
 
     EXPECT_EQ(verdictOf(step(0)), Verdict::kFail);
-    EXPECT_EQ(reasonOf(step(0)),
-              "frequency: expected 87.6 MHz on FM, got 87.5 MHz on FM; so in 1 attempt within 0.01 s");
+    EXPECT_EQ(reasonOf(step(0)), "frequency: expected 87.6 MHz on FM, got 87.5 MHz on FM; tried 1 time within 0.01 s");
 }
 
 TEST_F(RunnerFlowTest, PollJudgesTheLastReplyOnly)

@@ -185,7 +185,7 @@ void StepRunner::poll(const Send& send, const Frame& frame, const Step& step, At
             if (last.verdict != Verdict::kPass) {
                 fail(attempt, last.verdict,
                      done ? last.reason
-                          : fmt::format("{}; so in {} within {}", last.reason, protocol::plural(tries, "attempt"),
+                          : fmt::format("{}; tried {} within {}", last.reason, protocol::plural(tries, "time"),
                                         secondsText(send.poll->patience)));
             }
             return;
