@@ -1,46 +1,20 @@
 #include "station/identity/CsvSource.h"
 
-#include <csv.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
 
 #include "protocol/Text.h"
+#include "station/Csv.h"
 
 namespace station::identity {
 
 namespace {
 
-/// Far longer than any row of records.
-constexpr std::size_t kLongestLine = 1u << 20;
-
 [[noreturn]] void fail(const std::string& path, std::size_t line, const std::string& what)
 {
     throw protocol::UserError(fmt::format("{}:{}: {}", path, line, what));
-}
-
-/// @returns the cells of a line. Throws UserError, without the place.
-std::vector<std::string> cellsOf(std::string_view line, char delimiter)
-{
-    std::vector<std::string> cells;
-    const auto onCell = [](void* text, size_t length, void* to) {
-        static_cast<std::vector<std::string>*>(to)->emplace_back(static_cast<const char*>(text), length);
-    };
-    csv_parser parser{};
-    csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI | CSV_APPEND_NULL);
-    csv_set_delim(&parser, static_cast<unsigned char>(delimiter));
-    const bool parsed = csv_parse(&parser, line.data(), line.size(), onCell, nullptr, &cells) == line.size();
-    const std::string error = csv_strerror(csv_error(&parser));
-    const bool closed = csv_fini(&parser, onCell, nullptr, &cells) == 0;
-    csv_free(&parser);
-    if (!parsed) {
-        throw protocol::UserError("expected comma-separated values: " + error);
-    }
-    if (!closed) {
-        throw protocol::UserError("expected a closing quote before the end of the line");
-    }
-    return cells;
 }
 
 class TableReader
@@ -50,38 +24,17 @@ public:
 
     CsvTable read(std::string_view text)
     {
-        char delimiter = '\0';
-        std::size_t number = 0;
-        while (!text.empty()) {
-            ++number;
-            const std::size_t end = text.find('\n');
-            std::string_view line = text.substr(0, end);
-            text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-            if (line.size() > kLongestLine) {
-                fail(table_.path, number, "expected a line of at most 1048576 characters, got more");
-            }
-            if (number == 1 && line.starts_with("\xEF\xBB\xBF")) {
-                line.remove_prefix(3);
-            }
-            if (line.find_first_not_of(" \t\r") == std::string_view::npos) {
-                continue;
-            }
-            if (delimiter == '\0') {
-                // Spreadsheets write semicolons where the comma separates decimals.
-                delimiter = line.find(',') == std::string::npos && line.find(';') != std::string::npos ? ';' : ',';
-            }
-            try {
-                take(number, cellsOf(line, delimiter));
-            } catch (const protocol::UserError& error) {
-                fail(table_.path, number, error.what());
-            }
-        }
+        std::size_t last = 0;
+        readCsvLines(text, table_.path, [&](std::size_t line, const std::vector<std::string>& cells) {
+            last = line;
+            take(line, cells);
+        });
         if (columns_.empty()) {
             fail(table_.path, 1,
                  "expected a line with the names of records, as in 'factory-serial,carplay-mac', got none");
         }
         if (table_.rows.empty()) {
-            fail(table_.path, number + 1, "expected a row of values after the names, got none");
+            fail(table_.path, last + 1, "expected a row of values after the names, got none");
         }
         return std::move(table_);
     }
