@@ -11,7 +11,7 @@ inherit cmake pkgconfig systemd useradd
 # What the program links, and what is compiled in from headers.
 DEPENDS = "glib-2.0 glib-2.0-native alsa-lib systemd zlog fmt tomlplusplus nlohmann-json cli11"
 # Of the station tool, which the same build configures; nothing of it is built or installed.
-DEPENDS += "pugixml re2 sqlite3 libcsv"
+DEPENDS += "pugixml re2 sqlite3 libcsv muparser"
 RDEPENDS:${PN} = "dbus"
 RRECOMMENDS:${PN} = "polkit bluez5 ofono gpsd networkmanager rauc"
 

@@ -7,10 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <filesystem>
 #include <system_error>
 
 #include "protocol/Errors.h"
+#include "protocol/Quantity.h"
 #include "protocol/Text.h"
 #include "protocol/toml/TableReader.h"
 #include "station/Pattern.h"
@@ -54,6 +56,9 @@ public:
         }
         if (const toml::table* table = reader.table("records")) {
             readRecords(*table);
+        }
+        if (const toml::table* table = reader.table("parameters")) {
+            readParameters(*table);
         }
         reader.finish();
     }
@@ -142,6 +147,24 @@ private:
                                            protocol::inQuotes(pattern), error.what()));
             }
             section.finish();
+        }
+    }
+
+    void readParameters(const toml::table& table)
+    {
+        TableReader section(table, "section [parameters]", problems_);
+        for (const auto& [key, node] : table) {
+            const auto place = node.source().begin;
+            const std::string from = fmt::format("{}:{}:{}", config_.file, place.line, place.column);
+            const std::string name(key.str());
+            if (const auto* text = node.as_string()) {
+                config_.parameters.push_back({name, text->get(), from, plan::GivenValue::Type::kText});
+            } else if (const auto number = node.is_number() ? node.value<double>() : std::nullopt;
+                       number && std::isfinite(*number)) {
+                config_.parameters.push_back({name, protocol::toText(*number), from, plan::GivenValue::Type::kNumber});
+            } else {
+                section.mistyped(name, node, "a number or a text");
+            }
         }
     }
 

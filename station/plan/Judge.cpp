@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 
 #include "protocol/Errors.h"
 #include "protocol/Quantity.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/Pattern.h"
+#include "station/plan/Limits.h"
 #include "station/record/ValueText.h"
 
 namespace station::plan {
@@ -263,9 +265,12 @@ std::string Judgement::reason() const
     return fmt::format("{}", fmt::join(misses, "; "));
 }
 
-Judgement judge(std::span<const Expected> expected, std::span<const catalogue::DecodedField> fields,
+Judgement judge(std::span<const Expected> demands, std::span<const catalogue::DecodedField> fields,
                 const Variables& variables)
 {
+    std::vector<Expected> expected;
+    std::ranges::transform(demands, std::back_inserter(expected),
+                           [&](const Expected& each) { return computed(each, variables); });
     Judgement judgement;
     for (const auto& field : fields) {
         const auto found = std::ranges::find(expected, field.field->name, &Expected::name);
@@ -287,7 +292,7 @@ Judgement judge(std::span<const Expected> expected, std::span<const catalogue::D
 
 Judgement judge(const Prompt& prompt, const std::string& answer, const Variables& variables)
 {
-    const Expected expected = prompt.expect.value_or(Expected{});
+    const Expected expected = computed(prompt.expect.value_or(Expected{}), variables);
     Measurement measurement;
     measurement.name = prompt.id;
     measurement.value = answer;

@@ -23,7 +23,8 @@ struct Judgement {
 
 /// Compares a frame's fields. A field without an expectation becomes a measurement without limits; one out of the
 /// catalogue's range fails.
-/// Throws protocol::UserError for a variable without a value, or with a value that the field cannot have.
+/// Throws protocol::UserError for a variable without a value, or with a value that the field cannot have, and for a
+/// limit that cannot be computed.
 Judgement judge(std::span<const Expected> expected, std::span<const protocol::catalogue::DecodedField> fields,
                 const Variables& variables);
 

@@ -42,7 +42,8 @@ void eachExpected(const Action& action, Take take)
             Expected latency;
             latency.name = kLatency;
             latency.unit = "ms";
-            latency.maximum = std::chrono::duration<double, std::milli>(*action.maxTime).count();
+            latency.maximum =
+                static_cast<double>(std::chrono::round<std::chrono::microseconds>(*action.maxTime).count()) / 1000;
             take(latency);
         }
     }
@@ -82,8 +83,10 @@ std::vector<LimitProof> limitsOf(std::string_view phase, const Group& group, con
         const bool known = std::ranges::any_of(list, [&](const LimitProof& each) {
             return each.measurement == expected.name && each.isMaximum == isMaximum;
         });
-        if ((limit || all) && !known) {
+        const auto& formula = isMaximum ? expected.maximumOf : expected.minimumOf;
+        if ((limit || formula || all) && !known) {
             list.push_back({std::string(phase), group.name, step.name, expected.name, isMaximum, limit, expected.unit});
+            list.back().computed = formula ? formula->text : all ? "all" : "";
         }
     };
     std::visit(
@@ -104,6 +107,10 @@ void addEvidence(LimitProof& proof, const record::Measurement& measured, const s
     if (measured.name != proof.measurement || !limit || value == nullptr) {
         return;
     }
+    // A run with other parameters proves nothing about this limit.
+    if (proof.computed.empty() && proof.limit != limit) {
+        return;
+    }
     proof.limit = limit;
     proof.unit = measured.unit;
     const bool passed = proof.isMaximum ? isAtMost(*value, *limit) : isAtMost(*limit, *value);
@@ -117,7 +124,7 @@ std::string limitText(const LimitProof& proof)
 {
     return fmt::format("{} / {}: {} {} {}", record::printable(proof.group), record::printable(proof.step),
                        record::printable(proof.measurement), proof.isMaximum ? "at most" : "at least",
-                       proof.limit ? record::withUnit(record::toText(*proof.limit), proof.unit) : "all");
+                       proof.limit ? record::withUnit(record::toText(*proof.limit), proof.unit) : proof.computed);
 }
 
 /// @returns whether a run of the plan proves limits, by the first line of its record.

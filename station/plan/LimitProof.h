@@ -31,6 +31,8 @@ struct LimitProof {
     /// As the latest run had it; nothing as long as there is none.
     std::optional<double> limit;
     std::string unit;
+    /// What a limit says that only a run knows: "all", "${before} - 5"; empty for others.
+    std::string computed = {};
     std::optional<Evidence> goodPassed = {};
     std::optional<Evidence> goodFailed = {};
     std::optional<Evidence> badFailed = {};

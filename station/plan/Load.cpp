@@ -166,7 +166,7 @@ std::vector<Group> loadPhase(Context& context, TableReader& reader, std::string_
     return groups;
 }
 
-void loadPlan(Context& context, const toml::table& table, Plan& plan)
+void loadPlan(Context& context, const toml::table& table, const ParameterValues& values, Plan& plan)
 {
     TableReader reader(table, "plan", context.problems);
     readSchema(reader);
@@ -185,12 +185,21 @@ void loadPlan(Context& context, const toml::table& table, Plan& plan)
     plan.passesAcrossLinkLoss = reader.oneOf("on_link_loss", {"fail", "continue"}) == 1U;
     loadDefaults(context, reader.table("defaults"), plan);
     loadLine(context, reader.table("line"), plan);
+    plan.parameters = loading::loadParameters(context, reader, values.given);
+    if (values.complete) {
+        loading::checkComplete(context, table, plan.parameters);
+    }
+    const std::size_t before = context.problems.size();
     const OnFailure otherwise = context.onFailure;
     plan.setup = loadPhase(context, reader, "setup", OnFailure::kStop);
     plan.main = loadPhase(context, reader, "main", otherwise);
     plan.teardown = loadPhase(context, reader, "teardown", OnFailure::kNext);
     if (plan.main.empty() && reader.node("main") == nullptr) {
         protocol::toml_file::report(context.problems, table, "expected a [[main]] group, got none");
+    }
+    // A mistake in a step hides what it asks for.
+    if (context.problems.size() == before) {
+        loading::checkUsed(context, table);
     }
     reader.finish();
 }
@@ -221,8 +230,8 @@ bool usesSecret(const Step& step, const std::string& variable)
     return expects(send->expect) || expects(send->expectLater) || std::ranges::any_of(send->with, sends);
 }
 
-/// A question whose answer goes into a secret field asks for a secret.
-void markSecretQuestions(Plan& plan)
+/// A question whose answer goes into a secret field asks for a secret, and so is the value of such a parameter.
+void markSecrets(const Context& context, Plan& plan)
 {
     std::vector<Step*> steps;
     for (auto* phase : {&plan.setup, &plan.main, &plan.teardown}) {
@@ -239,11 +248,16 @@ void markSecretQuestions(Plan& plan)
                 std::ranges::any_of(steps, [&](const Step* step) { return usesSecret(*step, *prompt->store); });
         }
     }
+    for (Parameter& each : plan.parameters) {
+        each.secret = context.secrets.contains(each.name) ||
+                      std::ranges::any_of(steps, [&](const Step* step) { return usesSecret(*step, each.name); });
+    }
 }
 
 }  // namespace
 
-Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups)
+Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups,
+            const ParameterValues& values)
 {
     Loaded loaded;
     const toml::table table = protocol::toml_file::parse(text, loaded.problems);
@@ -255,8 +269,8 @@ Loaded load(std::string_view text, const std::string& path, protocol::catalogue:
     Context context{path, groups, loaded.problems, loaded.warnings};
     context.timeout = std::chrono::seconds(1);
     context.retryDelay = std::chrono::milliseconds(100);
-    loadPlan(context, table, plan);
-    markSecretQuestions(plan);
+    loadPlan(context, table, values, plan);
+    markSecrets(context, plan);
     protocol::toml_file::sort(loaded.problems);
     protocol::toml_file::sort(loaded.warnings);
     loaded.used = std::move(context.used);
@@ -295,12 +309,12 @@ protocol::toml_file::Problem unreadable(const std::system_error& error)
     return {0, 0, protocol::unreadable(error.code().value())};
 }
 
-PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups)
+PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups, const ParameterValues& values)
 {
     PlanFile file{path, {}, {}};
     try {
         const std::string text = readFile(path);
-        file.loaded = load(text, path, groups);
+        file.loaded = load(text, path, groups, values);
         file.sha256 = record::sha256(text + file.loaded.used);
     } catch (const std::system_error& error) {
         file.loaded.problems.push_back(unreadable(error));

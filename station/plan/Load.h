@@ -5,9 +5,11 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "protocol/toml/Problem.h"
 #include "station/plan/Plan.h"
+#include "station/plan/Variables.h"
 
 namespace station::plan {
 
@@ -22,9 +24,18 @@ struct Loaded {
     std::string used;
 };
 
+/// The values for the parameters of a plan.
+struct ParameterValues {
+    /// In rising precedence. A parameter that the plan does not have is a problem in a word of the command line only.
+    std::vector<GivenValue> given = {};
+    /// Whether a parameter without value is a problem, as it is for a run.
+    bool complete = true;
+};
+
 /// Reads a plan and checks it against the catalogue. Throws nothing, whatever the text is.
 /// @param path of the file of the text
-Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups);
+Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups,
+            const ParameterValues& values = {});
 
 /// Reads a file of up to 4 MiB. Throws std::system_error if it cannot be read.
 std::string readFile(const std::string& path);
@@ -41,7 +52,7 @@ struct PlanFile {
 };
 
 /// Reads and checks a plan. A file that cannot be read has one problem, unreadable().
-PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups);
+PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups, const ParameterValues& values = {});
 
 /// The default folder of the plans that come with the tool, from the root of the source tree.
 inline constexpr const char* kShippedPlans = "share/plans";

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 
 #include "protocol/Quantity.h"
@@ -27,13 +28,43 @@ void checkVariables(Context& context, const toml::node& node, std::string_view t
 {
     for (const std::string& name : variablesIn(text)) {
         if (!context.variables.contains(name)) {
-            protocol::toml_file::report(context.problems, node,
-                                        fmt::format("expected an earlier step with store = \"{}\", got none", name));
+            std::vector<std::string_view> names;
+            std::ranges::transform(context.variables, std::back_inserter(names),
+                                   [](const auto& each) { return std::string_view(each.first); });
+            protocol::toml_file::report(
+                context.problems, node,
+                fmt::format("expected an earlier step with store = \"{}\" or a parameter of this name, got none{}",
+                            name, protocol::didYouMean(name, names)));
         }
     }
 }
 
-std::optional<std::string> writtenValue(Context& context, const toml::node& node, std::string_view name)
+namespace {
+
+/// Puts the values of parameters into a text. A number brings its unit, if the field has one.
+std::string fillIn(Context& context, const std::string& text, const protocol::catalogue::Field* field)
+{
+    Variables values;
+    for (const std::string& name : variablesIn(text)) {
+        const auto found = context.variables.find(name);
+        values[name] = fmt::format("${{{}}}", name);
+        if (found == context.variables.end() || !found->second.value) {
+            continue;
+        }
+        const Variable& variable = found->second;
+        const bool measures = field != nullptr && (field->scale || !field->unit.empty()) && text == values[name];
+        values[name] = *variable.value + (measures ? variable.unit : "");
+        if (field != nullptr && field->secret) {
+            context.secrets.insert(name);
+        }
+    }
+    return substitute(text, values);
+}
+
+}  // namespace
+
+std::optional<std::string> writtenValue(Context& context, const toml::node& node, std::string_view name,
+                                        const protocol::catalogue::Field* field)
 {
     if (const auto* integer = node.as_integer()) {
         return fmt::to_string(integer->get());
@@ -43,7 +74,7 @@ std::optional<std::string> writtenValue(Context& context, const toml::node& node
     }
     if (const auto* text = node.as_string()) {
         checkVariables(context, node, text->get());
-        return text->get();
+        return fillIn(context, text->get(), field);
     }
     protocol::toml_file::report(context.problems, node,
                                 fmt::format("{}: expected {}", inQuotes(name),
@@ -109,7 +140,7 @@ constexpr std::pair<std::string_view, Is> kOperators[] = {
 /// Adds the value of a condition, as the run stores such a value.
 void addValue(Context& context, const toml::node& node, const Variable& variable, Condition& condition)
 {
-    auto value = writtenValue(context, node, condition.variable);
+    auto value = writtenValue(context, node, condition.variable, variable.field);
     if (!value) {
         return;
     }
@@ -173,7 +204,9 @@ std::vector<Condition> loadConditions(Context& context, TableReader& reader)
     }
     for (const auto& [key, node] : *table) {
         if (!context.variables.contains(key.str())) {
-            report(context, key, fmt::format("expected an earlier step with store = \"{}\", got none", key.str()));
+            report(context, key,
+                   fmt::format("expected an earlier step with store = \"{}\" or a parameter of this name, got none",
+                               key.str()));
         }
         if (node.is_array()) {
             protocol::toml_file::report(

@@ -2,6 +2,7 @@
 
 #include <toml++/toml.h>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 #include "protocol/Text.h"
 #include "protocol/toml/TableReader.h"
 #include "station/plan/Plan.h"
+#include "station/plan/Variables.h"
 
 /// Shared by the parts of the plan loader.
 namespace station::plan::loading {
@@ -20,6 +22,31 @@ struct Variable {
     bool isNumber = false;
     /// The answers of a question with choices.
     std::vector<std::string> choices = {};
+    /// Of a number that does not come from a field.
+    std::string unit = {};
+    /// Whether it is a parameter, and its value if it has one.
+    bool isParameter = false;
+    std::optional<std::string> value = {};
+};
+
+/// A row of a table of limits.
+struct LimitRow {
+    std::string place;  ///< "limits.csv:4"
+    std::string measurement;
+    std::optional<double> minimum;
+    std::optional<double> maximum;
+    std::string unit;
+    /// Of a parameter; then there are no limits.
+    std::optional<std::string> value;
+};
+
+/// The table of limits that the plan names.
+struct LimitTable {
+    std::string file;
+    /// By variant, then in the order of the file.
+    std::map<std::string, std::vector<LimitRow>, std::less<>> variants;
+    /// The limits that the plan has asked for.
+    std::set<std::string, std::less<>> used;
 };
 
 struct Context {
@@ -37,6 +64,10 @@ struct Context {
 
     /// Variables that the steps so far store.
     std::map<std::string, Variable, std::less<>> variables = {};
+    /// The table of limits; nullptr for none.
+    std::shared_ptr<LimitTable> limits = {};
+    /// Parameters that go into a secret field.
+    std::set<std::string, std::less<>> secrets = {};
     /// Ids of the questions so far.
     std::set<std::string, std::less<>> questions = {};
 
@@ -55,8 +86,10 @@ inline bool isNumber(const protocol::catalogue::Field& field)
 void report(Context& context, const toml::key& key, std::string text);
 
 /// @returns a value as a user writes it on a command line; nothing, with a problem, for a value that is neither a
-/// number nor a text. Reports ${variables} that no earlier step stores.
-std::optional<std::string> writtenValue(Context& context, const toml::node& node, std::string_view name);
+/// number nor a text. Reports ${variables} that no earlier step stores, and puts the values of parameters in.
+/// @param field in which the value goes, or with which it is compared; nullptr for none
+std::optional<std::string> writtenValue(Context& context, const toml::node& node, std::string_view name,
+                                        const protocol::catalogue::Field* field = nullptr);
 
 /// Reports ${variables} in the text of `node` that no earlier step stores.
 void checkVariables(Context& context, const toml::node& node, std::string_view text);
@@ -74,6 +107,20 @@ int count(protocol::toml_file::TableReader& reader, std::string_view key, int ot
 std::vector<Expected> loadExpected(Context& context, const toml::table& table,
                                    const std::vector<const protocol::catalogue::Field*>& fields,
                                    const std::string& frame);
+
+/// Reads `min`, `max` and `unit`, or `limits`. Without a field, the unit is the author's choice.
+void loadLimits(Context& context, protocol::toml_file::TableReader& reader, Expected& expected);
+
+/// Reads the parameters of a plan and the table of limits that it names.
+/// @returns the parameters, with the values that `given` and the table have for them.
+std::vector<Parameter> loadParameters(Context& context, protocol::toml_file::TableReader& plan,
+                                      const std::vector<GivenValue>& given);
+
+/// Reports what a plan without a run lacks: the values of parameters, and the variant of limits.
+void checkComplete(Context& context, const toml::table& plan, const std::vector<Parameter>& parameters);
+
+/// Reports the rows of the table of limits that the plan has not asked for.
+void checkUsed(Context& context, const toml::table& plan);
 
 /// Reads the expectation of an operator's answer. @returns nothing, with a problem, for a wrong one.
 std::optional<Expected> loadAnswer(Context& context, const toml::node& node, const Prompt& prompt);

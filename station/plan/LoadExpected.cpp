@@ -5,7 +5,6 @@
 #include <array>
 #include <iterator>
 
-#include "protocol/Quantity.h"
 #include "protocol/catalogue/Codec.h"
 #include "station/Pattern.h"
 #include "station/plan/Judge.h"
@@ -17,66 +16,6 @@ namespace station::plan::loading {
 namespace catalogue = protocol::catalogue;
 using catalogue::Field;
 using protocol::toml_file::TableReader;
-
-namespace {
-
-/// @returns whether `unit` is the field's, as in "10 kHz" for "10 kHz on FM".
-bool isUnitOf(const Field& field, std::string_view unit)
-{
-    return unit == field.unit || (field.unit.starts_with(unit) && field.unit.substr(unit.size()).starts_with(" "));
-}
-
-void loadUnit(TableReader& reader, const Field& field, Expected& expected)
-{
-    expected.unit = field.unit;
-    if (const auto unit = reader.optionalText("unit")) {
-        expected.scaled = field.scale && *unit == field.scale->unit;
-        expected.unit = expected.scaled ? unitOf(*field.scale) : expected.unit;
-        if (!expected.scaled && !isUnitOf(field, *unit)) {
-            std::vector<std::string> units;
-            for (const auto& each : {field.unit, field.scale ? field.scale->unit : field.unit}) {
-                if (!each.empty() && (units.empty() || units.back() != inQuotes(each))) {
-                    units.push_back(inQuotes(each));
-                }
-            }
-            reader.report("unit", fmt::format("'unit': expected {}, got {}",
-                                              units.empty() ? "none" : fmt::format("{}", fmt::join(units, " or ")),
-                                              inQuotes(*unit)));
-        }
-    }
-}
-
-void checkRange(TableReader& reader, const Field& field, const Expected& expected)
-{
-    const auto& low = expected.minimum;
-    const auto& high = expected.maximum;
-    if (!low && !high) {
-        return;
-    }
-    const std::string_view key = low ? "min" : "max";
-    if (!isNumber(field)) {
-        reader.report(key, fmt::format("{}: expected 'equals' or 'matches' for a text or bytes, got {}",
-                                       inQuotes(field.name), inQuotes(key)));
-        return;
-    }
-    if (low && high && *low > *high) {
-        reader.report("max", fmt::format("'max': expected at least {}, got {}", protocol::shortText(*low),
-                                         protocol::shortText(*high)));
-        return;
-    }
-    const double factor = expected.scaled ? field.scale->factor : 1;
-    const double least = static_cast<double>(field.minimum) * factor;
-    const double most = static_cast<double>(field.maximum) * factor;
-    const bool tooHigh = low && !isAtMost(*low, most);
-    if (tooHigh || (high && !isAtMost(least, *high))) {
-        const char* wrong = tooHigh ? "min" : "max";
-        reader.report(wrong,
-                      fmt::format("'{}': expected a limit from {} to {}, got {}", wrong, protocol::shortText(least),
-                                  protocol::shortText(most), protocol::shortText(tooHigh ? *low : *high)));
-    }
-}
-
-}  // namespace
 
 void checkPattern(Context& context, const toml::node& node, const std::string& pattern)
 {
@@ -126,6 +65,8 @@ void loadCount(Context& context, TableReader& reader, const Field& field, Expect
     const Expected limits = loadField(context, *reader.node("count"), count);
     expected.minimum = limits.minimum;
     expected.maximum = limits.maximum;
+    expected.minimumOf = limits.minimumOf;
+    expected.maximumOf = limits.maximumOf;
     expected.equals = limits.equals;
     if (const toml::table* table = reader.raw()["count"].as_table()) {
         if (table->contains("present")) {
@@ -202,7 +143,7 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
         return expected;
     }
     if (!node.is_table()) {
-        if (auto text = writtenValue(context, node, field.name)) {
+        if (auto text = writtenValue(context, node, field.name, &field)) {
             checkLiteral(context, node, field, *text);
             expected.equals = std::move(text);
         }
@@ -215,12 +156,9 @@ Expected loadField(Context& context, const toml::node& node, const Field& field)
                                            inQuotes(field.name), key));
         }
     }
-    expected.minimum = reader.number("min");
-    expected.maximum = reader.number("max");
-    loadUnit(reader, field, expected);
-    checkRange(reader, field, expected);
+    loadLimits(context, reader, expected);
     if (const auto* value = reader.node("equals")) {
-        if (auto text = writtenValue(context, *value, "equals")) {
+        if (auto text = writtenValue(context, *value, "equals", &field)) {
             checkLiteral(context, *value, field, *text);
             expected.equals = std::move(text);
         }
@@ -301,14 +239,7 @@ std::optional<Expected> loadAnswer(Context& context, const toml::node& node, con
                 return std::nullopt;
             }
             TableReader reader(*node.as_table(), "expectation", context.problems);
-            expected.minimum = reader.number("min");
-            expected.maximum = reader.number("max");
-            expected.unit = reader.text("unit");
-            if (expected.minimum && expected.maximum && *expected.minimum > *expected.maximum) {
-                reader.report("max",
-                              fmt::format("'max': expected at least {}, got {}", protocol::shortText(*expected.minimum),
-                                          protocol::shortText(*expected.maximum)));
-            }
+            loadLimits(context, reader, expected);
             reader.finish();
             return expected;
         }

@@ -254,7 +254,7 @@ private:
                                                     : suggestion));
             return false;
         }
-        const auto text = writtenValue(context_, node, key.str());
+        const auto text = writtenValue(context_, node, key.str(), &*param);
         if (!text) {
             return false;
         }
@@ -440,7 +440,9 @@ private:
             prompt.expect->equals = "yes";
         }
         if (const auto name = reader_.optionalText("store")) {
-            addVariable(*reader_.node("store"), *name, {nullptr, prompt.kind == Prompt::Kind::kNumber, prompt.choices});
+            addVariable(*reader_.node("store"), *name,
+                        {nullptr, prompt.kind == Prompt::Kind::kNumber, prompt.choices,
+                         prompt.expect ? prompt.expect->unit : std::string()});
             prompt.store = *name;
         }
         prompt.keep = loadKeep(reader_);
@@ -559,6 +561,11 @@ private:
         if (!isVariableName(name)) {
             problem(node, fmt::format("'store': expected letters, digits, '-' and '_', got {}", inQuotes(name)));
         }
+        const auto known = context_.variables.find(name);
+        if (known != context_.variables.end() && known->second.isParameter) {
+            problem(node, fmt::format("'store': expected another name than the parameter's, got {}", inQuotes(name)));
+            return;
+        }
         context_.variables.insert_or_assign(name, std::move(variable));
     }
 
@@ -586,7 +593,9 @@ private:
         step_.ifStored = reader_.text("if_stored");
         if (!step_.ifStored.empty() && !context_.variables.contains(step_.ifStored)) {
             reader_.report("if_stored",
-                           fmt::format("expected an earlier step with store = \"{}\", got none", step_.ifStored));
+                           fmt::format("expected an earlier step with store = \"{}\" or a parameter of this name, "
+                                       "got none",
+                                       step_.ifStored));
         }
     }
 

@@ -9,6 +9,12 @@
 
 namespace station::plan {
 
+std::string shownValue(const Parameter& parameter)
+{
+    const std::string value = parameter.value.value_or("");
+    return parameter.secret ? std::string(value.size(), protocol::catalogue::kMask) : value;
+}
+
 namespace catalogue = protocol::catalogue;
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,6 +29,18 @@ enum class Records : std::uint8_t {
     kCount,  ///< as many as the limits say
 };
 
+/// A limit that is computed: "${before} - 5".
+struct Formula {
+    /// Numbers, ${variables}, + - * / and parentheses.
+    std::string text;
+    /// In which it counts; empty for a bare number.
+    std::string unit;
+    /// To which its value is converted.
+    std::string wanted;
+    /// The units of its variables, as far as they have one.
+    std::map<std::string, std::string, std::less<>> units;
+};
+
 /// The demands on a value, all of which must hold. Texts may contain ${variables}.
 struct Expected {
     /// Field of the frame, or the question's id.
@@ -38,6 +51,9 @@ struct Expected {
     std::optional<bool> present;
     std::optional<double> minimum;
     std::optional<double> maximum;
+    /// In place of `minimum` and `maximum`, if they hold variables that steps store.
+    std::optional<Formula> minimumOf = {};
+    std::optional<Formula> maximumOf = {};
     std::optional<std::string> equals;
     std::optional<std::string> matches;
     /// Of the limits and of the value in reports.
@@ -196,6 +212,25 @@ struct Group {
     std::vector<Condition> onlyIf;
 };
 
+/// A value that the station or the user gives to the plan. It is a variable of every run.
+struct Parameter {
+    std::string name;
+    bool isNumber = false;
+    std::string unit;
+    std::string help;
+    /// The value that holds without another, as a user writes it.
+    std::optional<std::string> otherwise;
+    /// The value in force, without the unit; nothing if none is given.
+    std::optional<std::string> value;
+    /// The source of the value: "default", "limits.csv:4", "station.toml:12:9", "--set".
+    std::string from;
+    /// Whether to mask the value wherever it is shown or recorded, because it belongs to a secret field.
+    bool secret = false;
+};
+
+/// @returns the value in force, masked if it is a secret; empty for none.
+std::string shownValue(const Parameter& parameter);
+
 struct Plan {
     std::string path;
     std::string name;
@@ -203,6 +238,7 @@ struct Plan {
     /// The author's number of this state of the plan; may be empty.
     std::string version;
     std::string description;
+    std::vector<Parameter> parameters;
     std::vector<Group> setup;
     std::vector<Group> main;
     std::vector<Group> teardown;

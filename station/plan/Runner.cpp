@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <string>
 
+#include "protocol/Quantity.h"
 #include "station/plan/LineWatch.h"
 #include "station/plan/RunControl.h"
 #include "station/plan/StepRunner.h"
@@ -17,6 +18,21 @@ namespace station::plan {
 using record::Verdict;
 
 namespace {
+
+/// @returns the values in force, as the record has them.
+std::vector<record::Run::Parameter> parametersOf(const Plan& plan)
+{
+    std::vector<record::Run::Parameter> list;
+    for (const Parameter& each : plan.parameters) {
+        record::Scalar value = shownValue(each);
+        const auto number = each.isNumber && !each.secret ? protocol::parseFinite(shownValue(each)) : std::nullopt;
+        if (number) {
+            value = *number;
+        }
+        list.push_back({each.name, std::move(value), each.unit, each.from});
+    }
+    return list;
+}
 
 /// One run of one plan.
 class Runner
@@ -48,6 +64,7 @@ public:
         run_.plan.path = plan.path;
         run_.plan.steps = total_;
         run_.plan.version = plan.version;
+        run_.plan.parameters = parametersOf(plan);
         run_.started = std::chrono::system_clock::now();
         serial_.give(run_.unit.serial);
         run_.unit.serial = serial_.known();
@@ -60,6 +77,9 @@ public:
         try {
             Connection connection(port_, {reconnect_, &line_, &control_.interrupt()});
             StepRunner runner(connection, line_, surroundings_, control_, run_, serial_, observer_);
+            for (const Parameter& each : plan_.parameters) {
+                runner.know(each.name, each.value.value_or(""));
+            }
             runner_ = &runner;
             runPhases();
             runner_ = nullptr;

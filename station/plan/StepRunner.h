@@ -39,6 +39,9 @@ public:
     bool unitRestarted();
     const Variables& variables() const { return variables_; }
 
+    /// Gives a variable its value before the first step.
+    void know(const std::string& variable, const std::string& value) { variables_[variable] = value; }
+
     /// Limits the time of the following steps; nullptr for no limit.
     void limitBy(const TimeLimit* limit) { limit_ = limit; }
 

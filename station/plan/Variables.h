@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -9,6 +10,21 @@ namespace station::plan {
 
 /// Values that a run has kept, by name.
 using Variables = std::map<std::string, std::string, std::less<>>;
+
+/// A value for a parameter of plans.
+struct GivenValue {
+    enum class Type : std::uint8_t {
+        kWord,  ///< as a user writes it on a command line
+        kNumber,
+        kText,
+    };
+
+    std::string name;
+    std::string value;
+    /// Names the source in messages and records: "--set", "station.toml:12:9".
+    std::string from;
+    Type type = Type::kWord;
+};
 
 /// @returns the names that `text` asks for with ${name}, in order.
 std::vector<std::string> variablesIn(std::string_view text);

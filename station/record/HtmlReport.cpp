@@ -102,7 +102,7 @@ private:
         return run_.plan.title.empty() ? (run_.plan.name.empty() ? run_.id : run_.plan.name) : run_.plan.title;
     }
 
-    static void addFact(Node facts, const char* term, const std::string& value, const char* styleClass = "")
+    static void addFact(Node facts, const std::string& term, const std::string& value, const char* styleClass = "")
     {
         if (!value.empty()) {
             Node both = add(facts, "div");
@@ -447,6 +447,10 @@ private:
         addFact(origin, "Ended", toText(run_.ended));
         addFact(origin, "Plan", run_.plan.path, "mono");
         addFact(origin, "Version of the plan", run_.plan.version);
+        for (const Run::Parameter& each : run_.plan.parameters) {
+            addFact(origin, "Parameter " + printable(each.name),
+                    fmt::format("{} ({})", toText(each.value, each.unit), printable(each.from)));
+        }
         addFact(origin, "SHA-256 of the plan", run_.plan.sha256, "mono");
         addFact(origin, "SHA-256 of the protocol catalogue", run_.catalogueSha256, "mono");
         addFact(origin, "Version of the station tool", run_.station.version);

@@ -132,7 +132,7 @@ Counts addNote(pugi::xml_node suite, const std::string& suiteName, Verdict verdi
 void addProperties(pugi::xml_node suite, const Run& run)
 {
     pugi::xml_node properties = suite.append_child("properties");
-    const auto add = [&properties](const char* key, const std::string& value) {
+    const auto add = [&properties](const std::string& key, const std::string& value) {
         if (!value.empty()) {
             pugi::xml_node property = properties.append_child("property");
             setAttribute(property, "name", key);
@@ -153,6 +153,9 @@ void addProperties(pugi::xml_node suite, const Run& run)
     add("plan.version", run.plan.version);
     add("verify_limits", run.verifies);
     add("plan.sha256", run.plan.sha256);
+    for (const Run::Parameter& each : run.plan.parameters) {
+        add("plan.parameter." + each.name, toText(each.value, each.unit));
+    }
     add("catalogue.sha256", run.catalogueSha256);
 }
 

@@ -293,6 +293,15 @@ Run::StationInfo readStation(const RecordReader& station)
             station.maybe("line", &RecordReader::text).value_or("")};
 }
 
+/// @param list nothing in older records
+std::vector<Run::Parameter> readParameters(const std::optional<RecordReader>& list)
+{
+    const auto read = [](const RecordReader& each) -> Run::Parameter {
+        return {each.textAt("name"), each.at("value").scalar(), each.textAt("unit"), each.textAt("from")};
+    };
+    return list ? list->each(read) : std::vector<Run::Parameter>();
+}
+
 EventRange readRange(const RecordReader& range)
 {
     const auto ends = range.each(&RecordReader::whole);
@@ -378,7 +387,8 @@ public:
                     plan.textAt("path"),
                     plan.textAt("sha256"),
                     plan.maybe("steps", &RecordReader::whole).value_or(0),
-                    plan.maybe("version", &RecordReader::text).value_or("")};
+                    plan.maybe("version", &RecordReader::text).value_or(""),
+                    readParameters(plan.find("parameters"))};
         run.catalogueSha256 = reader.at("catalogue").textAt("sha256");
         run.verifies = reader.maybe("verify_limits", &RecordReader::text).value_or("");
         if (const auto line = reader.find("line")) {
@@ -649,9 +659,13 @@ private:
         run_.started = reader.at("at").time();
         run_.unit = {reader.textAt("serial"), reader.textAt("port"), reader.at("baud").baud()};
         run_.station = readStation(reader.at("station"));
-        run_.plan = {reader.textAt("plan"),      reader.textAt("title"),
-                     reader.textAt("path"),      reader.textAt("plan_sha256"),
-                     reader.at("steps").whole(), reader.maybe("plan_version", &RecordReader::text).value_or("")};
+        run_.plan = {reader.textAt("plan"),
+                     reader.textAt("title"),
+                     reader.textAt("path"),
+                     reader.textAt("plan_sha256"),
+                     reader.at("steps").whole(),
+                     reader.maybe("plan_version", &RecordReader::text).value_or(""),
+                     readParameters(reader.find("plan_parameters"))};
         run_.catalogueSha256 = reader.textAt("catalogue_sha256");
         run_.verifies = reader.maybe("verify_limits", &RecordReader::text).value_or("");
         for (auto& each : reader.at("phases").each(&RecordReader::text)) {

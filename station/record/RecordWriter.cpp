@@ -145,6 +145,13 @@ Json attempt(const Attempt& one)
             {"events", {one.events.begin, one.events.end}}};
 }
 
+Json parameters(const Run& run)
+{
+    return list(run.plan.parameters, [](const Run::Parameter& each) -> Json {
+        return {{"name", each.name}, {"value", value(each.value)}, {"unit", each.unit}, {"from", each.from}};
+    });
+}
+
 Json tally(const Tally& counts)
 {
     Json json = Json::object();
@@ -305,7 +312,8 @@ public:
                         {"path", run_.plan.path},
                         {"version", run_.plan.version},
                         {"sha256", run_.plan.sha256},
-                        {"steps", run_.plan.steps}}},
+                        {"steps", run_.plan.steps},
+                        {"parameters", parameters(run_)}}},
                       {"catalogue", {{"sha256", run_.catalogueSha256}}}});
         if (!run_.verifies.empty()) {
             stream_.keys({{"verify_limits", run_.verifies}});
@@ -478,6 +486,7 @@ Json lines::started(const Run& run)
                  {"path", run.plan.path},
                  {"plan_version", run.plan.version},
                  {"plan_sha256", run.plan.sha256},
+                 {"plan_parameters", parameters(run)},
                  {"catalogue_sha256", run.catalogueSha256},
                  {"phases", list(run.phases, [](const Phase& each) -> Json { return each.name; })}});
     if (!run.verifies.empty()) {

@@ -294,6 +294,15 @@ struct Run {
 
         bool operator==(const StationInfo&) const = default;
     } station;
+    /// A value that the plan ran with.
+    struct Parameter {
+        std::string name;
+        Scalar value;
+        std::string unit;
+        std::string from;  ///< "default", "limits.csv:4", "station.toml:12:9", "--set"
+
+        bool operator==(const Parameter&) const = default;
+    };
     struct PlanInfo {
         std::string name;
         std::string title;
@@ -301,6 +310,7 @@ struct Run {
         std::string sha256;
         std::size_t steps = 0;  ///< each counted once; 0 if not known
         std::string version;    ///< as the plan states it; empty if it does not
+        std::vector<Parameter> parameters = {};
 
         bool operator==(const PlanInfo&) const = default;
     } plan;

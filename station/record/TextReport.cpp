@@ -115,6 +115,10 @@ private:
         line(0, "Line " + lineText(run_.line));
         line(0, "Run " + printable(run_.id) + behind(", operator ", run_.station.operatorName) +
                     behind(", verifies the limits as a unit that is ", run_.verifies));
+        for (const Run::Parameter& each : run_.plan.parameters) {
+            line(0, fmt::format("Parameter {} = {} ({})", printable(each.name), toText(each.value, each.unit),
+                                printable(each.from)));
+        }
     }
 
     void repeated()

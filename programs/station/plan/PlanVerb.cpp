@@ -95,14 +95,80 @@ int refuseFile(const Tool& tool, const std::string& path, const Problems& proble
     return kWrongUse;
 }
 
-int check(const Tool& tool, const std::vector<std::string>& paths)
+/// The values of parameters on a command line.
+struct ParameterOptions {
+    std::vector<std::string> set;
+    std::string variant;
+};
+
+/// Adds --set and --variant.
+void addParameters(CLI::App& verb, ParameterOptions& options)
+{
+    verb.add_option("--set", options.set, "NAME=VALUE: gives a parameter of the plan its value; may be repeated")
+        ->check(
+            [](const std::string& text) {
+                const std::size_t end = text.find('=');
+                return end == 0 || end == std::string::npos ? "expected NAME=VALUE, got " + protocol::inQuotes(text)
+                                                            : std::string();
+            },
+            "")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("NAME=VALUE");
+    verb.add_option("--variant", options.variant, "Variant of the unit, whose limits hold")
+        ->check(checkNotEmpty, "")
+        ->type_name("NAME");
+}
+
+/// @returns the values of the station's file, then those of the command line.
+station::plan::ParameterValues valuesOf(const Tool& tool, const ParameterOptions& options)
+{
+    station::plan::ParameterValues values{tool.station->config().parameters};
+    for (const std::string& each : options.set) {
+        const std::size_t end = each.find('=');
+        values.given.push_back({each.substr(0, end), each.substr(end + 1), "--set"});
+    }
+    if (!options.variant.empty()) {
+        values.given.push_back({"variant", options.variant, "--variant"});
+    }
+    return values;
+}
+
+/// @returns "limit = 40 dB (default): help".
+std::string parameterText(const station::plan::Parameter& parameter)
+{
+    return fmt::format("{} = {} ({}){}", parameter.name,
+                       printable(protocol::withUnit(shownValue(parameter), parameter.unit)), printable(parameter.from),
+                       parameter.help.empty() ? "" : ": " + printable(parameter.help));
+}
+
+Json parametersJson(const station::plan::Plan& plan)
+{
+    Json list = Json::array();
+    for (const auto& each : plan.parameters) {
+        Json json{{"name", each.name},
+                  {"type", each.isNumber ? "number" : "text"},
+                  {"unit", each.unit},
+                  {"help", each.help},
+                  {"default", each.otherwise && !each.secret ? Json(*each.otherwise) : Json()}};
+        if (each.value) {
+            json["value"] = shownValue(each);
+            json["from"] = each.from;
+        }
+        list.push_back(std::move(json));
+    }
+    return list;
+}
+
+int check(const Tool& tool, const std::vector<std::string>& paths, const ParameterOptions& options)
 {
     Json files = Json::array();
     bool sound = true;
     for (const auto& given : paths) {
         PlanFile file;
         try {
-            file = readPlan(tool.station->findPlan(given), groups());
+            file = readPlan(tool.station->findPlan(given), groups(), valuesOf(tool, options));
         } catch (const protocol::UserError& error) {
             // The message begins with the name, as a problem's line does.
             file.path = given;
@@ -114,13 +180,17 @@ int check(const Tool& tool, const std::vector<std::string>& paths)
             files.push_back({{"file", path},
                              {"sound", file.loaded.plan.has_value()},
                              {"problems", problemsJson(file.loaded.problems)},
-                             {"warnings", problemsJson(file.loaded.warnings)}});
+                             {"warnings", problemsJson(file.loaded.warnings)},
+                             {"parameters", file.loaded.plan ? parametersJson(*file.loaded.plan) : Json::array()}});
             continue;
         }
         printProblems(path, file.loaded.problems);
         printProblems(path, file.loaded.warnings, "warning: ");
         if (file.loaded.plan) {
             std::puts(fmt::format("{}: sound, {}", printable(path), sizeText(*file.loaded.plan)).c_str());
+            for (const auto& each : file.loaded.plan->parameters) {
+                std::puts(("  " + parameterText(each)).c_str());
+            }
         }
     }
     if (tool.json) {
@@ -155,7 +225,7 @@ int list(const Tool& tool, const std::vector<std::string>& directories)
     }
     Json plans = Json::array();
     for (const auto& path : paths) {
-        const PlanFile file = readPlan(path, groups());
+        const PlanFile file = readPlan(path, groups(), {tool.station->config().parameters, false});
         printProblems(path, file.loaded.problems);
         sound = sound && file.loaded.plan.has_value();
         if (!file.loaded.plan) {
@@ -169,7 +239,8 @@ int list(const Tool& tool, const std::vector<std::string>& directories)
                              {"title", plan.title},
                              {"steps", plan.stepCount()},
                              {"at_least_s", std::chrono::duration<double>(estimate.duration).count()},
-                             {"open_steps", estimate.open}});
+                             {"open_steps", estimate.open},
+                             {"parameters", parametersJson(plan)}});
         } else {
             std::puts(fmt::format("{:<16} {:4} steps  {:<16}  {}", plan.name, plan.stepCount(), durationText(estimate),
                                   printable(plan.title))
@@ -190,6 +261,7 @@ struct PlanRunOptions {
     bool noRecord = false;
     bool verbose = false;
     std::string operatorName;
+    ParameterOptions parameters;
     station::plan::RunRequest request;
 };
 
@@ -278,7 +350,7 @@ int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::P
 
 int runPlanAtPorts(Tool& tool, PlanRunOptions options)
 {
-    const PlanFile file = readPlan(options.plan, groups());
+    const PlanFile file = readPlan(options.plan, groups(), valuesOf(tool, options.parameters));
     if (!file.loaded.plan) {
         return refuseFile(tool, options.plan, file.loaded.problems);
     }
@@ -316,8 +388,11 @@ void addPlanCheck(Tool& tool, CLI::App& noun)
                                                "Each mistake is a line FILE:LINE:COLUMN: TEXT on standard error.");
     const auto paths = std::make_shared<std::vector<std::string>>();
     verb->add_option("FILE", *paths, "Plans to check")->required()->type_name("FILE");
+    const auto options = std::make_shared<ParameterOptions>();
+    addParameters(*verb, *options);
     verb->footer("Examples:\n  engineering-station plan check share/plans/*.toml");
-    verb->callback([&tool, paths] { tool.action = [&tool, paths] { return check(tool, *paths); }; });
+    verb->callback(
+        [&tool, paths, options] { tool.action = [&tool, paths, options] { return check(tool, *paths, *options); }; });
 }
 
 void addPlanList(Tool& tool, CLI::App& noun)
@@ -373,6 +448,7 @@ void addRun(Tool& tool, CLI::App& noun)
                      "Serial number of the unit; if the unit reports another one, the run is an ERROR")
         ->check(checkNotEmpty, "")
         ->type_name("SERIAL");
+    addParameters(*verb, options->parameters);
     addReconnect(*verb, options->reconnectSeconds);
     verb->add_flag("--yes", options->request.destructive, "Run a plan with commands that cannot be undone");
     verb->add_flag("-q,--quiet", options->quiet, "Print the summary only");
