@@ -130,10 +130,15 @@ std::string limitText(const LimitProof& proof)
 /// @returns whether a run of the plan proves limits, by the first line of its record.
 bool proves(const std::filesystem::path& record, const std::string& sha256)
 {
+    constexpr std::size_t kLongestLine = 1 << 16;
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(record, error)) {
+        return false;
+    }
     std::ifstream file(record, std::ios::binary);
-    std::string line;
-    std::getline(file, line);
-    const auto started = ordered_json::parse(line, nullptr, false);
+    std::string line(kLongestLine, ' ');
+    file.getline(line.data(), std::ssize(line));
+    const auto started = ordered_json::parse(line.c_str(), nullptr, false);
     return started.is_object() && started.contains("verify_limits") && started.value("plan_sha256", "") == sha256;
 }
 

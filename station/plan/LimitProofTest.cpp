@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -188,6 +189,10 @@ TEST_F(LimitProofTest, OnlyFinishedRunsOfThisStateOfThePlanThatProveLimitsCount)
     write("other-6", "bad", "1", 10);
     std::filesystem::create_directory(directory.path() / "proof-7");
     std::ofstream(directory.path() / "proof-8");
+    std::filesystem::create_directory(directory.path() / "proof-9.pipe");
+    ASSERT_EQ(mkfifo((directory.path() / "proof-9.pipe" / record::kRecordFile).c_str(), 0600), 0);
+    std::filesystem::create_directory(directory.path() / "proof-9.zeros");
+    std::ofstream(directory.path() / "proof-9.zeros" / record::kRecordFile) << std::string(100'000, '\0');
 
     LimitProofs found = proveLimits(plan_, "1", directory.path());
     EXPECT_EQ(found.goodRuns, 1U);
