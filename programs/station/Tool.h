@@ -155,12 +155,13 @@ void setUp(Tool& tool);
 /// @returns the exit status when nothing is left to do: --help, --version or wrong use.
 std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv);
 
-AddVerb addPorts, addSend, addEncode, addDecode, addMonitor, addIdentity, addReport, addPlan, addStation, addCatalogue,
-    addCompletion, addMan;
+AddVerb addPorts, addSend, addEncode, addDecode, addMonitor, addReplay, addIdentity, addReport, addPlan, addStation,
+    addCatalogue, addCompletion, addMan;
 
 /// In the order of the help.
-inline constexpr std::array kVerbs{&addPorts,  &addSend, &addEncode,  &addDecode,    &addMonitor,    &addIdentity,
-                                   &addReport, &addPlan, &addStation, &addCatalogue, &addCompletion, &addMan};
+inline constexpr std::array kVerbs{&addPorts,     &addSend,       &addEncode, &addDecode, &addMonitor,
+                                   &addReplay,    &addIdentity,   &addReport, &addPlan,   &addStation,
+                                   &addCatalogue, &addCompletion, &addMan};
 
 void addIdentityRegistry(Tool& tool, CLI::App& noun);
 
