@@ -14,6 +14,7 @@
 #include "protocol/Errors.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
+#include "station/Csv.h"
 #include "station/DecodeInput.h"
 #include "station/trace/PcapngReader.h"
 
@@ -25,7 +26,7 @@ using SystemTime = std::chrono::system_clock::time_point;
 using protocol::catalogue::parseHexBytes;
 
 /// Longer than any line of the forms; hexadecimal text may have no line breaks for a while.
-constexpr std::size_t kLongestLine = std::size_t{4} << 20;
+constexpr std::size_t kLongestTextLine = std::size_t{4} << 20;
 
 /// More wires than anybody looks at.
 constexpr std::size_t kMostChannels = 16;
@@ -179,7 +180,12 @@ class SaleaeForm : public TextForm
 public:
     std::optional<Line> read(std::string_view line) override
     {
-        const auto cells = cellsOf(line);
+        std::vector<std::string> cells;
+        try {
+            cells = csvCells(line);
+        } catch (const protocol::UserError&) {
+            return std::nullopt;
+        }
         if (columns_ == 0) {
             return readHeading(cells) ? std::optional<Line>(std::in_place) : std::nullopt;
         }
@@ -210,25 +216,6 @@ public:
 
 private:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
-
-    static std::vector<std::string> cellsOf(std::string_view line)
-    {
-        static const BytePattern pattern(R"re(\s*(?:"([^"]*)"|([^",]*))\s*(,|$))re");
-        std::vector<std::string> cells;
-        re2::StringPiece rest = piece(line);
-        re2::StringPiece quoted;
-        re2::StringPiece bare;
-        re2::StringPiece separator;
-        do {
-            if (!RE2::Consume(&rest, pattern, &quoted, &bare, &separator)) {
-                return {};
-            }
-            std::string cell(view(quoted.empty() ? bare : quoted));
-            cell.erase(cell.find_last_not_of(" \t\r") + 1);
-            cells.push_back(std::move(cell));
-        } while (!separator.empty());
-        return cells;
-    }
 
     bool readHeading(const std::vector<std::string>& cells)
     {
@@ -597,8 +584,8 @@ void CaptureReader::readLine()
     const bool atEnd = next == std::streambuf::traits_type::eof();
     for (; next != std::streambuf::traits_type::eof() && next != '\n'; next = source_->buffer.sbumpc()) {
         line_ += static_cast<char>(next);
-        if (line_.size() > kLongestLine) {
-            fail(fmt::format("expected a line of at most {} characters, got more", kLongestLine));
+        if (line_.size() > kLongestTextLine) {
+            fail(fmt::format("expected a line of at most {} characters, got more", kLongestTextLine));
         }
     }
     ++lineNumber_;
@@ -714,7 +701,7 @@ std::string CaptureReader::ignored() const
 void CaptureReader::fail(const std::string& what) const
 {
     throw protocol::UserError(
-        fmt::format("{}:{}: {}", name_, lineNumber_ + (line_.size() > kLongestLine ? 1 : 0), what));
+        fmt::format("{}:{}: {}", name_, lineNumber_ + (line_.size() > kLongestTextLine ? 1 : 0), what));
 }
 
 }  // namespace station
