@@ -53,11 +53,21 @@ serial = "factory-serial"
 placeholders = ["", "TEST"]
 [records.factory-serial]
 pattern = "SN[0-9]{6}"
+[parameters]
+limit = 40
+nominal = "94.7 MHz"
 )");
 
     EXPECT_THAT(messages(), IsEmpty());
     EXPECT_EQ(config.name, "EOL 3");
     EXPECT_EQ(config.line, "B");
+    using plan::GivenValue;
+    ASSERT_THAT(config.parameters, testing::SizeIs(2));
+    EXPECT_EQ(config.parameters[0].name + "=" + config.parameters[0].value, "limit=40");
+    EXPECT_EQ(config.parameters[0].type, GivenValue::Type::kNumber);
+    EXPECT_EQ(config.parameters[0].from, "/etc/engineering/station.toml:15:9");
+    EXPECT_EQ(config.parameters[1].value, "94.7 MHz");
+    EXPECT_EQ(config.parameters[1].type, GivenValue::Type::kText);
     EXPECT_EQ(config.results, "/etc/engineering/results");
     EXPECT_EQ(config.registry, "/var/lib/engineering/registry.sqlite");
     EXPECT_THAT(config.plans, ElementsAre("/etc/engineering/plans", "/srv/plans"));

@@ -64,7 +64,7 @@ double arithmetic(const std::string& text, const std::string& shown)
 
 std::string namedUnit(const std::string& unit)
 {
-    return unit.empty() ? "none" : protocol::inQuotes(unit);
+    return unit.empty() ? "no unit" : protocol::inQuotes(unit);
 }
 
 }  // namespace
@@ -118,8 +118,10 @@ double evaluate(const Formula& formula, const Variables& variables)
     }
     const auto converted = protocol::convert(value, formula.unit, formula.wanted);
     if (!converted) {
-        throw NoResult(fmt::format("expected a value that converts to {}, got {}", formula.wanted,
-                                   protocol::withUnit(protocol::shortText(value), formula.unit)));
+        const std::string text = fmt::format("expected a value that converts to {}, got {}", namedUnit(formula.wanted),
+                                             protocol::withUnit(protocol::shortText(value), formula.unit));
+        // Levels of nothing do not exist.
+        protocol::convert(1, formula.unit, formula.wanted) ? throw NoResult(text) : throw protocol::UserError(text);
     }
     // Without the noise of the binary fraction.
     return protocol::parseFinite(protocol::shortText(*converted)).value_or(0);

@@ -28,9 +28,13 @@ void checkVariables(Context& context, const toml::node& node, std::string_view t
 {
     for (const std::string& name : variablesIn(text)) {
         if (!context.variables.contains(name)) {
+            // More names cost more time than a hint is worth.
+            constexpr std::size_t kMostNames = 100;
             std::vector<std::string_view> names;
-            std::ranges::transform(context.variables, std::back_inserter(names),
-                                   [](const auto& each) { return std::string_view(each.first); });
+            if (context.variables.size() <= kMostNames) {
+                std::ranges::transform(context.variables, std::back_inserter(names),
+                                       [](const auto& each) { return std::string_view(each.first); });
+            }
             protocol::toml_file::report(
                 context.problems, node,
                 fmt::format("expected an earlier step with store = \"{}\" or a parameter of this name, got none{}",

@@ -32,7 +32,6 @@ struct Variable {
 /// A row of a table of limits.
 struct LimitRow {
     std::string place;  ///< "limits.csv:4"
-    std::string measurement;
     std::optional<double> minimum;
     std::optional<double> maximum;
     std::string unit;
@@ -43,8 +42,9 @@ struct LimitRow {
 /// The table of limits that the plan names.
 struct LimitTable {
     std::string file;
-    /// By variant, then in the order of the file.
-    std::map<std::string, std::vector<LimitRow>, std::less<>> variants;
+    std::set<std::string, std::less<>> variants;
+    /// By measurement and variant.
+    std::map<std::string, std::map<std::string, LimitRow, std::less<>>, std::less<>> rows;
     /// The limits that the plan has asked for.
     std::set<std::string, std::less<>> used;
 };

@@ -20,12 +20,12 @@ namespace {
 /// The parameter that chooses the rows of the table of limits.
 constexpr std::string_view kVariant = "variant";
 
-std::string namesOf(const LimitTable& table)
+std::string variantsOf(const LimitTable& table)
 {
-    std::vector<std::string_view> names;
-    std::ranges::transform(table.variants, std::back_inserter(names),
-                           [](const auto& each) { return std::string_view(each.first); });
-    return fmt::format("{}", fmt::join(names, ", "));
+    constexpr std::size_t kShown = 10;
+    const std::vector<std::string> names(table.variants.begin(), table.variants.end());
+    return fmt::format("{}{}", fmt::join(std::span(names).first(std::min(names.size(), kShown)), ", "),
+                       names.size() > kShown ? " and others" : "");
 }
 
 /// Reads a table of limits. What is wrong in it is reported where the plan names it.
@@ -88,7 +88,6 @@ private:
         }
         LimitRow row;
         row.place = fmt::format("{}:{}", table_->file, line);
-        row.measurement = cell[1];
         row.minimum = number(cell[2], kColumns[2]);
         row.maximum = number(cell[3], kColumns[3]);
         row.unit = cell[4];
@@ -107,14 +106,17 @@ private:
                                                   protocol::shortText(*row.minimum),
                                                   protocol::shortText(*row.maximum)));
         }
-        const auto [first, isNew] = lines_.try_emplace({cell[0], cell[1]}, line);
+        constexpr std::size_t kMostVariants = 1000;
+        if (table_->variants.insert(cell[0]).second && table_->variants.size() > kMostVariants) {
+            throw protocol::UserError(fmt::format("expected at most {} variants, got more", kMostVariants));
+        }
+        const auto [first, isNew] = table_->rows[cell[1]].try_emplace(cell[0], std::move(row));
         if (!isNew) {
             throw protocol::UserError(
-                fmt::format("expected one row for variant {} and measurement {}, got another in "
-                            "line {}",
-                            inQuotes(cell[0]), inQuotes(cell[1]), first->second));
+                fmt::format("expected one row for variant {} and measurement {}, got another "
+                            "than that of {}",
+                            inQuotes(cell[0]), inQuotes(cell[1]), first->second.place));
         }
-        table_->variants[cell[0]].push_back(std::move(row));
     }
 
     static std::optional<double> number(const std::string& cell, std::string_view column)
@@ -134,7 +136,6 @@ private:
     const toml::node& node_;
     std::shared_ptr<LimitTable> table_ = std::make_shared<LimitTable>();
     std::vector<std::size_t> columns_;  // the place of each column of the file in kColumns
-    std::map<std::pair<std::string, std::string>, std::size_t> lines_;
 };
 
 /// @returns the value of a parameter, without its unit. Throws UserError.
@@ -225,26 +226,32 @@ Parameter loadParameter(Context& context, const toml::key& key, const toml::node
     return parameter;
 }
 
-const std::vector<LimitRow>* rowsOf(const LimitTable& table, const std::optional<std::string>& variant)
+const LimitRow* findRow(const LimitTable& table, std::string_view measurement, std::string_view variant)
 {
-    const auto found = variant ? table.variants.find(*variant) : table.variants.end();
-    return found == table.variants.end() ? nullptr : &found->second;
+    const auto rows = table.rows.find(measurement);
+    if (rows == table.rows.end()) {
+        return nullptr;
+    }
+    const auto row = rows->second.find(variant);
+    return row == rows->second.end() ? nullptr : &row->second;
 }
 
 /// Takes the values of parameters from the rows of the variant.
 void giveByVariant(Context& context, const Parameter& variant, std::vector<Parameter>& parameters)
 {
-    const auto* const rows = rowsOf(*context.limits, variant.value);
-    if (rows == nullptr && variant.value && !context.limits->variants.empty()) {
-        context.problems.push_back(
-            {0, 0,
-             fmt::format("{}: expected a variant of {}, which has {}, got {}", variant.from, context.limits->file,
-                         namesOf(*context.limits), inQuotes(*variant.value))});
+    const LimitTable& table = *context.limits;
+    if (!variant.value) {
+        return;
     }
-    for (const LimitRow& row : rows == nullptr ? std::vector<LimitRow>() : *rows) {
-        const auto parameter = std::ranges::find(parameters, row.measurement, &Parameter::name);
-        if (row.value && parameter != parameters.end() && parameter->name != kVariant) {
-            give(context, *parameter, {parameter->name, *row.value, row.place});
+    if (!table.variants.contains(*variant.value) && !table.variants.empty()) {
+        context.problems.push_back({0, 0,
+                                    fmt::format("{}: expected a variant of {}, which has {}, got {}", variant.from,
+                                                table.file, variantsOf(table), inQuotes(*variant.value))});
+    }
+    for (Parameter& each : parameters) {
+        const LimitRow* row = findRow(table, each.name, *variant.value);
+        if (row != nullptr && row->value && each.name != kVariant) {
+            give(context, each, {each.name, *row->value, row->place});
         }
     }
 }
@@ -305,7 +312,7 @@ void checkComplete(Context& context, const toml::table& plan, const std::vector<
         if (context.limits && each.name == kVariant) {
             protocol::toml_file::report(context.problems, *plan.get("limits"),
                                         fmt::format("expected a variant of {}, as in --variant {}, got none",
-                                                    context.limits->file, namesOf(*context.limits)));
+                                                    context.limits->file, variantsOf(*context.limits)));
         } else if (declared != nullptr && declared->is_table() && !declared->as_table()->contains("default")) {
             protocol::toml_file::report(context.problems, *declared,
                                         fmt::format("'{}': expected a value, as in --set {}={}, got none", each.name,
@@ -322,18 +329,17 @@ void checkUsed(Context& context, const toml::table& plan)
     std::vector<std::string_view> names(context.limits->used.begin(), context.limits->used.end());
     constexpr std::size_t kMostProblems = 10;
     std::size_t problems = 0;
-    for (const auto& [variant, rows] : context.limits->variants) {
-        for (const LimitRow& row : rows) {
-            const auto parameter = context.variables.find(row.measurement);
-            const bool known = row.value ? parameter != context.variables.end() && parameter->second.isParameter &&
-                                               row.measurement != kVariant
-                                         : context.limits->used.contains(row.measurement);
+    for (const auto& [measurement, rows] : context.limits->rows) {
+        const auto parameter = context.variables.find(measurement);
+        const bool isParameter =
+            parameter != context.variables.end() && parameter->second.isParameter && measurement != kVariant;
+        for (const auto& [variant, row] : rows) {
+            const bool known = row.value ? isParameter : context.limits->used.contains(measurement);
             if (!known && ++problems <= kMostProblems) {
                 protocol::toml_file::report(
                     context.problems, *plan.get("limits"),
                     fmt::format("{}: unknown {} {}{}", row.place, row.value ? "parameter" : "measurement",
-                                inQuotes(row.measurement),
-                                row.value ? "" : protocol::didYouMean(row.measurement, names)));
+                                inQuotes(measurement), row.value ? "" : protocol::didYouMean(measurement, names)));
             }
         }
     }
@@ -415,26 +421,28 @@ private:
             return;
         }
         context_.limits->used.insert(*name);
-        const auto variant = context_.variables.find(kVariant);
-        for (const auto& [each, rows] : context_.limits->variants) {
-            const auto row = std::ranges::find_if(
-                rows, [&](const LimitRow& candidate) { return candidate.measurement == *name && !candidate.value; });
-            const bool chosen = variant != context_.variables.end() && variant->second.value == each;
-            if (row != rows.end()) {
-                checkUnit("limits", row->place + ": ", row->unit);
-            } else if (chosen) {
-                reader_.report("limits", fmt::format("{}: expected a row for variant {} and measurement {}, got none",
-                                                     context_.limits->file, inQuotes(each), inQuotes(*name)));
+        if (const auto rows = context_.limits->rows.find(*name); rows != context_.limits->rows.end()) {
+            for (const auto& [each, row] : rows->second) {
+                checkUnit("limits", row.place + ": ", row.unit);
             }
-            if (row != rows.end() && chosen) {
-                unit_ = row->unit;
-                for (auto [number, value, valueOf] :
-                     {std::tuple(row->minimum, &expected_.minimum, &expected_.minimumOf),
-                      std::tuple(row->maximum, &expected_.maximum, &expected_.maximumOf)}) {
-                    if (number) {
-                        limits_.push_back({"limits", number, {}, *value, *valueOf});
-                    }
-                }
+        }
+        const auto variant = context_.variables.find(kVariant);
+        if (variant == context_.variables.end() || !variant->second.value ||
+            !context_.limits->variants.contains(*variant->second.value)) {
+            return;  // reported as a whole
+        }
+        const LimitRow* const row = findRow(*context_.limits, *name, *variant->second.value);
+        if (row == nullptr || row->value) {
+            reader_.report("limits",
+                           fmt::format("{}: expected limits for variant {} and measurement {}, got none",
+                                       context_.limits->file, inQuotes(*variant->second.value), inQuotes(*name)));
+            return;
+        }
+        unit_ = row->unit;
+        for (auto [number, value, valueOf] : {std::tuple(row->minimum, &expected_.minimum, &expected_.minimumOf),
+                                              std::tuple(row->maximum, &expected_.maximum, &expected_.maximumOf)}) {
+            if (number) {
+                limits_.push_back({"limits", number, {}, *value, *valueOf});
             }
         }
     }

@@ -187,6 +187,8 @@ TEST(HtmlReport, TellsWhatWentWrongFirstWithWhatWasExpectedAndWhatCame)
     EXPECT_THAT(texts(document, "//article[1]/table/tbody/tr[1]/*[position() < 4]"),
                 ElementsAre("frequency", "87.5 to 108 MHz", "9.9 MHz"));
     EXPECT_THAT(texts(document, "//article[1]//span[@class='miss']"), ElementsAre("77.6 MHz below the minimum"));
+    EXPECT_THAT(texts(document, "//dl[@class='origin']/div[starts-with(dt, 'Parameter')]/dd"),
+                ElementsAre("40 dB (--set)", "\"EU\" (default)"));
     EXPECT_THAT(texts(document, "//p[@class='lead']"),
                 ElementsAre("3 of 11 steps went wrong, 1 was not run, 2 passed only when repeated."));
 }
@@ -405,6 +407,10 @@ TEST(JunitReport, NamesUnitAndHashesAsProperties)
     EXPECT_STREQ(
         document.select_node("//testsuite[1]/properties/property[@name='plan.sha256']/@value").attribute().value(),
         "0fb30cb2e3fc4b1f5ecb7a9c4d2dc5a6f3b1c1f8a7de5e4f0a86a1f3b9f2c7d1");
+    EXPECT_STREQ(document.select_node("//testsuite[1]/properties/property[@name='plan.parameter.limit']/@value")
+                     .attribute()
+                     .value(),
+                 "40 dB");
 }
 
 struct Silent {
@@ -505,6 +511,8 @@ TEST(TextReport, TellsWhatWentWrongFirst)
             "2026-11-21 14:05:08 UTC, took 9.10 s\n"
             "Line 1 corrupt frame\n"
             "Run end-of-line-20261121-140508.123-ttyUSB0, operator K. Lindqvist\n"
+            "Parameter limit = 40 dB (--set)\n"
+            "Parameter variant = \"EU\" (default)\n"
             "\n"
             "What went wrong\n"
             "\n"

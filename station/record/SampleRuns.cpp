@@ -106,7 +106,8 @@ Run base()
                 "share/plans/end-of-line.toml",
                 "0fb30cb2e3fc4b1f5ecb7a9c4d2dc5a6f3b1c1f8a7de5e4f0a86a1f3b9f2c7d1",
                 0,
-                "1.4"};
+                "1.4",
+                {{"limit", 40.0, "dB", "--set"}, {"variant", std::string("EU"), "", "default"}}};
     run.catalogueSha256 = "8c1d36a5ef7f2f40b6d9e2a1c3b5d7f90a2b4c6d8e0f1a3b5c7d9e1f2a4b6c8d";
     return run;
 }

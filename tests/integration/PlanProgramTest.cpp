@@ -526,6 +526,90 @@ TEST_F(PlanProgramTest, JsonIsOneObjectPerLine)
     EXPECT_EQ(events.back(), "ended");
 }
 
+TEST_F(PlanProgramTest, ParametersAndLimitsOfAVariantHoldInTheRunAndStandInTheRecord)
+{
+    startService();
+    write("limits.csv",
+          "variant,measurement,min,max,unit,value\nEU,fm,87.5,108,MHz,\nEU,nominal,,,,94.7\nJP,fm,76,95,MHz,\n"
+          "JP,nominal,,,,79.5\nUS,fm,98,108,MHz,\n");
+    const auto plan = write("plan.toml", std::string(kHead) + R"(limits = "limits.csv"
+[parameters.nominal]
+type = "number"
+unit = "MHz"
+help = "The station that plays"
+[parameters.offset]
+type = "number"
+default = 10
+unit = "kHz"
+[[main]]
+name = "Tuner"
+steps = [
+  { send = "test.set-mode", with = { mode = "on" } },
+  { send = "tuner.play", with = { frequency = "${nominal}" } },
+  { name = "Plays", send = "tuner.frequency", retries = 20, store = "now", expect = { frequency = { min = "${nominal} - ${offset}", max = "${nominal} + ${offset}", unit = "MHz" } } },
+  { name = "In the band", send = "tuner.frequency", expect = { frequency = { limits = "fm" } } },
+  { name = "Stays", send = "tuner.frequency", expect = { frequency = { min = "${now} - 1", max = "${now} + 1" } } },
+]
+)");
+    const auto check = [&](std::vector<std::string> options) {
+        options.insert(options.begin(), {ENGINEERING_STATION, "plan", "check", plan});
+        return run(options);
+    };
+
+    EXPECT_EQ(check({}).err, plan + ":4:10: expected a variant of limits.csv, as in --variant EU, JP, US, got none\n" +
+                                 plan + ":5:1: 'nominal': expected a value, as in --set nominal=40, got none\n");
+    EXPECT_EQ(check({"--variant", "XX"}).status, 2);
+    EXPECT_EQ(check({"--variant", "EU", "--set", "nominl=90"}).err,
+              "engineering-station: " + plan + ": --set: unknown parameter 'nominl'; did you mean 'nominal'?\n");
+    EXPECT_EQ(check({"--variant", "EU", "--set", "nominal=high"}).err,
+              "engineering-station: " + plan + ": --set: 'nominal': expected a number in MHz, got 'high'\n");
+    EXPECT_EQ(check({"--variant", "EU", "--set", "nominal"}).status, 2);
+    EXPECT_THAT(check({"--variant", "EU"}).out,
+                AllOf(HasSubstr("plan.toml: sound, 5 steps"),
+                      HasSubstr("\n  nominal = 94.7 MHz (limits.csv:3): The station that plays\n"
+                                "  offset = 10 kHz (default)\n  variant = EU (--variant)")));
+
+    environment()["ENGINEERING_STATION"] =
+        write("station.toml", "[parameters]\nvariant = \"JP\"\noffset = \"0.02 MHz\"\nother = 1\n");
+    const auto japan = run(planRun(plan, {"--set", "offset=30"}));
+    EXPECT_EQ(japan.status, 0) << japan.out << japan.err;
+    const auto foreign = run(planRun(plan, {"--variant", "US", "--set", "nominal=94700kHz"}));
+    EXPECT_EQ(foreign.status, 1) << foreign.out << foreign.err;
+    EXPECT_THAT(foreign.out, HasSubstr("frequency: expected 98 to 108 MHz on FM, got 94.7 MHz on FM"));
+
+    for (const Json& record : records()) {
+        const bool passed = record["verdict"] == "PASS";
+        std::vector<std::string> values;
+        for (const Json& each : record["plan"]["parameters"]) {
+            values.push_back(each["name"].get<std::string>() + "=" + each["value"].dump() +
+                             each["unit"].get<std::string>() + " " +
+                             std::filesystem::path(each["from"].get<std::string>()).filename().string());
+        }
+        EXPECT_THAT(values, passed ? ElementsAre("nominal=79.5MHz limits.csv:5", "offset=30kHz --set",
+                                                 "variant=\"JP\" station.toml:2:11")
+                                   : ElementsAre("nominal=94.7MHz --set", "offset=20kHz station.toml:3:10",
+                                                 "variant=\"US\" --variant"));
+        const Json& steps = record["phases"][1]["groups"][0]["tries"][0]["steps"];
+        const auto limits = [&](std::size_t step) {
+            return steps.at(step)["attempts"].back()["measurements"][0]["limits"].dump();
+        };
+        EXPECT_EQ(limits(2), passed ? R"({"maximum":79.53,"minimum":79.47})" : R"({"maximum":94.72,"minimum":94.68})");
+        EXPECT_EQ(limits(4), passed ? R"({"maximum":7951,"minimum":7949})" : R"({"maximum":9471,"minimum":9469})");
+        const auto html = results() / record["id"].get<std::string>() / "report.html";
+        EXPECT_THAT(readText(html.string()), HasSubstr(passed ? "79.5 MHz (limits.csv:5)" : "94.7 MHz (--set)"));
+    }
+}
+
+TEST_F(PlanProgramTest, ShippedReceptionPlanPassesInAnotherMarket)
+{
+    startBench();
+
+    const auto outcome = run(planRun(
+        shipped("reception"), {"--answers", argumentsOf("reception").at(1), "--variant", "JP", "--set", "offset=20"}));
+
+    EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+}
+
 TEST_F(PlanProgramTest, LimitsAreProvenByAGoodUnitAndABadOne)
 {
     startBench();
