@@ -1,7 +1,10 @@
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,9 +20,9 @@
 #include "station/monitor/EventFilter.h"
 #include "station/monitor/Monitor.h"
 #include "station/trace/Attribution.h"
-#include "station/trace/CaptureReader.h"
 #include "station/trace/Describe.h"
 #include "station/trace/Pcapng.h"
+#include "station/trace/PcapngReader.h"
 #include "station/trace/Secrets.h"
 
 namespace programs::station_tool {
@@ -36,7 +39,6 @@ struct MonitorOptions {
     std::string filter;
     std::string pcapng;
     std::string replay;
-    station::CaptureTerms capture;
     double timeoutSeconds = 1;
     double durationSeconds = 0;
     // A user who watches waits for the device as long as it takes.
@@ -115,17 +117,18 @@ private:
     bool colour_;
 };
 
-int replay(const MonitorOptions& options, const Tool& tool, Printer& printer)
+int replay(const MonitorOptions& options, Printer& printer)
 {
-    const auto input = openInput(options.replay, tool.interrupt);
-    station::CaptureReader reader(*input, nameOfInput(options.replay), options.capture);
-    station::SecretMask mask(catalogue::groups());
-    while (auto piece = reader.next()) {
-        if (piece->event) {
-            printer.on(mask(*std::move(piece->event)));
-        }
+    std::ifstream file(options.replay, std::ios::binary);
+    if (!file) {
+        throw protocol::UserError(fmt::format("{}: {}", options.replay, protocol::unreadable(errno)));
     }
-    complainOfIgnored(nameOfInput(options.replay), reader.ignored());
+    station::pcapng::Reader reader(file, options.replay);
+    station::SecretMask mask(catalogue::groups());
+    while (auto event = reader.next()) {
+        printer.on(mask(*std::move(event)));
+    }
+    complainOfForeign(options.replay, reader.foreign());
     return kPassed;
 }
 
@@ -152,7 +155,7 @@ int monitorLine(const MonitorOptions& options, Tool& tool)
 {
     Printer printer({catalogue::groups(), options.filter}, options.hex, tool.json);
     if (!options.replay.empty()) {
-        return replay(options, tool, printer);
+        return replay(options, printer);
     }
     auto capture = captureOf(options);
     const station::MonitorTerms terms{
@@ -198,16 +201,11 @@ void addMonitor(Tool& tool)
         ->type_name("SECONDS")
         ->check(secondsUpTo(kForEver))
         ->default_str("0");
-    auto* replay =
-        verb->add_option("--replay", options->replay, "Show this capture, not a line; decode names the forms")
-            ->type_name("FILE")
-            ->excludes("--port")
-            ->excludes(pcapng)
-            ->excludes(enter);
-    addCaptureTerms(*verb, options->capture);
-    for (const char* const name : {"--format", "--station"}) {
-        verb->get_option(name)->needs(replay);
-    }
+    verb->add_option("--replay", options->replay, "Show this capture, not a line")
+        ->type_name("FILE")
+        ->excludes("--port")
+        ->excludes(pcapng)
+        ->excludes(enter);
     verb->footer(
         "Examples:\n"
         "  engineering-station monitor --enter-test-mode\n"
