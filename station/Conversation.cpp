@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
@@ -44,17 +45,7 @@ Request parseBytes(protocol::catalogue::Groups groups, const std::string& cmdOne
             "2A A2 begins a whole frame; give its content: {}",
             protocol::catalogue::formatHexBytes(std::span(bytes).subspan(protocol::kCmdOneOffset, length))));
     }
-    Request request;
-    request.frame = {bytes[0], bytes[1], {bytes.begin() + 2, bytes.end()}};
-    if (request.frame.params.size() > protocol::kMaxStationParams) {
-        throw UserError(fmt::format("expected at most {} parameter bytes, got {}", protocol::kMaxStationParams,
-                                    request.frame.params.size()));
-    }
-    request.command = findCommand(groups, request.frame.cmdOne, request.frame.cmdTwo);
-    const std::uint8_t codes[] = {request.frame.cmdOne, request.frame.cmdTwo};
-    request.title =
-        request.command != nullptr ? fullKey(groups, *request.command) : protocol::catalogue::formatHexBytes(codes);
-    return request;
+    return requestOf(groups, {bytes[0], bytes[1], {bytes.begin() + 2, bytes.end()}});
 }
 
 std::string noAssignment(const protocol::catalogue::Command& command, const std::string& word)
@@ -157,6 +148,21 @@ std::string hint(const Request& request, const SendTerms& terms, ModeReport mode
 }
 
 }  // namespace
+
+Request requestOf(protocol::catalogue::Groups groups, protocol::Frame frame)
+{
+    Request request;
+    request.frame = std::move(frame);
+    if (request.frame.params.size() > protocol::kMaxStationParams) {
+        throw UserError(fmt::format("expected at most {} parameter bytes, got {}", protocol::kMaxStationParams,
+                                    request.frame.params.size()));
+    }
+    request.command = findCommand(groups, request.frame.cmdOne, request.frame.cmdTwo);
+    const std::uint8_t codes[] = {request.frame.cmdOne, request.frame.cmdTwo};
+    request.title =
+        request.command != nullptr ? fullKey(groups, *request.command) : protocol::catalogue::formatHexBytes(codes);
+    return request;
+}
 
 Request parseRequest(protocol::catalogue::Groups groups, const std::string& command,
                      const std::vector<std::string>& arguments)

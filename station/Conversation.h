@@ -30,6 +30,10 @@ struct Request {
 Request parseRequest(protocol::catalogue::Groups groups, const std::string& command,
                      const std::vector<std::string>& arguments);
 
+/// @returns the request for a frame. Throws UserError for more parameters than a station may send.
+/// @param groups outlive the request.
+Request requestOf(protocol::catalogue::Groups groups, protocol::Frame frame);
+
 /// What the user wants to wait for.
 struct SendTerms {
     Connection::Duration timeout = std::chrono::seconds(1);

@@ -12,8 +12,9 @@ namespace {
 /// Far longer than any row.
 constexpr std::size_t kLongestLine = 1u << 20;
 
-/// @returns the cells of a line. Throws UserError, without the place.
-std::vector<std::string> cellsOf(std::string_view line, char delimiter)
+}  // namespace
+
+std::vector<std::string> csvCells(std::string_view line, char delimiter)
 {
     std::vector<std::string> cells;
     const auto onCell = [](void* text, size_t length, void* to) {
@@ -34,8 +35,6 @@ std::vector<std::string> cellsOf(std::string_view line, char delimiter)
     }
     return cells;
 }
-
-}  // namespace
 
 void readCsvLines(std::string_view text, const std::string& path,
                   const std::function<void(std::size_t line, const std::vector<std::string>& cells)>& take)
@@ -58,7 +57,7 @@ void readCsvLines(std::string_view text, const std::string& path,
             if (delimiter == '\0') {
                 delimiter = line.find(',') == std::string::npos && line.find(';') != std::string::npos ? ';' : ',';
             }
-            take(number, cellsOf(line, delimiter));
+            take(number, csvCells(line, delimiter));
         } catch (const protocol::UserError& error) {
             throw protocol::UserError(fmt::format("{}:{}: {}", path, number, error.what()));
         }

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "protocol/Errors.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/HexBytes.h"
-#include "station/trace/PcapngReader.h"
 
 namespace station {
 
@@ -18,81 +18,9 @@ using protocol::catalogue::parseHexBytes;
 
 constexpr std::size_t kShownOfALine = 40;
 
-/// Collects bytes and frames in their order.
-class Collector
-{
-public:
-    void add(const std::vector<std::uint8_t>& bytes) { stream_.insert(stream_.end(), bytes.begin(), bytes.end()); }
-
-    void add(protocol::Frame frame)
-    {
-        scan();
-        pieces_.push_back({ScannedPiece::Kind::kFrame, std::move(frame), {}});
-    }
-
-    std::vector<ScannedPiece> take()
-    {
-        scan();
-        return std::move(pieces_);
-    }
-
-private:
-    void scan()
-    {
-        std::ranges::move(scanFrames(stream_), std::back_inserter(pieces_));
-        stream_.clear();
-    }
-
-    std::vector<std::uint8_t> stream_;
-    std::vector<ScannedPiece> pieces_;
-};
-
 bool isBlank(std::string_view text)
 {
     return text.find_first_not_of(" \t\r") == std::string_view::npos;
-}
-
-[[noreturn]] void refuse(const std::string& name, std::size_t number, std::string_view line)
-{
-    const char* const expected = line.find('[') == std::string_view::npos
-                                     ? "bytes in hexadecimal, as in '2A A2 00 02 0F 01 FF EE'"
-                                     : "two codes and at most 252 bytes in brackets, as in '8F 00 [01]'";
-    throw protocol::UserError(fmt::format("{}expected {}, got '{}{}'",
-                                          name.empty() ? "" : fmt::format("{}:{}: ", name, number), expected,
-                                          line.substr(0, kShownOfALine), line.size() > kShownOfALine ? "…" : ""));
-}
-
-/// Adds any number of contents, `82 01 [24 FE] 8F 00 [01]`.
-/// @returns whether the line has nothing else.
-bool addContents(Collector& collector, std::string_view line)
-{
-    while (!isBlank(line)) {
-        const auto open = line.find('[');
-        const auto close = line.find(']', open);
-        const auto codes = parseHexBytes(line.substr(0, open));
-        if (close == std::string_view::npos || !codes || codes->size() != 2) {
-            return false;
-        }
-        auto params = parseHexBytes(line.substr(open + 1, close - open - 1));
-        if (!params || params->size() > protocol::kMaxStationParams) {
-            return false;
-        }
-        collector.add({(*codes)[0], (*codes)[1], *std::move(params)});
-        line.remove_prefix(close + 1);
-    }
-    return true;
-}
-
-bool addLine(Collector& collector, std::string_view line)
-{
-    if (line.find('[') != std::string_view::npos) {
-        return addContents(collector, line);
-    }
-    const auto bytes = parseHexBytes(line);
-    if (bytes) {
-        collector.add(*bytes);
-    }
-    return bytes.has_value();
 }
 
 /// Separates bare bytes from the contents of frames.
@@ -119,7 +47,8 @@ public:
     {
         finishBare();
         finish(content_);
-        return collector_.take();
+        text_.end();
+        return text_.take();
     }
 
 private:
@@ -142,63 +71,76 @@ private:
 
     void finish(std::string& line)
     {
-        if (!addLine(collector_, line)) {
-            refuse({}, 0, line);
-        }
+        text_.add(line);
         line.clear();
     }
 
-    Collector collector_;
+    HexText text_;
     std::vector<std::string> bare_;
     std::string content_;
 };
 
-/// Calls `take(number, line)` for each line, without its comment.
-template <class Take>
-void forEachLine(std::string_view text, Take take)
+}  // namespace
+
+void HexText::add(std::string_view line)
 {
-    for (std::size_t number = 1; !text.empty(); ++number) {
-        const auto end = std::min(text.find('\n'), text.size());
-        const std::string_view line = text.substr(0, end);
-        take(number, line.substr(0, line.find('#')));
-        text.remove_prefix(std::min(end + 1, text.size()));
+    line = line.substr(0, line.find('#'));
+    const bool contents = line.find('[') != std::string_view::npos;
+    const auto bytes = contents ? std::nullopt : parseHexBytes(line);
+    if (bytes) {
+        scanner_.add(*bytes);
+    } else if (!contents || !addContents(line)) {
+        throw protocol::UserError(fmt::format("expected {}, got '{}{}'",
+                                              contents
+                                                  ? "two codes and at most 252 bytes in brackets, as in '8F 00 [01]'"
+                                                  : "bytes in hexadecimal, as in '2A A2 00 02 0F 01 FF EE'",
+                                              line.substr(0, kShownOfALine), line.size() > kShownOfALine ? "…" : ""));
     }
 }
 
-}  // namespace
+/// Adds any number of contents, `82 01 [24 FE] 8F 00 [01]`.
+/// @returns whether the line has nothing else.
+bool HexText::addContents(std::string_view line)
+{
+    while (!isBlank(line)) {
+        const auto open = line.find('[');
+        const auto close = line.find(']', open);
+        const auto codes = parseHexBytes(line.substr(0, open));
+        if (close == std::string_view::npos || !codes || codes->size() != 2) {
+            return false;
+        }
+        auto params = parseHexBytes(line.substr(open + 1, close - open - 1));
+        if (!params || params->size() > protocol::kMaxStationParams) {
+            return false;
+        }
+        scanner_.end();
+        pieces_ = take();
+        pieces_.push_back({ScannedPiece::Kind::kFrame, {(*codes)[0], (*codes)[1], *std::move(params)}, {}});
+        line.remove_prefix(close + 1);
+    }
+    return true;
+}
+
+std::vector<ScannedPiece> HexText::take()
+{
+    std::vector<ScannedPiece> taken = std::exchange(pieces_, {});
+    std::ranges::move(scanner_.take(), std::back_inserter(taken));
+    return taken;
+}
 
 std::vector<ScannedPiece> readHexArguments(const std::vector<std::string>& words)
 {
     Arguments arguments;
-    for (const std::string& word : words) {
-        forEachLine(word, [&](std::size_t, std::string_view line) { arguments.add(line); });
+    for (std::string_view word : words) {
+        for (bool more = true; more;) {
+            const auto end = word.find('\n');
+            more = end != std::string_view::npos;
+            const std::string_view line = word.substr(0, end);
+            arguments.add(line.substr(0, line.find('#')));
+            word.remove_prefix(more ? end + 1 : word.size());
+        }
     }
     return arguments.take();
-}
-
-std::vector<ScannedPiece> readHexText(const std::string& name, std::string_view text)
-{
-    Collector collector;
-    forEachLine(text, [&](std::size_t number, std::string_view line) {
-        if (!addLine(collector, line)) {
-            refuse(name, number, line);
-        }
-    });
-    return collector.take();
-}
-
-bool isBinary(std::string_view text)
-{
-    return std::ranges::any_of(text, [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte >= 0x7F || (byte < 0x20 && c != '\n' && c != '\r' && c != '\t');
-    });
-}
-
-bool isCapture(std::string_view text)
-{
-    // The type of pcapng's section header is the same in either byte order.
-    return text.starts_with("\x0A\x0D\x0D\x0A") || pcapng::isClassic(text);
 }
 
 }  // namespace station

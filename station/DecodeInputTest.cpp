@@ -104,26 +104,19 @@ INSTANTIATE_TEST_SUITE_P(
                     Refused{"LongLineIsCut", {std::string(41, 'x')}, "x…'"}),
     [](const auto& row) { return row.param.name; });
 
-TEST(HexText, ReadsALineOfBytesOrContentsAndIgnoresComments)
+TEST(HexText, HandsOutWhatIsWholeAndHoldsBackWhatMayGoOn)
 {
-    EXPECT_EQ(textOf(readHexText("a.txt", "# a question\n2A A2 00 02 02 01 FF FB\n82 01 [24 FE]  # its answer\n")),
-              "02 01 [], 82 01 [24 FE]");
-    EXPECT_EQ(textOf(readHexText("a.txt", "82 01 [24 FE] 8F 00 [01]")), "82 01 [24 FE], 8F 00 [01]");
-}
+    HexText text;
 
-TEST(HexText, NamesTheLineThatIsNotHexadecimal)
-{
-    EXPECT_THAT(refusalOf([] { readHexText("a.txt", "00\nxyz\n"); }), testing::StartsWith("a.txt:2: expected"));
-    EXPECT_THAT(refusalOf([] { readHexText("a.txt", "8F 00 [01] 02\n"); }), testing::StartsWith("a.txt:1: expected"));
-}
-
-TEST(DecodeInput, KnowsBytesAndCapturesByTheirCharacters)
-{
-    EXPECT_FALSE(isBinary("2A A2\r\n\t8F 00 [01]"));
-    EXPECT_TRUE(isBinary(std::string_view("\x2A\xA2\x00", 3)));
-    EXPECT_TRUE(isCapture("\x0A\x0D\x0D\x0A\x1C"));
-    EXPECT_FALSE(isCapture("\x0A\x0D"));
-    EXPECT_TRUE(isCapture("\xD4\xC3\xB2\xA1"));
+    text.add("11 2A A2 00 02 02  # asked");
+    EXPECT_EQ(textOf(text.take()), "");
+    text.add("01 FF FB 2A");
+    EXPECT_EQ(textOf(text.take()), "?, 02 01 []");
+    text.add("82 01 [24 FE] 8F 00 [01]");
+    EXPECT_EQ(textOf(text.take()), "…, 82 01 [24 FE], 8F 00 [01]");
+    text.add("2A");
+    text.end();
+    EXPECT_EQ(textOf(text.take()), "…");
 }
 
 }  // namespace

@@ -16,38 +16,8 @@ std::size_t findHeader(Bytes bytes)
     return static_cast<std::size_t>(found - bytes.begin());
 }
 
-/// Puts pieces together, those of one kind of noise that follow each other as one.
-class Pieces
-{
-public:
-    void add(ScannedPiece::Kind kind, Bytes bytes, protocol::Frame frame = {})
-    {
-        if (bytes.empty()) {
-            return;
-        }
-        if (kind == ScannedPiece::Kind::kGarbage && !pieces_.empty() && pieces_.back().kind == kind) {
-            pieces_.back().bytes.insert(pieces_.back().bytes.end(), bytes.begin(), bytes.end());
-            return;
-        }
-        pieces_.push_back({kind, std::move(frame), {bytes.begin(), bytes.end()}});
-    }
-
-    /// Adds bytes without a frame; they may end with the beginning of one.
-    void addRest(Bytes bytes)
-    {
-        std::size_t header = findHeader(bytes);
-        if (header == bytes.size() && !bytes.empty() && bytes.back() == protocol::kHeader1) {
-            --header;
-        }
-        add(ScannedPiece::Kind::kGarbage, bytes.first(header));
-        add(ScannedPiece::Kind::kIncomplete, bytes.subspan(header));
-    }
-
-    std::vector<ScannedPiece> take() { return std::move(pieces_); }
-
-private:
-    std::vector<ScannedPiece> pieces_;
-};
+/// Garbage is handed out from this size on, even if more of it follows.
+constexpr std::size_t kLongGarbage = std::size_t{1} << 20;
 
 /// How many of the `consumed` bytes, which end with a frame, stand before it.
 std::size_t garbageBefore(Bytes consumed, std::uint8_t length)
@@ -79,30 +49,79 @@ std::vector<std::uint8_t> assemble(std::uint8_t length, std::uint8_t cmdOne, std
 
 }  // namespace
 
-std::vector<ScannedPiece> scanFrames(Bytes stream)
+void FrameScanner::addPiece(ScannedPiece::Kind kind, Bytes bytes, protocol::Frame frame)
 {
-    protocol::FrameAssembler assembler;
-    Pieces pieces;
-    std::size_t done = 0;
-    for (std::size_t fed = 0; fed < stream.size();) {
-        // The assembler drops nothing of a chunk that is no longer than its limit.
-        const Bytes chunk = stream.subspan(fed, std::min(stream.size() - fed, protocol::FrameAssembler::kLimit));
-        fed += chunk.size();
-        const std::size_t dropped = assembler.append(chunk);
-        pieces.add(ScannedPiece::Kind::kGarbage, stream.subspan(done, dropped));
-        done += dropped;
-        while (auto received = assembler.worthParsing() || done > 0 ? assembler.next() : std::nullopt) {
-            const Bytes consumed = stream.subspan(done, fed - assembler.size() - done);
+    if (bytes.empty()) {
+        return;
+    }
+    if (kind == ScannedPiece::Kind::kGarbage && !pieces_.empty() && pieces_.back().kind == kind) {
+        pieces_.back().bytes.insert(pieces_.back().bytes.end(), bytes.begin(), bytes.end());
+        return;
+    }
+    pieces_.push_back({kind, std::move(frame), {bytes.begin(), bytes.end()}});
+}
+
+void FrameScanner::add(Bytes bytes)
+{
+    using protocol::FrameAssembler;
+    while (!bytes.empty()) {
+        const Bytes chunk = bytes.first(std::min(bytes.size(), FrameAssembler::kLimit));
+        bytes = bytes.subspan(chunk.size());
+        std::vector<std::uint8_t> all;
+        if (const Bytes held = assembler_.bytes(); held.size() + chunk.size() > FrameAssembler::kLimit) {
+            all.assign(held.begin(), held.end());
+            all.insert(all.end(), chunk.begin(), chunk.end());
+        }
+        const std::size_t dropped = assembler_.append(chunk);
+        addPiece(ScannedPiece::Kind::kGarbage, Bytes(all).first(dropped));
+        if (!assembler_.worthParsing()) {
+            continue;
+        }
+        for (Bytes left = assembler_.bytes(); auto received = assembler_.next(); left = assembler_.bytes()) {
+            const Bytes consumed = left.first(left.size() - assembler_.size());
             const std::size_t garbage = garbageBefore(consumed, received->length);
             const auto params = received->params();
-            pieces.add(ScannedPiece::Kind::kGarbage, consumed.first(garbage));
-            pieces.add(received->checksumHolds ? ScannedPiece::Kind::kFrame : ScannedPiece::Kind::kCorrupt,
-                       consumed.subspan(garbage), {received->cmdOne, received->cmdTwo, {params.begin(), params.end()}});
-            done += consumed.size();
+            addPiece(ScannedPiece::Kind::kGarbage, consumed.first(garbage));
+            addPiece(received->checksumHolds ? ScannedPiece::Kind::kFrame : ScannedPiece::Kind::kCorrupt,
+                     consumed.subspan(garbage), {received->cmdOne, received->cmdTwo, {params.begin(), params.end()}});
         }
     }
-    pieces.addRest(stream.subspan(done));
-    return pieces.take();
+}
+
+void FrameScanner::end()
+{
+    const Bytes rest = assembler_.bytes();
+    std::size_t header = findHeader(rest);
+    // The rest may end with the first byte of a header.
+    if (header == rest.size() && !rest.empty() && rest.back() == protocol::kHeader1) {
+        --header;
+    }
+    addPiece(ScannedPiece::Kind::kGarbage, rest.first(header));
+    addPiece(ScannedPiece::Kind::kIncomplete, rest.subspan(header));
+    assembler_ = {};
+    ended_ = true;
+}
+
+std::vector<ScannedPiece> FrameScanner::take()
+{
+    std::vector<ScannedPiece> taken = std::move(pieces_);
+    pieces_.clear();
+    const bool more = !ended_ && !taken.empty() && taken.back().kind == ScannedPiece::Kind::kGarbage &&
+                      taken.back().bytes.size() < kLongGarbage;
+    if (more) {
+        pieces_.push_back(std::move(taken.back()));
+        taken.pop_back();
+    }
+    ended_ = false;
+    return taken;
+}
+
+std::vector<ScannedPiece> scanFrames(Bytes stream)
+{
+    FrameScanner scanner;
+    scanner.add(stream);
+    scanner.end();
+    return scanner.take();
 }
 
 std::vector<std::uint8_t> wireBytes(const protocol::Frame& frame)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -25,7 +26,28 @@ struct ScannedPiece {
     std::vector<std::uint8_t> bytes;
 };
 
-/// Cuts a recorded stream into frames and the bytes between them, as a receiver would.
+/// Cuts a stream into frames and the bytes between them, as a receiver would. Holds back what may still belong to a
+/// frame, at most some MiB.
+class FrameScanner
+{
+public:
+    void add(protocol::Bytes bytes);
+
+    /// Ends the stream: the bytes that are left are garbage or an incomplete frame. Another stream may follow.
+    void end();
+
+    /// @returns the pieces since the last call. Before `end`, the last of them is not garbage, unless it is long.
+    std::vector<ScannedPiece> take();
+
+private:
+    void addPiece(ScannedPiece::Kind kind, protocol::Bytes bytes, protocol::Frame frame = {});
+
+    protocol::FrameAssembler assembler_;
+    std::vector<ScannedPiece> pieces_;
+    bool ended_ = false;
+};
+
+/// Cuts a whole stream.
 std::vector<ScannedPiece> scanFrames(protocol::Bytes stream);
 
 /// @returns the frame as it stands on the line, header to checksum. The length byte of a frame that is too long to be

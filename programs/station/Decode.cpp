@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <vector>
 
 #include "programs/Cli.h"
@@ -15,8 +14,8 @@
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
 #include "station/DecodeInput.h"
+#include "station/trace/CaptureReader.h"
 #include "station/trace/Describe.h"
-#include "station/trace/PcapngReader.h"
 #include "station/trace/Secrets.h"
 
 namespace programs::station_tool {
@@ -34,6 +33,7 @@ enum class Side { kAuto, kUnit, kStation };
 struct DecodeOptions {
     std::vector<std::string> inputs;
     std::string from = "auto";
+    station::CaptureTerms terms;
 };
 
 Side sideOf(const std::string& from)
@@ -68,13 +68,16 @@ public:
         }
     }
 
-    /// Prints an event of a capture, which knows when it happened and who sent it.
-    void print(TraceEvent event)
+    /// Prints a piece of a capture, which may know when it happened and who sent it.
+    void print(station::CapturePiece piece)
     {
-        if (side_ != Side::kAuto && isGoodFrame(event)) {
-            event.kind = side_ == Side::kUnit ? TraceEvent::Kind::kReceived : TraceEvent::Kind::kSent;
+        if (!piece.event) {
+            return print(piece.noise);
         }
-        print(event, true);
+        if (side_ != Side::kAuto && isGoodFrame(*piece.event)) {
+            piece.event->kind = side_ == Side::kUnit ? TraceEvent::Kind::kReceived : TraceEvent::Kind::kSent;
+        }
+        print(*piece.event, piece.timed);
     }
 
     bool foundFrame() const { return foundFrame_; }
@@ -152,28 +155,14 @@ private:
     station::SecretMask mask_{catalogue::groups()};
 };
 
-void decodeCapture(const std::string& name, const std::string& content, DecodePrinter& printer)
+void decodeFile(const std::string& path, const DecodeOptions& options, const Tool& tool, DecodePrinter& printer)
 {
-    std::istringstream stream(content);
-    station::pcapng::Reader reader(stream, name);
-    while (auto event = reader.next()) {
-        printer.print(std::move(*event));
+    const auto input = openInput(path, tool.interrupt);
+    station::CaptureReader reader(*input, nameOfInput(path), options.terms);
+    while (auto piece = reader.next()) {
+        printer.print(*std::move(piece));
     }
-    complainOfForeign(name, reader.foreign());
-}
-
-void decodeContent(const std::string& name, const std::string& content, DecodePrinter& printer)
-{
-    if (station::isCapture(content)) {
-        decodeCapture(name, content, printer);
-        return;
-    }
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(content.data());
-    const auto pieces =
-        station::isBinary(content) ? station::scanFrames({bytes, content.size()}) : station::readHexText(name, content);
-    for (const ScannedPiece& piece : pieces) {
-        printer.print(piece);
-    }
+    complainOfIgnored(nameOfInput(path), reader.ignored());
 }
 
 /// @returns whether the arguments name files, rather than being bytes themselves.
@@ -198,7 +187,7 @@ int decode(const DecodeOptions& options, Tool& tool)
     if (areFiles(options.inputs)) {
         const auto inputs = options.inputs.empty() ? std::vector<std::string>{"-"} : options.inputs;
         for (const std::string& input : inputs) {
-            decodeContent(input == "-" ? "standard input" : input, readInput(input, tool.interrupt), printer);
+            decodeFile(input, options, tool, printer);
         }
     } else {
         const std::string& first = options.inputs.front();
@@ -227,23 +216,26 @@ void addDecode(Tool& tool)
     CLI::App* verb = tool.app.add_subcommand(
         "decode",
         "Print the meaning of frames\n"
-        "The input is bytes in hexadecimal, as arguments, in a file or on standard input; a file may also be a capture "
-        "(pcapng, link type USER0) or the raw bytes of the line. Each frame is one line with its sender, its bytes and "
-        "its meaning. Garbage, frames with a wrong checksum and incomplete frames appear in their place. Frames that "
-        "the catalogue does not know stay bytes. If no frame is valid, it fails.");
+        "The input is bytes in hexadecimal, as arguments, in a file or on standard input. A file may also be the raw "
+        "bytes of a line, or a capture: pcapng or pcap (link type USER0), Saleae CSV, sigrok UART annotations, xxd, "
+        "hexdump -C, or a log with TX: and RX:. Each frame is one line with its sender, its bytes and its meaning. "
+        "Garbage, frames with a wrong checksum and incomplete frames appear in their place. Frames that the catalogue "
+        "does not know stay bytes. If no frame is valid, it fails.");
     verb->add_option("INPUT", options->inputs,
                      "Bytes in hexadecimal, contents of frames such as '8F 00 [01]' in quotes, or files; - or none for "
                      "standard input")
         ->type_name("FILE");
     verb->add_option("--from", options->from,
-                     "Sender of the frames; auto takes it from bit 7 of the group, or from the packet of a capture")
+                     "Sender of the frames; auto takes it from the capture, or from bit 7 of the group")
         ->check(CLI::IsMember({"auto", "unit", "station"}))
         ->default_str("auto");
+    addCaptureTerms(*verb, options->terms);
     verb->footer(
         "Examples:\n"
         "  engineering-station decode 2A A2 00 04 82 01 24 FE FE 57\n"
         "  engineering-station decode '82 01 [24 FE]'\n"
-        "  engineering-station decode trace.pcapng");
+        "  engineering-station decode trace.pcapng\n"
+        "  engineering-station decode --station 'UART to unit' logic.csv");
     verb->callback([&tool, options] { tool.action = [&tool, options] { return decode(*options, tool); }; });
 }
 

@@ -1,10 +1,7 @@
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,9 +17,9 @@
 #include "station/monitor/EventFilter.h"
 #include "station/monitor/Monitor.h"
 #include "station/trace/Attribution.h"
+#include "station/trace/CaptureReader.h"
 #include "station/trace/Describe.h"
 #include "station/trace/Pcapng.h"
-#include "station/trace/PcapngReader.h"
 #include "station/trace/Secrets.h"
 
 namespace programs::station_tool {
@@ -39,6 +36,7 @@ struct MonitorOptions {
     std::string filter;
     std::string pcapng;
     std::string replay;
+    station::CaptureTerms capture;
     double timeoutSeconds = 1;
     double durationSeconds = 0;
     // A user who watches waits for the device as long as it takes.
@@ -117,18 +115,17 @@ private:
     bool colour_;
 };
 
-int replay(const MonitorOptions& options, Printer& printer)
+int replay(const MonitorOptions& options, const Tool& tool, Printer& printer)
 {
-    std::ifstream file(options.replay, std::ios::binary);
-    if (!file) {
-        throw protocol::UserError(fmt::format("{}: {}", options.replay, protocol::unreadable(errno)));
-    }
-    station::pcapng::Reader reader(file, options.replay);
+    const auto input = openInput(options.replay, tool.interrupt);
+    station::CaptureReader reader(*input, nameOfInput(options.replay), options.capture);
     station::SecretMask mask(catalogue::groups());
-    while (auto event = reader.next()) {
-        printer.on(mask(*std::move(event)));
+    while (auto piece = reader.next()) {
+        if (piece->event) {
+            printer.on(mask(*std::move(piece->event)));
+        }
     }
-    complainOfForeign(options.replay, reader.foreign());
+    complainOfIgnored(nameOfInput(options.replay), reader.ignored());
     return kPassed;
 }
 
@@ -155,7 +152,7 @@ int monitorLine(const MonitorOptions& options, Tool& tool)
 {
     Printer printer({catalogue::groups(), options.filter}, options.hex, tool.json);
     if (!options.replay.empty()) {
-        return replay(options, printer);
+        return replay(options, tool, printer);
     }
     auto capture = captureOf(options);
     const station::MonitorTerms terms{
@@ -201,11 +198,16 @@ void addMonitor(Tool& tool)
         ->type_name("SECONDS")
         ->check(secondsUpTo(kForEver))
         ->default_str("0");
-    verb->add_option("--replay", options->replay, "Show this capture, not a line")
-        ->type_name("FILE")
-        ->excludes("--port")
-        ->excludes(pcapng)
-        ->excludes(enter);
+    auto* replay =
+        verb->add_option("--replay", options->replay, "Show this capture, not a line; decode names the forms")
+            ->type_name("FILE")
+            ->excludes("--port")
+            ->excludes(pcapng)
+            ->excludes(enter);
+    addCaptureTerms(*verb, options->capture);
+    for (const char* const name : {"--format", "--station"}) {
+        verb->get_option(name)->needs(replay);
+    }
     verb->footer(
         "Examples:\n"
         "  engineering-station monitor --enter-test-mode\n"

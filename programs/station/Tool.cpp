@@ -16,6 +16,8 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
+#include <streambuf>
 #include <string_view>
 #include <system_error>
 
@@ -169,45 +171,109 @@ namespace {
 
 [[noreturn]] void failToRead(const std::string& path, int error)
 {
-    throw protocol::UserError(
-        fmt::format("{}: {}", path == "-" ? "standard input" : path, protocol::unreadable(error)));
+    throw protocol::UserError(fmt::format("{}: {}", nameOfInput(path), protocol::unreadable(error)));
 }
+
+/// Reads a descriptor as far as it has come; every wait can be interrupted.
+class InputBuffer : public std::streambuf
+{
+public:
+    InputBuffer(const std::string& path, const station::Interrupt& interrupt)
+        : path_(path)
+        , interrupt_(interrupt)
+        // Without O_NONBLOCK the opening of a pipe without a writer would wait, and could not be interrupted.
+        , file_(path == "-" ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
+    {
+        if (path != "-" && !file_.valid()) {
+            failToRead(path, errno);
+        }
+    }
+
+protected:
+    int_type underflow() override
+    {
+        const int input = path_ == "-" ? STDIN_FILENO : file_.get();
+        for (;;) {
+            std::array<pollfd, 2> waits{pollfd{input, POLLIN, 0}, pollfd{interrupt_.descriptor(), POLLIN, 0}};
+            if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) {
+                failToRead(path_, errno);
+            }
+            if (interrupt_.requested()) {
+                throw station::Interrupted();
+            }
+            if (waits[0].revents == 0) {
+                continue;
+            }
+            const ssize_t count = read(input, chunk_.data(), chunk_.size());
+            if (count < 0 && errno != EINTR && errno != EAGAIN) {
+                failToRead(path_, errno);
+            }
+            if (count >= 0) {
+                setg(chunk_.data(), chunk_.data(), chunk_.data() + count);
+                return count == 0 ? traits_type::eof() : traits_type::to_int_type(chunk_.front());
+            }
+        }
+    }
+
+private:
+    std::string path_;
+    const station::Interrupt& interrupt_;
+    host::Descriptor file_;
+    std::array<char, 65536> chunk_{};
+};
+
+class InputStream : public std::istream
+{
+public:
+    InputStream(const std::string& path, const station::Interrupt& interrupt)
+        : std::istream(nullptr), buffer_(path, interrupt)
+    {
+        rdbuf(&buffer_);
+        // What the buffer throws comes through.
+        exceptions(std::ios::badbit);
+    }
+
+private:
+    InputBuffer buffer_;
+};
 
 }  // namespace
 
 std::string readInput(const std::string& path, const station::Interrupt& interrupt)
 {
-    // Without O_NONBLOCK the opening of a pipe without a writer would wait, and could not be interrupted.
-    const host::Descriptor file(path == "-" ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (path != "-" && !file.valid()) {
-        failToRead(path, errno);
-    }
-    const int input = path == "-" ? STDIN_FILENO : file.get();
+    const auto input = openInput(path, interrupt);
     std::string text;
-    std::array<char, 65536> chunk;
-    for (;;) {
-        std::array<pollfd, 2> waits{pollfd{input, POLLIN, 0}, pollfd{interrupt.descriptor(), POLLIN, 0}};
-        if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) {
-            failToRead(path, errno);
-        }
-        if (interrupt.requested()) {
-            throw station::Interrupted();
-        }
-        if (waits[0].revents == 0) {
-            continue;
-        }
-        const ssize_t count = read(input, chunk.data(), chunk.size());
-        if (count < 0 && errno != EINTR && errno != EAGAIN) {
-            failToRead(path, errno);
-        }
+    for (std::array<char, 65536> chunk;;) {
+        const auto count = input->rdbuf()->sgetn(chunk.data(), chunk.size());
         if (count == 0) {
             return text;
         }
-        text.append(chunk.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        text.append(chunk.data(), static_cast<std::size_t>(count));
         if (text.size() > kLongestInput) {
             throw protocol::UserError(fmt::format("{}: expected at most {} MiB, got more", path, kLongestInput >> 20));
         }
     }
+}
+
+std::unique_ptr<std::istream> openInput(const std::string& path, const station::Interrupt& interrupt)
+{
+    return std::make_unique<InputStream>(path, interrupt);
+}
+
+std::string nameOfInput(const std::string& path)
+{
+    return path == "-" ? "standard input" : path;
+}
+
+void addCaptureTerms(CLI::App& verb, station::CaptureTerms& terms)
+{
+    std::vector<std::string> names{"auto"};
+    std::ranges::transform(station::kCaptureFormats, std::back_inserter(names), &station::CaptureFormat::name);
+    verb.add_option("--format", terms.format, "Form of the capture")->check(CLI::IsMember(names))->default_str("auto");
+    verb.add_option("--station", terms.stationChannel,
+                    "Channel of the capture that the station sends on; by default TX")
+        ->type_name("CHANNEL")
+        ->check(checkNotEmpty);
 }
 
 void complainOfFile(const std::string& line)
@@ -215,11 +281,10 @@ void complainOfFile(const std::string& line)
     std::fprintf(stderr, "%s\n", protocol::printable(line).c_str());
 }
 
-void complainOfForeign(const std::string& capture, std::size_t packets)
+void complainOfIgnored(const std::string& capture, const std::string& what)
 {
-    if (packets > 0) {
-        complain(kProgram, fmt::format("{}: ignored {} whose link type is not USER0", capture,
-                                       protocol::plural(packets, "packet")));
+    if (!what.empty()) {
+        complain(kProgram, fmt::format("{}: ignored {}", capture, what));
     }
 }
 

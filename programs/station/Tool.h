@@ -4,6 +4,8 @@
 #include <array>
 #include <chrono>
 #include <functional>
+#include <istream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -13,6 +15,7 @@
 #include "programs/Cli.h"
 #include "protocol/Errors.h"
 #include "station/Connection.h"
+#include "station/trace/CaptureReader.h"
 
 /// The verbs of engineering-station, one file each: `addX` puts the noun or verb with its options into the tree.
 namespace programs::station_tool {
@@ -111,8 +114,18 @@ std::chrono::nanoseconds fromSeconds(double seconds);
 /// Adds the words of one command: COMMAND and ARGUMENT…
 void addCommandWords(CLI::App& verb, std::string& command, std::vector<std::string>& arguments);
 
-/// The longest file that the tool reads: far longer than a catalogue, a plan, a list of bytes or a capture of a day.
+/// The longest file that the tool reads whole: far longer than a catalogue or a plan.
 inline constexpr std::size_t kLongestInput = std::size_t{256} << 20;
+
+/// Opens a file for reading as it comes; "-" is standard input. Reading throws UserError if that fails, and Interrupted
+/// if the user ends the wait for standard input or a pipe.
+std::unique_ptr<std::istream> openInput(const std::string& path, const station::Interrupt& interrupt);
+
+/// @returns a file's name for messages.
+std::string nameOfInput(const std::string& path);
+
+/// Adds --format NAME and --station CHANNEL, which say how to read a capture.
+void addCaptureTerms(CLI::App& verb, station::CaptureTerms& terms);
 
 /// Reads a whole file; "-" is standard input. Throws UserError if it cannot be read, is a directory or is longer than
 /// kLongestInput, and Interrupted if the user ends the wait for standard input or a pipe.
@@ -122,8 +135,8 @@ std::string readInput(const std::string& path, const station::Interrupt& interru
 /// before it, so editors find the place.
 void complainOfFile(const std::string& line);
 
-/// Prints on standard error how many packets of a capture were ignored, unless it is none.
-void complainOfForeign(const std::string& capture, std::size_t packets);
+/// Prints on standard error what of a capture was ignored, unless it is nothing.
+void complainOfIgnored(const std::string& capture, const std::string& what);
 
 /// Makes standard output, std::cout too, remember the first error of a write. To be called before anything is printed.
 void watchStandardOutput();
@@ -142,12 +155,13 @@ void setUp(Tool& tool);
 /// @returns the exit status when nothing is left to do: --help, --version or wrong use.
 std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv);
 
-AddVerb addPorts, addSend, addEncode, addDecode, addMonitor, addIdentity, addReport, addPlan, addStation, addCatalogue,
-    addCompletion, addMan;
+AddVerb addPorts, addSend, addEncode, addDecode, addMonitor, addReplay, addIdentity, addReport, addPlan, addStation,
+    addCatalogue, addCompletion, addMan;
 
 /// In the order of the help.
-inline constexpr std::array kVerbs{&addPorts,  &addSend, &addEncode,  &addDecode,    &addMonitor,    &addIdentity,
-                                   &addReport, &addPlan, &addStation, &addCatalogue, &addCompletion, &addMan};
+inline constexpr std::array kVerbs{&addPorts,     &addSend,       &addEncode, &addDecode, &addMonitor,
+                                   &addReplay,    &addIdentity,   &addReport, &addPlan,   &addStation,
+                                   &addCatalogue, &addCompletion, &addMan};
 
 void addIdentityRegistry(Tool& tool, CLI::App& noun);
 

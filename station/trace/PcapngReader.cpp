@@ -61,8 +61,62 @@ bool isClassic(std::string_view text)
     return false;
 }
 
+bool isCapture(std::string_view text)
+{
+    // The type of pcapng's section header is the same in either byte order.
+    return text.starts_with("\x0A\x0D\x0D\x0A") || isClassic(text);
+}
+
+/// @param head the first bytes of the file
+void Reader::startClassic(std::string_view head)
+{
+    std::string header(head.substr(0, kBlockHead));
+    header.resize(24);
+    in_.read(header.data() + kBlockHead, static_cast<std::streamsize>(header.size() - kBlockHead));
+    if (static_cast<std::size_t>(in_.gcount()) != header.size() - kBlockHead) {
+        fail("the file ends within its header");
+    }
+    classic_ = true;
+    bigEndian_ = header.front() == '\xA1';
+    const bool nanoseconds = (number<std::uint32_t>(header, 0) & 0xFFFF) == 0x3C4D;
+    // The upper half tells of check sequences.
+    interfaces_.push_back({static_cast<std::uint16_t>(number<std::uint32_t>(header, 20) & 0xFFFF),
+                           nanoseconds ? 1'000'000'000U : 1'000'000U, 0});
+    offset_ = header.size();
+}
+
+/// Reads a packet of the older format.
+bool Reader::readRecord()
+{
+    constexpr std::size_t kRecordHead = 16;
+    std::string head(kRecordHead, '\0');
+    in_.read(head.data(), kRecordHead);
+    if (in_.gcount() == 0 && !in_.bad()) {
+        return false;
+    }
+    if (in_.gcount() != kRecordHead) {
+        fail("the file ends within a packet");
+    }
+    const auto length = number<std::uint32_t>(head, 8);
+    if (length > kLongestBlock) {
+        fail(fmt::format("expected a packet of at most {} bytes, got {}", kLongestBlock, length));
+    }
+    std::string bytes(length, '\0');
+    in_.read(bytes.data(), length);
+    if (in_.gcount() != static_cast<std::streamsize>(length)) {
+        fail("the file ends within a packet");
+    }
+    const std::uint64_t seconds = number<std::uint32_t>(head, 0);
+    addPacket(0, {seconds * interfaces_.front().ticksPerSecond + number<std::uint32_t>(head, 4), bytes, {}});
+    offset_ += kRecordHead + length;
+    return true;
+}
+
 bool Reader::readBlock()
 {
+    if (classic_) {
+        return readRecord();
+    }
     std::array<char, 12> head{};
     in_.read(head.data(), kBlockHead);
     const auto got = static_cast<std::size_t>(in_.gcount());
@@ -72,11 +126,12 @@ bool Reader::readBlock()
     const std::string_view start(head.data(), head.size());
     // The same in either byte order.
     const bool section = got >= 4 && start.starts_with("\x0A\x0D\x0D\x0A");
+    if (offset_ == 0 && isClassic(start)) {
+        startClassic(start);
+        return true;
+    }
     if (offset_ == 0 && !section) {
-        fail(isClassic(start)
-                 ? "expected a pcapng capture, got the older pcap, which is not supported: convert it with "
-                   "'editcap -F pcapng OLD NEW'"
-                 : "expected a pcapng capture, got another file");
+        fail("expected a pcapng or pcap capture, got another file");
     }
     if (got < kBlockHead) {
         fail("the file ends within a block");

@@ -15,12 +15,15 @@
 
 namespace station::pcapng {
 
-/// @returns whether a file begins as a capture in the older format, pcap, which Reader does not read.
+/// @returns whether a file begins as a capture in the older format, pcap.
 bool isClassic(std::string_view text);
 
-/// Reads the frames of a capture: our own, or any whose packets have link type USER0 and hold pieces of the
-/// line's bytes, cut where they may. Either byte order, any number of sections and interfaces; packets of other link
-/// types and blocks of other kinds are passed over.
+/// @returns whether a file begins as a capture that Reader reads.
+bool isCapture(std::string_view text);
+
+/// Reads the frames of a capture, pcapng or the older pcap: our own, or any whose packets have link type USER0 and hold
+/// pieces of the line's bytes, cut where they may. Either byte order, any number of sections and interfaces; packets of
+/// other link types and blocks of other kinds are passed over.
 class Reader
 {
 public:
@@ -50,6 +53,8 @@ private:
     };
 
     bool readBlock();
+    void startClassic(std::string_view head);
+    bool readRecord();
     void handle(std::uint32_t type, std::string_view body);
     void startSection(std::string_view body);
     void addInterface(std::string_view body);
@@ -65,6 +70,7 @@ private:
     std::string name_;
     std::uint64_t offset_ = 0;  // of the block that is read
     bool bigEndian_ = false;
+    bool classic_ = false;
     std::vector<Interface> interfaces_;
     std::array<protocol::FrameAssembler, 3> directions_;  // not told, inbound, outbound
     std::deque<TraceEvent> ready_;

@@ -260,10 +260,9 @@ TEST(PcapngReader, PacketsOfOtherLinkTypesAreCountedAndPassedOver)
 TEST(PcapngReader, FileOfAnotherKindIsRefused)
 {
     EXPECT_THAT(errorOf("2A A2 00 02 0F 01 FF EE"),
-                AllOf(HasSubstr("trace.pcapng"), HasSubstr("expected a pcapng capture, got another file")));
-    EXPECT_THAT(errorOf(""), HasSubstr("expected a pcapng capture"));
-    EXPECT_THAT(errorOf("\xD4\xC3\xB2\xA1\x02"),
-                HasSubstr("trace.pcapng: expected a pcapng capture, got the older pcap, which is not supported"));
+                AllOf(HasSubstr("trace.pcapng"), HasSubstr("expected a pcapng or pcap capture, got another file")));
+    EXPECT_THAT(errorOf(""), HasSubstr("expected a pcapng or pcap capture"));
+    EXPECT_EQ(errorOf("\xD4\xC3\xB2\xA1\x02"), "trace.pcapng: the file ends within its header");
 }
 
 TEST(PcapngReader, CutCaptureGivesWhatIsWholeAndThenTheOffsetOfTheBreak)
@@ -275,6 +274,27 @@ TEST(PcapngReader, CutCaptureGivesWhatIsWholeAndThenTheOffsetOfTheBreak)
 
     EXPECT_THAT(events, SizeIs(1));
     EXPECT_EQ(error, "trace.pcapng: byte " + std::to_string(begin.size()) + ": the file ends within a block");
+}
+
+TEST(PcapngReader, PcapEndsWithWhatIsWholeAndPassesOverOtherLinkTypes)
+{
+    const std::string record =
+        "\x01\x00\x00\x00\x02\x00\x00\x00\x0A\x00\x00\x00\x0A\x00\x00\x00"s
+        "\x2A\xA2\x00\x03\x8F\x00\x01\x00\xFF\x6D"s;
+    std::string bytes =
+        "\xD4\xC3\xB2\xA1\x02\x00\x04\x00\x00\x00\x00\x00\x00\x00\x00\x00"s
+        "\xFF\xFF\x00\x00\x93\x00\x00\x00"s +
+        record;
+    std::string error;
+
+    const auto events = readAll(bytes + record.substr(0, 20), &error);
+
+    ASSERT_THAT(events, SizeIs(1));
+    EXPECT_EQ(events[0].at.time_since_epoch(), 1s + 2us);
+    EXPECT_EQ(error, "trace.pcapng: byte 50: the file ends within a packet");
+    EXPECT_THAT(errorOf(bytes + record.substr(0, 8) + "\xFF\xFF\xFF\xFF\0\0\0\0"s), HasSubstr(", got 4294967295"));
+    bytes[bytes.find('\x93')] = '\x01';  // Ethernet
+    EXPECT_THAT(readAll(bytes), IsEmpty());
 }
 
 TEST(PcapngReader, BlockWhoseLengthCannotBeIsRefused)

@@ -165,6 +165,18 @@ TEST_F(StationMonitorTest, CaptureThatCannotBeBegunIsRefused)
     }
 }
 
+TEST_F(StationMonitorTest, ReplaysTheCapturesOfOtherTools)
+{
+    const auto outcome = run({ENGINEERING_STATION, "monitor", "--replay",
+                              SOURCE_FOLDER "/station/trace/captures/saleae-logic2-iso.csv", "--json"});
+
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    const auto lines = linesOf(outcome.out);
+    ASSERT_THAT(lines, SizeIs(4));
+    EXPECT_EQ(json::parse(lines[0])["direction"], "sent");
+    EXPECT_EQ(json::parse(lines[3])["time"], "2026-11-21T12:00:00.109546Z");
+}
+
 struct Refused {
     const char* name;
     std::vector<std::string> arguments;
@@ -177,7 +189,7 @@ class MonitorRefuses : public StationMonitorTest, public testing::WithParamInter
 
 TEST_P(MonitorRefuses, InOneLineWithStatusTwo)
 {
-    std::ofstream(directory() / "text") << "2A A2 00 02 0F 01 FF EE";
+    std::ofstream(directory() / "text") << "the unit is silent";
     std::vector<std::string> all{ENGINEERING_STATION, "monitor"};
     for (const std::string& argument : GetParam().arguments) {
         all.push_back(argument == "TEXT" ? (directory() / "text").string() : argument);
@@ -192,7 +204,8 @@ TEST_P(MonitorRefuses, InOneLineWithStatusTwo)
 INSTANTIATE_TEST_SUITE_P(
     StationMonitor, MonitorRefuses,
     testing::Values(Refused{"FilterThatIsNone", {"--filter", "tunre"}, "did you mean 'tuner'?"},
-                    Refused{"CaptureThatIsNone", {"--replay", "TEXT"}, ": expected a pcapng capture, got another file"},
+                    Refused{"CaptureThatIsNone", {"--replay", "TEXT"}, ": expected a capture (pcapng, "},
+                    Refused{"FormatWithoutReplay", {"--format", "xxd"}, "--replay"},
                     Refused{"CaptureThatIsNotThere", {"--replay", "/no/such/file"}, "/no/such/file"},
                     Refused{"ReplayOfAPort", {"--replay", "TEXT", "--port", "/dev/null"}, "--replay"}),
     [](const auto& row) { return row.param.name; });

@@ -161,6 +161,31 @@ TEST(StationDecode, ReadsACaptureWithItsDirections)
     EXPECT_EQ(json::parse(lines[1])["time_ns"], 1'800'000'000'000'000'000);
 }
 
+TEST(StationDecode, ReadsWhatOtherToolsWrite)
+{
+    const std::string captures = SOURCE_FOLDER "/station/trace/captures/";
+    const std::string frames =
+        "station  02 01 []  tuner.frequency\n"
+        "unit     82 01 [24 FE]  tuner.frequency: frequency=9470 (94.7 MHz on FM)\n"
+        "station  0F 00 [01]  test.set-mode: mode=1 (on)\n"
+        "unit     8F 00 [01]  test.set-mode: mode=1 (on)\n";
+    for (const char* const file :
+         {"saleae-logic1.csv", "saleae-logic2.csv", "sigrok-classes.txt", "xxd.txt", "hexdump.txt", "big-ns.pcap"}) {
+        EXPECT_EQ(station({"decode", captures + file}).out, frames) << file;
+    }
+    const auto log = station({"decode", captures + "log-utc.txt", "--json"});
+    EXPECT_EQ(json::parse(linesOf(log.out).at(0))["time_ns"], 1'795'262'400'001'000'000);
+    EXPECT_THAT(log.err, HasSubstr("log-utc.txt: ignored 1 line without TX: or RX: and bytes"));
+}
+
+TEST(StationDecode, ReadsTheFormThatItIsTold)
+{
+    // The beginning looks like hexadecimal text.
+    EXPECT_EQ(shell("printf '11\\nTX: 2A A2 00 02 02 01 FF FB\\n' | $STATION decode").status, 2);
+    EXPECT_EQ(shell("printf '11\\nTX: 2A A2 00 02 02 01 FF FB\\n' | $STATION decode --format log").out,
+              "station  02 01 []  tuner.frequency\n");
+}
+
 TEST(StationDecode, WithoutASoundFrameHasStatusOne)
 {
     const auto outcome = station({"decode", "11", "22"});
@@ -246,8 +271,13 @@ INSTANTIATE_TEST_SUITE_P(
                 "standard input:2: expected bytes in hexadecimal"},
         Mistake{"NoHexadecimal", "$STATION decode '8F 00 [01'", "expected two codes and at most 252 bytes in brackets"},
         Mistake{"NoSuchFileNorBytes", "$STATION decode nosuchfile", "no such file: nosuchfile (or bytes"},
-        Mistake{"OlderCapture", "printf '\\xD4\\xC3\\xB2\\xA1' | $STATION decode",
-                "standard input: expected a pcapng capture"},
+        Mistake{"PcapThatIsCutOff", "printf '\\xD4\\xC3\\xB2\\xA1' | $STATION decode",
+                "standard input: the file ends within its header"},
+        Mistake{"NothingThatFits", "printf '\\x89PNG\\r\\n\\x1A\\n\\0' | $STATION decode",
+                "standard input: expected a capture (pcapng, pcap, Saleae CSV, "},
+        Mistake{"UnknownFormat", "$STATION decode --format vcd x", "--format: expected one of auto, pcapng"},
+        Mistake{"ChannelThatIsNotThere", "echo 'TX: 2A A2 00 02 02 01 FF FB' | $STATION decode --station A",
+                "standard input: expected a channel 'A', got 'TX'"},
         Mistake{"CaptureThatIsCutOff", "printf '\\x0A\\x0D\\x0D\\x0A\\x1C' | $STATION decode", "standard input"},
         Mistake{"NoSuchCatalogue", "$STATION catalogue check /no/such.toml", "/no/such.toml: no such file"},
         Mistake{"DirectoryForACatalogue", "$STATION catalogue check /", "/: cannot be read: Is a directory"},

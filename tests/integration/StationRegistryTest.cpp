@@ -90,6 +90,7 @@ TEST_F(StationRegistryTest, ValueOfAUnitGoesToNoOtherUnitWhateverSendsIt)
          {std::vector<std::string>{"identity", "write", "--set", "hu-serial=HU7"},
           {"send", "identity.write-hu-serial", "value=HU7"},
           {"send", "0A", "13", "48", "55", "37"},
+          {"replay", file("capture.txt", "0A 13 [48 55 37]\n")},
           {"plan", "run", plan, "--no-record"}}) {
         const auto refused = atOther(sender);
 

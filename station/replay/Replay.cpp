@@ -1,0 +1,409 @@
+#include "station/replay/Replay.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <deque>
+#include <map>
+#include <utility>
+
+#include "protocol/catalogue/Catalogue.h"
+#include "protocol/catalogue/Codec.h"
+#include "protocol/catalogue/HexBytes.h"
+#include "station/monitor/EventFilter.h"
+#include "station/trace/Attribution.h"
+#include "station/trace/Secrets.h"
+
+namespace station {
+
+namespace {
+
+namespace catalogue = protocol::catalogue;
+using Clock = Connection::Clock;
+using protocol::Frame;
+using protocol::UserError;
+using Kind = TraceEvent::Kind;
+using Result = Replayed::Result;
+
+/// A longer pause is a mistake in the capture's times, or a night between two tests.
+constexpr auto kLongestPause = std::chrono::hours(1);
+
+/// @returns whether the secret of a command is masked, so that the command itself is lost.
+bool isMasked(catalogue::Groups groups, const Frame& frame)
+{
+    Frame masked = frame;
+    return catalogue::maskSecrets(groups, masked) && masked == frame && !frame.params.empty();
+}
+
+Attribution::Due dueOf(const Request& request)
+{
+    // For a command without replies in the catalogue, a frame under its own code counts as one.
+    const bool replies = request.command != nullptr && !request.command->replies.empty();
+    return replies ? Attribution::Due::kReply : Attribution::Due::kSilence;
+}
+
+std::string fieldKey(catalogue::Groups groups, const catalogue::Command& command, const catalogue::DecodedField& field)
+{
+    return fmt::format("{}.{}", fullKey(groups, command), field.field->name);
+}
+
+/// The differences between the answers of then and now.
+class Comparison
+{
+public:
+    Comparison(catalogue::Groups groups, const std::set<std::string>& varying) : groups_(groups), varying_(varying) {}
+
+    std::vector<std::string> operator()(const catalogue::Command* command, const Frame& expected,
+                                        const Frame& got) const
+    {
+        const auto then = decodeFromUnit(groups_, expected, command);
+        const auto now = decodeFromUnit(groups_, got, command);
+        const bool sameKind = expected.cmdOne == got.cmdOne && expected.cmdTwo == got.cmdTwo && then.reply == now.reply;
+        if (!sameKind) {
+            return {fmt::format("expected {}, got {}", text(then, expected), text(now, got))};
+        }
+        std::vector<std::string> differences;
+        for (std::size_t i = 0; i < std::max(then.fields.size(), now.fields.size()); ++i) {
+            const auto* before = i < then.fields.size() ? &then.fields[i] : nullptr;
+            const auto* after = i < now.fields.size() ? &now.fields[i] : nullptr;
+            if (!same(command, before, after)) {
+                differences.push_back(fmt::format("{}: expected {}, got {}", (before ? before : after)->field->name,
+                                                  before ? format(*before) : "none", after ? format(*after) : "none"));
+            }
+        }
+        if (then.rest != now.rest) {
+            differences.push_back(fmt::format("expected [{}] behind the fields, got [{}]",
+                                              catalogue::formatHexBytes(then.rest),
+                                              catalogue::formatHexBytes(now.rest)));
+        }
+        return differences;
+    }
+
+    std::string text(const catalogue::Command* command, const Frame& frame) const
+    {
+        return text(decodeFromUnit(groups_, frame, command), frame);
+    }
+
+private:
+    bool same(const catalogue::Command* command, const catalogue::DecodedField* before,
+              const catalogue::DecodedField* after) const
+    {
+        if (before == nullptr || after == nullptr) {
+            return false;
+        }
+        if (command != nullptr && varying_.contains(fieldKey(groups_, *command, *before))) {
+            return after->problem.empty() || !before->problem.empty();
+        }
+        return format(*before) == format(*after);
+    }
+
+    std::string text(const catalogue::Decoded& decoded, const Frame& frame) const
+    {
+        return fmt::format("{} ({})", formatMasked(groups_, frame), catalogue::format(groups_, decoded, frame));
+    }
+
+    catalogue::Groups groups_;
+    const std::set<std::string>& varying_;
+};
+
+/// Sends the commands and puts the frames of then and now to them.
+class Replay : TraceSink
+{
+public:
+    Replay(catalogue::Groups groups, const Recording& recording, const ReplayTerms& terms, Interrupt& interrupt,
+           const std::function<void(const Replayed&)>& tell)
+        : groups_(groups)
+        , compare_(groups, recording.varying)
+        , terms_(terms)
+        , tell_(tell)
+        , then_(groups)
+        , now_(groups)
+        // A unit that has been away is not in the state that the capture expects.
+        , connection_(terms.port, {.reconnect = {}, .trace = this, .interrupt = &interrupt})
+    {
+        if (!terms.ignore.empty()) {
+            ignore_.emplace(groups, terms.ignore);
+        }
+    }
+
+    ReplaySummary run(CaptureReader& capture)
+    {
+        try {
+            while (const auto piece = capture.next()) {
+                if (!piece->event) {
+                    continue;
+                }
+                const TraceEvent& event = *piece->event;
+                if (event.kind == Kind::kSent && isMasked(groups_, event.frame)) {
+                    summary_.maskedAt = summary_.sent + 1;
+                    break;
+                }
+                if (event.kind == Kind::kSent) {
+                    send(event, piece->timed);
+                } else if (event.kind == Kind::kReceived) {
+                    put(then_, event, &Replayed::expected);
+                }
+            }
+            awaitAnswers();
+            if (!open_.empty() && open_.back().replayed.expected.empty()) {
+                listen(open_.back().until);
+            }
+        } catch (const protocol::Error&) {
+            close(1);
+            throw;
+        }
+        close(0);
+        return summary_;
+    }
+
+private:
+    struct Open {
+        Replayed replayed;
+        Clock::time_point until;
+    };
+
+    void on(const TraceEvent& event) override
+    {
+        if (event.aside) {
+            return;
+        }
+        if (event.kind == Kind::kLost) {
+            lost_ = event.text;
+        }
+        if (event.kind == Kind::kSent) {
+            now_.on(event);
+        } else if (event.kind == Kind::kReceived && !put(now_, event, &Replayed::got)) {
+            ++summary_.notices;
+        }
+    }
+
+    void send(const TraceEvent& event, bool timed)
+    {
+        Request request = requestOf(groups_, event.frame);
+        check(request, {.yes = terms_.yes});
+        awaitAnswers();
+        if (timed && !terms_.fast && lastAt_) {
+            listen(lastSent_ + std::clamp<Connection::Duration>(event.at - *lastAt_, {}, kLongestPause));
+        }
+        lastAt_ = timed ? std::optional(event.at) : std::nullopt;
+        close(Attribution::kRemembered - 1);
+        then_.expect(dueOf(request));
+        now_.expect(dueOf(request));
+        then_.on(event);
+        const Frame frame = request.frame;
+        open_.push_back({{then_.requests(), std::move(request), {}, {}, {}, {}}, Clock::now() + terms_.timeout});
+        connection_.send(frame);
+        throwIfLost();
+        ++summary_.sent;
+        lastSent_ = Clock::now();
+        open_.back().until = lastSent_ + terms_.timeout;
+    }
+
+    /// Puts a frame of the unit to the command that it answers.
+    /// @returns whether there is one.
+    bool put(Attribution& line, const TraceEvent& event, std::vector<Frame> Replayed::*frames)
+    {
+        const auto meaning = line.on(event);
+        const auto isAnswered = [&](const Open& each) {
+            const auto* command = each.replayed.request.command;
+            return meaning.request ? each.replayed.number == meaning.request->number
+                                   : command != nullptr && isLater(*command, event.frame);
+        };
+        const auto found = std::find_if(open_.rbegin(), open_.rend(), isAnswered);
+        // A unit that answers one command for ever must not fill the memory.
+        constexpr std::size_t kMostAnswers = 64;
+        if (found != open_.rend() && (found->replayed.*frames).size() < kMostAnswers) {
+            (found->replayed.*frames).push_back(event.frame);
+            catalogue::maskSecrets(groups_, (found->replayed.*frames).back());
+        }
+        return found != open_.rend();
+    }
+
+    /// Waits until each command has as many answers as the capture has for it so far, or its time is over.
+    void awaitAnswers()
+    {
+        for (;;) {
+            auto until = Clock::time_point::min();
+            for (const Open& each : open_) {
+                if (each.replayed.got.size() < each.replayed.expected.size()) {
+                    until = std::max(until, each.until);
+                }
+            }
+            if (until <= Clock::now()) {
+                return;
+            }
+            connection_.receive(until);
+            throwIfLost();
+        }
+    }
+
+    void listen(Clock::time_point until)
+    {
+        // At least once: frames that have come are told.
+        do {
+            connection_.receive(until);
+            throwIfLost();
+        } while (Clock::now() < until);
+    }
+
+    void throwIfLost() const
+    {
+        if (lost_) {
+            throw protocol::LineError(*lost_, protocol::kLineFailed);
+        }
+    }
+
+    /// Compares and tells the oldest commands until at most `left` are open.
+    void close(std::size_t left)
+    {
+        for (; open_.size() > left; open_.pop_front()) {
+            Replayed& each = open_.front().replayed;
+            judge(each);
+            ++summary_.results.at(static_cast<std::size_t>(each.result));
+            catalogue::maskSecrets(groups_, each.request.frame);
+            tell_(each);
+        }
+    }
+
+    void judge(Replayed& each) const
+    {
+        if (isIgnored(each)) {
+            each.result = Result::kIgnored;
+            return;
+        }
+        const auto* command = each.request.command;
+        const std::size_t both = std::min(each.expected.size(), each.got.size());
+        for (std::size_t i = 0; i < both; ++i) {
+            for (std::string& difference : compare_(command, each.expected[i], each.got[i])) {
+                each.differences.push_back(std::move(difference));
+            }
+        }
+        each.result = each.differences.empty() ? Result::kSame : Result::kDiffers;
+        for (std::size_t i = both; i < each.expected.size(); ++i) {
+            each.differences.push_back(fmt::format("expected {} within {} s, got no answer",
+                                                   compare_.text(command, each.expected[i]),
+                                                   std::chrono::duration<double>(terms_.timeout).count()));
+            each.result = each.result == Result::kSame ? Result::kMissing : each.result;
+        }
+        for (std::size_t i = both; i < each.got.size(); ++i) {
+            each.differences.push_back(fmt::format("expected no {}answer, got {}", both > 0 ? "further " : "",
+                                                   compare_.text(command, each.got[i])));
+            each.result = each.result == Result::kSame ? Result::kUnexpected : each.result;
+        }
+    }
+
+    bool isIgnored(const Replayed& each) const
+    {
+        if (!ignore_) {
+            return false;
+        }
+        const auto passes = [&](Kind kind, const Frame& frame, const catalogue::Decoded& decoded) {
+            return ignore_->passes({kind, {}, {}, frame, {}}, decoded);
+        };
+        const auto answersPass = [&](const Frame& frame) {
+            return passes(Kind::kReceived, frame, decodeFromUnit(groups_, frame, each.request.command));
+        };
+        return passes(Kind::kSent, each.request.frame, decodeRequest(groups_, each.request.frame)) ||
+               std::ranges::any_of(each.expected, answersPass) || std::ranges::any_of(each.got, answersPass);
+    }
+
+    catalogue::Groups groups_;
+    Comparison compare_;
+    const ReplayTerms& terms_;
+    const std::function<void(const Replayed&)>& tell_;
+    std::optional<EventFilter> ignore_;
+    Attribution then_;
+    Attribution now_;
+    std::deque<Open> open_;
+    ReplaySummary summary_;
+    std::optional<std::chrono::system_clock::time_point> lastAt_;
+    Clock::time_point lastSent_;
+    std::optional<std::string> lost_;
+    Connection connection_;
+};
+
+}  // namespace
+
+const char* name(Replayed::Result result)
+{
+    constexpr std::array kNames{"same", "differs", "missing", "unexpected", "ignored"};
+    return kNames.at(static_cast<std::size_t>(result));
+}
+
+protocol::ExitStatus ReplaySummary::status() const
+{
+    if (count(Result::kDiffers) + count(Result::kUnexpected) > 0) {
+        return protocol::kFailed;
+    }
+    if (count(Result::kMissing) > 0) {
+        return protocol::kNoAnswer;
+    }
+    return maskedAt ? protocol::kWrongUse : protocol::kPassed;
+}
+
+Recording survey(catalogue::Groups groups, CaptureReader& capture, const std::string& name, const ReplayTerms& terms)
+{
+    Recording recording;
+    Attribution line(groups);
+    // What each command has read since the last command that writes.
+    std::map<const catalogue::Command*, std::pair<std::vector<std::uint8_t>, std::vector<std::string>>> seen;
+    std::optional<std::chrono::system_clock::time_point> last;
+    bool masked = false;
+    while (const auto piece = capture.next()) {
+        if (!piece->event) {
+            continue;
+        }
+        const TraceEvent& event = *piece->event;
+        if (event.kind == Kind::kSent) {
+            masked = masked || isMasked(groups, event.frame);
+            ++recording.commands;
+            try {
+                const Request request = requestOf(groups, event.frame);
+                if (!masked) {
+                    check(request, {.yes = terms.yes});
+                }
+                if (!masked && !terms.fast && piece->timed && last && event.at - *last > kLongestPause) {
+                    throw UserError("expected a pause of at most an hour before it, got more: --fast leaves it out");
+                }
+                last = piece->timed ? std::optional(event.at) : std::nullopt;
+                line.expect(dueOf(request));
+                if (request.command == nullptr || request.command->access == catalogue::Access::kWrite) {
+                    seen.clear();
+                }
+            } catch (const UserError& error) {
+                throw UserError(fmt::format("{}: command {}: {}", name, recording.commands, error.what()));
+            }
+        }
+        const auto meaning = line.on(event);
+        const auto* command = meaning.request ? meaning.request->command : nullptr;
+        if (command == nullptr || command->access == catalogue::Access::kWrite) {
+            continue;
+        }
+        std::vector<std::string> texts;
+        std::ranges::transform(meaning.decoded.fields, std::back_inserter(texts),
+                               [](const catalogue::DecodedField& field) { return format(field); });
+        auto& [params, before] = seen[command];
+        if (params == meaning.request->frame.params) {
+            for (std::size_t i = 0; i < std::min(before.size(), texts.size()); ++i) {
+                if (before[i] != texts[i]) {
+                    recording.varying.insert(fieldKey(groups, *command, meaning.decoded.fields[i]));
+                }
+            }
+        }
+        params = meaning.request->frame.params;
+        before = std::move(texts);
+    }
+    if (recording.commands == 0) {
+        throw UserError(fmt::format("{}: expected commands of a station, got none", name));
+    }
+    return recording;
+}
+
+ReplaySummary replay(catalogue::Groups groups, CaptureReader& capture, const Recording& recording,
+                     const ReplayTerms& terms, Interrupt& interrupt, const std::function<void(const Replayed&)>& tell)
+{
+    return Replay(groups, recording, terms, interrupt, tell).run(capture);
+}
+
+}  // namespace station
