@@ -99,11 +99,12 @@ int replayCapture(const ReplayOptions& options, Tool& tool)
     const auto groups = catalogue::groups();
     auto terms = options.terms;
     terms.timeout = fromSeconds(options.timeoutSeconds);
-    if (std::error_code error; std::filesystem::exists(options.capture, error) &&
-                               !std::filesystem::is_directory(options.capture, error) &&
-                               !std::filesystem::is_regular_file(options.capture, error)) {
-        throw protocol::UserError(
-            fmt::format("{}: expected a file, which can be read twice, got a pipe or device", options.capture));
+    std::error_code error;
+    const auto kind = std::filesystem::status(options.capture, error).type();
+    using Type = std::filesystem::file_type;
+    if (options.capture == "-" || (kind != Type::regular && kind != Type::directory && kind != Type::not_found)) {
+        throw protocol::UserError(fmt::format("{}: expected a file, which can be read twice, got a pipe or device",
+                                              nameOfInput(options.capture)));
     }
     const auto read = [&](const auto& use) {
         const auto input = openInput(options.capture, tool.interrupt);

@@ -117,14 +117,12 @@ public:
         , compare_(groups, recording.varying)
         , terms_(terms)
         , tell_(tell)
+        , ignore_(groups, terms.ignore)
         , then_(groups)
         , now_(groups)
         // A unit that has been away is not in the state that the capture expects.
         , connection_(terms.port, {.reconnect = {}, .trace = this, .interrupt = &interrupt})
     {
-        if (!terms.ignore.empty()) {
-            ignore_.emplace(groups, terms.ignore);
-        }
     }
 
     ReplaySummary run(CaptureReader& capture)
@@ -295,11 +293,12 @@ private:
 
     bool isIgnored(const Replayed& each) const
     {
-        if (!ignore_) {
+        // An empty filter passes everything.
+        if (terms_.ignore.empty()) {
             return false;
         }
         const auto passes = [&](Kind kind, const Frame& frame, const catalogue::Decoded& decoded) {
-            return ignore_->passes({kind, {}, {}, frame, {}}, decoded);
+            return ignore_.passes({kind, {}, {}, frame, {}}, decoded);
         };
         const auto answersPass = [&](const Frame& frame) {
             return passes(Kind::kReceived, frame, decodeFromUnit(groups_, frame, each.request.command));
@@ -312,7 +311,7 @@ private:
     Comparison compare_;
     const ReplayTerms& terms_;
     const std::function<void(const Replayed&)>& tell_;
-    std::optional<EventFilter> ignore_;
+    EventFilter ignore_;
     Attribution then_;
     Attribution now_;
     std::deque<Open> open_;

@@ -117,9 +117,10 @@ public:
 protected:
     int_type underflow() override
     {
-        chunk_.resize(CaptureReader::kBeginning);
-        chunk_.resize(
-            static_cast<std::size_t>(rest_.sgetn(chunk_.data(), static_cast<std::streamsize>(chunk_.size()))));
+        // What is there, so that a pipe's frames are seen as they come.
+        chunk_.resize(rest_.sgetc() == traits_type::eof() ? 0 : CaptureReader::kBeginning);
+        const auto there = std::min(rest_.in_avail(), static_cast<std::streamsize>(chunk_.size()));
+        chunk_.resize(static_cast<std::size_t>(rest_.sgetn(chunk_.data(), there)));
         setg(chunk_.data(), chunk_.data(), chunk_.data() + chunk_.size());
         return chunk_.empty() ? traits_type::eof() : traits_type::to_int_type(chunk_.front());
     }
@@ -516,10 +517,11 @@ CaptureReader::CaptureReader(std::istream& in, std::string name, CaptureTerms te
     : name_(std::move(name)), terms_(std::move(terms)), format_(terms_.format)
 {
     in.exceptions(std::ios::badbit);
-    std::string beginning(kBeginning, '\0');
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";  // of UTF-8
+    std::string beginning(format_ == "auto" ? kBeginning : kMark.size(), '\0');
     const auto got = in.rdbuf()->sgetn(beginning.data(), static_cast<std::streamsize>(beginning.size()));
     beginning.resize(static_cast<std::size_t>(got));
-    if (constexpr std::string_view kMark = "\xEF\xBB\xBF"; beginning.starts_with(kMark)) {
+    if (beginning.starts_with(kMark)) {
         beginning.erase(0, kMark.size());
     }
     if (format_ == "auto") {
@@ -564,12 +566,15 @@ void CaptureReader::read()
             finish();
         }
     } else if (format_ == "raw") {
+        Rewound& buffer = source_->buffer;
         std::array<char, 4096> chunk;
-        const auto got = source_->buffer.sgetn(chunk.data(), chunk.size());
+        const bool atEnd = buffer.sgetc() == std::streambuf::traits_type::eof();
+        const auto there = std::min<std::streamsize>(atEnd ? 0 : buffer.in_avail(), chunk.size());
+        const auto got = static_cast<std::size_t>(buffer.sgetn(chunk.data(), there));
         Channel& only = channel("");
-        only.scanner.add({reinterpret_cast<const std::uint8_t*>(chunk.data()), static_cast<std::size_t>(got)});
+        only.scanner.add({reinterpret_cast<const std::uint8_t*>(chunk.data()), got});
         emit(only, std::nullopt);
-        if (got == 0) {
+        if (atEnd) {
             finish();
         }
     } else {

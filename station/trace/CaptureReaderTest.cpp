@@ -259,11 +259,13 @@ INSTANTIATE_TEST_SUITE_P(
                 "auto", "a:18: expected at most 16 channels, got '16' too"}),
     [](const auto& row) { return row.param.name; });
 
-/// A stream of `size` bytes that repeats a pattern, and the most that was asked of it ahead of the reader.
+/// A stream of `size` bytes that repeats a pattern, one at a time.
 class Endless : public std::streambuf
 {
 public:
     Endless(std::string pattern, std::size_t size) : pattern_(std::move(pattern)), left_(size / pattern_.size()) {}
+
+    std::size_t left() const { return left_; }
 
 protected:
     int_type underflow() override
@@ -296,6 +298,18 @@ TEST(CaptureReader, HandsOutALongCaptureWhileItReads)
         }
 
         EXPECT_EQ(events, (3u << 20) / pattern.size() * (pattern.starts_with("RX") ? 1 : 2));
+    }
+}
+
+TEST(CaptureReader, OfAPipeWhoseFormItIsToldTakesNoMoreThanItNeeds)
+{
+    for (const auto& [format, pattern] : {std::pair("log", "TX: 2A A2 00 02 02 01 FF FB\n"s), {"raw", kTwoFrames}}) {
+        Endless buffer(pattern, 10 * pattern.size());
+        std::istream in(&buffer);
+        CaptureReader reader(in, "a", {.format = format});
+
+        EXPECT_TRUE(reader.next()->event);
+        EXPECT_EQ(buffer.left(), 9u) << format;
     }
 }
 

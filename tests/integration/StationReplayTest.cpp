@@ -119,6 +119,10 @@ TEST_F(StationReplayTest, RefusesBeforeItOpensTheLine)
         EXPECT_THAT(linesOf(outcome.err), ElementsAre(HasSubstr(capture + text)));
         EXPECT_THAT(outcome.out, IsEmpty());
     }
+    EXPECT_THAT(run({"bash", "-c", "echo '02 01 []' | " + shellWords(ENGINEERING_STATION) + " replay -"}).err,
+                HasSubstr("standard input: expected a file"));
+    EXPECT_THAT(replay({write("d.txt", "02 01 []\n"), "--ignore", "tunre", "--port", "/no/such/port"}).err,
+                HasSubstr("did you mean 'tuner'?"));
     EXPECT_EQ(replay({write("d.txt", "02 01 []\n"), "--port", "/no/such/port"}).status, 10);
 }
 
