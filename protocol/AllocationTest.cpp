@@ -56,4 +56,19 @@ TEST(Allocations, NoneInReceivingFramesOnceTheBufferIsThere)
     EXPECT_EQ(frames, 10'001U);
 }
 
+TEST(Allocations, NoneInFillingTheBufferToItsLastByte)
+{
+    std::vector<std::uint8_t> bytes(2 * (4096 + protocol::kMaxStationFrame));
+    std::copy(std::begin(wire::kModeOn), std::end(wire::kModeOn), bytes.end() - std::ssize(wire::kModeOn));
+    protocol::FrameAssembler assembler;
+    const auto receive = [&] {
+        assembler.append(bytes);
+        while (assembler.next()) {
+        }
+    };
+    receive();
+
+    EXPECT_EQ(allocationsIn(receive), 0U);
+}
+
 }  // namespace

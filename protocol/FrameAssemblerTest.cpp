@@ -233,6 +233,17 @@ TEST(FrameAssembler, AboveItsLimitItDropsWhatCanNoLongerBeginAFrame)
     EXPECT_THAT(feed(assembler, {0x02, 0x0F, 0x01, 0xFF, 0xEE}), ElementsAre(kAskReadySeen));
 }
 
+TEST(FrameAssembler, AFrameThatWasReadIsNotAmongTheDroppedBytes)
+{
+    FrameAssembler assembler;
+    Bytes stream = wire::kModeOn;
+    stream.resize(FrameAssembler::kLimit, 0x55);
+    ASSERT_THAT(feed(assembler, stream), ElementsAre(kModeOnSeen));
+
+    const std::size_t dropped = assembler.append(Bytes(FrameAssembler::kLimit, 0x55));
+    EXPECT_EQ(dropped, 2 * FrameAssembler::kLimit - wire::kModeOn.size() - assembler.size());
+}
+
 TEST(FrameAssembler, AboveItsLimitItKeepsAFrameThatIsStillComing)
 {
     FrameAssembler assembler;

@@ -107,6 +107,7 @@ TEST(Suggest, NamesTheWordOfWhichOnlyTheBeginningWasWritten)
     EXPECT_EQ(nearest("freq", kWords), "frequency");
     EXPECT_EQ(nearest("fr", kWords), "frequency");
     EXPECT_EQ(nearest("f", kWords), "");
+    EXPECT_EQ(nearest("fractuxy", std::array<std::string_view, 1>{"fractured-together"}), "");
 }
 
 TEST(Suggest, PrefersAWordWithAnotherEndingToALongerOne)

@@ -29,8 +29,7 @@ void SetSpeed(termios& options, int nSpeed)
     for (const auto& known : kSpeeds) {
         if (known.nSpeed != nSpeed)
             continue;
-        cfsetispeed(&options, known.eSpeed);
-        cfsetospeed(&options, known.eSpeed);
+        cfsetspeed(&options, known.eSpeed);
     }
 }
 

@@ -48,6 +48,11 @@ TEST(DecodeRequest, KeepsBytesBehindTheFieldsWithoutComplaint)
     EXPECT_THAT(decoded.problems, IsEmpty());
 }
 
+TEST(DecodeRequest, TellsWhatIsWrongWithAParameter)
+{
+    EXPECT_THAT(decodeRequest(kGroups, {0x02, 0x04, {0x09}}).problems, SizeIs(1));
+}
+
 TEST(DecodeRequest, OfAnUnknownCommandStaysBytes)
 {
     const Decoded decoded = decodeRequest(kGroups, {0x33, 0x44, {0x01, 0x02}});

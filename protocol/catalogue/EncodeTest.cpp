@@ -5,6 +5,7 @@
 
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
+#include "protocol/catalogue/Number.h"
 #include "protocol/catalogue/SampleCatalogue.h"
 
 namespace protocol::catalogue {
@@ -289,6 +290,24 @@ INSTANTIATE_TEST_SUITE_P(
                 {{"text", std::string(253, 'x')}},
                 "expected at most 252 parameter bytes in a frame, got 253"}),
     [](const auto& row) { return row.param.name; });
+
+TEST(ParseInteger, StopsAtTheEndsOf64Bits)
+{
+    using Limits = std::numeric_limits<std::int64_t>;
+    const struct {
+        const char* text;
+        std::int64_t number;
+    } rows[] = {{"9223372036854775807", Limits::max()},
+                {"9223372036854775808", Limits::max()},
+                {"-9223372036854775807", -Limits::max()},
+                {"-9223372036854775808", Limits::min()},
+                {"-99999999999999999999", Limits::min()}};
+    for (const auto& [text, expected] : rows) {
+        std::int64_t number = 0;
+        EXPECT_TRUE(parseInteger(text, number)) << text;
+        EXPECT_EQ(number, expected) << text;
+    }
+}
 
 TEST(Encode, TakesAsMuchAsAFrameHolds)
 {

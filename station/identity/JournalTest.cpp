@@ -108,6 +108,15 @@ TEST_F(JournalTest, LinesAreAppended)
     EXPECT_EQ(lines()[0]["reason"], "the link failed");
 }
 
+TEST_F(JournalTest, LettersStayAsTheyAreWritten)
+{
+    Journal(path, "/dev/x").noteEnd("Gerät", "the link failed");
+
+    std::string line;
+    std::getline(std::ifstream(path) >> std::ws, line);
+    EXPECT_THAT(line, HasSubstr("\"Gerät\""));
+}
+
 TEST_F(JournalTest, UnfinishedLineDoesNotSpoilTheNext)
 {
     Journal journal(path, "/dev/x");

@@ -696,6 +696,7 @@ TEST_F(RegistryTest, LedgersBySerialAddToTheUnitThatHasTheSerial)
            "\n");
 
     EXPECT_EQ(open()->importLedger(csv + ".ledger"), 2u);
+    EXPECT_NE(LedgerFile(csv + ".ledger", nullptr, true).registry(), "");
 
     std::map<std::string, std::string> found;
     open(Registry::Access::kLook)->list([&](const Registry::Entry& entry) {

@@ -262,6 +262,18 @@ TEST_F(ValueSourceTest, PatternHoldsForBothEndsOfARange)
     }
 }
 
+TEST_F(ValueSourceTest, PatternHoldsForTheFirstAddressOfABlockThatIsGiven)
+{
+    rules.patterns["carplay-mac"] = std::make_shared<re2::RE2>("001A7D00000[^1]");
+
+    try {
+        source({.macBlocks = {"carplay-mac=001A7D000000/44"}});
+        ADD_FAILURE() << "the block was taken";
+    } catch (const UserError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("got 001A7D000001"));
+    }
+}
+
 struct WrongValues {
     const char* name;
     ValueOptions options;

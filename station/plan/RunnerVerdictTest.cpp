@@ -327,6 +327,18 @@ TEST_F(RunnerTest, OfManyStrangeFramesEightAreNamed)
               "[03], 83 01 [04], 83 01 [05], 83 01 [06], 83 01 [07] and 2 more; the reply would be 82 01");
 }
 
+TEST_F(RunnerTest, EightStrangeFramesAreAllThereIsToName)
+{
+    on[kFrequency] = [&](const Frame&) {
+        for (std::uint8_t i = 0; i < 8; ++i) {
+            reply(0x83, 0x01, {i});
+        }
+    };
+
+    EXPECT_EQ(verdictOf(runSteps(kAsk)), Verdict::kError);
+    EXPECT_THAT(reasonOf(step(0)), testing::EndsWith("83 01 [07]; the reply would be 82 01"));
+}
+
 TEST_F(RunnerTest, LaterReplyOfAnotherCommandIsNotStrange)
 {
     on[kFrequency] = [&](const Frame&) { reply(0x83, 0x05, {2}); };
