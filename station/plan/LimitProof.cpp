@@ -81,7 +81,7 @@ std::vector<LimitProof> limitsOf(std::string_view phase, const Group& group, con
     const auto add = [&](const Expected& expected, bool isMaximum, const std::optional<double>& limit) {
         const bool all = expected.records == Records::kAll && !isMaximum;
         const bool known = std::ranges::any_of(list, [&](const LimitProof& each) {
-            return each.measurement == expected.name && each.isMaximum == isMaximum;
+            return each.measurement == expected.name && each.isMaximum == isMaximum && each.limit == limit;
         });
         const auto& formula = isMaximum ? expected.maximumOf : expected.minimumOf;
         if ((limit || formula || all) && !known) {

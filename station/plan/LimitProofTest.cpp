@@ -137,6 +137,14 @@ TEST_F(LimitProofTest, SupersededAttemptsTriesAndTextsAreNoEvidence)
     EXPECT_EQ(volume().lacks(), "no bad unit has failed it");
 }
 
+TEST_F(LimitProofTest, RunWithAnotherLimitIsNoEvidence)
+{
+    record::Run run = volumes("good", {5});
+    run.phases[1].groups[0].tries[0].steps[1].attempts[0].measurements[0].limits.maximum = 8;
+    addEvidence(proofs_, plan_, run);
+    EXPECT_EQ(volume().lacks(), "no unit has been measured");
+}
+
 TEST_F(LimitProofTest, RecordThatEndsEarlyIsNoEvidence)
 {
     record::Run run = volumes("good", {5});
