@@ -199,7 +199,7 @@ local groups = {
 }
 local frames = {
     { 2, 255, "tuner.play-2_b", {{ name = "band", type = "u8", size = 1, choices = { [1] = "am", [4] = "fm", }, minimum = 1, maximum = 4, closed = true }, { name = "level", type = "u16be", size = 2, unit = "dB", choices = { [9] = "top", }, minimum = 0, maximum = 65535, optional = true }, { name = "code", type = "bytes", minimum = 2, maximum = 6, optional = true }} },
-    { 2, 1, "tuner.played", {} },
+    { 2, 1, "tuner.played", {}, replies = { [33281] = 252, [65535] = 0, }, minimum = 0, silent = "without a record" },
     { 2, 3, "tuner.wipe", {{ name = "id", type = "ascii", minimum = 4, maximum = 4 }} },
     { 130, 1, "tuner.played", {{ name = "frequency", type = "u32be", size = 4, minimum = 0, maximum = 4294967295 }} },
     { 130, 5, "tuner.lost", {{ name = "mac", type = "hex", minimum = 2, maximum = 12, lenient = true }} },

@@ -58,10 +58,31 @@ std::string fields(std::span<const Field> list)
 }
 
 std::string frameLine(std::uint8_t one, std::uint8_t two, const Group& group, std::string_view key,
-                      std::span<const Field> list)
+                      std::span<const Field> list, std::string_view more = "")
 {
-    return fmt::format("    {{ {}, {}, {}, {} }},\n", one, two, luaLiteral(fmt::format("{}.{}", group.key, key)),
-                       fields(list));
+    return fmt::format("    {{ {}, {}, {}, {}{} }},\n", one, two, luaLiteral(fmt::format("{}.{}", group.key, key)),
+                       fields(list), more);
+}
+
+/// @returns what a request's line says about its replies: the codes, each with the most parameter bytes with which it
+/// still answers this command.
+std::string replies(const Command& command)
+{
+    if (command.replies.empty()) {
+        return "";
+    }
+    std::string text = ", replies = {";
+    for (const Reply& reply : command.replies) {
+        // The first reply has the command's own code. Further replies share their codes with other commands' replies.
+        std::size_t most = 0;
+        for (const Field& field : reply.fields) {
+            most += sizeOf(field.type) > 0 ? sizeOf(field.type) : static_cast<std::size_t>(field.maximum);
+        }
+        text += fmt::format(" [{}] = {},", reply.cmdOne << 8 | reply.cmdTwo,
+                            &reply == &command.replies.front() ? kMaxStationParams : most);
+    }
+    text += fmt::format(" }}, minimum = {}", command.minimumParams);
+    return text + (command.silentWhen.empty() ? "" : ", silent = " + luaLiteral(command.silentWhen));
 }
 
 }  // namespace
@@ -79,7 +100,7 @@ std::string writeLua(Groups groups, std::string_view code)
     for (const Group& group : groups) {
         titles += fmt::format("    [{}] = {},\n", group.code, luaLiteral(group.title));
         for (const Command& command : group.commands) {
-            requests += frameLine(command.cmdOne, command.cmdTwo, group, command.key, command.params);
+            requests += frameLine(command.cmdOne, command.cmdTwo, group, command.key, command.params, replies(command));
             // The usual reply of a code stands before an exception under the same code.
             for (const Reply& reply : command.replies) {
                 (reply.when.empty() ? usual : exceptions) +=

@@ -3,7 +3,9 @@
 -- Copy it into Wireshark's folder for personal Lua plugins, or: tshark -X lua_script:engineering.lua -r trace.pcapng
 -- It takes captures of link type USER0, one frame or more per packet, as engineering-station writes them.
 -- Filters: engineering.key == "tuner.play", engineering.from_unit == 1, engineering.tuner.play.frequency > 8750,
--- engineering.checksum.bad == 1
+-- engineering.checksum.bad == 1, engineering.time > 0.1
+-- A request shows its reply (engineering.response_in) and a missing one (engineering.expert.no_reply) only when the
+-- capture is read twice, as Wireshark does and tshark with -2.
 
 local groups = {}
 
@@ -21,6 +23,9 @@ f.rest = ProtoField.bytes("engineering.rest", "Bytes beyond the known fields")
 f.padding = ProtoField.uint8("engineering.padding", "Padding", base.HEX)
 f.checksum = ProtoField.uint16("engineering.checksum", "Checksum", base.HEX)
 f.checksum_bad = ProtoField.bool("engineering.checksum.bad", "Checksum is wrong")
+f.response_in = ProtoField.framenum("engineering.response_in", "Reply in", base.NONE, frametype.RESPONSE)
+f.response_to = ProtoField.framenum("engineering.response_to", "Reply to", base.NONE, frametype.REQUEST)
+f.time = ProtoField.relative_time("engineering.time", "Time from the request")
 
 local bad_checksum = ProtoExpert.new("engineering.expert.checksum", "The checksum is wrong", expert.group.CHECKSUM,
   expert.severity.ERROR)
@@ -34,7 +39,9 @@ local left_over = ProtoExpert.new("engineering.expert.rest", "More bytes than th
   expert.group.PROTOCOL, expert.severity.NOTE)
 local no_frame = ProtoExpert.new("engineering.expert.garbage", "Bytes outside of frames", expert.group.MALFORMED,
   expert.severity.NOTE)
-engineering.experts = { bad_checksum, out_of_range, unusual, cut_short, left_over, no_frame }
+local no_reply = ProtoExpert.new("engineering.expert.no_reply", "The capture has no reply", expert.group.SEQUENCE,
+  expert.severity.WARN)
+engineering.experts = { bad_checksum, out_of_range, unusual, cut_short, left_over, no_frame, no_reply }
 
 local makers = {
   u8 = ProtoField.uint8, u16be = ProtoField.uint16, u24be = ProtoField.uint24, u32be = ProtoField.uint32,
@@ -146,8 +153,59 @@ local function checksum_of(buffer, length)
   return (-sum) % 65536
 end
 
--- Dissects the frame at the buffer's beginning; returns its length and what it says, or nil when there is none.
-local function dissect_frame(buffer, tree)
+-- The first pass, in the order of the capture, finds the pairs; they are kept by packet and place in it. A capture of
+-- several lines is taken for one: in the first pass, tshark does not tell a packet's interface.
+local kept = 16
+local requests, links = {}, {}
+
+function engineering.init()
+  requests, links = {}, {}
+end
+
+-- Returns the latest request that the frame answers; when that one has its reply, the latest before it that has none.
+local function find_request(id, size)
+  local latest
+  for i = #requests, 1, -1 do
+    local most = requests[i].replies[id]
+    if most and size <= most then
+      if not requests[i].response_in then return requests[i] end
+      latest = latest or requests[i]
+    end
+  end
+  return latest
+end
+
+local function link(pinfo, from_unit, id, entry, size)
+  if from_unit then
+    local request = find_request(id, size)
+    if not request then return nil end
+    request.response_in = request.response_in or pinfo.number
+    return { response_to = request.number, time = pinfo.rel_ts - request.at }
+  end
+  if not (entry and entry.replies) then return nil end
+  local request = { number = pinfo.number, at = pinfo.rel_ts, replies = entry.replies, silent = entry.silent,
+    due = size >= entry.minimum }
+  requests[#requests + 1] = request
+  if #requests > kept then table.remove(requests, 1) end
+  return request
+end
+
+local function add_link(tree, pinfo, one)
+  if one.response_to then
+    tree:add(f.response_to, one.response_to):set_generated()
+    local seconds = math.floor(one.time)
+    tree:add(f.time, NSTime.new(seconds, math.floor((one.time - seconds) * 1e9 + 0.5))):set_generated()
+  elseif one.response_in then
+    tree:add(f.response_in, one.response_in):set_generated()
+  elseif pinfo.visited and one.due then
+    tree:add_proto_expert_info(no_reply, "The capture has no reply" ..
+      (one.silent and ("; none comes " .. one.silent) or ""))
+  end
+end
+
+-- Dissects the frame at `place` in the packet, the buffer's beginning; returns its length and what it says, or nil when
+-- there is none.
+local function dissect_frame(buffer, pinfo, tree, place)
   if buffer:len() < 8 or buffer(0, 2):uint() ~= 0x2AA2 then return nil end
   local length = buffer(3, 1):uint()
   if length < 2 or length == 255 then return nil end
@@ -183,6 +241,10 @@ local function dissect_frame(buffer, tree)
   if bad then
     item:add_proto_expert_info(bad_checksum, string.format("The checksum should be %04X", expected))
     text = text .. " [checksum is wrong]"
+  else
+    local key = pinfo.number .. ":" .. place
+    if not pinfo.visited then links[key] = link(pinfo, from_unit, one * 256 + two, entry, length - 2) end
+    if links[key] then add_link(branch, pinfo, links[key]) end
   end
   branch:append_text(", " .. text)
   return total, (from_unit and "unit: " or "station: ") .. text
@@ -204,7 +266,7 @@ function engineering.dissector(buffer, pinfo, tree)
     local taken, text
     if is_frame then
       close_garbage()
-      taken, text = dissect_frame(rest, tree)
+      taken, text = dissect_frame(rest, pinfo, tree, offset)
     end
     if taken then
       texts[#texts + 1] = text
