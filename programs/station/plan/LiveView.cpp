@@ -1,6 +1,4 @@
 #include <fmt/format.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -8,6 +6,7 @@
 #include <mutex>
 #include <vector>
 
+#include "programs/station/Screen.h"
 #include "programs/station/plan/RunView.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/record/Outcome.h"
@@ -23,36 +22,6 @@ using station::TraceEvent;
 using station::record::printable;
 
 constexpr std::size_t kFrames = 3;
-constexpr const char* kEraseLine = "\r\x1b[2K";
-constexpr const char* kLineUp = "\x1b[1A";
-
-struct Size {
-    std::size_t columns = 80;
-    std::size_t rows = 24;
-};
-
-Size screenSize()
-{
-    winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
-        return {};
-    }
-    return {size.ws_col, size.ws_row};
-}
-
-/// @returns the beginning of a line of UTF-8 that fits; a character is taken to be one column wide.
-std::string fitted(const std::string& line, std::size_t columns)
-{
-    std::size_t seen = 0;
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        const bool begins = (static_cast<unsigned char>(line[i]) & 0xC0) != 0x80;
-        if (begins && seen++ == columns) {
-            return line.substr(0, i);
-        }
-    }
-    return line;
-}
-
 /// The lines of one unit.
 struct UnitState {
     std::string label;
@@ -193,28 +162,18 @@ private:
     /// @returns the text that adds the new lines above the block at the bottom and draws the block again.
     std::string composeLocked(bool withBlock)
     {
-        std::string text;
-        for (std::size_t i = 0; i < drawn_; ++i) {
-            text += std::string(kLineUp) + kEraseLine;
-        }
+        std::string above;
         for (const std::string& line : lines_) {
-            text += line + "\n";
+            above += line + "\n";
         }
         lines_.clear();
-        drawn_ = 0;
-        if (withBlock) {
-            const Size size = screenSize();
-            for (const UnitState& unit : units_) {
-                for (const std::string& line : blockLocked(unit)) {
-                    // A block higher than the screen could not be erased.
-                    if (drawn_ + 2 < size.rows) {
-                        text += fitted(line, size.columns - 1) + "\n";
-                        ++drawn_;
-                    }
-                }
+        std::vector<std::string> block;
+        for (const UnitState& unit : units_) {
+            if (withBlock) {
+                std::ranges::move(blockLocked(unit), std::back_inserter(block));
             }
         }
-        return text;
+        return block_.redraw(above, block);
     }
 
     const station::plan::Plan& plan_;
@@ -228,7 +187,7 @@ private:
     std::deque<UnitState> units_;
     std::deque<UnitObserver> observers_;
     std::vector<std::string> lines_;
-    std::size_t drawn_ = 0;
+    ScreenBlock block_;
     bool aside_ = false;
 };
 
