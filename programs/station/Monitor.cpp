@@ -1,21 +1,20 @@
 #include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "programs/Cli.h"
-#include "programs/station/FrameJson.h"
+#include "programs/station/EventView.h"
 #include "programs/station/Tool.h"
 #include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
-#include "protocol/catalogue/HexBytes.h"
-#include "station/ClockText.h"
-#include "station/FrameScanner.h"
 #include "station/monitor/EventFilter.h"
 #include "station/monitor/Monitor.h"
+#include "station/record/RunList.h"
 #include "station/trace/Attribution.h"
 #include "station/trace/CaptureReader.h"
 #include "station/trace/Describe.h"
@@ -26,9 +25,7 @@ namespace programs::station_tool {
 
 namespace {
 
-using nlohmann::ordered_json;
 using station::TraceEvent;
-using Kind = TraceEvent::Kind;
 namespace catalogue = protocol::catalogue;
 
 struct MonitorOptions {
@@ -37,132 +34,115 @@ struct MonitorOptions {
     std::string pcapng;
     std::string replay;
     station::CaptureTerms capture;
+    std::string run;
+    std::string results;
     double timeoutSeconds = 1;
     double durationSeconds = 0;
     // A user who watches waits for the device as long as it takes.
     double reconnectSeconds = kForEver;
     bool hex = false;
+    bool changes = false;
     bool enterTestMode = false;
 };
 
-/// @returns "14:03:27.123456" on the station's clock.
-std::string clockTime(std::chrono::system_clock::time_point time)
-{
-    return station::formatLocal(time, "%H:%M:%S") + station::fractionOfSecond(time, 6);
-}
-
-/// Prints events as they happen, each at once.
-class Printer : public station::TraceSink
+/// Shows nothing: standard output holds the capture.
+class NoView : public EventView
 {
 public:
-    Printer(station::EventFilter filter, bool hex, bool json)
-        : filter_(std::move(filter)), hex_(hex), json_(json), colour_(!json && colourWanted())
-    {
-    }
-
-    void on(const TraceEvent& event) override
-    {
-        const auto decoded = attribution_.on(event).decoded;
-        if (!filter_.passes(event, decoded)) {
-            return;
-        }
-        json_ ? printObject(event, decoded) : printLine(event, decoded);
-        std::fflush(stdout);
-    }
-
-private:
-    void printLine(const TraceEvent& event, const catalogue::Decoded& decoded) const
-    {
-        std::string line = clockTime(event.at) + "  ";
-        std::string direction = name(event.kind);
-        direction.resize(8, ' ');
-        const char* colour = event.kind == Kind::kSent ? "\x1B[36m" : event.kind == Kind::kReceived ? "" : "\x1B[31m";
-        line += colour_ && *colour != '\0' ? colour + direction + "\x1B[0m" : direction;
-        line += "  " + describe(attribution_.groups(), event, decoded);
-        if (const auto bytes = station::wireBytes(event); hex_ && !bytes.empty()) {
-            line += "  | " + catalogue::formatHexBytes(bytes);
-        }
-        std::puts(line.c_str());
-    }
-
-    void printObject(const TraceEvent& event, const catalogue::Decoded& decoded) const
-    {
-        const bool frame = event.kind == Kind::kSent || event.kind == Kind::kReceived;
-        ordered_json object{
-            {"type", frame ? "frame" : name(event.kind)},
-            {"time", station::isoUtc(event.at, 6)},
-            {"time_ns", std::chrono::duration_cast<std::chrono::nanoseconds>(event.at.time_since_epoch()).count()}};
-        if (!hasFrame(event.kind)) {
-            object["text"] = describe(attribution_.groups(), event, decoded);
-        } else {
-            object["direction"] = event.kind == Kind::kSent ? "sent" : "received";
-            object["from"] = event.kind == Kind::kSent ? "station" : "unit";
-            object.update(frameJson(attribution_.groups(), decoded, event.frame));
-            if (event.masked) {
-                object["masked"] = true;
-            }
-        }
-        if (const auto bytes = station::wireBytes(event); hex_ && !bytes.empty()) {
-            object["bytes"] = catalogue::formatHexBytes(bytes);
-        }
-        printJson(std::move(object));
-    }
-
-    station::Attribution attribution_{catalogue::groups()};
-    station::EventFilter filter_;
-    bool hex_;
-    bool json_;
-    bool colour_;
+    void on(const TraceEvent&) override {}
 };
 
-int replay(const MonitorOptions& options, const Tool& tool, Printer& printer)
+/// @returns whether the reader of standard output has closed its end of the pipe.
+bool isReaderGone()
+{
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return std::ferror(stdout) != 0 || (poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0);
+}
+
+int replay(const MonitorOptions& options, const Tool& tool, EventView& view)
 {
     const auto input = openInput(options.replay, tool.interrupt);
     station::CaptureReader reader(*input, nameOfInput(options.replay), options.capture);
     station::SecretMask mask(catalogue::groups());
     while (auto piece = reader.next()) {
         if (piece->event) {
-            printer.on(mask(*std::move(piece->event)));
+            view.on(mask(*std::move(piece->event)));
         }
     }
+    view.finish();
     complainOfIgnored(nameOfInput(options.replay), reader.ignored());
     return kPassed;
 }
 
-/// Begins a capture of the port's line.
-std::optional<station::pcapng::File> captureOf(const MonitorOptions& options)
+/// Begins a capture of the port's line; "-" is standard output.
+std::unique_ptr<station::pcapng::File> captureOf(const std::string& path, const station::PortSpec& port)
 {
-    if (options.pcapng.empty()) {
-        return std::nullopt;
+    using station::pcapng::File;
+    if (path.empty()) {
+        return nullptr;
     }
+    const station::pcapng::Source source{std::string(kProgram) + " " ENGINEERING_VERSION, port.path, port.baud};
+    const auto meaning = [attribution = station::Attribution(catalogue::groups())](const TraceEvent& event) mutable {
+        return describe(attribution.groups(), event, attribution.on(event).decoded);
+    };
     try {
-        return std::optional<station::pcapng::File>(
-            std::in_place, options.pcapng,
-            station::pcapng::Source{std::string(kProgram) + " " ENGINEERING_VERSION, options.port.path,
-                                    options.port.baud},
-            [attribution = station::Attribution(catalogue::groups())](const TraceEvent& event) mutable {
-                return describe(attribution.groups(), event, attribution.on(event).decoded);
-            });
+        return path == "-" ? std::make_unique<File>(source, meaning) : std::make_unique<File>(path, source, meaning);
     } catch (const std::system_error& error) {
         throw protocol::StorageError(error.what(), kNotRecorded);
     }
 }
 
+/// Standard output takes the capture alone.
+void expectRoomForCapture(const MonitorOptions& options, const Tool& tool)
+{
+    if (tool.json || options.hex || options.changes || !options.filter.empty()) {
+        throw protocol::UserError(
+            "--pcapng -: expected no --json, --hex, --changes or --filter, since standard output holds the capture");
+    }
+    if (isatty(STDOUT_FILENO) == 1) {
+        throw protocol::UserError("--pcapng -: expected a pipe or a file as standard output, got a terminal");
+    }
+}
+
 int monitorLine(const MonitorOptions& options, Tool& tool)
 {
-    Printer printer({catalogue::groups(), options.filter}, options.hex, tool.json);
-    if (!options.replay.empty()) {
-        return replay(options, tool, printer);
+    if (!options.results.empty() && options.run.empty()) {
+        throw protocol::UserError("--results: expected --run with it, got none");
     }
-    auto capture = captureOf(options);
-    const station::MonitorTerms terms{
-        options.port, fromSeconds(options.timeoutSeconds), fromSeconds(options.reconnectSeconds),
-        options.durationSeconds > 0 ? std::optional(fromSeconds(options.durationSeconds)) : std::nullopt,
-        options.enterTestMode};
-    const station::MonitorOutput output{printer, capture ? &*capture : nullptr,
-                                        [](const std::string& line) { complain(kProgram, line); },
-                                        [] { return std::ferror(stdout) != 0; }};
-    return monitor(catalogue::groups(), terms, output, tool.interrupt);
+    const bool intoPipe = options.pcapng == "-";
+    if (intoPipe) {
+        expectRoomForCapture(options, tool);
+    }
+    const auto view =
+        intoPipe ? std::make_unique<NoView>()
+                 : makeEventView({catalogue::groups(), options.filter}, {options.hex, tool.json, options.changes});
+    if (!options.replay.empty()) {
+        return replay(options, tool, *view);
+    }
+    std::optional<station::RunTap> tap;
+    if (!options.run.empty()) {
+        tap.emplace(station::record::findRecord(resultsFolder(tool, options.results), options.run), tool.interrupt);
+    }
+    const auto capture = captureOf(options.pcapng, tap ? tap->port() : options.port);
+    bool closed = false;
+    const station::MonitorOutput output{*view, capture.get(), [&view](const std::string& line) { view->say(line); },
+                                        [&] {
+                                            view->tick();
+                                            closed = isReaderGone() || (intoPipe && !capture->failure().empty());
+                                            return closed;
+                                        }};
+    const auto duration =
+        options.durationSeconds > 0 ? std::optional(fromSeconds(options.durationSeconds)) : std::nullopt;
+    const auto status = tap ? tap->show(catalogue::groups(), duration, output)
+                            : monitor(catalogue::groups(),
+                                      {options.port, fromSeconds(options.timeoutSeconds),
+                                       fromSeconds(options.reconnectSeconds), duration, options.enterTestMode},
+                                      output, tool.interrupt);
+    view->finish();
+    if (intoPipe && !capture->failure().empty() && !isReaderGone()) {
+        complain(kProgram, capture->failure());
+    }
+    return closed && status == kPassed ? kFailed : status;
 }
 
 }  // namespace
@@ -174,9 +154,9 @@ void addMonitor(Tool& tool)
         "monitor",
         "Show the traffic on a line\n"
         "Each frame is one line: time, direction as the station sees it (sent, received, corrupt), meaning. The tool "
-        "locks the port, so you see what the unit sends by itself. Most units send in auto-test mode only: see "
-        "--enter-test-mode. For key reports, run 'send keys.set-feedback value=on' first. The tool waits for a device "
-        "that disappears. Ctrl-C ends it, with exit status 0.\n"
+        "locks the port, so you see what the unit sends by itself; see --run for the line of a plan. Most units send "
+        "in auto-test mode only: see --enter-test-mode. For key reports, run 'send keys.set-feedback value=on' first. "
+        "The tool waits for a device that disappears. Ctrl-C ends it, with exit status 0.\n"
         "\n"
         "A filter lists alternatives between commas. All words of an alternative must match; a word after ! must not:\n"
         "  sent, received, corrupt   the direction\n"
@@ -186,11 +166,16 @@ void addMonitor(Tool& tool)
     addPort(*verb, options->port);
     addTimeout(*verb, options->timeoutSeconds);
     addReconnect(*verb, options->reconnectSeconds);
-    verb->add_flag("--hex", options->hex, "Also show the bytes");
+    auto* hex = verb->add_flag("--hex", options->hex, "Also show the bytes");
+    verb->add_flag("--changes", options->changes,
+                   "Show the last value of each command, with changed bytes marked and the rate: in place on a "
+                   "terminal, else a line for each new value")
+        ->excludes(hex);
     verb->add_option("--filter", options->filter, "Show only matching frames; a capture holds all")->type_name("EXPR");
     auto* pcapng =
         verb->add_option("--pcapng", options->pcapng,
-                         "Write a capture for Wireshark to this file (link type USER0); replace an existing file")
+                         "Write a capture for Wireshark (link type USER0) to this file, replacing it, or to standard "
+                         "output (-), which then shows nothing else")
             ->type_name("FILE");
     auto* enter = verb->add_flag("--enter-test-mode", options->enterTestMode,
                                  "Switch auto-test mode on, and restore it at the end");
@@ -208,9 +193,18 @@ void addMonitor(Tool& tool)
     for (const char* const name : {"--format", "--station"}) {
         verb->get_option(name)->needs(replay);
     }
+    auto* run = verb->add_option("--run", options->run,
+                                 "Show the line of a run until it ends: name, path of its folder, or 'latest'")
+                    ->type_name("RUN");
+    for (const char* ofALine : {"--port", "--replay", "--enter-test-mode", "--timeout", "--reconnect"}) {
+        run->excludes(ofALine);
+    }
+    addResults(*verb, options->results);
     verb->footer(
         "Examples:\n"
         "  engineering-station monitor --enter-test-mode\n"
+        "  engineering-station monitor --run latest --changes\n"
+        "  engineering-station monitor --run latest --pcapng - | wireshark -k -i -\n"
         "  engineering-station monitor --hex --filter 'received keys, corrupt' --pcapng trace.pcapng\n"
         "  engineering-station monitor --replay trace.pcapng --json");
     verb->callback([&tool, options] { tool.action = [&tool, options] { return monitorLine(*options, tool); }; });

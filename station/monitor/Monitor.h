@@ -1,6 +1,8 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -28,8 +30,34 @@ struct MonitorOutput {
     /// Gets the same before; may be nullptr.
     pcapng::File* capture = nullptr;
     std::function<void(const std::string&)> complain;
-    /// @returns whether there is no reader any more.
+    /// @returns whether there is no reader any more: then a capture that has failed is no matter either.
     std::function<bool()> closed = [] { return false; };
+};
+
+/// The line of a run that may still go on, as the run's record has it. The run notices nothing of it.
+class RunTap
+{
+public:
+    /// Waits for the record's first line. Throws RecordError, UserError, Interrupted.
+    /// @param record as record::findRecord returns it
+    /// @param interrupt outlives the object
+    RunTap(std::filesystem::path record, Interrupt& interrupt);
+    ~RunTap();
+    RunTap(const RunTap&) = delete;
+    RunTap& operator=(const RunTap&) = delete;
+
+    /// @returns the port of the run.
+    PortSpec port() const;
+
+    /// Shows what happened on the line from the start of the run, and what happens, until the run or the time is over,
+    /// the user interrupts or no reader is left. Throws RecordError.
+    /// @returns kPassed; kFailed if the run was killed or its folder has gone; kNotRecorded if the capture has failed.
+    protocol::ExitStatus show(protocol::catalogue::Groups groups, std::optional<Connection::Duration> duration,
+                              const MonitorOutput& output);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 /// Shows a line until the user interrupts, the time is over or no reader is left. Switches auto-test mode on if the

@@ -3,13 +3,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <memory>
 #include <utility>
 
 #include "protocol/catalogue/Catalogue.h"
 #include "station/FrameScanner.h"
+#include "station/record/RecordJson.h"
+#include "station/record/SampleRuns.h"
 #include "station/trace/Describe.h"
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/support/PtyPeer.h"
@@ -18,6 +23,8 @@
 namespace station {
 namespace {
 
+namespace catalogue = protocol::catalogue;
+namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using protocol::Frame;
 using testing::ElementsAre;
@@ -28,6 +35,12 @@ using tests::PtyPeer;
 using Kind = TraceEvent::Kind;
 
 const Frame kKey{0x86, 0x11, {0x05}};
+
+std::string contentOf(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 /// A monitor of a unit behind a port's name. The unit answers questions for its mode, and the test steps in at events:
 /// all on the monitor's thread, with the monitor inside a call.
@@ -215,6 +228,176 @@ TEST_F(MonitorTest, CaptureThatFailsIsToldOnceAndFailsAtTheEnd)
 
     EXPECT_EQ(run({}), protocol::kNotRecorded);
     EXPECT_THAT(complaints, ElementsAre(HasSubstr("trace.pcapng")));
+}
+
+/// A tap of a run that appends to its record while the tap reads: all on one thread, in the tap's calls.
+class RunTapTest : public testing::Test, public TraceSink
+{
+protected:
+    RunTapTest() : results(std::make_unique<record::ResultsFolder>(directory.path(), sample, catalogue::groups())) {}
+
+    void happen(const Frame& frame, Kind kind = Kind::kReceived)
+    {
+        results->capture({kind, std::chrono::system_clock::now(), {}, frame, {}});
+    }
+
+    fs::path folder() const { return results->folder(); }
+
+    protocol::ExitStatus tap(const fs::path& record, std::optional<Connection::Duration> duration = std::nullopt)
+    {
+        RunTap line(record, interrupt);
+        port = line.port().path;
+        return line.show(catalogue::groups(), duration,
+                         {*this, nullptr, [this](const std::string& text) { complaints.push_back(text); },
+                          [this] {
+                              if (++looks == stepAtLook) {
+                                  step();
+                              }
+                              return false;
+                          }});
+    }
+
+    void on(const TraceEvent& event) override
+    {
+        shown.push_back(std::string(name(event.kind)) + " " + frameText(event));
+    }
+
+    tests::TempDir directory;
+    record::Run sample = record::samples::withoutSteps();
+    std::unique_ptr<record::ResultsFolder> results;
+    Interrupt interrupt;
+    std::string port;
+    std::function<void()> step;
+    int looks = 0;
+    int stepAtLook = 0;
+    std::vector<std::string> shown;
+    std::vector<std::string> complaints;
+};
+
+TEST_F(RunTapTest, ShowsWhatWasAndWhatComesUntilTheRunEnds)
+{
+    happen({0x02, 0x01, {}}, Kind::kSent);
+    stepAtLook = 3;
+    step = [this] {
+        happen({0x82, 0x01, {0x24, 0xFE}});
+        results->finish(sample);
+    };
+
+    EXPECT_EQ(tap(folder() / "record.jsonl"), protocol::kPassed);
+
+    EXPECT_THAT(shown, ElementsAre("sent 02 01 []", "received 82 01 [24 FE]"));
+    EXPECT_EQ(port, sample.unit.port);
+    EXPECT_THAT(complaints, IsEmpty());
+}
+
+TEST_F(RunTapTest, RunThatHasEndedIsShownWhole)
+{
+    happen(kKey);
+    results->finish(sample);
+
+    EXPECT_EQ(tap(folder() / "record.jsonl"), protocol::kPassed);
+    EXPECT_THAT(shown, ElementsAre("received 86 11 [05]"));
+}
+
+TEST_F(RunTapTest, KilledRunIsOneLine)
+{
+    happen(kKey);
+    const auto record = folder() / "record.jsonl";
+    stepAtLook = 3;
+    step = [this] { results.reset(); };
+
+    EXPECT_EQ(tap(record), protocol::kFailed);
+
+    EXPECT_THAT(shown, ElementsAre("received 86 11 [05]"));
+    EXPECT_THAT(complaints, ElementsAre(record.parent_path().string() +
+                                        ": the run did not end: the station was stopped or lost its power"));
+}
+
+TEST_F(RunTapTest, FolderThatGoesAwayIsOneLine)
+{
+    happen(kKey);
+    stepAtLook = 3;
+    step = [this] { fs::remove_all(folder()); };
+
+    EXPECT_EQ(tap(folder() / "record.jsonl"), protocol::kFailed);
+
+    EXPECT_THAT(complaints, ElementsAre(folder().string() + ": the folder of the run has gone"));
+}
+
+TEST_F(RunTapTest, LineIsShownWhenItIsWhole)
+{
+    const auto record = folder() / "record.jsonl";
+    happen(kKey);
+    const auto before = fs::file_size(record);
+    happen({0x86, 0x11, {0x06}});
+    const auto content = contentOf(record);
+    fs::resize_file(record, before + 40);
+    stepAtLook = 4;
+    step = [&] {
+        EXPECT_THAT(shown, ElementsAre("received 86 11 [05]"));
+        std::ofstream(record, std::ios::app) << content.substr(before + 40);
+        results->finish(sample);
+    };
+
+    EXPECT_EQ(tap(record), protocol::kPassed);
+    EXPECT_THAT(shown, ElementsAre("received 86 11 [05]", "received 86 11 [06]"));
+}
+
+TEST_F(RunTapTest, RecordCutAnywhereIsShownUpToThere)
+{
+    happen(kKey);
+    happen(kKey);
+    results->finish(sample);
+    const std::string whole = contentOf(folder() / "record.jsonl");
+    const std::size_t first = whole.find('\n') + 1;
+    const auto cut = directory.path() / "record.jsonl";
+
+    for (std::size_t end = 0; end < whole.size(); ++end) {
+        std::ofstream(cut, std::ios::binary) << whole.substr(0, end);
+        shown.clear();
+        complaints.clear();
+        if (end < first) {
+            EXPECT_THROW(tap(cut), protocol::Error) << end;
+            continue;
+        }
+        EXPECT_EQ(tap(cut), protocol::kFailed) << end;
+        EXPECT_THAT(complaints, ElementsAre(HasSubstr("the run did not end"))) << end;
+        const std::string_view tail = std::string_view(whole).substr(0, end);
+        EXPECT_EQ(tail.ends_with('\n'), complaints.front().find("within a line") == std::string::npos) << end;
+        EXPECT_EQ(shown.size(), std::min<std::ptrdiff_t>(2, std::ranges::count(tail, '\n') - 1)) << end;
+    }
+}
+
+TEST_F(RunTapTest, BytesThatAreNoRecordAreOneErrorWithTheirPlace)
+{
+    const auto record = folder() / "record.jsonl";
+    happen(kKey);
+    std::ofstream(record, std::ios::app) << "{\"event\":\"sent\"}\n";
+    try {
+        tap(record);
+        FAIL() << "expected a RecordError";
+    } catch (const record::RecordError& error) {
+        EXPECT_THAT(error.what(), testing::EndsWith("record.jsonl: line 3: top level: expected the key \"at\""));
+    }
+}
+
+TEST_F(RunTapTest, DurationAndInterruptEndIt)
+{
+    happen(kKey);
+    EXPECT_EQ(tap(folder() / "record.jsonl", 1ms), protocol::kPassed);
+
+    stepAtLook = looks + 3;
+    step = [this] { interrupt.request(); };
+    EXPECT_EQ(tap(folder() / "record.jsonl"), protocol::kPassed);
+    EXPECT_THAT(complaints, IsEmpty());
+}
+
+TEST_F(RunTapTest, ReadsAFolderByALinkToIt)
+{
+    happen(kKey);
+    fs::create_directory_symlink(folder(), directory.path() / "link");
+
+    EXPECT_EQ(tap(directory.path() / "link" / "record.jsonl", 1ms), protocol::kPassed);
 }
 
 }  // namespace

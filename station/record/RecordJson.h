@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <functional>
 #include <iosfwd>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -70,6 +72,38 @@ Run readRun(const std::filesystem::path& path, std::size_t whole = 0);
 
 /// Reads every step of a record of schema 2, in order. Throws like readRun().
 void readSteps(const std::filesystem::path& path, const std::function<void(const StepPlace&, const Step&)>& take);
+
+class RecordLines;
+
+/// Reads the events of the line from a record of schema 2 to which a run may still append.
+class RecordTail
+{
+public:
+    /// Throws RecordError.
+    explicit RecordTail(std::filesystem::path record);
+    ~RecordTail();
+    RecordTail(const RecordTail&) = delete;
+    RecordTail& operator=(const RecordTail&) = delete;
+
+    /// @returns the next event; nothing while no further line is complete. Throws a RecordError whose text begins with
+    /// the path.
+    std::optional<TraceEvent> next();
+
+    /// @returns the unit, as far as the lines before tell; its port is empty before the first line.
+    const Run::Unit& unit() const { return unit_; }
+
+    /// @returns whether the lines before have the end of the run.
+    bool ended() const { return ended_; }
+
+    /// @returns how the file ends now, if in the middle of a line; else empty.
+    const std::string& cut() const;
+
+private:
+    std::filesystem::path path_;
+    std::unique_ptr<RecordLines> lines_;
+    Run::Unit unit_;
+    bool ended_ = false;
+};
 
 /// @returns whether the file is a record of schema 2.
 bool isOfLines(const std::filesystem::path& path);

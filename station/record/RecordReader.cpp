@@ -511,14 +511,16 @@ private:
 const std::string kUnfinished = "the run did not end: the station was stopped or lost its power";
 constexpr const char* kNoTeardown = "the teardown did not run, so auto-test mode may still be on";
 
+}  // namespace
+
 /// Reads the lines of a file.
-class Lines
+class RecordLines
 {
 public:
     /// More than a line has: the attempts of a step are limited.
     static constexpr std::size_t kLongest = std::size_t{256} << 20;
 
-    explicit Lines(const std::filesystem::path& path) : file_(path, std::ios::binary)
+    explicit RecordLines(const std::filesystem::path& path) : file_(path, std::ios::binary)
     {
         std::error_code error;
         if (!std::filesystem::is_regular_file(path, error)) {
@@ -530,10 +532,12 @@ public:
         }
     }
 
-    /// @returns the next line; nothing at the end.
+    /// @returns the next line; nothing at the end. When the file has grown, it goes on there.
     std::optional<Json> next()
     {
-        line_.clear();
+        if (cut_.empty()) {
+            line_.clear();
+        }
         auto c = readByte();
         for (; c != std::char_traits<char>::eof() && c != '\n'; c = readByte()) {
             line_ += static_cast<char>(c);
@@ -545,16 +549,17 @@ public:
         if (ended && line_.empty()) {
             return std::nullopt;
         }
-        ++number_;
         // The end of the file came before that of the line, or zeros where the last lines should be: a loss of power.
         if (ended) {
             cut_ = "its record ends within a line";
-        } else if (line_.starts_with('\0')) {
-            cut_ = fmt::format("line {} of its record begins with zeros, and nothing after it counts", number_);
-        }
-        if (!cut_.empty()) {
             return std::nullopt;
         }
+        if (line_.starts_with('\0')) {
+            cut_ = fmt::format("line {} of its record begins with zeros, and nothing after it counts", number_ + 1);
+            return std::nullopt;
+        }
+        cut_.clear();
+        ++number_;
         Json json = Json::parse(line_, nullptr, false);
         if (json.is_discarded() || !json.is_object()) {
             throw RecordError(fmt::format("line {}: expected a JSON object, got {}", number_,
@@ -581,6 +586,8 @@ private:
     std::string cut_;
 };
 
+namespace {
+
 std::string eventOf(const RecordReader& reader)
 {
     return reader.textAt("event");
@@ -596,6 +603,15 @@ Step readStep(const RecordReader& reader)
     });
     step.cut = reader.maybe("cut", [](const RecordReader& cut) { return cut.finding("text"); });
     return step;
+}
+
+/// @returns the unit that the first line tells.
+Run::Unit readStarted(const RecordReader& reader)
+{
+    if (const RecordReader schema = reader.at("schema"); schema.number() != 2) {
+        schema.fail("schema 2");
+    }
+    return {reader.textAt("serial"), reader.textAt("port"), reader.at("baud").baud()};
 }
 
 /// Makes a run of the lines of its record.
@@ -651,13 +667,10 @@ public:
 private:
     void start(const RecordReader& reader)
     {
-        if (const RecordReader schema = reader.at("schema"); schema.number() != 2) {
-            schema.fail("schema 2");
-        }
+        run_.unit = readStarted(reader);
         run_.id = reader.textAt("id");
         run_.uuid = reader.textAt("uuid");
         run_.started = reader.at("at").time();
-        run_.unit = {reader.textAt("serial"), reader.textAt("port"), reader.at("baud").baud()};
         run_.station = readStation(reader.at("station"));
         run_.plan = {reader.textAt("plan"),
                      reader.textAt("title"),
@@ -781,17 +794,27 @@ auto readNamed(const std::filesystem::path& path, Read read)
     }
 }
 
+/// Passes the next line to `take`. @returns whether there is one.
+template <class Take>
+bool takeLine(RecordLines& lines, Take take)
+{
+    const auto json = lines.next();
+    try {
+        if (json) {
+            take(RecordReader(*json));
+        }
+    } catch (const RecordError& broken) {
+        throw RecordError(fmt::format("line {}: {}", lines.number(), broken.what()));
+    }
+    return json.has_value();
+}
+
 /// Passes each line to `take`. @returns how the file ends before its last line does; empty if it does not.
 template <class Take>
 std::string eachLine(const std::filesystem::path& path, Take take)
 {
-    Lines lines(path);
-    while (const auto json = lines.next()) {
-        try {
-            take(RecordReader(*json));
-        } catch (const RecordError& broken) {
-            throw RecordError(fmt::format("line {}: {}", lines.number(), broken.what()));
-        }
+    RecordLines lines(path);
+    while (takeLine(lines, take)) {
     }
     return lines.cut();
 }
@@ -822,6 +845,38 @@ Run parseRun(std::string_view text)
         throw RecordError(std::string(end == std::string_view::npos ? message : message.substr(end + 2)));
     }
     return fromJson(json);
+}
+
+RecordTail::RecordTail(std::filesystem::path record) : path_(std::move(record))
+{
+    readNamed(path_, [this] { lines_ = std::make_unique<RecordLines>(path_); });
+}
+
+RecordTail::~RecordTail() = default;
+
+std::optional<TraceEvent> RecordTail::next()
+{
+    return readNamed(path_, [this] {
+        std::optional<TraceEvent> found;
+        while (!found && !ended_ && takeLine(*lines_, [&](const RecordReader& line) {
+            const std::string event = eventOf(line);
+            if (lines_->number() == 1) {
+                unit_ = readStarted(line);
+            } else if (const auto kind = kindOf(event)) {
+                found = readEvent(line, *kind);
+            } else if (event == "facts" || event == "ended") {
+                unit_.serial = line.textAt("serial");
+                ended_ = event == "ended";
+            }
+        })) {
+        }
+        return found;
+    });
+}
+
+const std::string& RecordTail::cut() const
+{
+    return lines_->cut();
 }
 
 bool isOfLines(const std::filesystem::path& path)
@@ -912,7 +967,7 @@ std::optional<ListedRun> readEnds(const std::filesystem::path& path, bool runnin
 {
     constexpr std::streamoff kEnd = 1 << 16;
     return readNamed(path, [&]() -> std::optional<ListedRun> {
-        const auto first = Lines(path).next();
+        const auto first = RecordLines(path).next();
         if (!first) {
             return std::nullopt;
         }

@@ -23,16 +23,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// @returns whether a station still writes into the folder.
-bool isRunning(const fs::path& folder)
-{
-    if (!folder.filename().string().ends_with(kRunningSuffix)) {
-        return false;
-    }
-    const host::Descriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return lock.valid() && ::flock(lock.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-}
-
 ListedRun summary(const fs::path& folder, const fs::path& record)
 {
     const bool running = isRunning(folder);
@@ -81,6 +71,15 @@ std::vector<fs::path> foldersOf(const fs::path& directory)
 }
 
 }  // namespace
+
+bool isRunning(const fs::path& folder)
+{
+    if (!folder.filename().string().ends_with(kRunningSuffix)) {
+        return false;
+    }
+    const host::Descriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return lock.valid() && ::flock(lock.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
 
 RunList listRuns(const fs::path& directory)
 {

@@ -46,6 +46,9 @@ struct RunList {
 /// Throws protocol::StorageError if `directory` cannot be read.
 RunList listRuns(const std::filesystem::path& directory);
 
+/// @returns whether a station still writes into a run's folder.
+bool isRunning(const std::filesystem::path& folder);
+
 /// @param run "latest", the name of a run's folder in `directory` (".running" may be left out), the path of a run's
 /// folder or of a record.
 /// @returns the path of its record. Throws protocol::UserError if there is none.

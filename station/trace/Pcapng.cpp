@@ -161,6 +161,7 @@ File::File(const std::string& path, const Source& source, Describe describe, std
     : path_(path)
     , describe_(std::move(describe))
     , limit_(limit)
+    , ownFile_(true)
     , descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640))
 {
     if (!descriptor_.valid()) {
@@ -170,6 +171,12 @@ File::File(const std::string& path, const Source& source, Describe describe, std
     if (!failure_.empty()) {
         throw std::system_error(errno, std::generic_category(), path + ": cannot be written");
     }
+}
+
+File::File(const Source& source, Describe describe)
+    : path_("standard output"), describe_(std::move(describe)), descriptor_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0))
+{
+    append(header(source));
 }
 
 File::~File()
@@ -205,8 +212,9 @@ void File::append(std::string_view block)
         } else if (written == 0 || errno != EINTR) {
             const int error = errno;
             failure_ = path_ + ": cannot be written: " + std::generic_category().message(error);
-            // A reader would refuse the file with half a block. In a pipe, which cannot be cut, it stays.
-            [[maybe_unused]] const int cut = ftruncate(descriptor_.get(), end_);
+            // A reader would refuse the file with half a block. In standard output, which may have begun earlier, it
+            // stays.
+            [[maybe_unused]] const int cut = ownFile_ ? ftruncate(descriptor_.get(), end_) : 0;
             errno = error;
             return;
         }

@@ -53,6 +53,8 @@ public:
     /// @param limit bytes that the file may have; a last packet says that it ends there
     File(const std::string& path, const Source& source, Describe describe,
          std::int64_t limit = std::numeric_limits<std::int64_t>::max());
+    /// Writes to standard output. Does not throw: `failure` says what went wrong.
+    File(const Source& source, Describe describe);
     ~File() override;
     File(const File&) = delete;
     File& operator=(const File&) = delete;
@@ -69,8 +71,9 @@ private:
     Describe describe_;
     std::string failure_;
     std::int64_t end_ = 0;  // of the last whole block
-    std::int64_t limit_;
+    std::int64_t limit_ = std::numeric_limits<std::int64_t>::max();
     bool full_ = false;
+    bool ownFile_ = false;
     host::Descriptor descriptor_;
 };
 

@@ -177,6 +177,168 @@ TEST_F(StationMonitorTest, ReplaysTheCapturesOfOtherTools)
     EXPECT_EQ(json::parse(lines[3])["time"], "2026-11-21T12:00:00.109546Z");
 }
 
+TEST_F(StationMonitorTest, CaptureGoesIntoAPipeFrameByFrame)
+{
+    PtyPeer unit;
+    auto& pipe = start({"sh", "-c",
+                        shellWords(ENGINEERING_STATION) + " monitor --port " + unit.path() +
+                            " --pcapng - | tshark -X lua_script:" WIRESHARK_DISSECTOR
+                            " -l -i - -c 2 -T fields -e engineering.key; exit 0"});
+    // The next frame goes out when the first has come through.
+    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x86, 0x11, 0x05, 0x00, 0xFF, 0x61});
+    EXPECT_TRUE(pipe.waitForLine(Stream::kOut, "keys.pressed")) << pipe.output(Stream::kErr);
+    unit.write({0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x24, 0xFE, 0xFE, 0x57});
+
+    expectEnd(pipe, 0);
+    EXPECT_THAT(linesOf(pipe.output(Stream::kOut)), ElementsAre("keys.pressed", "tuner.frequency"));
+}
+
+TEST_F(StationMonitorTest, ClosedPipeEndsTheCaptureWithoutAWord)
+{
+    PtyPeer unit;
+    // No frame comes: the tool notices by itself.
+    auto& pipe = start({"sh", "-c",
+                        "{ " + shellWords(ENGINEERING_STATION) + " monitor --port " + unit.path() +
+                            " --pcapng -; echo status $? >&2; } | head -c 4 | od -An -tx1"});
+
+    expectEnd(pipe, 0);
+    EXPECT_THAT(linesOf(pipe.output(Stream::kOut)), ElementsAre(" 0a 0d 0d 0a"));
+    EXPECT_THAT(linesOf(pipe.output(Stream::kErr)), ElementsAre("status 1"));
+}
+
+TEST_F(StationMonitorTest, FullDiskBehindStandardOutputIsOneLine)
+{
+    PtyPeer unit;
+    const auto outcome = run(
+        {"sh", "-c", shellWords(ENGINEERING_STATION) + " monitor --port " + unit.path() + " --pcapng - >/dev/full"});
+
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(linesOf(outcome.err),
+                ElementsAre("engineering-station: standard output: cannot be written: No space left on device"));
+}
+
+TEST_F(StationMonitorTest, ChangesAreALineForEachNewValue)
+{
+    PtyPeer unit;
+    auto& lines = monitor({"--port", unit.path(), "--changes", "--duration", "20"});
+    unit.write({0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x24, 0xFE, 0xFE, 0x57});
+    expectLine(lines, "received  tuner.frequency: frequency=9470 (94.7 MHz on FM)  | 82 01 [24 FE]  1 × 0.0/s");
+    unit.write({0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x24, 0xFE, 0xFE, 0x57});
+    unit.write({0x2A, 0xA2, 0x00, 0x04, 0x82, 0x01, 0x24, 0xFD, 0xFE, 0x58});
+    expectLine(lines, "frequency=9469 (94.69 MHz on FM)  | 82 01 [24 <FD>]  3 × ");
+    interrupt(lines);
+    EXPECT_THAT(linesOf(lines.output(Stream::kOut)), SizeIs(2));
+
+    auto& objects = monitor({"--port", unit.path(), "--changes", "--json", "--duration", "20"});
+    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x86, 0x11, 0x05, 0x00, 0xFF, 0x61});
+    expectLine(objects, R"("changed":[],"count":1,"per_second":0.0)");
+    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x86, 0x11, 0x06, 0x00, 0xFF, 0x60});
+    const auto line = objects.waitForLine(Stream::kOut, R"("count":2)");
+    ASSERT_TRUE(line) << objects.output(Stream::kOut);
+    interrupt(objects);
+    const json object = json::parse(*line);
+    EXPECT_EQ(object["key"], "keys.pressed");
+    EXPECT_EQ(object["changed"], json::array({0}));
+    EXPECT_GT(object["per_second"], 0);
+}
+
+/// A plan that waits for an event of the unit, and taps of its line.
+class RunTapProgram : public StationMonitorTest
+{
+protected:
+    RunTapProgram()
+    {
+        std::ofstream(directory() / "plan.toml") << R"(schema = 1
+name = "waits"
+title = "Waits"
+
+[[setup]]
+name = "Mode"
+steps = [{ send = "test.set-mode", with = { mode = "on" } }]
+
+[[main]]
+name = "Wait"
+steps = [{ wait = "keys.reset-under-way", timeout = 20 }]
+
+[[teardown]]
+name = "Mode off"
+steps = [{ send = "test.set-mode", with = { mode = "off" } }]
+)";
+    }
+
+    ChildProcess& startRun()
+    {
+        startService();
+        auto& plan = start({ENGINEERING_STATION, "plan", "run", directory() / "plan.toml", "--results", results()});
+        EXPECT_TRUE(plan.waitForLine(Stream::kOut, "waiting for ")) << plan.output(Stream::kErr);
+        return plan;
+    }
+
+    ChildProcess& tap(std::vector<std::string> arguments = {})
+    {
+        arguments.insert(arguments.begin(), {"--run", "latest", "--results", results()});
+        return monitor(arguments);
+    }
+
+    void provoke() { run({HEADUNITCTL, "event", "OnU6PersistFactoryResetMode"}); }
+
+    std::string results() const { return directory() / "results"; }
+};
+
+TEST_F(RunTapProgram, SeveralTapsShowTheLineOfARunUntilItsEnd)
+{
+    auto& plan = startRun();
+    auto& lines = tap({"--pcapng", capture()});
+    auto& objects = tap({"--json"});
+    for (ChildProcess* each : {&lines, &objects}) {
+        EXPECT_TRUE(each->waitForLine(Stream::kOut, "test.set-mode")) << each->output(Stream::kErr);
+    }
+
+    provoke();
+    expectLine(lines, "received  keys.reset-under-way");
+    expectEnd(plan, 0);
+    expectEnd(lines, 0);
+    expectEnd(objects, 0);
+
+    const auto all = run({ENGINEERING_STATION, "monitor", "--replay", capture()});
+    EXPECT_EQ(all.out, lines.output(Stream::kOut)) << "the capture holds what the tap has shown";
+    EXPECT_THAT(linesOf(objects.output(Stream::kOut)), SizeIs(linesOf(all.out).size()));
+    EXPECT_THAT(lines.output(Stream::kErr) + objects.output(Stream::kErr), IsEmpty());
+}
+
+TEST_F(RunTapProgram, KilledRunEndsTheTapInOneLine)
+{
+    auto& plan = startRun();
+    auto& lines = tap();
+    expectLine(lines, "received  test.set-mode: mode=1 (on)");
+
+    plan.signal(SIGKILL);
+    expectEnd(plan, 128 + SIGKILL);
+
+    expectEnd(lines, 1);
+    EXPECT_THAT(linesOf(lines.output(Stream::kErr)),
+                ElementsAre(HasSubstr(".running: the run did not end: the station was stopped or lost its power")));
+}
+
+TEST_F(RunTapProgram, ChangesAreDrawnInPlaceOnATerminal)
+{
+    auto& plan = startRun();
+    provoke();
+    expectEnd(plan, 0);
+    auto terminal = environment();
+    terminal["TERM"] = "xterm";
+    terminal["NO_COLOR"] = std::nullopt;
+
+    const auto [text, status] = runOnTerminal(
+        {ENGINEERING_STATION, "monitor", "--run", "latest", "--results", results(), "--changes"}, terminal, "");
+
+    EXPECT_EQ(status, 0);
+    const std::string last = text.substr(text.rfind("\x1b[1A\r\x1b[2K"));
+    EXPECT_THAT(last, HasSubstr("0 corrupt\r\nRATE/s   COUNT  FRAME\r\n"));
+    EXPECT_THAT(last, HasSubstr("→ 0F 00 [\x1b[7m00\x1b[27m]  test.set-mode: mode=0 (off)"));
+    EXPECT_THAT(last, HasSubstr("← 86 13 ["));
+}
+
 struct Refused {
     const char* name;
     std::vector<std::string> arguments;
@@ -207,7 +369,14 @@ INSTANTIATE_TEST_SUITE_P(
                     Refused{"CaptureThatIsNone", {"--replay", "TEXT"}, ": expected a capture (pcapng, "},
                     Refused{"FormatWithoutReplay", {"--format", "xxd"}, "--replay"},
                     Refused{"CaptureThatIsNotThere", {"--replay", "/no/such/file"}, "/no/such/file"},
-                    Refused{"ReplayOfAPort", {"--replay", "TEXT", "--port", "/dev/null"}, "--replay"}),
+                    Refused{"ReplayOfAPort", {"--replay", "TEXT", "--port", "/dev/null"}, "--replay"},
+                    Refused{"RunThatIsNotThere", {"--run", "x", "--results", "/no/such"}, "got 'x'"},
+                    Refused{
+                        "RunThatIsNoRecord", {"--run", "TEXT"}, "expected the record of a run that can be followed"},
+                    Refused{"RunOfAPort", {"--run", "latest", "--port", "/dev/null"}, "--run"},
+                    Refused{"ResultsWithoutARun", {"--results", "/tmp"}, "--results"},
+                    Refused{"BytesOfChanges", {"--changes", "--hex"}, "--changes"},
+                    Refused{"TextInACapture", {"--pcapng", "-", "--filter", "tuner"}, "expected no --json, --hex"}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(StationMonitorTest, PortsListTheBenchAndWhoUsesIt)
