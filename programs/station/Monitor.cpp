@@ -156,7 +156,7 @@ void addMonitor(Tool& tool)
         "Each frame is one line: time, direction as the station sees it (sent, received, corrupt), meaning. The tool "
         "locks the port, so you see what the unit sends by itself; see --run for the line of a plan. Most units send "
         "in auto-test mode only: see --enter-test-mode. For key reports, run 'send keys.set-feedback value=on' first. "
-        "The tool waits for a device that disappears. Ctrl-C ends it, with exit status 0.\n"
+        "The tool waits for a device that disappears. Ctrl-C ends it.\n"
         "\n"
         "A filter lists alternatives between commas. All words of an alternative must match; a word after ! must not:\n"
         "  sent, received, corrupt   the direction\n"

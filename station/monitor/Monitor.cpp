@@ -2,15 +2,11 @@
 
 #include <fmt/format.h>
 #include <poll.h>
-#include <sys/inotify.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <system_error>
 #include <utility>
 
-#include "host/Descriptor.h"
 #include "station/identity/UnitIdentity.h"
 #include "station/record/RecordJson.h"
 #include "station/record/ResultsFolder.h"
@@ -24,8 +20,12 @@ namespace {
 /// How long the end waits for a device that has gone, to switch the unit's mode back.
 constexpr auto kRestoreWait = std::chrono::seconds(1);
 
-/// How often the monitor looks at the capture and the reader, and a tap at a run that writes nothing.
+/// How often the monitor looks at the capture and the reader.
 constexpr auto kLook = std::chrono::milliseconds(200);
+
+/// How often a tap looks at the record: a file system need not tell that a file has grown, and a tap that woke at every
+/// line would take the run's time.
+constexpr auto kTapLook = std::chrono::milliseconds(20);
 
 /// Shows the events of the line as they happen.
 class Watch : public TraceSink
@@ -122,14 +122,9 @@ protocol::ExitStatus monitor(protocol::catalogue::Groups groups, const MonitorTe
 }
 
 struct RunTap::State {
-    explicit State(std::filesystem::path path, Interrupt& interruptOfUser)
-        : record(std::move(path))
-        , tail(record)
-        , interrupt(interruptOfUser)
-        , changes(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+    State(std::filesystem::path path, Interrupt& interruptOfUser)
+        : record(std::move(path)), tail(record), interrupt(interruptOfUser)
     {
-        // Without it, which a limit of the system may forbid, the tap only looks from time to time.
-        ::inotify_add_watch(changes.get(), record.c_str(), IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB);
     }
 
     /// Waits until the record may have more.
@@ -145,12 +140,9 @@ struct RunTap::State {
             return true;
         }
         const auto rest = std::chrono::ceil<std::chrono::milliseconds>(
-            std::min<Connection::Duration>(kLook, end - Connection::Clock::now()));
-        std::array<pollfd, 2> waits{pollfd{changes.get(), POLLIN, 0}, pollfd{interrupt.descriptor(), POLLIN, 0}};
-        ::poll(waits.data(), waits.size(), static_cast<int>(std::max<std::int64_t>(rest.count(), 0)));
-        std::array<char, 4096> ignored;
-        while (::read(changes.get(), ignored.data(), ignored.size()) > 0) {
-        }
+            std::min<Connection::Duration>(kTapLook, end - Connection::Clock::now()));
+        pollfd asked{interrupt.descriptor(), POLLIN, 0};
+        ::poll(&asked, 1, static_cast<int>(std::max<std::int64_t>(rest.count(), 0)));
         if (interrupt.requested()) {
             throw Interrupted();
         }
@@ -171,7 +163,6 @@ struct RunTap::State {
     const std::filesystem::path record;
     record::RecordTail tail;
     Interrupt& interrupt;
-    const host::Descriptor changes;
     bool stopped = false;
     std::optional<TraceEvent> first;
 };
