@@ -24,8 +24,8 @@ loads, and the headers of the functions that the platform defines.")
 else()
   set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME bench)
   set(package engineering-bench)
-  install(TARGETS engineering-service engineering-station engineering-hmi headunitctl)
-  install(FILES ipc/com.zent.linux.engineering.xml platform/bench/com.zent.linux.headunit.xml
+  install(TARGETS engineering-service engineering-station engineering-line engineering-hmi headunitctl)
+  install(FILES ipc/com.zent.linux.engineering.xml line/com.zent.linux.line.xml platform/bench/com.zent.linux.headunit.xml
     DESTINATION share/dbus-1/interfaces)
   install(DIRECTORY docs/ DESTINATION share/doc/${package} FILES_MATCHING PATTERN *.md PATTERN protocol.md EXCLUDE)
   install(FILES README.md ${CMAKE_BINARY_DIR}/share/doc/protocol.md DESTINATION share/doc/${package})
@@ -68,7 +68,8 @@ else()
   set(CPACK_COMPONENT_BENCH_DESCRIPTION
     "engineering service of a car head unit, on the bench\n\
 The service over a simulated head unit, a test station, a stand-in for the\n\
-HMI, and a tool that shows and changes the simulated unit.")
+HMI, a line that fails on purpose, and a tool that shows and changes the\n\
+simulated unit.")
   set(CPACK_DEBIAN_BENCH_PACKAGE_SECTION utils)
   set(CPACK_DEBIAN_BENCH_PACKAGE_RECOMMENDS dbus)
   set(CPACK_DEBIAN_UNIT_PACKAGE_NAME engineering-unit)

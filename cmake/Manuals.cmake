@@ -35,4 +35,5 @@ printed_file(_engineering-station ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completion
 printed_file(engineering-station.fish ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d engineering-station
   engineering-station completion fish)
 manual_page(engineering-hmi "stand-in for a head unit's HMI")
+manual_page(engineering-line "a serial line that fails on purpose")
 manual_page(headunitctl "the simulated head unit's controls")

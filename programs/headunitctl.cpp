@@ -9,10 +9,12 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/Glib.h"
 #include "programs/Cli.h"
 #include "protocol/Errors.h"
+#include "protocol/Quantity.h"
 #include "protocol/Text.h"
 
 namespace {
@@ -20,7 +22,18 @@ namespace {
 constexpr const char* kProgram = "headunitctl";
 constexpr const char* kBusName = "com.zent.linux.headunit";
 constexpr const char* kObjectPath = "/com/zent/linux/headunit";
-constexpr const char* kErrorPrefix = "com.zent.linux.headunit.Error.";
+
+/// What answers a call.
+struct Callee {
+    std::string name;  ///< on the bus, and of its interface
+    const char* path;
+    const char* what;     ///< "the simulated head unit"
+    const char* missing;  ///< "no head unit"
+    const char* program;  ///< which offers it
+};
+
+const Callee kHeadUnit{kBusName, kObjectPath, "the simulated head unit", "no head unit", "engineering-service"};
+const Callee kLine{"com.zent.linux.line", "/com/zent/linux/line", "the line", "no line", "engineering-line"};
 
 using Json = nlohmann::ordered_json;  // members are shown in the order in which they came
 
@@ -28,21 +41,21 @@ using Reply = host::GlibPtr<GVariant>;
 using protocol::LineError;
 using protocol::UserError;
 
-/// Throws what a failed call to the head unit means to the user.
-[[noreturn]] void fail(host::GlibError& error)
+/// Throws what a failed call means to the user.
+[[noreturn]] void fail(const Callee& callee, host::GlibError& error)
 {
     if (error.is(G_IO_ERROR, G_IO_ERROR_TIMED_OUT) || error.is(G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY)) {
-        throw LineError("the simulated head unit does not answer: " + error.message(), protocol::kNoAnswer);
+        throw LineError(fmt::format("{} does not answer: {}", callee.what, error.message()), protocol::kNoAnswer);
     }
     if (error.is(G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
         error.is(G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
-        throw LineError(
-            std::string("no head unit is on the session bus (") + kBusName + "): start engineering-service on this bus",
-            protocol::kFailed);
+        throw LineError(fmt::format("{} is on the session bus ({}): start {} on this bus", callee.missing, callee.name,
+                                    callee.program),
+                        protocol::kFailed);
     }
     const std::string name = error.remoteName();
-    // The head unit refuses what the user wrote with an error of its own, but for an action that is missing there.
-    const bool mistake = name.starts_with(kErrorPrefix) && !name.ends_with(".NoStartAction");
+    // It refuses what the user wrote with an error of its own, but for an action that is missing there.
+    const bool mistake = name.starts_with(callee.name + ".Error.") && !name.ends_with(".NoStartAction");
     throw UserError(error.message(), mistake ? protocol::kWrongUse : protocol::kFailed);
 }
 
@@ -64,13 +77,14 @@ host::GlibPtr<GDBusConnection> connect()
 }
 
 /// @param arguments floating tuple, null for none
-Reply call(GDBusConnection* connection, const char* method, GVariant* arguments)
+Reply call(GDBusConnection* connection, const char* method, GVariant* arguments, const Callee& callee = kHeadUnit)
 {
     host::GlibError error;
-    Reply reply(g_dbus_connection_call_sync(connection, kBusName, kObjectPath, kBusName, method, arguments, nullptr,
-                                            G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, error.out()));
+    Reply reply(g_dbus_connection_call_sync(connection, callee.name.c_str(), callee.path, callee.name.c_str(), method,
+                                            arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr,
+                                            error.out()));
     if (!reply) {
-        fail(error);
+        fail(callee, error);
     }
     return reply;
 }
@@ -185,6 +199,39 @@ void showCalls(bool clears)
     if (clears) {
         call(connection.get(), "ClearCalls", nullptr);
     }
+}
+
+/// Prints what a method of the line returns.
+/// @param then a method to call after it; nullptr for none
+void showLine(const char* method, const char* then = nullptr)
+{
+    const auto connection = connect();
+    print(Json::parse(textOf(call(connection.get(), method, nullptr, kLine))), 2);
+    if (then != nullptr) {
+        call(connection.get(), then, nullptr, kLine);
+    }
+}
+
+void setLine(const std::vector<std::string>& words)
+{
+    Json faults = Json::object();
+    for (const std::string& word : words) {
+        const auto equals = word.find('=');
+        if (equals == std::string::npos) {
+            throw UserError(fmt::format("expected KEY=VALUE, got '{}'", word));
+        }
+        faults[wireText(word.substr(0, equals))] = wireText(word.substr(equals + 1));
+    }
+    call(connect().get(), "SetFaults", g_variant_new("(s)", faults.dump().c_str()), kLine);
+}
+
+void hangLineUp(const std::string& time)
+{
+    const auto seconds = protocol::parseSeconds(time);
+    if (!seconds) {
+        throw UserError(fmt::format("TIME: expected a time such as 2 or 500ms, got '{}'", time));
+    }
+    call(connect().get(), "HangUp", g_variant_new("(d)", *seconds), kLine);
 }
 
 /// Follows the head unit until it leaves the bus or the user has seen enough. Connects once more when its connection is
@@ -317,6 +364,7 @@ public:
         addCalls();
         addWatch();
         addPowerCycle();
+        addLine();
     }
 
     CLI::App& app() { return app_; }
@@ -403,12 +451,48 @@ private:
         command->callback([this] { action_ = [] { powerCycle(); }; });
     }
 
+    void addLine()
+    {
+        CLI::App* const noun = app_.add_subcommand(
+            "line", "Change the faults of engineering-line and show what it did\nThe line is on the same session bus.");
+        noun->require_subcommand(1);
+
+        CLI::App* command = noun->add_subcommand("faults", "Print the faults of both directions, as JSON");
+        command->callback([this] { action_ = [] { showLine("GetFaults"); }; });
+
+        command = noun->add_subcommand(
+            "set",
+            "Change faults\n"
+            "KEY is a key of 'engineering-line --help', for both directions or after to_unit. or to_station.; the "
+            "other faults stay as they are.");
+        command->footer(
+            "Examples:\n"
+            "  headunitctl line set drop=1% delay=200ms\n"
+            "  headunitctl line set to_station.corrupt=0.01");
+        command->add_option("KEY=VALUE", words_, "Fault and its new value")->type_name("KEY=VALUE")->required();
+        command->callback([this] { action_ = [this] { setLine(words_); }; });
+
+        command = noun->add_subcommand("clear", "End all faults");
+        command->callback([this] { action_ = [] { call(connect().get(), "ClearFaults", nullptr, kLine); }; });
+
+        command = noun->add_subcommand("hang-up", "Take the station's end of the line away for a time");
+        command->footer("Examples:\n  headunitctl line hang-up 500ms");
+        command->add_option("TIME", time_, "How long, up to an hour; by default 1 s")->type_name("TIME");
+        command->callback([this] { action_ = [this] { hangLineUp(time_); }; });
+
+        command = noun->add_subcommand("counts", "Print what the line did in each direction, as JSON");
+        command->add_flag("--clear", clears_, "Set the counts to 0 after printing them");
+        command->callback([this] { action_ = [this] { showLine("GetCounts", clears_ ? "ClearCounts" : nullptr); }; });
+    }
+
     CLI::App app_{"Read, change and record the simulated head unit of engineering-service", kProgram};
     std::function<void()> action_;
     std::string path_;
     std::string json_;
     std::string name_;
     std::string arguments_ = "{}";
+    std::string time_ = "1";
+    std::vector<std::string> words_;
     std::uint32_t module_ = 0;
     bool clears_ = false;
 };

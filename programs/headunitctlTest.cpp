@@ -202,7 +202,7 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedCase{"NoCommand",
                     {},
                     2,
-                    "expected a verb (state, set, event, start-module, calls, watch, power-cycle), got none"},
+                    "expected a verb (state, set, event, start-module, calls, watch, power-cycle, line), got none"},
         RefusedCase{"UnknownCommand", {"states"}, 2, "unknown verb 'states'; did you mean 'state'?"},
         RefusedCase{"ValueMissing", {"set", "/audio/volume"}, 2, "set: expected JSON, got none"}),
     [](const auto& each) { return each.param.name; });

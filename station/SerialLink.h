@@ -41,6 +41,9 @@ public:
     explicit SerialLink(const std::string& path, unsigned baud = kDefaultBaud);
     SerialLink(const std::string& path, unsigned baud, Options options);
 
+    /// For poll(); stays this object's.
+    int descriptor() const { return descriptor_.get(); }
+
     /// Drops the bytes that were received and not read.
     void discardInput();
 

@@ -27,7 +27,7 @@ constexpr int kLockRetryMs = 10;
 
 [[noreturn]] void refuseLink(const fs::path& link, const std::string& reason)
 {
-    throw TerminalError("--uart pty:" + link.string() + ": " + reason);
+    throw TerminalError(link.string() + ": " + reason);
 }
 
 [[noreturn]] void refuseLink(const fs::path& link)

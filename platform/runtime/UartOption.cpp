@@ -55,7 +55,12 @@ std::unique_ptr<Terminal> openTerminal(const UartOption& option)
     if (option.kind == UartOption::Kind::kDevice) {
         return std::make_unique<SerialDevice>(option.path, option.baud);
     }
-    return std::make_unique<PseudoTerminal>(option.path.empty() ? makeRunDirectory() / "uart" : option.path);
+    const std::filesystem::path link = option.path.empty() ? makeRunDirectory() / "uart" : option.path;
+    try {
+        return std::make_unique<PseudoTerminal>(link);
+    } catch (const TerminalError& error) {
+        throw TerminalError(std::string("--uart pty:") + error.what());
+    }
 }
 
 }  // namespace runtime

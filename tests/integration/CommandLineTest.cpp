@@ -50,6 +50,7 @@ TEST_P(EveryProgram, UnknownOptionIsOneLineOnStandardErrorWithStatusTwo)
 INSTANTIATE_TEST_SUITE_P(CommandLine, EveryProgram,
                          testing::Values(Program{"engineering-service", ENGINEERING_SERVICE},
                                          Program{"engineering-hmi", ENGINEERING_HMI},
+                                         Program{"engineering-line", ENGINEERING_LINE},
                                          Program{"engineering-station", ENGINEERING_STATION},
                                          Program{"headunitctl", HEADUNITCTL}),
                          [](const auto& row) {
