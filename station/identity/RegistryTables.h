@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "station/Sqlite.h"
 #include "station/identity/Registry.h"
-#include "station/identity/Sqlite.h"
 
 namespace station::identity {
 

@@ -21,8 +21,8 @@
 #include <thread>
 
 #include "protocol/catalogue/Catalogue.h"
+#include "station/Sqlite.h"
 #include "station/identity/LedgerFile.h"
-#include "station/identity/Sqlite.h"
 #include "tests/engine/FileSizeLimit.h"
 #include "tests/faults/SmallDisk.h"
 #include "tests/support/TempDir.h"

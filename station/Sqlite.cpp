@@ -1,4 +1,4 @@
-#include "station/identity/Sqlite.h"
+#include "station/Sqlite.h"
 
 #include <poll.h>
 
@@ -6,7 +6,7 @@
 
 #include "protocol/Errors.h"
 
-namespace station::identity::sqlite {
+namespace station::sqlite {
 
 namespace {
 
@@ -38,6 +38,12 @@ void Statement::bind(int index, std::int64_t value)
     sqlite3_bind_int64(statement_.get(), index, value);
 }
 
+void Statement::bind(int index, Blob value)
+{
+    sqlite3_bind_blob64(statement_.get(), index, value.bytes.empty() ? "" : value.bytes.data(), value.bytes.size(),
+                        SQLITE_TRANSIENT);
+}
+
 bool Statement::step()
 {
     const int code = sqlite3_step(statement_.get());
@@ -53,6 +59,12 @@ std::string Statement::text(int column) const
     return characters == nullptr
                ? std::string()
                : std::string(characters, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column)));
+}
+
+std::string_view Statement::bytes(int column) const
+{
+    const auto* first = static_cast<const char*>(sqlite3_column_blob(statement_.get(), column));
+    return {first, first == nullptr ? 0 : static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))};
 }
 
 Database::Database(std::string path, int flags, const Interrupt* interrupt, std::chrono::milliseconds busyPatience)
@@ -117,4 +129,4 @@ void Transaction::commit()
     database_ = nullptr;
 }
 
-}  // namespace station::identity::sqlite
+}  // namespace station::sqlite

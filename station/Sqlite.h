@@ -10,7 +10,12 @@
 
 #include "station/Interrupt.h"
 
-namespace station::identity::sqlite {
+namespace station::sqlite {
+
+/// Bytes that are not a text.
+struct Blob {
+    std::string_view bytes;
+};
 
 /// A prepared statement. Lives no longer than its database. Throws StorageError.
 class Statement
@@ -30,6 +35,8 @@ public:
     void reset() { sqlite3_reset(statement_.get()); }
 
     std::string text(int column) const;
+    /// Valid until the next step.
+    std::string_view bytes(int column) const;
     std::int64_t number(int column) const { return sqlite3_column_int64(statement_.get(), column); }
 
 private:
@@ -37,6 +44,7 @@ private:
     Statement(class Database& database, std::string_view sql);
     void bind(int index, std::string_view value);
     void bind(int index, std::int64_t value);
+    void bind(int index, Blob value);
 
     class Database& database_;
     std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> statement_;
@@ -106,4 +114,4 @@ private:
     Database* database_;
 };
 
-}  // namespace station::identity::sqlite
+}  // namespace station::sqlite
