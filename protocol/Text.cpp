@@ -52,11 +52,16 @@ std::string escaped(std::string_view text, Escape escape)
 {
     std::string out;
     out.reserve(text.size());
-    while (!text.empty()) {
+    for (;;) {
+        const auto* plain = std::ranges::find_if_not(text, [](char c) { return c >= ' ' && c <= '~'; });
+        out.append(text.begin(), plain);
+        text.remove_prefix(static_cast<std::size_t>(plain - text.begin()));
+        if (text.empty()) {
+            return out;
+        }
         const gunichar character = takeCharacter(text);
         isUnsafe(character) ? escape(out, character) : append(out, character);
     }
-    return out;
 }
 
 void appendPicture(std::string& out, gunichar c)

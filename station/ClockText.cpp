@@ -1,11 +1,10 @@
 #include "station/ClockText.h"
 
+#include <fmt/chrono.h>
+
 #include <array>
 #include <cstdio>
 #include <ctime>
-#include <iomanip>
-#include <locale>
-#include <sstream>
 
 namespace station {
 
@@ -18,10 +17,7 @@ std::string format(TimePoint time, const char* format, std::tm* (*split)(const s
     const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count();
     std::tm parts{};
     split(&seconds, &parts);
-    std::ostringstream text;
-    text.imbue(std::locale::classic());
-    text << std::put_time(&parts, format);
-    return text.str();
+    return fmt::format(fmt::runtime(std::string("{:") + format + '}'), parts);
 }
 
 }  // namespace

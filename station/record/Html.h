@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iosfwd>
 #include <pugixml.hpp>
 #include <string>
 
@@ -41,9 +42,24 @@ inline Node addChip(Node parent, Verdict verdict)
     return addText(parent, "span", name(verdict), std::string("chip ") + wordsOf(verdict).style);
 }
 
+/// Adds a fact to a list, unless it is empty.
+inline void addFact(Node facts, const std::string& term, const std::string& value, const char* styleClass = "")
+{
+    if (!value.empty()) {
+        Node both = add(facts, "div");
+        addText(both, "dt", term);
+        addText(both, "dd", value, styleClass);
+    }
+}
+
+/// Writes a page that fetches and executes nothing, whatever a unit managed to bring in.
+void writePage(std::ostream& out, const std::string& title, const pugi::xml_document& body);
+
 }  // namespace station::record::html
 
 namespace station::record {
+
+struct MeasurementFigures;
 
 /// @returns whether a chart can show the measurement: a number with numeric limits. An exact number without a unit is a
 /// code, which has no more or less.
@@ -53,5 +69,9 @@ bool isDrawn(const Measurement& measurement);
 /// cross beside it. A value too far away to be drawn to scale is an arrow at the edge. Adds nothing if !isDrawn().
 /// @param large with the numbers
 void addLimitChart(pugi::xml_node parent, const Measurement& measurement, bool large);
+
+/// Adds an SVG that shows how many numbers are where, against their limits: the allowed range as a band, and bars in it
+/// and beside it. Numbers too far away to be drawn to scale are counted in words.
+void addHistogram(pugi::xml_node parent, const MeasurementFigures& figures);
 
 }  // namespace station::record

@@ -17,6 +17,7 @@ namespace {
 
 using html::add;
 using html::addChip;
+using html::addFact;
 using html::addText;
 using html::Node;
 using html::set;
@@ -100,15 +101,6 @@ private:
     std::string planTitle() const
     {
         return run_.plan.title.empty() ? (run_.plan.name.empty() ? run_.id : run_.plan.name) : run_.plan.title;
-    }
-
-    static void addFact(Node facts, const std::string& term, const std::string& value, const char* styleClass = "")
-    {
-        if (!value.empty()) {
-            Node both = add(facts, "div");
-            addText(both, "dt", term);
-            addText(both, "dd", value, styleClass);
-        }
     }
 
     /// The whole run at a glance: a segment for each step.
@@ -471,21 +463,26 @@ void htmlReport(const Run& run, Groups groups, std::ostream& out)
 {
     pugi::xml_document document;
     Page(run, groups).build(document.append_child("body"));
-    pugi::xml_document title;
-    addText(title, "title",
-            fmt::format("{} – {}{}", name(verdictOf(run)), run.plan.title.empty() ? run.plan.name : run.plan.title,
-                        run.unit.serial.empty() ? "" : " – " + run.unit.serial));
+    html::writePage(
+        out,
+        fmt::format("{} – {}{}", name(verdictOf(run)), run.plan.title.empty() ? run.plan.name : run.plan.title,
+                    run.unit.serial.empty() ? "" : " – " + run.unit.serial),
+        document);
+}
 
-    // The browser fetches and executes nothing, whatever a unit managed to bring in.
+void html::writePage(std::ostream& out, const std::string& title, const pugi::xml_document& body)
+{
+    pugi::xml_document head;
+    addText(head, "title", title);
     out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
            "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'\"/>\n"
            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
            "<meta name=\"color-scheme\" content=\"light dark\"/>\n";
     // HTML has no short form of empty elements.
     constexpr unsigned kFlags = pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags;
-    title.save(out, "", kFlags, pugi::encoding_utf8);
+    head.save(out, "", kFlags, pugi::encoding_utf8);
     out << "\n<style>" << kStyle << "</style>\n</head>\n";
-    document.save(out, "", kFlags, pugi::encoding_utf8);
+    body.save(out, "", kFlags, pugi::encoding_utf8);
     out << "\n</html>\n";
 }
 

@@ -27,6 +27,9 @@ public:
 
 using Json = nlohmann::ordered_json;
 
+/// @returns the limits as a measurement has them.
+Json limitsJson(const Limits& demanded);
+
 /// Writes the run as a record of schema 1, with its line end. U+FFFD replaces bytes that are not UTF-8.
 /// @param groups put the frames into words
 /// @param indent of each level; -1 for one line
@@ -70,7 +73,7 @@ Run parseRun(std::string_view text);
 /// @param whole how many steps the run may have before tries of large groups are left out; see RunFacts
 Run readRun(const std::filesystem::path& path, std::size_t whole = 0);
 
-/// Reads every step of a record of schema 2, in order. Throws like readRun().
+/// Reads every step of a record of schema 2, in order, and passes over the events of the line. Throws like readRun().
 void readSteps(const std::filesystem::path& path, const std::function<void(const StepPlace&, const Step&)>& take);
 
 class RecordLines;

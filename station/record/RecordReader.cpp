@@ -533,33 +533,14 @@ public:
     }
 
     /// @returns the next line; nothing at the end. When the file has grown, it goes on there.
-    std::optional<Json> next()
+    /// @param steps pass over the events of the line, unread: most of a record
+    std::optional<Json> next(bool steps = false)
     {
-        if (cut_.empty()) {
-            line_.clear();
-        }
-        auto c = readByte();
-        for (; c != std::char_traits<char>::eof() && c != '\n'; c = readByte()) {
-            line_ += static_cast<char>(c);
-            if (line_.size() > kLongest) {
-                throw RecordError(fmt::format("line {}: expected at most {} bytes", number_ + 1, kLongest));
+        do {
+            if (!read()) {
+                return std::nullopt;
             }
-        }
-        const bool ended = c == std::char_traits<char>::eof();
-        if (ended && line_.empty()) {
-            return std::nullopt;
-        }
-        // The end of the file came before that of the line, or zeros where the last lines should be: a loss of power.
-        if (ended) {
-            cut_ = "its record ends within a line";
-            return std::nullopt;
-        }
-        if (line_.starts_with('\0')) {
-            cut_ = fmt::format("line {} of its record begins with zeros, and nothing after it counts", number_ + 1);
-            return std::nullopt;
-        }
-        cut_.clear();
-        ++number_;
+        } while (steps && isOfLine());
         Json json = Json::parse(line_, nullptr, false);
         if (json.is_discarded() || !json.is_object()) {
             throw RecordError(fmt::format("line {}: expected a JSON object, got {}", number_,
@@ -573,6 +554,45 @@ public:
     const std::string& cut() const { return cut_; }
 
 private:
+    /// @returns whether the line is an event of the line, whose first key says so.
+    bool isOfLine() const
+    {
+        constexpr std::string_view kStart = R"({"event":")";
+        return line_.starts_with(kStart) &&
+               kindOf(line_.substr(kStart.size(), line_.find('"', kStart.size()) - kStart.size())).has_value();
+    }
+
+    /// @returns whether there is a whole line.
+    bool read()
+    {
+        if (cut_.empty()) {
+            line_.clear();
+        }
+        auto c = readByte();
+        for (; c != std::char_traits<char>::eof() && c != '\n'; c = readByte()) {
+            line_ += static_cast<char>(c);
+            if (line_.size() > kLongest) {
+                throw RecordError(fmt::format("line {}: expected at most {} bytes", number_ + 1, kLongest));
+            }
+        }
+        const bool ended = c == std::char_traits<char>::eof();
+        if (ended && line_.empty()) {
+            return false;
+        }
+        // The end of the file came before that of the line, or zeros where the last lines should be: a loss of power.
+        if (ended) {
+            cut_ = "its record ends within a line";
+            return false;
+        }
+        if (line_.starts_with('\0')) {
+            cut_ = fmt::format("line {} of its record begins with zeros, and nothing after it counts", number_ + 1);
+            return false;
+        }
+        cut_.clear();
+        ++number_;
+        return true;
+    }
+
     int readByte()
     try {
         return file_.rdbuf()->sbumpc();
@@ -796,9 +816,9 @@ auto readNamed(const std::filesystem::path& path, Read read)
 
 /// Passes the next line to `take`. @returns whether there is one.
 template <class Take>
-bool takeLine(RecordLines& lines, Take take)
+bool takeLine(RecordLines& lines, Take take, bool steps = false)
 {
-    const auto json = lines.next();
+    const auto json = lines.next(steps);
     try {
         if (json) {
             take(RecordReader(*json));
@@ -811,10 +831,10 @@ bool takeLine(RecordLines& lines, Take take)
 
 /// Passes each line to `take`. @returns how the file ends before its last line does; empty if it does not.
 template <class Take>
-std::string eachLine(const std::filesystem::path& path, Take take)
+std::string eachLine(const std::filesystem::path& path, Take take, bool steps = false)
 {
     RecordLines lines(path);
-    while (takeLine(lines, take)) {
+    while (takeLine(lines, take, steps)) {
     }
     return lines.cut();
 }
@@ -920,44 +940,62 @@ Run readRun(const std::filesystem::path& path, std::size_t whole)
 
 void readSteps(const std::filesystem::path& path, const std::function<void(const StepPlace&, const Step&)>& take)
 {
-    // A step may be amended until so many follow.
+    // A step may be amended until so many follow, and superseded while its try goes on; but a file that somebody made
+    // may have a try of any length.
     constexpr std::size_t kOpen = 1000;
+    constexpr std::size_t kLongestTry = 100'000;
     struct Placed {
         std::string phase;
         std::string group;
         std::size_t round;
         std::size_t index;
+        bool superseded;
         Step step;
     };
     std::deque<Placed> open;
+    std::size_t ofTry = 0;
     const auto pass = [&] {
         const Placed& first = open.front();
-        take({first.phase, first.group, first.round, first.index, 0}, first.step);
+        take({first.phase, first.group, first.round, first.index, 0, first.superseded}, first.step);
         open.pop_front();
     };
-    readNamed(path, [&] {
-        eachLine(path, [&](const RecordReader& reader) {
-            const std::string event = eventOf(reader);
-            if (event != "step" && event != "amended") {
-                return;
-            }
-            Placed placed{reader.textAt("phase"), reader.textAt("group"), reader.at("round").whole(),
-                          reader.at("index").whole(), readStep(reader)};
-            if (event == "step") {
-                open.push_back(std::move(placed));
-            } else if (const auto found = std::ranges::find_if(open,
-                                                               [&](const Placed& each) {
-                                                                   return each.index == placed.index &&
-                                                                          each.round == placed.round;
-                                                               });
-                       found != open.end()) {
-                *found = std::move(placed);
-            }
-            if (open.size() > kOpen) {
-                pass();
-            }
-        });
-    });
+    const auto add = [&](Placed placed) {
+        const bool sameTry = ofTry > 0 && open.back().round == placed.round;
+        ofTry = sameTry ? ofTry + 1 : 1;
+        open.push_back(std::move(placed));
+        if (open.size() > kOpen && (open.size() > ofTry || open.size() > kLongestTry)) {
+            pass();
+            ofTry = std::min(ofTry, open.size());
+        }
+    };
+    const auto takeLine = [&](const RecordReader& reader) {
+        const std::string event = eventOf(reader);
+        if (event == "group") {
+            ofTry = 0;
+        } else if (event == "superseded") {
+            std::for_each(open.end() - static_cast<std::ptrdiff_t>(std::exchange(ofTry, 0)), open.end(),
+                          [](Placed& each) { each.superseded = true; });
+        }
+        if (event != "step" && event != "amended") {
+            return;
+        }
+        Placed placed{reader.textAt("phase"),
+                      reader.textAt("group"),
+                      reader.at("round").whole(),
+                      reader.at("index").whole(),
+                      false,
+                      readStep(reader)};
+        if (event == "step") {
+            add(std::move(placed));
+        } else if (const auto found = std::ranges::find_if(
+                       open,
+                       [&](const Placed& each) { return each.index == placed.index && each.round == placed.round; });
+                   found != open.end()) {
+            placed.superseded = found->superseded;
+            *found = std::move(placed);
+        }
+    };
+    readNamed(path, [&] { eachLine(path, takeLine, true); });
     while (!open.empty()) {
         pass();
     }
@@ -975,11 +1013,14 @@ std::optional<ListedRun> readEnds(const std::filesystem::path& path, bool runnin
         reader.take(RecordReader(*first));
         const Run run = reader.finish({});
         ListedRun listed;
-        listed.folder = path.parent_path();
+        listed.folder = path.parent_path().string();
         listed.id = run.id;
         listed.started = run.started;
         listed.plan = run.plan.name.empty() ? run.plan.title : run.plan.name;
-        listed.unit = run.unit.serial.empty() ? run.unit.port : run.unit.serial;
+        listed.serial = run.unit.serial;
+        listed.port = run.unit.port;
+        listed.station = run.station;
+        listed.planVersion = run.plan.version;
         listed.running = running;
         if (running) {
             return listed;
@@ -996,8 +1037,8 @@ std::optional<ListedRun> readEnds(const std::filesystem::path& path, bool runnin
         if (!last.is_object() || eventOf(ended) != "ended") {
             return std::nullopt;
         }
-        const std::string serial = ended.textAt("serial");
-        listed.unit = serial.empty() ? run.unit.port : serial;
+        listed.serial = ended.textAt("serial");
+        listed.line = readQuality(ended.at("line"));
         listed.ended = ended.at("at").time();
         const Finding headline = ended.finding();
         listed.verdict = headline.verdict;

@@ -417,6 +417,11 @@ void addFacts(Json& json, const Run& run)
 
 }  // namespace
 
+Json limitsJson(const Limits& demanded)
+{
+    return limits(demanded);
+}
+
 void writeJson(std::ostream& out, const Run& run, Groups groups, int indent)
 {
     JsonWriter(out, indent, run, groups).write();

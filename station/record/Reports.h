@@ -2,14 +2,19 @@
 
 #include <array>
 #include <filesystem>
+#include <functional>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "protocol/catalogue/Model.h"
 #include "station/record/Outcome.h"
+#include "station/record/RecordJson.h"
+#include "station/record/RunList.h"
 #include "station/record/RunRecord.h"
+#include "station/record/RunStatistics.h"
 
 /// The reports that are made from a run record. A new format needs its writer in FORMATReport.cpp, a declaration and a
 /// row here, and its tests in ReportsTest.cpp.
@@ -57,6 +62,22 @@ std::string writeReport(const ReportFormat& format, const std::filesystem::path&
 
 /// @returns "try 3 of 9", "tries 3 to 7 of 9 (5)" for failures that are equal; empty for a group with one try.
 std::string whichTries(const std::vector<PlacedStep>& equal);
+
+/// Writes the steps of many runs as CSV, with columns for the run in front of those of csvReport().
+/// @param broken gets the errors of records that cannot be read; the others follow
+void csvReport(std::span<const ListedRun> runs, std::ostream& out,
+               const std::function<void(const RecordError&)>& broken);
+
+// Statistics of many runs.
+
+/// @returns the tables for a terminal.
+std::string textReport(const RunStatistics& statistics);
+Json toJson(const RunStatistics& statistics);
+/// Writes one table: a line for each plan, each common failure and each measurement.
+void csvReport(const RunStatistics& statistics, std::ostream& out);
+/// Writes one HTML page like htmlReport() of a run, with histograms.
+/// @param subject what the numbers are about: the directory and the filter
+void htmlReport(const RunStatistics& statistics, const std::string& subject, std::ostream& out);
 
 // The figures of a repeated group.
 

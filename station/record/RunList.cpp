@@ -2,75 +2,59 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <glib.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <system_error>
+#include <cmath>
+#include <memory>
 #include <utility>
 
 #include "host/Descriptor.h"
 #include "protocol/Errors.h"
+#include "protocol/Quantity.h"
 #include "protocol/Text.h"
-#include "station/record/Outcome.h"
-#include "station/record/RecordJson.h"
 #include "station/record/ResultsFolder.h"
+#include "station/record/RunIndex.h"
 
 namespace station::record {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-ListedRun summary(const fs::path& folder, const fs::path& record)
+bool RunFilter::matches(const ListedRun& run) const
 {
-    const bool running = isRunning(folder);
-    if (isOfLines(record)) {
-        if (auto listed = readEnds(record, running)) {
-            return *std::move(listed);
-        }
-    }
-    const Run run = readRun(record);
-    const Outcome outcome = outcomeOf(run);
-    const Headline headline = headlineOf(run);
-    return {.folder = folder,
-            .id = run.id,
-            .started = run.started,
-            .ended = run.ended,
-            .verdict = headline.verdict,
-            .reason = headline.reason,
-            .plan = run.plan.name.empty() ? run.plan.title : run.plan.name,
-            .unit = run.unit.serial.empty() ? run.unit.port : run.unit.serial,
-            .failedStep = outcome.failed.empty() ? "" : outcome.failed.front().step->name,
-            .failedSteps = outcome.wrong,
-            .running = running};
+    return (plan.empty() || run.plan == plan) && (serial.empty() || run.serial == serial) &&
+           (!running || run.running) && (!verdict || (!run.running && run.verdict == *verdict)) &&
+           (!since || run.started >= *since);
 }
 
-/// @returns the folders of a directory.
-std::vector<fs::path> foldersOf(const fs::path& directory)
+std::optional<std::chrono::system_clock::time_point> parseSince(const std::string& text,
+                                                                std::chrono::system_clock::time_point now)
 {
-    std::error_code error;
-    std::vector<fs::path> folders;
-    for (fs::directory_iterator each(directory, error), end; !error && each != end; each.increment(error)) {
-        std::error_code gone;
-        if (each->is_directory(gone)) {
-            folders.push_back(each->path());
-        }
+    // Far below what nanoseconds in 64 bits reach.
+    constexpr double kOldest = 4e9;
+    constexpr std::array<std::pair<std::string_view, double>, 2> kLong{{{"d", 86'400}, {"w", 604'800}}};
+    std::optional<double> age;
+    if (const auto quantity = protocol::parseQuantity(text); quantity && !quantity->unit.empty()) {
+        const auto* unit = std::ranges::find(kLong, quantity->unit, &std::pair<std::string_view, double>::first);
+        age = unit == kLong.end() ? protocol::parseSeconds(text) : std::optional(quantity->number * unit->second);
     }
-    if (error == std::errc::no_such_file_or_directory) {
-        const std::string place = (directory.is_relative() ? "." / directory : directory).string();
-        throw protocol::StorageError(fmt::format("no results in {} yet (--results DIR)", place), protocol::kWrongUse);
+    if (age) {
+        return *age >= 0 && *age <= kOldest ? std::optional(now - std::chrono::milliseconds(std::llround(*age * 1e3)))
+                                            : std::nullopt;
     }
-    if (error) {
-        throw protocol::StorageError(fmt::format("{}: {}", directory.string(), protocol::unreadable(error.value())),
-                                     protocol::kWrongUse);
-    }
-    std::ranges::sort(folders);
-    return folders;
+    constexpr std::size_t kDate = 10;
+    const std::string whole = text.size() == kDate ? text + "T00:00:00Z" : text;
+    const std::unique_ptr<GTimeZone, decltype(&g_time_zone_unref)> utc(g_time_zone_new_utc(), g_time_zone_unref);
+    const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> moment(
+        g_date_time_new_from_iso8601(whole.c_str(), utc.get()), g_date_time_unref);
+    const auto seconds = moment == nullptr ? 0 : g_date_time_to_unix(moment.get());
+    return moment != nullptr && std::abs(static_cast<double>(seconds)) <= kOldest
+               ? std::optional(std::chrono::system_clock::time_point(std::chrono::seconds(seconds)))
+               : std::nullopt;
 }
-
-}  // namespace
 
 bool isRunning(const fs::path& folder)
 {
@@ -83,21 +67,7 @@ bool isRunning(const fs::path& folder)
 
 RunList listRuns(const fs::path& directory)
 {
-    RunList list;
-    for (const fs::path& folder : foldersOf(directory)) {
-        const fs::path record = recordIn(folder);
-        if (record.empty()) {
-            list.passedOver.push_back(folder);
-            continue;
-        }
-        try {
-            list.runs.push_back(summary(folder, record));
-        } catch (const RecordError& broken) {
-            list.broken.emplace_back(broken.what());
-        }
-    }
-    std::ranges::stable_sort(list.runs, std::greater(), &ListedRun::started);
-    return list;
+    return RunIndex(directory).list();
 }
 
 fs::path findRecord(const fs::path& directory, const std::string& run)
@@ -118,9 +88,15 @@ fs::path findRecord(const fs::path& directory, const std::string& run)
     if (fs::is_regular_file(run, error)) {
         return run;
     }
+    if (fs::is_directory(directory, error)) {
+        const RunList list = listRuns(directory);
+        if (const auto found = std::ranges::find(list.runs, run, &ListedRun::serial); found != list.runs.end()) {
+            return recordIn(found->folder);
+        }
+    }
     throw protocol::UserError(
-        fmt::format("{}: expected the name or path of a run's folder, or 'latest', got {}; see "
-                    "'report list'",
+        fmt::format("{}: expected the name or path of a run's folder, a serial number or 'latest', "
+                    "got {}; see 'report list'",
                     directory.string(), protocol::inQuotes(run)));
 }
 

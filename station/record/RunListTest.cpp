@@ -48,7 +48,7 @@ TEST_F(RunListTest, ListsTheNewestFirstWithWhatWentWrong)
     EXPECT_EQ(list.runs[0].verdict, Verdict::kTimeout);
     EXPECT_EQ(list.runs[0].failedStep, "Frequency after the seek");
     EXPECT_EQ(list.runs[0].failedSteps, 3U);
-    EXPECT_EQ(list.runs[0].unit, "HU-2611-004711");
+    EXPECT_EQ(list.runs[0].unit(), "HU-2611-004711");
     EXPECT_EQ(list.runs[0].plan, "end-of-line");
     EXPECT_EQ(list.runs[1].id, "b-old");
     EXPECT_EQ(list.runs[1].failedStep, "");

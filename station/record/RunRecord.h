@@ -336,6 +336,8 @@ struct StepPlace {
     /// Of the plan's steps in all three phases, from 0.
     std::size_t index = 0;
     std::size_t total = 0;
+    /// Whether another try of the group replaces that of the step, which does not count then.
+    bool superseded = false;
 };
 
 }  // namespace station::record

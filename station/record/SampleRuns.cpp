@@ -1,5 +1,6 @@
 #include "station/record/SampleRuns.h"
 
+#include <fstream>
 #include <utility>
 
 #include "station/record/RecordJson.h"
@@ -144,6 +145,26 @@ Step bluetoothName(Run& run)
                           received(706ms, {0x84, 0x0D, {0x48, 0x65, 0x61, 0x64, 0x55, 0x6E, 0x69, 0x74}})})});
 }
 
+/// Passes the lines of the groups and steps.
+template <class Take>
+void eachLine(const Run& run, Take take)
+{
+    for (const Phase& phase : run.phases) {
+        std::size_t index = 0;
+        for (const Group& group : phase.groups) {
+            take(lines::group(phase.name, group.name));
+            for (std::size_t i = 0; i < group.tries.size(); ++i) {
+                for (const Step& step : group.tries[i].steps) {
+                    take(lines::step("step", run.unit.port, {phase.name, group.name, i + 1, index++}, step));
+                }
+                if (group.tries[i].superseded) {
+                    take(lines::superseded(phase.name, group));
+                }
+            }
+        }
+    }
+}
+
 }  // namespace
 
 Run passed()
@@ -272,27 +293,52 @@ Run withFrames(std::size_t count)
     return run;
 }
 
+Run measured(const std::string& serial, std::chrono::seconds later, const std::vector<double>& values,
+             const Limits& limits)
+{
+    Run run = passed();
+    run.id = "end-of-line-" + std::to_string(later.count());
+    run.events = {};
+    run.started += later;
+    run.ended += later;
+    run.unit.serial = serial;
+    run.plan.version = "7";
+    for (Phase& phase : run.phases) {
+        phase.groups.clear();
+    }
+    Group& group = run.phases[Run::kMain].groups.emplace_back();
+    group.name = "levels";
+    auto& steps = group.tries.emplace_back().steps;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const bool fits = !(values[i] < limits.minimum) && !(values[i] > limits.maximum);
+        const auto after = later + std::chrono::milliseconds(10 * i);
+        Attempt one = attempt(run, after, 4400us, fits ? Verdict::kPass : Verdict::kFail, fits ? "" : "out of limits",
+                              {{"level", values[i], "mV", limits, fits}},
+                              {sent(after, {0x01, 0x01, {}}), received(after + 4ms, {0x81, 0x01, {12}})});
+        steps.push_back(step(("Level " + std::to_string(i + 1)).c_str(), "audio.level", {std::move(one)}));
+    }
+    return run;
+}
+
+void write(const Run& run, const std::filesystem::path& directory)
+{
+    std::filesystem::create_directories(directory / run.id);
+    std::ofstream out(directory / run.id / kRecordFile);
+    out << toLine(lines::started(run));
+    for (const auto& [number, event] : run.events.kept()) {
+        out << toLine(lines::line(number, event, "audio.level: level=12"));
+    }
+    eachLine(run, [&out](const Json& line) { out << toLine(line); });
+    out << toLine(lines::ended(run));
+}
+
 void tell(const Run& run, ResultsFolder& results)
 {
     for (const auto& [number, event] : run.events.kept()) {
         results.capture(event);
         results.claim(number);
     }
-    for (const Phase& phase : run.phases) {
-        std::size_t index = 0;
-        for (const Group& group : phase.groups) {
-            results.append(lines::group(phase.name, group.name));
-            for (std::size_t i = 0; i < group.tries.size(); ++i) {
-                for (const Step& step : group.tries[i].steps) {
-                    results.append(
-                        lines::step("step", run.unit.port, {phase.name, group.name, i + 1, index++, 0}, step));
-                }
-                if (group.tries[i].superseded) {
-                    results.append(lines::superseded(phase.name, group));
-                }
-            }
-        }
-    }
+    eachLine(run, [&results](Json line) { results.append(std::move(line)); });
 }
 
 }  // namespace station::record::samples

@@ -1,5 +1,10 @@
 #pragma once
 
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
 #include "station/record/ResultsFolder.h"
 #include "station/record/RunRecord.h"
 
@@ -24,6 +29,13 @@ Run hostile();
 
 /// One step with `count` frames.
 Run withFrames(std::size_t count);
+
+/// A step "Level N" for each value, which is measured in mV against the limits; the run starts `later` than the others.
+Run measured(const std::string& serial, std::chrono::seconds later, const std::vector<double>& values,
+             const Limits& limits);
+
+/// Writes the folder of a run with its record alone, at once.
+void write(const Run& run, const std::filesystem::path& directory);
 
 /// Tells the facts of a run to its folder, in their order.
 void tell(const Run& run, ResultsFolder& results);
