@@ -167,16 +167,12 @@ void addMonitor(Tool& tool)
     addTimeout(*verb, options->timeoutSeconds);
     addReconnect(*verb, options->reconnectSeconds);
     auto* hex = verb->add_flag("--hex", options->hex, "Also show the bytes");
-    verb->add_flag("--changes", options->changes,
-                   "Show the last value of each command, with changed bytes marked and the rate: in place on a "
-                   "terminal, else a line for each new value")
+    verb->add_flag("--changes", options->changes, "Show each command's last value in place, its changed bytes and rate")
         ->excludes(hex);
     verb->add_option("--filter", options->filter, "Show only matching frames; a capture holds all")->type_name("EXPR");
-    auto* pcapng =
-        verb->add_option("--pcapng", options->pcapng,
-                         "Write a capture for Wireshark (link type USER0) to this file, replacing it, or to standard "
-                         "output (-), which then shows nothing else")
-            ->type_name("FILE");
+    auto* pcapng = verb->add_option("--pcapng", options->pcapng,
+                                    "Write a capture for Wireshark to this file, or to standard output (-) alone")
+                       ->type_name("FILE");
     auto* enter = verb->add_flag("--enter-test-mode", options->enterTestMode,
                                  "Switch auto-test mode on, and restore it at the end");
     verb->add_option("--duration", options->durationSeconds, "End after this time; 0 for no limit")
@@ -193,8 +189,7 @@ void addMonitor(Tool& tool)
     for (const char* const name : {"--format", "--station"}) {
         verb->get_option(name)->needs(replay);
     }
-    auto* run = verb->add_option("--run", options->run,
-                                 "Show the line of a run until it ends: name, path of its folder, or 'latest'")
+    auto* run = verb->add_option("--run", options->run, "Show the line of a run until it ends: its folder, or 'latest'")
                     ->type_name("RUN");
     for (const char* ofALine : {"--port", "--replay", "--enter-test-mode", "--timeout", "--reconnect"}) {
         run->excludes(ofALine);
@@ -203,10 +198,9 @@ void addMonitor(Tool& tool)
     verb->footer(
         "Examples:\n"
         "  engineering-station monitor --enter-test-mode\n"
-        "  engineering-station monitor --run latest --changes\n"
         "  engineering-station monitor --run latest --pcapng - | wireshark -k -i -\n"
         "  engineering-station monitor --hex --filter 'received keys, corrupt' --pcapng trace.pcapng\n"
-        "  engineering-station monitor --replay trace.pcapng --json");
+        "  engineering-station monitor --replay trace.pcapng --changes");
     verb->callback([&tool, options] { tool.action = [&tool, options] { return monitorLine(*options, tool); }; });
 }
 
