@@ -126,6 +126,15 @@ pattern = "("
                             testing::StartsWith("f:11:"), testing::StartsWith("f:12:")));
 }
 
+TEST_F(StationConfigTest, ParameterIsANumberOrAText)
+{
+    read("[parameters]\na = true\nb = inf\nc = [1]\n");
+
+    EXPECT_THAT(messages(), ElementsAre("f:2:5: 'a': expected a number or a text, got true",
+                                        "f:3:5: 'b': expected a number or a text, got inf",
+                                        "f:4:5: 'c': expected a number or a text, got an array"));
+}
+
 TEST_F(StationConfigTest, SerialThatIsNotARecordIsRefusedLikeOneThatNamesNoUnit)
 {
     read("[unit]\nserial = \"serial\"\n");

@@ -262,8 +262,17 @@ std::vector<Parameter> loadParameters(Context& context, TableReader& plan, const
 {
     std::vector<Parameter> parameters;
     if (const toml::table* table = plan.table("parameters")) {
+        std::vector<std::pair<const toml::key*, const toml::node*>> inOrder;
         for (const auto& [key, node] : *table) {
-            parameters.push_back(loadParameter(context, key, node));
+            inOrder.emplace_back(&key, &node);
+        }
+        const auto place = [](const auto& each) {
+            const auto begin = each.first->source().begin;
+            return std::pair(begin.line, begin.column);
+        };
+        std::ranges::sort(inOrder, {}, place);
+        for (const auto& [key, node] : inOrder) {
+            parameters.push_back(loadParameter(context, *key, *node));
         }
     }
     if (const auto file = plan.optionalText("limits")) {

@@ -104,7 +104,7 @@ struct ParameterOptions {
 /// Adds --set and --variant.
 void addParameters(CLI::App& verb, ParameterOptions& options)
 {
-    verb.add_option("--set", options.set, "NAME=VALUE: gives a parameter of the plan its value; may be repeated")
+    verb.add_option("--set", options.set, "Value of a parameter of the plan; may be repeated")
         ->check(
             [](const std::string& text) {
                 const std::size_t end = text.find('=');
@@ -116,7 +116,7 @@ void addParameters(CLI::App& verb, ParameterOptions& options)
         ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->type_name("NAME=VALUE");
-    verb.add_option("--variant", options.variant, "Variant of the unit, whose limits hold")
+    verb.add_option("--variant", options.variant, "Variant whose limits hold, as --set variant=NAME")
         ->check(checkNotEmpty, "")
         ->type_name("NAME");
 }
