@@ -18,6 +18,9 @@ namespace {
 
 using nlohmann::ordered_json;
 
+/// The limit of a list whose records all have to match: their number, which only the reply says.
+constexpr const char* kAllRecords = "all";
+
 /// Calls `take` with each expectation of an action whose value is measured.
 template <class Action, class Take>
 void eachExpected(const Action& action, Take take)
@@ -86,7 +89,7 @@ std::vector<LimitProof> limitsOf(std::string_view phase, const Group& group, con
         const auto& formula = isMaximum ? expected.maximumOf : expected.minimumOf;
         if ((limit || formula || all) && !known) {
             list.push_back({std::string(phase), group.name, step.name, expected.name, isMaximum, limit, expected.unit});
-            list.back().computed = formula ? formula->text : all ? "all" : "";
+            list.back().computed = formula ? formula->text : all ? kAllRecords : "";
         }
     };
     std::visit(
@@ -122,9 +125,13 @@ void addEvidence(LimitProof& proof, const record::Measurement& measured, const s
 
 std::string limitText(const LimitProof& proof)
 {
-    return fmt::format("{} / {}: {} {} {}", record::printable(proof.group), record::printable(proof.step),
-                       record::printable(proof.measurement), proof.isMaximum ? "at most" : "at least",
-                       proof.limit ? record::withUnit(record::toText(*proof.limit), proof.unit) : proof.computed);
+    const std::string measurement = record::printable(proof.measurement);
+    const std::string demand =
+        proof.computed == kAllRecords
+            ? fmt::format("all {}", measurement)
+            : fmt::format("{} {} {}", measurement, proof.isMaximum ? "at most" : "at least",
+                          proof.limit ? record::withUnit(record::toText(*proof.limit), proof.unit) : proof.computed);
+    return fmt::format("{} / {}: {}", record::printable(proof.group), record::printable(proof.step), demand);
 }
 
 /// @returns whether a run of the plan proves limits, by the first line of its record.

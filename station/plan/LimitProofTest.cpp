@@ -155,14 +155,16 @@ TEST_F(LimitProofTest, RecordThatEndsEarlyIsNoEvidence)
 
 TEST_F(LimitProofTest, TextListsWhatIsNotProven)
 {
-    proofs_.limits.erase(proofs_.limits.begin() + 4, proofs_.limits.end());
+    proofs_.limits.erase(proofs_.limits.begin() + 6, proofs_.limits.end());
+    proofs_.limits.erase(proofs_.limits.begin() + 4);
     proofs_.limits.erase(proofs_.limits.begin());
-    addEvidence(proofs_, plan_, volumes("good", {}));
+    proofs_.goodRuns = 1;
     EXPECT_EQ(toText(proofs_),
-              "LIMITS  0 of 3 proven by 1 run of good units and 0 runs of bad ones\n"
+              "LIMITS  0 of 4 proven by 1 run of good units and 0 runs of bad ones\n"
               "        Frames / tuner.frequency: frequency at least 87.4 MHz on FM: no unit has been measured\n"
               "        Frames / tuner.frequency: frequency at most 87.6 MHz on FM: no unit has been measured\n"
-              "        Frames / audio.volume: volume at most 9: no unit has been measured\n");
+              "        Frames / audio.volume: volume at most 9: no unit has been measured\n"
+              "        Frames / gps.satellites: all satellites: no unit has been measured\n");
     const auto json = limitsEvent(proofs_);
     EXPECT_EQ(json["event"], "limits");
     EXPECT_EQ(json["limits"][2].dump(),
