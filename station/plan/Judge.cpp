@@ -186,9 +186,11 @@ void judgeRecords(const Expected& expected, const catalogue::DecodedField& field
     measurement.limits.minimum = limits.minimum;
     measurement.limits.maximum = limits.maximum;
     if (expected.equals) {
-        static constexpr catalogue::Field kCount{
-            .name = "count", .type = catalogue::Type::kU16be, .maximum = 0xFFFF, .fields = {}};
-        const auto wanted = std::get<std::int64_t>(literal(kCount, substitute(*expected.equals, variables)));
+        catalogue::Field count;
+        count.name = "count";
+        count.type = catalogue::Type::kU16be;
+        count.maximum = 0xFFFF;
+        const auto wanted = std::get<std::int64_t>(literal(count, substitute(*expected.equals, variables)));
         measurement.limits.equals = static_cast<double>(wanted);
         measurement.passed = number == static_cast<double>(wanted);
     }
