@@ -71,6 +71,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Line{"ParametersBehindOthers", {"send", "audio.set-fader-balance", "fader=1", "b"}, {"balance="}},
                     Line{"ValuesOfAnOption", {"decode", "--from", ""}, {"auto", "unit", "station"}},
                     Line{"ValuesOfAnOptionBehindEquals", {"decode", "--from=u"}, {"--from=unit"}},
+                    Line{"FormsOfCaptures", {"replay", "--format", "s"}, {"saleae", "sigrok"}},
+                    Line{"CaptureToReplay", {"replay", "/tm"}, {":files"}},
                     Line{"ValuesOfAnUnknownOption", {"decode", "--form=u"}, {}},
                     Line{"ArgumentWithFewValues", {"completion", ""}, {"bash", "zsh", "fish"}},
                     Line{"Keys", {"catalogue", "show", "tun"}, {"tuner", "tuner.play"}, false},

@@ -445,7 +445,7 @@ bool isText(std::string_view beginning)
     const char* end = nullptr;
     const bool utf8 = g_utf8_validate_len(beginning.data(), beginning.size(), &end) != FALSE;
     // The last character may be cut.
-    const bool cut = beginning.size() == CaptureReader::kBeginning && end + 4 > beginning.data() + beginning.size();
+    const bool cut = beginning.size() + 3 >= CaptureReader::kBeginning && end + 4 > beginning.data() + beginning.size();
     return (utf8 || cut) && beginning.find('\0') == std::string_view::npos;
 }
 

@@ -91,7 +91,8 @@ TEST(StationMan, TellsNothingOfTheMachineThatMadeIt)
 
 TEST(StationHelp, OfEveryVerbShowsAnExampleOrItsVerbs)
 {
-    for (const char* verb : {"send", "encode", "decode", "completion", "man", "catalogue", "catalogue show"}) {
+    for (const char* verb :
+         {"send", "encode", "decode", "replay", "completion", "man", "catalogue", "catalogue show"}) {
         const auto outcome = shell(std::string("$STATION ") + verb + " --help");
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, StartsWith(std::string("Usage: engineering-station ") + verb));
