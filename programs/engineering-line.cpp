@@ -51,9 +51,11 @@ void addOptions(CLI::App& app, Options& options)
     app.add_option("--pcapng", options.capture, "Capture to write; its comments say what the line did to a frame")
         ->type_name("FILE");
     app.footer(
-        "Keys, in both directions or after to_unit. or to_station.: drop, corrupt, duplicate, split and hang_up are "
-        "chances for each frame (1% or 0.01), delay, jitter and away are times (200ms or 0.2), baud is a rate, noise a "
-        "number of bursts per second. docs/bench.md explains them.\n"
+        "Keys, for both directions, or after to_unit. or to_station. for one (docs/bench.md explains them):\n"
+        "  drop, corrupt, duplicate, split, hang_up   chance for each frame, such as 1% or 0.01\n"
+        "  delay, jitter, away                        time, such as 200ms or 0.2\n"
+        "  baud                                       bits per second, 0 for no limit\n"
+        "  noise                                      bursts per second\n"
         "\n"
         "Examples:\n"
         "  engineering-line --from /tmp/unit --to /tmp/line --set drop=1% --set to_unit.delay=200ms\n"
