@@ -442,6 +442,20 @@ TEST_F(ManyRuns, FirstPassYieldIsThatOfEachUnitsFirstRun)
     EXPECT_EQ(object["not_counted"], (json{{"ABORTED", 1}}));
 }
 
+TEST_F(ManyRuns, RunsThatVerifyLimitsDoNotCount)
+{
+    measureThreeUnits();
+    record::Run bad = record::samples::measured("E", std::chrono::seconds(50), {900, 900}, kLimits);
+    bad.id = "bad";
+    bad.verifies = "bad";
+    record::samples::write(bad, directory_);
+
+    const json object = stats();
+
+    EXPECT_EQ(object["plans"].at(0)["runs"], 5);
+    EXPECT_EQ(object["not_counted"], (json{{"ABORTED", 1}, {"VERIFYING LIMITS", 1}}));
+}
+
 TEST_F(ManyRuns, ARetestIsOneAlsoIfTheFirstRunIsTooOldToCount)
 {
     measureThreeUnits();

@@ -1021,6 +1021,7 @@ std::optional<ListedRun> readEnds(const std::filesystem::path& path, bool runnin
         listed.port = run.unit.port;
         listed.station = run.station;
         listed.planVersion = run.plan.version;
+        listed.verifies = run.verifies;
         listed.running = running;
         if (running) {
             return listed;

@@ -31,7 +31,7 @@ namespace fs = std::filesystem;
 namespace {
 
 /// Changes with everything that is kept.
-constexpr std::int64_t kFormat = 1;
+constexpr std::int64_t kFormat = 2;
 
 constexpr const char* kTables = R"(
     BEGIN IMMEDIATE;
@@ -75,8 +75,9 @@ std::optional<std::string_view> unsealed(std::string_view folder, std::string_vi
 template <class Texts, class Numbers>
 void eachField(auto& run, Texts texts, Numbers numbers)
 {
-    for (auto* text : {&run.id, &run.reason, &run.plan, &run.planVersion, &run.serial, &run.port, &run.station.host,
-                       &run.station.operatorName, &run.station.version, &run.station.line, &run.failedStep}) {
+    for (auto* text :
+         {&run.id, &run.reason, &run.plan, &run.planVersion, &run.serial, &run.port, &run.station.host,
+          &run.station.operatorName, &run.station.version, &run.station.line, &run.failedStep, &run.verifies}) {
         texts(*text);
     }
     for (auto* number : {&run.line.losses, &run.line.reconnects, &run.line.repeatedSends, &run.line.corruptFrames,
@@ -204,6 +205,7 @@ ListedRun readListed(const fs::path& record, bool running)
             .reason = headline.reason,
             .plan = run.plan.name.empty() ? run.plan.title : run.plan.name,
             .planVersion = run.plan.version,
+            .verifies = run.verifies,
             .serial = run.unit.serial,
             .port = run.unit.port,
             .station = run.station,

@@ -107,6 +107,7 @@ TEST_F(RunIndexTest, KeepsEveryFieldOfTheList)
 {
     record::Run run = samples::measured("A", 7s, {600}, kLimits);
     run.line = {1, 2, 3, 4, 5};
+    run.verifies = "bad";
     samples::write(run, directory_);
 
     const ListedRun read = later().list().runs.at(0);
@@ -119,6 +120,7 @@ TEST_F(RunIndexTest, KeepsEveryFieldOfTheList)
     EXPECT_EQ(kept.reason, read.reason);
     EXPECT_EQ(kept.plan, run.plan.name);
     EXPECT_EQ(kept.planVersion, "7");
+    EXPECT_EQ(kept.verifies, "bad");
     EXPECT_EQ(kept.port, run.unit.port);
     EXPECT_EQ(kept.station, run.station);
     EXPECT_EQ(kept.line, run.line);

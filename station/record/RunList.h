@@ -23,6 +23,8 @@ struct ListedRun {
     std::string reason;
     std::string plan;
     std::string planVersion;
+    /// As in Run.
+    std::string verifies;
     /// Empty if it is not known.
     std::string serial;
     std::string port;

@@ -17,7 +17,7 @@ double shareOf(std::size_t part, std::size_t all)
 
 bool countsForYield(const ListedRun& run)
 {
-    return !run.running && run.verdict != Verdict::kAborted && run.verdict != Verdict::kSkipped;
+    return !run.running && run.verifies.empty() && run.verdict != Verdict::kAborted && run.verdict != Verdict::kSkipped;
 }
 
 /// Joins the series of many runs.
@@ -149,7 +149,8 @@ RunStatistics statisticsOf(RunIndex& index, const RunFilter& filter, const Inter
     for (ListedRun& run : list.runs) {
         const bool matches = filter.matches(run);
         if (!countsForYield(run)) {
-            statistics.notCounted[run.running ? "RUNNING" : name(run.verdict)] += matches ? 1 : 0;
+            const char* why = run.running ? "RUNNING" : run.verifies.empty() ? name(run.verdict) : "VERIFYING LIMITS";
+            statistics.notCounted[why] += matches ? 1 : 0;
             continue;
         }
         const bool isFirst = !run.serial.empty() && seen.emplace(run.plan, run.serial).second;
