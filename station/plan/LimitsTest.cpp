@@ -259,7 +259,7 @@ TEST_P(BadLimitTable, IsRefusedWithItsLine)
 {
     const auto list = problems(GetParam().csv);
 
-    ASSERT_THAT(list, SizeIs(testing::Ge(1)));
+    ASSERT_THAT(list, SizeIs(1));
     EXPECT_THAT(list.front(), StartsWith(std::string("plan.toml:") + GetParam().problem));
 }
 
@@ -310,7 +310,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadTable{"UnknownParameter",
                  "variant,measurement,min,max,unit,value\nEU,fm,1,2,,\nEU,volume,1,2,,\nEU,nomnal,,,,3\n",
                  "4:10: limits.csv:4: unknown parameter 'nomnal'"},
-        BadTable{"TextForANumber", "variant,measurement,min,max,unit,value\nEU,nominal,,,,high\n",
+        BadTable{"TextForANumber",
+                 "variant,measurement,min,max,unit,value\nEU,nominal,,,,high\nEU,fm,1,2,,\nEU,volume,1,2,,\n",
                  " limits.csv:2: 'nominal': expected a number in MHz, got 'high'"},
         BadTable{"VariantInItsOwnTable",
                  "variant,measurement,min,max,unit,value\nEU,fm,1,2,,\nEU,volume,1,2,,\nEU,variant,,,,JP\n",

@@ -52,6 +52,9 @@ public:
             }
         } catch (const protocol::UserError& error) {
             protocol::toml_file::report(context_.problems, node_, error.what());
+            // An empty table causes no further complaints.
+            table_->variants.clear();
+            table_->rows.clear();
         }
         return table_;
     }
@@ -313,6 +316,9 @@ std::vector<Parameter> loadParameters(Context& context, TableReader& plan, const
 
 void checkComplete(Context& context, const toml::table& plan, const std::vector<Parameter>& parameters)
 {
+    if (context.limits && context.limits->variants.empty()) {
+        return;
+    }
     for (const Parameter& each : parameters) {
         const toml::node* declared = plan["parameters"][each.name].node();
         if (each.value || !each.from.empty()) {
