@@ -356,6 +356,9 @@ private:
                                         attempt.reason.empty() ? "" : ": " + attempt.reason));
             }
             addMeasurements(parent, step, attempt, large);
+            for (const Detail& detail : attempt.details) {
+                addText(parent, "p", fmt::format("{}: {}", detail.name, detail.text));
+            }
             addFrames(parent, step, attempt);
         }
     }

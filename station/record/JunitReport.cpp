@@ -94,6 +94,9 @@ std::string protocolOf(const Run& run, const Step& step, Groups groups)
         for (const Measurement& measurement : attempt.measurements) {
             text += fmt::format("  {}\n", describe(measurement));
         }
+        for (const Detail& detail : attempt.details) {
+            text += fmt::format("  {}\n", printable(fmt::format("{}: {}", detail.name, detail.text)));
+        }
         for (const EventLine& line : linesOf(run.events, attempt.events, groups)) {
             text += fmt::format("  {}{}  {}\n", line.event == nullptr ? "…" : name(line.event->kind),
                                 line.bytes.empty() ? "" : " " + line.bytes, line.meaning);

@@ -311,6 +311,11 @@ EventRange readRange(const RecordReader& range)
     return {ends[0], ends[1]};
 }
 
+Detail readDetail(const RecordReader& reader)
+{
+    return {reader.textAt("name"), reader.textAt("text")};
+}
+
 /// Reads an attempt without its events.
 Attempt readAttempt(const RecordReader& reader)
 {
@@ -321,6 +326,9 @@ Attempt readAttempt(const RecordReader& reader)
     one.verdict = reader.at("verdict").verdict();
     one.reason = reader.textAt("reason");
     one.measurements = reader.at("measurements").each(readMeasurement);
+    if (const auto details = reader.find("details")) {
+        one.details = details->each(readDetail);
+    }
     one.superseded = reader.maybe("superseded", &RecordReader::yes).value_or(false);
     return one;
 }

@@ -133,16 +133,25 @@ Json measurement(const Measurement& one)
             {"passed", one.passed}};
 }
 
+Json detail(const Detail& one)
+{
+    return {{"name", one.name}, {"text", one.text}};
+}
+
 Json attempt(const Attempt& one)
 {
-    return {{"started", time(one.started)},
-            {"duration_s", seconds(one.duration)},
-            {"wire_s", seconds(one.wireTime)},
-            {"verdict", name(one.verdict)},
-            {"reason", one.reason},
-            {"superseded", one.superseded},
-            {"measurements", list(one.measurements, measurement)},
-            {"events", {one.events.begin, one.events.end}}};
+    Json json{{"started", time(one.started)},
+              {"duration_s", seconds(one.duration)},
+              {"wire_s", seconds(one.wireTime)},
+              {"verdict", name(one.verdict)},
+              {"reason", one.reason},
+              {"superseded", one.superseded},
+              {"measurements", list(one.measurements, measurement)},
+              {"events", {one.events.begin, one.events.end}}};
+    if (!one.details.empty()) {
+        json["details"] = list(one.details, detail);
+    }
+    return json;
 }
 
 Json parameters(const Run& run)

@@ -128,6 +128,14 @@ struct Finding {
     bool operator==(const Finding&) const = default;
 };
 
+/// What a program or an instrument said besides its measurements: "exit status", "standard error", "instrument".
+struct Detail {
+    std::string name;
+    std::string text;
+
+    bool operator==(const Detail&) const = default;
+};
+
 /// One try of a step.
 struct Attempt {
     std::chrono::system_clock::time_point started;
@@ -142,6 +150,7 @@ struct Attempt {
     EventRange events;
     /// Whether another attempt replaces it because it did not pass: then it does not count.
     bool superseded = false;
+    std::vector<Detail> details = {};
 
     /// Adds a reason; the worst verdict stays.
     void add(const Finding& finding);
@@ -153,7 +162,7 @@ struct Attempt {
 
 struct Step {
     std::string name;
-    /// "send", "wait", "prompt", "headunit", "pause".
+    /// "send", "wait", "prompt", "headunit", "pause", "run", "instrument", "power".
     std::string kind;
     /// Its action in one line: "tuner.play frequency=8750".
     std::string what;

@@ -216,6 +216,9 @@ private:
             for (const Measurement& each : attempt.measurements) {
                 measurement(indent, each);
             }
+            for (const Detail& each : attempt.details) {
+                line(indent, printable(fmt::format("{}: {}", each.name, each.text)));
+            }
             if (!frames) {
                 continue;
             }
