@@ -122,6 +122,8 @@ struct Connection::State {
     std::size_t staleBytes = 0;
     std::size_t corrupt = 0;
     LineQuality quality;
+    /// During an outage: what the quality was, and when to give up on a device that is away.
+    std::optional<std::pair<LineQuality, Clock::time_point>> outage;
     // When the assembler's latest bytes were read.
     std::chrono::system_clock::time_point arrivedAt;
     Clock::time_point arrived;
@@ -180,9 +182,12 @@ struct Connection::State {
         assembler = {};
         staleBytes = 0;
         tellNow(TraceEvent::Kind::kLost, {}, error.what());
-        if (!giveUpAt) {
-            giveUpAt = Clock::now() + std::clamp<Duration>(options.reconnect, Duration(0), kLongest);
-        } else if (Clock::now() >= *giveUpAt) {
+        const bool again = giveUpAt.has_value();
+        if (!again || outage) {
+            giveUpAt =
+                outage ? outage->second : Clock::now() + std::clamp<Duration>(options.reconnect, Duration(0), kLongest);
+        }
+        if (again && Clock::now() >= *giveUpAt) {
             throw LineError(error.what(), protocol::kLineFailed);
         }
     }
@@ -418,9 +423,28 @@ std::optional<Frame> Connection::receive(Clock::time_point deadline)
 
 LineQuality Connection::quality() const
 {
+    if (state_->outage) {
+        return state_->outage->first;
+    }
     LineQuality quality = state_->quality;
     quality.garbageBytes += state_->assembler.size();
     return quality;
+}
+
+void Connection::beginOutage(Clock::time_point until)
+{
+    state_->outage = {quality(), until};
+    if (!state_->link) {
+        state_->giveUpAt = until;
+    }
+}
+
+void Connection::endOutage()
+{
+    if (state_->outage) {
+        state_->quality = state_->outage->first;
+        state_->outage.reset();
+    }
 }
 
 void Connection::waitAtMost(Duration reconnect)

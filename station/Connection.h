@@ -97,6 +97,11 @@ public:
     /// @returns the quality of the line since the connection was made. Bytes of an unfinished frame count as garbage.
     LineQuality quality() const;
 
+    /// The unit's power goes: until endOutage() the line may go, come back and carry anything. quality() stays as it
+    /// is, and calls wait up to this time for a device that is away.
+    void beginOutage(Clock::time_point until);
+    void endOutage();
+
     /// From now on, calls wait no longer than this for a device that is away; for cleaning up at an end.
     void waitAtMost(Duration reconnect);
 
