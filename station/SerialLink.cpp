@@ -80,6 +80,11 @@ SerialLink::SerialLink(const std::string& path, unsigned baud, Options options)
     configure(baud);
 }
 
+SerialLink::SerialLink(host::Descriptor connection, std::string name)
+    : path_(std::move(name)), descriptor_(std::move(connection))
+{
+}
+
 void SerialLink::refuseForeign() const
 {
     if (!isInOwnDirectory(path_)) {

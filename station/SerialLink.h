@@ -41,6 +41,13 @@ public:
     explicit SerialLink(const std::string& path, unsigned baud = kDefaultBaud);
     SerialLink(const std::string& path, unsigned baud, Options options);
 
+    /// Takes over a connection that is open and does not block, such as a socket.
+    /// @param name in messages
+    SerialLink(host::Descriptor connection, std::string name);
+
+    /// From now on this, or nothing, ends the waits.
+    void interruptBy(const Interrupt* interrupt) { interrupt_ = interrupt; }
+
     /// For poll(); stays this object's.
     int descriptor() const { return descriptor_.get(); }
 

@@ -60,6 +60,7 @@ public:
         if (const toml::table* table = reader.table("parameters")) {
             readParameters(*table);
         }
+        config_.equipment = instrument::readEquipment(reader, fs::path(config_.file).parent_path());
         reader.finish();
     }
 
@@ -257,6 +258,13 @@ std::vector<std::string> unusablePaths(const StationConfig& config)
     }
     if (!config.results.empty()) {
         add("results", obstacleAt(fs::absolute(config.results)));
+    }
+    if (const auto& power = config.equipment.power; power && !power->run.empty()) {
+        try {
+            instrument::findProgram(power->run.front(), {config.equipment.scripts});
+        } catch (const protocol::UserError& error) {
+            lines.push_back(fmt::format("[power] run: {}", error.what()));
+        }
     }
     for (const std::string& folder : config.plans) {
         std::error_code error;

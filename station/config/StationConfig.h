@@ -6,6 +6,7 @@
 
 #include "protocol/toml/Problem.h"
 #include "station/identity/UnitRules.h"
+#include "station/instrument/Equipment.h"
 #include "station/plan/Variables.h"
 
 namespace station {
@@ -21,6 +22,7 @@ struct StationConfig {
     std::vector<std::string> plans;  ///< folders that are searched for a plan's name
     identity::UnitRules unit;
     std::vector<plan::GivenValue> parameters;  ///< for plans that have parameters of these names
+    instrument::Equipment equipment;
 };
 
 /// Reads the text of a station.toml. Puts all its errors into `problems`, sorted by place.

@@ -81,6 +81,63 @@ nominal = "94.7 MHz"
               "factory-serial: expected a value that matches SN[0-9]{6}, got SN0001000");
 }
 
+TEST_F(StationConfigTest, EquipmentIsRead)
+{
+    const auto config = read(R"(scripts = "scripts"
+[instruments.psu]
+scpi = "tcp:10.0.0.5"
+[instruments.dmm]
+scpi = "serial:/dev/ttyUSB1:9600"
+[power]
+instrument = "psu"
+off = "OUTP OFF"
+on = "OUTP ON"
+pause = "2s"
+)");
+
+    EXPECT_THAT(messages(), IsEmpty());
+    EXPECT_EQ(config.equipment.scripts, "/etc/engineering/scripts");
+    EXPECT_EQ(config.equipment.instruments.at("psu").number, 5025U);
+    EXPECT_EQ(config.equipment.instruments.at("dmm").target, "/dev/ttyUSB1");
+    EXPECT_EQ(config.equipment.power.value().on, "OUTP ON");
+    EXPECT_EQ(config.equipment.power->pause, std::chrono::seconds(2));
+}
+
+TEST_F(StationConfigTest, EquipmentIsCheckedWithItsPlaces)
+{
+    read(R"([instruments]
+a = 7
+send = { scpi = "tcp:x" }
+"b c" = { scpi = "tcp:x" }
+psu = { scpi = "usb:x", port = 1 }
+dmm = {}
+[power]
+instrument = "none"
+off = "A\nB"
+)");
+
+    EXPECT_THAT(
+        messages(),
+        ElementsAre("f:2:5: expected a section [instruments.a], got a value",
+                    "f:3:8: expected a name of letters, digits, '-' and '_' that is not a key of a step, got 'send'",
+                    "f:4:9: expected a name of letters, digits, '-' and '_' that is not a key of a step, got 'b c'",
+                    "f:5:16: expected tcp:HOST[:PORT] or serial:DEVICE[:BAUD], got 'usb:x'",
+                    testing::StartsWith("f:5:25: "), testing::StartsWith("f:6:"), testing::StartsWith("f:7:1: "),
+                    "f:8:14: 'instrument': expected a section [instruments.none], got none",
+                    "f:9:7: 'off': expected one line of text, got 'A␊B'"));
+}
+
+TEST_F(StationConfigTest, PowerIsSwitchedByOneWay)
+{
+    read("[power]\nrun = [\"relay\"]\n");
+    EXPECT_THAT(messages(), ElementsAre("f:2:7: 'run': expected the folder of programs as 'scripts' at the top of the "
+                                        "file, got none"));
+    problems.clear();
+
+    read("scripts = \"s\"\n[power]\nrun = [\"relay\"]\ninstrument = \"psu\"\n");
+    EXPECT_THAT(messages(), testing::Contains("f:2:1: section [power]: expected either 'run' or 'instrument'"));
+}
+
 TEST_F(StationConfigTest, EmptyFileLeavesTheDefaults)
 {
     const auto config = read("");
