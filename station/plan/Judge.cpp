@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 #include "protocol/Errors.h"
 #include "protocol/Quantity.h"
@@ -258,6 +259,18 @@ bool isAtMost(double value, double limit)
            (std::isfinite(limit) && value - limit <= kTolerance * std::max(std::abs(value), std::abs(limit)));
 }
 
+std::string plainText(const record::Scalar& value)
+{
+    const auto* text = std::get_if<std::string>(&value);
+    return text != nullptr ? *text : record::toText(value);
+}
+
+std::string inJson(const std::string& text)
+{
+    const std::string quoted = nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return quoted.substr(1, quoted.size() - 2);
+}
+
 std::string unitOf(const catalogue::Scale& scale)
 {
     return fmt::format("{}{}{}", scale.unit, scale.only.empty() ? "" : " ", scale.only);
@@ -290,6 +303,80 @@ Judgement judge(std::span<const Expected> demands, std::span<const catalogue::De
             judgeMissing(each, variables, judgement);
         }
     }
+    return judgement;
+}
+
+namespace {
+
+/// Compares a value of a program or an instrument.
+/// @returns whether it is as expected.
+bool judgeValue(const Expected& expected, Measurement& value, const Variables& variables)
+{
+    const auto* number = std::get_if<double>(&value.value);
+    value.limits = {expected.minimum, expected.maximum, std::nullopt, std::nullopt};
+    if (!expected.unit.empty()) {
+        // Without a unit it is in the one that is expected.
+        const auto converted = number == nullptr || value.unit.empty()
+                                   ? std::nullopt
+                                   : protocol::convert(*number, value.unit, expected.unit);
+        if (number != nullptr && !value.unit.empty() && !converted) {
+            throw protocol::UserError(fmt::format("{}: expected a value in {}, got {}", value.name, expected.unit,
+                                                  record::toText(value.value, value.unit)));
+        }
+        if (converted) {
+            value.value = protocol::parseFinite(protocol::shortText(*converted)).value_or(*converted);
+            number = std::get_if<double>(&value.value);
+        }
+        value.unit = expected.unit;
+    }
+    bool passed = !expected.present || *expected.present;
+    if (expected.minimum || expected.maximum) {
+        passed = passed && number != nullptr && inRange(expected, *number);
+    }
+    const std::string text = plainText(value.value);
+    if (expected.equals) {
+        const std::string wanted = substitute(*expected.equals, variables);
+        const auto wantedNumber = number == nullptr ? std::nullopt : protocol::parseFinite(wanted);
+        value.limits.equals = wanted;
+        if (wantedNumber) {
+            value.limits.equals = *wantedNumber;
+        } else if (std::holds_alternative<bool>(value.value) && (wanted == "yes" || wanted == "no")) {
+            value.limits.equals = wanted == "yes";
+        }
+        passed = passed &&
+                 (wantedNumber ? isAtMost(*wantedNumber, *number) && isAtMost(*number, *wantedNumber) : wanted == text);
+    }
+    if (expected.matches) {
+        const std::string pattern = substituteInPattern(*expected.matches, variables);
+        value.limits.matches = pattern;
+        passed = passed && matches(text, pattern);
+    }
+    return passed;
+}
+
+}  // namespace
+
+Judgement judgeValues(std::span<const Expected> expected, std::vector<Measurement> values, const Variables& variables)
+{
+    Judgement judgement;
+    for (Measurement& value : values) {
+        const auto found = std::ranges::find(expected, value.name, &Expected::name);
+        if (found != expected.end()) {
+            value.passed = judgeValue(computed(*found, variables), value, variables);
+        }
+        if (!value.passed) {
+            judgement.misses.push_back(
+                found->present == false
+                    ? fmt::format("{}: expected no value, got {}", value.name, record::toText(value.value, value.unit))
+                    : missText(value, false));
+        }
+    }
+    for (const Expected& each : expected) {
+        if (each.present != false && std::ranges::find(values, each.name, &Measurement::name) == values.end()) {
+            judgement.misses.push_back(each.name + ": expected a value, got none");
+        }
+    }
+    judgement.measurements = std::move(values);
     return judgement;
 }
 

@@ -28,6 +28,11 @@ struct Judgement {
 Judgement judge(std::span<const Expected> expected, std::span<const protocol::catalogue::DecodedField> fields,
                 const Variables& variables);
 
+/// Compares what a program or an instrument measured: names, values and units, in which the limits are added. A value
+/// is converted to the unit that is expected. Throws protocol::UserError for a variable without a value.
+Judgement judgeValues(std::span<const Expected> expected, std::vector<record::Measurement> values,
+                      const Variables& variables);
+
 /// Compares an operator's answer, which is of the kind that the question asks for. Throws protocol::UserError for a
 /// variable without a value.
 Judgement judge(const Prompt& prompt, const std::string& answer, const Variables& variables);
@@ -39,6 +44,12 @@ std::string mistyped(const Prompt& prompt, const std::string& answer, const Vari
 
 /// @returns whether `value` is `limit` or less, but for rounding: 8707 × 0.01 is at most 87.07.
 bool isAtMost(double value, double limit);
+
+/// @returns a number, "yes", "no", or the text as it is.
+std::string plainText(const record::Scalar& value);
+
+/// @returns a text as it stands within the quotation marks of JSON.
+std::string inJson(const std::string& text);
 
 /// @returns "MHz on FM".
 std::string unitOf(const protocol::catalogue::Scale& scale);

@@ -84,7 +84,7 @@ Group loadGroup(const Context& outer, Context& context, const toml::table& table
     group.retries = loading::count(reader, "retries", 0, 0);
     group.retryDelay = loading::seconds(reader, "retry_delay", outer.retryDelay);
     context.onFailure = loading::onFailure(reader).value_or(outer.onFailure);
-    group.needsHeadUnit = loading::loadRequires(reader);
+    loading::loadRequires(reader, group);
     group.onlyIf = loading::loadConditions(context, reader);
     const std::size_t before = context.problems.size();
     for (const toml::table* step : reader.tables("steps", true)) {
@@ -257,7 +257,7 @@ void markSecrets(const Context& context, Plan& plan)
 }  // namespace
 
 Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups,
-            const ParameterValues& values)
+            const ParameterValues& values, const instrument::Equipment& equipment)
 {
     Loaded loaded;
     const toml::table table = protocol::toml_file::parse(text, loaded.problems);
@@ -267,6 +267,7 @@ Loaded load(std::string_view text, const std::string& path, protocol::catalogue:
     Plan plan;
     plan.path = path;
     Context context{path, groups, loaded.problems, loaded.warnings};
+    context.equipment = &equipment;
     context.timeout = std::chrono::seconds(1);
     context.retryDelay = std::chrono::milliseconds(100);
     loadPlan(context, table, values, plan);
@@ -309,12 +310,13 @@ protocol::toml_file::Problem unreadable(const std::system_error& error)
     return {0, 0, protocol::unreadable(error.code().value())};
 }
 
-PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups, const ParameterValues& values)
+PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups, const ParameterValues& values,
+                  const instrument::Equipment& equipment)
 {
     PlanFile file{path, {}, {}};
     try {
         const std::string text = readFile(path);
-        file.loaded = load(text, path, groups, values);
+        file.loaded = load(text, path, groups, values, equipment);
         file.sha256 = record::sha256(text + file.loaded.used);
     } catch (const std::system_error& error) {
         file.loaded.problems.push_back(unreadable(error));

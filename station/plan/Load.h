@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "protocol/toml/Problem.h"
+#include "station/instrument/Equipment.h"
 #include "station/plan/Plan.h"
 #include "station/plan/Variables.h"
 
@@ -34,8 +35,9 @@ struct ParameterValues {
 
 /// Reads a plan and checks it against the catalogue. Throws nothing, whatever the text is.
 /// @param path of the file of the text
+/// @param equipment of the station that is to run it
 Loaded load(std::string_view text, const std::string& path, protocol::catalogue::Groups groups,
-            const ParameterValues& values = {});
+            const ParameterValues& values = {}, const instrument::Equipment& equipment = {});
 
 /// Reads a file of up to 4 MiB. Throws std::system_error if it cannot be read.
 std::string readFile(const std::string& path);
@@ -52,7 +54,8 @@ struct PlanFile {
 };
 
 /// Reads and checks a plan. A file that cannot be read has one problem, unreadable().
-PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups, const ParameterValues& values = {});
+PlanFile readPlan(const std::string& path, protocol::catalogue::Groups groups, const ParameterValues& values = {},
+                  const instrument::Equipment& equipment = {});
 
 /// The default folder of the plans that come with the tool, from the root of the source tree.
 inline constexpr const char* kShippedPlans = "share/plans";

@@ -43,9 +43,6 @@ void checkVariables(Context& context, const toml::node& node, std::string_view t
     }
 }
 
-namespace {
-
-/// Puts the values of parameters into a text. A number brings its unit, if the field has one.
 std::string fillIn(Context& context, const std::string& text, const protocol::catalogue::Field* field)
 {
     Variables values;
@@ -64,8 +61,6 @@ std::string fillIn(Context& context, const std::string& text, const protocol::ca
     }
     return substitute(text, values);
 }
-
-}  // namespace
 
 std::optional<std::string> writtenValue(Context& context, const toml::node& node, std::string_view name,
                                         const protocol::catalogue::Field* field)
@@ -233,15 +228,6 @@ std::vector<Condition> loadConditions(Context& context, TableReader& reader)
         }
     }
     return list;
-}
-
-bool loadRequires(TableReader& reader)
-{
-    const auto word = reader.optionalText("requires");
-    if (word && *word != "headunit") {
-        reader.report("requires", fmt::format("'requires': expected \"headunit\", got \"{}\"", *word));
-    }
-    return word.has_value();
 }
 
 }  // namespace station::plan::loading

@@ -9,6 +9,7 @@
 
 #include "protocol/Text.h"
 #include "protocol/toml/TableReader.h"
+#include "station/instrument/Equipment.h"
 #include "station/plan/Plan.h"
 #include "station/plan/Variables.h"
 
@@ -62,6 +63,9 @@ struct Context {
     Duration retryDelay = std::chrono::milliseconds(100);
     OnFailure onFailure = OnFailure::kNext;
 
+    /// What the station has.
+    const instrument::Equipment* equipment = nullptr;
+
     /// Variables that the steps so far store.
     std::map<std::string, Variable, std::less<>> variables = {};
     /// The table of limits; nullptr for none.
@@ -73,6 +77,8 @@ struct Context {
 
     /// The names and contents of the files that the plan uses.
     std::string used = {};
+    /// The programs among them.
+    std::set<std::string, std::less<>> programs = {};
 };
 
 using protocol::inQuotes;
@@ -93,6 +99,9 @@ std::optional<std::string> writtenValue(Context& context, const toml::node& node
 
 /// Reports ${variables} in the text of `node` that no earlier step stores.
 void checkVariables(Context& context, const toml::node& node, std::string_view text);
+
+/// Puts the values of parameters into a text. A number brings its unit, if the field has one.
+std::string fillIn(Context& context, const std::string& text, const protocol::catalogue::Field* field = nullptr);
 
 /// @returns the time under the key, from `least` seconds to a day; `otherwise` without the key.
 Duration seconds(protocol::toml_file::TableReader& reader, std::string_view key, Duration otherwise, double least = 0);
@@ -141,7 +150,26 @@ void checkPattern(Context& context, const toml::node& node, const std::string& p
 /// Reads `keep`, which says what happens when a step stores again.
 Keep loadKeep(protocol::toml_file::TableReader& reader);
 
-/// @returns whether `requires` demands a simulated head unit.
-bool loadRequires(protocol::toml_file::TableReader& reader);
+/// Reads `requires` of a step or a group, which may demand a simulated head unit or a way to switch the power.
+template <class Part>
+void loadRequires(protocol::toml_file::TableReader& reader, Part& part)
+{
+    const auto word = reader.oneOf("requires", {"headunit", "power"});
+    part.needsHeadUnit = part.needsHeadUnit || word == 0U;
+    part.needsPower = part.needsPower || word == 1U;
+}
+
+/// @returns the value as JSON; nothing for a date or a time, which JSON lacks.
+std::optional<std::string> jsonText(const toml::node& node);
+
+/// Reads what makes a step one with a program, an instrument or the unit's power.
+void loadRun(Context& context, protocol::toml_file::TableReader& reader, Step& step);
+void loadInstrument(Context& context, protocol::toml_file::TableReader& reader, const std::string& name, Step& step);
+void loadPower(protocol::toml_file::TableReader& reader, Step& step);
+
+/// @returns the key of a step that names an instrument; empty if there is none. A key that may be meant as one, but the
+/// station has none of that name, is a problem.
+std::string instrumentIn(Context& context, const toml::table& step, protocol::toml_file::TableReader& reader,
+                         bool isOnlyAction);
 
 }  // namespace station::plan::loading

@@ -105,7 +105,8 @@ Json convert(const toml::node& node)
     throw NoJson();
 }
 
-/// @returns the value as JSON; nothing for a date or a time, which JSON lacks.
+}  // namespace
+
 std::optional<std::string> jsonText(const toml::node& node)
 {
     try {
@@ -114,6 +115,8 @@ std::optional<std::string> jsonText(const toml::node& node)
         return std::nullopt;
     }
 }
+
+namespace {
 
 /// Reads one step; a member function per kind.
 class StepLoader
@@ -142,13 +145,23 @@ private:
 
     void loadAction()
     {
-        constexpr std::array<std::string_view, 5> kKinds{"send", "wait", "prompt", "headunit", "pause"};
+        constexpr std::array<std::string_view, 7> kKinds{"send", "wait", "prompt", "headunit", "pause", "run", "power"};
         std::vector<std::string_view> found;
         std::ranges::copy_if(kKinds, std::back_inserter(found),
                              [&](std::string_view kind) { return reader_.node(kind) != nullptr; });
+        const std::size_t before = context_.problems.size();
+        const std::string instrument = instrumentIn(context_, table_, reader_, found.empty());
+        if (!instrument.empty()) {
+            found.push_back(instrument);
+        }
+        if (context_.problems.size() != before) {
+            acceptAll();
+            return;
+        }
         if (found.size() != 1) {
             problem(table_, found.empty()
-                                ? "expected 'send', 'wait', 'prompt', 'headunit' or 'pause' in the step, got none"
+                                ? "expected 'send', 'wait', 'prompt', 'headunit', 'pause', 'run', 'power' or an "
+                                  "instrument in the step, got none"
                                 : fmt::format("expected one action in the step, got {} and {}: make two steps",
                                               inQuotes(found[0]), inQuotes(found[1])));
             acceptAll();
@@ -162,6 +175,12 @@ private:
             loadPrompt();
         } else if (found[0] == "pause") {
             loadPause();
+        } else if (found[0] == "run") {
+            loadRun(context_, reader_, step_);
+        } else if (found[0] == "power") {
+            loadPower(reader_, step_);
+        } else if (!instrument.empty()) {
+            loadInstrument(context_, reader_, instrument, step_);
         } else {
             loadHeadUnit();
         }
@@ -588,7 +607,7 @@ private:
         }
         step_.retryDelay = seconds(reader_, "retry_delay", context_.retryDelay);
         step_.onFailure = onFailure(reader_).value_or(context_.onFailure);
-        step_.needsHeadUnit = loadRequires(reader_) || step_.needsHeadUnit;
+        loadRequires(reader_, step_);
         step_.onlyIf = loadConditions(context_, reader_);
         step_.ifStored = reader_.text("if_stored");
         if (!step_.ifStored.empty() && !context_.variables.contains(step_.ifStored)) {

@@ -177,6 +177,33 @@ std::string text(const Pause&)
     return "";
 }
 
+std::string expectations(const std::vector<Expected>& expected, const std::vector<StoredField>& store)
+{
+    std::string all;
+    for (const Expected& each : expected) {
+        all += "; expect " + text(each);
+    }
+    for (const StoredField& each : store) {
+        all += "; " + each.variable + " is " + (each.field.empty() ? "the value" : each.field);
+    }
+    return all;
+}
+
+std::string text(const RunProgram& program)
+{
+    return " " + program.json + expectations(program.expect, program.store);
+}
+
+std::string text(const InstrumentCommand& command)
+{
+    return " " + command.instrument + " " + command.command + expectations(command.expect, command.store);
+}
+
+std::string text(const PowerChange& change)
+{
+    return " " + std::to_string(static_cast<int>(change.to));
+}
+
 std::string texts(const std::vector<Condition>& conditions)
 {
     std::string all;

@@ -68,7 +68,7 @@ Estimate once(const Step& step, unsigned baud)
         add(sum, *send, step, baud);
     } else if (std::holds_alternative<Pause>(step.action)) {
         sum.duration = step.timeout;
-    } else if (!std::holds_alternative<HeadUnitAction>(step.action)) {
+    } else if (step.kind() == "wait" || step.kind() == "prompt" || step.kind() == "power") {
         ++sum.open;
     }
     return sum;
@@ -112,7 +112,8 @@ bool Condition::holds(const std::string& value) const
 
 std::string_view Step::kind() const
 {
-    constexpr std::array<std::string_view, 5> kNames{"send", "wait", "prompt", "headunit", "pause"};
+    constexpr std::array<std::string_view, 8> kNames{"send",  "wait", "prompt",     "headunit",
+                                                     "pause", "run",  "instrument", "power"};
     return kNames[action.index()];
 }
 
@@ -141,6 +142,16 @@ std::vector<const Step*> Plan::destructiveSteps() const
         }
     }
     return list;
+}
+
+bool switchesPower(const Plan& plan)
+{
+    return std::ranges::any_of(groupsOf(plan), [](const std::vector<Group>* phase) {
+        return std::ranges::any_of(*phase, [](const Group& group) {
+            return std::ranges::any_of(
+                group.steps, [](const Step& step) { return std::holds_alternative<PowerChange>(step.action); });
+        });
+    });
 }
 
 Estimate estimate(const Plan& plan, unsigned baud)

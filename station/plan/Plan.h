@@ -173,11 +173,35 @@ struct HeadUnitAction {
 struct Pause {
 };
 
+/// Starts a program that measures: it gets and prints an object in JSON.
+struct RunProgram {
+    /// The first is the program's path.
+    std::vector<std::string> words;
+    /// An object, whose texts may contain ${variables}.
+    std::string json;
+    std::vector<Expected> expect;
+    /// A value without a field is the only one.
+    std::vector<StoredField> store;
+};
+
+/// Sends a line to an instrument of the station. The answer to a query is the value "value".
+struct InstrumentCommand {
+    std::string instrument;
+    std::string command;
+    std::vector<Expected> expect;
+    std::vector<StoredField> store;
+};
+
+/// Switches the power of the unit. Unless it stays off, waits for the unit and switches auto-test mode on.
+struct PowerChange {
+    enum class To : std::uint8_t { kCycle, kOff, kOn } to = To::kCycle;
+};
+
 struct Step {
     std::string name;
     /// Its action in one line.
     std::string what;
-    std::variant<Send, Wait, Prompt, HeadUnitAction, Pause> action;
+    std::variant<Send, Wait, Prompt, HeadUnitAction, Pause, RunProgram, InstrumentCommand, PowerChange> action;
     /// The longest wait for an answer, zero for a question without limit; of a pause, its time.
     Duration timeout{0};
     /// How often the step is executed; every time has to pass.
@@ -187,13 +211,14 @@ struct Step {
     Duration retryDelay{0};
     OnFailure onFailure = OnFailure::kNext;
     bool needsHeadUnit = false;
+    bool needsPower = false;
     /// Without them the step is skipped.
     std::vector<Condition> onlyIf;
     /// A variable without which the step is skipped; empty for none.
     std::string ifStored;
     unsigned line = 0;
 
-    /// @returns "send", "wait", "prompt", "headunit" or "pause".
+    /// @returns "send", "wait", "prompt", "headunit", "pause", "run", "instrument" or "power".
     std::string_view kind() const;
 };
 
@@ -209,6 +234,7 @@ struct Group {
     int retries = 0;
     Duration retryDelay{0};
     bool needsHeadUnit = false;
+    bool needsPower = false;
     std::vector<Condition> onlyIf;
 };
 
@@ -259,6 +285,9 @@ struct Plan {
     /// The steps in which a destructive command is sent.
     std::vector<const Step*> destructiveSteps() const;
 };
+
+/// @returns whether a step switches the unit's power.
+bool switchesPower(const Plan& plan);
 
 /// The shortest duration of a plan, as far as it is known before.
 struct Estimate {

@@ -149,7 +149,7 @@ private:
         observer_.onGroup(run_.phases[phase_].name, facts_.beginGroup(run_.phases[phase_], group.name));
         const std::size_t first = index_;
         const std::size_t begun = progress_.step;
-        const std::string skipped = stop_.empty() ? unmet(group.needsHeadUnit, group.onlyIf) : stop_;
+        const std::string skipped = stop_.empty() ? unmet(group) : stop_;
         const auto ends = std::chrono::steady_clock::now() + group.duration.value_or(Duration(0));
         for (std::size_t round = 0; round < group.repeat; ++round) {
             const bool over = group.duration && std::chrono::steady_clock::now() >= ends;
@@ -211,7 +211,7 @@ private:
         surroundings_.prompter.reached(port_.path, progress_);
         ++progress_.step;
         const StepPlace place{run_.phases[phase_].name, group.name, triesOf(groupRecord()), index_++, total_};
-        std::string skipped = skippedBefore.empty() ? unmet(step.needsHeadUnit, step.onlyIf) : skippedBefore;
+        std::string skipped = skippedBefore.empty() ? unmet(step) : skippedBefore;
         if (skipped.empty() && !step.ifStored.empty() && !runner_->variables().contains(step.ifStored)) {
             skipped = fmt::format("nothing has been stored as '{}'", step.ifStored);
         }
@@ -289,12 +289,16 @@ private:
     }
 
     /// @returns why a step or group is skipped; empty if it is not.
-    std::string unmet(bool needsHeadUnit, const std::vector<Condition>& onlyIf)
+    template <class Part>
+    std::string unmet(const Part& part)
     {
-        if (needsHeadUnit && !surroundings_.headUnit.present()) {
+        if (part.needsHeadUnit && !surroundings_.headUnit.present()) {
             return "there is no simulated head unit on the session bus";
         }
-        for (const Condition& condition : onlyIf) {
+        if (part.needsPower && !surroundings_.instruments->equipment().power) {
+            return "the station's file has no section [power]";
+        }
+        for (const Condition& condition : part.onlyIf) {
             const auto found = runner_->variables().find(condition.variable);
             if (found == runner_->variables().end() || !condition.holds(found->second)) {
                 return "only for " + condition.text;

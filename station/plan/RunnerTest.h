@@ -97,8 +97,8 @@ protected:
 
     Plan planOf(const std::string& text)
     {
-        Loaded loaded =
-            load("schema = 1\nname = \"test\"\ntitle = \"Test\"\n" + text, "test.toml", protocol::catalogue::groups());
+        Loaded loaded = load("schema = 1\nname = \"test\"\ntitle = \"Test\"\n" + text, path,
+                             protocol::catalogue::groups(), {}, equipment);
         for (const auto& problem : loaded.problems) {
             ADD_FAILURE() << format("test.toml", problem);
         }
@@ -115,9 +115,10 @@ protected:
     {
         const Plan plan = planOf(text);
         unit.start();
-        result =
-            runPlan(plan, {unit.path()}, {protocol::catalogue::groups(), prompter, headUnit, serialRecord, serials},
-                    control, observer, known, reconnect);
+        result = runPlan(plan, {unit.path()},
+                         {protocol::catalogue::groups(), prompter, headUnit, serialRecord, serials,
+                          std::make_shared<instrument::Instruments>(equipment)},
+                         control, observer, known, reconnect);
         unit.stop();
         return result.run;
     }
@@ -128,6 +129,9 @@ protected:
         return result.run.phases[1].groups.at(0).tries.at(0).steps.at(index);
     }
 
+    /// Of the plan.
+    std::string path = "test.toml";
+    instrument::Equipment equipment;
     /// The facts that the run begins with.
     record::Run known;
     SerialRecord serialRecord;

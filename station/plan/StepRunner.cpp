@@ -110,7 +110,7 @@ void StepRunner::attempt(const Step& step, const StepPlace& place, record::Step&
         }
     } catch (const protocol::LineError& error) {
         linkFailed_ = linkFailed_ || error.status() == protocol::kLineFailed;
-        fail(attempt, Verdict::kError, error.what());
+        fail(attempt, error.status() == protocol::kNoAnswer ? Verdict::kTimeout : Verdict::kError, error.what());
     } catch (const std::exception& error) {
         fail(attempt, Verdict::kError, error.what());
     }
@@ -299,7 +299,8 @@ void StepRunner::attribute(LineWatch::Arrival& arrival, const Attribution::Reque
 {
     const auto sender = std::find_if(senders_.rbegin(), senders_.rend(),
                                      [&](const Sender& each) { return each.firstRequest <= request.number; });
-    if (sender == senders_.rend()) {
+    // While a unit starts, answers may come late and together.
+    if (sender == senders_.rend() || sender->step->kind == "power") {
         return;
     }
     const bool running = sender == senders_.rbegin();
@@ -482,6 +483,10 @@ void StepRunner::run(const Prompt& prompt, const Step& step, Attempt& attempt)
 
 void StepRunner::run(const Pause&, const Step& step, Attempt&)
 {
+    if (unitOff_) {
+        pauseAsideOfLine(step.timeout);
+        return;
+    }
     awaitFrame([](const Frame&) { return false; }, step.timeout);
     attribute();
 }

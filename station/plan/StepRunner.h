@@ -59,6 +59,16 @@ private:
     void run(const Prompt& prompt, const Step& step, record::Attempt& attempt);
     void run(const HeadUnitAction& action, const Step& step, record::Attempt& attempt);
     void run(const Pause& pause, const Step& step, record::Attempt& attempt);
+    // These are in StepRunnerFixture.cpp.
+    void run(const RunProgram& program, const Step& step, record::Attempt& attempt);
+    void run(const InstrumentCommand& command, const Step& step, record::Attempt& attempt);
+    void run(const PowerChange& change, const Step& step, record::Attempt& attempt);
+
+    void takeValues(const std::vector<Expected>& expected, std::vector<record::Measurement> values,
+                    const std::vector<StoredField>& store, record::Attempt& attempt);
+    void switchPower(PowerChange::To to, Duration timeout, record::Attempt& attempt);
+    void awaitUnit(Connection::Clock::time_point deadline, const Step& step, record::Attempt& attempt);
+    void pauseAsideOfLine(Duration time);
 
     void store(const std::string& variable, const std::string& value, Keep keep);
     std::optional<protocol::Frame> exchange(const Send& send, const protocol::Frame& frame, Duration timeout,
@@ -102,6 +112,8 @@ private:
     std::size_t reconnectsSeen_ = 0;
     /// Whether the unit has said that auto-test mode is on, and has not said otherwise since.
     bool modeSeenOn_ = false;
+    /// A step has switched the power off.
+    bool unitOff_ = false;
 };
 
 }  // namespace station::plan

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "station/Interrupt.h"
+#include "station/instrument/Instruments.h"
 #include "station/plan/Plan.h"
 #include "station/plan/UnitSerial.h"
 #include "station/record/RunRecord.h"
@@ -95,6 +96,9 @@ struct Surroundings {
     SerialRecord serialRecord = {};
     /// The serial numbers of the units at the ports of these runs.
     std::shared_ptr<SerialsAtPorts> serials = std::make_shared<SerialsAtPorts>();
+    /// What the station has besides the line.
+    std::shared_ptr<instrument::Instruments> instruments =
+        std::make_shared<instrument::Instruments>(instrument::Equipment{});
 };
 
 }  // namespace station::plan

@@ -168,7 +168,8 @@ int check(const Tool& tool, const std::vector<std::string>& paths, const Paramet
     for (const auto& given : paths) {
         PlanFile file;
         try {
-            file = readPlan(tool.station->findPlan(given), groups(), valuesOf(tool, options));
+            file = readPlan(tool.station->findPlan(given), groups(), valuesOf(tool, options),
+                            tool.station->config().equipment);
         } catch (const protocol::UserError& error) {
             // The message begins with the name, as a problem's line does.
             file.path = given;
@@ -225,7 +226,8 @@ int list(const Tool& tool, const std::vector<std::string>& directories)
     }
     Json plans = Json::array();
     for (const auto& path : paths) {
-        const PlanFile file = readPlan(path, groups(), {tool.station->config().parameters, false});
+        const PlanFile file =
+            readPlan(path, groups(), {tool.station->config().parameters, false}, tool.station->config().equipment);
         printProblems(path, file.loaded.problems);
         sound = sound && file.loaded.plan.has_value();
         if (!file.loaded.plan) {
@@ -326,6 +328,7 @@ int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::P
     HeadUnitClient headUnit;
     station::plan::Surroundings surroundings{groups(), prompter, headUnit};
     surroundings.serialRecord = tool.station->config().unit.serial;
+    surroundings.instruments = std::make_shared<station::instrument::Instruments>(tool.station->config().equipment);
     station::plan::PlanRuns runs(
         plan, options.request, surroundings,
         [&view](const std::string& port) -> station::plan::Observer& { return view->add(port); },
@@ -350,7 +353,8 @@ int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::P
 
 int runPlanAtPorts(Tool& tool, PlanRunOptions options)
 {
-    const PlanFile file = readPlan(options.plan, groups(), valuesOf(tool, options.parameters));
+    const station::StationConfig& config = tool.station->config();
+    const PlanFile file = readPlan(options.plan, groups(), valuesOf(tool, options.parameters), config.equipment);
     if (!file.loaded.plan) {
         return refuseFile(tool, options.plan, file.loaded.problems);
     }
@@ -358,6 +362,11 @@ int runPlanAtPorts(Tool& tool, PlanRunOptions options)
     if (!options.request.known.verifies.empty() && limitsOf(*file.loaded.plan).empty()) {
         throw protocol::UserError(
             fmt::format("{}: expected a plan with 'min', 'max' or 'max_time' to verify, got none", options.plan));
+    }
+    if (options.request.ports.size() > 1 && config.equipment.power && config.equipment.power->run.empty() &&
+        station::plan::switchesPower(*file.loaded.plan)) {
+        throw protocol::UserError(config.file +
+                                  ": [power]: expected 'run' for several units, since one instrument would switch all");
     }
     Problems problems;
     station::plan::Answers answers;
@@ -367,7 +376,6 @@ int runPlanAtPorts(Tool& tool, PlanRunOptions options)
     if (!problems.empty()) {
         return refuseFile(tool, options.answers, problems);
     }
-    const station::StationConfig& config = tool.station->config();
     station::record::Run& known = options.request.known;
     known.station = {config.name.empty() ? hostName() : config.name, options.operatorName, ENGINEERING_VERSION,
                      config.line};
