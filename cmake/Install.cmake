@@ -29,7 +29,9 @@ else()
     DESTINATION share/dbus-1/interfaces)
   install(DIRECTORY docs/ DESTINATION share/doc/${package} FILES_MATCHING PATTERN *.md PATTERN protocol.md EXCLUDE)
   install(FILES README.md ${CMAKE_BINARY_DIR}/share/doc/protocol.md DESTINATION share/doc/${package})
-  install(DIRECTORY share/plans ${CMAKE_BINARY_DIR}/share/wireshark DESTINATION share/engineering)
+  install(DIRECTORY share/plans share/scripts ${CMAKE_BINARY_DIR}/share/wireshark DESTINATION share/engineering
+    USE_SOURCE_PERMISSIONS)
+  install(FILES share/bench.toml DESTINATION share/engineering)
   # Only a package needs them.
   find_program(HELP2MAN help2man)
   if(HELP2MAN)

@@ -145,6 +145,102 @@ TEST_F(PlanProgramTest, ProvisioningLeavesARecordAloneThatHoldsSomethingElse)
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(record), {}), "HU7");
 }
 
+/// A bench whose power the plans can switch.
+class PoweredPlan : public PlanProgramTest, public testing::WithParamInterface<const char*>
+{
+protected:
+    PoweredPlan()
+    {
+        const std::string programs = std::filesystem::path(HEADUNITCTL).parent_path();
+        environment()["PATH"] = programs + ":" + getenv("PATH");
+    }
+
+    std::vector<std::string> powered(std::vector<std::string> arguments) const
+    {
+        arguments.insert(arguments.begin() + 1, {"--config", std::string(SOURCE_FOLDER) + "/share/bench.toml"});
+        return arguments;
+    }
+};
+
+TEST_P(PoweredPlan, PassesWithAPowerCycleThatIsNoLossOfTheLine)
+{
+    startBench();
+
+    const auto outcome = run(powered(planRun(shipped(GetParam()), argumentsOf(GetParam()))));
+
+    EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    ASSERT_THAT(records(), SizeIs(1));
+    EXPECT_EQ(records()[0]["verdict"], "PASS");
+    EXPECT_EQ(records()[0]["line"]["losses"], 0);
+    EXPECT_THAT(outcome.out, HasSubstr("Switch the unit off and on"));
+    EXPECT_THAT(outcome.out, Not(HasSubstr("SKIPPED")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Plan, PoweredPlan, testing::Values("end-of-line", "fixture"), [](const auto& row) {
+    return std::string(row.param) == "end-of-line" ? std::string("EndOfLine") : std::string(row.param);
+});
+
+using PoweredBench = PoweredPlan;
+
+TEST_F(PoweredBench, BluetoothAddressIsWrittenAndVerifiedWithinOnePlan)
+{
+    startBench();
+    const auto answers = write("answers.toml",
+                               "hu-serial = \"HU7\"\nfactory-serial = \"SN123\"\nproduction-date = \"20261121\"\n"
+                               "drawing-code = \"D-42\"\npassword-number = \"1234\"\n"
+                               "bluetooth-address = \"0002F5A1B2C3\"\ncarplay-mac = \"001122334455\"\n");
+
+    const auto outcome = run(powered(planRun(shipped("provision"), {"--answers", answers})));
+
+    EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("Controller uses the address"));
+    EXPECT_EQ(run({HEADUNITCTL, "state", "/bluetooth/attributes/3"}).out, "\"00:02:F5:A1:B2:C3\"\n");
+}
+
+TEST_F(PlanProgramTest, PlanWithAnInstrumentThatTheStationLacksIsRefusedAndOneItHasIsSound)
+{
+    const auto plan =
+        write("plan.toml", std::string(kHead) + "[[main]]\nname = \"A\"\nsteps = [{ psu = \"VOLT 1\" }]\n");
+    const auto station = write("station.toml", "[instruments.psu]\nscpi = \"tcp:127.0.0.1:1\"\n");
+
+    const auto lacking = run({ENGINEERING_STATION, "plan", "check", plan});
+    const auto refused = run(planRun(plan));
+    const auto having = run({ENGINEERING_STATION, "plan", "check", plan, "--config", station});
+
+    const std::string line =
+        plan + ":6:12: expected an instrument of the station's file, but it has no section [instruments.psu]\n";
+    EXPECT_EQ(lacking.status, 2);
+    EXPECT_EQ(lacking.err, line);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.err, line);
+    EXPECT_EQ(having.status, 0) << having.err;
+    EXPECT_EQ(run({ENGINEERING_STATION, "station", "check", "--config", station}).status, 0);
+}
+
+TEST_F(PlanProgramTest, ProgramAndItsComplaintsAreInEveryReport)
+{
+    startBench();
+    const auto script = write("dmm.sh", "#!/bin/sh\necho 'lamp is hot' >&2\necho '{\"volts\": 12}'\n");
+    std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+    const auto plan =
+        write("plan.toml", std::string(kHead) +
+                               "[[main]]\nname = \"A\"\nsteps = [{ run = [\"dmm.sh\"], expect = { volts = "
+                               "{ min = 13, unit = \"V\" } } }]\n");
+
+    const auto outcome = run(planRun(plan));
+
+    EXPECT_EQ(outcome.status, 1) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("volts: expected at least 13 V, got 12 V"));
+    for (const std::vector<std::string>& report : {std::vector<std::string>{"show", "latest"},
+                                                   {"export", "latest", "--format", "json"},
+                                                   {"export", "latest", "--format", "html"},
+                                                   {"export", "latest", "--format", "junit"}}) {
+        std::vector<std::string> all{ENGINEERING_STATION, "report", "--results", results().string()};
+        all.insert(all.begin() + 2, report.begin(), report.end());
+        EXPECT_THAT(run(all).out, HasSubstr("lamp is hot")) << report.back();
+    }
+}
+
 struct Broken {
     const char* name;
     const char* plan;
@@ -847,10 +943,11 @@ TEST_F(PlanProgramTest, PlanIsFoundByItsNameInTheStationsFoldersAndAmongTheShipp
     write("plans/own.toml", std::string(kHead) + "[[main]]\nname = \"A\"\nsteps = [{ send = \"test.mode\" }]\n");
     environment()["ENGINEERING_STATION"] = write("station.toml", "[paths]\nplans = [\"plans\"]\n");
 
-    EXPECT_THAT(linesOf(run({ENGINEERING_STATION, "plan", "list"}).out),
-                ElementsAre(testing::StartsWith("test "), testing::StartsWith("end-of-line"),
-                            testing::StartsWith("linux-bring-up"), testing::StartsWith("provision"),
-                            testing::StartsWith("reception"), testing::StartsWith("smoke")));
+    EXPECT_THAT(
+        linesOf(run({ENGINEERING_STATION, "plan", "list"}).out),
+        ElementsAre(testing::StartsWith("test "), testing::StartsWith("end-of-line"), testing::StartsWith("fixture"),
+                    testing::StartsWith("linux-bring-up"), testing::StartsWith("provision"),
+                    testing::StartsWith("reception"), testing::StartsWith("smoke")));
     for (const char* name : {"own", "smoke"}) {
         EXPECT_EQ(run(planRun(name, {"--port", "/no/port"})).status, 10) << name;
     }
@@ -877,8 +974,9 @@ TEST_F(PlanProgramTest, ListNamesTheShippedPlans)
     const auto outcome = run({ENGINEERING_STATION, "plan", "list", std::string(SOURCE_FOLDER) + "/share/plans"});
 
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_THAT(linesOf(outcome.out), ElementsAre(HasSubstr("end-of-line"), HasSubstr("linux-bring-up"),
-                                                  HasSubstr("provision"), HasSubstr("reception"), HasSubstr("smoke")));
+    EXPECT_THAT(linesOf(outcome.out),
+                ElementsAre(HasSubstr("end-of-line"), HasSubstr("fixture"), HasSubstr("linux-bring-up"),
+                            HasSubstr("provision"), HasSubstr("reception"), HasSubstr("smoke")));
 }
 
 TEST_F(PlanProgramTest, TerminalShowsProgressFramesAndVerdictsAndAsks)
