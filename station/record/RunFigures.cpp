@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <map>
 #include <unordered_map>
 #include <utility>
@@ -21,7 +22,7 @@ void packKey(Packer& packer, const MeasurementKey& key)
         packer.text(*text);
     }
     const auto limit = [&packer](const std::optional<double>& value) {
-        packer.number(value.has_value());
+        packer.number(static_cast<std::uint8_t>(value.has_value() ? 1 : 0));
         packer.number(value.value_or(0));
     };
     limit(key.limits.minimum);
@@ -36,7 +37,7 @@ MeasurementKey unpackKey(Unpacker& unpacker)
         *text = unpacker.text();
     }
     const auto limit = [&unpacker]() -> std::optional<double> {
-        const bool has = unpacker.number<bool>();
+        const bool has = unpacker.number<std::uint8_t>() == 1;
         const auto value = unpacker.number<double>();
         return has ? std::optional(value) : std::nullopt;
     };
