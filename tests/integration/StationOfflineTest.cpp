@@ -499,5 +499,40 @@ TEST(StationFiles, KeyOfFiftyThousandPartsIsOneErrorLineWhicheverFileIsRead)
     }
 }
 
+TEST(StationReport, TheIndexIsInTheCacheIfItCannotBeInTheResults)
+{
+    const TempDir directory;
+    const auto results = directory.path() / "results";
+    const auto cache = directory.path() / "cache" / "engineering-station";
+    std::filesystem::create_directories(results / "run-1");
+    // A directory takes the index's name, so that even root cannot make the file.
+    std::filesystem::create_directories(results / ".runs.sqlite" / "taken");
+    std::ofstream(results / "run-1" / "record.jsonl")
+        << R"({"event":"started","schema":2,"id":"run-1","uuid":"","at":"2026-11-21T14:05:08Z","serial":"A",)"
+           R"("port":"/dev/ttyUSB0","baud":115200,"station":{"host":"EOL 3","operator":"","version":"1.0.0"},)"
+           R"("plan":"end-of-line","title":"","path":"","plan_sha256":"","steps":0,"catalogue_sha256":"","phases":[]})"
+           "\n"
+           R"({"event":"ended","serial":"A","verdict":"PASS","reason":"","at":"2026-11-21T14:05:18Z","failed_step":"",)"
+           R"("failed_steps":0,"findings":[],"cuts":[],"line":{"losses":0,"reconnects":0,"repeated_sends":0,)"
+           R"("corrupt_frames":0,"garbage_bytes":0}})"
+           "\n";
+    const auto list = [&] {
+        return run({ENGINEERING_STATION, "report", "list", results},
+                   {{"XDG_CACHE_HOME", (directory.path() / "cache").string()}});
+    };
+
+    // A record that changed a moment ago is not kept yet.
+    const auto limit = std::chrono::steady_clock::now() + kGenerous;
+    Outcome outcome = list();
+    while (!std::filesystem::exists(cache) && std::chrono::steady_clock::now() < limit) {
+        outcome = list();
+    }
+
+    EXPECT_TRUE(std::filesystem::exists(cache));
+    EXPECT_EQ(list().out, outcome.out);
+    EXPECT_THAT(outcome.out, HasSubstr("end-of-line  A     PASS     10.00 s  run-1"));
+    EXPECT_THAT(outcome.err, HasSubstr(".runs.sqlite: expected a run, got a folder without record.jsonl"));
+}
+
 }  // namespace
 }  // namespace tests
