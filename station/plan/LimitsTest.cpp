@@ -468,12 +468,21 @@ name = "G"
 steps = [
   { send = "identity.write-password-number", with = { value = "${password}" } },
   { send = "identity.password-number", expect = { value = { matches = "${pattern}" } } },
+  { send = "identity.password-number", store = "stored" },
+  { send = "identity.write-password-number", with = { value = "${password}-0${stored}" } },
+  { send = "test.mode", only_if = { stored = "${password}" } },
+  { send = "test.mode", only_if = { stored = { in = ["815", "${password}${stored}"] } } },
 ]
 )");
 
     EXPECT_EQ(plan.main.at(0).steps.at(0).what, "identity.write-password-number value=****");
     EXPECT_EQ(shownValue(plan.parameters.at(0)), "****");
     EXPECT_EQ(shownValue(plan.parameters.at(1)), "****");
+    EXPECT_EQ(plan.main[0].steps.at(3).what, "identity.write-password-number value=${password}**${stored}");
+    const Condition& equal = plan.main[0].steps.at(4).onlyIf.at(0);
+    EXPECT_EQ(equal.text, "stored = ****");
+    EXPECT_THAT(equal.values, ElementsAre("4711"));
+    EXPECT_EQ(plan.main[0].steps.at(5).onlyIf.at(0).text, "stored in ***, ${password}${stored}");
 }
 
 }  // namespace

@@ -82,6 +82,14 @@ std::optional<std::string> writtenValue(Context& context, const toml::node& node
     return std::nullopt;
 }
 
+std::string shownValue(const toml::node& node, const std::string& value, const protocol::catalogue::Field* field)
+{
+    if (field == nullptr || !field->secret) {
+        return value;
+    }
+    return masked(variablesIn(value).empty() ? value : node.value_or(std::string()));
+}
+
 Duration seconds(TableReader& reader, std::string_view key, Duration otherwise, double least)
 {
     constexpr double kDay = 86400;
@@ -143,7 +151,7 @@ void addValue(Context& context, const toml::node& node, const Variable& variable
     if (!value) {
         return;
     }
-    condition.text += (condition.values.empty() ? " " : ", ") + *value;
+    condition.text += (condition.values.empty() ? " " : ", ") + shownValue(node, *value, variable.field);
     const auto problem = [&](const std::string& text) { protocol::toml_file::report(context.problems, node, text); };
     if (!variable.choices.empty() && std::ranges::find(variable.choices, *value) == variable.choices.end()) {
         problem(fmt::format("{}: expected one of {}, got {}", inQuotes(condition.variable),

@@ -97,6 +97,11 @@ void report(Context& context, const toml::key& key, std::string text);
 std::optional<std::string> writtenValue(Context& context, const toml::node& node, std::string_view name,
                                         const protocol::catalogue::Field* field = nullptr);
 
+/// @returns what a step and its reports show of a value for the field; of a secret only the ${variables} that the run
+/// fills in.
+/// @param value as writtenValue() returns it for `node`, so a secret may hold the values of parameters
+std::string shownValue(const toml::node& node, const std::string& value, const protocol::catalogue::Field* field);
+
 /// Reports ${variables} in the text of `node` that no earlier step stores.
 void checkVariables(Context& context, const toml::node& node, std::string_view text);
 

@@ -251,9 +251,8 @@ private:
             return std::ranges::find(params, argument.first, &Field::name) - params.begin();
         });
         for (const auto& [name, value] : send.with) {
-            const bool masked = std::ranges::find(params, name, &Field::name)->secret && variablesIn(value).empty();
-            step_.what +=
-                fmt::format(" {}={}", name, shown(masked ? std::string(value.size(), catalogue::kMask) : value));
+            const Field& param = *std::ranges::find(params, name, &Field::name);
+            step_.what += fmt::format(" {}={}", name, shown(shownValue(*with->get(name), value, &param)));
         }
     }
 

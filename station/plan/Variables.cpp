@@ -7,6 +7,7 @@
 
 #include "protocol/Errors.h"
 #include "protocol/Text.h"
+#include "protocol/catalogue/Codec.h"
 
 namespace station::plan {
 
@@ -52,6 +53,15 @@ std::string substitute(std::string_view text, const Variables& variables)
             }
             result += found->second;
         });
+    return result;
+}
+
+std::string masked(std::string_view text)
+{
+    std::string result;
+    split(
+        text, [&](std::string_view part) { result.append(part.size(), protocol::catalogue::kMask); },
+        [&](std::string_view name) { result += fmt::format("${{{}}}", name); });
     return result;
 }
 

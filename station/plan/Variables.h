@@ -32,6 +32,9 @@ std::vector<std::string> variablesIn(std::string_view text);
 /// @returns `text` with the values in place of ${name}. Throws protocol::UserError for a name without a value.
 std::string substitute(std::string_view text, const Variables& variables);
 
+/// @returns `text` with a mask in place of everything but its ${name}.
+std::string masked(std::string_view text);
+
 /// @returns whether `name` can name a variable: letters, digits, '-' and '_'.
 bool isVariableName(std::string_view name);
 
