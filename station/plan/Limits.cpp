@@ -139,6 +139,10 @@ Expected computed(Expected expected, const Variables& variables)
             throw protocol::UserError(fmt::format("{}: '{}': {}", expected.name, key, error.what()));
         }
     }
+    if (expected.minimum && expected.maximum && *expected.minimum > *expected.maximum) {
+        throw NoResult(fmt::format("{}: 'max': expected at least {}, got {}", expected.name,
+                                   protocol::shortText(*expected.minimum), protocol::shortText(*expected.maximum)));
+    }
     return expected;
 }
 

@@ -23,7 +23,8 @@ Formula readFormula(const std::string& text);
 /// number, and for units that do not convert; NoResult for a division by zero and an overflow.
 double evaluate(const Formula& formula, const Variables& variables);
 
-/// @returns the demands with their limits as numbers. Throws protocol::UserError, with the name of the value.
+/// @returns the demands with their limits as numbers. Throws protocol::UserError, with the name of the value; also for
+/// limits that no value can meet.
 Expected computed(Expected expected, const Variables& variables);
 
 }  // namespace station::plan

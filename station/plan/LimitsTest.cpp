@@ -398,6 +398,8 @@ TEST_F(RunnerLimitsTest, StoredValueMakesALimitWhichTheRecordShows)
         { send = "tuner.frequency", expect = { frequency = { min = "${before} - 5", max = "${before} + 5" } } },
         { send = "tuner.frequency", expect = { frequency = { min = "${before} + 0.1", unit = "MHz" } } },
         { send = "tuner.frequency", expect = { frequency = { max = "1 / (${before} - 8750)" } } },
+        { send = "tuner.frequency", expect = { frequency = { min = "${before} + 5", max = "${before}" } } },
+        { send = "tuner.frequency", expect = { frequency = { min = 8750, max = "${before}" } } },
     )x");
 
     EXPECT_EQ(verdictOf(step(1)), Verdict::kPass);
@@ -410,6 +412,9 @@ TEST_F(RunnerLimitsTest, StoredValueMakesALimitWhichTheRecordShows)
     EXPECT_EQ(reasonOf(step(3)),
               "frequency: 'max': expected a number, got a division by zero or a number too large from "
               "'1 / (${before} - 8750)'");
+    EXPECT_EQ(verdictOf(step(4)), Verdict::kError);
+    EXPECT_EQ(reasonOf(step(4)), "frequency: 'max': expected at least 8755, got 8750");
+    EXPECT_EQ(verdictOf(step(5)), Verdict::kPass) << reasonOf(step(5));
 }
 
 TEST_F(RunnerLimitsTest, AnswerWithTextIsNoLimit)
