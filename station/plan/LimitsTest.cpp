@@ -306,19 +306,25 @@ INSTANTIATE_TEST_SUITE_P(
         BadTable{"LimitOutOfRange", HEADING "EU,fm,700,800,MHz\nEU,volume,,20,\n",
                  "12:65: 'min': expected a limit from 0 to 655.35, got 700"},
         BadTable{"UnknownMeasurement", GOOD "EU,volum,,20,\n",
-                 "4:10: limits.csv:4: unknown measurement 'volum'; did you mean 'volume'?"},
+                 "4:10: limits.csv:4: expected a measurement of the plan, got 'volum'; did you mean 'volume'?"},
         BadTable{"UnknownParameter",
                  "variant,measurement,min,max,unit,value\nEU,fm,1,2,,\nEU,volume,1,2,,\nEU,nomnal,,,,3\n",
-                 "4:10: limits.csv:4: unknown parameter 'nomnal'"},
+                 "4:10: limits.csv:4: expected a parameter of the plan, got 'nomnal'"},
         BadTable{"TextForANumber",
                  "variant,measurement,min,max,unit,value\nEU,nominal,,,,high\nEU,fm,1,2,,\nEU,volume,1,2,,\n",
                  " limits.csv:2: 'nominal': expected a number in MHz, got 'high'"},
         BadTable{"VariantInItsOwnTable",
                  "variant,measurement,min,max,unit,value\nEU,fm,1,2,,\nEU,volume,1,2,,\nEU,variant,,,,JP\n",
-                 "4:10: limits.csv:4: unknown parameter 'variant'"},
+                 "4:10: limits.csv:4: expected a parameter of the plan, got 'variant'"},
         BadTable{"OpenQuote", HEADING "EU,\"fm,87.5,108,MHz\n", "4:10: limits.csv:2: expected a closing quote"},
         BadTable{"Plan", "schema = 1\nname = \"test\"\n", "4:10: limits.csv:1: expected the columns"}),
     [](const auto& row) { return row.param.name; });
+
+TEST_F(LimitTableTest, RowWithFewCellsIsNotADecimalComma)
+{
+    EXPECT_THAT(problems(HEADING "EU,fm,87.5\n"),
+                ElementsAre("plan.toml:4:10: limits.csv:2: expected 5 cells, as in the first line, got 3"));
+}
 
 TEST_F(LimitTableTest, ManyWrongRowsAreAFewProblems)
 {

@@ -81,9 +81,9 @@ private:
     void takeRow(std::size_t line, const std::vector<std::string>& cells)
     {
         if (cells.size() != columns_.size()) {
-            throw protocol::UserError(
-                fmt::format("expected {}, as in the first line, got {}; the decimal separator of numbers is a point",
-                            protocol::plural(columns_.size(), "cell"), cells.size()));
+            throw protocol::UserError(fmt::format(
+                "expected {}, as in the first line, got {}{}", protocol::plural(columns_.size(), "cell"), cells.size(),
+                cells.size() > columns_.size() ? "; the decimal separator of numbers is a point" : ""));
         }
         std::array<std::string, kColumns.size()> cell;
         for (std::size_t i = 0; i < cells.size(); ++i) {
@@ -298,7 +298,7 @@ std::vector<Parameter> loadParameters(Context& context, TableReader& plan, const
                 std::ranges::transform(parameters, std::back_inserter(names), &Parameter::name);
                 context.problems.push_back(
                     {0, 0,
-                     fmt::format("{}: unknown parameter {}{}", each.from, inQuotes(each.name),
+                     fmt::format("{}: expected a parameter of the plan, got {}{}", each.from, inQuotes(each.name),
                                  names.empty() ? "; the plan has none" : protocol::didYouMean(each.name, names))});
             }
         }
@@ -351,10 +351,10 @@ void checkUsed(Context& context, const toml::table& plan)
         for (const auto& [variant, row] : rows) {
             const bool known = row.value ? isParameter : context.limits->used.contains(measurement);
             if (!known && ++problems <= kMostProblems) {
-                protocol::toml_file::report(
-                    context.problems, *plan.get("limits"),
-                    fmt::format("{}: unknown {} {}{}", row.place, row.value ? "parameter" : "measurement",
-                                inQuotes(measurement), row.value ? "" : protocol::didYouMean(measurement, names)));
+                protocol::toml_file::report(context.problems, *plan.get("limits"),
+                                            fmt::format("{}: expected a {} of the plan, got {}{}", row.place,
+                                                        row.value ? "parameter" : "measurement", inQuotes(measurement),
+                                                        row.value ? "" : protocol::didYouMean(measurement, names)));
             }
         }
     }

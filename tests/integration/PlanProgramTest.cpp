@@ -656,7 +656,8 @@ steps = [
                                  plan + ":5:1: 'nominal': expected a value, as in --set nominal=40, got none\n");
     EXPECT_EQ(check({"--variant", "XX"}).status, 2);
     EXPECT_EQ(check({"--variant", "EU", "--set", "nominl=90"}).err,
-              "engineering-station: " + plan + ": --set: unknown parameter 'nominl'; did you mean 'nominal'?\n");
+              "engineering-station: " + plan +
+                  ": --set: expected a parameter of the plan, got 'nominl'; did you mean 'nominal'?\n");
     EXPECT_EQ(check({"--variant", "EU", "--set", "nominal=high"}).err,
               "engineering-station: " + plan + ": --set: 'nominal': expected a number in MHz, got 'high'\n");
     EXPECT_EQ(check({"--variant", "EU", "--set", "nominal"}).status, 2);
