@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <span>
+#include <system_error>
 
 #include "protocol/Text.h"
 #include "station/plan/Judge.h"
@@ -83,13 +85,15 @@ std::vector<LimitProof> limitsOf(std::string_view phase, const Group& group, con
     std::vector<LimitProof> list;
     const auto add = [&](const Expected& expected, bool isMaximum, const std::optional<double>& limit) {
         const bool all = expected.records == Records::kAll && !isMaximum;
-        const bool known = std::ranges::any_of(list, [&](const LimitProof& each) {
-            return each.measurement == expected.name && each.isMaximum == isMaximum && each.limit == limit;
-        });
         const auto& formula = isMaximum ? expected.maximumOf : expected.minimumOf;
+        const std::string computed = formula ? formula->text : all ? kAllRecords : "";
+        const bool known = std::ranges::any_of(list, [&](const LimitProof& each) {
+            return each.measurement == expected.name && each.isMaximum == isMaximum && each.limit == limit &&
+                   each.computed == computed;
+        });
         if ((limit || formula || all) && !known) {
             list.push_back({std::string(phase), group.name, step.name, expected.name, isMaximum, limit, expected.unit});
-            list.back().computed = formula ? formula->text : all ? kAllRecords : "";
+            list.back().computed = computed;
         }
     };
     std::visit(
@@ -103,15 +107,22 @@ std::vector<LimitProof> limitsOf(std::string_view phase, const Group& group, con
     return list;
 }
 
-void addEvidence(LimitProof& proof, const record::Measurement& measured, const std::string& run, bool good)
+/// @param ofStep all limits of the proof's step
+void addEvidence(LimitProof& proof, std::span<const LimitProof> ofStep, const record::Measurement& measured,
+                 const std::string& run, bool good)
 {
     const auto& limit = proof.isMaximum ? measured.limits.maximum : measured.limits.minimum;
     const auto* value = std::get_if<double>(&measured.value);
     if (measured.name != proof.measurement || !limit || value == nullptr) {
         return;
     }
-    // A run with other parameters proves nothing about this limit.
-    if (proof.computed.empty() && proof.limit != limit) {
+    // A run with other parameters proves nothing about this limit, nor does a value that was measured against a
+    // constant limit of another expectation prove a computed one.
+    const bool isOfConstant = std::ranges::any_of(ofStep, [&](const LimitProof& each) {
+        return each.computed.empty() && each.measurement == proof.measurement && each.isMaximum == proof.isMaximum &&
+               each.limit == limit;
+    });
+    if (proof.computed.empty() ? proof.limit != limit : isOfConstant) {
         return;
     }
     proof.limit = limit;
@@ -146,7 +157,8 @@ bool proves(const std::filesystem::path& record, const std::string& sha256)
     std::string line(kLongestLine, ' ');
     file.getline(line.data(), std::ssize(line));
     const auto started = ordered_json::parse(line.c_str(), nullptr, false);
-    return started.is_object() && started.contains("verify_limits") && started.value("plan_sha256", "") == sha256;
+    const auto hash = started.find("plan_sha256");
+    return started.contains("verify_limits") && hash != started.end() && *hash == sha256;
 }
 
 }  // namespace
@@ -181,14 +193,16 @@ void addEvidence(LimitProofs& proofs, const Plan& plan, const record::Run& run)
 {
     const bool good = run.verifies == kGoodUnit;
     ++(good ? proofs.goodRuns : proofs.badRuns);
-    auto proof = proofs.limits.begin();
+    std::span<LimitProof> rest = proofs.limits;
     eachStep(plan, [&](const char* phase, const Group& group, const Step& step, const auto& triesOf) {
-        for (std::size_t i = limitsOf(phase, group, step).size(); i-- > 0; ++proof) {
+        const auto ofStep = rest.first(limitsOf(phase, group, step).size());
+        rest = rest.subspan(ofStep.size());
+        for (LimitProof& proof : ofStep) {
             for (const record::Step* one : triesOf(run)) {
                 for (const record::Attempt& attempt : one->attempts) {
                     for (const record::Measurement& each : attempt.measurements) {
                         if (!attempt.superseded) {
-                            addEvidence(*proof, each, run.id, good);
+                            addEvidence(proof, ofStep, each, run.id, good);
                         }
                     }
                 }
@@ -213,10 +227,25 @@ LimitProofs proveLimits(const Plan& plan, const std::string& sha256, const std::
 
     LimitProofs proofs;
     proofs.limits = limitsOf(plan);
+    if (error && error != std::errc::no_such_file_or_directory) {
+        proofs.broken.push_back(fmt::format("{}: {}", results.string(), protocol::unreadable(error.value())));
+    }
     for (const auto& record : records) {
-        addEvidence(proofs, plan, record::readRun(record));
+        try {
+            addEvidence(proofs, plan, record::readRun(record));
+        } catch (const record::RecordError& unreadable) {
+            proofs.broken.emplace_back(unreadable.what());
+        }
     }
     return proofs;
+}
+
+protocol::ExitStatus exitStatusOf(const LimitProofs& proofs, std::string_view verifies, protocol::ExitStatus ofRun)
+{
+    if (ofRun != protocol::kPassed && (ofRun != protocol::kFailed || verifies == kGoodUnit)) {
+        return ofRun;
+    }
+    return proofs.proven() == proofs.limits.size() ? protocol::kPassed : protocol::kFailed;
 }
 
 std::string toText(const LimitProofs& proofs)
@@ -251,11 +280,8 @@ ordered_json limitsEvent(const LimitProofs& proofs)
                           {"bad_failed", evidence(each.badFailed)},
                           {"proven", each.proven()}});
     }
-    return {{"event", "limits"},
-            {"good_runs", proofs.goodRuns},
-            {"bad_runs", proofs.badRuns},
-            {"proven", proofs.proven()},
-            {"limits", std::move(limits)}};
+    return {{"event", "limits"},         {"good_runs", proofs.goodRuns}, {"bad_runs", proofs.badRuns},
+            {"proven", proofs.proven()}, {"limits", std::move(limits)},  {"broken", proofs.broken}};
 }
 
 }  // namespace station::plan

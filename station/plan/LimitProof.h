@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "protocol/Errors.h"
 #include "station/plan/Plan.h"
 #include "station/record/RunRecord.h"
 
@@ -47,6 +48,8 @@ struct LimitProofs {
     std::size_t badRuns = 0;
     /// In the order of the plan.
     std::vector<LimitProof> limits;
+    /// A line for each record that cannot be read, and for the directory.
+    std::vector<std::string> broken;
 
     std::size_t proven() const;
 };
@@ -62,8 +65,11 @@ std::vector<LimitProof> limitsOf(const Plan& plan);
 void addEvidence(LimitProofs& proofs, const Plan& plan, const record::Run& run);
 
 /// @returns the proofs from all finished runs in the directory that were made for them, of the plan with this hash.
-/// Throws record::RecordError for a record that cannot be read.
 LimitProofs proveLimits(const Plan& plan, const std::string& sha256, const std::filesystem::path& results);
+
+/// @returns the exit status after a run with a unit that is `verifies`, from the run's own. A bad unit that does not
+/// answer is not a bad unit that fails.
+protocol::ExitStatus exitStatusOf(const LimitProofs& proofs, std::string_view verifies, protocol::ExitStatus ofRun);
 
 /// @returns how many limits are proven and each that is not: several lines, each with its end.
 std::string toText(const LimitProofs& proofs);

@@ -145,6 +145,52 @@ TEST_F(LimitProofTest, RunWithAnotherLimitIsNoEvidence)
     EXPECT_EQ(volume().lacks(), "no unit has been measured");
 }
 
+TEST_F(LimitProofTest, ComputedLimitsOfAMeasurementAreLimitsOfTheirOwn)
+{
+    auto& until = std::get<Send>(plan_.main.at(0).steps.at(1).action).poll->until;
+    for (const char* formula : {"${a}", "${b}", "${b}"}) {
+        Expected& expected = until.emplace_back();
+        expected.name = "volume";
+        expected.maximumOf.emplace().text = formula;
+    }
+    const std::vector<LimitProof> before = proofs_.limits;
+    proofs_.limits = limitsOf(plan_);
+    ASSERT_EQ(proofs_.limits.size(), before.size() + 2);
+    EXPECT_EQ(proofs_.limits[4].computed, "${a}");
+    EXPECT_EQ(proofs_.limits[5].computed, "${b}");
+
+    addEvidence(proofs_, plan_, volumes("good", {5}));
+    EXPECT_EQ(volume().lacks(), "no bad unit has failed it");
+    EXPECT_EQ(proofs_.limits[4].lacks(), "no unit has been measured");
+
+    record::Run run = volumes("good", {5});
+    run.phases[1].groups[0].tries[0].steps[1].attempts[0].measurements[0].limits.maximum = 8;
+    addEvidence(proofs_, plan_, run);
+    EXPECT_EQ(proofs_.limits[4].lacks(), "no bad unit has failed it");
+    EXPECT_EQ(proofs_.limits[4].limit, 8);
+}
+
+TEST_F(LimitProofTest, ExitStatusIsThatOfARunThatMeasuresNothing)
+{
+    using protocol::ExitStatus;
+    using enum ExitStatus;
+    proofs_.limits.clear();
+    const auto after = [this](const char* verifies, ExitStatus ofRun) {
+        return exitStatusOf(proofs_, verifies, ofRun);
+    };
+    EXPECT_EQ(after("good", kPassed), kPassed);
+    EXPECT_EQ(after("good", kFailed), kFailed);
+    EXPECT_EQ(after("bad", kPassed), kPassed);
+    EXPECT_EQ(after("bad", kFailed), kPassed);
+    for (const ExitStatus other : {kNoAnswer, kInterrupted, kNothingRun, kError, kNotRecorded, kPortUnavailable}) {
+        EXPECT_EQ(after("good", other), other);
+        EXPECT_EQ(after("bad", other), other);
+    }
+    proofs_.limits.emplace_back();
+    EXPECT_EQ(after("good", kPassed), kFailed);
+    EXPECT_EQ(after("bad", kFailed), kFailed);
+}
+
 TEST_F(LimitProofTest, RecordThatEndsEarlyIsNoEvidence)
 {
     record::Run run = volumes("good", {5});
@@ -192,6 +238,7 @@ TEST_F(LimitProofTest, OnlyFinishedRunsOfThisStateOfThePlanThatProveLimitsCount)
         out << record::toLine(record::lines::ended(run));
     };
     EXPECT_EQ(proveLimits(plan_, "1", directory.path() / "none").goodRuns, 0U);
+    EXPECT_THAT(proveLimits(plan_, "1", directory.path() / "none").broken, testing::IsEmpty());
     write("proof-2", "good", "1", 5);
     write("proof-3", "", "1", 10);
     write("proof-4", "bad", "2", 10);
@@ -204,7 +251,18 @@ TEST_F(LimitProofTest, OnlyFinishedRunsOfThisStateOfThePlanThatProveLimitsCount)
     std::filesystem::create_directory(directory.path() / "proof-9.zeros");
     std::ofstream(directory.path() / "proof-9.zeros" / record::kRecordFile) << std::string(100'000, '\0');
 
+    const auto writeLine = [&](const char* folder, const char* line) {
+        std::filesystem::create_directory(directory.path() / folder);
+        std::ofstream(directory.path() / folder / record::kRecordFile) << line << '\n';
+    };
+    writeLine("proof-0.number", R"({"event":"started","verify_limits":"good","plan_sha256":1})");
+    writeLine("proof-0.none", R"({"event":"started","verify_limits":"good"})");
+    writeLine("proof-0.list", R"(["verify_limits"])");
+    writeLine("proof-0.broken", R"({"event":"started","verify_limits":"good","plan_sha256":"1"})");
+
     LimitProofs found = proveLimits(plan_, "1", directory.path());
+    EXPECT_THAT(found.broken, ElementsAre(testing::HasSubstr("proof-0.broken")));
+    EXPECT_EQ(limitsEvent(found)["broken"].size(), 1U);
     EXPECT_EQ(found.goodRuns, 1U);
     EXPECT_EQ(found.badRuns, 0U);
     EXPECT_EQ(found.limits.at(3).lacks(), "no bad unit has failed it");
@@ -213,6 +271,9 @@ TEST_F(LimitProofTest, OnlyFinishedRunsOfThisStateOfThePlanThatProveLimitsCount)
     found = proveLimits(plan_, "1", directory.path());
     EXPECT_EQ(found.limits.at(3).lacks(), "");
     EXPECT_EQ(found.limits[3].badFailed->value, 12);
+
+    const auto file = directory.path() / "proof-0.broken" / record::kRecordFile;
+    EXPECT_THAT(proveLimits(plan_, "1", file).broken, ElementsAre(testing::StartsWith(file.string() + ": ")));
 }
 
 }  // namespace

@@ -310,12 +310,11 @@ int reportLimits(const Tool& tool, const PlanRunOptions& options, const station:
         printJson(limitsEvent(proofs));
     } else {
         std::fputs(toText(proofs).c_str(), stdout);
+        for (const std::string& each : proofs.broken) {
+            complain(kProgram, each);
+        }
     }
-    const auto status = conclusion.status;
-    const bool comesBefore = status == protocol::kInterrupted || status == kPortUnavailable ||
-                             status == protocol::kLineFailed || status == kNotRecorded;
-    const bool ofUnit = known.verifies == station::plan::kGoodUnit && status != kPassed;
-    return comesBefore || ofUnit ? status : proofs.proven() == proofs.limits.size() ? kPassed : kFailed;
+    return exitStatusOf(proofs, known.verifies, conclusion.status);
 }
 
 int runAtPorts(Tool& tool, const PlanRunOptions& options, const station::plan::Plan& plan,
