@@ -179,6 +179,13 @@ std::string withoutPlace(const CLI::App& app, const CLI::App& verb, const CLI::P
         text.replace(text.find(" excludes "), std::string_view(" excludes ").size(), " or ");
         return fmt::format("expected {}, got both", text);
     }
+    if (dynamic_cast<const CLI::RequiresError*>(&error) != nullptr) {
+        constexpr std::string_view kBetween = " requires ";
+        const std::string text = error.what();
+        const auto between = text.find(kBetween);
+        return fmt::format("{}: expected {} with it, got none", text.substr(0, between),
+                           text.substr(between + kBetween.size()));
+    }
     return explainValue(verb, error);
 }
 

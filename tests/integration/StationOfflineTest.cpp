@@ -276,6 +276,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"NothingThatFits", "printf '\\x89PNG\\r\\n\\x1A\\n\\0' | $STATION decode",
                 "standard input: expected a capture (pcapng, pcap, Saleae CSV, "},
         Mistake{"UnknownFormat", "$STATION decode --format vcd x", "--format: expected one of auto, pcapng"},
+        Mistake{"FormWithoutACapture", "$STATION monitor --format pcap",
+                "monitor: --format: expected --replay with it, got none"},
         Mistake{"ChannelThatIsNotThere", "echo 'TX: 2A A2 00 02 02 01 FF FB' | $STATION decode --station A",
                 "standard input: expected a channel 'A', got 'TX'"},
         Mistake{"CaptureThatIsCutOff", "printf '\\x0A\\x0D\\x0D\\x0A\\x1C' | $STATION decode", "standard input"},
