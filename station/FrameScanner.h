@@ -36,7 +36,7 @@ public:
     /// Ends the stream: the bytes that are left are garbage or an incomplete frame. Another stream may follow.
     void end();
 
-    /// @returns the pieces since the last call. Before `end`, the last of them is not garbage, unless it is long.
+    /// @returns the pieces since the last call. Garbage at the end waits for more of it, up to `end` or 1 MiB.
     std::vector<ScannedPiece> take();
 
 private:

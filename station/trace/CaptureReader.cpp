@@ -22,13 +22,14 @@ namespace station {
 
 namespace {
 
+using pcapng::kFarthestSeconds;
 using SystemTime = std::chrono::system_clock::time_point;
 using protocol::catalogue::parseHexBytes;
 
 /// Longer than any line of the forms; hexadecimal text may have no line breaks for a while.
 constexpr std::size_t kLongestTextLine = std::size_t{4} << 20;
 
-/// More wires than anybody looks at.
+/// More wires than a bench has.
 constexpr std::size_t kMostChannels = 16;
 
 constexpr std::size_t kShown = 40;
@@ -72,8 +73,7 @@ std::optional<SystemTime> secondsOf(std::string_view text)
 {
     double seconds = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    constexpr double kYear2200 = 7'258'118'400;
-    if (error != std::errc() || end != text.data() + text.size() || !(std::abs(seconds) < kYear2200)) {
+    if (error != std::errc() || end != text.data() + text.size() || !(std::abs(seconds) < kFarthestSeconds)) {
         return std::nullopt;
     }
     return SystemTime(std::chrono::nanoseconds(std::llround(seconds * 1e9)));
@@ -98,8 +98,8 @@ std::optional<SystemTime> clockOf(std::string_view text)
     if (moment == nullptr) {
         return std::nullopt;
     }
-    // In the clock's nanoseconds, the years 1678 to 2262 have room.
-    const std::int64_t seconds = std::clamp<std::int64_t>(g_date_time_to_unix(moment), -7'258'118'400, 7'258'118'400);
+    const std::int64_t seconds =
+        std::clamp<std::int64_t>(g_date_time_to_unix(moment), -kFarthestSeconds, kFarthestSeconds);
     g_date_time_unref(moment);
     fraction.resize(9, '0');
     return SystemTime(std::chrono::seconds(seconds) + std::chrono::nanoseconds(std::stol(fraction)));
@@ -166,6 +166,9 @@ public:
 
     /// What each line should be.
     virtual std::string expected() const = 0;
+
+    /// What the end of the capture lacks; empty for nothing.
+    virtual std::string missing() const { return ""; }
 
     /// @returns whether the first line that is not blank tells the form.
     virtual bool begins(std::string_view line) { return read(line).has_value(); }
@@ -293,50 +296,74 @@ public:
     }
 };
 
+/// @returns whether the characters beside the bytes are theirs; their end may be cut.
+bool areShown(const std::vector<std::uint8_t>& bytes, std::string_view characters)
+{
+    std::string shown;
+    std::ranges::transform(bytes, std::back_inserter(shown), [](std::uint8_t byte) {
+        return byte >= ' ' && byte < 0x7F ? static_cast<char>(byte) : '.';
+    });
+    // A blank that is shown looks like the space around the characters.
+    characters = characters.substr(0, characters.find_last_not_of(" \t") + 1);
+    characters.remove_prefix(std::min(characters.find_first_not_of(" \t"), characters.size()));
+    return std::string_view(shown).substr(std::min(shown.find_first_not_of(' '), shown.size())).starts_with(characters);
+}
+
 /// Offsets, bytes and their characters, as xxd and hexdump -C print them.
 class DumpForm : public TextForm
 {
 public:
-    DumpForm(const char* pattern, const char* expected) : pattern_(pattern), expected_(expected) {}
+    DumpForm(const char* pattern, const char* usual) : pattern_(pattern), usual_(usual) {}
 
     std::optional<Line> read(std::string_view line) override
     {
+        expected_ = usual_;
         if (line.starts_with("*") && isBlankLine(line.substr(1)) && !last_.empty()) {
             repeats_ = true;
             return Line{};
         }
         std::string offsetDigits;
         re2::StringPiece bytes;
-        if (!RE2::FullMatch(piece(line), pattern_, &offsetDigits, &bytes)) {
+        re2::StringPiece characters;
+        if (!RE2::FullMatch(piece(line), pattern_, &offsetDigits, &bytes, &characters)) {
             return std::nullopt;
         }
         auto parsed = parseHexBytes(view(bytes));
         if (!parsed) {
             return std::nullopt;
         }
+        if (!areShown(*parsed, view(characters))) {
+            expected_ = "the characters of the bytes (xxd without -b and -e)";
+            return std::nullopt;
+        }
         const std::uint64_t offset = std::stoull(offsetDigits, nullptr, 16);
         Line result;
         if (std::exchange(repeats_, false)) {
-            const std::uint64_t from = lastOffset_ + last_.size();
-            if (offset < from || offset - from > mayRepeat_ || (offset - from) % last_.size() != 0) {
+            if (offset < next_ || offset - *next_ > mayRepeat_ || (offset - *next_) % last_.size() != 0) {
                 return std::nullopt;
             }
-            mayRepeat_ -= offset - from;
-            result.times = static_cast<std::size_t>(offset - from) / last_.size();
+            mayRepeat_ -= offset - *next_;
+            result.times = static_cast<std::size_t>(offset - *next_) / last_.size();
             result.repeated = last_;
+        } else if (next_ && offset != next_) {
+            expected_ = fmt::format("the offset {:08x}, or '*' before this line", *next_);
+            return std::nullopt;
         }
-        lastOffset_ = offset;
+        next_ = offset + parsed->size();
         last_ = *parsed;
         result.bytes = *std::move(parsed);
         return result;
     }
 
     std::string expected() const override { return expected_; }
+    std::string missing() const override { return repeats_ ? "an offset behind '*'" : ""; }
 
 private:
     BytePattern pattern_;
-    const char* expected_;
-    std::uint64_t lastOffset_ = 0;
+    const char* usual_;
+    std::string expected_ = usual_;
+    /// The offset behind the last line.
+    std::optional<std::uint64_t> next_;
     std::vector<std::uint8_t> last_;
     bool repeats_ = false;
     /// How many bytes '*' may stand for in a capture.
@@ -350,20 +377,25 @@ public:
     std::optional<Line> read(std::string_view line) override
     {
         static const BytePattern whole(
-            R"((?i)(.*?)\b(txd?|rxd?|sent|send|received|recv)\b\s*(?:[\[(][^\])]*[\])])?\s*[:=>|-]*\s*)"
+            R"((?i)(.*?)\b(txd?|rxd?|sent|send|received|recv)\b\s*(?:[\[(][^\])]*[\])])?\s*([:=>|-]*)\s*)"
             R"(((?:0x)?[0-9a-f]{2}(?:[ \t,:-]*(?:0x)?[0-9a-f]{2})*)\s*(?:[|;(].*)?)");
         static const BytePattern begun(
-            R"((?i)\b(?:txd?|rxd?|sent|send|received|recv)\b\s*(?:[\[(][^\])]*[\])])?\s*[:=>|-]+\s*(?:0x)?[0-9a-f]{2}[\s,]+(?:0x)?[0-9a-f])");
+            R"((?i)\b(?:txd?|rxd?|sent|send|received|recv)\b\s*(?:[\[(][^\])]*[\])])?\s*[:=>|-]+\s*(?:0x)?[0-9a-f]{2}[\s,]+(?:0x)?[0-9a-f]{1,2}\b)");
         re2::StringPiece before;
         std::string word;
+        std::string separator;
         std::string bytes;
-        if (!RE2::FullMatch(piece(line), whole, &before, &word, &bytes)) {
+        if (!RE2::FullMatch(piece(line), whole, &before, &word, &separator, &bytes)) {
             return RE2::PartialMatch(piece(line), begun) ? std::nullopt : std::optional<Line>(std::in_place);
         }
         std::ranges::replace(bytes, '-', ' ');
         auto parsed = parseHexBytes(bytes);
         if (!parsed) {
             return std::nullopt;
+        }
+        // "received 42" is a remark.
+        if (separator.empty() && parsed->size() < 2) {
+            return Line{};
         }
         word = lowerCase(word);
         return Line{timeOf(view(before)), word.starts_with('t') || word.starts_with('s') ? "TX" : "RX",
@@ -413,12 +445,12 @@ std::unique_ptr<TextForm> makeText(std::string_view format)
         return std::make_unique<SigrokForm>();
     }
     if (format == "xxd") {
-        return std::make_unique<DumpForm>(R"(([0-9A-Fa-f]{7,16}): ?((?:[0-9A-Fa-f]+ ?)+?)(?: [ \t].*|\s*))",
+        return std::make_unique<DumpForm>(R"(([0-9A-Fa-f]{7,16}): ?((?:[0-9A-Fa-f]+ ?)+?)(?: [ \t](.*)|\s*))",
                                           "a line of xxd, as in '00000000: 2aa2 0002  *...'");
     }
     if (format == "hexdump") {
         return std::make_unique<DumpForm>(
-            R"(([0-9A-Fa-f]{7,16})(?: {2}((?:[0-9A-Fa-f]{2} {1,2})*[0-9A-Fa-f]{2})\s*(?:\|.*)?)?\s*)",
+            R"(([0-9A-Fa-f]{7,16})(?: {2}((?:[0-9A-Fa-f]{2} {1,2})*[0-9A-Fa-f]{2})\s*(?:\|(.*?)\|?)?)?\s*)",
             "a line of hexdump -C, as in '00000000  2a a2 00 02  |*...|'");
     }
     return format == "log" ? std::make_unique<LogForm>() : nullptr;
@@ -547,10 +579,18 @@ CaptureReader::~CaptureReader() = default;
 std::optional<CapturePiece> CaptureReader::next()
 {
     while (ready_.empty()) {
+        if (failure_) {
+            throw *failure_;
+        }
         if (ended_) {
             return std::nullopt;
         }
-        read();
+        try {
+            read();
+        } catch (const protocol::UserError& error) {
+            failure_ = error;
+            flush();
+        }
     }
     CapturePiece piece = std::move(ready_.front());
     ready_.pop_front();
@@ -669,15 +709,23 @@ void CaptureReader::emit(std::vector<ScannedPiece> pieces, std::optional<TraceEv
     }
 }
 
-/// Hands out what is left at the end.
-void CaptureReader::finish()
+/// Hands out what the scanners hold back.
+void CaptureReader::flush()
 {
-    ended_ = true;
     hex_.end();
     emit(hex_.take(), std::nullopt, std::nullopt);
     for (auto& [name, each] : channels_) {
         each.scanner.end();
         emit(each, std::nullopt);
+    }
+}
+
+void CaptureReader::finish()
+{
+    ended_ = true;
+    flush();
+    if (text_ != nullptr && !text_->missing().empty()) {
+        fail(fmt::format("expected {}, got the end", text_->missing()));
     }
     const std::string& station = terms_.stationChannel;
     const bool known = std::ranges::any_of(

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "protocol/Errors.h"
 #include "station/DecodeInput.h"
 #include "station/FrameScanner.h"
 #include "station/trace/Trace.h"
@@ -92,6 +93,7 @@ private:
     void emit(Channel& from, std::optional<std::chrono::system_clock::time_point> at);
     void emit(std::vector<ScannedPiece> pieces, std::optional<TraceEvent::Kind> direction,
               std::optional<std::chrono::system_clock::time_point> at);
+    void flush();
     void finish();
     [[noreturn]] void fail(const std::string& what) const;
 
@@ -107,6 +109,7 @@ private:
     std::size_t lineNumber_ = 0;
     std::size_t linesWithoutBytes_ = 0;
     bool ended_ = false;
+    std::optional<protocol::UserError> failure_;  // thrown behind the pieces in ready_
 };
 
 }  // namespace station

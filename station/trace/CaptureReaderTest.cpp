@@ -195,6 +195,37 @@ TEST(CaptureReader, LinesOfALogWithoutBytesAreCounted)
     EXPECT_EQ(found.ignored, "2 lines without TX: or RX: and bytes");
 }
 
+TEST(CaptureReader, RemarksOfALogThatBeginWithANumberAreNoBytes)
+{
+    const auto found = readText("TX: 2A A2 00 02 02 01 FF FB\n12:00:00.2 RX: 10 bytes\nreceived 42\nRX: 55\n");
+
+    EXPECT_EQ(found.error, "");
+    EXPECT_THAT(textsOf(found), ElementsAre("> 02 01 []", "? 55"));
+    EXPECT_EQ(found.ignored, "2 lines without TX: or RX: and bytes");
+}
+
+TEST(CaptureReader, TimesThatAreFarApartHaveADifference)
+{
+    const auto found = readText(
+        "0001-01-01 00:00:00 TX: 2A A2 00 02 02 01 FF FB\n"
+        "9999-12-31 00:00:00 RX: 2A A2 00 03 8F 00 01 00 FF 6D\n");
+
+    ASSERT_THAT(found.pieces, SizeIs(2));
+    EXPECT_EQ(found.pieces[1].event->at - found.pieces[0].event->at, std::chrono::seconds(8'000'000'000));
+    EXPECT_THAT(readText("Time [s],Value\n7000000000,0x2A\n").error, StartsWith("a:2: expected a row with a time"));
+}
+
+TEST(CaptureReader, PiecesBeforeAnErrorAreHandedOut)
+{
+    const auto cut = readText("TX: 2A A2 00 02 02 01 FF FB 2A A2\nRX: 2A A\n");
+    EXPECT_THAT(textsOf(cut), ElementsAre("> 02 01 []", "… 2A A2"));
+    EXPECT_THAT(cut.error, StartsWith("a:2: "));
+
+    const auto unknown = readText("TX: 2A A2 00 02 02 01 FF FB 2A A2\n", {.stationChannel = "A"});
+    EXPECT_THAT(textsOf(unknown), ElementsAre("< 02 01 []", "… 2A A2"));
+    EXPECT_EQ(unknown.error, "a: expected a channel 'A', got 'TX'");
+}
+
 TEST(CaptureReader, StarOfHexdumpStandsForTheLineBefore)
 {
     const std::string line = "  2a a2 00 02 02 01 ff fb  2a a2 00 02 02 01 ff fb  |*.......*.......|\n";
@@ -242,6 +273,15 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"WordsOfHexdump", "0000000 a22a 0200 0102 fbff\n0000008\n", "auto", "got '0000000 a22a"},
         Refused{"XxdOfHalfAByte", "00000000: 2aa2 000\n", "auto", "a: expected a capture"},
         Refused{"XxdWithAnotherLine", "00000000: 2aa2  *.\nhello\n", "auto", "a:2: expected a line of xxd"},
+        Refused{"XxdWithAJump", "00000000: 2aa2  *.\n00000010: 2aa2  *.\n", "auto",
+                "a:2: expected the offset 00000002, or '*' before this line, got '00000010: 2aa2"},
+        Refused{"XxdOfBits", "00000000: 00101010 10100010 00000000  *..\n", "xxd",
+                "a:1: expected the characters of the bytes (xxd without -b and -e), got '00000000: 00101010"},
+        Refused{"XxdOfLittleEndianWords", "00000000: 0200a22a fbff0102                    *.......\n", "xxd",
+                "a:1: expected the characters of the bytes (xxd without -b and -e)"},
+        Refused{"HexdumpWithAJump", "00000000  2a a2  |*.|\n00000003\n", "auto", "a:2: expected the offset 00000002"},
+        Refused{"StarAtTheEnd", "00000000  2a a2  |*.|\n*\n", "auto",
+                "a:3: expected an offset behind '*', got the end"},
         Refused{"SigrokWithAnotherLine", "uart-1: 2A\nhello\n", "auto", "a:2: expected an annotation"},
         Refused{"LogWithABrokenByte", "TX: 2A A2\nRX: 2A A\n", "auto", "a:2: expected bytes in hexadecimal behind"},
         Refused{"HexWithAnotherLine", "00\nxyz\n", "auto", "a:2: expected bytes in hexadecimal"},

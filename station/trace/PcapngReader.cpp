@@ -254,8 +254,7 @@ void Reader::addPacket(std::uint32_t interfaceNumber, const Packet& packet)
     const std::uint64_t seconds = packet.ticks / interface.ticksPerSecond;
     const long double fraction =
         static_cast<long double>(packet.ticks % interface.ticksPerSecond) / interface.ticksPerSecond;
-    constexpr std::uint64_t kYear2200 = 7'258'118'400;
-    const auto whole = static_cast<std::int64_t>(std::min(seconds, kYear2200)) +
+    const auto whole = static_cast<std::int64_t>(std::min<std::uint64_t>(seconds, kFarthestSeconds)) +
                        std::clamp<std::int64_t>(interface.offsetSeconds, -1'000'000'000, 1'000'000'000);
     event.at = std::chrono::system_clock::time_point(std::chrono::seconds(whole)) +
                std::chrono::duration_cast<std::chrono::system_clock::duration>(

@@ -15,6 +15,9 @@
 
 namespace station::pcapng {
 
+/// The limit of a capture's times from 1970: the difference between any two has room in 64 bits of nanoseconds.
+inline constexpr std::int64_t kFarthestSeconds = 4'000'000'000;
+
 /// @returns whether a file begins as a capture in the older format, pcap.
 bool isClassic(std::string_view text);
 
