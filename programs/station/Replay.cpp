@@ -61,7 +61,7 @@ void printReplayed(const Replayed& replayed, bool json)
 }
 
 void printSummary(const ReplayOptions& options, const station::Recording& recording,
-                  const station::ReplaySummary& summary, bool json)
+                  const station::ReplaySummary& summary, protocol::ExitStatus status, bool json)
 {
     using Result = Replayed::Result;
     if (json) {
@@ -73,7 +73,7 @@ void printSummary(const ReplayOptions& options, const station::Recording& record
         object["notices"] = summary.notices;
         object["varying"] = recording.varying;
         object["masked_at"] = summary.maskedAt ? nlohmann::ordered_json(*summary.maskedAt) : nullptr;
-        object["status"] = static_cast<int>(summary.status());
+        object["status"] = static_cast<int>(status);
         printJson(std::move(object));
         return;
     }
@@ -114,13 +114,23 @@ int replayCapture(const ReplayOptions& options, Tool& tool)
     const auto recording = read([&](station::CaptureReader& reader) {
         auto surveyed = survey(groups, reader, options.capture, terms);
         complainOfIgnored(options.capture, reader.ignored());
+        complainOfIgnored(options.capture, surveyed.noise());
         return surveyed;
     });
-    const auto summary = read([&](station::CaptureReader& reader) {
-        return replay(groups, reader, recording, terms, tool.interrupt,
-                      [&](const Replayed& each) { printReplayed(each, tool.json); });
-    });
-    printSummary(options, recording, summary, tool.json);
+    station::ReplaySummary summary;
+    try {
+        read([&](station::CaptureReader& reader) {
+            replay(
+                groups, reader, recording, terms, tool.interrupt,
+                [&](const Replayed& each) { printReplayed(each, tool.json); }, summary);
+        });
+    } catch (const protocol::Error& ended) {
+        if (summary.sent > 0) {
+            printSummary(options, recording, summary, ended.status(), tool.json);
+        }
+        throw;
+    }
+    printSummary(options, recording, summary, summary.status(), tool.json);
     return summary.status();
 }
 

@@ -30,7 +30,7 @@ struct MonitorOutput {
     /// Gets the same before; may be nullptr.
     pcapng::File* capture = nullptr;
     std::function<void(const std::string&)> complain;
-    /// @returns whether there is no reader any more: then a capture that has failed is no matter either.
+    /// @returns whether the reader of the output has gone. The monitor then ends and ignores a failed capture.
     std::function<bool()> closed = [] { return false; };
 };
 

@@ -8,6 +8,7 @@
 #include <map>
 #include <utility>
 
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "protocol/catalogue/Codec.h"
 #include "protocol/catalogue/HexBytes.h"
@@ -28,6 +29,9 @@ using Result = Replayed::Result;
 
 /// A longer pause is a mistake in the capture's times, or a night between two tests.
 constexpr auto kLongestPause = std::chrono::hours(1);
+
+/// A later reply passes through the HMI, and a capture without times does not tell how long that took.
+constexpr int kTimeoutsOfALaterReply = 10;
 
 /// @returns whether the secret of a command is masked, so that the command itself is lost.
 bool isMasked(catalogue::Groups groups, const Frame& frame)
@@ -112,7 +116,7 @@ class Replay : TraceSink
 {
 public:
     Replay(catalogue::Groups groups, const Recording& recording, const ReplayTerms& terms, Interrupt& interrupt,
-           const std::function<void(const Replayed&)>& tell)
+           const std::function<void(const Replayed&)>& tell, ReplaySummary& summary)
         : groups_(groups)
         , compare_(groups, recording.varying)
         , terms_(terms)
@@ -120,12 +124,13 @@ public:
         , ignore_(groups, terms.ignore)
         , then_(groups)
         , now_(groups)
+        , summary_(summary)
         // A unit that has been away is not in the state that the capture expects.
         , connection_(terms.port, {.reconnect = {}, .trace = this, .interrupt = &interrupt})
     {
     }
 
-    ReplaySummary run(CaptureReader& capture)
+    void run(CaptureReader& capture)
     {
         try {
             while (const auto piece = capture.next()) {
@@ -140,7 +145,9 @@ public:
                 if (event.kind == Kind::kSent) {
                     send(event, piece->timed);
                 } else if (event.kind == Kind::kReceived) {
-                    put(then_, event, &Replayed::expected);
+                    if (Open* const answered = put(then_, event, &Replayed::expected)) {
+                        awaitAlso(*answered, event, piece->timed);
+                    }
                 }
             }
             awaitAnswers();
@@ -152,12 +159,13 @@ public:
             throw;
         }
         close(0);
-        return summary_;
     }
 
 private:
     struct Open {
         Replayed replayed;
+        std::optional<std::chrono::system_clock::time_point> at;  ///< in the capture
+        Clock::time_point sent;
         Clock::time_point until;
     };
 
@@ -171,7 +179,7 @@ private:
         }
         if (event.kind == Kind::kSent) {
             now_.on(event);
-        } else if (event.kind == Kind::kReceived && !put(now_, event, &Replayed::got)) {
+        } else if (event.kind == Kind::kReceived && put(now_, event, &Replayed::got) == nullptr) {
             ++summary_.notices;
         }
     }
@@ -190,17 +198,19 @@ private:
         now_.expect(dueOf(request));
         then_.on(event);
         const Frame frame = request.frame;
-        open_.push_back({{then_.requests(), std::move(request), {}, {}, {}, {}}, Clock::now() + terms_.timeout});
+        const auto now = Clock::now();
+        open_.push_back({{then_.requests(), std::move(request), {}, {}, {}, {}}, lastAt_, now, now + terms_.timeout});
         connection_.send(frame);
         throwIfLost();
         ++summary_.sent;
         lastSent_ = Clock::now();
+        open_.back().sent = lastSent_;
         open_.back().until = lastSent_ + terms_.timeout;
     }
 
     /// Puts a frame of the unit to the command that it answers.
-    /// @returns whether there is one.
-    bool put(Attribution& line, const TraceEvent& event, std::vector<Frame> Replayed::*frames)
+    /// @returns that command, or nullptr.
+    Open* put(Attribution& line, const TraceEvent& event, std::vector<Frame> Replayed::*frames)
     {
         const auto meaning = line.on(event);
         const auto isAnswered = [&](const Open& each) {
@@ -215,7 +225,20 @@ private:
             (found->replayed.*frames).push_back(event.frame);
             catalogue::maskSecrets(groups_, (found->replayed.*frames).back());
         }
-        return found != open_.rend();
+        return found == open_.rend() ? nullptr : &*found;
+    }
+
+    /// Gives the unit as much time for an answer as it took in the capture, and the time-out.
+    void awaitAlso(Open& answered, const TraceEvent& event, bool timed) const
+    {
+        const auto* command = answered.replayed.request.command;
+        Connection::Duration patience = terms_.timeout;
+        if (timed && answered.at) {
+            patience += std::clamp<Connection::Duration>(event.at - *answered.at, {}, kLongestPause);
+        } else if (command != nullptr && isLater(*command, event.frame)) {
+            patience *= kTimeoutsOfALaterReply;
+        }
+        answered.until = std::max(answered.until, answered.sent + patience);
     }
 
     /// Waits until each command has as many answers as the capture has for it so far, or its time is over.
@@ -257,14 +280,14 @@ private:
     {
         for (; open_.size() > left; open_.pop_front()) {
             Replayed& each = open_.front().replayed;
-            judge(each);
+            judge(each, std::chrono::duration<double>(open_.front().until - open_.front().sent).count());
             ++summary_.results.at(static_cast<std::size_t>(each.result));
             catalogue::maskSecrets(groups_, each.request.frame);
             tell_(each);
         }
     }
 
-    void judge(Replayed& each) const
+    void judge(Replayed& each, double patienceSeconds) const
     {
         if (isIgnored(each)) {
             each.result = Result::kIgnored;
@@ -280,8 +303,7 @@ private:
         each.result = each.differences.empty() ? Result::kSame : Result::kDiffers;
         for (std::size_t i = both; i < each.expected.size(); ++i) {
             each.differences.push_back(fmt::format("expected {} within {} s, got no answer",
-                                                   compare_.text(command, each.expected[i]),
-                                                   std::chrono::duration<double>(terms_.timeout).count()));
+                                                   compare_.text(command, each.expected[i]), patienceSeconds));
             each.result = each.result == Result::kSame ? Result::kMissing : each.result;
         }
         for (std::size_t i = both; i < each.got.size(); ++i) {
@@ -315,7 +337,7 @@ private:
     Attribution then_;
     Attribution now_;
     std::deque<Open> open_;
-    ReplaySummary summary_;
+    ReplaySummary& summary_;
     std::optional<std::chrono::system_clock::time_point> lastAt_;
     Clock::time_point lastSent_;
     std::optional<std::string> lost_;
@@ -341,6 +363,14 @@ protocol::ExitStatus ReplaySummary::status() const
     return maskedAt ? protocol::kWrongUse : protocol::kPassed;
 }
 
+std::string Recording::noise() const
+{
+    return corrupt + incomplete + garbage == 0
+               ? ""
+               : fmt::format("{}, {} and {} outside frames", protocol::plural(corrupt, "corrupt frame"),
+                             protocol::plural(incomplete, "incomplete frame"), protocol::plural(garbage, "byte"));
+}
+
 Recording survey(catalogue::Groups groups, CaptureReader& capture, const std::string& name, const ReplayTerms& terms)
 {
     Recording recording;
@@ -351,9 +381,13 @@ Recording survey(catalogue::Groups groups, CaptureReader& capture, const std::st
     bool masked = false;
     while (const auto piece = capture.next()) {
         if (!piece->event) {
+            const bool incomplete = piece->noise.kind == ScannedPiece::Kind::kIncomplete;
+            recording.incomplete += incomplete ? 1 : 0;
+            recording.garbage += incomplete ? 0 : piece->noise.bytes.size();
             continue;
         }
         const TraceEvent& event = *piece->event;
+        recording.corrupt += event.kind == Kind::kCorrupt ? 1 : 0;
         if (event.kind == Kind::kSent) {
             masked = masked || isMasked(groups, event.frame);
             ++recording.commands;
@@ -399,10 +433,11 @@ Recording survey(catalogue::Groups groups, CaptureReader& capture, const std::st
     return recording;
 }
 
-ReplaySummary replay(catalogue::Groups groups, CaptureReader& capture, const Recording& recording,
-                     const ReplayTerms& terms, Interrupt& interrupt, const std::function<void(const Replayed&)>& tell)
+void replay(catalogue::Groups groups, CaptureReader& capture, const Recording& recording, const ReplayTerms& terms,
+            Interrupt& interrupt, const std::function<void(const Replayed&)>& tell, ReplaySummary& summary)
 {
-    return Replay(groups, recording, terms, interrupt, tell).run(capture);
+    summary = {};
+    Replay(groups, recording, terms, interrupt, tell, summary).run(capture);
 }
 
 }  // namespace station

@@ -30,6 +30,13 @@ struct Recording {
     /// GROUP.COMMAND.FIELD of the values that changed between two reads although no command wrote in between: only
     /// their range is compared.
     std::set<std::string> varying;
+    std::size_t corrupt = 0;     ///< frames with a wrong checksum
+    std::size_t incomplete = 0;  ///< frames
+    std::size_t garbage = 0;     ///< bytes
+
+    /// @returns what is neither sent nor compared, as in "1 corrupt frame, 0 incomplete frames and 3 bytes outside
+    /// frames"; empty for nothing.
+    std::string noise() const;
 };
 
 /// Reads a capture before anything of it is sent. Throws UserError, with the command's number, if it has no command, a
@@ -76,7 +83,9 @@ struct ReplaySummary {
 /// once its answers are compared, in order. Throws LineError if the line is lost, and what the guard of the connection
 /// throws; the commands before are told.
 /// @param groups outlive the call.
-ReplaySummary replay(protocol::catalogue::Groups groups, CaptureReader& capture, const Recording& recording,
-                     const ReplayTerms& terms, Interrupt& interrupt, const std::function<void(const Replayed&)>& tell);
+/// @param summary counts from 0, also if the call throws.
+void replay(protocol::catalogue::Groups groups, CaptureReader& capture, const Recording& recording,
+            const ReplayTerms& terms, Interrupt& interrupt, const std::function<void(const Replayed&)>& tell,
+            ReplaySummary& summary);
 
 }  // namespace station

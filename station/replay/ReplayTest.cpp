@@ -39,12 +39,14 @@ protected:
         std::istringstream second(capture);
         CaptureReader sent(second, "trace", {});
         unit.start();
-        auto summary = station::replay(groups, sent, recording, terms, interrupt, [this](const Replayed& each) {
+        ReplaySummary summary;
+        const auto tell = [this](const Replayed& each) {
             for (const std::string& difference : each.differences) {
                 differences.push_back(std::to_string(each.number) + " " + difference);
             }
             results.push_back(each.result);
-        });
+        };
+        station::replay(groups, sent, recording, terms, interrupt, tell, summary);
         unit.stop();
         return summary;
     }
@@ -247,6 +249,42 @@ TEST_F(ReplayTest, PauseOfMoreThanAnHourNeedsFast)
     EXPECT_EQ(replay(capture, {.fast = true}).sent, 2u);
 }
 
+TEST_F(ReplayTest, AnswerHasTheTimeThatItTookInTheCaptureAndTheTimeOut)
+{
+    const std::string capture =
+        "1.0 TX: 2A A2 00 02 03 05 FF F6\n1.2 RX: 2A A2 00 03 83 05 02 00 FF 73\n"
+        "1.3 TX: 2A A2 00 02 02 01 FF FB\n1.5 RX: 2A A2 00 04 82 01 24 FE FE 57\n";
+    answers.clear();
+    for (const bool fast : {false, true}) {
+        differences.clear();
+        const auto begin = std::chrono::steady_clock::now();
+
+        EXPECT_EQ(replay(capture, {.timeout = 50ms, .fast = fast}).status(), protocol::kNoAnswer);
+
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, 490ms);
+        EXPECT_THAT(differences, ElementsAre(HasSubstr("within 0.25 s"), HasSubstr("within 0.25 s")));
+    }
+}
+
+TEST_F(ReplayTest, LaterReplyOfACaptureWithoutTimesHasTenTimeOuts)
+{
+    const auto begin = std::chrono::steady_clock::now();
+
+    replay("03 05 []\n83 05 [02]\n", {.timeout = 20ms});
+
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 190ms);
+    EXPECT_THAT(differences, ElementsAre(HasSubstr("within 0.2 s, got no answer")));
+}
+
+TEST_F(ReplayTest, NoiseOfTheCaptureIsCounted)
+{
+    replay("11 22 2A A2 00 02 02 01 FF FB 2A A2 00 04 82 01 24 FE FE 57 2A A2 00 02 02 01 FF FC 2A A2 00\n");
+
+    EXPECT_EQ(recording.noise(), "1 corrupt frame, 1 incomplete frame and 2 bytes outside frames");
+    EXPECT_EQ(Recording().noise(), "");
+    EXPECT_THAT(received, SizeIs(1));
+}
+
 class ReplayLineTest : public ReplayTest
 {
 };
@@ -267,15 +305,19 @@ TEST_F(ReplayLineTest, LostLineEndsItAndTheCommandsBeforeAreTold)
     terms.port.path = leaving.path();
     leaving.start();
 
+    ReplaySummary summary;
+
     try {
-        station::replay(protocol::catalogue::groups(), reader, {}, terms, interrupt,
-                        [this](const Replayed& each) { results.push_back(each.result); });
+        station::replay(
+            protocol::catalogue::groups(), reader, {}, terms, interrupt,
+            [this](const Replayed& each) { results.push_back(each.result); }, summary);
         FAIL() << "the line was not lost";
     } catch (const protocol::LineError& error) {
         EXPECT_EQ(error.status(), protocol::kLineFailed);
     }
     leaving.stop();
     EXPECT_THAT(results, ElementsAre(Result::kDiffers));
+    EXPECT_EQ(summary.count(Result::kDiffers), 1u);
 }
 
 TEST_F(ReplayLineTest, UnitThatNeverFallsSilentEndsNoWaitLate)
@@ -287,8 +329,9 @@ TEST_F(ReplayLineTest, UnitThatNeverFallsSilentEndsNoWaitLate)
     terms.port.path = loud.path();
     loud.start();
 
-    const auto summary =
-        station::replay(protocol::catalogue::groups(), reader, {}, terms, interrupt, [](const Replayed&) {});
+    ReplaySummary summary;
+    const auto tell = [](const Replayed&) {};
+    station::replay(protocol::catalogue::groups(), reader, {}, terms, interrupt, tell, summary);
 
     EXPECT_EQ(summary.status(), protocol::kNoAnswer);
     loud.stop();

@@ -126,16 +126,21 @@ TEST_F(StationReplayTest, RefusesBeforeItOpensTheLine)
     EXPECT_EQ(replay({write("d.txt", "02 01 []\n"), "--port", "/no/such/port"}).status, 10);
 }
 
-TEST_F(StationReplayTest, LineThatIsLostEndsItWithStatusEleven)
+TEST_F(StationReplayTest, LineThatIsLostEndsItWithTheSummaryAndStatusEleven)
 {
     PtyPeer unit;
     auto& program = start({ENGINEERING_STATION, "replay", "--port", unit.path(), "--timeout", "20",
-                           write("a.txt", "0F FF []\n8F FF [01]\n")});
+                           write("a.txt", "11\n0F FF []\n8F FF [01]\n02 01 []\n82 01 [24 FE]\n")});
+    EXPECT_THAT(unit.read(8), SizeIs(8));
+    unit.write({0x2A, 0xA2, 0x00, 0x03, 0x8F, 0xFF, 0x01, 0x00, 0xFE, 0x6E});
     EXPECT_THAT(unit.read(8), SizeIs(8));
 
     unit.hangUp();
 
     expectEnd(program, 11);
+    EXPECT_THAT(program.output(ChildProcess::Stream::kOut), HasSubstr(" sent, 1 answered as recorded, 0 otherwise"));
+    EXPECT_THAT(program.output(ChildProcess::Stream::kErr),
+                HasSubstr(": ignored 0 corrupt frames, 0 incomplete frames and 1 byte outside frames"));
 }
 
 }  // namespace
