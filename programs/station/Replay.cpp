@@ -63,11 +63,11 @@ void printReplayed(const Replayed& replayed, bool json)
 void printSummary(const ReplayOptions& options, const station::Recording& recording,
                   const station::ReplaySummary& summary, protocol::ExitStatus status, bool json)
 {
-    using Result = Replayed::Result;
+    using Answer = Replayed::Result;
     if (json) {
         nlohmann::ordered_json object{{"type", "summary"}, {"port", options.terms.port.path}, {"sent", summary.sent}};
         for (const auto result :
-             {Result::kSame, Result::kDiffers, Result::kMissing, Result::kUnexpected, Result::kIgnored}) {
+             {Answer::kSame, Answer::kDiffers, Answer::kMissing, Answer::kUnexpected, Answer::kIgnored}) {
             object[name(result)] = summary.count(result);
         }
         object["notices"] = summary.notices;
@@ -79,9 +79,9 @@ void printSummary(const ReplayOptions& options, const station::Recording& record
     }
     std::string line = fmt::format(
         "{}: {} sent, {} answered as recorded, {} otherwise, {} without an answer", options.capture,
-        protocol::plural(summary.sent, "command"), summary.count(Result::kSame),
-        summary.count(Result::kDiffers) + summary.count(Result::kUnexpected), summary.count(Result::kMissing));
-    if (const auto ignored = summary.count(Result::kIgnored); ignored > 0) {
+        protocol::plural(summary.sent, "command"), summary.count(Answer::kSame),
+        summary.count(Answer::kDiffers) + summary.count(Answer::kUnexpected), summary.count(Answer::kMissing));
+    if (const auto ignored = summary.count(Answer::kIgnored); ignored > 0) {
         line += fmt::format(", {} not compared", ignored);
     }
     std::puts(protocol::printable(line).c_str());
