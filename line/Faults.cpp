@@ -1,7 +1,10 @@
 #include "line/Faults.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -9,7 +12,7 @@
 #include <limits>
 #include <utility>
 
-#include "host/Glib.h"
+#include "host/Descriptor.h"
 #include "protocol/Errors.h"
 #include "protocol/Quantity.h"
 #include "protocol/Text.h"
@@ -31,6 +34,7 @@ constexpr double kLatestEvent = 365 * 86400.0;
 constexpr double kMostNoise = 1000;
 constexpr double kLeastBaud = 50;
 constexpr double kMostBaud = 4'000'000;
+constexpr std::size_t kLongestScript = std::size_t{1} << 20;
 
 struct Row {
     std::string_view key;
@@ -125,6 +129,36 @@ void readBothDirections(TableReader& reader, Change& change)
             inner.finish();
         }
     }
+}
+
+std::string readFile(const std::string& path)
+{
+    const auto refuse = [&](const std::string& reason) { throw protocol::UserError(path + ": " + reason); };
+    // Without O_NONBLOCK, a FIFO waits for its writer.
+    const host::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {
+    };
+    if (!file.valid() || fstat(file.get(), &status) != 0) {
+        refuse(protocol::unreadable(errno));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        refuse(fmt::format("expected a regular file, got {}", S_ISDIR(status.st_mode)    ? "a directory"
+                                                              : S_ISFIFO(status.st_mode) ? "a pipe"
+                                                                                         : "a device"));
+    }
+    std::string text(kLongestScript + 1, '\0');
+    std::size_t size = 0;
+    for (ssize_t count = 1; count > 0 && size < text.size(); size += static_cast<std::size_t>(count)) {
+        count = read(file.get(), text.data() + size, text.size() - size);
+        if (count < 0) {
+            refuse(protocol::unreadable(errno));
+        }
+    }
+    if (size > kLongestScript) {
+        refuse(fmt::format("expected at most {} bytes, got more", kLongestScript));
+    }
+    text.resize(size);
+    return text;
 }
 
 }  // namespace
@@ -243,15 +277,8 @@ Script parseScript(std::string_view text, Problems& problems)
 
 Script loadScript(const std::string& path, std::vector<std::string>& mistakes)
 {
-    char* content = nullptr;
-    gsize size = 0;
-    host::GlibError error;
-    if (g_file_get_contents(path.c_str(), &content, &size, error.out()) == FALSE) {
-        throw protocol::UserError(fmt::format("{}: {}", path, protocol::unreadable(errno)));
-    }
-    const host::GlibPtr<char> owner(content);
     Problems problems;
-    Script script = parseScript({content, size}, problems);
+    Script script = parseScript(readFile(path), problems);
     std::ranges::transform(problems, std::back_inserter(mistakes),
                            [&](const Problem& problem) { return protocol::toml_file::format(path, problem); });
     return script;

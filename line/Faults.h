@@ -84,7 +84,7 @@ struct Script {
 /// Reads the text of a script. With problems, the result is of no use.
 Script parseScript(std::string_view text, protocol::toml_file::Problems& problems);
 
-/// Reads a script file. Throws UserError if it cannot be read.
+/// Reads a script, a regular file of at most 1 MiB. Throws UserError if it cannot be read.
 /// @param mistakes gets a line for each mistake
 Script loadScript(const std::string& path, std::vector<std::string>& mistakes);
 

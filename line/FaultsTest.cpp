@@ -1,8 +1,14 @@
 #include "line/Faults.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "protocol/Errors.h"
+#include "tests/support/TempDir.h"
 
 namespace line {
 namespace {
@@ -147,6 +153,36 @@ INSTANTIATE_TEST_SUITE_P(
         WrongScript{"HangUpForEver", "schema = 1\n[[at]]\ntime = 1\nhang_up_for = \"2h\"", "4:15: 'hang_up_for': "},
         WrongScript{"NoToml", "schema = ", "1:"}),
     [](const auto& row) { return row.param.name; });
+
+TEST(FaultScript, IsARegularFileOfALimitedLength)
+{
+    const tests::TempDir directory;
+    const std::string fifo = directory.path() / "fifo";
+    const std::string longest = directory.path() / "longest";
+    const std::string tooLong = directory.path() / "too-long";
+    mkfifo(fifo.c_str(), 0600);
+    const std::string schema = "schema = 1\n#";
+    std::ofstream(longest) << schema + std::string((1 << 20) - schema.size(), 'x');
+    std::ofstream(tooLong).close();
+    std::filesystem::resize_file(tooLong, (1 << 20) + 1);
+    std::vector<std::string> mistakes;
+
+    for (const auto& [path, reason] : {std::pair<std::string, const char*>{"/dev/zero", "got a device"},
+                                       {fifo, "expected a regular file, got a pipe"},
+                                       {directory.path(), "got a directory"},
+                                       {tooLong, "expected at most 1048576 bytes, got more"},
+                                       {directory.path() / "none", "no such file"}}) {
+        try {
+            loadScript(path, mistakes);
+            ADD_FAILURE() << path;
+        } catch (const protocol::UserError& error) {
+            EXPECT_THAT(error.what(), testing::AllOf(testing::StartsWith(path + ": "), HasSubstr(reason)));
+        }
+    }
+    loadScript(longest, mistakes);
+
+    EXPECT_THAT(mistakes, IsEmpty());
+}
 
 }  // namespace
 }  // namespace line
