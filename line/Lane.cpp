@@ -96,7 +96,7 @@ void Lane::left(std::size_t count)
     }
 }
 
-void Lane::discard()
+void Lane::discard(Clock::time_point now)
 {
     counts_.lostBytes += waiting_ + begun_.size();
     begun_.clear();
@@ -104,6 +104,7 @@ void Lane::discard()
     waiting_ = 0;
     gone_ = 0;
     lastAt_ = Clock::time_point::min();
+    planNoise(now);
 }
 
 void Lane::lose(std::size_t count)

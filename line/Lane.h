@@ -78,8 +78,8 @@ public:
 
     bool full() const { return waiting_ >= kMostWaiting; }
 
-    /// Drops all that has not left: an end is away.
-    void discard();
+    /// Drops all that has not left, and plans the noise anew from `now` on: an end is away or back.
+    void discard(Clock::time_point now);
 
     /// Counts bytes that came while an end was away.
     void lose(std::size_t count);

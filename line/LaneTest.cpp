@@ -202,6 +202,20 @@ TEST_F(LaneTest, NoiseOfATimeInWhichTheProcessStoodStillIsNotMadeUpFor)
     EXPECT_LT(lane->counts().noise, 10U);
 }
 
+TEST_F(LaneTest, NoiseOfTheTimeInWhichAnEndWasAwayIsNotMadeUpFor)
+{
+    set({.noise = 1000});
+    lane->discard(now);
+
+    now += 900ms;
+    lane->discard(now);
+
+    EXPECT_THAT(leave(), IsEmpty());
+    EXPECT_EQ(lane->counts().noise, 0U);
+    leave(1s);
+    EXPECT_NEAR(static_cast<double>(lane->counts().noise), 1000, 150);
+}
+
 TEST_F(LaneTest, FrameThatHangsUpIsLostWithAllBehindIt)
 {
     set({.hangUp = 1});
@@ -266,7 +280,7 @@ TEST_F(LaneTest, DiscardedBytesAreCountedAsLost)
     set({.delay = 1});
     take(kFrame + Bytes{0x2A});
 
-    lane->discard();
+    lane->discard(now);
     lane->lose(5);
 
     EXPECT_THAT(leave(2s), IsEmpty());

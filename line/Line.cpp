@@ -124,8 +124,13 @@ void Line::step()
     restoreEnds(now);
     readPort(now);
     readLink(now);
-    toUnit_.tick(now);
-    toStation_.tick(now);
+    // Noise for an end that is away would wait for it.
+    if (port_) {
+        toUnit_.tick(now);
+    }
+    if (terminal_) {
+        toStation_.tick(now);
+    }
     writePort(now);
     writeLink(now);
     for (Lane* const lane : {&toUnit_, &toStation_}) {
@@ -166,6 +171,7 @@ void Line::restoreEnds(Clock::time_point now)
         } catch (const std::system_error&) {
             return;  // not back yet
         }
+        toUnit_.discard(now);
         options_.report(fmt::format("{}: back", options_.from.path));
     }
     if (awayUntil_.value_or(now) > now) {
@@ -184,6 +190,7 @@ void Line::restoreEnds(Clock::time_point now)
         return;
     }
     complained_ = false;
+    toStation_.discard(now);
     trace({TraceEvent::Kind::kBack, std::chrono::system_clock::now(), now, {}, {}});
 }
 
@@ -255,7 +262,7 @@ void Line::losePort(const std::string& reason)
     port_.reset();
     tryAgain_ = Clock::now() + kRetry;
     takeLinkAway(reason);
-    toUnit_.discard();
+    toUnit_.discard(Clock::now());
     options_.report(fmt::format("{}; waiting for it to return", reason));
 }
 
@@ -274,7 +281,7 @@ void Line::takeLinkAway(const std::string& reason)
     }
     link_.reset();
     terminal_.reset();
-    toStation_.discard();
+    toStation_.discard(Clock::now());
     trace({TraceEvent::Kind::kLost, std::chrono::system_clock::now(), Clock::now(), {}, reason});
 }
 
@@ -292,8 +299,12 @@ void Line::arm()
     const auto consider = [&first](std::optional<Clock::time_point> time) {
         first = first && time ? std::min(*first, *time) : time ? time : first;
     };
-    consider(toUnit_.due(toPort));
-    consider(toStation_.due(toLink));
+    if (port_) {
+        consider(toUnit_.due(toPort));
+    }
+    if (terminal_) {
+        consider(toStation_.due(toLink));
+    }
     if (!port_ || !terminal_) {
         consider(tryAgain_);
     }
