@@ -136,8 +136,8 @@ struct LineBus::State {
 
     static gboolean onClearCounts(ComZentLinuxLine*, GDBusMethodInvocation* call, gpointer state)
     {
+        answer(call, lineOf(state).counts());
         lineOf(state).clearCounts();
-        g_dbus_method_invocation_return_value(call, nullptr);
         return TRUE;
     }
 

@@ -202,14 +202,9 @@ void showCalls(bool clears)
 }
 
 /// Prints what a method of the line returns.
-/// @param then a method to call after it; nullptr for none
-void showLine(const char* method, const char* then = nullptr)
+void showLine(const char* method)
 {
-    const auto connection = connect();
-    print(Json::parse(textOf(call(connection.get(), method, nullptr, kLine))), 2);
-    if (then != nullptr) {
-        call(connection.get(), then, nullptr, kLine);
-    }
+    print(Json::parse(textOf(call(connect().get(), method, nullptr, kLine))), 2);
 }
 
 void setLine(const std::vector<std::string>& words)
@@ -481,8 +476,8 @@ private:
         command->callback([this] { action_ = [this] { hangLineUp(time_); }; });
 
         command = noun->add_subcommand("counts", "Print what the line did in each direction, as JSON");
-        command->add_flag("--clear", clears_, "Set the counts to 0 after printing them");
-        command->callback([this] { action_ = [this] { showLine("GetCounts", clears_ ? "ClearCounts" : nullptr); }; });
+        command->add_flag("--clear", clears_, "Set the counts to 0, too");
+        command->callback([this] { action_ = [this] { showLine(clears_ ? "ClearCounts" : "GetCounts"); }; });
     }
 
     CLI::App app_{"Read, change and record the simulated head unit of engineering-service", kProgram};
