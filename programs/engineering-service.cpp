@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -38,6 +39,7 @@ constexpr const char* kProgram = "engineering-service";
 
 /// Where a run finds the state that the run before its power cycle has left.
 const std::string kInherited = "/proc/self/fd/";
+constexpr const char* kStateName = "engineering-headunit";
 
 struct Options {
     std::string uart;
@@ -119,7 +121,7 @@ void powerCycle(runtime::ServiceFramework& framework, std::vector<std::string> a
     }
     const std::string text = bench::toText(initial);
     // Its file may have been a pipe.
-    const host::Descriptor file(memfd_create("headunit", 0));
+    const host::Descriptor file(memfd_create(kStateName, 0));
     if (!file.valid() || write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
         throw std::system_error(errno, std::generic_category(), "power cycle");
     }
@@ -127,6 +129,21 @@ void powerCycle(runtime::ServiceFramework& framework, std::vector<std::string> a
     std::erase_if(arguments, [&](const std::string& each) { return each.starts_with(option); });
     arguments.push_back(option + std::to_string(file.get()));
     framework.restart(arguments, file.get());
+}
+
+/// Closes the descriptor behind `path` if a power cycle has left it, and no other.
+void closeInherited(const std::string& path)
+{
+    int descriptor = -1;
+    const char* const end = path.data() + path.size();
+    if (!path.starts_with(kInherited) || std::from_chars(path.data() + kInherited.size(), end, descriptor).ptr != end) {
+        return;
+    }
+    std::error_code ignored;
+    const std::string target = std::filesystem::read_symlink(path, ignored).string();
+    if (target == fmt::format("/memfd:{} (deleted)", kStateName)) {
+        close(descriptor);
+    }
 }
 
 void mergeState(bench::HeadUnit& unit, const std::string& text, const std::string& path)
@@ -146,9 +163,7 @@ void mergeState(bench::HeadUnit& unit, const std::string& text, const std::strin
     const bool hasState = given.count("--headunit") > 0;
     // May wait, for the writer of a pipe.
     const std::string state = hasState ? readFile(options.headUnit) : "";
-    if (options.headUnit.starts_with(kInherited)) {
-        close(std::stoi(options.headUnit.substr(kInherited.size())));
-    }
+    closeInherited(options.headUnit);
     runtime::holdEndSignals();
     bench::HeadUnit unit;
     if (hasState) {

@@ -110,6 +110,10 @@ TEST_F(HeadUnitControlTest, PowerCycleHangsTheLineUpAndStartsTheUnitWithItsNewAd
 
     EXPECT_THROW(old.read(1), std::system_error);
     EXPECT_EQ(service.wait(std::chrono::nanoseconds(0)), std::nullopt) << "it is the same process";
+    for (const auto& each : std::filesystem::directory_iterator("/proc/" + std::to_string(service.pid()) + "/fd")) {
+        std::error_code ignored;
+        EXPECT_THAT(std::filesystem::read_symlink(each, ignored).string(), testing::Not(HasSubstr("memfd")));
+    }
     EXPECT_EQ(state("/bluetooth/attributes/3"), "00:02:F5:A1:B2:C3");
     EXPECT_EQ(state("/audio/volume"), 7);
     EXPECT_THAT(send({"test.mode"}), HasSubstr("off"));

@@ -277,6 +277,22 @@ TEST_F(ServiceStartTest, HeadUnitFileThatDoesNotExistIsRefused)
     expectRefused({"--headunit", "/no/such/file.json"}, 2, "/no/such/file.json");
 }
 
+TEST_F(ServiceStartTest, HeadUnitFileMayBeADescriptorWhichStaysOpen)
+{
+    const std::string file = writeFile("headunit.json", R"({"audio": {"volume": 7}})");
+    expectRefused({"--headunit", "/proc/self/fd/abc"}, 2, "/proc/self/fd/abc: no such file");
+    // Not a number behind the folder, and yet a file.
+    startService({"--headunit", "/proc/self/fd/../../.." + file, "--uart", "pty:" + (directory() / "other").string()});
+
+    auto& service = start({"sh", "-c",
+                           "exec " + shellWords(ENGINEERING_SERVICE) + " --root " + root().string() + " --uart pty:" +
+                               (directory() / "line").string() + " --headunit /proc/self/fd/0 <" + file});
+
+    ASSERT_TRUE(service.waitForLine(ChildProcess::Stream::kErr, "ready uart="))
+        << service.output(ChildProcess::Stream::kErr);
+    EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(service.pid()) + "/fd/0"), file);
+}
+
 TEST_F(ServiceStartTest, LogConfigurationThatDoesNotExistIsRefused)
 {
     expectRefused({"--log-conf", "/no/such/zlog.conf"}, 2, "/no/such/zlog.conf");
