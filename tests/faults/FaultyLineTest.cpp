@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,7 +11,9 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <thread>
+#include <utility>
 
+#include "line/Lane.h"
 #include "station/trace/PcapngReader.h"
 #include "tests/faults/Soak.h"
 #include "tests/integration/BenchTest.h"
@@ -41,9 +42,10 @@ protected:
     std::string line() const { return directory() / "line"; }
 
     /// Starts a line from `port` with further `arguments`, and waits until it is ready.
-    ChildProcess& startLine(const std::vector<std::string>& arguments, const std::string& port)
+    ChildProcess& startLine(const std::vector<std::string>& arguments, const std::string& port,
+                            const std::string& seed = "14")
     {
-        std::vector<std::string> all{ENGINEERING_LINE, "--from", port, "--to", line(), "--seed", "14"};
+        std::vector<std::string> all{ENGINEERING_LINE, "--from", port, "--to", line(), "--seed", seed};
         all.insert(all.end(), arguments.begin(), arguments.end());
         ChildProcess& process = start(all);
         if (!process.waitForLine(Stream::kErr, "ready line=" + line())) {
@@ -151,8 +153,9 @@ INSTANTIATE_TEST_SUITE_P(Faults, EveryVerb,
                                          Fault{"LostCommands", {"to_unit.drop=100%"}, 3, 3, 3},
                                          Fault{"LostReplies", {"to_station.drop=1"}, 3, 3, 3},
                                          Fault{"CorruptCommands", {"to_unit.corrupt=1"}, 3, 3, 3},
-                                         // A frame whose header is damaged is none.
-                                         Fault{"CorruptReplies", {"to_station.corrupt=1"}, 3, 3, AnyOf(3, 6)},
+                                         // A wrong checksum is an error, a damaged header no reply; the plan meets the
+                                         // first with this seed.
+                                         Fault{"CorruptReplies", {"to_station.corrupt=1"}, 3, 3, 6},
                                          Fault{"SecondReplies", {"to_station.duplicate=1"}, 0, 0, 6},
                                          Fault{"SplitFrames", {"split=1"}, 0, 0, 0},
                                          Fault{"SlowLine", {"baud=2400"}, 0, 0, 0},
@@ -271,23 +274,69 @@ TEST_F(FaultyLineTest, EndsThatDoNotReadCostNoMemoryAndNoByte)
     Bytes chunk(1000);
     std::uint8_t next = 0;
 
-    // Any bytes, until neither the line nor the terminals take more.
-    pollfd room{unit.descriptor(), POLLOUT, 0};
-    while (poll(&room, 1, 500) > 0) {
-        std::ranges::generate(chunk, [&next] { return next = static_cast<std::uint8_t>(next * 5 + 1); });
-        const ssize_t count = ::write(unit.descriptor(), chunk.data(), chunk.size());
-        if (count > 0) {
-            written.insert(written.end(), chunk.begin(), chunk.begin() + count);
-            next = written.back();
+    // Any bytes, until neither the line nor the terminals take more: a full line no longer counts.
+    const auto deadline = steady_clock::now() + kGenerous;
+    std::size_t taken = 0;
+    std::size_t before = 0;
+    do {
+        for (ssize_t count = 1; count > 0;) {
+            std::ranges::generate(chunk, [&next] { return next = static_cast<std::uint8_t>(next * 5 + 1); });
+            count = ::write(unit.descriptor(), chunk.data(), chunk.size());
+            if (count > 0) {
+                written.insert(written.end(), chunk.begin(), chunk.begin() + count);
+                next = written.back();
+            }
+            ASSERT_LT(written.size(), 200'000U);
         }
-        ASSERT_LT(written.size(), 200'000U);
-    }
+        before = std::exchange(taken, counts()["to_station"]["bytes"].get<std::size_t>());
+    } while ((taken < line::Lane::kMostWaiting || taken > before) && steady_clock::now() < deadline);
 
-    EXPECT_GT(written.size(), 60'000U);
+    EXPECT_GE(taken, line::Lane::kMostWaiting);
+    EXPECT_EQ(taken, before);
     RawLine station(line());
     EXPECT_EQ(station.read(written.size()), written);
     station.write({1, 2, 3});
     EXPECT_EQ(unit.read(3), (Bytes{1, 2, 3}));
+}
+
+TEST_F(FaultyLineTest, NoNoiseIsKeptForAnEndThatIsAwayAndTheUnitsBytesAreCountedAsLost)
+{
+    PtyPeer unit;
+    startLine({"--set", "to_station.noise=1000"}, unit.path());
+    ASSERT_EQ(control({"hang-up", "1h"}).status, 0);
+    const auto before = counts()["to_station"];
+
+    unit.write({1, 2, 3});
+    auto now = before;
+    const auto deadline = steady_clock::now() + kGenerous;
+    while (now["lost_bytes"] == before["lost_bytes"] && steady_clock::now() < deadline) {
+        now = counts()["to_station"];
+    }
+
+    EXPECT_EQ(now["lost_bytes"], before["lost_bytes"].get<int>() + 3);
+    EXPECT_EQ(now["noise"], before["noise"]);
+    ASSERT_EQ(control({"hang-up", "0"}).status, 0);
+    EXPECT_THAT(RawLine(line()).read(1), testing::SizeIs(1));
+}
+
+TEST_F(FaultyLineTest, CallThatClearsTheCountsReturnsThem)
+{
+    PtyPeer unit;
+    startLine({}, unit.path());
+    unit.write({1, 2, 3});
+    const auto deadline = steady_clock::now() + kGenerous;
+    while (counts()["to_station"]["bytes"] < 3 && steady_clock::now() < deadline) {
+    }
+
+    const auto outcome = run({"gdbus", "call", "--session", "--dest", "com.zent.linux.line", "--object-path",
+                              "/com/zent/linux/line", "--method", "com.zent.linux.line.ClearCounts"});
+    unit.write({4});
+    while (counts()["to_station"]["bytes"] < 1 && steady_clock::now() < deadline) {
+    }
+
+    EXPECT_THAT(outcome.out, HasSubstr(R"("bytes":3)"));
+    EXPECT_EQ(json::parse(control({"counts", "--clear"}).out)["to_station"]["bytes"], 1);
+    EXPECT_EQ(counts()["to_station"]["bytes"], 0);
 }
 
 TEST_F(FaultyLineTest, WorksWithoutABusAndWhereTheNameIsTaken)
@@ -330,6 +379,9 @@ TEST_F(FaultyLineTest, WrongUseIsOneLineForEachMistake)
         {{"--from", unit.path(), "--to", line(), "--faults", "/no/such/file"},
          2,
          ElementsAre(HasSubstr("no such file"))},
+        {{"--from", unit.path(), "--to", line(), "--faults", "/dev/zero"},
+         2,
+         ElementsAre(HasSubstr("/dev/zero: expected a regular file, got a device"))},
         {{"--from", "/dev/no-such-line", "--to", line()}, 1, ElementsAre(HasSubstr("/dev/no-such-line: cannot open"))},
         {{"--from", unit.path(), "--to", directory() / "occupied"},
          1,
@@ -379,6 +431,9 @@ TEST_F(FaultyLineTest, ControlRefusesWhatIsWrongAndChangesNothing)
 struct Condition {
     const char* name;
     const char* fault;
+    const char* count;
+    /// With this one, one of the first ten frames of each direction meets the fault: the shortest plan has more.
+    const char* seed;
 };
 
 /// The shipped plans, but for the one that needs an operator at a unit.
@@ -392,7 +447,7 @@ TEST_P(ShippedPlan, Passes)
     startService();
     auto& hmi = start({ENGINEERING_HMI});
     ASSERT_TRUE(hmi.waitForLine(Stream::kErr, "ready"));
-    startLine({"--set", condition.fault});
+    startLine({"--set", condition.fault}, link(), condition.seed);
     std::vector<std::string> arguments{
         ENGINEERING_STATION, "plan",   "run", std::string(SOURCE_FOLDER "/share/plans/") + plan + ".toml",
         "--no-record",       "--port", line()};
@@ -413,13 +468,17 @@ carplay-mac = "001122334455"
     auto& process = start(arguments);
 
     EXPECT_EQ(process.wait(5 * kGenerous), 0) << process.output(Stream::kOut) << process.output(Stream::kErr);
+    const auto done = counts();
+    EXPECT_GT(done["to_unit"][condition.count], 0) << done;
+    EXPECT_GT(done["to_station"][condition.count], 0) << done;
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, ShippedPlan,
                          testing::Combine(testing::Values("smoke", "end-of-line", "provision", "reception"),
-                                          testing::Values(Condition{"LosingOnePercent", "drop=1%"},
-                                                          Condition{"DamagingOnePercent", "corrupt=1%"},
-                                                          Condition{"DelayedBy200Ms", "delay=200ms"})),
+                                          testing::Values(Condition{"LosingOnePercent", "drop=1%", "dropped", "1828"},
+                                                          Condition{"DamagingOnePercent", "corrupt=1%", "corrupted",
+                                                                    "2040"},
+                                                          Condition{"DelayedBy200Ms", "delay=200ms", "delayed", "1"})),
                          [](const auto& row) {
                              std::string name = std::string(std::get<0>(row.param)) + std::get<1>(row.param).name;
                              std::erase(name, '-');
@@ -471,7 +530,11 @@ protected:
                      "--mac-block", "carplay-mac=001A7D000000/24", "--unit", unit, "--timeout", "0.1", "--reconnect",
                      "1", "--port", place.folder / "line"});
             status = outcome.status;
-            EXPECT_THAT(status, AnyOf(0, 1, 3, 10, 11, 12)) << outcome.err;
+            if (status == 1) {
+                EXPECT_THAT(outcome.err, HasSubstr(" and may have its values, but the unit on the line holds none"));
+            } else {
+                EXPECT_THAT(status, AnyOf(0, 3, 10, 11, 12)) << outcome.err;
+            }
         }
         place.whole += status == 0 ? 1 : 0;
         for (const char* record : {"factory_serial_num", "cp_mac_address"}) {
@@ -519,7 +582,7 @@ TEST_F(ProvisioningTest, NoValueIsGivenTwiceWhateverTheLineDoes)
         std::printf("seed %zu: %s", kSeed + i, places[i].line->output(Stream::kOut).c_str());
     }
     showFigure("units with all values, of " + std::to_string(units), static_cast<double>(whole), "");
-    EXPECT_GT(whole, units / 4);
+    EXPECT_GT(whole, units / 2);
     std::map<std::string, std::string> given;  // by value, from the registry
     for (const std::string& text : linesOf(run({ENGINEERING_STATION, "identity", "registry", "list", "--json"}).out)) {
         const auto value = json::parse(text);
