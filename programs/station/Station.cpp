@@ -1,14 +1,18 @@
 #include "programs/station/Station.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <filesystem>
 
 #include "programs/Cli.h"
 #include "programs/station/Tool.h"
+#include "protocol/Text.h"
 #include "protocol/catalogue/Catalogue.h"
 #include "station/plan/Load.h"
+#include "web/Login.h"
 
 namespace programs::station_tool {
 
@@ -33,6 +37,14 @@ const station::StationConfig& Station::config()
         }
     });
     return config_;
+}
+
+station::record::Run::StationInfo Station::info(const std::string& operatorName)
+{
+    std::array<char, 256> host{};
+    const bool isNamed = !config().name.empty() || gethostname(host.data(), host.size() - 1) == 0;
+    return {config().name.empty() && isNamed ? host.data() : config().name, operatorName, ENGINEERING_VERSION,
+            config().line};
 }
 
 std::vector<std::string> Station::planFolders()
@@ -113,11 +125,32 @@ int check(Tool& tool)
     return problems.empty() ? kPassed : kWrongUse;
 }
 
+int hash(Tool& tool)
+{
+    std::string secret = readInput("-", tool.interrupt);
+    if (secret.ends_with('\n')) {
+        secret.pop_back();
+    }
+    if (secret.empty() || secret.size() > web::Login::kLongestSecret || secret.find('\0') != std::string::npos) {
+        throw protocol::UserError(fmt::format("standard input: expected a secret of 1 to {} bytes without NUL, got {}",
+                                              web::Login::kLongestSecret, protocol::plural(secret.size(), "byte")));
+    }
+    const std::string made = web::hashOf(secret);
+    tool.json ? printJson({{"hash", made}}) : static_cast<void>(std::puts(made.c_str()));
+    return kPassed;
+}
+
 }  // namespace
 
 void addStation(Tool& tool)
 {
     CLI::App* const noun = tool.app.add_subcommand("station", "Check the station's own file, station.toml");
+    CLI::App* const hashing = noun->add_subcommand(
+        "hash",
+        "Hash a password or the number of a badge for [[operator]]\n"
+        "Reads the secret from standard input, without its line end, and prints its hash by yescrypt.");
+    hashing->footer("Examples:\n  systemd-ask-password | engineering-station station hash");
+    hashing->callback([&tool] { tool.action = [&tool] { return hash(tool); }; });
     noun->require_subcommand(1);
     CLI::App* const verb =
         noun->add_subcommand("check",

@@ -7,6 +7,7 @@
 
 #include "station/config/StationConfig.h"
 #include "station/identity/IdentityGuard.h"
+#include "station/record/RunRecord.h"
 
 namespace programs::station_tool {
 
@@ -22,6 +23,9 @@ public:
 
     /// Reads the station's file at the first call. Throws UserError if it has an error.
     const station::StationConfig& config();
+
+    /// @returns what a record says of the station.
+    station::record::Run::StationInfo info(const std::string& operatorName);
 
     /// @returns the folders of plans: the station's in their order, then the one that comes with the tool.
     std::vector<std::string> planFolders();

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,40 +20,13 @@
 #include <string_view>
 #include <system_error>
 
-#include "host/Baud.h"
 #include "host/Descriptor.h"
 #include "programs/Cli.h"
 #include "protocol/Text.h"
-#include "station/SerialLink.h"
 #include "station/ports/SerialPorts.h"
 #include "station/record/ResultsFolder.h"
 
 namespace programs::station_tool {
-
-station::PortSpec parsePort(std::string_view text)
-{
-    const auto comma = text.rfind(',');
-    station::PortSpec port{std::string(text.substr(0, comma))};
-    if (comma != std::string_view::npos) {
-        const auto digits = text.substr(comma + 1);
-        const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), port.baud);
-        port.baud = result.ec == std::errc() && result.ptr == digits.data() + digits.size() ? port.baud : 0;
-    }
-    // In /tmp any user can be the first to make its directory.
-    port.ownOnly = port.path == station::defaultPort();
-    return port;
-}
-
-std::string checkPort(const std::string& text)
-{
-    const station::PortSpec port = parsePort(text);
-    if (port.path.empty()) {
-        return fmt::format("expected PATH[,BAUD], got '{}'", text);
-    }
-    return host::speedOf(port.baud) ? ""
-                                    : fmt::format("expected a baud rate such as 9600, 115200 or 921600, got '{}'",
-                                                  text.substr(text.rfind(',') + 1));
-}
 
 std::string checkNotEmpty(const std::string& text)
 {
@@ -109,11 +81,11 @@ bool colourWanted(int descriptor)
 
 void addPort(CLI::App& verb, station::PortSpec& port)
 {
-    port = parsePort(station::defaultPort());
+    port = station::parsePort(station::defaultPort());
     verb.add_option_function<std::string>(
-            "--port", [&port](const std::string& text) { port = parsePort(text); },
+            "--port", [&port](const std::string& text) { port = station::parsePort(text); },
             "PATH[,BAUD]: serial device or pseudo-terminal; by default 115200 baud")
-        ->check(checkPort)
+        ->check(station::checkPort)
         ->type_name("PORT")
         ->default_str(station::defaultPort());
 }

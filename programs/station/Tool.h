@@ -84,12 +84,6 @@ bool outputsAreOne();
 /// unset.
 bool colourWanted(int descriptor = 1);
 
-/// Takes PATH[,BAUD] apart.
-station::PortSpec parsePort(std::string_view text);
-
-/// @returns the error in PATH[,BAUD]; empty if there is none.
-std::string checkPort(const std::string& text);
-
 /// @returns the error in a text that must not be empty; empty if there is none.
 std::string checkNotEmpty(const std::string& text);
 
@@ -155,13 +149,13 @@ void setUp(Tool& tool);
 /// @returns the exit status when nothing is left to do: --help, --version or wrong use.
 std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv);
 
-AddVerb addPorts, addSend, addEncode, addDecode, addMonitor, addReplay, addIdentity, addReport, addPlan, addStation,
-    addCatalogue, addCompletion, addMan;
+AddVerb addPorts, addSend, addEncode, addDecode, addMonitor, addReplay, addIdentity, addReport, addPlan, addServe,
+    addStation, addCatalogue, addCompletion, addMan;
 
 /// In the order of the help.
-inline constexpr std::array kVerbs{&addPorts,     &addSend,       &addEncode, &addDecode, &addMonitor,
-                                   &addReplay,    &addIdentity,   &addReport, &addPlan,   &addStation,
-                                   &addCatalogue, &addCompletion, &addMan};
+inline constexpr std::array kVerbs{&addPorts,   &addSend,      &addEncode,     &addDecode, &addMonitor,
+                                   &addReplay,  &addIdentity,  &addReport,     &addPlan,   &addServe,
+                                   &addStation, &addCatalogue, &addCompletion, &addMan};
 
 void addIdentityRegistry(Tool& tool, CLI::App& noun);
 

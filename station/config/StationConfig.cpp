@@ -16,6 +16,7 @@
 #include "protocol/Text.h"
 #include "protocol/toml/TableReader.h"
 #include "station/Pattern.h"
+#include "station/ports/SerialPorts.h"
 
 namespace station {
 
@@ -61,6 +62,14 @@ public:
             readParameters(*table);
         }
         config_.equipment = instrument::readEquipment(reader, fs::path(config_.file).parent_path());
+        readSlots(reader);
+        for (const toml::table* table : reader.tables("product")) {
+            readProduct(*table);
+        }
+        readOperators(reader);
+        if (const toml::table* table = reader.table("web")) {
+            readWeb(*table);
+        }
         reader.finish();
     }
 
@@ -167,6 +176,99 @@ private:
                 section.mistyped(name, node, "a number or a text");
             }
         }
+    }
+
+    void readSlots(TableReader& reader)
+    {
+        for (const toml::table* table : reader.tables("slot")) {
+            TableReader section(*table, "section [[slot]]", problems_);
+            const Slot slot{section.text("name", true), section.text("port", true), section.text("barcode")};
+            const auto isTwice = [&](const char* key, std::string Slot::*value) {
+                if (!(slot.*value).empty() &&
+                    std::ranges::find(config_.slots, slot.*value, value) != config_.slots.end()) {
+                    section.report(key, fmt::format("'{}': expected another one for each slot, got {} twice", key,
+                                                    protocol::inQuotes(slot.*value)));
+                }
+            };
+            isTwice("name", &Slot::name);
+            isTwice("port", &Slot::port);
+            isTwice("barcode", &Slot::barcode);
+            if (std::string_view(slot.name).find_first_of("/?#%") != slot.name.npos) {
+                section.report("name", fmt::format("'name': expected a name without / ? # %, got {}",
+                                                   protocol::inQuotes(slot.name)));
+            }
+            if (const std::string error = checkPort(slot.port); section.raw().contains("port") && !error.empty()) {
+                section.report("port", "'port': " + error);
+            }
+            section.finish();
+            config_.slots.push_back(slot);
+        }
+    }
+
+    void readProduct(const toml::table& table)
+    {
+        TableReader section(table, "section [[product]]", problems_);
+        Product product{section.text("pattern"), section.text("plan", true), section.boolean("destructive", false)};
+        try {
+            checkPattern(product.pattern);
+        } catch (const PatternError& error) {
+            section.report("pattern",
+                           fmt::format("'pattern': expected a regular expression in RE2's syntax, got {}: {}",
+                                       protocol::inQuotes(product.pattern), error.what()));
+        }
+        if (!config_.products.empty() && config_.products.back().pattern.empty()) {
+            section.report("pattern",
+                           "expected no product behind one without 'pattern', which takes every serial number");
+        }
+        section.finish();
+        config_.products.push_back(std::move(product));
+    }
+
+    void readOperators(TableReader& reader)
+    {
+        for (const toml::table* table : reader.tables("operator")) {
+            TableReader section(*table, "section [[operator]]", problems_);
+            web::Account account{{section.text("name", true)}, section.text("password"), section.text("badge")};
+            if (const auto role = section.oneOf("role", {web::kRoleNames.begin() + 1, web::kRoleNames.end()}, true)) {
+                account.user.role = static_cast<web::Role>(*role + 1);
+            }
+            for (const auto& [key, hash] :
+                 {std::pair("password", account.passwordHash), {"badge", account.badgeHash}}) {
+                if (section.raw().contains(key) && !web::isHash(hash)) {
+                    section.report(key, fmt::format("'{}': expected a hash that 'engineering-station station hash' "
+                                                    "prints, got another text",
+                                                    key));
+                }
+            }
+            if (account.passwordHash.empty() && account.badgeHash.empty()) {
+                section.report("password", "expected 'password' or 'badge', got neither");
+            }
+            if (std::ranges::any_of(config_.accounts,
+                                    [&](const web::Account& each) { return each.user.name == account.user.name; })) {
+                section.report("name", fmt::format("'name': expected another one for each operator, got {} twice",
+                                                   protocol::inQuotes(account.user.name)));
+            }
+            section.finish();
+            config_.accounts.push_back(std::move(account));
+        }
+    }
+
+    void readWeb(const toml::table& table)
+    {
+        TableReader section(table, "section [web]", problems_);
+        if (const auto address = section.optionalText("address")) {
+            config_.web.address = *address;
+        }
+        if (const auto port = section.integer("port", false, 1, 65535)) {
+            config_.web.port = static_cast<std::uint16_t>(*port);
+        }
+        config_.web.certificate = resolved(section.text("certificate"));
+        config_.web.key = resolved(section.text("key"));
+        config_.web.names = texts(section, "names");
+        if (config_.web.certificate.empty() != config_.web.key.empty()) {
+            section.report("certificate", "expected 'certificate' and 'key' together, got one of them");
+        }
+        section.finish();
     }
 
     StationConfig& config_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,8 +9,32 @@
 #include "station/identity/UnitRules.h"
 #include "station/instrument/Equipment.h"
 #include "station/plan/Variables.h"
+#include "web/Login.h"
 
 namespace station {
+
+/// A place for a unit on the station's fixture.
+struct Slot {
+    std::string name;
+    std::string port;     ///< PATH[,BAUD]
+    std::string barcode;  ///< that selects the slot; empty for none
+};
+
+/// What the station tests, by the serial numbers of its units.
+struct Product {
+    std::string pattern;  ///< regular expression (RE2) for the whole serial number; empty for any
+    std::string plan;
+    bool destructive = false;  ///< whether the plan may send commands that cannot be undone
+};
+
+/// How browsers reach the station.
+struct WebFace {
+    std::string address = "127.0.0.1";
+    std::uint16_t port = 8080;
+    std::string certificate;  ///< path of a PEM file; empty for none
+    std::string key;
+    std::vector<std::string> names;  ///< of this machine, as browsers know it
+};
 
 /// The settings of a station: station.toml.
 struct StationConfig {
@@ -23,6 +48,10 @@ struct StationConfig {
     identity::UnitRules unit;
     std::vector<plan::GivenValue> parameters;  ///< for plans that have parameters of these names
     instrument::Equipment equipment;
+    std::vector<Slot> slots;  ///< in their order on the fixture
+    std::vector<Product> products;
+    std::vector<web::Account> accounts;
+    WebFace web;
 };
 
 /// Reads the text of a station.toml. Puts all its errors into `problems`, sorted by place.

@@ -150,6 +150,100 @@ TEST_F(StationConfigTest, EmptyFileLeavesTheDefaults)
     EXPECT_FALSE(config.unit.isPlaceholder(serial, "FF"));
 }
 
+TEST_F(StationConfigTest, SlotsProductsOperatorsAndTheirFaceAreRead)
+{
+    const std::string hash = web::hashOf("4711");
+    const auto config = read(R"(
+[[slot]]
+name = "left"
+port = "/dev/ttyUSB0,9600"
+barcode = "SLOT-L"
+[[slot]]
+name = "right"
+port = "/dev/ttyUSB1"
+[[product]]
+pattern = "HU[0-9]+"
+plan = "smoke"
+[[product]]
+plan = "end-of-line"
+destructive = true
+[[operator]]
+name = "anna"
+role = "engineer"
+password = ")" + hash + R"("
+[web]
+address = "0.0.0.0"
+port = 8443
+certificate = "web.pem"
+key = "web.key"
+names = ["station3.plant.example"]
+)");
+
+    EXPECT_THAT(messages(), IsEmpty());
+    ASSERT_EQ(config.slots.size(), 2U);
+    EXPECT_EQ(config.slots[0].port, "/dev/ttyUSB0,9600");
+    EXPECT_EQ(config.slots[0].barcode, "SLOT-L");
+    EXPECT_EQ(config.slots[1].name, "right");
+    ASSERT_EQ(config.products.size(), 2U);
+    EXPECT_EQ(config.products[0].pattern, "HU[0-9]+");
+    EXPECT_FALSE(config.products[0].destructive);
+    EXPECT_EQ(config.products[1].plan, "end-of-line");
+    EXPECT_TRUE(config.products[1].destructive);
+    ASSERT_EQ(config.accounts.size(), 1U);
+    EXPECT_EQ(config.accounts[0].user.name, "anna");
+    EXPECT_EQ(config.accounts[0].user.role, web::Role::kEngineer);
+    EXPECT_EQ(config.accounts[0].passwordHash, hash);
+    EXPECT_EQ(config.web.address, "0.0.0.0");
+    EXPECT_EQ(config.web.port, 8443);
+    EXPECT_EQ(config.web.certificate, "/etc/engineering/web.pem");
+    EXPECT_EQ(config.web.key, "/etc/engineering/web.key");
+    EXPECT_THAT(config.web.names, ElementsAre("station3.plant.example"));
+}
+
+TEST_F(StationConfigTest, MistakesOfSlotsProductsAndOperatorsHaveTheirPlace)
+{
+    read(R"([[slot]]
+name = "left"
+port = "/dev/ttyUSB0"
+[[slot]]
+name = "left"
+port = "/dev/ttyUSB0,12"
+[[slot]]
+name = "a/b"
+port = "/dev/ttyUSB0"
+[[product]]
+plan = "smoke"
+[[product]]
+pattern = "("
+plan = "smoke"
+[[operator]]
+name = "anna"
+role = "chief"
+password = "blue"
+[[operator]]
+name = "anna"
+role = "viewer"
+[web]
+port = 0
+key = "web.key"
+)");
+
+    EXPECT_THAT(
+        messages(),
+        ElementsAre(
+            "f:5:8: 'name': expected another one for each slot, got 'left' twice",
+            "f:6:8: 'port': expected a baud rate such as 9600, 115200 or 921600, got '12'",
+            "f:8:8: 'name': expected a name without / ? # %, got 'a/b'",
+            "f:9:8: 'port': expected another one for each slot, got '/dev/ttyUSB0' twice",
+            testing::StartsWith("f:13:11: 'pattern': expected a regular expression"),
+            "f:13:11: expected no product behind one without 'pattern', which takes every serial number",
+            testing::StartsWith("f:17:8: 'role': expected "),
+            "f:18:12: 'password': expected a hash that 'engineering-station station hash' prints, got another text",
+            "f:19:1: expected 'password' or 'badge', got neither",
+            "f:20:8: 'name': expected another one for each operator, got 'anna' twice", testing::StartsWith("f:22:1: "),
+            testing::StartsWith("f:23:8: 'port': expected ")));
+}
+
 TEST_F(StationConfigTest, PatternIsCheckedAsInAPlan)
 {
     read("[records.hu-serial]\npattern = \"(?=HU)\"\n");
@@ -173,7 +267,7 @@ placeholders = [7]
 pattern = "red"
 [records.hu-serial]
 pattern = "("
-[web]
+[wep]
 )");
 
     EXPECT_THAT(messages(),

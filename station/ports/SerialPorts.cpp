@@ -70,6 +70,31 @@ std::string defaultPort()
     return fmt::format("/tmp/engineering-{}/uart", getuid());
 }
 
+PortSpec parsePort(std::string_view text)
+{
+    const auto comma = text.rfind(',');
+    PortSpec port{std::string(text.substr(0, comma))};
+    if (comma != std::string_view::npos) {
+        const auto digits = text.substr(comma + 1);
+        const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), port.baud);
+        port.baud = result.ec == std::errc() && result.ptr == digits.data() + digits.size() ? port.baud : 0;
+    }
+    // In /tmp any user can be the first to make its directory.
+    port.ownOnly = port.path == defaultPort();
+    return port;
+}
+
+std::string checkPort(const std::string& text)
+{
+    const PortSpec port = parsePort(text);
+    if (port.path.empty()) {
+        return fmt::format("expected PATH[,BAUD], got '{}'", text);
+    }
+    return host::speedOf(port.baud) ? ""
+                                    : fmt::format("expected a baud rate such as 9600, 115200 or 921600, got '{}'",
+                                                  text.substr(text.rfind(',') + 1));
+}
+
 std::vector<SerialPort> listSerialPorts(const fs::path& root)
 {
     std::vector<SerialPort> ports;

@@ -2,12 +2,21 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "station/Connection.h"
 
 namespace station {
 
 /// @returns the link at which a bench is found when neither side is told a port.
 std::string defaultPort();
+
+/// Takes PATH[,BAUD] apart. A baud rate that is not a number becomes 0.
+PortSpec parsePort(std::string_view text);
+
+/// @returns the error in PATH[,BAUD]; empty if there is none.
+std::string checkPort(const std::string& text);
 
 /// A serial device of this machine. A text that the device does not have is empty.
 struct SerialPort {

@@ -267,12 +267,6 @@ struct PlanRunOptions {
     station::plan::RunRequest request;
 };
 
-std::string hostName()
-{
-    std::array<char, 256> name{};
-    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
-}
-
 std::unique_ptr<RunView> chooseView(const Tool& tool, const PlanRunOptions& options, const station::plan::Plan& plan)
 {
     const bool labelled = options.request.ports.size() > 1;
@@ -376,8 +370,7 @@ int runPlanAtPorts(Tool& tool, PlanRunOptions options)
         return refuseFile(tool, options.answers, problems);
     }
     station::record::Run& known = options.request.known;
-    known.station = {config.name.empty() ? hostName() : config.name, options.operatorName, ENGINEERING_VERSION,
-                     config.line};
+    known.station = tool.station->info(options.operatorName);
     known.plan.sha256 = file.sha256;
     known.catalogueSha256 = protocol::catalogue::hash();
     options.request.reconnect =
@@ -438,11 +431,11 @@ void addRun(Tool& tool, CLI::App& noun)
             "--port",
             [options](const std::vector<std::string>& texts) {
                 for (const auto& text : texts) {
-                    options->request.ports.push_back(parsePort(text));
+                    options->request.ports.push_back(station::parsePort(text));
                 }
             },
             "PATH[,BAUD] of a unit; give it once per unit to test several at once")
-        ->check(checkPort)
+        ->check(station::checkPort)
         ->expected(1)
         // The word after the port is the plan.
         ->allow_extra_args(false)
@@ -473,7 +466,7 @@ void addRun(Tool& tool, CLI::App& noun)
         "  engineering-station plan run eol.toml --port /dev/ttyUSB0 --port /dev/ttyUSB1 --answers shift.toml");
     verb->callback([&tool, options] {
         if (options->request.ports.empty()) {
-            options->request.ports.push_back(parsePort(station::defaultPort()));
+            options->request.ports.push_back(station::parsePort(station::defaultPort()));
         }
         tool.action = [&tool, options] {
             const bool stations = options->request.results.empty() && !tool.stationsResults().empty();
