@@ -4,12 +4,16 @@
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>
 
+#include <fcntl.h>
+
 #include <bitset>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "station/Interrupt.h"
+#include "station/identity/SharedFile.h"
 #include "tests/support/TempDir.h"
 
 namespace station::identity {
@@ -279,6 +283,21 @@ TEST_F(SqliteTest, ErrorsNameTheFile)
     database.run("INSERT INTO one VALUES(1)");
     EXPECT_THROW(database.run("INSERT INTO one VALUES(1)"), StorageError);
     EXPECT_EQ(database.lastRow(), 1);
+}
+
+TEST(SharedFileTest, LockHoldsForOneByteUntilItIsReleased)
+{
+    const tests::TempDir directory;
+    const std::string path = directory.path() / "ledger";
+    const SharedFile one(path, O_RDWR | O_CREAT, 0600);
+    const SharedFile other(path, O_RDWR | O_CREAT, 0600);
+
+    EXPECT_EQ(one.lockByte(1), 0);
+    EXPECT_EQ(other.lockByte(0), 0);
+    EXPECT_EQ(other.lockByte(2), 0);
+    EXPECT_EQ(other.lockByte(1), EAGAIN);
+    EXPECT_EQ(one.lockByte(1, F_UNLCK), 0);
+    EXPECT_EQ(other.lockByte(1), 0);
 }
 
 TEST_F(SqliteTest, LockOfAnotherStationIsNamed)

@@ -884,5 +884,33 @@ TEST_F(RunnerFlowTest, SeveralUnitsRunAtOnce)
     EXPECT_EQ(other.run.unit.port, second->path());
 }
 
+TEST_F(RunnerFlowTest, PlaceOfAStepCountsThoseOfARepeatedGroupOnce)
+{
+    struct Places : Observer {
+        std::vector<std::size_t> numbers;
+        void onStepEnded(const StepPlace& place, const record::Step&) override { numbers.push_back(place.index); }
+    } places;
+    const Plan plan = planOf(
+        "[[main]]\nname = \"A\"\nrepeat = 2\nsteps = [{ pause = 0.001 }, { pause = 0.001 }]\n"
+        "[[main]]\nname = \"B\"\nsteps = [{ pause = 0.001 }]\n");
+
+    runPlan(plan, {unit.path()}, {protocol::catalogue::groups(), prompter, headUnit}, control, places, {});
+
+    EXPECT_THAT(places.numbers, testing::ElementsAre(0, 1, 0, 1, 2));
+}
+
+TEST(RunControlTest, FirstRequestInATeardownIsOnlyNoted)
+{
+    RunControl control;
+    ASSERT_TRUE(control.beginTeardown());
+
+    control.request();
+    EXPECT_TRUE(control.requested());
+    EXPECT_FALSE(control.interrupt().requested());
+    control.request();
+    EXPECT_TRUE(control.interrupt().requested());
+    EXPECT_FALSE(control.beginTeardown());
+}
+
 }  // namespace
 }  // namespace station::plan::tests
