@@ -13,7 +13,7 @@ namespace web {
 
 namespace {
 
-/// Of no secret: a name that nobody has takes as long as one with a wrong password.
+/// Of no secret: an unknown name takes as long as a known one with a wrong password.
 const std::string& anyHash()
 {
     static const std::string kHash = hashOf(randomToken());
@@ -87,12 +87,12 @@ const Account* Login::accountOf(const std::string& name, const std::string& secr
     return matches(secret, canEnter ? found->passwordHash : anyHash()) && canEnter ? &*found : nullptr;
 }
 
-Login::Outcome Login::enter(const std::string& name, const std::string& secret)
+Login::Outcome Login::enter(const std::string& name, const std::string& secret, const std::string& source)
 {
     Outcome outcome;
     const std::lock_guard checking(checking_);
-    const bool known = std::ranges::any_of(accounts_, [&](const Account& each) { return each.user.name == name; });
-    Failures& failures = failures_[known ? name : ""];
+    const std::string countedBy = name.empty() ? '\n' + source : name;
+    Failures& failures = failures_.at(std::hash<std::string>()(countedBy) % failures_.size());
     const auto now = clock_();
     if (now < failures.next) {
         outcome.wait = std::chrono::ceil<std::chrono::seconds>(failures.next - now);

@@ -75,10 +75,12 @@ public:
         std::chrono::seconds wait{0};  ///< until another attempt is checked
     };
 
-    /// Checks a password, or the number of a badge if `name` is empty.
-    Outcome enter(const std::string& name, const std::string& secret);
+    /// Checks a password, or the number of a badge if `name` is empty. Failures are counted by name, whether it is
+    /// known or not, and those of badges by where they come from.
+    /// @param source address of the client
+    Outcome enter(const std::string& name, const std::string& secret, const std::string& source);
 
-    /// @returns who holds the session; nobody if it has ended or `token` is none.
+    /// @returns who holds the session; a user without name and role if it has ended or `token` is none.
     User userOf(const std::string& token) const;
 
     void leave(const std::string& token);
@@ -99,8 +101,8 @@ private:
     const Clock clock_;
     std::mutex checking_;
     mutable std::mutex mutex_;
-    std::map<std::string, Session> sessions_;   // guarded by mutex_
-    std::map<std::string, Failures> failures_;  // guarded by checking_; by name, all unknown names and badges as one
+    std::map<std::string, Session> sessions_;  // guarded by mutex_
+    std::array<Failures, 1024> failures_;      // guarded by checking_; by the hash of what they are counted by
 };
 
 }  // namespace web

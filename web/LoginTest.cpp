@@ -36,6 +36,8 @@ TEST(HashTest, IsThatOfYescryptWithASaltOfItsOwn)
     }
 }
 
+constexpr const char* kHere = "127.0.0.1";
+
 class LoginTest : public testing::Test
 {
 protected:
@@ -54,19 +56,19 @@ protected:
 
 TEST_F(LoginTest, PasswordOpensASessionOfItsUser)
 {
-    const auto outcome = login.enter("anna", "blue");
+    const auto outcome = login.enter("anna", "blue", kHere);
 
     EXPECT_THAT(outcome.token, MatchesRegex("[0-9a-f]{64}"));
     EXPECT_EQ(outcome.user.name, "anna");
     EXPECT_EQ(login.userOf(outcome.token).name, "anna");
     EXPECT_EQ(login.userOf(outcome.token).role, Role::kEngineer);
-    EXPECT_NE(login.enter("anna", "blue").token, outcome.token);
+    EXPECT_NE(login.enter("anna", "blue", kHere).token, outcome.token);
 }
 
 TEST_F(LoginTest, BadgeOpensASessionOfItsUser)
 {
-    EXPECT_EQ(login.enter("", "0047110815").user.name, "ben");
-    EXPECT_EQ(login.enter("", "0047110816").user.name, "carl");
+    EXPECT_EQ(login.enter("", "0047110815", kHere).user.name, "ben");
+    EXPECT_EQ(login.enter("", "0047110816", kHere).user.name, "carl");
 }
 
 TEST_F(LoginTest, WhatIsWrongOpensNone)
@@ -74,18 +76,18 @@ TEST_F(LoginTest, WhatIsWrongOpensNone)
     const std::string none;
     for (const auto& [name, secret] :
          {std::pair<const char*, std::string>("anna", "red"), {"anna", ""}, {"Anna", "blue"}, {"", "blue"}}) {
-        EXPECT_EQ(login.enter(name, secret).token, none) << name << ' ' << secret;
+        EXPECT_EQ(login.enter(name, secret, kHere).token, none) << name << ' ' << secret;
     }
-    EXPECT_EQ(login.enter("carl", "").token, none) << "has no password";
-    EXPECT_EQ(login.enter("ben", std::string("1234\0more", 9)).token, none);
-    EXPECT_EQ(login.enter("ben", std::string(Login::kLongestSecret + 1, '1')).token, none);
+    EXPECT_EQ(login.enter("carl", "", kHere).token, none) << "has no password";
+    EXPECT_EQ(login.enter("ben", std::string("1234\0more", 9), kHere).token, none);
+    EXPECT_EQ(login.enter("ben", std::string(Login::kLongestSecret + 1, '1'), kHere).token, none);
     EXPECT_EQ(login.userOf("").role, Role::kNone);
     EXPECT_EQ(login.userOf("0123").role, Role::kNone);
 }
 
 TEST_F(LoginTest, SessionEndsWithTheShift)
 {
-    const auto token = login.enter("anna", "blue").token;
+    const auto token = login.enter("anna", "blue", kHere).token;
 
     now += Login::kSessionLength - 1s;
     EXPECT_EQ(login.userOf(token).role, Role::kEngineer);
@@ -95,8 +97,8 @@ TEST_F(LoginTest, SessionEndsWithTheShift)
 
 TEST_F(LoginTest, UserWhoLeavesHasNoSession)
 {
-    const auto token = login.enter("anna", "blue").token;
-    const auto other = login.enter("anna", "blue").token;
+    const auto token = login.enter("anna", "blue", kHere).token;
+    const auto other = login.enter("anna", "blue", kHere).token;
 
     login.leave(token);
 
@@ -107,31 +109,43 @@ TEST_F(LoginTest, UserWhoLeavesHasNoSession)
 TEST_F(LoginTest, FailuresMakeTheNextAttemptWaitLongerAndLonger)
 {
     for (unsigned i = 1; i < Login::kFreeAttempts; ++i) {
-        EXPECT_EQ(login.enter("anna", "red").wait, 0s);
+        EXPECT_EQ(login.enter("anna", "red", kHere).wait, 0s);
     }
-    EXPECT_EQ(login.enter("anna", "red").wait, 1s);
-    EXPECT_EQ(login.enter("anna", "blue").token, "") << "is not even checked";
-    EXPECT_EQ(login.enter("anna", "blue").wait, 1s);
-    EXPECT_NE(login.enter("ben", "1234").token, "") << "another name is not held up";
+    EXPECT_EQ(login.enter("anna", "red", kHere).wait, 1s);
+    EXPECT_EQ(login.enter("anna", "blue", kHere).token, "") << "is not even checked";
+    EXPECT_EQ(login.enter("anna", "blue", kHere).wait, 1s);
+    EXPECT_NE(login.enter("ben", "1234", kHere).token, "") << "another name is not held up";
     for (const auto wait : {2s, 4s, 8s, 16s, 32s, 60s, 60s}) {
         now += 60s;
-        EXPECT_EQ(login.enter("anna", "red").wait, wait);
+        EXPECT_EQ(login.enter("anna", "red", kHere).wait, wait);
     }
     now += 59s;
-    EXPECT_EQ(login.enter("anna", "blue").wait, 1s);
+    EXPECT_EQ(login.enter("anna", "blue", kHere).wait, 1s);
     now += 1s;
-    EXPECT_NE(login.enter("anna", "blue").token, "");
-    EXPECT_EQ(login.enter("anna", "red").wait, 0s) << "a success forgives";
+    EXPECT_NE(login.enter("anna", "blue", kHere).token, "");
+    EXPECT_EQ(login.enter("anna", "red", kHere).wait, 0s) << "a success forgives";
 }
 
-TEST_F(LoginTest, StrangeNamesAreCountedAsOne)
+TEST_F(LoginTest, UnknownNameIsHeldUpLikeAKnownOne)
+{
+    for (const char* name : {"anna", "zoe"}) {
+        for (unsigned i = 1; i < Login::kFreeAttempts; ++i) {
+            EXPECT_EQ(login.enter(name, "red", kHere).wait, 0s) << name;
+        }
+        EXPECT_EQ(login.enter(name, "red", kHere).wait, 1s) << name;
+        EXPECT_EQ(login.enter(name, "red", "192.0.2.9").wait, 1s) << name << ", wherever it comes from";
+    }
+    EXPECT_NE(login.enter("", "0047110815", kHere).token, "") << "a badge is not held up";
+}
+
+TEST_F(LoginTest, WrongBadgesHoldUpTheirSourceOnly)
 {
     for (unsigned i = 0; i < Login::kFreeAttempts; ++i) {
-        login.enter("stranger" + std::to_string(i), "x");
+        login.enter("", "0047110817", "192.0.2.9");
     }
 
-    EXPECT_EQ(login.enter("stranger", "x").wait, 1s);
-    EXPECT_EQ(login.enter("", "0047110815").wait, 1s) << "a badge has no name either";
+    EXPECT_EQ(login.enter("", "0047110815", "192.0.2.9").wait, 1s);
+    EXPECT_NE(login.enter("", "0047110815", kHere).token, "");
 }
 
 TEST_F(LoginTest, OldestSessionEndsWhenThereAreTooMany)
@@ -142,7 +156,7 @@ TEST_F(LoginTest, OldestSessionEndsWhenThereAreTooMany)
     std::string first;
     for (std::size_t i = 0; i <= Login::kSessions; ++i) {
         now += 1ms;
-        const auto token = quick.enter("anna", "blue").token;
+        const auto token = quick.enter("anna", "blue", kHere).token;
         ASSERT_NE(token, "");
         first = first.empty() ? token : first;
         ASSERT_EQ(quick.userOf(first).role, i < Login::kSessions ? Role::kViewer : Role::kNone) << i;

@@ -276,7 +276,7 @@ private:
         if (secret.empty()) {
             return refusal(400, R"(expected {"name", "password"} or {"badge"})");
         }
-        const Login::Outcome outcome = login_.enter(name, secret);
+        const Login::Outcome outcome = login_.enter(name, secret, request.peer);
         if (outcome.token.empty()) {
             report(fmt::format("login of {} was refused", name.empty() ? "a badge" : protocol::inQuotes(name)));
             Response response = refusal(outcome.wait.count() > 0 ? 429 : 401, "wrong name, password or badge");
@@ -382,6 +382,12 @@ private:
             exchange.response = refusal(403, why);
             return;
         }
+        if (const auto* info = MHD_get_connection_info(exchange.connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)) {
+            Address peer;
+            peer.size = info->client_addr->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+            std::memcpy(&peer.storage, info->client_addr, peer.size);
+            request.peer = peer.text();
+        }
         request.session = cookie(request, cookie_);
         request.user = login_.userOf(request.session);
         const std::string method = request.method == "HEAD" ? "GET" : request.method;
@@ -397,7 +403,7 @@ private:
         }
         if (exchange.route == nullptr) {
             exchange.response =
-                isThere ? refusal(405, "the method does not fit") : refusal(404, "there is no such page");
+                isThere ? refusal(405, "expected another method") : refusal(404, "expected a path of this server");
         } else if (request.user.role < exchange.route->least) {
             exchange.response =
                 request.user.role == Role::kNone

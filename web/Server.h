@@ -26,6 +26,7 @@ struct Request {
     Texts query;    ///< decoded
     Texts headers;  ///< names in lower case
     std::string body;
+    std::string peer;     ///< address of the client
     std::string session;  ///< the token of the cookie; empty for none
     User user;
 };

@@ -235,7 +235,7 @@ TEST_F(ServerTest, RefusesWhatHasNoRoute)
     EXPECT_EQ(browser.get("/api/v1/echo/a/b").status, 404);
     EXPECT_EQ(browser.get("/api/v1/slots/left/start").status, 405);
     EXPECT_EQ(browser.post("/", "").status, 405);
-    EXPECT_EQ(nlohmann::json::parse(browser.get("/nothing").body)["error"], "there is no such page");
+    EXPECT_EQ(nlohmann::json::parse(browser.get("/nothing").body)["error"], "expected a path of this server");
 }
 
 TEST_F(ServerTest, ErrorOfAHandlerIsLoggedAndNotShown)

@@ -416,7 +416,7 @@ std::string Slots::image(const std::string& question) const
             return place.question->asked->prompt.image;
         }
     }
-    throw Refused(404, "there is no such picture");
+    throw Refused(404, "expected an open question with a picture");
 }
 
 Json Slots::jsonLocked(const Place& place) const

@@ -203,7 +203,7 @@ TEST_F(SlotsTest, ScanThatFitsNothingIsRefused)
     EXPECT_EQ(refusalOf([&] { station.start("middle", "HU1", ""); }), "404 there is no slot 'middle'");
     EXPECT_EQ(refusalOf([&] { station.abort("left"); }), "409 slot left tests no unit");
     EXPECT_EQ(refusalOf([&] { station.answer("left-1", "yes"); }), "409 the question has been answered, or is over");
-    EXPECT_EQ(refusalOf([&] { station.image("left-1"); }), "404 there is no such picture");
+    EXPECT_EQ(refusalOf([&] { station.image("left-1"); }), "404 expected an open question with a picture");
 }
 
 TEST_F(SlotsTest, BusySlotsAndUnitsAreRefused)
