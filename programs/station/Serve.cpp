@@ -34,10 +34,12 @@ int serve(Tool& tool)
     NobodyToAsk prompter;
     HeadUnitClient headUnit;
     station::plan::Surroundings surroundings{protocol::catalogue::groups(), prompter, headUnit, config.unit.serial};
+    surroundings.instruments = std::make_shared<station::instrument::Instruments>(config.equipment);
     station::serve::SlotsSettings settings;
     settings.slots = config.slots;
     settings.products = config.products;
     settings.values = {config.parameters};
+    settings.equipment = config.equipment;
     settings.results = resultsFolder(tool, "");
     settings.station = tool.station->info("");
     settings.catalogueSha256 = protocol::catalogue::hash();

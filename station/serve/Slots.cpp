@@ -298,7 +298,7 @@ void Slots::work(Place& place, const Product& product, const std::string& serial
 void Slots::runPlan(Place& place, const Product& product, const std::string& serial, const std::string& operatorName)
 {
     const plan::PlanFile file =
-        plan::readPlan(settings_.findPlan(product.plan), surroundings_.groups, settings_.values);
+        plan::readPlan(settings_.findPlan(product.plan), surroundings_.groups, settings_.values, settings_.equipment);
     if (!file.loaded.plan) {
         throw std::runtime_error(format(file.path, file.loaded.problems.front()));
     }
@@ -309,9 +309,14 @@ void Slots::runPlan(Place& place, const Product& product, const std::string& ser
                         "be undone",
                         file.path, destructive.front()->line, protocol::inQuotes(destructive.front()->what)));
     }
+    if (settings_.slots.size() > 1 && settings_.equipment.power && settings_.equipment.power->run.empty() &&
+        plan::switchesPower(*file.loaded.plan)) {
+        throw std::runtime_error("[power]: expected 'run' for several slots, since one instrument would switch all");
+    }
     Asker asker(*this, place);
     Watcher watcher(*this, place);
-    const plan::Surroundings mine{surroundings_.groups, asker, surroundings_.headUnit, surroundings_.serialRecord};
+    plan::Surroundings mine{surroundings_.groups, asker, surroundings_.headUnit, surroundings_.serialRecord};
+    mine.instruments = surroundings_.instruments;
     plan::RunRequest request;
     request.ports = {parsePort(place.slot.port)};
     request.results = settings_.results;

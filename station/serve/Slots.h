@@ -40,6 +40,7 @@ struct SlotsSettings {
     std::vector<Slot> slots;
     std::vector<Product> products;
     plan::ParameterValues values;
+    instrument::Equipment equipment;
     std::string results;
     record::Run::StationInfo station;
     std::string catalogueSha256;
