@@ -50,7 +50,7 @@ TEST_P(CompletionOfALine, OffersTheWordsThatMayStandThere)
 INSTANTIATE_TEST_SUITE_P(
     Station, CompletionOfALine,
     testing::Values(Line{"NoWord", {}, {}}, Line{"Verbs", {""}, {"send", "encode", "decode", "catalogue"}, false},
-                    Line{"BeginningOfAVerb", {"se"}, {"send"}}, Line{"HiddenVerb", {"__"}, {}},
+                    Line{"BeginningOfAVerb", {"se"}, {"send", "serve"}}, Line{"HiddenVerb", {"__"}, {}},
                     Line{"Subverbs", {"catalogue", ""}, {"show", "list", "check"}},
                     Line{"Options", {"send", "--"}, {"--port", "--timeout", "--yes", "--json", "--help"}, false},
                     Line{"ShortOption", {"send", "-h"}, {"-h"}}, Line{"OptionOfTheProgramOnly", {"send", "--vers"}, {}},

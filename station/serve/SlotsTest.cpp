@@ -301,7 +301,7 @@ TEST_F(SlotsTest, PlanThatCannotBeRunIsAnErrorWithoutARecord)
     write("broken", "schema = 1\ntitle = \"Broken\"\nname = 7\n");
     write("erases",
           "schema = 1\nname = \"erases\"\ntitle = \"Erases\"\n[[main]]\nname = \"G\"\nsteps = [{ send = "
-          "\"keys.factory-reset\" }]\n");
+          "\"keys.factory-reset\", with = { confirm = \"yes\" } }]\n");
     Slots& station = open();
 
     for (const auto& [serial, reason] : {std::pair("HU2", "broken.toml:"),
@@ -382,7 +382,8 @@ TEST_F(ApiTest, PageAndItsPartsNeedNothingFromElsewhere)
     }
     const auto keys = [this](const char* path) {
         std::vector<std::string> all;
-        for (const auto& [key, text] : Json::parse(call("GET", path).body).items()) {
+        const Json texts = Json::parse(call("GET", path).body);
+        for (const auto& [key, text] : texts.items()) {
             all.push_back(key);
         }
         return all;

@@ -34,7 +34,7 @@ std::vector<std::string> offeredByBash(const std::string& line)
 
 TEST(StationCompletion, OffersVerbsAndKeys)
 {
-    EXPECT_THAT(offeredByBash("engineering-station se"), ElementsAre("send"));
+    EXPECT_THAT(offeredByBash("engineering-station sen"), ElementsAre("send"));
     EXPECT_THAT(offeredByBash("engineering-station send --timeout 3 tuner.pl"), ElementsAre("tuner.play"));
     EXPECT_THAT(offeredByBash("engineering-station send --timeout "), IsEmpty());
 }
