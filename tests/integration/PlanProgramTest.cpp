@@ -71,7 +71,7 @@ protected:
     std::vector<std::string> argumentsOf(const std::string& plan)
     {
         if (plan == "reception") {
-            return {"--answers", write("answers.toml", "antenna = \"air\"\n")};
+            return {"--answers", write("answers.toml", "cell = \"CELL-07\"\nantenna = \"air\"\n")};
         }
         return plan == "provision" ? std::vector<std::string>{"--answers", answersOfAGoodUnit()}
                                    : std::vector<std::string>{};
