@@ -71,15 +71,15 @@ TEST_P(InstrumentsTest, CommandAndQueryAreSentEachFollowedByAQuestionForErrors)
 
 TEST_P(InstrumentsTest, ErrorsThatTheInstrumentReportsAreTheReason)
 {
-    std::vector<std::string> queue;
-    simulated.on["VOLT 99"] = [&](const auto&) { queue = {"-222,\"Data out of range\"", "+5,\"Hot\""}; };
-    simulated.on["SYST:ERR?"] = [&](const auto& write) {
+    // The instrument's thread ends after the test's body.
+    const auto queue = std::make_shared<std::vector<std::string>>();
+    simulated.on["VOLT 99"] = [queue](const auto&) { *queue = {"-222,\"Data out of range\"", "+5,\"Hot\""}; };
+    simulated.on["SYST:ERR?"] = [queue](const auto& write) {
         std::string error = "+0,\"No error\"";
-        if (!queue.empty()) {
-            error = queue.front();
-            queue.erase(queue.begin());
+        if (!queue->empty()) {
+            error = queue->front();
+            queue->erase(queue->begin());
         }
-        // The last of all: the test may end with it.
         write(error + "\n");
     };
     start();
@@ -91,9 +91,9 @@ TEST_P(InstrumentsTest, ErrorsThatTheInstrumentReportsAreTheReason)
 
 TEST_P(InstrumentsTest, QueryThatItDoesNotKnowIsExplainedByItsError)
 {
-    std::string error = "0,\"No error\"";
-    simulated.on["MEAS:FOO?"] = [&](const auto&) { error = "-113,\"Undefined header\""; };
-    simulated.on["SYST:ERR?"] = [&](const auto& write) { write(std::exchange(error, "0,\"No error\"") + "\n"); };
+    const auto error = std::make_shared<std::string>("0,\"No error\"");
+    simulated.on["MEAS:FOO?"] = [error](const auto&) { *error = "-113,\"Undefined header\""; };
+    simulated.on["SYST:ERR?"] = [error](const auto& write) { write(std::exchange(*error, "0,\"No error\"") + "\n"); };
     start();
 
     EXPECT_EQ(refusal("MEAS:FOO?", 200ms), "psu: MEAS:FOO?: the instrument reports -113,\"Undefined header\"");

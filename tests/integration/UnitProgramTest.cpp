@@ -245,6 +245,10 @@ TEST_F(UnitProgramTest, StationReachesPlayersKeysAndSourcesOfABoardWithoutAnHmi)
         EXPECT_TRUE(hmi.waitForLine(Stream::kErr, part)) << hmi.output(Stream::kErr);
     }
     EXPECT_TRUE(unit.waitForLine(Stream::kErr, "audio: alsa is absent: hw:31: No such file or directory; "));
+    // Of the two sources, the player is there.
+    EXPECT_TRUE(unit.waitForLine(Stream::kErr, [](const std::string& text) {
+        return text.ends_with(" source: table is absent: source 1: org.freedesktop.systemd1 is not running");
+    })) << unit.output(Stream::kErr);
 
     RawLine line(link());
     line.expectExchange(wire::kModeOn, wire::kModeOnReply);
