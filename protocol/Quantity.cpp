@@ -122,6 +122,11 @@ std::optional<Unit> readUnit(std::string_view text)
 
 }  // namespace
 
+bool isUnit(std::string_view text)
+{
+    return readUnit(text).has_value();
+}
+
 std::optional<Quantity> parseQuantity(std::string_view text)
 {
     text = trimmed(text);

@@ -25,6 +25,9 @@ std::optional<Quantity> parseQuantity(std::string_view text);
 /// conversion.
 std::optional<double> convert(double number, std::string_view from, std::string_view to);
 
+/// @returns whether the one table has the unit.
+bool isUnit(std::string_view text);
+
 /// Reads a finite number, perhaps with an exponent, and nothing else.
 std::optional<double> parseFinite(std::string_view text);
 

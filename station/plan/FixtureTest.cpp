@@ -238,6 +238,12 @@ TEST_F(FixtureTest, BadStepsAreRefusedWithAReason)
     EXPECT_THAT(problemsOf(R"({ run = ["a.sh"], with = { at = 2026-01-01 } })"), ElementsAre(HasSubstr("got a date")));
     EXPECT_THAT(problemsOf(R"({ run = ["a.sh"], expect = { v = { min = 2, max = 1 } } })"),
                 ElementsAre("'max': expected at least 2, got 1"));
+    EXPECT_THAT(problemsOf(R"({ run = ["a.sh"], expect = { i = { max = 800, unit = "ma" } } })"),
+                ElementsAre("'unit': expected a unit that the tool converts, such as mA, got 'ma'"));
+    EXPECT_THAT(problemsOf(R"({ run = ["a.sh"], expect = { i = { max = 800, unit = "mA" } }, store = "i" },
+                              { pause = 1, only_if = { i = { "<" = "0.5 A" } } },
+                              { pause = 1, only_if = { i = { "<" = "0.5 V" } } })"),
+                ElementsAre("'i': expected a number in mA, got '0.5 V'"));
     EXPECT_THAT(problemsOf(R"({ run = ["a.sh", "${none}"], with = { a = ["${nothing}"] } })"),
                 ElementsAre(StartsWith("expected an earlier step with store = \"none\""),
                             StartsWith("expected an earlier step with store = \"nothing\"")));

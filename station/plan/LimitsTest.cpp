@@ -454,6 +454,7 @@ steps = [
   { send = "tuner.frequency", expect = { frequency = "${limit}" } },
   { send = "other.flag", only_if = { line = { "!=" = "B+1" } } },
   { send = "other.flag", only_if = { limit = { "<" = 80 } } },
+  { pause = 0.001, only_if = { limit = { "<" = "88000 kHz", in = ["87600 kHz", 1] } } },
   { prompt = "?", id = "q", answer = "text", expect = { matches = "${line}." } },
 ]
 )");
@@ -463,6 +464,7 @@ steps = [
     EXPECT_EQ(reasonOf(step(1)), "frequency: expected 87.6 MHz on FM, got 87.5 MHz on FM");
     EXPECT_EQ(verdictOf(step(2)), Verdict::kSkipped);
     EXPECT_EQ(verdictOf(step(3)), Verdict::kSkipped);
+    EXPECT_EQ(verdictOf(step(4)), Verdict::kPass) << "compared in the parameter's unit";
     using Parameter = record::Run::Parameter;
     EXPECT_THAT(result.run.plan.parameters, ElementsAre(Parameter{"limit", 87.6, "MHz", "default"},
                                                         Parameter{"line", std::string("B+1"), "", "default"}));

@@ -157,6 +157,17 @@ void addValue(Context& context, const toml::node& node, const Variable& variable
         problem(fmt::format("{}: expected one of {}, got {}", inQuotes(condition.variable),
                             fmt::join(variable.choices, ", "), inQuotes(*value)));
     }
+    // A number that does not come from a field has a unit of its own; a program may also print a text.
+    if (const auto quantity = protocol::parseQuantity(*value);
+        variable.field == nullptr && variable.isNumber && quantity && !quantity->unit.empty()) {
+        const auto number = protocol::convert(quantity->number, quantity->unit, variable.unit);
+        if (!number) {
+            problem(fmt::format("{}: expected a number{}, got {}", inQuotes(condition.variable),
+                                variable.unit.empty() ? "" : " in " + variable.unit, inQuotes(*value)));
+            return;
+        }
+        value = protocol::toText(*number);
+    }
     try {
         if (variable.field != nullptr) {
             value = written({variable.field, literal(*variable.field, *value), {}});

@@ -39,6 +39,12 @@ Expected loadValue(Context& context, const toml::key& key, const toml::node& nod
     }
     TableReader reader(*node.as_table(), "expectation", context.problems);
     loadLimits(context, reader, expected);
+    // What is measured is converted to the unit. A misspelt one would be compared as it is.
+    if (!expected.unit.empty() && !protocol::isUnit(expected.unit)) {
+        reader.report(reader.raw().contains("unit") ? "unit" : "limits",
+                      fmt::format("'unit': expected a unit that the tool converts, such as mA, got {}",
+                                  protocol::inQuotes(expected.unit)));
+    }
     if (const auto* value = reader.node("equals")) {
         expected.equals = writtenValue(context, *value, "equals");
     }

@@ -94,7 +94,7 @@ public:
         while (!isOver && (wanted[0].revents & POLLIN) == 0 && !interrupt.requested()) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             isOver = question.timeout.count() > 0 && left.count() <= 0;
-            const auto most = std::min<std::int64_t>(left.count(), 3'600'000);
+            const auto most = std::clamp<std::int64_t>(left.count(), 0, 3'600'000);
             poll(wanted.data(), wanted.size(), question.timeout.count() > 0 ? static_cast<int>(most) : -1);
         }
         const std::lock_guard lock(slots_.mutex_);
