@@ -261,6 +261,9 @@ int show(const Tool& tool, const Chosen& chosen, bool allFrames)
 {
     const auto path = recordOf(tool, chosen);
     const auto groups = protocol::catalogue::groups();
+    if (record::isRunning(path.parent_path())) {
+        complain(kProgram, fmt::format("{}: the run goes on; this is what it has done so far", path.string()));
+    }
     if (tool.json) {
         record::writeJson(std::cout, record::readRun(path, record::RunFacts::kWholeRun), groups, -1);
     } else {

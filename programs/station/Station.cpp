@@ -95,7 +95,14 @@ int check(Tool& tool)
     if (!path.empty()) {
         config = station::readStationConfig(readInput(path, tool.interrupt), path, tool.station->records(), problems);
     }
-    const std::vector<std::string> warnings = station::unusablePaths(config);
+    std::vector<std::string> warnings = station::unusablePaths(config);
+    for (const station::Product& product : config.products) {
+        try {
+            problems.empty() ? tool.station->findPlan(product.plan) : "";
+        } catch (const protocol::UserError& error) {
+            warnings.push_back(fmt::format("[[product]] plan: {}", error.what()));
+        }
+    }
     const std::string registry = problems.empty() ? station::registryPath(config) : "";
     const std::string uuid = problems.empty() ? uuidOf(tool, registry) : "";
     if (tool.json) {

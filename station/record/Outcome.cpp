@@ -93,9 +93,12 @@ std::string troubleIn(const Phase& phase)
     return reasonOf(phase);
 }
 
-/// Says when the line was lost and came back.
+/// Says when the line was lost and came back, unless only steps that switch the power off had that effect.
 void addLosses(const Run& run, std::vector<std::string>& lines)
 {
+    if (run.line.losses == 0) {
+        return;
+    }
     constexpr std::size_t kShown = 10;
     std::size_t seen = 0;
     for (const auto& [number, event] : run.events.kept()) {

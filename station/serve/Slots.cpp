@@ -347,6 +347,7 @@ void Slots::runPlan(Place& place, const Product& product, const std::string& ser
 void Slots::endLocked(Place& place, const plan::Conclusion& conclusion)
 {
     place.state = Place::State::kEnded;
+    place.isEnding = false;
     if (conclusion.units.empty()) {
         const std::string why = conclusion.complaints.empty() ? "" : conclusion.complaints.front();
         place.result = {{"verdict", plan::kNotRecordedText}, {"reason", why}, {"folder", ""}};
@@ -465,9 +466,14 @@ void Slots::publishLocked(const Place& place) const
 Json Slots::shiftLocked() const
 {
     std::size_t units = 0;
+    std::size_t retests = 0;
     std::size_t passed = 0;
     for (const Tested& each : tested_) {
-        units += each.isRetest ? 0 : 1;
+        // As in the statistics of many runs.
+        const bool counts = each.verdict != record::name(record::Verdict::kAborted) &&
+                            each.verdict != record::name(record::Verdict::kSkipped);
+        units += counts && !each.isRetest ? 1 : 0;
+        retests += counts && each.isRetest ? 1 : 0;
         passed += !each.isRetest && each.verdict == record::name(record::Verdict::kPass) ? 1 : 0;
     }
     Json last = Json::array();
@@ -479,11 +485,8 @@ Json Slots::shiftLocked() const
                         {"time", isoUtc(each->ended, 3)},
                         {"retest", each->isRetest}});
     }
-    return {{"event", "shift"},
-            {"units", units},
-            {"retests", tested_.size() - units},
-            {"first_pass", passed},
-            {"last", std::move(last)}};
+    return {
+        {"event", "shift"}, {"units", units}, {"retests", retests}, {"first_pass", passed}, {"last", std::move(last)}};
 }
 
 Json Slots::snapshot() const

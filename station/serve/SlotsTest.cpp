@@ -280,6 +280,8 @@ TEST_F(SlotsTest, AbortEndsTheRunOfItsSlotOnly)
     const Json end = awaitEnd("left");
     EXPECT_EQ(end["result"]["verdict"], "ABORTED");
     EXPECT_EQ(end["question"], nullptr);
+    EXPECT_EQ(end["ending"], false);
+    EXPECT_EQ(station.snapshot()["shift"]["units"], 0) << "a run that was aborted does not count";
     station.answer(right["id"], "yes");
     EXPECT_EQ(awaitEnd("right")["result"]["verdict"], "PASS");
 }
