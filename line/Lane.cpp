@@ -13,7 +13,7 @@ namespace {
 using protocol::Bytes;
 using station::ScannedPiece;
 
-/// Longer than every frame, with noise before it: the beginning of a frame is no longer than this.
+/// The beginning of a frame, with noise before it, is at most this long.
 constexpr std::size_t kLongestBeginning = 2 * protocol::kMaxStationFrame;
 
 /// Start bit, 8 data bits, stop bit.

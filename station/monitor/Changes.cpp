@@ -7,7 +7,7 @@ namespace station {
 
 namespace {
 
-/// From so many frames the rate is taken.
+/// The rate is that of this many frames.
 constexpr std::size_t kRateFrames = 16;
 
 }  // namespace

@@ -326,7 +326,7 @@ TEST_F(PowerTest, CycleWaitsForTheUnitAndSwitchesTheModeOn)
 
     EXPECT_EQ(verdictOf(result.run), Verdict::kPass) << attempt(1).reason;
     EXPECT_EQ(step(1).kind, "power");
-    EXPECT_EQ(result.run.line, LineQuality()) << "losing the line is no loss here";
+    EXPECT_EQ(result.run.line, LineQuality()) << "losing the line does not count here";
     EXPECT_THAT(headlineOf(result.run).beside, IsEmpty());
     EXPECT_EQ(content(log()), "cycle\n");
     EXPECT_EQ(content(folder.path() / "input"), "{\"port\":\"" + unit.path() + "\",\"serial\":\"HU7\"}");

@@ -36,7 +36,7 @@ struct LimitRow {
     std::optional<double> minimum;
     std::optional<double> maximum;
     std::string unit;
-    /// Of a parameter; then there are no limits.
+    /// The value of a parameter. A row with it has no limits.
     std::optional<std::string> value;
 };
 

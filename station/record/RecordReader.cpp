@@ -948,8 +948,8 @@ Run readRun(const std::filesystem::path& path, std::size_t whole)
 
 void readSteps(const std::filesystem::path& path, const std::function<void(const StepPlace&, const Step&)>& take)
 {
-    // A step may be amended until so many follow, and superseded while its try goes on. A file that this tool did not
-    // write may hold a try of any length.
+    // A step may be amended while no more than kOpen follow, and superseded while its try goes on. A file that this
+    // tool did not write may hold a try of any length.
     constexpr std::size_t kOpen = 1000;
     constexpr std::size_t kLongestTry = 100'000;
     struct Placed {

@@ -185,7 +185,7 @@ Slots::Place& Slots::placeLocked(const std::string& slot)
 {
     const auto found = std::ranges::find(places_, slot, [](const Place& place) { return place.slot.name; });
     if (found == places_.end()) {
-        throw Refused(404, fmt::format("there is no slot {}", protocol::inQuotes(slot)));
+        throw Refused(404, fmt::format("expected a slot of the station, got {}", protocol::inQuotes(slot)));
     }
     return *found;
 }

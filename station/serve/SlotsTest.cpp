@@ -200,7 +200,8 @@ TEST_F(SlotsTest, ScanThatFitsNothingIsRefused)
     EXPECT_EQ(refusalOf([&] { station.scan("", ""); }), "422 expected a scan of 1 to 256 bytes, got 0");
     EXPECT_EQ(refusalOf([&] { station.scan(std::string(257, 'H'), ""); }),
               "422 expected a scan of 1 to 256 bytes, got 257");
-    EXPECT_EQ(refusalOf([&] { station.start("middle", "HU1", ""); }), "404 there is no slot 'middle'");
+    EXPECT_EQ(refusalOf([&] { station.start("middle", "HU1", ""); }),
+              "404 expected a slot of the station, got 'middle'");
     EXPECT_EQ(refusalOf([&] { station.abort("left"); }), "409 slot left tests no unit");
     EXPECT_EQ(refusalOf([&] { station.answer("left-1", "yes"); }), "409 the question has been answered, or is over");
     EXPECT_EQ(refusalOf([&] { station.image("left-1"); }), "404 expected an open question with a picture");
