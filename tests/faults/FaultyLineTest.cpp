@@ -452,7 +452,8 @@ TEST_P(ShippedPlan, Passes)
         ENGINEERING_STATION, "plan",   "run", std::string(SOURCE_FOLDER "/share/plans/") + plan + ".toml",
         "--no-record",       "--port", line()};
     if (plan == std::string("reception")) {
-        arguments.insert(arguments.end(), {"--answers", file("answers.toml", "cell = \"CELL-07\"\nantenna = \"cable\"\n")});
+        arguments.insert(arguments.end(),
+                         {"--answers", file("answers.toml", "cell = \"CELL-07\"\nantenna = \"cable\"\n")});
     } else if (plan == std::string("provision")) {
         arguments.insert(arguments.end(), {"--answers", file("answers.toml", R"(
 hu-serial = "HU2026-000417"
